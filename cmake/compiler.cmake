@@ -1,0 +1,31 @@
+# Flags for everything of this project. Presets add optimisation and sanitizers.
+set(CMAKE_CXX_STANDARD 23)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual)
+option(CORE_WERROR "Treat warnings as errors" ON)
+if(CORE_WERROR)
+    add_compile_options(-Werror)
+endif()
+
+set(CORE_SANITIZE "" CACHE STRING "Sanitizers, e.g. address,undefined or thread")
+if(CORE_SANITIZE)
+    add_compile_options(-fsanitize=${CORE_SANITIZE} -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${CORE_SANITIZE})
+    if(CORE_SANITIZE MATCHES undefined)
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()
+# A missing symbol in a library is an error when the library is linked, not when somebody uses it.
+if(NOT CORE_SANITIZE)
+    add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,--no-undefined>)
+endif()
+
+# Headers that nearly every file needs.
+set(CORE_PRECOMPILED_HEADERS <cstdint> <string> <string_view> <vector> <map> <memory> <functional> <optional> <utility>
+    <fmt/format.h>)

@@ -1,0 +1,42 @@
+#pragma once
+#include <compare>
+#include <cstdint>
+
+namespace fn {
+
+/// A span of time in whole microseconds, 64-bit signed.
+class Duration {
+public:
+    constexpr Duration() = default;
+    constexpr explicit Duration(std::int64_t microseconds) : _microseconds(microseconds) { }
+
+    static constexpr Duration microseconds(std::int64_t count) { return Duration(count); }
+    static constexpr Duration milliseconds(std::int64_t count) { return Duration(saturatedProduct(count, 1'000)); }
+    static constexpr Duration seconds(std::int64_t count) { return Duration(saturatedProduct(count, 1'000'000)); }
+
+    constexpr std::int64_t totalMicroseconds() const { return _microseconds; }
+
+    /// Whole milliseconds. `roundingMode` 0 truncates towards zero, 1 rounds up.
+    constexpr std::int64_t totalMilliseconds(int roundingMode = 0) const
+    {
+        const auto whole = _microseconds / 1'000;
+        return roundingMode == 1 && _microseconds % 1'000 > 0 ? whole + 1 : whole;
+    }
+    constexpr double totalSeconds() const { return static_cast<double>(_microseconds) / 1e6; }
+
+    friend constexpr auto operator<=>(Duration, Duration) = default;
+    friend constexpr Duration operator+(Duration a, Duration b) { return Duration(a._microseconds + b._microseconds); }
+    friend constexpr Duration operator-(Duration a, Duration b) { return Duration(a._microseconds - b._microseconds); }
+
+private:
+    static constexpr std::int64_t saturatedProduct(std::int64_t count, std::int64_t unit)
+    {
+        std::int64_t result = 0;
+        if (__builtin_mul_overflow(count, unit, &result)) return count < 0 ? INT64_MIN : INT64_MAX;
+        return result;
+    }
+
+    std::int64_t _microseconds = 0;
+};
+
+} // namespace fn

@@ -1,0 +1,24 @@
+#pragma once
+#include "foundation/io/input_stream.h"
+
+namespace fn {
+
+/// Reads from memory. Made from a ByteArray it shares that array, and `readByteArray()` gives slices of it where they make
+/// up at least half of the whole (a small slice would pin a large buffer); otherwise the memory is borrowed.
+class FN_EXPORT MemoryInputStream final : public InputStream {
+public:
+    explicit MemoryInputStream(ByteArray bytes);
+    MemoryInputStream(const void* data, std::size_t size);
+
+    ByteArray readByteArray(std::size_t size) override;
+    std::optional<std::uint64_t> remaining() const override;
+    std::uint64_t position() const override;
+
+private:
+    std::size_t readSlow(void* data, std::size_t size) override;
+
+    ByteArray _bytes;
+    const std::uint8_t* _begin;
+};
+
+} // namespace fn

@@ -1,0 +1,49 @@
+#pragma once
+#include "foundation/byte_array.h"
+#include <cstdint>
+#include <cstring>
+
+namespace fn {
+
+/// Where bytes go. A concrete stream may offer a window of memory, so that small writes are a copy without a virtual call.
+class FN_EXPORT OutputStream {
+public:
+    OutputStream() = default;
+    OutputStream(const OutputStream&) = delete;
+    OutputStream& operator=(const OutputStream&) = delete;
+    virtual ~OutputStream();
+
+    /// Errors are exceptions of the concrete stream; after one the stream must not be used any more.
+    void write(const void* data, std::size_t size)
+    {
+        if (size <= static_cast<std::size_t>(_windowEnd - _window)) [[likely]] {
+            std::memcpy(_window, data, size);
+            _window += size;
+        } else {
+            writeSlow(data, size);
+        }
+    }
+    void write(std::string_view text) { write(text.data(), text.size()); }
+    void writeByte(std::uint8_t byte)
+    {
+        if (_window < _windowEnd) [[likely]] *_window++ = byte;
+        else writeSlow(&byte, 1);
+    }
+
+    /// Writes all of `bytes`; a stream that can keeps a reference to a large array instead of copying it.
+    virtual void writeShared(const ByteArray& bytes);
+
+    virtual void flush(); ///< Hands on what is buffered. Default: nothing.
+
+    /// Ends the stream; `flushAll` also flushes the streams below. Closing twice does nothing.
+    virtual void close(bool flushAll = true);
+
+protected:
+    /// Takes what does not fit the window. `size` may be anything.
+    virtual void writeSlow(const void* data, std::size_t size) = 0;
+
+    std::uint8_t* _window = nullptr;
+    std::uint8_t* _windowEnd = nullptr;
+};
+
+} // namespace fn

@@ -1,0 +1,27 @@
+#pragma once
+#include "foundation/string.h"
+#include <atomic>
+
+namespace fn::logging {
+
+/// Priorities, lower being more severe.
+enum Priority : int { Error = 1, Warning = 2, Fixme = 3, Info = 4, Debug = 5, Log = 6, Trace = 7 };
+
+/// A named source of messages. Made by the CategoryManager, lives as long as the process. Thread-safe.
+class FN_EXPORT Category {
+public:
+    explicit Category(String name) : _name(std::move(name)) { }
+    const String& name() const noexcept { return _name; }
+
+    /// Whether some sink wants messages of this priority.
+    bool wants(int priority) const noexcept { return priority <= _threshold.load(std::memory_order_relaxed); }
+
+    /// For the sink table: the highest number that any sink wants.
+    void setThreshold(int priority) const noexcept { _threshold.store(priority, std::memory_order_relaxed); }
+
+private:
+    const String _name;
+    mutable std::atomic<int> _threshold { 0 };
+};
+
+} // namespace fn::logging

@@ -1,0 +1,27 @@
+#pragma once
+#include "foundation/duration.h"
+#include "foundation/string.h"
+
+namespace fn::logging {
+
+class Category;
+
+/// Tells messages of one category apart, e.g. by object: a text and a number. Mostly empty.
+struct Tag {
+    String text;
+    std::int64_t number = 0;
+};
+
+/// One log message as the sinks see it.
+struct Message {
+    const Category* category = nullptr;
+    int priority = 0;
+    Tag tag;
+    const char* file = "";
+    int line = 0;
+    const char* function = "";
+    Duration time; ///< Since 1970-01-01 UTC.
+    String text;
+};
+
+} // namespace fn::logging

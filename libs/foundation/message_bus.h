@@ -1,0 +1,46 @@
+#pragma once
+#include "foundation/signal.h"
+#include "foundation/value.h"
+#include <optional>
+
+namespace fn {
+
+/// The process-wide publish/subscribe bus. Bodies are posted under a namespace of words joined by '.'; a sticky body is
+/// kept as the latest of its namespace for those who come later.
+///
+/// A listener of a namespace hears it and everything below it: "com.x" hears "com.x" and "com.x.y", not "com.xy". General
+/// listeners hear a message before special ones, each in connection order.
+///
+/// Listeners and sticky bodies belong to the process, not to the installed instance. This plain bus delivers at once, on
+/// the poster's thread; a bus that spans processes overrides `sendMessage()` and delivers when the message comes back.
+/// Belongs to the thread of the default run loop; the post functions may be called from any thread (elsewhere they post
+/// themselves to that loop).
+class FN_EXPORT MessageBus {
+public:
+    using MessageSignal = Signal<String, Value>; ///< Arguments: the namespace posted to, the body.
+
+    MessageBus() = default;
+    MessageBus(const MessageBus&) = delete;
+    MessageBus& operator=(const MessageBus&) = delete;
+    virtual ~MessageBus(); ///< An installed bus that ends puts the plain local bus back.
+
+    static MessageBus& instance();
+
+    /// Installs `bus` (borrowed; it must outlive its installation) as the one that sends what is posted.
+    static void setInstance(MessageBus& bus);
+
+    void postMessage(const String& name, Value body);
+    void postStickyMessage(const String& name, Value body);
+    std::optional<Value> getStickyMessage(const String& name) const;
+    MessageSignal& onMessage(const String& name);
+
+protected:
+    /// Called for every message posted in this process. Default: deliver it locally.
+    virtual void sendMessage(const String& name, Value&& body, bool sticky);
+
+    /// Delivers a message to this process's listeners and keeps a sticky body. Does nothing on a bus that is not
+    /// installed, so that nobody hears a message twice.
+    void receiveMessage(const String& name, const Value& body, bool sticky);
+};
+
+} // namespace fn

@@ -1,0 +1,24 @@
+#pragma once
+#include "foundation/mpack/hooks.h"
+#include <optional>
+
+namespace fn::mpack {
+
+/// Reads MessagePack from untrusted bytes. Depth is bounded by `maxDepth`; nothing is allocated beyond what the bytes
+/// left in the stream can fill.
+class FN_EXPORT Deserializer {
+public:
+    /// `stream` and `hook` are borrowed. Without a hook an extension value other than a timestamp reads as nil.
+    explicit Deserializer(InputStream& stream, ValueDeserializer* hook = nullptr) : _stream(stream), _hook(hook) { }
+
+    /// The next value; empty at the end of the stream. Malformed bytes: `fn::DataFormatException`; a stream that ends
+    /// within a value: `fn::EndOfStreamException`. Both name the offset.
+    std::optional<Value> deserialize();
+
+private:
+    Value read(int depth);
+    InputStream& _stream;
+    ValueDeserializer* _hook;
+};
+
+} // namespace fn::mpack

@@ -1,0 +1,32 @@
+#pragma once
+#include "foundation/io/input_stream.h"
+#include "foundation/io/output_stream.h"
+#include "foundation/value.h"
+#include <cstdint>
+
+namespace fn::mpack {
+
+/// Depth of containers that writers and readers take; one constant for MessagePack and JSON.
+inline constexpr int maxDepth = 512;
+
+/// Writes values that MessagePack has no type for as extension values.
+class FN_EXPORT ValueSerializer {
+public:
+    /// The extension type, or -1 for a value that is to be written as plain MessagePack. Asked for boxed values and
+    /// objects only.
+    virtual std::int8_t typeForValue(const Value& value) = 0;
+    virtual void serializeValue(const Value& value, OutputStream& stream) = 0;
+    /// Length of what `serializeValue()` writes. Default: writes the value once to count.
+    virtual std::uint32_t serializedLengthForValue(const Value& value);
+    virtual ~ValueSerializer();
+};
+
+/// Makes values of extension values.
+class FN_EXPORT ValueDeserializer {
+public:
+    /// `stream` holds exactly `size` bytes; what is left unread is skipped.
+    virtual Value deserializeValue(std::int8_t type, std::uint32_t size, InputStream& stream) = 0;
+    virtual ~ValueDeserializer();
+};
+
+} // namespace fn::mpack

@@ -1,0 +1,49 @@
+#pragma once
+#include "foundation/duration.h"
+#include "foundation/handle.h"
+#include <folly/Function.h>
+
+namespace fn {
+
+namespace uv {
+class Loop;
+}
+class Clock;
+
+using Task = folly::Function<void()>;
+
+/// The event loop of one thread.
+///
+/// Tasks run once, on the loop's thread, in posting order: one turn runs the tasks that were present at its start, after
+/// that turn's I/O, and does not block while tasks wait. An exception out of a task goes to `fn::unhandledException()`.
+class FN_EXPORT RunLoop {
+public:
+    RunLoop() = default;
+    RunLoop(const RunLoop&) = delete;
+    RunLoop& operator=(const RunLoop&) = delete;
+    virtual ~RunLoop();
+
+    /// The loop that runs on this thread now; null outside of `run()`.
+    static RunLoop* currentLoop() noexcept;
+
+    /// The loop of the process's main thread, made at the first call and never destroyed.
+    static RunLoop& defaultLoop();
+
+    /// Runs until `stop()`, with or without work. A stop while no run was going on ends the next run at once.
+    /// `mode` 0 is the only one.
+    virtual void run(int mode = 0) = 0;
+
+    virtual void stop() = 0; ///< Thread-safe.
+    virtual void post(Task task) = 0; ///< Thread-safe. From the loop's own thread it costs no system call.
+
+    /// Runs `task` once, `delay` from now (negative: now; rounded up to milliseconds). Equal times fire in scheduling
+    /// order. Destroying the handle cancels it. Loop thread only, or before the loop runs.
+    [[nodiscard]] virtual Handle schedule(Duration delay, Task task) = 0;
+
+    /// The clock that timers of this loop follow.
+    virtual const Clock& clock() const = 0;
+
+    virtual uv::Loop& uvLoop() = 0;
+};
+
+} // namespace fn

@@ -1,0 +1,101 @@
+#pragma once
+#include "foundation/export.h"
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace fn {
+
+/// UTF-8 text of up to 4 GiB, 16 bytes large. Texts of up to 15 bytes are stored in place, longer ones in a shared
+/// buffer: copying never copies long text. Bytes that are not UTF-8 are kept as they are. Ordering is by unsigned bytes.
+/// Distinct strings may be used on distinct threads even where they share a buffer.
+class FN_EXPORT String {
+public:
+    String() noexcept;
+    String(const char* text); ///< Zero-terminated; null reads as "".
+    String(std::string_view text);
+    String(const std::string& text) : String(std::string_view(text)) { }
+    String(const String& other) noexcept;
+    String(String&& other) noexcept;
+    String& operator=(const String& other) noexcept;
+    String& operator=(String&& other) noexcept;
+    ~String();
+
+    const char* data() const noexcept;
+    const char* c_str() const noexcept { return data(); } ///< Zero-terminated; valid until the string changes or goes.
+    std::size_t size() const noexcept;
+    bool empty() const noexcept { return size() == 0; }
+    std::string_view view() const noexcept { return { data(), size() }; }
+    operator std::string_view() const noexcept { return view(); }
+    std::string toStdString() const { return std::string(view()); }
+
+    String& operator+=(std::string_view text);
+    friend String operator+(const String& a, const String& b) { return concatenate(a, b); }
+    friend String operator+(const String& a, std::string_view b) { return concatenate(a, b); }
+    friend String operator+(std::string_view a, const String& b) { return concatenate(a, b); }
+    friend String operator+(const String& a, const char* b) { return concatenate(a, b); }
+    friend String operator+(const char* a, const String& b) { return concatenate(a, b); }
+
+    friend bool operator==(const String& a, const String& b) noexcept { return a.view() == b.view(); }
+    friend bool operator==(const String& a, std::string_view b) noexcept { return a.view() == b; }
+    friend bool operator==(const String& a, const char* b) noexcept { return a.view() == b; }
+    friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
+
+    bool startsWith(std::string_view prefix) const noexcept { return view().starts_with(prefix); }
+    bool endsWith(std::string_view suffix) const noexcept { return view().ends_with(suffix); }
+    bool contains(std::string_view part) const noexcept { return view().find(part) != std::string_view::npos; }
+
+    String substring(std::size_t offset, std::size_t length = std::string_view::npos) const;
+    String toLower() const; ///< ASCII letters only.
+    String toUpper() const; ///< ASCII letters only.
+
+    /// Without ASCII blanks (space, tab, CR, LF, VT, FF) in front and behind; `bothEnds` false: only behind.
+    String trim(bool bothEnds = true) const;
+
+    static constexpr int KeepEmptyParts = 1;
+    static constexpr int TrimParts = 2;
+
+    /// The parts between the separators. `limit` (0: none) bounds the number of parts; the last one is then the whole
+    /// rest. Empty text gives no part.
+    std::vector<String> split(char separator, int flags = 0, std::size_t limit = 0) const;
+
+    /// The text as an integer; blanks around it and one sign are allowed. Anything else, or an overflow, gives
+    /// `defaultValue` and `*ok` false.
+    int toInt(int defaultValue = 0, int base = 10, bool* ok = nullptr) const;
+    std::int64_t toInt64(std::int64_t defaultValue = 0, int base = 10, bool* ok = nullptr) const;
+
+    bool toBool() const; ///< "true", "yes", "on" and "1" in any case are true, everything else is false.
+
+    static String number(std::int64_t value);
+    static String number(std::uint64_t value);
+    static String number(int value) { return number(static_cast<std::int64_t>(value)); }
+    static String number(unsigned value) { return number(static_cast<std::uint64_t>(value)); }
+    static String number(double value); ///< Shortest text that reads back as the same value.
+
+    /// Lower-case hexadecimal digits, filled with `fill` in front up to `width` characters.
+    static String numberHEX(std::uint64_t value, int width = 0, char fill = ' ');
+
+    /// Unpaired surrogates become U+FFFD.
+    static String fromUTF16(std::u16string_view text);
+
+private:
+    static String concatenate(std::string_view a, std::string_view b);
+    struct Buffer;
+    static constexpr std::size_t InlineCapacity = 15;
+    bool isInline() const noexcept;
+    void release() noexcept;
+
+    // In place: up to 15 bytes and, in the last byte, 15 - size (the terminator of a full one). Else: a pointer to the
+    // shared buffer, the size in 32 bits, and 0xFF in the last byte.
+    alignas(8) char _storage[16];
+};
+
+} // namespace fn
+
+template <> struct std::hash<fn::String> {
+    std::size_t operator()(const fn::String& text) const noexcept { return std::hash<std::string_view>()(text.view()); }
+};

@@ -1,0 +1,34 @@
+#pragma once
+#include "foundation/duration.h"
+#include "foundation/export.h"
+
+namespace fn {
+
+/// What the system's time is read through, so that a test can drive it.
+class FN_EXPORT Clock {
+public:
+    virtual ~Clock();
+    virtual Duration monotonic() const = 0; ///< Since some fixed point; never goes back. Thread-safe.
+    virtual Duration sinceEpoch() const = 0; ///< Wall clock, UTC, since 1970-01-01. Thread-safe.
+
+    static const Clock& system();
+};
+
+/// A clock that stands until it is told to go on. Loops that follow it are woken to look at their timers.
+class FN_EXPORT ManualClock final : public Clock {
+public:
+    ManualClock();
+    ~ManualClock() override; ///< After the loops that follow it.
+
+    Duration monotonic() const override;
+    Duration sinceEpoch() const override;
+    void advance(Duration by); ///< Thread-safe.
+
+    struct Private;
+    Private& internals() const noexcept { return *_private; } ///< For the loop.
+
+private:
+    Private* _private;
+};
+
+} // namespace fn

@@ -1,0 +1,38 @@
+#pragma once
+#include "foundation/run_loop.h"
+#include <memory>
+
+typedef struct uv_loop_s uv_loop_t;
+
+namespace fn::uv {
+
+/// A RunLoop over libuv.
+///
+/// Destroying it runs nothing that is queued: tasks are destroyed in rounds until none is left (a task posted meanwhile by
+/// a destructor joins the next round, and a deletion posted through `postDeletion()` runs at once), then libuv's handles
+/// are closed and awaited. SIGPIPE is ignored from the first loop on.
+class FN_EXPORT Loop final : public RunLoop {
+public:
+    /// `clock` is borrowed for the life of the loop; by default the system's monotonic clock.
+    Loop();
+    explicit Loop(const Clock& clock);
+    ~Loop() override;
+
+    void run(int mode = 0) override;
+    void stop() override;
+    void post(Task task) override;
+    [[nodiscard]] Handle schedule(Duration delay, Task task) override;
+    const Clock& clock() const override;
+    Loop& uvLoop() override { return *this; }
+
+    bool isCurrentThread() const noexcept; ///< Whether the loop runs on the calling thread now.
+    uv_loop_t* uvHandle() noexcept; ///< For the integration of further event sources. Loop thread only.
+
+    struct Private;
+    Private& internals() noexcept { return *_private; } ///< For the classes of this folder.
+
+private:
+    std::unique_ptr<Private> _private;
+};
+
+} // namespace fn::uv

@@ -1,0 +1,55 @@
+#pragma once
+#include "foundation/uv/loop.h"
+#include "foundation/uv/stream.h"
+
+namespace fn::uv {
+
+/// A local pipe by name (`\\.\pipe\NAME`): here a Unix-domain socket that `platform::pipePath()` maps the name to.
+///
+/// A listening or connected stream is kept open until `close()` or its last reference goes; libuv's memory lives until the
+/// close has completed.
+class FN_EXPORT PipeStream final : public Stream {
+public:
+    /// `passHandles` is the flag of handle-passing pipes; only false is supported.
+    explicit PipeStream(Loop& loop, bool passHandles = false);
+
+    /// Makes the endpoint of that name (mode 0600, in a private folder). `fn::IOException` if it exists, if the name cannot
+    /// be an endpoint or is too long. Closing removes the endpoint only while it is still this one.
+    void bind(const String& name);
+
+    /// `callback` is called once per waiting connection, with the listener's status. Peers of another user (root excepted)
+    /// are refused with a log line before it hears of them.
+    void listen(int backlog, folly::Function<void(const Status&)> callback);
+
+    /// Takes the waiting connection that `listener`'s callback announced.
+    void accept(PipeStream& listener);
+
+    /// `callback` is called once, on a later turn. A full queue of the listener is waited for while the endpoint exists.
+    void connect(const String& name, folly::Function<void(const Status&)> callback);
+
+    /// Adopts a connected socket.
+    void open(int descriptor);
+
+    void readStart(ReadCallback callback) override;
+    void readStop() override;
+    void readResume() override;
+    bool isReading() const noexcept override;
+    void readPending() override;
+    void write(ByteArray bytes, Completion completion = {}) override;
+    void write(std::span<const ByteArray> parts, Completion completion = {}) override;
+    std::size_t queuedBytes() const noexcept override;
+    std::uint64_t sentBytes() const noexcept override;
+    void close(folly::Function<void()> completion = {}) override;
+    bool isClosed() const noexcept override;
+    String nativePath() const; ///< The socket's path after `bind()`; empty otherwise.
+
+    struct Private;
+
+protected:
+    ~PipeStream() override;
+
+private:
+    Private* _private; // Owned; outlives this object until libuv has closed.
+};
+
+} // namespace fn::uv

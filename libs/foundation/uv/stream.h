@@ -1,0 +1,45 @@
+#pragma once
+#include "foundation/byte_array.h"
+#include "foundation/ref_counted.h"
+#include "foundation/uv/status.h"
+#include <folly/Function.h>
+#include <span>
+
+namespace fn::uv {
+
+/// A connected byte stream. All operations and callbacks are on its loop's thread.
+///
+/// Writes made during one loop iteration leave together in one system call where the kernel takes it, at the latest before
+/// the loop waits; each still completes on its own, in order. What cannot leave before a close completes with UV_ECANCELED.
+class FN_EXPORT Stream : public RefCountedObject {
+public:
+    /// Bytes read: count > 0 and the data, valid during the call; 0 for nothing; negative for a libuv error (UV_EOF: the
+    /// peer has ended the stream). After a negative count no further call comes.
+    using ReadCallback = folly::Function<void(std::ptrdiff_t count, const std::uint8_t* data)>;
+    using Completion = folly::Function<void(const Status&)>;
+
+    virtual void readStart(ReadCallback callback) = 0; ///< Replaces an earlier callback. Errors are exceptions.
+    virtual void readStop() = 0; ///< Pauses reading; nothing is lost. The callback is kept.
+    virtual void readResume() = 0; ///< Goes on after `readStop()`.
+    virtual bool isReading() const noexcept = 0;
+
+    /// Reads now what the kernel already holds, without waiting, and delivers it to the read callback.
+    virtual void readPending() = 0;
+
+    /// Queues all of `bytes`. `completion` (may be empty) is called once on a later turn, also when the stream is closed
+    /// or broken meanwhile. On a closed stream it completes with UV_ECANCELED.
+    virtual void write(ByteArray bytes, Completion completion = {}) = 0;
+
+    /// The same for parts that follow one another on the stream, sent without being joined in memory.
+    virtual void write(std::span<const ByteArray> parts, Completion completion = {}) = 0;
+
+    virtual std::size_t queuedBytes() const noexcept = 0; ///< Written, but not yet taken by the kernel.
+    virtual std::uint64_t sentBytes() const noexcept = 0; ///< Taken by the kernel since the stream was made.
+
+    /// Tries to send what is queued, ends reading, and closes. Callbacks are destroyed, no further read is delivered.
+    /// Closing twice does nothing. `completion` is called when the descriptor is closed.
+    virtual void close(folly::Function<void()> completion = {}) = 0;
+    virtual bool isClosed() const noexcept = 0;
+};
+
+} // namespace fn::uv

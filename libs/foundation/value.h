@@ -1,0 +1,283 @@
+#pragma once
+#include "foundation/auto_ptr.h"
+#include "foundation/byte_array.h"
+#include "foundation/string.h"
+#include <concepts>
+#include <cstdint>
+#include <initializer_list>
+#include <limits>
+#include <memory>
+#include <typeinfo>
+#include <vector>
+
+namespace fn {
+
+class Value;
+class ValueMap;
+
+namespace internal {
+
+/// What a Value holds of a boxed type. Compared by `std::type_info`, never by address.
+class FN_EXPORT BoxBase : public RefCountedBase {
+public:
+    virtual const std::type_info& type() const noexcept = 0;
+    virtual String toString() const = 0;
+    /// Order among boxes of the same type; for types without an order: by address.
+    virtual int compare(const BoxBase& other) const noexcept = 0;
+
+protected:
+    ~BoxBase() override;
+};
+
+template <typename T> class Box;
+struct ArrayStorage;
+struct MapStorage;
+
+template <typename T>
+concept Integral = std::integral<T> && !std::same_as<std::remove_cv_t<T>, bool>;
+
+} // namespace internal
+
+/// Types that a Value boxes. A type joins by specialising this to true; it needs a copy constructor and `toString()`,
+/// and may have `operator<` or `<=>`.
+template <typename T> inline constexpr bool isBoxable = false;
+
+/// A document: nil, boolean, integer, double, text, bytes, array, map with any key, or a boxed object that keeps its exact
+/// type. 24 bytes large. Copying never copies bytes, long text, arrays or maps: they are shared, and copied on the first
+/// change. Values have one total order over all kinds:
+///
+///     nil < bool < number < string < bytes < array < map < boxed (objects among them)
+///
+/// Numbers compare by exact mathematical value whatever their kind (1 == 1u == 1.0; NaN last and equal to itself).
+/// Distinct values may be used on distinct threads even where they share storage.
+class FN_EXPORT Value {
+public:
+    enum class Kind : std::uint8_t { Nil, Bool, Int, UInt, Double, String, Bytes, Array, Map, Boxed, Object };
+
+    /// What `is()` asks for. INT holds for every integer.
+    enum Type { NIL, BOOL, INT, DOUBLE, STRING, BYTE_ARRAY, ARRAY, MAP, BOXED, OBJECT };
+
+    using Array = std::vector<Value>;
+    using Map = ValueMap;
+
+    Value() noexcept : _kind(Kind::Nil) { }
+    Value(Type type); ///< An empty value of that type: `Value(Value::MAP)` is an empty map. BOXED and OBJECT give nil.
+    template <std::same_as<bool> B> Value(B value) noexcept : _kind(Kind::Bool) { _data.boolean = value; }
+    template <internal::Integral T> Value(T value) noexcept
+    {
+        // Stored signed unless above INT64_MAX, so that equal integers have one form.
+        if constexpr (std::unsigned_integral<T> && sizeof(T) == 8) {
+            _kind = value > static_cast<std::uint64_t>(INT64_MAX) ? Kind::UInt : Kind::Int;
+            _data.unsignedInteger = value;
+        } else {
+            _kind = Kind::Int;
+            _data.integer = value;
+        }
+    }
+    Value(double value) noexcept : _kind(Kind::Double) { _data.real = value; }
+    Value(const char* text);
+    Value(std::string_view text);
+    Value(fn::String text) noexcept;
+    Value(ByteArray bytes) noexcept;
+    Value(Array elements);
+    Value(Map map);
+    Value(std::initializer_list<std::pair<Value, Value>> entries) = delete; // Ambiguous with arrays; use map().
+    template <typename T>
+        requires isBoxable<T>
+    Value(T object);
+    /// Holds the object (which derives from fn::Object and fn::RefCountedBase); an empty pointer gives nil.
+    template <typename T> Value(const AutoPtr<T>& object)
+    {
+        if (object) setObject(object.get(), object.get());
+    }
+    template <typename T> Value(T*) = delete; // A pointer would turn into a boolean.
+
+    Value(const Value& other) noexcept;
+    Value(Value&& other) noexcept;
+    Value& operator=(const Value& other) noexcept;
+    Value& operator=(Value&& other) noexcept;
+    ~Value()
+    {
+        if (_kind >= Kind::String) destroy();
+    }
+
+    /// A map of the given entries; later ones win over earlier ones with an equal key.
+    static Value map(std::initializer_list<std::pair<Value, Value>> entries);
+    static Value array(std::initializer_list<Value> elements);
+
+    Kind kind() const noexcept { return _kind; }
+    bool is(Type type) const noexcept;
+    bool isNil() const noexcept { return _kind == Kind::Nil; }
+    bool isMap() const noexcept { return _kind == Kind::Map; }
+    bool isArray() const noexcept { return _kind == Kind::Array; }
+    bool isString() const noexcept { return _kind == Kind::String; }
+    bool isObject() const noexcept { return _kind == Kind::Object; }
+    bool isInteger() const noexcept { return _kind == Kind::Int || _kind == Kind::UInt; }
+    bool isNumber() const noexcept { return isInteger() || _kind == Kind::Double; }
+
+    /// Nil, "", no bytes, no elements. 0 and false are not empty.
+    bool empty() const noexcept;
+
+    // --- Conversions
+
+    /// Lossless: nil 0, booleans 0 or 1, doubles with an integral value that fits.
+    /// `fn::RangeException` "Value can not be converted to requested type without loss" for a number that does not fit,
+    /// "Value can not be implicitly converted to integral type" for another kind; both carry `detailInfo()`.
+    template <internal::Integral T> T to() const
+    {
+        if (_kind == Kind::Int && std::in_range<T>(_data.integer)) [[likely]] return static_cast<T>(_data.integer);
+        if constexpr (std::is_signed_v<T>) {
+            return static_cast<T>(toSigned(std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
+        } else {
+            return static_cast<T>(toUnsigned(std::numeric_limits<T>::max()));
+        }
+    }
+
+    /// Nil false, numbers != 0, strings by `String::toBool()`; else the RangeException of `to()`.
+    bool toBool() const;
+    double toDouble() const; ///< Nil 0, booleans 0 or 1, numbers; else the RangeException of `to()`.
+
+    /// As text: the text itself, nil "", booleans and numbers as text, else `toString()`.
+    fn::String asString() const;
+
+    /// For people: text itself at top level; quoted and escaped inside containers, where long texts and bytes are cut
+    /// after 256 bytes and the number of elements shown is bounded; nil "nil"; bytes in hex.
+    fn::String toString() const;
+
+    /// Kind and text of the value, short, for error details.
+    fn::String detailInfo() const;
+
+    /// Borrowed text of a string value, valid while the value lives unchanged. Other kinds: `fn::RangeException`.
+    const fn::String& string() const;
+    /// The bytes; another kind: `fn::RangeException` "Invalid boxed type".
+    const ByteArray& byteArray() const { return boxed<ByteArray>(); }
+
+    template <typename T> bool isBoxed() const noexcept
+    {
+        if constexpr (std::same_as<T, ByteArray>) {
+            return _kind == Kind::Bytes;
+        } else {
+            return _kind == Kind::Boxed && box().type() == typeid(T);
+        }
+    }
+    /// The boxed T. Another kind or type: `fn::RangeException` "Invalid boxed type" with `detailInfo()`.
+    template <typename T> const T& boxed() const;
+
+    /// The object as a T; nil, or an object of another class, gives an empty pointer. Another kind:
+    /// `fn::RangeException` "Value can not be converted to object".
+    template <typename T> AutoPtr<T> object() const { return AutoPtr<T>(dynamic_cast<T*>(objectPointer())); }
+
+    /// The object held, borrowed; null for nil. Another kind: the RangeException of `object()`.
+    Object* objectPointer() const;
+
+    // --- Arrays and maps
+
+    std::size_t size() const noexcept; ///< Elements or entries; 0 for other kinds.
+
+    /// The elements or entries to read. Another kind: `fn::RangeException`.
+    const Array& elements() const;
+    const Map& entries() const;
+
+    /// The same to change: a shared one is copied first; nil becomes an empty one.
+    Array& mutableElements();
+    Map& mutableEntries();
+
+    /// The entry, or null if there is none or this is no map.
+    const Value* find(const Value& key) const noexcept;
+    bool has(const Value& key) const noexcept { return find(key) != nullptr; }
+
+    /// The entry. A missing key or another kind: `fn::RangeException` naming the key.
+    const Value& at(const Value& key) const;
+
+    /// The entry, or nil / the caller's very default. A value that is no map has no entries.
+    const Value& get(const Value& key) const noexcept;
+    const Value& get(const Value& key, const Value& defaultValue) const noexcept;
+    const Value& get(const Value& key, Value&& defaultValue) const = delete; // It would dangle.
+
+    void set(const Value& key, Value value);
+    bool remove(const Value& key); ///< Whether there was one.
+
+    const Value& operator[](std::size_t index) const; ///< An element. Out of range: `fn::RangeException`.
+    void append(Value value);
+
+    // --- Order
+
+    static int compare(const Value& a, const Value& b) noexcept; ///< Negative, 0, positive.
+    friend bool operator==(const Value& a, const Value& b) noexcept { return compare(a, b) == 0; }
+    friend std::strong_ordering operator<=>(const Value& a, const Value& b) noexcept { return compare(a, b) <=> 0; }
+
+private:
+    const internal::BoxBase& box() const noexcept { return *_data.box; }
+    std::int64_t toSigned(std::int64_t least, std::int64_t most) const;
+    std::uint64_t toUnsigned(std::uint64_t most) const;
+    void setObject(Object* object, RefCountedBase* counted) noexcept;
+    void setBox(internal::BoxBase* box) noexcept;
+    [[noreturn]] void throwInvalidBoxedType() const;
+    void destroy() noexcept;
+
+    struct ObjectPair {
+        Object* object;
+        RefCountedBase* counted;
+    };
+    union Data {
+        Data() noexcept { }
+        ~Data() { }
+        bool boolean;
+        std::int64_t integer;
+        std::uint64_t unsignedInteger;
+        double real;
+        fn::String string;
+        ByteArray bytes;
+        internal::ArrayStorage* array;
+        internal::MapStorage* map;
+        internal::BoxBase* box;
+        ObjectPair object;
+    } _data;
+    Kind _kind;
+};
+
+static_assert(sizeof(Value) <= 24);
+
+namespace internal {
+
+template <typename T> class Box final : public BoxBase {
+public:
+    explicit Box(T value) : _value(std::move(value)) { }
+    const T& value() const noexcept { return _value; }
+    const std::type_info& type() const noexcept override { return typeid(T); }
+    fn::String toString() const override { return _value.toString(); }
+    int compare(const BoxBase& other) const noexcept override
+    {
+        if constexpr (requires(const T& a, const T& b) { a < b; }) {
+            const auto& theirs = static_cast<const Box&>(other)._value;
+            return _value < theirs ? -1 : theirs < _value ? 1 : 0;
+        } else {
+            return this < &other ? -1 : &other < this ? 1 : 0;
+        }
+    }
+
+private:
+    T _value;
+};
+
+} // namespace internal
+
+template <typename T>
+    requires isBoxable<T>
+Value::Value(T object) : _kind(Kind::Nil)
+{
+    setBox(new internal::Box<T>(std::move(object)));
+}
+
+template <typename T> const T& Value::boxed() const
+{
+    if constexpr (std::same_as<T, ByteArray>) {
+        if (_kind != Kind::Bytes) throwInvalidBoxedType();
+        return _data.bytes;
+    } else {
+        if (!isBoxed<T>()) throwInvalidBoxedType();
+        return static_cast<const internal::Box<T>&>(box()).value();
+    }
+}
+
+} // namespace fn

@@ -1,0 +1,72 @@
+#pragma once
+#include "foundation/value.h"
+#include <cstddef>
+#include <iterator>
+#include <vector>
+
+namespace fn {
+
+/// The entries of a map value, in ascending key order (Value's total order). Small maps are one sorted run of entries;
+/// large ones are cut into runs of bounded length, so that neither look-up nor insertion costs more than a logarithm and
+/// the move of one run. Changing a map invalidates its iterators.
+class FN_EXPORT ValueMap {
+public:
+    struct Entry {
+        Value key; ///< Not to be changed in place.
+        Value value;
+    };
+    using Run = std::vector<Entry>;
+
+    class const_iterator {
+    public:
+        using value_type = Entry;
+        using difference_type = std::ptrdiff_t;
+        using reference = const Entry&;
+        using pointer = const Entry*;
+        using iterator_category = std::forward_iterator_tag;
+
+        const_iterator() noexcept = default;
+        const_iterator(const Run* run, std::size_t index) noexcept : _run(run), _index(index) { }
+        reference operator*() const noexcept { return (*_run)[_index]; }
+        pointer operator->() const noexcept { return &(*_run)[_index]; }
+        const_iterator& operator++() noexcept
+        {
+            if (++_index == _run->size()) {
+                ++_run;
+                _index = 0;
+            }
+            return *this;
+        }
+        const_iterator operator++(int) noexcept
+        {
+            const auto before = *this;
+            ++*this;
+            return before;
+        }
+        friend bool operator==(const const_iterator&, const const_iterator&) noexcept = default;
+
+    private:
+        const Run* _run = nullptr;
+        std::size_t _index = 0;
+    };
+
+    ValueMap() noexcept;
+
+    std::size_t size() const noexcept { return _size; }
+    bool empty() const noexcept { return _size == 0; }
+    const_iterator begin() const noexcept { return { _runs.data(), 0 }; }
+    const_iterator end() const noexcept { return { _runs.data() + _runs.size(), 0 }; }
+
+    const Value* find(const Value& key) const noexcept; ///< Null if missing.
+    Value* find(const Value& key) noexcept;
+    Value& operator[](const Value& key); ///< The entry; a missing one is added as nil.
+    void set(Value key, Value value); ///< Adds or replaces. Appending in key order is the cheapest.
+    bool remove(const Value& key); ///< Whether there was one.
+    void clear() noexcept;
+
+private:
+    std::vector<Run> _runs; // None is empty. Keys ascend within and across runs.
+    std::size_t _size = 0;
+};
+
+} // namespace fn
