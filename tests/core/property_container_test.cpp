@@ -1,0 +1,44 @@
+#include "core/simple_property_container.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+class Properties final : public core::SimplePropertyContainer {
+public:
+    const std::map<fn::String, fn::Value>& propertyMap() const override { return _map; }
+    std::map<fn::String, fn::Value>& propertyMap() override { return _map; }
+
+private:
+    std::map<fn::String, fn::Value> _map;
+};
+
+TEST(PropertyContainer, GivesTheStoredValueOrTheVeryDefault)
+{
+    Properties properties;
+    const fn::Value fallback("none");
+    EXPECT_EQ(&properties.property("size", fallback), &fallback);
+    properties.setProperty("size", 1);
+    properties.setProperty("size", 2);
+    EXPECT_EQ(&properties.property("size", fallback), &properties.propertyMap().at("size"));
+    EXPECT_EQ(properties.property("size", fallback), fn::Value(2));
+
+    properties.setProperty("a", fn::Value());
+    EXPECT_EQ(properties.propertyNames(), (std::vector<fn::String> { "a", "size" }));
+    properties.removeProperty("size");
+    properties.removeProperty("size");
+    EXPECT_EQ(properties.propertyNames(), std::vector<fn::String> { "a" });
+}
+
+TEST(PropertyContainer, TellsAMissingPropertyFromANilOneAndFromOneOfAnotherType)
+{
+    Properties properties;
+    const core::PropertyContainer& base = properties;
+    properties.setProperty("size", 2);
+    properties.setProperty("nothing", fn::Value());
+    EXPECT_TRUE(base.hasProperty("size", fn::Value::INT));
+    EXPECT_FALSE(base.hasProperty("size", fn::Value::STRING));
+    EXPECT_TRUE(base.hasProperty("nothing", fn::Value::NIL));
+    EXPECT_FALSE(base.hasProperty("missing", fn::Value::NIL));
+}
+
+} // namespace
