@@ -21,6 +21,9 @@ if(CORE_SANITIZE)
         add_compile_options(-fno-sanitize-recover=undefined)
     endif()
 endif()
+if(CORE_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link) # Coverage for libFuzzer in the libraries too.
+endif()
 # A missing symbol in a library is an error when the library is linked, not when somebody uses it.
 if(NOT CORE_SANITIZE)
     add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,--no-undefined>)
