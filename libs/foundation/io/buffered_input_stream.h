@@ -1,0 +1,25 @@
+#pragma once
+#include "foundation/io/input_stream.h"
+#include <memory>
+
+namespace fn {
+
+/// Reads ahead from the stream below, which it borrows: reading it in small pieces costs no call each.
+class FN_EXPORT BufferedInputStream final : public InputStream {
+public:
+    BufferedInputStream(InputStream& source, std::size_t bufferBytes);
+    ~BufferedInputStream() override;
+
+    std::optional<std::uint64_t> remaining() const override;
+    std::uint64_t position() const override;
+
+private:
+    std::size_t readSlow(void* data, std::size_t size) override;
+
+    InputStream& _source;
+    const std::size_t _bufferBytes;
+    const std::unique_ptr<std::uint8_t[]> _buffer;
+    std::uint64_t _takenFromSource = 0; // Bytes read from `_source`, the unread rest of the window among them.
+};
+
+} // namespace fn

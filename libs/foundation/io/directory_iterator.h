@@ -1,0 +1,29 @@
+#pragma once
+#include "foundation/io/file_info.h"
+#include "foundation/string.h"
+#include <vector>
+
+namespace fn {
+
+struct DirectoryEntry {
+    String name;
+    String path; ///< The directory's path, '/', the name.
+    FileKind kind = FileKind::Other; ///< Of the entry itself: links are not followed.
+};
+
+/// The entries of one directory, without '.' and '..', ascending by the bytes of their names. They are read when it is
+/// made; a directory that cannot be read is an `fn::FileException`.
+class FN_EXPORT DirectoryIterator {
+public:
+    explicit DirectoryIterator(const String& path);
+
+    using Iterator = std::vector<DirectoryEntry>::const_iterator;
+    Iterator begin() const noexcept { return _entries.begin(); }
+    Iterator end() const noexcept { return _entries.end(); }
+    std::size_t size() const noexcept { return _entries.size(); }
+
+private:
+    std::vector<DirectoryEntry> _entries;
+};
+
+} // namespace fn

@@ -1,0 +1,35 @@
+#pragma once
+#include "foundation/io/file_info.h"
+#include "foundation/string.h"
+
+namespace fn {
+
+/// A path and what can be done with the entry of that name. Pipe names (`\\.\pipe\NAME`) stand for the endpoint of that
+/// pipe. Failures are `fn::FileException`s with path and errno. Thread-safe.
+class FN_EXPORT File {
+public:
+    explicit File(String path);
+    const String& path() const noexcept { return _path; } ///< As given.
+
+    bool exists() const; ///< Follows symbolic links. Throws where the system does not tell.
+
+    enum class Links { Follow, Keep };
+    FileInfo info(Links links = Links::Follow) const;
+
+    /// Removes a file, a link or an empty directory; `recursive` also a directory with all it holds (links in it are
+    /// removed, not followed). Nothing there to remove is an error.
+    void remove(bool recursive) const;
+
+    /// Renames in one step, replacing a file of the new name. Stays on one file system.
+    void moveTo(const String& path) const;
+
+    /// Throws the exception for the current `errno`.
+    [[noreturn]] static void handleErrno(const String& path);
+    [[noreturn]] static void handleErrno(const String& path, int error);
+
+private:
+    String _path;
+    String _systemPath; // What the system calls take.
+};
+
+} // namespace fn

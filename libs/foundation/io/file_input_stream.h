@@ -1,0 +1,24 @@
+#pragma once
+#include "foundation/io/file_descriptor.h"
+#include "foundation/io/input_stream.h"
+
+namespace fn {
+
+/// Reads from a descriptor's current position, unbuffered: each read is a system call.
+/// Errors: `fn::FileException` with the path of the descriptor.
+class FN_EXPORT FileInputStream final : public InputStream {
+public:
+    explicit FileInputStream(FileDescriptor descriptor);
+    ~FileInputStream() override;
+
+    std::uint64_t position() const override { return _position; }
+    const FileDescriptor& descriptor() const noexcept { return _descriptor; }
+
+private:
+    std::size_t readSlow(void* data, std::size_t size) override;
+
+    FileDescriptor _descriptor;
+    std::uint64_t _position = 0;
+};
+
+} // namespace fn

@@ -1,0 +1,38 @@
+#pragma once
+#include "foundation/io/output_stream.h"
+
+namespace fn {
+
+/// Changes bytes on their way through a TransformOutputStream.
+class FN_EXPORT Transform {
+public:
+    Transform() = default;
+    Transform(const Transform&) = delete;
+    Transform& operator=(const Transform&) = delete;
+    virtual ~Transform();
+
+    /// Takes one chunk and writes what becomes of it. Where the stream is cut into chunks means nothing.
+    virtual void transform(const std::uint8_t* data, std::size_t size, OutputStream& target) = 0;
+
+    /// Writes what is still held back at the end. Default: nothing.
+    virtual void finish(OutputStream& target);
+};
+
+/// Sends everything written to it through a transform to the stream below. Borrows both.
+class FN_EXPORT TransformOutputStream final : public OutputStream {
+public:
+    TransformOutputStream(OutputStream& target, Transform& transform);
+    ~TransformOutputStream() override;
+
+    void flush() override; ///< Flushes the stream below; the transform keeps what it holds back.
+    void close(bool flushAll = true) override; ///< Lets the transform finish.
+
+private:
+    void writeSlow(const void* data, std::size_t size) override;
+
+    OutputStream& _target;
+    Transform& _transform;
+    bool _closed = false;
+};
+
+} // namespace fn

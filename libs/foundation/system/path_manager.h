@@ -1,0 +1,56 @@
+#pragma once
+#include "foundation/string.h"
+#include <concepts>
+#include <map>
+#include <mutex>
+#include <optional>
+
+namespace fn {
+
+/// Knows the folders of the application. Thread-safe.
+///
+/// Installed, a marker file lies in the root folder, with programs in `bin/` and modules in `modules/`. In a build tree
+/// programs lie in `programs/`, modules beside it in `modules/`, and resources are read from the source tree.
+class FN_EXPORT PathManager {
+public:
+    enum Type : int {
+        ExecutableFolder = 0, ///< Where this process's program lies.
+        DesktopFolder = 3, ///< The user's desktop, or the home folder where there is none.
+        PreferencesFolder = 7, ///< Mode 0700, made whenever it is asked for.
+        ResourceFolder = 8, ///< Root of the installation, or the source's resource folder.
+        LogFolder = 9, ///< Mode 0700.
+    };
+
+    static PathManager& instance();
+
+    /// The path of `relative` (may begin with "../") under that folder; of the folder itself for "". `create` makes the
+    /// folders that lead there, the last part of `relative` excepted; failing that: `fn::FileException`. An unknown
+    /// type: `fn::RangeException`.
+    String getPath(int type, const String& relative, bool create) const;
+    String getPath(int type, std::same_as<bool> auto create) const { return getPath(type, String(), create); }
+
+    /// What the names of this family's programs begin with: "skyfold".
+    const String& namePrefix() const noexcept { return _namePrefix; }
+
+    /// Whether this process's program belongs to an installation.
+    bool hasInstalledLayout() const;
+
+    /// Names this application's folders below the user's own. Initially the name prefix.
+    void setApplicationName(const String& name);
+
+    /// Puts another folder in place of that type's own; nothing restores it.
+    void overrideFolder(int type, std::optional<String> folder);
+
+private:
+    PathManager();
+    String folder(int type) const;
+    std::optional<String> overriddenFolder(int type) const;
+    String applicationName() const;
+
+    const String _namePrefix;
+    mutable std::mutex _mutex;
+    String _applicationName; // Guarded by _mutex.
+    std::map<int, String> _overrides; // Guarded by _mutex.
+};
+
+} // namespace fn

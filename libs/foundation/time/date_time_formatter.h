@@ -1,0 +1,20 @@
+#pragma once
+#include "foundation/string.h"
+#include "foundation/time/date_time_format.h"
+#include "foundation/time/local_date_time.h"
+
+namespace fn {
+
+class FN_EXPORT DateTimeFormatter {
+public:
+    DateTimeFormatter() = delete;
+
+    static constexpr int UTC = 0xFFFF;
+
+    /// The moment in a zone that is `timeZone` seconds ahead of UTC, or in UTC. A zone of a day or more, or a date
+    /// beyond what timestamps hold: `fn::RangeException`.
+    static String format(Timestamp timestamp, DateTimeFormat format, int timeZone = UTC);
+    static String format(const LocalDateTime& dateTime, DateTimeFormat format);
+};
+
+} // namespace fn

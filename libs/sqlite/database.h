@@ -1,0 +1,40 @@
+#pragma once
+#include "foundation/duration.h"
+#include "foundation/string.h"
+#include <memory>
+
+namespace sqlite {
+
+namespace internal {
+class Connection;
+}
+
+/// A connection to a database file. Statements and transactions share it: it is closed when the last of them has gone.
+/// May be used from several threads, which then take turns; a transaction spans what all of them do.
+class FN_EXPORT Database {
+public:
+    /// `flags` are those of sqlite3_open_v2. The file itself is read by the first statement only, so a file that is no
+    /// database shows there. Errors here and below: SQLiteException.
+    Database(const fn::String& path, int flags);
+    ~Database();
+    Database(const Database&) = delete;
+    Database& operator=(const Database&) = delete;
+
+    const fn::String& path() const noexcept;
+
+    /// Runs all statements of the text to their ends and drops their rows; stops at the first that fails. Returns the
+    /// number of rows that they inserted, changed or deleted, without those that triggers and foreign keys touched.
+    int execute(const fn::String& sql);
+
+    /// How long a statement waits for a lock that another connection holds. Initially 5 seconds.
+    void setBusyTimeout(fn::Duration timeout);
+
+    std::int64_t lastInsertRowId() const;
+
+private:
+    friend class Statement;
+    friend class Transaction;
+    const std::shared_ptr<internal::Connection> _connection;
+};
+
+} // namespace sqlite

@@ -1,0 +1,64 @@
+#pragma once
+#include "foundation/byte_array.h"
+#include "foundation/string.h"
+#include "sqlite/column.h"
+#include <concepts>
+#include <cstddef>
+#include <memory>
+
+struct sqlite3_stmt;
+
+namespace sqlite {
+
+class Database;
+namespace internal {
+class Connection;
+}
+
+/// One prepared statement. It holds its connection open and, between its first row and its end, a read lock on the
+/// database: finish, `reset()` or destroy it before changing the schema. Errors: SQLiteException.
+class FN_EXPORT Statement {
+public:
+    /// The text must hold exactly one statement.
+    Statement(Database& database, const fn::String& sql);
+    Statement(Statement&& other) noexcept;
+    Statement& operator=(Statement&& other) noexcept;
+    ~Statement();
+
+    /// Goes to the next row; false at the end, where the statement is reset.
+    bool executeStep();
+
+    /// Runs from the start to the end, drops all rows and resets. Returns the number of rows that it inserted, changed
+    /// or deleted itself.
+    int execute();
+
+    /// Goes back to the start; parameters keep what is bound to them.
+    void reset() noexcept;
+    void clearBindings() noexcept; ///< All parameters become NULL.
+
+    /// A column of the current row, counted from 0. No row, or no such column: `fn::RangeException`.
+    Column getColumn(int index) const;
+    int columnCount() const noexcept;
+
+    /// Sets a parameter, counted from 1; a statement that is under way is reset before. Text and bytes are copied.
+    template <std::integral T> void bindAt(int index, T value)
+    {
+        static_assert(std::signed_integral<T> || sizeof(T) < 8, "SQLite's integers are signed");
+        bindInteger(index, value);
+    }
+    template <std::floating_point T> void bindAt(int index, T value) { bindReal(index, value); }
+    void bindAt(int index, const fn::String& text);
+    void bindAt(int index, const fn::ByteArray& bytes);
+    void bindAt(int index, std::nullptr_t); ///< NULL.
+
+private:
+    void bindInteger(int index, std::int64_t value);
+    void bindReal(int index, double value);
+    void checkBinding(int index, int result);
+    bool step();
+
+    std::shared_ptr<internal::Connection> _connection;
+    sqlite3_stmt* _statement = nullptr;
+};
+
+} // namespace sqlite

@@ -1,0 +1,29 @@
+#pragma once
+#include "foundation/export.h"
+#include <memory>
+
+namespace sqlite {
+
+class Database;
+namespace internal {
+class Connection;
+}
+
+/// A transaction that is rolled back when destroyed before it was committed. It takes the write lock at once, so that
+/// no later statement of it finds the database locked. Transactions do not nest. Errors: SQLiteException.
+class FN_EXPORT Transaction {
+public:
+    explicit Transaction(Database& database);
+    Transaction(const Transaction&) = delete;
+    Transaction& operator=(const Transaction&) = delete;
+    ~Transaction();
+
+    /// If it fails the transaction is still open and may be committed again.
+    void commit();
+
+private:
+    const std::shared_ptr<internal::Connection> _connection;
+    bool _open = true;
+};
+
+} // namespace sqlite
