@@ -1,0 +1,20 @@
+# The install tree: bin/ (programs), modules/ (module libraries), lib/ and include/core/ (for developers), and in its root
+# the marker by which fn::PathManager tells it from a build tree. find_package(core) gives core::core, core::foundation and
+# core::sqlite.
+include(CMakePackageConfigHelpers)
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/core)
+
+install(TARGETS foundation sqlite core EXPORT coreTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core)
+if(NOT CORE_USES_FOLLY)
+    # Programs must be compiled with the very folly::Function that the libraries were.
+    install(FILES libs/foundation/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core/folly)
+endif()
+install(EXPORT coreTargets NAMESPACE core:: DESTINATION ${package_folder})
+
+configure_package_config_file(cmake/coreConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/coreConfig.cmake
+    INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/coreConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/coreConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/coreConfigVersion.cmake
+    cmake/coreModule.cmake DESTINATION ${package_folder})
