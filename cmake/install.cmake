@@ -11,6 +11,17 @@ if(NOT CORE_USES_FOLLY)
     # Programs must be compiled with the very folly::Function that the libraries were.
     install(FILES libs/foundation/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core/folly)
 endif()
+
+# The layout that fn::PathManager looks for; core_add_module() installs the modules themselves.
+file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/skyfold.installed "${PROJECT_VERSION}\n")
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/skyfold.installed DESTINATION .)
+install(DIRECTORY resources/ DESTINATION . OPTIONAL)
+foreach(program hub module_loader skyfold)
+    if(TARGET ${program})
+        install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    endif()
+endforeach()
+
 install(EXPORT coreTargets NAMESPACE core:: DESTINATION ${package_folder})
 
 configure_package_config_file(cmake/coreConfig.cmake.in ${CMAKE_CURRENT_BINARY_DIR}/coreConfig.cmake
