@@ -29,7 +29,6 @@ public:
 
 private:
     String _path;
-    String _systemPath; // What the system calls take.
 };
 
 } // namespace fn

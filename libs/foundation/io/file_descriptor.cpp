@@ -1,0 +1,68 @@
+#include "foundation/io/file_descriptor.h"
+#include "foundation/io/file.h"
+#include "foundation/io/posix.h"
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace fn {
+
+FileDescriptor::FileDescriptor(int descriptor, String path) noexcept
+    : _descriptor(descriptor)
+    , _path(std::move(path))
+{
+}
+
+FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept
+    : _descriptor(other.release())
+    , _path(std::move(other._path))
+{
+}
+
+FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept
+{
+    if (this == &other) return *this;
+    if (_descriptor >= 0) ::close(_descriptor);
+    _descriptor = other.release();
+    _path = std::move(other._path);
+    return *this;
+}
+
+FileDescriptor::~FileDescriptor()
+{
+    if (_descriptor >= 0) ::close(_descriptor);
+}
+
+FileDescriptor FileDescriptor::read(const String& path)
+{
+    FileDescriptor result(posix::open(path, O_RDONLY), path);
+    if (!result) File::handleErrno(path);
+    return result;
+}
+
+FileDescriptor FileDescriptor::write(const String& path, int mode)
+{
+    FileDescriptor result(posix::open(path, O_WRONLY | O_CREAT | O_TRUNC, mode), path);
+    if (!result) File::handleErrno(path);
+    return result;
+}
+
+int FileDescriptor::release() noexcept { return std::exchange(_descriptor, -1); }
+
+void FileDescriptor::sync()
+{
+    int result = -1;
+    do result = ::fsync(_descriptor);
+    while (result != 0 && errno == EINTR);
+    if (result != 0) File::handleErrno(_path);
+}
+
+void FileDescriptor::close()
+{
+    if (_descriptor < 0) return;
+    // Interrupted or not, Linux has freed the descriptor: a second try could close somebody else's.
+    if (::close(release()) != 0 && errno != EINTR) File::handleErrno(_path);
+}
+
+} // namespace fn

@@ -1,0 +1,56 @@
+#include "foundation/system/uuid.h"
+#include "foundation/exceptions.h"
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <fmt/format.h>
+#include <sys/random.h>
+#include <system_error>
+
+namespace fn {
+namespace {
+
+class RandomGenerator final : public UUIDGenerator {
+public:
+    UUID createOne() override;
+};
+
+UUID RandomGenerator::createOne()
+{
+    std::array<unsigned char, 16> bytes;
+    // So few bytes come whole, once the kernel has gathered any randomness at all.
+    while (::getrandom(bytes.data(), bytes.size(), 0) < 0) {
+        const int error = errno;
+        if (error != EINTR) throw with(IOException(std::generic_category().message(error)), ErrnoInfo { error });
+    }
+    bytes[6] = (bytes[6] & 0x0f) | 0x40; // Version 4: random.
+    bytes[8] = (bytes[8] & 0x3f) | 0x80; // The variant that this layout belongs to.
+
+    std::array<char, 36> text;
+    auto* out = text.data();
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) *out++ = '-';
+        out = fmt::format_to(out, "{:02x}", bytes[i]);
+    }
+    return UUID(std::string_view(text.data(), text.size()));
+}
+
+std::atomic<UUIDGenerator*> replacement = nullptr;
+
+} // namespace
+
+UUIDGenerator::~UUIDGenerator() = default;
+
+UUIDGenerator& UUIDGenerator::defaultGenerator()
+{
+    if (auto* generator = replacement.load(std::memory_order_acquire)) return *generator;
+    static RandomGenerator random;
+    return random;
+}
+
+void UUIDGenerator::setDefaultGenerator(UUIDGenerator* generator)
+{
+    replacement.store(generator, std::memory_order_release);
+}
+
+} // namespace fn
