@@ -1,0 +1,110 @@
+#include "foundation/promise.h"
+#include "foundation/assertion.h"
+#include "foundation/run_loop.h"
+#include "foundation/unhandled_exception.h"
+
+namespace fn::internal {
+
+PromiseNodeBase::PromiseNodeBase() = default;
+
+PromiseNodeBase::~PromiseNodeBase()
+{
+    if (_handler) _handler->dropped();
+}
+
+void PromiseNodeBase::checkLoop()
+{
+    (void)FN_ASSERT(
+        RunLoop::currentLoop(), "libs/foundation/promise", 482, "then", "Function must be called on main thread");
+}
+
+void PromiseNodeBase::await(PromiseHandlerBase& handler)
+{
+    (void)FN_ASSERT(!_handlerInstalled, "libs/foundation/promise", 277, "then",
+        "There can only be one fulfillment and rejection handler");
+    _handlerInstalled = true;
+    if (auto* replaced = std::exchange(_handler, &handler)) replaced->dropped();
+    if (!_settled) return;
+    if (_kept == Outcome::None) {
+        // Cancelled, or consumed already: it will never be called.
+        if (auto* hopeless = std::exchange(_handler, nullptr)) hopeless->dropped();
+        return;
+    }
+    auto* loop = RunLoop::currentLoop();
+    (loop ? *loop : RunLoop::defaultLoop()).post([self = AutoPtr<PromiseNodeBase>(this)] { self->deliver(); });
+}
+
+void PromiseNodeBase::deliver()
+{
+    // After a second then() there are two tasks, for one outcome.
+    auto* handler = std::exchange(_handler, nullptr);
+    if (!handler) return;
+    switch (std::exchange(_kept, Outcome::None)) {
+    case Outcome::Value: return deliverValue(*handler);
+    case Outcome::Failure: return handler->rejected(std::move(_failure));
+    case Outcome::None: return handler->dropped();
+    }
+}
+
+PromiseHandlerBase* PromiseNodeBase::settle() noexcept
+{
+    _settled = true;
+    return std::exchange(_handler, nullptr);
+}
+
+void PromiseNodeBase::reject(std::exception_ptr failure)
+{
+    if (_settled) return;
+    const AutoPtr<PromiseNodeBase> self(this);
+    if (auto* handler = settle()) {
+        handler->rejected(std::move(failure));
+    } else {
+        _failure = std::move(failure);
+        _kept = Outcome::Failure;
+    }
+    clearCancellation();
+}
+
+void PromiseNodeBase::clearCancellation()
+{
+    // Emptied before what it owns is released: that may come back here.
+    const auto released = std::exchange(_cancellation, nullptr);
+}
+
+void PromiseNodeBase::onCancel(folly::Function<void()> callable)
+{
+    (void)FN_ASSERT(!_cancellationSet, "libs/foundation/promise", 308, "onCancel", "Cancellation handler already set");
+    _cancellationSet = true;
+    // Settled, it would never run, nor be cleared.
+    if (!_settled) std::swap(_cancellation, callable);
+}
+
+void PromiseNodeBase::linkUpstream(PromiseNodeBase& upstream) noexcept
+{
+    if (!upstream._settled) _upstream = &upstream;
+}
+
+void PromiseNodeBase::cancel()
+{
+    AutoPtr<PromiseNodeBase> node(this);
+    while (node && node->cancelThis()) node = AutoPtr<PromiseNodeBase>(node->_upstream);
+}
+
+bool PromiseNodeBase::cancelThis()
+{
+    if (_settled) return false;
+    _settled = true;
+    _cancelled = true;
+    auto cancellation = std::exchange(_cancellation, nullptr);
+    if (cancellation) {
+        try {
+            cancellation();
+        } catch (...) {
+            unhandledException();
+        }
+    }
+    if (auto* handler = std::exchange(_handler, nullptr)) handler->dropped();
+    return true;
+}
+
+} // namespace fn::internal

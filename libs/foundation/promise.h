@@ -1,0 +1,324 @@
+#pragma once
+#include "foundation/auto_ptr.h"
+#include "foundation/export.h"
+#include <exception>
+#include <folly/Function.h>
+#include <functional>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace fn {
+
+template <typename T> class Promise;
+
+namespace internal {
+
+/// The value of a promise without one, and the onRejected of a `then()` without one.
+struct Void { };
+
+template <typename T> using PromiseValue = std::conditional_t<std::is_void_v<T>, Void, T>;
+
+/// What waits for the outcome of a node. One of the operations is called, once, and ends the handler.
+class PromiseHandlerBase {
+public:
+    virtual void rejected(std::exception_ptr failure) = 0;
+    virtual void dropped() = 0; ///< There will be no outcome: the node was cancelled, or has gone.
+
+protected:
+    ~PromiseHandlerBase() = default;
+};
+
+template <typename T> class PromiseHandler : public PromiseHandlerBase {
+public:
+    virtual void fulfilled(PromiseValue<T>&& value) = 0;
+
+protected:
+    ~PromiseHandler() = default;
+};
+
+/// The state that the copies of a promise share: the part that does not depend on the type of the value.
+class FN_EXPORT PromiseNodeBase : public RefCountedObject {
+public:
+    bool settled() const noexcept { return _settled; }
+    bool cancelled() const noexcept { return _cancelled; }
+
+    void reject(std::exception_ptr failure);
+    void cancel();
+    void onCancel(folly::Function<void()> callable);
+
+    /// Reports a `then()` on a thread that runs no loop.
+    static void checkLoop();
+
+    /// Gives the outcome to `handler`: when it comes, or in a task of its own when it is there already.
+    void await(PromiseHandlerBase& handler);
+
+    /// `upstream` is cancelled with this node. Its handler, which holds this node, unlinks them first of all.
+    void linkUpstream(PromiseNodeBase& upstream) noexcept;
+    void unlinkUpstream() noexcept { _upstream = nullptr; }
+
+protected:
+    PromiseNodeBase();
+    ~PromiseNodeBase() override;
+
+    enum class Outcome : unsigned char { None, Value, Failure };
+
+    PromiseHandlerBase* settle() noexcept; ///< Gives the handler to call, or null if the outcome must be kept.
+    void keep(Outcome outcome) noexcept { _kept = outcome; }
+    void clearCancellation();
+
+    virtual void deliverValue(PromiseHandlerBase& handler) = 0;
+
+private:
+    bool cancelThis();
+    void deliver();
+
+    bool _settled = false;
+    bool _handlerInstalled = false;
+    bool _cancellationSet = false;
+    bool _cancelled = false;
+    Outcome _kept = Outcome::None; // Settled before there was a handler.
+    PromiseHandlerBase* _handler = nullptr;
+    std::exception_ptr _failure;
+    folly::Function<void()> _cancellation;
+    // A weak link that costs no allocation: a pending node's handler holds this node, and clears the link when it ends.
+    PromiseNodeBase* _upstream = nullptr;
+};
+
+template <typename T> class PromiseNode : public PromiseNodeBase {
+public:
+    void fulfill(PromiseValue<T> value)
+    {
+        if (settled()) return;
+        const AutoPtr<PromiseNode> self(this); // What the handler runs may drop the last promise.
+        if (auto* handler = settle()) {
+            static_cast<PromiseHandler<T>*>(handler)->fulfilled(std::move(value));
+        } else {
+            _value.emplace(std::move(value));
+            keep(Outcome::Value);
+        }
+        clearCancellation();
+    }
+
+    /// Settles as `promise` does, and cancels it when cancelled.
+    void follow(const Promise<T>& promise);
+
+protected:
+    ~PromiseNode() override = default;
+
+private:
+    class Follower;
+
+    void deliverValue(PromiseHandlerBase& handler) final
+    {
+        auto value = std::move(*_value);
+        _value.reset();
+        static_cast<PromiseHandler<T>&>(handler).fulfilled(std::move(value));
+    }
+
+    std::optional<PromiseValue<T>> _value;
+};
+
+template <typename T> class RootPromiseNode final : public PromiseNode<T> {
+};
+
+template <typename T> class PromiseNode<T>::Follower final : public PromiseHandler<T> {
+public:
+    explicit Follower(PromiseNode& follower) : _follower(&follower) { }
+
+private:
+    void fulfilled(PromiseValue<T>&& value) override { end()->fulfill(std::move(value)); }
+    void rejected(std::exception_ptr failure) override { end()->reject(std::move(failure)); }
+    void dropped() override { end(); }
+
+    AutoPtr<PromiseNode> end()
+    {
+        _follower->unlinkUpstream();
+        auto follower = std::move(_follower);
+        delete this;
+        return follower;
+    }
+
+    AutoPtr<PromiseNode> _follower;
+};
+
+template <typename T> void PromiseNode<T>::follow(const Promise<T>& promise)
+{
+    auto& node = *promise._node;
+    if (cancelled()) return node.cancel();
+    linkUpstream(node);
+    node.await(*new Follower(*this));
+}
+
+template <typename T> struct UnwrapPromise {
+    using Type = T;
+    static constexpr bool isPromise = false;
+};
+template <typename T> struct UnwrapPromise<Promise<T>> {
+    using Type = T;
+    static constexpr bool isPromise = true;
+};
+
+template <typename F, typename T> struct FulfillmentResult : std::invoke_result<F&, T&&> {
+};
+template <typename F> struct FulfillmentResult<F, void> : std::invoke_result<F&> {
+};
+
+/// The node that `then()` makes. It is also the handler that waits for the node before it: as such it owns the callables
+/// and a reference to itself until it has been called.
+template <typename T, typename U, typename F, typename R>
+class Continuation final : public PromiseNode<U>, public PromiseHandler<T> {
+public:
+    template <typename G, typename S>
+    Continuation(G&& onFulfilled, S&& onRejected)
+        : _callables(std::in_place, std::forward<G>(onFulfilled), std::forward<S>(onRejected))
+    {
+    }
+
+    void waitFor(PromiseNode<T>& upstream)
+    {
+        this->retain();
+        this->linkUpstream(upstream);
+        upstream.await(*this);
+    }
+
+private:
+    void fulfilled(PromiseValue<T>&& value) override
+    {
+        if constexpr (std::is_void_v<T>)
+            run(_callables->first);
+        else
+            run(_callables->first, std::move(value));
+    }
+
+    void rejected(std::exception_ptr failure) override
+    {
+        if constexpr (std::is_same_v<R, Void>) {
+            this->unlinkUpstream();
+            this->reject(std::move(failure));
+            end();
+        } else {
+            run(_callables->second, std::move(failure));
+        }
+    }
+
+    void dropped() override
+    {
+        this->unlinkUpstream();
+        end();
+    }
+
+    template <typename Callable, typename... Arguments> void run(Callable& callable, Arguments&&... arguments)
+    {
+        using Result = std::invoke_result_t<Callable&, Arguments...>;
+        static_assert(std::is_void_v<Result> == std::is_void_v<U> || UnwrapPromise<Result>::isPromise,
+            "onRejected must give what onFulfilled gives, or a promise of it");
+        this->unlinkUpstream();
+        try {
+            if constexpr (UnwrapPromise<Result>::isPromise) {
+                this->follow(std::invoke(callable, std::forward<Arguments>(arguments)...));
+            } else if constexpr (std::is_void_v<Result>) {
+                std::invoke(callable, std::forward<Arguments>(arguments)...);
+                this->fulfill(Void());
+            } else {
+                this->fulfill(std::invoke(callable, std::forward<Arguments>(arguments)...));
+            }
+        } catch (...) {
+            this->reject(std::current_exception());
+        }
+        end();
+    }
+
+    void end()
+    {
+        _callables.reset();
+        this->release();
+    }
+
+    std::optional<std::pair<F, R>> _callables;
+};
+
+} // namespace internal
+
+/// An asynchronous result: of type T, or none for void.
+///
+/// The producer creates it, keeps a copy and settles it once; the consumer attaches at most one pair of callables, which
+/// run inside `fulfill()` or `reject()`, or in a later task of the run loop when the promise has been settled before.
+/// Copies share one state. Dropping them all cancels nothing. A null promise throws `fn::NullPointerException` from every
+/// operation; misuse is reported as a broken invariant and never thrown. Belongs to the thread of one run loop.
+template <typename T> class Promise {
+    static_assert(!std::is_reference_v<T>);
+
+public:
+    using Type = T;
+
+    Promise() noexcept = default; ///< Null.
+
+    /// A pending promise.
+    static Promise create() { return Promise(makeAuto<internal::PromiseNode<T>>()); }
+
+    static Promise fulfilled(internal::PromiseValue<T> value) requires(!std::is_void_v<T>)
+    {
+        auto promise = create();
+        promise.fulfill(std::move(value));
+        return promise;
+    }
+    static Promise fulfilled() requires std::is_void_v<T>
+    {
+        auto promise = create();
+        promise.fulfill();
+        return promise;
+    }
+    static Promise rejected(std::exception_ptr failure)
+    {
+        auto promise = create();
+        promise.reject(std::move(failure));
+        return promise;
+    }
+
+    explicit operator bool() const noexcept { return static_cast<bool>(_node); }
+    bool isPending() const { return !_node->settled(); }
+    bool isCancelled() const { return _node->cancelled(); }
+
+    /// Settles the promise; ignored when it has been settled or cancelled. The consumer's callable runs before this
+    /// returns; what it throws does not come out here.
+    void fulfill(internal::PromiseValue<T> value) const requires(!std::is_void_v<T>)
+    {
+        _node->fulfill(std::move(value));
+    }
+    void fulfill() const requires std::is_void_v<T> { _node->fulfill(internal::Void()); }
+    void reject(std::exception_ptr failure) const { _node->reject(std::move(failure)); }
+
+    /// Sets what runs if the promise is cancelled while it is pending. One a promise. Its exceptions go to
+    /// `fn::unhandledException()`.
+    void onCancel(folly::Function<void()> callable) const { _node->onCancel(std::move(callable)); }
+
+    /// Ends the promise without a result: its callables never run, what `onCancel()` set does, and then the promise that
+    /// this one was chained to is cancelled, too. Ignored when it has been settled.
+    void cancel() const { _node->cancel(); }
+
+    /// Chains: the new promise is fulfilled with what the callable that ran gives, rejected with what it throws, and
+    /// follows a promise that it returns. Without `onRejected` a failure passes on.
+    /// `onFulfilled` takes the value (T&&; nothing for void), `onRejected` the std::exception_ptr.
+    template <typename F, typename R = internal::Void> auto then(F&& onFulfilled, R&& onRejected = R()) const
+    {
+        using Function = std::decay_t<F>;
+        using U = typename internal::UnwrapPromise<typename internal::FulfillmentResult<Function, T>::type>::Type;
+        auto& node = *_node;
+        node.checkLoop();
+        auto continuation = makeAuto<internal::Continuation<T, U, Function, std::decay_t<R>>>(
+            std::forward<F>(onFulfilled), std::forward<R>(onRejected));
+        continuation->waitFor(node);
+        return Promise<U>(std::move(continuation));
+    }
+
+private:
+    template <typename> friend class Promise;
+    friend class internal::PromiseNode<T>;
+
+    explicit Promise(AutoPtr<internal::PromiseNode<T>> node) noexcept : _node(std::move(node)) { }
+
+    AutoPtr<internal::PromiseNode<T>> _node;
+};
+
+} // namespace fn
