@@ -20,11 +20,7 @@ public:
 
 private:
     friend class Statement;
-    Column(sqlite3_stmt* statement, int index) noexcept
-        : _statement(statement)
-        , _index(index)
-    {
-    }
+    Column(sqlite3_stmt* statement, int index) noexcept : _statement(statement), _index(index) { }
 
     sqlite3_stmt* _statement;
     int _index;

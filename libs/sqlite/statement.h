@@ -13,7 +13,11 @@ namespace sqlite {
 class Database;
 namespace internal {
 class Connection;
-}
+struct StatementDeleter {
+    FN_EXPORT void operator()(sqlite3_stmt* statement) const noexcept;
+};
+using StatementPointer = std::unique_ptr<sqlite3_stmt, StatementDeleter>;
+} // namespace internal
 
 /// One prepared statement. It holds its connection open and, between its first row and its end, a read lock on the
 /// database: finish, `reset()` or destroy it before changing the schema. Errors: SQLiteException.
@@ -54,11 +58,10 @@ public:
 private:
     void bindInteger(int index, std::int64_t value);
     void bindReal(int index, double value);
-    void checkBinding(int index, int result);
-    bool step();
+    template <typename Call> void bind(Call call);
 
     std::shared_ptr<internal::Connection> _connection;
-    sqlite3_stmt* _statement = nullptr;
+    internal::StatementPointer _statement; // Goes before the connection.
 };
 
 } // namespace sqlite

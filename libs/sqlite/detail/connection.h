@@ -1,0 +1,56 @@
+#pragma once
+#include "foundation/string.h"
+#include "sqlite/statement.h"
+#include <sqlite3.h>
+#include <string_view>
+
+namespace sqlite::internal {
+
+/// Owns SQLite's connection, for the database object and everything made from it.
+class Connection {
+public:
+    Connection(const fn::String& path, int flags);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    sqlite3* handle() const noexcept { return _handle; }
+    const fn::String& path() const noexcept { return _path; }
+
+    /// Compiles the first statement of the text, cutting it off there; null where only blanks and comments are left.
+    StatementPointer prepare(std::string_view& sql);
+
+    /// Runs all statements of the text, see `Database::execute()`.
+    int execute(std::string_view sql);
+
+    /// Whether there is another row; if not, the statement is reset.
+    bool step(sqlite3_stmt* statement);
+
+    /// Steps to the end and resets. The number of rows that the statement itself inserted, changed or deleted.
+    int run(sqlite3_stmt* statement);
+
+    /// Throws the exception for the connection's latest error. To be called in the same turn as what failed.
+    [[noreturn]] void fail(std::string_view sql) const;
+
+private:
+    sqlite3* _handle = nullptr;
+    fn::String _path;
+};
+
+/// Holds other threads off the connection, so that its latest error and its row counts are those of this thread.
+class Turn {
+public:
+    explicit Turn(const Connection& connection) : _mutex(sqlite3_db_mutex(connection.handle()))
+    {
+        sqlite3_mutex_enter(_mutex);
+    }
+    ~Turn() { sqlite3_mutex_leave(_mutex); }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+private:
+    sqlite3_mutex*
+        _mutex; // Null if the caller of the database said that one thread uses it: then nothing is to be held.
+};
+
+} // namespace sqlite::internal

@@ -1,0 +1,8 @@
+#include "sqlite/sqlite_exception.h"
+#include "foundation/exception_factory.h"
+
+namespace sqlite {
+
+FN_IMPLEMENT_EXCEPTION(SQLiteException, ::fn::RuntimeException);
+
+} // namespace sqlite
