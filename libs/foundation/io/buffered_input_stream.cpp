@@ -4,9 +4,9 @@
 namespace fn {
 
 BufferedInputStream::BufferedInputStream(InputStream& source, std::size_t bufferBytes)
-    : _source(source)
-    , _bufferBytes(bufferBytes)
-    , _buffer(std::make_unique_for_overwrite<std::uint8_t[]>(bufferBytes))
+    : _source(source),
+      _bufferBytes(bufferBytes),
+      _buffer(std::make_unique_for_overwrite<std::uint8_t[]>(bufferBytes))
 {
     _window = _windowEnd = _buffer.get();
 }

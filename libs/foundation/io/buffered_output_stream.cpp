@@ -4,9 +4,9 @@
 namespace fn {
 
 BufferedOutputStream::BufferedOutputStream(OutputStream& target, std::size_t bufferBytes)
-    : _target(target)
-    , _bufferBytes(bufferBytes)
-    , _buffer(std::make_unique_for_overwrite<std::uint8_t[]>(bufferBytes))
+    : _target(target),
+      _bufferBytes(bufferBytes),
+      _buffer(std::make_unique_for_overwrite<std::uint8_t[]>(bufferBytes))
 {
     _window = _buffer.get();
     _windowEnd = _window + _bufferBytes;

@@ -8,15 +8,13 @@
 
 namespace fn {
 
-FileDescriptor::FileDescriptor(int descriptor, String path) noexcept
-    : _descriptor(descriptor)
-    , _path(std::move(path))
+FileDescriptor::FileDescriptor(int descriptor, String path) noexcept : _descriptor(descriptor), _path(std::move(path))
 {
 }
 
 FileDescriptor::FileDescriptor(FileDescriptor&& other) noexcept
-    : _descriptor(other.release())
-    , _path(std::move(other._path))
+    : _descriptor(other.release()),
+      _path(std::move(other._path))
 {
 }
 

@@ -5,10 +5,7 @@
 
 namespace fn {
 
-FileInputStream::FileInputStream(FileDescriptor descriptor)
-    : _descriptor(std::move(descriptor))
-{
-}
+FileInputStream::FileInputStream(FileDescriptor descriptor) : _descriptor(std::move(descriptor)) { }
 
 FileInputStream::~FileInputStream() = default;
 

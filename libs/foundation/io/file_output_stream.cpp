@@ -5,10 +5,7 @@
 
 namespace fn {
 
-FileOutputStream::FileOutputStream(FileDescriptor descriptor)
-    : _descriptor(std::move(descriptor))
-{
-}
+FileOutputStream::FileOutputStream(FileDescriptor descriptor) : _descriptor(std::move(descriptor)) { }
 
 FileOutputStream::~FileOutputStream() = default;
 

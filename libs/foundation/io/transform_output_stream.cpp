@@ -8,8 +8,8 @@ Transform::~Transform() = default;
 void Transform::finish(OutputStream&) { }
 
 TransformOutputStream::TransformOutputStream(OutputStream& target, Transform& transform)
-    : _target(target)
-    , _transform(transform)
+    : _target(target),
+      _transform(transform)
 {
 }
 

@@ -4,10 +4,7 @@
 
 namespace fn {
 
-SHA1Engine::SHA1Engine()
-    : _checksum(g_checksum_new(G_CHECKSUM_SHA1))
-{
-}
+SHA1Engine::SHA1Engine() : _checksum(g_checksum_new(G_CHECKSUM_SHA1)) { }
 
 SHA1Engine::~SHA1Engine() { g_checksum_free(_checksum); }
 
