@@ -1,6 +1,10 @@
 #pragma once
 #include "foundation/string.h"
+#include <compare>
+#include <cstdint>
 #include <span>
+#include <string_view>
+#include <utility>
 
 namespace fn {
 
@@ -12,13 +16,29 @@ public:
     explicit ByteArray(unsigned int size); ///< `size` zero bytes.
     ByteArray(const void* data, std::size_t size); ///< Copies. Above the largest size: `fn::RangeException`.
     explicit ByteArray(std::string_view text) : ByteArray(text.data(), text.size()) { }
-    ByteArray(const ByteArray& other) noexcept;
-    ByteArray(ByteArray&& other) noexcept;
-    ByteArray& operator=(const ByteArray& other) noexcept;
-    ByteArray& operator=(ByteArray&& other) noexcept;
-    ~ByteArray();
+    ByteArray(const ByteArray& other) noexcept : _buffer(other._buffer), _offset(other._offset), _size(other._size)
+    {
+        if (_buffer) retain();
+    }
+    ByteArray(ByteArray&& other) noexcept
+        : _buffer(std::exchange(other._buffer, nullptr)),
+          _offset(std::exchange(other._offset, 0)),
+          _size(std::exchange(other._size, 0))
+    {
+    }
+    ByteArray& operator=(ByteArray other) noexcept
+    {
+        std::swap(_buffer, other._buffer);
+        std::swap(_offset, other._offset);
+        std::swap(_size, other._size);
+        return *this;
+    }
+    ~ByteArray()
+    {
+        if (_buffer) release();
+    }
 
-    const std::uint8_t* data() const noexcept;
+    const std::uint8_t* data() const noexcept; ///< Never null.
     std::size_t size() const noexcept { return _size; }
     bool empty() const noexcept { return _size == 0; }
     std::span<const std::uint8_t> bytes() const noexcept { return { data(), _size }; }
@@ -44,6 +64,8 @@ public:
     /// Skips blanks and line ends; anything else that is not Base64: `fn::DataFormatException`.
     static ByteArray fromBase64(std::string_view text);
 
+    ByteArray SHA256() const; ///< The 32 bytes of the digest.
+
     String toString() const { return hex(); }
 
     friend bool operator==(const ByteArray& a, const ByteArray& b) noexcept { return a.view() == b.view(); }
@@ -55,7 +77,9 @@ public:
 private:
     struct Buffer;
     ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept; // Takes over one reference.
-    void makeOwn(std::size_t capacity);
+    void retain() const noexcept;
+    void release() noexcept;
+    void makeOwn(std::size_t capacity); // Afterwards the buffer is unshared and holds at least `capacity` bytes.
 
     Buffer* _buffer = nullptr;
     std::uint32_t _offset = 0;

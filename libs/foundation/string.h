@@ -2,32 +2,67 @@
 #include "foundation/export.h"
 #include <compare>
 #include <cstdint>
+#include <cstring>
+#include <fmt/core.h>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace fn {
 
-/// UTF-8 text of up to 4 GiB, 16 bytes large. Texts of up to 15 bytes are stored in place, longer ones in a shared
-/// buffer: copying never copies long text. Bytes that are not UTF-8 are kept as they are. Ordering is by unsigned bytes.
-/// Distinct strings may be used on distinct threads even where they share a buffer.
+/// UTF-8 text of up to 4 GiB - 1 (longer: `fn::RangeException`), 16 bytes large. Texts of up to 15 bytes are stored in
+/// place, longer ones in a shared buffer: copying never copies long text. Bytes that are not UTF-8 are kept as they
+/// are. Ordering is by unsigned bytes. Distinct strings may be used on distinct threads even where they share a buffer.
 class FN_EXPORT String {
 public:
-    String() noexcept;
+    String() noexcept
+        : _storage {}
+    {
+        setInlineSize(0);
+    }
     String(const char* text); ///< Zero-terminated; null reads as "".
     String(std::string_view text);
-    String(const std::string& text) : String(std::string_view(text)) { }
-    String(const String& other) noexcept;
-    String(String&& other) noexcept;
-    String& operator=(const String& other) noexcept;
-    String& operator=(String&& other) noexcept;
-    ~String();
+    String(const std::string& text)
+        : String(std::string_view(text))
+    {
+    }
+    String(const String& other) noexcept
+    {
+        std::memcpy(_storage, other._storage, sizeof _storage);
+        if (!isInline()) [[unlikely]]
+            retain();
+    }
+    String(String&& other) noexcept
+    {
+        std::memcpy(_storage, other._storage, sizeof _storage);
+        other.makeEmpty();
+    }
+    String& operator=(const String& other) noexcept { return *this = String(other); }
+    String& operator=(String&& other) noexcept
+    {
+        String moved(std::move(other));
+        std::swap(_storage, moved._storage);
+        return *this;
+    }
+    ~String()
+    {
+        if (!isInline()) [[unlikely]]
+            release();
+    }
 
-    const char* data() const noexcept;
+    /// A text of `size` bytes that `fill(char*)` writes, all of them.
+    template <typename Fill> static String build(std::size_t size, Fill&& fill)
+    {
+        String result;
+        fill(result.makeRoom(size));
+        return result;
+    }
+
+    const char* data() const noexcept { return isInline() ? _storage : shared().text; }
     const char* c_str() const noexcept { return data(); } ///< Zero-terminated; valid until the string changes or goes.
-    std::size_t size() const noexcept;
+    std::size_t size() const noexcept { return isInline() ? InlineCapacity - tag() : shared().size; }
     bool empty() const noexcept { return size() == 0; }
     std::string_view view() const noexcept { return { data(), size() }; }
     operator std::string_view() const noexcept { return view(); }
@@ -50,8 +85,10 @@ public:
     bool contains(std::string_view part) const noexcept { return view().find(part) != std::string_view::npos; }
 
     String substring(std::size_t offset, std::size_t length = std::string_view::npos) const;
-    String toLower() const; ///< ASCII letters only.
-    String toUpper() const; ///< ASCII letters only.
+    String toLowerCase() const; ///< ASCII letters only.
+    String toUpperCase() const; ///< ASCII letters only.
+    String toLower() const { return toLowerCase(); }
+    String toUpper() const { return toUpperCase(); }
 
     /// Without ASCII blanks (space, tab, CR, LF, VT, FF) in front and behind; `bothEnds` false: only behind.
     String trim(bool bothEnds = true) const;
@@ -77,20 +114,50 @@ public:
     static String number(double value); ///< Shortest text that reads back as the same value.
 
     /// Lower-case hexadecimal digits, filled with `fill` in front up to `width` characters.
-    static String numberHEX(std::uint64_t value, int width = 0, char fill = ' ');
+    static String numberHex(std::uint64_t value, int width = 0, char fill = ' ');
+    static String numberHEX(std::uint64_t value, int width = 0, char fill = ' ')
+    {
+        return numberHex(value, width, fill);
+    }
 
     /// Unpaired surrogates become U+FFFD.
     static String fromUTF16(std::u16string_view text);
 
 private:
-    static String concatenate(std::string_view a, std::string_view b);
-    struct Buffer;
     static constexpr std::size_t InlineCapacity = 15;
-    bool isInline() const noexcept;
+    static constexpr unsigned char SharedTag = 0xFF;
+
+    struct Shared {
+        char* text; // In a buffer that begins with its header, see string.cpp.
+        std::uint32_t size;
+    };
+
+    static String concatenate(std::string_view a, std::string_view b);
+    unsigned char tag() const noexcept { return static_cast<unsigned char>(_storage[InlineCapacity]); }
+    bool isInline() const noexcept { return tag() != SharedTag; }
+    Shared shared() const noexcept
+    {
+        Shared result;
+        std::memcpy(&result.text, _storage, sizeof result.text);
+        std::memcpy(&result.size, _storage + sizeof result.text, sizeof result.size);
+        return result;
+    }
+    void setShared(Shared shared) noexcept;
+    void setInlineSize(std::size_t size) noexcept
+    {
+        _storage[InlineCapacity] = static_cast<char>(InlineCapacity - size);
+    }
+    void makeEmpty() noexcept
+    {
+        std::memset(_storage, 0, sizeof _storage);
+        setInlineSize(0);
+    }
+    char* makeRoom(std::size_t size); // For an empty string: gives it `size` bytes, not yet set.
+    void retain() noexcept;
     void release() noexcept;
 
     // In place: up to 15 bytes and, in the last byte, 15 - size (the terminator of a full one). Else: a pointer to the
-    // shared buffer, the size in 32 bits, and 0xFF in the last byte.
+    // shared text, the size in 32 bits, and 0xFF in the last byte.
     alignas(8) char _storage[16];
 };
 
@@ -98,4 +165,11 @@ private:
 
 template <> struct std::hash<fn::String> {
     std::size_t operator()(const fn::String& text) const noexcept { return std::hash<std::string_view>()(text.view()); }
+};
+
+template <> struct fmt::formatter<fn::String> : fmt::formatter<fmt::string_view> {
+    template <typename Context> auto format(const fn::String& text, Context& context) const
+    {
+        return fmt::formatter<fmt::string_view>::format(fmt::string_view(text.data(), text.size()), context);
+    }
 };

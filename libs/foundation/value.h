@@ -2,12 +2,16 @@
 #include "foundation/auto_ptr.h"
 #include "foundation/byte_array.h"
 #include "foundation/string.h"
+#include <compare>
 #include <concepts>
 #include <cstdint>
+#include <cstring>
 #include <initializer_list>
 #include <limits>
-#include <memory>
+#include <new>
+#include <type_traits>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace fn {
@@ -22,7 +26,7 @@ class FN_EXPORT BoxBase : public RefCountedBase {
 public:
     virtual const std::type_info& type() const noexcept = 0;
     virtual String toString() const = 0;
-    /// Order among boxes of the same type; for types without an order: by address.
+    /// Order among boxes of the same type; for types without an order: by address. Equal boxes give 0.
     virtual int compare(const BoxBase& other) const noexcept = 0;
 
 protected:
@@ -30,6 +34,7 @@ protected:
 };
 
 template <typename T> class Box;
+struct ContainerStorage;
 struct ArrayStorage;
 struct MapStorage;
 
@@ -39,7 +44,7 @@ concept Integral = std::integral<T> && !std::same_as<std::remove_cv_t<T>, bool>;
 } // namespace internal
 
 /// Types that a Value boxes. A type joins by specialising this to true; it needs a copy constructor and `toString()`,
-/// and may have `operator<` or `<=>`.
+/// and may have `==` and `<`. Where these two leave objects unequal but unordered, their text orders them.
 template <typename T> inline constexpr bool isBoxable = false;
 
 /// A document: nil, boolean, integer, double, text, bytes, array, map with any key, or a boxed object that keeps its exact
@@ -74,28 +79,48 @@ public:
             _data.integer = value;
         }
     }
-    Value(double value) noexcept : _kind(Kind::Double) { _data.real = value; }
-    Value(const char* text);
-    Value(std::string_view text);
-    Value(fn::String text) noexcept;
-    Value(ByteArray bytes) noexcept;
+    /// Unscoped enumerators are the integers they stand for.
+    template <typename E>
+    requires(std::is_enum_v<E>&& std::convertible_to<E, std::underlying_type_t<E>>) Value(E value)
+    noexcept : Value(static_cast<std::underlying_type_t<E>>(value)) { }
+    template <std::floating_point T> Value(T value) noexcept : _kind(Kind::Double)
+    {
+        _data.real = static_cast<double>(value);
+    }
+    Value(const char* text) : Value(fn::String(text)) { }
+    Value(std::string_view text) : Value(fn::String(text)) { }
+    Value(const std::string& text) : Value(fn::String(text)) { }
+    Value(fn::String text) noexcept : _kind(Kind::String) { new (&_data.string) fn::String(std::move(text)); }
+    Value(ByteArray bytes) noexcept : _kind(Kind::Bytes) { new (&_data.bytes) ByteArray(std::move(bytes)); }
     Value(Array elements);
     Value(Map map);
     Value(std::initializer_list<std::pair<Value, Value>> entries) = delete; // Ambiguous with arrays; use map().
     template <typename T>
-        requires isBoxable<T>
-    Value(T object);
+    requires isBoxable<T> Value(T object);
     /// Holds the object (which derives from fn::Object and fn::RefCountedBase); an empty pointer gives nil.
-    template <typename T> Value(const AutoPtr<T>& object)
+    template <typename T> Value(const AutoPtr<T>& object) : _kind(Kind::Nil)
     {
         if (object) setObject(object.get(), object.get());
     }
     template <typename T> Value(T*) = delete; // A pointer would turn into a boolean.
 
-    Value(const Value& other) noexcept;
-    Value(Value&& other) noexcept;
-    Value& operator=(const Value& other) noexcept;
-    Value& operator=(Value&& other) noexcept;
+    Value(const Value& other) noexcept : _kind(other._kind)
+    {
+        if (_kind < Kind::String)
+            takeBits(other);
+        else
+            share(other);
+    }
+    Value(Value&& other) noexcept : _kind(std::exchange(other._kind, Kind::Nil)) { takeBits(other); }
+    // Through a temporary: `other` may lie within what this value holds.
+    Value& operator=(const Value& other) noexcept { return *this = Value(other); }
+    Value& operator=(Value&& other) noexcept
+    {
+        Value old(std::move(*this));
+        _kind = std::exchange(other._kind, Kind::Nil);
+        takeBits(other);
+        return *this;
+    }
     ~Value()
     {
         if (_kind >= Kind::String) destroy();
@@ -125,7 +150,8 @@ public:
     /// "Value can not be implicitly converted to integral type" for another kind; both carry `detailInfo()`.
     template <internal::Integral T> T to() const
     {
-        if (_kind == Kind::Int && std::in_range<T>(_data.integer)) [[likely]] return static_cast<T>(_data.integer);
+        if (_kind == Kind::Int && std::in_range<T>(_data.integer)) [[likely]]
+            return static_cast<T>(_data.integer);
         if constexpr (std::is_signed_v<T>) {
             return static_cast<T>(toSigned(std::numeric_limits<T>::min(), std::numeric_limits<T>::max()));
         } else {
@@ -202,11 +228,27 @@ public:
 
     // --- Order
 
-    static int compare(const Value& a, const Value& b) noexcept; ///< Negative, 0, positive.
+    /// Negative, 0, positive.
+    static int compare(const Value& a, const Value& b) noexcept
+    {
+        if (a._kind == Kind::Int && b._kind == Kind::Int) {
+            return a._data.integer < b._data.integer ? -1 : a._data.integer > b._data.integer;
+        }
+        return compareSlow(a, b);
+    }
     friend bool operator==(const Value& a, const Value& b) noexcept { return compare(a, b) == 0; }
     friend std::strong_ordering operator<=>(const Value& a, const Value& b) noexcept { return compare(a, b) <=> 0; }
 
 private:
+    // Bits move: none of the members of Data refers to its own place. Ownership is the caller's matter.
+    void takeBits(const Value& other) noexcept
+    {
+        std::memcpy(static_cast<void*>(&_data), static_cast<const void*>(&other._data), sizeof _data);
+    }
+    void share(const Value& other) noexcept;
+    static int compareSlow(const Value& a, const Value& b) noexcept;
+    internal::ContainerStorage* container() const noexcept;
+    static void destroyContainers(internal::ContainerStorage* first) noexcept;
     const internal::BoxBase& box() const noexcept { return *_data.box; }
     std::int64_t toSigned(std::int64_t least, std::int64_t most) const;
     std::uint64_t toUnsigned(std::uint64_t most) const;
@@ -228,7 +270,7 @@ private:
         double real;
         fn::String string;
         ByteArray bytes;
-        internal::ArrayStorage* array;
+        internal::ArrayStorage* array; // Null while empty; so is the next one.
         internal::MapStorage* map;
         internal::BoxBase* box;
         ObjectPair object;
@@ -250,7 +292,12 @@ public:
     {
         if constexpr (requires(const T& a, const T& b) { a < b; }) {
             const auto& theirs = static_cast<const Box&>(other)._value;
-            return _value < theirs ? -1 : theirs < _value ? 1 : 0;
+            const int order = _value < theirs ? -1 : theirs < _value ? 1 : 0;
+            if constexpr (requires(const T& a, const T& b) { a == b; }) {
+                if (_value == theirs) return 0;
+                if (order == 0) return _value.toString() < theirs.toString() ? -1 : 1;
+            }
+            return order;
         } else {
             return this < &other ? -1 : &other < this ? 1 : 0;
         }
@@ -263,11 +310,7 @@ private:
 } // namespace internal
 
 template <typename T>
-    requires isBoxable<T>
-Value::Value(T object) : _kind(Kind::Nil)
-{
-    setBox(new internal::Box<T>(std::move(object)));
-}
+requires isBoxable<T> Value::Value(T object) : _kind(Kind::Nil) { setBox(new internal::Box<T>(std::move(object))); }
 
 template <typename T> const T& Value::boxed() const
 {

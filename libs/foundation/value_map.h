@@ -51,11 +51,15 @@ public:
     };
 
     ValueMap() noexcept;
+    ValueMap(const ValueMap& other);
+    ValueMap(ValueMap&& other) noexcept;
+    ValueMap& operator=(ValueMap other) noexcept;
+    ~ValueMap();
 
     std::size_t size() const noexcept { return _size; }
     bool empty() const noexcept { return _size == 0; }
-    const_iterator begin() const noexcept { return { _runs.data(), 0 }; }
-    const_iterator end() const noexcept { return { _runs.data() + _runs.size(), 0 }; }
+    const_iterator begin() const noexcept { return { firstRun(), 0 }; }
+    const_iterator end() const noexcept { return { firstRun() + runCount(), 0 }; }
 
     const Value* find(const Value& key) const noexcept; ///< Null if missing.
     Value* find(const Value& key) noexcept;
@@ -63,9 +67,27 @@ public:
     void set(Value key, Value value); ///< Adds or replaces. Appending in key order is the cheapest.
     bool remove(const Value& key); ///< Whether there was one.
     void clear() noexcept;
+    void reserve(std::size_t entries); ///< A hint before the first entry.
 
 private:
-    std::vector<Run> _runs; // None is empty. Keys ascend within and across runs.
+    friend class Value;
+    struct Position {
+        Run* run;
+        std::size_t index; // Of the entry, or where it would have to stand.
+        bool found;
+    };
+    const Run* firstRun() const noexcept { return _runs.empty() ? &_only : _runs.data(); }
+    Run* firstRun() noexcept { return _runs.empty() ? &_only : _runs.data(); }
+    std::size_t runCount() const noexcept { return _runs.empty() ? !_only.empty() : _runs.size(); }
+    Position locate(const Value& key) const noexcept;
+    Entry& add(Position position, Value key, Value value);
+    Entry& addLast(Value key, Value value);
+    Run* splitRun(Run* run);
+
+    // Keys ascend within and across runs. A map that never outgrew one run has it in `_only`; any other has its runs in
+    // `_runs`, none of them empty, and `_only` is empty.
+    Run _only;
+    std::vector<Run> _runs;
     std::size_t _size = 0;
 };
 

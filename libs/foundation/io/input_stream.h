@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 namespace fn {
 
@@ -17,7 +18,7 @@ public:
     /// Up to `size` bytes; 0 only at the end (or for `size` 0).
     std::size_t read(void* data, std::size_t size)
     {
-        if (size <= static_cast<std::size_t>(_windowEnd - _window)) [[likely]] {
+        if (fits(size)) [[likely]] {
             std::memcpy(data, _window, size);
             _window += size;
             return size;
@@ -28,7 +29,7 @@ public:
     /// Exactly `size` bytes, else `fn::EndOfStreamException`.
     void readExactly(void* data, std::size_t size)
     {
-        if (size <= static_cast<std::size_t>(_windowEnd - _window)) [[likely]] {
+        if (fits(size)) [[likely]] {
             std::memcpy(data, _window, size);
             _window += size;
         } else {
@@ -40,19 +41,37 @@ public:
     /// never with the size asked for.
     virtual ByteArray readByteArray(std::size_t size);
 
-    void skip(std::size_t size); ///< Else `fn::EndOfStreamException`.
+    /// The same as text.
+    String readString(std::size_t size)
+    {
+        if (fits(size)) [[likely]] {
+            const auto* text = reinterpret_cast<const char*>(std::exchange(_window, _window + size));
+            return std::string_view(text, size);
+        }
+        return readByteArray(size).view();
+    }
 
-    /// Bytes left, where the stream knows.
+    void skip(std::size_t size); ///< `size` bytes, else `fn::EndOfStreamException`.
+
+    /// Bytes left, where the stream knows. Never more than what really comes.
     virtual std::optional<std::uint64_t> remaining() const;
 
     virtual std::uint64_t position() const = 0; ///< Bytes read so far.
 
 protected:
+    /// `read()` of what the window does not hold in full. `size` may be anything.
     virtual std::size_t readSlow(void* data, std::size_t size) = 0;
     void readExactlySlow(void* data, std::size_t size);
 
+    [[noreturn]] void throwEndOfStream(std::size_t missing) const;
+
     const std::uint8_t* _window = nullptr;
     const std::uint8_t* _windowEnd = nullptr;
+
+private:
+    friend class LimitedInputStream;
+    // A size of 0 wraps and takes the slow way: memcpy must not see the null pointers that go with it.
+    bool fits(std::size_t size) const noexcept { return size - 1 < static_cast<std::size_t>(_windowEnd - _window); }
 };
 
 } // namespace fn

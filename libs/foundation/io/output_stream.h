@@ -16,7 +16,7 @@ public:
     /// Errors are exceptions of the concrete stream; after one the stream must not be used any more.
     void write(const void* data, std::size_t size)
     {
-        if (size <= static_cast<std::size_t>(_windowEnd - _window)) [[likely]] {
+        if (fits(size)) [[likely]] {
             std::memcpy(_window, data, size);
             _window += size;
         } else {
@@ -26,8 +26,10 @@ public:
     void write(std::string_view text) { write(text.data(), text.size()); }
     void writeByte(std::uint8_t byte)
     {
-        if (_window < _windowEnd) [[likely]] *_window++ = byte;
-        else writeSlow(&byte, 1);
+        if (_window < _windowEnd) [[likely]]
+            *_window++ = byte;
+        else
+            writeSlow(&byte, 1);
     }
 
     /// Writes all of `bytes`; a stream that can keeps a reference to a large array instead of copying it.
@@ -35,7 +37,7 @@ public:
 
     virtual void flush(); ///< Hands on what is buffered. Default: nothing.
 
-    /// Ends the stream; `flushAll` also flushes the streams below. Closing twice does nothing.
+    /// Ends the stream; `flushAll` also flushes the streams below. Closing twice does nothing. Default: flushes.
     virtual void close(bool flushAll = true);
 
 protected:
@@ -44,6 +46,10 @@ protected:
 
     std::uint8_t* _window = nullptr;
     std::uint8_t* _windowEnd = nullptr;
+
+private:
+    // A size of 0 wraps and takes the slow way: memcpy must not see the null pointers that go with it.
+    bool fits(std::size_t size) const noexcept { return size - 1 < static_cast<std::size_t>(_windowEnd - _window); }
 };
 
 } // namespace fn

@@ -1,0 +1,30 @@
+#pragma once
+#include "foundation/io/input_stream.h"
+
+namespace fn {
+
+/// The next `size` bytes of another stream, which it borrows and which must not be used meanwhile. The destructor leaves
+/// that stream behind the last byte read; `finish()` behind all of them.
+class FN_EXPORT LimitedInputStream final : public InputStream {
+public:
+    LimitedInputStream(InputStream& stream, std::size_t size);
+    ~LimitedInputStream() override;
+
+    void finish(); ///< Skips what is left.
+
+    ByteArray readByteArray(std::size_t size) override;
+    std::optional<std::uint64_t> remaining() const override;
+    std::uint64_t position() const override;
+
+private:
+    std::size_t readSlow(void* data, std::size_t size) override;
+    std::size_t left() const noexcept { return static_cast<std::size_t>(_windowEnd - _window) + _beyond; }
+    void lendWindow() noexcept;
+    void returnWindow() noexcept;
+
+    InputStream& _stream;
+    const std::size_t _size;
+    std::size_t _beyond; // Bytes of ours behind our window.
+};
+
+} // namespace fn

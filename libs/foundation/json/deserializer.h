@@ -1,0 +1,11 @@
+#pragma once
+#include "foundation/json/hooks.h"
+#include <string_view>
+
+namespace fn::json {
+
+/// The value of a JSON text. Of equal keys the last one wins. `hook` is borrowed. Malformed or too deep text
+/// (`mpack::maxDepth`): `fn::DataFormatException` with `sourceName`, line and column in its detail.
+FN_EXPORT Value deserialize(std::string_view text, ValueDeserializer* hook = nullptr, std::string_view sourceName = {});
+
+} // namespace fn::json

@@ -1,0 +1,15 @@
+#include "foundation/object.h"
+#include "foundation/debug.h"
+#include "foundation/string.h"
+
+namespace fn {
+
+Object::~Object() = default;
+
+String Object::toString() const
+{
+    return fmt::format(
+        "{} (0x{:x})", debug::demangleTypeName(typeid(*this).name()), reinterpret_cast<std::uintptr_t>(this));
+}
+
+} // namespace fn

@@ -1,0 +1,66 @@
+#include "foundation/ref_counted.h"
+#include "foundation/auto_ptr.h"
+#include "foundation/debug.h"
+#include "foundation/exceptions.h"
+
+namespace fn {
+namespace {
+constexpr std::uint32_t dying = 0x8000'0000;
+}
+
+RefCountedBase::~RefCountedBase() = default;
+
+bool RefCountedBase::tryRetain() const noexcept
+{
+    auto count = _count.load(std::memory_order_relaxed);
+    while (count != 0 && !(count & dying)) {
+        if (_count.compare_exchange_weak(count, count + 1, std::memory_order_relaxed)) return true;
+    }
+    return false;
+}
+
+std::uint32_t RefCountedBase::referenceCount() const noexcept
+{
+    return _count.load(std::memory_order_relaxed) & ~dying;
+}
+
+void RefCountedBase::deleteInstance() { delete this; }
+
+void RefCountedBase::lastReferenceGone() const noexcept
+{
+    // References taken from here on, by destructors say, count above the mark and never come back to 1.
+    _count.fetch_or(dying, std::memory_order_relaxed);
+    const_cast<RefCountedBase*>(this)->deleteInstance();
+}
+
+namespace internal {
+
+void releaseWeakLink(WeakLink* link) noexcept
+{
+    if (link->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete link;
+}
+
+void throwNullPointer(const std::type_info& type)
+{
+    throw NullPointerException(
+        "Attempted to dereference NULL pointer of class " + debug::demangleTypeName(type.name()));
+}
+
+} // namespace internal
+
+WeakReferencableObject::~WeakReferencableObject()
+{
+    if (!_weakLink) return;
+    _weakLink->target = nullptr;
+    internal::releaseWeakLink(_weakLink);
+}
+
+internal::WeakLink* WeakReferencableObject::weakLink() const
+{
+    if (!_weakLink) _weakLink = new internal::WeakLink { .target = this };
+    return _weakLink;
+}
+
+RefCountedObject::~RefCountedObject() = default;
+
+} // namespace fn

@@ -1,0 +1,49 @@
+#pragma once
+#include "foundation/duration.h"
+#include "foundation/value.h"
+#include <chrono>
+#include <compare>
+#include <concepts>
+#include <cstdint>
+
+namespace fn {
+
+namespace internal {
+FN_EXPORT String timestampText(Duration sinceEpoch);
+FN_EXPORT Duration wallClock();
+} // namespace internal
+
+/// A point on the clock named by `Clock`, in whole microseconds since that clock's epoch.
+template <typename Clock> class TimestampBase {
+public:
+    constexpr TimestampBase() = default; ///< The epoch.
+    constexpr explicit TimestampBase(Duration sinceEpoch) : _sinceEpoch(sinceEpoch) { }
+    constexpr explicit TimestampBase(std::int64_t microseconds) : _sinceEpoch(microseconds) { }
+
+    /// What the system's clock shows. Thread-safe.
+    static TimestampBase now() requires std::same_as<Clock, std::chrono::system_clock>
+    {
+        return TimestampBase(internal::wallClock());
+    }
+
+    constexpr Duration sinceEpoch() const { return _sinceEpoch; }
+    constexpr std::int64_t microseconds() const { return _sinceEpoch.totalMicroseconds(); }
+
+    /// For people: UTC, 'YYYY-MM-DD hh:mm:ss.ffffff'; microseconds where the calendar does not reach.
+    String toString() const { return internal::timestampText(_sinceEpoch); }
+
+    friend constexpr auto operator<=>(TimestampBase, TimestampBase) = default;
+    friend constexpr TimestampBase operator+(TimestampBase a, Duration b) { return TimestampBase(a._sinceEpoch + b); }
+    friend constexpr TimestampBase operator-(TimestampBase a, Duration b) { return TimestampBase(a._sinceEpoch - b); }
+    friend constexpr Duration operator-(TimestampBase a, TimestampBase b) { return a._sinceEpoch - b._sinceEpoch; }
+
+private:
+    Duration _sinceEpoch;
+};
+
+/// Wall clock time, UTC. Values box it.
+using Timestamp = TimestampBase<std::chrono::system_clock>;
+
+template <> inline constexpr bool isBoxable<Timestamp> = true;
+
+} // namespace fn
