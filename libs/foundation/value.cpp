@@ -1,7 +1,7 @@
 #include "foundation/value.h"
 #include "foundation/exceptions.h"
 #include "foundation/value_map.h"
-#include "foundation/value_storage.h"
+#include "foundation/value_private.h"
 
 namespace fn {
 namespace {

@@ -1,5 +1,4 @@
 #pragma once
-// Private to the Value sources.
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <atomic>
