@@ -29,12 +29,16 @@ public:
     /// The loop of the process's main thread, made at the first call and never destroyed.
     static RunLoop& defaultLoop();
 
-    /// Runs until `stop()`, with or without work. A stop while no run was going on ends the next run at once.
-    /// `mode` 0 is the only one.
+    /// Runs until `stop()`, with or without work. A stop while no run was going on ends the next run at once. A task may
+    /// run its own loop again: the inner run goes on with the tasks that wait. `mode` 0 is the only one.
     virtual void run(int mode = 0) = 0;
 
-    virtual void stop() = 0; ///< Thread-safe.
+    virtual void stop() = 0; ///< Ends the innermost run once its turn is over. Thread-safe.
     virtual void post(Task task) = 0; ///< Thread-safe. From the loop's own thread it costs no system call.
+
+    /// `post()` for tasks that free something: one that the loop's end finds waiting is run then instead of being
+    /// dropped, and one posted while the loop is being destroyed is run at once. Thread-safe.
+    virtual void postDeletion(Task deletion) = 0;
 
     /// Runs `task` once, `delay` from now (negative: now; rounded up to milliseconds). Equal times fire in scheduling
     /// order. Destroying the handle cancels it. Loop thread only, or before the loop runs.

@@ -8,9 +8,10 @@ namespace fn::uv {
 
 /// A RunLoop over libuv.
 ///
-/// Destroying it runs nothing that is queued: tasks are destroyed in rounds until none is left (a task posted meanwhile by
-/// a destructor joins the next round, and a deletion posted through `postDeletion()` runs at once), then libuv's handles
-/// are closed and awaited. SIGPIPE is ignored from the first loop on.
+/// Destroying it runs nothing that is queued, deletions aside: tasks are destroyed in rounds until none is left (a task
+/// that a destructor posts meanwhile joins the next round), timers and callbacks with them. Streams are closed, then
+/// libuv's handles are closed and awaited. What outlives the loop may still be called and does nothing any more.
+/// SIGPIPE is ignored from the first loop on.
 class FN_EXPORT Loop final : public RunLoop {
 public:
     /// `clock` is borrowed for the life of the loop; by default the system's monotonic clock.
@@ -21,6 +22,7 @@ public:
     void run(int mode = 0) override;
     void stop() override;
     void post(Task task) override;
+    void postDeletion(Task deletion) override;
     [[nodiscard]] Handle schedule(Duration delay, Task task) override;
     const Clock& clock() const override;
     Loop& uvLoop() override { return *this; }

@@ -40,6 +40,9 @@ public:
     /// Closing twice does nothing. `completion` is called when the descriptor is closed.
     virtual void close(folly::Function<void()> completion = {}) = 0;
     virtual bool isClosed() const noexcept = 0;
+
+protected:
+    ~Stream() override;
 };
 
 } // namespace fn::uv

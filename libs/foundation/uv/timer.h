@@ -8,7 +8,10 @@ namespace fn::uv {
 class FN_EXPORT Timer {
 public:
     /// `RunLoop::schedule()` on that loop.
-    [[nodiscard]] static Handle schedule(Loop& loop, Duration delay, Task task) { return loop.schedule(delay, std::move(task)); }
+    [[nodiscard]] static Handle schedule(Loop& loop, Duration delay, Task task)
+    {
+        return loop.schedule(delay, std::move(task));
+    }
 };
 
 } // namespace fn::uv

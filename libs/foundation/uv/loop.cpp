@@ -1,0 +1,294 @@
+#include "foundation/uv/loop.h"
+#include "foundation/assertion.h"
+#include "foundation/exceptions.h"
+#include "foundation/unhandled_exception.h"
+#include "foundation/uv/detail/scheduled_task.h"
+#include "foundation/uv/loop_private.h"
+#include "foundation/uv/status.h"
+#include <csignal>
+
+namespace fn::uv {
+namespace {
+
+constexpr auto AssertionFile = "libs/foundation/uv/loop";
+
+void ignoreBrokenPipes()
+{
+    // A peer that is gone shows as an error of the write.
+    static const auto previous = std::signal(SIGPIPE, SIG_IGN);
+    static_cast<void>(previous);
+}
+
+/// Runs a task by freeing it, so that dropping it runs it too.
+struct RunAndFree {
+    void operator()(Task* task) const noexcept
+    {
+        const std::unique_ptr<Task> owned(task);
+        callGuarded(*owned);
+    }
+};
+
+Duration deadlineAfter(Duration now, Duration delay)
+{
+    const auto milliseconds = std::max<std::int64_t>(delay.totalMilliseconds(1), 0);
+    const auto wait = Duration::milliseconds(milliseconds);
+    const auto furthest = Duration(INT64_MAX);
+    return wait > furthest - now ? furthest : now + wait;
+}
+
+} // namespace
+
+LoopMember::LoopMember(Loop::Private& loop) : _loop(&loop) { loop.members().add(*this); }
+
+LoopMember::~LoopMember() { unlink(); }
+
+void LoopMember::unlink() noexcept
+{
+    _previous->_next = _next;
+    _next->_previous = _previous;
+    _previous = _next = this;
+}
+
+void LoopMembers::add(LoopMember& member) noexcept
+{
+    member.unlink();
+    member._next = &_head;
+    member._previous = _head._previous;
+    member._previous->_next = &member;
+    _head._previous = &member;
+}
+
+Loop::Private::Private(Loop& owner, const Clock& clock)
+    : _owner(owner),
+      _clock(clock),
+      _manualClock([&] {
+          const auto* manual = dynamic_cast<const ManualClock*>(&clock);
+          return manual ? &manual->internals() : nullptr;
+      }())
+{
+    ignoreBrokenPipes();
+    Status("create an event loop", uv_loop_init(&_uv)).throwOnError();
+    _uv.data = this;
+    const auto onWake = [](uv_async_t* wake) { static_cast<Private*>(wake->loop->data)->wokenUp(); };
+    if (const auto code = uv_async_init(&_uv, &_wake, onWake); code < 0) {
+        uv_loop_close(&_uv);
+        Status("create an event loop", code).throwOnError();
+    }
+    uv_prepare_init(&_uv, &_prepare);
+    uv_idle_init(&_uv, &_dontWait);
+    uv_timer_init(&_uv, &_alarm);
+    // libuv calls the latest prepare callback first: this one, the oldest, has the last word.
+    uv_prepare_start(
+        &_prepare, [](uv_prepare_t* prepare) { static_cast<Private*>(prepare->loop->data)->beforeWait(); });
+    if (_manualClock) _manualClock->add(*this);
+}
+
+Loop::Private::~Private()
+{
+    if (_manualClock) _manualClock->remove(*this);
+    {
+        const std::lock_guard guard(_lock);
+        _ended = true;
+    }
+    do {
+        destroyTasks();
+        endMembers();
+    } while (_hasRemoteTasks);
+    closeHandles();
+    freeRetired();
+    while (auto* member = _endedMembers.first()) {
+        member->unlink();
+        member->_loop = nullptr;
+    }
+    destroyTasks();
+}
+
+bool Loop::Private::mayTouch() const noexcept
+{
+    const auto thread = _thread.load(std::memory_order_relaxed);
+    return thread == std::thread::id() || thread == std::this_thread::get_id();
+}
+
+void Loop::Private::run()
+{
+    const auto thread = std::this_thread::get_id();
+    const auto previousThread = _thread.exchange(thread);
+    auto* const previousLoop = internal::exchangeCurrentLoop(&_owner);
+    FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, AssertionFile, 1, "run",
+        "one thread runs the loop");
+    ++_depth;
+    while (!takeStop()) turn();
+    flushStreams();
+    --_depth;
+    internal::exchangeCurrentLoop(previousLoop);
+    _thread = previousThread;
+}
+
+bool Loop::Private::takeStop() noexcept
+{
+    return _stopRequested.load(std::memory_order_relaxed) && _stopRequested.exchange(false);
+}
+
+void Loop::Private::stop()
+{
+    if (isCurrentThread()) {
+        _stopRequested = true;
+        return;
+    }
+    const std::lock_guard guard(_lock);
+    _stopRequested = true;
+    if (!_ended) uv_async_send(&_wake);
+}
+
+void Loop::Private::post(Task task)
+{
+    if (isCurrentThread()) return _tasks.push(std::move(task));
+    const std::lock_guard guard(_lock);
+    _remoteTasks.push_back(std::move(task));
+    if (!_hasRemoteTasks.exchange(true) && !_ended) uv_async_send(&_wake);
+}
+
+void Loop::Private::postDeletion(Task deletion)
+{
+    if (_ended) return callGuarded(deletion);
+    post([owned = std::unique_ptr<Task, RunAndFree>(new Task(std::move(deletion)))]() mutable { owned.reset(); });
+}
+
+Handle Loop::Private::schedule(Duration delay, Task task)
+{
+    return Handle(*new ScheduledTask(*this, deadlineAfter(_clock.monotonic(), delay), std::move(task)));
+}
+
+void Loop::Private::turn()
+{
+    takeRemoteTasks();
+    _turnEnd = _tasks.tail();
+    fireDueTimers();
+    uv_run(&_uv, UV_RUN_ONCE);
+    runTasks();
+    flushStreams();
+    if (_depth == 1) freeRetired();
+}
+
+void Loop::Private::takeRemoteTasks()
+{
+    if (!_hasRemoteTasks.load(std::memory_order_relaxed)) return;
+    {
+        const std::lock_guard guard(_lock);
+        _takenTasks.swap(_remoteTasks);
+        _hasRemoteTasks.store(false, std::memory_order_relaxed);
+    }
+    for (auto& task : _takenTasks) _tasks.push(std::move(task));
+    _takenTasks.clear();
+}
+
+void Loop::Private::fireDueTimers()
+{
+    if (!_timers.empty()) _timers.fireDue(_clock.monotonic());
+}
+
+void Loop::Private::runTasks()
+{
+    const auto end = _turnEnd; // A task that runs the loop again moves the member on.
+    while (_tasks.head() < end) {
+        Task task = _tasks.pop();
+        callGuarded(task);
+    }
+}
+
+void Loop::Private::flushStreams()
+{
+    while (!_unflushed.empty()) {
+        _flushing.swap(_unflushed);
+        for (auto* member : _flushing) member->flush();
+        _flushing.clear();
+    }
+}
+
+void Loop::Private::freeRetired()
+{
+    for (auto* member : std::exchange(_retired, {})) delete member;
+}
+
+void Loop::Private::wokenUp()
+{
+    // What ends the wait counts as present at the turn's start, unless I/O has posted something before it.
+    const bool nothingPostedSince = _turnEnd == _tasks.tail();
+    takeRemoteTasks();
+    if (nothingPostedSince) _turnEnd = _tasks.tail();
+}
+
+void Loop::Private::beforeWait()
+{
+    flushStreams();
+    if (!_tasks.empty() || _stopRequested)
+        uv_idle_start(&_dontWait, [](uv_idle_t*) {});
+    else
+        uv_idle_stop(&_dontWait);
+    if (!_manualClock) armAlarm();
+}
+
+void Loop::Private::armAlarm()
+{
+    const auto earliest = _timers.earliest();
+    if (earliest == _alarmTime) return;
+    _alarmTime = earliest;
+    if (!earliest) {
+        uv_timer_stop(&_alarm);
+        return;
+    }
+    const auto wait = std::max<std::int64_t>((*earliest - _clock.monotonic()).totalMilliseconds(1), 0);
+    uv_update_time(&_uv);
+    const auto onAlarm = [](uv_timer_t* alarm) { static_cast<Private*>(alarm->loop->data)->_alarmTime.reset(); };
+    uv_timer_start(&_alarm, onAlarm, static_cast<std::uint64_t>(wait), 0);
+}
+
+std::unique_ptr<char[]> Loop::Private::takeReadBuffer()
+{
+    if (_readBuffers.empty()) return std::make_unique_for_overwrite<char[]>(ReadBufferSize);
+    auto buffer = std::move(_readBuffers.back());
+    _readBuffers.pop_back();
+    return buffer;
+}
+
+void Loop::Private::destroyTasks()
+{
+    for (takeRemoteTasks(); !_tasks.empty(); takeRemoteTasks()) {
+        while (!_tasks.empty()) _tasks.pop();
+    }
+}
+
+void Loop::Private::endMembers()
+{
+    while (auto* member = _members.first()) {
+        _endedMembers.add(*member);
+        member->loopIsEnding();
+    }
+}
+
+void Loop::Private::closeHandles()
+{
+    const auto close = [](uv_handle_t* handle, void*) {
+        if (!uv_is_closing(handle)) uv_close(handle, nullptr);
+    };
+    uv_walk(&_uv, close, nullptr);
+    while (uv_run(&_uv, UV_RUN_DEFAULT) != 0) { }
+    FN_ASSERT(uv_loop_close(&_uv) == 0, AssertionFile, 2, "closeHandles", "uv_loop_close(&_uv) == 0");
+}
+
+Loop::Loop() : Loop(Clock::system()) { }
+
+Loop::Loop(const Clock& clock) : _private(std::make_unique<Private>(*this, clock)) { }
+
+Loop::~Loop() = default;
+
+void Loop::run(int) { _private->run(); }
+void Loop::stop() { _private->stop(); }
+void Loop::post(Task task) { _private->post(std::move(task)); }
+void Loop::postDeletion(Task deletion) { _private->postDeletion(std::move(deletion)); }
+Handle Loop::schedule(Duration delay, Task task) { return _private->schedule(delay, std::move(task)); }
+const Clock& Loop::clock() const { return _private->clock(); }
+bool Loop::isCurrentThread() const noexcept { return _private->isCurrentThread(); }
+uv_loop_t* Loop::uvHandle() noexcept { return _private->handle(); }
+
+} // namespace fn::uv

@@ -1,0 +1,164 @@
+#pragma once
+#include "foundation/time/clock_private.h"
+#include "foundation/unhandled_exception.h"
+#include "foundation/uv/detail/ring_queue.h"
+#include "foundation/uv/detail/timer_queue.h"
+#include "foundation/uv/loop.h"
+#include <atomic>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <thread>
+#include <uv.h>
+#include <vector>
+
+namespace fn {
+
+namespace internal {
+/// Sets what `RunLoop::currentLoop()` gives on this thread, and gives back what it was.
+RunLoop* exchangeCurrentLoop(RunLoop* loop) noexcept;
+} // namespace internal
+
+namespace uv {
+
+/// Calls what the user gave; an exception goes to `fn::unhandledException()`.
+template <typename Callable, typename... Args> void callGuarded(Callable& callable, Args&&... args) noexcept
+{
+    try {
+        callable(std::forward<Args>(args)...);
+    } catch (...) {
+        unhandledException();
+    }
+}
+
+/// Something that a loop's end has to end: a timer, a stream, a child process.
+class LoopMember {
+public:
+    LoopMember(const LoopMember&) = delete;
+    LoopMember& operator=(const LoopMember&) = delete;
+
+    /// Drop all callbacks, close what libuv holds. It may destroy itself.
+    virtual void loopIsEnding() = 0;
+
+    virtual void flush() { } ///< Send what waits (see `Loop::Private::flushLater()`). Runs no user code.
+
+protected:
+    explicit LoopMember(Loop::Private& loop);
+    virtual ~LoopMember();
+
+    Loop::Private* loop() const noexcept { return _loop; } ///< Null once the loop has ended.
+
+private:
+    friend struct Loop::Private;
+    friend class LoopMembers;
+    LoopMember() noexcept = default; // The head of a list.
+    void unlink() noexcept;
+
+    Loop::Private* _loop = nullptr;
+    LoopMember* _previous = this;
+    LoopMember* _next = this;
+};
+
+/// A list of members. They leave it by themselves, whichever list they are in.
+class LoopMembers {
+public:
+    void add(LoopMember& member) noexcept;
+    LoopMember* first() const noexcept { return _head._next == &_head ? nullptr : _head._next; }
+
+private:
+    struct Head final : LoopMember {
+        void loopIsEnding() override { }
+    };
+    Head _head;
+};
+
+/// One turn of a loop: the tasks present are counted, due timers fire, libuv runs one iteration, the counted tasks run,
+/// streams are flushed. libuv waits for I/O only if no task and no stop are pending when it comes to it.
+struct Loop::Private final : ClockFollower {
+    /// Read buffer lent to one read. At 128 KiB a socket buffer of the usual size takes two reads.
+    static constexpr std::size_t ReadBufferSize = 128 * 1024;
+
+    Private(Loop& owner, const Clock& clock);
+    ~Private();
+
+    void run();
+    void stop();
+    void post(Task task);
+    void postDeletion(Task deletion);
+    Handle schedule(Duration delay, Task task);
+    bool isCurrentThread() const noexcept
+    {
+        return _thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
+    }
+
+    /// Whether the calling thread may touch what belongs to the loop's thread: while nobody runs the loop, its owner may.
+    bool mayTouch() const noexcept;
+
+    Loop& owner() const noexcept { return _owner; }
+    uv_loop_t* handle() noexcept { return &_uv; }
+    const Clock& clock() const noexcept { return _clock; }
+    TimerQueue& timers() noexcept { return _timers; }
+    LoopMembers& members() noexcept { return _members; }
+
+    /// Has `member.flush()` called at the end of this turn's tasks, at the latest before the loop waits.
+    void flushLater(LoopMember& member) { _unflushed.push_back(&member); }
+
+    /// Frees a member whose libuv handle has been closed, once no frame of libuv can be left that knows it: a task that
+    /// runs the loop again may have closed it inside of its own read callback.
+    void retire(LoopMember& member) { _retired.push_back(&member); }
+
+    std::unique_ptr<char[]> takeReadBuffer();
+    void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }
+
+private:
+    void clockAdvanced() override { uv_async_send(&_wake); }
+    void turn();
+    void takeRemoteTasks();
+    void fireDueTimers();
+    void runTasks();
+    void flushStreams();
+    void freeRetired();
+    void wokenUp();
+    void beforeWait();
+    void armAlarm();
+    bool takeStop() noexcept;
+    void destroyTasks();
+    void endMembers();
+    void closeHandles();
+
+    Loop& _owner;
+    const Clock& _clock;
+    ManualClock::Private* const _manualClock; // Null: the clock goes on by itself.
+
+    uv_loop_t _uv;
+    uv_async_t _wake; // For other threads; keeps libuv's loop alive.
+    uv_prepare_t _prepare; // The last thing before libuv waits.
+    uv_idle_t _dontWait; // Active while something is left to do.
+    uv_timer_t _alarm; // Ends the wait for the earliest timer; what is due is looked up in `_timers`.
+    std::optional<Duration> _alarmTime; // What `_alarm` is set for.
+
+    std::atomic<std::thread::id> _thread; // That runs the loop.
+    int _depth = 0; // Of nested runs.
+    std::atomic<bool> _ended { false }; // Set under `_lock`.
+
+    RingQueue<Task> _tasks;
+    std::uint64_t _turnEnd = 0; // Number of the first task that this turn leaves to the next one.
+    TimerQueue _timers;
+    LoopMembers _members;
+    LoopMembers _endedMembers; // Told of the loop's end, but libuv or a user still knows them.
+    std::vector<LoopMember*> _unflushed;
+    std::vector<LoopMember*> _flushing; // Empty but for its memory, between calls.
+    std::vector<LoopMember*> _retired;
+    std::vector<std::unique_ptr<char[]>> _readBuffers; // One, unless reads are nested.
+
+    // A thread's last act may be a post or a stop that ends the loop, so `_wake` is sent under the lock, and the
+    // destructor takes the lock once before it goes on.
+    std::mutex _lock;
+    std::vector<Task> _remoteTasks; // Guarded by `_lock`.
+    std::vector<Task> _takenTasks; // Empty but for its memory, between calls.
+    std::atomic<bool> _hasRemoteTasks { false }; // Written under `_lock`.
+    std::atomic<bool> _stopRequested { false }; // Set under `_lock` by other threads.
+};
+
+} // namespace uv
+} // namespace fn
