@@ -1,0 +1,60 @@
+// What can break here: a stretch read from the wrong place, a size border off by one, a file that hashes as zeros because
+// reading it failed.
+#include "core/resource_hash.h"
+#include "foundation/exceptions.h"
+#include "support/temporary_folder.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string patterned(std::size_t size)
+{
+    std::string content(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<char>(i * 7 + (i >> 8) * 13 + (i >> 16) * 101);
+    return content;
+}
+
+TEST(ResourceHash, SamplesTheStatedStretchesAtEveryBorderOfSize)
+{
+    // Made with an independent program.
+    const std::pair<std::size_t, const char*> rows[] = {
+        { 0, "05fe405753166f125559e7c9ac558654f107c7e9" }, // Of eight zero bytes.
+        { 1, "80e331473af6cb0cd7ae6f75793070cfbc4d642b" },
+        { 327679, "38665a420a7ecaad81fa63d15658113edb50940a" }, // The largest that is read whole.
+        { 327680, "f039acbd2e0dda5b186794e732435accaaeae975" },
+        { 327684, "62e7d511c25e0ddde37fd070919ac77d66bc73f4" }, // The largest without a tail.
+        { 327685, "83b99b0dbc50bb12ccb682574fcc20ea1b606117" }, // A tail of one byte.
+        { 655355, "82317eb00c4968d430d2fc58f7ca82eeaa332374" }, // One byte less than the longest tail.
+        { 1000003, "079cecb77e8f58281371d3d3e0dc48e7fe20f2a3" },
+    };
+    const test::TemporaryFolder folder;
+    const auto path = folder.file("resource");
+    for (const auto& [size, hash] : rows) {
+        test::writeFile(path, patterned(size));
+        EXPECT_EQ(core::ResourceHash::forFile(path), hash) << size;
+    }
+}
+
+TEST(ResourceHash, SeesNoChangeOutsideItsStretches)
+{
+    const test::TemporaryFolder folder;
+    const auto path = folder.file("resource");
+    auto content = patterned(1'000'000); // Stretches begin each 200,000 bytes; the tail is the last 65,536.
+    test::writeFile(path, content);
+    const auto hash = core::ResourceHash::forFile(path);
+    for (const std::size_t unseen : { 65'536, 199'999, 865'536, 934'463 }) content[unseen] ^= 1;
+    test::writeFile(path, content);
+    EXPECT_EQ(core::ResourceHash::forFile(path), hash);
+    content[934'464] ^= 1;
+    test::writeFile(path, content);
+    EXPECT_NE(core::ResourceHash::forFile(path), hash);
+}
+
+TEST(ResourceHash, RefusesWhatCanNotBeRead)
+{
+    const test::TemporaryFolder folder;
+    EXPECT_THROW(core::ResourceHash::forFile(folder.file("missing")), fn::FileException);
+    EXPECT_THROW(core::ResourceHash::forFile(folder.path().string()), fn::FileException);
+}
+
+} // namespace
