@@ -18,11 +18,7 @@ namespace core {
 class FN_EXPORT Fraction {
 public:
     Fraction() noexcept = default;
-    Fraction(int numerator, int denominator) noexcept
-        : _numerator(numerator)
-        , _denominator(denominator)
-    {
-    }
+    Fraction(int numerator, int denominator) noexcept : _numerator(numerator), _denominator(denominator) { }
 
     std::int32_t numerator() const noexcept { return _numerator; }
     std::int32_t denominator() const noexcept { return _denominator; }

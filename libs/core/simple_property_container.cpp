@@ -19,10 +19,7 @@ void SimplePropertyContainer::setProperty(std::string_view name, fn::Value value
 
 void SimplePropertyContainer::removeProperty(std::string_view name) { propertyMap().erase(name); }
 
-bool SimplePropertyContainer::hasProperty(std::string_view name) const
-{
-    return propertyMap().contains(name);
-}
+bool SimplePropertyContainer::hasProperty(std::string_view name) const { return propertyMap().contains(name); }
 
 std::vector<fn::String> SimplePropertyContainer::propertyNames() const
 {

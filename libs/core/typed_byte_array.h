@@ -14,22 +14,14 @@ namespace core {
 /// plain `fn::ByteArray` drops it.
 class FN_EXPORT TypedByteArray : public fn::ByteArray {
 public:
-    explicit TypedByteArray(unsigned int size)
-        : fn::ByteArray(size)
-    {
-    } ///< Zero bytes without a type.
-    explicit TypedByteArray(fn::String mimeType)
-        : _mimeType(std::move(mimeType))
-    {
-    }
-    TypedByteArray(const fn::ByteArray& bytes, const fn::String& mimeType)
-        : fn::ByteArray(bytes)
-        , _mimeType(mimeType)
+    explicit TypedByteArray(unsigned int size) : fn::ByteArray(size) { } ///< Zero bytes without a type.
+    explicit TypedByteArray(fn::String mimeType) : _mimeType(std::move(mimeType)) { }
+    TypedByteArray(const fn::ByteArray& bytes, const fn::String& mimeType) : fn::ByteArray(bytes), _mimeType(mimeType)
     {
     }
     TypedByteArray(fn::ByteArray&& bytes, const fn::String& mimeType)
-        : fn::ByteArray(std::move(bytes))
-        , _mimeType(mimeType)
+        : fn::ByteArray(std::move(bytes)),
+          _mimeType(mimeType)
     {
     }
 
