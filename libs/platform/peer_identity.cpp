@@ -1,0 +1,21 @@
+#include "platform/peer_identity.h"
+#include "foundation/exceptions.h"
+#include <cerrno>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace platform {
+
+bool PeerIdentity::isOwnUserOrRoot() const noexcept { return userId == 0 || userId == ::geteuid(); }
+
+PeerIdentity peerIdentity(int descriptor)
+{
+    ucred credentials {};
+    socklen_t size = sizeof(credentials);
+    if (::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
+        throw fn::with(fn::IOException("Can not tell who is at the other end"), fn::ErrnoInfo { errno });
+    }
+    return { credentials.uid, credentials.gid, credentials.pid };
+}
+
+} // namespace platform

@@ -1,0 +1,115 @@
+#include "platform/pipe_path.h"
+#include "foundation/exceptions.h"
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fmt/format.h>
+#include <mutex>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform {
+namespace {
+
+constexpr std::string_view prefix = R"(\\.\pipe\)";
+constexpr mode_t onlyOwner = 0700;
+
+std::mutex overrideLock;
+
+fn::String& overriddenFolder() // Empty: none. Guarded by `overrideLock`.
+{
+    static auto& folder = *new fn::String;
+    return folder;
+}
+
+[[noreturn]] void fail(const fn::String& message, int error)
+{
+    throw fn::with(fn::IOException(message), fn::ErrnoInfo { error });
+}
+
+fn::String environment(const char* name)
+{
+    const char* const value = std::getenv(name);
+    return value && value[0] == '/' ? fn::String(value) : fn::String();
+}
+
+bool isOwnFolder(const fn::String& path)
+{
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode) && status.st_uid == ::geteuid();
+}
+
+fn::String folderPath()
+{
+    const auto runtime = environment("XDG_RUNTIME_DIR");
+    if (!runtime.empty() && isOwnFolder(runtime)) return runtime + "/core-pipes";
+    const auto temporary = environment("TMPDIR");
+    return fmt::format("{}/core-pipes-{}", temporary.empty() ? "/tmp" : temporary.view(), ::geteuid());
+}
+
+// In a folder that everybody can write to, somebody else may have made ours first.
+void requirePrivateFolder(const fn::String& folder)
+{
+    if (::mkdir(folder.c_str(), onlyOwner) != 0 && errno != EEXIST) {
+        fail(fmt::format("Can not make the folder for pipes {}", folder.view()), errno);
+    }
+    struct stat status;
+    if (::lstat(folder.c_str(), &status) != 0) fail(fmt::format("Can not read {}", folder.view()), errno);
+    if (!S_ISDIR(status.st_mode)) fail(fmt::format("{} is no folder", folder.view()), ENOTDIR);
+    if (status.st_uid != ::geteuid()) fail(fmt::format("{} belongs to another user", folder.view()), EPERM);
+    if ((status.st_mode & 077) != 0) fail(fmt::format("{} is open to other users", folder.view()), EPERM);
+}
+
+fn::String privateFolder()
+{
+    {
+        const std::lock_guard guard(overrideLock);
+        if (!overriddenFolder().empty()) return overriddenFolder();
+    }
+    auto folder = folderPath();
+    requirePrivateFolder(folder);
+    return folder;
+}
+
+} // namespace
+
+bool isPipeName(std::string_view path) noexcept { return path.size() > prefix.size() && path.starts_with(prefix); }
+
+fn::String pipePath(const fn::String& pipeName)
+{
+    if (!isPipeName(pipeName)) fail(fmt::format("\"{}\" is no name of a pipe", pipeName.view()), EINVAL);
+    const auto name = pipeName.view().substr(prefix.size());
+    constexpr std::string_view refused("/\0", 2);
+    if (name.find_first_of(refused) != name.npos || name.find("..") != name.npos || name == ".") {
+        fail(fmt::format("\"{}\" can not name a pipe: '/', NUL and '..' are not allowed", pipeName.view()), EINVAL);
+    }
+    return privateFolder() + "/" + name;
+}
+
+sockaddr_un socketAddress(const fn::String& path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    const auto limit = sizeof(address.sun_path) - 1;
+    if (path.size() > limit) {
+        fail(fmt::format("The pipe's path {} has {} bytes; the system takes {}", path.view(), path.size(), limit),
+            ENAMETOOLONG);
+    }
+    std::memcpy(address.sun_path, path.data(), path.size());
+    return address;
+}
+
+ScopedPipeFolder::ScopedPipeFolder(fn::String folder)
+{
+    const std::lock_guard guard(overrideLock);
+    _previous = std::exchange(overriddenFolder(), std::move(folder));
+}
+
+ScopedPipeFolder::~ScopedPipeFolder()
+{
+    const std::lock_guard guard(overrideLock);
+    overriddenFolder() = std::move(_previous);
+}
+
+} // namespace platform

@@ -1,0 +1,32 @@
+#pragma once
+#include "foundation/string.h"
+#include <sys/un.h>
+
+namespace platform {
+
+/// Whether `path` names a pipe: `\\.\pipe\` and something behind it.
+FN_EXPORT bool isPipeName(std::string_view path) noexcept;
+
+/// The socket that stands for the pipe `\\.\pipe\NAME`: NAME in a folder that only this user can enter, made here if it
+/// does not exist: `core-pipes` in `$XDG_RUNTIME_DIR`, or `core-pipes-UID` in the folder for temporary files.
+///
+/// `fn::IOException` with ErrnoInfo if this is no pipe name, if NAME could lead elsewhere ('/', NUL, '..'), or if the
+/// folder belongs to, or is open to, somebody else.
+FN_EXPORT fn::String pipePath(const fn::String& pipeName);
+
+/// The address of a socket at `path`. `fn::IOException` (ENAMETOOLONG) where the system's 107 bytes do not hold it.
+FN_EXPORT sockaddr_un socketAddress(const fn::String& path);
+
+/// For tests: pipes lie in `folder`, which must exist, while this lives. Nested ones end in reverse order.
+class FN_EXPORT ScopedPipeFolder {
+public:
+    explicit ScopedPipeFolder(fn::String folder);
+    ScopedPipeFolder(const ScopedPipeFolder&) = delete;
+    ScopedPipeFolder& operator=(const ScopedPipeFolder&) = delete;
+    ~ScopedPipeFolder();
+
+private:
+    fn::String _previous;
+};
+
+} // namespace platform
