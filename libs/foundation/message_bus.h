@@ -13,8 +13,8 @@ namespace fn {
 ///
 /// Listeners and sticky bodies belong to the process, not to the installed instance. This plain bus delivers at once, on
 /// the poster's thread; a bus that spans processes overrides `sendMessage()` and delivers when the message comes back.
-/// Belongs to the thread of the default run loop; the post functions may be called from any thread (elsewhere they post
-/// themselves to that loop).
+/// Belongs to the thread of the default run loop, which is the main thread unless that loop runs on another. The post
+/// functions and `instance()` may be called from any thread; elsewhere a post becomes a task of that loop.
 class FN_EXPORT MessageBus {
 public:
     using MessageSignal = Signal<String, Value>; ///< Arguments: the namespace posted to, the body.
@@ -41,6 +41,9 @@ protected:
     /// Delivers a message to this process's listeners and keeps a sticky body. Does nothing on a bus that is not
     /// installed, so that nobody hears a message twice.
     void receiveMessage(const String& name, const Value& body, bool sticky);
+
+private:
+    void post(const String& name, Value body, bool sticky);
 };
 
 } // namespace fn

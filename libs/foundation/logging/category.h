@@ -10,8 +10,14 @@ enum Priority : int { Error = 1, Warning = 2, Fixme = 3, Info = 4, Debug = 5, Lo
 /// A named source of messages. Made by the CategoryManager, lives as long as the process. Thread-safe.
 class FN_EXPORT Category {
 public:
-    explicit Category(String name) : _name(std::move(name)) { }
+    explicit Category(String name, const Category* parent = nullptr) : _name(std::move(name)), _parent(parent) { }
+    Category(const Category&) = delete;
+    Category& operator=(const Category&) = delete;
+
     const String& name() const noexcept { return _name; }
+
+    /// "ipc" for "ipc.dispatcher"; null for a name without '.'.
+    const Category* parent() const noexcept { return _parent; }
 
     /// Whether some sink wants messages of this priority.
     bool wants(int priority) const noexcept { return priority <= _threshold.load(std::memory_order_relaxed); }
@@ -21,6 +27,7 @@ public:
 
 private:
     const String _name;
+    const Category* const _parent;
     mutable std::atomic<int> _threshold { 0 };
 };
 

@@ -1,10 +1,10 @@
 #pragma once
+#include "foundation/auto_ptr.h"
 #include "foundation/logging/category.h"
+#include "foundation/logging/sink.h"
 #include <memory>
 
 namespace fn::logging {
-
-class Sink;
 
 /// The categories and sinks of the process. Thread-safe.
 class FN_EXPORT CategoryManager {
@@ -14,11 +14,11 @@ public:
     /// The category of that name, made at the first call. Valid for the life of the process.
     const Category& getCategory(const String& name);
 
-    /// Registers a sink with what it wants (`Sink::threshold()`, asked again at `reload()`); it is shared with messages in
-    /// flight on other threads. Without any sink, priorities up to Warning go to standard error.
-    void addSink(std::shared_ptr<Sink> sink);
-    void removeSink(const std::shared_ptr<Sink>& sink);
-    void reload(); ///< Recomputes what each category's sinks want.
+    /// Registers a sink for what it wants (`Sink::threshold()`). Without any, priorities up to Warning go to standard
+    /// error.
+    void addSink(AutoPtr<Sink> sink);
+    void removeSink(const AutoPtr<Sink>& sink);
+    void reload(); ///< Asks the sinks again what they want.
 
     struct Private;
     Private& internals() noexcept { return *_private; } ///< For the write path.

@@ -14,31 +14,41 @@ struct Site {
     const char* function;
 };
 
-/// Hands a finished text to the sinks that want it. Thread-safe.
-FN_EXPORT void write(const Category& category, int priority, const Tag& tag, const Site& site, String text);
+/// Hands a finished text to the sinks that want it. What a sink throws goes to `fn::unhandledException()`. Thread-safe.
+FN_EXPORT void write(const Category& category, int priority, const Tag& tag, const Site& site, String text) noexcept;
 
-/// Brace-formatted. The text is made by the caller's arguments only; a format that fails at run time is logged as such.
+/// Brace-formatted. A format that fails at run time is logged as such.
 FN_EXPORT void writeFormatted(const Category& category, int priority, const Tag& tag, const Site& site,
-    fmt::string_view format, fmt::format_args arguments);
+    fmt::string_view format, fmt::format_args arguments) noexcept;
+
+/// The same, with the arguments checked when it is compiled.
+template <typename... Arguments>
+void writeChecked(const Category& category, int priority, const Tag& tag, const Site& site,
+    fmt::format_string<Arguments...> format, Arguments&&... arguments) noexcept
+{
+    writeFormatted(category, priority, tag, site, format, fmt::make_format_args(arguments...));
+}
 
 /// printf-formatted.
-FN_EXPORT void writePrintf(const Category& category, int priority, const Tag& tag, const Site& site, const char* format, ...)
-    __attribute__((format(printf, 5, 6)));
+FN_EXPORT void writePrintf(const Category& category, int priority, const Tag& tag, const Site& site, const char* format,
+    ...) noexcept __attribute__((format(printf, 5, 6)));
 
 } // namespace fn::logging
 
 /// Costs one load and a compare where no sink wants `category` at `priority`: the arguments are evaluated only then.
-#define FN_LOG_TO(category, priority, tag, file, format, ...) \
+/// `tag` is a Tag; `file` a stable name such as "libs/core/data_util", never a build path.
+#define FN_LOG_TO(category, priority, tag, file, ...) \
     do { \
-        const auto& fnLogCategory = (category); \
+        const ::fn::logging::Category& fnLogCategory = (category); \
         if (fnLogCategory.wants(priority)) [[unlikely]] \
-            ::fn::logging::writeFormatted(fnLogCategory, priority, tag, ::fn::logging::Site { file, __LINE__, __func__ }, \
-                FMT_STRING(format), ::fmt::make_format_args(__VA_ARGS__)); \
+            ::fn::logging::writeChecked( \
+                fnLogCategory, priority, tag, ::fn::logging::Site { file, __LINE__, __func__ }, __VA_ARGS__); \
     } while (false)
 
+/// The same with a printf format.
 #define FN_LOGF_TO(category, priority, tag, file, ...) \
     do { \
-        const auto& fnLogCategory = (category); \
+        const ::fn::logging::Category& fnLogCategory = (category); \
         if (fnLogCategory.wants(priority)) [[unlikely]] \
             ::fn::logging::writePrintf( \
                 fnLogCategory, priority, tag, ::fn::logging::Site { file, __LINE__, __func__ }, __VA_ARGS__); \

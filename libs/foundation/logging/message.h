@@ -1,10 +1,9 @@
 #pragma once
 #include "foundation/duration.h"
+#include "foundation/logging/category.h"
 #include "foundation/string.h"
 
 namespace fn::logging {
-
-class Category;
 
 /// Tells messages of one category apart, e.g. by object: a text and a number. Mostly empty.
 struct Tag {
@@ -14,8 +13,11 @@ struct Tag {
 
 /// One log message as the sinks see it.
 struct Message {
-    const Category* category = nullptr;
+    using Priority = logging::Priority;
+
     int priority = 0;
+    std::uint8_t thread =
+        0; ///< A number of the logging thread, given in the order of their first messages, modulo 256.
     Tag tag;
     const char* file = "";
     int line = 0;

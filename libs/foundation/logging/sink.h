@@ -1,17 +1,24 @@
 #pragma once
 #include "foundation/logging/category.h"
 #include "foundation/logging/message.h"
+#include "foundation/ref_counted.h"
 
 namespace fn::logging {
 
 /// Where messages go. Called on the thread that logs, several at once; it takes no lock that a logging caller may hold.
-/// An exception out of `write()` goes to `fn::unhandledException()`.
-class FN_EXPORT Sink {
+/// An exception out of `logMessage()` goes to `fn::unhandledException()`. It may still be called while and shortly after
+/// another thread removes it.
+class FN_EXPORT Sink : public RefCountedObject {
 public:
-    virtual ~Sink();
-    /// The highest priority number wanted of that category; 0 for none.
-    virtual int threshold(const Category& category) const = 0;
-    virtual void write(const Message& message) = 0;
+    /// The highest priority number wanted of that category; 0 for none. Default: every message. Asked when the sink or
+    /// the category is new and at `CategoryManager::reload()`, under the manager's lock: it must not log.
+    virtual int threshold(const Category& category) const;
+
+    /// Called only with what `threshold()` lets through.
+    virtual void logMessage(const Category& category, const Message& message) = 0;
+
+protected:
+    ~Sink() override;
 };
 
 } // namespace fn::logging

@@ -1,0 +1,41 @@
+#include "foundation/assertion.h"
+#include "foundation/logging/logging.h"
+#include "foundation/logging/standard_error.h"
+#include "foundation/unhandled_exception.h"
+#include <atomic>
+
+namespace fn {
+namespace {
+
+void logAssertion(const AssertionSite& site)
+{
+    static const auto& category = logging::CategoryManager::instance().getCategory("core.assertion");
+    logging::writeChecked(category, logging::Error, {}, { site.file, site.line, site.function },
+        "Assertion failed: {} ({}:{}, {})", site.expression, site.file, site.line, site.function);
+}
+
+std::atomic<AssertionHook> currentHook { logAssertion };
+
+} // namespace
+
+void reportAssertion(const AssertionSite& site) noexcept
+{
+    thread_local bool reporting = false;
+    if (reporting) {
+        // The hook, or a log sink that it reached, breaks an invariant itself.
+        logging::writeStandardError("Assertion failed while one was reported: ");
+        logging::writeStandardError(site.expression);
+        return logging::writeStandardError("\n");
+    }
+    reporting = true;
+    try {
+        currentHook.load()(site);
+    } catch (...) {
+        unhandledException();
+    }
+    reporting = false;
+}
+
+AssertionHook setAssertionHook(AssertionHook hook) noexcept { return currentHook.exchange(hook ? hook : logAssertion); }
+
+} // namespace fn

@@ -1,0 +1,42 @@
+#pragma once
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <utility>
+
+namespace fn::logging {
+
+/// An object that many threads read while one replaces it. Readers take a reference without ever waiting; the writer
+/// waits for those that are just taking one, not for what they do with it. (The standard library's atomic shared_ptr of
+/// this compiler locks, and in a way that ThreadSanitizer takes for a race.)
+template <typename T> class Published {
+public:
+    explicit Published(std::shared_ptr<const T> object) : _slot(new std::shared_ptr<const T>(std::move(object))) { }
+    Published(const Published&) = delete;
+    Published& operator=(const Published&) = delete;
+    ~Published() { delete _slot.load(); }
+
+    /// Thread-safe.
+    std::shared_ptr<const T> read() const
+    {
+        // The order matters: a writer that finds no reader has exchanged the slot before the reader loads it.
+        _readers.fetch_add(1, std::memory_order_seq_cst);
+        auto object = *_slot.load(std::memory_order_seq_cst);
+        _readers.fetch_sub(1, std::memory_order_release);
+        return object;
+    }
+
+    /// By one thread at a time.
+    void replace(std::shared_ptr<const T> object)
+    {
+        auto* next = new std::shared_ptr<const T>(std::move(object));
+        const std::unique_ptr<std::shared_ptr<const T>> previous(_slot.exchange(next, std::memory_order_seq_cst));
+        while (_readers.load(std::memory_order_seq_cst) != 0) std::this_thread::yield();
+    }
+
+private:
+    std::atomic<std::shared_ptr<const T>*> _slot;
+    mutable std::atomic<unsigned> _readers { 0 };
+};
+
+} // namespace fn::logging

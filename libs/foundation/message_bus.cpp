@@ -1,0 +1,102 @@
+#include "foundation/message_bus.h"
+#include "foundation/run_loop.h"
+#include <atomic>
+#include <map>
+#include <memory>
+#include <unistd.h>
+
+namespace fn {
+namespace {
+
+// What belongs to the process, whichever bus is installed. Used on the thread of the default loop alone.
+struct Listeners {
+    std::map<String, std::unique_ptr<MessageBus::MessageSignal>> signals;
+    std::map<String, Value> stickyBodies;
+};
+
+// Never destroyed: static objects may listen to the very end.
+Listeners& listeners()
+{
+    static auto& instance = *new Listeners;
+    return instance;
+}
+
+MessageBus& localBus()
+{
+    static auto& bus = *new MessageBus;
+    return bus;
+}
+
+std::atomic<MessageBus*> installedBus { nullptr }; // Null: the local one.
+
+// The default loop is the main thread's, so that thread counts also before and after it runs.
+bool isBusThread()
+{
+    thread_local const bool isMainThread = gettid() == getpid();
+    return isMainThread || RunLoop::currentLoop() == &RunLoop::defaultLoop();
+}
+
+void deliver(const String& name, const Value& body)
+{
+    const auto fire = [&](std::string_view listenedTo) {
+        const auto found = listeners().signals.find(listenedTo);
+        if (found != listeners().signals.end()) found->second->fire(name, body);
+    };
+    for (auto dot = name.view().find('.'); dot != std::string_view::npos; dot = name.view().find('.', dot + 1)) {
+        fire(name.view().substr(0, dot));
+    }
+    fire(name);
+}
+
+} // namespace
+
+MessageBus::~MessageBus()
+{
+    auto* self = this;
+    installedBus.compare_exchange_strong(self, nullptr);
+}
+
+MessageBus& MessageBus::instance()
+{
+    auto* bus = installedBus.load();
+    return bus ? *bus : localBus();
+}
+
+void MessageBus::setInstance(MessageBus& bus) { installedBus = &bus; }
+
+void MessageBus::postMessage(const String& name, Value body) { post(name, std::move(body), false); }
+
+void MessageBus::postStickyMessage(const String& name, Value body) { post(name, std::move(body), true); }
+
+void MessageBus::post(const String& name, Value body, bool sticky)
+{
+    if (isBusThread()) return sendMessage(name, std::move(body), sticky);
+    // Whoever is installed by then: this bus may have gone.
+    RunLoop::defaultLoop().post(
+        [name, body = std::move(body), sticky]() mutable { instance().sendMessage(name, std::move(body), sticky); });
+}
+
+std::optional<Value> MessageBus::getStickyMessage(const String& name) const
+{
+    const auto found = listeners().stickyBodies.find(name);
+    if (found == listeners().stickyBodies.end()) return std::nullopt;
+    return found->second;
+}
+
+MessageBus::MessageSignal& MessageBus::onMessage(const String& name)
+{
+    auto& signal = listeners().signals[name];
+    if (!signal) signal = std::make_unique<MessageSignal>();
+    return *signal;
+}
+
+void MessageBus::sendMessage(const String& name, Value&& body, bool sticky) { receiveMessage(name, body, sticky); }
+
+void MessageBus::receiveMessage(const String& name, const Value& body, bool sticky)
+{
+    if (&instance() != this) return;
+    if (sticky) listeners().stickyBodies.insert_or_assign(name, body);
+    deliver(name, body);
+}
+
+} // namespace fn

@@ -1,0 +1,41 @@
+#include "foundation/stack_trace.h"
+#include "foundation/symbolizer.h"
+#include <algorithm>
+#include <array>
+#include <execinfo.h>
+
+namespace fn {
+namespace {
+
+constexpr int maximumFrames = 64;
+
+// The first backtrace() of a process loads the unwinder, which allocates and locks: better done here than in a throw.
+[[maybe_unused]] const bool unwinderLoaded = [] {
+    void* frame = nullptr;
+    return backtrace(&frame, 1) == 1;
+}();
+
+} // namespace
+
+CapturedStackTrace CapturedStackTrace::capture(int skipFrames)
+{
+    std::array<void*, maximumFrames> frames;
+    const int count = backtrace(frames.data(), maximumFrames);
+    CapturedStackTrace trace;
+    trace._addresses.assign(frames.begin() + std::clamp(skipFrames, 0, count), frames.begin() + count);
+    return trace;
+}
+
+ResolvedStackTrace CapturedStackTrace::resolve() const
+{
+    ResolvedStackTrace trace;
+    try {
+        trace.frames.reserve(_addresses.size());
+        for (void* address : _addresses) trace.frames.push_back(internal::resolveAddress(address));
+    } catch (const std::bad_alloc&) {
+        // What has been resolved is better than nothing.
+    }
+    return trace;
+}
+
+} // namespace fn

@@ -1,0 +1,107 @@
+#include "foundation/unhandled_exception.h"
+#include "foundation/debug.h"
+#include "foundation/exception.h"
+#include "foundation/logging/logging.h"
+#include "foundation/logging/standard_error.h"
+#include <atomic>
+
+namespace fn {
+namespace {
+
+constexpr logging::Site site { "libs/foundation/unhandled_exception", 0, "" };
+
+std::atomic<UnhandledExceptionHook> currentHook { nullptr };
+
+const logging::Category& category()
+{
+    static const auto& category = logging::CategoryManager::instance().getCategory("core.exception");
+    return category;
+}
+
+std::string describe(const ResolvedStackTrace& trace)
+{
+    std::string text = "Stack trace:";
+    for (const auto& frame : trace.frames) {
+        text += fmt::format("\n{}+0x{:x} {}", frame.moduleName, frame.address, frame.symbolName);
+        if (!frame.fileName.empty()) text += fmt::format(" ({}:{})", frame.fileName, frame.fileLine);
+    }
+    return text;
+}
+
+void logTrace(const Exception& exception)
+{
+    if (!category().wants(logging::Debug)) return; // Resolving is dear.
+    const auto* elsewhere = exception.find<ResolvedStackTraceInfo>();
+    if (!elsewhere && exception.stackTrace().empty()) return;
+    const auto text = describe(elsewhere ? *elsewhere : exception.stackTrace().resolve());
+    logging::write(category(), logging::Debug, {}, site, text);
+}
+
+void log(std::string_view introduction, const std::exception& exception)
+{
+    const auto* ours = dynamic_cast<const Exception*>(&exception);
+    logging::writeChecked(category(), logging::Error, {}, site, "{}{}: {}", introduction,
+        ours ? ours->className() : debug::demangleTypeName(typeid(exception).name()), exception.what());
+    if (ours) logTrace(*ours);
+}
+
+void logCurrent(std::string_view introduction)
+{
+    const auto current = std::current_exception();
+    try {
+        if (current) std::rethrow_exception(current);
+        logging::writeChecked(category(), logging::Error, {}, site, "{}no exception is being handled", introduction);
+    } catch (const std::exception& exception) {
+        log(introduction, exception);
+    } catch (...) {
+        logging::writeChecked(category(), logging::Error, {}, site, "{}exception of an unknown type", introduction);
+    }
+}
+
+} // namespace
+
+void logException(const std::exception& exception) noexcept
+{
+    try {
+        log("", exception);
+    } catch (...) {
+        unhandledException();
+    }
+}
+
+void logException() noexcept
+{
+    try {
+        logCurrent("");
+    } catch (...) {
+        unhandledException();
+    }
+}
+
+void unhandledException() noexcept
+{
+    thread_local bool reporting = false;
+    if (reporting) {
+        // A log sink or the hook fails itself: reporting that the same way would never end.
+        return logging::writeStandardError("Unhandled exception while one was reported\n");
+    }
+    reporting = true;
+    try {
+        logCurrent("Unhandled exception: ");
+    } catch (...) {
+        logging::writeStandardError("Could not log an unhandled exception\n");
+    }
+    try {
+        if (const auto hook = currentHook.load()) hook(std::current_exception());
+    } catch (...) {
+        logging::writeStandardError("The hook for unhandled exceptions failed\n");
+    }
+    reporting = false;
+}
+
+UnhandledExceptionHook setUnhandledExceptionHook(UnhandledExceptionHook hook) noexcept
+{
+    return currentHook.exchange(hook);
+}
+
+} // namespace fn
