@@ -1,0 +1,75 @@
+// The process of one module: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG. Started by the module manager.
+#include "core/ipc/module_entry_point.h"
+#include "foundation/logging/console_target.h"
+#include "foundation/run_loop.h"
+#include "foundation/system/shared_library.h"
+#include "foundation/uv/signal_watcher.h"
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/prctl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+constexpr const char* usage = "Usage: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG\n"
+                              "Runs the module in LIBRARY as a process of its own. The application's module manager\n"
+                              "starts it; PIPE_PATH is its dispatcher's pipe, WORKER_TAG names this launch.\n";
+
+// A module that does not return from its loop in this time after it was asked to end is ended.
+constexpr auto graceTime = std::chrono::seconds(2);
+
+/// Has the module end cleanly, and without its help if it hangs.
+void endModule()
+{
+    static bool asked = false;
+    if (std::exchange(asked, true)) return;
+    std::thread([] {
+        std::this_thread::sleep_for(graceTime);
+        std::_Exit(1);
+    }).detach();
+    fn::RunLoop::defaultLoop().stop();
+}
+
+/// The parent's death ends the module: nobody else would.
+void followParent(pid_t parent)
+{
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (getppid() != parent) std::_Exit(1); // It died before the request.
+}
+
+int runModule(const char* library, const char* pipePath, const char* workerTag)
+{
+    // Ctrl-C reaches the whole process group; the main program alone decides what it means.
+    std::signal(SIGINT, SIG_IGN);
+    const fn::uv::SignalWatcher terminate(fn::RunLoop::defaultLoop().uvLoop(), SIGTERM, endModule);
+    fn::SharedLibrary module;
+    module.load(library);
+    const auto entryPoint = reinterpret_cast<ipc::ModuleEntryPoint>(module.symbol(ipc::moduleEntryPointName));
+    entryPoint(pipePath, workerTag, 1, 0);
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const auto parent = getppid();
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::fputs(usage, stdout);
+        return 0;
+    }
+    if (argc != 4) {
+        std::fputs(usage, stderr);
+        return 2;
+    }
+    followParent(parent);
+    try {
+        return runModule(argv[1], argv[2], argv[3]);
+    } catch (const std::exception& exception) {
+        std::fprintf(stderr, "%s: cannot run module %s: %s\n", argv[0], argv[1], exception.what());
+        return 1;
+    }
+}

@@ -1,0 +1,273 @@
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/worker_connection.h"
+#include "core/ipc/limits.h"
+#include "core/ipc/message_bus_impl.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/registry_impl.h"
+#include "core/ipc/wire/message_dump.h"
+#include "foundation/assertion.h"
+#include "foundation/exceptions.h"
+#include "foundation/io/file.h"
+#include "foundation/system/uuid.h"
+#include "foundation/value_map.h"
+
+#define LOG(priority, ...) \
+    FN_LOG_TO(_fn_getLoggingCategoryStatic(), priority, _fn_getLoggingTagStatic(), "libs/core/ipc/dispatcher", __VA_ARGS__)
+
+namespace ipc {
+namespace {
+
+constexpr int backlog = 128;
+
+fn::String newPipePath()
+{
+    return "\\\\.\\pipe\\skyfold-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
+}
+
+/// The keys of a message's OBJECTS, all converted before anything is done with one of them.
+std::vector<ObjectId> listedObjects(const fn::Value& message)
+{
+    const auto& objects = message.at(field::OBJECTS);
+    std::vector<ObjectId> ids;
+    if (objects.size() == 0 && objects.isMap()) return ids;
+    ids.reserve(objects.entries().size());
+    for (const auto& [key, className] : objects.entries()) ids.push_back(key.to<ObjectId>());
+    return ids;
+}
+
+} // namespace
+
+fn::String Dispatcher::WorkerInfo::toString() const
+{
+    return displayName + " (" + (tag.empty() ? tag : tag + ", ") + fn::String::number(static_cast<unsigned>(workerId)) + ")";
+}
+
+Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout)
+    : _loop(loop)
+    , _timeout(timeout)
+    , _pipePath(newPipePath())
+{
+    const fn::File endpoint(_pipePath);
+    if (endpoint.exists()) endpoint.remove(false);
+    _worker = std::make_unique<Worker>(*this, loop, _pipePath, "DispatcherWorker", fn::String(), false);
+}
+
+Dispatcher::~Dispatcher()
+{
+    // Connections may be held elsewhere for a moment; none must come back here.
+    for (const auto& connection : _connections) connection->close();
+}
+
+void Dispatcher::bind()
+{
+    _pipeStream = fn::makeAuto<fn::uv::PipeStream>(_loop, false);
+    _pipeStream->bind(_pipePath);
+}
+
+void Dispatcher::start()
+{
+    _pipeStream->listen(backlog, [this](const fn::uv::Status& status) { onConnection(status); });
+    _worker->connect();
+}
+
+void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callback)
+{
+    const auto quit = fn::Value::map({ { field::TYPE, type::QUIT } });
+    for (const auto& connection : _connections) connection->send(quit);
+    _loop.schedule(delay, [&loop = _loop, callback = std::move(callback)]() mutable {
+        loop.stop();
+        if (callback) callback();
+    }).detach();
+}
+
+void Dispatcher::onConnection(const fn::uv::Status& status)
+{
+    status.throwOnError();
+    const auto connection = fn::makeAuto<WorkerConnection>(*this);
+    connection->accept(*_pipeStream);
+    _connections.insert(connection);
+}
+
+void Dispatcher::workerDidConnect(Worker& worker)
+{
+    _registry = fn::makeAuto<RegistryImpl>(worker);
+    FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
+        "this->_registry->objectId() == REGISTRY_OBJECT_ID");
+    worker.adoptRegistry(fn::dynamicCast<Registry>(_registry->localReference()));
+    worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
+    _onReady.fireOnce();
+}
+
+// --- Messages
+
+void Dispatcher::onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length)
+{
+    const auto& info = connection->info();
+    const auto* address = static_cast<const void*>(connection.get());
+    const auto messageType = message.get(field::TYPE).to<std::int64_t>();
+    if (messageType == type::INVALID) {
+        LOG(2, "Received malformed message from worker {} ({}) ({})\n{}", info.displayName, info.workerId, address,
+            MessageDebugFormat { message });
+        return;
+    }
+    if (messageType == type::PONG) {
+        LOG(7, "Received PONG from worker {} (${}) ({})", info.displayName, info.workerId, address);
+        if (connection->isIdentified()) connection->schedulePing();
+        return;
+    }
+    LOG(5, "Receiving from worker {} ({}) ({}) {} bytes\n{}", info.displayName, info.workerId, address, length,
+        MessageDebugFormat { message });
+    switch (messageType) {
+    case type::HELLO: onHello(connection, message); break;
+    case type::MESSAGE: onMessage(connection, message); break;
+    case type::REFERENCE_RELEASE: onReferenceRelease(connection, message); break;
+    default: break;
+    }
+}
+
+void Dispatcher::onHello(const Connection& connection, const fn::Value& message)
+{
+    if (connection->isIdentified()) {
+        LOG(2, "Ignoring a second HELLO from worker {}", connection->info());
+        return;
+    }
+    const auto displayName = message.at(field::DISPLAY_NAME).asString();
+    const auto tag = message.get(field::TAG).asString();
+    const auto id = nextWorkerId();
+    if (!id) throw fn::RuntimeException("All worker ids are in use", fn::Exception::StackTrace::None);
+    _counts.forget(*id);
+    LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, *id);
+    connection->identify({ *id, displayName, tag });
+    _workers[*id] = connection;
+    _onWorkerConnected.fire(connection->info());
+    connection->send(fn::Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, *id } }));
+    if (!connection->isClosed()) connection->schedulePing();
+}
+
+std::optional<WorkerId> Dispatcher::nextWorkerId()
+{
+    if (_nextWorkerId != NO_WORKER_ID) return _nextWorkerId++;
+    // The longest dead id is the one whose death the fewest of those still connected were told.
+    if (_deadIds.empty()) return std::nullopt;
+    const auto id = _deadIds.front();
+    _deadIds.pop_front();
+    return id;
+}
+
+Dispatcher::Connection Dispatcher::connectionOf(WorkerId workerId) const
+{
+    const auto found = _workers.find(workerId);
+    return found == _workers.end() ? Connection() : found->second;
+}
+
+std::vector<Dispatcher::Connection> Dispatcher::receiversOf(WorkerId target, ObjectId objectId) const
+{
+    std::vector<Connection> receivers;
+    if (target != NO_WORKER_ID) {
+        if (auto connection = connectionOf(target)) receivers.push_back(std::move(connection));
+    } else if (objectId == REGISTRY_OBJECT_ID) {
+        for (const auto& connection : _connections) {
+            if (connection->info().workerId != 0) receivers.push_back(connection);
+        }
+    } else {
+        for (const auto& receiver : _counts.receivers(objectId)) {
+            if (auto connection = connectionOf(receiver.workerId)) receivers.push_back(std::move(connection));
+        }
+    }
+    return receivers;
+}
+
+void Dispatcher::onMessage(const Connection& connection, const fn::Value& message)
+{
+    // Everything is read and checked before anything is counted or sent.
+    const auto source = connection->info().workerId;
+    const auto target = message.at(field::TARGET_WORKER_ID).to<WorkerId>();
+    const auto objectId = target == NO_WORKER_ID ? message.at(field::OBJECT_ID).to<ObjectId>() : ObjectId(0);
+    const auto objectIds = listedObjects(message);
+    const auto receivers = receiversOf(target, objectId);
+
+    if (!objectIds.empty()) {
+        std::vector<WorkerId> receiverIds;
+        receiverIds.reserve(receivers.size());
+        for (const auto& receiver : receivers) receiverIds.push_back(receiver->info().workerId);
+        if (!_counts.canCount(source, objectIds, receiverIds)) {
+            throw fn::RangeException("it has listed more objects than can be counted", fn::Exception::StackTrace::None);
+        }
+        for (const auto id : objectIds) {
+            for (const auto receiver : receiverIds) _counts.countReceived(source, id, receiver);
+        }
+    }
+    auto forwarded = message;
+    forwarded.set(field::SOURCE_WORKER_ID, source);
+    for (const auto& receiver : receivers) {
+        receiver->send(forwarded);
+        receiver->slowDown(connection);
+    }
+    for (const auto id : objectIds) {
+        if (ownerOf(id) != source) continue;
+        if (const auto due = _counts.countSent(id)) sendRelease(*due);
+    }
+}
+
+void Dispatcher::onReferenceRelease(const Connection& connection, const fn::Value& message)
+{
+    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
+    if (!connectionOf(ownerOf(objectId))) return; // What was counted for it went with its owner.
+    const auto count = message.at(field::USAGE_COUNT).to<std::int32_t>();
+    std::optional<UsageCounts::Release> due;
+    const auto outcome = _counts.release(connection->info().workerId, objectId, count, due);
+    if (outcome == UsageCounts::Outcome::BadCount) {
+        throw fn::RangeException(fmt::format("it released {} uses of object {}, which it does not have", count, objectId),
+            fn::Exception::StackTrace::None);
+    }
+    if (due) sendRelease(*due);
+}
+
+void Dispatcher::sendRelease(const UsageCounts::Release& release)
+{
+    const auto owner = connectionOf(ownerOf(release.objectId));
+    if (!owner) return;
+    owner->send(fn::Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, release.objectId },
+        { field::USAGE_COUNT, release.count } }));
+}
+
+// --- Ends
+
+void Dispatcher::closeConnection(const Connection& connection, const char* reason)
+{
+    LOG(2, "Closing the connection of worker {}: {}", connection->info(), reason);
+    onWorkerEOS(connection);
+}
+
+void Dispatcher::onWorkerEOS(const Connection& connection)
+{
+    connection->close();
+    workerDied(connection);
+}
+
+void Dispatcher::workerDied(const Connection& connection)
+{
+    if (_connections.erase(connection) == 0) return; // Told already.
+    const auto id = connection->info().workerId;
+    if (connection->isIdentified()) {
+        _workers.erase(id);
+        if (id != 0) _deadIds.push_back(id); // 0 means the dispatcher's own worker to everybody, for ever.
+        if (_registry) _registry->forgetWorker(id);
+    }
+    for (const auto& due : _counts.workerDied(id)) sendRelease(due);
+    const auto notice = fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } });
+    for (const auto& other : _connections) other->send(notice);
+    _onWorkerDisconnected.fire(connection->info());
+}
+
+// --- Logging
+
+const fn::logging::Category& Dispatcher::_fn_getLoggingCategoryStatic()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.dispatcher");
+    return category;
+}
+
+fn::logging::Tag Dispatcher::_fn_getLoggingTagStatic() { return { "", 0 }; }
+
+} // namespace ipc

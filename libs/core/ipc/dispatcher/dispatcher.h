@@ -1,0 +1,109 @@
+#pragma once
+#include "core/ipc/dispatcher/usage_counts.h"
+#include "core/ipc/worker/worker.h"
+#include "foundation/logging/logging.h"
+#include "foundation/signal.h"
+#include "foundation/uv/loop.h"
+#include "foundation/uv/pipe_stream.h"
+#include <deque>
+#include <fmt/format.h>
+#include <set>
+#include <unordered_map>
+
+namespace ipc {
+
+class RegistryImpl;
+
+/// The hub of the object system, once in the main process: listens on a local pipe, gives every participant that says HELLO
+/// a WorkerId, routes each message to its receivers, keeps the usage counts that decide when an object may go, pings
+/// everybody, and tells everybody who has died. It never decodes a payload. Its own worker is participant 0 and hosts the
+/// registry and the message bus.
+///
+/// Use: construct, `bind()`, `start()`, create the ModuleManager, run the loop; at the end `stop()`. Destroy it after the
+/// loop has stopped. Everything runs on the loop's thread; signal listeners run inside the handler that fires them.
+///
+/// Peers are not trusted: a message that cannot be understood closes its sender's connection with a log line, and what one
+/// peer makes the hub hold is bounded (core/ipc/limits.h).
+class FN_EXPORT Dispatcher final : public Worker::Delegate {
+public:
+    /// Describes one connection.
+    struct FN_EXPORT WorkerInfo {
+        WorkerId workerId = NO_WORKER_ID; ///< Until the connection has said HELLO.
+        fn::String displayName;
+        fn::String tag; ///< May be empty.
+        fn::String toString() const; ///< "Media (t1, 3)", without a tag "Media (3)".
+    };
+
+    /// `timeout`: how long a PING may stay unanswered. Pings are sent every third of it, at least 1 ms apart.
+    Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout);
+    ~Dispatcher() override; ///< Sends nothing.
+
+    void bind(); ///< Makes the endpoint. `fn::IOException` if that fails.
+    void start(); ///< Listens, and connects the dispatcher's own worker.
+
+    /// Tells everybody to quit; after `delay` stops the loop and calls `callback`. Cannot be cancelled.
+    void stop(const fn::Duration& delay, folly::Function<void()> callback);
+
+    fn::String pipePath() const { return _pipePath; }
+    const fn::AutoPtr<fn::uv::PipeStream>& pipeStream() const { return _pipeStream; } ///< Empty before `bind()`.
+    fn::uv::Loop& loop() const { return _loop; }
+    Worker& worker() { return *_worker; } ///< The dispatcher's own worker: services of the main process live on it.
+
+    /// Its own worker is participant 0, registry and message bus are there. Fires once.
+    fn::Signal<>& onReady() { return _onReady; }
+    fn::Signal<const WorkerInfo&>& onWorkerConnected() { return _onWorkerConnected; } ///< Before its HELLO reply is sent.
+    fn::Signal<const WorkerInfo&>& onWorkerNotResponding() { return _onWorkerNotResponding; } ///< Once per unanswered PING.
+    fn::Signal<const WorkerInfo&>& onWorkerDisconnected() { return _onWorkerDisconnected; } ///< After everybody was told.
+
+private:
+    class WorkerConnection;
+    using Connection = fn::AutoPtr<WorkerConnection>;
+
+    void workerDidConnect(Worker& worker) override;
+    bool wantsIdleTermination(Worker&) override { return false; }
+    bool workerCanTerminate(Worker&) override { return false; }
+    void workerRequestsTermination(Worker&) override { }
+    void aboutToQuit(Worker&) override { }
+
+    void onConnection(const fn::uv::Status& status);
+    void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
+    void onHello(const Connection& connection, const fn::Value& message);
+    void onMessage(const Connection& connection, const fn::Value& message);
+    void onReferenceRelease(const Connection& connection, const fn::Value& message);
+    std::vector<Connection> receiversOf(WorkerId target, ObjectId objectId) const;
+    void sendRelease(const UsageCounts::Release& release);
+    void onWorkerEOS(const Connection& connection);
+    void workerDied(const Connection& connection);
+    void closeConnection(const Connection& connection, const char* reason);
+    std::optional<WorkerId> nextWorkerId();
+    Connection connectionOf(WorkerId workerId) const;
+
+    static const fn::logging::Category& _fn_getLoggingCategoryStatic();
+    static fn::logging::Tag _fn_getLoggingTagStatic();
+    fn::logging::Tag _fn_getLoggingTag() const { return _fn_getLoggingTagStatic(); }
+
+    fn::uv::Loop& _loop;
+    const fn::Duration _timeout;
+    const fn::String _pipePath;
+    fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
+    std::set<Connection> _connections; // Every accepted connection that has not died.
+    std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
+    UsageCounts _counts;
+    WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
+    std::deque<WorkerId> _deadIds; // In the order of their deaths: the longest dead is given out first.
+    std::unique_ptr<Worker> _worker;
+    fn::AutoPtr<RegistryImpl> _registry;
+    fn::Signal<> _onReady;
+    fn::Signal<const WorkerInfo&> _onWorkerConnected;
+    fn::Signal<const WorkerInfo&> _onWorkerNotResponding;
+    fn::Signal<const WorkerInfo&> _onWorkerDisconnected;
+};
+
+} // namespace ipc
+
+template <> struct fmt::formatter<ipc::Dispatcher::WorkerInfo> : fmt::formatter<std::string_view> {
+    template <typename Context> auto format(const ipc::Dispatcher::WorkerInfo& info, Context& context) const
+    {
+        return fmt::formatter<std::string_view>::format(info.toString().view(), context);
+    }
+};

@@ -1,0 +1,162 @@
+#include "core/ipc/dispatcher/usage_counts.h"
+#include "core/ipc/limits.h"
+#include "foundation/assertion.h"
+#include <algorithm>
+
+namespace ipc {
+namespace {
+
+constexpr const char* site = "libs/core/ipc/dispatcher";
+
+template <typename Receivers> auto lowerBound(Receivers& receivers, WorkerId workerId)
+{
+    return std::lower_bound(receivers.begin(), receivers.end(), workerId,
+        [](const UsageCounts::Receiver& receiver, WorkerId id) { return receiver.workerId < id; });
+}
+
+template <typename Receivers> auto find(Receivers& receivers, WorkerId workerId)
+{
+    const auto place = lowerBound(receivers, workerId);
+    return place != receivers.end() && place->workerId == workerId ? place : receivers.end();
+}
+
+} // namespace
+
+std::span<const UsageCounts::Receiver> UsageCounts::receivers(ObjectId objectId) const
+{
+    const auto found = _entries.find(objectId);
+    if (found == _entries.end()) return {};
+    return found->second.receivers;
+}
+
+std::uint32_t UsageCounts::sentCount(ObjectId objectId) const
+{
+    const auto found = _entries.find(objectId);
+    return found == _entries.end() ? 0 : found->second.sent;
+}
+
+bool UsageCounts::canCount(
+    WorkerId sender, std::span<const ObjectId> objectIds, std::span<const WorkerId> receivers) const
+{
+    std::size_t newEntries = 0;
+    for (const auto objectId : objectIds) {
+        const auto found = _entries.find(objectId);
+        if (found == _entries.end()) {
+            ++newEntries;
+            continue;
+        }
+        const auto& entry = found->second;
+        if (ownerOf(objectId) == sender && entry.sent == UINT32_MAX) return false;
+        for (const auto receiver : receivers) {
+            const auto holder = find(entry.receivers, receiver);
+            if (holder != entry.receivers.end() && holder->count == UINT32_MAX) return false;
+        }
+    }
+    const auto charged = _charged.find(sender);
+    return newEntries + (charged == _charged.end() ? 0 : charged->second) <= limits::countedObjects;
+}
+
+UsageCounts::Entry& UsageCounts::entry(ObjectId objectId, WorkerId chargedTo)
+{
+    const auto [place, isNew] = _entries.try_emplace(objectId);
+    if (isNew) {
+        place->second.chargedTo = chargedTo;
+        ++_charged[chargedTo];
+        _index[ownerOf(objectId)].owned.insert(objectId);
+    }
+    return place->second;
+}
+
+void UsageCounts::erase(Entries::iterator entry)
+{
+    const auto [objectId, record] = std::pair(entry->first, std::move(entry->second));
+    _entries.erase(entry);
+    const auto charged = _charged.find(record.chargedTo);
+    if (--charged->second == 0) _charged.erase(charged);
+    _index[ownerOf(objectId)].owned.erase(objectId);
+    for (const auto& receiver : record.receivers) _index[receiver.workerId].held.erase(objectId);
+}
+
+void UsageCounts::countReceived(WorkerId sender, ObjectId objectId, WorkerId receiver)
+{
+    if (ownerOf(objectId) == receiver) return;
+    auto& receivers = entry(objectId, sender).receivers;
+    const auto place = lowerBound(receivers, receiver);
+    if (place != receivers.end() && place->workerId == receiver) {
+        ++place->count;
+    } else {
+        receivers.insert(place, Receiver { receiver, 1 });
+        _index[receiver].held.insert(objectId);
+    }
+}
+
+std::optional<UsageCounts::Release> UsageCounts::countSent(ObjectId objectId)
+{
+    auto& record = entry(objectId, ownerOf(objectId));
+    ++record.sent;
+    if (!record.receivers.empty()) return std::nullopt;
+    return takeRelease(_entries.find(objectId));
+}
+
+/// The release that is due for an entry without receivers; the entry goes.
+std::optional<UsageCounts::Release> UsageCounts::takeRelease(Entries::iterator entry)
+{
+    const Release due { entry->first, entry->second.sent };
+    erase(entry);
+    if (!FN_ASSERT(due.count > 0, site, 177, "releaseInstance", "info != _instanceUsageCount.end()")) return std::nullopt;
+    return due;
+}
+
+UsageCounts::Outcome UsageCounts::release(
+    WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due)
+{
+    constexpr auto function = "onReferenceRelease";
+    const auto found = _entries.find(objectId);
+    const bool isReferenced = found != _entries.end() && !found->second.receivers.empty();
+    if (!FN_ASSERT(isReferenced, site, 229, function, "ref != _referenceUsageCount.end()")) return Outcome::NoEntry;
+    auto& receivers = found->second.receivers;
+    const auto holder = find(receivers, worker);
+    if (!FN_ASSERT(holder != receivers.end(), site, 235, function, "count != ref->second.end()")) return Outcome::NoEntry;
+    const bool isCovered = count >= 0 && holder->count >= static_cast<std::uint32_t>(count);
+    if (!FN_ASSERT(isCovered, site, 236, function, "count->second >= usageCount")) return Outcome::BadCount;
+
+    holder->count -= static_cast<std::uint32_t>(count);
+    if (holder->count > 0) return Outcome::Done;
+    receivers.erase(holder);
+    _index[worker].held.erase(objectId);
+    if (receivers.empty()) due = takeRelease(found);
+    return Outcome::Done;
+}
+
+std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker)
+{
+    std::vector<Release> due;
+    const auto index = _index.find(worker);
+    if (index == _index.end()) return due;
+    // Taken out first: erasing an entry changes the sets of all whom it concerns.
+    const auto owned = std::move(index->second.owned);
+    const auto held = std::move(index->second.held);
+    for (const auto objectId : owned) erase(_entries.find(objectId));
+    for (const auto objectId : held) {
+        const auto found = _entries.find(objectId);
+        if (found == _entries.end()) continue;
+        auto& receivers = found->second.receivers;
+        receivers.erase(find(receivers, worker));
+        if (!receivers.empty()) continue;
+        if (const auto release = takeRelease(found)) due.push_back(*release);
+    }
+    _index.erase(worker);
+    return due;
+}
+
+void UsageCounts::forget(WorkerId worker)
+{
+    // A dead worker receives nothing, so only its objects can have been counted since.
+    const auto index = _index.find(worker);
+    if (index == _index.end()) return;
+    const auto owned = std::move(index->second.owned);
+    for (const auto objectId : owned) erase(_entries.find(objectId));
+    _index.erase(worker);
+}
+
+} // namespace ipc

@@ -1,0 +1,184 @@
+#include "core/ipc/dispatcher/worker_connection.h"
+#include "core/ipc/limits.h"
+#include "foundation/uv/timer.h"
+#include <algorithm>
+
+#define LOG(priority, ...) \
+    FN_LOG_TO(Dispatcher::_fn_getLoggingCategoryStatic(), priority, Dispatcher::_fn_getLoggingTagStatic(), \
+        "libs/core/ipc/dispatcher", __VA_ARGS__)
+
+namespace ipc {
+
+Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
+    : _dispatcher(dispatcher)
+    , _messageHelper(limits::hubFrameBytes)
+{
+    // Each handler holds the connection for its duration: it may be closed and dropped in it.
+    _messageHelper.onEOS().connect([this] {
+        const fn::AutoPtr self(this);
+        _dispatcher.onWorkerEOS(self);
+    }).detach();
+    _messageHelper.onReadError().connect([this](const fn::uv::Status& status) {
+        const fn::AutoPtr self(this);
+        LOG(1, "Received read error {} from {}", status.what(), _info.displayName);
+        _dispatcher.onWorkerEOS(self);
+    }).detach();
+    _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int length) {
+        const fn::AutoPtr self(this);
+        handle(message, length);
+    }).detach();
+}
+
+void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
+{
+    _stream = fn::makeAuto<fn::uv::PipeStream>(_dispatcher._loop, false);
+    _stream->accept(listener);
+    _helloTimer = fn::uv::Timer::schedule(_dispatcher._loop, limits::helloTimeout, [this] { onHelloOverdue(); });
+    _messageHelper.setStream(_stream);
+}
+
+void Dispatcher::WorkerConnection::handle(const fn::Value& message, unsigned int length)
+{
+    const fn::AutoPtr self(this);
+    try {
+        _dispatcher.onWorkerMessage(self, message, length);
+    } catch (const std::exception& exception) {
+        _dispatcher.closeConnection(self, exception.what());
+    } catch (...) {
+        _dispatcher.closeConnection(self, "unknown exception");
+    }
+}
+
+void Dispatcher::WorkerConnection::identify(WorkerInfo info)
+{
+    _info = std::move(info);
+    _isIdentified = true;
+    _helloTimer.invalidate();
+    if (isOwnWorker()) _messageHelper.setMaxReadBytes(limits::workerFrameBytes);
+}
+
+void Dispatcher::WorkerConnection::onHelloOverdue()
+{
+    const fn::AutoPtr self(this);
+    _stream->readPending();
+    if (!_isIdentified && !isClosed()) _dispatcher.closeConnection(self, "it has not said HELLO in time");
+}
+
+void Dispatcher::WorkerConnection::send(const fn::Value& message)
+{
+    if (isClosed()) return;
+    _messageHelper.send(message, {}, limits::workerFrameBytes);
+    if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]] watchQueue();
+}
+
+void Dispatcher::WorkerConnection::close()
+{
+    _helloTimer.invalidate();
+    _notRespondingTimer.invalidate();
+    _pingTimer.invalidate();
+    _queueTimer.invalidate();
+    if (_stream) _stream->close();
+    resumeSenders();
+}
+
+// --- Pings
+
+void Dispatcher::WorkerConnection::schedulePing()
+{
+    _notRespondingTimer.invalidate();
+    _isPongAwaited = false;
+    const auto interval = std::max<std::int64_t>(_dispatcher._timeout.totalMilliseconds(0) / 3, 1);
+    _pingTimer = fn::uv::Timer::schedule(
+        _dispatcher._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
+}
+
+void Dispatcher::WorkerConnection::onPingDue()
+{
+    _isPongAwaited = true;
+    _wasReported = false;
+    awaitPong();
+    send(fn::Value::map({ { field::TYPE, type::PING } }));
+}
+
+void Dispatcher::WorkerConnection::awaitPong()
+{
+    // While this connection is not read for another's sake its silence means nothing.
+    if (_pauses > 0) return;
+    _notRespondingTimer
+        = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this] { onPongOverdue(); });
+}
+
+void Dispatcher::WorkerConnection::onPongOverdue()
+{
+    const fn::AutoPtr self(this);
+    _stream->readPending();
+    if (!_isPongAwaited || isClosed() || _wasReported) return;
+    _wasReported = true;
+    _dispatcher._onWorkerNotResponding.fire(_info);
+}
+
+// --- The queue
+
+void Dispatcher::WorkerConnection::watchQueue()
+{
+    if (isOwnWorker()) return;
+    if (_stream->queuedBytes() > limits::queueBytes) {
+        // Not inside the send: the sender is still walking the tables.
+        _dispatcher._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
+        return;
+    }
+    if (_queueTimer) return;
+    _queueTimer = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout,
+        [this, sentBefore = _stream->sentBytes()] { onQueueWatched(sentBefore); });
+}
+
+void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore)
+{
+    const fn::AutoPtr self(this);
+    _queueTimer = {};
+    if (_stream->queuedBytes() <= limits::stalledQueueBytes) return;
+    if (_stream->sentBytes() == sentBefore) closeStalled();
+    else watchQueue();
+}
+
+void Dispatcher::WorkerConnection::closeStalled()
+{
+    if (isClosed()) return;
+    const fn::AutoPtr self(this);
+    if (!_wasReported) _dispatcher._onWorkerNotResponding.fire(_info);
+    _wasReported = true;
+    const auto reason = fmt::format("it does not take the {} bytes that wait for it", _stream->queuedBytes());
+    if (!isClosed()) _dispatcher.closeConnection(self, reason.c_str());
+}
+
+void Dispatcher::WorkerConnection::slowDown(const fn::AutoPtr<WorkerConnection>& sender)
+{
+    if (isClosed() || _stream->queuedBytes() <= limits::pausingQueueBytes || isOwnWorker() || sender->isOwnWorker()) return;
+    if (std::ranges::find(_waitingSenders, sender) != _waitingSenders.end()) return;
+    if (_waitingSenders.empty()) {
+        _stream->whenQueuedAtMost(limits::pausingQueueBytes / 2, [this] { resumeSenders(); });
+    }
+    _waitingSenders.push_back(sender);
+    sender->pause();
+}
+
+void Dispatcher::WorkerConnection::pause()
+{
+    if (_pauses++ > 0 || isClosed()) return;
+    _stream->readStop();
+    _notRespondingTimer.invalidate();
+}
+
+void Dispatcher::WorkerConnection::resume()
+{
+    if (--_pauses > 0 || isClosed()) return;
+    _stream->readResume();
+    if (_isPongAwaited) awaitPong();
+}
+
+void Dispatcher::WorkerConnection::resumeSenders()
+{
+    for (const auto& sender : std::exchange(_waitingSenders, {})) sender->resume();
+}
+
+} // namespace ipc

@@ -1,0 +1,64 @@
+#pragma once
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/wire/message_helper.h"
+
+namespace ipc {
+
+/// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of what waits for it.
+///
+/// Pings: a third of the time-out after HELLO and after each PONG. When a PONG is overdue the socket is read once more
+/// before anybody is told: a hub that was itself starved finds answers lying unread.
+///
+/// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed.
+/// One that still takes bytes is waited for: those who send to it are read no further until half has left.
+class Dispatcher::WorkerConnection final : public fn::RefCountedObject {
+public:
+    explicit WorkerConnection(Dispatcher& dispatcher);
+
+    void accept(fn::uv::PipeStream& listener); ///< Takes the waiting connection and starts reading.
+
+    const WorkerInfo& info() const { return _info; }
+    void identify(WorkerInfo info); ///< It has said HELLO.
+    bool isIdentified() const { return _isIdentified; }
+    bool isOwnWorker() const { return _isIdentified && _info.workerId == 0; }
+    bool isClosed() const { return !_stream || _stream->isClosed(); }
+
+    void send(const fn::Value& message);
+    void schedulePing(); ///< A PONG has come, or HELLO has been answered.
+
+    /// Reads no further from `sender` while too much of it waits for this connection.
+    void slowDown(const fn::AutoPtr<WorkerConnection>& sender);
+
+    void close(); ///< Ends the stream and timers; senders that wait for this connection go on.
+
+private:
+    ~WorkerConnection() override = default;
+
+    void handle(const fn::Value& message, unsigned int length);
+    void onHelloOverdue();
+    void onPingDue();
+    void awaitPong();
+    void onPongOverdue();
+    void watchQueue();
+    void onQueueWatched(std::uint64_t sentBefore);
+    void closeStalled();
+    void pause();
+    void resume();
+    void resumeSenders();
+
+    Dispatcher& _dispatcher;
+    WorkerInfo _info;
+    fn::AutoPtr<fn::uv::PipeStream> _stream;
+    fn::Handle _notRespondingTimer;
+    fn::Handle _pingTimer;
+    MessageHelper _messageHelper;
+    fn::Handle _helloTimer;
+    fn::Handle _queueTimer; // Runs while more waits for this connection than a stalled one may have.
+    std::vector<fn::AutoPtr<WorkerConnection>> _waitingSenders; // Not read until this connection has taken half.
+    int _pauses = 0; // Receivers for whose sake this connection is not read.
+    bool _isIdentified = false;
+    bool _isPongAwaited = false;
+    bool _wasReported = false; // Not responding, since the last PING.
+};
+
+} // namespace ipc

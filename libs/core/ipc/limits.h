@@ -1,0 +1,45 @@
+#pragma once
+#include "foundation/duration.h"
+#include <cstddef>
+
+/// Bounds on what one peer makes this process hold or wait for. None of them is part of the wire.
+namespace ipc::limits {
+
+/// Largest body the hub reads from another process.
+inline constexpr std::size_t hubFrameBytes = std::size_t(256) << 20;
+
+/// Largest body a worker reads, and the hub from its own worker. Larger than what others may send to the hub, since the hub
+/// adds the source to a message and its own worker answers with lists of what others sent.
+inline constexpr std::size_t workerFrameBytes = std::size_t(1) << 30;
+
+/// Room for the field that the hub adds to a message that it forwards.
+inline constexpr std::size_t forwardingOverhead = 64;
+
+/// A frame buffer above this size is given back after its frame.
+inline constexpr std::size_t keptFrameBytes = std::size_t(8) << 20;
+
+/// A receiver that has taken nothing for the not-responding time-out while more than this waits for it is closed.
+inline constexpr std::size_t stalledQueueBytes = std::size_t(64) << 20;
+
+/// Above this, those who send to a slow receiver are read no further until half of it has left.
+inline constexpr std::size_t pausingQueueBytes = std::size_t(256) << 20;
+
+/// What may wait for one receiver at most: the hub's own worker is never paused, so its messages can pile up.
+inline constexpr std::size_t queueBytes = std::size_t(1) << 30;
+
+/// A connection that has not said HELLO by then is closed.
+inline constexpr fn::Duration helloTimeout = fn::Duration::seconds(30);
+
+/// Objects that the hub counts because one worker listed them.
+inline constexpr std::size_t countedObjects = 4'000'000;
+
+/// Registrations, and waiting look-ups, of one worker.
+inline constexpr std::size_t registrations = 1'000'000;
+inline constexpr std::size_t waiters = 100'000;
+
+/// Sticky namespaces, and their bodies in sum: the list of all must fit one answer.
+inline constexpr std::size_t stickyNamespaces = 100'000;
+inline constexpr std::size_t stickyBytes = std::size_t(64) << 20;
+inline constexpr int stickyDepth = 500;
+
+} // namespace ipc::limits

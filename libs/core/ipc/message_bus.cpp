@@ -1,0 +1,44 @@
+#include "core/ipc/message_bus.h"
+#include "core/ipc/message_bus_message.h"
+#include "core/ipc/worker/worker.h"
+
+namespace ipc {
+
+MessageBus::MessageBus(ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }
+MessageBus::~MessageBus() = default;
+
+void MessageBus::sendMessage(const fn::String& name, fn::Value&& body, bool sticky)
+{
+    if (!hasWorker()) return;
+    const auto payload = fn::Value::map({ { bus::WORKER_ID, worker().workerId() }, { bus::NAMESPACE, name },
+        { bus::BODY, std::move(body) }, { bus::STICKY, sticky } });
+    ObjectReference::sendMessage(fn::Value::map({ { bus::TYPE, bus::BUS_MESSAGE }, { bus::PAYLOAD, payload } }));
+}
+
+void MessageBus::onEvent(const fn::String& name, const fn::Value& argument)
+{
+    if (name != bus::EVENT) return;
+    receiveMessage(argument.get(bus::NAMESPACE).asString(), argument.get(bus::BODY), argument.get(bus::STICKY).toBool());
+}
+
+fn::Promise<void> MessageBus::getStickyMessages()
+{
+    const auto call = callMethod(bus::GET_STICKY_MESSAGES, {});
+    auto done = fn::Promise<void>::create();
+    done.onCancel([call] { call.cancel(); });
+    call.then(
+        [done, self = fn::AutoPtr(this)](fn::Value&& messages) {
+            try {
+                for (const auto& message : messages.elements()) {
+                    self->receiveMessage(message.get(bus::NAMESPACE).asString(), message.get(bus::BODY), true);
+                }
+                done.fulfill();
+            } catch (...) {
+                done.reject(std::current_exception());
+            }
+        },
+        [done](std::exception_ptr failure) { done.reject(failure); });
+    return done;
+}
+
+} // namespace ipc

@@ -1,0 +1,23 @@
+#pragma once
+#include "core/ipc/object/callable_object_reference.h"
+#include "foundation/message_bus.h"
+
+namespace ipc {
+
+/// The process's message bus, spanning all processes: what is posted here goes to the relay in the dispatcher, and what the
+/// relay sends out is delivered to the local listeners, the poster's own included.
+class FN_EXPORT MessageBus final : public fn::MessageBus, public CallableObjectReference {
+public:
+    explicit MessageBus(ObjectReferenceInitializer& initializer);
+
+    /// Fetches the sticky bodies posted so far and delivers each one here. Fulfilled when all are delivered.
+    fn::Promise<void> getStickyMessages();
+
+    ~MessageBus() override;
+
+protected:
+    void sendMessage(const fn::String& name, fn::Value&& body, bool sticky) override;
+    void onEvent(const fn::String& name, const fn::Value& argument) override;
+};
+
+} // namespace ipc

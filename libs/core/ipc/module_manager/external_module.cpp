@@ -1,0 +1,79 @@
+#include "core/ipc/module_manager/external_module.h"
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "foundation/assertion.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/logging.h"
+
+namespace ipc {
+namespace {
+
+constexpr const char* site = "libs/core/ipc/module_manager";
+constexpr unsigned spawnFlags = 0x10;
+constexpr unsigned extendedFlags = 0x80;
+constexpr int inherit = 2; // Kind of a standard stream.
+constexpr int standardHandles[] = { -10, -11, -12 }; // Input, output, error.
+constexpr int killSignal = 9;
+
+const fn::logging::Category& loaderCategory()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.moduleLoader");
+    return category;
+}
+
+} // namespace
+
+ExternalModule::ExternalModule(fn::String executablePath, bool extendedSpawnFlags)
+    : _executablePath(std::move(executablePath))
+    , _extendedSpawnFlags(extendedSpawnFlags)
+{
+}
+
+ExternalModule::~ExternalModule() = default;
+
+void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
+{
+    if (!FN_ASSERT(!_process, site, __LINE__, "launch", "!_process")) {
+        throw fn::RuntimeException("The process of module " + name() + " is still running");
+    }
+    _process = fn::makeAuto<fn::uv::Process>(dispatcher.loop());
+    fn::uv::ProcessOptions options;
+    options.file = _executablePath;
+    options.flags = _extendedSpawnFlags ? spawnFlags | extendedFlags : spawnFlags;
+    options.arguments.push_back(_executablePath);
+    for (auto& argument : arguments(dispatcher, workerTag)) options.arguments.push_back(std::move(argument));
+    for (const int handle : standardHandles) options.streams.push_back({ inherit, handle });
+    options.onExit = [this](std::int64_t status, int signal) {
+        onExit().fire(status, signal);
+        _process.reset();
+    };
+    FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
+    try {
+        _process->spawn(std::move(options));
+    } catch (...) {
+        _process.reset(); // Nothing runs: a later launch is allowed.
+        throw;
+    }
+}
+
+void ExternalModule::kill()
+{
+    if (!_process) return;
+    // The exit belongs to the dropped process: one kill leads to one relaunch, by whoever killed.
+    const auto process = std::exchange(_process, {});
+    process->kill(killSignal);
+}
+
+DefaultExternalModule::DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags)
+    : ExternalModule(std::move(executablePath), extendedSpawnFlags)
+    , _name(std::move(name))
+{
+}
+
+DefaultExternalModule::~DefaultExternalModule() = default;
+
+std::vector<fn::String> DefaultExternalModule::arguments(Dispatcher& dispatcher, const fn::String& workerTag)
+{
+    return { pathForSharedLibrary(_name), dispatcher.pipePath(), workerTag };
+}
+
+} // namespace ipc

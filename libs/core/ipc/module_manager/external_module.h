@@ -1,0 +1,43 @@
+#pragma once
+#include "core/ipc/module_manager/module_definition.h"
+#include "foundation/auto_ptr.h"
+#include "foundation/uv/process.h"
+#include <vector>
+
+namespace ipc {
+
+/// A module that runs as a process of its own. It is idle, or running from `launch()` until its process exits or `kill()`.
+/// The process inherits the three standard streams and nothing else.
+class FN_EXPORT ExternalModule : public ModuleDefinition {
+public:
+    ExternalModule(fn::String executablePath, bool extendedSpawnFlags);
+
+    bool runsMainLoop() override { return false; }
+    void launch(Dispatcher& dispatcher, const fn::String& workerTag) override; ///< Only while idle.
+    void kill() override; ///< Signal 9. The process is reaped, but its exit is told to nobody.
+    bool isSeparateProcess() override { return true; }
+    std::optional<fn::String> executablePath() override { return _executablePath; }
+    ~ExternalModule() override;
+
+    /// What follows the executable path on the command line.
+    virtual std::vector<fn::String> arguments(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
+
+private:
+    const fn::String _executablePath;
+    fn::AutoPtr<fn::uv::Process> _process; // Empty while idle.
+    const bool _extendedSpawnFlags;
+};
+
+/// A module library that the generic loader runs: `LOADER LIBRARY PIPE_PATH WORKER_TAG`.
+class FN_EXPORT DefaultExternalModule final : public ExternalModule {
+public:
+    DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags);
+    fn::String name() override { return _name; }
+    ~DefaultExternalModule() override;
+    std::vector<fn::String> arguments(Dispatcher& dispatcher, const fn::String& workerTag) override;
+
+private:
+    const fn::String _name;
+};
+
+} // namespace ipc

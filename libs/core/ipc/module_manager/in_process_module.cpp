@@ -1,0 +1,45 @@
+#include "core/ipc/module_manager/in_process_module.h"
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/module_entry_point.h"
+#include "foundation/logging/logging.h"
+
+namespace ipc {
+namespace {
+
+constexpr const char* site = "libs/core/ipc/module_manager";
+constexpr int loadFlags = 9;
+
+const fn::logging::Category& moduleCategory()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.module");
+    return category;
+}
+
+} // namespace
+
+InProcessModule::InProcessModule(fn::String name, bool runsMainLoop)
+    : _name(std::move(name))
+    , _runsMainLoop(runsMainLoop)
+{
+}
+
+InProcessModule::~InProcessModule() = default;
+
+void InProcessModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
+{
+    if (_library.isLoaded()) {
+        FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site,
+            "Shared library for module {} has already been loaded", _name);
+        return;
+    }
+    _library.load(pathForSharedLibrary(_name), loadFlags);
+    const auto entryPoint = reinterpret_cast<ModuleEntryPoint>(_library.symbol(moduleEntryPointName));
+    entryPoint(dispatcher.pipePath().c_str(), workerTag.c_str(), 0, 0);
+}
+
+void InProcessModule::kill()
+{
+    FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site, "Can't kill in-process module {}", _name);
+}
+
+} // namespace ipc

@@ -1,0 +1,47 @@
+#pragma once
+#include "foundation/signal.h"
+#include "foundation/string.h"
+#include <cstdint>
+#include <optional>
+
+namespace ipc {
+
+class Dispatcher;
+
+/// Describes one module of the application and knows how to start it and to end it by force. A module is a process of its
+/// own or a library in this one; either way it runs a worker that connects to the dispatcher. The ModuleManager, which
+/// owns the definitions, decides when. Belongs to the dispatcher's loop.
+///
+/// Files: NAME's library is `modules/NAME.dll` and the loader `PREFIX.LOADER` beside the programs (see fn::PathManager).
+class FN_EXPORT ModuleDefinition {
+public:
+    /// A library in this process (`inProcess`; `runsMainLoop` where its entry point runs the main loop), else a process of
+    /// the loader named `loaderName`. The caller owns it. `extendedSpawnFlags` changes nothing here.
+    static ModuleDefinition* create(const fn::String& name, const fn::String& loaderName, bool inProcess,
+        bool runsMainLoop, bool extendedSpawnFlags);
+
+    ModuleDefinition();
+    ModuleDefinition(const ModuleDefinition&) = delete;
+    ModuleDefinition& operator=(const ModuleDefinition&) = delete;
+
+    virtual bool runsMainLoop() = 0;
+    /// Starts the module; `workerTag` tells the dispatcher which launch its worker comes from. What fails is thrown.
+    virtual void launch(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
+    virtual void kill() = 0; ///< Ends it by force, where that can be done; its exit is not told then.
+    virtual bool isSeparateProcess() = 0;
+    virtual std::optional<fn::String> executablePath() = 0; ///< Of a separate process.
+    virtual fn::String name() = 0;
+    virtual ~ModuleDefinition();
+
+    /// The module's process has ended: exit status and the signal that ended it, or 0.
+    fn::Signal<std::int64_t, int>& onExit() { return _onExit; }
+
+protected:
+    static fn::String pathForExecutable(const fn::String& name);
+    static fn::String pathForSharedLibrary(const fn::String& name); ///< Without the ending.
+
+private:
+    fn::Signal<std::int64_t, int> _onExit;
+};
+
+} // namespace ipc

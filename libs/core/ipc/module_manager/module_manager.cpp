@@ -1,0 +1,27 @@
+#include "core/ipc/module_manager/module_manager.h"
+#include "core/ipc/module_manager/module_manager_state.h"
+
+namespace ipc {
+
+ModuleManager::ModuleManager(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions)
+    : _state(fn::makeAuto<State>(dispatcher, std::move(definitions)))
+{
+    _state->connectSignals();
+}
+
+ModuleManager::ModuleManager(ModuleManager&&) noexcept = default;
+ModuleManager::~ModuleManager() = default;
+
+void ModuleManager::start()
+{
+    const auto state = _state; // The main loop module may end this manager.
+    state->start();
+}
+
+void ModuleManager::stop() { _state->stop(); }
+
+fn::Signal<fn::String>& ModuleManager::onFatalError() { return _state->onFatalError; }
+fn::Signal<>& ModuleManager::onAllModulesConnected() { return _state->onAllModulesConnected; }
+fn::Signal<fn::String>& ModuleManager::onModuleNotResponding() { return _state->onModuleNotResponding; }
+
+} // namespace ipc

@@ -1,0 +1,183 @@
+#include "core/ipc/module_manager/module_manager_state.h"
+#include "foundation/logging/logging.h"
+#include "foundation/system/uuid.h"
+#include "foundation/uv/timer.h"
+#include <algorithm>
+
+#define LOG(priority, ...) \
+    FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)
+
+namespace ipc {
+namespace {
+
+constexpr auto connectionTimeout = fn::Duration::seconds(30);
+constexpr auto relaunchDelay = fn::Duration::seconds(1);
+constexpr int toleratedTimeouts = 1;
+constexpr int toleratedEarlyExits = 1; // Launches after which an exit before the connection is no longer tolerated.
+
+const fn::logging::Category& category()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.moduleManager");
+    return category;
+}
+
+} // namespace
+
+ModuleManager::State::State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions)
+    : _dispatcher(dispatcher)
+    , _loop(dispatcher.loop())
+{
+    for (auto* definition : definitions) _modules.emplace_back().definition.reset(definition);
+    definitions.clear();
+}
+
+ModuleManager::State::~State() = default;
+
+void ModuleManager::State::connectSignals()
+{
+    const fn::WeakPtr weak(this);
+    for (auto& module : _modules) {
+        module.definition->onExit()
+            .connect([weak, &module](std::int64_t status, int signal) {
+                if (const auto self = weak.lock()) self->moduleDidExit(module, status, signal);
+            })
+            .detach();
+    }
+    _dispatcher.onWorkerConnected()
+        .connect([weak](const Dispatcher::WorkerInfo& info) {
+            if (const auto self = weak.lock()) self->onWorkerConnected(info);
+        })
+        .detach();
+    _dispatcher.onWorkerNotResponding()
+        .connect([weak](const Dispatcher::WorkerInfo& info) {
+            if (const auto self = weak.lock()) self->onWorkerNotResponding(info);
+        })
+        .detach();
+}
+
+// --- Launching
+
+void ModuleManager::State::start()
+{
+    const auto mainLoopModule
+        = std::ranges::find_if(_modules, [](const ModuleState& module) { return module.definition->runsMainLoop(); });
+    auto* const except = mainLoopModule == _modules.end() ? nullptr : &*mainLoopModule;
+    auto& mainLoop = fn::RunLoop::defaultLoop();
+    mainLoop.post([weak = fn::WeakPtr(this), except] {
+        if (const auto self = weak.lock()) self->launchAll(except);
+    });
+    if (except) launchModule(*except); // Its entry point runs the loop.
+    else mainLoop.run(0);
+}
+
+void ModuleManager::State::launchAll(const ModuleState* except)
+{
+    for (auto& module : _modules) {
+        if (&module == except) continue;
+        if (!launchModule(module)) {
+            LOG(2, "Aborting launch");
+            return;
+        }
+    }
+}
+
+bool ModuleManager::State::launchModule(ModuleState& module)
+{
+    module.workerTag = fn::UUIDGenerator::defaultGenerator().createOne().toString();
+    ++module.launches;
+    LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
+    try {
+        module.definition->launch(_dispatcher, module.workerTag);
+        module.connectionTimer
+            = fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
+        return true;
+    } catch (const std::exception& exception) {
+        const fn::String message
+            = fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
+        LOG(2, "{}", message);
+        onFatalError.fire(message);
+        return false;
+    }
+}
+
+void ModuleManager::State::restart(ModuleState& module)
+{
+    if (_stopped) return;
+    fn::uv::Timer::schedule(_loop, relaunchDelay, [weak = fn::WeakPtr(this), &module] {
+        // Stopped meanwhile: a module launched now would outlive the application.
+        if (const auto self = weak.lock(); self && !self->_stopped) self->launchModule(module);
+    }).detach();
+}
+
+// --- What happens to modules
+
+ModuleManager::State::ModuleState* ModuleManager::State::stateForWorkerTag(const fn::String& tag)
+{
+    const auto found
+        = std::ranges::find_if(_modules, [&](const ModuleState& module) { return module.workerTag == tag; });
+    return found == _modules.end() ? nullptr : &*found;
+}
+
+void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
+{
+    auto* const module = stateForWorkerTag(info.tag);
+    if (!module) {
+        LOG(5, "Received Connected notification for unmanaged module {}", info);
+        return;
+    }
+    LOG(5, "Module {} has connected", info);
+    module->connectionTimer.invalidate();
+    module->connected = true;
+    if (std::ranges::all_of(_modules, &ModuleState::connected)) onAllModulesConnected.fire();
+}
+
+void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& info)
+{
+    auto* const module = stateForWorkerTag(info.tag);
+    if (!module) {
+        LOG(2, "Received Not Responding notification for unmanaged workerId {}", info);
+        return;
+    }
+    const auto name = module->definition->name();
+    onModuleNotResponding.fire(name);
+    if (!module->definition->isSeparateProcess()) {
+        LOG(2, "Module {} stopped responding but can not be terminated because it is in-process", name);
+        return;
+    }
+    LOG(2, "Module {} stopped responding and will be terminated", name);
+    module->definition->kill();
+    restart(*module);
+}
+
+void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
+{
+    const fn::AutoPtr self(this);
+    const auto name = module.definition->name();
+    if (++module.timeouts <= toleratedTimeouts) {
+        LOG(2, "Module {} timed out at launch, will attempt to restart", name);
+        module.definition->kill();
+        restart(module);
+        return;
+    }
+    LOG(2, "Module {} timed out at launch, giving up", name);
+    module.definition->kill();
+    onFatalError.fire(fmt::format("Module {} failed to connect", name));
+}
+
+void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t status, int signal)
+{
+    const bool wasConnecting = static_cast<bool>(module.connectionTimer);
+    module.connectionTimer.invalidate();
+    const auto name = module.definition->name();
+    if (wasConnecting && module.launches > toleratedEarlyExits) {
+        const fn::String message = fmt::format(
+            "Module {} did exit before connection was established (status: {}, signal {})", name, status, signal);
+        LOG(2, "{}", message);
+        onFatalError.fire(message);
+        return;
+    }
+    LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
+    restart(module);
+}
+
+} // namespace ipc

@@ -1,0 +1,48 @@
+#pragma once
+#include "core/ipc/module_manager/module_manager.h"
+#include "foundation/weak_ptr.h"
+#include <list>
+
+namespace ipc {
+
+/// What a ModuleManager supervises, at an address that does not move.
+class ModuleManager::State final : public fn::RefCountedObject {
+public:
+    struct ModuleState {
+        std::unique_ptr<ModuleDefinition> definition;
+        fn::String workerTag; ///< Of the current launch; empty before the first.
+        fn::Handle connectionTimer; ///< Set from a launch until the worker connects or the process exits, fired or not.
+        int timeouts = 0; ///< Connection time-outs, ever.
+        int launches = 0; ///< Ever.
+        bool connected = false; ///< Has connected once.
+    };
+
+    State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions);
+
+    void connectSignals();
+    void start();
+    void stop() { _stopped = true; }
+
+    fn::Signal<fn::String> onFatalError;
+    fn::Signal<> onAllModulesConnected;
+    fn::Signal<fn::String> onModuleNotResponding;
+
+private:
+    ~State() override;
+
+    void launchAll(const ModuleState* except);
+    bool launchModule(ModuleState& module);
+    void onWorkerConnected(const Dispatcher::WorkerInfo& info);
+    void onWorkerNotResponding(const Dispatcher::WorkerInfo& info);
+    void moduleConnectionDidTimeout(ModuleState& module);
+    void moduleDidExit(ModuleState& module, std::int64_t status, int signal);
+    void restart(ModuleState& module);
+    ModuleState* stateForWorkerTag(const fn::String& tag);
+
+    Dispatcher& _dispatcher;
+    fn::uv::Loop& _loop;
+    std::list<ModuleState> _modules; // In the order given. Elements never move or go while this lives.
+    bool _stopped = false;
+};
+
+} // namespace ipc

@@ -1,0 +1,25 @@
+#pragma once
+#include "foundation/value.h"
+#include <cstdint>
+
+/// What callable objects say to each other: maps with these keys, as the payload of a MESSAGE.
+namespace ipc::call {
+
+inline constexpr const char* TYPE = "TYPE"; ///< One of the following five.
+inline constexpr const char* CALL = "CALL"; ///< METHOD_NAME, ARGUMENT, REQUEST_ID.
+inline constexpr const char* CALL_RESPONSE = "CALL_RESPONSE"; ///< REQUEST_ID, RESULT.
+inline constexpr const char* CALL_ERROR = "CALL_ERROR"; ///< REQUEST_ID, ERROR: an exception record or any value.
+inline constexpr const char* CANCEL = "CANCEL"; ///< REQUEST_ID.
+inline constexpr const char* EVENT = "EVENT"; ///< EVENT_NAME, ARGUMENT.
+
+inline constexpr const char* METHOD_NAME = "METHOD_NAME";
+inline constexpr const char* EVENT_NAME = "EVENT_NAME";
+inline constexpr const char* ARGUMENT = "ARGUMENT";
+inline constexpr const char* REQUEST_ID = "REQUEST_ID";
+inline constexpr const char* RESULT = "RESULT";
+inline constexpr const char* ERROR = "ERROR";
+
+/// A call with this id, or without one, is not answered.
+inline constexpr std::uint32_t NO_REQUEST_ID = 0xFFFFFFFF;
+
+} // namespace ipc::call

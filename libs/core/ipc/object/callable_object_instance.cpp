@@ -1,0 +1,78 @@
+#include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/exception_record.h"
+
+namespace ipc {
+namespace {
+
+std::uint32_t requestIdOf(const fn::Value& message)
+{
+    const auto* requestId = message.find(call::REQUEST_ID);
+    return requestId ? requestId->to<std::uint32_t>() : call::NO_REQUEST_ID;
+}
+
+} // namespace
+
+CallableObjectInstance::CallableObjectInstance(Worker& worker) : ObjectInstance(worker) { }
+CallableObjectInstance::~CallableObjectInstance() = default;
+
+void CallableObjectInstance::onMessage(WorkerId sourceWorkerId, const fn::Value& message)
+{
+    const auto messageType = message.get(call::TYPE).asString();
+    if (messageType == call::CALL) {
+        const auto name = message.at(call::METHOD_NAME).asString();
+        onMethodCall({ sourceWorkerId, requestIdOf(message) }, name, message.get(call::ARGUMENT));
+    } else if (messageType == call::CANCEL) {
+        onMethodCallCancelled({ sourceWorkerId, requestIdOf(message) });
+    }
+}
+
+void CallableObjectInstance::onMethodCall(const CallContext&, const fn::String&, const fn::Value&) { }
+void CallableObjectInstance::onMethodCallCancelled(const CallContext&) { }
+
+void CallableObjectInstance::sendResult(const CallContext& context, const fn::Value& result)
+{
+    if (context.requestId == call::NO_REQUEST_ID) return;
+    sendMessage(context.workerId,
+        fn::Value::map({ { call::TYPE, call::CALL_RESPONSE }, { call::REQUEST_ID, context.requestId },
+            { call::RESULT, result } }));
+}
+
+void CallableObjectInstance::sendError(const CallContext& context, const fn::Value& error)
+{
+    if (context.requestId == call::NO_REQUEST_ID) return;
+    sendMessage(context.workerId,
+        fn::Value::map(
+            { { call::TYPE, call::CALL_ERROR }, { call::REQUEST_ID, context.requestId }, { call::ERROR, error } }));
+}
+
+void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
+{
+    if (context.requestId == call::NO_REQUEST_ID) return; // Resolving a trace for nobody would be a waste.
+    sendError(context, exceptionRecord(exception));
+}
+
+void CallableObjectInstance::sendError(const CallContext& context, std::exception_ptr exception)
+{
+    try {
+        std::rethrow_exception(exception);
+    } catch (const fn::Exception& e) {
+        sendError(context, e);
+    } catch (const std::exception& e) {
+        sendError(context, fn::Value(e.what()));
+    } catch (...) {
+        sendError(context, fn::Value("Unknown Exception"));
+    }
+}
+
+void CallableObjectInstance::postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument)
+{
+    sendMessage(workerId,
+        fn::Value::map({ { call::TYPE, call::EVENT }, { call::EVENT_NAME, name }, { call::ARGUMENT, argument } }));
+}
+
+void CallableObjectInstance::broadcastEvent(const fn::String& name, const fn::Value& argument)
+{
+    postEvent(NO_WORKER_ID, name, argument);
+}
+
+} // namespace ipc

@@ -1,0 +1,96 @@
+#include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/call_message.h"
+#include "core/ipc/object/exception_record.h"
+#include "core/ipc/object/object_dead_exception.h"
+
+namespace ipc {
+namespace {
+
+std::exception_ptr objectDead() { return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture)); }
+
+} // namespace
+
+CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& initializer) : ObjectReference(initializer) { }
+
+CallableObjectReference::~CallableObjectReference() = default;
+
+fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
+{
+    auto promise = fn::Promise<fn::Value>::create();
+    if (dead() || !hasWorker()) {
+        promise.reject(objectDead());
+        return promise;
+    }
+    const auto requestId = nextRequestId();
+    const fn::AutoPtr self(this);
+    _pendingCalls.emplace(requestId, PendingCall { name, promise, self });
+    try {
+        sendMessage(fn::Value::map({ { call::TYPE, call::CALL }, { call::METHOD_NAME, name }, { call::ARGUMENT, argument },
+            { call::REQUEST_ID, requestId } }));
+    } catch (...) {
+        _pendingCalls.erase(requestId);
+        promise.reject(std::current_exception());
+        return promise;
+    }
+    promise.onCancel([self, requestId] { self->cancelCall(requestId); });
+    return promise;
+}
+
+std::uint32_t CallableObjectReference::nextRequestId()
+{
+    do {
+        ++_requestCounter;
+    } while (_requestCounter == 0 || _requestCounter == call::NO_REQUEST_ID || _pendingCalls.contains(_requestCounter));
+    return _requestCounter;
+}
+
+void CallableObjectReference::cancelCall(std::uint32_t requestId)
+{
+    if (!_pendingCalls.extract(requestId)) return;
+    sendMessage(fn::Value::map({ { call::TYPE, call::CANCEL }, { call::REQUEST_ID, requestId } }));
+}
+
+void CallableObjectReference::onMessage(const fn::Value& message)
+{
+    const auto messageType = message.get(call::TYPE).asString();
+    if (messageType == call::CALL_RESPONSE) endCall(message, true);
+    else if (messageType == call::CALL_ERROR) endCall(message, false);
+    else if (messageType == call::EVENT) onEvent(message.at(call::EVENT_NAME).asString(), message.get(call::ARGUMENT));
+}
+
+void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
+{
+    const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
+    const auto& content = message.at(hasResult ? call::RESULT : call::ERROR);
+    // Removed first: the consumer's callables may call, cancel, or drop the last reference.
+    const auto ended = _pendingCalls.extract(requestId);
+    if (!ended) return; // Cancelled or answered already.
+    const auto& promise = ended.mapped().promise;
+    if (hasResult) {
+        promise.fulfill(content);
+        return;
+    }
+    std::exception_ptr failure;
+    try {
+        failure = onError(content);
+    } catch (...) {
+        failure = std::current_exception(); // A record that cannot be rebuilt still ends the call.
+    }
+    promise.reject(std::move(failure));
+}
+
+std::exception_ptr CallableObjectReference::onError(const fn::Value& error)
+{
+    if (isExceptionRecord(error)) return exceptionFromRecord(error);
+    return std::make_exception_ptr(fn::RuntimeException(error.toString()));
+}
+
+void CallableObjectReference::onEvent(const fn::String&, const fn::Value&) { }
+
+void CallableObjectReference::onObjectDead()
+{
+    const auto ended = std::exchange(_pendingCalls, {});
+    for (const auto& [requestId, pending] : ended) pending.promise.reject(objectDead());
+}
+
+} // namespace ipc

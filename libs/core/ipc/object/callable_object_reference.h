@@ -1,0 +1,48 @@
+#pragma once
+#include "core/ipc/object/object_reference.h"
+#include "foundation/promise.h"
+#include <map>
+
+namespace ipc {
+
+/// A shared object whose methods can be called. Subclasses wrap `callMethod()` in typed operations.
+class FN_EXPORT CallableObjectReference : public ObjectReference {
+public:
+    explicit CallableObjectReference(ObjectReferenceInitializer& initializer);
+
+    /// Calls a method of the instance. The promise ends in exactly one way:
+    ///  - fulfilled with the result, or rejected with the error of the instance, as an exception of the same class;
+    ///  - rejected with `ipc::ObjectDeadException` when the instance's worker has gone or goes, or with what encoding the
+    ///    argument threw;
+    ///  - cancelled by the caller: the instance is told, an answer on its way is ignored.
+    /// Until then the reference stays alive.
+    fn::Promise<fn::Value> callMethod(const fn::String& name, const fn::Value& argument);
+
+    ~CallableObjectReference() override;
+
+protected:
+    void onMessage(const fn::Value& message) override;
+    void onObjectDead() override;
+
+    /// The exception that a call is rejected with for an error value. Default: rebuilds an exception record; any other
+    /// value becomes a `fn::RuntimeException` with its text.
+    virtual std::exception_ptr onError(const fn::Value& error);
+    virtual void onEvent(const fn::String& name, const fn::Value& argument); ///< Default: nothing.
+
+private:
+    struct PendingCall {
+        fn::String methodName;
+        fn::Promise<fn::Value> promise;
+        fn::AutoPtr<CallableObjectReference> self; // A reference with calls in flight lives.
+    };
+    using PendingCalls = std::map<std::uint32_t, PendingCall>;
+
+    std::uint32_t nextRequestId();
+    void cancelCall(std::uint32_t requestId);
+    void endCall(const fn::Value& message, bool hasResult);
+
+    std::uint32_t _requestCounter = 0;
+    PendingCalls _pendingCalls;
+};
+
+} // namespace ipc

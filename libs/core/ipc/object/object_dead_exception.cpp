@@ -1,0 +1,8 @@
+#include "core/ipc/object/object_dead_exception.h"
+#include "foundation/exception_factory.h"
+
+namespace ipc {
+
+FN_IMPLEMENT_EXCEPTION(ObjectDeadException, fn::RuntimeException);
+
+} // namespace ipc

@@ -1,0 +1,9 @@
+#pragma once
+#include "foundation/exceptions.h"
+
+namespace ipc {
+
+/// The failure of every call on an object whose worker has gone.
+FN_DECLARE_EXCEPTION(ObjectDeadException, fn::RuntimeException);
+
+} // namespace ipc

@@ -1,0 +1,128 @@
+#include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/local_delivery.h"
+#include "core/ipc/worker/worker.h"
+#include "foundation/assertion.h"
+#include <algorithm>
+#include <memory>
+
+namespace ipc {
+
+/// Holds a new instance until the loop's next turn, so that nobody's first release destroys it half made. A derived
+/// constructor may throw: the instance disarms it then.
+class ObjectInstance::ConstructionTask final : public fn::RefCountedBase {
+public:
+    explicit ConstructionTask(ObjectInstance* instance) : _instance(instance) { }
+    ~ConstructionTask() override { finish(); }
+
+    void run()
+    {
+        if (_instance) _instance->_ready = true;
+        finish();
+    }
+
+    void disarm() { static_cast<void>(_instance.leak()); } // The memory goes: its count no longer matters.
+
+private:
+    void finish()
+    {
+        if (!_instance) return;
+        _instance->_constructionTask = nullptr;
+        _instance.reset();
+    }
+
+    fn::AutoPtr<ObjectInstance> _instance;
+};
+
+ObjectInstance::ObjectInstance(Worker& worker)
+    : _manager(worker._objectManager)
+    , _objectId(_manager->nextObjectId())
+{
+    const auto task = fn::makeAuto<ConstructionTask>(this);
+    _constructionTask = task.get();
+    _manager->registerInstance(*this);
+    loop().post([task] { task->run(); });
+}
+
+ObjectInstance::~ObjectInstance()
+{
+    if (_constructionTask) _constructionTask->disarm();
+    _manager->unregisterInstance(this);
+}
+
+void ObjectInstance::deleteInstance()
+{
+    // Owned by the task: a loop that ends before it runs deletes the object all the same.
+    struct Deleter {
+        void operator()(ObjectInstance* instance) const { delete instance; }
+    };
+    loop().post([owned = std::unique_ptr<ObjectInstance, Deleter>(this)]() mutable { owned.reset(); });
+}
+
+Worker& ObjectInstance::worker() const
+{
+    if (!_manager->worker()) fn::internal::throwNullPointer(typeid(Worker));
+    return *_manager->worker();
+}
+
+fn::RunLoop& ObjectInstance::loop() const { return _manager->loop(); }
+
+fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
+{
+    if (auto reference = _localReference.lock()) return reference;
+    if (!tryRetain()) return {};
+    ObjectReferenceInitializer initializer(
+        _manager.get(), _objectId, fn::AutoPtr<ObjectInstance>::adopt(this), fn::String());
+    auto reference = createReference(initializer);
+    _localReference = reference;
+    return reference;
+}
+
+void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
+{
+    if (!_ready) {
+        loop().post([self = fn::AutoPtr(this), workerId, value] { self->sendMessage(workerId, value); });
+        return;
+    }
+    auto* worker = _manager->worker();
+    if (!worker) return;
+    if (workerId != _manager->workerId()) worker->sendMessageToWorker(workerId, _objectId, value);
+    if (workerId == NO_WORKER_ID || workerId == _manager->workerId()) deliverLocally(value);
+}
+
+void ObjectInstance::deliverLocally(const fn::Value& value)
+{
+    auto reference = _localReference.lock();
+    if (!reference) return;
+    loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value)] {
+        reference->onMessage(message);
+    });
+}
+
+void ObjectInstance::onMessage(WorkerId, const fn::Value&) { }
+
+fn::AutoPtr<ObjectReference> ObjectInstance::createReference(ObjectReferenceInitializer& initializer)
+{
+    return fn::makeAuto<ObjectReference>(initializer);
+}
+
+void ObjectInstance::increateUsageCount()
+{
+    ++_usageCount;
+    retain();
+}
+
+void ObjectInstance::decreaseUsageCount()
+{
+    --_usageCount;
+    release();
+}
+
+void ObjectInstance::releaseUsage(std::int32_t count)
+{
+    // A dispatcher that releases more than it was sent must not take away what others hold.
+    const auto due = std::min(count, _usageCount);
+    for (std::int32_t i = 0; i < due; ++i) decreaseUsageCount();
+    FN_ASSERT(count >= 0 && count == due, "libs/core/ipc/worker", 169, "onMessage", "instance");
+}
+
+} // namespace ipc

@@ -1,0 +1,101 @@
+#include "core/ipc/object/object_reference.h"
+#include "core/ipc/object/local_delivery.h"
+#include "core/ipc/object/object_instance.h"
+#include "core/ipc/worker/worker.h"
+#include "foundation/assertion.h"
+#include "foundation/debug.h"
+#include <memory>
+
+namespace ipc {
+
+ObjectReferenceInitializer::ObjectReferenceInitializer(
+    WorkerObjectManager* manager, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className)
+    : manager(manager)
+    , objectId(objectId)
+    , instance(std::move(instance))
+    , className(std::move(className))
+{
+}
+
+ObjectReferenceInitializer::ObjectReferenceInitializer(const ObjectReferenceInitializer&) = default;
+ObjectReferenceInitializer& ObjectReferenceInitializer::operator=(const ObjectReferenceInitializer&) = default;
+ObjectReferenceInitializer::~ObjectReferenceInitializer() = default;
+
+ObjectReferenceInitializer ObjectReference::_dummyInitializer;
+
+ObjectReference::ObjectReference(ObjectReferenceInitializer& initializer)
+    : _manager(initializer.manager)
+    , _objectId(initializer.objectId)
+    , _instance(initializer.instance)
+    , _className(initializer.className)
+{
+    if (_manager) _manager->registerReference(*this);
+}
+
+ObjectReference::~ObjectReference()
+{
+    if (_manager) _manager->unregisterReference(this);
+}
+
+void ObjectReference::deleteInstance()
+{
+    if (!_manager) {
+        delete this;
+        return;
+    }
+    // Owned by the task: a loop that ends before it runs deletes the object all the same.
+    struct Deleter {
+        void operator()(ObjectReference* reference) const { delete reference; }
+    };
+    _manager->loop().post([owned = std::unique_ptr<ObjectReference, Deleter>(this)]() mutable { owned.reset(); });
+}
+
+fn::RunLoop& ObjectReference::loop() const { return _manager->loop(); }
+
+bool ObjectReference::hasWorker() const { return _manager && _manager->worker(); }
+
+Worker& ObjectReference::worker() const
+{
+    if (!hasWorker()) fn::internal::throwNullPointer(typeid(Worker));
+    return *_manager->worker();
+}
+
+fn::String ObjectReference::className() const
+{
+    return _className.empty() ? fn::debug::demangleTypeName(typeid(*this).name()) : _className;
+}
+
+fn::String ObjectReference::toString() const
+{
+    return "ObjectReference (" + className() + ", "
+        + fn::String::numberHEX(reinterpret_cast<std::uintptr_t>(this), 0, ' ') + ")";
+}
+
+void ObjectReference::sendMessage(const fn::Value& value)
+{
+    if (!hasWorker()) return;
+    if (!local()) {
+        worker().sendMessageToWorker(ownerOf(_objectId), _objectId, value);
+        return;
+    }
+    loop().post([instance = _instance, source = _manager->workerId(), message = replaceInstanesWithReferences(value)] {
+        instance->onMessage(source, message);
+    });
+}
+
+void ObjectReference::onMessage(const fn::Value&) { }
+void ObjectReference::onObjectDead() { }
+
+void ObjectReference::increaseUsageCount()
+{
+    if (!FN_ASSERT(!_instance, "libs/core/ipc/object", 72, "increaseUsageCount", "!_instance")) return;
+    ++_usageCount;
+}
+
+void ObjectReference::notifyObjectDead()
+{
+    _objectDeadSignal.fireOnce();
+    onObjectDead();
+}
+
+} // namespace ipc

@@ -1,0 +1,46 @@
+#include "core/ipc/registry.h"
+#include "core/ipc/object/object_instance.h"
+#include <cstdint>
+
+namespace ipc {
+
+Registry::Registry(ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }
+Registry::~Registry() = default;
+
+namespace {
+
+/// A call whose result says no more than that it has been done. Cancelling it cancels the call.
+fn::Promise<void> withoutResult(const fn::Promise<fn::Value>& call)
+{
+    auto done = fn::Promise<void>::create();
+    done.onCancel([call] { call.cancel(); });
+    call.then([done](fn::Value&&) { done.fulfill(); }, [done](std::exception_ptr failure) { done.reject(failure); });
+    return done;
+}
+
+} // namespace
+
+fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority)
+{
+    _registeredInstances.insert(instance);
+    return withoutResult(
+        callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } })));
+}
+
+fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::Duration timeout)
+{
+    return callMethod("getInstance",
+        fn::Value::map({ { "className", className }, { "timeout", std::int64_t(timeout.totalMilliseconds()) } }));
+}
+
+fn::Promise<void> Registry::setInstancesHidden(bool hidden)
+{
+    return withoutResult(callMethod("setInstancesHidden", hidden));
+}
+
+bool Registry::isInstanceRegistered(const fn::AutoPtr<ObjectInstance>& instance) const
+{
+    return _registeredInstances.contains(instance);
+}
+
+} // namespace ipc

@@ -1,0 +1,59 @@
+#pragma once
+#include "core/ipc/object/callable_object_instance.h"
+#include <functional>
+#include <map>
+#include <utility>
+
+namespace ipc {
+
+/// The registry itself: the first object of the dispatcher's own worker, once in the whole system.
+///
+/// Methods: "getInstance" {"className", "timeout" in ms} gives the reference, or fails with
+/// `fn::OperationTimedOutException`; "registerInstance" {"instance", "priority"}; "setInstancesHidden" boolean, for the
+/// instances of the calling worker. What one worker may register and wait for is bounded (core/ipc/limits.h).
+class FN_EXPORT RegistryImpl final : public CallableObjectInstance {
+public:
+    explicit RegistryImpl(Worker& worker);
+
+    /// A worker has died: nobody is left to answer. Its registrations end with its objects.
+    void forgetWorker(WorkerId workerId);
+
+protected:
+    ~RegistryImpl() override;
+    fn::AutoPtr<ObjectReference> createReference(ObjectReferenceInitializer& initializer) override;
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
+
+private:
+    struct Registration {
+        fn::AutoPtr<ObjectReference> reference;
+        bool hidden = false;
+    };
+    /// Priority, then the order of registering: both descending, so that the first one is who is looked for.
+    using Place = std::pair<std::int32_t, std::uint64_t>;
+    using Registrations = std::map<Place, Registration, std::greater<>>; // Never empty in the table.
+
+    /// Class name, then the order of asking.
+    using WaiterKey = std::pair<fn::String, std::uint64_t>;
+    struct Waiter {
+        CallContext context;
+        fn::Handle timer;
+    };
+
+    void getInstance(const CallContext& context, const fn::Value& argument);
+    void registerInstance(const CallContext& context, const fn::Value& argument);
+    void setInstancesHidden(const CallContext& context, bool hidden);
+    fn::AutoPtr<ObjectReference> findVisible(const fn::String& className) const;
+    void wait(const CallContext& context, const fn::String& className, std::int64_t milliseconds);
+    void onWaitOver(const WaiterKey& key);
+    void answerWaiters(const fn::String& className, const fn::AutoPtr<ObjectReference>& reference);
+    void removeRegistration(const fn::String& className, const Place& place);
+    static void countDown(std::map<WorkerId, std::size_t>& counts, WorkerId workerId);
+
+    std::map<fn::String, Registrations> _entries;
+    std::map<WaiterKey, Waiter> _waiters;
+    std::uint64_t _nextSequence = 0; // Of registrations and waiters.
+    std::map<WorkerId, std::size_t> _registrationCounts; // By the owner of the object.
+    std::map<WorkerId, std::size_t> _waiterCounts; // By the calling worker.
+};
+
+} // namespace ipc

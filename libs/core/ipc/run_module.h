@@ -1,0 +1,36 @@
+#pragma once
+#include "core/ipc/module.h"
+#include "core/ipc/module_entry_point.h"
+#include <memory>
+
+namespace ipc {
+
+namespace internal {
+/// Keeps a module of the main process until that process's loop has ended.
+FN_EXPORT void keepModule(std::unique_ptr<Module> module);
+}
+
+/// The body of a module library's entry point: builds the T, lets it run, and ends it: in a loader process when its loop
+/// has stopped, in the main process when `endModules()` is called.
+template <typename T>
+void runModule(const char* displayName, const char* pipePath, const char* workerTag, std::intptr_t separateProcess)
+{
+    auto module = std::make_unique<T>(
+        ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0));
+    module->run();
+    if (separateProcess == 0) internal::keepModule(std::move(module));
+}
+
+/// Destroys the modules of this process, latest first. For main programs, after the loop has stopped and while the
+/// dispatcher is still there; a main program that forgets it keeps them until it exits.
+FN_EXPORT void endModules();
+
+} // namespace ipc
+
+/// The entry point of a module library whose module is of class `T` (constructible from a ModuleInitData).
+#define IPC_MODULE_ENTRY_POINT(T, displayName) \
+    extern "C" FN_EXPORT void moduleEntryPoint( \
+        const char* pipePath, const char* workerTag, std::intptr_t separateProcess, std::intptr_t) \
+    { \
+        ::ipc::runModule<T>(displayName, pipePath, workerTag, separateProcess); \
+    }

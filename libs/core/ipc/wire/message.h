@@ -1,0 +1,57 @@
+#pragma once
+#include "foundation/value.h"
+#include <cstddef>
+#include <cstdint>
+
+/// The wire has its home here: what a message is made of (docs/wire-format.md tells it with examples).
+namespace ipc {
+
+/// Names a participant. Given out by the dispatcher in HELLO order; the dispatcher's own worker is 0.
+using WorkerId = std::uint16_t;
+
+/// None yet; as a target: every holder of a reference to the object, or everybody for the registry.
+inline constexpr WorkerId NO_WORKER_ID = 0xFFFF;
+
+/// Names a shared object: its owner's sequence number above 16 bits of the owner's WorkerId.
+using ObjectId = std::uint64_t;
+
+/// The registry is the first object of worker 0, so everybody knows its id without having been told.
+inline constexpr ObjectId REGISTRY_OBJECT_ID = 0;
+
+constexpr WorkerId ownerOf(ObjectId objectId) { return static_cast<WorkerId>(objectId & 0xFFFF); }
+
+/// Keys of a message map.
+namespace field {
+inline constexpr int TYPE = 1;
+inline constexpr int DISPLAY_NAME = 2;
+inline constexpr int TAG = 3;
+inline constexpr int WORKER_ID = 4;
+inline constexpr int OBJECT_ID = 5;
+inline constexpr int SOURCE_WORKER_ID = 6; ///< Written by the dispatcher when it forwards.
+inline constexpr int TARGET_WORKER_ID = 7;
+inline constexpr int PAYLOAD = 8; ///< Bytes: one MessagePack value of its own.
+inline constexpr int OBJECTS = 9; ///< Map from ObjectId to class name: what the payload mentions.
+inline constexpr int USAGE_COUNT = 10;
+} // namespace field
+
+/// Values of `field::TYPE`.
+namespace type {
+inline constexpr int INVALID = 0; ///< Never sent: a message without a type.
+inline constexpr int HELLO = 1;
+inline constexpr int PING = 2;
+inline constexpr int PONG = 3;
+inline constexpr int MESSAGE = 4;
+inline constexpr int REFERENCE_RELEASE = 5;
+inline constexpr int INSTANCE_RELEASE = 6;
+inline constexpr int WORKER_DEAD = 7;
+inline constexpr int QUIT = 8;
+} // namespace type
+
+/// MessagePack extension types inside a payload.
+namespace extension {
+inline constexpr std::int8_t OBJECT = 1; ///< 8 bytes: the ObjectId, little-endian.
+inline constexpr std::int8_t FRACTION = 2; ///< `core::Fraction::serialize()`.
+inline constexpr std::int8_t TYPED_BYTE_ARRAY = 3; ///< `core::TypedByteArray::serialize()`.
+} // namespace extension
+
+} // namespace ipc

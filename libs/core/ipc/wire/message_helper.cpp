@@ -1,0 +1,141 @@
+#include "core/ipc/wire/message_helper.h"
+#include "core/ipc/limits.h"
+#include "core/ipc/wire/frame_output_stream.h"
+#include "foundation/exceptions.h"
+#include "foundation/io/memory_input_stream.h"
+#include "foundation/mpack/deserializer.h"
+#include "foundation/mpack/serializer.h"
+#include <algorithm>
+#include <cerrno>
+#include <fmt/format.h>
+#include <optional>
+
+namespace ipc {
+namespace {
+
+constexpr std::uint32_t headerBytes = 4;
+constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
+
+/// The value that fills `body` exactly; empty for anything else.
+std::optional<fn::Value> decode(const fn::ByteArray& body)
+{
+    try {
+        fn::MemoryInputStream stream(body);
+        auto value = fn::mpack::Deserializer(stream).deserialize();
+        if (stream.remaining() != 0) return std::nullopt;
+        return value;
+    } catch (const fn::Exception&) {
+        return std::nullopt; // Not MessagePack: the peer's fault, told by onReadError.
+    }
+}
+
+} // namespace
+
+MessageHelper::MessageHelper(std::size_t maxReadBytes) : _maxReadBytes(maxReadBytes) { }
+
+MessageHelper::~MessageHelper()
+{
+    if (_destroyed) *_destroyed = true;
+    if (_stream) _stream->close();
+}
+
+void MessageHelper::setStream(fn::AutoPtr<fn::uv::Stream> stream)
+{
+    if (_stream) _stream->close();
+    _stream = std::move(stream);
+    _stream->readStart([this](std::ptrdiff_t count, const std::uint8_t* data) { onRead(count, data); });
+}
+
+void MessageHelper::send(
+    const fn::Value& value, folly::Function<void(const fn::uv::Status&)> completion, std::size_t maxBytes)
+{
+    auto& stream = *_stream;
+    FrameOutputStream frame;
+    frame.write("\0\0\0\0", headerBytes);
+    fn::mpack::Serializer(frame).serialize(value);
+    const auto bodyBytes = frame.size() - headerBytes;
+    if (bodyBytes > std::min<std::size_t>(maxBytes, UINT32_MAX)) {
+        throw fn::RangeException(fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes",
+            bodyBytes, std::min<std::size_t>(maxBytes, UINT32_MAX)));
+    }
+    frame.finish();
+    stream.write(frame.parts(), std::move(completion));
+}
+
+void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
+{
+    if (_failed || count == 0) return;
+    if (count == endOfStream) {
+        _onEOS.fire();
+        return;
+    }
+    if (count < 0) {
+        fail(static_cast<int>(count));
+        return;
+    }
+    // A stream that somebody else holds may not be closed by this object's end alone; hold it to ask it.
+    const auto stream = _stream;
+    bool destroyed = false;
+    _destroyed = &destroyed;
+    auto size = static_cast<std::size_t>(count);
+    while (size > 0 && readSome(data, size)) {
+        if (destroyed) return;
+        if (stream->isClosed() || stream != _stream) break;
+    }
+    if (!destroyed) _destroyed = nullptr;
+}
+
+/// Takes bytes of one frame; false ends the chunk.
+bool MessageHelper::readSome(const std::uint8_t*& data, std::size_t& size)
+{
+    if (_headerReceived < headerBytes) {
+        if (_headerReceived == 0) _length = 0;
+        while (size > 0 && _headerReceived < headerBytes) {
+            _length |= static_cast<std::uint32_t>(*data++) << (8 * _headerReceived++);
+            --size;
+        }
+        if (_headerReceived < headerBytes) return false;
+        if (_length == 0 || _length > _maxReadBytes) {
+            fail(_length == 0 ? -EPROTO : -EMSGSIZE);
+            return false;
+        }
+    }
+    const auto taken = std::min<std::size_t>(size, _length - _body.size());
+    if (taken > 0) {
+        if (_body.empty()) _body.reserve(_length);
+        _body.append(data, taken);
+        data += taken;
+        size -= taken;
+    }
+    return _body.size() == _length ? deliver() : false;
+}
+
+/// Hands out the complete frame; false if it holds no value. This object may have gone afterwards.
+bool MessageHelper::deliver()
+{
+    auto* destroyed = _destroyed;
+    const auto length = _length;
+    {
+        const auto value = decode(_body);
+        if (!value) {
+            fail(-EPROTO);
+            return false;
+        }
+        _onMessage.fire(*value, length);
+    }
+    if (*destroyed) return true;
+    _headerReceived = 0;
+    // The storage serves the next frame, unless a payload that is still on its way shares it.
+    if (_body.isShared() || _body.capacity() > limits::keptFrameBytes) _body = fn::ByteArray();
+    else _body.clear();
+    return true;
+}
+
+void MessageHelper::fail(int code)
+{
+    _failed = true;
+    _body = fn::ByteArray();
+    _onReadError.fire(fn::uv::Status("MessageHelper failed to read", code));
+}
+
+} // namespace ipc

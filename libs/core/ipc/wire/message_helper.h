@@ -1,0 +1,60 @@
+#pragma once
+#include "foundation/signal.h"
+#include "foundation/uv/stream.h"
+#include "foundation/value.h"
+#include <cstddef>
+#include <cstdint>
+#include <folly/Function.h>
+
+namespace ipc {
+
+/// Frames on a byte stream: a 4-byte little-endian length, then one MessagePack value of that many bytes.
+///
+/// Trust: the bytes are hostile. The length is checked against a bound before anything is allocated; memory is touched as
+/// bytes arrive. An empty frame and a body that is not exactly one value read as `onReadError` with -EPROTO, a length
+/// above the bound with -EMSGSIZE; nothing is delivered after an error or after the stream has been closed.
+///
+/// Belongs to the loop of its stream. It may be destroyed inside its own signals; it closes its stream then.
+class FN_EXPORT MessageHelper {
+public:
+    /// `maxReadBytes` bounds the body of a frame.
+    explicit MessageHelper(std::size_t maxReadBytes);
+    MessageHelper(const MessageHelper&) = delete;
+    MessageHelper& operator=(const MessageHelper&) = delete;
+    ~MessageHelper();
+
+    /// Takes a connected stream, closes an earlier one, and starts reading. Empty: `fn::NullPointerException`.
+    void setStream(fn::AutoPtr<fn::uv::Stream> stream);
+    const fn::AutoPtr<fn::uv::Stream>& stream() const { return _stream; }
+
+    void setMaxReadBytes(std::size_t bytes) { _maxReadBytes = bytes; }
+
+    /// Writes one frame. `completion`, if given, hears the outcome of the write on a later turn.
+    /// Without a stream: `fn::NullPointerException`. Above `maxBytes`, or above what 32 bits tell:
+    /// `fn::RangeException`, and nothing is sent.
+    void send(const fn::Value& value, folly::Function<void(const fn::uv::Status&)> completion = {},
+        std::size_t maxBytes = UINT32_MAX);
+
+    fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
+    fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
+    fn::Signal<const fn::Value&, unsigned int>& onMessage() { return _onMessage; } ///< A value and the length of its body.
+
+private:
+    void onRead(std::ptrdiff_t count, const std::uint8_t* data);
+    bool readSome(const std::uint8_t*& data, std::size_t& size);
+    bool deliver();
+    void fail(int code);
+
+    fn::AutoPtr<fn::uv::Stream> _stream;
+    std::uint32_t _headerReceived = 0; // Bytes of `_length` that are in: 0 to 4.
+    std::uint32_t _length = 0;
+    fn::ByteArray _body;
+    fn::Signal<> _onEOS;
+    fn::Signal<fn::uv::Status> _onReadError;
+    fn::Signal<const fn::Value&, unsigned int> _onMessage;
+    std::size_t _maxReadBytes;
+    bool _failed = false;
+    bool* _destroyed = nullptr; // Set while a chunk is read: tells the reader that this object has gone.
+};
+
+} // namespace ipc

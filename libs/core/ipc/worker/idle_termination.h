@@ -1,0 +1,35 @@
+#pragma once
+#include "foundation/handle.h"
+
+namespace ipc {
+
+class Worker;
+
+/// Ends a worker that nobody needs.
+///
+///     countdown (10 minutes without a message) -> hide the instances in the registry -> 1 second -> ask the delegate
+///                  ^                                                                      |
+///                  '---------------- show them again, if somebody needs one after all ----'
+///
+/// Hiding first, so that nobody new is handed an instance between the last look and the end.
+class IdleTermination {
+public:
+    explicit IdleTermination(Worker& worker) : _worker(worker) { }
+
+    bool wantsTermination() const;
+    bool canTerminate() const;
+    void scheduleTermination(); ///< Something has happened: the countdown starts again.
+    void stop() { _idleTimer.invalidate(); }
+
+private:
+    bool isBusy() const;
+    void startTermination();
+    void secondStage();
+    void giveUp();
+
+    Worker& _worker;
+    fn::Handle _idleTimer;
+    bool _terminating = false;
+};
+
+} // namespace ipc

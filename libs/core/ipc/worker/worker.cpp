@@ -1,0 +1,204 @@
+#include "core/ipc/worker/worker.h"
+#include "core/ipc/limits.h"
+#include "core/ipc/object/object_instance.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/worker/idle_termination.h"
+#include "foundation/assertion.h"
+#include "foundation/logging/logging.h"
+#include "foundation/unhandled_exception.h"
+
+namespace ipc {
+namespace {
+
+constexpr const char* site = "libs/core/ipc/worker";
+
+const fn::logging::Category& factoryCategory()
+{
+    static const auto& category
+        = fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
+    return category;
+}
+
+/// What a reference that nobody registered a class for reports.
+const fn::String& plainClassName()
+{
+    static const fn::String name = ObjectReference(ObjectReference::_dummyInitializer).className();
+    return name;
+}
+
+} // namespace
+
+Worker::Delegate::~Delegate() = default;
+
+Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath, const fn::String& displayName,
+    const fn::String& tag, bool idleTermination)
+    : _idleTermination(std::make_unique<IdleTermination>(*this))
+    , _delegate(delegate)
+    , _loop(loop)
+    , _pipePath(pipePath)
+    , _displayName(displayName)
+    , _tag(tag)
+    , _hasOwnProcess(idleTermination)
+    , _messageHelper(limits::workerFrameBytes)
+    , _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
+{
+    _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int) { onMessage(message); }).detach();
+    _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
+    _messageHelper.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
+    ObjectReferenceInitializer initializer { _objectManager.get(), REGISTRY_OBJECT_ID, {}, fn::String() };
+    _registry = fn::makeAuto<Registry>(initializer);
+}
+
+Worker::~Worker()
+{
+    _idleTermination->stop();
+    _isConnected = false;
+    _objectManager->close();
+}
+
+void Worker::connect()
+{
+    _hasEnded = false;
+    _toldAboutToQuit = false;
+    _pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
+    _pipe->connect(_pipePath, [this, manager = _objectManager](const fn::uv::Status& status) {
+        if (manager->worker()) onConnected(status);
+    });
+}
+
+void Worker::onConnected(const fn::uv::Status& status)
+{
+    try {
+        status.throwOnError();
+        _messageHelper.setStream(_pipe);
+        _messageHelper.send(fn::Value::map(
+            { { field::TYPE, type::HELLO }, { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } }));
+    } catch (...) {
+        fn::unhandledException();
+        onConnectionLost();
+    }
+}
+
+void Worker::stop()
+{
+    _pipe->close();
+    _hasEnded = true;
+    _isConnected = false;
+    _idleTermination->stop();
+    _objectManager->connectionLost();
+}
+
+void Worker::onConnectionLost()
+{
+    if (_hasEnded) return;
+    const auto manager = _objectManager; // What follows may destroy this worker; the manager tells.
+    const bool hasOwnProcess = _hasOwnProcess;
+    stop();
+    if (manager->worker()) tellAboutToQuit();
+    if (manager->worker() && hasOwnProcess) _delegate.workerRequestsTermination(*this);
+}
+
+void Worker::tellAboutToQuit()
+{
+    if (std::exchange(_toldAboutToQuit, true)) return;
+    _delegate.aboutToQuit(*this);
+}
+
+void Worker::adoptRegistry(fn::AutoPtr<Registry> registry)
+{
+    _registry->markObjectDead(); // The placeholder goes silently: it is no use of the registry to be released.
+    _registry = std::move(registry);
+}
+
+// --- Messages
+
+void Worker::onMessage(const fn::Value& message)
+{
+    switch (message.at(field::TYPE).to<std::int64_t>()) {
+    case type::HELLO:
+        _objectManager->setWorkerId(message.at(field::WORKER_ID).to<WorkerId>());
+        _isConnected = true;
+        _delegate.workerDidConnect(*this);
+        break;
+    case type::PING: sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::PONG } })); break;
+    case type::MESSAGE: onObjectMessage(message); break;
+    case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
+    case type::WORKER_DEAD: _objectManager->workerDied(message.at(field::WORKER_ID).to<WorkerId>()); break;
+    case type::QUIT: tellAboutToQuit(); break;
+    default: break;
+    }
+}
+
+void Worker::onObjectMessage(const fn::Value& message)
+{
+    const auto manager = _objectManager; // A receiver may destroy this worker.
+    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
+    const auto source = message.at(field::SOURCE_WORKER_ID).to<WorkerId>();
+    manager->workerIsAlive(source);
+    const auto payload = manager->decode(message);
+    if (ownerOf(objectId) == workerId()) {
+        if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
+    } else if (const auto reference = manager->reference(objectId)) {
+        reference->onMessage(payload);
+    }
+    if (manager->worker()) _idleTermination->scheduleTermination();
+}
+
+void Worker::onInstanceRelease(const fn::Value& message)
+{
+    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
+    const auto count = message.at(field::USAGE_COUNT).to<std::int32_t>();
+    const auto instance = _objectManager->instance(objectId);
+    if (!FN_ASSERT(instance, site, 169, "onMessage", "instance")) return;
+    instance->releaseUsage(count);
+    _idleTermination->scheduleTermination();
+}
+
+void Worker::sendMessageToDispatcher(const fn::Value& message)
+{
+    if (_hasEnded) return;
+    const auto maxBytes = workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
+    _messageHelper.send(message, {}, maxBytes);
+}
+
+void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
+{
+    if (_hasEnded) return;
+    fn::Value objects;
+    auto bytes = _objectManager->encode(payload, objects);
+    sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::MESSAGE }, { field::OBJECT_ID, objectId },
+        { field::TARGET_WORKER_ID, target }, { field::PAYLOAD, std::move(bytes) }, { field::OBJECTS, objects } }));
+    _objectManager->countSent(objects);
+}
+
+// --- Reference classes
+
+void Worker::registerFactory(const fn::String& className, Factory factory)
+{
+    _referenceClasses.factories[className] = factory;
+}
+
+fn::AutoPtr<ObjectReference> Worker::createReference(const fn::String& className, ObjectReferenceInitializer& initializer)
+{
+    return _referenceClasses.createInstance(className, initializer);
+}
+
+fn::AutoPtr<ObjectReference> Worker::ObjectReferenceFactory::createInstance(
+    const fn::String& className, ObjectReferenceInitializer& initializer)
+{
+    const auto factory = factories.find(className);
+    if (factory != factories.end()) return factory->second(initializer);
+    // The dispatcher's own worker sees objects of every class through the registry.
+    if (initializer.manager->workerId() != 0 && className != plainClassName()) {
+        const auto& category = factoryCategory();
+        if (category.wants(2)) {
+            fn::logging::writeFormatted(category, 2, {},
+                { site, __LINE__, "ipc::Worker::ObjectReferenceFactory::createInstance" },
+                "Couldn't create reference for class {}. Did you call 'registerObjectReferenceClass()'?",
+                fmt::make_format_args(className));
+        }
+    }
+    return fn::makeAuto<ObjectReference>(initializer);
+}
+
+} // namespace ipc

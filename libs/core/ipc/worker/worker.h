@@ -1,0 +1,121 @@
+#pragma once
+#include "core/ipc/object/object_reference.h"
+#include "core/ipc/wire/message_helper.h"
+#include "core/ipc/worker/worker_object_manager.h"
+#include "foundation/uv/pipe_stream.h"
+#include <folly/Function.h>
+#include <map>
+#include <memory>
+
+namespace ipc {
+
+class IdleTermination;
+class Registry;
+
+/// One participant of the object system: connects to the dispatcher's pipe, says HELLO, receives its WorkerId, and is from
+/// then on the only way its objects reach other workers. Objects may be created once it is connected.
+///
+/// Everything runs on its run loop's thread; the loop outlives the worker. Objects may outlive the worker: they send nothing
+/// any more, and calls on them fail with `ipc::ObjectDeadException`.
+class FN_EXPORT Worker final {
+public:
+    /// Who owns a worker and is asked and told by it, on the worker's loop.
+    class FN_EXPORT Delegate {
+    public:
+        virtual void workerDidConnect(Worker& worker) = 0; ///< It has its WorkerId.
+        virtual bool wantsIdleTermination(Worker& worker) = 0; ///< Whether to watch for idleness.
+        virtual bool workerCanTerminate(Worker& worker) = 0; ///< The delegate's own veto.
+        virtual void workerRequestsTermination(Worker& worker) = 0; ///< It is idle, or alone, and asks to be ended.
+        virtual void aboutToQuit(Worker& worker) = 0; ///< The dispatcher is stopping or gone. Told once.
+        virtual ~Delegate();
+    };
+
+    /// `tag` tells the module manager which launch this is. `idleTermination`: the worker has a process of its own and may
+    /// ask to be ended when nobody needs it, or when its dispatcher has gone.
+    Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath, const fn::String& displayName,
+        const fn::String& tag, bool idleTermination);
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker(); ///< Sends nothing; its objects' calls are rejected.
+
+    /// Starts connecting; `Delegate::workerDidConnect()` follows. A failure goes to `fn::unhandledException()` and ends
+    /// like a lost connection.
+    void connect();
+
+    /// Closes the pipe: the dispatcher tells everybody that this worker has died, other workers' objects are dead here.
+    /// Before `connect()`: `fn::NullPointerException`.
+    void stop();
+
+    WorkerId workerId() const { return _objectManager->workerId(); } ///< NO_WORKER_ID until connected.
+    const fn::String& displayName() const { return _displayName; }
+    fn::RunLoop& loop() const { return _loop; }
+    bool isConnected() const { return _isConnected; }
+
+    /// The way to find objects by class. Calls before the pipe is connected are rejected.
+    const fn::AutoPtr<Registry>& registry() const { return _registry; }
+
+    /// Bytes that wait for the dispatcher. Unbounded: a producer that can outrun its receivers should look at it.
+    std::size_t queuedBytes() const { return _pipe ? _pipe->queuedBytes() : 0; }
+
+    /// Makes objects of T's class arrive as T instead of a plain ObjectReference. Replaces an earlier registration.
+    template <typename T> void registerObjectReferenceClass()
+    {
+        T sample(ObjectReference::_dummyInitializer);
+        registerFactory(sample.className(), [](ObjectReferenceInitializer& initializer) {
+            return fn::AutoPtr<ObjectReference>(new T(initializer));
+        });
+    }
+
+private:
+    friend class CallableObjectReference;
+    friend class Dispatcher;
+    friend class IdleTermination;
+    friend class ObjectInstance;
+    friend class ObjectReference;
+    friend class WorkerObjectManager;
+
+    using Factory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
+
+    /// Makes references by class name.
+    class ObjectReferenceFactory {
+    public:
+        fn::AutoPtr<ObjectReference> createInstance(const fn::String& className, ObjectReferenceInitializer& initializer);
+        std::map<fn::String, Factory> factories;
+    };
+
+    void registerFactory(const fn::String& className, Factory factory);
+    fn::AutoPtr<ObjectReference> createReference(const fn::String& className, ObjectReferenceInitializer& initializer);
+
+    /// The dispatcher's own worker reaches the registry locally.
+    void adoptRegistry(fn::AutoPtr<Registry> registry);
+
+    void onConnected(const fn::uv::Status& status);
+    void onMessage(const fn::Value& message);
+    void onObjectMessage(const fn::Value& message);
+    void onInstanceRelease(const fn::Value& message);
+    void onConnectionLost();
+    void tellAboutToQuit();
+
+    /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been
+    /// sent or counted. Does nothing while there is no connection.
+    void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
+    void sendMessageToDispatcher(const fn::Value& message);
+
+    std::unique_ptr<IdleTermination> _idleTermination;
+    Delegate& _delegate;
+    fn::RunLoop& _loop;
+    const fn::String _pipePath;
+    const fn::String _displayName;
+    const fn::String _tag;
+    const bool _hasOwnProcess;
+    bool _isConnected = false;
+    bool _hasEnded = false; // The pipe has ended, failed or been closed.
+    bool _toldAboutToQuit = false;
+    fn::AutoPtr<Registry> _registry;
+    fn::AutoPtr<fn::uv::PipeStream> _pipe;
+    MessageHelper _messageHelper;
+    fn::AutoPtr<WorkerObjectManager> _objectManager;
+    ObjectReferenceFactory _referenceClasses;
+};
+
+} // namespace ipc

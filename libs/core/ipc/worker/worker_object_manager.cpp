@@ -1,0 +1,269 @@
+#include "core/ipc/worker/worker_object_manager.h"
+#include "core/fraction.h"
+#include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/object_reference.h"
+#include "core/ipc/wire/extension_data.h"
+#include "core/ipc/worker/worker.h"
+#include "core/typed_byte_array.h"
+#include "foundation/assertion.h"
+#include "foundation/io/byte_array_output_stream.h"
+#include "foundation/io/memory_input_stream.h"
+#include "foundation/mpack/deserializer.h"
+#include "foundation/mpack/serializer.h"
+#include <algorithm>
+
+namespace ipc {
+namespace {
+
+constexpr const char* site = "libs/core/ipc/worker";
+
+/// Makes `slot` point at `objects` while it lives: encoding and decoding run user code that may encode or decode again.
+class ObjectsScope {
+public:
+    ObjectsScope(fn::Value*& slot, fn::Value& objects) : _slot(slot), _outer(std::exchange(slot, &objects)) { }
+    ~ObjectsScope() { _slot = _outer; }
+
+private:
+    fn::Value*& _slot;
+    fn::Value* _outer;
+};
+
+/// The reference that stands for a value's object on the wire; empty if the object is no shared one.
+fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
+{
+    auto* object = value.objectPointer();
+    if (auto* reference = dynamic_cast<ObjectReference*>(object)) return fn::AutoPtr(reference);
+    if (auto* instance = dynamic_cast<ObjectInstance*>(object)) return instance->localReference();
+    return {};
+}
+
+} // namespace
+
+WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop)
+    : _worker(&worker)
+    , _loop(loop)
+{
+}
+
+void WorkerObjectManager::close()
+{
+    _worker = nullptr;
+    std::vector<fn::AutoPtr<ObjectReference>> all;
+    for (const auto& [owner, table] : _references) {
+        for (auto& reference : liveReferences(table, true)) all.push_back(std::move(reference));
+    }
+    markDead(all);
+}
+
+// --- Tables
+
+ObjectId WorkerObjectManager::nextObjectId()
+{
+    FN_ASSERT(_workerId != NO_WORKER_ID, site, 207, "nextObjectId",
+        "Worker must be connected before ObjectInstances can be created");
+    return (_nextSequence++ << 16) + _workerId;
+}
+
+void WorkerObjectManager::registerInstance(ObjectInstance& instance) { _instances[instance.objectId()] = &instance; }
+
+void WorkerObjectManager::unregisterInstance(ObjectInstance* instance)
+{
+    if (!FN_ASSERT(instance, site, 236, "objectInstanceGone", "instance")) return;
+    const auto found = _instances.find(instance->objectId());
+    if (found != _instances.end() && found->second == instance) _instances.erase(found);
+}
+
+void WorkerObjectManager::registerReference(ObjectReference& reference)
+{
+    _references[ownerOf(reference.objectId())][reference.objectId()] = &reference;
+}
+
+void WorkerObjectManager::unregisterReference(ObjectReference* reference)
+{
+    if (!FN_ASSERT(reference, site, 245, "objectReferenceGone", "reference")) return;
+    const auto objectId = reference->objectId();
+    const auto table = _references.find(ownerOf(objectId));
+    if (table != _references.end()) {
+        const auto found = table->second.find(objectId);
+        if (found != table->second.end() && found->second == reference) table->second.erase(found);
+        if (table->second.empty()) _references.erase(table);
+    }
+    if (reference->local() || reference->dead() || !_worker || !_worker->isConnected()) return;
+    _worker->sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::REFERENCE_RELEASE },
+        { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, reference->usageCount() } }));
+}
+
+fn::AutoPtr<ObjectInstance> WorkerObjectManager::instance(ObjectId objectId) const
+{
+    const auto found = _instances.find(objectId);
+    if (found == _instances.end() || !found->second->tryRetain()) return {};
+    return fn::AutoPtr<ObjectInstance>::adopt(found->second);
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) const
+{
+    const auto table = _references.find(ownerOf(objectId));
+    if (table == _references.end()) return {};
+    const auto found = table->second.find(objectId);
+    if (found == table->second.end() || !found->second->tryRetain()) return {};
+    return fn::AutoPtr<ObjectReference>::adopt(found->second);
+}
+
+// --- Encoding
+
+fn::ByteArray WorkerObjectManager::encode(const fn::Value& payload, fn::Value& objects)
+{
+    objects = fn::Value(fn::Value::MAP);
+    const ObjectsScope scope(_objects, objects);
+    fn::ByteArray bytes;
+    fn::ByteArrayOutputStream stream(bytes);
+    fn::mpack::Serializer(stream, this).serialize(payload);
+    stream.flush();
+    return bytes;
+}
+
+void WorkerObjectManager::countSent(const fn::Value& objects)
+{
+    if (objects.size() == 0) return;
+    for (const auto& [key, className] : objects.entries()) {
+        if (const auto sent = instance(key.to<ObjectId>())) sent->increateUsageCount();
+    }
+}
+
+std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
+{
+    if (value.isObject()) {
+        const auto* object = value.objectPointer();
+        const bool isShared = dynamic_cast<const ObjectReference*>(object) || dynamic_cast<const ObjectInstance*>(object);
+        return isShared ? extension::OBJECT : -1;
+    }
+    if (value.isBoxed<core::Fraction>()) return extension::FRACTION;
+    if (value.isBoxed<core::TypedByteArray>()) return extension::TYPED_BYTE_ARRAY;
+    return -1;
+}
+
+std::uint32_t WorkerObjectManager::serializedLengthForValue(const fn::Value& value)
+{
+    return value.isObject() ? sizeof(ObjectId) : ValueSerializer::serializedLengthForValue(value);
+}
+
+void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStream& stream)
+{
+    if (value.isBoxed<core::Fraction>()) {
+        value.boxed<core::Fraction>().serialize(stream);
+    } else if (value.isBoxed<core::TypedByteArray>()) {
+        value.boxed<core::TypedByteArray>().serialize(stream);
+    } else {
+        const auto reference = referenceFor(value);
+        writeObjectId(stream, reference->objectId());
+        if (!_objects->has(reference->objectId())) _objects->set(reference->objectId(), reference->className());
+    }
+}
+
+// --- Decoding
+
+fn::Value WorkerObjectManager::decode(const fn::Value& message)
+{
+    const auto* bytes = message.find(field::PAYLOAD);
+    if (!bytes) return {};
+    auto objects = message.at(field::OBJECTS);
+    const ObjectsScope scope(_objects, objects);
+    fn::Value payload;
+    try {
+        fn::MemoryInputStream stream(bytes->byteArray());
+        if (auto value = fn::mpack::Deserializer(stream, this).deserialize()) payload = std::move(*value);
+    } catch (...) {
+        countReceived(objects); // The dispatcher has counted them, so their release must tell them.
+        throw;
+    }
+    countReceived(objects);
+    return payload;
+}
+
+void WorkerObjectManager::countReceived(const fn::Value& objects)
+{
+    if (objects.size() == 0) return;
+    for (const auto& [key, className] : objects.entries()) {
+        const auto received = reference(key.to<ObjectId>());
+        if (received && !received->local()) received->increaseUsageCount();
+    }
+}
+
+fn::Value WorkerObjectManager::deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
+{
+    switch (type) {
+    case extension::OBJECT:
+        if (!FN_ASSERT(size == sizeof(ObjectId), site, 377, "deserializeValue", "size == sizeof(ObjectId)")) return {};
+        return decodeObject(readObjectId(stream));
+    case extension::FRACTION: return core::Fraction::deserialize(stream);
+    case extension::TYPED_BYTE_ARRAY: return core::TypedByteArray::deserialize(stream);
+    default: return {};
+    }
+}
+
+fn::Value WorkerObjectManager::decodeObject(ObjectId objectId)
+{
+    if (ownerOf(objectId) == _workerId) {
+        const auto own = instance(objectId);
+        if (!FN_ASSERT(own, site, 384, "deserializeValue", "i")) return {};
+        return own->localReference();
+    }
+    if (const auto known = reference(objectId)) return known;
+    return createReference(objectId);
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objectId)
+{
+    if (!_worker) return {};
+    const auto className = _objects->get(objectId).asString();
+    ObjectReferenceInitializer initializer { this, objectId, {}, className };
+    auto made = _worker->createReference(className, initializer);
+    if (_deadWorkers.contains(ownerOf(objectId))) markDead({ made });
+    return made;
+}
+
+// --- Deaths
+
+std::vector<fn::AutoPtr<ObjectReference>> WorkerObjectManager::liveReferences(const References& table, bool withLocal) const
+{
+    std::vector<fn::AutoPtr<ObjectReference>> live;
+    for (const auto& [objectId, reference] : table) {
+        if ((withLocal || !reference->local()) && !reference->dead() && reference->tryRetain()) {
+            live.push_back(fn::AutoPtr<ObjectReference>::adopt(reference));
+        }
+    }
+    std::ranges::sort(live, {}, [](const auto& reference) { return reference->objectId(); });
+    return live;
+}
+
+/// All are dead before the first one hears of it: no callback sees a half-updated set.
+void WorkerObjectManager::markDead(const std::vector<fn::AutoPtr<ObjectReference>>& references)
+{
+    for (const auto& reference : references) reference->markObjectDead();
+    for (const auto& reference : references) reference->notifyObjectDead();
+}
+
+void WorkerObjectManager::workerDied(WorkerId workerId)
+{
+    _deadWorkers.insert(workerId);
+    const auto table = _references.find(workerId);
+    if (table != _references.end()) markDead(liveReferences(table->second, false));
+}
+
+void WorkerObjectManager::workerIsAlive(WorkerId workerId)
+{
+    if (_deadWorkers.empty() || _deadWorkers.erase(workerId) == 0) return;
+    // The id has been given out again: what is left of the old worker's objects must not be taken for the new one's.
+    _references.erase(workerId);
+}
+
+void WorkerObjectManager::connectionLost()
+{
+    std::vector<fn::AutoPtr<ObjectReference>> all;
+    for (const auto& [owner, table] : _references) {
+        for (auto& reference : liveReferences(table, false)) all.push_back(std::move(reference));
+    }
+    markDead(all);
+}
+
+} // namespace ipc

@@ -1,0 +1,90 @@
+#pragma once
+#include "core/ipc/wire/message.h"
+#include "foundation/mpack/hooks.h"
+#include "foundation/run_loop.h"
+#include "foundation/value_map.h"
+#include <set>
+#include <unordered_map>
+#include <vector>
+
+namespace ipc {
+
+class Worker;
+class ObjectInstance;
+class ObjectReference;
+
+/// The tables of a worker's instances and references, and the codec of its payloads.
+///
+/// The objects of a worker share it, so that they may outlive the worker: once the worker has gone (`close()`), `worker()`
+/// is null, and what objects unregister or send goes nowhere. The run loop outlives both. Belongs to the worker's loop.
+///
+/// The tables hold plain pointers; objects add and remove themselves. An object whose last reference has gone counts as
+/// absent, although its entry stays until its deletion on the loop.
+class FN_EXPORT WorkerObjectManager final : public fn::RefCountedBase,
+                                            public fn::mpack::ValueSerializer,
+                                            public fn::mpack::ValueDeserializer {
+public:
+    WorkerObjectManager(Worker& worker, fn::RunLoop& loop);
+
+    Worker* worker() const noexcept { return _worker; } ///< Null once the worker has gone.
+    fn::RunLoop& loop() const noexcept { return _loop; }
+    WorkerId workerId() const noexcept { return _workerId; }
+    void setWorkerId(WorkerId workerId) noexcept { _workerId = workerId; }
+
+    /// The worker has gone: what is left of its references is dead, and is notified.
+    void close();
+
+    ObjectId nextObjectId();
+    void registerInstance(ObjectInstance& instance);
+    void unregisterInstance(ObjectInstance* instance);
+    void registerReference(ObjectReference& reference);
+    void unregisterReference(ObjectReference* reference);
+    fn::AutoPtr<ObjectInstance> instance(ObjectId objectId) const; ///< Empty if absent or dying.
+    fn::AutoPtr<ObjectReference> reference(ObjectId objectId) const; ///< Empty if absent or dying.
+
+    template <typename Visitor> bool anyInstance(Visitor visitor) const
+    {
+        for (const auto& [objectId, instance] : _instances) {
+            if (visitor(*instance)) return true;
+        }
+        return false;
+    }
+
+    /// Encodes a payload; fills `objects` with the shared objects it mentions, by ObjectId, with their class names.
+    fn::ByteArray encode(const fn::Value& payload, fn::Value& objects);
+
+    /// The worker's own instances among `objects` have been sent once more.
+    void countSent(const fn::Value& objects);
+
+    /// The payload of a MESSAGE; counts the references that it brought, also where decoding fails.
+    fn::Value decode(const fn::Value& message);
+
+    void workerDied(WorkerId workerId);
+    void workerIsAlive(WorkerId workerId); ///< A MESSAGE came from it: its id has been given out again.
+    void connectionLost(); ///< Everybody else's objects are gone.
+
+private:
+    using References = std::unordered_map<ObjectId, ObjectReference*>;
+
+    std::int8_t typeForValue(const fn::Value& value) override;
+    void serializeValue(const fn::Value& value, fn::OutputStream& stream) override;
+    std::uint32_t serializedLengthForValue(const fn::Value& value) override;
+    fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override;
+
+    fn::Value decodeObject(ObjectId objectId);
+    fn::AutoPtr<ObjectReference> createReference(ObjectId objectId);
+    void countReceived(const fn::Value& objects);
+    std::vector<fn::AutoPtr<ObjectReference>> liveReferences(const References& table, bool withLocal) const;
+    static void markDead(const std::vector<fn::AutoPtr<ObjectReference>>& references);
+
+    Worker* _worker;
+    fn::RunLoop& _loop;
+    WorkerId _workerId = NO_WORKER_ID;
+    std::unordered_map<ObjectId, ObjectInstance*> _instances;
+    std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
+    std::uint64_t _nextSequence = 0;
+    fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
+    std::set<WorkerId> _deadWorkers;
+};
+
+} // namespace ipc
