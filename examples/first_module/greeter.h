@@ -1,0 +1,13 @@
+#pragma once
+#include "core/ipc/object/callable_object_reference.h"
+
+/// The greeter as its callers see it, in whichever process it lives.
+class Greeter final : public ipc::CallableObjectReference {
+public:
+    using CallableObjectReference::CallableObjectReference;
+
+    fn::Promise<fn::String> greet(const fn::String& name)
+    {
+        return callMethod("greet", name).then([](fn::Value&& greeting) { return greeting.asString(); });
+    }
+};
