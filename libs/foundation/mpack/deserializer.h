@@ -16,7 +16,16 @@ public:
     std::optional<Value> deserialize();
 
 private:
+    // `depth` counts the containers around the value. `code` is its first byte.
     Value read(int depth);
+    Value read(std::uint8_t code, int depth);
+    Value readText(std::uint32_t size);
+    Value readBytes(std::uint32_t size);
+    Value readArray(std::uint32_t count, int depth);
+    Value readMap(std::uint32_t count, int depth);
+    Value readExtension(std::uint32_t size);
+    void requireBytes(std::uint64_t size) const; // Where the stream knows that it ends before: EndOfStreamException.
+
     InputStream& _stream;
     ValueDeserializer* _hook;
 };

@@ -15,6 +15,7 @@ public:
     /// The extension type, or -1 for a value that is to be written as plain MessagePack. Asked for boxed values and
     /// objects only.
     virtual std::int8_t typeForValue(const Value& value) = 0;
+    /// Writes exactly the announced length.
     virtual void serializeValue(const Value& value, OutputStream& stream) = 0;
     /// Length of what `serializeValue()` writes. Default: writes the value once to count.
     virtual std::uint32_t serializedLengthForValue(const Value& value);
@@ -24,7 +25,8 @@ public:
 /// Makes values of extension values.
 class FN_EXPORT ValueDeserializer {
 public:
-    /// `stream` holds exactly `size` bytes; what is left unread is skipped.
+    /// `stream` holds exactly `size` bytes; what is left unread is skipped. Not asked for timestamps (type -1).
+    /// A hook that reads further extension values from it must bound how deep they nest.
     virtual Value deserializeValue(std::int8_t type, std::uint32_t size, InputStream& stream) = 0;
     virtual ~ValueDeserializer();
 };

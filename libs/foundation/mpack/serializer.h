@@ -3,7 +3,7 @@
 
 namespace fn::mpack {
 
-/// Writes values as MessagePack, each in its shortest form; bytes as bin, text as str.
+/// Writes values as MessagePack, integers and lengths in their shortest form; doubles in 64 bits, bytes as bin, text as str.
 class FN_EXPORT Serializer {
 public:
     /// `stream` and `hook` are borrowed.
@@ -15,7 +15,7 @@ public:
 
 private:
     void write(const Value& value, int depth);
-    void writeExtension(std::int8_t type, const Value& value);
+    void writeExtension(const Value& value);
     OutputStream& _stream;
     ValueSerializer* _hook;
 };
