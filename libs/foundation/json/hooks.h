@@ -7,7 +7,7 @@ namespace fn::json {
 class FN_EXPORT ValueSerializer {
 public:
     virtual bool handles(const Value& value) = 0;
-    /// What stands for a value that `handles()`; it may hold further such values.
+    /// What stands for a value that `handles()`; it may hold further such values, but is none itself.
     virtual Value serialize(const Value& value) = 0;
     virtual ~ValueSerializer();
 };

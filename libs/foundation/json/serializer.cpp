@@ -34,16 +34,26 @@ public:
         case Value::Kind::Map: writeMap(value.entries(), level); break;
         case Value::Kind::Bytes:
         case Value::Kind::Boxed:
-        case Value::Kind::Object:
-            if (!_hook || !_hook->handles(value)) {
-                throw with(DataFormatException("Unsupported value type"), DetailInfo { value.detailInfo() });
-            }
-            checkLevel(level); // Counts as one: a hook may answer with what it is asked for again.
-            write(_hook->serialize(value), level + 1);
+        case Value::Kind::Object: writeStandIn(value, level);
         }
     }
 
 private:
+    void writeStandIn(const Value& value, int level)
+    {
+        if (!_hook || !_hook->handles(value)) throwUnsupported(value);
+        const auto standIn = _hook->serialize(value);
+        // It takes the value's place at the same level, where the reader finds it. One that needs a stand-in itself could
+        // go on for ever.
+        if (standIn.kind() == Value::Kind::Bytes || standIn.kind() >= Value::Kind::Boxed) throwUnsupported(standIn);
+        write(standIn, level);
+    }
+
+    [[noreturn]] static void throwUnsupported(const Value& value)
+    {
+        throw with(DataFormatException("Unsupported value type"), DetailInfo { value.detailInfo() });
+    }
+
     static void checkLevel(int level)
     {
         if (level < mpack::maxDepth) return;
