@@ -1,5 +1,5 @@
 #include "foundation/stack_trace.h"
-#include "foundation/symbolizer.h"
+#include "foundation/detail/symbolizer.h"
 #include <algorithm>
 #include <array>
 #include <execinfo.h>

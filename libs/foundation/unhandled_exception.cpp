@@ -2,7 +2,7 @@
 #include "foundation/debug.h"
 #include "foundation/exception.h"
 #include "foundation/logging/logging.h"
-#include "foundation/logging/standard_error.h"
+#include "foundation/logging/detail/standard_error.h"
 #include <atomic>
 
 namespace fn {

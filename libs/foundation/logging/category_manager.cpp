@@ -1,5 +1,5 @@
 #include "foundation/logging/category_manager.h"
-#include "foundation/logging/sink_table.h"
+#include "foundation/logging/detail/sink_table.h"
 #include <algorithm>
 
 namespace fn::logging {

@@ -1,5 +1,5 @@
 #include "foundation/logging/console_target.h"
-#include "foundation/logging/standard_error.h"
+#include "foundation/logging/detail/standard_error.h"
 
 namespace fn::logging {
 

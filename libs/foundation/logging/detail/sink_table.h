@@ -1,6 +1,6 @@
 #pragma once
 #include "foundation/logging/category_manager.h"
-#include "foundation/logging/published.h"
+#include "foundation/logging/detail/published.h"
 #include <map>
 #include <mutex>
 #include <unordered_map>

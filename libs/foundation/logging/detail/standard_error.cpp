@@ -1,4 +1,4 @@
-#include "foundation/logging/standard_error.h"
+#include "foundation/logging/detail/standard_error.h"
 #include <cerrno>
 #include <ctime>
 #include <fmt/format.h>

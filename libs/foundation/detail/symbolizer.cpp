@@ -1,4 +1,4 @@
-#include "foundation/symbolizer.h"
+#include "foundation/detail/symbolizer.h"
 #include "foundation/debug.h"
 #include <cstring>
 #include <dlfcn.h>
