@@ -3,7 +3,7 @@
 #include <compare>
 #include <cstdint>
 #include <cstring>
-#include <fmt/core.h>
+#include <fmt/format.h>
 #include <functional>
 #include <string>
 #include <string_view>
