@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <optional>
+#include <ostream>
 
 namespace fn {
 namespace {
@@ -87,13 +88,9 @@ void appendUTF8(std::string& text, char32_t c)
 
 } // namespace
 
-String::String(const char* text)
-    : String(text ? std::string_view(text) : std::string_view())
-{
-}
+String::String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { }
 
-String::String(std::string_view text)
-    : String()
+String::String(std::string_view text) : String()
 {
     if (!text.empty()) std::memcpy(makeRoom(text.size()), text.data(), text.size());
 }
@@ -168,6 +165,8 @@ String String::concatenate(std::string_view a, std::string_view b)
     return build(
         a.size() + b.size(), [&](char* text) { std::copy(b.begin(), b.end(), std::copy(a.begin(), a.end(), text)); });
 }
+
+std::ostream& operator<<(std::ostream& stream, const String& text) { return stream << text.view(); }
 
 String String::substring(std::size_t offset, std::size_t length) const
 {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fmt/format.h>
 #include <functional>
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -17,17 +18,10 @@ namespace fn {
 /// are. Ordering is by unsigned bytes. Distinct strings may be used on distinct threads even where they share a buffer.
 class FN_EXPORT String {
 public:
-    String() noexcept
-        : _storage {}
-    {
-        setInlineSize(0);
-    }
+    String() noexcept : _storage {} { setInlineSize(0); }
     String(const char* text); ///< Zero-terminated; null reads as "".
     String(std::string_view text);
-    String(const std::string& text)
-        : String(std::string_view(text))
-    {
-    }
+    String(const std::string& text) : String(std::string_view(text)) { }
     String(const String& other) noexcept
     {
         std::memcpy(_storage, other._storage, sizeof _storage);
@@ -79,6 +73,8 @@ public:
     friend bool operator==(const String& a, std::string_view b) noexcept { return a.view() == b; }
     friend bool operator==(const String& a, const char* b) noexcept { return a.view() == b; }
     friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
+
+    friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const String& text);
 
     bool startsWith(std::string_view prefix) const noexcept { return view().starts_with(prefix); }
     bool endsWith(std::string_view suffix) const noexcept { return view().ends_with(suffix); }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <initializer_list>
+#include <iosfwd>
 #include <limits>
 #include <new>
 #include <type_traits>
@@ -238,6 +239,8 @@ public:
     }
     friend bool operator==(const Value& a, const Value& b) noexcept { return compare(a, b) == 0; }
     friend std::strong_ordering operator<=>(const Value& a, const Value& b) noexcept { return compare(a, b) <=> 0; }
+
+    friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const Value& value); ///< Its `toString()`.
 
 private:
     // Bits move: none of the members of Data refers to its own place. Ownership is the caller's matter.

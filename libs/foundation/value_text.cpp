@@ -2,6 +2,7 @@
 #include "foundation/value_map.h"
 #include <fmt/format.h>
 #include <iterator>
+#include <ostream>
 #include <string>
 
 namespace fn {
@@ -155,6 +156,8 @@ fn::String Value::toString() const
     writer.write(*this, 0);
     return writer.take();
 }
+
+std::ostream& operator<<(std::ostream& stream, const Value& value) { return stream << value.toString(); }
 
 fn::String Value::detailInfo() const
 {

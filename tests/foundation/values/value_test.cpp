@@ -1,0 +1,271 @@
+// What can break here: an order that is none, a change that shows in a copy, a conversion that loses something silently,
+// a document nested deeper than the stack reaches.
+#include "foundation/exceptions.h"
+#include "foundation/time/timestamp.h"
+#include "foundation/value.h"
+#include "foundation/value_map.h"
+#include <cmath>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using fn::Value;
+
+struct Temperature { // Ordered, but with values that it leaves unordered.
+    double degrees;
+    fn::String toString() const { return fn::String::number(degrees); }
+    friend bool operator==(Temperature a, Temperature b) { return a.degrees == b.degrees; }
+    friend bool operator<(Temperature a, Temperature b) { return a.degrees < b.degrees; }
+};
+
+struct Thing : fn::RefCountedObject {
+    ~Thing() override = default;
+    fn::String toString() const override { return "a thing"; }
+};
+
+template <typename Exception, typename Call> std::string messageOf(Call&& call)
+{
+    try {
+        call();
+    } catch (const Exception& e) {
+        EXPECT_TRUE(e.template find<fn::DetailInfo>());
+        return e.message().toStdString();
+    }
+    return "no exception";
+}
+
+Value nested(int levels, Value innermost)
+{
+    for (int i = 0; i < levels; ++i) {
+        Value outer;
+        if (i % 2)
+            outer.append(std::move(innermost));
+        else
+            outer.set("in", std::move(innermost));
+        innermost = std::move(outer);
+    }
+    return innermost;
+}
+
+} // namespace
+
+template <> inline constexpr bool fn::isBoxable<Temperature> = true;
+
+namespace {
+
+TEST(Value, HasOneOrderOverAllKinds)
+{
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    constexpr double twoTo53 = 9007199254740992;
+    constexpr double twoTo63 = 9223372036854775808.0;
+    // Ascending; within a group all are equal.
+    const std::vector<std::vector<Value>> groups = {
+        { Value() },
+        { false },
+        { true },
+        { -infinity },
+        { -1e300 },
+        { std::nextafter(-twoTo63, -infinity) },
+        { INT64_MIN, -twoTo63 },
+        { -9007199254740993 },
+        { -twoTo53 },
+        { -1.5 },
+        { -1, -1.0 },
+        { std::numeric_limits<double>::denorm_min() * -1 },
+        { 0, 0u, 0.0, -0.0 },
+        { 1, 1u, 1.0, 1.0f },
+        { 1.5 },
+        { 9007199254740991 },
+        { twoTo53, 9007199254740992 },
+        { 9007199254740993 },
+        { INT64_MAX },
+        { twoTo63, std::uint64_t(INT64_MAX) + 1 },
+        { std::uint64_t(INT64_MAX) + 2 },
+        { UINT64_MAX },
+        { 2 * twoTo63 },
+        { infinity },
+        { std::nan(""), -std::nan("1") },
+        { "" },
+        { "a" },
+        { "a longer text than fits in place" },
+        { "b" },
+        { "\xFF" },
+        { fn::ByteArray() },
+        { fn::ByteArray("a") },
+        { Value(Value::ARRAY), Value::array({}) },
+        { Value::array({ 1 }), Value::array({ 1.0 }) },
+        { Value::array({ 1, Value::array({ 2 }) }) },
+        { Value::array({ 1, Value::array({ 2, 0 }) }) },
+        { Value::array({ 2 }) },
+        { Value(Value::MAP) },
+        { Value::map({ { 1, 2 } }), Value::map({ { 1.0, 5 }, { 1u, 2 } }) },
+        { Value::map({ { 1, 2 }, { 2, 1 } }), Value::map({ { 2, 1 }, { 1, 2 } }) },
+        { Value::map({ { 1, 3 } }) },
+        { Value::map({ { 2, 0 } }) },
+    };
+    for (std::size_t a = 0; a < groups.size(); ++a) {
+        for (std::size_t b = 0; b < groups.size(); ++b) {
+            for (const auto& left : groups[a]) {
+                for (const auto& right : groups[b]) {
+                    EXPECT_EQ(left <=> right, a <=> b) << left.toString() << " and " << right.toString();
+                }
+            }
+        }
+    }
+}
+
+TEST(Value, OrdersBoxesWithoutTakingTheUnorderedForEqual)
+{
+    const Value cold = Temperature { -5 }, warm = Temperature { 20 }, broken = Temperature { std::nan("") };
+    EXPECT_LT(cold, warm);
+    EXPECT_EQ(warm, Value(Temperature { 20 }));
+    EXPECT_NE(broken, warm);
+    EXPECT_EQ(broken<warm, warm> broken);
+    EXPECT_NE(warm, Value(fn::Timestamp(20)));
+    EXPECT_LT(Value(Value::MAP), cold);
+    const auto thing = fn::makeAuto<Thing>(), other = fn::makeAuto<Thing>();
+    EXPECT_EQ(Value(thing), Value(fn::AutoPtr<fn::RefCountedObject>(thing)));
+    EXPECT_NE(Value(thing), Value(other));
+    EXPECT_EQ(broken.boxed<Temperature>().toString(), "nan");
+}
+
+TEST(Value, ChangesShowInNoCopy)
+{
+    Value document = Value::map({ { "list", Value::array({ 1, 2 }) }, { "text", "some text, longer than in place" } });
+    const Value before = document;
+    Value list = document.at("list");
+    list.append(3);
+    document.set("list", list);
+    document.set("list", document.at("list")); // From within itself.
+    document = document.get("missing", document); // So is this.
+    document.mutableEntries().find("list")->append(4);
+    EXPECT_EQ(before.at("list"), Value::array({ 1, 2 }));
+    EXPECT_EQ(list, Value::array({ 1, 2, 3 }));
+    EXPECT_EQ(document.at("list"), Value::array({ 1, 2, 3, 4 }));
+    document = document.at("list");
+    EXPECT_EQ(document[3], Value(4));
+    document.append(document);
+    EXPECT_EQ(document.size(), 5u);
+    EXPECT_TRUE(document.remove("list") == false && before.has("list"));
+
+    // The last copy of what another copy has emptied.
+    Value emptied = before;
+    emptied.mutableEntries().clear();
+    Value again = emptied;
+    again.set(1, 2);
+    EXPECT_TRUE(emptied.empty());
+    EXPECT_EQ(again.size(), 1u);
+    Value elements = list;
+    elements.mutableElements().clear();
+    again = elements;
+    again.append(1);
+    EXPECT_TRUE(elements.empty());
+}
+
+TEST(Value, SharedStorageMayBeUsedByManyThreads)
+{
+    const Value shared = nested(20, Value::map({ { "k", fn::ByteArray("bytes") } }));
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([shared] {
+            for (int n = 0; n < 2000; ++n) {
+                Value mine = shared;
+                mine.append(n);
+                EXPECT_EQ(mine.size(), shared.size() + 1);
+            }
+        });
+    }
+}
+
+TEST(Value, ConvertsWithoutLossOrNotAtAll)
+{
+    EXPECT_EQ(Value().to<int>(), 0);
+    EXPECT_EQ(Value(true).to<unsigned>(), 1u);
+    EXPECT_EQ(Value(-0.0).to<int>(), 0);
+    EXPECT_EQ(Value(-3.0).to<std::int8_t>(), -3);
+    EXPECT_EQ(Value(UINT64_MAX).to<std::uint64_t>(), UINT64_MAX);
+    EXPECT_EQ(Value(9223372036854774784.0).to<std::int64_t>(), 9223372036854774784);
+    EXPECT_EQ(Value(9223372036854775808.0).to<std::uint64_t>(), 9223372036854775808u);
+
+    const auto lossy = "Value can not be converted to requested type without loss";
+    for (const Value& value :
+        { Value(128), Value(-129), Value(1.5), Value(1e300), Value(std::nan("")), Value(UINT64_MAX) }) {
+        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<std::int8_t>(); }), lossy) << value.toString();
+    }
+    for (const Value& value : { Value(-1), Value(-1.0), Value(18446744073709551616.0) }) {
+        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<std::uint64_t>(); }), lossy) << value.toString();
+    }
+    const auto notIntegral = "Value can not be implicitly converted to integral type";
+    for (const Value& value : { Value("1"), Value(fn::ByteArray()), Value(Value::MAP), Value(Temperature { 1 }) }) {
+        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<int>(); }), notIntegral);
+        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.toDouble(); }), notIntegral);
+    }
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(Value::ARRAY).toBool(); }), notIntegral);
+    EXPECT_TRUE(Value("on").toBool());
+    EXPECT_FALSE(Value(0.0).toBool());
+    EXPECT_EQ(Value().asString(), "");
+    EXPECT_EQ(Value(true).asString(), "true");
+    EXPECT_EQ(Value(2.5).asString(), "2.5");
+
+    enum Field { Seventh = 7 };
+    EXPECT_TRUE(Value(Seventh).isInteger());
+}
+
+TEST(Value, RefusesWhatItDoesNotHold)
+{
+    const Value box = Temperature { 1 }, map = Value::map({ { "k", 1 } });
+    const auto invalid = "Invalid boxed type";
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { box.boxed<fn::Timestamp>(); }), invalid);
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.byteArray(); }), invalid);
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.string(); }), invalid);
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.object<Thing>(); }), "Value can not be converted to object");
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.at(5); }), "Missing key: integer 5");
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(1).at("k"); }), "Missing key: string \"k\"");
+    EXPECT_THROW(Value::array({ 1 })[1], fn::RangeException);
+    EXPECT_THROW(Value("x").elements(), fn::RangeException);
+    EXPECT_THROW(Value("x").set(1, 2), fn::RangeException);
+    EXPECT_TRUE(Value(1).get("k").isNil());
+    EXPECT_FALSE(Value().object<Thing>());
+    EXPECT_TRUE(Value(fn::AutoPtr<Thing>()).isNil());
+    EXPECT_FALSE(Value(fn::makeAuto<Thing>()).object<fn::WeakReferencableObject>() == nullptr);
+}
+
+TEST(Value, NestsDeeperThanTheStackReaches)
+{
+    constexpr int levels = 1'000'000;
+    const auto first = nested(levels, 1);
+    auto second = nested(levels, 1);
+    EXPECT_EQ(first, second);
+    EXPECT_LT(first, nested(levels, 2));
+    second.append(1);
+    EXPECT_LT(first.toString().size(), 10000u);
+}
+
+TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
+{
+    const std::string longText(1000, 'x');
+    EXPECT_EQ(Value(longText).toString().view(), longText);
+    EXPECT_EQ(Value(fn::ByteArray("\x01\xAB")).toString(), "01ab");
+    EXPECT_EQ(Value::array({ Value(), "a\"\\\n\x01", fn::ByteArray("\x01"), 1.5, Temperature { 3 } }).toString(),
+        R"([nil, "a\"\\\n\x01", 01, 1.5, 3])");
+    EXPECT_EQ(Value::map({ { 1, true }, { "k", fn::makeAuto<Thing>() } }).toString(), "{1: true, \"k\": a thing}");
+    EXPECT_EQ(Value::array({ longText }).toString().view(), "[\"" + longText.substr(0, 256) + "\"...]");
+    EXPECT_EQ(Value::array({ fn::ByteArray(1000u) }).toString().view(), "[" + std::string(512, '0') + "...]");
+    // A character is not cut in two.
+    EXPECT_EQ(Value::array({ longText.substr(0, 255) + "\u20ac" }).toString().view(),
+        "[\"" + longText.substr(0, 255) + "\"...]");
+    const Value wide = Value::Array(100, Value(Value::Array(100'000, Value(7))));
+    EXPECT_LT(wide.toString().size(), 10000u);
+    EXPECT_LT(wide.detailInfo().size(), 300u);
+    EXPECT_EQ(Value(7u).detailInfo(), "integer 7");
+}
+
+TEST(Timestamp, PrintsTimesBeforeTheEpochAndBeyondTheCalendar)
+{
+    EXPECT_EQ(fn::Timestamp(-1).toString(), "1969-12-31 23:59:59.999999");
+    EXPECT_EQ(fn::Timestamp(1'000'000'000'000'001).toString(), "2001-09-09 01:46:40.000001");
+    EXPECT_EQ(fn::Timestamp(INT64_MIN).toString(), "-9223372036854775808 us");
+}
+
+} // namespace
