@@ -1,0 +1,156 @@
+// What can break here: a library that goes while its code is in use, names cut at a NUL byte, ids that repeat.
+#include "foundation/exceptions.h"
+#include "foundation/system/environment.h"
+#include "foundation/system/lock.h"
+#include "foundation/system/sha1_engine.h"
+#include "foundation/system/shared_library.h"
+#include "foundation/system/uuid.h"
+#include <cstdlib>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <regex>
+#include <set>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using fn::Environment;
+
+TEST(Environment, HandsItsVariablesToProcessesStartedLater)
+{
+    Environment::set("CORE_TEST_VARIABLE", "a=b ä");
+    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String("a=b ä"));
+    EXPECT_EQ(::system("test \"$CORE_TEST_VARIABLE\" = 'a=b ä'"), 0);
+    Environment::set("CORE_TEST_VARIABLE", "");
+    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String());
+    Environment::unset("CORE_TEST_VARIABLE");
+    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), std::nullopt);
+    EXPECT_EQ(::getenv("CORE_TEST_VARIABLE"), nullptr);
+}
+
+TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
+{
+    const fn::String cut = std::string_view("CORE_TEST\0X", 11);
+    for (const auto& name : { fn::String(), fn::String("A=B"), cut }) {
+        EXPECT_THROW(Environment::set(name, "x"), fn::IOException);
+        EXPECT_THROW(Environment::unset(name), fn::IOException);
+        EXPECT_EQ(Environment::get(name), std::nullopt);
+    }
+    EXPECT_THROW(Environment::set("CORE_TEST", cut), fn::IOException);
+    EXPECT_EQ(::getenv("CORE_TEST"), nullptr);
+}
+
+TEST(Environment, NamesTheUserByNumberWhereTheSystemHasNoName)
+{
+    const auto* entry = ::getpwuid(::geteuid());
+    EXPECT_EQ(Environment::userName(), entry ? fn::String(entry->pw_name) : fn::String::number(::geteuid()));
+
+    constexpr uid_t unknown = 3'987'654'321; // Above what fits a signed number.
+    if (::geteuid() != 0 || ::getpwuid(unknown)) GTEST_SKIP() << "another user is needed";
+    const auto child = ::fork();
+    if (child == 0) ::_exit(::seteuid(unknown) == 0 && Environment::userName() == "3987654321" ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)
+{
+    const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
+    std::set<fn::String> seen;
+    std::string varied(36, '\0');
+    for (int i = 0; i < 1000; ++i) {
+        const auto text = fn::UUIDGenerator::defaultGenerator().createOne().toString();
+        ASSERT_TRUE(std::regex_match(text.toStdString(), form)) << text.view();
+        ASSERT_TRUE(seen.insert(text).second);
+        for (std::size_t at = 0; at < varied.size(); ++at) varied[at] |= text.view()[at] ^ seen.begin()->view()[at];
+    }
+    // Every digit takes several values, save the one that gives the version.
+    for (std::size_t at = 0; at < varied.size(); ++at) {
+        EXPECT_EQ(varied[at] == 0, at == 8 || at == 13 || at == 14 || at == 18 || at == 23) << at;
+    }
+
+    class Constant final : public fn::UUIDGenerator {
+        fn::UUID createOne() override { return fn::UUID("1"); }
+    } constant;
+    fn::UUIDGenerator::setDefaultGenerator(&constant);
+    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString(), "1");
+    fn::UUIDGenerator::setDefaultGenerator(nullptr);
+    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString().size(), 36u);
+}
+
+TEST(SHA1Engine, AddsUpPiecesAndStartsAnew)
+{
+    fn::SHA1Engine engine;
+    EXPECT_EQ(engine.digest().hex(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
+    engine.update("a", 1);
+    engine.update("", 0);
+    engine.update("bc", 2);
+    EXPECT_EQ(engine.digest().hex(), "a9993e364706816aba3e25717850c26c9cd0d89d");
+    engine.update("abc", 3);
+    EXPECT_EQ(engine.digest().hex(), "a9993e364706816aba3e25717850c26c9cd0d89d");
+}
+
+TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)
+{
+    int (*countCalls)() = nullptr;
+    {
+        fn::SharedLibrary library;
+        EXPECT_FALSE(library.isLoaded());
+        EXPECT_THROW(library.symbol("main"), fn::RuntimeException); // Not the program's own.
+        library.load(SAMPLE_LIBRARY, 9);
+        EXPECT_TRUE(library.isLoaded());
+        countCalls = reinterpret_cast<int (*)()>(library.symbol("countCallsOfSample"));
+        EXPECT_EQ(countCalls(), 1);
+        EXPECT_THROW(library.symbol("countCallsOfAnother"), fn::RuntimeException);
+        EXPECT_THROW(library.load(SAMPLE_LIBRARY), fn::RuntimeException);
+        EXPECT_EQ(::dlsym(RTLD_DEFAULT, "countCallsOfSample"), nullptr);
+    }
+    // Not even closing the handle of that load unloads it.
+    void* const handle = ::dlopen(SAMPLE_LIBRARY, RTLD_NOW | RTLD_NOLOAD);
+    ::dlclose(handle);
+    ::dlclose(handle);
+    EXPECT_EQ(countCalls(), 2);
+}
+
+TEST(SharedLibrary, FailsAtOnceWhereSomethingIsMissing)
+{
+    fn::SharedLibrary library;
+    for (const fn::String path : { INCOMPLETE_LIBRARY, "/nowhere/sample.dll" }) {
+        try {
+            library.load(path);
+            FAIL() << path.view();
+        } catch (const fn::FileException& e) {
+            EXPECT_EQ(*e.find<fn::PathInfo>(), path);
+            EXPECT_FALSE(e.message().empty());
+        }
+        EXPECT_FALSE(library.isLoaded());
+    }
+    EXPECT_THROW(library.load(SAMPLE_LIBRARY, 16), fn::RangeException);
+}
+
+TEST(Lock, IsFreeOnceUnlockedAsOftenAsLocked)
+{
+    fn::Lock lock;
+    const auto isFree = [&] {
+        bool result = false;
+        std::thread([&] {
+            result = lock.try_lock();
+            if (result) lock.unlock();
+        }).join();
+        return result;
+    };
+    {
+        const fn::ScopedLock outer(lock);
+        {
+            const fn::ScopedLock inner(lock);
+        }
+        EXPECT_FALSE(isFree());
+    }
+    EXPECT_TRUE(isFree());
+}
+
+} // namespace

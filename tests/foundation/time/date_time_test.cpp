@@ -1,0 +1,173 @@
+// What can break here: the calendar before 1970 and far from now, a moment that does not read back, a text that is no date
+// and yet gives one.
+#include "foundation/exceptions.h"
+#include "foundation/time/date_time_formatter.h"
+#include "foundation/time/date_time_parser.h"
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using fn::DateTime;
+using fn::DateTimeFormatter;
+using fn::DateTimeParser;
+using fn::Timestamp;
+using enum fn::DateTimeFormat;
+
+constexpr std::int64_t second = 1'000'000;
+constexpr int hour = 60 * 60;
+
+// The C library knows the same calendar.
+TEST(DateTime, KnowsTheCalendarOfEveryTimestamp)
+{
+    std::mt19937_64 random(1);
+    std::vector<std::int64_t> moments { 0, -1, INT64_MAX, INT64_MIN, INT64_MIN + 86'399 * second };
+    for (int bits = 40; bits < 64; ++bits) {
+        for (int i = 0; i < 200; ++i) moments.push_back(static_cast<std::int64_t>(random()) >> (63 - bits));
+    }
+    for (const auto moment : moments) {
+        const DateTime date { Timestamp(moment) };
+        const auto fraction = (moment % second + second) % second;
+        const std::time_t seconds = moment / second - (moment % second < 0 ? 1 : 0);
+        std::tm expected;
+        ASSERT_TRUE(::gmtime_r(&seconds, &expected));
+        ASSERT_EQ(date.year(), expected.tm_year + 1900) << moment;
+        ASSERT_EQ(date.month(), expected.tm_mon + 1) << moment;
+        ASSERT_EQ(date.day(), expected.tm_mday) << moment;
+        ASSERT_EQ(date.dayOfWeek(), expected.tm_wday) << moment;
+        ASSERT_EQ(date.hour(), expected.tm_hour) << moment;
+        ASSERT_EQ(date.minute(), expected.tm_min) << moment;
+        ASSERT_EQ(date.second(), expected.tm_sec) << moment;
+        ASSERT_EQ(date.microsecond(), fraction) << moment;
+        const DateTime again(
+            date.year(), date.month(), date.day(), date.hour(), date.minute(), date.second(), date.microsecond());
+        ASSERT_EQ(again.timestamp().microseconds(), moment);
+    }
+}
+
+TEST(DateTime, RefusesFieldsThatAreNoDate)
+{
+    const int fields[][7] = { { 2023, 2, 29, 0, 0, 0, 0 }, { 1900, 2, 29, 0, 0, 0, 0 }, { 2024, 13, 1, 0, 0, 0, 0 },
+        { 2024, 257, 1, 0, 0, 0, 0 }, { 2024, 1, 0, 0, 0, 0, 0 }, { 2024, 1, 1, 24, 0, 0, 0 },
+        { 2024, 1, 1, 0, -1, 0, 0 }, { 2024, 1, 1, 0, 0, 60, 0 }, { 2024, 1, 1, 0, 0, 0, 1'000'000 },
+        { 294247, 1, 10, 4, 0, 54, 775808 }, { -290308, 12, 21, 19, 59, 5, 224191 }, { INT_MAX, 1, 1, 0, 0, 0, 0 },
+        { INT_MIN, 1, 1, 0, 0, 0, 0 } };
+    for (const auto& f : fields) {
+        EXPECT_THROW(DateTime(f[0], f[1], f[2], f[3], f[4], f[5], f[6]), fn::RangeException) << f[0] << '-' << f[1];
+    }
+    EXPECT_EQ(DateTime(2000, 2, 29).timestamp().microseconds(), 951'782'400 * second);
+
+    DateTime last { Timestamp(INT64_MAX) };
+    EXPECT_THROW(last.makeUTC(-1), fn::RangeException);
+    last.makeUTC(1);
+    EXPECT_EQ(last.timestamp().microseconds(), INT64_MAX - second);
+}
+
+TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedFor)
+{
+    struct Row {
+        std::int64_t moment;
+        int zone;
+        const char* rfc1123;
+        const char* sortable;
+    };
+    const Row rows[] = {
+        { 0, 0xFFFF, "Thu, 01 Jan 1970 00:00:00 GMT", "1970-01-01 00:00:00" },
+        { -1, 0xFFFF, "Wed, 31 Dec 1969 23:59:59 GMT", "1969-12-31 23:59:59" },
+        { 784'111'777 * second + 999'999, 0xFFFF, "Sun, 06 Nov 1994 08:49:37 GMT", "1994-11-06 08:49:37" },
+        { 784'111'777 * second, 5 * hour + 1800, "Sun, 06 Nov 1994 14:19:37 +0530", "1994-11-06 14:19:37" },
+        { 784'111'777 * second, -9 * hour, "Sat, 05 Nov 1994 23:49:37 -0900", "1994-11-05 23:49:37" },
+        { 0, -1800, "Wed, 31 Dec 1969 23:30:00 -0030", "1969-12-31 23:30:00" },
+        { 0, 0, "Thu, 01 Jan 1970 00:00:00 +0000", "1970-01-01 00:00:00" },
+        { 253'402'300'800 * second, 0xFFFF, "Sat, 01 Jan 10000 00:00:00 GMT", "10000-01-01 00:00:00" },
+        { -62'167'219'201 * second, 0xFFFF, "Fri, 31 Dec -0001 23:59:59 GMT", "-0001-12-31 23:59:59" },
+    };
+    for (const auto& row : rows) {
+        const Timestamp moment(row.moment);
+        EXPECT_EQ(DateTimeFormatter::format(moment, RFC1123_FORMAT, row.zone), row.rfc1123);
+        EXPECT_EQ(DateTimeFormatter::format(moment, SORTABLE_FORMAT, row.zone), row.sortable);
+        for (const auto format : { RFC1123_FORMAT, SORTABLE_FORMAT }) {
+            int zone = -1;
+            auto date = DateTimeParser::parse(DateTimeFormatter::format(moment, format, row.zone), format, zone);
+            EXPECT_EQ(zone, format == SORTABLE_FORMAT || row.zone == 0xFFFF ? 0 : row.zone);
+            if (format == SORTABLE_FORMAT && row.zone != 0xFFFF) zone = row.zone; // This form does not tell.
+            date.makeUTC(zone);
+            EXPECT_EQ(date.timestamp().microseconds(), row.moment - (row.moment % second + second) % second);
+        }
+    }
+    EXPECT_THROW(DateTimeFormatter::format(Timestamp(0), RFC1123_FORMAT, 24 * hour), fn::RangeException);
+    EXPECT_THROW(DateTimeFormatter::format(Timestamp(INT64_MAX), RFC1123_FORMAT, hour), fn::RangeException);
+}
+
+TEST(LocalDateTime, IsWrittenAsTheClocksOfThisMachineShowIt)
+{
+    const char* const variable = ::getenv("TZ");
+    const std::optional<std::string> previous = variable ? std::optional<std::string>(variable) : std::nullopt;
+    ::setenv("TZ", "XXX-2:30YYY-3:30,M3.5.0,M10.5.0", 1); // Two and a half hours ahead, in summer one more.
+    ::tzset();
+
+    const fn::LocalDateTime winter { Timestamp(1'704'067'200 * second) };
+    EXPECT_EQ(winter.timeZoneDifferential(), 2 * hour + 1800);
+    EXPECT_EQ(DateTimeFormatter::format(winter, SORTABLE_FORMAT), "2024-01-01 02:30:00");
+    const fn::LocalDateTime summer { Timestamp(1'719'792'000 * second) };
+    EXPECT_EQ(DateTimeFormatter::format(summer, RFC1123_FORMAT), "Mon, 01 Jul 2024 03:30:00 +0330");
+
+    if (previous)
+        ::setenv("TZ", previous->c_str(), 1);
+    else
+        ::unsetenv("TZ");
+    ::tzset();
+}
+
+TEST(DateTimeParser, ReadsTheFormsThatOthersWrite)
+{
+    for (const auto* text : { "Sun, 06 Nov 1994 08:49:37 GMT", "6 Nov 1994 08:49:37 UT", "06 Nov 1994 08:49:37 UTC",
+             "Sun, 6 Nov 1994 10:19:37 +0130", "Sat, 05 Nov 1994 23:49:37 -0900" }) {
+        int zone = -1;
+        auto date = DateTimeParser::parse(text, RFC1123_FORMAT, zone);
+        date.makeUTC(zone);
+        EXPECT_EQ(date.timestamp().microseconds(), 784'111'777 * second) << text;
+    }
+    int zone = -1;
+    EXPECT_EQ(DateTimeParser::parse("06 Nov 1994 08:49 GMT", RFC1123_FORMAT, zone).second(), 0);
+}
+
+TEST(DateTimeParser, TakesNothingElseForADate)
+{
+    const auto refuses = [](std::string_view text, fn::DateTimeFormat format) {
+        int zone = 0;
+        EXPECT_THROW(DateTimeParser::parse(fn::String(text), format, zone), fn::DataFormatException) << text;
+    };
+    const std::string valid = "Sun, 06 Nov 1994 08:49:37 +0100";
+    const std::string sortable = "1994-11-06 08:49:37";
+    for (std::size_t size = 0; size < valid.size(); ++size) refuses(valid.substr(0, size), RFC1123_FORMAT);
+    for (std::size_t size = 0; size < sortable.size(); ++size) refuses(sortable.substr(0, size), SORTABLE_FORMAT);
+    refuses(valid, SORTABLE_FORMAT);
+    refuses(sortable, RFC1123_FORMAT);
+    for (const auto* text : { "Sun, 06 Nov 1994 08:49:37 GMT ", "Sun, 06 Nov 1994 08:49:37 gmt",
+             "Son, 06 Nov 1994 08:49:37 GMT", "Sun 06 Nov 1994 08:49:37 GMT", "Sun, 31 Feb 1994 08:49:37 GMT",
+             "Sun, 06 Nov 94 08:49:37 GMT", "Sun, 06 Nov 1994 24:00:00 GMT", "Sun, 06 Nov 1994 08:49:37 +2400",
+             "Sun, 06 Nov 1994 08:49:37 +0160", "Sun, 06 Nov 1994 08:49:37.5 GMT", "Sun, 06 Nov 999999 08:49:37 GMT",
+             "Sun, 06 Nov 99999999999 08:49:37 GMT", "Sun, -6 Nov 1994 08:49:37 GMT" }) {
+        refuses(text, RFC1123_FORMAT);
+    }
+
+    // Any single byte may be wrong: then it is another date or none, and never anything worse.
+    for (std::size_t i = 0; i < valid.size(); ++i) {
+        for (int byte = 0; byte < 256; ++byte) {
+            auto text = valid;
+            text[i] = static_cast<char>(byte);
+            int zone = 0;
+            try {
+                const auto date = DateTimeParser::parse(text, RFC1123_FORMAT, zone);
+                EXPECT_TRUE(std::isalnum(byte) || byte == '-' || text == valid) << text;
+                EXPECT_EQ(date.microsecond(), 0);
+            } catch (const fn::DataFormatException&) {
+            }
+        }
+    }
+}
+
+} // namespace
