@@ -49,6 +49,15 @@ void LoopMember::unlink() noexcept
     _previous = _next = this;
 }
 
+void SharedMember::release() noexcept
+{
+    if (--_holders > 0) return;
+    if (loop())
+        loop()->retire(*this);
+    else
+        delete this;
+}
+
 void LoopMembers::add(LoopMember& member) noexcept
 {
     member.unlink();

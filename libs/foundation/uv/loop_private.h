@@ -5,9 +5,9 @@
 #include "foundation/uv/detail/timer_queue.h"
 #include "foundation/uv/loop.h"
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <span>
 #include <thread>
 #include <uv.h>
 #include <vector>
@@ -22,7 +22,7 @@ RunLoop* exchangeCurrentLoop(RunLoop* loop) noexcept;
 namespace uv {
 
 /// Calls what the user gave; an exception goes to `fn::unhandledException()`.
-template <typename Callable, typename... Args> void callGuarded(Callable& callable, Args&&... args) noexcept
+template <typename Callable, typename... Args> void callGuarded(Callable&& callable, Args&&... args) noexcept
 {
     try {
         callable(std::forward<Args>(args)...);
@@ -57,6 +57,30 @@ private:
     Loop::Private* _loop = nullptr;
     LoopMember* _previous = this;
     LoopMember* _next = this;
+};
+
+/// A member whose memory several need: its user, libuv until it has closed, tasks on their way. Loop thread.
+class SharedMember : public LoopMember {
+public:
+    /// Gives up one hold. The last one has the loop free it, once no frame of libuv can be left that knows it: a task that
+    /// runs the loop again may have closed it inside of its own read callback.
+    struct Release {
+        void operator()(SharedMember* member) const noexcept { member->release(); }
+    };
+    template <typename T> using Hold = std::unique_ptr<T, Release>;
+
+    void release() noexcept;
+
+protected:
+    SharedMember(Loop::Private& loop, int holders) : LoopMember(loop), _holders(holders) { }
+    template <typename T> static Hold<T> hold(T* member) noexcept
+    {
+        ++member->_holders;
+        return Hold<T>(member);
+    }
+
+private:
+    int _holders;
 };
 
 /// A list of members. They leave it by themselves, whichever list they are in.
@@ -103,9 +127,7 @@ struct Loop::Private final : ClockFollower {
     /// Has `member.flush()` called at the end of this turn's tasks, at the latest before the loop waits.
     void flushLater(LoopMember& member) { _unflushed.push_back(&member); }
 
-    /// Frees a member whose libuv handle has been closed, once no frame of libuv can be left that knows it: a task that
-    /// runs the loop again may have closed it inside of its own read callback.
-    void retire(LoopMember& member) { _retired.push_back(&member); }
+    void retire(LoopMember& member) { _retired.push_back(&member); } ///< Freed at the end of the outermost run's turn.
 
     std::unique_ptr<char[]> takeReadBuffer();
     void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }

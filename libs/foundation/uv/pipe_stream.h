@@ -21,13 +21,14 @@ public:
     /// are refused with a log line before it hears of them.
     void listen(int backlog, folly::Function<void(const Status&)> callback);
 
-    /// Takes the waiting connection that `listener`'s callback announced.
+    /// Takes the waiting connection that `listener`'s callback announced; none waits: `fn::IOException`. Same loop.
     void accept(PipeStream& listener);
 
-    /// `callback` is called once, on a later turn. A full queue of the listener is waited for while the endpoint exists.
+    /// `callback` is called once, on a later turn, unless the stream is closed before. What can go wrong reaches it. A full
+    /// queue of the listener is waited for while the endpoint exists. Writes made meanwhile leave once it is connected.
     void connect(const String& name, folly::Function<void(const Status&)> callback);
 
-    /// Adopts a connected socket.
+    /// Adopts a connected socket, and makes it close-on-exec.
     void open(int descriptor);
 
     void readStart(ReadCallback callback) override;
@@ -37,6 +38,7 @@ public:
     void readPending() override;
     void write(ByteArray bytes, Completion completion = {}) override;
     void write(std::span<const ByteArray> parts, Completion completion = {}) override;
+    void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback) override;
     std::size_t queuedBytes() const noexcept override;
     std::uint64_t sentBytes() const noexcept override;
     void close(folly::Function<void()> completion = {}) override;

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/ref_counted.h"
+#include "foundation/string.h"
 #include "foundation/uv/loop.h"
 #include <cstdint>
 #include <vector>
@@ -9,7 +10,7 @@ namespace fn::uv {
 /// A standard stream of a child. Kind 2 inherits a descriptor of this process; the identifiers -10, -11 and -12 name
 /// standard input, output and error.
 struct ProcessStream {
-    int kind = 2;
+    int kind = 2; ///< 0 gives the child nothing to read and swallows what it writes.
     int handle = 0;
 };
 
@@ -23,14 +24,15 @@ struct ProcessOptions {
 };
 
 /// A child process. Releasing the last reference while the child runs forgets the callback; the child lives on and is
-/// reaped when it ends.
+/// reaped when it ends. A child that outlives the loop is left alone.
 class FN_EXPORT Process final : public RefCountedObject {
 public:
     explicit Process(Loop& loop);
 
-    void spawn(ProcessOptions options); ///< `fn::IOException` naming the file if it cannot be started.
+    void spawn(ProcessOptions options); ///< Once. `fn::IOException` naming the file if it cannot be started.
     void kill(int signal); ///< A child that has ended already is no error.
     int pid() const noexcept; ///< 0 before `spawn()`.
+    unsigned flags() const noexcept; ///< As given to `spawn()`.
 
     struct Private;
 

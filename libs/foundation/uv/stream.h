@@ -33,6 +33,11 @@ public:
     /// The same for parts that follow one another on the stream, sent without being joined in memory.
     virtual void write(std::span<const ByteArray> parts, Completion completion = {}) = 0;
 
+    /// Calls `callback` once, on a later turn, when at most `bytes` are still queued: for whoever stops making
+    /// output while a slow receiver has not taken what there is. One wish at a time: a new one replaces an earlier one, closing
+    /// drops it. Progress is noticed at the latest when the kernel has taken a few megabytes.
+    virtual void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback) = 0;
+
     virtual std::size_t queuedBytes() const noexcept = 0; ///< Written, but not yet taken by the kernel.
     virtual std::uint64_t sentBytes() const noexcept = 0; ///< Taken by the kernel since the stream was made.
 

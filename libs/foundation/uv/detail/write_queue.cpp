@@ -1,0 +1,76 @@
+#include "foundation/uv/detail/write_queue.h"
+#include "foundation/uv/loop_private.h"
+
+namespace fn::uv {
+namespace {
+
+// A socket buffer takes far less at once, so more is not looked at; and it is noticed soon enough when this has left.
+constexpr std::size_t batchBytes = 1024 * 1024;
+
+} // namespace
+
+void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
+{
+    _bytes += bytes.size();
+    _entries.push({ std::move(bytes), std::move(completion) });
+}
+
+WriteQueue::Batch WriteQueue::gather(std::span<uv_buf_t> parts) noexcept
+{
+    Batch batch { 0, 0 };
+    auto skipped = _sentOfFirst;
+    while (batch.parts < parts.size() && batch.parts < _entries.size() && batch.bytes < batchBytes) {
+        const auto rest = _entries[batch.parts].bytes.bytes().subspan(std::exchange(skipped, 0));
+        auto* const data = reinterpret_cast<char*>(const_cast<std::uint8_t*>(rest.data())); // libuv only reads it.
+        const auto size = std::min(rest.size(), batchBytes - batch.bytes);
+        parts[batch.parts++] = { data, size };
+        batch.bytes += size;
+    }
+    return batch;
+}
+
+void WriteQueue::sent(std::size_t bytes)
+{
+    _bytes -= bytes;
+    _sentOfFirst += bytes;
+    while (!_entries.empty() && _sentOfFirst >= _entries.front().bytes.size()) {
+        _sentOfFirst -= _entries.front().bytes.size();
+        finishFirst(0);
+    }
+}
+
+void WriteQueue::fail(int code)
+{
+    while (!_entries.empty()) finishFirst(code);
+    _sentOfFirst = 0;
+    _bytes = 0;
+}
+
+void WriteQueue::refuse(Stream::Completion completion, int code)
+{
+    if (completion) _finished.push({ std::move(completion), code });
+}
+
+void WriteQueue::drop()
+{
+    _sentOfFirst = 0;
+    _bytes = 0;
+    const auto entries = std::move(_entries); // Go last: a completion's end may do anything.
+    const auto finished = std::move(_finished);
+}
+
+void WriteQueue::complete()
+{
+    for (auto count = _finished.size(); count > 0 && hasFinished(); --count) {
+        auto finished = _finished.pop();
+        callGuarded(finished.completion, finished.code < 0 ? Status("write to a pipe", finished.code) : Status());
+    }
+}
+
+void WriteQueue::finishFirst(int code)
+{
+    auto entry = _entries.pop();
+    refuse(std::move(entry.completion), code);
+}
+
+} // namespace fn::uv

@@ -1,0 +1,234 @@
+#include "foundation/uv/pipe_stream_private.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/logging.h"
+#include "platform/peer_identity.h"
+#include "platform/pipe_path.h"
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/socket.h>
+
+// Making, connecting and closing; bytes are in pipe_stream_bytes.cpp.
+
+namespace fn::uv {
+namespace {
+
+constexpr std::int64_t longestRetryDelay = 100; // Milliseconds.
+
+const logging::Category& category()
+{
+    static const auto& category = logging::CategoryManager::instance().getCategory("uv.pipe");
+    return category;
+}
+
+int codeOf(const IOException& exception)
+{
+    const auto* const error = exception.find<ErrnoInfo>();
+    return error ? -*error : UV_EIO;
+}
+
+} // namespace
+
+PipeStream::Private::Private(Loop::Private& loop) : SharedMember(loop, 2) // Its user and libuv.
+{
+    uv_pipe_init(loop.handle(), &_pipe, 0);
+    _pipe.data = this;
+    _request.data = this;
+}
+
+void PipeStream::Private::requireFresh(const char* action) const
+{
+    if (isClosed()) Status(action, UV_ECANCELED).throwOnError();
+    if (_state != State::Fresh) Status(action, UV_EISCONN).throwOnError();
+}
+
+int PipeStream::Private::descriptor() const noexcept
+{
+    uv_os_fd_t descriptor = -1;
+    uv_fileno(reinterpret_cast<const uv_handle_t*>(&_pipe), &descriptor);
+    return descriptor;
+}
+
+void PipeStream::Private::adopt(int descriptor, State state, const char* action)
+{
+    Status(action, uv_pipe_open(&_pipe, descriptor)).throwOnError();
+    _state = state;
+}
+
+void PipeStream::Private::open(int descriptor)
+{
+    requireFresh("open a pipe");
+    ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    adopt(descriptor, State::Connected, "open a pipe");
+}
+
+void PipeStream::Private::bind(const String& name)
+{
+    requireFresh("bind a pipe");
+    PipeEndpoint endpoint(platform::pipePath(name));
+    try {
+        adopt(endpoint.descriptor(), State::Bound, "bind a pipe");
+    } catch (...) {
+        endpoint.remove();
+        throw;
+    }
+    endpoint.releaseDescriptor();
+    _endpoint = std::move(endpoint);
+}
+
+void PipeStream::Private::listen(int backlog, ConnectionCallback callback)
+{
+    _onConnection = std::move(callback);
+    const auto onConnection = [](uv_stream_t* stream, int code) {
+        callGuarded([&] { of(stream->data).connectionWaits(code); });
+    };
+    Status("listen on a pipe", uv_listen(stream(), backlog, onConnection)).throwOnError();
+}
+
+void PipeStream::Private::connectionWaits(int code)
+{
+    if (code < 0) return announce(code);
+    // Taken from libuv at once, whether or not the user takes it later: it is known who comes before he hears of it.
+    Hold<Private> peer(new Private(*loop()));
+    code = uv_accept(stream(), peer->stream());
+    if (code == 0) {
+        peer->_state = State::Connected;
+        if (isTrusted(*peer)) {
+            _waiting.push(peer.release());
+            return announce(0);
+        }
+    }
+    peer->close({});
+    if (code < 0) announce(code);
+}
+
+bool PipeStream::Private::isTrusted(const Private& peer) const noexcept
+{
+    try {
+        const auto identity = platform::peerIdentity(peer.descriptor());
+        if (identity.isOwnUserOrRoot()) return true;
+        FN_LOG_TO(category(), logging::Warning, {}, "libs/foundation/uv/pipe_stream",
+            "Refused a connection to {} from user {} (process {})", _endpoint.path(), identity.userId,
+            identity.processId);
+    } catch (...) {
+        unhandledException();
+    }
+    return false;
+}
+
+void PipeStream::Private::announce(int code)
+{
+    _announcements.push(code);
+    while (!_announcements.empty() && _onConnection) {
+        const auto next = _announcements.pop();
+        auto callback = std::exchange(_onConnection, {});
+        callGuarded(callback, next < 0 ? Status("accept a connection", next) : Status());
+        if (!isClosed() && !_onConnection) _onConnection = std::move(callback);
+    }
+}
+
+PipeStream::Private* PipeStream::Private::takeWaiting()
+{
+    if (_waiting.empty()) Status("accept a connection", UV_EAGAIN).throwOnError();
+    return _waiting.pop();
+}
+
+void PipeStream::Private::connect(const String& name, ConnectionCallback callback)
+{
+    requireFresh("connect to a pipe");
+    _state = State::Connecting;
+    _onConnect = std::move(callback);
+    _connectAction = fmt::format("connect to {}", name);
+    _retryDelay = 1;
+    try {
+        _address = platform::socketAddress(platform::pipePath(name));
+    } catch (const IOException& exception) {
+        return finishConnect(exception.message(), codeOf(exception));
+    }
+    _socket = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (_socket)
+        tryConnect();
+    else
+        finishConnect(_connectAction, -errno);
+}
+
+void PipeStream::Private::tryConnect()
+{
+    const auto* const address = reinterpret_cast<const sockaddr*>(&_address);
+    if (::connect(_socket.get(), address, sizeof(_address)) == 0) return finishConnect(_connectAction, 0);
+    if (errno != EAGAIN) return finishConnect(_connectAction, -errno);
+    // The listener's queue is full. Once the endpoint is gone this ends with another error.
+    _retry = loop()->schedule(Duration::milliseconds(_retryDelay), [this] { tryConnect(); });
+    _retryDelay = std::min(_retryDelay * 2, longestRetryDelay);
+}
+
+void PipeStream::Private::finishConnect(String message, int code)
+{
+    if (code == 0) code = uv_pipe_open(&_pipe, _socket.get());
+    if (code == 0) {
+        _socket.release();
+        _state = State::Connected;
+    }
+    loop()->post([held = hold(this), status = Status(std::move(message), code)] { held->reportConnected(status); });
+}
+
+void PipeStream::Private::reportConnected(const Status& status)
+{
+    if (isClosed()) return;
+    if (status.ok()) {
+        flush();
+    } else {
+        _state = State::Fresh;
+        _socket = FileDescriptor();
+        _queue.fail(status.code());
+        announceProgress();
+    }
+    auto callback = std::exchange(_onConnect, {});
+    if (callback) callGuarded(callback, status.ok() ? Status() : status);
+}
+
+void PipeStream::Private::close(folly::Function<void()> completion)
+{
+    if (isClosed()) return;
+    flush();
+    const auto taken = takenOfRequest();
+    _requestBytes = 0;
+    _sentBytes += taken;
+    _queue.sent(taken);
+    _state = State::Closing;
+    _wantsRead = false;
+    _endpoint.remove();
+    _retry.invalidate();
+    _announcements = {};
+    _onClosed = std::move(completion);
+    const auto onClosed = [](uv_handle_t* handle) { callGuarded([&] { of(handle->data).onClosed(); }); };
+    uv_close(reinterpret_cast<uv_handle_t*>(&_pipe), onClosed);
+    while (!_waiting.empty()) {
+        const Hold<Private> peer(_waiting.pop());
+        peer->close({});
+    }
+    // These go last: what they hold may be the last reference to this stream.
+    const auto onRead = std::exchange(_onRead, {});
+    const auto onConnection = std::exchange(_onConnection, {});
+    const auto onConnect = std::exchange(_onConnect, {});
+    const auto onDrained = std::exchange(_onDrained, {});
+}
+
+void PipeStream::Private::onClosed()
+{
+    const Hold<Private> libuv(this);
+    _state = State::Closed;
+    _queue.fail(UV_ECANCELED);
+    _queue.complete();
+    auto completion = std::exchange(_onClosed, {});
+    if (completion) callGuarded(completion);
+}
+
+void PipeStream::Private::loopIsEnding()
+{
+    close({});
+    _queue.drop();
+    const auto completion = std::exchange(_onClosed, {});
+}
+
+} // namespace fn::uv

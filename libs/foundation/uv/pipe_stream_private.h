@@ -1,0 +1,111 @@
+#pragma once
+#include "foundation/uv/detail/pipe_endpoint.h"
+#include "foundation/uv/detail/write_queue.h"
+#include "foundation/uv/loop_private.h"
+#include "foundation/uv/pipe_stream.h"
+#include <sys/un.h>
+
+namespace fn::uv {
+
+/// The part of a PipeStream that libuv knows.
+///
+///     Fresh -> Bound                          bind(), listen()
+///     Fresh -> Connected                      accept(), open()
+///     Fresh -> Connecting -> Connected        connect(); back to Fresh if it fails
+///     any   -> Closing -> Closed              close(); closed once libuv says so
+///
+/// A callback of the user is moved out of its member while it runs: it may close the stream, replace itself, or let go
+/// of the last reference.
+struct PipeStream::Private final : SharedMember {
+    using ConnectionCallback = folly::Function<void(const Status&)>;
+
+    explicit Private(Loop::Private& loop);
+
+    void bind(const String& name);
+    void listen(int backlog, ConnectionCallback callback);
+    Private* takeWaiting(); ///< A connection that waits, with the hold of its user.
+    void connect(const String& name, ConnectionCallback callback);
+    void open(int descriptor);
+    void requireFresh(const char* action) const;
+
+    void readStart(ReadCallback callback);
+    void readStop();
+    void readResume();
+    bool isReading() const noexcept { return _wantsRead && _state == State::Connected; }
+    void readPending();
+
+    void write(ByteArray bytes, Completion completion);
+    void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback);
+    std::size_t queuedBytes() const noexcept { return _queue.bytes() - takenOfRequest(); }
+    std::uint64_t sentBytes() const noexcept { return _sentBytes + takenOfRequest(); }
+
+    void close(folly::Function<void()> completion);
+    bool isClosed() const noexcept { return _state >= State::Closing; }
+    const String& endpointPath() const noexcept { return _endpoint.path(); }
+
+    void flush() override;
+    void loopIsEnding() override;
+
+private:
+    enum class State { Fresh, Bound, Connecting, Connected, Closing, Closed };
+
+    uv_stream_t* stream() noexcept { return reinterpret_cast<uv_stream_t*>(&_pipe); }
+    const uv_stream_t* stream() const noexcept { return reinterpret_cast<const uv_stream_t*>(&_pipe); }
+    int descriptor() const noexcept;
+    static Private& of(void* data) noexcept { return *static_cast<Private*>(data); }
+
+    void adopt(int descriptor, State state, const char* action);
+    void connectionWaits(int code);
+    bool isTrusted(const Private& peer) const noexcept;
+    void announce(int code);
+    void tryConnect();
+    void finishConnect(String message, int code);
+    void reportConnected(const Status& status);
+
+    void startReading();
+    void onRead(std::ptrdiff_t count, std::unique_ptr<char[]> buffer);
+    void deliver(std::ptrdiff_t count, const char* data);
+
+    void send();
+    void sendRest(std::span<uv_buf_t> parts);
+    void onWritten(int code);
+    void announceProgress();
+    void reportProgress();
+    bool hasDrained() const noexcept { return _onDrained && queuedBytes() <= _drainedAt; }
+    std::size_t takenOfRequest() const noexcept;
+
+    void onClosed();
+
+    uv_pipe_t _pipe;
+    State _state = State::Fresh;
+    folly::Function<void()> _onClosed;
+
+    PipeEndpoint _endpoint; // Of a listener.
+    ConnectionCallback _onConnection;
+    RingQueue<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
+    RingQueue<int> _announcements; // Codes that `_onConnection` is to be called with.
+
+    ConnectionCallback _onConnect;
+    String _connectAction; // For reports.
+    FileDescriptor _socket; // Until it is connected.
+    sockaddr_un _address {};
+    std::int64_t _retryDelay = 0; // Milliseconds.
+    Handle _retry;
+
+    ReadCallback _onRead;
+    bool _wantsRead = false;
+    bool _delivering = false; // The read callback runs.
+    bool _heldBack = false; // Reading was stopped because more arrived while the callback ran the loop again.
+
+    WriteQueue _queue;
+    uv_write_t _request; // For what the kernel did not take at once.
+    std::size_t _requestBytes = 0; // Of `_request`; 0 while it is not in use.
+    std::uint64_t _sentBytes = 0; // Without what was taken of `_request`.
+    int _writeError = 0; // Once writing has failed, all further writes fail alike.
+    bool _flushPending = false;
+    bool _reportPosted = false;
+    folly::Function<void()> _onDrained; // To be called when so much is queued:
+    std::size_t _drainedAt = 0;
+};
+
+} // namespace fn::uv

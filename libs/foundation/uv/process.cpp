@@ -1,0 +1,143 @@
+#include "foundation/uv/process.h"
+#include "foundation/exceptions.h"
+#include "foundation/uv/loop_private.h"
+#include "foundation/uv/status.h"
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace fn::uv {
+namespace {
+
+constexpr int ignored = 0; // Kinds of streams.
+constexpr int inherited = 2;
+constexpr std::size_t standardStreams = 3;
+constexpr unsigned passedFlags = UV_PROCESS_WINDOWS_HIDE;
+
+// The identifiers that name the standard streams elsewhere: -10, -11, -12.
+int descriptorOf(int handle) { return handle <= -10 && handle >= -12 ? -10 - handle : handle; }
+
+std::vector<uv_stdio_container_t> containersOf(const std::vector<ProcessStream>& streams)
+{
+    if (streams.size() > standardStreams) throw RangeException("A child has three standard streams");
+    std::vector<uv_stdio_container_t> containers;
+    for (const auto& stream : streams) {
+        if (stream.kind != ignored && stream.kind != inherited) throw RangeException("Unsupported kind of stream");
+        uv_stdio_container_t container;
+        container.flags = stream.kind == inherited ? UV_INHERIT_FD : UV_IGNORE;
+        container.data.fd = stream.kind == inherited ? descriptorOf(stream.handle) : -1;
+        containers.push_back(container);
+    }
+    return containers;
+}
+
+// An inherited lock, socket or inhibitor would outlive its owner. Ours are made so that this is not needed; what other
+// libraries open, or this process inherited itself, may not be.
+void keepFromChildren() { ::close_range(standardStreams, ~0U, CLOSE_RANGE_CLOEXEC); }
+
+} // namespace
+
+struct Process::Private final : SharedMember {
+    explicit Private(Loop::Private& loop) : SharedMember(loop, 1) { _process.data = this; }
+
+    void spawn(ProcessOptions options);
+    void kill(int signal);
+    void forget(); ///< The user is gone.
+    int pid() const noexcept { return _pid; }
+    unsigned flags() const noexcept { return _flags; }
+    void loopIsEnding() override;
+
+private:
+    void exited(std::int64_t status, int signal);
+    void close();
+
+    uv_process_t _process;
+    int _pid = 0;
+    unsigned _flags = 0;
+    bool _spawned = false;
+    bool _open = false; // libuv knows `_process`, and holds this.
+    folly::Function<void(std::int64_t, int)> _onExit;
+};
+
+void Process::Private::spawn(ProcessOptions options)
+{
+    const String action = fmt::format("start {}", options.file);
+    if (std::exchange(_spawned, true)) Status(action, UV_EALREADY).throwOnError();
+    if (!loop()) Status(action, UV_ECANCELED).throwOnError();
+
+    std::vector<char*> arguments;
+    for (const auto& argument : options.arguments) {
+        if (argument.contains(std::string_view("\0", 1))) Status(action, UV_EINVAL).throwOnError();
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    auto streams = containersOf(options.streams);
+
+    uv_process_options_t uvOptions {};
+    uvOptions.file = options.file.c_str();
+    uvOptions.args = arguments.data();
+    uvOptions.flags = options.flags & passedFlags;
+    uvOptions.stdio = streams.data();
+    uvOptions.stdio_count = static_cast<int>(streams.size());
+    uvOptions.exit_cb = [](uv_process_t* process, std::int64_t status, int signal) {
+        static_cast<Private*>(process->data)->exited(status, signal);
+    };
+    keepFromChildren();
+    _flags = options.flags;
+    _onExit = std::move(options.onExit);
+    hold(this).release(); // Until libuv has closed, also where it fails.
+    _open = true;
+    const auto code = uv_spawn(loop()->handle(), &_process, &uvOptions);
+    if (code < 0) {
+        forget();
+        close();
+        Status(action, code).throwOnError();
+    }
+    _pid = uv_process_get_pid(&_process);
+}
+
+void Process::Private::kill(int signal)
+{
+    if (!_open || _pid == 0) return;
+    const auto code = uv_process_kill(&_process, signal);
+    if (code != UV_ESRCH) Status(fmt::format("send signal {} to process {}", signal, _pid), code).throwOnError();
+}
+
+void Process::Private::exited(std::int64_t status, int signal)
+{
+    auto callback = std::exchange(_onExit, {});
+    close();
+    if (callback) callGuarded(callback, status, signal);
+}
+
+void Process::Private::forget()
+{
+    const auto callback = std::exchange(_onExit, {}); // Its end may do anything.
+}
+
+void Process::Private::close()
+{
+    if (!std::exchange(_open, false)) return;
+    const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
+    uv_close(reinterpret_cast<uv_handle_t*>(&_process), onClosed);
+}
+
+void Process::Private::loopIsEnding()
+{
+    close();
+    forget();
+}
+
+Process::Process(Loop& loop) : _private(new Private(loop.internals())) { }
+
+Process::~Process()
+{
+    _private->forget();
+    _private->release();
+}
+
+void Process::spawn(ProcessOptions options) { _private->spawn(std::move(options)); }
+void Process::kill(int signal) { _private->kill(signal); }
+int Process::pid() const noexcept { return _private->pid(); }
+unsigned Process::flags() const noexcept { return _private->flags(); }
+
+} // namespace fn::uv

@@ -1,0 +1,77 @@
+#pragma once
+#include "foundation/auto_ptr.h"
+#include "foundation/uv/pipe_stream.h"
+#include "support/run_until.h"
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace test {
+
+using PipePtr = fn::AutoPtr<fn::uv::PipeStream>;
+
+/// Two connected pipes on one loop.
+struct PipePair {
+    explicit PipePair(fn::uv::Loop& loop) : a(fn::makeAuto<fn::uv::PipeStream>(loop)), b(a)
+    {
+        int descriptors[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, descriptors), 0);
+        b = fn::makeAuto<fn::uv::PipeStream>(loop);
+        a->open(descriptors[0]);
+        b->open(descriptors[1]);
+    }
+
+    PipePtr a;
+    PipePtr b;
+};
+
+/// Collects what arrives.
+struct Inbox {
+    std::string text;
+    std::ptrdiff_t end = 0; ///< The negative count that ended reading.
+    int calls = 0;
+
+    void readFrom(fn::uv::PipeStream& stream)
+    {
+        stream.readStart([this](std::ptrdiff_t count, const std::uint8_t* data) {
+            ++calls;
+            if (count < 0)
+                end = count;
+            else
+                text.append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(count));
+        });
+    }
+};
+
+/// A connected pipe whose other end is a descriptor of the test.
+struct PipeAndSocket {
+    explicit PipeAndSocket(fn::uv::Loop& loop) : pipe(fn::makeAuto<fn::uv::PipeStream>(loop))
+    {
+        int descriptors[2];
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, descriptors), 0);
+        pipe->open(descriptors[0]);
+        socket = descriptors[1];
+    }
+    PipeAndSocket(const PipeAndSocket&) = delete;
+    ~PipeAndSocket() { hangUp(); }
+
+    void hangUp()
+    {
+        if (socket >= 0) ::close(std::exchange(socket, -1));
+    }
+
+    /// All that has arrived; adds to `received`.
+    void take()
+    {
+        char buffer[65536];
+        for (ssize_t count; (count = ::recv(socket, buffer, sizeof(buffer), 0)) > 0;)
+            received.append(buffer, static_cast<std::size_t>(count));
+    }
+
+    PipePtr pipe;
+    int socket = -1;
+    std::string received;
+};
+
+} // namespace test
