@@ -1,0 +1,343 @@
+// What can break here: a schema made twice or not at all, a migration that fails on an open statement, a lock that stays
+// behind after a failed opening, a connection closed under its user or never closed, a task that outlives the object.
+#include "core/data_util.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/category_manager.h"
+#include "foundation/logging/sink.h"
+#include "foundation/time/clock.h"
+#include "foundation/uv/loop.h"
+#include "sqlite/statement.h"
+#include "support/temporary_folder.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <semaphore>
+#include <thread>
+
+namespace {
+
+using ScopedConnection = core::DatabaseAccess::ScopedConnection;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+int number(sqlite::Database& database, const fn::String& sql)
+{
+    sqlite::Statement statement(database, sql);
+    return statement.executeStep() ? statement.getColumn(0).getInt(-1) : -1;
+}
+
+class Access : public core::DatabaseAccess {
+public:
+    using DatabaseAccess::DatabaseAccess;
+    using DatabaseAccess::handleException;
+
+    std::vector<std::string> calls;
+
+    int storedVersion() { return number(database(), "select version from schema_version"); }
+    bool isOpen()
+    {
+        try {
+            database();
+            return true;
+        } catch (const sqlite::SQLiteException& e) {
+            EXPECT_EQ(
+                e.displayText(), "No database available. Make sure to have a DatabaseAccess::Connection instance");
+            return false;
+        }
+    }
+
+protected:
+    void initSchema() override
+    {
+        calls.push_back("init");
+        database().execute("create table entry (id integer primary key autoincrement, name text unique)");
+        database().execute("create index by_name on entry (name)");
+        database().execute("insert into entry (name) values ('first')");
+    }
+    void onDatabaseReady() override { calls.push_back("ready"); }
+};
+
+/// Collects what the class logs, as "priority function: text".
+class LogSink final : public fn::logging::Sink {
+public:
+    int threshold(const fn::logging::Category& category) const override
+    {
+        return category.name() == "core.databaseAccess" ? 7 : 0;
+    }
+    void logMessage(const fn::logging::Category&, const fn::logging::Message& message) override
+    {
+        const std::lock_guard guard(_lock);
+        EXPECT_STREQ(message.file, "libs/core/data_util");
+        _lines.push_back(fmt::format("{} {}: {}", message.priority, message.function, message.text.view()));
+    }
+    std::vector<std::string> take()
+    {
+        const std::lock_guard guard(_lock);
+        return std::exchange(_lines, {});
+    }
+
+private:
+    std::mutex _lock;
+    std::vector<std::string> _lines;
+};
+
+class DatabaseAccessTest : public testing::Test {
+protected:
+    DatabaseAccessTest() { fn::logging::CategoryManager::instance().addSink(log); }
+    ~DatabaseAccessTest() override { fn::logging::CategoryManager::instance().removeSink(log); }
+
+    /// Runs what is due on the loop.
+    void turn()
+    {
+        loop.post([this] { loop.post([this] { loop.stop(); }); });
+        loop.run();
+    }
+
+    /// Lets time go by, with everything done that is due meanwhile.
+    void pass(fn::Duration time)
+    {
+        turn();
+        clock.advance(time);
+        turn();
+    }
+
+    static constexpr auto fiveMinutes = fn::Duration::seconds(300);
+    static constexpr auto nearlyFiveMinutes = fn::Duration::seconds(299);
+
+    const fn::AutoPtr<LogSink> log { new LogSink };
+    test::TemporaryFolder folder;
+    const fn::String path = folder.file("test.db");
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+};
+
+TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndFindsItAgain)
+{
+    {
+        Access access(3, path, loop);
+        EXPECT_FALSE(access.isOpen());
+        const ScopedConnection connection(access);
+        EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+        EXPECT_EQ(number(access.database(), "select count(*) from schema_version"), 1);
+        EXPECT_EQ(access.storedVersion(), 3);
+        EXPECT_EQ(number(access.database(), "pragma foreign_keys"), 1);
+        EXPECT_THAT(log->take(),
+            ElementsAre("6 core::DatabaseAccess::checkSchema: Checking schema version",
+                "6 core::DatabaseAccess::checkSchema: Persistent schema version: -1, Current schema version: 3",
+                "4 core::DatabaseAccess::doInitSchema: Initializing schema for " + path.toStdString()));
+    }
+    Access access(3, path, loop);
+    const ScopedConnection connection(&access);
+    EXPECT_THAT(access.calls, ElementsAre("ready"));
+}
+
+TEST_F(DatabaseAccessTest, AnotherVersionDropsEverythingAndStartsAnew)
+{
+    {
+        Access access(3, path, loop);
+        const ScopedConnection connection(access);
+        access.database().execute("create table other (a references entry (id)); create index i on other (a)");
+        access.database().execute("insert into other values (1)");
+    }
+    log->take();
+    Access access(4, path, loop);
+    const ScopedConnection connection(access);
+    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+    EXPECT_EQ(access.storedVersion(), 4);
+    EXPECT_EQ(number(access.database(), "select count(*) from sqlite_master where name = 'other'"), 0);
+    EXPECT_EQ(number(access.database(), "select count(*) from entry"), 1);
+    EXPECT_EQ(number(access.database(), "select max(id) from entry"), 1); // Counting has begun anew, too.
+    sqlite::Statement check(access.database(), "pragma integrity_check");
+    ASSERT_TRUE(check.executeStep());
+    EXPECT_EQ(check.getColumn(0).getText(), "ok");
+    EXPECT_THAT(log->take(),
+        ElementsAre("6 core::DatabaseAccess::checkSchema: Checking schema version",
+            "6 core::DatabaseAccess::checkSchema: Persistent schema version: 3, Current schema version: 4",
+            "4 core::DatabaseAccess::checkSchema: Migrating schema from 3 to 4 for " + path.toStdString(),
+            "4 core::DatabaseAccess::dropSchema: Dropping schema for " + path.toStdString(),
+            "4 core::DatabaseAccess::doInitSchema: Initializing schema for " + path.toStdString()));
+}
+
+TEST_F(DatabaseAccessTest, AMigrationOfItsOwnKeepsTheDataAndStoresTheVersionItself)
+{
+    struct Migrating : Access {
+        using Access::Access;
+        bool storesVersion = false;
+        void migrateSchema(int from, int to) override
+        {
+            calls.push_back(fmt::format("{} to {}", from, to));
+            if (storesVersion) updateSchemaVersion();
+        }
+    };
+    {
+        Access access(3, path, loop);
+        const ScopedConnection connection(access);
+    }
+    for (const bool storesVersion : { false, true }) {
+        Migrating access(4, path, loop);
+        access.storesVersion = storesVersion;
+        const ScopedConnection connection(access);
+        EXPECT_THAT(access.calls, ElementsAre("3 to 4", "ready"));
+        EXPECT_EQ(access.storedVersion(), storesVersion ? 4 : 3);
+        EXPECT_EQ(number(access.database(), "select count(*) from entry"), 1);
+    }
+}
+
+TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuard)
+{
+    Access access(1, path, loop);
+    {
+        const ScopedConnection outer(access);
+        {
+            const ScopedConnection inner(access);
+        }
+        pass(fiveMinutes); // The end of an inner guard starts nothing.
+        EXPECT_TRUE(access.isOpen());
+    }
+    pass(nearlyFiveMinutes);
+    EXPECT_TRUE(access.isOpen());
+    {
+        const ScopedConnection again(access);
+    }
+    pass(nearlyFiveMinutes);
+    EXPECT_TRUE(access.isOpen());
+    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+    pass(fn::Duration::seconds(1));
+    EXPECT_FALSE(access.isOpen());
+    const ScopedConnection reopened(access);
+    EXPECT_THAT(access.calls, ElementsAre("init", "ready", "ready"));
+}
+
+TEST_F(DatabaseAccessTest, ACloseThatFallsDueUnderAGuardLeavesTheConnection)
+{
+    Access access(1, path, loop);
+    {
+        const ScopedConnection connection(access);
+    }
+    turn();
+    {
+        // The loop looks at its timers before it runs the task that would cancel this one.
+        const ScopedConnection connection(access);
+        clock.advance(fiveMinutes);
+        turn();
+        EXPECT_TRUE(access.isOpen());
+    }
+    turn();
+    // A guard of another thread, which the loop must not wait for.
+    std::binary_semaphore opened(0);
+    std::binary_semaphore done(0);
+    std::thread other([&] {
+        const ScopedConnection connection(access);
+        opened.release();
+        done.acquire();
+    });
+    opened.acquire();
+    clock.advance(fiveMinutes);
+    turn();
+    done.release();
+    other.join();
+    pass(fiveMinutes);
+    EXPECT_FALSE(access.isOpen());
+}
+
+TEST_F(DatabaseAccessTest, ScopesOfDistinctThreadsExcludeEachOther)
+{
+    Access access(1, path, loop);
+    int inside = 0; // No lock of its own.
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < 25; ++round) {
+                const ScopedConnection outer(access);
+                const ScopedConnection inner(access);
+                EXPECT_EQ(++inside, 1);
+                access.database().execute("update entry set name = name");
+                --inside;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+}
+
+TEST_F(DatabaseAccessTest, AnObjectThatGoesOnAnotherThreadLeavesNoTimer)
+{
+    auto access = std::make_unique<Access>(1, path, loop);
+    {
+        const ScopedConnection connection(*access);
+    }
+    turn();
+    {
+        const ScopedConnection connection(*access); // Its tasks are still queued when the object goes.
+    }
+    std::thread([&] { access.reset(); }).join();
+    pass(fiveMinutes);
+}
+
+TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
+{
+    Access access(1, folder.file("missing/test.db"), loop);
+    EXPECT_THROW(ScopedConnection { access }, sqlite::SQLiteException);
+    EXPECT_FALSE(access.isOpen());
+    std::filesystem::create_directory(folder.path() / "missing");
+    std::thread([&] { const ScopedConnection connection(access); }).join();
+    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+}
+
+TEST_F(DatabaseAccessTest, AFailedSchemaCheckIsLoggedAndLeavesTheConnectionOpen)
+{
+    test::writeFile(path, std::string(4096, 'x'));
+    Access access(1, path, loop);
+    const ScopedConnection connection(access);
+    EXPECT_TRUE(access.isOpen());
+    EXPECT_THAT(access.calls, ElementsAre("ready"));
+    const auto lines = log->take();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_THAT(
+        lines[1], StartsWith("1 core::DatabaseAccess::checkSchema: Unexpected exception: file is not a database"));
+    EXPECT_THAT(lines[1], testing::HasSubstr(path.toStdString()));
+}
+
+TEST_F(DatabaseAccessTest, AFileThatHasGoneIsMadeAnew)
+{
+    Access access(1, path, loop);
+    for (const bool deletedUnderneath : { true, false }) {
+        {
+            const ScopedConnection connection(access);
+        }
+        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init", "ready"));
+        if (deletedUnderneath)
+            std::filesystem::remove(path.toStdString());
+        else
+            access.deleteDatabase();
+        EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
+        EXPECT_EQ(access.isOpen(), deletedUnderneath);
+    }
+    log->take();
+    access.deleteDatabase();
+    EXPECT_THAT(
+        log->take(), ElementsAre(StartsWith("1 core::DatabaseAccess::deleteDatabase: Could not delete database: ")));
+}
+
+TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
+{
+    Access access(1, path, loop);
+    const ScopedConnection connection(access);
+    log->take();
+    const auto refuse = [&](const char* message) {
+        sqlite::SQLiteException exception(message);
+        access.handleException(exception);
+        return log->take();
+    };
+    EXPECT_THAT(refuse("database is locked"), IsEmpty());
+    EXPECT_TRUE(std::filesystem::exists(path.toStdString()));
+    const auto malformed = "1 core::DatabaseAccess::handleException: Database disk image " + path.toStdString()
+        + " is malformed :( Deleting file";
+    EXPECT_THAT(refuse("database disk image is malformed"), ElementsAre(malformed));
+    EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
+    EXPECT_THAT(refuse("database disk image is malformed"),
+        ElementsAre(malformed, StartsWith("1 core::DatabaseAccess::handleException: Error while removing file: ")));
+}
+
+} // namespace
