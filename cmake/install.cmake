@@ -12,9 +12,10 @@ if(NOT CORE_USES_FOLLY)
     install(FILES libs/foundation/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core/folly)
 endif()
 
-# The layout that fn::PathManager looks for; core_add_module() installs the modules themselves.
-file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/skyfold.installed "${PROJECT_VERSION}\n")
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/skyfold.installed DESTINATION .)
+# The layout that fn::PathManager looks for; core_add_module() installs the modules themselves. The marker must not lie in
+# the root of the build tree, which would then count as installed.
+file(WRITE ${CMAKE_BINARY_DIR}/install/skyfold.installed "${PROJECT_VERSION}\n")
+install(FILES ${CMAKE_BINARY_DIR}/install/skyfold.installed DESTINATION .)
 install(DIRECTORY resources/ DESTINATION . OPTIONAL)
 foreach(program hub module_loader skyfold)
     if(TARGET ${program})
