@@ -1,5 +1,4 @@
 #include "core/ipc/dispatcher/usage_counts.h"
-#include "core/ipc/limits.h"
 #include "foundation/assertion.h"
 #include <algorithm>
 
@@ -53,7 +52,7 @@ bool UsageCounts::canCount(
         }
     }
     const auto charged = _charged.find(sender);
-    return newEntries + (charged == _charged.end() ? 0 : charged->second) <= limits::countedObjects;
+    return newEntries + (charged == _charged.end() ? 0 : charged->second) <= _maxObjects;
 }
 
 UsageCounts::Entry& UsageCounts::entry(ObjectId objectId, WorkerId chargedTo)

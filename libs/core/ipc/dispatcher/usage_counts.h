@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/limits.h"
 #include "core/ipc/wire/message.h"
 #include <optional>
 #include <span>
@@ -37,11 +38,14 @@ public:
         BadCount, ///< Negative or larger than what is held: the sender broke the protocol.
     };
 
+    /// `maxObjects`: how many objects one sender may make it count.
+    explicit UsageCounts(std::size_t maxObjects = limits::countedObjects) : _maxObjects(maxObjects) { }
+
     /// Who holds references to the object, ascending by WorkerId. Invalid after any change.
     std::span<const Receiver> receivers(ObjectId objectId) const;
 
     /// Whether one more message from `sender` that lists `objectIds` can be counted for `receivers` and, where it owns
-    /// them, for itself: no 32-bit count overflows, and `sender` stays within `limits::countedObjects`.
+    /// them, for itself: no 32-bit count overflows, and `sender` stays within its share.
     bool canCount(WorkerId sender, std::span<const ObjectId> objectIds, std::span<const WorkerId> receivers) const;
 
     /// A message from `sender` listing the object goes to `receiver`. Nothing where the receiver is the owner.
@@ -78,6 +82,7 @@ private:
     void erase(Entries::iterator entry);
     std::optional<Release> takeRelease(Entries::iterator entry);
 
+    const std::size_t _maxObjects;
     Entries _entries;
     std::unordered_map<WorkerId, WorkerIndex> _index;
     std::unordered_map<WorkerId, std::size_t> _charged; // Entries by whose message made them.

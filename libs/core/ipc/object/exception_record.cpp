@@ -78,11 +78,13 @@ std::exception_ptr exceptionFromRecord(const fn::Value& record)
     attachDetail<fn::ErrorCodeInfo>(*exception, record, "ERROR_CODE");
     const auto& frames = record.get("STACK_TRACE");
     if (!frames.empty()) exception->attach(fn::ResolvedStackTraceInfo { decodeTrace(frames) });
+    std::exception_ptr raised;
     try {
         exception->raise(); // As its exact class.
     } catch (...) {
-        return std::current_exception();
+        raised = std::current_exception();
     }
+    return raised;
 }
 
 } // namespace ipc

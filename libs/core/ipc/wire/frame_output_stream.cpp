@@ -38,6 +38,7 @@ std::size_t FrameOutputStream::size() const noexcept
 
 void FrameOutputStream::writeSlow(const void* data, std::size_t size)
 {
+    if (size == 0) return;
     const auto used = _window ? static_cast<std::size_t>(_window - _buffer.data()) : 0;
     const auto capacity = std::max({ initialCapacity, _buffer.size() * 2, used + size });
     _buffer.resizeUninitialized(capacity);

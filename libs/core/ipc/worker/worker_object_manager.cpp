@@ -48,11 +48,8 @@ WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop)
 void WorkerObjectManager::close()
 {
     _worker = nullptr;
-    std::vector<fn::AutoPtr<ObjectReference>> all;
-    for (const auto& [owner, table] : _references) {
-        for (auto& reference : liveReferences(table, true)) all.push_back(std::move(reference));
-    }
-    markDead(all);
+    markAllDead(true);
+    dropUsageHolds();
 }
 
 // --- Tables
@@ -259,11 +256,29 @@ void WorkerObjectManager::workerIsAlive(WorkerId workerId)
 
 void WorkerObjectManager::connectionLost()
 {
+    markAllDead(false);
+    dropUsageHolds();
+}
+
+void WorkerObjectManager::markAllDead(bool withLocal)
+{
     std::vector<fn::AutoPtr<ObjectReference>> all;
     for (const auto& [owner, table] : _references) {
-        for (auto& reference : liveReferences(table, false)) all.push_back(std::move(reference));
+        for (auto& reference : liveReferences(table, withLocal)) all.push_back(std::move(reference));
     }
     markDead(all);
+}
+
+/// What other workers held: the release that would end it can come no more.
+void WorkerObjectManager::dropUsageHolds()
+{
+    std::vector<fn::AutoPtr<ObjectInstance>> held;
+    for (const auto& [objectId, instance] : _instances) {
+        if (instance->usageCount() > 0 && instance->tryRetain()) {
+            held.push_back(fn::AutoPtr<ObjectInstance>::adopt(instance));
+        }
+    }
+    for (const auto& instance : held) instance->releaseUsage(instance->usageCount());
 }
 
 } // namespace ipc

@@ -75,6 +75,8 @@ private:
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId);
     void countReceived(const fn::Value& objects);
     std::vector<fn::AutoPtr<ObjectReference>> liveReferences(const References& table, bool withLocal) const;
+    void markAllDead(bool withLocal);
+    void dropUsageHolds();
     static void markDead(const std::vector<fn::AutoPtr<ObjectReference>>& references);
 
     Worker* _worker;

@@ -1,0 +1,373 @@
+// Objects between two workers through a real dispatcher. What can break here: an object that goes too early or never, a call
+// that ends twice or not at all, an error that loses its class or details, a death that is half told, anything that
+// outlives its worker or its loop.
+#include "core/app_info.h"
+#include "core/fraction.h"
+#include "core/ipc/object/object_dead_exception.h"
+#include "core/typed_byte_array.h"
+#include "foundation/exceptions.h"
+#include "foundation/time/clock.h"
+#include "support/expectations.h"
+#include "support/worker.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+using fn::Value;
+using test::Outcome;
+using test::Service;
+using test::ServiceReference;
+
+class ObjectTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        dispatcher = std::make_unique<ipc::Dispatcher>(*loop, fn::Duration::seconds(30));
+        dispatcher->bind();
+        dispatcher->start();
+        owner = join("Owner");
+        user = join("User");
+        user->worker->registerObjectReferenceClass<ServiceReference>();
+        service = fn::makeAuto<Service>(*owner->worker);
+    }
+
+    void TearDown() override
+    {
+        reference.reset();
+        service->calls.clear(); // An argument may hold the service itself.
+        service.reset();
+        user.reset();
+        owner.reset();
+        dispatcher.reset();
+        loop.reset();
+        EXPECT_EQ(Service::alive, 0) << "an object has outlived its loop";
+    }
+
+    std::unique_ptr<test::Client> join(const char* name)
+    {
+        auto client = std::make_unique<test::Client>(*loop, dispatcher->pipePath(), name);
+        EXPECT_TRUE(test::runUntil(*loop, [&] { return client->isConnected(); }));
+        return client;
+    }
+
+    /// Runs `action` on the loop, where promises may be chained.
+    void onLoop(std::function<void()> action)
+    {
+        loop->post(std::move(action));
+        test::runTurns(*loop, 2);
+    }
+
+    void offer()
+    {
+        Outcome registered;
+        onLoop([&] { registered.observe(owner->worker->registry()->registerObject(service, 0)); });
+        ASSERT_TRUE(test::runUntil(*loop, [&] { return registered.isOver(); }));
+    }
+
+    /// The user's reference to the service, found through the registry.
+    void find()
+    {
+        offer();
+        onLoop([&] {
+            user->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
+                [this](fn::AutoPtr<ServiceReference>&& found) { reference = std::move(found); });
+        });
+        ASSERT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(reference); }));
+    }
+
+    void call(ipc::CallableObjectReference& target, const char* name, const Value& argument, Outcome& outcome)
+    {
+        onLoop([&] { outcome.observe(target.callMethod(name, argument)); });
+    }
+
+    bool isOver(const Outcome& outcome)
+    {
+        return test::runUntil(*loop, [&] { return outcome.isOver(); });
+    }
+
+    fn::ManualClock clock;
+    std::unique_ptr<fn::uv::Loop> loop = std::make_unique<fn::uv::Loop>(clock);
+    std::unique_ptr<ipc::Dispatcher> dispatcher;
+    std::unique_ptr<test::Client> owner;
+    std::unique_ptr<test::Client> user;
+    fn::AutoPtr<Service> service;
+    fn::AutoPtr<ServiceReference> reference;
+};
+
+/// An instance that speaks while it is being made.
+class Talker final : public Service {
+public:
+    explicit Talker(ipc::Worker& worker) : Service(worker)
+    {
+        broadcastEvent("born", 1);
+        broadcastEvent("born", 2);
+    }
+};
+
+class Failing final : public Service {
+public:
+    explicit Failing(ipc::Worker& worker) : Service(worker) { throw std::runtime_error("no"); }
+};
+
+} // namespace
+
+TEST_F(ObjectTest, CallsTravelWithEveryKindOfValue)
+{
+    find();
+    ASSERT_FALSE(reference->local());
+    const auto argument = Value::map({ { "nil", {} }, { "number", -7 }, { "text", "\xc3\xa4" },
+        { "bytes", fn::ByteArray(std::string(100'000, 'b')) }, { "fraction", core::Fraction(16, 9) },
+        { "labelled", core::TypedByteArray(fn::ByteArray("x"), "image/png") }, { "list", Value::array({ 1, 2.5, true }) } });
+    Outcome outcome;
+    call(*reference, "echo", argument, outcome);
+    ASSERT_TRUE(isOver(outcome)) << outcome.error();
+    EXPECT_EQ(outcome.value().get("bytes"), argument.get("bytes"));
+    EXPECT_EQ(outcome.value().get("fraction").boxed<core::Fraction>(), core::Fraction(16, 9));
+    EXPECT_EQ(outcome.value().get("labelled").boxed<core::TypedByteArray>().mimeType(), "image/png");
+    EXPECT_EQ(outcome.value().get("list"), argument.get("list"));
+    EXPECT_EQ(service->calls[0].context, (Service::CallContext { user->worker->workerId(), 1 }));
+    EXPECT_EQ(reference->className(), "test::ServiceReference");
+    EXPECT_TRUE(reference->toString().startsWith("ObjectReference (test::ServiceReference, "));
+}
+
+TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
+{
+    find();
+    service->answer = [this](const Service::Call& made) {
+        if (made.name == "record") {
+            service->sendError(made.context,
+                fn::with(fn::RangeException("out of it"), fn::PathInfo { "/some/path" }, fn::WinErrorInfo { 0xdeadbeef },
+                    fn::ErrnoInfo { 2 }, fn::UVErrnoInfo { -2 }, fn::ErrorCodeInfo { 9 }, fn::DetailInfo { "why" }));
+        } else if (made.name == "standard") {
+            service->sendError(made.context, std::make_exception_ptr(std::runtime_error("plain")));
+        } else if (made.name == "odd") {
+            service->sendError(made.context, std::make_exception_ptr(5));
+        } else {
+            service->sendError(made.context, Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", "NoSuchClass" },
+                                                 { "MESSAGE", "m" }, { "STACK_TRACE", "nonsense" } }));
+        }
+    };
+    Outcome record, standard, odd, unknown;
+    call(*reference, "record", {}, record);
+    call(*reference, "standard", {}, standard);
+    call(*reference, "odd", {}, odd);
+    call(*reference, "unknown", {}, unknown);
+    ASSERT_TRUE(isOver(unknown));
+    try {
+        std::rethrow_exception(record.failure());
+        FAIL();
+    } catch (const fn::RangeException& exception) {
+        EXPECT_EQ(exception.message(), "out of it");
+        EXPECT_EQ(*exception.find<fn::PathInfo>(), "/some/path");
+        EXPECT_EQ(*exception.find<fn::WinErrorInfo>(), 0xdeadbeef);
+        EXPECT_EQ(*exception.find<fn::ErrnoInfo>(), 2);
+        EXPECT_EQ(*exception.find<fn::UVErrnoInfo>(), -2);
+        EXPECT_EQ(*exception.find<fn::ErrorCodeInfo>(), 9);
+        EXPECT_EQ(*exception.find<fn::DetailInfo>(), "why");
+        ASSERT_TRUE(exception.find<fn::ResolvedStackTraceInfo>());
+        EXPECT_FALSE(exception.find<fn::ResolvedStackTraceInfo>()->frames.empty());
+    }
+    EXPECT_EQ(standard.error(), "RuntimeException: plain");
+    EXPECT_EQ(odd.error(), "RuntimeException: Unknown Exception");
+    EXPECT_EQ(unknown.error(), "RuntimeException: m");
+}
+
+TEST_F(ObjectTest, CancellingReachesTheOwnerAndALateAnswerIsIgnored)
+{
+    find();
+    Outcome outcome;
+    fn::Promise<Value> promise;
+    onLoop([&] {
+        promise = reference->callMethod("wait", 1);
+        outcome.observe(promise);
+    });
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return service->calls.size() == 1; }));
+    promise.cancel();
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return service->cancelled.size() == 1; }));
+    EXPECT_EQ(service->cancelled[0], service->calls[0].context);
+    service->sendResult(service->calls[0].context, "late");
+    Outcome next;
+    call(*reference, "echo", "next", next);
+    ASSERT_TRUE(isOver(next));
+    EXPECT_EQ(next.value(), Value("next"));
+    EXPECT_FALSE(outcome.isOver());
+    promise.cancel();
+    test::runTurns(*loop);
+    EXPECT_EQ(service->cancelled.size(), 1u);
+}
+
+TEST_F(ObjectTest, EventsReachEveryHolderAndTheLocalReference)
+{
+    find();
+    const auto local = fn::dynamicCast<ServiceReference>(service->localReference());
+    EXPECT_EQ(service->localReference().get(), local.get()) << "the same one while it is held";
+    service->broadcastEvent("tick", Value::map({ { "from", service } }));
+    EXPECT_TRUE(local->events.empty()) << "never inside the sender's call";
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return reference->events.size() == 1; }));
+    ASSERT_EQ(local->events.size(), 1u);
+    EXPECT_EQ(local->events[0].second.get("from").object<ipc::ObjectReference>().get(), local.get())
+        << "a receiver sees a reference, not the instance";
+    EXPECT_EQ(reference->events[0].second.get("from").object<ipc::ObjectReference>().get(), reference.get());
+    service->postEvent(user->worker->workerId(), "only", 1);
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return reference->events.size() == 2; }));
+    EXPECT_EQ(local->events.size(), 1u);
+    local->events.clear(); // They hold the references that hold them.
+    reference->events.clear();
+}
+
+TEST_F(ObjectTest, LocalCallsAnswerOnALaterTurnLikeRemoteOnes)
+{
+    const auto local = fn::dynamicCast<ServiceReference>(service->localReference());
+    ASSERT_TRUE(local->local());
+    Outcome echo, pending;
+    onLoop([&] {
+        echo.observe(local->callMethod("echo", service));
+        EXPECT_TRUE(service->calls.empty());
+        pending.observe(local->callMethod("wait", {}));
+    });
+    ASSERT_TRUE(isOver(echo));
+    EXPECT_EQ(echo.value().object<ipc::ObjectReference>().get(), local.get());
+    EXPECT_FALSE(pending.isOver());
+}
+
+TEST_F(ObjectTest, AnInstanceLivesWhileAnotherWorkerHoldsIt)
+{
+    // Handed over by call, three times, so that the registry holds nothing.
+    find();
+    service->answer = [this](const Service::Call& made) {
+        static fn::AutoPtr<Service> given;
+        if (made.name == "make") given = fn::makeAuto<Service>(*owner->worker);
+        service->sendResult(made.context, given);
+        if (made.name == "last") given.reset();
+    };
+    Outcome outcomes[3];
+    call(*reference, "make", {}, outcomes[0]);
+    call(*reference, "again", {}, outcomes[1]);
+    call(*reference, "last", {}, outcomes[2]);
+    ASSERT_TRUE(isOver(outcomes[2]));
+    auto held = outcomes[0].value().object<ServiceReference>();
+    EXPECT_EQ(outcomes[2].value().object<ServiceReference>().get(), held.get());
+    test::runTurns(*loop);
+    EXPECT_EQ(Service::alive, 2) << "the user's reference keeps it";
+    for (auto& outcome : outcomes) outcome.value() = {};
+    Outcome echo;
+    held->callMethod("ignored", {}).cancel();
+    call(*held, "echo", 5, echo);
+    ASSERT_TRUE(isOver(echo));
+    EXPECT_EQ(echo.value(), Value(5));
+    held.reset();
+    EXPECT_TRUE(test::runUntil(*loop, [&] { return Service::alive == 1; })) << "released once, with the count of all three";
+}
+
+TEST_F(ObjectTest, DeathEndsEveryCallAndIsToldOnce)
+{
+    find();
+    // A second object of the same worker: both references are dead before anybody hears of it.
+    const auto second = fn::makeAuto<Service>(*owner->worker);
+    service->answer = [&](const Service::Call& made) {
+        if (made.name == "second") service->sendResult(made.context, second);
+    };
+    Outcome got, pending;
+    call(*reference, "second", {}, got);
+    call(*reference, "wait", {}, pending);
+    ASSERT_TRUE(isOver(got));
+    const auto other = got.value().object<ServiceReference>();
+    int told = 0;
+    for (const auto& each : { reference, other }) {
+        each->objectDeadSignal()
+            .connect([&] {
+                ++told;
+                EXPECT_TRUE(reference->dead() && other->dead());
+            })
+            .detach();
+    }
+    owner->worker->stop();
+    ASSERT_TRUE(isOver(pending));
+    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    EXPECT_EQ(told, 2);
+    Outcome late;
+    call(*reference, "echo", 1, late);
+    EXPECT_EQ(late.error(), "ObjectDeadException: ");
+    int immediately = 0;
+    EXPECT_FALSE(reference->objectDeadSignal().connect([&] { ++immediately; }));
+    EXPECT_EQ(immediately, 1);
+}
+
+TEST_F(ObjectTest, AReferenceToAnObjectOfADeadWorkerIsBornDead)
+{
+    find();
+    // The user hands the reference to a third worker after the owner's death.
+    const auto third = join("Third");
+    third->worker->registerObjectReferenceClass<ServiceReference>();
+    const auto box = fn::makeAuto<Service>(*third->worker);
+    Outcome registered;
+    onLoop([&] { registered.observe(third->worker->registry()->registerObject(box, 9)); });
+    fn::AutoPtr<ServiceReference> way;
+    onLoop([&] {
+        user->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
+            [&](fn::AutoPtr<ServiceReference>&& found) { way = std::move(found); });
+    });
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(way); }));
+    owner->worker->stop();
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return reference->dead(); }));
+    bool bornDead = false;
+    box->answer = [&](const Service::Call& made) {
+        const auto arrived = made.argument.object<ServiceReference>();
+        bornDead = arrived && arrived->dead();
+        box->sendResult(made.context, true);
+    };
+    Outcome outcome;
+    const test::ExpectAssertions unbacked; // The dispatcher has forgotten what the dead owner sent.
+    call(*way, "take", reference, outcome);
+    ASSERT_TRUE(isOver(outcome)) << outcome.error();
+    EXPECT_TRUE(bornDead);
+    box->calls.clear();
+}
+
+TEST_F(ObjectTest, ConstructionIsFinishedBeforeAnythingLeaves)
+{
+    find();
+    const auto talker = fn::makeAuto<Talker>(*owner->worker);
+    const auto local = fn::dynamicCast<ServiceReference>(talker->localReference());
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return local->events.size() == 2; }));
+    EXPECT_EQ(local->events[0].second, Value(1));
+    EXPECT_EQ(local->events[1].second, Value(2));
+    EXPECT_THROW(Failing(*owner->worker), std::runtime_error);
+    fn::makeAuto<Service>(*owner->worker); // Nobody keeps it.
+    EXPECT_EQ(Service::alive, 3) << "not before the loop's next turn";
+    test::runTurns(*loop);
+    EXPECT_EQ(Service::alive, 2);
+}
+
+TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)
+{
+    find();
+    Value deep;
+    for (int i = 0; i < 600; ++i) deep = Value::array({ deep });
+    Outcome outcome;
+    call(*reference, "echo", deep, outcome);
+    EXPECT_EQ(outcome.error().substr(0, 20), "DataFormatException:");
+    Outcome next;
+    call(*reference, "echo", 1, next);
+    ASSERT_TRUE(isOver(next));
+}
+
+TEST_F(ObjectTest, ObjectsMayOutliveTheirWorkerInEveryOrder)
+{
+    find();
+    Outcome pending, local;
+    call(*reference, "wait", {}, pending);
+    const auto localReference = fn::dynamicCast<ServiceReference>(service->localReference());
+    call(*localReference, "wait", {}, local);
+    user.reset();
+    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    owner.reset();
+    EXPECT_EQ(local.error(), "ObjectDeadException: ");
+    service->broadcastEvent("nobody", 1);
+    service->postEvent(3, "nobody", 1);
+    reference->callMethod("nobody", 1);
+    EXPECT_THROW(service->worker(), fn::NullPointerException);
+    dispatcher.reset();
+    test::runTurns(*loop);
+}

@@ -1,0 +1,208 @@
+// What can break here: a frame cut at any byte, a length that lies, bytes that are no value, frames delivered after the
+// connection was given up, a helper that goes inside its own signal, a dump that hides or crashes.
+#include "core/fraction.h"
+#include "core/ipc/limits.h"
+#include "core/ipc/wire/extension_data.h"
+#include "core/ipc/wire/message_dump.h"
+#include "core/ipc/wire/message_helper.h"
+#include "core/typed_byte_array.h"
+#include "foundation/exceptions.h"
+#include "foundation/io/byte_array_output_stream.h"
+#include "foundation/mpack/serializer.h"
+#include "foundation/uv/loop.h"
+#include "support/peer.h"
+#include "support/run_until.h"
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+
+namespace {
+
+using fn::Value;
+
+/// A helper on one end of a socket pair whose other end is written by hand.
+class MessageHelperTest : public testing::Test {
+protected:
+    void SetUp() override { connect(1024); }
+
+    void connect(std::size_t maxBytes)
+    {
+        int ends[2];
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        helper = std::make_unique<ipc::MessageHelper>(maxBytes);
+        auto stream = fn::makeAuto<fn::uv::PipeStream>(loop);
+        stream->open(ends[0]);
+        other = fn::makeAuto<fn::uv::PipeStream>(loop);
+        other->open(ends[1]);
+        helper->onMessage()
+            .connect([this](const Value& value, unsigned length) { received.emplace_back(value, length); })
+            .detach();
+        helper->onEOS().connect([this] { ++ends_; }).detach();
+        helper->onReadError().connect([this](const fn::uv::Status& status) { errors.push_back(status); }).detach();
+        helper->setStream(stream);
+    }
+
+    void write(std::string_view bytes)
+    {
+        other->write(fn::ByteArray(bytes));
+        test::runTurns(loop);
+    }
+
+    fn::uv::Loop loop;
+    std::unique_ptr<ipc::MessageHelper> helper;
+    fn::AutoPtr<fn::uv::PipeStream> other;
+    std::vector<std::pair<Value, unsigned>> received;
+    std::vector<fn::uv::Status> errors;
+    int ends_ = 0;
+};
+
+Value sample() { return Value::map({ { 1, 4 }, { 8, fn::ByteArray("bytes") }, { 9, Value(Value::MAP) } }); }
+
+std::string header(std::uint32_t length)
+{
+    std::string bytes;
+    for (int i = 0; i < 4; ++i) bytes += static_cast<char>(length >> (8 * i));
+    return bytes;
+}
+
+} // namespace
+
+TEST_F(MessageHelperTest, AFrameArrivesWholeWhereverTheStreamIsCut)
+{
+    const auto bytes = test::frame(sample());
+    for (std::size_t cut = 1; cut < bytes.size(); ++cut) {
+        write(std::string_view(bytes).substr(0, cut));
+        ASSERT_EQ(received.size(), cut - 1) << "a value before its last byte";
+        write(std::string_view(bytes).substr(cut));
+        ASSERT_EQ(received.size(), cut);
+        EXPECT_EQ(received.back(), std::pair(sample(), static_cast<unsigned>(bytes.size() - 4)));
+    }
+    received.clear();
+    for (const char byte : bytes) write(std::string_view(&byte, 1));
+    EXPECT_EQ(received.size(), 1u);
+    received.clear();
+    std::string three;
+    for (int i = 0; i < 3; ++i) three += test::frame(i);
+    write(three);
+    ASSERT_EQ(received.size(), 3u);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(received[static_cast<std::size_t>(i)].first, Value(i));
+    other->close();
+    test::runTurns(loop);
+    EXPECT_EQ(ends_, 1);
+    EXPECT_TRUE(errors.empty());
+}
+
+TEST_F(MessageHelperTest, BadFramesEndTheConversation)
+{
+    const auto nested = std::string(100'000, '\x91') + '\xc0';
+    struct Row {
+        const char* what;
+        std::string bytes;
+        int code;
+    };
+    const Row rows[] = {
+        { "length 0", header(0), -EPROTO },
+        { "one byte above the bound", header(1025), -EMSGSIZE },
+        { "the largest length", header(0xFFFFFFFF), -EMSGSIZE },
+        { "a byte that starts nothing", header(1) + '\xc1', -EPROTO },
+        { "a text cut short", header(2) + "\xa5" "a", -EPROTO },
+        { "an array of four thousand million", header(5) + "\xdd\xff\xff\xff\xff", -EPROTO },
+        { "two values", header(2) + "\x01\x02", -EPROTO },
+    };
+    for (const auto& row : rows) {
+        connect(1024);
+        received.clear();
+        errors.clear();
+        write(row.bytes + test::frame(7));
+        ASSERT_EQ(errors.size(), 1u) << row.what;
+        EXPECT_EQ(errors.front().code(), row.code) << row.what;
+        EXPECT_TRUE(errors.front().what().startsWith("MessageHelper failed to read")) << row.what;
+        write(test::frame(7));
+        EXPECT_TRUE(received.empty()) << row.what << ": good bytes must not heal it";
+        EXPECT_EQ(errors.size(), 1u) << row.what;
+    }
+    connect(200'000);
+    errors.clear();
+    write(header(static_cast<std::uint32_t>(nested.size())) + nested);
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !errors.empty(); }));
+    EXPECT_EQ(errors.front().code(), -EPROTO) << "nested too deep";
+}
+
+TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)
+{
+    int heard = 0;
+    helper->onMessage()
+        .connect([&](const Value&, unsigned) {
+            ++heard;
+            helper->stream()->close();
+        })
+        .detach();
+    write(test::frame(1) + test::frame(2));
+    EXPECT_EQ(heard, 1);
+    connect(1024);
+    heard = 0;
+    helper->onMessage()
+        .connect([&](const Value&, unsigned) {
+            ++heard;
+            helper.reset();
+        })
+        .detach();
+    write(test::frame(1) + test::frame(2));
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
+{
+    connect(4'000'000);
+    ipc::MessageHelper sender(100);
+    EXPECT_THROW(sender.send(1), fn::NullPointerException);
+    EXPECT_THROW(sender.setStream({}), fn::NullPointerException);
+    sender.setStream(other);
+    // Large bytes travel as parts of their own: the frame must be the same.
+    const auto large = Value::map({ { 5, 77 }, { 8, fn::ByteArray(std::string(1'000'000, 'x')) }, { 9, Value(Value::MAP) } });
+    std::vector<int> outcomes;
+    sender.send(sample(), [&](const fn::uv::Status& status) { outcomes.push_back(status.code()); });
+    sender.send(large);
+    EXPECT_THROW(sender.send(large, {}, 1000), fn::RangeException);
+    sender.send(3);
+    ASSERT_TRUE(test::runUntil(loop, [&] { return received.size() == 3; }));
+    EXPECT_EQ(received[0].first, sample());
+    EXPECT_EQ(received[1].first, large);
+    EXPECT_EQ(received[1].second, test::frame(large).size() - 4);
+    EXPECT_EQ(received[2].first, Value(3));
+    EXPECT_EQ(outcomes, std::vector { 0 });
+}
+
+TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)
+{
+    fn::ByteArray payload;
+    {
+        // [object, fraction, labelled bytes, unknown extension]
+        fn::ByteArrayOutputStream stream(payload);
+        stream.write(std::string_view("\x94\xd7\x01"));
+        ipc::writeObjectId(stream, (3ull << 16) + 5);
+        fn::ByteArray fraction;
+        fn::ByteArrayOutputStream fractionStream(fraction);
+        core::Fraction(16, 9).serialize(fractionStream);
+        fractionStream.flush();
+        stream.write(std::string_view("\xd5\x02"));
+        stream.write(fraction.view());
+        stream.write(std::string_view("\xd4\x05x"));
+        stream.write(std::string_view("\xc0"));
+    }
+    const auto message = Value::map({ { 1, 4 }, { 5, (3 << 16) + 5 }, { 6, 2 }, { 8, payload }, { 9, Value(Value::MAP) },
+        { 77, "kept" }, { "text", 1 } });
+    const std::string dump(fmt::format("{}", ipc::MessageDebugFormat { message }));
+    for (const char* part : { "1-TYPE", "4-MESSAGE", "5-OBJECT_ID", "6-SOURCE_WORKER_ID", "8-PAYLOAD", "9-OBJECTS", "77",
+             "kept", "text", "Object 196613 (from worker 5)", "16/9" }) {
+        EXPECT_NE(dump.find(part), std::string::npos) << part << " in " << dump;
+    }
+    const auto quit = Value::map({ { 1, 8 } });
+    EXPECT_EQ(fmt::format("{}", ipc::MessageDebugFormat { quit }).find("QUIT"), std::string::npos);
+    const Value text("no map");
+    EXPECT_EQ(fmt::format("{}", ipc::MessageDebugFormat { text }), "no map");
+    const Value broken(fn::ByteArray("\x95\x01"));
+    EXPECT_EQ(ipc::translatePayload(broken), broken);
+    EXPECT_EQ(ipc::fieldLabel(11), Value(11));
+    EXPECT_EQ(ipc::typeLabel(8), Value(8));
+    EXPECT_EQ(ipc::typeLabel(-1), Value(-1));
+}

@@ -1,0 +1,120 @@
+#pragma once
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/worker/worker.h"
+#include "support/run_until.h"
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace test {
+
+/// A delegate that counts what it is told and answers as it is told to.
+class Delegate : public ipc::Worker::Delegate {
+public:
+    void workerDidConnect(ipc::Worker&) override
+    {
+        ++connects;
+        if (onConnect) onConnect();
+    }
+    bool wantsIdleTermination(ipc::Worker&) override { return wantsIdle; }
+    bool workerCanTerminate(ipc::Worker&) override { return mayTerminate; }
+    void workerRequestsTermination(ipc::Worker&) override { ++terminationRequests; }
+    void aboutToQuit(ipc::Worker&) override { ++quits; }
+
+    int connects = 0;
+    int terminationRequests = 0;
+    int quits = 0;
+    bool wantsIdle = false;
+    bool mayTerminate = false;
+    std::function<void()> onConnect;
+};
+
+/// A worker with its delegate.
+class Client {
+public:
+    Client(fn::RunLoop& loop, const fn::String& pipePath, const char* name = "Client", bool ownProcess = false)
+        : worker(std::make_unique<ipc::Worker>(delegate, loop, pipePath, name, fn::String(), ownProcess))
+    {
+        worker->connect();
+    }
+    bool isConnected() const { return delegate.connects > 0; }
+
+    Delegate delegate;
+    std::unique_ptr<ipc::Worker> worker;
+};
+
+/// A shared object whose calls are answered by the test.
+class ServiceReference : public ipc::CallableObjectReference {
+public:
+    explicit ServiceReference(ipc::ObjectReferenceInitializer& initializer);
+    std::vector<std::pair<fn::String, fn::Value>> events;
+
+protected:
+    void onEvent(const fn::String& name, const fn::Value& argument) override;
+};
+
+class Service : public ipc::CallableObjectInstance {
+public:
+    explicit Service(ipc::Worker& worker) : CallableObjectInstance(worker) { ++alive; }
+    ~Service() override { --alive; }
+
+    struct Call {
+        CallContext context;
+        fn::String name;
+        fn::Value argument;
+    };
+    std::vector<Call> calls;
+    std::vector<CallContext> cancelled;
+    std::function<void(const Call&)> answer; ///< Default: "echo" gives the argument back, others wait.
+    static inline int alive = 0;
+
+    using CallableObjectInstance::broadcastEvent;
+    using CallableObjectInstance::postEvent;
+    using CallableObjectInstance::sendError;
+    using CallableObjectInstance::sendResult;
+
+protected:
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
+    void onMethodCallCancelled(const CallContext& context) override { cancelled.push_back(context); }
+};
+
+/// What became of a promise. A promise that settles after the test has let go of it is no harm.
+class Outcome {
+public:
+    bool isOver() const { return _state->fulfilled || _state->failure; }
+    bool isFulfilled() const { return _state->fulfilled; }
+    fn::Value& value() { return _state->value; }
+    const std::exception_ptr& failure() const { return _state->failure; }
+    std::string error() const; ///< "ClassName: message", or "".
+
+    /// Attaches to `promise`, from inside the running loop.
+    template <typename T> void observe(const fn::Promise<T>& promise)
+    {
+        const auto onFailure = [state = _state](std::exception_ptr failure) { state->failure = std::move(failure); };
+        if constexpr (std::is_void_v<T>) {
+            promise.then([state = _state] { state->fulfilled = true; }, onFailure);
+        } else {
+            promise.then(
+                [state = _state](T&& value) {
+                    state->fulfilled = true;
+                    state->value = fn::Value(std::move(value));
+                },
+                onFailure);
+        }
+    }
+
+private:
+    struct State {
+        bool fulfilled = false;
+        fn::Value value;
+        std::exception_ptr failure;
+    };
+    std::shared_ptr<State> _state = std::make_shared<State>();
+};
+
+} // namespace test
