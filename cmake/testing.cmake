@@ -1,17 +1,9 @@
 # What every test of ctest gets: a bound in time, and what the sanitizers need to know.
 
-# Tests that use more than one thread: TSan runs these (target threaded_tests, label "threads").
-set(CORE_THREADED_TESTS
-    foundation
-    foundation_logging
-    foundation_uv
-    platform
-    core
-    core_ipc
-    system)
+add_custom_target(threaded_tests) # What runs under ThreadSanitizer: the tests with the label "threads".
 
-add_custom_target(threaded_tests)
-
+# core_test_properties(NAME [SOURCE...]): SOURCE are those of the executable NAME_tests. Where one of them starts threads the
+# test runs under ThreadSanitizer, too.
 function(core_test_properties name)
     set(environment)
     if(CORE_SANITIZE MATCHES address)
@@ -22,8 +14,12 @@ function(core_test_properties name)
         list(APPEND environment TSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/cmake/tsan.supp:second_deadlock_stack=1)
     endif()
     set_tests_properties(${name} PROPERTIES TIMEOUT 300 ENVIRONMENT "${environment}")
-    if(name IN_LIST CORE_THREADED_TESTS)
-        set_tests_properties(${name} PROPERTIES LABELS threads)
-        add_dependencies(threaded_tests ${name}_tests)
-    endif()
+    foreach(source ${ARGN})
+        file(STRINGS ${source} thread LIMIT_COUNT 1 REGEX "std::j?thread|std::async|ThreadPool|GMainContextIntegration")
+        if(thread)
+            set_tests_properties(${name} PROPERTIES LABELS threads)
+            add_dependencies(threaded_tests ${name}_tests)
+            break()
+        endif()
+    endforeach()
 endfunction()
