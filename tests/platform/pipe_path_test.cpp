@@ -1,0 +1,104 @@
+// What can break here: a name that leads out of the folder, a folder that others can enter or have put there.
+#include "foundation/exceptions.h"
+#include "platform/pipe_path.h"
+#include "support/temporary_folder.h"
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using platform::pipePath;
+
+/// An environment variable for the time of a test.
+class ScopedVariable {
+public:
+    ScopedVariable(const char* name, const std::string& value) : _name(name)
+    {
+        if (const char* previous = std::getenv(name)) _previous = previous;
+        ::setenv(name, value.c_str(), 1);
+    }
+    ~ScopedVariable()
+    {
+        if (_previous)
+            ::setenv(_name, _previous->c_str(), 1);
+        else
+            ::unsetenv(_name);
+    }
+
+private:
+    const char* _name;
+    std::optional<std::string> _previous;
+};
+
+struct PipePath : testing::Test {
+    test::TemporaryFolder folder;
+    ScopedVariable runtime { "XDG_RUNTIME_DIR", folder.path().string() };
+
+    /// The message of what `pipePath()` throws.
+    static std::string refusal(std::string_view name)
+    {
+        try {
+            return "gave " + pipePath(name).toStdString();
+        } catch (const fn::IOException& exception) {
+            return exception.what();
+        }
+    }
+};
+
+TEST_F(PipePath, LiesInAFolderOfThisUserAlone)
+{
+    EXPECT_EQ(pipePath(R"(\\.\pipe\a b)").toStdString(), folder.path().string() + "/core-pipes/a b");
+    struct stat status;
+    ASSERT_EQ(::stat((folder.path() / "core-pipes").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0700U);
+
+    // Where no runtime folder is usable, the one for temporary files serves, apart for each user.
+    const ScopedVariable temporary("TMPDIR", folder.path().string());
+    for (const auto* unusable : { "", "relative", "/no/such/folder", "/proc/self/status" }) {
+        const ScopedVariable none("XDG_RUNTIME_DIR", unusable);
+        EXPECT_EQ(pipePath(R"(\\.\pipe\x)").toStdString(), fmt::format("{}/core-pipes-{}/x", folder.path().string(), ::geteuid()));
+    }
+}
+
+TEST_F(PipePath, NoNameLeadsOutOfTheFolder)
+{
+    using namespace std::string_view_literals;
+    const fn::String other = R"(\\.\pipe\other)";
+    for (const auto name : { R"(\\.\pipe\..)"sv, R"(\\.\pipe\.)"sv, R"(\\.\pipe\../x)"sv, R"(\\.\pipe\a/b)"sv,
+             "\\\\.\\pipe\\a\0b"sv, R"(\\.\pipe\)"sv, "/tmp/x"sv, ""sv, R"(\\server\pipe\x)"sv }) {
+        EXPECT_THAT(refusal(name), testing::Not(testing::StartsWith("gave"))) << name;
+    }
+    EXPECT_FALSE(platform::isPipeName("/tmp/x"));
+    EXPECT_TRUE(platform::isPipeName(other));
+}
+
+TEST_F(PipePath, AFolderThatOthersOwnOrMayEnterIsRefused)
+{
+    const auto pipes = folder.path() / "core-pipes";
+    const auto name = R"(\\.\pipe\x)";
+    fs::create_directory(pipes);
+    fs::permissions(pipes, fs::perms::owner_all | fs::perms::group_read);
+    EXPECT_THAT(refusal(name), testing::HasSubstr("open to other users"));
+    fs::remove(pipes);
+    fs::create_directory(folder.path() / "elsewhere");
+    fs::create_directory_symlink(folder.path() / "elsewhere", pipes);
+    EXPECT_THAT(refusal(name), testing::HasSubstr("is no folder"));
+    fs::remove(pipes);
+    if (::geteuid() != 0) return; // Only root can give a folder away.
+    fs::create_directory(pipes);
+    fs::permissions(pipes, fs::perms::owner_all);
+    ASSERT_EQ(::chown(pipes.c_str(), 65534, 65534), 0);
+    EXPECT_THAT(refusal(name), testing::HasSubstr("another user"));
+}
+
+TEST_F(PipePath, AnAddressHoldsThePathWholeOrNotAtAll)
+{
+    const fn::String longest(std::string(107, 'x'));
+    EXPECT_EQ(std::string_view(platform::socketAddress(longest).sun_path), longest.view());
+    EXPECT_THROW(platform::socketAddress(longest + "x"), fn::IOException);
+}
+
+} // namespace
