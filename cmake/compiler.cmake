@@ -8,6 +8,9 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual)
+if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    add_compile_options(-Wno-unknown-warning-option) # Sources switch off warnings that only GCC knows.
+endif()
 option(CORE_WERROR "Treat warnings as errors" ON)
 if(CORE_WERROR)
     add_compile_options(-Werror)
