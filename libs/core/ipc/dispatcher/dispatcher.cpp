@@ -83,6 +83,13 @@ void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callbac
 void Dispatcher::onConnection(const fn::uv::Status& status)
 {
     status.throwOnError();
+    // The own worker is the first in the queue; nobody else is let in before it has id 0.
+    if (!_registry && !_connections.empty()) ++_waitingConnections;
+    else accept();
+}
+
+void Dispatcher::accept()
+{
     const auto connection = fn::makeAuto<WorkerConnection>(*this);
     connection->accept(*_pipeStream);
     _connections.insert(connection);
@@ -95,6 +102,7 @@ void Dispatcher::workerDidConnect(Worker& worker)
         "this->_registry->objectId() == REGISTRY_OBJECT_ID");
     worker.adoptRegistry(fn::dynamicCast<Registry>(_registry->localReference()));
     worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
+    for (; _waitingConnections > 0; --_waitingConnections) accept();
     _onReady.fireOnce();
 }
 

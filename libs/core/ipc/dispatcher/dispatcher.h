@@ -66,6 +66,7 @@ private:
     void aboutToQuit(Worker&) override { }
 
     void onConnection(const fn::uv::Status& status);
+    void accept();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
@@ -87,6 +88,7 @@ private:
     const fn::String _pipePath;
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection> _connections; // Every accepted connection that has not died.
+    int _waitingConnections = 0; // Not accepted before the own worker is there.
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.

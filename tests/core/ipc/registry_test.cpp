@@ -1,0 +1,210 @@
+// The registry and the bus through a real dispatcher. What can break here: the wrong one of several registrations, a waiter
+// answered twice or never, an instance that cannot be hidden or shown again, sticky bodies lost, kept twice or without bound.
+#include "core/app_info.h"
+#include "core/ipc/limits.h"
+#include "core/ipc/message_bus.h"
+#include "foundation/exceptions.h"
+#include "foundation/time/clock.h"
+#include "support/log_capture.h"
+#include "support/peer.h"
+#include "support/worker.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+using fn::Value;
+using test::Outcome;
+using test::Service;
+using test::ServiceReference;
+
+class RegistryTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        dispatcher.bind();
+        dispatcher.start();
+        a = join("A");
+        b = join("B");
+        user = join("User");
+    }
+
+    std::unique_ptr<test::Client> join(const char* name)
+    {
+        auto client = std::make_unique<test::Client>(loop, dispatcher.pipePath(), name);
+        client->worker->registerObjectReferenceClass<ServiceReference>();
+        client->worker->registerObjectReferenceClass<ipc::MessageBus>();
+        EXPECT_TRUE(test::runUntil(loop, [&] { return client->isConnected(); }));
+        return client;
+    }
+
+    fn::AutoPtr<Service> offer(test::Client& client, int priority)
+    {
+        auto service = fn::makeAuto<Service>(*client.worker);
+        Outcome registered;
+        loop.post([&] { registered.observe(client.worker->registry()->registerObject(service, priority)); });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return registered.isOver(); }));
+        return service;
+    }
+
+    Outcome look(fn::Duration timeout = fn::Duration::seconds(20))
+    {
+        Outcome outcome;
+        loop.post([=, this]() mutable { outcome.observe(user->worker->registry()->getInstance<ServiceReference>(timeout)); });
+        settle();
+        return outcome;
+    }
+
+    static ipc::ObjectId found(Outcome& outcome)
+    {
+        return outcome.value().isObject() ? outcome.value().object<ipc::ObjectReference>()->objectId() : ~0ull;
+    }
+
+    void hide(test::Client& client, bool hidden)
+    {
+        Outcome done;
+        loop.post([&] { done.observe(client.worker->registry()->callMethod("setInstancesHidden", hidden)); });
+        ASSERT_TRUE(test::runUntil(loop, [&] { return done.isOver(); }));
+    }
+
+    void settle() { test::runTurns(loop, 40); }
+
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    ipc::Dispatcher dispatcher { loop, fn::Duration::seconds(300) };
+    std::unique_ptr<test::Client> a, b, user;
+};
+
+} // namespace
+
+TEST_F(RegistryTest, GivesTheHighestPriorityAndOfEqualOnesTheLatest)
+{
+    const auto high = offer(*a, 5);
+    const auto low = offer(*b, 0);
+    auto outcome = look();
+    EXPECT_EQ(found(outcome), high->objectId());
+    const auto later = offer(*b, 5);
+    outcome = look();
+    EXPECT_EQ(found(outcome), later->objectId());
+    b->worker->stop();
+    settle();
+    outcome = look();
+    EXPECT_EQ(found(outcome), high->objectId()) << "the dead leave the table";
+    EXPECT_NE(low->objectId(), high->objectId());
+}
+
+TEST_F(RegistryTest, WaitersAreAnsweredOnceByWhoComesFirst)
+{
+    Outcome waiting[3] { look(), look(), look(fn::Duration::seconds(1)) };
+    for (auto& outcome : waiting) EXPECT_FALSE(outcome.isOver());
+    clock.advance(fn::Duration::seconds(1));
+    settle();
+    ASSERT_TRUE(waiting[2].isOver());
+    EXPECT_EQ(waiting[2].error(),
+        "OperationTimedOutException: Object of class test::ServiceReference is not available. Try restarting Skyfold");
+    const auto service = offer(*a, -3);
+    settle();
+    EXPECT_EQ(found(waiting[0]), service->objectId());
+    EXPECT_EQ(found(waiting[1]), service->objectId());
+    clock.advance(fn::Duration::seconds(60));
+    settle();
+    EXPECT_TRUE(waiting[0].isFulfilled());
+    auto negative = look(fn::Duration::seconds(-5));
+    EXPECT_TRUE(negative.isFulfilled()) << "what is there is found without waiting";
+}
+
+TEST_F(RegistryTest, HiddenInstancesAreSkippedUntilTheyAreShownAgain)
+{
+    const auto better = offer(*a, 5);
+    hide(*a, true);
+    auto nobody = look();
+    EXPECT_FALSE(nobody.isOver());
+    const auto other = offer(*b, 0);
+    settle();
+    EXPECT_EQ(found(nobody), other->objectId());
+    auto second = look();
+    EXPECT_EQ(found(second), other->objectId());
+    hide(*b, true);
+    auto waiting = look();
+    EXPECT_FALSE(waiting.isOver());
+    hide(*a, false);
+    settle();
+    EXPECT_EQ(found(waiting), better->objectId());
+    hide(*a, false); // Showing what is not hidden answers nobody anew.
+}
+
+TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)
+{
+    test::Peer stranger(loop, dispatcher.pipePath());
+    stranger.hello();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return stranger.id() != ipc::NO_WORKER_ID; }));
+    const auto call = [&](const char* method, const Value& argument) {
+        stranger.send(test::objectMessage(0, 0,
+            Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", method }, { "ARGUMENT", argument }, { "REQUEST_ID", 1 } })));
+    };
+    call("getInstance", Value::map({ { "className", "test::ServiceReference" }, { "timeout", INT64_MAX } }));
+    call("registerInstance", Value::map({ { "instance", {} } }));
+    call("unknown", {});
+    settle();
+    EXPECT_EQ(stranger.count(ipc::type::MESSAGE), 1u) << "a missing object is answered, without effect";
+    stranger.close();
+    settle();
+    const auto service = offer(*a, 0);
+    auto outcome = look();
+    EXPECT_EQ(found(outcome), service->objectId());
+}
+
+TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
+{
+    // One process has one bus: A's is installed, the others are asked by hand.
+    fn::AutoPtr<ipc::MessageBus> bus, late;
+    const auto get = [&](test::Client& client, fn::AutoPtr<ipc::MessageBus>& into) {
+        loop.post([&] {
+            client.worker->registry()->getInstance<ipc::MessageBus>(fn::Duration::seconds(20)).then(
+                [&](fn::AutoPtr<ipc::MessageBus>&& found) { into = std::move(found); });
+        });
+        ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(into); }));
+    };
+    get(*a, bus);
+    fn::MessageBus::setInstance(*bus);
+    std::vector<std::pair<fn::String, Value>> heard;
+    const auto listener = fn::MessageBus::instance().onMessage("com.x").connect(
+        [&](const fn::String& name, const Value& body) { heard.emplace_back(name, body); });
+    loop.post([] {
+        auto& instance = fn::MessageBus::instance();
+        instance.postMessage("com.x.plain", 1);
+        instance.postStickyMessage("com.x.b", "old");
+        instance.postStickyMessage("com.x.b", "new");
+        instance.postStickyMessage("com.x.a", Value::map({ { "k", 1 } }));
+        instance.postMessage("com.xy", "not for com.x");
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heard.size() == 4; })) << "once each, by way of the relay";
+    settle();
+    EXPECT_EQ(heard.size(), 4u);
+    EXPECT_EQ(fn::MessageBus::instance().getStickyMessage("com.x.b"), Value("new"));
+
+    get(*b, late);
+    Outcome stored;
+    loop.post([&] { stored.observe(late->callMethod("getStickyMessages", {})); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return stored.isOver(); }));
+    EXPECT_EQ(stored.value(),
+        Value::array({ Value::map({ { "namespace", "com.x.a" }, { "body", Value::map({ { "k", 1 } }) } }),
+            Value::map({ { "namespace", "com.x.b" }, { "body", "new" } }) }));
+    Outcome fetched;
+    loop.post([&] { fetched.observe(bus->getStickyMessages()); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return fetched.isOver(); }));
+    EXPECT_EQ(heard.size(), 6u) << "a fetch delivers what is stored";
+
+    // More than the relay may keep is refused, and nobody else loses anything.
+    const test::LogCapture log(2);
+    loop.post([] {
+        fn::MessageBus::instance().postStickyMessage("com.x.large", fn::ByteArray(unsigned(ipc::limits::stickyBytes)));
+        fn::MessageBus::instance().postMessage("com.x.after", {});
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heard.size() == 7; }));
+    EXPECT_EQ(heard.back().first, "com.x.after");
+    EXPECT_TRUE(log.contains("Refusing the sticky message com.x.large"));
+    bus.reset();
+    late.reset();
+    settle();
+}
