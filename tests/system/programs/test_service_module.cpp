@@ -1,0 +1,30 @@
+// A module with one service: "echo", "pid" and "wait" (never answered).
+#include "core/ipc/run_module.h"
+#include "support/worker.h"
+#include <unistd.h>
+
+namespace {
+
+class ServiceModule final : public ipc::Module {
+public:
+    using Module::Module;
+
+    void onConnected() override
+    {
+        _service = fn::makeAuto<test::Service>(worker());
+        _service->answer = [this](const test::Service::Call& call) {
+            if (call.name == "echo") _service->sendResult(call.context, call.argument);
+            else if (call.name == "pid") _service->sendResult(call.context, getpid());
+        };
+        worker().registry()->registerObject(_service, 0);
+    }
+
+    void onAboutToQuit() override { terminate(); }
+
+private:
+    fn::AutoPtr<test::Service> _service;
+};
+
+} // namespace
+
+IPC_MODULE_ENTRY_POINT(ServiceModule, "Service")

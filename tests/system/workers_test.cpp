@@ -1,0 +1,137 @@
+// Workers in processes of their own around a hub process. What can break here is what one process cannot show: memory
+// that is not shared, deaths that nobody announces, endpoints left behind.
+#include "core/app_info.h"
+#include "core/ipc/object/object_dead_exception.h"
+#include "support/child_process.h"
+#include "support/worker.h"
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+
+namespace {
+
+using test::ChildProcess;
+using test::Outcome;
+using test::ServiceReference;
+
+class WorkersTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        const auto line = hub.readLine();
+        ASSERT_TRUE(line) << "the hub does not tell its socket";
+        socket = *line;
+        pipeName = "\\\\.\\pipe\\" + std::filesystem::path(socket).filename().string();
+        ASSERT_TRUE(std::filesystem::is_socket(socket));
+    }
+
+    std::unique_ptr<ChildProcess> worker(const char* role)
+    {
+        return std::make_unique<ChildProcess>(std::vector<std::string> { "test_worker", pipeName, role });
+    }
+
+    ChildProcess hub { { "hub", "--timeout-ms", "30000" } };
+    std::string socket;
+    std::string pipeName;
+};
+
+/// A worker of the test's own process that uses the service.
+class User {
+public:
+    explicit User(const std::string& pipeName) : client(loop, pipeName.c_str())
+    {
+        client.worker->registerObjectReferenceClass<ServiceReference>();
+        EXPECT_TRUE(test::runUntil(loop, [&] { return client.isConnected(); }));
+        loop.post([&] {
+            client.worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
+                [&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
+        });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(service); }));
+    }
+
+    Outcome call(const char* name, const fn::Value& argument = {})
+    {
+        Outcome outcome;
+        loop.post([&] { outcome.observe(service->callMethod(name, argument)); });
+        test::runTurns(loop, 2);
+        return outcome;
+    }
+
+    fn::Value result(const char* name)
+    {
+        auto outcome = call(name);
+        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
+        return outcome.value();
+    }
+
+    fn::uv::Loop loop;
+    test::Client client;
+    fn::AutoPtr<ServiceReference> service;
+};
+
+} // namespace
+
+TEST_F(WorkersTest, ExchangeObjectsAndCallsThroughAHubProcess)
+{
+    const auto server = worker("serve");
+    ASSERT_EQ(server->readLine(), "serving");
+    for (int i = 0; i < 3; ++i) {
+        const auto user = worker("use");
+        EXPECT_EQ(user->wait(), 0);
+    }
+    User user(pipeName);
+    EXPECT_TRUE(test::runUntil(user.loop, [&] { return user.result("count") == fn::Value(1); }))
+        << "what the users were given has gone with them";
+}
+
+TEST_F(WorkersTest, AKilledHolderFreesWhatItHeldAndAKilledOwnerEndsCalls)
+{
+    const auto server = worker("serve");
+    ASSERT_EQ(server->readLine(), "serving");
+    const auto holder = worker("hold");
+    ASSERT_EQ(holder->readLine(), "holding");
+    User user(pipeName);
+    EXPECT_EQ(user.result("count"), fn::Value(2));
+    holder->signal(SIGKILL);
+    EXPECT_EQ(holder->wait(), 128 + SIGKILL);
+    EXPECT_TRUE(test::runUntil(user.loop, [&] { return user.result("count") == fn::Value(1); }));
+
+    auto pending = user.call("wait");
+    server->signal(SIGKILL);
+    ASSERT_TRUE(test::runUntil(user.loop, [&] { return pending.isOver(); }));
+    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    EXPECT_TRUE(user.service->dead());
+    // The hub serves on: a new server takes the place.
+    const auto next = worker("serve");
+    ASSERT_EQ(next->readLine(), "serving");
+    EXPECT_EQ(worker("use")->wait(), 0);
+}
+
+TEST_F(WorkersTest, EndWithTheirHubWhetherItStopsOrIsKilled)
+{
+    const auto server = worker("serve");
+    ASSERT_EQ(server->readLine(), "serving");
+    hub.signal(SIGTERM);
+    EXPECT_EQ(hub.wait(), 0);
+    EXPECT_EQ(server->wait(), 0);
+    EXPECT_FALSE(std::filesystem::exists(socket)) << "the endpoint is left behind";
+
+    ChildProcess other { { "hub" } };
+    const auto path = other.readLine();
+    ASSERT_TRUE(path);
+    pipeName = "\\\\.\\pipe\\" + std::filesystem::path(*path).filename().string();
+    const auto orphan = worker("serve");
+    ASSERT_EQ(orphan->readLine(), "serving");
+    other.signal(SIGKILL);
+    EXPECT_EQ(orphan->wait(), 0);
+    std::filesystem::remove(*path); // A killed hub cannot.
+}
+
+TEST_F(WorkersTest, TheHubTakesItsOptionsAndRefusesOthers)
+{
+    EXPECT_EQ(ChildProcess({ "hub", "--help" }).wait(), 0);
+    EXPECT_NE(ChildProcess({ "hub", "--timeout-ms", "never" }).wait(), 0);
+    hub.signal(SIGINT);
+    EXPECT_EQ(hub.wait(), 0);
+}
