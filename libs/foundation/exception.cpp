@@ -21,8 +21,7 @@ struct Exception::Details {
 
 namespace {
 
-// capture() and the constructor of Exception.
-constexpr int ownFrames = 2;
+constexpr int ownFrames = 1; // The constructor of Exception.
 
 std::string systemText(int code)
 {

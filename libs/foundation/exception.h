@@ -23,7 +23,7 @@ struct UVErrnoTag;
 struct WinErrorTag;
 struct ErrorCodeTag;
 struct StackTraceTag;
-}
+} // namespace internal
 
 using DetailInfo = ErrorInfo<String, internal::DetailTag>; ///< Free text.
 using PathInfo = ErrorInfo<String, internal::PathTag>; ///< File concerned.
@@ -98,7 +98,8 @@ template <typename E, typename... Infos> E with(E exception, Infos... infos)
     class FN_EXPORT Name : public Base { \
     public: \
         explicit Name(::fn::Exception::StackTrace choice = ::fn::Exception::StackTrace::Capture); \
-        explicit Name(::fn::String message, ::fn::Exception::StackTrace choice = ::fn::Exception::StackTrace::Capture); \
+        explicit Name( \
+            ::fn::String message, ::fn::Exception::StackTrace choice = ::fn::Exception::StackTrace::Capture); \
         Name(const Name&) noexcept; \
         Name(Name&&) noexcept; \
         Name& operator=(const Name&) noexcept; \
@@ -119,7 +120,7 @@ template <typename E, typename... Infos> E with(E exception, Infos... infos)
     Name::~Name() = default; \
     ::fn::String Name::className() const { return #Name; } \
     void Name::raise() const { throw *this; } \
-    static const bool _registered##Name = ::fn::ExceptionFactory::_registerException( \
-        #Name, [](const ::fn::String& message, ::fn::Exception::StackTrace choice) -> std::unique_ptr<::fn::Exception> { \
+    static const bool _registered##Name = ::fn::ExceptionFactory::_registerException(#Name, \
+        [](const ::fn::String& message, ::fn::Exception::StackTrace choice) -> std::unique_ptr<::fn::Exception> { \
             return std::make_unique<Name>(message, choice); \
         })

@@ -3,6 +3,8 @@
 
 namespace fn {
 
+static const bool _registeredException = ExceptionFactory::_registerException("Exception",
+    [](const String& message, Exception::StackTrace choice) { return std::make_unique<Exception>(message, choice); });
 FN_IMPLEMENT_EXCEPTION(RuntimeException, Exception);
 FN_IMPLEMENT_EXCEPTION(RangeException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(NullPointerException, RuntimeException);

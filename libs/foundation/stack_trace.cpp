@@ -17,12 +17,15 @@ constexpr int maximumFrames = 64;
 
 } // namespace
 
-CapturedStackTrace CapturedStackTrace::capture(int skipFrames)
+[[gnu::noinline]] CapturedStackTrace CapturedStackTrace::capture(int skipFrames)
 {
     std::array<void*, maximumFrames> frames;
-    const int count = backtrace(frames.data(), maximumFrames);
+    const auto end = frames.begin() + backtrace(frames.data(), maximumFrames);
+    // How many frames lie below the caller differs between builds.
+    auto first = std::find(frames.begin(), end, __builtin_return_address(0));
+    if (first == end) first = frames.begin();
     CapturedStackTrace trace;
-    trace._addresses.assign(frames.begin() + std::clamp(skipFrames, 0, count), frames.begin() + count);
+    trace._addresses.assign(first + std::min<std::ptrdiff_t>(skipFrames, end - first), end);
     return trace;
 }
 

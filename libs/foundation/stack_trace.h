@@ -23,6 +23,7 @@ struct ResolvedStackTrace {
 /// Code addresses of this process, innermost first. Capturing is cheap; resolving happens only when somebody looks.
 class FN_EXPORT CapturedStackTrace {
 public:
+    /// The innermost frame is the caller's, or lies `skipFrames` further out. At most some 60 frames.
     static CapturedStackTrace capture(int skipFrames = 0);
 
     bool empty() const noexcept { return _addresses.empty(); }

@@ -1,9 +1,10 @@
 #include "foundation/unhandled_exception.h"
 #include "foundation/debug.h"
 #include "foundation/exception.h"
-#include "foundation/logging/logging.h"
 #include "foundation/logging/detail/standard_error.h"
+#include "foundation/logging/logging.h"
 #include <atomic>
+#include <stdexcept>
 
 namespace fn {
 namespace {
@@ -45,14 +46,19 @@ void log(std::string_view introduction, const std::exception& exception)
     if (ours) logTrace(*ours);
 }
 
-void logCurrent(std::string_view introduction)
+// The exception being handled; outside of a catch block that mistake itself.
+std::exception_ptr currentException()
 {
-    const auto current = std::current_exception();
+    auto current = std::current_exception();
+    return current ? current : std::make_exception_ptr(std::logic_error("no exception is being handled"));
+}
+
+void log(std::string_view introduction, const std::exception_ptr& exception)
+{
     try {
-        if (current) std::rethrow_exception(current);
-        logging::writeChecked(category(), logging::Error, {}, site, "{}no exception is being handled", introduction);
-    } catch (const std::exception& exception) {
-        log(introduction, exception);
+        std::rethrow_exception(exception);
+    } catch (const std::exception& known) {
+        log(introduction, known);
     } catch (...) {
         logging::writeChecked(category(), logging::Error, {}, site, "{}exception of an unknown type", introduction);
     }
@@ -72,7 +78,7 @@ void logException(const std::exception& exception) noexcept
 void logException() noexcept
 {
     try {
-        logCurrent("");
+        log("", currentException());
     } catch (...) {
         unhandledException();
     }
@@ -86,13 +92,14 @@ void unhandledException() noexcept
         return logging::writeStandardError("Unhandled exception while one was reported\n");
     }
     reporting = true;
+    const auto exception = currentException();
     try {
-        logCurrent("Unhandled exception: ");
+        log("Unhandled exception: ", exception);
     } catch (...) {
         logging::writeStandardError("Could not log an unhandled exception\n");
     }
     try {
-        if (const auto hook = currentHook.load()) hook(std::current_exception());
+        if (const auto hook = currentHook.load()) hook(exception);
     } catch (...) {
         logging::writeStandardError("The hook for unhandled exceptions failed\n");
     }

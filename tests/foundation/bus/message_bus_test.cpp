@@ -1,0 +1,109 @@
+// What can break here: a listener that hears too much, too little or in the wrong order; a bus that delivers although
+// another is installed, or sends after its end; a post that runs its listeners on the wrong thread.
+#include "foundation/message_bus.h"
+#include "foundation/run_loop.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using fn::MessageBus;
+using testing::ElementsAre;
+using Log = std::vector<std::string>;
+
+// Listens while it lives; the listeners are the process's.
+class Listener {
+public:
+    Listener(Log& log, const char* name)
+        : _handle(
+            MessageBus::instance().onMessage(name).connect([&log, name](const fn::String& posted, fn::Value body) {
+                log.push_back(fmt::format("{}: {} {}", name, posted, body.toString()));
+            }))
+    {
+    }
+
+private:
+    fn::Handle _handle;
+};
+
+// Sends what is posted nowhere; it comes back when the test says so.
+class RemoteBus final : public MessageBus {
+public:
+    using MessageBus::receiveMessage;
+    Log sent;
+
+private:
+    void sendMessage(const fn::String& name, fn::Value&& body, bool sticky) override
+    {
+        sent.push_back(fmt::format("{} {} {}", name, body.toString(), sticky));
+    }
+};
+
+TEST(MessageBus, IsHeardByANamespaceAndThoseAboveItFromGeneralToSpecial)
+{
+    Log log;
+    const Listener second(log, "bus.x"), deep(log, "bus.x.y.z"), other(log, "bus.xy"), top(log, "bus"),
+        third(log, "bus.x"), exact(log, "bus.x.y");
+    MessageBus::instance().postMessage("bus.x.y", 1);
+    EXPECT_THAT(log, ElementsAre("bus: bus.x.y 1", "bus.x: bus.x.y 1", "bus.x: bus.x.y 1", "bus.x.y: bus.x.y 1"));
+    log.clear();
+    MessageBus::instance().postMessage("bus", 2);
+    MessageBus::instance().postMessage("bus2", 3);
+    EXPECT_THAT(log, ElementsAre("bus: bus 2"));
+}
+
+TEST(MessageBus, KeepsTheLatestStickyBodyBeforeItsListenersHearIt)
+{
+    auto& bus = MessageBus::instance();
+    bus.postMessage("sticky.a", 1);
+    EXPECT_FALSE(bus.getStickyMessage("sticky.a"));
+    std::optional<fn::Value> seen;
+    const auto handle = bus.onMessage("sticky").connect([&](auto&, auto&) { seen = bus.getStickyMessage("sticky.a"); });
+    bus.postStickyMessage("sticky.a", 2);
+    bus.postStickyMessage("sticky.a", 3);
+    bus.postMessage("sticky.a", 4);
+    EXPECT_EQ(seen, fn::Value(3));
+    EXPECT_FALSE(bus.getStickyMessage("sticky"));
+}
+
+TEST(MessageBus, LeavesSendingToTheInstalledBusAndListeningToTheProcess)
+{
+    Log log;
+    const Listener listener(log, "remote");
+    {
+        RemoteBus remote, spare;
+        MessageBus::setInstance(remote);
+        EXPECT_EQ(&MessageBus::instance(), &remote);
+        MessageBus::instance().postStickyMessage("remote", 1);
+        EXPECT_THAT(remote.sent, ElementsAre("remote 1 true"));
+        EXPECT_TRUE(log.empty()) << "nothing is heard before it comes back";
+        remote.receiveMessage("remote", 1, true);
+        spare.receiveMessage("remote", 2, true);
+        EXPECT_THAT(log, ElementsAre("remote: remote 1"));
+    }
+    auto& local = MessageBus::instance();
+    EXPECT_EQ(local.getStickyMessage("remote"), fn::Value(1));
+    local.postMessage("remote", 3);
+    EXPECT_THAT(log, ElementsAre("remote: remote 1", "remote: remote 3"));
+}
+
+TEST(MessageBus, HearsOtherThreadsOnTheDefaultLoop)
+{
+    auto& loop = fn::RunLoop::defaultLoop();
+    Log log;
+    const auto mainThread = std::this_thread::get_id();
+    const auto handle =
+        MessageBus::instance().onMessage("thread").connect([&](const fn::String&, const fn::Value& body) {
+            EXPECT_EQ(std::this_thread::get_id(), mainThread);
+            log.push_back(body.toString().toStdString());
+            loop.stop();
+        });
+    std::jthread([] { MessageBus::instance().postStickyMessage("thread", 1); }).join();
+    EXPECT_TRUE(log.empty());
+    loop.run();
+    EXPECT_THAT(log, ElementsAre("1"));
+    EXPECT_TRUE(MessageBus::instance().getStickyMessage("thread"));
+}
+
+} // namespace

@@ -1,0 +1,175 @@
+// What can break here: a message lost, given to a sink that does not want it, or formatted for nobody; a sink that is used
+// after its removal; lines forged by the text of a message.
+#include "foundation/logging/console_target.h"
+#include "foundation/logging/logging.h"
+#include "support/expectations.h"
+#include <atomic>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+
+namespace {
+
+using namespace fn::logging;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr const char* site = "libs/test";
+
+CategoryManager& manager() { return CategoryManager::instance(); }
+
+class Recorder final : public Sink {
+public:
+    static fn::AutoPtr<Recorder> add(int threshold, const char* onlyCategory = "")
+    {
+        auto recorder = fn::makeAuto<Recorder>(threshold, onlyCategory);
+        manager().addSink(recorder);
+        return recorder;
+    }
+    Recorder(int threshold, const char* onlyCategory) : level(threshold), _onlyCategory(onlyCategory) { }
+
+    int threshold(const Category& category) const override
+    {
+        return _onlyCategory.empty() || category.name() == _onlyCategory ? level : 0;
+    }
+    void logMessage(const Category& category, const Message& message) override
+    {
+        ++count;
+        if (fails) throw std::runtime_error("sink");
+        texts.push_back(fmt::format("{} {} {}", category.name(), message.priority, message.text));
+    }
+
+    int level;
+    int count = 0;
+    bool fails = false;
+    std::vector<std::string> texts;
+
+private:
+    const fn::String _onlyCategory;
+};
+
+TEST(Logging, AsksForArgumentsOnlyWhereSomeSinkWantsThem)
+{
+    int evaluated = 0;
+    const auto logAll = [&](const Category& category) {
+        for (int priority = Error; priority <= Trace; ++priority) {
+            FN_LOG_TO(category, priority, Tag(), site, "{}", ++evaluated);
+        }
+        return std::exchange(evaluated, 0);
+    };
+    const auto& early = manager().getCategory("logging.early");
+    const auto general = Recorder::add(Info);
+    const auto special = Recorder::add(Debug, "logging.late");
+    const auto& late = manager().getCategory("logging.late");
+    EXPECT_EQ(&late, &manager().getCategory("logging.late"));
+    EXPECT_EQ(late.parent(), early.parent());
+    EXPECT_EQ(late.parent()->name(), "logging");
+    EXPECT_EQ(logAll(early), 4);
+    EXPECT_EQ(logAll(late), 5);
+    EXPECT_EQ(general->count, 8);
+    EXPECT_EQ(special->count, 5);
+
+    general->level = 0;
+    EXPECT_EQ(logAll(early), 4) << "asked again only at reload()";
+    manager().reload();
+    EXPECT_EQ(logAll(early), 0);
+    manager().removeSink(special);
+    EXPECT_EQ(logAll(late), 0) << "a sink that wants nothing is a sink";
+    manager().removeSink(general);
+    EXPECT_EQ(special->count, 5);
+}
+
+TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSink)
+{
+    testing::internal::CaptureStderr();
+    const auto& category = manager().getCategory("logging.none");
+    FN_LOG_TO(category, Warning, Tag(), site, "seen");
+    FN_LOG_TO(category, Fixme, Tag(), site, "unseen");
+    write(category, Fixme, Tag(), { site, 1, "f" }, "unseen");
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(), MatchesRegex("[0-9:]{8}\\.[0-9]{3} WRN logging\\.none: seen\n"));
+}
+
+TEST(Logging, FormatsTextsOfAnyLengthAndReportsBadFormats)
+{
+    const auto recorder = Recorder::add(Trace);
+    const auto& category = manager().getCategory("logging.format");
+    const std::string longText(3000, 'x');
+    FN_LOGF_TO(category, 4, Tag(), site, "%s|%i", longText.c_str(), 7);
+    FN_LOGF_TO(category, 4, Tag(), site, "%s", std::string(511, 'y').c_str());
+    FN_LOGF_TO(category, 4, Tag(), site, "%s", std::string(512, 'z').c_str());
+    FN_LOG_TO(category, 4, Tag(), site, "{} {}", longText, fn::String("text"));
+    writeFormatted(category, 4, Tag(), { site, 1, "f" }, "{} {}", fmt::make_format_args(1));
+    manager().removeSink(recorder);
+    const std::string start = "logging.format 4 ";
+    EXPECT_THAT(recorder->texts,
+        ElementsAre(start + longText + "|7", start + std::string(511, 'y'), start + std::string(512, 'z'),
+            start + longText + " text", HasSubstr("Could not format the message \"{} {}\"")));
+}
+
+TEST(Logging, KeepsAFailingSinkFromTheOthers)
+{
+    const test::ExpectUnhandled unhandled;
+    const auto failing = Recorder::add(Error, "logging.failing"), working = Recorder::add(Error);
+    failing->fails = true;
+    FN_LOG_TO(manager().getCategory("logging.failing"), 1, Tag(), site, "text");
+    manager().removeSink(failing);
+    manager().removeSink(working);
+    EXPECT_THAT(unhandled.messages(), ElementsAre("sink"));
+    EXPECT_THAT(working->texts, testing::Contains("logging.failing 1 text"));
+}
+
+TEST(ConsoleTarget, WritesOneLineAMessageWhateverTheTextHolds)
+{
+    const auto console = fn::makeAuto<ConsoleTarget>(Debug);
+    const auto& category = manager().getCategory("logging.console");
+    manager().addSink(console);
+    testing::internal::CaptureStderr();
+    FN_LOG_TO(category, Debug, Tag(), site, "a\tb\r\nERR \x1b[2J\x7f ü");
+    FN_LOG_TO(category, Log, Tag(), site, "unseen");
+    const auto text = testing::internal::GetCapturedStderr();
+    manager().removeSink(console);
+    EXPECT_THAT(text, MatchesRegex("[0-9:]{8}\\.[0-9]{3} DBG logging\\.console: a\tb.*\n"));
+    EXPECT_THAT(text, HasSubstr("b\\x0d\\nERR \\x1b[2J\\x7f ü\n"));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+}
+
+// For several threads at once.
+class Counter final : public Sink {
+public:
+    explicit Counter(std::atomic<int>& alive) : _alive(alive) { ++_alive; }
+    void logMessage(const Category&, const Message&) override { ++count; }
+    std::atomic<int> count { 0 };
+
+private:
+    ~Counter() override { --_alive; }
+    std::atomic<int>& _alive;
+};
+
+TEST(Logging, LosesNothingWhileSinksComeAndGo)
+{
+    constexpr int threads = 4, messages = 2000;
+    std::atomic<int> alive { 0 };
+    const auto permanent = fn::makeAuto<Counter>(alive);
+    manager().addSink(permanent);
+    std::vector<std::jthread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([t] {
+            const auto& own = manager().getCategory(fn::String("logging.thread") + fn::String::number(t));
+            for (int i = 0; i < messages; ++i) FN_LOG_TO(own, 7, Tag(), site, "{}", i);
+        });
+    }
+    for (int i = 0; i < 300; ++i) {
+        const auto passing = fn::makeAuto<Counter>(alive);
+        manager().addSink(passing);
+        manager().getCategory(fn::String("logging.new") + fn::String::number(i));
+        manager().removeSink(passing);
+    }
+    writers.clear();
+    EXPECT_EQ(permanent->count, threads * messages);
+    EXPECT_EQ(alive, 1) << "removed sinks go";
+    manager().removeSink(permanent);
+}
+
+} // namespace
