@@ -67,9 +67,9 @@ void Statement::bindAt(int index, const fn::String& text)
 
 void Statement::bindAt(int index, const fn::ByteArray& bytes)
 {
-    // A null pointer would bind NULL.
-    const void* data = bytes.empty() ? static_cast<const void*>("") : bytes.data();
-    bind([&](auto* statement) { return sqlite3_bind_blob64(statement, index, data, bytes.size(), SQLITE_TRANSIENT); });
+    bind([&](auto* statement) {
+        return sqlite3_bind_blob64(statement, index, bytes.data(), bytes.size(), SQLITE_TRANSIENT);
+    });
 }
 
 void Statement::bindAt(int index, std::nullptr_t)

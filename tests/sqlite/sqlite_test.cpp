@@ -164,6 +164,13 @@ TEST_F(SQLite, ReadsColumnsOfTheCurrentRowOnly)
     select.reset();
     ASSERT_TRUE(select.executeStep());
     EXPECT_EQ(select.getColumn(0).getInt(), 1);
+
+    Statement by(database, "select value from t where id = ?");
+    for (const auto& [id, value] : { std::pair(1, "a"), std::pair(2, "b") }) {
+        by.bindAt(1, id); // The second time in the midst of the first result.
+        ASSERT_TRUE(by.executeStep());
+        EXPECT_EQ(by.getColumn(0).getText(), value);
+    }
 }
 
 TEST_F(SQLite, LetsGoOfItsLocksWhenAStatementEndsOrGoes)
@@ -269,7 +276,7 @@ TEST_F(SQLite, KeepsThreadsApartThatShareAConnection)
             insert.bindAt(1, base + 2 * i);
             insert.bindAt(2, base + 2 * i + 1);
             ASSERT_EQ(insert.execute(), 2);
-            ASSERT_EQ(failureOf([&] { insert.execute(); }).message, "UNIQUE constraint failed: t.id");
+            ASSERT_EQ(failureOf([&] { insert.executeStep(); }).message, "UNIQUE constraint failed: t.id");
             ASSERT_EQ(database.execute("update t set value = -id where id = " + fn::String::number(base + 2 * i)), 1);
             ASSERT_EQ(failureOf([&] { database.execute("bad"); }).message, "near \"bad\": syntax error");
         }

@@ -83,7 +83,11 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
         std::string chunk(30'000, '\0');
         while (const auto count = StreamReader::tryRead(stream, chunk.data(), chunk.size())) {
             received.append(chunk, 0, count);
-            ::pthread_kill(writingThread, SIGUSR1);
+            // More than one: those after the first find it waiting with nothing written.
+            for (int i = 0; i < 50; ++i) {
+                ::pthread_kill(writingThread, SIGUSR1);
+                std::this_thread::yield();
+            }
         }
     });
     {
@@ -171,13 +175,22 @@ TEST(BufferedOutputStream, DoesNotCompleteADocumentWhileUnwinding)
     }
     target.flush();
     EXPECT_EQ(bytes.view(), "12345678");
+}
 
-    fn::BufferedOutputStream buffered(target, 8);
-    buffered.write("9");
-    buffered.close(false);
-    EXPECT_THROW(buffered.write("x"), fn::IOException);
-    target.flush();
-    EXPECT_EQ(bytes.view(), "123456789");
+TEST(BufferedOutputStream, FlushesTheStreamsBelowOnlyWhereAsked)
+{
+    for (const bool flushAll : { false, true }) {
+        fn::ByteArray bytes;
+        fn::ByteArrayOutputStream target(bytes);
+        fn::BufferedOutputStream below(target, 100);
+        fn::BufferedOutputStream buffered(below, 10);
+        buffered.write("123456789");
+        buffered.close(flushAll);
+        EXPECT_EQ(bytes.view(), flushAll ? "123456789" : "");
+        EXPECT_THROW(buffered.write("x"), fn::IOException);
+        below.flush();
+        EXPECT_EQ(bytes.view(), "123456789");
+    }
 }
 
 TEST(StreamReader, ReadsEverythingUpToItsLimit)
