@@ -232,6 +232,14 @@ TEST_F(SQLite, RollsBackWhatWasNotCommitted)
         EXPECT_EQ(failureOf([&] { transaction.commit(); }).code, Error);
     }
     EXPECT_EQ(firstInt("select count(*) from t"), 1);
+
+    std::optional<Transaction> first(std::in_place, database);
+    first->commit();
+    Transaction second(database);
+    first.reset(); // Has nothing to do with the second any more.
+    database.execute("insert into t values (2, 'b')");
+    second.commit();
+    EXPECT_EQ(firstInt("select count(*) from t"), 2);
 }
 
 TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)

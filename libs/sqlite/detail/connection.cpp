@@ -28,7 +28,6 @@ Connection::Connection(const fn::String& path, int flags) : _path(path)
         sqlite3_close(_handle); // A failed opening leaves a handle as well.
         throwError(code, message.c_str(), path, {});
     }
-    sqlite3_extended_result_codes(_handle, 1);
     sqlite3_busy_timeout(_handle, busyTimeoutMilliseconds);
 }
 

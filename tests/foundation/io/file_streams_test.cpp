@@ -78,7 +78,7 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
     const auto writingThread = ::pthread_self();
 
     std::string received;
-    std::thread reader([&] {
+    std::jthread reader([&] {
         fn::FileInputStream stream { fn::FileDescriptor(ends[0]) };
         std::string chunk(30'000, '\0');
         while (const auto count = StreamReader::tryRead(stream, chunk.data(), chunk.size())) {
