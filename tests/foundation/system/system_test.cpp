@@ -1,7 +1,6 @@
 // What can break here: a library that goes while its code is in use, names cut at a NUL byte, ids that repeat.
 #include "foundation/exceptions.h"
 #include "foundation/system/environment.h"
-#include "foundation/system/lock.h"
 #include "foundation/system/sha1_engine.h"
 #include "foundation/system/shared_library.h"
 #include "foundation/system/uuid.h"
@@ -12,7 +11,6 @@
 #include <regex>
 #include <set>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -61,18 +59,11 @@ TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)
 {
     const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
     std::set<fn::String> seen;
-    std::string varied(36, '\0');
     for (int i = 0; i < 1000; ++i) {
         const auto text = fn::UUIDGenerator::defaultGenerator().createOne().toString();
         ASSERT_TRUE(std::regex_match(text.toStdString(), form)) << text.view();
         ASSERT_TRUE(seen.insert(text).second);
-        for (std::size_t at = 0; at < varied.size(); ++at) varied[at] |= text.view()[at] ^ seen.begin()->view()[at];
     }
-    // Every digit takes several values, save the one that gives the version.
-    for (std::size_t at = 0; at < varied.size(); ++at) {
-        EXPECT_EQ(varied[at] == 0, at == 8 || at == 13 || at == 14 || at == 18 || at == 23) << at;
-    }
-
     class Constant final : public fn::UUIDGenerator {
         fn::UUID createOne() override { return fn::UUID("1"); }
     } constant;
@@ -130,27 +121,6 @@ TEST(SharedLibrary, FailsAtOnceWhereSomethingIsMissing)
         EXPECT_FALSE(library.isLoaded());
     }
     EXPECT_THROW(library.load(SAMPLE_LIBRARY, 16), fn::RangeException);
-}
-
-TEST(Lock, IsFreeOnceUnlockedAsOftenAsLocked)
-{
-    fn::Lock lock;
-    const auto isFree = [&] {
-        bool result = false;
-        std::thread([&] {
-            result = lock.try_lock();
-            if (result) lock.unlock();
-        }).join();
-        return result;
-    };
-    {
-        const fn::ScopedLock outer(lock);
-        {
-            const fn::ScopedLock inner(lock);
-        }
-        EXPECT_FALSE(isFree());
-    }
-    EXPECT_TRUE(isFree());
 }
 
 } // namespace
