@@ -265,8 +265,9 @@ private:
         RefCountedBase* counted;
     };
     union Data {
-        Data() noexcept { }
+        Data() noexcept : bits {} { } // A scalar sets a part of the bits, and moving copies all of them.
         ~Data() { }
+        std::uint64_t bits[2];
         bool boolean;
         std::int64_t integer;
         std::uint64_t unsignedInteger;

@@ -1,0 +1,174 @@
+// What can break here: text that does not read back as what was written, a layout from which the outer braces can not be
+// taken off, a hook passed over at some depth, an error that does not say where.
+#include "foundation/exceptions.h"
+#include "foundation/io/byte_array_output_stream.h"
+#include "foundation/json/deserializer.h"
+#include "foundation/json/serializer.h"
+#include "foundation/mpack/hooks.h"
+#include "foundation/time/timestamp.h"
+#include "foundation/value_map.h"
+#include <cmath>
+#include <gtest/gtest.h>
+#include <random>
+
+namespace {
+
+using fn::Value;
+
+std::string write(const Value& value, bool indented = false, fn::json::ValueSerializer* hook = nullptr)
+{
+    fn::ByteArray bytes;
+    fn::ByteArrayOutputStream stream(bytes);
+    fn::json::serialize(value, stream, indented, hook);
+    stream.flush();
+    return std::string(bytes.view());
+}
+
+Value nested(int levels)
+{
+    Value value = 1;
+    for (int i = 0; i < levels; ++i) value = i % 2 ? Value::array({ value }) : Value::map({ { "k", value } });
+    return value;
+}
+
+TEST(JSON, IndentsWithTabsAndEndsLinesWithCRLF)
+{
+    const auto value = Value::map({ { "a", Value::array({ 1, Value::array({}), Value(Value::MAP) }) },
+        { "b", Value::map({ { "c", Value() } }) }, { "d", "x" } });
+    EXPECT_EQ(write(value, true),
+        "{\r\n\t\"a\": [\r\n\t\t1,\r\n\t\t[],\r\n\t\t{}\r\n\t],\r\n\t\"b\": {\r\n\t\t\"c\": null\r\n\t},\r\n\t\"d\": "
+        "\"x\"\r\n}");
+    EXPECT_EQ(write(value), R"({"a":[1,[],{}],"b":{"c":null},"d":"x"})");
+    EXPECT_EQ(write(Value(Value::MAP), true), "{}");
+    EXPECT_EQ(write(5, true), "5");
+}
+
+// The settings file holds the members of the root map alone, one level shallower.
+TEST(JSON, AnIndentedMapStandsWithoutItsOuterBraces)
+{
+    const auto strip = [](const std::string& text) {
+        std::string kept;
+        int toDrop = 4;
+        for (const char c : text) {
+            if (toDrop > 0) {
+                --toDrop;
+                continue;
+            }
+            kept += c;
+            if (c == '\n') toDrop = 1;
+        }
+        return kept;
+    };
+    EXPECT_EQ(
+        strip(write(Value::map({ { "a", Value::map({ { "b", 1 } }) } }), true)), "\"a\": {\r\n\t\"b\": 1\r\n}\r\n");
+    for (const auto& value : { Value(Value::MAP), Value::map({ { "", Value(Value::MAP) } }), nested(7),
+             Value::map({ { "text\r\n\t}", "{\n{" }, { "list", Value::array({ Value::array({}), "\n" }) } }) }) {
+        EXPECT_EQ(fn::json::deserialize("{" + strip(write(value, true)) + "}"), value);
+    }
+}
+
+TEST(JSON, NumbersReadBackAsTheSameNumberOfTheSameKind)
+{
+    std::mt19937_64 random(1);
+    std::vector<double> doubles = { 0.0, -0.0, 1.0, -1.0, 1e15, 1e22, 1e-7, 5e-324, 1.7976931348623157e308, 0.1,
+        9007199254740992.0 };
+    while (doubles.size() < 5000) {
+        const auto number = std::bit_cast<double>(random());
+        if (std::isfinite(number)) doubles.push_back(number);
+    }
+    for (const auto number : doubles) {
+        const auto read = fn::json::deserialize(write(number));
+        ASSERT_EQ(read.kind(), Value::Kind::Double) << number;
+        ASSERT_EQ(std::bit_cast<std::uint64_t>(read.toDouble()), std::bit_cast<std::uint64_t>(number)) << number;
+    }
+    EXPECT_EQ(write(0.1), "0.1");
+    for (const Value& number : { Value(INT64_MIN), Value(INT64_MAX), Value(UINT64_MAX), Value(0) }) {
+        const auto read = fn::json::deserialize(write(number));
+        EXPECT_EQ(read, number);
+        EXPECT_EQ(read.kind(), number.kind());
+    }
+}
+
+TEST(JSON, TextReadsBackAndBrokenUTF8IsReplaced)
+{
+    std::string all;
+    for (int c = 0; c < 0x80; ++c) all += static_cast<char>(c);
+    all += "\u00e4\u20ac\U0001F600\u2028";
+    EXPECT_EQ(fn::json::deserialize(write(Value::map({ { all, all } }))), Value::map({ { all, all } }));
+    EXPECT_EQ(write(std::string("\"\\\n\x01\0/", 6)), R"("\"\\\n\u0001\u0000/")");
+    // A stray continuation, an overlong form, a surrogate, a cut character; what stands between stays.
+    EXPECT_EQ(write("a\x80z\xC0\xAF\xED\xA0\x80-\xE2\x82"), "\"a\uFFFDz\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD-\uFFFD\uFFFD\"");
+}
+
+TEST(JSON, WhatHasNoFormIsRefused)
+{
+    for (const Value& value :
+        { Value(std::nan("")), Value(std::numeric_limits<double>::infinity()), Value::map({ { 1, 2 } }),
+            Value(fn::ByteArray("x")), Value(fn::Timestamp(1)), nested(fn::mpack::maxDepth + 1) }) {
+        EXPECT_THROW(write(Value::map({ { "in", Value::array({ value }) } })), fn::DataFormatException);
+    }
+    const auto deepest = nested(fn::mpack::maxDepth);
+    EXPECT_EQ(fn::json::deserialize(write(deepest, true)), deepest);
+    EXPECT_THROW(fn::json::deserialize("[" + write(deepest) + "]"), fn::DataFormatException);
+    EXPECT_THROW(fn::json::deserialize(std::string(1'000'000, '[')), fn::DataFormatException);
+}
+
+TEST(JSON, ErrorsNameSourceLineAndColumn)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
+        { "[1, 2", "line 1, column" },
+        { "{} x", "line 1, column 4" },
+        { "[1e999]", "line 1, column" },
+        { "\"\xFF\"", "line 1, column 2" },
+        { "", "line 1, column 1" },
+    };
+    for (const auto& [text, place] : rows) {
+        try {
+            fn::json::deserialize(text, nullptr, "some.prefs");
+            ADD_FAILURE() << text;
+        } catch (const fn::DataFormatException& e) {
+            EXPECT_TRUE(e.find<fn::DetailInfo>()->startsWith(std::string("some.prefs: ") + place))
+                << *e.find<fn::DetailInfo>();
+        }
+    }
+    EXPECT_EQ(fn::json::deserialize(R"({"k": 1, "a": 2, "k": 3})"), Value::map({ { "a", 2 }, { "k", 3 } }));
+}
+
+struct TimesOut : fn::json::ValueSerializer {
+    bool handles(const Value& value) override { return value.isBoxed<fn::Timestamp>(); }
+    Value serialize(const Value& value) override
+    {
+        if (circular) return Value::array({ value });
+        return Value::map({ { "us", value.boxed<fn::Timestamp>().microseconds() } });
+    }
+    bool circular = false;
+};
+
+struct TimesIn : fn::json::ValueDeserializer {
+    Value deserialize(Value value) override
+    {
+        EXPECT_TRUE(value.isMap());
+        const auto* microseconds = value.find("us");
+        return microseconds && microseconds->isInteger() ? Value(fn::Timestamp(microseconds->to<std::int64_t>()))
+                                                         : value;
+    }
+};
+
+TEST(JSON, HooksApplyAtEveryDepth)
+{
+    TimesOut out;
+    TimesIn in;
+    const Value time = fn::Timestamp(77);
+    for (const auto& value :
+        { time, Value::map({ { "list", Value::array({ 1, Value::map({ { "t", time } }), time }) } }) }) {
+        EXPECT_EQ(fn::json::deserialize(write(value, true, &out), &in), value);
+    }
+    // The inner map is replaced before the outer one is asked for, which then is none of the hook's.
+    EXPECT_EQ(fn::json::deserialize(R"({"us": {"us": 5}})", &in), Value::map({ { "us", fn::Timestamp(5) } }));
+    out.circular = true;
+    EXPECT_THROW(write(time, false, &out), fn::DataFormatException);
+    EXPECT_THROW(write(fn::ByteArray("x"), false, &out), fn::DataFormatException);
+}
+
+} // namespace
