@@ -267,12 +267,14 @@ TEST(PipeStream, AStreamClosedInANestedRunOfItsOwnReadCallbackIsNotFreedUnderLib
 {
     Loop loop;
     PipeAndSocket pair(loop);
+    bool returned = false;
     pair.pipe->readStart([&](std::ptrdiff_t, const std::uint8_t*) {
         pair.pipe.reset();
         runTurns(loop);
+        returned = true;
     });
     ::send(pair.socket, "x", 1, 0);
-    EXPECT_TRUE(runUntil(loop, [&] { return !pair.pipe; }));
+    EXPECT_TRUE(runUntil(loop, [&] { return returned; }));
 }
 
 TEST(PipeStream, StreamsThatOutliveTheirLoopAreClosedAndHarmless)
