@@ -72,7 +72,7 @@ void Dispatcher::start()
 
 void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callback)
 {
-    const auto quit = fn::Value::map({ { field::TYPE, type::QUIT } });
+    const auto quit = WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::QUIT } }));
     for (const auto& connection : _connections) connection->send(quit);
     _loop.schedule(delay, [&loop = _loop, callback = std::move(callback)]() mutable {
         loop.stop();
@@ -185,6 +185,13 @@ std::vector<Dispatcher::Connection> Dispatcher::receiversOf(WorkerId target, Obj
     return receivers;
 }
 
+Frame Dispatcher::encodeForwarded(const fn::Value& message, WorkerId source)
+{
+    auto forwarded = message;
+    forwarded.set(field::SOURCE_WORKER_ID, source);
+    return WorkerConnection::encode(forwarded);
+}
+
 void Dispatcher::onMessage(const Connection& connection, const fn::Value& message)
 {
     // Everything is read and checked before anything is counted or sent.
@@ -193,27 +200,30 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
     const auto objectId = target == NO_WORKER_ID ? message.at(field::OBJECT_ID).to<ObjectId>() : ObjectId(0);
     const auto objectIds = listedObjects(message);
     const auto receivers = receiversOf(target, objectId);
+    const auto frame = receivers.empty() ? Frame() : encodeForwarded(message, source);
 
-    if (!objectIds.empty()) {
-        std::vector<WorkerId> receiverIds;
-        receiverIds.reserve(receivers.size());
-        for (const auto& receiver : receivers) receiverIds.push_back(receiver->info().workerId);
-        if (!_counts.canCount(source, objectIds, receiverIds)) {
-            throw fn::RangeException("it has listed more objects than can be counted", fn::Exception::StackTrace::None);
-        }
-        for (const auto id : objectIds) {
-            for (const auto receiver : receiverIds) _counts.countReceived(source, id, receiver);
-        }
-    }
-    auto forwarded = message;
-    forwarded.set(field::SOURCE_WORKER_ID, source);
+    if (!objectIds.empty()) countObjects(source, objectIds, receivers);
     for (const auto& receiver : receivers) {
-        receiver->send(forwarded);
+        receiver->send(frame);
         receiver->slowDown(connection);
     }
     for (const auto id : objectIds) {
         if (ownerOf(id) != source) continue;
         if (const auto due = _counts.countSent(id)) sendRelease(*due);
+    }
+}
+
+void Dispatcher::countObjects(
+    WorkerId source, const std::vector<ObjectId>& objectIds, const std::vector<Connection>& receivers)
+{
+    std::vector<WorkerId> receiverIds;
+    receiverIds.reserve(receivers.size());
+    for (const auto& receiver : receivers) receiverIds.push_back(receiver->info().workerId);
+    if (!_counts.canCount(source, objectIds, receiverIds)) {
+        throw fn::RangeException("it has listed more objects than can be counted", fn::Exception::StackTrace::None);
+    }
+    for (const auto id : objectIds) {
+        for (const auto receiver : receiverIds) _counts.countReceived(source, id, receiver);
     }
 }
 
@@ -263,7 +273,8 @@ void Dispatcher::workerDied(const Connection& connection)
         if (_registry) _registry->forgetWorker(id);
     }
     for (const auto& due : _counts.workerDied(id)) sendRelease(due);
-    const auto notice = fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } });
+    const auto notice = WorkerConnection::encode(
+        fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
     for (const auto& other : _connections) other->send(notice);
     _onWorkerDisconnected.fire(connection->info());
 }

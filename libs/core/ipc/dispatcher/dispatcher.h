@@ -72,6 +72,9 @@ private:
     void onMessage(const Connection& connection, const fn::Value& message);
     void onReferenceRelease(const Connection& connection, const fn::Value& message);
     std::vector<Connection> receiversOf(WorkerId target, ObjectId objectId) const;
+    static Frame encodeForwarded(const fn::Value& message, WorkerId source);
+    void countObjects(
+        WorkerId source, const std::vector<ObjectId>& objectIds, const std::vector<Connection>& receivers);
     void sendRelease(const UsageCounts::Release& release);
     void onWorkerEOS(const Connection& connection);
     void workerDied(const Connection& connection);

@@ -66,8 +66,18 @@ void Dispatcher::WorkerConnection::onHelloOverdue()
 
 void Dispatcher::WorkerConnection::send(const fn::Value& message)
 {
+    if (!isClosed()) send(encode(message));
+}
+
+Frame Dispatcher::WorkerConnection::encode(const fn::Value& message)
+{
+    return MessageHelper::encode(message, limits::workerFrameBytes);
+}
+
+void Dispatcher::WorkerConnection::send(const Frame& frame)
+{
     if (isClosed()) return;
-    _messageHelper.send(message, {}, limits::workerFrameBytes);
+    _messageHelper.send(frame);
     if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]] watchQueue();
 }
 

@@ -23,7 +23,9 @@ public:
     bool isOwnWorker() const { return _isIdentified && _info.workerId == 0; }
     bool isClosed() const { return !_stream || _stream->isClosed(); }
 
+    static Frame encode(const fn::Value& message); ///< Larger than any receiver takes: `fn::RangeException`.
     void send(const fn::Value& message);
+    void send(const Frame& frame); ///< A message for several receivers, encoded once.
     void schedulePing(); ///< A PONG has come, or HELLO has been answered.
 
     /// Reads no further from `sender` while too much of it waits for this connection.

@@ -58,12 +58,13 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
     _parts.push_back(bytes);
 }
 
-void FrameOutputStream::finish()
+std::vector<fn::ByteArray> FrameOutputStream::finish()
 {
     if (_window) endBuffer();
     const auto length = static_cast<std::uint32_t>(_finishedBytes - 4);
     auto* header = _parts.front().mutableData();
     for (int byte = 0; byte < 4; ++byte) header[byte] = static_cast<std::uint8_t>(length >> (8 * byte));
+    return std::move(_parts);
 }
 
 } // namespace ipc

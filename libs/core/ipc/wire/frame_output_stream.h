@@ -1,6 +1,5 @@
 #pragma once
 #include "foundation/io/output_stream.h"
-#include <span>
 #include <vector>
 
 namespace ipc {
@@ -14,10 +13,9 @@ public:
     void writeShared(const fn::ByteArray& bytes) override;
 
     /// Ends the frame: writes its length (the size of everything after the first 4 bytes) into the first 4 bytes.
-    void finish();
+    std::vector<fn::ByteArray> finish();
 
     std::size_t size() const noexcept; ///< Bytes written so far.
-    std::span<const fn::ByteArray> parts() const noexcept { return _parts; } ///< After `finish()`.
 
 private:
     void writeSlow(const void* data, std::size_t size) override;

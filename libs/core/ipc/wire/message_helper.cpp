@@ -35,7 +35,7 @@ MessageHelper::MessageHelper(std::size_t maxReadBytes) : _maxReadBytes(maxReadBy
 
 MessageHelper::~MessageHelper()
 {
-    if (_destroyed) *_destroyed = true;
+    *_isAlive = false;
     if (_stream) _stream->close();
 }
 
@@ -46,21 +46,27 @@ void MessageHelper::setStream(fn::AutoPtr<fn::uv::Stream> stream)
     _stream->readStart([this](std::ptrdiff_t count, const std::uint8_t* data) { onRead(count, data); });
 }
 
-void MessageHelper::send(
-    const fn::Value& value, folly::Function<void(const fn::uv::Status&)> completion, std::size_t maxBytes)
+Frame MessageHelper::encode(const fn::Value& value, std::size_t maxBytes)
+{
+    FrameOutputStream stream;
+    stream.write("\0\0\0\0", headerBytes);
+    fn::mpack::Serializer(stream).serialize(value);
+    const auto bodyBytes = stream.size() - headerBytes;
+    const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
+    if (bodyBytes > bound) {
+        throw fn::RangeException(fmt::format(
+            "A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
+    }
+    return stream.finish();
+}
+
+void MessageHelper::send(const fn::Value& value, Completion completion, std::size_t maxBytes)
 {
     auto& stream = *_stream;
-    FrameOutputStream frame;
-    frame.write("\0\0\0\0", headerBytes);
-    fn::mpack::Serializer(frame).serialize(value);
-    const auto bodyBytes = frame.size() - headerBytes;
-    if (bodyBytes > std::min<std::size_t>(maxBytes, UINT32_MAX)) {
-        throw fn::RangeException(fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes",
-            bodyBytes, std::min<std::size_t>(maxBytes, UINT32_MAX)));
-    }
-    frame.finish();
-    stream.write(frame.parts(), std::move(completion));
+    stream.write(encode(value, maxBytes), std::move(completion));
 }
+
+void MessageHelper::send(const Frame& frame) { _stream->write(frame); }
 
 void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
 {
@@ -73,16 +79,12 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
         fail(static_cast<int>(count));
         return;
     }
-    // A stream that somebody else holds may not be closed by this object's end alone; hold it to ask it.
+    const auto isAlive = _isAlive; // A listener may end this object, and the chunk with it.
     const auto stream = _stream;
-    bool destroyed = false;
-    _destroyed = &destroyed;
     auto size = static_cast<std::size_t>(count);
     while (size > 0 && readSome(data, size)) {
-        if (destroyed) return;
-        if (stream->isClosed() || stream != _stream) break;
+        if (!*isAlive || stream->isClosed() || stream != _stream) return;
     }
-    if (!destroyed) _destroyed = nullptr;
 }
 
 /// Takes bytes of one frame; false ends the chunk.
@@ -113,17 +115,16 @@ bool MessageHelper::readSome(const std::uint8_t*& data, std::size_t& size)
 /// Hands out the complete frame; false if it holds no value. This object may have gone afterwards.
 bool MessageHelper::deliver()
 {
-    auto* destroyed = _destroyed;
-    const auto length = _length;
+    const auto isAlive = _isAlive;
     {
         const auto value = decode(_body);
         if (!value) {
             fail(-EPROTO);
             return false;
         }
-        _onMessage.fire(*value, length);
+        _onMessage.fire(*value, _length);
     }
-    if (*destroyed) return true;
+    if (!*isAlive) return true;
     _headerReceived = 0;
     // The storage serves the next frame, unless a payload that is still on its way shares it.
     if (_body.isShared() || _body.capacity() > limits::keptFrameBytes) _body = fn::ByteArray();

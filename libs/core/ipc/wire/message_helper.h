@@ -5,8 +5,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <folly/Function.h>
+#include <memory>
+#include <vector>
 
 namespace ipc {
+
+/// An encoded frame, as parts that follow one another on the stream.
+using Frame = std::vector<fn::ByteArray>;
 
 /// Frames on a byte stream: a 4-byte little-endian length, then one MessagePack value of that many bytes.
 ///
@@ -17,6 +22,8 @@ namespace ipc {
 /// Belongs to the loop of its stream. It may be destroyed inside its own signals; it closes its stream then.
 class FN_EXPORT MessageHelper {
 public:
+    using Completion = folly::Function<void(const fn::uv::Status&)>;
+
     /// `maxReadBytes` bounds the body of a frame.
     explicit MessageHelper(std::size_t maxReadBytes);
     MessageHelper(const MessageHelper&) = delete;
@@ -30,10 +37,13 @@ public:
     void setMaxReadBytes(std::size_t bytes) { _maxReadBytes = bytes; }
 
     /// Writes one frame. `completion`, if given, hears the outcome of the write on a later turn.
-    /// Without a stream: `fn::NullPointerException`. Above `maxBytes`, or above what 32 bits tell:
+    /// Without a stream: `fn::NullPointerException`. Above `maxBytes` (of the body), or above what 32 bits tell:
     /// `fn::RangeException`, and nothing is sent.
-    void send(const fn::Value& value, folly::Function<void(const fn::uv::Status&)> completion = {},
-        std::size_t maxBytes = UINT32_MAX);
+    void send(const fn::Value& value, Completion completion = {}, std::size_t maxBytes = UINT32_MAX);
+
+    /// One frame for any number of receivers, who share its bytes. Throws as `send()` does.
+    static Frame encode(const fn::Value& value, std::size_t maxBytes = UINT32_MAX);
+    void send(const Frame& frame);
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
@@ -54,7 +64,7 @@ private:
     fn::Signal<const fn::Value&, unsigned int> _onMessage;
     std::size_t _maxReadBytes;
     bool _failed = false;
-    bool* _destroyed = nullptr; // Set while a chunk is read: tells the reader that this object has gone.
+    const std::shared_ptr<bool> _isAlive = std::make_shared<bool>(true); // Asked after each signal.
 };
 
 } // namespace ipc
