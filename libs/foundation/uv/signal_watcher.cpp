@@ -1,41 +1,63 @@
 #include "foundation/uv/signal_watcher.h"
-#include "foundation/unhandled_exception.h"
+#include "foundation/uv/loop_private.h"
 #include "foundation/uv/status.h"
-#include <uv.h>
 
 namespace fn::uv {
 
-struct SignalWatcher::Private {
-    uv_signal_t handle;
-    Task callback;
+struct SignalWatcher::Private final : SharedMember {
+    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // Its user and libuv.
+    {
+        uv_signal_init(loop.handle(), &_signal);
+        _signal.data = this;
+    }
+
+    int start(int signal)
+    {
+        const auto onSignal = [](uv_signal_t* handle, int) { static_cast<Private*>(handle->data)->run(); };
+        return uv_signal_start(&_signal, onSignal, signal);
+    }
+
+    void close();
+    void loopIsEnding() override { close(); }
+
+private:
+    void run();
+
+    uv_signal_t _signal;
+    Task _callback; // Out of its place while it runs.
+    bool _closed = false;
 };
 
-SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback) : _private(new Private { {}, std::move(callback) })
+void SignalWatcher::Private::run()
 {
-    uv_signal_init(loop.uvHandle(), &_private->handle);
-    _private->handle.data = _private;
-    const auto code = uv_signal_start(
-        &_private->handle,
-        [](uv_signal_t* handle, int) {
-            try {
-                static_cast<Private*>(handle->data)->callback();
-            } catch (...) {
-                unhandledException();
-            }
-        },
-        signal);
-    uv_unref(reinterpret_cast<uv_handle_t*>(&_private->handle));
+    Task callback = std::exchange(_callback, {});
+    if (!callback) return;
+    callGuarded(callback);
+    if (!_closed) _callback = std::move(callback);
+}
+
+void SignalWatcher::Private::close()
+{
+    if (std::exchange(_closed, true)) return;
+    const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
+    uv_close(reinterpret_cast<uv_handle_t*>(&_signal), onClosed);
+    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+}
+
+SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback)
+    : _private(new Private(loop.internals(), std::move(callback)))
+{
+    const auto code = _private->start(signal);
     if (code == 0) return;
-    uv_close(reinterpret_cast<uv_handle_t*>(&_private->handle),
-        [](uv_handle_t* handle) { delete static_cast<Private*>(handle->data); });
-    Status("Watching a signal", code).throwOnError();
+    _private->close();
+    _private->release();
+    Status("watch a signal", code).throwOnError();
 }
 
 SignalWatcher::~SignalWatcher()
 {
-    uv_signal_stop(&_private->handle);
-    uv_close(reinterpret_cast<uv_handle_t*>(&_private->handle),
-        [](uv_handle_t* handle) { delete static_cast<Private*>(handle->data); });
+    _private->close();
+    _private->release();
 }
 
 } // namespace fn::uv

@@ -1,6 +1,5 @@
 #pragma once
 #include "foundation/uv/loop.h"
-#include <memory>
 
 namespace fn::uv {
 

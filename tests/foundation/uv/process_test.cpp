@@ -3,6 +3,7 @@
 #include "foundation/auto_ptr.h"
 #include "foundation/exceptions.h"
 #include "foundation/uv/process.h"
+#include "foundation/uv/signal_watcher.h"
 #include "support/run_until.h"
 #include "support/temporary_folder.h"
 #include <csignal>
@@ -142,6 +143,24 @@ TEST_F(ProcessTest, GlibMayWaitForItsOwnChildrenInTheSameProcess)
         return exits.size() == 3 && glibStatus >= 0;
     }));
     EXPECT_EQ(WEXITSTATUS(glibStatus), 3);
+}
+
+TEST(SignalWatcher, HearsItsSignalWhileItLivesAndMayOutliveItsLoop)
+{
+    auto loop = std::make_unique<Loop>();
+    int heard = 0;
+    std::optional<fn::uv::SignalWatcher> first;
+    const auto second = std::make_unique<fn::uv::SignalWatcher>(*loop, SIGUSR1, [&] { ++heard; });
+    first.emplace(*loop, SIGUSR1, [&] {
+        ++heard;
+        first.reset();
+    });
+    EXPECT_THROW(fn::uv::SignalWatcher(*loop, SIGKILL, [] {}), fn::IOException);
+    for (const int expected : { 2, 3 }) {
+        ::raise(SIGUSR1);
+        EXPECT_TRUE(runUntil(*loop, [&] { return heard == expected; }));
+    }
+    loop.reset();
 }
 
 TEST(Process, OutlivesItsLoopUnharmed)
