@@ -11,6 +11,9 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-vir
 if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
     add_compile_options(-Wno-unknown-warning-option) # Sources switch off warnings that only GCC knows.
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    add_compile_options(-Wno-restrict) # False alarms in std::string concatenation (GCC bug 105651).
+endif()
 option(CORE_WERROR "Treat warnings as errors" ON)
 if(CORE_WERROR)
     add_compile_options(-Werror)
