@@ -1,0 +1,31 @@
+#pragma once
+#include "api/scan_types.h"
+#include "core/ipc/object/callable_object_reference.h"
+
+namespace media {
+
+/// The library as its users see it: it keeps the catalogue of all folders that were ever scanned.
+class FN_EXPORT Library final : public ipc::CallableObjectReference {
+public:
+    explicit Library(ipc::ObjectReferenceInitializer& initializer);
+    ~Library() override;
+
+    /// Opens the catalogue kept in this folder; both are made where needed. Anything else can be asked for afterwards.
+    /// A catalogue is one library's at a time: another one waits for a moment, then fails.
+    fn::Promise<void> open(const fn::String& dataFolder);
+
+    /// Starts the next scan of a folder.
+    fn::Promise<ScanId> beginScan(const fn::String& folder);
+
+    /// Notes those files that are still as the catalogue knows them as found by this scan. Gives the positions of the
+    /// others: they are to be read.
+    fn::Promise<std::vector<std::size_t>> compare(const ScanId& scan, const std::vector<FoundFile>& files);
+
+    /// Notes files as found and read by this scan: all of them or, where the promise is rejected, none.
+    fn::Promise<void> store(const ScanId& scan, const std::vector<ScannedFile>& files);
+
+    /// Forgets the folder's files that this scan has not found, and sums up the others.
+    fn::Promise<Totals> finishScan(const ScanId& scan);
+};
+
+} // namespace media

@@ -1,0 +1,17 @@
+#pragma once
+#include "api/scan_types.h"
+#include "core/ipc/object/callable_object_reference.h"
+
+namespace media {
+
+/// Whoever ordered a scan, as the scanner sees it.
+class FN_EXPORT ScanObserver final : public ipc::CallableObjectReference {
+public:
+    explicit ScanObserver(ipc::ObjectReferenceInitializer& initializer);
+    ~ScanObserver() override;
+
+    /// Tells how far the scan is. An observer that does not answer holds the scanner up.
+    fn::Promise<void> progress(const ScanProgress& progress);
+};
+
+} // namespace media

@@ -1,0 +1,15 @@
+#pragma once
+#include "foundation/export.h"
+#include "foundation/string.h"
+#include <exception>
+
+namespace media {
+
+/// A path, or other text from outside, as a terminal may show it: what does not print, and bytes that are not UTF-8, are
+/// written as \xNN.
+FN_EXPORT std::string printable(std::string_view text);
+
+/// What a failure says to people: its message and the file concerned, printable.
+FN_EXPORT std::string describe(std::exception_ptr failure);
+
+} // namespace media

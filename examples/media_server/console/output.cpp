@@ -1,0 +1,42 @@
+#include "console/output.h"
+#include "foundation/io/posix.h"
+#include "foundation/system/environment.h"
+#include <cerrno>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace media {
+namespace {
+
+constexpr int usualColumns = 80;
+
+} // namespace
+
+void Output::write(std::string_view text)
+{
+    while (_error == 0 && !text.empty()) {
+        const auto written = fn::posix::write(_descriptor, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) { // Whoever gave us the stream made it non-blocking.
+            pollfd ready { _descriptor, POLLOUT, 0 };
+            ::poll(&ready, 1, -1);
+        } else {
+            _error = errno;
+        }
+    }
+}
+
+bool Output::isTerminal() const
+{
+    return ::isatty(_descriptor) && fn::Environment::get("TERM").value_or("dumb") != "dumb";
+}
+
+int Output::columns() const
+{
+    winsize size {};
+    return ::ioctl(_descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usualColumns;
+}
+
+} // namespace media

@@ -1,0 +1,183 @@
+#include "console/scan_run.h"
+#include "api/text.h"
+#include "console/scan_observer_service.h"
+#include "core/app_info.h"
+#include "core/ipc/registry.h"
+#include "foundation/time/clock.h"
+#include <cerrno>
+#include <csignal>
+#include <fmt/format.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace media {
+namespace {
+
+constexpr auto findTimeout = fn::Duration::seconds(90); // The module manager gives up earlier, and tells why.
+constexpr int mostRelaunches = 3; // A file that brings the scanner down each time must not keep us for ever.
+
+constexpr int failed = 1;
+constexpr int readerGone = 128 + SIGPIPE; // What a shell reports of programs that leave it to the signal.
+
+} // namespace
+
+ScanRun::ScanRun(ipc::Worker& worker)
+    : _worker(worker),
+      _started(worker.loop().clock().monotonic()),
+      _output(STDOUT_FILENO),
+      _progressOutput(STDERR_FILENO)
+{
+}
+
+ScanRun::~ScanRun() = default;
+
+void ScanRun::start()
+{
+    _worker.registerObjectReferenceClass<Application>();
+    _worker.registerObjectReferenceClass<Library>();
+    _worker.registerObjectReferenceClass<Scanner>();
+    _observer = fn::makeAuto<ScanObserverService>(_worker, [self = fn::WeakPtr(this)](const ScanProgress& progress) {
+        if (const auto run = self.lock()) run->onProgress(progress);
+    });
+    _work = _worker.registry()
+                ->getInstance<Application>(findTimeout)
+                .then([self = fn::AutoPtr(this)](fn::AutoPtr<Application>&& application) {
+                    self->_application = application;
+                    return application->options();
+                })
+                .then([self = fn::AutoPtr(this)](RunOptions&& options) { self->begin(std::move(options)); },
+                    [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->onFailed(failure); });
+}
+
+void ScanRun::stop()
+{
+    _stopped = true;
+    if (_work) _work.cancel();
+    _display.reset();
+    _observer.reset();
+}
+
+void ScanRun::begin(RunOptions&& options)
+{
+    _options = std::move(options);
+    auto& output = _options.json ? _progressOutput : _output;
+    if (!_options.json || output.isTerminal()) {
+        _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] { checkOutput(); });
+        _display->note(fmt::format(
+            "{}: scanning {}", core::AppInfo::instance().applicationDisplayName(), printable(_options.folder)));
+    }
+    attempt();
+}
+
+void ScanRun::attempt()
+{
+    const fn::AutoPtr self(this);
+    _work = findLibrary()
+                .then([self] { return self->findScanner(); })
+                .then([self] { return self->scanId(); })
+                .then([self](ScanId&& scan) {
+                    self->_scan = scan;
+                    return self->_scanner->scan(self->_options.folder, scan, self->_library, self->_observer);
+                })
+                .then([self](PathSample&& unreadableFolders) {
+                    self->_unreadableFolders = std::move(unreadableFolders);
+                    return self->_library->finishScan(*self->_scan);
+                })
+                .then([self](Totals&& totals) { self->onDone(std::move(totals)); },
+                    [self](std::exception_ptr failure) { self->onFailed(failure); });
+}
+
+fn::Promise<void> ScanRun::findLibrary()
+{
+    if (_library) return fn::Promise<void>::fulfilled();
+    return _worker.registry()
+        ->getInstance<Library>(findTimeout)
+        .then([self = fn::AutoPtr(this)](fn::AutoPtr<Library>&& library) {
+            self->_library = library;
+            return library->open(self->_options.dataFolder);
+        });
+}
+
+fn::Promise<void> ScanRun::findScanner()
+{
+    if (_scanner) return fn::Promise<void>::fulfilled();
+    return _worker.registry()
+        ->getInstance<Scanner>(findTimeout)
+        .then([self = fn::AutoPtr(this)](fn::AutoPtr<Scanner>&& scanner) { self->_scanner = std::move(scanner); });
+}
+
+/// The same one for each attempt, so that an attempt finds what the one before has done.
+fn::Promise<ScanId> ScanRun::scanId()
+{
+    return _scan ? fn::Promise<ScanId>::fulfilled(*_scan) : _library->beginScan(_options.folder);
+}
+
+void ScanRun::onProgress(const ScanProgress& progress)
+{
+    if (_stopped) return;
+    if (_display) _display->update(progress);
+    // The scanner waits for our answer, so it is killed before it gets further than this.
+    if (_options.killScanner && !_hasKilled && progress.isHalfWay() && progress.processId > 1) {
+        _hasKilled = true;
+        ::kill(progress.processId, SIGKILL);
+    }
+}
+
+void ScanRun::onDone(Totals&& totals)
+{
+    if (_stopped) return;
+    const auto time = _worker.loop().clock().monotonic() - _started;
+    const Summary summary { _options.folder, std::move(totals), _unreadableFolders, _relaunches, time };
+    _display.reset(); // Its bar makes room.
+    _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
+    checkOutput();
+    if (!_stopped) finish(0);
+}
+
+void ScanRun::onFailed(std::exception_ptr failure)
+{
+    if (_stopped) return;
+    const int dead = replaceDeadModules();
+    _relaunches += dead;
+    if (dead == 0) return finish(failed, describe(failure));
+    if (_relaunches > mostRelaunches) {
+        return finish(failed, fmt::format("Modules ended unexpectedly {} times. Giving up.", _relaunches));
+    }
+    attempt();
+}
+
+/// Lets go of modules that have ended, so that their successors are looked for. Gives how many there were.
+int ScanRun::replaceDeadModules()
+{
+    int dead = 0;
+    const auto replace = [&](auto& module, const char* name) {
+        if (!module || !module->dead()) return;
+        module.reset();
+        ++dead;
+        if (_display) _display->note(fmt::format("The {} has ended unexpectedly. Waiting for its relaunch.", name));
+    };
+    replace(_library, "library");
+    replace(_scanner, "scanner");
+    return dead;
+}
+
+void ScanRun::checkOutput()
+{
+    const int error = _output.error();
+    if (error == 0 || _stopped) return;
+    if (error == EPIPE)
+        finish(readerGone);
+    else
+        finish(failed, "standard output: " + std::generic_category().message(error));
+}
+
+void ScanRun::finish(int exitCode, const std::string& message)
+{
+    stop();
+    if (_application)
+        _application->finish(exitCode, message);
+    else
+        _worker.loop().stop(); // The main program takes a loop that ends of itself for a failure.
+}
+
+} // namespace media

@@ -1,0 +1,102 @@
+#include "library/library_service.h"
+#include "api/library.h"
+#include "foundation/exceptions.h"
+#include "foundation/io/file.h"
+#include <filesystem>
+
+namespace media {
+namespace {
+
+// A library that was just killed, or is ending, gives its catalogue free in far less than this second.
+constexpr int lockAttempts = 20;
+constexpr auto lockInterval = fn::Duration::milliseconds(50);
+
+void makeFolder(const fn::String& path)
+{
+    const std::filesystem::path folder(path.view());
+    std::error_code error;
+    // What somebody has on their disk is nobody else's business.
+    if (std::filesystem::create_directories(folder, error)) {
+        std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
+    }
+    if (error) fn::File::handleErrno(path, error.value());
+}
+
+} // namespace
+
+LibraryService::LibraryService(ipc::Worker& worker) : CallableObjectInstance(worker) { }
+LibraryService::~LibraryService() = default;
+
+fn::AutoPtr<ipc::ObjectReference> LibraryService::createReference(ipc::ObjectReferenceInitializer& initializer)
+{
+    return fn::makeAuto<Library>(initializer);
+}
+
+void LibraryService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
+{
+    try {
+        if (name == "open")
+            open(context, argument.string());
+        else
+            sendResult(context, answer(name, argument));
+    } catch (...) {
+        sendError(context, std::current_exception());
+    }
+}
+
+fn::Value LibraryService::answer(const fn::String& name, const fn::Value& argument)
+{
+    if (name == "beginScan") return catalogue().beginScan(argument.string()).toValue();
+    if (name == "finishScan") return catalogue().finishScan(ScanId::fromValue(argument)).toValue();
+
+    const auto scan = ScanId::fromValue(argument.at("scan"));
+    const auto& files = argument.at("files");
+    if (name == "compare") {
+        const auto positions = catalogue().compare(scan, fromValues<FoundFile>(files));
+        return fn::Value::Array(positions.begin(), positions.end());
+    }
+    if (name == "store") {
+        catalogue().store(scan, fromValues<ScannedFile>(files));
+        return {};
+    }
+    throw fn::RuntimeException("The library has no method " + name);
+}
+
+MediaLibrary& LibraryService::catalogue()
+{
+    if (!_catalogue) throw fn::RuntimeException("The catalogue has not been opened");
+    return *_catalogue;
+}
+
+void LibraryService::open(const CallContext& context, const fn::String& dataFolder)
+{
+    _nextAttempt.invalidate();
+    _catalogue.reset();
+    _lock.reset();
+    makeFolder(dataFolder);
+    _lock = std::make_unique<CatalogueLock>(dataFolder + "/catalogue.lock");
+    openOnceFree(context, dataFolder, lockAttempts);
+}
+
+void LibraryService::openOnceFree(const CallContext& context, const fn::String& dataFolder, int attemptsLeft)
+{
+    try {
+        if (_lock->tryLock()) {
+            auto catalogue = std::make_unique<MediaLibrary>(dataFolder + "/catalogue.sqlite");
+            catalogue->open();
+            _catalogue = std::move(catalogue);
+            sendResult(context, {});
+        } else if (attemptsLeft == 0) {
+            throw fn::with(
+                fn::RuntimeException("The catalogue is in use by another run", fn::Exception::StackTrace::None),
+                fn::PathInfo { dataFolder });
+        } else {
+            _nextAttempt = loop().schedule(lockInterval,
+                [this, context, dataFolder, attemptsLeft] { openOnceFree(context, dataFolder, attemptsLeft - 1); });
+        }
+    } catch (...) {
+        sendError(context, std::current_exception());
+    }
+}
+
+} // namespace media

@@ -1,0 +1,29 @@
+#pragma once
+#include "core/ipc/object/callable_object_instance.h"
+#include "library/catalogue_lock.h"
+#include "library/media_library.h"
+#include <memory>
+
+namespace media {
+
+/// The library where it lives. See `Library` for what its methods mean.
+class LibraryService final : public ipc::CallableObjectInstance {
+public:
+    explicit LibraryService(ipc::Worker& worker);
+    ~LibraryService() override;
+
+private:
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
+
+    fn::Value answer(const fn::String& name, const fn::Value& argument);
+    void open(const CallContext& context, const fn::String& dataFolder);
+    void openOnceFree(const CallContext& context, const fn::String& dataFolder, int attemptsLeft);
+    MediaLibrary& catalogue();
+
+    std::unique_ptr<CatalogueLock> _lock;
+    std::unique_ptr<MediaLibrary> _catalogue; // Null until opened. Goes before its lock.
+    fn::Handle _nextAttempt; // To get hold of the lock.
+};
+
+} // namespace media

@@ -1,0 +1,34 @@
+#pragma once
+#include "api/scan_types.h"
+#include "core/data_util.h"
+#include <set>
+#include <string>
+
+namespace media {
+
+/// The catalogue: which files there are in the folders that were scanned, and what they hold. What each operation changes
+/// is changed in one transaction. Errors: `sqlite::SQLiteException`; a damaged file is removed, so that the next opening
+/// starts anew. Belongs to one thread.
+class MediaLibrary final : public core::DatabaseAccess {
+public:
+    explicit MediaLibrary(const fn::String& path);
+    ~MediaLibrary() override;
+
+    void open(); ///< Shows early whether the file can be used.
+    ScanId beginScan(const fn::String& folder);
+    std::vector<std::size_t> compare(const ScanId& scan, const std::vector<FoundFile>& files);
+    void store(const ScanId& scan, const std::vector<ScannedFile>& files);
+    Totals finishScan(const ScanId& scan);
+
+private:
+    void initSchema() override;
+    void onDatabaseReady() override;
+
+    template <typename Work> auto inTransaction(Work work);
+    void forgetOthers(const ScanId& scan);
+    void sumUp(const ScanId& scan, Totals& totals);
+    void sumUpKinds(const ScanId& scan, Totals& totals);
+    void nameUnreadable(const ScanId& scan, Totals& totals);
+};
+
+} // namespace media

@@ -1,0 +1,67 @@
+#pragma once
+#include "api/library.h"
+#include "api/scan_observer.h"
+#include "foundation/ref_counted.h"
+#include "scanner/folder_walk.h"
+#include <deque>
+#include <memory>
+
+namespace media {
+
+struct ScanOrder {
+    fn::String folder;
+    ScanId scan;
+    fn::AutoPtr<Library> library;
+    fn::AutoPtr<ScanObserver> observer;
+};
+
+/// One scan. First the folder is walked, then its files go through in batches:
+///
+///     compared by the library -> the changed ones read here -> stored by the library -> seen by the observer
+///
+/// A few batches are under way at a time, so nobody is sent more than he keeps up with. The work is done in slices of a few
+/// milliseconds, between which the loop attends to everything else.
+class ScanJob final : public fn::RefCountedObject {
+public:
+    ScanJob(fn::RunLoop& loop, ScanOrder order); ///< `fn::FileException` if the folder cannot be read.
+
+    fn::Promise<PathSample> start(); ///< Once. The folders that could not be read.
+    void cancel(); ///< Nothing is read, sent or answered any more.
+
+private:
+    struct Batch;
+    using BatchPointer = std::shared_ptr<Batch>;
+
+    ~ScanJob() override;
+
+    void schedule();
+    void runSlice();
+    bool workOn();
+    void tellFound();
+    void endWalk();
+    void beginBatches();
+    void beginBatch();
+    void onCompared(const BatchPointer& batch, std::vector<std::size_t>&& changed);
+    void readNext();
+    void onStored(std::size_t files);
+    void onSeen();
+    void fail(std::exception_ptr failure);
+    ScanProgress progress() const;
+
+    fn::RunLoop& _loop;
+    const ScanOrder _order;
+    const fn::Promise<PathSample> _outcome;
+    FolderWalk _walk;
+    bool _walking = true;
+    bool _ended = false;
+    bool _isScheduled = false; // A slice is posted.
+    bool _isTelling = false; // The observer has not answered yet what was found.
+    fn::Duration _lastTold; // When.
+    std::size_t _batchFiles = 0;
+    std::size_t _next = 0; // The first file that is in no batch.
+    std::size_t _done = 0;
+    int _underWay = 0; // Batches.
+    std::deque<BatchPointer> _toRead;
+};
+
+} // namespace media

@@ -1,0 +1,24 @@
+// Reads folders, in a process of its own: a file that brings it down brings down nothing else.
+#include "api/log_output.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/run_module.h"
+#include "scanner/scanner_service.h"
+
+namespace media {
+
+class ScannerModule final : public ipc::Module {
+public:
+    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data) { adoptLogOutput(); }
+
+    void onConnected() override
+    {
+        worker().registerObjectReferenceClass<Library>();
+        worker().registerObjectReferenceClass<ScanObserver>();
+        worker().registry()->registerObject(fn::makeAuto<ScannerService>(worker()), 0);
+    }
+    void onAboutToQuit() override { terminate(); }
+};
+
+} // namespace media
+
+IPC_MODULE_ENTRY_POINT(media::ScannerModule, "Scanner")

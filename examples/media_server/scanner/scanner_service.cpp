@@ -1,0 +1,55 @@
+#include "scanner/scanner_service.h"
+#include "api/scanner.h"
+#include "foundation/exceptions.h"
+
+namespace media {
+
+ScannerService::ScannerService(ipc::Worker& worker) : CallableObjectInstance(worker) { }
+
+ScannerService::~ScannerService()
+{
+    if (_job) _job->cancel();
+}
+
+fn::AutoPtr<ipc::ObjectReference> ScannerService::createReference(ipc::ObjectReferenceInitializer& initializer)
+{
+    return fn::makeAuto<Scanner>(initializer);
+}
+
+void ScannerService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
+{
+    try {
+        if (name != "scan") throw fn::RuntimeException("The scanner has no method " + name);
+        scan(context, argument);
+    } catch (...) {
+        sendError(context, std::current_exception());
+    }
+}
+
+void ScannerService::scan(const CallContext& context, const fn::Value& argument)
+{
+    if (_job) throw fn::RuntimeException("Another folder is being scanned", fn::Exception::StackTrace::None);
+    const auto job = fn::makeAuto<ScanJob>(loop(),
+        ScanOrder { argument.at("folder").string(), ScanId::fromValue(argument.at("scan")),
+            argument.at("library").object<Library>(), argument.at("observer").object<ScanObserver>() });
+    _job = job;
+    _caller = context;
+    job->start().then(
+        [self = fn::AutoPtr(this), context](PathSample&& unreadable) {
+            self->_job.reset();
+            self->sendResult(context, unreadable.toValue());
+        },
+        [self = fn::AutoPtr(this), context](std::exception_ptr failure) {
+            self->_job.reset();
+            self->sendError(context, failure);
+        });
+}
+
+void ScannerService::onMethodCallCancelled(const CallContext& context)
+{
+    if (!_job || context != _caller) return;
+    _job->cancel();
+    _job.reset();
+}
+
+} // namespace media

@@ -1,0 +1,19 @@
+#pragma once
+#include "api/application.h"
+#include "core/app_info.h"
+#include <optional>
+
+namespace media {
+
+/// The command line.
+struct Options {
+    RunOptions run; ///< `dataFolder` is empty where none was named.
+    core::AppInfo::App app = core::AppInfo::App::Skyfold;
+    std::optional<int> logPriority;
+};
+
+/// The options, or the exit code where nothing is to be run: help was asked for, or the command line is wrong. That has
+/// been printed then.
+std::optional<int> parseOptions(int argc, char** argv, Options& options);
+
+} // namespace media
