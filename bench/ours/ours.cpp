@@ -1,0 +1,262 @@
+// Our side: what a developer would write for these jobs, against the public interface.
+#include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/worker/worker.h"
+#include "driver/call_load.h"
+#include "driver/event_load.h"
+#include "driver/stamp.h"
+#include "foundation/uv/loop.h"
+#include <fmt/format.h>
+#include <functional>
+
+namespace bench::ours { // Not unnamed: the names of reference classes travel on the wire.
+
+fn::ByteArray stamped(std::uint64_t number, std::size_t size)
+{
+    fn::ByteArray body;
+    body.resizeUninitialized(size);
+    stamp({ body.mutableData(), size }, number);
+    return body;
+}
+
+auto failing(const char* action)
+{
+    return [action](std::exception_ptr exception) {
+        try {
+            std::rethrow_exception(exception);
+        } catch (const std::exception& error) {
+            fail(fmt::format("{}: {}", action, error.what()));
+        }
+    };
+}
+
+/// A process at the hub.
+class Participant final : ipc::Worker::Delegate {
+public:
+    explicit Participant(const Options& options)
+        : _worker(*this, _loop, fn::String(options.text("address")), fn::String(options.role()), {}, false)
+    {
+    }
+
+    ipc::Worker& worker() { return _worker; }
+
+    /// Runs for the life of the process.
+    void run(std::function<void()> onConnected)
+    {
+        _onConnected = std::move(onConnected);
+        _worker.connect();
+        _loop.run();
+    }
+
+    /// Finds the object of that class and hands it over once.
+    template <typename T> void find(std::function<void(const fn::AutoPtr<T>&)> onFound)
+    {
+        _worker.registerObjectReferenceClass<T>();
+        _worker.registry()
+            ->template getInstance<T>(fn::Duration::seconds(10))
+            .then(std::move(onFound), failing("getInstance"));
+    }
+
+    void publish(const fn::AutoPtr<ipc::ObjectInstance>& instance)
+    {
+        _worker.registry()->registerObject(instance, 0).then([] { announceReady(); }, failing("registerObject"));
+    }
+
+private:
+    void workerDidConnect(ipc::Worker&) override { _onConnected(); }
+    bool wantsIdleTermination(ipc::Worker&) override { return false; }
+    bool workerCanTerminate(ipc::Worker&) override { return false; }
+    void workerRequestsTermination(ipc::Worker&) override { }
+    void aboutToQuit(ipc::Worker&) override { fail("the hub has gone"); }
+
+    fn::uv::Loop _loop;
+    ipc::Worker _worker;
+    std::function<void()> _onConnected;
+};
+
+class EchoReference final : public ipc::CallableObjectReference {
+public:
+    using CallableObjectReference::CallableObjectReference;
+};
+
+class Echo final : public ipc::CallableObjectInstance {
+public:
+    Echo(ipc::Worker& worker, const Options& options)
+        : CallableObjectInstance(worker),
+          _resultBytes(options.count("result_bytes"))
+    {
+    }
+
+protected:
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<EchoReference>(initializer);
+    }
+
+    void onMethodCall(const CallContext& context, const fn::String&, const fn::Value& argument) override
+    {
+        sendResult(context, stamped(answerTo(readStamp(argument.byteArray().bytes())), _resultBytes));
+    }
+
+private:
+    const std::size_t _resultBytes;
+};
+
+class FeedReference final : public ipc::CallableObjectReference {
+public:
+    using CallableObjectReference::CallableObjectReference;
+    std::function<void(const fn::Value& body)> heard;
+
+protected:
+    void onEvent(const fn::String&, const fn::Value& body) override { heard(body); }
+};
+
+class Feed final : public ipc::CallableObjectInstance {
+public:
+    Feed(ipc::Worker& worker, const Options& options)
+        : CallableObjectInstance(worker),
+          _load(options, [this](std::span<const std::uint8_t> body) {
+              broadcastEvent("event", fn::ByteArray(body.data(), body.size()));
+          })
+    {
+    }
+
+protected:
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<FeedReference>(initializer);
+    }
+
+    void onMethodCall(const CallContext& context, const fn::String&, const fn::Value& argument) override
+    {
+        sendResult(context, {});
+        _load.acknowledged(argument.at("index").to<std::uint64_t>(), argument.at("events").to<std::uint64_t>());
+    }
+
+private:
+    EventLoad _load;
+};
+
+/// Puts a load of calls on an Echo, near or far.
+class Caller {
+public:
+    explicit Caller(const Options& options)
+        : _argumentBytes(options.count("argument_bytes")),
+          _load(options, [this](std::uint64_t number) { call(number); })
+    {
+    }
+
+    void start(const fn::AutoPtr<ipc::CallableObjectReference>& echo)
+    {
+        if (!echo) fail("the registry has given another class");
+        _echo = echo;
+        _load.start();
+    }
+
+private:
+    void call(std::uint64_t number)
+    {
+        _echo->callMethod("echo", stamped(number, _argumentBytes))
+            .then(
+                [this, number](const fn::Value& result) {
+                    if (readStamp(result.byteArray().bytes()) != answerTo(number)) fail("a wrong result arrived");
+                    _load.answered(number);
+                },
+                failing("call"));
+    }
+
+    const std::size_t _argumentBytes;
+    CallLoad _load;
+    fn::AutoPtr<ipc::CallableObjectReference> _echo;
+};
+
+void runIdle(const Options& options)
+{
+    Participant participant(options);
+    participant.run([] { announceReady(); });
+}
+
+void runOwner(const Options& options)
+{
+    Participant owner(options);
+    owner.run([&] { owner.publish(fn::makeAuto<Echo>(owner.worker(), options)); });
+}
+
+void runCaller(const Options& options)
+{
+    Participant participant(options);
+    Caller caller(options);
+    participant.run([&] {
+        participant.find<EchoReference>([&](const fn::AutoPtr<EchoReference>& echo) {
+            announceReady();
+            caller.start(echo);
+        });
+    });
+}
+
+void runLocal(const Options& options)
+{
+    Participant participant(options);
+    Caller caller(options);
+    participant.run([&] {
+        announceReady();
+        caller.start(
+            fn::dynamicCast<EchoReference>(fn::makeAuto<Echo>(participant.worker(), options)->localReference()));
+    });
+}
+
+void runPublisher(const Options& options)
+{
+    Participant publisher(options);
+    publisher.run([&] { publisher.publish(fn::makeAuto<Feed>(publisher.worker(), options)); });
+}
+
+void runSubscriber(const Options& options)
+{
+    Participant subscriber(options);
+    EventCount count(options);
+    const auto index = options.count("index");
+    subscriber.run([&] {
+        subscriber.find<FeedReference>([&](const fn::AutoPtr<FeedReference>& feed) {
+            if (!feed) fail("the registry has given another class");
+            // The reference holds itself through this; it is used as long as the process lives.
+            const auto acknowledge = [feed, index](std::uint64_t events) {
+                feed->callMethod("acknowledge", fn::Value::map({ { "index", index }, { "events", events } }))
+                    .then([](const fn::Value&) {}, failing("acknowledge"));
+            };
+            feed->heard = [&count, acknowledge](const fn::Value& body) {
+                if (const auto events = count.received(body.byteArray().bytes())) acknowledge(*events);
+            };
+            announceReady();
+            acknowledge(0);
+        });
+    });
+}
+
+void run(const Options& options)
+{
+    const auto& role = options.role();
+    if (role == "idle")
+        runIdle(options);
+    else if (role == "owner")
+        runOwner(options);
+    else if (role == "caller")
+        runCaller(options);
+    else if (role == "local")
+        runLocal(options);
+    else if (role == "publisher")
+        runPublisher(options);
+    else if (role == "subscriber")
+        runSubscriber(options);
+    else
+        fail("no such role: " + role);
+}
+
+} // namespace bench::ours
+
+int main(int argc, char** argv)
+{
+    bench::ours::run(bench::Options(argc, argv));
+    return 1; // A role runs until it is killed.
+}

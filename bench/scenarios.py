@@ -1,0 +1,169 @@
+"""What is measured. A scenario runs one system once and gives its metrics."""
+
+import os
+from dataclasses import dataclass
+
+import processes
+from processes import BenchError, Stage
+
+
+@dataclass
+class Goal:
+    baseline: str  # A system's name.
+    relation: str  # "at most" or "at least" so many times the baseline's.
+    factor: float
+
+    def met(self, ratio):
+        return ratio <= self.factor if self.relation == "at most" else ratio >= self.factor
+
+    def __str__(self):
+        sign = "<=" if self.relation == "at most" else ">="
+        return f"{sign} {self.factor:g} {self.baseline}"
+
+
+@dataclass
+class Metric:
+    key: str
+    label: str
+    unit: str
+    goal: Goal | None = None
+
+
+# A driver answers within its time plus this, or is taken for hung.
+PATIENCE = 30
+
+
+@dataclass
+class Timing:
+    seconds: float
+
+    def parameters(self):
+        return {"seconds": self.seconds, "warmup": self.seconds / 4}
+
+    @property
+    def limit(self):
+        return self.seconds * 1.25 + PATIENCE
+
+
+class Calls:
+    """One caller, one owner, so many calls in flight."""
+
+    def __init__(self, name, metrics, window, argument_bytes=16, timed=False):
+        self.name = name
+        self.metrics = metrics
+        self.frames_like = name if argument_bytes != 16 else "latency"
+        self._argument_bytes = argument_bytes
+        self._parameters = {"window": window, "argument_bytes": argument_bytes, "result_bytes": 16, "timed": int(timed)}
+
+    def run(self, system, timing, frames):
+        with Stage(system, self.name) as stage:
+            result, *_ = self._play(stage, timing, frames)
+        result["megabytes"] = result["rate"] * self._argument_bytes / 1e6
+        return result
+
+    def measure_frames(self, system, timing):
+        """Sizes of the frames, length field included, that a system sends for the argument and for the result."""
+        with Stage(system, self.name) as stage:
+            result, caller, owner = self._play(stage, timing, {})
+            sent = {"argument_frame": processes.bytes_written(caller), "result_frame": processes.bytes_written(owner)}
+            return {key: round(size / result["calls"]) for key, size in sent.items()}
+
+    def _play(self, stage, timing, frames):
+        parameters = {**self._parameters, **frames, **timing.parameters()}
+        stage.start("hub")
+        owner = stage.start("owner", **parameters)
+        caller = stage.start("caller", **parameters)
+        return processes.report(caller, timing.limit), caller, owner
+
+
+class Events:
+    """One publisher, so many subscribers, each in its own process."""
+
+    def __init__(self, name, metrics, subscribers, event_bytes, window):
+        self.name = name
+        self.metrics = metrics
+        self.frames_like = name
+        self._subscribers = subscribers
+        self._parameters = {"subscribers": subscribers, "event_bytes": event_bytes, "window": window}
+
+    def run(self, system, timing, frames):
+        with Stage(system, self.name) as stage:
+            return self._play(stage, timing, frames)[0]
+
+    def measure_frames(self, system, timing):
+        with Stage(system, self.name) as stage:
+            result, publisher = self._play(stage, timing, {})
+            return {"event_frame": round(processes.bytes_written(publisher) / result["published"])}
+
+    def _play(self, stage, timing, frames):
+        parameters = {**self._parameters, **frames, **timing.parameters()}
+        stage.start("hub")
+        publisher = stage.start("publisher", **parameters)
+        subscribers = [stage.start("subscriber", index=i, **parameters) for i in range(self._subscribers)]
+        result = processes.report(publisher, timing.limit)
+        counts = [processes.report(subscriber, PATIENCE)["events"] for subscriber in subscribers]
+        if any(count != result["published"] for count in counts):
+            raise BenchError(f"{result['published']} events published, {counts} received")
+        return result, publisher
+
+
+class Memory:
+    """What the hub and a worker without work weigh."""
+
+    frames_like = None
+
+    def __init__(self, name, metrics):
+        self.name = name
+        self.metrics = metrics
+
+    def run(self, system, timing, frames):
+        with Stage(system, self.name) as stage:
+            hub = stage.start("hub")
+            idle = stage.start("idle")
+            sizes = {"hub": processes.memory(hub), "worker": processes.memory(idle)}
+        return {f"{who}_{kind}": kib / 1024 for who, kinds in sizes.items() for kind, kib in kinds.items()}
+
+
+class Local:
+    """Calls inside one process, one at a time, no hub between them."""
+
+    frames_like = None
+
+    def __init__(self, name, metrics):
+        self.name = name
+        self.metrics = metrics
+
+    def run(self, system, timing, frames):
+        with Stage(system, self.name) as stage:
+            stage.start("hub")
+            caller = stage.start("local", window=1, timed=0, argument_bytes=16, result_bytes=16, **timing.parameters())
+            result = processes.report(caller, timing.limit)
+        return {"nanoseconds": 1e9 / result["rate"]}
+
+
+SCENARIOS = [
+    Calls("latency", window=1, timed=True, metrics=[
+        Metric("median_us", "one call at a time, median", "us", Goal("F1", "at most", 1.5)),
+        Metric("p99_us", "one call at a time, 99th percentile", "us")]),
+    Calls("calls-100", window=100, metrics=[
+        Metric("rate", "100 calls in flight", "calls/s", Goal("F1", "at least", 1))]),
+    Calls("calls-1000", window=1000, metrics=[
+        Metric("rate", "1000 calls in flight", "calls/s")]),
+    Calls("large", window=4, argument_bytes=1 << 20, metrics=[
+        Metric("megabytes", "1 MiB arguments, 4 in flight", "MB/s", Goal("F2", "at least", 0.5))]),
+    Events("events", subscribers=8, event_bytes=64, window=1024, metrics=[
+        Metric("rate", "1 publisher to 8 subscribers", "events/s", Goal("F1", "at least", 3))]),
+    Memory("memory", metrics=[
+        Metric("hub_pss", "hub, PSS", "MiB"),
+        Metric("hub_private_dirty", "hub, private dirty", "MiB"),
+        Metric("worker_pss", "idle worker, PSS", "MiB"),
+        Metric("worker_private_dirty", "idle worker, private dirty", "MiB")]),
+    Local("local", metrics=[
+        Metric("nanoseconds", "call through a local reference", "ns")]),
+]
+
+
+def machine():
+    with open("/proc/loadavg") as file:
+        load = float(file.read().split()[0])
+    return {"cores": len(os.sched_getaffinity(0)), "kernel": os.uname().release, "load": load}

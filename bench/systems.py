@@ -1,0 +1,66 @@
+"""What is compared. A system is a driver program with the common command line (README.md), or a class of its own."""
+
+import os
+
+
+class System:
+    """A system whose every role, the hub among them, is played by one driver program."""
+
+    def __init__(self, name, title, program, **options):
+        self.name = name
+        self.title = title
+        self._program = program
+        self._options = options
+
+    def configure(self, programs):
+        """`programs`: the folder of the built programs."""
+        self._programs = programs
+
+    def environment(self, directory):
+        """`directory` is empty, private and removed afterwards. Nothing of the user's is touched."""
+        return {**os.environ, "XDG_RUNTIME_DIR": directory, "HOME": directory}
+
+    def command(self, role, scenario, parameters):
+        pairs = {**self._options, **parameters}
+        program = os.path.join(self._programs, self._program)
+        return [program, role, scenario, *(f"{key}={value}" for key, value in pairs.items())]
+
+    def ready_prefix(self, role):
+        """How the line starts that says the process is ready."""
+        return "ready"
+
+    def address(self, text):
+        """How the others reach the hub, from what follows `ready_prefix` in its line."""
+        return text
+
+    def takes_part(self, scenario):
+        return True
+
+
+class Ours(System):
+    """The hub is the program that tools use; it prints the path of its socket alone."""
+
+    def command(self, role, scenario, parameters):
+        if role == "hub":
+            return [os.path.join(self._programs, "hub")]
+        return super().command(role, scenario, parameters)
+
+    def ready_prefix(self, role):
+        return "" if role == "hub" else super().ready_prefix(role)
+
+    def address(self, text):
+        return "\\\\.\\pipe\\" + os.path.basename(text)
+
+
+class Floor(System):
+    """A relay of ours without content: nothing to call inside one process."""
+
+    def takes_part(self, scenario):
+        return scenario.name != "local"
+
+
+SYSTEMS = [
+    Ours("ours", "core", "bench_ours"),
+    Floor("F1", "libuv relay, each frame written by itself", "bench_floor", mode="each"),
+    Floor("F2", "libuv relay, one write a loop iteration", "bench_floor", mode="coalesced"),
+]
