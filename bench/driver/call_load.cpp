@@ -21,10 +21,10 @@ double percentile(std::vector<double>& values, double fraction)
 } // namespace
 
 CallLoad::CallLoad(const Options& options, std::function<void(std::uint64_t)> send)
-    : _send(std::move(send))
-    , _window(options.count("window"))
-    , _timed(options.count("timed") != 0)
-    , _schedule(options)
+    : _send(std::move(send)),
+      _window(options.count("window")),
+      _timed(options.count("timed") != 0),
+      _schedule(options)
 {
     if (_timed && _window != 1) fail("only calls that go one at a time are timed");
     if (_timed) _latencies.reserve(1 << 20); // Not while measuring.

@@ -12,11 +12,11 @@ constexpr std::size_t lastMark = stampBytes;
 } // namespace
 
 EventLoad::EventLoad(const Options& options, std::function<void(std::span<const std::uint8_t>)> publish)
-    : _publish(std::move(publish))
-    , _window(options.count("window"))
-    , _received(options.count("subscribers"))
-    , _body(options.count("event_bytes"))
-    , _schedule(options)
+    : _publish(std::move(publish)),
+      _window(options.count("window")),
+      _received(options.count("subscribers")),
+      _body(options.count("event_bytes")),
+      _schedule(options)
 {
     if (_body.size() < 2 * stampBytes + 1) fail("events are too small for what they carry");
 }

@@ -13,8 +13,8 @@ Schedule::Clock::duration duration(double seconds)
 } // namespace
 
 Schedule::Schedule(const Options& options)
-    : _warmUp(duration(options.seconds("warmup")))
-    , _measured(duration(options.seconds("seconds")))
+    : _warmUp(duration(options.seconds("warmup"))),
+      _measured(duration(options.seconds("seconds")))
 {
 }
 

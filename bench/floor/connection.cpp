@@ -23,8 +23,7 @@ uv_buf_t piece(const Bytes& bytes)
 
 } // namespace
 
-Node::Node(WriteMode mode)
-    : _mode(mode)
+Node::Node(WriteMode mode) : _mode(mode)
 {
     require(uv_loop_init(&_loop), "event loop");
     uv_prepare_init(&_loop, &_beforeWaiting);
@@ -44,9 +43,7 @@ void Node::flush()
     _flushing.clear();
 }
 
-Connection::Connection(Node& node)
-    : _node(node)
-    , _inputBytes(leastInputBytes)
+Connection::Connection(Node& node) : _node(node), _inputBytes(leastInputBytes)
 {
     require(uv_pipe_init(&node.loop(), &_pipe, 0), "pipe");
     _pipe.data = _request.data = this;

@@ -33,8 +33,7 @@ WriteMode writeMode(const Options& options)
 /// The relay: knows the participants by the source of their greeting, and passes frames on as they are.
 class Hub {
 public:
-    explicit Hub(const Options& options)
-        : _node(writeMode(options))
+    explicit Hub(const Options& options) : _node(writeMode(options))
     {
         const auto address = options.text("directory") + "/floor";
         require(uv_pipe_init(&_node.loop(), &_listener, 0), "pipe");
@@ -88,10 +87,10 @@ public:
     using OnFrame = std::function<void(const FrameHeader&, std::span<const std::uint8_t> body)>;
 
     Participant(const Options& options, std::uint16_t id)
-        : _node(writeMode(options))
-        , _connection(_node)
-        , _id(id)
-        , _address(options.text("address"))
+        : _node(writeMode(options)),
+          _connection(_node),
+          _id(id),
+          _address(options.text("address"))
     {
     }
 
