@@ -137,6 +137,7 @@ void ByteArray::resizeUninitialized(std::size_t size)
 void ByteArray::append(const void* data, std::size_t size)
 {
     if (size == 0) return;
+    checkSize(size); // The sum must not wrap around.
     const auto newSize = _size + size;
     ByteArray keepSource;
     if (capacity() < newSize) {
