@@ -137,7 +137,7 @@ void ByteArray::resizeUninitialized(std::size_t size)
 void ByteArray::append(const void* data, std::size_t size)
 {
     if (size == 0) return;
-    checkSize(size); // The sum must not wrap around.
+    if (size > largestSize - _size) throw RangeException("Byte array is too long");
     const auto newSize = _size + size;
     ByteArray keepSource;
     if (capacity() < newSize) {
