@@ -32,6 +32,10 @@ endif()
 if(CORE_FUZZ)
     add_compile_options(-fsanitize=fuzzer-no-link) # Coverage for libFuzzer in the libraries too.
 endif()
+# Calls within a library go straight, not through the table for those who would replace its functions.
+add_compile_options($<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
+add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,-Bsymbolic-functions>)
+
 # A missing symbol in a library is an error when the library is linked, not when somebody uses it.
 if(NOT CORE_SANITIZE)
     add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,--no-undefined>)

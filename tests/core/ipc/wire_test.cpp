@@ -5,6 +5,7 @@
 #include "core/ipc/wire/extension_data.h"
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/message_helper.h"
+#include "core/ipc/wire/object_message.h"
 #include "core/typed_byte_array.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
@@ -170,6 +171,61 @@ TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
     EXPECT_EQ(received[1].second, test::frame(large).size() - 4);
     EXPECT_EQ(received[2].first, Value(3));
     EXPECT_EQ(outcomes, std::vector { 0 });
+}
+
+TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
+{
+    const std::string payloads[] = { "", "x", std::string(255, 'a'), std::string(70'000, 'b') };
+    for (const ipc::ObjectId id : { 0ull, 127ull, 128ull, 65'536ull, 1ull << 32, ~0ull }) {
+        for (const auto& payload : payloads) {
+            for (const bool forwarded : { false, true }) {
+                ipc::ObjectMessage message { id, {}, 0xFFFF, fn::ByteArray(payload) };
+                auto map = Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
+                if (forwarded) {
+                    message.source = 300;
+                    map.set(6, 300);
+                }
+                std::string bytes;
+                const auto frame = message.encode(1 << 20);
+                for (const auto& part : frame.parts()) bytes += part.view();
+                ASSERT_EQ(bytes, test::frame(map));
+                const fn::ByteArray body(std::string_view(bytes).substr(4));
+                const auto parsed = ipc::ObjectMessage::parse(body);
+                ASSERT_TRUE(parsed);
+                EXPECT_EQ(parsed->objectId, id);
+                EXPECT_EQ(parsed->target, 0xFFFF);
+                EXPECT_EQ(parsed->payload.view(), payload);
+                EXPECT_EQ(parsed->source, message.source);
+                if (payload.size() > 300) continue;
+                for (std::size_t cut = 0; cut < body.size(); ++cut) {
+                    EXPECT_FALSE(ipc::ObjectMessage::parse(body.slice(0, cut))) << "cut at " << cut;
+                }
+            }
+        }
+    }
+    EXPECT_THROW(ipc::ObjectMessage({ 1, {}, 2, fn::ByteArray(100u) }).encode(50), fn::RangeException);
+}
+
+TEST(ObjectMessage, LeavesEverythingElseToTheGeneralWay)
+{
+    const auto plain = Value::map({ { 1, 4 }, { 5, 9 }, { 7, 2 }, { 8, fn::ByteArray("p") }, { 9, Value(Value::MAP) } });
+    const auto parses = [](const Value& message) {
+        const auto bytes = test::frame(message);
+        return ipc::ObjectMessage::parse(fn::ByteArray(std::string_view(bytes).substr(4))).has_value();
+    };
+    ASSERT_TRUE(parses(plain));
+    const std::pair<int, Value> changes[] = { { 1, 5 }, { 1, "4" }, { 5, -1 }, { 5, "9" }, { 6, -1 }, { 6, 65'536 }, { 7, 65'536 },
+        { 7, {} }, { 8, "p" }, { 9, Value::map({ { 9, "X" } }) }, { 9, {} }, { 10, 1 }, { 77, "unknown" } };
+    for (const auto& [key, value] : changes) {
+        auto changed = plain;
+        changed.set(key, value);
+        EXPECT_FALSE(parses(changed)) << changed.toString().view();
+        changed = plain;
+        if (changed.remove(key)) {
+            EXPECT_FALSE(parses(changed)) << changed.toString().view();
+        }
+    }
+    EXPECT_FALSE(parses("text"));
 }
 
 TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)

@@ -5,6 +5,7 @@
 #include "core/ipc/registry.h"
 #include "core/ipc/registry_impl.h"
 #include "core/ipc/wire/message_dump.h"
+#include "core/ipc/wire/object_message.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
@@ -211,6 +212,25 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
         if (ownerOf(id) != source) continue;
         if (const auto due = _counts.countSent(id)) sendRelease(*due);
     }
+}
+
+/// The plain case of `onMessage()`: nothing is counted.
+void Dispatcher::forward(const Connection& connection, ObjectMessage&& message)
+{
+    message.source = connection->info().workerId;
+    const auto sendTo = [&](const Connection& receiver, const Frame& frame) {
+        receiver->send(frame);
+        receiver->slowDown(connection);
+    };
+    if (message.target != NO_WORKER_ID) {
+        const auto receiver = _workers.find(message.target);
+        if (receiver != _workers.end()) sendTo(receiver->second, message.encode(limits::workerFrameBytes));
+        return;
+    }
+    const auto receivers = receiversOf(message.target, message.objectId);
+    if (receivers.empty()) return;
+    const auto frame = message.encode(limits::workerFrameBytes);
+    for (const auto& receiver : receivers) sendTo(receiver, frame);
 }
 
 void Dispatcher::countObjects(

@@ -13,6 +13,7 @@
 namespace ipc {
 
 class RegistryImpl;
+struct ObjectMessage;
 
 /// The hub of the object system, once in the main process: listens on a local pipe, gives every participant that says HELLO
 /// a WorkerId, routes each message to its receivers, keeps the usage counts that decide when an object may go, pings
@@ -70,6 +71,7 @@ private:
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
+    void forward(const Connection& connection, ObjectMessage&& message);
     void onReferenceRelease(const Connection& connection, const fn::Value& message);
     std::vector<Connection> receiversOf(WorkerId target, ObjectId objectId) const;
     static Frame encodeForwarded(const fn::Value& message, WorkerId source);

@@ -1,5 +1,6 @@
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
+#include "core/ipc/wire/object_message.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
 
@@ -23,6 +24,7 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
         LOG(1, "Received read error {} from {}", status.what(), _info.displayName);
         _dispatcher.onWorkerEOS(self);
     }).detach();
+    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return handlePlainly(body); });
     _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int length) {
         const fn::AutoPtr self(this);
         handle(message, length);
@@ -35,6 +37,21 @@ void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
     _stream->accept(listener);
     _helloTimer = fn::uv::Timer::schedule(_dispatcher._loop, limits::helloTimeout, [this] { onHelloOverdue(); });
     _messageHelper.setStream(_stream);
+}
+
+/// A MESSAGE that mentions no objects and that nobody wants to see in a log: forwarded without a map in between.
+bool Dispatcher::WorkerConnection::handlePlainly(const fn::ByteArray& body)
+{
+    if (_fn_getLoggingCategoryStatic().wants(fn::logging::Debug)) return false;
+    auto message = ObjectMessage::parse(body);
+    if (!message) return false;
+    const fn::AutoPtr self(this);
+    try {
+        _dispatcher.forward(self, std::move(*message));
+    } catch (const std::exception& exception) {
+        _dispatcher.closeConnection(self, exception.what());
+    }
+    return true;
 }
 
 void Dispatcher::WorkerConnection::handle(const fn::Value& message, unsigned int length)

@@ -36,6 +36,7 @@ public:
 private:
     ~WorkerConnection() override = default;
 
+    bool handlePlainly(const fn::ByteArray& body);
     void handle(const fn::Value& message, unsigned int length);
     void onHelloOverdue();
     void onPingDue();

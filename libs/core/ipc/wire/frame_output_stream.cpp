@@ -1,22 +1,30 @@
 #include "core/ipc/wire/frame_output_stream.h"
+#include "foundation/exceptions.h"
 #include <algorithm>
+#include <cstdint>
+#include <fmt/format.h>
 
 namespace ipc {
 namespace {
 
-// Most frames are calls and answers with small arguments: one allocation.
-constexpr std::size_t initialCapacity = 240;
+constexpr std::size_t headerBytes = 4; // The length, little-endian.
 
-// Below this, copying is cheaper than one more element of the vectored write.
+// Most frames are calls and answers with small arguments: one allocation.
+constexpr std::size_t leastCapacity = 112;
+
+// Below this, copying is cheaper than further elements of the vectored write.
 constexpr std::size_t sharedFrom = 16 * 1024;
 
 } // namespace
 
-FrameOutputStream::FrameOutputStream() { startBuffer(initialCapacity); }
+FrameOutputStream::FrameOutputStream(std::size_t expectedBytes)
+{
+    startBuffer(leastCapacity + (expectedBytes < sharedFrom ? expectedBytes : 0));
+    _window += headerBytes;
+}
 
 void FrameOutputStream::startBuffer(std::size_t capacity)
 {
-    _buffer = fn::ByteArray();
     _buffer.resizeUninitialized(capacity);
     _window = _buffer.mutableData();
     _windowEnd = _window + capacity;
@@ -24,47 +32,45 @@ void FrameOutputStream::startBuffer(std::size_t capacity)
 
 void FrameOutputStream::endBuffer()
 {
+    if (!_window) return;
     _buffer.resizeUninitialized(static_cast<std::size_t>(_window - _buffer.data()));
     _finishedBytes += _buffer.size();
-    if (!_buffer.empty()) _parts.push_back(std::move(_buffer));
-    _buffer = fn::ByteArray();
+    _frame.add(std::exchange(_buffer, {}));
     _window = _windowEnd = nullptr;
-}
-
-std::size_t FrameOutputStream::size() const noexcept
-{
-    return _finishedBytes + (_window ? static_cast<std::size_t>(_window - _buffer.data()) : 0);
 }
 
 void FrameOutputStream::writeSlow(const void* data, std::size_t size)
 {
     if (size == 0) return;
     const auto used = _window ? static_cast<std::size_t>(_window - _buffer.data()) : 0;
-    const auto capacity = std::max({ initialCapacity, _buffer.size() * 2, used + size });
-    _buffer.resizeUninitialized(capacity);
-    _window = _buffer.mutableData() + used;
-    _windowEnd = _buffer.mutableData() + capacity;
+    startBuffer(std::max({ leastCapacity, _buffer.size() * 2, used + size }));
+    _window += used;
     write(data, size);
 }
 
 void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
 {
-    if (bytes.size() < sharedFrom) {
+    if (bytes.size() < sharedFrom || _frame.count() > 0) {
         write(bytes.data(), bytes.size());
         return;
     }
     endBuffer();
     _finishedBytes += bytes.size();
-    _parts.push_back(bytes);
+    _frame.add(bytes);
 }
 
-std::vector<fn::ByteArray> FrameOutputStream::finish()
+Frame FrameOutputStream::finish(std::size_t maxBytes)
 {
-    if (_window) endBuffer();
-    const auto length = static_cast<std::uint32_t>(_finishedBytes - 4);
-    auto* header = _parts.front().mutableData();
-    for (int byte = 0; byte < 4; ++byte) header[byte] = static_cast<std::uint8_t>(length >> (8 * byte));
-    return std::move(_parts);
+    endBuffer();
+    const auto bodyBytes = _finishedBytes - headerBytes;
+    const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
+    if (bodyBytes > bound) {
+        throw fn::RangeException(fmt::format(
+            "A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
+    }
+    auto* header = _frame.front().mutableData();
+    for (std::size_t byte = 0; byte < headerBytes; ++byte) header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
+    return std::move(_frame);
 }
 
 } // namespace ipc

@@ -7,7 +7,6 @@
 #include "foundation/mpack/serializer.h"
 #include <algorithm>
 #include <cerrno>
-#include <fmt/format.h>
 #include <optional>
 
 namespace ipc {
@@ -49,24 +48,17 @@ void MessageHelper::setStream(fn::AutoPtr<fn::uv::Stream> stream)
 Frame MessageHelper::encode(const fn::Value& value, std::size_t maxBytes)
 {
     FrameOutputStream stream;
-    stream.write("\0\0\0\0", headerBytes);
     fn::mpack::Serializer(stream).serialize(value);
-    const auto bodyBytes = stream.size() - headerBytes;
-    const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
-    if (bodyBytes > bound) {
-        throw fn::RangeException(fmt::format(
-            "A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
-    }
-    return stream.finish();
+    return stream.finish(maxBytes);
 }
 
 void MessageHelper::send(const fn::Value& value, Completion completion, std::size_t maxBytes)
 {
     auto& stream = *_stream;
-    stream.write(encode(value, maxBytes), std::move(completion));
+    stream.write(encode(value, maxBytes).parts(), std::move(completion));
 }
 
-void MessageHelper::send(const Frame& frame) { _stream->write(frame); }
+void MessageHelper::send(const Frame& frame) { _stream->write(frame.parts()); }
 
 void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
 {
@@ -116,7 +108,7 @@ bool MessageHelper::readSome(const std::uint8_t*& data, std::size_t& size)
 bool MessageHelper::deliver()
 {
     const auto isAlive = _isAlive;
-    {
+    if (!_frameHandler || !_frameHandler(_body)) {
         const auto value = decode(_body);
         if (!value) {
             fail(-EPROTO);

@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/wire/frame.h"
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"
@@ -6,12 +7,8 @@
 #include <cstdint>
 #include <folly/Function.h>
 #include <memory>
-#include <vector>
 
 namespace ipc {
-
-/// An encoded frame, as parts that follow one another on the stream.
-using Frame = std::vector<fn::ByteArray>;
 
 /// Frames on a byte stream: a 4-byte little-endian length, then one MessagePack value of that many bytes.
 ///
@@ -45,6 +42,10 @@ public:
     static Frame encode(const fn::Value& value, std::size_t maxBytes = UINT32_MAX);
     void send(const Frame& frame);
 
+    /// Sees the body of each frame before it is decoded; what it takes (true) is not decoded and not signalled. It does not
+    /// throw. For messages that need no general map.
+    void setFrameHandler(folly::Function<bool(const fn::ByteArray& body)> handler) { _frameHandler = std::move(handler); }
+
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
     fn::Signal<const fn::Value&, unsigned int>& onMessage() { return _onMessage; } ///< A value and the length of its body.
@@ -62,6 +63,7 @@ private:
     fn::Signal<> _onEOS;
     fn::Signal<fn::uv::Status> _onReadError;
     fn::Signal<const fn::Value&, unsigned int> _onMessage;
+    folly::Function<bool(const fn::ByteArray&)> _frameHandler;
     std::size_t _maxReadBytes;
     bool _failed = false;
     const std::shared_ptr<bool> _isAlive = std::make_shared<bool>(true); // Asked after each signal.

@@ -2,6 +2,7 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/registry.h"
+#include "core/ipc/wire/object_message.h"
 #include "core/ipc/worker/idle_termination.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
@@ -42,6 +43,7 @@ Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath
     , _messageHelper(limits::workerFrameBytes)
     , _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
 {
+    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return onFrame(body); });
     _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int) { onMessage(message); }).detach();
     _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
     _messageHelper.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
@@ -129,14 +131,33 @@ void Worker::onMessage(const fn::Value& message)
     }
 }
 
+/// The plain case of a MESSAGE, without a map in between. Anything else is left to `onMessage()`.
+bool Worker::onFrame(const fn::ByteArray& body)
+{
+    const auto message = ObjectMessage::parse(body);
+    if (!message || !message->source) return false;
+    try {
+        deliver(message->objectId, *message->source, [&] { return _objectManager->decode(message->payload, {}); });
+    } catch (...) {
+        fn::unhandledException();
+    }
+    return true;
+}
+
 void Worker::onObjectMessage(const fn::Value& message)
 {
-    const auto manager = _objectManager; // A receiver may destroy this worker.
     const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
     const auto source = message.at(field::SOURCE_WORKER_ID).to<WorkerId>();
+    deliver(objectId, source, [&] { return _objectManager->decode(message); });
+}
+
+/// Hands the payload that `decode` gives to the object concerned.
+template <typename Decode> void Worker::deliver(ObjectId objectId, WorkerId source, Decode decode)
+{
+    const auto manager = _objectManager; // A receiver may destroy this worker.
     manager->workerIsAlive(source);
-    const auto payload = manager->decode(message);
-    if (ownerOf(objectId) == workerId()) {
+    const auto payload = decode();
+    if (ownerOf(objectId) == manager->workerId()) {
         if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
     } else if (const auto reference = manager->reference(objectId)) {
         reference->onMessage(payload);
@@ -154,11 +175,14 @@ void Worker::onInstanceRelease(const fn::Value& message)
     _idleTermination->scheduleTermination();
 }
 
+std::size_t Worker::maxSendBytes() const
+{
+    return workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
+}
+
 void Worker::sendMessageToDispatcher(const fn::Value& message)
 {
-    if (_hasEnded) return;
-    const auto maxBytes = workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
-    _messageHelper.send(message, {}, maxBytes);
+    if (!_hasEnded) _messageHelper.send(message, {}, maxSendBytes());
 }
 
 void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
@@ -166,6 +190,10 @@ void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::V
     if (_hasEnded) return;
     fn::Value objects;
     auto bytes = _objectManager->encode(payload, objects);
+    if (objects.isNil()) {
+        _messageHelper.send(ObjectMessage { objectId, {}, target, std::move(bytes) }.encode(maxSendBytes()));
+        return;
+    }
     sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::MESSAGE }, { field::OBJECT_ID, objectId },
         { field::TARGET_WORKER_ID, target }, { field::PAYLOAD, std::move(bytes) }, { field::OBJECTS, objects } }));
     _objectManager->countSent(objects);

@@ -91,7 +91,9 @@ private:
 
     void onConnected(const fn::uv::Status& status);
     void onMessage(const fn::Value& message);
+    bool onFrame(const fn::ByteArray& body);
     void onObjectMessage(const fn::Value& message);
+    template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
     void onInstanceRelease(const fn::Value& message);
     void onConnectionLost();
     void tellAboutToQuit();
@@ -100,6 +102,7 @@ private:
     /// sent or counted. Does nothing while there is no connection.
     void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
     void sendMessageToDispatcher(const fn::Value& message);
+    std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
 
     std::unique_ptr<IdleTermination> _idleTermination;
     Delegate& _delegate;

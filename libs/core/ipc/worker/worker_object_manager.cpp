@@ -110,7 +110,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 
 fn::ByteArray WorkerObjectManager::encode(const fn::Value& payload, fn::Value& objects)
 {
-    objects = fn::Value(fn::Value::MAP);
+    objects = {};
     const ObjectsScope scope(_objects, objects);
     fn::ByteArray bytes;
     fn::ByteArrayOutputStream stream(bytes);
@@ -161,20 +161,25 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
 
 fn::Value WorkerObjectManager::decode(const fn::Value& message)
 {
-    const auto* bytes = message.find(field::PAYLOAD);
-    if (!bytes) return {};
-    auto objects = message.at(field::OBJECTS);
+    const auto* payload = message.find(field::PAYLOAD);
+    if (!payload) return {};
+    const auto& objects = message.at(field::OBJECTS);
+    return decode(payload->byteArray(), objects);
+}
+
+fn::Value WorkerObjectManager::decode(const fn::ByteArray& payload, fn::Value objects)
+{
     const ObjectsScope scope(_objects, objects);
-    fn::Value payload;
+    fn::Value decoded;
     try {
-        fn::MemoryInputStream stream(bytes->byteArray());
-        if (auto value = fn::mpack::Deserializer(stream, this).deserialize()) payload = std::move(*value);
+        fn::MemoryInputStream stream(payload);
+        if (auto value = fn::mpack::Deserializer(stream, this).deserialize()) decoded = std::move(*value);
     } catch (...) {
         countReceived(objects); // The dispatcher has counted them, so their release must tell them.
         throw;
     }
     countReceived(objects);
-    return payload;
+    return decoded;
 }
 
 void WorkerObjectManager::countReceived(const fn::Value& objects)

@@ -50,7 +50,8 @@ public:
         return false;
     }
 
-    /// Encodes a payload; fills `objects` with the shared objects it mentions, by ObjectId, with their class names.
+    /// Encodes a payload; fills `objects` with the shared objects it mentions, by ObjectId, with their class names. Nil if
+    /// there is none.
     fn::ByteArray encode(const fn::Value& payload, fn::Value& objects);
 
     /// The worker's own instances among `objects` have been sent once more.
@@ -58,6 +59,7 @@ public:
 
     /// The payload of a MESSAGE; counts the references that it brought, also where decoding fails.
     fn::Value decode(const fn::Value& message);
+    fn::Value decode(const fn::ByteArray& payload, fn::Value objects); ///< From its two fields.
 
     void workerDied(WorkerId workerId);
     void workerIsAlive(WorkerId workerId); ///< A MESSAGE came from it: its id has been given out again.

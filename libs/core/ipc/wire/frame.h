@@ -1,0 +1,24 @@
+#pragma once
+#include "foundation/byte_array.h"
+#include <array>
+#include <cstddef>
+#include <span>
+
+namespace ipc {
+
+/// An encoded frame: up to three parts that follow one another on the wire. Receivers of the same message share it.
+class Frame {
+public:
+    static constexpr std::size_t maxParts = 3; ///< What is before a large payload, the payload, what is behind it.
+
+    void add(fn::ByteArray part) { _parts[_count++] = std::move(part); }
+    std::span<const fn::ByteArray> parts() const noexcept { return { _parts.data(), _count }; }
+    fn::ByteArray& front() noexcept { return _parts[0]; }
+    std::size_t count() const noexcept { return _count; }
+
+private:
+    std::array<fn::ByteArray, maxParts> _parts;
+    std::size_t _count = 0;
+};
+
+} // namespace ipc
