@@ -3,12 +3,21 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <elfutils/libdwfl.h>
+#include <fcntl.h>
 #include <mutex>
 #include <unistd.h>
 #include <unordered_map>
 
 namespace fn::internal {
 namespace {
+
+// As dwfl_linux_proc_find_elf, which leaves its descriptors to child processes.
+int openModule(Dwfl_Module*, void**, const char* path, Dwarf_Addr, char** fileName, Elf**)
+{
+    const int descriptor = *path == '/' ? open(path, O_RDONLY | O_CLOEXEC) : -1;
+    if (descriptor >= 0) *fileName = strdup(path);
+    return descriptor;
+}
 
 // Modules describe themselves or not at all: the library's own search may go as far as a server in the network.
 int findNoDebugFile(Dwfl_Module*, void**, const char*, Dwarf_Addr, const char*, const char*, GElf_Word, char**)
@@ -77,7 +86,7 @@ private:
 
     std::mutex _lock;
     const Dwfl_Callbacks _callbacks {
-        .find_elf = dwfl_linux_proc_find_elf,
+        .find_elf = openModule,
         .find_debuginfo = findNoDebugFile,
         .section_address = nullptr,
         .debuginfo_path = nullptr,

@@ -2,6 +2,8 @@
 // another after its way through a process; a trace that names the wrong code.
 #include "foundation/exception_factory.h"
 #include "foundation/exceptions.h"
+#include <fcntl.h>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
@@ -96,6 +98,18 @@ TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
         EXPECT_LT(ours[0].address - ours[1].address + 0x1000, 0x2000u) << "offsets, in one function";
         EXPECT_THAT(trace.frames.front().symbolName.toStdString(), testing::HasSubstr("RuntimeException"));
         EXPECT_TRUE(exception.stackTrace().resolve().frames == trace.frames);
+    }
+}
+
+TEST(StackTrace, LeavesNoDescriptorToChildProcesses)
+{
+    EXPECT_FALSE(fn::RuntimeException().stackTrace().resolve().frames.empty());
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        const int descriptor = std::stoi(entry.path().filename().string());
+        std::error_code problem;
+        const auto target = std::filesystem::read_symlink(entry.path(), problem).string();
+        const bool isModule = target.find("errors_tests") != target.npos || target.find(".so") != target.npos;
+        EXPECT_TRUE(!isModule || fcntl(descriptor, F_GETFD) & FD_CLOEXEC) << target;
     }
 }
 

