@@ -1,6 +1,6 @@
 #include "foundation/assertion.h"
-#include "foundation/logging/logging.h"
 #include "foundation/logging/detail/standard_error.h"
+#include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
 #include <atomic>
 

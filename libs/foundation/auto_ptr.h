@@ -11,7 +11,10 @@ namespace fn {
 
 namespace internal {
 [[noreturn]] FN_EXPORT void throwNullPointer(const std::type_info& type);
-}
+
+template <typename U, typename T>
+concept PointsTo = std::convertible_to<U*, T*>;
+} // namespace internal
 
 /// A strong reference to an object that derives from RefCountedBase. Dereferencing an empty one throws
 /// `fn::NullPointerException` "Attempted to dereference NULL pointer of class " + the class name.
@@ -28,16 +31,8 @@ public:
     }
     AutoPtr(const AutoPtr& other) noexcept : AutoPtr(other._object) { }
     AutoPtr(AutoPtr&& other) noexcept : _object(std::exchange(other._object, nullptr)) { }
-    template <typename U>
-        requires std::convertible_to<U*, T*>
-    AutoPtr(const AutoPtr<U>& other) noexcept : AutoPtr(other.get())
-    {
-    }
-    template <typename U>
-        requires std::convertible_to<U*, T*>
-    AutoPtr(AutoPtr<U>&& other) noexcept : _object(other.leak())
-    {
-    }
+    template <internal::PointsTo<T> U> AutoPtr(const AutoPtr<U>& other) noexcept : AutoPtr(other.get()) { }
+    template <internal::PointsTo<T> U> AutoPtr(AutoPtr<U>&& other) noexcept : _object(other.leak()) { }
     ~AutoPtr()
     {
         if (_object) _object->release();
@@ -78,7 +73,8 @@ public:
 private:
     T* checked() const
     {
-        if (!_object) [[unlikely]] internal::throwNullPointer(typeid(T));
+        if (!_object) [[unlikely]]
+            internal::throwNullPointer(typeid(T));
         return _object;
     }
 

@@ -14,8 +14,8 @@ public:
     static bool _registerException(const char* className, Factory factory);
 
     /// An exception of that class; of `fn::RuntimeException` where the name is unknown.
-    static std::unique_ptr<Exception> createException(const String& className, const String& message,
-        Exception::StackTrace choice = Exception::StackTrace::Capture);
+    static std::unique_ptr<Exception> createException(
+        const String& className, const String& message, Exception::StackTrace choice = Exception::StackTrace::Capture);
 };
 
 } // namespace fn

@@ -5,14 +5,9 @@ namespace fn {
 
 HandleTarget::~HandleTarget() = default;
 
-Handle::Handle(HandleTarget& target)
-    : _target(&target)
-{
-    target.attachHandle(*this);
-}
+Handle::Handle(HandleTarget& target) : _target(&target) { target.attachHandle(*this); }
 
-Handle::Handle(Handle&& other) noexcept
-    : _target(std::exchange(other._target, nullptr))
+Handle::Handle(Handle&& other) noexcept : _target(std::exchange(other._target, nullptr))
 {
     if (_target) _target->attachHandle(*this);
 }

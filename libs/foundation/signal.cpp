@@ -62,10 +62,10 @@ void SignalState::destroy()
 }
 
 SignalCursor::SignalCursor(SignalState* state) noexcept
-    : _state(state)
-    , _outer(state->_innermost)
-    , _next(state->_first)
-    , _endSerial(state->_nextSerial)
+    : _state(state),
+      _outer(state->_innermost),
+      _next(state->_first),
+      _endSerial(state->_nextSerial)
 {
     state->_innermost = this;
 }

@@ -167,10 +167,7 @@ public:
 
 private:
     struct Record final : internal::SignalRecord {
-        explicit Record(Callback c)
-            : callback(std::move(c))
-        {
-        }
+        explicit Record(Callback c) : callback(std::move(c)) { }
         Callback callback;
     };
 

@@ -17,7 +17,8 @@ public:
         if (_link) _link->references.fetch_add(1, std::memory_order_relaxed);
     }
     WeakPtr(WeakPtr&& other) noexcept
-        : _object(std::exchange(other._object, nullptr)), _link(std::exchange(other._link, nullptr))
+        : _object(std::exchange(other._object, nullptr)),
+          _link(std::exchange(other._link, nullptr))
     {
     }
     WeakPtr& operator=(WeakPtr other) noexcept

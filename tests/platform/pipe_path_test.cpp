@@ -59,7 +59,8 @@ TEST_F(PipePath, LiesInAFolderOfThisUserAlone)
     const ScopedVariable temporary("TMPDIR", folder.path().string());
     for (const auto* unusable : { "", "relative", "/no/such/folder", "/proc/self/status" }) {
         const ScopedVariable none("XDG_RUNTIME_DIR", unusable);
-        EXPECT_EQ(pipePath(R"(\\.\pipe\x)").toStdString(), fmt::format("{}/core-pipes-{}/x", folder.path().string(), ::geteuid()));
+        EXPECT_EQ(pipePath(R"(\\.\pipe\x)").toStdString(),
+            fmt::format("{}/core-pipes-{}/x", folder.path().string(), ::geteuid()));
     }
 }
 

@@ -25,7 +25,8 @@ bool awaitReadable(int descriptor, std::chrono::milliseconds bound)
 
 ChildProcess::ChildProcess(std::vector<std::string> arguments)
 {
-    if (arguments[0].find('/') == std::string::npos) arguments[0] = std::string(TEST_BINARY_DIR "/programs/") + arguments[0];
+    if (arguments[0].find('/') == std::string::npos)
+        arguments[0] = std::string(TEST_BINARY_DIR "/programs/") + arguments[0];
     std::vector<char*> pointers;
     for (auto& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);

@@ -18,8 +18,10 @@ void onAssertion(const fn::AssertionSite& site)
 {
     auto text = fmt::format("{}:{} {} {}", site.file, site.line, site.function, site.expression);
     const std::lock_guard guard(lock);
-    if (collectAssertions) assertions.push_back(std::move(text));
-    else ADD_FAILURE() << "broken invariant: " << text;
+    if (collectAssertions)
+        assertions.push_back(std::move(text));
+    else
+        ADD_FAILURE() << "broken invariant: " << text;
 }
 
 std::string describe(const std::exception_ptr& exception)
@@ -37,8 +39,10 @@ void onUnhandled(std::exception_ptr exception)
 {
     auto text = describe(exception);
     const std::lock_guard guard(lock);
-    if (collectUnhandled) unhandled.push_back(std::move(text));
-    else ADD_FAILURE() << "unhandled exception: " << text;
+    if (collectUnhandled)
+        unhandled.push_back(std::move(text));
+    else
+        ADD_FAILURE() << "unhandled exception: " << text;
 }
 
 } // namespace

@@ -39,8 +39,8 @@ fn::Value objectMessage(ipc::ObjectId objectId, ipc::WorkerId target, const fn::
 }
 
 Peer::Peer(fn::uv::Loop& loop, const fn::String& pipePath)
-    : _stream(fn::makeAuto<fn::uv::PipeStream>(loop))
-    , _helper(ipc::limits::workerFrameBytes)
+    : _stream(fn::makeAuto<fn::uv::PipeStream>(loop)),
+      _helper(ipc::limits::workerFrameBytes)
 {
     _stream->connect(pipePath, [this](const fn::uv::Status& status) {
         ASSERT_TRUE(status.ok()) << status.what().view();
@@ -49,8 +49,8 @@ Peer::Peer(fn::uv::Loop& loop, const fn::String& pipePath)
 }
 
 Peer::Peer(fn::uv::Loop& loop, fn::uv::PipeStream& listener)
-    : _stream(fn::makeAuto<fn::uv::PipeStream>(loop))
-    , _helper(ipc::limits::workerFrameBytes)
+    : _stream(fn::makeAuto<fn::uv::PipeStream>(loop)),
+      _helper(ipc::limits::workerFrameBytes)
 {
     _stream->accept(listener);
     start();
@@ -77,14 +77,16 @@ void Peer::send(const fn::Value& message) { sendRaw(frame(message)); }
 
 void Peer::sendRaw(std::string_view bytes)
 {
-    if (_isConnected) _stream->write(fn::ByteArray(bytes));
-    else _early += bytes;
+    if (_isConnected)
+        _stream->write(fn::ByteArray(bytes));
+    else
+        _early += bytes;
 }
 
 void Peer::hello(const char* name, const char* tag)
 {
-    send(fn::Value::map({ { ipc::field::TYPE, ipc::type::HELLO }, { ipc::field::DISPLAY_NAME, name },
-        { ipc::field::TAG, tag } }));
+    send(fn::Value::map(
+        { { ipc::field::TYPE, ipc::type::HELLO }, { ipc::field::DISPLAY_NAME, name }, { ipc::field::TAG, tag } }));
 }
 
 void Peer::close() { _stream->close(); }

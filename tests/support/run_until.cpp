@@ -10,8 +10,10 @@ struct Watch {
 
     void look()
     {
-        if (isOver()) loop.stop();
-        else loop.post([this] { look(); });
+        if (isOver())
+            loop.stop();
+        else
+            loop.post([this] { look(); });
     }
 };
 

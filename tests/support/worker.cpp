@@ -3,9 +3,14 @@
 
 namespace test {
 
-ServiceReference::ServiceReference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }
+ServiceReference::ServiceReference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
+{
+}
 
-void ServiceReference::onEvent(const fn::String& name, const fn::Value& argument) { events.emplace_back(name, argument); }
+void ServiceReference::onEvent(const fn::String& name, const fn::Value& argument)
+{
+    events.emplace_back(name, argument);
+}
 
 fn::AutoPtr<ipc::ObjectReference> Service::createReference(ipc::ObjectReferenceInitializer& initializer)
 {
@@ -15,8 +20,10 @@ fn::AutoPtr<ipc::ObjectReference> Service::createReference(ipc::ObjectReferenceI
 void Service::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
     calls.push_back({ context, name, argument });
-    if (answer) answer(calls.back());
-    else if (name == "echo") sendResult(context, argument);
+    if (answer)
+        answer(calls.back());
+    else if (name == "echo")
+        sendResult(context, argument);
 }
 
 std::string Outcome::error() const

@@ -37,8 +37,8 @@ protected:
     {
         dispatcher->bind();
         dispatcher->start();
-        manager = std::make_unique<ipc::ModuleManager>(*dispatcher,
-            std::vector { ipc::ModuleDefinition::create(module, "module_loader", false, false, false) });
+        manager = std::make_unique<ipc::ModuleManager>(
+            *dispatcher, std::vector { ipc::ModuleDefinition::create(module, "module_loader", false, false, false) });
         manager->onAllModulesConnected().connect([this] { ++connections; }).detach();
         manager->onFatalError().connect([this](const fn::String& message) { fatal = message.toStdString(); }).detach();
         auto& mainLoop = fn::RunLoop::defaultLoop();
@@ -61,8 +61,9 @@ protected:
         }
         service.reset();
         loop->post([&] {
-            client->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
-                [&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
+            client->worker->registry()
+                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
+                .then([&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
         });
         EXPECT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(service); }));
         Outcome outcome;

@@ -44,8 +44,9 @@ public:
         client.worker->registerObjectReferenceClass<ServiceReference>();
         EXPECT_TRUE(test::runUntil(loop, [&] { return client.isConnected(); }));
         loop.post([&] {
-            client.worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
-                [&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
+            client.worker->registry()
+                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
+                .then([&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
         });
         EXPECT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(service); }));
     }

@@ -18,7 +18,8 @@ void MessageBus::sendMessage(const fn::String& name, fn::Value&& body, bool stic
 void MessageBus::onEvent(const fn::String& name, const fn::Value& argument)
 {
     if (name != bus::EVENT) return;
-    receiveMessage(argument.get(bus::NAMESPACE).asString(), argument.get(bus::BODY), argument.get(bus::STICKY).toBool());
+    receiveMessage(
+        argument.get(bus::NAMESPACE).asString(), argument.get(bus::BODY), argument.get(bus::STICKY).toBool());
 }
 
 fn::Promise<void> MessageBus::getStickyMessages()

@@ -6,13 +6,13 @@ namespace ipc {
 /// What a module was launched with.
 class FN_EXPORT ModuleInitData {
 public:
-    ModuleInitData(fn::String pipePath, fn::String displayName, fn::String workerTag, fn::String userData,
-        bool separateProcess)
-        : _pipePath(std::move(pipePath))
-        , _displayName(std::move(displayName))
-        , _workerTag(std::move(workerTag))
-        , _userData(std::move(userData))
-        , _separateProcess(separateProcess)
+    ModuleInitData(
+        fn::String pipePath, fn::String displayName, fn::String workerTag, fn::String userData, bool separateProcess)
+        : _pipePath(std::move(pipePath)),
+          _displayName(std::move(displayName)),
+          _workerTag(std::move(workerTag)),
+          _userData(std::move(userData)),
+          _separateProcess(separateProcess)
     {
     }
 

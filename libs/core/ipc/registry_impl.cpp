@@ -19,9 +19,12 @@ fn::AutoPtr<ObjectReference> RegistryImpl::createReference(ObjectReferenceInitia
 
 void RegistryImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    if (name == "getInstance") getInstance(context, argument);
-    else if (name == "registerInstance") registerInstance(context, argument);
-    else if (name == "setInstancesHidden") setInstancesHidden(context, argument.toBool());
+    if (name == "getInstance")
+        getInstance(context, argument);
+    else if (name == "registerInstance")
+        registerInstance(context, argument);
+    else if (name == "setInstancesHidden")
+        setInstancesHidden(context, argument.toBool());
 }
 
 // --- Looking up
@@ -30,8 +33,10 @@ void RegistryImpl::getInstance(const CallContext& context, const fn::Value& argu
 {
     const auto className = argument.get("className").asString();
     const auto timeout = argument.get("timeout").to<std::int64_t>();
-    if (const auto found = findVisible(className)) sendResult(context, found);
-    else wait(context, className, timeout);
+    if (const auto found = findVisible(className))
+        sendResult(context, found);
+    else
+        wait(context, className, timeout);
 }
 
 /// The first visible registration. One whose object is being destroyed ends the search: it is about to leave the table,

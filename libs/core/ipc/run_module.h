@@ -8,15 +8,15 @@ namespace ipc {
 namespace internal {
 /// Keeps a module of the main process until that process's loop has ended.
 FN_EXPORT void keepModule(std::unique_ptr<Module> module);
-}
+} // namespace internal
 
 /// The body of a module library's entry point: builds the T, lets it run, and ends it: in a loader process when its loop
 /// has stopped, in the main process when `endModules()` is called.
 template <typename T>
 void runModule(const char* displayName, const char* pipePath, const char* workerTag, std::intptr_t separateProcess)
 {
-    auto module = std::make_unique<T>(
-        ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0));
+    auto module =
+        std::make_unique<T>(ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0));
     module->run();
     if (separateProcess == 0) internal::keepModule(std::move(module));
 }

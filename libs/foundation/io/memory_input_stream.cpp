@@ -28,7 +28,8 @@ ByteArray MemoryInputStream::readByteArray(std::size_t size)
     const auto left = static_cast<std::size_t>(_windowEnd - _window);
     if (size > left) throwEndOfStream(size - left);
     const auto* start = std::exchange(_window, _window + size);
-    if (!_bytes.empty() && size >= _bytes.size() - size) return _bytes.slice(static_cast<std::size_t>(start - _begin), size);
+    if (!_bytes.empty() && size >= _bytes.size() - size)
+        return _bytes.slice(static_cast<std::size_t>(start - _begin), size);
     return { start, size };
 }
 

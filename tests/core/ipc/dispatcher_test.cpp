@@ -1,7 +1,7 @@
 // The hub as strangers see it. What can break here: an id given twice, a message that reaches the wrong worker or none, a
 // count that keeps an object for ever, a death not told, a ping that fires twice, one bad peer that disturbs the others.
-#include "core/ipc/dispatcher/dispatcher.h"
 #include "core/app_info.h"
+#include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/limits.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
@@ -27,8 +27,12 @@ protected:
     void SetUp() override
     {
         core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        dispatcher.onWorkerConnected().connect([this](const auto& info) { connected.push_back(info.toString()); }).detach();
-        dispatcher.onWorkerNotResponding().connect([this](const auto& info) { silent.push_back(info.workerId); }).detach();
+        dispatcher.onWorkerConnected()
+            .connect([this](const auto& info) { connected.push_back(info.toString()); })
+            .detach();
+        dispatcher.onWorkerNotResponding()
+            .connect([this](const auto& info) { silent.push_back(info.workerId); })
+            .detach();
         dispatcher.onWorkerDisconnected().connect([this](const auto& info) { gone.push_back(info.workerId); }).detach();
         bool ready = false;
         dispatcher.onReady().connect([&] { ready = true; }).detach();
@@ -68,7 +72,8 @@ ObjectId objectOf(WorkerId owner, std::uint64_t sequence) { return (sequence << 
 
 Value release(ObjectId id, std::int64_t count)
 {
-    return Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } });
+    return Value::map(
+        { { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } });
 }
 
 } // namespace
@@ -87,7 +92,8 @@ TEST_F(DispatcherTest, GivesIdsInHelloOrderAndIgnoresASecondHello)
     first->hello("Again");
     settle();
     EXPECT_TRUE(first->messages().empty());
-    EXPECT_EQ(connected, (std::vector<fn::String> { "DispatcherWorker (0)", "Media (t1, 1)", "Other (2)", "Late (3)" }));
+    EXPECT_EQ(
+        connected, (std::vector<fn::String> { "DispatcherWorker (0)", "Media (t1, 1)", "Other (2)", "Late (3)" }));
 }
 
 TEST_F(DispatcherTest, RoutesToATargetToHoldersAndFromTheRegistryToEverybody)
@@ -156,7 +162,8 @@ TEST_F(DispatcherTest, TellsEverybodyOfADeathAndForgetsTheDead)
     b->send(test::objectMessage(x, a->id(), {}, { { x, "X" } }));
     ASSERT_TRUE(test::runUntil(loop, [&] { return a->count(type::MESSAGE) == 1; }));
     b->close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return a->count(type::WORKER_DEAD) == 1 && unnamed->count(type::WORKER_DEAD) == 1; }));
+    ASSERT_TRUE(test::runUntil(
+        loop, [&] { return a->count(type::WORKER_DEAD) == 1 && unnamed->count(type::WORKER_DEAD) == 1; }));
     a->send(release(x, 1)); // The owner has gone, and its counts with it: nobody complains.
     unnamed->close();
     ASSERT_TRUE(test::runUntil(loop, [&] { return a->count(type::WORKER_DEAD) == 2; }));
@@ -260,8 +267,10 @@ TEST_F(DispatcherTest, ABadMessageEndsItsSenderAndNobodyElse)
         { "an object key that is text", test::frame(objects("x")) },
         { "an object key that is negative", test::frame(objects(-5)) },
         { "a HELLO without a name", test::frame(Value::map({ { field::TYPE, type::HELLO } })) },
-        { "a release without a count", test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id() } })) },
-        { "a release of nothing named", test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::USAGE_COUNT, 1 } })) },
+        { "a release without a count",
+            test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id() } })) },
+        { "a release of nothing named",
+            test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::USAGE_COUNT, 1 } })) },
         { "a count beyond 32 bits", test::frame(release(id(), std::int64_t(1) << 40)) },
     };
     for (const auto& row : rows) {
@@ -301,7 +310,8 @@ TEST_F(DispatcherTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
     EXPECT_FALSE(owner->isEnded());
     holder->send(release(x, 2));
     ASSERT_TRUE(test::runUntil(loop, [&] { return holder->isEnded(); }));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return owner->count(type::INSTANCE_RELEASE) == 1; })) << "its death frees what it held";
+    ASSERT_TRUE(test::runUntil(loop, [&] { return owner->count(type::INSTANCE_RELEASE) == 1; }))
+        << "its death frees what it held";
     EXPECT_EQ(expected.reports().size(), 3u);
 }
 

@@ -1,7 +1,7 @@
 // Supervision with modules that do what the test says. What can break here: a module relaunched twice for one fault or not
 // at all, a fatal error missed or told twice, a timer or signal that comes after the manager has gone.
-#include "core/ipc/module_manager/module_manager.h"
 #include "core/app_info.h"
+#include "core/ipc/module_manager/module_manager.h"
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "support/log_capture.h"
@@ -15,9 +15,9 @@ namespace {
 /// What happened to a fake module, and how it behaves.
 struct Script {
     explicit Script(const char* name, bool separate = true, bool mainLoop = false)
-        : name(name)
-        , separate(separate)
-        , mainLoop(mainLoop)
+        : name(name),
+          separate(separate),
+          mainLoop(mainLoop)
     {
     }
 
@@ -64,9 +64,13 @@ protected:
         std::vector<ipc::ModuleDefinition*> definitions;
         for (auto* script : scripts) definitions.push_back(new FakeModule(*script));
         manager = std::make_unique<ipc::ModuleManager>(dispatcher, std::move(definitions));
-        manager->onFatalError().connect([this](const fn::String& message) { fatal.push_back(message.toStdString()); }).detach();
+        manager->onFatalError()
+            .connect([this](const fn::String& message) { fatal.push_back(message.toStdString()); })
+            .detach();
         manager->onAllModulesConnected().connect([this] { ++allConnected; }).detach();
-        manager->onModuleNotResponding().connect([this](const fn::String& name) { silent.push_back(name.toStdString()); }).detach();
+        manager->onModuleNotResponding()
+            .connect([this](const fn::String& name) { silent.push_back(name.toStdString()); })
+            .detach();
     }
 
     /// The launches happen on the default loop, everything else on the dispatcher's, whose time the test drives.
@@ -116,7 +120,8 @@ TEST_F(ModuleManagerTest, LaunchesInOrderAndStopsAtTheFirstThatFails)
     EXPECT_TRUE(third.tags.empty());
     EXPECT_EQ(fatal, std::vector<std::string> { "Failed to start module second:\nno such file" });
     EXPECT_TRUE(log.contains("2 ipc.moduleManager Aborting launch"));
-    EXPECT_TRUE(log.contains(fmt::format("4 ipc.moduleManager Launching module first ({}) (attempt 1)", first.tags[0])));
+    EXPECT_TRUE(
+        log.contains(fmt::format("4 ipc.moduleManager Launching module first ({}) (attempt 1)", first.tags[0])));
     FakeModule::deletions = 0;
     manager.reset();
     EXPECT_EQ(FakeModule::deletions, 3);
@@ -237,7 +242,9 @@ TEST_F(ModuleManagerTest, MovesAndGoesBeforeTimersAndSignals)
     manager.reset();
     module.exit->fire(1, 0);
     FakeModule::deletions = 0;
-    { const ipc::ModuleManager gone(std::move(moved)); }
+    {
+        const ipc::ModuleManager gone(std::move(moved));
+    }
     EXPECT_EQ(FakeModule::deletions, 1);
     pass(second);
     const auto stranger = connect(module);

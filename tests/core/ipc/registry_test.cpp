@@ -50,7 +50,8 @@ protected:
     Outcome look(fn::Duration timeout = fn::Duration::seconds(20))
     {
         Outcome outcome;
-        loop.post([=, this]() mutable { outcome.observe(user->worker->registry()->getInstance<ServiceReference>(timeout)); });
+        loop.post(
+            [=, this]() mutable { outcome.observe(user->worker->registry()->getInstance<ServiceReference>(timeout)); });
         settle();
         return outcome;
     }
@@ -140,7 +141,8 @@ TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)
     ASSERT_TRUE(test::runUntil(loop, [&] { return stranger.id() != ipc::NO_WORKER_ID; }));
     const auto call = [&](const char* method, const Value& argument) {
         stranger.send(test::objectMessage(0, 0,
-            Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", method }, { "ARGUMENT", argument }, { "REQUEST_ID", 1 } })));
+            Value::map(
+                { { "TYPE", "CALL" }, { "METHOD_NAME", method }, { "ARGUMENT", argument }, { "REQUEST_ID", 1 } })));
     };
     call("getInstance", Value::map({ { "className", "test::ServiceReference" }, { "timeout", INT64_MAX } }));
     call("registerInstance", Value::map({ { "instance", {} } }));
@@ -160,8 +162,9 @@ TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
     fn::AutoPtr<ipc::MessageBus> bus, late;
     const auto get = [&](test::Client& client, fn::AutoPtr<ipc::MessageBus>& into) {
         loop.post([&] {
-            client.worker->registry()->getInstance<ipc::MessageBus>(fn::Duration::seconds(20)).then(
-                [&](fn::AutoPtr<ipc::MessageBus>&& found) { into = std::move(found); });
+            client.worker->registry()
+                ->getInstance<ipc::MessageBus>(fn::Duration::seconds(20))
+                .then([&](fn::AutoPtr<ipc::MessageBus>&& found) { into = std::move(found); });
         });
         ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(into); }));
     };

@@ -97,7 +97,8 @@ TEST(UsageCounts, AgreesWithThePlainTablesOverRandomHistories)
                 if (held == model.received.end() || !held->second.contains(worker)) continue;
                 const auto count = 1 + static_cast<std::uint32_t>(pick(static_cast<int>(held->second.at(worker))));
                 std::optional<UsageCounts::Release> due;
-                ASSERT_EQ(counts.release(worker, id, static_cast<std::int32_t>(count), due), UsageCounts::Outcome::Done);
+                ASSERT_EQ(
+                    counts.release(worker, id, static_cast<std::int32_t>(count), due), UsageCounts::Outcome::Done);
                 note(due);
                 model.drop(worker, id, count);
             } else {

@@ -105,7 +105,11 @@ TEST_F(MessageHelperTest, BadFramesEndTheConversation)
         { "one byte above the bound", header(1025), -EMSGSIZE },
         { "the largest length", header(0xFFFFFFFF), -EMSGSIZE },
         { "a byte that starts nothing", header(1) + '\xc1', -EPROTO },
-        { "a text cut short", header(2) + "\xa5" "a", -EPROTO },
+        { "a text cut short",
+            header(2)
+                + "\xa5"
+                  "a",
+            -EPROTO },
         { "an array of four thousand million", header(5) + "\xdd\xff\xff\xff\xff", -EPROTO },
         { "two values", header(2) + "\x01\x02", -EPROTO },
     };
@@ -159,7 +163,8 @@ TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
     EXPECT_THROW(sender.setStream({}), fn::NullPointerException);
     sender.setStream(other);
     // Large bytes travel as parts of their own: the frame must be the same.
-    const auto large = Value::map({ { 5, 77 }, { 8, fn::ByteArray(std::string(1'000'000, 'x')) }, { 9, Value(Value::MAP) } });
+    const auto large =
+        Value::map({ { 5, 77 }, { 8, fn::ByteArray(std::string(1'000'000, 'x')) }, { 9, Value(Value::MAP) } });
     std::vector<int> outcomes;
     sender.send(sample(), [&](const fn::uv::Status& status) { outcomes.push_back(status.code()); });
     sender.send(large);
@@ -180,7 +185,8 @@ TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
         for (const auto& payload : payloads) {
             for (const bool forwarded : { false, true }) {
                 ipc::ObjectMessage message { id, {}, 0xFFFF, fn::ByteArray(payload) };
-                auto map = Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
+                auto map = Value::map(
+                    { { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
                 if (forwarded) {
                     message.source = 300;
                     map.set(6, 300);
@@ -208,14 +214,16 @@ TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
 
 TEST(ObjectMessage, LeavesEverythingElseToTheGeneralWay)
 {
-    const auto plain = Value::map({ { 1, 4 }, { 5, 9 }, { 7, 2 }, { 8, fn::ByteArray("p") }, { 9, Value(Value::MAP) } });
+    const auto plain =
+        Value::map({ { 1, 4 }, { 5, 9 }, { 7, 2 }, { 8, fn::ByteArray("p") }, { 9, Value(Value::MAP) } });
     const auto parses = [](const Value& message) {
         const auto bytes = test::frame(message);
         return ipc::ObjectMessage::parse(fn::ByteArray(std::string_view(bytes).substr(4))).has_value();
     };
     ASSERT_TRUE(parses(plain));
-    const std::pair<int, Value> changes[] = { { 1, 5 }, { 1, "4" }, { 5, -1 }, { 5, "9" }, { 6, -1 }, { 6, 65'536 }, { 7, 65'536 },
-        { 7, {} }, { 8, "p" }, { 9, Value::map({ { 9, "X" } }) }, { 9, {} }, { 10, 1 }, { 77, "unknown" } };
+    const std::pair<int, Value> changes[] = { { 1, 5 }, { 1, "4" }, { 5, -1 }, { 5, "9" }, { 6, -1 }, { 6, 65'536 },
+        { 7, 65'536 }, { 7, {} }, { 8, "p" }, { 9, Value::map({ { 9, "X" } }) }, { 9, {} }, { 10, 1 },
+        { 77, "unknown" } };
     for (const auto& [key, value] : changes) {
         auto changed = plain;
         changed.set(key, value);
@@ -245,11 +253,11 @@ TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)
         stream.write(std::string_view("\xd4\x05x"));
         stream.write(std::string_view("\xc0"));
     }
-    const auto message = Value::map({ { 1, 4 }, { 5, (3 << 16) + 5 }, { 6, 2 }, { 8, payload }, { 9, Value(Value::MAP) },
-        { 77, "kept" }, { "text", 1 } });
+    const auto message = Value::map({ { 1, 4 }, { 5, (3 << 16) + 5 }, { 6, 2 }, { 8, payload },
+        { 9, Value(Value::MAP) }, { 77, "kept" }, { "text", 1 } });
     const std::string dump(fmt::format("{}", ipc::MessageDebugFormat { message }));
-    for (const char* part : { "1-TYPE", "4-MESSAGE", "5-OBJECT_ID", "6-SOURCE_WORKER_ID", "8-PAYLOAD", "9-OBJECTS", "77",
-             "kept", "text", "Object 196613 (from worker 5)", "16/9" }) {
+    for (const char* part : { "1-TYPE", "4-MESSAGE", "5-OBJECT_ID", "6-SOURCE_WORKER_ID", "8-PAYLOAD", "9-OBJECTS",
+             "77", "kept", "text", "Object 196613 (from worker 5)", "16/9" }) {
         EXPECT_NE(dump.find(part), std::string::npos) << part << " in " << dump;
     }
     const auto quit = Value::map({ { 1, 8 } });

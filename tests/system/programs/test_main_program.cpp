@@ -11,14 +11,16 @@ int main()
     ipc::Dispatcher dispatcher(loop, fn::Duration::seconds(30));
     dispatcher.bind();
     dispatcher.start();
-    ipc::ModuleManager manager(dispatcher,
-        { ipc::ModuleDefinition::create("test_service_module", "module_loader", false, false, false) });
+    ipc::ModuleManager manager(
+        dispatcher, { ipc::ModuleDefinition::create("test_service_module", "module_loader", false, false, false) });
     fn::AutoPtr<test::ServiceReference> service;
     dispatcher.onReady()
         .connect([&] {
             dispatcher.worker().registerObjectReferenceClass<test::ServiceReference>();
-            dispatcher.worker().registry()->getInstance<test::ServiceReference>(fn::Duration::seconds(20)).then(
-                [&](fn::AutoPtr<test::ServiceReference>&& found) {
+            dispatcher.worker()
+                .registry()
+                ->getInstance<test::ServiceReference>(fn::Duration::seconds(20))
+                .then([&](fn::AutoPtr<test::ServiceReference>&& found) {
                     service = std::move(found);
                     service->callMethod("pid", {}).then([](fn::Value&& pid) {
                         std::printf("%s\n", pid.asString().c_str());

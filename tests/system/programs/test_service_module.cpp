@@ -13,8 +13,10 @@ public:
     {
         _service = fn::makeAuto<test::Service>(worker());
         _service->answer = [this](const test::Service::Call& call) {
-            if (call.name == "echo") _service->sendResult(call.context, call.argument);
-            else if (call.name == "pid") _service->sendResult(call.context, getpid());
+            if (call.name == "echo")
+                _service->sendResult(call.context, call.argument);
+            else if (call.name == "pid")
+                _service->sendResult(call.context, getpid());
         };
         worker().registry()->registerObject(_service, 0);
     }

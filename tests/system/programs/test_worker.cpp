@@ -28,8 +28,8 @@ void print(const char* line)
 class Participant final : public ipc::Worker::Delegate {
 public:
     Participant(const char* pipeName, const char* role)
-        : _role(role)
-        , _worker(*this, loop(), pipeName, role, fn::String(), true)
+        : _role(role),
+          _worker(*this, loop(), pipeName, role, fn::String(), true)
     {
         _worker.registerObjectReferenceClass<test::ServiceReference>();
         _worker.connect();
@@ -37,8 +37,10 @@ public:
 
     void workerDidConnect(ipc::Worker&) override
     {
-        if (_role == "serve") serve();
-        else find();
+        if (_role == "serve")
+            serve();
+        else
+            find();
     }
     bool wantsIdleTermination(ipc::Worker&) override { return false; }
     bool workerCanTerminate(ipc::Worker&) override { return false; }
@@ -50,9 +52,12 @@ private:
     {
         _service = fn::makeAuto<test::Service>(_worker);
         _service->answer = [this](const test::Service::Call& call) {
-            if (call.name == "echo") _service->sendResult(call.context, call.argument);
-            else if (call.name == "give") _service->sendResult(call.context, fn::makeAuto<test::Service>(_worker));
-            else if (call.name == "count") _service->sendResult(call.context, test::Service::alive);
+            if (call.name == "echo")
+                _service->sendResult(call.context, call.argument);
+            else if (call.name == "give")
+                _service->sendResult(call.context, fn::makeAuto<test::Service>(_worker));
+            else if (call.name == "count")
+                _service->sendResult(call.context, test::Service::alive);
             else if (call.name == "keep") {
                 _kept = call.argument.object<test::ServiceReference>();
                 useKept(call.context);
@@ -73,13 +78,17 @@ private:
 
     void find()
     {
-        _worker.registry()->getInstance<test::ServiceReference>(fn::Duration::seconds(20)).then(
-            [this](fn::AutoPtr<test::ServiceReference>&& found) {
-                _found = std::move(found);
-                if (_role == "use") use();
-                else hold();
-            },
-            [](std::exception_ptr) { finish(1, "no service"); });
+        _worker.registry()
+            ->getInstance<test::ServiceReference>(fn::Duration::seconds(20))
+            .then(
+                [this](fn::AutoPtr<test::ServiceReference>&& found) {
+                    _found = std::move(found);
+                    if (_role == "use")
+                        use();
+                    else
+                        hold();
+                },
+                [](std::exception_ptr) { finish(1, "no service"); });
     }
 
     void use()

@@ -13,7 +13,8 @@
 #include "foundation/value_map.h"
 
 #define LOG(priority, ...) \
-    FN_LOG_TO(_fn_getLoggingCategoryStatic(), priority, _fn_getLoggingTagStatic(), "libs/core/ipc/dispatcher", __VA_ARGS__)
+    FN_LOG_TO( \
+        _fn_getLoggingCategoryStatic(), priority, _fn_getLoggingTagStatic(), "libs/core/ipc/dispatcher", __VA_ARGS__)
 
 namespace ipc {
 namespace {
@@ -40,13 +41,14 @@ std::vector<ObjectId> listedObjects(const fn::Value& message)
 
 fn::String Dispatcher::WorkerInfo::toString() const
 {
-    return displayName + " (" + (tag.empty() ? tag : tag + ", ") + fn::String::number(static_cast<unsigned>(workerId)) + ")";
+    return displayName + " (" + (tag.empty() ? tag : tag + ", ") + fn::String::number(static_cast<unsigned>(workerId))
+        + ")";
 }
 
 Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout)
-    : _loop(loop)
-    , _timeout(timeout)
-    , _pipePath(newPipePath())
+    : _loop(loop),
+      _timeout(timeout),
+      _pipePath(newPipePath())
 {
     const fn::File endpoint(_pipePath);
     if (endpoint.exists()) endpoint.remove(false);
@@ -75,18 +77,23 @@ void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callbac
 {
     const auto quit = WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::QUIT } }));
     for (const auto& connection : _connections) connection->send(quit);
-    _loop.schedule(delay, [&loop = _loop, callback = std::move(callback)]() mutable {
-        loop.stop();
-        if (callback) callback();
-    }).detach();
+    _loop
+        .schedule(delay,
+            [&loop = _loop, callback = std::move(callback)]() mutable {
+                loop.stop();
+                if (callback) callback();
+            })
+        .detach();
 }
 
 void Dispatcher::onConnection(const fn::uv::Status& status)
 {
     status.throwOnError();
     // The own worker is the first in the queue; nobody else is let in before it has id 0.
-    if (!_registry && !_connections.empty()) ++_waitingConnections;
-    else accept();
+    if (!_registry && !_connections.empty())
+        ++_waitingConnections;
+    else
+        accept();
 }
 
 void Dispatcher::accept()
@@ -255,7 +262,8 @@ void Dispatcher::onReferenceRelease(const Connection& connection, const fn::Valu
     std::optional<UsageCounts::Release> due;
     const auto outcome = _counts.release(connection->info().workerId, objectId, count, due);
     if (outcome == UsageCounts::Outcome::BadCount) {
-        throw fn::RangeException(fmt::format("it released {} uses of object {}, which it does not have", count, objectId),
+        throw fn::RangeException(
+            fmt::format("it released {} uses of object {}, which it does not have", count, objectId),
             fn::Exception::StackTrace::None);
     }
     if (due) sendRelease(*due);
@@ -293,8 +301,8 @@ void Dispatcher::workerDied(const Connection& connection)
         if (_registry) _registry->forgetWorker(id);
     }
     for (const auto& due : _counts.workerDied(id)) sendRelease(due);
-    const auto notice = WorkerConnection::encode(
-        fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
+    const auto notice =
+        WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
     for (const auto& other : _connections) other->send(notice);
     _onWorkerDisconnected.fire(connection->info());
 }

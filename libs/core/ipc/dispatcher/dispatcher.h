@@ -52,9 +52,18 @@ public:
 
     /// Its own worker is participant 0, registry and message bus are there. Fires once.
     fn::Signal<>& onReady() { return _onReady; }
-    fn::Signal<const WorkerInfo&>& onWorkerConnected() { return _onWorkerConnected; } ///< Before its HELLO reply is sent.
-    fn::Signal<const WorkerInfo&>& onWorkerNotResponding() { return _onWorkerNotResponding; } ///< Once per unanswered PING.
-    fn::Signal<const WorkerInfo&>& onWorkerDisconnected() { return _onWorkerDisconnected; } ///< After everybody was told.
+    fn::Signal<const WorkerInfo&>& onWorkerConnected()
+    {
+        return _onWorkerConnected;
+    } ///< Before its HELLO reply is sent.
+    fn::Signal<const WorkerInfo&>& onWorkerNotResponding()
+    {
+        return _onWorkerNotResponding;
+    } ///< Once per unanswered PING.
+    fn::Signal<const WorkerInfo&>& onWorkerDisconnected()
+    {
+        return _onWorkerDisconnected;
+    } ///< After everybody was told.
 
 private:
     class WorkerConnection;

@@ -102,7 +102,8 @@ std::optional<UsageCounts::Release> UsageCounts::takeRelease(Entries::iterator e
 {
     const Release due { entry->first, entry->second.sent };
     erase(entry);
-    if (!FN_ASSERT(due.count > 0, site, 177, "releaseInstance", "info != _instanceUsageCount.end()")) return std::nullopt;
+    if (!FN_ASSERT(due.count > 0, site, 177, "releaseInstance", "info != _instanceUsageCount.end()"))
+        return std::nullopt;
     return due;
 }
 
@@ -115,7 +116,8 @@ UsageCounts::Outcome UsageCounts::release(
     if (!FN_ASSERT(isReferenced, site, 229, function, "ref != _referenceUsageCount.end()")) return Outcome::NoEntry;
     auto& receivers = found->second.receivers;
     const auto holder = find(receivers, worker);
-    if (!FN_ASSERT(holder != receivers.end(), site, 235, function, "count != ref->second.end()")) return Outcome::NoEntry;
+    if (!FN_ASSERT(holder != receivers.end(), site, 235, function, "count != ref->second.end()"))
+        return Outcome::NoEntry;
     const bool isCovered = count >= 0 && holder->count >= static_cast<std::uint32_t>(count);
     if (!FN_ASSERT(isCovered, site, 236, function, "count->second >= usageCount")) return Outcome::BadCount;
 

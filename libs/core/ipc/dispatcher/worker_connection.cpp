@@ -11,24 +11,30 @@
 namespace ipc {
 
 Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
-    : _dispatcher(dispatcher)
-    , _messageHelper(limits::hubFrameBytes)
+    : _dispatcher(dispatcher),
+      _messageHelper(limits::hubFrameBytes)
 {
     // Each handler holds the connection for its duration: it may be closed and dropped in it.
-    _messageHelper.onEOS().connect([this] {
-        const fn::AutoPtr self(this);
-        _dispatcher.onWorkerEOS(self);
-    }).detach();
-    _messageHelper.onReadError().connect([this](const fn::uv::Status& status) {
-        const fn::AutoPtr self(this);
-        LOG(1, "Received read error {} from {}", status.what(), _info.displayName);
-        _dispatcher.onWorkerEOS(self);
-    }).detach();
+    _messageHelper.onEOS()
+        .connect([this] {
+            const fn::AutoPtr self(this);
+            _dispatcher.onWorkerEOS(self);
+        })
+        .detach();
+    _messageHelper.onReadError()
+        .connect([this](const fn::uv::Status& status) {
+            const fn::AutoPtr self(this);
+            LOG(1, "Received read error {} from {}", status.what(), _info.displayName);
+            _dispatcher.onWorkerEOS(self);
+        })
+        .detach();
     _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return handlePlainly(body); });
-    _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int length) {
-        const fn::AutoPtr self(this);
-        handle(message, length);
-    }).detach();
+    _messageHelper.onMessage()
+        .connect([this](const fn::Value& message, unsigned int length) {
+            const fn::AutoPtr self(this);
+            handle(message, length);
+        })
+        .detach();
 }
 
 void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
@@ -95,7 +101,8 @@ void Dispatcher::WorkerConnection::send(const Frame& frame)
 {
     if (isClosed()) return;
     _messageHelper.send(frame);
-    if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]] watchQueue();
+    if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]]
+        watchQueue();
 }
 
 void Dispatcher::WorkerConnection::close()
@@ -115,8 +122,8 @@ void Dispatcher::WorkerConnection::schedulePing()
     _notRespondingTimer.invalidate();
     _isPongAwaited = false;
     const auto interval = std::max<std::int64_t>(_dispatcher._timeout.totalMilliseconds(0) / 3, 1);
-    _pingTimer = fn::uv::Timer::schedule(
-        _dispatcher._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
+    _pingTimer =
+        fn::uv::Timer::schedule(_dispatcher._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
 }
 
 void Dispatcher::WorkerConnection::onPingDue()
@@ -131,8 +138,7 @@ void Dispatcher::WorkerConnection::awaitPong()
 {
     // While this connection is not read for another's sake its silence means nothing.
     if (_pauses > 0) return;
-    _notRespondingTimer
-        = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this] { onPongOverdue(); });
+    _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this] { onPongOverdue(); });
 }
 
 void Dispatcher::WorkerConnection::onPongOverdue()
@@ -164,8 +170,10 @@ void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore)
     const fn::AutoPtr self(this);
     _queueTimer = {};
     if (_stream->queuedBytes() <= limits::stalledQueueBytes) return;
-    if (_stream->sentBytes() == sentBefore) closeStalled();
-    else watchQueue();
+    if (_stream->sentBytes() == sentBefore)
+        closeStalled();
+    else
+        watchQueue();
 }
 
 void Dispatcher::WorkerConnection::closeStalled()
@@ -180,7 +188,8 @@ void Dispatcher::WorkerConnection::closeStalled()
 
 void Dispatcher::WorkerConnection::slowDown(const fn::AutoPtr<WorkerConnection>& sender)
 {
-    if (isClosed() || _stream->queuedBytes() <= limits::pausingQueueBytes || isOwnWorker() || sender->isOwnWorker()) return;
+    if (isClosed() || _stream->queuedBytes() <= limits::pausingQueueBytes || isOwnWorker() || sender->isOwnWorker())
+        return;
     if (std::ranges::find(_waitingSenders, sender) != _waitingSenders.end()) return;
     if (_waitingSenders.empty()) {
         _stream->whenQueuedAtMost(limits::pausingQueueBytes / 2, [this] { resumeSenders(); });

@@ -23,8 +23,8 @@ const fn::logging::Category& loaderCategory()
 } // namespace
 
 ExternalModule::ExternalModule(fn::String executablePath, bool extendedSpawnFlags)
-    : _executablePath(std::move(executablePath))
-    , _extendedSpawnFlags(extendedSpawnFlags)
+    : _executablePath(std::move(executablePath)),
+      _extendedSpawnFlags(extendedSpawnFlags)
 {
 }
 
@@ -32,7 +32,7 @@ ExternalModule::~ExternalModule() = default;
 
 void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 {
-    if (!FN_ASSERT(!_process, site, __LINE__, "launch", "!_process")) {
+    if (!FN_ASSERT(!_process, site, 52, "launch", "!_process")) {
         throw fn::RuntimeException("The process of module " + name() + " is still running");
     }
     _process = fn::makeAuto<fn::uv::Process>(dispatcher.loop());
@@ -64,8 +64,8 @@ void ExternalModule::kill()
 }
 
 DefaultExternalModule::DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags)
-    : ExternalModule(std::move(executablePath), extendedSpawnFlags)
-    , _name(std::move(name))
+    : ExternalModule(std::move(executablePath), extendedSpawnFlags),
+      _name(std::move(name))
 {
 }
 

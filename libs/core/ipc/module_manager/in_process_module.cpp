@@ -18,8 +18,8 @@ const fn::logging::Category& moduleCategory()
 } // namespace
 
 InProcessModule::InProcessModule(fn::String name, bool runsMainLoop)
-    : _name(std::move(name))
-    , _runsMainLoop(runsMainLoop)
+    : _name(std::move(name)),
+      _runsMainLoop(runsMainLoop)
 {
 }
 
@@ -28,8 +28,8 @@ InProcessModule::~InProcessModule() = default;
 void InProcessModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 {
     if (_library.isLoaded()) {
-        FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site,
-            "Shared library for module {} has already been loaded", _name);
+        FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site, "Shared library for module {} has already been loaded",
+            _name);
         return;
     }
     _library.load(pathForSharedLibrary(_name), loadFlags);

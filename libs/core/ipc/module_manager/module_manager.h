@@ -35,7 +35,8 @@ public:
 
 private:
     class State;
-    fn::AutoPtr<State> _state; // Timers and the dispatcher's signals hold it weakly: the manager moves, and may go first.
+    fn::AutoPtr<State>
+        _state; // Timers and the dispatcher's signals hold it weakly: the manager moves, and may go first.
 };
 
 } // namespace ipc

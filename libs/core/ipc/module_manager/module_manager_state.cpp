@@ -24,8 +24,8 @@ const fn::logging::Category& category()
 } // namespace
 
 ModuleManager::State::State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions)
-    : _dispatcher(dispatcher)
-    , _loop(dispatcher.loop())
+    : _dispatcher(dispatcher),
+      _loop(dispatcher.loop())
 {
     for (auto* definition : definitions) _modules.emplace_back().definition.reset(definition);
     definitions.clear();
@@ -59,15 +59,17 @@ void ModuleManager::State::connectSignals()
 
 void ModuleManager::State::start()
 {
-    const auto mainLoopModule
-        = std::ranges::find_if(_modules, [](const ModuleState& module) { return module.definition->runsMainLoop(); });
+    const auto mainLoopModule =
+        std::ranges::find_if(_modules, [](const ModuleState& module) { return module.definition->runsMainLoop(); });
     auto* const except = mainLoopModule == _modules.end() ? nullptr : &*mainLoopModule;
     auto& mainLoop = fn::RunLoop::defaultLoop();
     mainLoop.post([weak = fn::WeakPtr(this), except] {
         if (const auto self = weak.lock()) self->launchAll(except);
     });
-    if (except) launchModule(*except); // Its entry point runs the loop.
-    else mainLoop.run(0);
+    if (except)
+        launchModule(*except); // Its entry point runs the loop.
+    else
+        mainLoop.run(0);
 }
 
 void ModuleManager::State::launchAll(const ModuleState* except)
@@ -88,12 +90,12 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
     try {
         module.definition->launch(_dispatcher, module.workerTag);
-        module.connectionTimer
-            = fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
+        module.connectionTimer =
+            fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
         return true;
     } catch (const std::exception& exception) {
-        const fn::String message
-            = fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
+        const fn::String message =
+            fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
         LOG(2, "{}", message);
         onFatalError.fire(message);
         return false;
@@ -113,8 +115,8 @@ void ModuleManager::State::restart(ModuleState& module)
 
 ModuleManager::State::ModuleState* ModuleManager::State::stateForWorkerTag(const fn::String& tag)
 {
-    const auto found
-        = std::ranges::find_if(_modules, [&](const ModuleState& module) { return module.workerTag == tag; });
+    const auto found =
+        std::ranges::find_if(_modules, [&](const ModuleState& module) { return module.workerTag == tag; });
     return found == _modules.end() ? nullptr : &*found;
 }
 

@@ -6,11 +6,16 @@
 namespace ipc {
 namespace {
 
-std::exception_ptr objectDead() { return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture)); }
+std::exception_ptr objectDead()
+{
+    return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
+}
 
 } // namespace
 
-CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& initializer) : ObjectReference(initializer) { }
+CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& initializer) : ObjectReference(initializer)
+{
+}
 
 CallableObjectReference::~CallableObjectReference() = default;
 
@@ -25,8 +30,8 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
     const fn::AutoPtr self(this);
     _pendingCalls.emplace(requestId, PendingCall { name, promise, self });
     try {
-        sendMessage(fn::Value::map({ { call::TYPE, call::CALL }, { call::METHOD_NAME, name }, { call::ARGUMENT, argument },
-            { call::REQUEST_ID, requestId } }));
+        sendMessage(fn::Value::map({ { call::TYPE, call::CALL }, { call::METHOD_NAME, name },
+            { call::ARGUMENT, argument }, { call::REQUEST_ID, requestId } }));
     } catch (...) {
         _pendingCalls.erase(requestId);
         promise.reject(std::current_exception());
@@ -53,9 +58,12 @@ void CallableObjectReference::cancelCall(std::uint32_t requestId)
 void CallableObjectReference::onMessage(const fn::Value& message)
 {
     const auto messageType = message.get(call::TYPE).asString();
-    if (messageType == call::CALL_RESPONSE) endCall(message, true);
-    else if (messageType == call::CALL_ERROR) endCall(message, false);
-    else if (messageType == call::EVENT) onEvent(message.at(call::EVENT_NAME).asString(), message.get(call::ARGUMENT));
+    if (messageType == call::CALL_RESPONSE)
+        endCall(message, true);
+    else if (messageType == call::CALL_ERROR)
+        endCall(message, false);
+    else if (messageType == call::EVENT)
+        onEvent(message.at(call::EVENT_NAME).asString(), message.get(call::ARGUMENT));
 }
 
 void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)

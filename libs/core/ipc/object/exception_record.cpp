@@ -15,8 +15,10 @@ template <typename Info> void attachDetail(fn::Exception& exception, const fn::V
 {
     const auto& detail = record.get(key);
     if (detail.empty()) return;
-    if constexpr (std::is_same_v<typename Info::Type, fn::String>) exception.attach(Info { detail.asString() });
-    else exception.attach(Info { detail.to<typename Info::Type>() });
+    if constexpr (std::is_same_v<typename Info::Type, fn::String>)
+        exception.attach(Info { detail.asString() });
+    else
+        exception.attach(Info { detail.to<typename Info::Type>() });
 }
 
 fn::Value encodeTrace(const fn::ResolvedStackTrace& trace)
@@ -47,8 +49,8 @@ fn::ResolvedStackTrace decodeTrace(const fn::Value& frames)
 
 fn::Value exceptionRecord(const fn::Exception& exception)
 {
-    auto record = fn::Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", exception.className() },
-        { "MESSAGE", exception.message() } });
+    auto record = fn::Value::map(
+        { { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", exception.className() }, { "MESSAGE", exception.message() } });
     addDetail<fn::DetailInfo>(record, "DETAIL", exception);
     addDetail<fn::PathInfo>(record, "PATH", exception);
     addDetail<fn::ErrnoInfo>(record, "ERRNO", exception);
@@ -63,7 +65,10 @@ fn::Value exceptionRecord(const fn::Exception& exception)
     return record;
 }
 
-bool isExceptionRecord(const fn::Value& error) { return error.isMap() && error.get("TYPE") == fn::Value("FN_EXCEPTION"); }
+bool isExceptionRecord(const fn::Value& error)
+{
+    return error.isMap() && error.get("TYPE") == fn::Value("FN_EXCEPTION");
+}
 
 std::exception_ptr exceptionFromRecord(const fn::Value& record)
 {

@@ -19,7 +19,8 @@ bool holdsInstance(const fn::Value& value, int depth)
             value.entries(), [&](const auto& entry) { return holdsInstance(entry.value, depth + 1); });
     }
     if (value.isArray()) {
-        return std::ranges::any_of(value.elements(), [&](const auto& element) { return holdsInstance(element, depth + 1); });
+        return std::ranges::any_of(
+            value.elements(), [&](const auto& element) { return holdsInstance(element, depth + 1); });
     }
     return false;
 }
@@ -49,6 +50,9 @@ fn::Value replace(const fn::Value& value)
 
 } // namespace
 
-fn::Value replaceInstanesWithReferences(const fn::Value& value) { return holdsInstance(value, 0) ? replace(value) : value; }
+fn::Value replaceInstanesWithReferences(const fn::Value& value)
+{
+    return holdsInstance(value, 0) ? replace(value) : value;
+}
 
 } // namespace ipc

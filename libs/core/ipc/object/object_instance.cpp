@@ -33,9 +33,7 @@ private:
     fn::AutoPtr<ObjectInstance> _instance;
 };
 
-ObjectInstance::ObjectInstance(Worker& worker)
-    : _manager(worker._objectManager)
-    , _objectId(_manager->nextObjectId())
+ObjectInstance::ObjectInstance(Worker& worker) : _manager(worker._objectManager), _objectId(_manager->nextObjectId())
 {
     const auto task = fn::makeAuto<ConstructionTask>(this);
     _constructionTask = task.get();

@@ -10,10 +10,10 @@ namespace ipc {
 
 ObjectReferenceInitializer::ObjectReferenceInitializer(
     WorkerObjectManager* manager, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className)
-    : manager(manager)
-    , objectId(objectId)
-    , instance(std::move(instance))
-    , className(std::move(className))
+    : manager(manager),
+      objectId(objectId),
+      instance(std::move(instance)),
+      className(std::move(className))
 {
 }
 
@@ -24,10 +24,10 @@ ObjectReferenceInitializer::~ObjectReferenceInitializer() = default;
 ObjectReferenceInitializer ObjectReference::_dummyInitializer;
 
 ObjectReference::ObjectReference(ObjectReferenceInitializer& initializer)
-    : _manager(initializer.manager)
-    , _objectId(initializer.objectId)
-    , _instance(initializer.instance)
-    , _className(initializer.className)
+    : _manager(initializer.manager),
+      _objectId(initializer.objectId),
+      _instance(initializer.instance),
+      _className(initializer.className)
 {
     if (_manager) _manager->registerReference(*this);
 }

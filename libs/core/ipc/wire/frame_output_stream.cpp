@@ -65,11 +65,12 @@ Frame FrameOutputStream::finish(std::size_t maxBytes)
     const auto bodyBytes = _finishedBytes - headerBytes;
     const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
     if (bodyBytes > bound) {
-        throw fn::RangeException(fmt::format(
-            "A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
+        throw fn::RangeException(
+            fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
     }
     auto* header = _frame.front().mutableData();
-    for (std::size_t byte = 0; byte < headerBytes; ++byte) header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
+    for (std::size_t byte = 0; byte < headerBytes; ++byte)
+        header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
     return std::move(_frame);
 }
 

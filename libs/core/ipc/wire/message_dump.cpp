@@ -54,7 +54,8 @@ fn::Value label(std::int64_t code, std::int64_t firstCode, const std::array<cons
 
 fn::Value translateEntry(const fn::Value& key, const fn::Value& value)
 {
-    if (key == fn::Value(field::TYPE)) return value.kind() == fn::Value::Kind::Int ? typeLabel(value.to<std::int64_t>()) : value;
+    if (key == fn::Value(field::TYPE))
+        return value.kind() == fn::Value::Kind::Int ? typeLabel(value.to<std::int64_t>()) : value;
     if (key == fn::Value(field::PAYLOAD)) return translatePayload(value);
     return value;
 }

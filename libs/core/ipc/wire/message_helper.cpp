@@ -119,8 +119,10 @@ bool MessageHelper::deliver()
     if (!*isAlive) return true;
     _headerReceived = 0;
     // The storage serves the next frame, unless a payload that is still on its way shares it.
-    if (_body.isShared() || _body.capacity() > limits::keptFrameBytes) _body = fn::ByteArray();
-    else _body.clear();
+    if (_body.isShared() || _body.capacity() > limits::keptFrameBytes)
+        _body = fn::ByteArray();
+    else
+        _body.clear();
     return true;
 }
 

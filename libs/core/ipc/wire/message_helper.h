@@ -44,11 +44,17 @@ public:
 
     /// Sees the body of each frame before it is decoded; what it takes (true) is not decoded and not signalled. It does not
     /// throw. For messages that need no general map.
-    void setFrameHandler(folly::Function<bool(const fn::ByteArray& body)> handler) { _frameHandler = std::move(handler); }
+    void setFrameHandler(folly::Function<bool(const fn::ByteArray& body)> handler)
+    {
+        _frameHandler = std::move(handler);
+    }
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
-    fn::Signal<const fn::Value&, unsigned int>& onMessage() { return _onMessage; } ///< A value and the length of its body.
+    fn::Signal<const fn::Value&, unsigned int>& onMessage()
+    {
+        return _onMessage;
+    } ///< A value and the length of its body.
 
 private:
     void onRead(std::ptrdiff_t count, const std::uint8_t* data);

@@ -49,9 +49,12 @@ void IdleTermination::startTermination()
     _worker._registry->setInstancesHidden(true).then(
         [this, manager = _worker._objectManager] {
             if (!manager->worker()) return;
-            manager->loop().schedule(hiddenTime, [this, manager] {
-                if (manager->worker()) secondStage();
-            }).detach();
+            manager->loop()
+                .schedule(hiddenTime,
+                    [this, manager] {
+                        if (manager->worker()) secondStage();
+                    })
+                .detach();
         },
         [this, manager = _worker._objectManager](std::exception_ptr) {
             if (manager->worker()) giveUp();

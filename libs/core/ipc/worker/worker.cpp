@@ -15,8 +15,8 @@ constexpr const char* site = "libs/core/ipc/worker";
 
 const fn::logging::Category& factoryCategory()
 {
-    static const auto& category
-        = fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
+    static const auto& category =
+        fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
     return category;
 }
 
@@ -33,15 +33,15 @@ Worker::Delegate::~Delegate() = default;
 
 Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath, const fn::String& displayName,
     const fn::String& tag, bool idleTermination)
-    : _idleTermination(std::make_unique<IdleTermination>(*this))
-    , _delegate(delegate)
-    , _loop(loop)
-    , _pipePath(pipePath)
-    , _displayName(displayName)
-    , _tag(tag)
-    , _hasOwnProcess(idleTermination)
-    , _messageHelper(limits::workerFrameBytes)
-    , _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
+    : _idleTermination(std::make_unique<IdleTermination>(*this)),
+      _delegate(delegate),
+      _loop(loop),
+      _pipePath(pipePath),
+      _displayName(displayName),
+      _tag(tag),
+      _hasOwnProcess(idleTermination),
+      _messageHelper(limits::workerFrameBytes),
+      _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
 {
     _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return onFrame(body); });
     _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int) { onMessage(message); }).detach();
@@ -206,7 +206,8 @@ void Worker::registerFactory(const fn::String& className, Factory factory)
     _referenceClasses.factories[className] = factory;
 }
 
-fn::AutoPtr<ObjectReference> Worker::createReference(const fn::String& className, ObjectReferenceInitializer& initializer)
+fn::AutoPtr<ObjectReference> Worker::createReference(
+    const fn::String& className, ObjectReferenceInitializer& initializer)
 {
     return _referenceClasses.createInstance(className, initializer);
 }

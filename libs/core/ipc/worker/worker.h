@@ -61,9 +61,8 @@ public:
     template <typename T> void registerObjectReferenceClass()
     {
         T sample(ObjectReference::_dummyInitializer);
-        registerFactory(sample.className(), [](ObjectReferenceInitializer& initializer) {
-            return fn::AutoPtr<ObjectReference>(new T(initializer));
-        });
+        registerFactory(sample.className(),
+            [](ObjectReferenceInitializer& initializer) { return fn::AutoPtr<ObjectReference>(new T(initializer)); });
     }
 
 private:
@@ -79,7 +78,8 @@ private:
     /// Makes references by class name.
     class ObjectReferenceFactory {
     public:
-        fn::AutoPtr<ObjectReference> createInstance(const fn::String& className, ObjectReferenceInitializer& initializer);
+        fn::AutoPtr<ObjectReference> createInstance(
+            const fn::String& className, ObjectReferenceInitializer& initializer);
         std::map<fn::String, Factory> factories;
     };
 

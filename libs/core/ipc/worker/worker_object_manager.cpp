@@ -39,11 +39,7 @@ fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
 
 } // namespace
 
-WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop)
-    : _worker(&worker)
-    , _loop(loop)
-{
-}
+WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
 
 void WorkerObjectManager::close()
 {
@@ -131,7 +127,8 @@ std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
 {
     if (value.isObject()) {
         const auto* object = value.objectPointer();
-        const bool isShared = dynamic_cast<const ObjectReference*>(object) || dynamic_cast<const ObjectInstance*>(object);
+        const bool isShared =
+            dynamic_cast<const ObjectReference*>(object) || dynamic_cast<const ObjectInstance*>(object);
         return isShared ? extension::OBJECT : -1;
     }
     if (value.isBoxed<core::Fraction>()) return extension::FRACTION;
@@ -226,7 +223,8 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objec
 
 // --- Deaths
 
-std::vector<fn::AutoPtr<ObjectReference>> WorkerObjectManager::liveReferences(const References& table, bool withLocal) const
+std::vector<fn::AutoPtr<ObjectReference>> WorkerObjectManager::liveReferences(
+    const References& table, bool withLocal) const
 {
     std::vector<fn::AutoPtr<ObjectReference>> live;
     for (const auto& [objectId, reference] : table) {
