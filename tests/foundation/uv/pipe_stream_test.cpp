@@ -130,6 +130,29 @@ TEST(PipeStream, CloseSendsWhatTheKernelTakesAndCancelsTheRestInOrder)
     EXPECT_TRUE(pair.received.starts_with("goodbye"));
 }
 
+TEST(PipeStream, WhatHasLeftIsCountedRightAlsoWhenAStreamIsClosedHalfWay)
+{
+    Loop loop;
+    PipeAndSocket pair(loop);
+    std::vector<int> completed;
+    for (int i = 0; i < 64; ++i) {
+        pair.pipe->write(
+            ByteArray(pattern(64 * 1024)), [&](const Status& status) { completed.push_back(status.code()); });
+    }
+    runTurns(loop);
+    pair.take();
+    runTurns(loop); // The kernel takes a part of what libuv was given.
+    pair.pipe->close();
+    runTurns(loop);
+    const auto sent = pair.pipe->sentBytes();
+    pair.take();
+    EXPECT_EQ(pair.received.size(), sent);
+    ASSERT_EQ(completed.size(), 64U);
+    for (std::size_t i = 0; i < completed.size(); ++i) {
+        EXPECT_EQ(completed[i], (i + 1) * 64 * 1024 <= sent ? 0 : -ECANCELED) << i;
+    }
+}
+
 TEST(PipeStream, ALoneWriteBeforeTheEndOfItsOwnerStillLeaves)
 {
     Loop loop;

@@ -131,7 +131,9 @@ TEST_F(Timers, ACallbackMayEndItsOwnTimerAndOthersThatAreDue)
 
 TEST_F(Timers, AHandleThatEndsOnAnotherThreadEndsTheTimerOnTheLoop)
 {
-    auto handle = schedule(Duration::seconds(1), 1);
+    std::thread::id freedOn;
+    auto handle = loop.schedule(Duration::seconds(1),
+        [held = std::shared_ptr<void>(nullptr, [&](void*) { freedOn = std::this_thread::get_id(); })] { FAIL(); });
     auto detached = schedule(Duration::seconds(1), 2);
     auto dropped = schedule(Duration::seconds(1), 3);
     loop.post([&] {
@@ -144,6 +146,7 @@ TEST_F(Timers, AHandleThatEndsOnAnotherThreadEndsTheTimerOnTheLoop)
     runTurns(loop);
     pass(Duration::seconds(1));
     EXPECT_THAT(fired, ElementsAre(2, 3));
+    EXPECT_EQ(freedOn, std::this_thread::get_id());
     loop.post([&] {
         std::jthread([&] { dropped.invalidate(); }); // Fired already.
         loop.stop();
