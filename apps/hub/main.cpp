@@ -22,8 +22,7 @@ struct Options {
 int serve(const Options& options)
 {
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    const auto console = std::make_shared<fn::logging::ConsoleTarget>(options.logPriority);
-    fn::logging::CategoryManager::instance().addSink(console);
+    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleTarget>(options.logPriority));
 
     auto& loop = fn::RunLoop::defaultLoop().uvLoop();
     ipc::Dispatcher dispatcher(loop, fn::Duration::milliseconds(options.timeoutMilliseconds));
