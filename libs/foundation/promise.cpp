@@ -79,11 +79,6 @@ void PromiseNodeBase::onCancel(folly::Function<void()> callable)
     if (!_settled) std::swap(_cancellation, callable);
 }
 
-void PromiseNodeBase::linkUpstream(PromiseNodeBase& upstream) noexcept
-{
-    if (!upstream._settled) _upstream = &upstream;
-}
-
 void PromiseNodeBase::cancel()
 {
     AutoPtr<PromiseNodeBase> node(this);

@@ -54,7 +54,7 @@ public:
     void await(PromiseHandlerBase& handler);
 
     /// `upstream` is cancelled with this node. Its handler, which holds this node, unlinks them first of all.
-    void linkUpstream(PromiseNodeBase& upstream) noexcept;
+    void linkUpstream(PromiseNodeBase& upstream) noexcept { _upstream = &upstream; }
     void unlinkUpstream() noexcept { _upstream = nullptr; }
 
 protected:
@@ -81,7 +81,7 @@ private:
     PromiseHandlerBase* _handler = nullptr;
     std::exception_ptr _failure;
     folly::Function<void()> _cancellation;
-    // A weak link that costs no allocation: a pending node's handler holds this node, and clears the link when it ends.
+    // A weak link that costs no allocation: the handler of that node, which holds this one, clears it as it ends.
     PromiseNodeBase* _upstream = nullptr;
 };
 
