@@ -24,8 +24,8 @@ std::string formatBytes(std::int64_t bytes)
 
 std::string formatTime(fn::Duration time)
 {
-    if (time < fn::Duration::seconds(60)) return fmt::format("{:.1f} s", time.totalSeconds());
-    const auto seconds = time.totalMicroseconds() / 1'000'000;
+    if (time < fn::Duration::milliseconds(59'950)) return fmt::format("{:.1f} s", time.totalSeconds());
+    const auto seconds = (time.totalMicroseconds() + 500'000) / 1'000'000;
     if (seconds < 3600) return fmt::format("{}:{:02}", seconds / 60, seconds % 60);
     return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
 }

@@ -1,0 +1,180 @@
+#include "program.h"
+#include "foundation/json/deserializer.h"
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace test {
+namespace {
+
+constexpr auto bound = std::chrono::seconds(60); // Sanitizers, and machines that do other things, take their time.
+
+/// Looks again and again whether `condition` holds.
+bool await(const std::function<bool()>& condition)
+{
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        ::poll(nullptr, 0, 1);
+    }
+    return true;
+}
+
+std::string readAll(int descriptor)
+{
+    std::string text;
+    std::array<char, 4096> buffer;
+    for (off_t at = 0;;) {
+        const auto count = ::pread(descriptor, buffer.data(), buffer.size(), at);
+        if (count <= 0) return text;
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+        at += count;
+    }
+}
+
+int openOutput(Program::Output output, int& ownSide)
+{
+    std::array<int, 2> ends {};
+    switch (output) {
+    case Program::Output::Files: return ::dup(ownSide = ::memfd_create("output", MFD_CLOEXEC));
+    case Program::Output::Closed:
+        if (::pipe(ends.data()) == 0) ::close(ends[0]);
+        return ends[1];
+    case Program::Output::Full: return ::open("/dev/full", O_WRONLY);
+    case Program::Output::Terminal:
+        ownSide = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        ::grantpt(ownSide);
+        ::unlockpt(ownSide);
+        ::fcntl(ownSide, F_SETFL, O_NONBLOCK);
+        return ::open(::ptsname(ownSide), O_RDWR | O_NOCTTY);
+    }
+    return -1;
+}
+
+/// In the child, between fork and exec.
+void dropOverride()
+{
+    ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
+    ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
+}
+
+} // namespace
+
+Program::Program(std::vector<std::string> arguments, const Setting& setting)
+{
+    arguments.insert(arguments.begin(), setting.program);
+    std::vector<char*> pointers;
+    for (auto& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    ::setenv("TERM", "xterm", 1);
+
+    const int output = openOutput(setting.output, _output);
+    _errors = ::memfd_create("errors", MFD_CLOEXEC);
+    _pid = ::fork();
+    if (_pid < 0) throw std::runtime_error("fork");
+    if (_pid == 0) {
+        ::setsid();
+        ::dup2(output, STDOUT_FILENO);
+        ::dup2(_errors, STDERR_FILENO);
+        if (!setting.mayReadAll) dropOverride();
+        ::execv(pointers[0], pointers.data());
+        ::_exit(127);
+    }
+    ::close(output);
+}
+
+Program::~Program()
+{
+    if (!_hasEnded) {
+        ::kill(-_pid, SIGKILL);
+        ::waitpid(_pid, nullptr, 0);
+    }
+    if (_output >= 0) ::close(_output);
+    ::close(_errors);
+}
+
+void Program::signal(int number) const { ::kill(-_pid, number); }
+
+std::vector<pid_t> Program::processes() const
+{
+    std::vector<pid_t> result;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        const auto pid = static_cast<pid_t>(std::atoi(entry.path().filename().c_str()));
+        if (pid > 0 && ::getsid(pid) == _pid) result.push_back(pid);
+    }
+    return result;
+}
+
+pid_t Program::awaitModule(const std::string& name) const
+{
+    pid_t found = 0;
+    await([&] {
+        for (const auto pid : processes()) {
+            std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
+            const std::string line { std::istreambuf_iterator(file), {} };
+            if (line.find("/" + name + ".dll") != std::string::npos) found = pid;
+        }
+        return found > 0;
+    });
+    if (found == 0) throw std::runtime_error("no process of module " + name); // -1 would mean all processes.
+    return found;
+}
+
+bool Program::awaitFile(const std::filesystem::path& path) const
+{
+    return await([&] { return std::filesystem::exists(path); });
+}
+
+int Program::wait()
+{
+    int status = 0;
+    const bool ended = await([&] {
+        if (_output >= 0) output(); // A terminal that is not read would hold it up.
+        return ::waitpid(_pid, &status, WNOHANG) == _pid;
+    });
+    EXPECT_TRUE(ended) << "The program does not end.\n" << output() << errors();
+    if (!ended) return -1;
+    _hasEnded = true;
+    for (const auto pid : processes()) {
+        ADD_FAILURE() << "Process " << pid << " is left behind.";
+        ::kill(pid, SIGKILL);
+    }
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+std::string Program::output()
+{
+    if (_output < 0) return {};
+    if (!::isatty(_output)) return readAll(_output);
+    std::array<char, 4096> buffer;
+    for (ssize_t count; (count = ::read(_output, buffer.data(), buffer.size())) > 0;) {
+        _terminalText.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return _terminalText;
+}
+
+std::string Program::errors() { return readAll(_errors); }
+
+fn::Value Program::json()
+{
+    try {
+        return fn::json::deserialize(output());
+    } catch (const std::exception& exception) {
+        ADD_FAILURE() << exception.what() << "\n" << output() << errors();
+        return {};
+    }
+}
+
+} // namespace test

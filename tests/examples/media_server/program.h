@@ -1,0 +1,55 @@
+#pragma once
+#include "foundation/value.h"
+#include <filesystem>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace test {
+
+/// A run of the program, in a session of its own. All that it started is killed when this goes.
+class Program {
+public:
+    enum class Output {
+        Files,
+        Closed, ///< Nobody reads standard output.
+        Full, ///< Standard output takes nothing.
+        Terminal, ///< Standard output is one.
+    };
+    struct Setting {
+        Output output = Output::Files;
+        bool mayReadAll = true; ///< False: permissions hold for root, too.
+        std::string program = TEST_BINARY_DIR "/programs/skyfold";
+    };
+
+    explicit Program(std::vector<std::string> arguments) : Program(std::move(arguments), Setting()) { }
+    Program(std::vector<std::string> arguments, const Setting& setting);
+    Program(const Program&) = delete;
+    ~Program();
+
+    void signal(int number) const; ///< To the program and all that it started, as a terminal does it.
+
+    /// Waits until this module has a process. Throws beyond a bound.
+    pid_t awaitModule(const std::string& name) const;
+
+    bool awaitFile(const std::filesystem::path& path) const; ///< False beyond a bound.
+
+    /// Waits for the end. The exit code, 128 + the signal that ended it, or -1 beyond a bound. Fails the test where a process is
+    /// left behind.
+    int wait();
+
+    std::string output(); ///< What it has written to its standard output.
+    std::string errors();
+    fn::Value json(); ///< Standard output, which must be one JSON value, as such.
+
+private:
+    std::vector<pid_t> processes() const;
+
+    pid_t _pid = -1;
+    bool _hasEnded = false;
+    int _output = -1; // A nameless file, or the terminal's other side.
+    int _errors = -1;
+    std::string _terminalText;
+};
+
+} // namespace test

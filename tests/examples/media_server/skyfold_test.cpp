@@ -1,0 +1,282 @@
+// The program as a whole, on folders whose content is known. What can break here: a file counted twice, left out or read
+// without need; a run that hangs or says nonsense where a file, a module, its output or its catalogue is out of order; a
+// process left behind.
+#include "foundation/exceptions.h"
+#include "program.h"
+#include "support/temporary_folder.h"
+#include <csignal>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::Program;
+using Output = Program::Output;
+
+class SkyfoldTest : public testing::Test {
+protected:
+    SkyfoldTest() { fs::create_directory(files); }
+
+    void write(const fs::path& name, std::string_view content)
+    {
+        fs::create_directories((files / name).parent_path());
+        test::writeFile((files / name).string(), content);
+    }
+
+    /// Enough to be read that a run is not over before the test has done something to it.
+    void writeMuch()
+    {
+        for (int i = 0; i < many; ++i) {
+            const auto path = files / std::to_string(i);
+            test::writeFile(path.string(), std::to_string(i));
+            fs::resize_file(path, 400'000); // Costs no disk.
+        }
+    }
+
+    std::vector<std::string> arguments(std::vector<std::string> more = { "--json" })
+    {
+        more.insert(more.end(), { files.string(), "--data", data.string() });
+        return more;
+    }
+
+    /// The object that a run prints, without the time.
+    fn::Value scan(std::vector<std::string> options = {})
+    {
+        options.emplace_back("--json");
+        Program program(arguments(std::move(options)));
+        EXPECT_EQ(program.wait(), 0);
+        return counts(program);
+    }
+
+    static fn::Value counts(Program& program)
+    {
+        auto result = program.json();
+        EXPECT_TRUE(result.isMap() && result.remove("seconds"));
+        return result;
+    }
+
+    static fn::Value expected(int files, int bytes, int distinct, int hashed, int unreadable = 0, int relaunches = 0)
+    {
+        return fn::Value::map({ { "files", files }, { "bytes", bytes }, { "distinct", distinct },
+            { "duplicates", files - unreadable - distinct }, { "hashed", hashed }, { "unreadable", unreadable },
+            { "unreadableFolders", 0 }, { "relaunches", relaunches } });
+    }
+
+    static constexpr int many = 1000;
+
+    test::TemporaryFolder folder;
+    const fs::path files = folder.path() / "files";
+    const fs::path data = folder.path() / "data";
+};
+
+TEST_F(SkyfoldTest, EachRegularFileCountsOnceAndNothingElseDoes)
+{
+    write("a.mp3", "music");
+    write("below/b.mp3", "music");
+    write("below/c.txt", "words");
+    write("empty", "");
+    write("below/empty", "");
+    write("two\nlines \x1b[2J", "1");
+    write("no text: \xff\xfe\xc3", "12");
+    write(std::string(255, 'n'), "123");
+    write("large1", std::string(400'000, '1'));
+    write("large2", std::string(400'000, '2'));
+    fs::create_symlink("a.mp3", files / "link");
+    fs::create_symlink("nowhere", files / "dangling");
+    fs::create_directory_symlink("..", files / "below" / "loop");
+    ASSERT_EQ(::mkfifo((files / "pipe").c_str(), 0600), 0);
+
+    const int bytes = 5 + 5 + 5 + 1 + 2 + 3 + 800'000;
+    EXPECT_EQ(scan(), expected(10, bytes, 8, 10));
+    EXPECT_EQ(scan(), expected(10, bytes, 8, 0)) << "Unchanged files are read again.";
+}
+
+TEST_F(SkyfoldTest, AnEmptyFolderIsNoSpecialCase)
+{
+    EXPECT_EQ(scan(), expected(0, 0, 0, 0));
+    EXPECT_EQ(scan({ "--kill-scanner" }), expected(0, 0, 0, 0, 0, 1));
+}
+
+TEST_F(SkyfoldTest, TheCatalogueFollowsWhatHappensToFilesAndKeepsFoldersApart)
+{
+    write("same", "12345");
+    write("changed", "12345");
+    write("removed", "1");
+    write("gone/with its folder", "1");
+    EXPECT_EQ(scan(), expected(4, 12, 2, 4));
+
+    const auto before = fs::last_write_time(files / "changed");
+    write("changed", "54321");
+    fs::last_write_time(files / "changed", before + std::chrono::nanoseconds(1)); // Of the same size, hardly later.
+    fs::remove(files / "removed");
+    fs::remove_all(files / "gone");
+    write("new", "123");
+    EXPECT_EQ(scan(), expected(3, 13, 3, 2));
+
+    Program other({ folder.path().string(), "--json", "--data", data.string() });
+    EXPECT_EQ(other.wait(), 0);
+    EXPECT_EQ(scan(), expected(3, 13, 3, 0));
+}
+
+TEST_F(SkyfoldTest, WhatCannotBeReadIsCountedAndNamedAndHoldsNothingUp)
+{
+    write("readable", "1");
+    write("not\treadable", "12");
+    write("locked/inside", "123");
+    write("blind/inside", "1234");
+    fs::permissions(files / "not\treadable", fs::perms::none);
+    fs::permissions(files / "locked", fs::perms::none);
+    fs::permissions(files / "blind", fs::perms::owner_read); // Lists its entries, and lets nobody look at them.
+
+    Program json(arguments(), { .mayReadAll = false });
+    EXPECT_EQ(json.wait(), 0);
+    auto result = expected(2, 3, 1, 1, 1);
+    result.set("unreadableFolders", 2);
+    EXPECT_EQ(counts(json), result);
+
+    Program text(arguments({}), { .mayReadAll = false });
+    EXPECT_EQ(text.wait(), 0);
+    const auto output = text.output();
+    for (const auto* line :
+        { "1 files could not be read:\n  not\\x09readable\n", "2 folders could not be read:\n  locked\n  blind\n" }) {
+        EXPECT_NE(output.find(line), std::string::npos) << output;
+    }
+    fs::permissions(files / "not\treadable", fs::perms::owner_all);
+    fs::permissions(files / "locked", fs::perms::owner_all);
+    fs::permissions(files / "blind", fs::perms::owner_all);
+    EXPECT_EQ(scan(), expected(4, 10, 4, 3)) << "What could not be read then is not read now.";
+}
+
+TEST_F(SkyfoldTest, AScanSurvivesItsScanner)
+{
+    for (int i = 0; i < 60; ++i) write(std::to_string(i), std::to_string(i / 2));
+    EXPECT_EQ(scan({ "--kill-scanner", "--lumen-hall" }), expected(60, 100, 30, 60, 0, 1));
+    EXPECT_EQ(scan({ "--lumen-hall" }), expected(60, 100, 30, 0));
+}
+
+TEST_F(SkyfoldTest, AScanSurvivesItsLibrary)
+{
+    writeMuch();
+    Program program(arguments());
+    const auto library = program.awaitModule("library");
+    const auto scanner = program.awaitModule("scanner");
+    ::kill(scanner, SIGSTOP); // The scan is not over.
+    ASSERT_TRUE(program.awaitFile(data / "catalogue.sqlite")); // The console has found the library.
+    ::kill(library, SIGKILL);
+    ::kill(scanner, SIGCONT);
+    EXPECT_EQ(program.wait(), 0);
+    const auto result = counts(program);
+    EXPECT_EQ(result.get("distinct"), fn::Value(many));
+    EXPECT_EQ(result.get("relaunches"), fn::Value(1));
+}
+
+struct Ending {
+    int signal;
+    const char* stopped; // A module that hangs, or "".
+};
+
+class SkyfoldEndingTest : public SkyfoldTest, public testing::WithParamInterface<Ending> { };
+
+TEST_P(SkyfoldEndingTest, NoProcessIsLeftBehindAndTheCatalogueGoesOn)
+{
+    writeMuch();
+    Program program(arguments({}));
+    program.awaitModule("library");
+    program.awaitModule("scanner");
+    const std::string stopped = GetParam().stopped;
+    if (!stopped.empty()) ::kill(program.awaitModule(stopped), SIGSTOP);
+    program.signal(GetParam().signal);
+    EXPECT_EQ(program.wait(), 128 + GetParam().signal);
+    EXPECT_EQ(program.output().find("Done"), std::string::npos);
+
+    const auto result = scan();
+    EXPECT_EQ(result.get("files"), fn::Value(many));
+    EXPECT_EQ(result.get("distinct"), fn::Value(many));
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, SkyfoldEndingTest,
+    testing::Values(Ending { SIGINT, "" }, Ending { SIGINT, "scanner" }, Ending { SIGTERM, "library" }));
+
+TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
+{
+    writeMuch();
+    Program first(arguments());
+    const auto scanner = first.awaitModule("scanner");
+    ::kill(scanner, SIGSTOP);
+    ASSERT_TRUE(first.awaitFile(data / "catalogue.lock"));
+
+    Program second(arguments());
+    EXPECT_EQ(second.wait(), 1);
+    EXPECT_EQ(second.output(), "");
+    EXPECT_NE(second.errors().find("in use by another run"), std::string::npos) << second.errors();
+
+    ::kill(scanner, SIGCONT);
+    EXPECT_EQ(first.wait(), 0);
+    EXPECT_EQ(first.json().get("distinct"), fn::Value(many));
+}
+
+TEST_F(SkyfoldTest, OutputThatNobodyReadsEndsQuietlyAndOutputThatIsLostDoesNot)
+{
+    write("file", "1");
+    Program closed(arguments({}), { .output = Output::Closed });
+    EXPECT_EQ(closed.wait(), 128 + SIGPIPE);
+    EXPECT_EQ(closed.errors(), "");
+
+    Program full(arguments(), { .output = Output::Full });
+    EXPECT_EQ(full.wait(), 1);
+    EXPECT_EQ(full.errors(), "skyfold: standard output: No space left on device\n");
+}
+
+TEST_F(SkyfoldTest, OnATerminalABarIsDrawnAndGoneInTheEnd)
+{
+    write("file.txt", "1");
+    Program program(arguments({ "--kill-scanner" }), { .output = Output::Terminal });
+    EXPECT_EQ(program.wait(), 0);
+    const auto output = program.output();
+    const auto bar = output.rfind("\r\033[K[");
+    const auto erased = output.rfind("\r\033[K");
+    EXPECT_NE(bar, std::string::npos) << output;
+    EXPECT_GT(erased, bar) << output;
+    EXPECT_TRUE(output.substr(erased).starts_with("\r\033[K  Files")) << output;
+}
+
+TEST_F(SkyfoldTest, WhatCannotBeDoneIsSaidAndNotDone)
+{
+    write("file", "1");
+    const auto fails = [&](std::vector<std::string> command, int exitCode, const std::string& message) {
+        Program program(std::move(command));
+        EXPECT_EQ(program.wait(), exitCode);
+        EXPECT_EQ(program.output(), "");
+        EXPECT_NE(program.errors().find(message), std::string::npos) << program.errors();
+    };
+    fails({ "--unknown" }, 2, "--unknown");
+    fails({ (files / "nowhere").string() }, 2, "nowhere");
+    fails({ files.string(), "--json", "--data", (files / "file").string() }, 1, "file: Not a directory");
+
+    const std::string text(10'000, 't');
+    fs::create_directory(data);
+    test::writeFile((data / "catalogue.sqlite").string(), text);
+    fails(arguments(), 1, "catalogue.sqlite: file is not a database");
+    EXPECT_EQ(test::readFile((data / "catalogue.sqlite").string()), text) << "Somebody's file is overwritten.";
+}
+
+TEST_F(SkyfoldTest, AModuleThatCannotBeStartedEndsTheProgram)
+{
+    const auto program = folder.path() / "programs" / "skyfold";
+    fs::create_directory(program.parent_path());
+    fs::copy_file(TEST_BINARY_DIR "/programs/skyfold", program);
+    const auto run = [&] {
+        Program alone(arguments(), { .program = program.string() });
+        EXPECT_EQ(alone.wait(), 1);
+        return alone.errors();
+    };
+    EXPECT_NE(run().find("Failed to start module console"), std::string::npos);
+    fs::create_directory(folder.path() / "modules");
+    fs::copy_file(TEST_BINARY_DIR "/modules/console.dll", folder.path() / "modules" / "console.dll");
+    EXPECT_NE(run().find("Failed to start module library"), std::string::npos);
+}
+
+} // namespace
