@@ -10,6 +10,13 @@ std::uint32_t requestIdOf(const fn::Value& message)
     return requestId ? requestId->to<std::uint32_t>() : call::NO_REQUEST_ID;
 }
 
+/// A caller without a request or worker id waits for nothing. Sent to the latter, an answer would reach everybody, and end
+/// others' calls of the same number.
+bool isAwaited(const CallableObjectInstance::CallContext& context)
+{
+    return context.requestId != call::NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
+}
+
 } // namespace
 
 CallableObjectInstance::CallableObjectInstance(Worker& worker) : ObjectInstance(worker) { }
@@ -31,7 +38,7 @@ void CallableObjectInstance::onMethodCallCancelled(const CallContext&) { }
 
 void CallableObjectInstance::sendResult(const CallContext& context, const fn::Value& result)
 {
-    if (context.requestId == call::NO_REQUEST_ID) return;
+    if (!isAwaited(context)) return;
     sendMessage(context.workerId,
         fn::Value::map({ { call::TYPE, call::CALL_RESPONSE }, { call::REQUEST_ID, context.requestId },
             { call::RESULT, result } }));
@@ -39,7 +46,7 @@ void CallableObjectInstance::sendResult(const CallContext& context, const fn::Va
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Value& error)
 {
-    if (context.requestId == call::NO_REQUEST_ID) return;
+    if (!isAwaited(context)) return;
     sendMessage(context.workerId,
         fn::Value::map(
             { { call::TYPE, call::CALL_ERROR }, { call::REQUEST_ID, context.requestId }, { call::ERROR, error } }));
@@ -47,7 +54,7 @@ void CallableObjectInstance::sendError(const CallContext& context, const fn::Val
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
 {
-    if (context.requestId == call::NO_REQUEST_ID) return; // Resolving a trace for nobody would be a waste.
+    if (!isAwaited(context)) return; // Resolving a trace for nobody would be a waste.
     sendError(context, exceptionRecord(exception));
 }
 
