@@ -40,8 +40,8 @@ void CallableObjectInstance::sendResult(const CallContext& context, const fn::Va
 {
     if (!isAwaited(context)) return;
     sendMessage(context.workerId,
-        fn::Value::map({ { call::TYPE, call::CALL_RESPONSE }, { call::REQUEST_ID, context.requestId },
-            { call::RESULT, result } }));
+        fn::Value::map({ { call::REQUEST_ID, context.requestId }, { call::RESULT, result },
+            { call::TYPE, call::CALL_RESPONSE } }));
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Value& error)
@@ -49,7 +49,7 @@ void CallableObjectInstance::sendError(const CallContext& context, const fn::Val
     if (!isAwaited(context)) return;
     sendMessage(context.workerId,
         fn::Value::map(
-            { { call::TYPE, call::CALL_ERROR }, { call::REQUEST_ID, context.requestId }, { call::ERROR, error } }));
+            { { call::ERROR, error }, { call::REQUEST_ID, context.requestId }, { call::TYPE, call::CALL_ERROR } }));
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
@@ -74,7 +74,7 @@ void CallableObjectInstance::sendError(const CallContext& context, std::exceptio
 void CallableObjectInstance::postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument)
 {
     sendMessage(workerId,
-        fn::Value::map({ { call::TYPE, call::EVENT }, { call::EVENT_NAME, name }, { call::ARGUMENT, argument } }));
+        fn::Value::map({ { call::ARGUMENT, argument }, { call::EVENT_NAME, name }, { call::TYPE, call::EVENT } }));
 }
 
 void CallableObjectInstance::broadcastEvent(const fn::String& name, const fn::Value& argument)

@@ -30,8 +30,9 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
     const fn::AutoPtr self(this);
     _pendingCalls.emplace(requestId, PendingCall { name, promise, self });
     try {
-        sendMessage(fn::Value::map({ { call::TYPE, call::CALL }, { call::METHOD_NAME, name },
-            { call::ARGUMENT, argument }, { call::REQUEST_ID, requestId } }));
+        // In ascending order of the keys, as everywhere in these messages: the map is built by appending.
+        sendMessage(fn::Value::map({ { call::ARGUMENT, argument }, { call::METHOD_NAME, name },
+            { call::REQUEST_ID, requestId }, { call::TYPE, call::CALL } }));
     } catch (...) {
         _pendingCalls.erase(requestId);
         promise.reject(std::current_exception());
@@ -52,7 +53,7 @@ std::uint32_t CallableObjectReference::nextRequestId()
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
     if (!_pendingCalls.extract(requestId)) return;
-    sendMessage(fn::Value::map({ { call::TYPE, call::CANCEL }, { call::REQUEST_ID, requestId } }));
+    sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
 }
 
 void CallableObjectReference::onMessage(const fn::Value& message)
