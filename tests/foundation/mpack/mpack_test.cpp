@@ -42,6 +42,30 @@ struct Marker : fn::RefCountedObject {
     ~Marker() override = default;
 };
 
+/// Writes markers as extension 5 of `size` bytes 'm'.
+struct MarkerWriter : fn::mpack::ValueSerializer {
+    std::int8_t typeForValue(const Value& value) override
+    {
+        EXPECT_TRUE(value.kind() == Value::Kind::Boxed || value.kind() == Value::Kind::Object);
+        return value.isObject() ? 5 : -1;
+    }
+    void serializeValue(const Value&, fn::OutputStream& stream) override { stream.write(std::string(size, 'm')); }
+    std::size_t size = 0;
+};
+
+/// Reads `wanted` bytes of each extension.
+struct MarkerReader : fn::mpack::ValueDeserializer {
+    Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override
+    {
+        ++calls;
+        EXPECT_EQ(type, 5);
+        EXPECT_EQ(stream.remaining(), size);
+        return stream.readString(wanted);
+    }
+    std::size_t wanted = 0;
+    int calls = 0;
+};
+
 TEST(MPack, ReadsFormsThatItDoesNotWrite)
 {
     using namespace std::literals;
@@ -75,14 +99,16 @@ TEST(MPack, EveryCutIsAnEndOfStreamAndNothingElse)
 
 TEST(MPack, LyingSizesAreRefusedBeforeTheirBody)
 {
+    MarkerReader reader;
     for (const char* code : { "\xDD", "\xDF", "\xDB", "\xC6", "\xC9" }) {
         for (const int depth : { 0, 400 }) {
-            const auto bytes = repeated("\x92", depth) + code + "\xFF\xFF\xFF\xFF\x01\x01\x01";
-            EXPECT_THROW(decode(bytes), fn::EndOfStreamException);
+            const auto bytes = repeated("\x92", depth) + code + "\xFF\xFF\xFF\xFF\xD4\x05mm";
+            EXPECT_THROW(decode(bytes, &reader), fn::EndOfStreamException);
         }
     }
-    // One byte an element is the least that can come: 16 elements of two entries in 20 bytes are a lie too.
-    EXPECT_THROW(decode(std::string("\xDE\x00\x10", 3) + std::string(31, '\x01')), fn::EndOfStreamException);
+    // An entry takes two bytes at least.
+    EXPECT_THROW(decode(std::string("\xDE\x00\x02\xD4\x05m", 6), &reader), fn::EndOfStreamException);
+    EXPECT_EQ(reader.calls, 0);
 }
 
 TEST(MPack, ReadersAndWritersAgreeOnTheDepth)
@@ -127,28 +153,6 @@ TEST(MPack, TimestampsComeBackExactlyOverTheirWholeRange)
         EXPECT_THROW(decode(bad), fn::DataFormatException);
     }
 }
-
-/// Writes markers as extension 5 of `size` bytes 'm'.
-struct MarkerWriter : fn::mpack::ValueSerializer {
-    std::int8_t typeForValue(const Value& value) override
-    {
-        EXPECT_TRUE(value.kind() == Value::Kind::Boxed || value.kind() == Value::Kind::Object);
-        return value.isObject() ? 5 : -1;
-    }
-    void serializeValue(const Value&, fn::OutputStream& stream) override { stream.write(std::string(size, 'm')); }
-    std::size_t size = 0;
-};
-
-/// Reads `wanted` bytes of each extension.
-struct MarkerReader : fn::mpack::ValueDeserializer {
-    Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override
-    {
-        EXPECT_EQ(type, 5);
-        EXPECT_EQ(stream.remaining(), size);
-        return stream.readString(wanted);
-    }
-    std::size_t wanted = 0;
-};
 
 TEST(MPack, ExtensionsKeepToTheirBytes)
 {

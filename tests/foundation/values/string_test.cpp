@@ -36,6 +36,13 @@ TEST(String, AppendingItselfOrToACopyLeavesTheOthersAlone)
         EXPECT_EQ(text.view(), expected);
         EXPECT_EQ(text.c_str()[text.size()], '\0');
     }
+    text += "0";
+    String fork = text; // Both have room for more, in one buffer.
+    fork += "1";
+    text += "2";
+    EXPECT_EQ(fork.view(), expected + "01");
+    EXPECT_EQ(text.view(), expected + "02");
+    expected += "02";
     text += std::string_view();
     EXPECT_EQ(text.view(), expected);
 }

@@ -196,6 +196,7 @@ TEST(Value, ConvertsWithoutLossOrNotAtAll)
     for (const Value& value : { Value(-1), Value(-1.0), Value(18446744073709551616.0) }) {
         EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<std::uint64_t>(); }), lossy) << value.toString();
     }
+    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(9223372036854775808.0).to<std::int64_t>(); }), lossy);
     const auto notIntegral = "Value can not be implicitly converted to integral type";
     for (const Value& value : { Value("1"), Value(fn::ByteArray()), Value(Value::MAP), Value(Temperature { 1 }) }) {
         EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<int>(); }), notIntegral);
