@@ -46,11 +46,10 @@ protected:
     fn::AutoPtr<Collector> collector = fn::makeAuto<Collector>(fn::logging::Error);
 };
 
-int evaluations = 0;
-
 TEST_F(Hooks, LogABrokenInvariantAndGoOn)
 {
     fn::setAssertionHook(nullptr);
+    int evaluations = 0;
     EXPECT_TRUE(FN_ASSERT(++evaluations == 1, "libs/a", 1, "f", "fine"));
     EXPECT_FALSE(FN_ASSERT(++evaluations == 1, "libs/a", 2, "f", "broken"));
     EXPECT_THAT(collector->lines, ElementsAre("core.assertion 1 Assertion failed: broken (libs/a:2, f)"));
