@@ -119,9 +119,6 @@ private:
     std::optional<PromiseValue<T>> _value;
 };
 
-template <typename T> class RootPromiseNode final : public PromiseNode<T> {
-};
-
 template <typename T> class PromiseNode<T>::Follower final : public PromiseHandler<T> {
 public:
     explicit Follower(PromiseNode& follower) : _follower(&follower) { }
