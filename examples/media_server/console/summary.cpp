@@ -19,7 +19,7 @@ void addCount(Text text, std::string_view name, std::int64_t count, std::string_
 void addPaths(Text text, std::string_view name, const PathSample& sample)
 {
     if (sample.count == 0) return;
-    fmt::format_to(text, "{} {}:\n", formatCount(sample.count), name);
+    fmt::format_to(text, "{} that could not be read: {}\n", name, formatCount(sample.count));
     for (const auto& path : sample.paths) fmt::format_to(text, "  {}\n", printable(path));
     if (sample.count > static_cast<std::int64_t>(sample.paths.size())) fmt::format_to(text, "  ...\n");
 }
@@ -38,8 +38,8 @@ std::string summaryText(const Summary& summary)
     addCount(text, "Duplicates", totals.duplicates());
     addCount(text, "Read anew", totals.hashed);
     if (summary.relaunches > 0) addCount(text, "Relaunches", summary.relaunches);
-    addPaths(text, "files could not be read", totals.unreadable);
-    addPaths(text, "folders could not be read", summary.unreadableFolders);
+    addPaths(text, "Files", totals.unreadable);
+    addPaths(text, "Folders", summary.unreadableFolders);
     fmt::format_to(text, "Done in {}.\n", formatTime(summary.time));
     return result;
 }

@@ -140,8 +140,8 @@ TEST_F(SkyfoldTest, WhatCannotBeReadIsCountedAndNamedAndHoldsNothingUp)
     Program text(arguments({}), { .mayReadAll = false });
     EXPECT_EQ(text.wait(), 0);
     const auto output = text.output();
-    for (const auto* line :
-        { "1 files could not be read:\n  not\\x09readable\n", "2 folders could not be read:\n  locked\n  blind\n" }) {
+    for (const auto* line : { "Files that could not be read: 1\n  not\\x09readable\n",
+             "Folders that could not be read: 2\n  locked\n  blind\n" }) {
         EXPECT_NE(output.find(line), std::string::npos) << output;
     }
     fs::permissions(files / "not\treadable", fs::perms::owner_all);
