@@ -8,6 +8,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "support/expectations.h"
+#include "support/peer.h"
 #include "support/worker.h"
 #include <gtest/gtest.h>
 
@@ -70,8 +71,9 @@ protected:
     {
         offer();
         onLoop([&] {
-            user->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
-                [this](fn::AutoPtr<ServiceReference>&& found) { reference = std::move(found); });
+            user->worker->registry()
+                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
+                .then([this](fn::AutoPtr<ServiceReference>&& found) { reference = std::move(found); });
         });
         ASSERT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(reference); }));
     }
@@ -107,7 +109,11 @@ public:
 
 class Failing final : public Service {
 public:
-    explicit Failing(ipc::Worker& worker) : Service(worker) { throw std::runtime_error("no"); }
+    explicit Failing(ipc::Worker& worker) : Service(worker)
+    {
+        broadcastEvent("never", {});
+        throw std::runtime_error("no");
+    }
 };
 
 } // namespace
@@ -118,7 +124,8 @@ TEST_F(ObjectTest, CallsTravelWithEveryKindOfValue)
     ASSERT_FALSE(reference->local());
     const auto argument = Value::map({ { "nil", {} }, { "number", -7 }, { "text", "\xc3\xa4" },
         { "bytes", fn::ByteArray(std::string(100'000, 'b')) }, { "fraction", core::Fraction(16, 9) },
-        { "labelled", core::TypedByteArray(fn::ByteArray("x"), "image/png") }, { "list", Value::array({ 1, 2.5, true }) } });
+        { "labelled", core::TypedByteArray(fn::ByteArray("x"), "image/png") },
+        { "list", Value::array({ 1, 2.5, true }) } });
     Outcome outcome;
     call(*reference, "echo", argument, outcome);
     ASSERT_TRUE(isOver(outcome)) << outcome.error();
@@ -137,15 +144,17 @@ TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
     service->answer = [this](const Service::Call& made) {
         if (made.name == "record") {
             service->sendError(made.context,
-                fn::with(fn::RangeException("out of it"), fn::PathInfo { "/some/path" }, fn::WinErrorInfo { 0xdeadbeef },
-                    fn::ErrnoInfo { 2 }, fn::UVErrnoInfo { -2 }, fn::ErrorCodeInfo { 9 }, fn::DetailInfo { "why" }));
+                fn::with(fn::RangeException("out of it"), fn::PathInfo { "/some/path" },
+                    fn::WinErrorInfo { 0xdeadbeef }, fn::ErrnoInfo { 2 }, fn::UVErrnoInfo { -2 },
+                    fn::ErrorCodeInfo { 9 }, fn::DetailInfo { "why" }));
         } else if (made.name == "standard") {
             service->sendError(made.context, std::make_exception_ptr(std::runtime_error("plain")));
         } else if (made.name == "odd") {
             service->sendError(made.context, std::make_exception_ptr(5));
         } else {
-            service->sendError(made.context, Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", "NoSuchClass" },
-                                                 { "MESSAGE", "m" }, { "STACK_TRACE", "nonsense" } }));
+            service->sendError(made.context,
+                Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", "NoSuchClass" }, { "MESSAGE", "m" },
+                    { "STACK_TRACE", "nonsense" } }));
         }
     };
     Outcome record, standard, odd, unknown;
@@ -257,7 +266,8 @@ TEST_F(ObjectTest, AnInstanceLivesWhileAnotherWorkerHoldsIt)
     ASSERT_TRUE(isOver(echo));
     EXPECT_EQ(echo.value(), Value(5));
     held.reset();
-    EXPECT_TRUE(test::runUntil(*loop, [&] { return Service::alive == 1; })) << "released once, with the count of all three";
+    EXPECT_TRUE(test::runUntil(*loop, [&] { return Service::alive == 1; }))
+        << "released once, with the count of all three";
 }
 
 TEST_F(ObjectTest, DeathEndsEveryCallAndIsToldOnce)
@@ -305,8 +315,9 @@ TEST_F(ObjectTest, AReferenceToAnObjectOfADeadWorkerIsBornDead)
     onLoop([&] { registered.observe(third->worker->registry()->registerObject(box, 9)); });
     fn::AutoPtr<ServiceReference> way;
     onLoop([&] {
-        user->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)).then(
-            [&](fn::AutoPtr<ServiceReference>&& found) { way = std::move(found); });
+        user->worker->registry()
+            ->getInstance<ServiceReference>(fn::Duration::seconds(20))
+            .then([&](fn::AutoPtr<ServiceReference>&& found) { way = std::move(found); });
     });
     ASSERT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(way); }));
     owner->worker->stop();
@@ -340,6 +351,24 @@ TEST_F(ObjectTest, ConstructionIsFinishedBeforeAnythingLeaves)
     EXPECT_EQ(Service::alive, 2);
 }
 
+TEST_F(ObjectTest, NobodyAnswersACallerWithoutAnIdToEverybody)
+{
+    // Before HELLO there is no id that an answer could be sent to, and the user waits for a call of the same number.
+    Outcome waiting;
+    onLoop(
+        [&] { waiting.observe(user->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20))); });
+    test::Peer stranger(*loop, dispatcher->pipePath());
+    stranger.send(test::objectMessage(ipc::REGISTRY_OBJECT_ID, 0,
+        Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "setInstancesHidden" }, { "ARGUMENT", false },
+            { "REQUEST_ID", 1 } })));
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return stranger.isConnected() && stranger.stream()->queuedBytes() == 0; }));
+    test::runTurns(*loop, 40);
+    EXPECT_FALSE(waiting.isOver());
+    offer();
+    ASSERT_TRUE(isOver(waiting));
+    EXPECT_TRUE(waiting.value().object<ServiceReference>());
+}
+
 TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)
 {
     find();
@@ -348,6 +377,13 @@ TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)
     Outcome outcome;
     call(*reference, "echo", deep, outcome);
     EXPECT_EQ(outcome.error().substr(0, 20), "DataFormatException:");
+    Outcome early;
+    test::Client newcomer(*loop, dispatcher->pipePath());
+    onLoop([&] {
+        early.observe(newcomer.worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(1)));
+        EXPECT_FALSE(newcomer.isConnected());
+    });
+    EXPECT_TRUE(early.isOver()) << "without an id it could not be answered";
     Outcome next;
     call(*reference, "echo", 1, next);
     ASSERT_TRUE(isOver(next));

@@ -11,8 +11,8 @@ class FN_EXPORT CallableObjectInstance : public ObjectInstance {
 public:
     /// Identifies one incoming call: request ids are the calling worker's own.
     struct CallContext {
-        WorkerId workerId = NO_WORKER_ID;
-        std::uint32_t requestId = call::NO_REQUEST_ID; ///< This value: nobody waits for an answer.
+        WorkerId workerId = NO_WORKER_ID; ///< This value, or the next one's: nobody waits for an answer.
+        std::uint32_t requestId = call::NO_REQUEST_ID;
         friend bool operator==(const CallContext&, const CallContext&) = default;
     };
 

@@ -9,10 +9,15 @@
 namespace ipc {
 namespace {
 
+/// The same bound as for payloads that travel.
+void checkDepth(int depth)
+{
+    if (depth > fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");
+}
+
 bool holdsInstance(const fn::Value& value, int depth)
 {
-    // The same bound as for payloads that travel.
-    if (depth > fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");
+    checkDepth(depth);
     if (value.isObject()) return dynamic_cast<const ObjectInstance*>(value.objectPointer()) != nullptr;
     if (value.isMap()) {
         return std::ranges::any_of(
@@ -25,8 +30,9 @@ bool holdsInstance(const fn::Value& value, int depth)
     return false;
 }
 
-fn::Value replace(const fn::Value& value)
+fn::Value replace(const fn::Value& value, int depth)
 {
+    checkDepth(depth);
     if (value.isObject()) {
         auto* instance = dynamic_cast<ObjectInstance*>(value.objectPointer());
         if (!instance) return value;
@@ -36,13 +42,13 @@ fn::Value replace(const fn::Value& value)
     }
     if (value.isMap()) {
         fn::Value::Map translated;
-        for (const auto& [key, entry] : value.entries()) translated.set(key, replace(entry));
+        for (const auto& [key, entry] : value.entries()) translated.set(key, replace(entry, depth + 1));
         return translated;
     }
     if (value.isArray()) {
         fn::Value::Array translated;
         translated.reserve(value.size());
-        for (const auto& element : value.elements()) translated.push_back(replace(element));
+        for (const auto& element : value.elements()) translated.push_back(replace(element, depth + 1));
         return translated;
     }
     return value;
@@ -52,7 +58,7 @@ fn::Value replace(const fn::Value& value)
 
 fn::Value replaceInstanesWithReferences(const fn::Value& value)
 {
-    return holdsInstance(value, 0) ? replace(value) : value;
+    return holdsInstance(value, 0) ? replace(value, 0) : value;
 }
 
 } // namespace ipc

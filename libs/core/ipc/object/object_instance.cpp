@@ -7,29 +7,29 @@
 
 namespace ipc {
 
-/// Holds a new instance until the loop's next turn, so that nobody's first release destroys it half made. A derived
-/// constructor may throw: the instance disarms it then.
+/// Holds a new instance until the loop's next turn, so that nobody's first release destroys it half made, and until what it
+/// sent before has left. A derived constructor may throw: the instance disarms it then.
 class ObjectInstance::ConstructionTask final : public fn::RefCountedBase {
 public:
     explicit ConstructionTask(ObjectInstance* instance) : _instance(instance) { }
-    ~ConstructionTask() override { finish(); }
+    ~ConstructionTask() override
+    {
+        if (_instance) _instance->_constructionTask = nullptr;
+    }
 
     void run()
     {
         if (_instance) _instance->_ready = true;
-        finish();
+    }
+
+    void send(WorkerId workerId, const fn::Value& value)
+    {
+        if (_instance) _instance->sendMessage(workerId, value);
     }
 
     void disarm() { static_cast<void>(_instance.leak()); } // The memory goes: its count no longer matters.
 
 private:
-    void finish()
-    {
-        if (!_instance) return;
-        _instance->_constructionTask = nullptr;
-        _instance.reset();
-    }
-
     fn::AutoPtr<ObjectInstance> _instance;
 };
 
@@ -78,7 +78,8 @@ fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
 void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
 {
     if (!_ready) {
-        loop().post([self = fn::AutoPtr(this), workerId, value] { self->sendMessage(workerId, value); });
+        if (!_constructionTask) return; // The loop has ended before it ran.
+        loop().post([task = fn::AutoPtr(_constructionTask), workerId, value] { task->send(workerId, value); });
         return;
     }
     auto* worker = _manager->worker();

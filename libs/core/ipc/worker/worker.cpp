@@ -5,6 +5,7 @@
 #include "core/ipc/wire/object_message.h"
 #include "core/ipc/worker/idle_termination.h"
 #include "foundation/assertion.h"
+#include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
 
@@ -87,7 +88,8 @@ void Worker::stop()
     _hasEnded = true;
     _isConnected = false;
     _idleTermination->stop();
-    _objectManager->connectionLost();
+    const auto manager = _objectManager; // Who hears of it may destroy this worker.
+    manager->connectionLost();
 }
 
 void Worker::onConnectionLost()
@@ -125,7 +127,7 @@ void Worker::onMessage(const fn::Value& message)
     case type::PING: sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::PONG } })); break;
     case type::MESSAGE: onObjectMessage(message); break;
     case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
-    case type::WORKER_DEAD: _objectManager->workerDied(message.at(field::WORKER_ID).to<WorkerId>()); break;
+    case type::WORKER_DEAD: onWorkerDead(message); break;
     case type::QUIT: tellAboutToQuit(); break;
     default: break;
     }
@@ -175,6 +177,12 @@ void Worker::onInstanceRelease(const fn::Value& message)
     _idleTermination->scheduleTermination();
 }
 
+void Worker::onWorkerDead(const fn::Value& message)
+{
+    const auto manager = _objectManager; // Who hears of it may destroy this worker.
+    manager->workerDied(message.at(field::WORKER_ID).to<WorkerId>());
+}
+
 std::size_t Worker::maxSendBytes() const
 {
     return workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
@@ -188,6 +196,7 @@ void Worker::sendMessageToDispatcher(const fn::Value& message)
 void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
 {
     if (_hasEnded) return;
+    if (!_isConnected) throw fn::RuntimeException("The worker is not connected yet");
     fn::Value objects;
     auto bytes = _objectManager->encode(payload, objects);
     if (objects.isNil()) {

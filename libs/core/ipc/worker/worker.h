@@ -51,7 +51,7 @@ public:
     fn::RunLoop& loop() const { return _loop; }
     bool isConnected() const { return _isConnected; }
 
-    /// The way to find objects by class. Calls before the pipe is connected are rejected.
+    /// The way to find objects by class. Calls before the worker is connected are rejected: it could not be answered.
     const fn::AutoPtr<Registry>& registry() const { return _registry; }
 
     /// Bytes that wait for the dispatcher. Unbounded: a producer that can outrun its receivers should look at it.
@@ -95,11 +95,12 @@ private:
     void onObjectMessage(const fn::Value& message);
     template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
     void onInstanceRelease(const fn::Value& message);
+    void onWorkerDead(const fn::Value& message);
     void onConnectionLost();
     void tellAboutToQuit();
 
     /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been
-    /// sent or counted. Does nothing while there is no connection.
+    /// sent or counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
     void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
     void sendMessageToDispatcher(const fn::Value& message);
     std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
