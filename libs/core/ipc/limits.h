@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/duration.h"
 #include <cstddef>
+#include <cstdint>
 
 /// Bounds on what one peer makes this process hold or wait for. None of them is part of the wire.
 namespace ipc::limits {
@@ -29,6 +30,10 @@ inline constexpr std::size_t queueBytes = std::size_t(1) << 30;
 
 /// A connection that has not said HELLO by then is closed.
 inline constexpr fn::Duration helloTimeout = fn::Duration::seconds(30);
+
+/// Messages that may bring one object to one worker, or leave its owner with it, before they are released: counts are signed
+/// 32-bit on the wire, and the owner has a hold for each.
+inline constexpr std::uint32_t uses = 1'000'000'000;
 
 /// Objects that the hub counts because one worker listed them.
 inline constexpr std::size_t countedObjects = 4'000'000;

@@ -128,8 +128,9 @@ TEST_F(WorkerTest, IntroducesItselfAnswersPingsAndNumbersItsObjects)
     {
         const test::ExpectAssertions expected;
         fn::makeAuto<Service>(*client->worker);
-        EXPECT_EQ(expected.reports(), std::vector<std::string> { "libs/core/ipc/worker:207 nextObjectId Worker must be "
-                                                                "connected before ObjectInstances can be created" });
+        EXPECT_EQ(expected.reports(),
+            std::vector<std::string> { "libs/core/ipc/worker:207 nextObjectId Worker must be "
+                                       "connected before ObjectInstances can be created" });
     }
     hub->send(Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, 5 } }));
     ASSERT_TRUE(test::runUntil(*loop, [&] { return client->isConnected(); }));
@@ -153,14 +154,16 @@ TEST_F(WorkerTest, ListsEachObjectOnceAndHoldsItOnceAMessage)
     service->sendResult(context, Value::array({ given, given, local, Value::map({ { 1, service } }) }));
     ASSERT_TRUE(test::runUntil(*loop, [&] { return hub->count(type::MESSAGE) == 1; }));
     const auto& message = *hub->last(type::MESSAGE);
-    EXPECT_EQ(message.at(field::OBJECTS), Value::map({ { given->objectId(), className }, { service->objectId(), className } }));
+    EXPECT_EQ(message.at(field::OBJECTS),
+        Value::map({ { given->objectId(), className }, { service->objectId(), className } }));
     EXPECT_EQ(message.at(field::TARGET_WORKER_ID), Value(2));
     EXPECT_EQ(message.at(field::OBJECT_ID), Value(service->objectId()));
     EXPECT_FALSE(message.has(field::SOURCE_WORKER_ID));
     const auto id = given->objectId();
     given.reset();
     const auto release = [&](int count) {
-        hub->send(Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } }));
+        hub->send(Value::map(
+            { { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } }));
         settle();
     };
     EXPECT_EQ(Service::alive, 2);
@@ -184,7 +187,8 @@ TEST_F(WorkerTest, AnInstanceGoesWithTheLastReleaseAndMessagesForItAreDropped)
     given.reset();
     settle();
     EXPECT_EQ(Service::alive, 2);
-    hub->send(Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, 2 } }));
+    hub->send(
+        Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, 2 } }));
     settle();
     EXPECT_EQ(Service::alive, 1);
     auto message = test::objectMessage(id, 5, call("nobody", {}));
@@ -198,7 +202,8 @@ TEST_F(WorkerTest, ReleasesAReferenceOnceWithEverythingThatBroughtIt)
     welcome();
     const Value brings(callWithObjects({ foreign, foreign, service->objectId() }));
     for (int i = 0; i < 3; ++i) {
-        auto message = test::objectMessage(service->objectId(), 5, {}, { { foreign, className }, { service->objectId(), className } });
+        auto message = test::objectMessage(
+            service->objectId(), 5, {}, { { foreign, className }, { service->objectId(), className } });
         message.set(field::PAYLOAD, brings);
         message.set(field::SOURCE_WORKER_ID, 2);
         hub->send(message);
@@ -217,7 +222,8 @@ TEST_F(WorkerTest, ReleasesAReferenceOnceWithEverythingThatBroughtIt)
     const_cast<fn::AutoPtr<ServiceReference>&>(reference).reset();
     ASSERT_TRUE(test::runUntil(*loop, [&] { return hub->count(type::REFERENCE_RELEASE) == 1; }));
     EXPECT_EQ(*hub->last(type::REFERENCE_RELEASE),
-        Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, foreign }, { field::USAGE_COUNT, 3 } }));
+        Value::map(
+            { { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, foreign }, { field::USAGE_COUNT, 3 } }));
     settle();
     EXPECT_EQ(hub->count(type::REFERENCE_RELEASE), 0u);
 }
@@ -250,8 +256,9 @@ TEST_F(WorkerTest, WarnsOfClassesThatNobodyRegistered)
     message.set(field::SOURCE_WORKER_ID, 2);
     hub->send(message);
     settle();
-    EXPECT_TRUE(log.contains("2 core.ipc.ObjectReferenceFactory Couldn't create reference for class some::Class. Did you call "
-                             "'registerObjectReferenceClass()'?"));
+    EXPECT_TRUE(
+        log.contains("2 core.ipc.ObjectReferenceFactory Couldn't create reference for class some::Class. Did you call "
+                     "'registerObjectReferenceClass()'?"));
     const auto plain = service->calls[0].argument[0].object<ipc::ObjectReference>();
     EXPECT_EQ(plain->className(), "some::Class");
     EXPECT_FALSE(fn::dynamicCast<ServiceReference>(plain));
@@ -301,6 +308,58 @@ TEST_F(WorkerTest, DropsMessagesThatItCannotReadAndGoesOn)
     hub->send(Value::map({ { field::TYPE, 99 } }));
     deliver(call("after", {}), {});
     EXPECT_EQ(service->calls.back().name, "after");
+}
+
+TEST_F(WorkerTest, AReferenceThatCameWithABrokenPayloadIsReleasedAllTheSame)
+{
+    welcome();
+    auto message = test::objectMessage(service->objectId(), 5, {}, { { foreign, className } });
+    const auto whole = callWithObjects({ foreign });
+    message.set(field::PAYLOAD, fn::ByteArray(whole.view().substr(0, whole.size() - 1)));
+    message.set(field::SOURCE_WORKER_ID, 2);
+    const test::ExpectUnhandled expected;
+    hub->send(message);
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return hub->count(type::REFERENCE_RELEASE) == 1; }));
+    EXPECT_EQ(hub->last(type::REFERENCE_RELEASE)->at(field::USAGE_COUNT), Value(1)) << "the dispatcher has counted it";
+    EXPECT_EQ(expected.messages().size(), 1u);
+}
+
+TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
+{
+    using Send = std::function<void()>;
+    const auto plain = [&] {
+        auto message = test::objectMessage(service->objectId(), 5, call("end", {}));
+        message.set(field::SOURCE_WORKER_ID, 2);
+        hub->send(message);
+    };
+    const auto withObject = [&] {
+        auto message = test::objectMessage(service->objectId(), 5, {}, { { foreign, className } });
+        message.set(field::PAYLOAD, callWithObjects({ foreign }));
+        message.set(field::SOURCE_WORKER_ID, 2);
+        hub->send(message);
+    };
+    const auto death = [&] {
+        hub->send(Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, ipc::ownerOf(foreign) } }));
+    };
+    for (const Send& last : { Send(plain), Send(withObject), Send(death), Send([&] { hub->close(); }) }) {
+        welcome(true);
+        withObject();
+        settle();
+        const auto reference = service->calls[0].argument[0].object<ServiceReference>();
+        reference->objectDeadSignal().connect([&] { client->worker.reset(); }).detach();
+        service->answer = [&](const Service::Call&) { client->worker.reset(); };
+        last();
+        plain(); // In the same chunk: comes too late.
+        ASSERT_TRUE(test::runUntil(*loop, [&] { return !client->worker; }));
+        EXPECT_TRUE(reference->dead());
+        test::runTurns(*loop);
+        EXPECT_EQ(client->delegate.terminationRequests, 0) << "of a worker that has gone";
+        service->calls.clear();
+        service->answer = nullptr;
+        service.reset();
+        client.reset();
+        hub.reset();
+    }
 }
 
 TEST_F(WorkerTest, ALostDispatcherIsToldOnceAndEndsAModuleProcess)
@@ -371,7 +430,8 @@ TEST_F(WorkerTest, AnIdleModuleHidesLooksAgainAndAsksToBeEnded)
     pass(600);
     EXPECT_EQ(hub->count(type::MESSAGE), 0u) << "an object that somebody holds keeps the module";
     for (ObjectId id : { service->objectId(), service->objectId() + (1 << 16) }) {
-        hub->send(Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, 1 } }));
+        hub->send(Value::map(
+            { { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, 1 } }));
     }
     settle();
     hub->clear();

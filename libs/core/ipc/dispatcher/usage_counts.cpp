@@ -45,10 +45,10 @@ bool UsageCounts::canCount(
             continue;
         }
         const auto& entry = found->second;
-        if (ownerOf(objectId) == sender && entry.sent == UINT32_MAX) return false;
+        if (ownerOf(objectId) == sender && entry.sent >= limits::uses) return false;
         for (const auto receiver : receivers) {
             const auto holder = find(entry.receivers, receiver);
-            if (holder != entry.receivers.end() && holder->count == UINT32_MAX) return false;
+            if (holder != entry.receivers.end() && holder->count >= limits::uses) return false;
         }
     }
     const auto charged = _charged.find(sender);

@@ -45,7 +45,7 @@ public:
     std::span<const Receiver> receivers(ObjectId objectId) const;
 
     /// Whether one more message from `sender` that lists `objectIds` can be counted for `receivers` and, where it owns
-    /// them, for itself: no 32-bit count overflows, and `sender` stays within its share.
+    /// them, for itself: no count exceeds `limits::uses`, and `sender` stays within its share.
     bool canCount(WorkerId sender, std::span<const ObjectId> objectIds, std::span<const WorkerId> receivers) const;
 
     /// A message from `sender` listing the object goes to `receiver`. Nothing where the receiver is the owner.

@@ -1,11 +1,13 @@
 #include "core/ipc/worker/worker_object_manager.h"
 #include "core/fraction.h"
+#include "core/ipc/limits.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/extension_data.h"
 #include "core/ipc/worker/worker.h"
 #include "core/typed_byte_array.h"
 #include "foundation/assertion.h"
+#include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
@@ -17,15 +19,15 @@ namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
 
-/// Makes `slot` point at `objects` while it lives: encoding and decoding run user code that may encode or decode again.
-class ObjectsScope {
+/// Makes `slot` point at `current` while it lives: encoding and decoding run user code that may encode or decode again.
+template <typename T> class Scope {
 public:
-    ObjectsScope(fn::Value*& slot, fn::Value& objects) : _slot(slot), _outer(std::exchange(slot, &objects)) { }
-    ~ObjectsScope() { _slot = _outer; }
+    Scope(T*& slot, T& current) : _slot(slot), _outer(std::exchange(slot, &current)) { }
+    ~Scope() { _slot = _outer; }
 
 private:
-    fn::Value*& _slot;
-    fn::Value* _outer;
+    T*& _slot;
+    T* _outer;
 };
 
 /// The reference that stands for a value's object on the wire; empty if the object is no shared one.
@@ -107,7 +109,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 fn::ByteArray WorkerObjectManager::encode(const fn::Value& payload, fn::Value& objects)
 {
     objects = {};
-    const ObjectsScope scope(_objects, objects);
+    const Scope scope(_objects, objects);
     fn::ByteArray bytes;
     fn::ByteArrayOutputStream stream(bytes);
     fn::mpack::Serializer(stream, this).serialize(payload);
@@ -150,7 +152,11 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
     } else {
         const auto reference = referenceFor(value);
         writeObjectId(stream, reference->objectId());
-        if (!_objects->has(reference->objectId())) _objects->set(reference->objectId(), reference->className());
+        if (_objects->has(reference->objectId())) return;
+        if (reference->local() && reference->_instance->usageCount() >= std::int32_t(limits::uses)) {
+            throw fn::RangeException("An object has been sent more often than can be counted");
+        }
+        _objects->set(reference->objectId(), reference->className());
     }
 }
 
@@ -166,13 +172,15 @@ fn::Value WorkerObjectManager::decode(const fn::Value& message)
 
 fn::Value WorkerObjectManager::decode(const fn::ByteArray& payload, fn::Value objects)
 {
-    const ObjectsScope scope(_objects, objects);
+    const Scope scope(_objects, objects);
+    std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
+    const Scope madeScope(_made, made);
     fn::Value decoded;
     try {
         fn::MemoryInputStream stream(payload);
         if (auto value = fn::mpack::Deserializer(stream, this).deserialize()) decoded = std::move(*value);
     } catch (...) {
-        countReceived(objects); // The dispatcher has counted them, so their release must tell them.
+        countReceived(objects); // The dispatcher has counted them, so their release must tell it.
         throw;
     }
     countReceived(objects);
@@ -216,9 +224,10 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objec
     if (!_worker) return {};
     const auto className = _objects->get(objectId).asString();
     ObjectReferenceInitializer initializer { this, objectId, {}, className };
-    auto made = _worker->createReference(className, initializer);
-    if (_deadWorkers.contains(ownerOf(objectId))) markDead({ made });
-    return made;
+    auto reference = _worker->createReference(className, initializer);
+    _made->push_back(reference);
+    if (_deadWorkers.contains(ownerOf(objectId))) markDead({ reference });
+    return reference;
 }
 
 // --- Deaths

@@ -88,6 +88,7 @@ private:
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
     std::uint64_t _nextSequence = 0;
     fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
+    std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
     std::set<WorkerId> _deadWorkers;
 };
 
