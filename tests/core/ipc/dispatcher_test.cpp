@@ -326,10 +326,19 @@ TEST_F(DispatcherTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryR
     for (int i = 0; i < 12; ++i) sender->send(test::objectMessage(x, stalled->id(), Value(large)));
     ASSERT_TRUE(test::runUntil(loop, [&] { return sender->stream()->queuedBytes() == 0; }));
     settle();
+    // A hub that was itself starved finds the time over while there is room again.
+    loop.post([&] {
+        stalled->stream()->readResume();
+        stalled->stream()->readPending();
+        stalled->stream()->readStop();
+        clock.advance(timeout);
+    });
+    settle();
+    EXPECT_TRUE(gone.empty());
     clock.advance(timeout);
     ASSERT_TRUE(test::runUntil(loop, [&] { return !gone.empty(); }));
     EXPECT_EQ(gone, std::vector { stalled->id() });
-    EXPECT_EQ(silent, std::vector { stalled->id() });
+    EXPECT_EQ(std::ranges::count(silent, stalled->id()), 1);
     sender->send(test::objectMessage(x, witness->id(), "still here"));
     EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
 }

@@ -145,7 +145,8 @@ void Dispatcher::WorkerConnection::onPongOverdue()
 {
     const fn::AutoPtr self(this);
     _stream->readPending();
-    if (!_isPongAwaited || isClosed() || _wasReported) return;
+    // What was read may have paused this connection before its PONG: it is waited for again once that is over.
+    if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
     _wasReported = true;
     _dispatcher._onWorkerNotResponding.fire(_info);
 }
@@ -161,13 +162,16 @@ void Dispatcher::WorkerConnection::watchQueue()
         return;
     }
     if (_queueTimer) return;
-    _queueTimer = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout,
-        [this, sentBefore = _stream->sentBytes()] { onQueueWatched(sentBefore); });
+    // Looked at in a task: a hub that was itself starved finds room in the kernel only after its timers.
+    _queueTimer =
+        fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this, sentBefore = _stream->sentBytes()] {
+            _dispatcher._loop.post([self = fn::AutoPtr(this), sentBefore] { self->onQueueWatched(sentBefore); });
+        });
 }
 
 void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore)
 {
-    const fn::AutoPtr self(this);
+    if (isClosed()) return;
     _queueTimer = {};
     if (_stream->queuedBytes() <= limits::stalledQueueBytes) return;
     if (_stream->sentBytes() == sentBefore)
