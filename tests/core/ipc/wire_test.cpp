@@ -130,6 +130,17 @@ TEST_F(MessageHelperTest, BadFramesEndTheConversation)
     write(header(static_cast<std::uint32_t>(nested.size())) + nested);
     ASSERT_TRUE(test::runUntil(loop, [&] { return !errors.empty(); }));
     EXPECT_EQ(errors.front().code(), -EPROTO) << "nested too deep";
+    int ends[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+    const auto next = fn::makeAuto<fn::uv::PipeStream>(loop);
+    next->open(ends[0]);
+    other = fn::makeAuto<fn::uv::PipeStream>(loop);
+    other->open(ends[1]);
+    received.clear();
+    EXPECT_THROW(helper->setStream({}), fn::NullPointerException);
+    helper->setStream(next);
+    write(test::frame(7));
+    EXPECT_EQ(received.size(), 1u) << "another conversation";
 }
 
 TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)

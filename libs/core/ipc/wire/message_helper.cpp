@@ -23,8 +23,8 @@ std::optional<fn::Value> decode(const fn::ByteArray& body)
         auto value = fn::mpack::Deserializer(stream).deserialize();
         if (stream.remaining() != 0) return std::nullopt;
         return value;
-    } catch (const fn::Exception&) {
-        return std::nullopt; // Not MessagePack: the peer's fault, told by onReadError.
+    } catch (const std::exception&) {
+        return std::nullopt; // Not MessagePack, or too large for our memory: told by onReadError.
     }
 }
 
@@ -40,9 +40,13 @@ MessageHelper::~MessageHelper()
 
 void MessageHelper::setStream(fn::AutoPtr<fn::uv::Stream> stream)
 {
+    auto& taken = *stream;
     if (_stream) _stream->close();
     _stream = std::move(stream);
-    _stream->readStart([this](std::ptrdiff_t count, const std::uint8_t* data) { onRead(count, data); });
+    _headerReceived = 0;
+    _body.clear();
+    _failed = false;
+    taken.readStart([this](std::ptrdiff_t count, const std::uint8_t* data) { onRead(count, data); });
 }
 
 Frame MessageHelper::encode(const fn::Value& value, std::size_t maxBytes)
