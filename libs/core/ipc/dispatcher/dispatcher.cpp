@@ -57,7 +57,8 @@ Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout)
 
 Dispatcher::~Dispatcher()
 {
-    // Connections may be held elsewhere for a moment; none must come back here.
+    // Listener and connections may be held elsewhere for a moment; none must come back here.
+    if (_pipeStream) _pipeStream->close();
     for (const auto& connection : _connections) connection->close();
 }
 
