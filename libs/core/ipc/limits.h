@@ -16,6 +16,12 @@ inline constexpr std::size_t workerFrameBytes = std::size_t(1) << 30;
 /// Room for the field that the hub adds to a message that it forwards.
 inline constexpr std::size_t forwardingOverhead = 64;
 
+/// Values inside of one frame's containers: its own map and the list of its objects.
+inline constexpr std::size_t frameValues = 16'000'000;
+
+/// Values inside of one payload's containers, about 1.5 GiB of memory.
+inline constexpr std::size_t payloadValues = 64'000'000;
+
 /// A frame buffer above this size is given back after its frame.
 inline constexpr std::size_t keptFrameBytes = std::size_t(8) << 20;
 

@@ -95,10 +95,18 @@ Value Deserializer::readText(std::uint32_t size) { return _stream.readString(siz
 
 Value Deserializer::readBytes(std::uint32_t size) { return _stream.readByteArray(size); }
 
-Value Deserializer::readArray(std::uint32_t count, int depth)
+/// Checks what is announced before anything is made of it. Each value takes a byte at least.
+void Deserializer::enterContainer(std::uint64_t values, int depth)
 {
     if (depth >= maxDepth) throwMalformed(_stream, "Value is nested too deeply");
-    requireBytes(count);
+    if (values > _valuesLeft) throwMalformed(_stream, "Containers hold too many values");
+    _valuesLeft -= values;
+    requireBytes(values);
+}
+
+Value Deserializer::readArray(std::uint32_t count, int depth)
+{
+    enterContainer(count, depth);
     Value::Array elements;
     elements.reserve(std::min<std::size_t>(count, mostElementsReserved));
     for (std::uint32_t i = 0; i < count; ++i) elements.push_back(read(depth + 1));
@@ -107,8 +115,7 @@ Value Deserializer::readArray(std::uint32_t count, int depth)
 
 Value Deserializer::readMap(std::uint32_t count, int depth)
 {
-    if (depth >= maxDepth) throwMalformed(_stream, "Value is nested too deeply");
-    requireBytes(std::uint64_t(2) * count);
+    enterContainer(std::uint64_t(2) * count, depth);
     ValueMap entries;
     entries.reserve(count);
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -11,6 +11,10 @@ public:
     /// `stream` and `hook` are borrowed. Without a hook an extension value other than a timestamp reads as nil.
     explicit Deserializer(InputStream& stream, ValueDeserializer* hook = nullptr) : _stream(stream), _hook(hook) { }
 
+    /// Bounds the values inside of containers, all in all: each may be one byte on the wire and is 24 in memory. More is
+    /// `fn::DataFormatException`. Without a bound of their own, what the bytes hold is read.
+    void setMaxValues(std::uint64_t count) noexcept { _valuesLeft = count; }
+
     /// The next value; empty at the end of the stream. Malformed bytes: `fn::DataFormatException`; a stream that ends
     /// within a value: `fn::EndOfStreamException`. Both name the offset.
     std::optional<Value> deserialize();
@@ -24,10 +28,12 @@ private:
     Value readArray(std::uint32_t count, int depth);
     Value readMap(std::uint32_t count, int depth);
     Value readExtension(std::uint32_t size);
+    void enterContainer(std::uint64_t values, int depth);
     void requireBytes(std::uint64_t size) const; // Where the stream knows that it ends before: EndOfStreamException.
 
     InputStream& _stream;
     ValueDeserializer* _hook;
+    std::uint64_t _valuesLeft = UINT64_MAX;
 };
 
 } // namespace fn::mpack

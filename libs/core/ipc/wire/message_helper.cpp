@@ -20,7 +20,9 @@ std::optional<fn::Value> decode(const fn::ByteArray& body)
 {
     try {
         fn::MemoryInputStream stream(body);
-        auto value = fn::mpack::Deserializer(stream).deserialize();
+        fn::mpack::Deserializer deserializer(stream);
+        deserializer.setMaxValues(limits::frameValues);
+        auto value = deserializer.deserialize();
         if (stream.remaining() != 0) return std::nullopt;
         return value;
     } catch (const std::exception&) {

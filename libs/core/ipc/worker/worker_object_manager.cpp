@@ -178,7 +178,9 @@ fn::Value WorkerObjectManager::decode(const fn::ByteArray& payload, fn::Value ob
     fn::Value decoded;
     try {
         fn::MemoryInputStream stream(payload);
-        if (auto value = fn::mpack::Deserializer(stream, this).deserialize()) decoded = std::move(*value);
+        fn::mpack::Deserializer deserializer(stream, this);
+        deserializer.setMaxValues(limits::payloadValues);
+        if (auto value = deserializer.deserialize()) decoded = std::move(*value);
     } catch (...) {
         countReceived(objects); // The dispatcher has counted them, so their release must tell it.
         throw;
