@@ -10,6 +10,10 @@
 namespace fn::uv {
 namespace {
 
+// How far libuv's idea of the time may lie behind: whole milliseconds of a coarse clock, and the callbacks of one turn
+// (what becomes due during those is seen in the next one: the wait before it is cut short).
+constexpr auto knownTimeMargin = Duration::milliseconds(2);
+
 constexpr auto AssertionFile = "libs/foundation/uv/loop";
 
 void ignoreBrokenPipes()
@@ -73,7 +77,8 @@ Loop::Private::Private(Loop& owner, const Clock& clock)
       _manualClock([&] {
           const auto* manual = dynamic_cast<const ManualClock*>(&clock);
           return manual ? &manual->internals() : nullptr;
-      }())
+      }()),
+      _followsSystemClock(&clock == &Clock::system())
 {
     ignoreBrokenPipes();
     Status("create an event loop", uv_loop_init(&_uv)).throwOnError();
@@ -193,7 +198,14 @@ void Loop::Private::takeRemoteTasks()
 
 void Loop::Private::fireDueTimers()
 {
-    if (!_timers.empty()) _timers.fireDue(_clock.monotonic());
+    const auto earliest = _timers.earliest();
+    if (!earliest) return;
+    // libuv has read the same clock when the wait ended: where that is long before, it is not read again.
+    if (_followsSystemClock) {
+        const auto known = Duration::milliseconds(static_cast<std::int64_t>(uv_now(&_uv)));
+        if (known + knownTimeMargin < *earliest) return;
+    }
+    _timers.fireDue(_clock.monotonic());
 }
 
 void Loop::Private::runTasks()

@@ -151,6 +151,7 @@ private:
     Loop& _owner;
     const Clock& _clock;
     ManualClock::Private* const _manualClock; // Null: the clock goes on by itself.
+    const bool _followsSystemClock; // The one that libuv reads, too.
 
     uv_loop_t _uv;
     uv_async_t _wake; // For other threads; keeps libuv's loop alive.
