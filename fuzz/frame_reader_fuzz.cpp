@@ -84,7 +84,9 @@ Result read(std::string_view bytes, std::size_t chunkSize)
     helper.onMessage()
         .connect([&](const fn::Value& value, unsigned length) { result.frames.emplace_back(value, length); })
         .detach();
-    helper.onReadError().connect([&](const fn::uv::Status& status) { result.errors.push_back(status.code()); }).detach();
+    helper.onReadError()
+        .connect([&](const fn::uv::Status& status) { result.errors.push_back(status.code()); })
+        .detach();
     helper.setStream(stream);
     for (std::size_t at = 0; at < bytes.size(); at += chunkSize) stream->deliver(bytes.substr(at, chunkSize));
     return result;

@@ -104,13 +104,24 @@ Value call(const char* method, const Value& argument)
 /// A call of "take" whose argument names objects by id.
 fn::ByteArray callWithObjects(std::initializer_list<ObjectId> ids)
 {
-    std::string bytes = "\x84\xa8" "ARGUMENT";
+    std::string bytes = "\x84\xa8"
+                        "ARGUMENT";
     bytes += static_cast<char>(0x90 + ids.size());
     for (const auto id : ids) {
         bytes += "\xd7\x01";
         for (int i = 0; i < 8; ++i) bytes += static_cast<char>(id >> (8 * i));
     }
-    bytes += "\xab" "METHOD_NAME" "\xa4" "take" "\xaa" "REQUEST_ID" "\x09" "\xa4" "TYPE" "\xa4" "CALL";
+    bytes += "\xab"
+             "METHOD_NAME"
+             "\xa4"
+             "take"
+             "\xaa"
+             "REQUEST_ID"
+             "\x09"
+             "\xa4"
+             "TYPE"
+             "\xa4"
+             "CALL";
     return fn::ByteArray(bytes);
 }
 
@@ -293,7 +304,9 @@ TEST_F(WorkerTest, DropsMessagesThatItCannotReadAndGoesOn)
     {
         const test::ExpectAssertions expected;
         auto message = whole();
-        message.set(field::PAYLOAD, fn::ByteArray("\xd6\x01" "abcd"));
+        message.set(field::PAYLOAD,
+            fn::ByteArray("\xd6\x01"
+                          "abcd"));
         hub->send(message);
         message.set(field::PAYLOAD, callWithObjects({ (99 << 16) + 5 }));
         hub->send(message);
