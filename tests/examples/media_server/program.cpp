@@ -44,6 +44,16 @@ std::string readAll(int descriptor)
     }
 }
 
+/// Whether a process has a handler for this signal.
+bool catches(pid_t pid, int signal)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(file, line);) {
+        if (line.starts_with("SigCgt:")) return std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1;
+    }
+    return false;
+}
+
 int openOutput(Program::Output output, int& ownSide)
 {
     std::array<int, 2> ends {};
@@ -124,7 +134,7 @@ pid_t Program::awaitModule(const std::string& name) const
         for (const auto pid : processes()) {
             std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
             const std::string line { std::istreambuf_iterator(file), {} };
-            if (line.find("/" + name + ".dll") != std::string::npos) found = pid;
+            if (line.find("/" + name + ".dll") != std::string::npos && catches(pid, SIGTERM)) found = pid;
         }
         return found > 0;
     });

@@ -29,7 +29,7 @@ public:
 
     void signal(int number) const; ///< To the program and all that it started, as a terminal does it.
 
-    /// Waits until this module has a process. Throws beyond a bound.
+    /// Waits until this module has a process that attends to signals. Throws beyond a bound.
     pid_t awaitModule(const std::string& name) const;
 
     bool awaitFile(const std::filesystem::path& path) const; ///< False beyond a bound.

@@ -198,7 +198,8 @@ TEST_P(SkyfoldEndingTest, NoProcessIsLeftBehindAndTheCatalogueGoesOn)
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, SkyfoldEndingTest,
-    testing::Values(Ending { SIGINT, "" }, Ending { SIGINT, "scanner" }, Ending { SIGTERM, "library" }));
+    testing::Values(Ending { SIGINT, "" }, Ending { SIGINT, "scanner" }, Ending { SIGTERM, "library" }),
+    [](const auto& ending) { return "Signal" + std::to_string(ending.param.signal) + ending.param.stopped; });
 
 TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
 {
