@@ -98,7 +98,9 @@ protected:
 
     fn::ManualClock clock;
     fn::uv::Loop loop { clock };
-    ipc::Dispatcher dispatcher { loop, fn::Duration::seconds(9) };
+    std::unique_ptr<ipc::Dispatcher> dispatcherOwner =
+        std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(9));
+    ipc::Dispatcher& dispatcher = *dispatcherOwner;
     std::unique_ptr<ipc::ModuleManager> manager;
     std::vector<std::string> fatal;
     std::vector<std::string> silent;
@@ -248,5 +250,20 @@ TEST_F(ModuleManagerTest, MovesAndGoesBeforeTimersAndSignals)
     EXPECT_EQ(FakeModule::deletions, 1);
     pass(second);
     const auto stranger = connect(module);
+    EXPECT_EQ(module.tags.size(), 1u);
+}
+
+TEST_F(ModuleManagerTest, LaunchesNothingOnceTheDispatcherHasGone)
+{
+    Script module("m");
+    make({ &module });
+    start();
+    const auto peer = connect(module);
+    module.exit->fire(0, 0);
+    dispatcherOwner.reset();
+    pass(second);
+    EXPECT_EQ(module.tags.size(), 1u);
+    module.exit->fire(0, 0);
+    pass(second);
     EXPECT_EQ(module.tags.size(), 1u);
 }

@@ -15,7 +15,8 @@ namespace ipc {
 ///                        |-- first time-out, or exit of the first launch: relaunch in 1 s
 ///                        '-- second time-out, exit of a later launch, or a launch that throws: fatal
 ///
-/// Belongs to the thread of the dispatcher's loop. The dispatcher outlives `start()`; either may be destroyed first.
+/// Belongs to the thread of the dispatcher's loop. The dispatcher outlives `start()`; afterwards either may be
+/// destroyed first.
 class FN_EXPORT ModuleManager final {
 public:
     /// Takes the definitions over.

@@ -43,8 +43,11 @@ void ModuleManager::State::connectSignals()
             })
             .detach();
     }
+    // The dispatcher's signal owns the token with the callback: where it has gone, so has the dispatcher.
+    const auto token = std::make_shared<bool>();
+    _dispatcherToken = token;
     _dispatcher.onWorkerConnected()
-        .connect([weak](const Dispatcher::WorkerInfo& info) {
+        .connect([weak, token](const Dispatcher::WorkerInfo& info) {
             if (const auto self = weak.lock()) self->onWorkerConnected(info);
         })
         .detach();
@@ -107,7 +110,8 @@ void ModuleManager::State::restart(ModuleState& module)
     if (_stopped) return;
     fn::uv::Timer::schedule(_loop, relaunchDelay, [weak = fn::WeakPtr(this), &module] {
         // Stopped meanwhile: a module launched now would outlive the application.
-        if (const auto self = weak.lock(); self && !self->_stopped) self->launchModule(module);
+        const auto self = weak.lock();
+        if (self && !self->_stopped && !self->_dispatcherToken.expired()) self->launchModule(module);
     }).detach();
 }
 

@@ -39,7 +39,8 @@ private:
     void restart(ModuleState& module);
     ModuleState* stateForWorkerTag(const fn::String& tag);
 
-    Dispatcher& _dispatcher;
+    Dispatcher& _dispatcher; // May go first; then nothing is launched any more.
+    std::weak_ptr<bool> _dispatcherToken;
     fn::uv::Loop& _loop;
     std::list<ModuleState> _modules; // In the order given. Elements never move or go while this lives.
     bool _stopped = false;

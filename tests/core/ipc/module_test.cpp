@@ -1,0 +1,130 @@
+// The module runtime on the default loop. What can break here: a bus started twice or never, a module told too early, twice or
+// not at all, one that goes while its start is pending and takes the others with it.
+#include "core/app_info.h"
+#include "core/ipc/module.h"
+#include "support/worker.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+class TestModule final : public ipc::Module {
+public:
+    TestModule(const fn::String& pipePath, const char* name, std::vector<std::string>& told)
+        : Module(ipc::ModuleInitData(pipePath, name, "tag", "user data", true)),
+          _name(name),
+          _told(told)
+    {
+    }
+    void onConnected() override
+    {
+        sticky = fn::MessageBus::instance().getStickyMessage("test.module");
+        _told.push_back(_name);
+    }
+    bool canTerminate() override { return true; }
+    void terminate() override { ++terminations; }
+    void onAboutToQuit() override { ++quits; }
+
+    std::optional<fn::Value> sticky;
+    int terminations = 0;
+    int quits = 0;
+
+private:
+    const std::string _name;
+    std::vector<std::string>& _told;
+};
+
+class ModuleTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        bool ready = false;
+        dispatcher->onReady().connect([&] { ready = true; }).detach();
+        dispatcher->bind();
+        dispatcher->start();
+        ASSERT_TRUE(test::runUntil(loop, [&] { return ready; }));
+    }
+
+    void TearDown() override
+    {
+        dispatcher.reset();
+        test::runTurns(loop);
+        EXPECT_FALSE(dynamic_cast<ipc::MessageBus*>(&fn::MessageBus::instance())) << "the bus has outlived its module";
+    }
+
+    std::unique_ptr<TestModule> module(const char* name)
+    {
+        return std::make_unique<TestModule>(dispatcher->pipePath(), name, told);
+    }
+
+    fn::uv::Loop& loop = fn::RunLoop::defaultLoop().uvLoop();
+    std::unique_ptr<ipc::Dispatcher> dispatcher = std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(30));
+    std::vector<std::string> told;
+};
+
+bool mayTerminate(TestModule& module)
+{
+    return static_cast<ipc::Worker::Delegate&>(module).workerCanTerminate(module.worker());
+}
+
+} // namespace
+
+TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnected)
+{
+    // A sticky body that somebody else has posted before.
+    test::Client other(loop, dispatcher->pipePath());
+    other.worker->registerObjectReferenceClass<ipc::MessageBus>();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return other.isConnected(); }));
+    fn::AutoPtr<ipc::MessageBus> bus;
+    loop.post([&] {
+        other.worker->registry()
+            ->getInstance<ipc::MessageBus>(fn::Duration::seconds(20))
+            .then([&](fn::AutoPtr<ipc::MessageBus>&& found) { bus = std::move(found); });
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(bus); }));
+    fn::MessageBus::setInstance(*bus);
+    fn::MessageBus::instance().postStickyMessage("test.module", 7);
+    bus.reset(); // The local bus is back.
+    test::runTurns(loop);
+
+    const auto first = module("first");
+    EXPECT_FALSE(mayTerminate(*first)) << "not before it is connected, whatever it says";
+    const auto second = module("second");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 2; }));
+    EXPECT_EQ(told, (std::vector<std::string> { "first", "second" }));
+    EXPECT_EQ(first->sticky, fn::Value(7));
+    EXPECT_EQ(second->sticky, fn::Value(7));
+    EXPECT_TRUE(mayTerminate(*first));
+
+    const auto late = module("late");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 3; }));
+    loop.post([&] {
+        late->run(); // The loop runs already: it returns.
+        told.push_back("returned");
+        loop.stop();
+    });
+    loop.run();
+    EXPECT_EQ(told.back(), "returned");
+}
+
+TEST_F(ModuleTest, AModuleThatGoesWhileItsBusStartIsPendingHarmsNobody)
+{
+    auto first = module("first");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return first->worker().isConnected(); }));
+    first.reset();
+    const auto second = module("second");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
+    EXPECT_EQ(told, std::vector<std::string> { "second" });
+}
+
+TEST_F(ModuleTest, HearsOfTheEndOfTheApplicationAndEndsWithIt)
+{
+    const auto only = module("only");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
+    dispatcher->stop(fn::Duration(), {});
+    loop.run();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return only->quits == 1; }));
+    dispatcher.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return only->terminations == 1; })) << "alone, its process has no purpose";
+    EXPECT_EQ(only->quits, 1) << "told once";
+}
