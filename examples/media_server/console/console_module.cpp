@@ -30,4 +30,4 @@ private:
 
 } // namespace media
 
-IPC_MODULE_ENTRY_POINT(media::ConsoleModule, "Console")
+IPC_MODULE_ENTRY_POINT(media::ConsoleModule, "console")

@@ -45,8 +45,8 @@ void ScanRun::start()
                     self->_application = application;
                     return application->options();
                 })
-                .then([self = fn::AutoPtr(this)](RunOptions&& options) { self->begin(std::move(options)); },
-                    [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->onFailed(failure); });
+                .then([self = fn::AutoPtr(this)](RunOptions&& options) { self->begin(std::move(options)); })
+                .then([] {}, [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->onFailed(failure); });
 }
 
 void ScanRun::stop()
@@ -62,11 +62,15 @@ void ScanRun::begin(RunOptions&& options)
     _options = std::move(options);
     auto& output = _options.json ? _progressOutput : _output;
     if (!_options.json || output.isTerminal()) {
-        _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] { checkOutput(); });
+        _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] {
+            // In a task of its own: it destroys the display.
+            _worker.loop().post([self = fn::AutoPtr(this)] { self->checkOutput(); });
+        });
         _display->note(fmt::format(
             "{}: scanning {}", core::AppInfo::instance().applicationDisplayName(), printable(_options.folder)));
     }
-    attempt();
+    checkOutput();
+    if (!_stopped) attempt();
 }
 
 void ScanRun::attempt()
@@ -83,8 +87,8 @@ void ScanRun::attempt()
                     self->_unreadableFolders = std::move(unreadableFolders);
                     return self->_library->finishScan(*self->_scan);
                 })
-                .then([self](Totals&& totals) { self->onDone(std::move(totals)); },
-                    [self](std::exception_ptr failure) { self->onFailed(failure); });
+                .then([self](Totals&& totals) { self->onDone(std::move(totals)); })
+                .then([] {}, [self](std::exception_ptr failure) { self->onFailed(failure); });
 }
 
 fn::Promise<void> ScanRun::findLibrary()

@@ -16,4 +16,4 @@ public:
 
 } // namespace media
 
-IPC_MODULE_ENTRY_POINT(media::LibraryModule, "Library")
+IPC_MODULE_ENTRY_POINT(media::LibraryModule, "library")

@@ -1,8 +1,7 @@
 #pragma once
 #include "api/scan_types.h"
 #include "core/data_util.h"
-#include <set>
-#include <string>
+#include <vector>
 
 namespace media {
 

@@ -67,7 +67,7 @@ fn::String FolderWalk::relative(const fn::String& path) const
 void FolderWalk::noteUnreadable(const fn::String& folder)
 {
     const auto path = relative(folder);
-    if (_unreadableFolders.count > 0 && _lastUnreadable == path) return; // Each entry of it says so.
+    if (_unreadableFolders.count > 0 && _lastUnreadable == path) return;
     _lastUnreadable = path;
     _unreadableFolders.add(path);
 }

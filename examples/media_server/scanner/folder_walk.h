@@ -33,7 +33,7 @@ private:
     fn::String _listed; // The folder of _listing.
     std::vector<FoundFile> _files;
     PathSample _unreadableFolders;
-    fn::String _lastUnreadable;
+    fn::String _lastUnreadable; // Each entry of a folder says so; it counts once.
 };
 
 } // namespace media

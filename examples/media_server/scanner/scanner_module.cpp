@@ -21,4 +21,4 @@ public:
 
 } // namespace media
 
-IPC_MODULE_ENTRY_POINT(media::ScannerModule, "Scanner")
+IPC_MODULE_ENTRY_POINT(media::ScannerModule, "scanner")

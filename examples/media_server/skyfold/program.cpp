@@ -25,10 +25,11 @@ constexpr const char* loader = "module_loader";
 
 Program::Program(Options options)
     : _options(std::move(options)),
-      _dispatcher(fn::RunLoop::defaultLoop().uvLoop(), notRespondingTimeout),
+      _loop(fn::RunLoop::defaultLoop().uvLoop()),
+      _dispatcher(std::in_place, _loop, notRespondingTimeout),
       _processes { ipc::ModuleDefinition::create("library", loader, false, false, false),
           ipc::ModuleDefinition::create("scanner", loader, false, false, false) },
-      _manager(_dispatcher,
+      _manager(*_dispatcher,
           { ipc::ModuleDefinition::create("console", loader, true, true, false), _processes[0], _processes[1] }),
       _exitCode(failed),
       _message("The console has ended unexpectedly.")
@@ -40,24 +41,28 @@ Program::~Program() = default;
 int Program::run()
 {
     for (const int signal : { SIGINT, SIGTERM, SIGHUP }) {
-        _signals.push_back(std::make_unique<fn::uv::SignalWatcher>(
-            _dispatcher.loop(), signal, [this, signal] { end(signalled + signal); }));
+        _signals.push_back(
+            std::make_unique<fn::uv::SignalWatcher>(_loop, signal, [this, signal] { end(signalled + signal); }));
     }
-    _connections.push_back(_dispatcher.onReady().connect([this] { offerApplication(); }));
+    _connections.push_back(_dispatcher->onReady().connect([this] { offerApplication(); }));
     _connections.push_back(
         _manager.onFatalError().connect([this](const fn::String& message) { end(failed, message); }));
-    _dispatcher.bind();
-    _dispatcher.start();
+    using WorkerInfo = ipc::Dispatcher::WorkerInfo;
+    _connections.push_back(_dispatcher->onWorkerConnected().connect(
+        [this](const WorkerInfo& info) { _connected.insert(info.displayName); }));
+    _connections.push_back(_dispatcher->onWorkerDisconnected().connect(
+        [this](const WorkerInfo& info) { _connected.erase(info.displayName); }));
+    _dispatcher->bind();
+    _dispatcher->start();
     _manager.start(); // Runs the loop, through the console.
-    endChildren();
-    ipc::endModules();
+    endModules();
     if (!_message.empty()) std::fprintf(stderr, "skyfold: %s\n", _message.c_str());
     return _exitCode;
 }
 
 void Program::offerApplication()
 {
-    auto& worker = _dispatcher.worker();
+    auto& worker = _dispatcher->worker();
     const auto service = fn::makeAuto<ApplicationService>(
         worker, _options.run, [this](int exitCode, const fn::String& message) { end(exitCode, message); });
     worker.registry()->registerObject(service, 0);
@@ -70,13 +75,21 @@ void Program::end(int exitCode, const fn::String& message)
     _exitCode = exitCode;
     _message = message;
     _manager.stop();
-    _dispatcher.stop(fn::Duration(), {});
+    _dispatcher->stop(fn::Duration(), {});
 }
 
-void Program::endChildren()
+void Program::endModules()
 {
+    _isEnding = true; // Also where the loop has ended for another reason: signals change nothing any more.
     _manager.stop();
-    awaitChildren(_dispatcher.loop(), graceTime);
+    ipc::endModules();
+    // One that has just been launched has nothing to end, and would complain that it finds no hub.
+    for (auto* process : _processes) {
+        if (!_connected.contains(process->name())) process->kill();
+    }
+    _connections.clear();
+    _dispatcher.reset(); // What others have not read of their end they see now.
+    awaitChildren(_loop, graceTime);
     for (auto* process : _processes) process->kill();
     reapChildren(reapTime);
 }

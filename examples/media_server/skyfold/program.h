@@ -2,6 +2,8 @@
 #include "core/ipc/module_manager/module_manager.h"
 #include "foundation/uv/signal_watcher.h"
 #include "skyfold/options.h"
+#include <optional>
+#include <set>
 #include <vector>
 
 namespace media {
@@ -17,11 +19,13 @@ public:
 private:
     void offerApplication();
     void end(int exitCode, const fn::String& message = {});
-    void endChildren();
+    void endModules();
 
     const Options _options;
-    ipc::Dispatcher _dispatcher;
+    fn::uv::Loop& _loop;
+    std::optional<ipc::Dispatcher> _dispatcher; // Empty at the end: goes before the processes have ended.
     std::vector<ipc::ModuleDefinition*> _processes; // The manager's.
+    std::set<fn::String> _connected; // Workers that are there, by their display names: those of their modules.
     ipc::ModuleManager _manager;
     std::vector<fn::Handle> _connections;
     std::vector<std::unique_ptr<fn::uv::SignalWatcher>> _signals;
