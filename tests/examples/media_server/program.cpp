@@ -1,5 +1,6 @@
 #include "program.h"
 #include "foundation/json/deserializer.h"
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -42,6 +43,15 @@ std::string readAll(int descriptor)
         text.append(buffer.data(), static_cast<std::size_t>(count));
         at += count;
     }
+}
+
+/// Empty where the process has ended or is just about to.
+std::string commandLine(pid_t pid)
+{
+    std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
+    std::string line { std::istreambuf_iterator(file), {} };
+    std::ranges::replace(line, '\0', ' ');
+    return line;
 }
 
 /// Whether a process has a handler for this signal.
@@ -132,9 +142,7 @@ pid_t Program::awaitModule(const std::string& name) const
     pid_t found = 0;
     await([&] {
         for (const auto pid : processes()) {
-            std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
-            const std::string line { std::istreambuf_iterator(file), {} };
-            if (line.find("/" + name + ".dll") != std::string::npos && catches(pid, SIGTERM)) found = pid;
+            if (commandLine(pid).find("/" + name + ".dll") != std::string::npos && catches(pid, SIGTERM)) found = pid;
         }
         return found > 0;
     });
@@ -158,7 +166,9 @@ int Program::wait()
     if (!ended) return -1;
     _hasEnded = true;
     for (const auto pid : processes()) {
-        ADD_FAILURE() << "Process " << pid << " is left behind.";
+        const auto line = commandLine(pid);
+        if (line.empty()) continue; // A leak checker's helper outlives its process for a moment.
+        ADD_FAILURE() << "Process " << pid << " is left behind: " << line;
         ::kill(pid, SIGKILL);
     }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
