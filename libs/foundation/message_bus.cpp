@@ -50,11 +50,7 @@ void deliver(const String& name, const Value& body)
 
 } // namespace
 
-MessageBus::~MessageBus()
-{
-    auto* self = this;
-    installedBus.compare_exchange_strong(self, nullptr);
-}
+MessageBus::~MessageBus() { removeInstance(*this); }
 
 MessageBus& MessageBus::instance()
 {
@@ -63,6 +59,12 @@ MessageBus& MessageBus::instance()
 }
 
 void MessageBus::setInstance(MessageBus& bus) { installedBus = &bus; }
+
+void MessageBus::removeInstance(MessageBus& bus)
+{
+    auto* expected = &bus;
+    installedBus.compare_exchange_strong(expected, nullptr);
+}
 
 void MessageBus::postMessage(const String& name, Value body) { post(name, std::move(body), false); }
 

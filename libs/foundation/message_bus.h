@@ -29,6 +29,9 @@ public:
     /// Installs `bus` (borrowed; it must outlive its installation) as the one that sends what is posted.
     static void setInstance(MessageBus& bus);
 
+    /// Puts the plain local bus back if `bus` is the one installed: for an owner whose bus will be destroyed later.
+    static void removeInstance(MessageBus& bus);
+
     void postMessage(const String& name, Value body);
     void postStickyMessage(const String& name, Value body);
     std::optional<Value> getStickyMessage(const String& name) const;

@@ -22,6 +22,8 @@ Module::Module(const ModuleInitData& data)
 Module::~Module()
 {
     _messageBusInitializedCallbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
+    // The bus is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
+    if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
     _messageBus.reset();
 }
 

@@ -119,7 +119,7 @@ TEST_F(ModuleTest, AModuleThatGoesWhileItsBusStartIsPendingHarmsNobody)
 
 TEST_F(ModuleTest, HearsOfTheEndOfTheApplicationAndEndsWithIt)
 {
-    const auto only = module("only");
+    auto only = module("only");
     ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
     dispatcher->stop(fn::Duration(), {});
     loop.run();
@@ -127,4 +127,9 @@ TEST_F(ModuleTest, HearsOfTheEndOfTheApplicationAndEndsWithIt)
     dispatcher.reset();
     ASSERT_TRUE(test::runUntil(loop, [&] { return only->terminations == 1; })) << "alone, its process has no purpose";
     EXPECT_EQ(only->quits, 1) << "told once";
+    only.reset();
+    int heard = 0;
+    const auto listener = fn::MessageBus::instance().onMessage("test.after").connect([&](auto&&...) { ++heard; });
+    fn::MessageBus::instance().postMessage("test.after", {});
+    EXPECT_EQ(heard, 1) << "the local bus is back at once, without a turn of the loop";
 }
