@@ -26,10 +26,8 @@ public:
     fn::String applicationPublicVersion() const { return _publicVersion; } ///< For people.
     double applicationInternalVersion() const { return _internalVersion; }
 
-    fn::String operatingSystemName() const
-    {
-        return "Windows";
-    } ///< The system whose calls the services are written against.
+    /// The system whose calls the services are written against.
+    fn::String operatingSystemName() const { return "Windows"; }
     fn::String operatingSystemVersion() const; ///< "6.2", with a service pack "6.1 (Service Pack 1)"; "?" if unknown.
 
     /// Identifies this installation: a UUID, made once and kept in a preferences file. Empty, with a log line, as long as

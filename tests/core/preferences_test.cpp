@@ -137,6 +137,7 @@ TEST_F(PreferencesTest, BadFilesAreRefusedAndTheDocumentStays)
     for (const auto* content : {
              R"("a": {"__type__": 1})",
              R"("a": [{"__type__": {}}])",
+             R"("a": {"__type__": "timestamp", "value": 1})",
              R"("a": {"__type__": "buffer"})",
              R"("a": {"__type__": "buffer", "value": 1})",
              R"("a": {"__type__": "buffer", "value": "", "mimeType": 1})",

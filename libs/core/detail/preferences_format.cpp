@@ -45,9 +45,10 @@ fn::Value readFraction(const fn::Value& map)
 
 fn::Value readTimestamp(const fn::Value& map)
 {
+    const fn::Value missing("");
     int timeZoneDifferential = 0;
     auto date = fn::DateTimeParser::parse(
-        map.get("value").asString(), fn::DateTimeFormat::RFC1123_FORMAT, timeZoneDifferential);
+        text(map.get("value", missing)), fn::DateTimeFormat::RFC1123_FORMAT, timeZoneDifferential);
     date.makeUTC(timeZoneDifferential);
     return date.timestamp();
 }

@@ -49,8 +49,8 @@ public:
     Turn& operator=(const Turn&) = delete;
 
 private:
-    sqlite3_mutex*
-        _mutex; // Null if the caller of the database said that one thread uses it: then nothing is to be held.
+    // Null if the caller of the database said that one thread uses it: then nothing is to be held.
+    sqlite3_mutex* _mutex;
 };
 
 } // namespace sqlite::internal
