@@ -150,6 +150,7 @@ TEST_F(ModulesTest, AModuleThatNeverConnectsIsGivenUpAfterTheSecondTimeout)
 TEST_F(ModulesTest, AMissingLibraryEndsTheLoaderTwiceAndThenForGood)
 {
     launch("no_such_module");
+    manager->onFatalError().connect([this](auto&&) { manager.reset(); }).detach(); // From inside the exit that is told.
     test::LogCapture log;
     ASSERT_TRUE(test::runUntil(*loop, [&] { return log.contains("did exit (status: 1"); }));
     pass(fn::Duration::seconds(1));
@@ -175,4 +176,13 @@ TEST(Loader, RefusesAWrongCommandLine)
     EXPECT_EQ(test::ChildProcess({ loader, "--help" }).wait(), 0);
     EXPECT_EQ(test::ChildProcess({ loader, "one" }).wait(), 2);
     EXPECT_EQ(test::ChildProcess({ loader, "/no/such/library.dll", "pipe", "tag" }).wait(), 1);
+}
+
+TEST(Loader, EndsAModuleThatHangsWhenItIsAskedToEnd)
+{
+    test::ChildProcess loader(
+        { TEST_BINARY_DIR "/skyfold.module_loader", TEST_BINARY_DIR "/modules/test_mute_module.dll", "pipe", "tag" });
+    ASSERT_EQ(loader.readLine(), "mute");
+    loader.signal(SIGTERM);
+    EXPECT_EQ(loader.wait(), 1);
 }

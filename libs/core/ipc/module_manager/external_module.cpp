@@ -3,6 +3,7 @@
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
+#include "foundation/weak_ptr.h"
 
 namespace ipc {
 namespace {
@@ -42,9 +43,9 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
     options.arguments.push_back(_executablePath);
     for (auto& argument : arguments(dispatcher, workerTag)) options.arguments.push_back(std::move(argument));
     for (const int handle : standardHandles) options.streams.push_back({ inherit, handle });
-    options.onExit = [this](std::int64_t status, int signal) {
+    options.onExit = [this, process = fn::WeakPtr(_process)](std::int64_t status, int signal) {
         onExit().fire(status, signal);
-        _process.reset();
+        if (process.lock()) _process.reset(); // Else whoever heard it has ended this module, or dropped the process.
     };
     FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
     try {
