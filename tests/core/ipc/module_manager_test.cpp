@@ -120,6 +120,11 @@ TEST_F(ModuleManagerTest, LaunchesInOrderAndStopsAtTheFirstThatFails)
     start();
     EXPECT_EQ(first.tags.size(), 1u);
     EXPECT_TRUE(third.tags.empty());
+    test::Peer stranger(loop, dispatcher.pipePath());
+    stranger.hello("Stranger", "");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return stranger.id() != ipc::NO_WORKER_ID; }));
+    EXPECT_TRUE(log.contains("Received Connected notification for unmanaged module Stranger"))
+        << "a worker without a tag is not the module that was not launched";
     EXPECT_EQ(fatal, std::vector<std::string> { "Failed to start module second:\nno such file" });
     EXPECT_TRUE(log.contains("2 ipc.moduleManager Aborting launch"));
     EXPECT_TRUE(

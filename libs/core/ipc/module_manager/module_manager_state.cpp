@@ -67,7 +67,8 @@ void ModuleManager::State::start()
     auto* const except = mainLoopModule == _modules.end() ? nullptr : &*mainLoopModule;
     auto& mainLoop = fn::RunLoop::defaultLoop();
     mainLoop.post([weak = fn::WeakPtr(this), except] {
-        if (const auto self = weak.lock()) self->launchAll(except);
+        const auto self = weak.lock();
+        if (self && !self->_dispatcherToken.expired()) self->launchAll(except);
     });
     if (except)
         launchModule(*except); // Its entry point runs the loop.
@@ -119,6 +120,7 @@ void ModuleManager::State::restart(ModuleState& module)
 
 ModuleManager::State::ModuleState* ModuleManager::State::stateForWorkerTag(const fn::String& tag)
 {
+    if (tag.empty()) return nullptr; // A worker that nobody launched is not a module that has not been launched.
     const auto found =
         std::ranges::find_if(_modules, [&](const ModuleState& module) { return module.workerTag == tag; });
     return found == _modules.end() ? nullptr : &*found;
