@@ -2,7 +2,7 @@
 // output as soon as it is ready, then serves until SIGINT or SIGTERM.
 #include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
-#include "foundation/logging/console_target.h"
+#include "foundation/logging/console_sink.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include <CLI/CLI.hpp>
@@ -22,7 +22,7 @@ struct Options {
 int serve(const Options& options)
 {
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleTarget>(options.logPriority));
+    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleSink>(options.logPriority));
 
     auto& loop = fn::RunLoop::defaultLoop().uvLoop();
     ipc::Dispatcher dispatcher(loop, fn::Duration::milliseconds(options.timeoutMilliseconds));

@@ -1,6 +1,6 @@
 #include "api/log_output.h"
 #include "foundation/logging/category_manager.h"
-#include "foundation/logging/console_target.h"
+#include "foundation/logging/console_sink.h"
 #include "foundation/system/environment.h"
 
 namespace media {
@@ -11,7 +11,7 @@ constexpr auto variable = "SKYFOLD_LOG";
 
 void show(int priority)
 {
-    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleTarget>(priority));
+    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleSink>(priority));
 }
 
 } // namespace

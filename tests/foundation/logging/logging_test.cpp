@@ -1,6 +1,6 @@
 // What can break here: a message lost, given to a sink that does not want it, or formatted for nobody; a sink that is used
 // after its removal; lines forged by the text of a message.
-#include "foundation/logging/console_target.h"
+#include "foundation/logging/console_sink.h"
 #include "foundation/logging/logging.h"
 #include "support/expectations.h"
 #include <atomic>
@@ -120,9 +120,9 @@ TEST(Logging, KeepsAFailingSinkFromTheOthers)
     EXPECT_THAT(working->texts, testing::Contains("logging.failing 1 text"));
 }
 
-TEST(ConsoleTarget, WritesOneLineAMessageWhateverTheTextHolds)
+TEST(ConsoleSink, WritesOneLineAMessageWhateverTheTextHolds)
 {
-    const auto console = fn::makeAuto<ConsoleTarget>(Debug);
+    const auto console = fn::makeAuto<ConsoleSink>(Debug);
     const auto& category = manager().getCategory("logging.console");
     manager().addSink(console);
     testing::internal::CaptureStderr();

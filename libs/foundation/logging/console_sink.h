@@ -4,15 +4,15 @@
 namespace fn::logging {
 
 /// One line a message on standard error, "hh:mm:ss.mmm PRIO category: text", in one write. Thread-safe.
-class FN_EXPORT ConsoleTarget final : public Sink {
+class FN_EXPORT ConsoleSink final : public Sink {
 public:
-    explicit ConsoleTarget(int threshold = Info);
+    explicit ConsoleSink(int threshold = Info);
 
     int threshold(const Category& category) const override;
     void logMessage(const Category& category, const Message& message) override;
 
 private:
-    ~ConsoleTarget() override;
+    ~ConsoleSink() override;
 
     const int _threshold;
 };

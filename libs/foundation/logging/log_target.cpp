@@ -1,0 +1,7 @@
+#include "foundation/logging/log_target.h"
+
+namespace fn {
+
+LogTarget::~LogTarget() = default;
+
+} // namespace fn
