@@ -3,12 +3,14 @@
 #include "foundation/logging/console_sink.h"
 #include "foundation/run_loop.h"
 #include "foundation/system/shared_library.h"
-#include "foundation/uv/signal_watcher.h"
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <sys/eventfd.h>
 #include <sys/prctl.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -21,16 +23,31 @@ constexpr const char* usage = "Usage: skyfold.module_loader LIBRARY PIPE_PATH WO
 // A module that does not return from its loop in this time after it was asked to end is ended.
 constexpr auto graceTime = std::chrono::seconds(2);
 
-/// Has the module end cleanly, and without its help if it hangs.
-void endModule()
+int requests = -1; // An eventfd that counts the SIGTERMs received.
+
+/// Has SIGTERM end the module cleanly, and without its help if it does not return from its loop. On a thread of its own:
+/// a module that hangs would never hear of it on its loop. (Blocking the signal and waiting for it would be inherited by
+/// what the module starts.)
+void endModuleOnRequest()
 {
-    static bool asked = false;
-    if (std::exchange(asked, true)) return;
-    std::thread([] {
+    requests = eventfd(0, EFD_CLOEXEC);
+    if (requests < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
+    struct sigaction action = {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = [](int) {
+        const auto error = errno;
+        eventfd_write(requests, 1);
+        errno = error;
+    };
+    sigaction(SIGTERM, &action, nullptr);
+    auto& loop = fn::RunLoop::defaultLoop();
+    std::thread([&loop] {
+        eventfd_t count = 0;
+        while (eventfd_read(requests, &count) != 0) { }
+        loop.stop();
         std::this_thread::sleep_for(graceTime);
         std::_Exit(1);
     }).detach();
-    fn::RunLoop::defaultLoop().stop();
 }
 
 /// The parent's death ends the module: nobody else would.
@@ -44,7 +61,6 @@ int runModule(const char* library, const char* pipePath, const char* workerTag)
 {
     // Ctrl-C reaches the whole process group; the main program alone decides what it means.
     std::signal(SIGINT, SIG_IGN);
-    const fn::uv::SignalWatcher terminate(fn::RunLoop::defaultLoop().uvLoop(), SIGTERM, endModule);
     fn::SharedLibrary module;
     module.load(library);
     const auto entryPoint = reinterpret_cast<ipc::ModuleEntryPoint>(module.symbol(ipc::moduleEntryPointName));
@@ -65,8 +81,9 @@ int main(int argc, char** argv)
         std::fputs(usage, stderr);
         return 2;
     }
-    followParent(parent);
     try {
+        endModuleOnRequest();
+        followParent(parent);
         return runModule(argv[1], argv[2], argv[3]);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s: cannot run module %s: %s\n", argv[0], argv[1], exception.what());
