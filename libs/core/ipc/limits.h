@@ -48,6 +48,9 @@ inline constexpr std::size_t countedObjects = 4'000'000;
 inline constexpr std::size_t registrations = 1'000'000;
 inline constexpr std::size_t waiters = 100'000;
 
+/// The class name of a registered object or a look-up. Names of classes are far shorter, those of templates included.
+inline constexpr std::size_t classNameBytes = 4096;
+
 /// Sticky namespaces, and their bodies in sum: the list of all must fit one answer.
 inline constexpr std::size_t stickyNamespaces = 100'000;
 inline constexpr std::size_t stickyBytes = std::size_t(64) << 20;

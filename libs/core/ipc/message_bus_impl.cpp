@@ -18,6 +18,10 @@ std::optional<std::size_t> encodedSize(const fn::Value& value, int depth = 0)
     if (value.isString()) return perValue + value.string().size();
     if (value.isBoxed<fn::ByteArray>()) return perValue + value.byteArray().size();
     if (value.isBoxed<core::TypedByteArray>()) return 2 * perValue + value.boxed<core::TypedByteArray>().size();
+    if (value.isObject()) {
+        const auto reference = value.object<ObjectReference>();
+        return 3 * perValue + (reference ? reference->className().size() : 0);
+    }
     std::size_t sum = perValue;
     const auto add = [&](const fn::Value& part) {
         const auto size = encodedSize(part, depth + 1);

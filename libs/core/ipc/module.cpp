@@ -1,6 +1,7 @@
 #include "core/ipc/module.h"
 #include "core/ipc/registry.h"
 #include "foundation/run_loop.h"
+#include "foundation/unhandled_exception.h"
 #include <algorithm>
 
 namespace ipc {
@@ -11,6 +12,7 @@ constexpr auto busTimeout = fn::Duration::seconds(20);
 } // namespace
 
 std::list<Module::BusCallback> Module::_messageBusInitializedCallbacks;
+Module* Module::_busStarter = nullptr;
 
 Module::Module(const ModuleInitData& data)
     : _worker(*this, fn::RunLoop::defaultLoop(), data.pipePath(), data.displayName(), data.workerTag(),
@@ -22,6 +24,10 @@ Module::Module(const ModuleInitData& data)
 Module::~Module()
 {
     _messageBusInitializedCallbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
+    if (_busStarter == this) { // Another one of those that wait begins anew.
+        _busStarter = nullptr;
+        fn::RunLoop::defaultLoop().post([] { startMessageBus(); });
+    }
     // The bus is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
     if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
     _messageBus.reset();
@@ -52,10 +58,18 @@ void Module::workerDidConnect(Worker&)
         return;
     }
     _messageBusInitializedCallbacks.push_back({ this, [this] { becomeConnected(); } });
-    if (_messageBusInitializedCallbacks.size() == 1) initializeMessageBus();
+    startMessageBus();
 }
 
-/// One start serves all modules of the process. Where a step fails the chain ends, and nobody becomes connected.
+/// One start serves all modules of the process.
+void Module::startMessageBus()
+{
+    if (_busStarter || _messageBusInitializedCallbacks.empty()) return;
+    _busStarter = _messageBusInitializedCallbacks.front().module;
+    _busStarter->initializeMessageBus();
+}
+
+/// Where a step fails the chain ends, and nobody becomes connected.
 void Module::initializeMessageBus()
 {
     _worker.registerObjectReferenceClass<MessageBus>();
@@ -68,12 +82,17 @@ void Module::initializeMessageBus()
             return _messageBus->getStickyMessages();
         })
         .then([] {
-            // Taken out one by one: a callback may end modules, its own among them.
+            // Taken out one by one: a callback may end modules, its own among them. One that throws fails alone.
             while (!_messageBusInitializedCallbacks.empty()) {
                 auto callback = std::move(_messageBusInitializedCallbacks.front().run);
                 _messageBusInitializedCallbacks.pop_front();
-                callback();
+                try {
+                    callback();
+                } catch (...) {
+                    fn::unhandledException();
+                }
             }
+            _busStarter = nullptr;
         });
 }
 

@@ -36,6 +36,7 @@ private:
         folly::Function<void()> run;
     };
     static std::list<BusCallback> _messageBusInitializedCallbacks;
+    static Module* _busStarter; // Who starts the bus for all of them; null when nobody does.
 
     void workerDidConnect(Worker& worker) override;
     bool wantsIdleTermination(Worker&) override { return wantsIdleTermination(); }
@@ -43,6 +44,7 @@ private:
     void workerRequestsTermination(Worker&) override { terminate(); }
     void aboutToQuit(Worker&) override { onAboutToQuit(); }
 
+    static void startMessageBus();
     void initializeMessageBus();
     void becomeConnected();
 

@@ -52,6 +52,10 @@ fn::AutoPtr<ObjectReference> RegistryImpl::findVisible(const fn::String& classNa
 
 void RegistryImpl::wait(const CallContext& context, const fn::String& className, std::int64_t milliseconds)
 {
+    if (className.size() > limits::classNameBytes) {
+        sendError(context, fn::RuntimeException("The class name to look for is too long"));
+        return;
+    }
     auto& count = _waiterCounts[context.workerId];
     if (count >= limits::waiters) {
         sendError(context, fn::RuntimeException("Too many look-ups of one worker are waiting"));
@@ -111,16 +115,19 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
         sendResult(context, {});
         return;
     }
-    const auto owner = ownerOf(reference->objectId());
-    auto& count = _registrationCounts[owner];
+    const auto className = reference->className();
+    if (className.size() > limits::classNameBytes) {
+        sendError(context, fn::RuntimeException("The class name of the object to register is too long"));
+        return;
+    }
+    auto& count = _registrationCounts[context.workerId];
     if (count >= limits::registrations) {
         sendError(context, fn::RuntimeException("Too many objects of one worker are registered"));
         return;
     }
     ++count;
-    const auto className = reference->className();
     const Place place(priority, _nextSequence++);
-    _entries[className].emplace(place, Registration { reference, false });
+    _entries[className].emplace(place, Registration { reference, context.workerId });
     answerWaiters(className, reference);
     // The connection lives as long as the reference, which may outlive the registry.
     reference->objectDeadSignal()
@@ -137,7 +144,7 @@ void RegistryImpl::removeRegistration(const fn::String& className, const Place& 
     if (entry == _entries.end()) return;
     const auto removed = entry->second.extract(place);
     if (!removed) return;
-    countDown(_registrationCounts, ownerOf(removed.mapped().reference->objectId()));
+    countDown(_registrationCounts, removed.mapped().registeredBy);
     if (entry->second.empty()) _entries.erase(entry);
 }
 

@@ -26,6 +26,7 @@ protected:
 private:
     struct Registration {
         fn::AutoPtr<ObjectReference> reference;
+        WorkerId registeredBy; // Counted against it, whoever the object belongs to.
         bool hidden = false;
     };
     /// Priority, then the order of registering: both descending, so that the first one is who is looked for.
@@ -52,7 +53,7 @@ private:
     std::map<fn::String, Registrations> _entries;
     std::map<WaiterKey, Waiter> _waiters;
     std::uint64_t _nextSequence = 0; // Of registrations and waiters.
-    std::map<WorkerId, std::size_t> _registrationCounts; // By the owner of the object.
+    std::map<WorkerId, std::size_t> _registrationCounts; // By the calling worker.
     std::map<WorkerId, std::size_t> _waiterCounts; // By the calling worker.
 };
 

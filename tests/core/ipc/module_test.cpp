@@ -2,6 +2,8 @@
 // not at all, one that goes while its start is pending and takes the others with it.
 #include "core/app_info.h"
 #include "core/ipc/module.h"
+#include "foundation/exceptions.h"
+#include "support/expectations.h"
 #include "support/worker.h"
 #include <gtest/gtest.h>
 
@@ -19,12 +21,14 @@ public:
     {
         sticky = fn::MessageBus::instance().getStickyMessage("test.module");
         _told.push_back(_name);
+        if (fails) throw fn::RuntimeException(_name + " has failed");
     }
     bool canTerminate() override { return true; }
     void terminate() override { ++terminations; }
     void onAboutToQuit() override { ++quits; }
 
     std::optional<fn::Value> sticky;
+    bool fails = false;
     int terminations = 0;
     int quits = 0;
 
@@ -115,6 +119,27 @@ TEST_F(ModuleTest, AModuleThatGoesWhileItsBusStartIsPendingHarmsNobody)
     const auto second = module("second");
     ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
     EXPECT_EQ(told, std::vector<std::string> { "second" });
+}
+
+TEST_F(ModuleTest, WhoWaitsForTheBusStartOfAModuleThatGoesStartsItAnew)
+{
+    auto first = module("first");
+    const auto second = module("second");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return first->worker().isConnected() && second->worker().isConnected(); }));
+    ASSERT_TRUE(told.empty()) << "too late to show anything";
+    first.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
+    EXPECT_EQ(told, std::vector<std::string> { "second" });
+}
+
+TEST_F(ModuleTest, AModuleThatFailsToStartKeepsNobodyFromStarting)
+{
+    const auto first = module("first");
+    const auto second = module("second");
+    first->fails = true;
+    const test::ExpectUnhandled unhandled;
+    ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 2; }));
+    EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "first has failed" });
 }
 
 TEST_F(ModuleTest, HearsOfTheEndOfTheApplicationAndEndsWithIt)

@@ -149,6 +149,10 @@ TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)
     call("unknown", {});
     settle();
     EXPECT_EQ(stranger.count(ipc::type::MESSAGE), 1u) << "a missing object is answered, without effect";
+    const fn::String tooLong(std::string(ipc::limits::classNameBytes + 1, 'x'));
+    call("getInstance", Value::map({ { "className", tooLong }, { "timeout", INT64_MAX } }));
+    settle();
+    EXPECT_EQ(stranger.count(ipc::type::MESSAGE), 2u) << "refused at once";
     stranger.close();
     settle();
     const auto service = offer(*a, 0);
