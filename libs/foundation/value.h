@@ -224,6 +224,15 @@ public:
     void set(const Value& key, Value value);
     bool remove(const Value& key); ///< Whether there was one.
 
+    // A path names an entry of a map in a map, and so on, by text keys with '.' between them: "a.b" is the entry "b" of the
+    // map that is the entry "a" of this one. "" is this value; each of the parts of ".." is the key "".
+
+    /// The map at that path; missing or nil ones on the way there are made. Another kind on the way, or there:
+    /// `fn::RangeException`, and nothing has changed.
+    Value& mapForPath(std::string_view path);
+    /// The value at that path, of any kind; null if there is none.
+    const Value* valueForPathIfExists(std::string_view path) const;
+
     const Value& operator[](std::size_t index) const; ///< An element. Out of range: `fn::RangeException`.
     void append(Value value);
 
