@@ -1,0 +1,175 @@
+#include "foundation/logging/log_file_target.h"
+#include "foundation/io/path.h"
+#include "foundation/io/posix.h"
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <glib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// How files are changed while others write:
+//
+// Writers only append to what is under the descriptor. A file that has been renamed still takes their entries, whole and
+// in the order of each thread, so nothing is lost by writing to it a little longer. Looking at the path is what costs (as
+// much as a write, and it makes the next write dearer), so a target looks only now and then: after some bytes and some
+// milliseconds. It then sees a log that is full, and one that is not its own any more.
+//
+// Who finds the log full takes the lock of the log's own inode, without waiting: if it is taken, somebody is about to do
+// the same. Under the lock the path is compared once more, since the inode may have been moved before. Only the holder
+// of the lock on the inode that the path leads to renames files; the last rename takes that position away from it.
+//
+// dup3() puts the new file under the old descriptor in one step: a write that is under way ends in the old file, the
+// next goes to the new one, and no thread has to know.
+
+namespace fn {
+namespace {
+
+constexpr std::int64_t microsecondsBetweenLooks = 10'000;
+constexpr std::int64_t looksPerFile = 64;
+constexpr std::int64_t bytesBetweenLooksOfBoundless = 65'536;
+
+} // namespace
+
+LogFileTarget::LogFileTarget(String path, const Clock& clock) : _path(std::move(path)), _clock(clock) { }
+
+void LogFileTarget::setMaximumSize(std::uint64_t bytes)
+{
+    _maximumSize = static_cast<std::int64_t>(std::min<std::uint64_t>(bytes, INT64_MAX));
+}
+
+LogFileTarget::~LogFileTarget()
+{
+    if (const auto descriptor = _descriptor.load(); descriptor >= 0) ::close(descriptor);
+}
+
+void LogFileTarget::write(const String& text)
+{
+    if (text.empty()) return;
+    try {
+        prepare(static_cast<std::int64_t>(text.size()));
+        if (!_cutOff.load(std::memory_order_relaxed) || !_cutOff.exchange(false)) [[likely]] {
+            if (append(text.view()) == Appended::Partly) _cutOff.store(true);
+        } else {
+            if (append(("\n" + text).view()) != Appended::Whole) _cutOff.store(true);
+        }
+    } catch (const std::exception&) {
+        // No memory for a copy of the text or the name of a file: one entry is lost.
+    }
+}
+
+// Sees to it that there is a file, and that it is the right one for an entry of `size` bytes.
+void LogFileTarget::prepare(std::int64_t size)
+{
+    std::unique_lock lock(_lock, std::defer_lock);
+    if (_descriptor.load(std::memory_order_acquire) < 0)
+        lock.lock();
+    else if (!isLookDue(size) || !lock.try_lock())
+        return;
+    look(size);
+}
+
+bool LogFileTarget::isLookDue(std::int64_t size)
+{
+    return _bytesUntilLook.fetch_sub(size, std::memory_order_relaxed) < size
+        || _clock.monotonic().totalMicroseconds() >= _nextLook.load(std::memory_order_relaxed);
+}
+
+// With the lock held.
+void LogFileTarget::look(std::int64_t size)
+{
+    auto room = bytesBetweenLooks();
+    for (int steps = 0; steps < 4; ++steps) { // Open, rotate, open the next, see that it is right.
+        struct stat status = {};
+        const bool exists = ::stat(_path.c_str(), &status) == 0;
+        if (_descriptor.load() < 0 || !exists || _opened != Identity { status.st_dev, status.st_ino }) {
+            if (!open()) break;
+        } else if (!isFull(status.st_size, size)) {
+            if (_maximumSize > 0) room = std::min(room, _maximumSize - status.st_size);
+            break;
+        } else if (!rotate(size)) {
+            break;
+        }
+    }
+    _bytesUntilLook.store(room - size, std::memory_order_relaxed);
+    _nextLook.store(_clock.monotonic().totalMicroseconds() + microsecondsBetweenLooks, std::memory_order_relaxed);
+}
+
+// Whatever the path leads to, or a new file. If that fails the present file stays. With the lock held.
+bool LogFileTarget::open()
+{
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT;
+    int opened = posix::open(_path, flags, 0600);
+    if (opened < 0 && errno == ENOENT) {
+        g_mkdir_with_parents(Path::parsePath(_path).directory.c_str(), 0700);
+        opened = posix::open(_path, flags, 0600);
+    }
+    if (opened < 0) return false;
+    struct stat status = {};
+    bool usable = ::fstat(opened, &status) == 0;
+    if (usable && _descriptor.load() < 0) {
+        _descriptor.store(opened, std::memory_order_release);
+    } else {
+        usable = usable && ::dup3(opened, _descriptor.load(), O_CLOEXEC) >= 0;
+        ::close(opened);
+    }
+    if (usable) _opened = { status.st_dev, status.st_ino };
+    return usable;
+}
+
+// False if another process is about to, or if it cannot be done. With the lock held.
+bool LogFileTarget::rotate(std::int64_t size)
+{
+    const int descriptor = _descriptor.load();
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) return false;
+    struct stat status = {};
+    const bool stillFull = ::stat(_path.c_str(), &status) == 0 && _opened == Identity { status.st_dev, status.st_ino }
+        && isFull(status.st_size, size);
+    const bool done = !stillFull || moveFilesUp();
+    ::flock(descriptor, LOCK_UN);
+    return done;
+}
+
+// With the lock of the log's inode.
+bool LogFileTarget::moveFilesUp() const
+{
+    if (_maximumCount <= 1) return ::unlink(_path.c_str()) == 0;
+    // Up to the first free number: after a rotation that was broken off nothing is dropped too early.
+    int free = 1;
+    while (free < _maximumCount - 1 && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
+    for (int number = free; number > 0; --number) {
+        if (::rename(numberedPath(number - 1).c_str(), numberedPath(number).c_str()) != 0) return false;
+    }
+    return true;
+}
+
+LogFileTarget::Appended LogFileTarget::append(std::string_view text) noexcept
+{
+    const int descriptor = _descriptor.load(std::memory_order_relaxed);
+    auto left = text;
+    while (!left.empty()) {
+        const auto written = posix::write(descriptor, left.data(), left.size());
+        if (written <= 0) break;
+        left.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return left.empty() ? Appended::Whole : left.size() < text.size() ? Appended::Partly : Appended::Nothing;
+}
+
+// Whether an entry of `size` bytes must go to another file. An empty file takes an entry of any size.
+bool LogFileTarget::isFull(std::int64_t fileSize, std::int64_t size) const
+{
+    return _maximumSize > 0 && fileSize > 0 && fileSize > _maximumSize - size;
+}
+
+std::int64_t LogFileTarget::bytesBetweenLooks() const
+{
+    return _maximumSize > 0 ? _maximumSize / looksPerFile : bytesBetweenLooksOfBoundless;
+}
+
+String LogFileTarget::numberedPath(int number) const
+{
+    return number == 0 ? _path : _path + "." + String::number(number);
+}
+
+} // namespace fn

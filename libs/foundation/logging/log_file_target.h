@@ -1,0 +1,65 @@
+#pragma once
+#include "foundation/logging/log_target.h"
+#include "foundation/time/clock.h"
+#include <atomic>
+#include <mutex>
+#include <sys/types.h>
+
+namespace fn {
+
+/// A log file, which targets of any number of threads and processes may share. Each entry is appended in one call of
+/// the system, and writers wait for nobody.
+///
+/// A file that is full becomes NAME.1 (the newest), what was NAME.1 becomes NAME.2 and so on, and a new file takes its
+/// place. Only files beyond the maximum count are lost. A log that somebody else has moved or removed is made again,
+/// with its folder (mode 0700, the file 0600), a few milliseconds later at most; so is one that could not be opened, at
+/// the next entry. While the disk is full, entries are lost and perhaps one is cut off; later ones are whole again.
+/// Thread-safe.
+class FN_EXPORT LogFileTarget final : public LogTarget {
+public:
+    /// Opens nothing before the first entry.
+    explicit LogFileTarget(String path, const Clock& clock = Clock::system());
+
+    /// An entry that would make the file larger than this begins a new one; 0, as initially, for no bound. Threads and
+    /// processes that write meanwhile may exceed it, the latter by a 64th part each. Before the first entry.
+    void setMaximumSize(std::uint64_t bytes);
+
+    /// How many files are kept, the log itself among them; at least 1, as initially. Before the first entry.
+    void setMaximumCount(int files) { _maximumCount = files; }
+
+    void write(const String& text) override;
+
+private:
+    struct Identity {
+        dev_t device = 0;
+        ino_t inode = 0;
+        friend bool operator==(const Identity&, const Identity&) = default;
+    };
+    enum class Appended { Whole, Partly, Nothing };
+
+    ~LogFileTarget() override;
+    void prepare(std::int64_t size);
+    bool isLookDue(std::int64_t size);
+    void look(std::int64_t size);
+    bool open();
+    bool rotate(std::int64_t size);
+    bool moveFilesUp() const;
+    Appended append(std::string_view text) noexcept;
+    bool isFull(std::int64_t fileSize, std::int64_t size) const;
+    std::int64_t bytesBetweenLooks() const;
+    String numberedPath(int number) const;
+
+    const String _path;
+    const Clock& _clock;
+    std::int64_t _maximumSize = 0;
+    int _maximumCount = 1;
+
+    std::mutex _lock; // Held by who looks after the file. Others go on writing, unless there is no file yet.
+    Identity _opened; // Guarded by _lock.
+    std::atomic<int> _descriptor { -1 }; // Once set it keeps its number: a new file is put under it.
+    std::atomic<std::int64_t> _bytesUntilLook { 0 };
+    std::atomic<std::int64_t> _nextLook { 0 }; // In microseconds of the clock.
+    std::atomic<bool> _cutOff { false }; // The last entry has no end.
+};
+
+} // namespace fn
