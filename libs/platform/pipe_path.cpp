@@ -76,15 +76,19 @@ fn::String privateFolder()
 
 bool isPipeName(std::string_view path) noexcept { return path.size() > prefix.size() && path.starts_with(prefix); }
 
+fn::String privatePath(std::string_view name)
+{
+    constexpr std::string_view refused("/\0", 2);
+    if (name.empty() || name == "." || name.find_first_of(refused) != name.npos || name.find("..") != name.npos) {
+        fail(fmt::format("\"{}\" can not name a pipe or lock: '/', NUL and '..' are not allowed", name), EINVAL);
+    }
+    return privateFolder() + "/" + name;
+}
+
 fn::String pipePath(const fn::String& pipeName)
 {
     if (!isPipeName(pipeName)) fail(fmt::format("\"{}\" is no name of a pipe", pipeName.view()), EINVAL);
-    const auto name = pipeName.view().substr(prefix.size());
-    constexpr std::string_view refused("/\0", 2);
-    if (name.find_first_of(refused) != name.npos || name.find("..") != name.npos || name == ".") {
-        fail(fmt::format("\"{}\" can not name a pipe: '/', NUL and '..' are not allowed", pipeName.view()), EINVAL);
-    }
-    return privateFolder() + "/" + name;
+    return privatePath(pipeName.view().substr(prefix.size()));
 }
 
 sockaddr_un socketAddress(const fn::String& path)

@@ -7,17 +7,21 @@ namespace platform {
 /// Whether `path` names a pipe: `\\.\pipe\` and something behind it.
 FN_EXPORT bool isPipeName(std::string_view path) noexcept;
 
-/// The socket that stands for the pipe `\\.\pipe\NAME`: NAME in a folder that only this user can enter, made here if it
+/// `name` in a folder that only this user can enter, for what his running processes share. The folder is made here if it
 /// does not exist: `core-pipes` in `$XDG_RUNTIME_DIR`, or `core-pipes-UID` in the folder for temporary files.
 ///
-/// `fn::IOException` with ErrnoInfo if this is no pipe name, if NAME could lead elsewhere ('/', NUL, '..'), or if the
-/// folder belongs to, or is open to, somebody else.
+/// `fn::IOException` with ErrnoInfo if the name is empty or could lead elsewhere ('/', NUL, '..'), or if the folder
+/// belongs to, or is open to, somebody else.
+FN_EXPORT fn::String privatePath(std::string_view name);
+
+/// The socket that stands for the pipe `\\.\pipe\NAME`: the private path of NAME. `fn::IOException` with ErrnoInfo as
+/// there, or if this is no pipe name.
 FN_EXPORT fn::String pipePath(const fn::String& pipeName);
 
 /// The address of a socket at `path`. `fn::IOException` (ENAMETOOLONG) where the system's 107 bytes do not hold it.
 FN_EXPORT sockaddr_un socketAddress(const fn::String& path);
 
-/// For tests: pipes lie in `folder`, which must exist, while this lives. Nested ones end in reverse order.
+/// For tests: private paths lie in `folder`, which must exist, while this lives. Nested ones end in reverse order.
 class FN_EXPORT ScopedPipeFolder {
 public:
     explicit ScopedPipeFolder(fn::String folder);

@@ -1,0 +1,22 @@
+#pragma once
+#include "foundation/io/file_descriptor.h"
+
+namespace fn {
+
+/// A name that one holder at a time has among all processes of this user. Held until the object goes or its process ends,
+/// however it ends; programs started meanwhile do not inherit it. Thread-safe.
+class FN_EXPORT NamedMutex {
+public:
+    /// `exclusive` takes the name: `NamedMutexAlreadyExistsException` where somebody, in this process or another, has it.
+    /// Otherwise the object holds nothing, and keeps nobody from taking the name. `fn::IOException` where the name holds
+    /// '/', NUL or '..', or the system does not let us lock.
+    NamedMutex(const String& name, bool exclusive);
+    NamedMutex(const NamedMutex&) = delete;
+    NamedMutex& operator=(const NamedMutex&) = delete;
+    ~NamedMutex();
+
+private:
+    FileDescriptor _lock; // Owns nothing unless exclusive.
+};
+
+} // namespace fn
