@@ -1,0 +1,14 @@
+#pragma once
+#include "core/logging_profile/logging_profile_sink.h"
+
+namespace core {
+
+/// Sends the log messages of this process to the profiles in the application's folder `logging_profiles`, for good. Later
+/// calls give the same sink and ignore `baseName`. Call it once the application's folders are known, on the main thread.
+FN_EXPORT fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName);
+
+/// Lets verbose profiles take messages, or not, in every process of the application, also in those that start later.
+/// Reaches other processes where this one's message bus does. Thread-safe.
+FN_EXPORT void setEnableVerboseLogging(bool enable);
+
+} // namespace core
