@@ -1,0 +1,228 @@
+// What can break here: an archive that no other program opens, a log that is cut or missing, a failure that is taken for
+// success or leaks, a log that never ends. The archives are read by unzip.
+#include "core/app_info.h"
+#include "core/log_archive.h"
+#include "foundation/io/posix.h"
+#include "foundation/system/path_manager.h"
+#include "support/log_capture.h"
+#include "support/temporary_folder.h"
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <random>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using fn::PathManager;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+struct Output {
+    int status = -1;
+    std::string text;
+};
+
+Output runUnzip(const std::string& arguments)
+{
+    Output result;
+    FILE* output = ::popen(("unzip " + arguments + " 2>&1").c_str(), "re");
+    if (!output) return result;
+    char buffer[4096];
+    while (const auto count = std::fread(buffer, 1, sizeof buffer, output)) result.text.append(buffer, count);
+    result.status = WEXITSTATUS(::pclose(output));
+    return result;
+}
+
+std::string randomBytes(std::size_t size)
+{
+    std::mt19937 generator(1);
+    std::string result(size, '\0');
+    for (auto& byte : result) byte = static_cast<char>(generator());
+    return result;
+}
+
+std::string localTime(std::time_t time)
+{
+    std::tm fields = {};
+    ::localtime_r(&time, &fields);
+    char text[32];
+    return { text, std::strftime(text, sizeof text, "%Y-%m-%d-%H-%M-%S", &fields) };
+}
+
+class LogArchive : public testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        ::setenv("TZ", "<+0530>-5:30", 1); // A zone in which local time is told from UTC.
+        ::tzset();
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+    }
+
+    LogArchive()
+    {
+        std::filesystem::create_directory(logs);
+        useFolders(folder.path().string(), logs.string());
+    }
+    ~LogArchive() override { useFolders(std::nullopt, std::nullopt); }
+
+    static void useFolders(std::optional<fn::String> desktop, std::optional<fn::String> logs)
+    {
+        PathManager::instance().overrideFolder(PathManager::DesktopFolder, std::move(desktop));
+        PathManager::instance().overrideFolder(PathManager::LogFolder, std::move(logs));
+    }
+
+    void writeLog(const char* name, std::string_view content) const
+    {
+        test::writeFile((logs / name).string(), content);
+    }
+
+    std::string unpacked(const fn::String& archive, const char* name) const
+    {
+        const auto target = folder.file("unpacked").toStdString();
+        EXPECT_EQ(runUnzip("-qq -o " + archive.toStdString() + " " + name + " -d " + target).status, 0);
+        return test::readFile(target + "/" + name);
+    }
+
+    const test::TemporaryFolder folder;
+    const std::filesystem::path logs = folder.path() / "logs";
+};
+
+TEST_F(LogArchive, HoldsEveryLogAsItIs)
+{
+    const std::string exactlyOneChunk(4096, 'x');
+    const auto large = randomBytes(300'000);
+    writeLog("Skyfold.log", "a line\r\n");
+    writeLog("chunk.log", exactlyOneChunk);
+    writeLog("empty.log", "");
+    writeLog("large.log.1", large);
+    std::filesystem::create_symlink(logs / "chunk.log", logs / "link.log");
+
+    const auto archive = core::LogArchive::createLogArchive();
+    const auto check = runUnzip("-t " + archive.toStdString());
+    EXPECT_EQ(check.status, 0) << check.text;
+    EXPECT_EQ(
+        runUnzip("-Z1 " + archive.toStdString()).text, "Skyfold.log\nchunk.log\nempty.log\nlarge.log.1\nlink.log\n");
+    EXPECT_EQ(unpacked(archive, "Skyfold.log"), "a line\r\n");
+    EXPECT_EQ(unpacked(archive, "chunk.log"), exactlyOneChunk);
+    EXPECT_EQ(unpacked(archive, "empty.log"), "");
+    EXPECT_EQ(unpacked(archive, "large.log.1"), large);
+    EXPECT_EQ(unpacked(archive, "link.log"), exactlyOneChunk);
+
+    // The first local header: no flags, deflated; no time, and the day 0 of a month 1 that a zeroed record stands for.
+    EXPECT_EQ(test::readFile(archive).substr(6, 8), std::string_view("\0\0\x08\0\0\0\x20\0", 8));
+    struct stat status = {};
+    ASSERT_EQ(::stat(archive.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777u, 0600u);
+}
+
+TEST_F(LogArchive, IsNamedAfterTheLocalTimeAndReplacesAnEarlierOne)
+{
+    const auto placeOf = [this](std::time_t time) { return folder.file("SkyfoldLogs-" + localTime(time) + ".zip"); };
+    const auto before = std::time(nullptr);
+    // Whichever of these seconds it is: the file there is longer than an archive and no archive.
+    for (int later = 0; later < 60; ++later) test::writeFile(placeOf(before + later), std::string(1000, 'x'));
+    const auto archive = core::LogArchive::createLogArchive();
+    EXPECT_GE(archive, placeOf(before));
+    EXPECT_LE(archive, placeOf(std::time(nullptr)));
+    EXPECT_EQ(test::readFile(archive).size(), 22u); // What ends an archive: of no members here.
+    EXPECT_THAT(runUnzip("-t " + archive.toStdString()).text, HasSubstr("zipfile is empty"));
+}
+
+TEST_F(LogArchive, WhatCanNotBeReadAbortsItAndLeavesAPieceBehind)
+{
+    const auto fails = [this](const char* reason) {
+        const test::LogCapture log;
+        EXPECT_EQ(core::LogArchive::createLogArchive(), "");
+        EXPECT_THAT(log.lines(),
+            ElementsAre(testing::AllOf(
+                testing::StartsWith("1 core.logArchive Unexpected exception while zipping and copying logs: "),
+                HasSubstr(reason))));
+    };
+    writeLog("a.log", "text");
+    std::filesystem::create_directory(logs / "b");
+    fails("b");
+    std::size_t pieces = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder.path())) {
+        if (entry.path().extension() != ".zip") continue;
+        ++pieces;
+        EXPECT_NE(runUnzip("-t " + entry.path().string()).status, 0);
+    }
+    EXPECT_GE(pieces, 1u);
+
+    std::filesystem::remove(logs / "b");
+    ASSERT_EQ(::mkfifo((logs / "b").c_str(), 0600), 0); // Would be waited for.
+    fails("Not a file");
+    std::filesystem::remove(logs / "b");
+    std::filesystem::create_symlink("nowhere", logs / "b");
+    fails("b");
+    useFolders(folder.path().string(), folder.file("missing"));
+    fails("missing");
+    useFolders(folder.file("missing"), logs.string());
+    fails("missing");
+}
+
+TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)
+{
+    writeLog("a.log", randomBytes(200'000));
+    const auto whole = test::readFile(core::LogArchive::createLogArchive()).size();
+    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit limit = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    // At the first header, in the content, in the list at the end, at the very last byte.
+    for (const rlim_t room : { rlim_t(0), rlim_t(100'000), rlim_t(whole - 30), rlim_t(whole - 1) }) {
+        const test::LogCapture log;
+        const rlimit lowered { room, limit.rlim_max };
+        ::setrlimit(RLIMIT_FSIZE, &lowered);
+        const auto archive = core::LogArchive::createLogArchive();
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+        EXPECT_EQ(archive, "") << room;
+        EXPECT_TRUE(log.contains(std::strerror(EFBIG))) << testing::PrintToString(log.lines());
+    }
+    std::signal(SIGXFSZ, previous);
+}
+
+TEST_F(LogArchive, LogsMayBeWrittenAndRotatedMeanwhile)
+{
+    const auto path = [this](int number) { return (logs / ("a.log." + std::to_string(number))).string(); };
+    constexpr std::string_view line = "a line that is whole\n";
+    std::atomic<int> rotations = 0;
+    std::jthread writer([&](std::stop_token stop) {
+        while (!stop.stop_requested()) {
+            for (int number = 3; number > 0; --number) std::rename(path(number - 1).c_str(), path(number).c_str());
+            const int log = fn::posix::open(path(0), O_WRONLY | O_CREAT | O_APPEND, 0600);
+            for (int i = 0; i < 500; ++i) EXPECT_EQ(fn::posix::write(log, line.data(), line.size()), 21);
+            ::close(log);
+            ++rotations;
+        }
+    });
+    for (int round = 0; round < 20; ++round) {
+        for (const int seen = rotations; rotations == seen;) std::this_thread::yield();
+        const auto archive = core::LogArchive::createLogArchive();
+        ASSERT_NE(archive, "");
+        const auto check = runUnzip("-t " + archive.toStdString());
+        ASSERT_TRUE(check.status == 0 || check.text.find("zipfile is empty") != std::string::npos) << check.text;
+    }
+}
+
+TEST_F(LogArchive, ALogThatGrowsWithoutEndIsCut)
+{
+    // The archive is written among the logs, and packs itself: what is read of it makes it longer.
+    useFolders(logs.string(), logs.string());
+    const auto content = randomBytes(1'000'000);
+    writeLog("A.log", content);
+    const auto archive = core::LogArchive::createLogArchive();
+    EXPECT_EQ(runUnzip("-t " + archive.toStdString()).status, 0);
+    EXPECT_EQ(unpacked(archive, "A.log"), content);
+    EXPECT_LT(std::filesystem::file_size(archive.toStdString()), 20'000'000u);
+}
+
+} // namespace
