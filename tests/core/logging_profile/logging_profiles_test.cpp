@@ -1,0 +1,64 @@
+// What can break here: a failure of loading that nobody sees; verbose logging that was switched before this process
+// listened, or by something that is no switch. The sink is the process's: one test makes it.
+#include "core/logging_profile/logging_profiles.h"
+#include "foundation/logging/logging.h"
+#include "foundation/message_bus.h"
+#include "foundation/system/path_manager.h"
+#include "support/expectations.h"
+#include "support/temporary_folder.h"
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+TEST(LoggingProfiles, ServeTheProcessAndFollowTheBus)
+{
+    static const test::TemporaryFolder folder; // As long as the sink.
+    auto& paths = fn::PathManager::instance();
+    paths.overrideFolder(fn::PathManager::ResourceFolder, folder.file(""));
+    paths.overrideFolder(fn::PathManager::LogFolder, folder.file("logs"));
+    std::filesystem::create_directories(folder.path() / "logging_profiles" / "folder");
+    test::writeFile(folder.file("logging_profiles/loud"), "enabled=true\nsimple=true\nverbose=true\nthreshold=7\n");
+    const auto& category = fn::logging::CategoryManager::instance().getCategory("profiles.process");
+    auto& bus = fn::MessageBus::instance();
+    core::setEnableVerboseLogging(true);
+
+    fn::AutoPtr<core::LoggingProfileSink> sink;
+    {
+        const test::ExpectUnhandled unhandled;
+        testing::internal::CaptureStderr();
+        sink = core::initLoggingProfiles("process");
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+            testing::AllOf(testing::StartsWith("Unhandled exception: FileException: "), testing::EndsWith("\n")));
+        EXPECT_EQ(unhandled.messages().size(), 1);
+    }
+    EXPECT_EQ(core::initLoggingProfiles("other"), sink);
+    EXPECT_TRUE(sink->allowVerboseLogging()) << "switched before";
+    FN_LOG_TO(category, 7, fn::logging::Tag(), "libs/test", "one");
+    EXPECT_EQ(test::readFile(folder.file("logs/process.loud.log")), "one\r\n");
+
+    core::setEnableVerboseLogging(false);
+    EXPECT_FALSE(sink->allowVerboseLogging());
+    EXPECT_FALSE(category.wants(1));
+    const fn::String switchName = "com.tidewerk.logging-profile.allow-verbose-logging";
+    bus.postMessage("com.tidewerk.logging-profile", true);
+    bus.postMessage("com.tidewerk.logging-profile.allow", true);
+    bus.postMessage(switchName + ".x", true);
+    EXPECT_FALSE(sink->allowVerboseLogging()) << "not for us";
+    bus.postMessage(switchName, "yes");
+    EXPECT_TRUE(sink->allowVerboseLogging());
+    {
+        const test::ExpectUnhandled unhandled;
+        bus.postMessage(switchName, fn::Value(fn::Value::MAP));
+        EXPECT_EQ(unhandled.messages().size(), 1);
+    }
+    EXPECT_TRUE(sink->allowVerboseLogging());
+    FN_LOG_TO(category, 7, fn::logging::Tag(), "libs/test", "two");
+    EXPECT_THAT(test::readFile(folder.file("logs/process.loud.log")), HasSubstr("two\r\n"));
+    core::setEnableVerboseLogging(false);
+}
+
+} // namespace

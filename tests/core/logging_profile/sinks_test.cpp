@@ -1,0 +1,207 @@
+// What can break here: the bytes of an entry, which people and programs read; a text that passes for an entry of its own
+// or is torn within a character; a day without its line.
+#include "core/logging_profile/formatted_sink.h"
+#include "core/logging_profile/simple_sink.h"
+#include "core/logging_profile/throttled_sink.h"
+#include "foundation/exceptions.h"
+#include "recorder.h"
+#include "support/expectations.h"
+#include <cstdlib>
+#include <ctime>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace {
+
+using fn::Duration;
+using testing::ElementsAre;
+using Strings = std::vector<std::string>;
+
+// The local time is two hours ahead of UTC.
+class TimeZone {
+public:
+    TimeZone()
+    {
+        if (const char* zone = std::getenv("TZ")) _previous = zone;
+        set("TST-2");
+    }
+    ~TimeZone() { set(_previous.empty() ? nullptr : _previous.c_str()); }
+
+private:
+    static void set(const char* zone)
+    {
+        if (zone)
+            ::setenv("TZ", zone, 1);
+        else
+            ::unsetenv("TZ");
+        ::tzset();
+    }
+    std::string _previous;
+};
+
+class FormattedSink : public testing::Test {
+protected:
+    Strings write(const fn::logging::Message& message)
+    {
+        target->entries.clear();
+        sink->logMessage(category, message);
+        return target->entries;
+    }
+
+    // The text of each line of an entry, which must have the header once and the indent before all others.
+    Strings linesOf(std::string_view text)
+    {
+        write(messageOf(""));
+        const auto entry = write(messageOf(text)).back();
+        Strings lines;
+        for (std::size_t begin = 0, end; begin < entry.size(); begin = end + 2) {
+            end = entry.find("\r\n", begin);
+            EXPECT_EQ(entry.substr(begin, 48), lines.empty() ? start : std::string(48, ' '));
+            lines.push_back(entry.substr(begin + 48, end - begin - 48));
+        }
+        return lines;
+    }
+
+    // At 12:34:56 local time of 2024-02-29.
+    static fn::logging::Message messageOf(std::string_view text)
+    {
+        auto message = test::message(4, text);
+        message.thread = 10;
+        message.file = "libs/core/ipc/dispatcher.cpp";
+        message.line = 212;
+        message.time = Duration::seconds(1'709'202'896);
+        return message;
+    }
+
+    const TimeZone zone;
+    const std::string start = "12:34:56 INF 0a dispatcher:212  - - - - - - - - ";
+    const fn::logging::Category category { "core" };
+    const fn::AutoPtr<test::RecordingTarget> target = fn::makeAuto<test::RecordingTarget>();
+    const fn::AutoPtr<core::FormattedSink> sink = fn::makeAuto<core::FormattedSink>(target);
+};
+
+TEST_F(FormattedSink, WritesHeaderAndTextInOneEntry)
+{
+    EXPECT_THAT(write(messageOf("one\ntwo\n\nlast\n")),
+        ElementsAre("\r\n>>>>>> 2024-02-29 <<<<<<\r\n\r\n",
+            start + "one\r\n" + std::string(48, ' ') + "two\r\n" + std::string(48, ' ') + "\r\n" + std::string(48, ' ')
+                + "last\r\n"));
+    EXPECT_THAT(
+        write(messageOf("a\r\n\x1b[2J")), ElementsAre(start + "a\r\r\n" + std::string(48, ' ') + "\x1b[2J\r\n"));
+    EXPECT_THAT(write(messageOf("")), ElementsAre(""));
+    EXPECT_THAT(write(messageOf("\n")), ElementsAre(start + "\r\n"));
+}
+
+TEST_F(FormattedSink, PutsTheTextInAnEvenColumnBehindHeadersOfAnyLength)
+{
+    struct Case {
+        int priority;
+        std::uint8_t thread;
+        const char* file;
+        int line;
+        std::string expected;
+    };
+    write(messageOf(""));
+    for (const auto& [priority, thread, file, line, expected] :
+        std::initializer_list<Case> {
+            { 1, 0, "a", 7, "12:34:56 ERR 00 a:7 - - - - - - - - - - - - - - text\r\n" },
+            { 2, 255, "C:\\x.y\\b.c.cpp", 12, "12:34:56 WRN ff b.c:12  - - - - - - - - - - - - text\r\n" },
+            { 3, 1, "", 0, "12:34:56 FIX 01 :0  - - - - - - - - - - - - - - text\r\n" },
+            { 5, 1, "libs/core", 3, "12:34:56 DBG 01 core:3  - - - - - - - - - - - - text\r\n" },
+            { 6, 1, "xx.d/core", 3, "12:34:56 LOG 01 core:3  - - - - - - - - - - - - text\r\n" },
+            { 7, 1, "0123456789012345678901234567", 1, "12:34:56 TRC 01 0123456789012345678901234567:1  text\r\n" },
+            { 8, 1, "012345678901234567890123456789", 1, "12:34:56     01 012345678901234567890123456789:1  text\r\n" },
+        }) {
+        auto message = messageOf("text");
+        message.priority = priority;
+        message.thread = thread;
+        message.file = file;
+        message.line = line;
+        EXPECT_THAT(write(message), ElementsAre(expected));
+    }
+}
+
+TEST_F(FormattedSink, WrapsWhereATextMayBreak)
+{
+    const auto x = [](int count) { return std::string(static_cast<std::size_t>(count), 'x'); };
+    const std::vector<std::pair<std::string, Strings>> table {
+        { x(300), { x(140), x(140), x(20) } },
+        { x(140), { x(140) } },
+        { x(140) + "\n" + x(140) + "\n", { x(140), x(140) } },
+        { x(141), { x(140), "x" } },
+        { x(139) + " " + x(5), { x(139) + " ", x(5) } },
+        { x(140) + " " + x(5), { x(140), " " + x(5) } },
+        { x(50) + " " + x(20) + "." + x(100), { x(50) + " " + x(20) + ".", x(100) } },
+        { x(50) + ")" + x(100), { x(50) + ")", x(100) } },
+        { x(50) + ">" + x(100), { x(50) + ">", x(100) } },
+        { x(50) + ":" + x(100), { x(50) + ":", x(100) } },
+        { x(50) + "::" + x(100), { x(50) + "::" + x(88), x(12) } },
+        { x(139) + "::" + x(100), { x(139) + ":", ":" + x(100) } },
+        { x(139) + "::" + x(200), { x(139) + ":", ":" + x(139), x(61) } },
+        { "." + x(150), { ".", x(140), x(10) } },
+        { x(200) + "\n\n" + x(3), { x(140), x(60), "", x(3) } },
+    };
+    for (const auto& [text, expected] : table) EXPECT_EQ(linesOf(text), expected) << text;
+}
+
+TEST_F(FormattedSink, WrapsBetweenCharactersWhateverTheirBytes)
+{
+    const auto repeated = [](std::string_view character, int count) {
+        std::string text;
+        while (count-- > 0) text += character;
+        return text;
+    };
+    for (const std::string_view character : { "ü", "€", "😀", "\x80", "\xff" }) {
+        EXPECT_EQ(linesOf(repeated(character, 150)), (Strings { repeated(character, 140), repeated(character, 10) }));
+    }
+    EXPECT_EQ(linesOf(repeated("ü", 139) + "\xe2\x82"), Strings { repeated("ü", 139) + "\xe2\x82" });
+    EXPECT_EQ(linesOf("\xf0\nx"), (Strings { "\xf0", "x" })) << "a character cut short takes no line end";
+}
+
+TEST_F(FormattedSink, AnnouncesEachLocalDayOnce)
+{
+    const auto at = [](std::int64_t seconds) {
+        auto message = messageOf("t");
+        message.time = Duration::seconds(seconds);
+        return message;
+    };
+    const auto days = [&](std::int64_t seconds) {
+        const auto entries = write(at(seconds));
+        return entries.size() == 2 ? entries[0] : std::string();
+    };
+    // 1'709'244'000 is 2024-02-29 22:00:00 UTC, the local midnight.
+    EXPECT_EQ(days(1'709'243'999), "\r\n>>>>>> 2024-02-29 <<<<<<\r\n\r\n");
+    EXPECT_EQ(days(1'709'243'000), "");
+    EXPECT_EQ(days(1'709'244'000), "\r\n>>>>>> 2024-03-01 <<<<<<\r\n\r\n");
+    EXPECT_EQ(days(1'709'250'000), "");
+    EXPECT_EQ(days(1'709'250'000 + 366 * 86'400), "\r\n>>>>>> 2025-03-02 <<<<<<\r\n\r\n");
+    EXPECT_EQ(days(-7'201), "\r\n>>>>>> 1969-12-31 <<<<<<\r\n\r\n");
+    EXPECT_EQ(days(-7'200), "\r\n>>>>>> 1970-01-01 <<<<<<\r\n\r\n");
+}
+
+TEST(SimpleSink, WritesTheTextAlone)
+{
+    const auto target = fn::makeAuto<test::RecordingTarget>();
+    const auto sink = fn::makeAuto<core::SimpleSink>(target);
+    const auto throttled = fn::makeAuto<core::ThrottledSink>(sink);
+    const fn::logging::Category category("core");
+    for (const auto* text : { "a\n\nb", "c\r\n", "" }) throttled->logMessage(category, test::message(4, text));
+    EXPECT_THAT(target->entries, ElementsAre("a\r\n\r\nb\r\n", "c\r\r\n\r\n", "\r\n"));
+}
+
+TEST(Sinks, ReportAMissingTargetAndThrowWhenUsed)
+{
+    const test::ExpectAssertions assertions;
+    for (const auto& sink : {
+             fn::AutoPtr<fn::logging::Sink>(new core::SimpleSink({})),
+             fn::AutoPtr<fn::logging::Sink>(new core::FormattedSink({})),
+             fn::AutoPtr<fn::logging::Sink>(new core::ThrottledSink({})),
+         }) {
+        EXPECT_THROW(sink->logMessage(fn::logging::Category("core"), test::message(1)), fn::NullPointerException);
+    }
+    EXPECT_THAT(assertions.reports(),
+        ElementsAre("libs/core/logging_profile:2 SimpleSink target", "libs/core/logging_profile:3 FormattedSink target",
+            "libs/core/logging_profile:4 ThrottledSink sink"));
+}
+
+} // namespace
