@@ -1,0 +1,60 @@
+#pragma once
+#include "foundation/string.h"
+#include "platform/windows_types.h"
+#include <functional>
+
+namespace platform {
+
+struct DATA_BLOB {
+    DWORD cbData;
+    BYTE* pbData;
+};
+
+struct CRYPTPROTECT_PROMPTSTRUCT {
+    DWORD cbSize;
+    DWORD dwPromptFlags;
+    void* hwndApp;
+    const char16_t* szPrompt;
+};
+
+/// Protects bytes for the current user: only processes of this user can read them again, and changed ones are recognised.
+///
+/// What this means here: the bytes are encrypted and authenticated with a random key, which lies in a file that only this
+/// user can read (`protectionFolder()`). It guards data that leave the machine or fall into the hands of another user
+/// (a backup, a synchronised folder, a copied file). It does not guard against the user's own programs, root, or whoever
+/// has a copy of the key file as well; without that file nothing can be read any more.
+///
+/// `pDataOut` gets new memory that the caller frees with `LocalFree()`. Descriptions, additional entropy, prompts and flags
+/// are not supported. 0 on failure, for which `dataProtectionFailure()` has the reason. The first call makes the key.
+/// Thread-safe.
+FN_EXPORT BOOL CryptProtectData(DATA_BLOB* pDataIn, const char16_t* szDataDescr, DATA_BLOB* pOptionalEntropy,
+    void* pvReserved, CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags, DATA_BLOB* pDataOut);
+
+/// Gives back what was protected, in memory that `LocalFree()` wipes. 0 for anything that this user's key has not
+/// protected, as a whole and unchanged. Otherwise like `CryptProtectData()`, but never makes a key.
+FN_EXPORT BOOL CryptUnprotectData(DATA_BLOB* pDataIn, char16_t** ppszDataDescr, DATA_BLOB* pOptionalEntropy,
+    void* pvReserved, CRYPTPROTECT_PROMPTSTRUCT* pPromptStruct, DWORD dwFlags, DATA_BLOB* pDataOut);
+
+/// Wipes and frees memory from the calls above, and nothing else. Null is allowed, and is the result. Thread-safe.
+FN_EXPORT void* LocalFree(void* memory);
+
+/// Why the last of these calls on this thread has failed, for logs: it names files, never their content.
+FN_EXPORT fn::String dataProtectionFailure();
+
+/// For tests: the calls are answered by these functions while this lives; what they throw goes to the caller. Nested ones
+/// end in reverse order.
+class FN_EXPORT ScopedDataProtection {
+public:
+    using Call = std::function<BOOL(const DATA_BLOB& in, DATA_BLOB& out)>;
+
+    ScopedDataProtection(Call protect, Call unprotect);
+    ScopedDataProtection(const ScopedDataProtection&) = delete;
+    ScopedDataProtection& operator=(const ScopedDataProtection&) = delete;
+    ~ScopedDataProtection();
+
+private:
+    Call _previousProtect;
+    Call _previousUnprotect;
+};
+
+} // namespace platform
