@@ -1,0 +1,38 @@
+#pragma once
+#include "foundation/export.h"
+#include "foundation/string.h"
+
+namespace core {
+
+/// Keeps secrets of the current user, such as passwords of accounts, each under a group and a key. A '.' in a group leads
+/// into a group within a group.
+///
+/// Nothing is kept between two calls that another process could have changed in the meantime, so that several processes
+/// share one store; of changes made at the very same time the last one wins. Used by one thread at a time.
+class FN_EXPORT PasswordManager {
+public:
+    /// The manager of the process, made at the first call and never destroyed: the file "Passwords.prefs" in the folder of
+    /// the user's preferences, with secrets that only this user can read. Thread-safe.
+    static PasswordManager& instance();
+
+    /// Stores a secret in place of the one before. One that can not be encrypted is stored as nothing, with a log line.
+    /// Throws what reading and writing the store throws: `fn::FileException`, `fn::DataFormatException` for a damaged
+    /// file, which stays as it is, `fn::RangeException` where the group leads through what is no group, and for the reserved
+    /// name "__type__".
+    virtual void setPassword(std::string_view group, std::string_view key, std::string_view password) = 0;
+
+    /// The secret, the caller's to wipe. `found` tells whether one is stored: one that can not be decrypted any more is
+    /// found, with empty text and a log line. A damaged file is replaced by what was last read or set; failing that:
+    /// `fn::FileException`.
+    virtual fn::String getPassword(std::string_view group, std::string_view key, bool& found) = 0;
+
+    /// Removes a secret if there is one. Throws like `setPassword()`.
+    virtual void removePassword(std::string_view group, std::string_view key) = 0;
+
+    fn::String getPassword(std::string_view group, std::string_view key); ///< The secret, or "" if none is stored.
+
+protected:
+    virtual ~PasswordManager();
+};
+
+} // namespace core

@@ -1,0 +1,64 @@
+#include "core/password_manager/password_manager_generic.h"
+#include "foundation/exceptions.h"
+#include <utility>
+
+namespace core {
+namespace {
+
+fn::String groupPath(std::string_view group) { return fn::String("passwords.") + group; }
+
+/// The preferences file takes a map with this key for something else. It could be written, but not be read again, and all
+/// that is stored would be lost.
+void requireStorable(std::string_view name)
+{
+    if (name != "__type__") return;
+    throw fn::with(
+        fn::RangeException("The name of a password or its group is reserved"), fn::DetailInfo { fn::String(name) });
+}
+
+} // namespace
+
+PasswordManagerGeneric::PasswordManagerGeneric(std::unique_ptr<Encryption> encryption, Preferences preferences)
+    : _encryption(std::move(encryption)),
+      _preferences(std::move(preferences))
+{
+}
+
+PasswordManagerGeneric::~PasswordManagerGeneric() = default;
+
+void PasswordManagerGeneric::setPassword(std::string_view group, std::string_view key, std::string_view password)
+{
+    requireStorable(key);
+    for (const auto& part : fn::String(group).split('.')) requireStorable(part);
+    _preferences.reload();
+    _preferences.root().mapForPath(groupPath(group)).set(key, _encryption->encrypt(password));
+    _preferences.save();
+}
+
+fn::String PasswordManagerGeneric::getPassword(std::string_view group, std::string_view key, bool& found)
+{
+    found = false;
+    try {
+        _preferences.reload();
+    } catch (const fn::DataFormatException&) {
+        // Nobody could store anything in a damaged file; what was known of it before is the best there is.
+        _preferences.save();
+    }
+    const auto* const secrets = std::as_const(_preferences.root()).valueForPathIfExists(groupPath(group));
+    const auto* const secret = secrets ? secrets->find(key) : nullptr;
+    if (!secret) return {};
+    found = true;
+    return _encryption->decrypt(secret->asString());
+}
+
+void PasswordManagerGeneric::removePassword(std::string_view group, std::string_view key)
+{
+    _preferences.reload();
+    auto& root = _preferences.root();
+    const auto path = groupPath(group);
+    const auto* const secrets = root.valueForPathIfExists(path);
+    if (secrets && secrets->isMap()) root.mapForPath(path).remove(key);
+    _preferences.save();
+}
+
+} // namespace core
