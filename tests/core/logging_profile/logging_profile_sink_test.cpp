@@ -195,6 +195,21 @@ TEST_F(LoggingProfileSink, CostsNothingForMessagesThatNoProfileTakesNow)
     EXPECT_EQ(test::readFile(logs() + "/server.loud.log"), "loud\r\n");
 }
 
+TEST_F(LoggingProfileSink, ReadsTheProfilesThatComeAlong)
+{
+    const auto sink = fn::makeAuto<core::LoggingProfileSink>("skyfold");
+    sink->reload(fn::PathManager::instance().getPath(fn::PathManager::ResourceFolder, "logging_profiles", false));
+    std::vector<std::string> used;
+    for (const auto& profile : sink->profiles()) {
+        EXPECT_FALSE(profile->name().empty() || profile->description().empty()) << profile->fileName();
+        if (profile->enabled() && !profile->verbose()) used.push_back(profile->fileName().toStdString());
+    }
+    EXPECT_THAT(used, ElementsAre("console", "default"));
+    EXPECT_EQ(sink->threshold(category), 4);
+    sink->setAllowVerboseLogging(true);
+    EXPECT_EQ(sink->threshold(category), 7);
+}
+
 TEST_F(LoggingProfileSink, LosesNothingWhileProfilesAreReloaded)
 {
     constexpr int threads = 4;

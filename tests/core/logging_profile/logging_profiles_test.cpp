@@ -59,6 +59,7 @@ TEST(LoggingProfiles, ServeTheProcessAndFollowTheBus)
     FN_LOG_TO(category, 7, fn::logging::Tag(), "libs/test", "two");
     EXPECT_THAT(test::readFile(folder.file("logs/process.loud.log")), HasSubstr("two\r\n"));
     core::setEnableVerboseLogging(false);
+    paths.overrideFolder(fn::PathManager::ResourceFolder, {});
 }
 
 } // namespace
