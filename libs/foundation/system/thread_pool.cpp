@@ -1,0 +1,106 @@
+#include "foundation/system/thread_pool.h"
+#include "foundation/assertion.h"
+#include "foundation/exceptions.h"
+#include "foundation/unhandled_exception.h"
+#include <algorithm>
+#include <atomic>
+#include <glib.h>
+#include <mutex>
+#include <thread>
+
+namespace fn {
+namespace {
+
+constexpr auto AssertionFile = "libs/foundation/thread_pool";
+
+/// What GLib's queue carries. The queue orders what the threads do, but by locks that ThreadSanitizer can not see; the
+/// atomics here and in the pool say the same once more.
+struct Job {
+    Task task;
+    std::atomic<bool> isGiven { false };
+};
+
+void runGuarded(Task& task) noexcept
+{
+    try {
+        task();
+    } catch (...) {
+        unhandledException();
+    }
+}
+
+} // namespace
+
+struct ThreadPool::Private {
+    explicit Private(int threads);
+
+    void schedule(Task task);
+    void stop();
+
+private:
+    static void runJob(gpointer job, gpointer pool);
+
+    std::mutex _lock;
+    GThreadPool* _pool = nullptr; // Guarded by `_lock`; null once stopped.
+    std::atomic<std::size_t> _unfinished { 0 };
+};
+
+ThreadPool::Private::Private(int threads)
+{
+    GError* error = nullptr;
+    // Threads of its own, all started now: what can fail fails here and not at some later task.
+    _pool = g_thread_pool_new(runJob, this, std::max(threads, 1), TRUE, &error);
+    if (!error) return;
+    const RuntimeException exception(String("Can not start the threads of a pool: ") + error->message);
+    g_error_free(error);
+    g_thread_pool_free(_pool, TRUE, TRUE);
+    throw exception;
+}
+
+void ThreadPool::Private::schedule(Task task)
+{
+    auto job = std::make_unique<Job>();
+    job->task = std::move(task);
+    const std::lock_guard guard(_lock);
+    if (!FN_ASSERT(_pool, AssertionFile, 1, "schedule", "Can not schedule task on stopped thread pool")) return;
+    ++_unfinished;
+    job->isGiven.store(true, std::memory_order_release);
+    g_thread_pool_push(_pool, job.release(), nullptr); // Fails only where it would have to start a thread.
+}
+
+void ThreadPool::Private::runJob(gpointer job, gpointer pool)
+{
+    {
+        const std::unique_ptr<Job> owned(static_cast<Job*>(job));
+        if (owned->isGiven.load(std::memory_order_acquire)) runGuarded(owned->task);
+    }
+    --static_cast<Private*>(pool)->_unfinished;
+}
+
+void ThreadPool::Private::stop()
+{
+    GThreadPool* pool = nullptr;
+    {
+        const std::lock_guard guard(_lock);
+        pool = std::exchange(_pool, nullptr);
+    }
+    if (!pool) return;
+    g_thread_pool_free(pool, FALSE, TRUE);
+    FN_ASSERT(_unfinished == 0, AssertionFile, 2, "stop", "_unfinished == 0");
+}
+
+ThreadPool::ThreadPool(int threads) : _private(std::make_unique<Private>(threads)) { }
+
+ThreadPool::~ThreadPool() { stop(); }
+
+ThreadPool& ThreadPool::defaultPool()
+{
+    // Never destroyed: a task may still be waiting for something when the process exits.
+    static auto& pool = *new ThreadPool(std::max(4, static_cast<int>(std::thread::hardware_concurrency())));
+    return pool;
+}
+
+void ThreadPool::schedule(Task task) { _private->schedule(std::move(task)); }
+void ThreadPool::stop() { _private->stop(); }
+
+} // namespace fn
