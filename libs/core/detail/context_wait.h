@@ -1,0 +1,64 @@
+#pragma once
+#include "foundation/uv/async.h"
+#include <glib.h>
+#include <mutex>
+
+namespace core {
+
+/// Takes GLib's ownership of a context for a scope, which fails while another thread has it.
+class ContextOwnership {
+public:
+    explicit ContextOwnership(GMainContext* context) : _context(context), _isOwner(g_main_context_acquire(context)) { }
+    ContextOwnership(const ContextOwnership&) = delete;
+    ~ContextOwnership()
+    {
+        if (_isOwner) g_main_context_release(_context);
+    }
+    explicit operator bool() const { return _isOwner; }
+
+private:
+    GMainContext* const _context;
+    const bool _isOwner;
+};
+
+/// One wait for a context's descriptors at a time: what the loop's thread prepares and evaluates, and a thread of a pool
+/// waits for. Shared with the task on the pool, which may be there for longer than who started it.
+///
+/// Between `prepare()` and the end of `wait()` the loop's thread leaves all members alone but those under `_lock`.
+class ContextWait {
+public:
+    ContextWait(GMainContext* context, fn::uv::Async& done) : _context(context), _done(&done) { }
+    ContextWait(const ContextWait&) = delete;
+    ~ContextWait() { g_free(_descriptors); }
+
+    /// Has GLib prepare its sources and say what to wait for. Loop thread.
+    void prepare();
+
+    /// Waits for it, then sends the wake-up. Pool thread.
+    void wait();
+
+    /// Has GLib find out which sources are ready, and dispatches these, after a wait. Loop thread.
+    void checkAndDispatch();
+
+    /// Ends a wait that is out, or has it end as soon as it begins. No wake-up is sent afterwards. Loop thread.
+    void abandon();
+
+private:
+    void query();
+    void poll();
+    bool isAbandoned();
+
+    GMainContext* const _context;
+    int _allocated = 20; // Elements of `_descriptors`.
+    GPollFD* _descriptors = static_cast<GPollFD*>(g_malloc0_n(20, sizeof(GPollFD)));
+    int _count = 0; // Descriptors to check; 0 when nothing waits for checking.
+    int _maxPriority = 0;
+    int _timeout = 0; // Milliseconds; negative: none.
+    guint _sourcesSeen = 0; // See `sourceCounter()`.
+    int _patience = 1; // Milliseconds until the next try, while somebody else owns the context.
+
+    std::mutex _lock;
+    fn::uv::Async* _done; // Guarded by `_lock`. Null once abandoned.
+};
+
+} // namespace core
