@@ -122,6 +122,7 @@ FormattedSink::~FormattedSink() = default;
 void FormattedSink::announceDay(const fn::DateTime& local)
 {
     const std::int32_t day = (local.year() * 16 + local.month()) * 32 + local.day();
+    // Of the threads that find a new day one writes the line; what the others log may stand before it.
     if (_lastDay.load() == day || _lastDay.exchange(day) == day) return;
     _target->write(
         fmt::format("\r\n>>>>>> {:04}-{:02}-{:02} <<<<<<\r\n\r\n", local.year(), local.month(), local.day()));
