@@ -74,7 +74,7 @@ class Process:
 
 
 class Stage:
-    """A system's processes around one hub, in a folder of their own. On leaving it all are killed: they hold nothing that
+    """A system's processes, mostly around one hub, in a folder of their own. On leaving it all are killed: they hold nothing that
     would have to be saved, and a clean end is not what is measured."""
 
     def __init__(self, system, scenario):
@@ -99,11 +99,15 @@ class Stage:
             raise BenchError(f"{self._system.name}, {self._scenario}: {error}{errors}")
         return False
 
+    @property
+    def directory(self):
+        return self._directory.name
+
     def start(self, role, **parameters):
-        """Starts a role and waits until it is ready. The hub comes first."""
+        """Starts a role and waits until it is ready. The hub comes first, if there is one."""
         if role == "hub":
-            parameters["directory"] = self._directory.name
-        else:
+            parameters["directory"] = self.directory
+        elif self._address:
             parameters["address"] = self._address
         process = Process(role, self._system.command(role, self._scenario, parameters), self._environment)
         self._processes.append(process)

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""How fast is a call through the hub, beside what the same hops cost at least? Started by scripts/bench."""
+"""How fast is a call through the hub, beside what the same hops cost at least? And a log message, beside other
+libraries? Started by scripts/bench."""
 
 import argparse
 import json
@@ -79,6 +80,17 @@ def ratio(values, baseline):
     return statistics.median(ours / theirs for ours, theirs in zip(values, baseline, strict=True))
 
 
+def groups(scenarios, systems):
+    """(scenarios, systems) for a table each: where the first system meets others it has a table with them."""
+    found = []
+    for scenario in scenarios:
+        players = [systems[0], *(system for system in systems[1:] if system.takes_part(scenario))]
+        if not found or (len(players) > 1 and players != found[-1][1]):
+            found.append(([], players))
+        found[-1][0].append(scenario)
+    return found
+
+
 def table(scenarios, systems, values):
     first, *others = [system.name for system in systems]
     rows = [["", "unit", first, *others, *(f"{first}/{name}" for name in others), "goal", ""]]
@@ -132,8 +144,9 @@ def main():
                 for name, sizes in frames.items()))
         if host["load"] > host["cores"] / 2:
             print("The machine was busy: these numbers are not to be kept.")
-        print()
-        print(table(scenarios, systems, values))
+        for played, players in groups(scenarios, systems):
+            print()
+            print(table(played, players, values))
     if options.json:
         with open(options.json, "w") as file:
             json.dump({"machine": host, "repeats": repeats, "seconds": seconds, "frames": frames, "values": values}, file,

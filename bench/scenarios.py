@@ -45,7 +45,14 @@ class Timing:
         return self.seconds * 1.25 + PATIENCE
 
 
-class Calls:
+class HubScenario:
+    """Around a hub in a process of its own."""
+
+    plays = "hub"
+    frames_like = None
+
+
+class Calls(HubScenario):
     """One caller, one owner, so many calls in flight."""
 
     def __init__(self, name, metrics, window, argument_bytes=16, timed=False):
@@ -76,7 +83,7 @@ class Calls:
         return processes.report(caller, timing.limit), caller, owner
 
 
-class Events:
+class Events(HubScenario):
     """One publisher, so many subscribers, each in its own process."""
 
     def __init__(self, name, metrics, subscribers, event_bytes, window):
@@ -107,10 +114,8 @@ class Events:
         return result, publisher
 
 
-class Memory:
+class Memory(HubScenario):
     """What the hub and a worker without work weigh."""
-
-    frames_like = None
 
     def __init__(self, name, metrics):
         self.name = name
@@ -124,10 +129,10 @@ class Memory:
         return {f"{who}_{kind}": kib / 1024 for who, kinds in sizes.items() for kind, kib in kinds.items()}
 
 
-class Local:
+class Local(HubScenario):
     """Calls inside one process, one at a time, no hub between them."""
 
-    frames_like = None
+    plays = "local"
 
     def __init__(self, name, metrics):
         self.name = name
@@ -139,6 +144,31 @@ class Local:
             caller = stage.start("local", window=1, timed=0, argument_bytes=16, result_bytes=16, **timing.parameters())
             result = processes.report(caller, timing.limit)
         return {"nanoseconds": 1e9 / result["rate"]}
+
+
+class Logging:
+    """Threads of one process that log without a pause: what nobody wants to hear, and into a file that rotates."""
+
+    plays = "logging"
+    frames_like = None
+    _loads = {  # Threads, suppressed.
+        "suppressed": (1, 1),
+        "written": (1, 0),
+        "written_by_4": (4, 0),
+    }
+
+    def __init__(self, name, metrics):
+        self.name = name
+        self.metrics = metrics
+
+    def run(self, system, timing, frames):
+        return {key: self._play(system, Timing(timing.seconds / 2), *load) for key, load in self._loads.items()}
+
+    def _play(self, system, timing, threads, suppressed):
+        with Stage(system, self.name) as stage:
+            logger = stage.start("logger", directory=stage.directory, threads=threads, suppressed=suppressed,
+                                 **timing.parameters())
+            return processes.report(logger, timing.limit)["nanoseconds"]
 
 
 SCENARIOS = [
@@ -160,6 +190,10 @@ SCENARIOS = [
         Metric("worker_private_dirty", "idle worker, private dirty", "MiB")]),
     Local("local", metrics=[
         Metric("nanoseconds", "call through a local reference", "ns")]),
+    Logging("logging", metrics=[
+        Metric("suppressed", "message that nobody wants", "ns", Goal("spdlog", "at most", 1)),
+        Metric("written", "line written, 1 thread", "ns", Goal("spdlog", "at most", 1)),
+        Metric("written_by_4", "line written, 4 threads", "ns", Goal("spdlog", "at most", 1))]),
 ]
 
 

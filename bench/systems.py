@@ -6,6 +6,8 @@ import os
 class System:
     """A system whose every role, the hub among them, is played by one driver program."""
 
+    plays = ("hub", "local", "logging")
+
     def __init__(self, name, title, program, **options):
         self.name = name
         self.title = title
@@ -34,7 +36,7 @@ class System:
         return text
 
     def takes_part(self, scenario):
-        return True
+        return scenario.plays in self.plays
 
 
 class Ours(System):
@@ -55,12 +57,19 @@ class Ours(System):
 class Floor(System):
     """A relay of ours without content: nothing to call inside one process."""
 
-    def takes_part(self, scenario):
-        return scenario.name != "local"
+    plays = ("hub",)
+
+
+class Logger(System):
+    """A library for logging."""
+
+    plays = ("logging",)
 
 
 SYSTEMS = [
     Ours("ours", "core", "bench_ours"),
     Floor("F1", "libuv relay, each frame written by itself", "bench_floor", mode="each"),
     Floor("F2", "libuv relay, one write a loop iteration", "bench_floor", mode="coalesced"),
+    Logger("spdlog", "spdlog, flushing each line", "bench_spdlog"),
+    Logger("GLib", "GLib's structured logging, one write a line", "bench_glib"),
 ]

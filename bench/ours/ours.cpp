@@ -7,6 +7,7 @@
 #include "driver/event_load.h"
 #include "driver/stamp.h"
 #include "foundation/uv/loop.h"
+#include "ours/logger.h"
 #include <fmt/format.h>
 #include <functional>
 
@@ -245,6 +246,8 @@ void run(const Options& options)
         runCaller(options);
     else if (role == "local")
         runLocal(options);
+    else if (role == "logger")
+        runLogger(options);
     else if (role == "publisher")
         runPublisher(options);
     else if (role == "subscriber")
