@@ -1,0 +1,87 @@
+#include "platform/detail/sleep_inhibitor.h"
+#include <chrono>
+#include <condition_variable>
+#include <gio/gio.h>
+#include <gio/gunixfdlist.h>
+#include <memory>
+#include <mutex>
+#include <stop_token>
+#include <thread>
+
+namespace platform {
+namespace {
+
+constexpr std::chrono::seconds patience(2);
+
+struct Unref {
+    void operator()(gpointer object) const { g_object_unref(object); }
+    void operator()(GVariant* variant) const { g_variant_unref(variant); }
+    void operator()(gchar* text) const { g_free(text); }
+};
+template <typename T> using Owned = std::unique_ptr<T, Unref>;
+
+/// Cancels what is waited for with its `cancellable()` once it has lived too long.
+class Deadline {
+public:
+    Deadline()
+        : _cancellable(g_cancellable_new()),
+          _watch([cancellable = _cancellable.get()](const std::stop_token& stop) {
+              std::mutex mutex;
+              std::condition_variable_any condition;
+              std::unique_lock lock(mutex);
+              condition.wait_for(lock, stop, patience, [] { return false; });
+              if (!stop.stop_requested()) g_cancellable_cancel(cancellable);
+          })
+    {
+    }
+    GCancellable* cancellable() const { return _cancellable.get(); }
+
+private:
+    Owned<GCancellable> _cancellable;
+    std::jthread _watch;
+};
+
+/// A connection of our own: the one that GIO shares may end the process when the bus goes.
+Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
+{
+    const Owned<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, nullptr));
+    if (!address) return nullptr;
+    constexpr auto flags = static_cast<GDBusConnectionFlags>(
+        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    Owned<GDBusConnection> connection(
+        g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, cancellable, nullptr));
+    if (connection) g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+    return connection;
+}
+
+GVariant* inhibition()
+{
+    const char* const program = g_get_prgname();
+    const Owned<gchar> who(g_utf8_make_valid(program ? program : "core", -1));
+    return g_variant_new("(ssss)", "sleep", who.get(), "A task is running that must not be interrupted", "block");
+}
+
+} // namespace
+
+int inhibitSleep()
+{
+    const Deadline deadline;
+    const auto connection = connectToSystemBus(deadline.cancellable());
+    if (!connection) return -1;
+    GUnixFDList* received = nullptr;
+    const Owned<GVariant> answer(g_dbus_connection_call_with_unix_fd_list_sync(connection.get(),
+        "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit", inhibition(),
+        G_VARIANT_TYPE("(h)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &received, deadline.cancellable(), nullptr));
+    const Owned<GUnixFDList> descriptors(received);
+    int result = -1;
+    if (answer && descriptors) {
+        gint32 index = -1;
+        g_variant_get(answer.get(), "(h)", &index);
+        if (index >= 0 && index < g_unix_fd_list_get_length(descriptors.get()))
+            result = g_unix_fd_list_get(descriptors.get(), index, nullptr); // A duplicate, close-on-exec.
+    }
+    g_dbus_connection_close_sync(connection.get(), deadline.cancellable(), nullptr);
+    return result;
+}
+
+} // namespace platform

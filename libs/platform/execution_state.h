@@ -1,0 +1,38 @@
+#pragma once
+#include "foundation/export.h"
+#include "platform/windows_types.h"
+#include <functional>
+
+namespace platform {
+
+using EXECUTION_STATE = DWORD;
+
+inline constexpr EXECUTION_STATE ES_SYSTEM_REQUIRED = 0x00000001; ///< The system does not go to sleep.
+inline constexpr EXECUTION_STATE ES_DISPLAY_REQUIRED = 0x00000002;
+inline constexpr EXECUTION_STATE ES_AWAYMODE_REQUIRED = 0x00000040;
+inline constexpr EXECUTION_STATE ES_CONTINUOUS = 0x80000000; ///< The state holds until the next call.
+
+/// Sets what this process requires of the system, and gives the state before: `ES_CONTINUOUS` at first, so that 0 tells
+/// failure, after which the state is as before.
+///
+/// Supported are `ES_CONTINUOUS | ES_SYSTEM_REQUIRED`, for which the login manager is asked over the system's D-Bus (for
+/// two seconds at most, during which this call waits), and `ES_CONTINUOUS`, which ends it. Away mode and the display
+/// are not. No bus or no login manager: 0. The state ends with the process; programs started meanwhile do not inherit
+/// it. Thread-safe.
+FN_EXPORT EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags);
+
+/// For tests: `SetThreadExecutionState()` is answered by `backend` while this lives. Nested ones end in reverse order.
+class FN_EXPORT ScopedExecutionState {
+public:
+    using Backend = std::function<EXECUTION_STATE(EXECUTION_STATE)>;
+
+    explicit ScopedExecutionState(Backend backend);
+    ScopedExecutionState(const ScopedExecutionState&) = delete;
+    ScopedExecutionState& operator=(const ScopedExecutionState&) = delete;
+    ~ScopedExecutionState();
+
+private:
+    Backend _previous;
+};
+
+} // namespace platform

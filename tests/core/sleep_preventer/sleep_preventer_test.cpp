@@ -1,0 +1,236 @@
+// What can break here: a state set twice or never given back, a refusal that is silent or noisy, a request that outlives its
+// process or is handed to a child, a login manager that hangs us.
+#include "core/app_nap_preventer.h"
+#include "core/sleep_preventer.h"
+#include "foundation/uv/loop.h"
+#include "platform/execution_state.h"
+#include "platform/pipe_path.h"
+#include "support/child_process.h"
+#include "support/expectations.h"
+#include "support/log_capture.h"
+#include "support/temporary_folder.h"
+#include <cstdlib>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+using core::SleepPreventer;
+using platform::SetThreadExecutionState;
+using testing::ElementsAre;
+using States = std::vector<platform::EXECUTION_STATE>;
+
+/// Runs `work` on a thread that has a current loop: this one.
+void onLoop(folly::Function<void()> work)
+{
+    fn::uv::Loop loop;
+    loop.post([&] {
+        work();
+        loop.stop();
+    });
+    loop.run();
+}
+
+constexpr const char* refused = "1 core.sleepPreventer Failed to set system sleep state";
+
+// --- What is asked of the system
+
+/// A system that knows some states and remembers what it was asked for.
+struct SleepStates : testing::Test {
+    bool knowsAwayMode = true;
+    bool refusesAll = false;
+    States asked;
+    platform::EXECUTION_STATE state = 0x80000002; // Somebody keeps the display on.
+    platform::ScopedExecutionState backend { [this](platform::EXECUTION_STATE flags) -> platform::EXECUTION_STATE {
+        asked.push_back(flags);
+        const bool isAwayMode = (flags & 0x40) != 0;
+        return refusesAll || (isAwayMode && !knowsAwayMode) ? 0 : std::exchange(state, flags);
+    } };
+    test::LogCapture log { 5 };
+};
+
+TEST_F(SleepStates, AreSetByTheFirstAndRestoredByTheLast)
+{
+    onLoop([&] {
+        {
+            const SleepPreventer first;
+            auto second = std::make_unique<SleepPreventer>(first);
+            SleepPreventer third;
+            third = first; // There are as many as before.
+            third = *second;
+            second.reset();
+            EXPECT_THAT(asked, ElementsAre(0x80000041));
+        }
+        EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000002));
+        const SleepPreventer again;
+        EXPECT_EQ(asked.size(), 3U);
+    });
+    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000002, 0x80000041, 0x80000002));
+    EXPECT_THAT(log.lines(), ElementsAre());
+}
+
+TEST_F(SleepStates, AreThePlainerOnesWhereAwayModeIsUnknown)
+{
+    knowsAwayMode = false;
+    onLoop([&] {
+        const SleepPreventer first;
+        const SleepPreventer second;
+    });
+    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, 0x80000002));
+    EXPECT_THAT(log.lines(), ElementsAre());
+}
+
+TEST_F(SleepStates, ThatAreRefusedAreToldOnceEachTime)
+{
+    refusesAll = true;
+    onLoop([&] {
+        for (int time = 0; time < 2; ++time) {
+            const SleepPreventer first;
+            const SleepPreventer second;
+        }
+    });
+    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, 0x80000000, 0x80000041, 0x80000001, 0x80000000));
+    EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
+}
+
+TEST_F(SleepStates, AreAMatterOfTheMainThread)
+{
+    {
+        const test::ExpectAssertions expected;
+        {
+            const SleepPreventer first;
+            const SleepPreventer second(first);
+        }
+        EXPECT_THAT(expected.reports(),
+            ElementsAre("libs/core/sleep_preventer:1 SleepPreventer Function must be called on main thread",
+                "libs/core/sleep_preventer:1 SleepPreventer Function must be called on main thread",
+                "libs/core/sleep_preventer:2 ~SleepPreventer Function must be called on main thread",
+                "libs/core/sleep_preventer:2 ~SleepPreventer Function must be called on main thread"));
+    }
+    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000002)); // The count is right all the same.
+}
+
+TEST_F(SleepStates, AreNoMatterOfNaps)
+{
+    const core::AppNapPreventer first;
+    core::AppNapPreventer second(first);
+    second = first;
+    EXPECT_TRUE(asked.empty());
+}
+
+// --- The login manager
+
+constexpr const char* busConfiguration = R"(<busconfig><type>session</type><listen>unix:dir=%</listen>
+<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy>
+</busconfig>)";
+
+/// A system bus of our own.
+struct LoginManager : testing::Test {
+    LoginManager()
+    {
+        std::string configuration = busConfiguration;
+        configuration.replace(configuration.find('%'), 1, folder.path().string());
+        test::writeFile(folder.file("bus.conf"), configuration);
+    }
+    ~LoginManager() override { ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
+
+    void startBus()
+    {
+        bus.emplace(std::vector<std::string> { "/usr/bin/dbus-daemon", "--nofork", "--nopidfile", "--print-address",
+            "--config-file=" + folder.file("bus.conf").toStdString() });
+        const auto address = bus->readLine();
+        ASSERT_TRUE(address);
+        setAddress(*address);
+    }
+
+    static void setAddress(const std::string& address)
+    {
+        ASSERT_EQ(::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1), 0);
+    }
+
+    void startManager(const std::string& mode = "")
+    {
+        manager.emplace(std::vector<std::string> { "/usr/bin/python3", LOGIN_MANAGER, mode });
+        ASSERT_EQ(manager->readLine(), "ready");
+    }
+
+    test::TemporaryFolder folder;
+    std::optional<test::ChildProcess> bus;
+    std::optional<test::ChildProcess> manager;
+};
+
+TEST_F(LoginManager, IsAskedWhileAPreventerLivesAndOnlyThen)
+{
+    startBus();
+    startManager();
+    const test::LogCapture log(5);
+    std::optional<test::ChildProcess> child;
+    onLoop([&] {
+        const SleepPreventer preventer;
+        const SleepPreventer another;
+        EXPECT_EQ(manager->readLine(), "sleep block held");
+        // A program that is started meanwhile lives on, and has nothing of it.
+        child.emplace(std::vector<std::string> { "/bin/sh", "-c", "echo up; kill -STOP $$" });
+        EXPECT_EQ(child->readLine(), "up");
+        EXPECT_EQ(SetThreadExecutionState(0x80000001), 0x80000001U); // No second request.
+    });
+    EXPECT_EQ(manager->readLine(), "released");
+    EXPECT_THAT(log.lines(), ElementsAre());
+
+    onLoop([&] {
+        const SleepPreventer preventer;
+        EXPECT_EQ(manager->readLine(), "sleep block held");
+    });
+    EXPECT_EQ(manager->readLine(), "released");
+}
+
+TEST_F(LoginManager, GivesThePreviousStateAndRefusesWhatThisSystemHasNot)
+{
+    startBus();
+    startManager();
+    for (const auto unsupported : { 0x80000041U, 0x80000003U, 0x80000002U, 0x80000004U, 1U, 0U })
+        EXPECT_EQ(SetThreadExecutionState(unsupported), 0U) << unsupported;
+    EXPECT_EQ(SetThreadExecutionState(0x80000000), 0x80000000U);
+    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0x80000000U);
+    EXPECT_EQ(SetThreadExecutionState(0x80000041), 0U); // Refused: the state is as before.
+    EXPECT_EQ(manager->readLine(), "sleep block held");
+    bus.reset(); // The bus may go; the request does not depend on it, and neither do we.
+    EXPECT_EQ(SetThreadExecutionState(0x80000000), 0x80000001U);
+    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
+}
+
+TEST_F(LoginManager, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
+{
+    const auto fails = [] {
+        const test::LogCapture log(5);
+        onLoop([] { const SleepPreventer preventer; });
+        EXPECT_THAT(log.lines(), ElementsAre(refused));
+    };
+    setAddress("unix:path=" + folder.file("nobody").toStdString());
+    fails();
+    setAddress("no address");
+    fails();
+    startBus();
+    fails();
+    startManager("useless");
+    fails();
+    manager.reset();
+    startManager("silent");
+    fails(); // It is not waited for for ever.
+    EXPECT_EQ(manager->readLine(), "asked");
+}
+
+TEST_F(LoginManager, IsNotWaitedForWhereTheBusItselfIsSilent)
+{
+    const auto path = folder.file("silent");
+    const auto address = platform::socketAddress(path);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(::listen(listener, 1), 0);
+    setAddress("unix:path=" + path.toStdString());
+    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
+    ::close(listener);
+}
+
+} // namespace
