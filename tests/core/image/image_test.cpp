@@ -1,0 +1,302 @@
+// What can break here: bytes read or written outside of a plane, a size that wraps, a margin or padding that nobody writes,
+// subsampled planes of odd sizes, pixels that are copied where they are shared (or the other way round), a source that ends
+// before its viewers.
+#include "core/image/buffer_image.h"
+#include "foundation/exceptions.h"
+#include "support/expectations.h"
+#include <algorithm>
+#include <atomic>
+#include <gmock/gmock.h>
+#include <iterator>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using core::BufferImage;
+using core::Fraction;
+using core::Image;
+using core::Margins;
+using Format = core::Image::Format;
+using ImagePtr = fn::AutoPtr<Image>;
+using ConstImagePtr = fn::AutoPtr<const Image>;
+using testing::ElementsAre;
+
+const Fraction square(1, 1);
+
+std::vector<int> bytesOf(const Image& image, unsigned int plane = 0)
+{
+    const auto* bytes = image.data(plane);
+    return { bytes, bytes + image.readableSize(plane) };
+}
+
+/// An image with no padding and a different byte nearly everywhere.
+ImagePtr patterned(Format format, std::uint32_t width, std::uint32_t height)
+{
+    std::array<unsigned int, 3> strides {};
+    std::array<fn::ByteArray, 3> planes;
+    unsigned char next = 1;
+    for (unsigned int p = 0; p < Image::planeCountForFormat(format); ++p) {
+        const auto shiftX = p ? Image::horizontalChromaSubsamplingForFormat(format) : 0;
+        const auto shiftY = p ? Image::verticalChromaSubsamplingForFormat(format) : 0;
+        strides[p] = (width >> shiftX) * Image::pixelSizeForFormat(format);
+        planes[p] = fn::ByteArray(strides[p] * (height >> shiftY));
+        std::generate_n(planes[p].mutableData(), planes[p].size(), [&] { return next += 7; });
+    }
+    return fn::makeAuto<BufferImage>(format, width, height, strides, planes, Fraction(4, 3));
+}
+
+/// What a byte of a clone must be: looked up in the source pixel by pixel, or the fill.
+int expectedByte(const Image& source, unsigned int p, const Margins& margins, unsigned int fill, std::size_t row,
+    std::size_t byteInRow)
+{
+    const auto pixelSize = source.pixelSize();
+    const auto column = std::ptrdiff_t(byteInRow / pixelSize) - (margins.left >> source.horizontalSubsampling(p));
+    const auto line = std::ptrdiff_t(row) - (margins.top >> source.verticalSubsampling(p));
+    if (column < 0 || column >= std::ptrdiff_t(source.width() >> source.horizontalSubsampling(p)) || line < 0
+        || line >= std::ptrdiff_t(source.height() >> source.verticalSubsampling(p)))
+        return fill >> 8 * (pixelSize == 1 ? p : byteInRow % 4) & 0xff;
+    const auto x = std::uint32_t(column << source.horizontalSubsampling(p));
+    const auto y = std::uint32_t(line << source.verticalSubsampling(p));
+    return source.data(p)[source.offsetForPixel(x, y, p) + byteInRow % pixelSize];
+}
+
+void expectClone(const Image& source, const Margins& margins)
+{
+    constexpr unsigned int fill = 0xf4f3f2f1;
+    const auto copy = source.clone(margins, fill);
+    ASSERT_EQ(copy->format(), source.format());
+    ASSERT_EQ(copy->width(), source.width() + margins.left + margins.right);
+    ASSERT_EQ(copy->height(), source.height() + margins.top + margins.bottom);
+    EXPECT_EQ(copy->pixelAspectRatio(), source.pixelAspectRatio());
+    for (unsigned int p = 0; p < source.planeCount(); ++p) {
+        const auto stride = ((copy->width() >> copy->horizontalSubsampling(p)) * copy->pixelSize() + 7) & ~7u;
+        ASSERT_EQ(copy->stride(p), stride);
+        ASSERT_EQ(copy->size(p), std::size_t(stride) * (copy->height() >> copy->verticalSubsampling(p)));
+        for (std::size_t i = 0; i < copy->size(p); ++i)
+            ASSERT_EQ(copy->data(p)[i], expectedByte(source, p, margins, fill, i / stride, i % stride))
+                << "plane " << p << ", row " << i / stride << ", byte " << i % stride;
+    }
+}
+
+TEST(Image, FormatsKeepTheirStoredNumbersAndLayouts)
+{
+    constexpr unsigned int layouts[][4] = { { 0, 1, 0, 0 }, { 1, 0, 0, 0 }, { 1, 1, 0, 0 }, { 3, 1, 0, 0 },
+        { 3, 1, 1, 0 }, { 3, 1, 1, 1 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 },
+        { 0, 1, 0, 0 } };
+    for (int i = 0; i < int(std::size(layouts)); ++i) {
+        const auto format = static_cast<Format>(i);
+        EXPECT_THAT(layouts[i],
+            ElementsAre(Image::planeCountForFormat(format), Image::pixelSizeForFormat(format),
+                Image::horizontalChromaSubsamplingForFormat(format), Image::verticalChromaSubsamplingForFormat(format)))
+            << i;
+    }
+    EXPECT_EQ(static_cast<int>(Format::YUV_420), 5);
+    EXPECT_EQ(patterned(Format::YUV_420, 8, 8)->offsetForPixel(3, 5, 1), 4u * 2 + 1);
+}
+
+TEST(Image, ADisplaySizeStretchesOneDirectionAndNeverDividesByZero)
+{
+    struct Row {
+        Fraction ratio;
+        std::uint32_t width, height;
+    };
+    const auto image = patterned(Format::PACKED_8, 720, 480);
+    for (const auto& [ratio, width, height] : { Row { { 4, 3 }, 960, 480 }, Row { { 3, 4 }, 720, 640 },
+             Row { { 1, 1 }, 720, 480 }, Row { { 10, 7 }, 1028, 480 }, Row { { 0, 3 }, 720, 480 },
+             Row { { -4, 3 }, 720, 480 }, Row { { 4, -3 }, 720, 480 }, Row { { -1, -2 }, 720, 480 },
+             Row { { 0x7fffffff, 2 }, (720u * 0x7fffffffu) / 2, 480 } }) {
+        const auto viewer = image->overridePixelAspectRatio(ratio);
+        EXPECT_EQ(viewer->displayWidth(), width) << ratio.toString();
+        EXPECT_EQ(viewer->displayHeight(), height) << ratio.toString();
+    }
+    for (const Fraction ratio : { Fraction(1, 0), Fraction() }) {
+        EXPECT_EQ(image->overridePixelAspectRatio(ratio), image);
+        const auto undefined = fn::makeAuto<BufferImage>(Format::PACKED_8, 9, 9, 0, fn::ByteArray(), ratio);
+        EXPECT_EQ(undefined->displayWidth(), 9u);
+        EXPECT_EQ(undefined->displayHeight(), 9u);
+    }
+}
+
+TEST(BufferImage, PixelsAreContinuedOrCutToWholeRowsWithoutTouchingTheGivenArray)
+{
+    const fn::ByteArray given("0123456789abcdefXYZ", 19);
+    const ImagePtr cut = fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 1, 0, given, square);
+    EXPECT_EQ(cut->stride(0), 16u);
+    EXPECT_EQ(cut->size(0), 16u);
+    cut->mutableData(0)[0] = 'x';
+    EXPECT_EQ(given.view(), "0123456789abcdefXYZ");
+
+    const ImagePtr continued = fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 2, 0, given, square);
+    ASSERT_EQ(continued->size(0), 32u);
+    EXPECT_EQ(continued->data(0)[18], 'Z');
+    EXPECT_TRUE(std::all_of(continued->data(0) + 19, continued->data(0) + 32, [](int byte) { return byte == 0; }));
+
+    const ImagePtr wide = fn::makeAuto<BufferImage>(Format::PACKED_32_A, 9, 1, 0, fn::ByteArray(), square);
+    EXPECT_EQ(wide->stride(0), 40u);
+    EXPECT_EQ(fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 3, 11, given, square)->size(0), 33u);
+}
+
+TEST(BufferImage, AFormatThatTheOnePlaneFormCannotHoldIsReportedAndLeavesAnEmptyImage)
+{
+    for (const auto format : { Format::JPEG, Format::YUV_420, Format::YUV_422, Format::YUV_444 }) {
+        const test::ExpectAssertions assertions;
+        const auto image = fn::makeAuto<BufferImage>(format, 8, 8, 0, fn::ByteArray(64), square);
+        EXPECT_THAT(assertions.reports(),
+            ElementsAre("libs/core/image:117 BufferImage format != Image::Format::JPEG && format != "
+                        "Image::Format::YUV_420 && format != Image::Format::YUV_422 && format != "
+                        "Image::Format::YUV_444"));
+        EXPECT_EQ(image->clone({}, 0)->size(0), 0u);
+    }
+}
+
+TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)
+{
+    const auto make = [](Format format, std::uint32_t width, std::uint32_t height, std::uint32_t stride) {
+        fn::makeAuto<BufferImage>(format, width, height, stride, fn::ByteArray(), square);
+    };
+    EXPECT_THROW(make(Format::PACKED_32_A, 0x4000'0000, 1, 0), fn::RangeException); // The row.
+    EXPECT_THROW(make(Format::PACKED_8, 0xffff'ffff, 1, 0), fn::RangeException); // Its rounding.
+    EXPECT_THROW(make(Format::PACKED_32_A, 0x1'0000, 0x4001, 0), fn::RangeException); // The rows.
+    EXPECT_THROW(make(Format::PACKED_8, 1, 0x1'0001, 0x1'0000), fn::RangeException);
+
+    const auto image = patterned(Format::YUV_420, 4, 4);
+    for (const Margins margins : { Margins { 0xffff'fffd, 0, 0, 0 }, Margins { 0, 0, 0, 0xffff'ffff },
+             Margins { 0x8000'0000, 0, 0x8000'0000, 0 }, Margins { 0xffff, 0xffff, 0xffff, 0xffff } })
+        EXPECT_THROW(image->clone(margins, 0), fn::RangeException);
+}
+
+TEST(Clone, ChromaRowsGetTheirHalvesOfTheMargins)
+{
+    const auto copy = patterned(Format::YUV_420, 4, 4)->clone({ 2, 2, 2, 2 }, 0x030201);
+    ASSERT_EQ(copy->width(), 8u);
+    ASSERT_EQ(copy->stride(1), 8u); // 4 pixels and padding.
+    const auto row = [&](unsigned int y) {
+        const auto* bytes = copy->data(1) + y * copy->stride(1);
+        return std::vector<int>(bytes, bytes + 4);
+    };
+    // 16 bytes of plane 0 precede in the pattern of steps of 7 from 8 on.
+    EXPECT_THAT(row(0), ElementsAre(2, 2, 2, 2));
+    EXPECT_THAT(row(1), ElementsAre(2, 120, 127, 2));
+    EXPECT_THAT(row(2), ElementsAre(2, 134, 141, 2));
+    EXPECT_THAT(row(3), ElementsAre(2, 2, 2, 2));
+}
+
+TEST(Clone, EachByteIsAPixelOfTheSourceOrTheFillInAnyFormatAndSize)
+{
+    for (int format = 2; format <= 9; ++format) {
+        const auto image = patterned(static_cast<Format>(format), 24, 11);
+        const auto view = image->subImage(5, 3, 19, 8); // To the source's last pixel.
+        for (std::uint32_t size = 0; size <= 16; ++size) {
+            const auto part = view->subImage(size % 3, size % 2, size, size / 3);
+            for (const Margins margins :
+                { Margins {}, Margins { 1, 1, 1, 1 }, Margins { 2, 0, 3, 5 }, Margins { 0, 1, 8, 0 } })
+                ASSERT_NO_FATAL_FAILURE(expectClone(*part, margins)) << "format " << format << ", size " << size;
+        }
+        ASSERT_NO_FATAL_FAILURE(expectClone(*image, {}));
+        ASSERT_NO_FATAL_FAILURE(expectClone(*image->subImage(0, 0, 24, 11), { 0, 2, 0, 2 }));
+        ASSERT_NO_FATAL_FAILURE(expectClone(*view, { 3, 3, 3, 3 }));
+    }
+}
+
+TEST(Clone, APlaneWithFewerBytesThanItsSizeNeedsIsRefused)
+{
+    std::array<fn::ByteArray, 3> planes { fn::ByteArray(64), fn::ByteArray(16), fn::ByteArray(15) };
+    const auto image = fn::makeAuto<BufferImage>(Format::YUV_420, 8, 8, std::array { 8u, 4u, 4u }, planes, square);
+    EXPECT_THROW(image->clone({}, 0), fn::RangeException);
+    EXPECT_NO_THROW(image->subImage(0, 0, 8, 6)->clone({}, 0));
+    EXPECT_THROW(image->subImage(0, 1000, 8, 6)->clone({}, 0), fn::RangeException); // Not inside, as it ought to be.
+    EXPECT_EQ(fn::makeAuto<BufferImage>(Format::YUV_444, square)->clone({ 1, 1, 1, 1 }, 0)->size(2), 16u);
+}
+
+TEST(Clone, AJpegStreamIsCopiedAsItIs)
+{
+    std::vector<std::uint8_t> stream { 0xff, 0xd8, 1, 2, 3 };
+    const auto image = fn::makeAuto<BufferImage>(640, 480, stream, Fraction(4, 3));
+    const auto viewer = image->overridePixelAspectRatio({ 2, 1 });
+    stream.assign(5, 0);
+    for (const ConstImagePtr& copy :
+        { ConstImagePtr(viewer->clone({ 9, 9, 9, 9 }, 7)), ConstImagePtr(fn::makeAuto<BufferImage>(*viewer)) }) {
+        EXPECT_EQ(copy->format(), Format::JPEG);
+        EXPECT_EQ(copy->width(), 640u);
+        EXPECT_EQ(copy->height(), 480u);
+        EXPECT_EQ(copy->pixelAspectRatio(), Fraction(2, 1));
+        EXPECT_THAT(bytesOf(*copy), ElementsAre(0xff, 0xd8, 1, 2, 3));
+    }
+}
+
+TEST(DeepCopy, HoldsAllBytesThatThereAreAndSharesNone)
+{
+    for (int format = 2; format <= 9; ++format) {
+        const auto image = patterned(static_cast<Format>(format), 15, 7);
+        const auto corner = image->subImage(4, 2, 11, 5);
+        const auto copy = fn::makeAuto<BufferImage>(*corner);
+        std::vector<unsigned char*> written; // Pointers from before a copy must not reach into it.
+        for (unsigned int p = 0; p < image->planeCount(); ++p) written.push_back(copy->mutableData(p));
+        const auto again = fn::makeAuto<BufferImage>(*copy);
+        for (unsigned int p = 0; p < image->planeCount(); ++p) {
+            auto expected = bytesOf(*corner, p);
+            expected.resize(corner->size(p)); // The end of the last stride lies outside of the source.
+            std::fill_n(image->mutableData(p), image->size(p), 0);
+            EXPECT_EQ(bytesOf(*copy, p), expected) << format;
+            std::fill_n(written[p], copy->size(p), 0);
+            EXPECT_EQ(bytesOf(*again, p), expected) << format;
+            EXPECT_EQ(again->stride(p), image->stride(p));
+        }
+        EXPECT_EQ(again->pixelAspectRatio(), Fraction(4, 3));
+    }
+}
+
+/// Tells when it ends.
+class Mortal : public BufferImage {
+public:
+    explicit Mortal(std::atomic<int>& ended) : BufferImage(*patterned(Format::YUV_422, 16, 8)), _ended(ended) { }
+
+private:
+    ~Mortal() override { ++_ended; }
+
+    std::atomic<int>& _ended;
+};
+
+TEST(SubImage, ViewersShareThePixelsAndKeepTheSourceAlive)
+{
+    std::atomic<int> ended = 0;
+    ImagePtr image = fn::makeAuto<Mortal>(ended);
+    const auto* const luma = image->data(0);
+    const auto* const chroma = image->data(2);
+    auto inner = image->subImage(3, 1, 10, 6)->overridePixelAspectRatio({ 2, 1 })->subImage(3, 2, 5, 3);
+    ConstImagePtr readable = fn::AutoPtr<const Image>(inner)->subImage(1, 1, 2, 2);
+    image.reset();
+    inner->mutableData(0)[0] = 200;
+    EXPECT_EQ(luma[3 * 16 + 6], 200);
+    EXPECT_EQ(readable->data(0), luma + 4 * 16 + 7);
+    EXPECT_EQ(readable->data(2), chroma + 4 * 8 + 1 + 1 + 0); // Each offset is halved by itself.
+    EXPECT_EQ(readable->size(2), 8u * 2);
+    EXPECT_EQ(inner->displayWidth(), 10u);
+    inner.reset();
+    EXPECT_EQ(ended, 0);
+    readable.reset();
+    EXPECT_EQ(ended, 1);
+}
+
+TEST(SubImage, TheLastViewerMayEndOnAnyThread)
+{
+    std::atomic<int> ended = 0;
+    ConstImagePtr image = fn::makeAuto<Mortal>(ended);
+    const auto expected = bytesOf(*image->clone({}, 0));
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([mine = image, &expected]() mutable {
+            for (int round = 0; round < 200; ++round) {
+                mine = mine->subImage(0, 0, 16, 8)->overridePixelAspectRatio({ round + 1, 1 });
+                if (round % 20 != 0) continue;
+                EXPECT_EQ(bytesOf(*mine->clone({}, 0)), expected);
+            }
+        });
+    }
+    image.reset();
+    threads.clear();
+    EXPECT_EQ(ended, 1);
+}
+
+} // namespace
