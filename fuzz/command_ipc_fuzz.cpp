@@ -2,6 +2,7 @@
 // and the connection ends. A real server, since what is read and what becomes of the connection go together.
 #include "core/command_ipc.h"
 #include "foundation/io/memory_input_stream.h"
+#include "foundation/logging/category_manager.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/system/environment.h"
 #include "foundation/uv/loop.h"
@@ -30,10 +31,18 @@ std::string makeFolder()
     return path;
 }
 
+/// Each fault is a line in the log, which nobody wants to read here.
+class NoSink final : public fn::logging::Sink {
+public:
+    int threshold(const fn::logging::Category&) const override { return 0; }
+    void logMessage(const fn::logging::Category&, const fn::logging::Message&) override { }
+};
+
 class Server {
 public:
     Server()
     {
+        fn::logging::CategoryManager::instance().addSink(fn::makeAuto<NoSink>());
         _server->onCommand().connect([this](const fn::Value& command) { _commands.push_back(command); }).detach();
         _loop.post([this] {
             _server->bind();

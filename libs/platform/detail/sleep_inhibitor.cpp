@@ -1,4 +1,5 @@
 #include "platform/detail/sleep_inhibitor.h"
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <gio/gio.h>
@@ -6,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <stop_token>
+#include <system_error>
 #include <thread>
 
 namespace platform {
@@ -56,14 +58,11 @@ Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
 
 GVariant* inhibition()
 {
-    const char* const program = g_get_prgname();
-    const Owned<gchar> who(g_utf8_make_valid(program ? program : "core", -1));
+    const Owned<gchar> who(g_utf8_make_valid(program_invocation_short_name, -1));
     return g_variant_new("(ssss)", "sleep", who.get(), "A task is running that must not be interrupted", "block");
 }
 
-} // namespace
-
-int inhibitSleep()
+int requestInhibitor()
 {
     const Deadline deadline;
     const auto connection = connectToSystemBus(deadline.cancellable());
@@ -82,6 +81,17 @@ int inhibitSleep()
     }
     g_dbus_connection_close_sync(connection.get(), deadline.cancellable(), nullptr);
     return result;
+}
+
+} // namespace
+
+int inhibitSleep()
+{
+    try {
+        return requestInhibitor();
+    } catch (const std::system_error&) {
+        return -1; // No thread to be had: the call could hang.
+    }
 }
 
 } // namespace platform

@@ -1,6 +1,5 @@
 // What can break here: a state set twice or never given back, a refusal that is silent or noisy, a request that outlives its
 // process or is handed to a child, a login manager that hangs us.
-#include "core/app_nap_preventer.h"
 #include "core/sleep_preventer.h"
 #include "foundation/uv/loop.h"
 #include "platform/execution_state.h"
@@ -109,14 +108,6 @@ TEST_F(SleepStates, AreAMatterOfTheMainThread)
                 "libs/core/sleep_preventer:2 ~SleepPreventer Function must be called on main thread"));
     }
     EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000002)); // The count is right all the same.
-}
-
-TEST_F(SleepStates, AreNoMatterOfNaps)
-{
-    const core::AppNapPreventer first;
-    core::AppNapPreventer second(first);
-    second = first;
-    EXPECT_TRUE(asked.empty());
 }
 
 // --- The login manager
