@@ -1,14 +1,16 @@
 #pragma once
 #include "core/ipc/object/callable_object_reference.h"
+#include <optional>
 
 namespace media {
 
-/// What the user asked for.
+/// One scan that the user asked for, and how it is to be shown.
 struct FN_EXPORT RunOptions {
     fn::String folder; ///< To be scanned: absolute, without links.
     fn::String dataFolder; ///< Where the catalogue lies.
     bool json = false; ///< One JSON object instead of text.
     bool killScanner = false; ///< Show that a scan survives its scanner.
+    bool verbose = false; ///< Whether verbose logging is on by now.
 
     fn::Value toValue() const;
     static RunOptions fromValue(const fn::Value& value);
@@ -20,7 +22,11 @@ public:
     explicit Application(ipc::ObjectReferenceInitializer& initializer);
     ~Application() override;
 
-    fn::Promise<RunOptions> options();
+    fn::Promise<RunOptions> options(); ///< What to begin with.
+
+    /// What another start of the program has handed over meanwhile, the earliest first. Nothing: it is time to finish, and
+    /// nothing is taken any more.
+    fn::Promise<std::optional<RunOptions>> nextScan();
 
     /// Ends all modules and the program: with this exit code, and with a message on standard error unless it is empty.
     fn::Promise<void> finish(int exitCode, const fn::String& message);

@@ -1,13 +1,14 @@
 #pragma once
-#include "foundation/export.h"
+#include "foundation/string.h"
+#include <optional>
 
 namespace media {
 
-/// Shows log messages up to this priority on standard error, in this process and in those it starts from now on. Without
-/// it there are warnings and errors only.
-FN_EXPORT void chooseLogOutput(int priority);
+/// Has the log of this process go where the logging profiles say, its files named after `name`. `priority` replaces the
+/// threshold of the console's profile, in this process and in those it starts from now on.
+FN_EXPORT void startLogging(const fn::String& name, std::optional<int> priority = {});
 
-/// Does in a module process what the main program has chosen.
-FN_EXPORT void adoptLogOutput();
+/// Whether verbose profiles take messages in this process.
+FN_EXPORT bool isVerbose();
 
 } // namespace media

@@ -3,6 +3,7 @@
 #include "console/scan_observer_service.h"
 #include "core/app_info.h"
 #include "core/ipc/registry.h"
+#include "core/logging_profile/logging_profiles.h"
 #include "foundation/time/clock.h"
 #include <cerrno>
 #include <csignal>
@@ -21,13 +22,7 @@ constexpr int readerGone = 128 + SIGPIPE; // What a shell reports of programs th
 
 } // namespace
 
-ScanRun::ScanRun(ipc::Worker& worker)
-    : _worker(worker),
-      _started(worker.loop().clock().monotonic()),
-      _output(STDOUT_FILENO),
-      _progressOutput(STDERR_FILENO)
-{
-}
+ScanRun::ScanRun(ipc::Worker& worker) : _worker(worker), _output(STDOUT_FILENO), _progressOutput(STDERR_FILENO) { }
 
 ScanRun::~ScanRun() = default;
 
@@ -53,13 +48,25 @@ void ScanRun::stop()
 {
     _stopped = true;
     if (_work) _work.cancel();
-    _display.reset();
+    endScan();
     _observer.reset();
+}
+
+void ScanRun::endScan()
+{
+    _display.reset(); // Its bar makes room.
+    _awake.reset();
 }
 
 void ScanRun::begin(RunOptions&& options)
 {
     _options = std::move(options);
+    if (_options.verbose) core::setEnableVerboseLogging(true); // Those that start later hear of it, too.
+    _started = _worker.loop().clock().monotonic();
+    _scan.reset();
+    _relaunches = 0;
+    _hasKilled = false;
+    _awake.emplace();
     auto& output = _options.json ? _progressOutput : _output;
     if (!_options.json || output.isTerminal()) {
         _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] {
@@ -93,12 +100,18 @@ void ScanRun::attempt()
 
 fn::Promise<void> ScanRun::findLibrary()
 {
-    if (_library) return fn::Promise<void>::fulfilled();
+    const auto open = [self = fn::AutoPtr(this)] {
+        self->_openFolder = fn::String();
+        return self->_library->open(self->_options.dataFolder).then([self] {
+            self->_openFolder = self->_options.dataFolder;
+        });
+    };
+    if (_library) return _openFolder == _options.dataFolder ? fn::Promise<void>::fulfilled() : open();
     return _worker.registry()
         ->getInstance<Library>(findTimeout)
-        .then([self = fn::AutoPtr(this)](fn::AutoPtr<Library>&& library) {
-            self->_library = library;
-            return library->open(self->_options.dataFolder);
+        .then([self = fn::AutoPtr(this), open](fn::AutoPtr<Library>&& library) {
+            self->_library = std::move(library);
+            return open();
         });
 }
 
@@ -132,10 +145,25 @@ void ScanRun::onDone(Totals&& totals)
     if (_stopped) return;
     const auto time = _worker.loop().clock().monotonic() - _started;
     const Summary summary { _options.folder, std::move(totals), _unreadableFolders, _relaunches, time };
-    _display.reset(); // Its bar makes room.
+    endScan();
     _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
     checkOutput();
-    if (!_stopped) finish(0);
+    if (!_stopped) next();
+}
+
+/// Goes on with what was asked for meanwhile, or finishes.
+void ScanRun::next()
+{
+    _work =
+        _application->nextScan()
+            .then([self = fn::AutoPtr(this)](std::optional<RunOptions>&& options) {
+                if (options)
+                    self->begin(std::move(*options));
+                else
+                    self->finish(self->_failures.empty() ? 0 : failed, self->_failures);
+            })
+            .then([] {},
+                [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->finish(failed, describe(failure)); });
 }
 
 void ScanRun::onFailed(std::exception_ptr failure)
@@ -143,11 +171,19 @@ void ScanRun::onFailed(std::exception_ptr failure)
     if (_stopped) return;
     const int dead = replaceDeadModules();
     _relaunches += dead;
-    if (dead == 0) return finish(failed, describe(failure));
-    if (_relaunches > mostRelaunches) {
-        return finish(failed, fmt::format("Modules ended unexpectedly {} times. Giving up.", _relaunches));
-    }
-    attempt();
+    if (dead > 0 && _relaunches <= mostRelaunches) return attempt();
+    fail(dead == 0 ? describe(failure) : fmt::format("Modules ended unexpectedly {} times. Giving up.", _relaunches));
+}
+
+/// This scan has failed. Others that were asked for are made all the same.
+void ScanRun::fail(const std::string& message)
+{
+    endScan();
+    _failures += (_failures.empty() ? "" : "\n") + message;
+    if (_application)
+        next();
+    else
+        finish(failed, _failures);
 }
 
 /// Lets go of modules that have ended, so that their successors are looked for. Gives how many there were.

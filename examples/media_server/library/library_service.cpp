@@ -1,7 +1,9 @@
 #include "library/library_service.h"
 #include "api/library.h"
+#include "api/text.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
+#include "foundation/logging/logging.h"
 #include <filesystem>
 
 namespace media {
@@ -10,6 +12,14 @@ namespace {
 // A library that was just killed, or is ending, gives its catalogue free in far less than this second.
 constexpr int lockAttempts = 20;
 constexpr auto lockInterval = fn::Duration::milliseconds(50);
+
+constexpr const char* site = "examples/media_server/library";
+
+const fn::logging::Category& category()
+{
+    static const auto& result = fn::logging::CategoryManager::instance().getCategory("mediaServer.library");
+    return result;
+}
 
 void makeFolder(const fn::String& path)
 {
@@ -53,10 +63,13 @@ fn::Value LibraryService::answer(const fn::String& name, const fn::Value& argume
     const auto& files = argument.at("files");
     if (name == "compare") {
         const auto positions = catalogue().compare(scan, fromValues<FoundFile>(files));
+        FN_LOG_TO(
+            category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), files.size());
         return fn::Value::Array(positions.begin(), positions.end());
     }
     if (name == "store") {
         catalogue().store(scan, fromValues<ScannedFile>(files));
+        FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", files.size());
         return {};
     }
     throw fn::RuntimeException("The library has no method " + name);
@@ -70,6 +83,7 @@ MediaLibrary& LibraryService::catalogue()
 
 void LibraryService::open(const CallContext& context, const fn::String& dataFolder)
 {
+    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Opening the catalogue in {}", printable(dataFolder));
     _nextAttempt.invalidate();
     _catalogue.reset();
     _lock.reset();

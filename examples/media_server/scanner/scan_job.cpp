@@ -1,4 +1,5 @@
 #include "scanner/scan_job.h"
+#include "api/text.h"
 #include "core/resource_hash.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
@@ -21,14 +22,15 @@ const fn::logging::Category& category()
     return result;
 }
 
+constexpr const char* site = "examples/media_server/scanner";
+
 /// Empty for a file that cannot be read, whatever the reason: it is counted, and the scan goes on.
 fn::String hashOf(const fn::String& path)
 {
     try {
         return core::ResourceHash::forFile(path);
     } catch (const fn::FileException& exception) {
-        FN_LOG_TO(
-            category(), fn::logging::Info, {}, "examples/media_server/scanner", "Can not read {}", exception.what());
+        FN_LOG_TO(category(), fn::logging::Info, {}, site, "Can not read {}", exception.what());
         return {};
     }
 }
@@ -55,6 +57,7 @@ ScanJob::~ScanJob() = default;
 
 fn::Promise<PathSample> ScanJob::start()
 {
+    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanning {}", printable(_order.folder));
     schedule();
     return _outcome;
 }
@@ -124,6 +127,7 @@ void ScanJob::tellFound()
 void ScanJob::endWalk()
 {
     _walking = false;
+    FN_LOG_TO(category(), fn::logging::Debug, {}, site, "Found {} files", _walk.files().size());
     _batchFiles = std::clamp<std::size_t>(_walk.files().size() / fewestBatches, 1, largestBatch);
     if (!_walk.files().empty()) return beginBatches();
     ++_underWay; // An empty batch: the observer hears of the end in any case.
@@ -177,6 +181,7 @@ void ScanJob::onStored(std::size_t files)
 {
     if (_ended) return;
     _done += files;
+    FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files are done", _done, _walk.files().size());
     _order.observer->progress(progress())
         .then([self = fn::AutoPtr(this)] { self->onSeen(); },
             [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->fail(failure); });
@@ -189,6 +194,7 @@ void ScanJob::onSeen()
     beginBatches();
     if (_underWay > 0) return;
     _ended = true;
+    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanned {} files", _done);
     _outcome.fulfill(_walk.unreadableFolders());
 }
 

@@ -8,7 +8,7 @@ namespace media {
 
 class ScannerModule final : public ipc::Module {
 public:
-    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data) { adoptLogOutput(); }
+    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data) { startLogging("scanner"); }
 
     void onConnected() override
     {

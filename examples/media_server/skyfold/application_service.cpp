@@ -3,10 +3,9 @@
 
 namespace media {
 
-ApplicationService::ApplicationService(ipc::Worker& worker, RunOptions options, Finish finish)
+ApplicationService::ApplicationService(ipc::Worker& worker, Owner& owner)
     : CallableObjectInstance(worker),
-      _options(std::move(options)),
-      _finish(std::move(finish))
+      _owner(owner)
 {
 }
 
@@ -21,9 +20,12 @@ void ApplicationService::onMethodCall(const CallContext& context, const fn::Stri
 {
     try {
         if (name == "options") {
-            sendResult(context, _options.toValue());
+            sendResult(context, _owner.options().toValue());
+        } else if (name == "nextScan") {
+            const auto next = _owner.takeNextScan();
+            sendResult(context, next ? next->toValue() : fn::Value());
         } else if (name == "finish") {
-            _finish(argument.at("exitCode").to<int>(), argument.at("message").string());
+            _owner.finish(argument.at("exitCode").to<int>(), argument.at("message").string());
             sendResult(context, {});
         } else {
             throw fn::RuntimeException("The application has no method " + name);

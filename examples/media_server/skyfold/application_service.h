@@ -1,24 +1,32 @@
 #pragma once
 #include "api/application.h"
 #include "core/ipc/object/callable_object_instance.h"
-#include <folly/Function.h>
+#include <optional>
 
 namespace media {
 
 /// The main program as an object for its modules, living in the dispatcher's own worker. See `Application`.
 class ApplicationService final : public ipc::CallableObjectInstance {
 public:
-    using Finish = folly::Function<void(int exitCode, const fn::String& message)>;
+    /// What the calls of the modules do.
+    class Owner {
+    public:
+        virtual RunOptions options() = 0;
+        virtual std::optional<RunOptions> takeNextScan() = 0;
+        virtual void finish(int exitCode, const fn::String& message) = 0;
 
-    ApplicationService(ipc::Worker& worker, RunOptions options, Finish finish);
+    protected:
+        ~Owner() = default;
+    };
+
+    ApplicationService(ipc::Worker& worker, Owner& owner); ///< The owner is borrowed.
 
 private:
     ~ApplicationService() override;
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
 
-    const RunOptions _options;
-    Finish _finish;
+    Owner& _owner;
 };
 
 } // namespace media

@@ -1,9 +1,13 @@
 #include "api/log_output.h"
 #include "api/text.h"
 #include "core/app_info.h"
+#include "core/logging_profile/logging_profiles.h"
+#include "foundation/run_loop.h"
 #include "foundation/system/path_manager.h"
+#include "skyfold/actions.h"
 #include "skyfold/options.h"
 #include "skyfold/program.h"
+#include "skyfold/terminal_errors.h"
 #include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
@@ -25,6 +29,33 @@ fn::String defaultDataFolder()
     return fn::PathManager::instance().getPath(fn::PathManager::PreferencesFolder, "catalogue-" + name, true);
 }
 
+void startLogging(const media::Options& options) { media::startLogging("skyfold", options.logPriority); }
+
+/// What this start of the program asks of one that runs already.
+media::Command toCommand(const media::Options& options)
+{
+    media::Command command;
+    command.flipVerbose = options.run.verbose;
+    if (options.action == media::Options::Action::Scan) command.scan = options.run;
+    return command;
+}
+
+int scan(media::Options options)
+{
+    if (options.run.dataFolder.empty()) options.run.dataFolder = defaultDataFolder();
+    media::SingleInstance instance;
+    if (!instance.beginOrHandOver(fn::RunLoop::defaultLoop().uvLoop(), toCommand(options).toValue())) {
+        std::fputs(options.action == media::Options::Action::Scan ? "Handed over to the Skyfold that is running.\n"
+                                                                  : "Verbose logging has been switched.\n",
+            options.run.json ? stderr : stdout);
+        return 0;
+    }
+    const media::TerminalErrors errors;
+    startLogging(options);
+    if (options.run.verbose) core::setEnableVerboseLogging(true);
+    return media::Program(std::move(options), instance).run();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -34,9 +65,11 @@ int main(int argc, char** argv)
         media::Options options;
         if (const auto exitCode = media::parseOptions(argc, argv, options)) return *exitCode;
         core::AppInfo::initialize(options.app);
-        if (options.logPriority) media::chooseLogOutput(*options.logPriority);
-        if (options.run.dataFolder.empty()) options.run.dataFolder = defaultDataFolder();
-        return media::Program(std::move(options)).run();
+        switch (options.action) {
+        case media::Options::Action::ArchiveLogs: startLogging(options); return media::archiveLogs();
+        case media::Options::Action::SetPassword: startLogging(options); return media::setPassword(options);
+        default: return scan(std::move(options));
+        }
     } catch (...) {
         std::fprintf(stderr, "skyfold: %s\n", media::describe(std::current_exception()).c_str());
         return 1;

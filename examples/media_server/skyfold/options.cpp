@@ -12,7 +12,10 @@ work: the library keeps the catalogue, the scanner reads the files, the console
 talks to you. What an earlier run has read is read again only where size or
 time of a file have changed.)";
 
-constexpr auto notes = R"(The JSON object:
+constexpr auto notes = R"(While one Skyfold runs, another one hands it its folder and its data folder and
+ends; the first one catalogues that folder, too, when it is done with its own.
+
+The JSON object, one for each folder:
   files              regular files found
   bytes              their sizes in sum
   distinct           different contents among the files that could be read
@@ -24,7 +27,9 @@ constexpr auto notes = R"(The JSON object:
   seconds            time taken
 Files of 320 KiB and more are compared by size and samples.
 
-Exit codes: 0 done, 1 failed, 2 wrong usage, 128 + N ended by signal N.)";
+The log files lie in $XDG_STATE_HOME/skyfold/logs (~/.local/state by default).
+
+Exit codes: 0 done or handed over, 1 failed, 2 wrong usage, 128 + N ended by signal N.)";
 
 } // namespace
 
@@ -35,9 +40,11 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     std::string folder = "/usr/share";
     std::string dataFolder;
     bool isLumenHall = false;
-    app.add_option("FOLDER", folder, "What to catalogue; links in it are not followed")
-        ->check(CLI::ExistingDirectory)
-        ->option_text("(default: " + folder + ")");
+    bool archiveLogs = false;
+    std::vector<std::string> password;
+    const auto* named = app.add_option("FOLDER", folder, "What to catalogue; links in it are not followed")
+                            ->check(CLI::ExistingDirectory)
+                            ->option_text("(default: " + folder + ")");
     app.add_flag("--json", options.run.json, "Print one JSON object on standard output instead of text");
     app.add_flag("--kill-scanner", options.run.killScanner, "Kill the scanner half way, to see the scan survive it");
     app.add_option("--data", dataFolder, "Where the catalogue lies (default: a folder of the user's)")
@@ -46,6 +53,12 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_option("--log", options.logPriority, "Log up to this priority to standard error, 1 (errors) to 7 (traces)")
         ->option_text("PRIORITY")
         ->check(CLI::Range(0, 7));
+    app.add_flag("--verbose", options.run.verbose,
+        "Switch verbose logging on or off in all processes that run; with none, on in a new run");
+    app.add_flag("--archive-logs", archiveLogs, "Pack the logs into a zip file, print its path and end");
+    app.add_option("--set-password", password, "Store a secret, asked for on the terminal or read from standard input")
+        ->option_text("GROUP KEY")
+        ->expected(2);
     try {
         app.parse(argc, argv);
         // One folder has one name in the catalogue.
@@ -54,6 +67,14 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : wrongUsage;
     }
+    if (archiveLogs) options.action = Options::Action::ArchiveLogs;
+    if (!password.empty()) {
+        options.action = Options::Action::SetPassword;
+        options.passwordGroup = password[0];
+        options.passwordKey = password[1];
+    }
+    if (options.action == Options::Action::Scan && options.run.verbose && named->count() == 0)
+        options.action = Options::Action::FlipVerbose;
     if (isLumenHall) options.app = core::AppInfo::App::Lumenhall;
     return std::nullopt;
 }

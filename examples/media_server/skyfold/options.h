@@ -7,9 +7,14 @@ namespace media {
 
 /// The command line.
 struct Options {
-    RunOptions run; ///< `dataFolder` is empty where none was named.
+    enum class Action { Scan, FlipVerbose, ArchiveLogs, SetPassword };
+
+    Action action = Action::Scan; ///< FlipVerbose: nothing else was asked for.
+    RunOptions run; ///< `dataFolder` is empty where none was named. `verbose`: to be flipped, or on from the start.
     core::AppInfo::App app = core::AppInfo::App::Skyfold;
     std::optional<int> logPriority;
+    std::string passwordGroup;
+    std::string passwordKey;
 };
 
 /// The options, or the exit code where nothing is to be run: help was asked for, or the command line is wrong. That has

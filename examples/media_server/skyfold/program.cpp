@@ -1,8 +1,11 @@
 #include "skyfold/program.h"
+#include "api/log_output.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
+#include "core/logging_profile/logging_profiles.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/logging.h"
 #include "foundation/run_loop.h"
-#include "skyfold/application_service.h"
 #include "skyfold/children.h"
 #include <csignal>
 #include <cstdio>
@@ -21,10 +24,19 @@ constexpr auto reapTime = fn::Duration::milliseconds(300);
 
 constexpr const char* loader = "module_loader";
 
+constexpr std::size_t mostWaitingScans = 1000;
+
+const fn::logging::Category& category()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("mediaServer.skyfold");
+    return category;
+}
+
 } // namespace
 
-Program::Program(Options options)
+Program::Program(Options options, SingleInstance& instance)
     : _options(std::move(options)),
+      _instance(instance),
       _loop(fn::RunLoop::defaultLoop().uvLoop()),
       _dispatcher(std::in_place, _loop, notRespondingTimeout),
       _processes { ipc::ModuleDefinition::create("library", loader, false, false, false),
@@ -44,7 +56,11 @@ int Program::run()
         _signals.push_back(
             std::make_unique<fn::uv::SignalWatcher>(_loop, signal, [this, signal] { end(signalled + signal); }));
     }
-    _connections.push_back(_dispatcher->onReady().connect([this] { offerApplication(); }));
+    _connections.push_back(_dispatcher->onReady().connect([this] {
+        auto& worker = _dispatcher->worker();
+        worker.registry()->registerObject(
+            fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
+    }));
     _connections.push_back(
         _manager.onFatalError().connect([this](const fn::String& message) { end(failed, message); }));
     using WorkerInfo = ipc::Dispatcher::WorkerInfo;
@@ -52,6 +68,7 @@ int Program::run()
         [this](const WorkerInfo& info) { _connected.insert(info.displayName); }));
     _connections.push_back(_dispatcher->onWorkerDisconnected().connect(
         [this](const WorkerInfo& info) { _connected.erase(info.displayName); }));
+    _instance.accept([this](const fn::Value& value) { onCommand(value); });
     _dispatcher->bind();
     _dispatcher->start();
     _manager.start(); // Runs the loop, through the console.
@@ -60,12 +77,41 @@ int Program::run()
     return _exitCode;
 }
 
-void Program::offerApplication()
+RunOptions Program::options()
 {
-    auto& worker = _dispatcher->worker();
-    const auto service = fn::makeAuto<ApplicationService>(
-        worker, _options.run, [this](int exitCode, const fn::String& message) { end(exitCode, message); });
-    worker.registry()->registerObject(service, 0);
+    auto options = _options.run;
+    options.verbose = isVerbose(); // By now.
+    return options;
+}
+
+std::optional<RunOptions> Program::takeNextScan()
+{
+    if (_nextScans.empty()) {
+        _instance.close(); // Who comes now runs by himself once we have ended.
+        return std::nullopt;
+    }
+    auto next = std::move(_nextScans.front());
+    _nextScans.pop_front();
+    return next;
+}
+
+/// From another start of the program, or from whoever else of this user writes to the pipe.
+void Program::onCommand(const fn::Value& value)
+{
+    try {
+        auto command = Command::fromValue(value);
+        // Until the console has the bus of all processes this reaches our own log alone; the console passes it on.
+        if (command.flipVerbose) core::setEnableVerboseLogging(!isVerbose());
+        if (!command.scan) return;
+        if (_nextScans.size() >= mostWaitingScans) throw fn::RuntimeException("Too many folders are waiting");
+        command.scan->json = _options.run.json;
+        FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "{} is to be scanned, too",
+            command.scan->folder.view());
+        _nextScans.push_back(std::move(*command.scan));
+    } catch (const fn::Exception& exception) {
+        FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
+            exception.what());
+    }
 }
 
 /// The first reason to end counts.
@@ -74,6 +120,7 @@ void Program::end(int exitCode, const fn::String& message)
     if (std::exchange(_isEnding, true)) return;
     _exitCode = exitCode;
     _message = message;
+    _instance.close();
     _manager.stop();
     _dispatcher->stop(fn::Duration(), {});
 }
@@ -82,7 +129,11 @@ void Program::endModules()
 {
     _isEnding = true; // Also where the loop has ended for another reason: signals change nothing any more.
     _manager.stop();
-    ipc::endModules();
+    _loop.post([this] { // On a running loop: what modules hold may have to be given back on it.
+        ipc::endModules();
+        _loop.stop();
+    });
+    _loop.run();
     // One that has just been launched has nothing to end, and would complain that it finds no hub.
     for (auto* process : _processes) {
         if (!_connected.contains(process->name())) process->kill();

@@ -1,7 +1,11 @@
 #pragma once
 #include "core/ipc/module_manager/module_manager.h"
 #include "foundation/uv/signal_watcher.h"
+#include "skyfold/application_service.h"
+#include "skyfold/command.h"
 #include "skyfold/options.h"
+#include "skyfold/single_instance.h"
+#include <deque>
 #include <optional>
 #include <set>
 #include <vector>
@@ -9,24 +13,30 @@
 namespace media {
 
 /// The main program: the hub, the module manager, and what becomes of all processes at the end.
-class Program {
+class Program final : ApplicationService::Owner {
 public:
-    explicit Program(Options options); ///< `core::AppInfo` has been initialized.
+    /// `core::AppInfo` has been initialized, logging has begun. `instance` is the first one; borrowed.
+    Program(Options options, SingleInstance& instance);
     ~Program();
 
     int run(); ///< Once. The exit code.
 
 private:
-    void offerApplication();
+    RunOptions options() override;
+    std::optional<RunOptions> takeNextScan() override;
+    void finish(int exitCode, const fn::String& message) override { end(exitCode, message); }
+    void onCommand(const fn::Value& value);
     void end(int exitCode, const fn::String& message = {});
     void endModules();
 
     const Options _options;
+    SingleInstance& _instance;
     fn::uv::Loop& _loop;
     std::optional<ipc::Dispatcher> _dispatcher; // Empty at the end: goes before the processes have ended.
     std::vector<ipc::ModuleDefinition*> _processes; // The manager's.
     std::set<fn::String> _connected; // Workers that are there, by their display names: those of their modules.
     ipc::ModuleManager _manager;
+    std::deque<RunOptions> _nextScans; // What other starts of the program have handed over.
     std::vector<fn::Handle> _connections;
     std::vector<std::unique_ptr<fn::uv::SignalWatcher>> _signals;
     bool _isEnding = false;

@@ -102,17 +102,22 @@ Program::Program(std::vector<std::string> arguments, const Setting& setting)
 
     const int output = openOutput(setting.output, _output);
     _errors = ::memfd_create("errors", MFD_CLOEXEC);
+    const int input = ::memfd_create("input", MFD_CLOEXEC);
+    static_cast<void>(::pwrite(input, setting.input.data(), setting.input.size(), 0));
+    const bool onTerminal = setting.output == Output::Terminal;
     _pid = ::fork();
     if (_pid < 0) throw std::runtime_error("fork");
     if (_pid == 0) {
         ::setsid();
+        ::dup2(onTerminal ? output : input, STDIN_FILENO);
         ::dup2(output, STDOUT_FILENO);
-        ::dup2(_errors, STDERR_FILENO);
+        ::dup2(onTerminal ? output : _errors, STDERR_FILENO);
         if (!setting.mayReadAll) dropOverride();
         ::execv(pointers[0], pointers.data());
         ::_exit(127);
     }
     ::close(output);
+    ::close(input);
 }
 
 Program::~Program()
@@ -123,6 +128,11 @@ Program::~Program()
     }
     if (_output >= 0) ::close(_output);
     ::close(_errors);
+}
+
+void Program::type(std::string_view text) const
+{
+    if (::write(_output, text.data(), text.size()) != static_cast<ssize_t>(text.size())) ADD_FAILURE() << "Cannot type";
 }
 
 void Program::signal(int number) const { ::kill(-_pid, number); }
@@ -153,6 +163,11 @@ pid_t Program::awaitModule(const std::string& name) const
 bool Program::awaitFile(const std::filesystem::path& path) const
 {
     return await([&] { return std::filesystem::exists(path); });
+}
+
+bool Program::awaitOutput(std::string_view text)
+{
+    return await([&] { return output().find(text) != std::string::npos; });
 }
 
 int Program::wait()

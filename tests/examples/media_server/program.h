@@ -14,10 +14,11 @@ public:
         Files,
         Closed, ///< Nobody reads standard output.
         Full, ///< Standard output takes nothing.
-        Terminal, ///< Standard output is one.
+        Terminal, ///< Standard input, output and error are one.
     };
     struct Setting {
         Output output = Output::Files;
+        std::string input = {}; ///< What standard input gives, unless it is a terminal.
         bool mayReadAll = true; ///< False: permissions hold for root, too.
         std::string program = TEST_BINARY_DIR "/programs/skyfold";
     };
@@ -27,12 +28,14 @@ public:
     Program(const Program&) = delete;
     ~Program();
 
+    void type(std::string_view text) const; ///< On its terminal.
     void signal(int number) const; ///< To the program and all that it started, as a terminal does it.
 
     /// Waits until this module has a process that attends to signals. Throws beyond a bound.
     pid_t awaitModule(const std::string& name) const;
 
     bool awaitFile(const std::filesystem::path& path) const; ///< False beyond a bound.
+    bool awaitOutput(std::string_view text); ///< The same.
 
     /// Waits for the end. The exit code, 128 + the signal that ended it, or -1 beyond a bound. Fails the test where a process is
     /// left behind.

@@ -1,7 +1,9 @@
 // The program as a whole, on folders whose content is known. What can break here: a file counted twice, left out or read
 // without need; a run that hangs or says nonsense where a file, a module, its output or its catalogue is out of order; a
 // process left behind.
+#include "core/password_manager/password_manager.h"
 #include "foundation/exceptions.h"
+#include "foundation/json/deserializer.h"
 #include "program.h"
 #include "support/temporary_folder.h"
 #include <csignal>
@@ -18,7 +20,23 @@ using Output = Program::Output;
 
 class SkyfoldTest : public testing::Test {
 protected:
-    SkyfoldTest() { fs::create_directory(files); }
+    SkyfoldTest()
+    {
+        fs::create_directory(files);
+        useRuntimeFolder("run");
+        ::setenv("XDG_STATE_HOME", (folder.path() / "state").c_str(), 1);
+        ::setenv("XDG_CONFIG_HOME", (folder.path() / "config").c_str(), 1);
+        ::setenv("XDG_DATA_HOME", (folder.path() / "share").c_str(), 1);
+        ::setenv("HOME", folder.path().c_str(), 1);
+    }
+
+    /// Programs with another one do not know of each other.
+    void useRuntimeFolder(const char* name)
+    {
+        fs::create_directory(folder.path() / name);
+        fs::permissions(folder.path() / name, fs::perms::owner_all);
+        ::setenv("XDG_RUNTIME_DIR", (folder.path() / name).c_str(), 1);
+    }
 
     void write(const fs::path& name, std::string_view content)
     {
@@ -209,6 +227,7 @@ TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
     ::kill(scanner, SIGSTOP);
     ASSERT_TRUE(first.awaitFile(data / "catalogue.lock"));
 
+    useRuntimeFolder("other");
     Program second(arguments());
     EXPECT_EQ(second.wait(), 1);
     EXPECT_EQ(second.output(), "");
@@ -217,6 +236,106 @@ TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
     ::kill(scanner, SIGCONT);
     EXPECT_EQ(first.wait(), 0);
     EXPECT_EQ(first.json().get("distinct"), fn::Value(many));
+}
+
+TEST_F(SkyfoldTest, ASecondStartHandsItsFolderToTheFirst)
+{
+    writeMuch();
+    const auto other = folder.path() / "other";
+    fs::create_directory(other);
+    test::writeFile((other / "file").string(), "other");
+    Program first(arguments());
+    const auto scanner = first.awaitModule("scanner");
+    ::kill(scanner, SIGSTOP);
+    ASSERT_TRUE(first.awaitFile(data / "catalogue.lock"));
+
+    const auto handOver = [&](const fs::path& what, const fs::path& where) {
+        Program second({ what.string(), "--json", "--data", where.string() });
+        EXPECT_EQ(second.wait(), 0);
+        EXPECT_EQ(second.output(), "");
+        EXPECT_EQ(second.errors(), "Handed over to the Skyfold that is running.\n");
+    };
+    const auto otherData = folder.path() / "other data";
+    handOver(other, data);
+    handOver(other, otherData);
+    const auto vanishing = folder.path() / "vanishing";
+    fs::create_directory(vanishing);
+    handOver(vanishing, otherData / "catalogue.lock"); // Fails, and harms none of the others.
+    handOver(other, otherData);
+
+    ::kill(scanner, SIGCONT);
+    EXPECT_EQ(first.wait(), 1);
+    EXPECT_NE(first.errors().find("catalogue.lock"), std::string::npos) << first.errors();
+    const auto output = fn::String(first.output());
+    std::vector<std::pair<fn::Value, fn::Value>> results; // Files, hashed.
+    for (const auto& line : output.split('\n')) {
+        const auto result = fn::json::deserialize(line);
+        results.emplace_back(result.get("files"), result.get("hashed"));
+    }
+    EXPECT_EQ(results, (std::vector<std::pair<fn::Value, fn::Value>> { { many, many }, { 1, 1 }, { 1, 1 }, { 1, 0 } }));
+}
+
+TEST_F(SkyfoldTest, TheNextStartTakesThePlaceOfOneThatWasKilled)
+{
+    writeMuch();
+    {
+        Program first(arguments());
+        first.awaitModule("scanner");
+    } // Killed, with all it has started: lock and endpoint are left as they were.
+    EXPECT_EQ(scan().get("files"), fn::Value(many));
+}
+
+TEST_F(SkyfoldTest, VerboseLoggingIsSwitchedInAllProcessesThatRun)
+{
+    writeMuch();
+    Program program(arguments());
+    const auto scanner = program.awaitModule("scanner");
+    ::kill(scanner, SIGSTOP);
+    ASSERT_TRUE(program.awaitFile(data / "catalogue.lock"));
+    const auto logs = folder.path() / "state" / "skyfold" / "logs";
+    EXPECT_FALSE(fs::exists(logs / "library.verbose.log"));
+
+    Program switching({ "--verbose" });
+    EXPECT_EQ(switching.wait(), 0);
+    EXPECT_EQ(switching.output(), "Verbose logging has been switched.\n");
+    ::kill(scanner, SIGCONT);
+    EXPECT_EQ(program.wait(), 0);
+    for (const auto* process : { "skyfold", "library", "scanner" }) {
+        EXPECT_TRUE(fs::exists(logs / (std::string(process) + ".verbose.log"))) << process;
+        EXPECT_TRUE(fs::exists(logs / (std::string(process) + ".default.log"))) << process;
+    }
+
+    Program archiving({ "--archive-logs" });
+    EXPECT_EQ(archiving.wait(), 0);
+    const auto archive = archiving.output();
+    EXPECT_TRUE(archive.ends_with(".zip\n")) << archive << archiving.errors();
+    EXPECT_EQ(::system(("unzip -tq '" + archive.substr(0, archive.size() - 1) + "' >/dev/null").c_str()), 0);
+}
+
+TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
+{
+    const auto stored = [](const char* group, const char* key) {
+        return core::PasswordManager::instance().getPassword(group, key);
+    };
+    Program typed({ "--set-password", "mail", "anna" }, { .output = Output::Terminal });
+    ASSERT_TRUE(typed.awaitOutput("Secret for mail, anna: "));
+    typed.type("s3cret with blanks \n");
+    EXPECT_EQ(typed.wait(), 0);
+    EXPECT_EQ(typed.output().find("s3cret"), std::string::npos) << typed.output();
+    EXPECT_EQ(stored("mail", "anna"), "s3cret with blanks ");
+
+    Program piped({ "--set-password", "mail", "bob" }, { .input = "b0b\nnot his" });
+    EXPECT_EQ(piped.wait(), 0);
+    EXPECT_EQ(stored("mail", "bob"), "b0b");
+
+    Program none({ "--set-password", "mail", "anna" });
+    EXPECT_EQ(none.wait(), 1);
+    EXPECT_EQ(none.errors(), "skyfold: No secret was given\n");
+    Program interrupted({ "--set-password", "mail", "anna" }, { .output = Output::Terminal });
+    ASSERT_TRUE(interrupted.awaitOutput(": "));
+    interrupted.signal(SIGINT);
+    EXPECT_EQ(interrupted.wait(), 128 + SIGINT);
+    EXPECT_EQ(stored("mail", "anna"), "s3cret with blanks ");
 }
 
 TEST_F(SkyfoldTest, OutputThatNobodyReadsEndsQuietlyAndOutputThatIsLostDoesNot)

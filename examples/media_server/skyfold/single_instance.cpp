@@ -1,0 +1,74 @@
+#include "skyfold/single_instance.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/category_manager.h"
+#include "foundation/logging/sink.h"
+#include "foundation/time/clock.h"
+
+namespace media {
+namespace {
+
+constexpr const char* lockName = "skyfold";
+constexpr auto handOverTime = fn::Duration::seconds(10);
+constexpr auto attemptInterval = fn::Duration::milliseconds(50);
+
+/// Hears whether a command could not be delivered: that is logged, and told nowhere else.
+class FailureListener final : public fn::logging::Sink {
+public:
+    bool hasFailed = false;
+
+    int threshold(const fn::logging::Category& category) const override
+    {
+        return category.name() == "core.commandIPC" ? fn::logging::Error : 0;
+    }
+    void logMessage(const fn::logging::Category&, const fn::logging::Message&) override { hasFailed = true; }
+
+private:
+    ~FailureListener() override = default;
+};
+
+bool deliver(fn::uv::Loop& loop, const fn::Value& command)
+{
+    const auto failures = fn::makeAuto<FailureListener>();
+    fn::logging::CategoryManager::instance().addSink(failures);
+    loop.post([&] { core::CommandIPC::send(command, [&loop] { loop.stop(); }); });
+    loop.run();
+    fn::logging::CategoryManager::instance().removeSink(failures);
+    return !failures->hasFailed;
+}
+
+} // namespace
+
+SingleInstance::SingleInstance() = default;
+SingleInstance::~SingleInstance() = default;
+
+bool SingleInstance::beginOrHandOver(fn::uv::Loop& loop, const fn::Value& command)
+{
+    const auto end = loop.clock().monotonic() + handOverTime;
+    for (;;) {
+        _lock.emplace(lockName);
+        if (_lock->exclusive()) return true;
+        _lock.reset();
+        if (deliver(loop, command)) return false;
+        if (loop.clock().monotonic() > end) {
+            throw fn::RuntimeException("Another Skyfold is running and takes no commands. End it, or try again later.",
+                fn::Exception::StackTrace::None);
+        }
+        const auto pause = loop.schedule(attemptInterval, [&loop] { loop.stop(); });
+        loop.run();
+    }
+}
+
+void SingleInstance::accept(OnCommand onCommand)
+{
+    _commands = fn::makeAuto<core::CommandIPC>();
+    _connection = _commands->onCommand().connect(std::move(onCommand));
+    _commands->bind();
+}
+
+void SingleInstance::close()
+{
+    _connection.invalidate();
+    if (_commands) std::exchange(_commands, {})->stop();
+}
+
+} // namespace media
