@@ -90,6 +90,11 @@ const CapturedStackTrace& Exception::stackTrace() const noexcept
     return _details ? _details->trace : none;
 }
 
+void Exception::removeStackTrace()
+{
+    if (_details) ownDetails().trace = {};
+}
+
 void Exception::attachAny(std::type_index type, std::any value)
 {
     auto& infos = ownDetails().infos;

@@ -57,6 +57,7 @@ public:
     const char* what() const noexcept override;
 
     const CapturedStackTrace& stackTrace() const noexcept;
+    void removeStackTrace(); ///< From this copy: for what is expected and merely logged.
 
     /// Adds or replaces the detail of that type.
     template <typename T, typename Tag> Exception& attach(ErrorInfo<T, Tag> info)

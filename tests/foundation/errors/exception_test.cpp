@@ -98,6 +98,11 @@ TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
         EXPECT_LT(ours[0].address - ours[1].address + 0x1000, 0x2000u) << "offsets, in one function";
         EXPECT_THAT(trace.frames.front().symbolName.toStdString(), testing::HasSubstr("RuntimeException"));
         EXPECT_TRUE(exception.stackTrace().resolve().frames == trace.frames);
+
+        auto copy = exception;
+        copy.removeStackTrace();
+        EXPECT_TRUE(copy.stackTrace().empty());
+        EXPECT_FALSE(exception.stackTrace().empty());
     }
 }
 
