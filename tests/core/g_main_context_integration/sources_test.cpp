@@ -1,0 +1,239 @@
+// What can break here: a source that is not heard, one that is heard on another thread, a loop that spins.
+#include "fixture.h"
+#include "foundation/auto_ptr.h"
+#include "foundation/uv/process.h"
+#include "foundation/uv/turn_watcher.h"
+#include "support/expectations.h"
+#include <atomic>
+#include <future>
+#include <glib-unix.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using test::attach;
+using test::callAfter;
+using test::callWhenIdle;
+using test::MainContext;
+
+TEST_F(MainContext, RunsTimeOutsAndIdleFunctionsOnTheLoopThreadOfALoopWithoutOtherWork)
+{
+    const auto thread = std::this_thread::get_id();
+    const auto start = g_get_monotonic_time();
+    std::vector<std::string> heard;
+    const auto note = [&](const char* what) {
+        EXPECT_EQ(std::this_thread::get_id(), thread);
+        EXPECT_TRUE(g_main_context_is_owner(g_main_context_default()));
+        heard.push_back(what);
+    };
+    callAfter(60, [&] {
+        note("60 ms");
+        EXPECT_GE(g_get_monotonic_time() - start, 60'000);
+        loop->stop();
+    });
+    callAfter(20, [&] {
+        note("20 ms");
+        EXPECT_GE(g_get_monotonic_time() - start, 20'000);
+        callAfter(1, [&] { note("1 ms more"); });
+    });
+    callWhenIdle([&] { note("idle"); });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(heard, (std::vector<std::string> { "idle", "20 ms", "1 ms more", "60 ms" }));
+}
+
+TEST_F(MainContext, HearsSourcesThatAreAttachedWhileTheWaitChangesThreads)
+{
+    // The task runs just after the turn has handed the wait to the pool: whether a thread has it by then is a matter of luck.
+    constexpr int rounds = 3000;
+    int round = 0;
+    std::function<void()> next = [&] {
+        if (++round == rounds)
+            loop->stop();
+        else
+            loop->post([&] { callWhenIdle(next); });
+    };
+    callWhenIdle(next);
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(round, rounds);
+}
+
+TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
+{
+    constexpr int rounds = 1000;
+    std::atomic<int> heard = 0;
+    std::atomic<int> ended = 0;
+    const auto loopThread = std::this_thread::get_id();
+    const auto attachAndAwait = [&] {
+        for (int i = 0; i < rounds; ++i) {
+            GSource* const unneeded = g_timeout_source_new(3'600'000);
+            g_source_attach(unneeded, nullptr);
+            const auto isHeard = std::make_shared<std::promise<std::thread::id>>();
+            callWhenIdle([isHeard] { isHeard->set_value(std::this_thread::get_id()); });
+            g_source_destroy(unneeded);
+            g_source_unref(unneeded);
+            auto thread = isHeard->get_future();
+            if (thread.wait_for(std::chrono::seconds(20)) != std::future_status::ready) break;
+            if (thread.get() == loopThread) ++heard;
+        }
+        if (++ended == 2) loop->stop();
+    };
+    std::thread first(attachAndAwait);
+    std::thread second(attachAndAwait);
+    EXPECT_TRUE(runUntilStopped());
+    first.join();
+    second.join();
+    EXPECT_EQ(heard, 2 * rounds);
+}
+
+/// Sockets in a ring: what comes in at one of them is handed on to the next.
+struct Ring {
+    struct Link {
+        Ring& ring;
+        std::size_t index;
+        int ends[2];
+        guint source;
+    };
+
+    Ring(std::size_t size, int rounds, std::function<void()> onEnd)
+        : hops(static_cast<int>(size) * rounds),
+          onEnd(std::move(onEnd))
+    {
+        for (std::size_t i = 0; i < size; ++i) {
+            auto& link = *links.emplace_back(std::make_unique<Link>(Link { *this, i, {}, 0 }));
+            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, link.ends), 0);
+            link.source = g_unix_fd_add(link.ends[0], G_IO_IN, handOn, &link);
+        }
+        send(0);
+    }
+    ~Ring()
+    {
+        for (const auto& link : links) {
+            g_source_remove(link->source);
+            for (const int end : link->ends) close(end);
+        }
+    }
+    void send(std::size_t index) { EXPECT_EQ(write(links[index]->ends[1], "x", 1), 1); }
+
+    static gboolean handOn(gint descriptor, GIOCondition, gpointer data)
+    {
+        const auto& link = *static_cast<Link*>(data);
+        char byte = 0;
+        EXPECT_EQ(read(descriptor, &byte, 1), 1);
+        if (--link.ring.hops > 0)
+            link.ring.send((link.index + 1) % link.ring.links.size());
+        else
+            link.ring.onEnd();
+        return TRUE;
+    }
+
+    std::vector<std::unique_ptr<Link>> links;
+    int hops;
+    std::function<void()> onEnd;
+};
+
+TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
+{
+    for (const std::size_t size : { 3u, 100u, 1u }) {
+        Ring ring(size, 3, [&] { loop->stop(); });
+        EXPECT_TRUE(runUntilStopped());
+        EXPECT_EQ(ring.hops, 0);
+    }
+}
+
+TEST_F(MainContext, WatchesChildrenOfGLibBesideThoseOfTheLoop)
+{
+    constexpr int count = 5;
+    int left = 2 * count;
+    std::vector<int> glibStatuses;
+    std::vector<std::int64_t> loopStatuses;
+    const auto over = [&] {
+        if (--left == 0) loop->stop();
+    };
+    struct Watch {
+        std::vector<int>& statuses;
+        std::function<void()> over;
+    } watch { glibStatuses, over };
+    const char* const arguments[] = { "/bin/sh", "-c", "exit 3", nullptr };
+    std::vector<fn::AutoPtr<fn::uv::Process>> processes;
+    for (int i = 0; i < count; ++i) {
+        GPid pid = 0;
+        ASSERT_TRUE(g_spawn_async(nullptr, const_cast<char**>(arguments), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
+            nullptr, &pid, nullptr));
+        const auto onExit = [](GPid, gint status, gpointer data) {
+            static_cast<Watch*>(data)->statuses.push_back(WEXITSTATUS(status));
+            static_cast<Watch*>(data)->over();
+        };
+        g_child_watch_add(pid, onExit, &watch);
+        fn::uv::ProcessOptions options;
+        options.file = "/bin/sh";
+        options.arguments = { "sh", "-c", "exit 5" };
+        options.onExit = [&](std::int64_t status, int) {
+            loopStatuses.push_back(status);
+            over();
+        };
+        processes.push_back(fn::makeAuto<fn::uv::Process>(*loop));
+        processes.back()->spawn(std::move(options));
+    }
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(glibStatuses, std::vector<int>(count, 3));
+    EXPECT_EQ(loopStatuses, std::vector<std::int64_t>(count, 5));
+}
+
+TEST_F(MainContext, GoesOnInsideACallbackThatRunsTheLoop)
+{
+    std::vector<std::string> order;
+    callWhenIdle([&] {
+        order.push_back("outer begins");
+        callAfter(1, [&] {
+            order.push_back("inner");
+            loop->stop();
+        });
+        loop->run();
+        order.push_back("outer ends");
+        callWhenIdle([&] { loop->stop(); });
+    });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(order, (std::vector<std::string> { "outer begins", "inner", "outer ends" }));
+}
+
+TEST_F(MainContext, ReportsAnExceptionOutOfACallbackAndHearsTheOtherSources)
+{
+    const test::ExpectUnhandled unhandled;
+    callWhenIdle([] { throw std::runtime_error("from a callback"); });
+    callWhenIdle([&] { loop->stop(); });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "from a callback" });
+    EXPECT_FALSE(g_main_context_is_owner(nullptr));
+    callAfter(1, [&] { loop->stop(); });
+    EXPECT_TRUE(runUntilStopped());
+}
+
+TEST_F(MainContext, SleepsWhileNothingHappensAlsoWhereSomebodyElseHasTheContext)
+{
+    int turns = 0;
+    const fn::uv::TurnWatcher watcher(*loop, fn::uv::TurnWatcher::Moment::AfterPoll, [&] { ++turns; });
+    callAfter(3'600'000, [] {});
+    runFor(300);
+    EXPECT_LE(turns, 10);
+
+    std::promise<void> isOver;
+    std::promise<void> isTaken;
+    std::thread other([&] {
+        while (!g_main_context_acquire(nullptr)) g_main_context_wakeup(nullptr);
+        isTaken.set_value();
+        isOver.get_future().wait();
+        g_main_context_release(nullptr);
+    });
+    isTaken.get_future().wait();
+    turns = 0;
+    runFor(300);
+    EXPECT_LE(turns, 60);
+    isOver.set_value();
+    other.join();
+    callWhenIdle([&] { loop->stop(); });
+    EXPECT_TRUE(runUntilStopped());
+}
+
+} // namespace
