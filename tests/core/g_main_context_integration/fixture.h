@@ -1,21 +1,38 @@
 #pragma once
 #include "core/g_main_context_integration.h"
 #include "foundation/uv/loop.h"
+#include <atomic>
 #include <functional>
 #include <glib.h>
 #include <gtest/gtest.h>
+#include <memory>
 #include <optional>
 #include <thread>
 
 namespace test {
 
+/// What a source calls. The flag says to ThreadSanitizer what GLib's locks say, which it does not see: who calls and frees
+/// the function comes after who has made it.
+struct SourceFunction {
+    std::function<bool()> function;
+    std::atomic<bool> isGiven { false };
+};
+
 /// A source of GLib that calls a function of the test. GLib keeps the function; false ends the source.
 inline void attach(GSource* source, std::function<bool()> function)
 {
-    using Function = std::function<bool()>;
-    const auto call = [](gpointer data) -> gboolean { return (*static_cast<Function*>(data))() ? TRUE : FALSE; };
-    const auto free = [](gpointer data) { delete static_cast<Function*>(data); };
-    g_source_set_callback(source, call, new Function(std::move(function)), free);
+    const auto call = [](gpointer data) -> gboolean {
+        const auto& given = *static_cast<SourceFunction*>(data);
+        return given.isGiven.load(std::memory_order_acquire) && given.function();
+    };
+    const auto free = [](gpointer data) {
+        const std::unique_ptr<SourceFunction> owned(static_cast<SourceFunction*>(data));
+        EXPECT_TRUE(owned->isGiven.load(std::memory_order_acquire));
+    };
+    auto given = std::make_unique<SourceFunction>();
+    given->function = std::move(function);
+    given->isGiven.store(true, std::memory_order_release);
+    g_source_set_callback(source, call, given.release(), free);
     g_source_attach(source, nullptr);
     g_source_unref(source);
 }
