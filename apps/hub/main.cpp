@@ -2,12 +2,13 @@
 // output as soon as it is ready, then serves until SIGINT or SIGTERM.
 #include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
-#include "foundation/logging/console_sink.h"
+#include "core/logging_profile/logging_profiles.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 namespace {
 
@@ -16,13 +17,14 @@ constexpr auto quitDelay = fn::Duration::milliseconds(100);
 
 struct Options {
     std::int64_t timeoutMilliseconds = 30'000;
-    int logPriority = fn::logging::Warning;
+    std::optional<int> logPriority;
 };
 
 int serve(const Options& options)
 {
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<fn::logging::ConsoleSink>(options.logPriority));
+    core::initLoggingProfiles("hub");
+    if (options.logPriority) core::setConsoleThreshold(*options.logPriority);
 
     auto& loop = fn::RunLoop::defaultLoop().uvLoop();
     ipc::Dispatcher dispatcher(loop, fn::Duration::milliseconds(options.timeoutMilliseconds));
@@ -54,9 +56,8 @@ int main(int argc, char** argv)
     app.add_option("--timeout-ms", options.timeoutMilliseconds, "How long a worker may leave a ping unanswered")
         ->check(CLI::Range(std::int64_t(1), std::int64_t(86'400'000)))
         ->capture_default_str();
-    app.add_option("--log", options.logPriority, "Log messages up to this priority, 1 (errors) to 7 (traces)")
-        ->check(CLI::Range(0, 7))
-        ->capture_default_str();
+    app.add_option("--log", options.logPriority, "Show log messages up to this priority, 1 (errors) to 7 (traces)")
+        ->check(CLI::Range(0, 7));
     CLI11_PARSE(app, argc, argv);
     try {
         return serve(options);

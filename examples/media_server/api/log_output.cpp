@@ -1,7 +1,8 @@
 #include "api/log_output.h"
+#include "core/app_info.h"
 #include "core/logging_profile/logging_profiles.h"
-#include "foundation/logging/category_manager.h"
 #include "foundation/system/environment.h"
+#include "foundation/system/path_manager.h"
 
 namespace media {
 namespace {
@@ -11,18 +12,17 @@ constexpr auto variable = "SKYFOLD_LOG";
 
 } // namespace
 
+void chooseFolders()
+{
+    fn::PathManager::instance().setApplicationName(core::AppInfo::instance().applicationShortName().toLower());
+}
+
 void startLogging(const fn::String& name, std::optional<int> priority)
 {
     if (priority) fn::Environment::set(variable, fn::String::number(*priority));
-    const auto sink = core::initLoggingProfiles(name);
-    const auto chosen = fn::Environment::get(variable);
-    if (!chosen) return;
-    for (const auto& profile : sink->profiles()) {
-        if (!profile->fileName().toLower().startsWith("console")) continue;
-        profile->setEnabled(true);
-        profile->setRootThreshold(static_cast<core::LoggingProfile::Priority>(chosen->toInt(fn::logging::Warning)));
-    }
-    fn::logging::CategoryManager::instance().reload();
+    core::initLoggingProfiles(name);
+    if (const auto chosen = fn::Environment::get(variable))
+        core::setConsoleThreshold(chosen->toInt(fn::logging::Warning));
 }
 
 bool isVerbose() { return core::initLoggingProfiles({})->allowVerboseLogging(); }

@@ -8,7 +8,11 @@ namespace media {
 
 class LibraryModule final : public ipc::Module {
 public:
-    explicit LibraryModule(const ipc::ModuleInitData& data) : Module(data) { startLogging("library"); }
+    explicit LibraryModule(const ipc::ModuleInitData& data) : Module(data)
+    {
+        chooseFolders();
+        startLogging("library");
+    }
 
     void onConnected() override { worker().registry()->registerObject(fn::makeAuto<LibraryService>(worker()), 0); }
     void onAboutToQuit() override { terminate(); }

@@ -8,7 +8,11 @@ namespace media {
 
 class ScannerModule final : public ipc::Module {
 public:
-    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data) { startLogging("scanner"); }
+    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data)
+    {
+        chooseFolders();
+        startLogging("scanner");
+    }
 
     void onConnected() override
     {

@@ -22,13 +22,6 @@ void fillStandardStreams()
     }
 }
 
-/// Each application of the family has a catalogue of its own.
-fn::String defaultDataFolder()
-{
-    const auto name = core::AppInfo::instance().applicationShortName().toLower();
-    return fn::PathManager::instance().getPath(fn::PathManager::PreferencesFolder, "catalogue-" + name, true);
-}
-
 void startLogging(const media::Options& options) { media::startLogging("skyfold", options.logPriority); }
 
 /// What this start of the program asks of one that runs already.
@@ -42,7 +35,9 @@ media::Command toCommand(const media::Options& options)
 
 int scan(media::Options options)
 {
-    if (options.run.dataFolder.empty()) options.run.dataFolder = defaultDataFolder();
+    if (options.run.dataFolder.empty())
+        options.run.dataFolder =
+            fn::PathManager::instance().getPath(fn::PathManager::PreferencesFolder, "catalogue", true);
     media::SingleInstance instance;
     if (!instance.beginOrHandOver(fn::RunLoop::defaultLoop().uvLoop(), toCommand(options).toValue())) {
         std::fputs(options.action == media::Options::Action::Scan ? "Handed over to the Skyfold that is running.\n"
@@ -65,6 +60,7 @@ int main(int argc, char** argv)
         media::Options options;
         if (const auto exitCode = media::parseOptions(argc, argv, options)) return *exitCode;
         core::AppInfo::initialize(options.app);
+        media::chooseFolders();
         switch (options.action) {
         case media::Options::Action::ArchiveLogs: startLogging(options); return media::archiveLogs();
         case media::Options::Action::SetPassword: startLogging(options); return media::setPassword(options);

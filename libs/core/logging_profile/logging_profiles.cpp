@@ -79,6 +79,16 @@ fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName)
     return sink;
 }
 
+void setConsoleThreshold(int priority)
+{
+    for (const auto& profile : initLoggingProfiles({})->profiles()) {
+        if (!profile->fileName().toLower().startsWith("console")) continue; // There is one at most.
+        profile->setEnabled(true);
+        profile->setRootThreshold(static_cast<LoggingProfile::Priority>(priority));
+    }
+    fn::logging::CategoryManager::instance().reload();
+}
+
 void setEnableVerboseLogging(bool enable) { fn::MessageBus::instance().postStickyMessage(allowVerboseMessage, enable); }
 
 } // namespace core
