@@ -236,6 +236,21 @@ TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfIt)
     EXPECT_EQ(process.finish(), 0);
 }
 
+TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
+{
+    test::RedirectedProcess process([] {
+        init({ count, bracket });
+        std::thread([] {
+            while (::write(STDERR_FILENO, "a line\n", 7) == 7) { }
+        }).detach();
+        awaitSeen(100);
+        std::exit(testing::Test::HasFailure() ? 1 : 0); // With everything that is destroyed then.
+    });
+    const auto& output = process.readUntil("nothing more");
+    EXPECT_THAT(output, testing::StartsWith("[a line]\n[a line]\n"));
+    EXPECT_EQ(process.finish(), 0);
+}
+
 TEST(ConsoleLogPostProcessor, ASecondRedirectionStandsInFrontOfTheFirst)
 {
     test::RedirectedProcess process([] {
