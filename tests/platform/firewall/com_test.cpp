@@ -1,0 +1,231 @@
+// What can break here: text that is cut, misread or written beyond its room; a reference lost or released twice; an object made
+// without COM, without rights, or for a moniker that is not the agreed one.
+#include "platform/com/com.h"
+#include "platform/com/com_backend.h"
+#include "platform/com/elevation_prompt.h"
+#include "platform/firewall/firewall_manager.h"
+#include "platform/firewall/firewall_policy.h"
+#include <gmock/gmock.h>
+#include <thread>
+
+namespace {
+
+using namespace platform;
+
+std::u16string utf16(std::string_view text)
+{
+    std::u16string result(text.size() + 1, u'?');
+    const auto units = MultiByteToWideChar(
+        CP_UTF8, 0, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
+    result.resize(static_cast<std::size_t>(units));
+    return result;
+}
+
+TEST(Utf16, HasEveryCharacterOnceAndMarksWhatIsNone)
+{
+    using namespace std::string_view_literals;
+    EXPECT_EQ(utf16("a\0ü€𝄞"sv), u"a\0ü€𝄞"sv);
+    const std::pair<std::string_view, std::u16string_view> broken[] = {
+        { "\xC3", u"\uFFFD" }, // Ends within a character.
+        { "\xC3x", u"\uFFFDx" },
+        { "\xC0\x80", u"\uFFFD\uFFFD" }, // Longer than it need be.
+        { "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD" }, // Half of a pair.
+        { "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD" }, // Beyond the last one.
+        { "\xFF\x80", u"\uFFFD\uFFFD" },
+    };
+    for (const auto& [bytes, expected] : broken) EXPECT_EQ(utf16(bytes), expected);
+}
+
+TEST(Utf16, StaysWithinTheRoomItIsGiven)
+{
+    const std::string_view text = "ab𝄞";
+    const auto convert = [&](int bytes, OLECHAR* output, int length) {
+        return MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, output, length);
+    };
+    const auto bytes = static_cast<int>(text.size());
+    EXPECT_EQ(convert(bytes, nullptr, 0), 4);
+    EXPECT_EQ(convert(-1, nullptr, 0), 5) << "With the 0 at the end.";
+    OLECHAR output[5] = { u'#', u'#', u'#', u'#', u'#' };
+    EXPECT_EQ(convert(bytes, output, 3), 0);
+    EXPECT_EQ(output[3], u'#') << "Half a pair is not written either.";
+    EXPECT_EQ(convert(bytes, output, 4), 4);
+    EXPECT_EQ(output[4], u'#');
+    EXPECT_EQ(convert(0, output, 4), 0);
+    EXPECT_EQ(convert(-2, output, 4), 0);
+}
+
+TEST(Bstr, KnowsItsLengthAndEndsWithAZero)
+{
+    const OLECHAR text[] = { u'a', 0, u'b', u'c' };
+    const auto copy = SysAllocStringLen(text, 3);
+    EXPECT_EQ(std::u16string_view(copy, SysStringLen(copy)), std::u16string_view(text, 3));
+    EXPECT_EQ(copy[3], 0);
+    const auto whole = SysAllocString(u"xyz");
+    EXPECT_EQ(SysStringLen(whole), 3U);
+    const auto empty = SysAllocStringLen(nullptr, 0);
+    ASSERT_TRUE(empty);
+    EXPECT_EQ(empty[0], 0);
+    EXPECT_FALSE(SysAllocString(nullptr));
+    EXPECT_FALSE(SysAllocStringLen(nullptr, 0x7FFFFFFF)) << "Its size in bytes would not fit in front of it.";
+    EXPECT_EQ(SysStringLen(nullptr), 0U);
+    for (auto* const made : { copy, whole, empty, BSTR {} }) SysFreeString(made);
+}
+
+struct Com : testing::Test {
+    Com() { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); }
+    ~Com() override
+    {
+        EXPECT_EQ(DllCanUnloadNow(), S_OK) << "An object is left.";
+        CoUninitialize();
+    }
+
+    IUnknown* create(REFCLSID clsid, REFIID iid)
+    {
+        void* object = nullptr;
+        result = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &object);
+        return static_cast<IUnknown*>(object);
+    }
+    HRESULT get(const OLECHAR* moniker, DWORD size = 36, DWORD context = CLSCTX_LOCAL_SERVER)
+    {
+        BIND_OPTS3 options {};
+        options.cbStruct = size;
+        options.dwClassContext = context;
+        void* object = &options;
+        result = CoGetObject(moniker, &options, IID_IUnknown, &object);
+        EXPECT_EQ(SUCCEEDED(result), object != nullptr);
+        if (object) static_cast<IUnknown*>(object)->Release();
+        return result;
+    }
+    HRESULT result = S_OK;
+};
+
+TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
+{
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_FALSE);
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE);
+    CoUninitialize();
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE) << "The first use goes on.";
+    std::thread([&] {
+        EXPECT_FALSE(create(CLSID_NetFwRule, IID_INetFwRule));
+        EXPECT_EQ(result, CO_E_NOTINITIALIZED);
+        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+        CoUninitialize();
+        CoUninitialize(); // Once too often takes nothing from anybody.
+        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+        CoUninitialize();
+    }).join();
+}
+
+TEST_F(Com, MakesOnlyWhatItKnowsAsWhatItIs)
+{
+    void* object = this;
+    EXPECT_EQ(
+        CoCreateInstance(IID_IUnknown, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object), REGDB_E_CLASSNOTREG);
+    EXPECT_FALSE(object);
+    EXPECT_EQ(
+        CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_LOCAL_SERVER, IID_INetFwRule, &object), REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_INPROC_SERVER, IID_INetFwRule, nullptr), E_POINTER);
+    EXPECT_FALSE(create(CLSID_NetFwRule, IID_INetFwPolicy2));
+    EXPECT_EQ(result, E_NOINTERFACE);
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+
+    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
+    ASSERT_TRUE(rule);
+    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
+    EXPECT_EQ(
+        CoCreateInstance(CLSID_NetFwRule, rule, CLSCTX_INPROC_SERVER, IID_INetFwRule, &object), CLASS_E_NOAGGREGATION);
+    for (const auto& iid : { IID_IUnknown, IID_IDispatch, IID_INetFwRule }) {
+        EXPECT_EQ(rule->QueryInterface(iid, &object), S_OK);
+        EXPECT_EQ(object, rule);
+        EXPECT_EQ(rule->Release(), 1U);
+    }
+    EXPECT_EQ(rule->QueryInterface(IID_IEnumVARIANT, &object), E_NOINTERFACE);
+    EXPECT_FALSE(object);
+    EXPECT_EQ(rule->Release(), 0U);
+}
+
+TEST_F(Com, AVariantHoldsAReferenceWhateverItBecomes)
+{
+    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
+    VARIANT variant;
+    VariantInit(&variant);
+    variant.vt = VT_UNKNOWN;
+    variant.punkVal = rule; // Which owns the reference now.
+    EXPECT_EQ(VariantChangeType(&variant, &variant, 0, VT_DISPATCH), S_OK);
+    EXPECT_EQ(variant.vt, VT_DISPATCH);
+    VARIANT other;
+    VariantInit(&other);
+    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_UNKNOWN), S_OK);
+    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_BSTR), DISP_E_TYPEMISMATCH);
+    EXPECT_EQ(other.vt, VT_UNKNOWN);
+    EXPECT_EQ(VariantClear(&other), S_OK);
+    EXPECT_EQ(VariantChangeType(&variant, &other, 0, VT_DISPATCH), DISP_E_TYPEMISMATCH) << "It is empty.";
+    EXPECT_EQ(VariantClear(&variant), S_OK);
+    EXPECT_EQ(VariantClear(&variant), S_OK);
+    EXPECT_EQ(DllCanUnloadNow(), S_OK);
+
+    variant.vt = VT_BSTR;
+    variant.bstrVal = SysAllocString(u"text");
+    EXPECT_EQ(VariantClear(&variant), S_OK);
+    variant.vt = 0x2000; // An array, say.
+    EXPECT_EQ(VariantClear(&variant), DISP_E_BADVARTYPE);
+}
+
+TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
+{
+    const auto manager = u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}";
+    const auto refused = HRESULT_FROM_WIN32(ERROR_CANCELLED);
+    EXPECT_EQ(static_cast<DWORD>(refused), 0x800704C7U);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(get(manager), refused) << "Nobody to ask.";
+    EXPECT_THAT(
+        testing::internal::GetCapturedStderr(), testing::HasSubstr("change which programs the firewall admits"));
+
+    bool answer = false;
+    std::vector<fn::String> asked;
+    const ScopedElevationPrompt prompt([&](const fn::String& action) {
+        asked.push_back(action);
+        return answer;
+    });
+    EXPECT_EQ(get(manager), refused);
+    answer = true;
+    EXPECT_EQ(get(manager), S_OK);
+    EXPECT_EQ(get(u"Elevation:Administrator!new:{e2b3c97f-6ae1-41ac-817a-f6f92166d7dd}"), S_OK);
+    EXPECT_EQ(asked, std::vector<fn::String>(3, "change which programs the firewall admits"));
+    {
+        const ScopedElevationPrompt broken([](const fn::String&) -> bool { throw std::runtime_error("no terminal"); });
+        EXPECT_EQ(get(manager), E_UNEXPECTED);
+    }
+    EXPECT_EQ(get(manager), S_OK);
+}
+
+TEST_F(Com, UnderstandsNoOtherMoniker)
+{
+    const ScopedElevationPrompt prompt([](const fn::String&) {
+        ADD_FAILURE() << "Nothing to ask about.";
+        return true;
+    });
+    for (const auto* const moniker : { u"", u"Elevation:Administrator!new:", u"Elevation:Administrator!new:{304CE942",
+             u"elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}",
+             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CDG}",
+             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4} ",
+             u"Elevation:Administrator!new:{304CE942 6E39-40D8-943A-B913C40C9CD4}" }) {
+        EXPECT_EQ(get(moniker), MK_E_SYNTAX);
+    }
+    const auto policy = u"Elevation:Administrator!new:{E2B3C97F-6AE1-41AC-817A-F6F92166D7DD}";
+    EXPECT_EQ(get(nullptr), E_INVALIDARG);
+    EXPECT_EQ(get(policy, 16), E_INVALIDARG) << "Has no class context.";
+    EXPECT_EQ(get(policy, 36, CLSCTX_INPROC_SERVER), E_INVALIDARG);
+    EXPECT_EQ(get(u"Elevation:Administrator!new:{00000000-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(get(u"Elevation:Administrator!new:{2C5BC43E-3369-4C33-AB0C-BE9469677AF4}"), CO_E_ELEVATION_DISABLED);
+}
+
+TEST(Guid, IsWrittenInFull)
+{
+    OLECHAR text[40] = {};
+    EXPECT_EQ(StringFromGUID2({ 0x0000000A, 0x000B, 0x000C, { 1, 2, 3, 4, 5, 6, 7, 0xF0 } }, text, 39), 39);
+    EXPECT_EQ(std::u16string_view(text), u"{0000000A-000B-000C-0102-0304050607F0}");
+    EXPECT_EQ(StringFromGUID2({}, text, 38), 0);
+}
+
+} // namespace
