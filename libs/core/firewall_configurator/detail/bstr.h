@@ -1,0 +1,25 @@
+#pragma once
+#include "foundation/string.h"
+#include "platform/com/bstr.h"
+
+namespace core::detail {
+
+/// Owns a text of COM.
+class Bstr {
+public:
+    Bstr() = default;
+    explicit Bstr(const fn::String& text); ///< Empty afterwards if there is no memory for it.
+    Bstr(const Bstr&) = delete;
+    Bstr& operator=(const Bstr&) = delete;
+    ~Bstr() { platform::SysFreeString(_text); }
+
+    platform::BSTR get() const noexcept { return _text; }
+    explicit operator bool() const noexcept { return _text != nullptr; }
+    platform::BSTR* receive() noexcept { return &_text; } ///< Where a call puts a text. Once, and into an empty one.
+    fn::String text() const;
+
+private:
+    platform::BSTR _text = nullptr;
+};
+
+} // namespace core::detail

@@ -1,0 +1,20 @@
+#pragma once
+#include "foundation/logging/logging.h"
+#include "platform/windows_types.h"
+
+namespace core::detail {
+
+inline constexpr auto firewallSite = "libs/core/firewall_configurator";
+inline constexpr auto profileMissing = "Firewall profile has not been initialized yet!";
+inline constexpr auto elevationMissing = "Could not get elevated privileges!";
+
+/// The category "core.firewall".
+const fn::logging::Category& firewallLog();
+
+/// Logs why an operation fails. False, as the operation's result.
+bool failure(const char* message);
+
+/// A result as "0x%08lx" takes it, wherever `long` is wider.
+inline unsigned long printable(platform::HRESULT result) { return static_cast<std::uint32_t>(result); }
+
+} // namespace core::detail
