@@ -105,12 +105,17 @@ TEST_F(MainContext, ForgetsAWaitThatHasNotBegunWhenItEnds)
     GMainContextIntegration::init(*loop);
     test::runTurns(*loop);
     GMainContextIntegration::quit();
-    loop.reset();
-    // The stale wait would be first in the queue, have no bound, and keep the context from its successor.
-    loop.emplace();
-    GMainContextIntegration::init(*loop);
-    test::runTurns(*loop);
+    g_main_context_iteration(nullptr, FALSE); // Takes the wake-up: the wait would have no end, and keep the context.
     pool.release();
+    std::promise<void> isNext;
+    fn::ThreadPool::defaultPool().schedule([&] { isNext.set_value(); });
+    isNext.get_future().wait();
+    EXPECT_TRUE(test::runUntil(*loop, [] {
+        const bool isFree = g_main_context_acquire(nullptr);
+        if (isFree) g_main_context_release(nullptr);
+        return isFree;
+    }));
+    GMainContextIntegration::init(*loop);
     callWhenIdle([&] { loop->stop(); });
     EXPECT_TRUE(runUntilStopped());
 }
