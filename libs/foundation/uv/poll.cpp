@@ -1,0 +1,80 @@
+#include "foundation/uv/poll.h"
+#include "foundation/uv/loop_private.h"
+#include "foundation/uv/status.h"
+
+namespace fn::uv {
+
+struct Poll::Private final : SharedMember {
+    Private(Loop::Private& loop, Task task)
+        : SharedMember(loop, 2),
+          _callback(std::move(task)) { } // Its user and libuv.
+
+    int start(int descriptor)
+    {
+        const int code = uv_poll_init(loop()->handle(), &_poll, descriptor);
+        _isOpen = code == 0;
+        _poll.data = this;
+        return _isOpen ? listen() : code;
+    }
+
+    void close();
+    void loopIsEnding() override { close(); }
+
+private:
+    int listen();
+    void run(int status);
+
+    uv_poll_t _poll;
+    Task _callback; // Stays in its place while it runs: it may run the loop, and is then called again inside.
+    int _depth = 0; // Of calls.
+    bool _isOpen = false; // libuv knows it.
+    bool _closed = false;
+};
+
+int Poll::Private::listen()
+{
+    const auto onReadable = [](uv_poll_t* handle, int status, int) {
+        static_cast<Private*>(handle->data)->run(status);
+    };
+    return uv_poll_start(&_poll, UV_READABLE, onReadable);
+}
+
+void Poll::Private::run(int status)
+{
+    if (_closed) return;
+    const auto self = hold(this);
+    ++_depth;
+    callGuarded(_callback);
+    if (status < 0 && !_closed) listen(); // libuv stops watching at an error.
+    if (--_depth > 0 || !_closed) return;
+    const auto callback = std::exchange(_callback, {}); // Goes before this object: its end may do anything.
+}
+
+void Poll::Private::close()
+{
+    if (std::exchange(_closed, true)) return;
+    if (_isOpen)
+        uv_close(reinterpret_cast<uv_handle_t*>(&_poll),
+            [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); });
+    else
+        release();
+    if (_depth > 0) return; // run() frees it.
+    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+}
+
+Poll::Poll(Loop& loop, int descriptor, Task callback) : _private(new Private(loop.internals(), std::move(callback)))
+{
+    const auto code = _private->start(descriptor);
+    if (code == 0) return;
+    _private->close();
+    _private->release();
+    Status("watch a descriptor", code).throwOnError();
+}
+
+Poll::~Poll()
+{
+    _private->close();
+    _private->release();
+}
+
+} // namespace fn::uv
