@@ -92,7 +92,10 @@ const CapturedStackTrace& Exception::stackTrace() const noexcept
 
 void Exception::removeStackTrace()
 {
-    if (_details) ownDetails().trace = {};
+    if (!_details) return;
+    auto& details = ownDetails();
+    details.trace = {};
+    std::erase_if(details.infos, [](const auto& info) { return info.first == typeid(ResolvedStackTraceInfo); });
 }
 
 void Exception::attachAny(std::type_index type, std::any value)
