@@ -7,6 +7,7 @@ namespace platform {
 using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
 using DWORD = std::uint32_t;
+using ULONG = std::uint32_t;
 using LONG = std::int32_t;
 using BOOL = std::int32_t; ///< 0 is false.
 using HRESULT = std::int32_t;

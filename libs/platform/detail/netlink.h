@@ -1,0 +1,100 @@
+#pragma once
+#include "foundation/exceptions.h"
+#include <array>
+#include <cstddef>
+#include <cstring>
+#include <libmnl/libmnl.h>
+#include <linux/rtnetlink.h>
+#include <memory>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace platform {
+
+/// A socket to the kernel's routing service. Close-on-exec.
+class NetlinkSocket {
+public:
+    /// `groups` are the RTMGRP_... bits whose announcements arrive; `flags` for socket(2). `fn::IOException`.
+    explicit NetlinkSocket(unsigned groups = 0, int flags = 0);
+
+    mnl_socket* get() const noexcept { return _socket.get(); }
+    int descriptor() const noexcept { return mnl_socket_get_fd(_socket.get()); }
+    unsigned port() const noexcept { return mnl_socket_get_portid(_socket.get()); }
+
+private:
+    struct Close {
+        void operator()(mnl_socket* socket) const noexcept { mnl_socket_close(socket); }
+    };
+    std::unique_ptr<mnl_socket, Close> _socket;
+};
+
+/// A request to be filled in: the header of its kind, then attributes. There is room for a few small ones.
+class NetlinkRequest {
+public:
+    NetlinkRequest(std::uint16_t type, std::uint16_t flags);
+
+    template <typename Header> Header& putHeader()
+    {
+        return *static_cast<Header*>(mnl_nlmsg_put_extra_header(message(), sizeof(Header)));
+    }
+    void put(std::uint16_t attribute, std::span<const std::uint8_t> bytes);
+
+    nlmsghdr* message() noexcept { return reinterpret_cast<nlmsghdr*>(_bytes.data()); }
+
+private:
+    alignas(nlmsghdr) std::array<std::byte, 256> _bytes {};
+};
+
+/// The messages of a complete answer, one behind the other.
+class NetlinkAnswer {
+public:
+    /// Sends `request` and takes the whole answer. One that changed while it was being given is asked for again.
+    /// `fn::IOException` with the errno: ENOENT and such are the kernel's own answers.
+    explicit NetlinkAnswer(NetlinkRequest request);
+
+    /// Calls `visit(const nlmsghdr&, const Header&)` for each message of `type` that is large enough for its header.
+    template <typename Header, typename Visit> void forEach(std::uint16_t type, Visit&& visit) const
+    {
+        const auto* message = reinterpret_cast<const nlmsghdr*>(_bytes.data());
+        for (int left = static_cast<int>(_bytes.size()); mnl_nlmsg_ok(message, left);
+             message = mnl_nlmsg_next(message, &left)) {
+            if (message->nlmsg_type != type || mnl_nlmsg_get_payload_len(message) < sizeof(Header)) continue;
+            visit(*message, *static_cast<const Header*>(mnl_nlmsg_get_payload(message)));
+        }
+    }
+
+private:
+    enum class Outcome { Complete, Changed };
+    Outcome receive(const NetlinkSocket& socket, unsigned sequence);
+    bool take(std::span<const std::byte> datagram, unsigned port, unsigned sequence, Outcome& outcome);
+    void append(const nlmsghdr& message);
+
+    std::vector<std::byte> _bytes; // Of whole messages.
+};
+
+/// The attributes of a message, by number. Valid while the message is.
+class NetlinkAttributes {
+public:
+    static constexpr std::size_t count = 64; ///< Higher numbers are passed over.
+
+    NetlinkAttributes(const nlmsghdr& message, std::size_t headerBytes);
+    explicit NetlinkAttributes(std::span<const std::uint8_t> attributes);
+
+    /// Empty where the attribute is missing.
+    std::span<const std::uint8_t> bytes(std::size_t attribute) const noexcept { return _attributes[attribute]; }
+
+    std::optional<std::uint32_t> number(std::size_t attribute) const noexcept
+    {
+        const auto found = bytes(attribute);
+        std::uint32_t result;
+        if (found.size() < sizeof(result)) return std::nullopt;
+        std::memcpy(&result, found.data(), sizeof(result));
+        return result;
+    }
+
+private:
+    std::array<std::span<const std::uint8_t>, count> _attributes;
+};
+
+} // namespace platform

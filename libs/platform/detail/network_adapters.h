@@ -1,0 +1,27 @@
+#pragma once
+#include "platform/windows_types.h"
+#include <netinet/in.h>
+#include <string>
+#include <vector>
+
+namespace platform {
+
+union SocketAddress {
+    sockaddr any;
+    sockaddr_in v4;
+    sockaddr_in6 v6;
+};
+
+/// A network adapter as the kernel has it.
+struct NetworkAdapter {
+    DWORD index = 0;
+    std::string name;
+    DWORD type = 0; ///< IF_TYPE_...
+    std::vector<SocketAddress> addresses;
+    std::vector<SocketAddress> gateways; ///< Of its default routes in the main table, IPv4 routes first.
+};
+
+/// In the kernel's order. `fn::IOException`. Thread-safe.
+std::vector<NetworkAdapter> listNetworkAdapters();
+
+} // namespace platform
