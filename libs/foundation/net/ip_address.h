@@ -1,0 +1,53 @@
+#pragma once
+#include "foundation/string.h"
+#include <array>
+#include <optional>
+#include <span>
+
+struct sockaddr;
+
+namespace fn {
+
+/// An IPv4 or IPv6 address. A link-local IPv6 address may have a scope: the index of the adapter by which it is reached.
+class FN_EXPORT IPAddress {
+public:
+    enum class Family : int { IPv4 = 0, IPv6 = 1 };
+
+    IPAddress() noexcept = default; ///< 0.0.0.0.
+    explicit IPAddress(const std::array<std::uint8_t, 4>& bytes) noexcept;
+    explicit IPAddress(const std::array<std::uint8_t, 16>& bytes, std::uint32_t scope = 0) noexcept;
+
+    /// From dotted digits, or IPv6 text with or without "%" and the number of the scope; anything else is none.
+    static std::optional<IPAddress> fromString(const String& text);
+
+    /// None for null, for another family and where `size` is too small for it.
+    static std::optional<IPAddress> fromSocketAddress(const sockaddr* address, std::size_t size);
+
+    Family family() const noexcept { return _family; }
+    const std::uint8_t* addr() const noexcept { return _bytes.data(); } ///< `length()` bytes in network order.
+    std::size_t length() const noexcept { return _family == Family::IPv4 ? 4 : 16; }
+    std::span<const std::uint8_t> bytes() const noexcept { return { addr(), length() }; }
+    std::uint32_t scope() const noexcept { return _scope; } ///< 0: none.
+
+    bool isWildcard() const noexcept; ///< 0.0.0.0 or ::
+    bool isLoopback() const noexcept;
+    bool isLinkLocal() const noexcept; ///< 169.254.0.0/16, fe80::/10
+    bool isMulticast() const noexcept;
+    bool isBroadcast() const noexcept; ///< 255.255.255.255
+    bool isUnicast() const noexcept { return !isWildcard() && !isMulticast() && !isBroadcast(); }
+
+    String toString() const; ///< As `fromString()` reads it.
+
+    /// The same family and bytes. The scope says where an address is reached, not which one it is.
+    friend bool operator==(const IPAddress& a, const IPAddress& b) noexcept
+    {
+        return a._family == b._family && a._bytes == b._bytes;
+    }
+
+private:
+    std::array<std::uint8_t, 16> _bytes {}; // Zero behind `length()`.
+    Family _family = Family::IPv4;
+    std::uint32_t _scope = 0;
+};
+
+} // namespace fn

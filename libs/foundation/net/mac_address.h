@@ -1,0 +1,30 @@
+#pragma once
+#include "foundation/string.h"
+#include <array>
+
+namespace fn {
+
+class IPAddress;
+
+/// The hardware address of a network adapter: six bytes.
+class FN_EXPORT MacAddress {
+public:
+    static constexpr std::size_t length = 6;
+
+    MacAddress() noexcept = default; ///< All zero.
+    explicit MacAddress(const std::array<std::uint8_t, length>& bytes) noexcept : _bytes(bytes) { }
+
+    /// Of the neighbour with that address, as this machine knows it at the moment. Nobody on the network is asked and
+    /// nothing is waited for. `fn::IOException` where it does not know it. Thread-safe.
+    static MacAddress fromIPAddress(const IPAddress& address);
+
+    const std::array<std::uint8_t, length>& bytes() const noexcept { return _bytes; }
+    String toString() const; ///< "00:11:22:aa:bb:cc"
+
+    friend bool operator==(const MacAddress&, const MacAddress&) noexcept = default;
+
+private:
+    std::array<std::uint8_t, length> _bytes {};
+};
+
+} // namespace fn
