@@ -94,10 +94,11 @@ void Plane::copyRows(unsigned char* to) const
         if (rows > 0 && rowBytes > 0) std::memcpy(to, source, rows * rowBytes);
         return;
     }
+    const auto rightBytes = stride - leftBytes - rowBytes;
     for (std::size_t row = 0; row < rows; ++row, to += stride) {
-        fill.write(to, leftBytes);
+        if (leftBytes > 0) fill.write(to, leftBytes);
         if (rowBytes > 0) std::memcpy(to + leftBytes, source + row * sourceStride, rowBytes);
-        fill.write(to + leftBytes + rowBytes, stride - leftBytes - rowBytes);
+        if (rightBytes > 0) fill.write(to + leftBytes + rowBytes, rightBytes);
     }
 }
 
