@@ -7,14 +7,15 @@
 #include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 // How files are changed while others write:
 //
 // Writers only append to what is under the descriptor. A file that has been renamed still takes their entries, whole and
-// in the order of each thread, so nothing is lost by writing to it a little longer. Looking at the path is what costs (as
-// much as a write, and it makes the next write dearer), so a target looks only now and then: after some bytes and some
-// milliseconds. It then sees a log that is full, and one that is not its own any more.
+// in the order of each thread, so nothing is lost by writing to it a little longer. Looking at the path costs as much
+// as a write, so a target looks only now and then: after some bytes and some milliseconds. It then sees a log that is
+// full, and one that is not its own any more.
 //
 // Who finds the log full takes the lock of the log's own inode, without waiting: if it is taken, somebody is about to do
 // the same. Under the lock the path is compared once more, since the inode may have been moved before. Only the holder
@@ -29,6 +30,16 @@ namespace {
 constexpr std::int64_t microsecondsBetweenLooks = 10'000;
 constexpr std::int64_t looksPerFile = 64;
 constexpr std::int64_t bytesBetweenLooksOfBoundless = 65'536;
+
+// One call that appends, whatever it says about an offset: the file is opened to append, and that is what Linux does
+// then. write() would make the threads of the process wait for each other over the position in the file.
+std::ptrdiff_t appendOnce(int descriptor, std::string_view text) noexcept
+{
+    std::ptrdiff_t count = -1;
+    do count = ::pwrite(descriptor, text.data(), text.size(), 0);
+    while (count < 0 && errno == EINTR);
+    return count;
+}
 
 } // namespace
 
@@ -81,12 +92,11 @@ void LogFileTarget::look(std::int64_t size)
 {
     auto room = bytesBetweenLooks();
     for (int steps = 0; steps < 4; ++steps) { // Open, rotate, open the next, see that it is right.
-        struct stat status = {};
-        const bool exists = ::stat(_path.c_str(), &status) == 0;
-        if (_descriptor.load() < 0 || !exists || _opened != Identity { status.st_dev, status.st_ino }) {
+        const auto log = stateOf(AT_FDCWD, _path.c_str());
+        if (_descriptor.load() < 0 || !log || log->identity != _opened) {
             if (!open()) break;
-        } else if (!isFull(status.st_size, size)) {
-            if (_maximumSize > 0) room = std::min(room, _maximumSize - status.st_size);
+        } else if (!isFull(log->size, size)) {
+            if (_maximumSize > 0) room = std::min(room, _maximumSize - log->size);
             break;
         } else if (!rotate(size)) {
             break;
@@ -106,15 +116,15 @@ bool LogFileTarget::open()
         opened = posix::open(_path, flags, 0600);
     }
     if (opened < 0) return false;
-    struct stat status = {};
-    bool usable = ::fstat(opened, &status) == 0;
+    const auto file = stateOf(opened, "");
+    bool usable = file.has_value();
     if (usable && _descriptor.load() < 0) {
         _descriptor.store(opened, std::memory_order_release);
     } else {
         usable = usable && ::dup3(opened, _descriptor.load(), O_CLOEXEC) >= 0;
         ::close(opened);
     }
-    if (usable) _opened = { status.st_dev, status.st_ino };
+    if (usable) _opened = file->identity;
     return usable;
 }
 
@@ -123,9 +133,8 @@ bool LogFileTarget::rotate(std::int64_t size)
 {
     const int descriptor = _descriptor.load();
     if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) return false;
-    struct stat status = {};
-    const bool stillFull = ::stat(_path.c_str(), &status) == 0 && _opened == Identity { status.st_dev, status.st_ino }
-        && isFull(status.st_size, size);
+    const auto log = stateOf(AT_FDCWD, _path.c_str());
+    const bool stillFull = log && log->identity == _opened && isFull(log->size, size);
     const bool done = !stillFull || moveFilesUp();
     ::flock(descriptor, LOCK_UN);
     return done;
@@ -136,8 +145,11 @@ bool LogFileTarget::moveFilesUp() const
 {
     if (_maximumCount <= 1) return ::unlink(_path.c_str()) == 0;
     // Up to the first free number: after a rotation that was broken off nothing is dropped too early.
+    const int last = _maximumCount - 1;
     int free = 1;
-    while (free < _maximumCount - 1 && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
+    while (free < last && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
+    // Not left to rename(): a file system may write out what replaces another file, and one waits for it.
+    if (free == last) ::unlink(numberedPath(last).c_str());
     for (int number = free; number > 0; --number) {
         if (::rename(numberedPath(number - 1).c_str(), numberedPath(number).c_str()) != 0) return false;
     }
@@ -149,11 +161,21 @@ LogFileTarget::Appended LogFileTarget::append(std::string_view text) noexcept
     const int descriptor = _descriptor.load(std::memory_order_relaxed);
     auto left = text;
     while (!left.empty()) {
-        const auto written = posix::write(descriptor, left.data(), left.size());
+        const auto written = appendOnce(descriptor, left);
         if (written <= 0) break;
         left.remove_prefix(static_cast<std::size_t>(written));
     }
     return left.empty() ? Appended::Whole : left.size() < text.size() ? Appended::Partly : Appended::Nothing;
+}
+
+// Nothing if there is no file. Not stat(): who asks for times makes the next write set them anew, which costs more than
+// the rest of it.
+std::optional<LogFileTarget::FileState> LogFileTarget::stateOf(int descriptor, const char* path)
+{
+    struct statx status = {};
+    if (::statx(descriptor, path, AT_EMPTY_PATH, STATX_INO | STATX_SIZE, &status) != 0) return {};
+    return FileState { { ::makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino },
+        static_cast<std::int64_t>(status.stx_size) };
 }
 
 // Whether an entry of `size` bytes must go to another file. An empty file takes an entry of any size.

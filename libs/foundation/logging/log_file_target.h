@@ -3,7 +3,7 @@
 #include "foundation/time/clock.h"
 #include <atomic>
 #include <mutex>
-#include <sys/types.h>
+#include <optional>
 
 namespace fn {
 
@@ -31,9 +31,13 @@ public:
 
 private:
     struct Identity {
-        dev_t device = 0;
-        ino_t inode = 0;
+        std::uint64_t device = 0;
+        std::uint64_t inode = 0;
         friend bool operator==(const Identity&, const Identity&) = default;
+    };
+    struct FileState {
+        Identity identity;
+        std::int64_t size = 0;
     };
     enum class Appended { Whole, Partly, Nothing };
 
@@ -45,6 +49,7 @@ private:
     bool rotate(std::int64_t size);
     bool moveFilesUp() const;
     Appended append(std::string_view text) noexcept;
+    static std::optional<FileState> stateOf(int descriptor, const char* path);
     bool isFull(std::int64_t fileSize, std::int64_t size) const;
     std::int64_t bytesBetweenLooks() const;
     String numberedPath(int number) const;

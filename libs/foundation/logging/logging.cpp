@@ -76,11 +76,10 @@ void writeFormatted(const Category& category, int priority, const Tag& tag, cons
     try {
         fmt::memory_buffer buffer;
         try {
-            fmt::vformat_to(std::back_inserter(buffer), format, arguments);
+            fmt::vformat_to(fmt::appender(buffer), format, arguments);
         } catch (const std::exception& problem) {
             buffer.clear();
-            fmt::format_to(
-                std::back_inserter(buffer), "Could not format the message \"{}\": {}", format, problem.what());
+            fmt::format_to(fmt::appender(buffer), "Could not format the message \"{}\": {}", format, problem.what());
         }
         write(category, priority, tag, site, std::string_view(buffer.data(), buffer.size()));
     } catch (...) {
