@@ -2,17 +2,27 @@
 #include "foundation/assertion.h"
 #include "foundation/time/local_date_time.h"
 #include <algorithm>
+#include <fmt/format.h>
 
 namespace core {
 namespace {
 
-constexpr int lineCharacters = 140;
+constexpr std::size_t lineCharacters = 140;
 constexpr std::size_t leastIndent = 47;
 
+/// The local date and time, to the second. Most messages come in the same second as the thread's last one, and finding
+/// out what the zone says costs more than to write the header.
 fn::DateTime localFields(fn::Duration sinceEpoch)
 {
-    const fn::LocalDateTime local { fn::Timestamp(sinceEpoch) };
-    return fn::DateTime(local.timestamp() + fn::Duration::seconds(local.timeZoneDifferential()));
+    thread_local std::int64_t lastSecond = INT64_MIN;
+    thread_local fn::DateTime last;
+    const auto second = sinceEpoch.totalMicroseconds() / 1'000'000 - (sinceEpoch.totalMicroseconds() % 1'000'000 < 0);
+    if (second != lastSecond) {
+        const fn::LocalDateTime local { fn::Timestamp(sinceEpoch) };
+        last = fn::DateTime(local.timestamp() + fn::Duration::seconds(local.timeZoneDifferential()));
+        lastSecond = second;
+    }
+    return last;
 }
 
 std::string_view priorityLabel(int priority)
@@ -36,11 +46,32 @@ std::string_view sourceName(std::string_view file)
     return name.substr(0, name.rfind('.'));
 }
 
-std::string header(const fn::DateTime& local, const fn::logging::Message& message)
+/// Text that grows without allocating as long as it is of the usual size.
+using Buffer = fmt::memory_buffer;
+
+void append(Buffer& buffer, std::string_view text) { buffer.append(text.data(), text.data() + text.size()); }
+
+void putTwoDigits(char* at, int number)
 {
-    return fmt::format("{:02}:{:02}:{:02} {} {} {}:{}", local.hour(), local.minute(), local.second(),
-        priorityLabel(message.priority), fn::String::numberHex(message.thread, 2, '0'), sourceName(message.file),
-        message.line);
+    at[0] = static_cast<char>('0' + number / 10);
+    at[1] = static_cast<char>('0' + number % 10);
+}
+
+/// "12:34:56 INF 0a dispatcher:212". By hand: a format string would cost more than all else that is done here.
+void appendHeader(Buffer& entry, const fn::DateTime& local, const fn::logging::Message& message)
+{
+    char start[] = "hh:mm:ss PRI ";
+    putTwoDigits(start, local.hour());
+    putTwoDigits(start + 3, local.minute());
+    putTwoDigits(start + 6, local.second());
+    priorityLabel(message.priority).copy(start + 9, 3);
+    append(entry, { start, 13 });
+    append(entry, fn::String::numberHex(message.thread, 2, '0'));
+    entry.push_back(' ');
+    append(entry, sourceName(message.file));
+    entry.push_back(':');
+    const fmt::format_int line(message.line);
+    append(entry, { line.data(), line.size() });
 }
 
 /// Bytes of the UTF-8 character at `offset`. A byte that begins none counts as a character, so that a line of nothing
@@ -73,9 +104,14 @@ bool canBreakAfter(std::string_view text, std::size_t offset)
 /// Where the line that begins at `begin` ends.
 std::size_t lineEnd(std::string_view text, std::size_t begin)
 {
+    // Most lines end here, and characters need not be counted.
+    const auto near = text.substr(begin, lineCharacters + 1);
+    const auto bytes = std::min(near.find('\n'), near.size());
+    if (bytes <= lineCharacters) return begin + bytes;
+
     const auto endsAt = [&](std::size_t offset) { return offset == text.size() || text[offset] == '\n'; };
     auto end = begin;
-    for (int characters = 0; characters < lineCharacters && !endsAt(end); ++characters) {
+    for (std::size_t characters = 0; characters < lineCharacters && !endsAt(end); ++characters) {
         end += characterBytes(text, end);
     }
     if (endsAt(end)) return end;
@@ -85,29 +121,30 @@ std::size_t lineEnd(std::string_view text, std::size_t begin)
     return end;
 }
 
-/// The message as it is written; nothing for an empty text.
-std::string formatEntry(const std::string& header, std::string_view text)
+/// Appends the message as it is written; nothing for an empty text.
+void formatEntry(Buffer& entry, const fn::DateTime& local, const fn::logging::Message& message)
 {
-    auto start = header + ' ';
-    if (start.size() % 2 != 0) start += ' ';
-    while (start.size() < std::max(header.size() + 1, leastIndent)) start += "- ";
+    const auto text = message.text.view();
+    if (text.empty()) return;
+    appendHeader(entry, local, message);
+    // Blanks up to an even column, then as many dashes as lead to the column of the text.
+    constexpr std::string_view filling = "  - - - - - - - - - - - - - - - - - - - - - - - ";
+    const auto blanks = entry.size() % 2 != 0 ? 1u : 2u;
+    const auto start = entry.size() + blanks;
+    const auto dashes = start < leastIndent ? (leastIndent - start + 1) / 2 : 0;
+    append(entry, filling.substr(2 - blanks, blanks + 2 * dashes));
 
-    std::string entry;
-    entry.reserve(start.size() + text.size() + 2);
+    const auto indent = entry.size();
     for (std::size_t begin = 0; begin < text.size();) {
         const auto end = lineEnd(text, begin);
         const auto line = text.substr(begin, end - begin);
         const bool isFirst = begin == 0;
         begin = end < text.size() && text[end] == '\n' ? end + 1 : end;
         if (!isFirst && line.empty() && begin == text.size()) break;
-        if (isFirst)
-            entry += start;
-        else
-            entry.append(start.size(), ' ');
-        entry += line;
-        entry += "\r\n";
+        if (!isFirst) append(entry, std::string(indent, ' '));
+        append(entry, line);
+        append(entry, "\r\n");
     }
-    return entry;
 }
 
 } // namespace
@@ -132,7 +169,9 @@ void FormattedSink::logMessage(const fn::logging::Category&, const fn::logging::
 {
     const auto local = localFields(message.time);
     announceDay(local);
-    _target->write(formatEntry(header(local, message), message.text));
+    Buffer entry;
+    formatEntry(entry, local, message);
+    _target->write(std::string_view(entry.data(), entry.size()));
 }
 
 } // namespace core
