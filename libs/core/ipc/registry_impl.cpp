@@ -105,6 +105,44 @@ void RegistryImpl::countDown(std::map<WorkerId, std::size_t>& counts, WorkerId w
     if (count != counts.end() && --count->second == 0) counts.erase(count);
 }
 
+// --- For inspectors
+
+std::size_t RegistryImpl::registrationCount() const
+{
+    std::size_t sum = 0;
+    for (const auto& [workerId, count] : _registrationCounts) sum += count;
+    return sum;
+}
+
+std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::size_t skip, std::size_t most) const
+{
+    std::vector<RegistrationInfo> found;
+    for (const auto& [className, entry] : _entries) {
+        for (const auto& [place, registration] : entry) {
+            if (found.size() == most) return found;
+            if (skip > 0)
+                --skip;
+            else
+                found.push_back({ className, place.first, registration.reference->objectId(), registration.registeredBy,
+                    registration.hidden });
+        }
+    }
+    return found;
+}
+
+std::vector<RegistryImpl::WaiterInfo> RegistryImpl::waiters(std::size_t skip, std::size_t most) const
+{
+    std::vector<WaiterInfo> found;
+    for (const auto& [key, waiter] : _waiters) {
+        if (found.size() == most) return found;
+        if (skip > 0)
+            --skip;
+        else
+            found.push_back({ key.first, waiter.context.workerId });
+    }
+    return found;
+}
+
 // --- Registering
 
 void RegistryImpl::registerInstance(const CallContext& context, const fn::Value& argument)

@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <utility>
+#include <vector>
 
 namespace ipc {
 
@@ -14,6 +15,24 @@ namespace ipc {
 class FN_EXPORT RegistryImpl final : public CallableObjectInstance {
 public:
     explicit RegistryImpl(Worker& worker);
+
+    // What is registered and awaited, for inspectors: `most` of them behind the first `skip`.
+    struct RegistrationInfo {
+        fn::String className;
+        std::int32_t priority;
+        ObjectId objectId;
+        WorkerId registeredBy;
+        bool hidden;
+    };
+    struct WaiterInfo {
+        fn::String className;
+        WorkerId workerId;
+    };
+    std::vector<RegistrationInfo> registrations(
+        std::size_t skip, std::size_t most) const; ///< Of a class, as looked up.
+    std::vector<WaiterInfo> waiters(std::size_t skip, std::size_t most) const;
+    std::size_t registrationCount() const;
+    std::size_t waiterCount() const { return _waiters.size(); }
 
     /// A worker has died: nobody is left to answer. Its registrations end with its objects.
     void forgetWorker(WorkerId workerId);

@@ -11,6 +11,7 @@
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
 #include "foundation/value_map.h"
+#include <algorithm>
 
 #define LOG(priority, ...) \
     FN_LOG_TO( \
@@ -113,6 +114,15 @@ void Dispatcher::workerDidConnect(Worker& worker)
     worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
     for (; _waitingConnections > 0; --_waitingConnections) accept();
     _onReady.fireOnce();
+}
+
+std::vector<Dispatcher::WorkerStatistics> Dispatcher::workers() const
+{
+    std::vector<WorkerStatistics> statistics;
+    statistics.reserve(_workers.size());
+    for (const auto& [id, connection] : _workers) statistics.push_back(connection->statistics());
+    std::ranges::sort(statistics, {}, [](const WorkerStatistics& worker) { return worker.info.workerId; });
+    return statistics;
 }
 
 // --- Messages

@@ -35,6 +35,16 @@ public:
         fn::String toString() const; ///< "Media (t1, 3)", without a tag "Media (3)".
     };
 
+    /// What one participant does, for inspectors: frames of all kinds and their bytes, since it has connected.
+    struct FN_EXPORT WorkerStatistics {
+        WorkerInfo info;
+        std::uint64_t framesReceived = 0; ///< By the hub, from it.
+        std::uint64_t bytesReceived = 0;
+        std::uint64_t framesSent = 0; ///< To it; some of their bytes may still wait.
+        std::uint64_t bytesSent = 0; ///< Taken by the system.
+        std::size_t bytesWaiting = 0;
+    };
+
     /// `timeout`: how long a PING may stay unanswered. Pings are sent every third of it, at least 1 ms apart.
     Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout);
     ~Dispatcher() override; ///< Sends nothing.
@@ -49,6 +59,11 @@ public:
     const fn::AutoPtr<fn::uv::PipeStream>& pipeStream() const { return _pipeStream; } ///< Empty before `bind()`.
     fn::uv::Loop& loop() const { return _loop; }
     Worker& worker() { return *_worker; } ///< The dispatcher's own worker: services of the main process live on it.
+
+    // For inspectors.
+    std::vector<WorkerStatistics> workers() const; ///< Those that have said HELLO, ascending by id.
+    const UsageCounts& usageCounts() const { return _counts; }
+    const fn::AutoPtr<RegistryImpl>& registryImpl() const { return _registry; } ///< Empty before `onReady()`.
 
     /// Its own worker is participant 0, registry and message bus are there. Fires once.
     fn::Signal<>& onReady() { return _onReady; }

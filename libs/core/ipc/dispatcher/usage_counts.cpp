@@ -1,6 +1,7 @@
 #include "core/ipc/dispatcher/usage_counts.h"
 #include "foundation/assertion.h"
 #include <algorithm>
+#include <iterator>
 
 namespace ipc {
 namespace {
@@ -32,6 +33,24 @@ std::uint32_t UsageCounts::sentCount(ObjectId objectId) const
 {
     const auto found = _entries.find(objectId);
     return found == _entries.end() ? 0 : found->second.sent;
+}
+
+std::size_t UsageCounts::ownedCount(WorkerId owner) const
+{
+    const auto index = _index.find(owner);
+    return index == _index.end() ? 0 : index->second.owned.size();
+}
+
+std::vector<ObjectId> UsageCounts::owned(WorkerId owner, ObjectId from, std::size_t most) const
+{
+    std::vector<ObjectId> ids;
+    const auto index = _index.find(owner);
+    if (index == _index.end()) return ids;
+    std::ranges::copy_if(index->second.owned, std::back_inserter(ids), [from](ObjectId id) { return id >= from; });
+    const auto end = ids.begin() + static_cast<std::ptrdiff_t>(std::min(most, ids.size()));
+    std::ranges::partial_sort(ids, end);
+    ids.erase(end, ids.end());
+    return ids;
 }
 
 bool UsageCounts::canCount(

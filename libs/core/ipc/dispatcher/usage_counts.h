@@ -66,6 +66,11 @@ public:
     std::size_t objectCount() const noexcept { return _entries.size(); }
     std::uint32_t sentCount(ObjectId objectId) const;
 
+    // For inspectors: the objects of one worker that are counted.
+    std::size_t ownedCount(WorkerId owner) const;
+    std::vector<ObjectId> owned(
+        WorkerId owner, ObjectId from, std::size_t most) const; ///< The lowest ids from `from` on.
+
 private:
     struct Entry {
         std::uint32_t sent = 0;

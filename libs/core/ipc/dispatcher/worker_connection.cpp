@@ -9,6 +9,11 @@
         "libs/core/ipc/dispatcher", __VA_ARGS__)
 
 namespace ipc {
+namespace {
+
+constexpr std::uint64_t frameHeaderBytes = 4;
+
+} // namespace
 
 Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
     : _dispatcher(dispatcher),
@@ -28,7 +33,11 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
             _dispatcher.onWorkerEOS(self);
         })
         .detach();
-    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return handlePlainly(body); });
+    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) {
+        ++_framesReceived;
+        _bytesReceived += frameHeaderBytes + body.size();
+        return handlePlainly(body);
+    });
     _messageHelper.onMessage()
         .connect([this](const fn::Value& message, unsigned int length) {
             const fn::AutoPtr self(this);
@@ -80,6 +89,11 @@ void Dispatcher::WorkerConnection::identify(WorkerInfo info)
     if (isOwnWorker()) _messageHelper.setMaxReadBytes(limits::workerFrameBytes);
 }
 
+Dispatcher::WorkerStatistics Dispatcher::WorkerConnection::statistics() const
+{
+    return { _info, _framesReceived, _bytesReceived, _framesSent, _stream->sentBytes(), _stream->queuedBytes() };
+}
+
 void Dispatcher::WorkerConnection::onHelloOverdue()
 {
     const fn::AutoPtr self(this);
@@ -100,6 +114,7 @@ Frame Dispatcher::WorkerConnection::encode(const fn::Value& message)
 void Dispatcher::WorkerConnection::send(const Frame& frame)
 {
     if (isClosed()) return;
+    ++_framesSent;
     _messageHelper.send(frame);
     if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]]
         watchQueue();

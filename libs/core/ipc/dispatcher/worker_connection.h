@@ -22,6 +22,7 @@ public:
     bool isIdentified() const { return _isIdentified; }
     bool isOwnWorker() const { return _isIdentified && _info.workerId == 0; }
     bool isClosed() const { return !_stream || _stream->isClosed(); }
+    WorkerStatistics statistics() const;
 
     static Frame encode(const fn::Value& message); ///< Larger than any receiver takes: `fn::RangeException`.
     void send(const fn::Value& message);
@@ -58,6 +59,9 @@ private:
     fn::Handle _helloTimer;
     fn::Handle _queueTimer; // Runs while more waits for this connection than a stalled one may have.
     std::vector<fn::AutoPtr<WorkerConnection>> _waitingSenders; // Not read until this connection has taken half.
+    std::uint64_t _framesReceived = 0;
+    std::uint64_t _bytesReceived = 0;
+    std::uint64_t _framesSent = 0;
     int _pauses = 0; // Receivers for whose sake this connection is not read.
     bool _isIdentified = false;
     bool _isPongAwaited = false;

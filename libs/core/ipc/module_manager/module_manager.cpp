@@ -20,6 +20,16 @@ void ModuleManager::start()
 
 void ModuleManager::stop() { _state->stop(); }
 
+std::vector<ModuleStatus> ModuleManager::modules() const { return _state->modules(); }
+
+std::function<std::vector<ModuleStatus>()> ModuleManager::modulesSource() const
+{
+    return [weak = fn::WeakPtr(_state)] {
+        const auto state = weak.lock();
+        return state ? state->modules() : std::vector<ModuleStatus>();
+    };
+}
+
 fn::Signal<fn::String>& ModuleManager::onFatalError() { return _state->onFatalError; }
 fn::Signal<>& ModuleManager::onAllModulesConnected() { return _state->onAllModulesConnected; }
 fn::Signal<fn::String>& ModuleManager::onModuleNotResponding() { return _state->onModuleNotResponding; }

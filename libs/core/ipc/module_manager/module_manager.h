@@ -1,7 +1,9 @@
 #pragma once
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/module_manager/module_definition.h"
+#include "core/ipc/module_manager/module_status.h"
 #include "foundation/signal.h"
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -29,6 +31,10 @@ public:
     void start();
 
     void stop(); ///< From now on nothing is relaunched. Running modules are left alone.
+
+    std::vector<ModuleStatus> modules() const; ///< In the order given.
+    /// Tells what `modules()` tells, for those who may outlive the manager or see it move: nothing once it has gone.
+    std::function<std::vector<ModuleStatus>()> modulesSource() const;
 
     fn::Signal<fn::String>& onFatalError(); ///< With a message for people.
     fn::Signal<>& onAllModulesConnected(); ///< Again each time a relaunched module completes the set.

@@ -96,6 +96,7 @@ bool ModuleManager::State::launchModule(ModuleState& module)
         module.definition->launch(_dispatcher, module.workerTag);
         module.connectionTimer =
             fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
+        module.overdue = false;
         return true;
     } catch (const std::exception& exception) {
         const fn::String message =
@@ -114,6 +115,26 @@ void ModuleManager::State::restart(ModuleState& module)
         const auto self = weak.lock();
         if (self && !self->_stopped && !self->_dispatcherToken.expired()) self->launchModule(module);
     }).detach();
+}
+
+std::vector<ModuleStatus> ModuleManager::State::modules() const
+{
+    std::vector<Dispatcher::WorkerStatistics> workers;
+    if (!_dispatcherToken.expired()) workers = _dispatcher.workers();
+    const auto stateOf = [&](const ModuleState& module) {
+        if (module.launches == 0) return ModuleStatus::State::NotLaunched;
+        const bool isRunning = std::ranges::any_of(
+            workers, [&](const Dispatcher::WorkerStatistics& worker) { return worker.info.tag == module.workerTag; });
+        if (isRunning) return ModuleStatus::State::Running;
+        return module.connectionTimer && !module.overdue ? ModuleStatus::State::Launching : ModuleStatus::State::Ended;
+    };
+    std::vector<ModuleStatus> statuses;
+    for (const auto& module : _modules) {
+        auto& definition = *module.definition;
+        statuses.push_back({ definition.name(), module.workerTag, stateOf(module), definition.isSeparateProcess(),
+            module.launches, module.timeouts });
+    }
+    return statuses;
 }
 
 // --- What happens to modules
@@ -161,6 +182,7 @@ void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
 {
     const fn::AutoPtr self(this);
     const auto name = module.definition->name();
+    module.overdue = true;
     if (++module.timeouts <= toleratedTimeouts) {
         LOG(2, "Module {} timed out at launch, will attempt to restart", name);
         module.definition->kill();

@@ -12,6 +12,7 @@ public:
         std::unique_ptr<ModuleDefinition> definition;
         fn::String workerTag; ///< Of the current launch; empty before the first.
         fn::Handle connectionTimer; ///< Set from a launch until the worker connects or the process exits, fired or not.
+        bool overdue = false; ///< The connection timer has fired.
         int timeouts = 0; ///< Connection time-outs, ever.
         int launches = 0; ///< Ever.
         bool connected = false; ///< Has connected once.
@@ -22,6 +23,7 @@ public:
     void connectSignals();
     void start();
     void stop() { _stopped = true; }
+    std::vector<ModuleStatus> modules() const;
 
     fn::Signal<fn::String> onFatalError;
     fn::Signal<> onAllModulesConnected;
