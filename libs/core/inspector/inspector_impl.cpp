@@ -1,0 +1,31 @@
+#include "core/inspector/inspector_impl.h"
+#include "core/inspector/inspector_reference.h"
+
+namespace core {
+
+InspectorImpl::InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& inspector)
+    : CallableObjectInstance(worker),
+      _inspector(inspector)
+{
+    inspector->_published = fn::WeakPtr(this);
+}
+
+InspectorImpl::~InspectorImpl() = default;
+
+fn::AutoPtr<ipc::ObjectReference> InspectorImpl::createReference(ipc::ObjectReferenceInitializer& initializer)
+{
+    return fn::makeAuto<InspectorReference>(initializer);
+}
+
+void InspectorImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
+{
+    if (name != "inspect") return;
+    _inspector->_published = fn::WeakPtr(this); // The answer takes the way of the call, whoever else publishes it.
+    try {
+        _inspector->inspect(argument.get("action"), argument.get("refererAction"), context);
+    } catch (...) {
+        sendError(context, std::current_exception());
+    }
+}
+
+} // namespace core

@@ -1,0 +1,379 @@
+// Inspectors published, listed and asked through a real dispatcher. What can break here: a result that changes on its way, two
+// inspectors under one key, a registration that outlives its publisher or keeps a place it has given up, an answer that comes
+// after its object, a stranger who makes the service hold without bound or end.
+#include "core/app_info.h"
+#include "core/inspector/inspection_result_writer.h"
+#include "core/inspector/inspector.h"
+#include "core/inspector/inspector_registry.h"
+#include "core/inspector/limits.h"
+#include "core/inspector/register_inspector_registry.h"
+#include "core/ipc/object/object_dead_exception.h"
+#include "foundation/exceptions.h"
+#include "foundation/time/clock.h"
+#include "foundation/value_map.h"
+#include "support/peer.h"
+#include "support/worker.h"
+#include <gtest/gtest.h>
+
+namespace {
+
+using core::InspectionResult;
+using core::InspectionResultWriter;
+using core::Inspector;
+using fn::Value;
+using test::Outcome;
+
+constexpr const char* keyOfDisks = "fUhlfDbNF0+VcEK+XoE6D19FEMx9E63n93u7C6KZjrE=";
+
+/// Shows what it was asked, or throws.
+class EchoInspector final : public Inspector {
+public:
+    EchoInspector() { ++alive; }
+    ~EchoInspector() override { --alive; }
+    using Inspector::inspect;
+    InspectionResult inspect(const Value& action, const Value& refererAction) override
+    {
+        if (action == Value("fail")) throw fn::RangeException("there is no such page");
+        InspectionResult result;
+        InspectionResultWriter(result).append(action.toString()).append(refererAction.toString(), 7);
+        return result;
+    }
+    static inline int alive = 0;
+};
+
+/// Answers when the test says so.
+class SlowInspector final : public Inspector {
+public:
+    using Inspector::inspect;
+    void inspect(const Value&, const Value&, const CallContext& context) override { waiting.push_back(context); }
+    void answer()
+    {
+        InspectionResult result;
+        InspectionResultWriter(result).append("at last");
+        for (const auto& context : waiting) sendResult(context, result);
+    }
+    std::vector<CallContext> waiting;
+};
+
+class InspectorTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        dispatcher.onReady().connect([this] { core::registerInspectorRegistry(dispatcher.worker()); }).detach();
+        dispatcher.bind();
+        dispatcher.start();
+        publisher = join("Publisher");
+        browser = join("Browser");
+        publishing = service(*publisher);
+        browsing = service(*browser);
+    }
+
+    std::unique_ptr<test::Client> join(const char* name)
+    {
+        auto client = std::make_unique<test::Client>(loop, dispatcher.pipePath(), name);
+        client->worker->registerObjectReferenceClass<core::InspectorRegistry>();
+        EXPECT_TRUE(test::runUntil(loop, [&] { return client->isConnected(); }));
+        return client;
+    }
+
+    /// What a call made on the loop gives.
+    template <typename Call> Outcome ask(Call call)
+    {
+        Outcome outcome;
+        loop.post([&] { outcome.observe(call()); });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
+        return outcome;
+    }
+
+    fn::AutoPtr<core::InspectorRegistry> service(test::Client& client)
+    {
+        return ask(
+            [&] { return client.worker->registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20)); })
+            .value()
+            .object<core::InspectorRegistry>();
+    }
+
+    Value publish(const char* name, const fn::AutoPtr<Inspector>& inspector)
+    {
+        return ask([&] { return publishing->registerInspector(name, inspector); }).value();
+    }
+
+    std::map<fn::String, fn::String> all()
+    {
+        return *askFor<std::map<fn::String, fn::String>>([&] { return browsing->allInspectors(); });
+    }
+
+    fn::AutoPtr<core::InspectorReference> find(const fn::String& key)
+    {
+        return ask([&] { return browsing->getInspector(key); }).value().object<core::InspectorReference>();
+    }
+
+    /// The same for results that no Value holds; fails the test where there is none.
+    template <typename T, typename Call> std::shared_ptr<T> askFor(Call call)
+    {
+        auto result = std::make_shared<T>();
+        bool isOver = false;
+        loop.post([&] {
+            call().then(
+                [&](T&& value) {
+                    *result = std::move(value);
+                    isOver = true;
+                },
+                [&](std::exception_ptr) { isOver = true; });
+        });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return isOver; }));
+        return result;
+    }
+
+    Value inspect(core::InspectorReference& inspector, const Value& action, const Value& refererAction = {})
+    {
+        return askFor<InspectionResult>([&] { return inspector.inspect(action, refererAction); })->serialize();
+    }
+
+    void settle() { test::runTurns(loop, 60); }
+
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    ipc::Dispatcher dispatcher { loop, fn::Duration::seconds(300) };
+    std::unique_ptr<test::Client> publisher, browser;
+    fn::AutoPtr<core::InspectorRegistry> publishing, browsing;
+};
+
+Value textOf(const char* text) { return Value::map({ { "items", Value::array({ text }) } }); }
+
+} // namespace
+
+TEST(InspectionResultTest, ComesBackFromItsSerializedForm)
+{
+    InspectionResult result;
+    InspectionResultWriter(result).append("first").append("second", 7).append("third", "");
+    const auto second = Value::map({ { "text", "second" }, { "action", 7 } });
+    const auto third = Value::map({ { "text", "third" }, { "action", "" } });
+    EXPECT_EQ(result.serialize(), Value::map({ { "items", Value::array({ "first", second, third }) } }));
+    const auto back = InspectionResult::deserialize(result.serialize());
+    ASSERT_EQ(back.items.size(), 3u);
+    EXPECT_EQ(back.items[0].text, "first");
+    EXPECT_TRUE(back.items[0].action.isNil());
+    EXPECT_EQ(back.items[1].action, Value(7));
+
+    for (const auto& action : { Value(), Value(Value::array({ 1, "x" })) }) {
+        result.redirectAction = action;
+        EXPECT_EQ(result.serialize(), Value::map({ { "redirectAction", action } }));
+        const auto redirection = InspectionResult::deserialize(result.serialize());
+        EXPECT_EQ(redirection.redirectAction, action);
+        EXPECT_TRUE(redirection.items.empty());
+    }
+}
+
+TEST(InspectionResultTest, ReadsUnexpectedShapesAsEmpty)
+{
+    const auto lines = Value::array({ 5, Value::array({ "x" }), {}, Value::map({ { "action", 1 } }),
+        Value::map({ { "text", 12 } }), Value::map({ { 3, 4 } }) });
+    const auto result = InspectionResult::deserialize(Value::map({ { "items", lines } }));
+    std::vector<std::string> seen;
+    for (const auto& [text, action] : result.items) seen.push_back(fmt::format("{}/{}", text, action.toString()));
+    EXPECT_EQ(seen, (std::vector<std::string> { "/nil", "/nil", "/nil", "/1", "12/nil", "/nil" }));
+
+    for (const auto& value : { Value(), Value("items"), Value::array({ "items" }), Value(3), Value(Value::MAP),
+             Value::map({ { "items", "text" } }), Value::map({ { "items", Value::map({ { 0, "a" } }) } }) }) {
+        const auto other = InspectionResult::deserialize(value);
+        EXPECT_FALSE(other.redirectAction) << value;
+        EXPECT_TRUE(other.items.empty()) << value;
+    }
+}
+
+TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
+{
+    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1));
+    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(2));
+    EXPECT_EQ(publish("", fn::makeAuto<EchoInspector>()), Value(3));
+    const auto names = all();
+    ASSERT_EQ(names.size(), 3u);
+    ASSERT_TRUE(names.contains(keyOfDisks));
+    std::vector<fn::String> others;
+    for (const auto& [key, name] : names) {
+        if (name == "Disks" && key != keyOfDisks) others.push_back(key);
+    }
+    ASSERT_EQ(others.size(), 1u);
+    EXPECT_EQ(others[0].size(), 36u) << "a UUID";
+    const auto first = find(keyOfDisks);
+    const auto second = find(others[0]);
+    ASSERT_TRUE(first && second);
+    EXPECT_NE(first->objectId(), second->objectId());
+    EXPECT_FALSE(find("no such key"));
+
+    // The first one's key becomes free with it, ids do not.
+    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(1); }).isFulfilled());
+    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(1); }).isFulfilled());
+    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(0); }).isFulfilled());
+    EXPECT_FALSE(all().contains(keyOfDisks));
+    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
+    EXPECT_TRUE(all().contains(keyOfDisks));
+    EXPECT_TRUE(all().contains(others[0]));
+}
+
+TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
+{
+    publish("Disks", fn::makeAuto<EchoInspector>());
+    const auto inspector = find(keyOfDisks);
+    const auto action = Value::map({ { "page", Value::array({ 1, 2.5, {} }) } });
+    EXPECT_EQ(inspect(*inspector, action, "start"),
+        Value::map({ { "items",
+            Value::array({ action.toString(), Value::map({ { "text", "start" }, { "action", 7 } }) }) } }));
+    Outcome failed;
+    loop.post([&] { failed.observe(inspector->callMethod("inspect", Value::map({ { "action", "fail" } }))); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return failed.isOver(); }));
+    EXPECT_EQ(failed.error(), "RangeException: there is no such page");
+
+    // Without arguments both actions are nil; other methods are not answered.
+    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(),
+        Value::map({ { "items", Value::array({ "nil", Value::map({ { "text", "nil" }, { "action", 7 } }) }) } }));
+    Outcome unanswered;
+    loop.post([&] { unanswered.observe(inspector->callMethod("expect", {})); });
+    settle();
+    EXPECT_FALSE(unanswered.isOver());
+}
+
+TEST_F(InspectorTest, IsHeldByItsRegistrationAlone)
+{
+    const int before = EchoInspector::alive;
+    const auto id = publish("Disks", fn::makeAuto<EchoInspector>());
+    settle();
+    EXPECT_EQ(EchoInspector::alive, before + 1);
+    ask([&] { return browsing->unregisterInspector(id.to<unsigned>()); });
+    EXPECT_TRUE(test::runUntil(loop, [&] { return EchoInspector::alive == before; }));
+}
+
+TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
+{
+    const auto slow = fn::makeAuto<SlowInspector>();
+    const auto id = publish("Disks", slow);
+    auto inspector = find(keyOfDisks);
+    std::vector<InspectionResult> results;
+    const auto call = [&] {
+        loop.post([&] {
+            inspector->inspect({}, {}).then([&](InspectionResult&& result) { results.push_back(std::move(result)); });
+        });
+        const auto asked = slow->waiting.size();
+        ASSERT_TRUE(test::runUntil(loop, [&] { return slow->waiting.size() > asked; }));
+    };
+    call();
+    call();
+    EXPECT_TRUE(results.empty());
+    loop.post([&] { slow->answer(); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return results.size() == 2; }));
+    EXPECT_EQ(results[1].serialize(), textOf("at last"));
+
+    // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
+    ask([&] { return publishing->unregisterInspector(id.to<unsigned>()); });
+    call();
+    loop.post([&] { slow->answer(); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return results.size() == 3; }));
+    inspector.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return slow->referenceCount() == 1; }));
+    slow->answer();
+    settle();
+    EXPECT_EQ(results.size(), 3u);
+}
+
+TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
+{
+    publish("Disks", fn::makeAuto<EchoInspector>());
+    const auto slow = fn::makeAuto<SlowInspector>();
+    publish("Slow", slow);
+    const auto other = ask([&] { return browsing->registerInspector("Other", fn::makeAuto<EchoInspector>()); });
+    const auto keyOfSlow = fn::ByteArray(std::string_view("Slow")).SHA256().base64(0);
+    const auto inspector = find(keyOfSlow);
+    Outcome pending;
+    loop.post([&] { pending.observe(inspector->callMethod("inspect", {})); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
+
+    publisher->worker->stop();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return pending.isOver(); }));
+    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    settle();
+    const auto names = all();
+    EXPECT_EQ(names.size(), 1u);
+    EXPECT_EQ(names.begin()->second, "Other");
+    EXPECT_FALSE(find(keyOfDisks));
+    slow->answer(); // Into the void.
+
+    // Its successor takes the place, under an id of its own.
+    publisher = join("Publisher");
+    publishing = service(*publisher);
+    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
+    ASSERT_TRUE(find(keyOfDisks));
+}
+
+TEST_F(InspectorTest, PublishesFromTheServicesOwnWorkerAlike)
+{
+    loop.post([&] { core::registerInspectorRegistry(*publisher->worker); });
+    settle();
+    const auto registry = service(*publisher); // The latest one: its own, reached locally.
+    ASSERT_TRUE(registry->local());
+    const auto slow = fn::makeAuto<SlowInspector>();
+    const auto echo = fn::makeAuto<EchoInspector>();
+    Outcome outcomes[3];
+    loop.post([&] {
+        outcomes[0].observe(registry->registerInspector("Slow", slow));
+        outcomes[1].observe(registry->registerInspector("Disks", echo));
+        outcomes[2].observe(registry->registerInspector("Twice", echo));
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return outcomes[2].isOver(); }));
+    browsing = service(*browser);
+    for (const auto& [key, name] : all()) {
+        if (name == "Slow") continue;
+        const auto inspector = find(key);
+        ASSERT_TRUE(inspector);
+        EXPECT_EQ(inspect(*inspector, "hello").get("items")[0], Value("hello")) << name;
+    }
+}
+
+TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
+{
+    const auto call = [&](const char* method, const Value& argument) {
+        auto outcome = ask([&] { return browsing->callMethod(method, argument); });
+        return outcome.isFulfilled() ? outcome.value().toString().toStdString() : outcome.error();
+    };
+    const auto service = fn::makeAuto<test::Service>(*browser->worker);
+    const fn::String tooLong(std::string(core::limits::inspectorNameBytes + 1, 'x'));
+    EXPECT_EQ(call("registerInspector", {}), "RuntimeException: Only an inspector can be registered");
+    EXPECT_EQ(call("registerInspector", Value::map({ { "name", "a" }, { "reference", service } })),
+        "RuntimeException: Only an inspector can be registered");
+    EXPECT_EQ(call("registerInspector", Value::map({ { "reference", "text" } })),
+        "RangeException: Value can not be converted to object");
+    EXPECT_EQ(
+        call("unregisterInspector", -1), "RangeException: Value can not be converted to requested type without loss");
+    EXPECT_EQ(
+        call("unregisterInspector", "one"), "RangeException: Value can not be implicitly converted to integral type");
+    EXPECT_EQ(call("getInspector", Value::array({})), "nil");
+    EXPECT_EQ(ask([&] { return publishing->registerInspector(tooLong, fn::makeAuto<EchoInspector>()); }).error(),
+        "RuntimeException: The name of the inspector is too long");
+    EXPECT_TRUE(all().empty());
+    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1)) << "what was refused took no id";
+}
+
+TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
+{
+    // One object under many names: what is counted is registrations.
+    publish("First", fn::makeAuto<EchoInspector>());
+    const auto first = find(all().begin()->first);
+    std::size_t registered = 0;
+    loop.post([&] {
+        for (std::size_t i = 0; i < core::limits::inspectorsOfWorker; ++i) {
+            const auto argument = Value::map({ { "name", i }, { "reference", first } });
+            browsing->callMethod("registerInspector", argument).then([&](Value&&) { ++registered; });
+        }
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return registered == core::limits::inspectorsOfWorker; }));
+    const auto again = Value::map({ { "name", "one more" }, { "reference", first } });
+    EXPECT_EQ(ask([&] { return browsing->callMethod("registerInspector", again); }).error(),
+        "RuntimeException: Too many inspectors of one worker are registered");
+    EXPECT_EQ(publish("Others may", fn::makeAuto<EchoInspector>()), Value(core::limits::inspectorsOfWorker + 2));
+    ask([&] { return publishing->unregisterInspector(5); });
+    EXPECT_TRUE(ask([&] { return browsing->callMethod("registerInspector", again); }).isFulfilled());
+    publisher->worker->stop();
+    settle();
+    EXPECT_TRUE(all().empty()) << "all were its inspector";
+}

@@ -1,0 +1,268 @@
+// The inspectors of the object system beside the system itself. What can break here: numbers that are not true, entries that
+// are skipped or shown twice between two pages, a view that touches what has gone.
+#include "core/app_info.h"
+#include "core/inspector/dispatcher_inspector.h"
+#include "core/inspector/inspector_registry.h"
+#include "core/inspector/limits.h"
+#include "core/inspector/modules_inspector.h"
+#include "core/inspector/register_inspector_registry.h"
+#include "core/inspector/registry_inspector.h"
+#include "foundation/exceptions.h"
+#include "foundation/time/clock.h"
+#include "support/peer.h"
+#include "support/worker.h"
+#include <gmock/gmock.h>
+
+namespace {
+
+using fn::Value;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+std::vector<std::string> textsOf(core::Inspector& inspector, const Value& action = {})
+{
+    std::vector<std::string> texts;
+    for (const auto& item : inspector.inspect(action, {}).items) texts.push_back(item.text.toStdString());
+    return texts;
+}
+
+/// All lines, followed from page to page by the lines that begin with `more`.
+std::vector<std::string> allTextsOf(core::Inspector& inspector, Value action, std::string_view more)
+{
+    std::vector<std::string> texts;
+    for (int page = 0; page < 5; ++page) {
+        const auto items = inspector.inspect(action, {}).items;
+        for (const auto& item : items) {
+            if (!item.text.view().starts_with(more)) texts.push_back(item.text.toStdString());
+        }
+        if (items.empty() || !items.back().text.view().starts_with(more)) return texts;
+        action = items.back().action;
+    }
+    return { "endless" };
+}
+
+Value workerAction(ipc::WorkerId id) { return Value::map({ { "worker", id } }); }
+
+/// Where a message gets to its worker and no further.
+ipc::ObjectId unknownObject(ipc::WorkerId owner) { return (ipc::ObjectId(9999) << 16) + owner; }
+
+class SystemInspectorsTest : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        dispatcher->bind();
+        dispatcher->start();
+        client = std::make_unique<test::Client>(loop, dispatcher->pipePath(), "Client");
+        ASSERT_TRUE(test::runUntil(loop, [&] { return client->isConnected(); }));
+        workers = fn::makeAuto<core::DispatcherInspector>(*dispatcher);
+        registry = fn::makeAuto<core::RegistryInspector>(dispatcher->registryImpl());
+    }
+
+    std::unique_ptr<test::Peer> connect(const char* name, const char* tag = "")
+    {
+        auto peer = std::make_unique<test::Peer>(loop, dispatcher->pipePath());
+        peer->hello(name, tag);
+        EXPECT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
+        return peer;
+    }
+
+    Value call(const char* method, const Value& argument)
+    {
+        test::Outcome outcome;
+        loop.post([&] { outcome.observe(client->worker->registry()->callMethod(method, argument)); });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
+        return outcome.value();
+    }
+
+    void settle() { test::runTurns(loop, 40); }
+
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    std::unique_ptr<ipc::Dispatcher> dispatcher = std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(300));
+    std::unique_ptr<test::Client> client;
+    fn::AutoPtr<core::DispatcherInspector> workers;
+    fn::AutoPtr<core::RegistryInspector> registry;
+};
+
+/// A module whose process is the test.
+class FakeModule final : public ipc::ModuleDefinition {
+public:
+    bool runsMainLoop() override { return false; }
+    void launch(ipc::Dispatcher&, const fn::String& workerTag) override { tag = workerTag; }
+    void kill() override { }
+    bool isSeparateProcess() override { return true; }
+    std::optional<fn::String> executablePath() override { return std::nullopt; }
+    fn::String name() override { return "fake"; }
+    fn::String tag;
+};
+
+} // namespace
+
+TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
+{
+    auto peer = connect("Peer", "tag");
+    const auto id = peer->id();
+    const auto target = client->worker->workerId();
+    const auto shared = test::objectMessage(unknownObject(target), target, {}, { { id, "x" }, { id + 65536u, "y" } });
+    const auto plain = test::objectMessage(unknownObject(0), 0, "for nobody");
+    peer->send(shared);
+    peer->send(shared);
+    peer->send(plain);
+    settle();
+    const auto hello = Value::map({ { 1, 1 }, { 2, "Peer" }, { 3, "tag" } });
+    const auto bytesIn = test::frame(hello).size() + 2 * test::frame(shared).size() + test::frame(plain).size();
+    std::size_t bytesOut = 0;
+    for (const auto& message : peer->messages()) bytesOut += test::frame(message).size();
+
+    EXPECT_THAT(textsOf(*workers, workerAction(id)),
+        ElementsAre(fmt::format("Peer (tag, {})", id), fmt::format("Messages in: 4 ({} bytes)", bytesIn),
+            fmt::format("Messages out: {} ({} bytes)", peer->messages().size(), bytesOut), "Waiting for it: 0 bytes",
+            "Objects in use: 2", fmt::format("Object {}: sent 2 times, held by worker {} (2)", id, target),
+            fmt::format("Object {}: sent 2 times, held by worker {} (2)", id + 65536u, target)));
+    EXPECT_THAT(textsOf(*workers),
+        ElementsAre(StartsWith("DispatcherWorker (0): "), StartsWith(fmt::format("Client ({}): 0 objects", target)),
+            fmt::format("Peer (tag, {}): 2 objects in use, 4 messages ({} bytes) in, {} ({} bytes) out", id, bytesIn,
+                peer->messages().size(), bytesOut)));
+
+    peer->close();
+    settle();
+    EXPECT_EQ(textsOf(*workers).size(), 2u);
+    const auto gone = workers->inspect(workerAction(id), {});
+    ASSERT_TRUE(gone.redirectAction);
+    EXPECT_TRUE(gone.redirectAction->isNil()) << "back to all";
+    EXPECT_THROW(workers->inspect(Value("nonsense"), {}), fn::RangeException);
+    client.reset();
+    dispatcher.reset();
+    EXPECT_TRUE(textsOf(*workers).empty());
+    settle();
+    EXPECT_TRUE(textsOf(*registry).empty());
+}
+
+TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoin)
+{
+    constexpr std::size_t count = 2 * core::limits::inspectorLines + 1;
+    auto peer = connect("Peer");
+    Value objects(Value::MAP);
+    for (std::size_t i = 0; i < count; ++i) objects.set(peer->id() + 65536u * i, "x");
+    const auto target = client->worker->workerId();
+    auto message = test::objectMessage(unknownObject(target), target, {});
+    message.set(ipc::field::OBJECTS, objects);
+    peer->send(message);
+    const auto service = fn::makeAuto<test::Service>(*client->worker);
+    for (std::size_t i = 0; i < count; ++i)
+        call("registerInstance", Value::map({ { "instance", service }, { "priority", i } }));
+    settle();
+
+    const auto lines = allTextsOf(*workers, workerAction(peer->id()), "More objects");
+    std::set<std::string> shown;
+    for (const auto& line : lines) {
+        if (!line.starts_with("Object ")) continue;
+        EXPECT_TRUE(shown.insert(line).second) << line;
+    }
+    EXPECT_EQ(shown.size(), count);
+
+    const auto registrations = allTextsOf(*registry, Value::map({ { "registrations", 0 } }), "More registrations");
+    EXPECT_EQ(registrations.size(), count + 1) << "and the bus";
+    EXPECT_EQ(std::set<std::string>(registrations.begin(), registrations.end()).size(), count + 1);
+}
+
+TEST_F(SystemInspectorsTest, TellWhatIsRegisteredHiddenAndAwaited)
+{
+    const auto service = fn::makeAuto<test::Service>(*client->worker);
+    call("registerInstance", Value::map({ { "instance", service }, { "priority", -3 } }));
+    call("registerInstance", Value::map({ { "instance", service }, { "priority", 5 } }));
+    call("setInstancesHidden", true);
+    test::Outcome waiting;
+    loop.post([&] {
+        const auto argument = Value::map({ { "className", "Nobody" }, { "timeout", 1000 } });
+        waiting.observe(client->worker->registry()->callMethod("getInstance", argument));
+    });
+    settle();
+    const auto id = client->worker->workerId();
+    const auto line = [&](int priority) {
+        return fmt::format(
+            "test::ServiceReference: priority {}, object {} of worker {}, registered by worker {}, hidden", priority,
+            service->objectId(), id, id);
+    };
+    EXPECT_THAT(textsOf(*registry),
+        ElementsAre("3 registrations", StartsWith("ipc::MessageBus: priority 0, object "), line(5), line(-3),
+            "1 waiting look-ups", fmt::format("Nobody: awaited by worker {}", id)));
+    clock.advance(fn::Duration::seconds(1));
+    call("setInstancesHidden", false);
+    settle();
+    EXPECT_THAT(textsOf(*registry), Contains("0 waiting look-ups"));
+    EXPECT_THAT(textsOf(*registry), Not(Contains(HasSubstr("hidden"))));
+}
+
+TEST_F(SystemInspectorsTest, FollowAModuleThroughItsLife)
+{
+    auto* module = new FakeModule;
+    auto manager = std::make_unique<ipc::ModuleManager>(*dispatcher, std::vector<ipc::ModuleDefinition*> { module });
+    const auto inspector = fn::makeAuto<core::ModulesInspector>(*manager);
+    const auto expect = [&](const char* state, int launches, int timeouts) {
+        EXPECT_THAT(textsOf(*inspector),
+            ElementsAre(fmt::format(
+                "fake (process): {}, launches: {}, time-outs: {}, tag: {}", state, launches, timeouts, module->tag)));
+    };
+    expect("not launched", 0, 0);
+    auto& mainLoop = fn::RunLoop::defaultLoop();
+    mainLoop.post([&] { mainLoop.post([&] { mainLoop.stop(); }); });
+    manager->start();
+    test::runTurns(loop);
+    expect("launching", 1, 0);
+    clock.advance(fn::Duration::seconds(30));
+    settle();
+    expect("ended", 1, 1);
+    clock.advance(fn::Duration::seconds(1));
+    settle();
+    expect("launching", 2, 1);
+    const auto peer = connect("fake", module->tag.toStdString().c_str());
+    expect("running", 2, 1);
+    auto moved = std::make_unique<ipc::ModuleManager>(std::move(*manager));
+    manager.reset();
+    peer->close();
+    module->onExit().fire(0, 0);
+    settle();
+    expect("ended", 2, 1);
+    clock.advance(fn::Duration::seconds(1));
+    settle();
+    clock.advance(fn::Duration::seconds(30));
+    settle();
+    expect("ended", 3, 2); // Given up.
+    moved.reset();
+    EXPECT_TRUE(textsOf(*inspector).empty());
+}
+
+TEST_F(SystemInspectorsTest, AreBrowsedFromAnotherWorker)
+{
+    loop.post([&] { core::registerInspectorRegistry(dispatcher->worker()); });
+    client->worker->registerObjectReferenceClass<core::InspectorRegistry>();
+    std::vector<std::string> names;
+    core::InspectionResult shown;
+    const auto publish = [](const fn::AutoPtr<core::InspectorRegistry>& service,
+                             const fn::AutoPtr<core::Inspector>& inspector) {
+        service->registerInspector("Workers", inspector);
+    };
+    const auto timeout = fn::Duration::seconds(20);
+    loop.post([&] {
+        dispatcher->worker().registry()->getInstance<core::InspectorRegistry>(timeout).then(
+            [&](fn::AutoPtr<core::InspectorRegistry>&& service) { publish(service, workers); });
+        client->worker->registry()->getInstance<core::InspectorRegistry>(timeout).then(
+            [&](fn::AutoPtr<core::InspectorRegistry>&& service) {
+                return service->allInspectors()
+                    .then([&, service](std::map<fn::String, fn::String>&& all) {
+                        for (const auto& [key, name] : all) names.push_back(name.toStdString());
+                        return service->getInspector(all.begin()->first);
+                    })
+                    .then([](fn::AutoPtr<core::InspectorReference>&& inspector) { return inspector->inspect({}, {}); })
+                    .then([&](core::InspectionResult&& result) { shown = std::move(result); });
+            });
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !shown.items.empty(); }));
+    EXPECT_THAT(names, ElementsAre("Workers"));
+    EXPECT_EQ(shown.items.size(), 2u);
+    EXPECT_EQ(shown.items[1].action, Value::map({ { "worker", client->worker->workerId() }, { "from", 0 } }));
+}
