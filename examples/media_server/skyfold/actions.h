@@ -7,4 +7,10 @@ namespace media {
 int archiveLogs();
 int setPassword(const Options& options);
 
+/// Prints the network's signature and follows its changes until a signal ends it.
+int followNetwork();
+
+/// Prints what the firewall says of this program. On a terminal it offers to have it admitted.
+int showFirewall();
+
 } // namespace media

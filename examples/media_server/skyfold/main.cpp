@@ -64,6 +64,8 @@ int main(int argc, char** argv)
         switch (options.action) {
         case media::Options::Action::ArchiveLogs: startLogging(options); return media::archiveLogs();
         case media::Options::Action::SetPassword: startLogging(options); return media::setPassword(options);
+        case media::Options::Action::FollowNetwork: startLogging(options); return media::followNetwork();
+        case media::Options::Action::ShowFirewall: startLogging(options); return media::showFirewall();
         default: return scan(std::move(options));
         }
     } catch (...) {

@@ -41,6 +41,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     std::string dataFolder;
     bool isLumenHall = false;
     bool archiveLogs = false;
+    bool followNetwork = false;
+    bool showFirewall = false;
     std::vector<std::string> password;
     const auto* named = app.add_option("FOLDER", folder, "What to catalogue; links in it are not followed")
                             ->check(CLI::ExistingDirectory)
@@ -56,6 +58,10 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_flag("--verbose", options.run.verbose,
         "Switch verbose logging on or off in all processes that run; with none, on in a new run");
     app.add_flag("--archive-logs", archiveLogs, "Pack the logs into a zip file, print its path and end");
+    app.add_flag(
+        "--network", followNetwork, "Print a text that stands for this network, and each new one until interrupted");
+    app.add_flag(
+        "--firewall", showFirewall, "Show whether the firewall admits Skyfold; on a terminal, offer to let it");
     app.add_option("--set-password", password, "Store a secret, asked for on the terminal or read from standard input")
         ->option_text("GROUP KEY")
         ->expected(2);
@@ -68,6 +74,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
         return app.exit(error) == 0 ? 0 : wrongUsage;
     }
     if (archiveLogs) options.action = Options::Action::ArchiveLogs;
+    if (followNetwork) options.action = Options::Action::FollowNetwork;
+    if (showFirewall) options.action = Options::Action::ShowFirewall;
     if (!password.empty()) {
         options.action = Options::Action::SetPassword;
         options.passwordGroup = password[0];

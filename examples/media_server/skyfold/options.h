@@ -7,7 +7,7 @@ namespace media {
 
 /// The command line.
 struct Options {
-    enum class Action { Scan, FlipVerbose, ArchiveLogs, SetPassword };
+    enum class Action { Scan, FlipVerbose, ArchiveLogs, SetPassword, FollowNetwork, ShowFirewall };
 
     Action action = Action::Scan; ///< FlipVerbose: nothing else was asked for.
     RunOptions run; ///< `dataFolder` is empty where none was named. `verbose`: to be flipped, or on from the start.

@@ -191,6 +191,42 @@ TEST_F(SkyfoldTest, AScanSurvivesItsLibrary)
     EXPECT_EQ(result.get("relaunches"), fn::Value(1));
 }
 
+TEST_F(SkyfoldTest, TheFirewallIsShownAndChangedOnlyWhenTheUserSaysSo)
+{
+    Program shown({ "--firewall" });
+    EXPECT_EQ(shown.wait(), 0);
+    EXPECT_TRUE(shown.output().starts_with("Firewall: on\nInbound:  not admitted\nOutbound: not admitted\n"))
+        << shown.output() << shown.errors();
+
+    const auto answer = [](const char* first, const char* second, int exitCode) {
+        Program asked({ "--firewall" }, { .output = Output::Terminal });
+        EXPECT_TRUE(asked.awaitOutput("admit Skyfold? [y/N] ")) << asked.output();
+        asked.type(first);
+        if (second) {
+            EXPECT_TRUE(asked.awaitOutput("Allow it? [y/N] ")) << asked.output();
+            asked.type(second);
+        }
+        EXPECT_EQ(asked.wait(), exitCode) << asked.output();
+        return asked.output();
+    };
+    answer("n\n", nullptr, 0);
+    answer("y\n", "n\n", 1);
+    const auto output = answer("y\n", "y\n", 0);
+    EXPECT_NE(output.find("Inbound:  admitted\r\nOutbound: admitted"), std::string::npos) << output;
+    Program admitted({ "--firewall" });
+    EXPECT_EQ(admitted.wait(), 0);
+    EXPECT_NE(admitted.output().find("Inbound:  admitted\n"), std::string::npos) << admitted.output();
+}
+
+TEST_F(SkyfoldTest, TheNetworkIsFollowedUntilInterrupted)
+{
+    Program program({ "--network" });
+    ASSERT_TRUE(program.awaitOutput("\n"));
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait(), 128 + SIGINT);
+    EXPECT_NE(program.output().find(':'), std::string::npos) << program.output();
+}
+
 struct Ending {
     int signal;
     const char* stopped; // A module that hangs, or "".
