@@ -9,9 +9,6 @@ ConsoleSink::~ConsoleSink() = default;
 
 int ConsoleSink::threshold(const Category&) const { return _threshold; }
 
-void ConsoleSink::logMessage(const Category& category, const Message& message)
-{
-    writeConsoleLine(category, message);
-}
+void ConsoleSink::logMessage(const Category& category, const Message& message) { writeConsoleLine(category, message); }
 
 } // namespace fn::logging
