@@ -7,7 +7,7 @@
 #include "core/inspector/inspector_registry.h"
 #include "core/inspector/limits.h"
 #include "core/inspector/register_inspector_registry.h"
-#include "core/ipc/object/object_dead_exception.h"
+#include "folder_inspector.h"
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "foundation/value_map.h"
@@ -233,6 +233,24 @@ TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
     loop.post([&] { unanswered.observe(inspector->callMethod("expect", {})); });
     settle();
     EXPECT_FALSE(unanswered.isOver());
+}
+
+TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
+{
+    std::map<fn::String, std::vector<fn::String>> folders { { "music", { "a.ogg", "b.ogg" } }, { "none", {} } };
+    publish("Disks", fn::makeAuto<FolderInspector>(folders));
+    const auto inspector = find(keyOfDisks);
+    const auto page = [&](const Value& action) {
+        return *askFor<InspectionResult>([&] { return inspector->inspect(action, {}); });
+    };
+    const auto top = page({});
+    ASSERT_EQ(top.items.size(), 2u);
+    EXPECT_EQ(page(top.items[0].action).items.at(1).text, "b.ogg");
+    EXPECT_TRUE(page(top.items[1].action).items.empty());
+    folders.erase("music");
+    const auto redirection = page(top.items[0].action).redirectAction;
+    ASSERT_TRUE(redirection);
+    EXPECT_EQ(page(*redirection).items.at(0).text, "none");
 }
 
 TEST_F(InspectorTest, IsHeldByItsRegistrationAlone)
