@@ -3,11 +3,13 @@
 #include "foundation/io/posix.h"
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <glib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <thread>
 #include <unistd.h>
 
 // How files are changed while others write:
@@ -17,9 +19,11 @@
 // as a write, so a target looks only now and then: after some bytes and some milliseconds. It then sees a log that is
 // full, and one that is not its own any more.
 //
-// Who finds the log full takes the lock of the log's own inode, without waiting: if it is taken, somebody is about to do
-// the same. Under the lock the path is compared once more, since the inode may have been moved before. Only the holder
-// of the lock on the inode that the path leads to renames files; the last rename takes that position away from it.
+// Who finds the log full takes the lock of the log's own inode. If it is taken somebody is about to do the same, and gets
+// a moment's peace for it: many who go on writing would keep him from the file for long. It is no more than a moment, so
+// that nobody stops, whatever the holder of the lock does. Under the lock the path is compared once more, since the inode
+// may have been moved before. Only the holder of the lock on the inode that the path leads to renames files; the last
+// rename takes that position away from it.
 //
 // dup3() puts the new file under the old descriptor in one step: a write that is under way ends in the old file, the
 // next goes to the new one, and no thread has to know.
@@ -27,6 +31,7 @@
 namespace fn {
 namespace {
 
+constexpr std::chrono::milliseconds whileOthersRotate { 1 };
 constexpr std::int64_t microsecondsBetweenLooks = 10'000;
 constexpr std::int64_t looksPerFile = 64;
 constexpr std::int64_t bytesBetweenLooksOfBoundless = 65'536;
@@ -73,18 +78,21 @@ void LogFileTarget::write(const String& text)
 // Sees to it that there is a file, and that it is the right one for an entry of `size` bytes.
 void LogFileTarget::prepare(std::int64_t size)
 {
+    const auto left = _bytesUntilLook.fetch_sub(size, std::memory_order_relaxed) - size;
+    const bool isOpen = _descriptor.load(std::memory_order_acquire) >= 0;
     std::unique_lock lock(_lock, std::defer_lock);
-    if (_descriptor.load(std::memory_order_acquire) < 0)
-        lock.lock();
-    else if (!isLookDue(size) || !lock.try_lock())
+    if (!isOpen || left < -bytesBetweenLooks()) {
+        lock.lock(); // Others have been looking for so long that they rotate, or open the first file.
+        if (isOpen && _bytesUntilLook.load(std::memory_order_relaxed) >= 0) return;
+    } else if ((left >= 0 && !isTimeToLook()) || !lock.try_lock()) {
         return;
+    }
     look(size);
 }
 
-bool LogFileTarget::isLookDue(std::int64_t size)
+bool LogFileTarget::isTimeToLook() const
 {
-    return _bytesUntilLook.fetch_sub(size, std::memory_order_relaxed) < size
-        || _clock.monotonic().totalMicroseconds() >= _nextLook.load(std::memory_order_relaxed);
+    return _clock.monotonic().totalMicroseconds() >= _nextLook.load(std::memory_order_relaxed);
 }
 
 // With the lock held.
@@ -132,7 +140,10 @@ bool LogFileTarget::open()
 bool LogFileTarget::rotate(std::int64_t size)
 {
     const int descriptor = _descriptor.load();
-    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) return false;
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EWOULDBLOCK) std::this_thread::sleep_for(whileOthersRotate);
+        return false;
+    }
     const auto log = stateOf(AT_FDCWD, _path.c_str());
     const bool stillFull = log && log->identity == _opened && isFull(log->size, size);
     const bool done = !stillFull || moveFilesUp();

@@ -8,7 +8,7 @@
 namespace fn {
 
 /// A log file, which targets of any number of threads and processes may share. Each entry is appended in one call of
-/// the system, and writers wait for nobody.
+/// the system. Nobody waits for another but for about a millisecond at a time, where a file is full.
 ///
 /// A file that is full becomes NAME.1 (the newest), what was NAME.1 becomes NAME.2 and so on, and a new file takes its
 /// place. Only files beyond the maximum count are lost. A log that somebody else has moved or removed is made again,
@@ -20,8 +20,8 @@ public:
     /// Opens nothing before the first entry.
     explicit LogFileTarget(String path, const Clock& clock = Clock::system());
 
-    /// An entry that would make the file larger than this begins a new one; 0, as initially, for no bound. Threads and
-    /// processes that write meanwhile may exceed it, the latter by a 64th part each. Before the first entry.
+    /// An entry that would make the file larger than this begins a new one; 0, as initially, for no bound. What other
+    /// threads and processes write until they see it comes on top, about a 64th part each process. Before the first entry.
     void setMaximumSize(std::uint64_t bytes);
 
     /// How many files are kept, the log itself among them; at least 1, as initially. Before the first entry.
@@ -43,7 +43,7 @@ private:
 
     ~LogFileTarget() override;
     void prepare(std::int64_t size);
-    bool isLookDue(std::int64_t size);
+    bool isTimeToLook() const;
     void look(std::int64_t size);
     bool open();
     bool rotate(std::int64_t size);
@@ -59,7 +59,7 @@ private:
     std::int64_t _maximumSize = 0;
     int _maximumCount = 1;
 
-    std::mutex _lock; // Held by who looks after the file. Others go on writing, unless there is no file yet.
+    std::mutex _lock; // Held by who looks after the file. Others go on writing, for a while.
     Identity _opened; // Guarded by _lock.
     std::atomic<int> _descriptor { -1 }; // Once set it keeps its number: a new file is put under it.
     std::atomic<std::int64_t> _bytesUntilLook { 0 };
