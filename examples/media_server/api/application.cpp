@@ -30,6 +30,11 @@ fn::Promise<std::optional<RunOptions>> Application::nextScan()
     });
 }
 
+fn::Promise<void> Application::announce(const fn::String& line)
+{
+    return callMethod("announce", line).then([](fn::Value&&) {});
+}
+
 fn::Promise<void> Application::finish(int exitCode, const fn::String& message)
 {
     return callMethod("finish", fn::Value::map({ { "exitCode", exitCode }, { "message", message } }))

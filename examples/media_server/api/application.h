@@ -24,9 +24,12 @@ public:
 
     fn::Promise<RunOptions> options(); ///< What to begin with.
 
-    /// What another start of the program has handed over meanwhile, the earliest first. Nothing: it is time to finish, and
-    /// nothing is taken any more.
+    /// What another start of the program has handed over meanwhile, the earliest first. A program that stays answers when
+    /// there is something; in others nothing means that it is time to finish, and that nothing is taken any more.
     fn::Promise<std::optional<RunOptions>> nextScan();
+
+    /// Tells the user something, on a line of standard output, or of standard error where that is for the result alone.
+    fn::Promise<void> announce(const fn::String& line);
 
     /// Ends all modules and the program: with this exit code, and with a message on standard error unless it is empty.
     fn::Promise<void> finish(int exitCode, const fn::String& message);

@@ -1,6 +1,7 @@
 #pragma once
 #include "api/application.h"
 #include "core/ipc/object/callable_object_instance.h"
+#include <folly/Function.h>
 #include <optional>
 
 namespace media {
@@ -12,7 +13,9 @@ public:
     class Owner {
     public:
         virtual RunOptions options() = 0;
-        virtual std::optional<RunOptions> takeNextScan() = 0;
+        using NextScan = folly::Function<void(const std::optional<RunOptions>& options)>;
+        virtual void nextScan(NextScan answer) = 0; ///< Now or later.
+        virtual void announce(const fn::String& line) = 0;
         virtual void finish(int exitCode, const fn::String& message) = 0;
 
     protected:

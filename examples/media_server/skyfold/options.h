@@ -12,6 +12,7 @@ struct Options {
     Action action = Action::Scan; ///< FlipVerbose: nothing else was asked for.
     RunOptions run; ///< `dataFolder` is empty where none was named. `verbose`: to be flipped, or on from the start.
     core::AppInfo::App app = core::AppInfo::App::Skyfold;
+    bool inspectWeb = false; ///< Serve the inspectors to a browser; the program stays until a signal ends it.
     std::optional<int> logPriority;
     std::string passwordGroup;
     std::string passwordKey;

@@ -1,5 +1,10 @@
 #include "skyfold/program.h"
+#include "api/inspection.h"
 #include "api/log_output.h"
+#include "core/inspector/dispatcher_inspector.h"
+#include "core/inspector/modules_inspector.h"
+#include "core/inspector/register_inspector_registry.h"
+#include "core/inspector/registry_inspector.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "core/logging_profile/logging_profiles.h"
@@ -39,16 +44,25 @@ Program::Program(Options options, SingleInstance& instance)
       _instance(instance),
       _loop(fn::RunLoop::defaultLoop().uvLoop()),
       _dispatcher(std::in_place, _loop, notRespondingTimeout),
-      _processes { ipc::ModuleDefinition::create("library", loader, false, false, false),
-          ipc::ModuleDefinition::create("scanner", loader, false, false, false) },
-      _manager(*_dispatcher,
-          { ipc::ModuleDefinition::create("console", loader, true, true, false), _processes[0], _processes[1] }),
+      _manager(*_dispatcher, modules()),
       _exitCode(failed),
       _message("The console has ended unexpectedly.")
 {
 }
 
 Program::~Program() = default;
+
+/// All of them are the manager's; we keep an eye on those with a process of their own.
+std::vector<ipc::ModuleDefinition*> Program::modules()
+{
+    std::vector<const char*> names { "library", "scanner" };
+    if (_options.inspectWeb) names.push_back("inspector_web");
+    for (const auto* name : names)
+        _processes.push_back(ipc::ModuleDefinition::create(name, loader, false, false, false));
+    auto all = _processes;
+    all.insert(all.begin(), ipc::ModuleDefinition::create("console", loader, true, true, false));
+    return all;
+}
 
 int Program::run()
 {
@@ -60,6 +74,7 @@ int Program::run()
         auto& worker = _dispatcher->worker();
         worker.registry()->registerObject(
             fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
+        publishInspectors();
     }));
     _connections.push_back(
         _manager.onFatalError().connect([this](const fn::String& message) { end(failed, message); }));
@@ -84,15 +99,35 @@ RunOptions Program::options()
     return options;
 }
 
-std::optional<RunOptions> Program::takeNextScan()
+void Program::nextScan(NextScan answer)
 {
-    if (_nextScans.empty()) {
+    if (!_nextScans.empty()) {
+        const auto next = std::move(_nextScans.front());
+        _nextScans.pop_front();
+        answer(next);
+    } else if (_options.inspectWeb) {
+        _onNextScan = std::move(answer);
+    } else {
         _instance.close(); // Who comes now runs by himself once we have ended.
-        return std::nullopt;
+        answer(std::nullopt);
     }
-    auto next = std::move(_nextScans.front());
-    _nextScans.pop_front();
-    return next;
+}
+
+void Program::announce(const fn::String& line)
+{
+    auto* stream = _options.run.json ? stderr : stdout;
+    std::fprintf(stream, "%s\n", line.c_str());
+    std::fflush(stream);
+}
+
+/// The main process's own. Other modules publish theirs.
+void Program::publishInspectors()
+{
+    auto& worker = _dispatcher->worker();
+    core::registerInspectorRegistry(worker);
+    publish(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
+    publish(worker, "Registry", fn::makeAuto<core::RegistryInspector>(_dispatcher->registryImpl()));
+    publish(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
 }
 
 /// From another start of the program, or from whoever else of this user writes to the pipe.
@@ -108,6 +143,7 @@ void Program::onCommand(const fn::Value& value)
         FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "{} is to be scanned, too",
             command.scan->folder.view());
         _nextScans.push_back(std::move(*command.scan));
+        if (_onNextScan) nextScan(std::exchange(_onNextScan, {}));
     } catch (const fn::Exception& exception) {
         FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
             exception.what());

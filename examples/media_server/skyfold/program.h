@@ -23,9 +23,12 @@ public:
 
 private:
     RunOptions options() override;
-    std::optional<RunOptions> takeNextScan() override;
+    void nextScan(NextScan answer) override;
+    void announce(const fn::String& line) override;
     void finish(int exitCode, const fn::String& message) override { end(exitCode, message); }
     void onCommand(const fn::Value& value);
+    std::vector<ipc::ModuleDefinition*> modules();
+    void publishInspectors();
     void end(int exitCode, const fn::String& message = {});
     void endModules();
 
@@ -36,6 +39,7 @@ private:
     std::vector<ipc::ModuleDefinition*> _processes; // The manager's.
     std::set<fn::String> _connected; // Workers that are there, by their display names: those of their modules.
     ipc::ModuleManager _manager;
+    NextScan _onNextScan; // Of a console that waits, in a program that stays.
     std::deque<RunOptions> _nextScans; // What other starts of the program have handed over.
     std::vector<fn::Handle> _connections;
     std::vector<std::unique_ptr<fn::uv::SignalWatcher>> _signals;
