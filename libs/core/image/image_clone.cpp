@@ -78,6 +78,7 @@ Plane::Plane(const Image& image, unsigned int plane, const Margins& margins, uns
 fn::ByteArray Plane::copy() const
 {
     fn::ByteArray bytes;
+    if (size == 0) return bytes; // It may have billions of rows.
     bytes.resizeUninitialized(size); // Each byte is written below.
     auto* const first = bytes.mutableData();
     const auto before = topRows * stride;
@@ -107,7 +108,7 @@ void Plane::copyRows(unsigned char* to) const
 fn::AutoPtr<Image> Image::clone(const Margins& margins, unsigned int fill) const
 {
     if (format() == Format::JPEG)
-        return fn::makeAuto<BufferImage>(width(), height(), fn::ByteView(data(0), size(0)), pixelAspectRatio());
+        return fn::makeAuto<BufferImage>(width(), height(), fn::ByteView(data(0), readableSize(0)), pixelAspectRatio());
 
     const auto newWidth = withMargins(width(), margins.left, margins.right);
     const auto newHeight = withMargins(height(), margins.top, margins.bottom);

@@ -223,6 +223,10 @@ TEST(Clone, AJpegStreamIsCopiedAsItIs)
         EXPECT_EQ(copy->pixelAspectRatio(), Fraction(2, 1));
         EXPECT_THAT(bytesOf(*copy), ElementsAre(0xff, 0xd8, 1, 2, 3));
     }
+    // With a stride, which a stream has not, a rectangle of it counts bytes that are not there.
+    const std::array<fn::ByteArray, 3> planes { fn::ByteArray("12345", 5) };
+    const auto strided = fn::makeAuto<BufferImage>(Format::JPEG, 640, 480, std::array { 640u, 0u, 0u }, planes, square);
+    EXPECT_THAT(bytesOf(*strided->subImage(0, 0, 640, 480)->clone({}, 0)), ElementsAre('1', '2', '3', '4', '5'));
 }
 
 TEST(DeepCopy, HoldsAllBytesThatThereAreAndSharesNone)
