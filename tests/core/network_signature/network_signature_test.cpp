@@ -1,0 +1,312 @@
+// What can break here: a gateway taken that should not be, or twice, or in another order; a failure that reaches the caller or
+// is silent; a re-check that is missed or multiplied; a listener list that changes while it is being walked.
+#include "core/network_signature.h"
+#include "fake_network.h"
+#include "foundation/exceptions.h"
+#include "foundation/time/clock.h"
+#include "foundation/uv/loop.h"
+#include "support/expectations.h"
+#include "support/log_capture.h"
+#include "support/run_until.h"
+#include <gmock/gmock.h>
+#include <thread>
+
+namespace {
+
+using core::NetworkSignature;
+using test::FakeNetwork;
+using testing::ElementsAre;
+
+constexpr const char* unknown = "??????:????????????";
+constexpr platform::HardwareAddress router { 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
+constexpr platform::HardwareAddress another { 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff };
+
+/// A machine with a network of the test's, a clock that it drives, and a loop.
+struct Network : testing::Test {
+    void setGateway(const char* gateway) { network.adapters = { { 6, { "192.168.1.10" }, { gateway } } }; }
+
+    /// Has the signature hear of a change.
+    void change()
+    {
+        const auto before = network.calls.size();
+        network.announce();
+        ASSERT_TRUE(test::runUntil(loop, [&] { return network.calls.size() > before; }));
+        test::runTurns(loop);
+    }
+    std::unique_ptr<NetworkSignature> makeSignature()
+    {
+        auto result = std::make_unique<NetworkSignature>(loop, notifier);
+        test::runTurns(loop);
+        return result;
+    }
+    void advance(int seconds)
+    {
+        clock.advance(fn::Duration::seconds(seconds));
+        test::runTurns(loop);
+    }
+
+    FakeNetwork network;
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    fn::NetworkStateNotifier notifier { loop };
+};
+
+// --- The text
+
+TEST_F(Network, IsNamedByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
+{
+    struct Row {
+        const char* what;
+        std::vector<test::FakeAdapter> adapters;
+        const char* expected;
+    };
+    const std::vector<Row> rows {
+        { "Ethernet", { { 6, { "192.168.1.10" }, { "192.168.1.1" } } }, "c0a80101:001122334455" },
+        { "wireless", { { 71, { "192.168.1.10" }, { "192.168.1.1" } } }, "c0a80101:001122334455" },
+        { "tunnel, loopback, PPP",
+            { { 131, { "192.168.1.10" }, { "192.168.1.1" } }, { 24, { "192.168.1.10" }, { "192.168.1.1" } },
+                { 23, { "192.168.1.10" }, { "192.168.1.1" } } },
+            unknown },
+        { "the same gateway twice",
+            { { 6, { "192.168.1.10" }, { "192.168.1.1", "10.0.0.1" } }, { 71, { "192.168.1.11" }, { "192.168.1.1" } } },
+            "c0a80101:001122334455/0a000001:aabbccddeeff" },
+        { "no neighbour", { { 6, { "10.0.0.9" }, { "10.0.0.2", "192.168.1.1" } } },
+            "0a000002:000000000000/c0a80101:001122334455" },
+        { "addresses that nobody reaches",
+            { { 6, { "169.254.7.7" }, { "192.168.1.1" } },
+                { 6, { "127.0.0.5", "0.0.0.0", "224.0.0.1", "255.255.255.255" }, { "192.168.1.1" } } },
+            unknown },
+        { "one good address is enough", { { 6, { "169.254.7.7", "fe80::5", "10.1.1.1" }, { "192.168.1.1" } } },
+            "c0a80101:001122334455" },
+        { "IPv6 addresses alone", { { 6, { "2001:db8::5" }, { "fe80::1%2", "192.168.1.1" } } }, unknown },
+        { "IPv6 gateways alone, one on two adapters",
+            { { 6, { "10.0.0.9" }, { "fe80::1%2", "2001:db8::1" } }, { 6, { "10.0.0.8" }, { "fe80::1%3" } } },
+            "fe800000000000000000000000000001:001122334455/20010db8000000000000000000000001:aabbccddeeff" },
+        { "IPv4 before all", { { 6, { "10.0.0.9" }, { "fe80::1%2" } }, { 6, { "10.0.0.8" }, { "192.168.1.1" } } },
+            "c0a80101:001122334455" },
+        { "no gateway", { { 6, { "10.0.0.9" }, {} } }, unknown },
+    };
+    network.neighbours = { { "192.168.1.1", router }, { "10.0.0.1", another }, { "fe80::1%2", router },
+        { "2001:db8::1", another } };
+    for (const auto& row : rows) {
+        network.adapters = row.adapters;
+        EXPECT_EQ(NetworkSignature(loop, notifier).get(), row.expected) << row.what;
+    }
+    test::runTurns(loop); // What they had posted finds them gone.
+}
+
+TEST_F(Network, IsAskedForWithTheSizeThatItReports)
+{
+    setGateway("10.0.0.1");
+    EXPECT_THAT(NetworkSignature::getActiveGateways(), ElementsAre(*fn::IPAddress::fromString("10.0.0.1")));
+    EXPECT_THAT(network.calls, ElementsAre(FakeNetwork::Call { 0, 0xae, 4 }, FakeNetwork::Call { 0, 0xae, 300 }));
+}
+
+TEST_F(Network, ThatCannotBeReadIsUnknownAndTheLogSaysWhy)
+{
+    setGateway("10.0.0.1");
+    const test::LogCapture log(4);
+    const std::string initial = "4 core.networkSignature Initial network signature: ";
+    const std::string failed =
+        "1 core.networkSignature Failed to compute network signature: Could not get network adapters info\nWindows "
+        "error: 0x000000";
+    const std::vector<std::vector<platform::ULONG>> failures { { 8 }, { 0, 31 }, { 111, 111 } };
+    for (const auto& errors : failures) {
+        network.errors = errors;
+        EXPECT_EQ(NetworkSignature(loop, notifier).get(), unknown);
+    }
+    EXPECT_EQ(NetworkSignature(loop, notifier).get(), "0a000001:000000000000");
+    EXPECT_THAT(log.lines(),
+        ElementsAre(failed + "08", initial + unknown, failed + "1f", initial + unknown, failed + "6f",
+            initial + unknown,
+            "1 core.networkSignature Failed to determine mac address for gateway 10.0.0.1: The hardware address is not "
+            "known\nWindows error: 0x00000490",
+            initial + "0a000001:000000000000"));
+
+    network.errors = { 87 };
+    try {
+        NetworkSignature::getActiveGateways();
+        FAIL();
+    } catch (const fn::IOException& exception) {
+        EXPECT_EQ(exception.message(), "Could not get network adapters info");
+    }
+}
+
+// --- Changes
+
+TEST_F(Network, IsLookedAtAgainThreeTimesAfterEachAnnouncement)
+{
+    setGateway("192.168.1.1");
+    const auto signature = makeSignature();
+    std::vector<std::string> heard;
+    const auto handle = signature->addChangeListener([&](const auto& text) { heard.push_back(text.toStdString()); });
+    const auto computations = [&] { return network.calls.size() / 2; };
+    const auto start = computations();
+    advance(60);
+    EXPECT_EQ(computations(), start);
+
+    const test::LogCapture log(4);
+    change(); // Nothing that matters.
+    EXPECT_EQ(computations(), start + 1);
+    advance(2);
+    EXPECT_EQ(computations(), start + 1);
+    change(); // The re-checks of before are off.
+    advance(2);
+    EXPECT_EQ(computations(), start + 2);
+    EXPECT_THAT(heard, ElementsAre());
+    network.neighbours["192.168.1.1"] = router; // It has answered meanwhile.
+    advance(1);
+    EXPECT_EQ(computations(), start + 3);
+    advance(3);
+    EXPECT_EQ(computations(), start + 4);
+    network.neighbours["192.168.1.1"] = another;
+    advance(3);
+    EXPECT_EQ(computations(), start + 4);
+    advance(1);
+    EXPECT_EQ(computations(), start + 5);
+    advance(60);
+    EXPECT_EQ(computations(), start + 5);
+    EXPECT_THAT(heard, ElementsAre("c0a80101:001122334455", "c0a80101:aabbccddeeff"));
+    EXPECT_EQ(signature->get(), "c0a80101:aabbccddeeff");
+    EXPECT_TRUE(log.contains("4 core.networkSignature Notifying network signature change: c0a80101:aabbccddeeff"));
+}
+
+TEST_F(Network, ThatChangesBeforeTheLoopRunsIsHeardOf)
+{
+    setGateway("192.168.1.1");
+    NetworkSignature signature(loop, notifier);
+    std::string heard;
+    const auto handle = signature.addChangeListener([&](const auto& text) { heard = text.toStdString(); });
+    setGateway("10.0.0.1");
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == "0a000001:000000000000"; }));
+    setGateway("10.0.0.2");
+    change();
+    EXPECT_EQ(heard, "0a000002:000000000000");
+}
+
+// --- Listeners
+
+struct Listeners : Network {
+    Listeners()
+    {
+        setGateway("10.0.0.1");
+        signature = makeSignature();
+    }
+    /// Adds one that notes `name` and then does something.
+    fn::Handle add(
+        char name, folly::Function<void()> then = [] {})
+    {
+        return signature->addChangeListener([this, name, then = std::move(then)](const fn::String& text) mutable {
+            heard += name;
+            lastHeard = text;
+            then();
+        });
+    }
+    std::string heardAt(const char* gateway)
+    {
+        heard.clear();
+        setGateway(gateway);
+        change();
+        return heard;
+    }
+
+    std::unique_ptr<NetworkSignature> signature;
+    std::string heard;
+    fn::String lastHeard;
+};
+
+TEST_F(Listeners, AreCalledInOrderWhateverTheyDoToTheList)
+{
+    std::vector<fn::Handle> handles(6);
+    const auto token = std::make_shared<int>();
+    handles[0] = add('a', [&] { handles[2].invalidate(); }); // One that is to come.
+    handles[1] = add('b', [&, token] {
+        handles[1].invalidate(); // Itself, which lives until it returns.
+        EXPECT_EQ(token.use_count(), 2);
+        handles[0].invalidate(); // One that has been.
+    });
+    handles[2] = add('c');
+    handles[3] = add('d', [&] {
+        if (!handles[5]) handles[5] = add('f'); // Not told this time.
+    });
+    handles[4] = add('e');
+    EXPECT_EQ(heardAt("10.0.0.2"), "abde");
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_EQ(heardAt("10.0.0.3"), "def");
+    handles[4].detach(); // Lives on.
+    handles.clear();
+    EXPECT_EQ(heardAt("10.0.0.4"), "e");
+}
+
+TEST_F(Listeners, ThatThrowDoNotKeepTheOthersFromHearing)
+{
+    const test::ExpectUnhandled unhandled;
+    const auto first = add('a', [] { throw std::runtime_error("no"); });
+    const auto second = add('b');
+    EXPECT_EQ(heardAt("10.0.0.2"), "ab");
+    EXPECT_THAT(unhandled.messages(), ElementsAre("no"));
+}
+
+TEST_F(Listeners, HearTheLatestTextLastAlsoWhenOneOfThemRunsTheLoop)
+{
+    fn::Handle second;
+    const auto first = add('a', [&] {
+        if (heard.size() > 1) return;
+        second.invalidate();
+        setGateway("10.0.0.3");
+        change();
+        loop.stop(); // The outer run.
+    });
+    second = add('b');
+    const auto third = add('c');
+    setGateway("10.0.0.2");
+    network.announce();
+    loop.run();
+    EXPECT_EQ(heard, "aac");
+    EXPECT_EQ(lastHeard, "0a000003:000000000000");
+}
+
+TEST_F(Listeners, MayBeOutlivedByTheirHandles)
+{
+    auto handle = add('a');
+    signature.reset();
+    EXPECT_FALSE(handle);
+    handle.invalidate();
+}
+
+TEST_F(Listeners, HearOfNothingMoreWhereChangesAreNotAnnouncedAnyMore)
+{
+    const test::ExpectUnhandled unhandled;
+    std::optional<FakeNetwork> ending(std::in_place);
+    fn::NetworkStateNotifier other(loop);
+    const auto handle = other.addChangeListener([](bool) { FAIL(); });
+    ending.reset();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return !unhandled.messages().empty(); }));
+    test::runTurns(loop);
+    EXPECT_EQ(unhandled.messages().size(), 1U); // And not once a turn.
+}
+
+// --- The process's own
+
+TEST(NetworkSignature, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
+{
+    FakeNetwork network;
+    network.adapters = { { 6, { "10.0.0.9" }, { "10.0.0.1" } } };
+    NetworkSignature* made = nullptr;
+    std::thread([&] { made = &NetworkSignature::instance(); }).join();
+    ASSERT_EQ(made, &NetworkSignature::instance());
+    EXPECT_EQ(made->get(), "0a000001:000000000000");
+
+    auto& loop = fn::RunLoop::defaultLoop();
+    test::runTurns(loop); // It subscribes.
+    std::string heard;
+    const auto handle = made->addChangeListener([&](const auto& text) {
+        EXPECT_EQ(fn::RunLoop::currentLoop(), &loop);
+        heard = text.toStdString();
+    });
+    network.adapters[0].gateways = { "10.0.0.2" };
+    network.announce();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == "0a000002:000000000000"; }));
+}
+
+} // namespace
