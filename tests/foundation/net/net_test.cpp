@@ -1,0 +1,129 @@
+// What can break here: text that is no address, a range that is a bit too wide, a socket address that is cut short, a watch that
+// outlives its failure.
+#include "foundation/net/ip_address.h"
+#include "foundation/net/mac_address.h"
+#include "foundation/net/network_state_notifier.h"
+#include "foundation/uv/loop.h"
+#include "platform/network_changes.h"
+#include "support/expectations.h"
+#include "support/run_until.h"
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+
+namespace {
+
+using fn::IPAddress;
+
+TEST(IPAddress, IsReadAndWrittenAsTextAndNothingElseIsOne)
+{
+    for (const auto* text :
+        { "0.0.0.0", "192.168.1.1", "255.255.255.255", "::", "::1", "fe80::1%3", "2001:db8::ff", "::ffff:1.2.3.4" })
+        EXPECT_EQ(IPAddress::fromString(text).value().toString(), text);
+    for (const std::string_view text : { "", "1.2.3", "1.2.3.4.5", "256.1.1.1", " 1.2.3.4", "1.2.3.4%1", "fe80::1%",
+             "fe80::1%eth0", "fe80::1%-1", "fe80::1%4294967296", "fe80:::1", "host" })
+        EXPECT_FALSE(IPAddress::fromString(fn::String(text))) << text;
+    EXPECT_FALSE(IPAddress::fromString(fn::String(std::string_view("1.2.3.4\0", 8))));
+}
+
+TEST(IPAddress, KnowsItsKindUpToTheLastBit)
+{
+    // w: wildcard, o: loopback, l: link-local, m: multicast, b: broadcast, u: unicast
+    const std::pair<const char*, const char*> rows[] {
+        { "0.0.0.0", "w" },
+        { "0.0.0.1", "u" },
+        { "127.255.0.1", "ou" },
+        { "128.0.0.1", "u" },
+        { "169.254.0.0", "lu" },
+        { "169.253.255.255", "u" },
+        { "169.255.0.0", "u" },
+        { "223.255.255.255", "u" },
+        { "224.0.0.0", "m" },
+        { "239.255.255.255", "m" },
+        { "240.0.0.0", "u" },
+        { "255.255.255.255", "b" },
+        { "::", "w" },
+        { "::1", "ou" },
+        { "::2", "u" },
+        { "1::1", "u" },
+        { "fe80::", "lu" },
+        { "febf:ffff::", "lu" },
+        { "fec0::", "u" },
+        { "fe7f::", "u" },
+        { "ff02::1", "m" },
+        { "feff::", "u" },
+        { "a9fe::", "u" },
+    };
+    for (const auto& [text, expected] : rows) {
+        const auto address = IPAddress::fromString(text).value();
+        std::string kinds;
+        if (address.isWildcard()) kinds += 'w';
+        if (address.isLoopback()) kinds += 'o';
+        if (address.isLinkLocal()) kinds += 'l';
+        if (address.isMulticast()) kinds += 'm';
+        if (address.isBroadcast()) kinds += 'b';
+        if (address.isUnicast()) kinds += 'u';
+        EXPECT_EQ(kinds, expected) << text;
+    }
+}
+
+TEST(IPAddress, EqualsThoseOfItsFamilyAndBytesWhereverTheyAreReached)
+{
+    const auto address = [](const char* text) { return IPAddress::fromString(text).value(); };
+    EXPECT_EQ(address("fe80::1%2"), address("fe80::1%3"));
+    EXPECT_FALSE(address("fe80::1") == address("fe80::2"));
+    EXPECT_FALSE(address("1.2.3.4") == address("102:304::"));
+    EXPECT_EQ(IPAddress(), address("0.0.0.0"));
+}
+
+TEST(IPAddress, IsTakenFromWholeSocketAddressesOfItsFamiliesOnly)
+{
+    sockaddr_in6 address {};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    address.sin6_scope_id = 7;
+    const auto* const any = reinterpret_cast<const sockaddr*>(&address);
+    EXPECT_EQ(IPAddress::fromSocketAddress(any, sizeof(address)).value().toString(), "::1%7");
+    EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(address) - 1));
+    EXPECT_FALSE(IPAddress::fromSocketAddress(any, 1));
+    EXPECT_FALSE(IPAddress::fromSocketAddress(nullptr, sizeof(address)));
+    address.sin6_family = AF_INET;
+    EXPECT_TRUE(IPAddress::fromSocketAddress(any, sizeof(sockaddr_in)));
+    EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(sockaddr_in) - 1));
+    address.sin6_family = AF_UNIX;
+    EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(address)));
+}
+
+TEST(MacAddress, IsZeroUntilItIsKnown)
+{
+    EXPECT_EQ(fn::MacAddress().toString(), "00:00:00:00:00:00");
+    EXPECT_EQ(fn::MacAddress({ 0, 0x11, 0x22, 0xaa, 0xbb, 0xff }).toString(), "00:11:22:aa:bb:ff");
+}
+
+TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
+{
+    fn::uv::Loop loop;
+    const test::ExpectUnhandled unhandled;
+    fn::NetworkStateNotifier notifier(loop);
+    int heard = 0;
+    std::optional<platform::ScopedNetworkChanges> changes(std::in_place);
+    const auto first = notifier.addChangeListener([&](bool) { ++heard; });
+    fn::Handle second;
+    second = notifier.addChangeListener([&](bool) { second.invalidate(); });
+    for (int i = 0; i < 3; ++i) changes->announce();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 0; }));
+    test::runTurns(loop);
+    EXPECT_EQ(heard, 1); // For all three.
+    EXPECT_FALSE(second);
+
+    changes.reset();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return !unhandled.messages().empty(); }));
+    test::runTurns(loop);
+    EXPECT_EQ(unhandled.messages().size(), 1U); // And not once a turn.
+
+    changes.emplace();
+    const auto third = notifier.addChangeListener([](bool) {});
+    changes->announce();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 1; }));
+}
+
+} // namespace
