@@ -11,7 +11,7 @@
 namespace platform {
 namespace {
 
-std::atomic<ScopedNetworkChanges*> scoped { nullptr };
+std::atomic<ScopedNetworkChanges*> scoped { nullptr }; // The innermost.
 
 constexpr unsigned groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
@@ -71,7 +71,7 @@ bool isNetworkAvailable()
     return false;
 }
 
-ScopedNetworkChanges::ScopedNetworkChanges()
+ScopedNetworkChanges::ScopedNetworkChanges() : _previous(scoped)
 {
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) fail("Could not make sockets", errno);
@@ -82,7 +82,7 @@ ScopedNetworkChanges::ScopedNetworkChanges()
 
 ScopedNetworkChanges::~ScopedNetworkChanges()
 {
-    scoped = nullptr;
+    scoped = _previous;
     ::close(_announcer);
     if (_listener >= 0) ::close(_listener);
 }

@@ -26,7 +26,8 @@ private:
 /// Whether some adapter other than the loopback ones runs and has an address. Thread-safe.
 FN_EXPORT bool isNetworkAvailable();
 
-/// For tests: the NetworkChanges that is made while this lives hears what is announced here, and nothing else.
+/// For tests: the NetworkChanges that is made while this lives hears what is announced here, and nothing else. Nested ones
+/// end in reverse order.
 class FN_EXPORT ScopedNetworkChanges {
 public:
     ScopedNetworkChanges();
@@ -38,6 +39,7 @@ public:
 
 private:
     friend NetworkChanges;
+    ScopedNetworkChanges* const _previous;
     int _announcer;
     int _listener; // -1 once it has been taken.
 };
