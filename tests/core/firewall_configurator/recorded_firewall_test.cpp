@@ -32,9 +32,9 @@ struct RecordedFirewall : testing::TestWithParam<Make> {
     platform::ScopedElevationPrompt prompt { [this](const fn::String&) { return isGranted; } };
     bool isAdvanced = GetParam() == FirewallConfigurator::createAdvancedConfigurator;
 
-    static bool authorize(bool inbound, bool outbound)
+    static bool authorize(bool inbound, bool outbound, const fn::String& application = path)
     {
-        return GetParam()()->authorizeApplication(path, name, inbound, outbound);
+        return GetParam()()->authorizeApplication(application, name, inbound, outbound);
     }
     /// What somebody without rights is told: directions that are open.
     static std::string directions(const fn::String& application)
@@ -59,6 +59,12 @@ TEST_P(RecordedFirewall, TellsOthersWhatWasAuthorized)
     EXPECT_EQ(directions("/opt/Zürich 𝄞/Server"), "");
     EXPECT_TRUE(authorize(false, true));
     EXPECT_EQ(directions(path), "inout");
+}
+
+TEST_P(RecordedFirewall, FindsAPathAgainThatIsNoUtf8)
+{
+    EXPECT_TRUE(authorize(true, true, "/opt/Z\xFCrich/server"));
+    EXPECT_EQ(directions("/opt/Z\xFCrich/server"), "inout") << "Who asks first would ask the user at every start.";
 }
 
 TEST_P(RecordedFirewall, ChangesNothingIfTheUserSaysNo)

@@ -115,11 +115,12 @@ bool AdvancedFirewallConfigurator::isApplicationAuthorized(
     LONG count = 0;
     if (FAILED(rules->get_Count(&count))) return failure("Can't retrieve the number of firewall rules!");
 
+    const auto recordedPath = detail::throughUtf16(applicationPath);
     detail::RuleEnumeration enumeration(*rules);
     while (!inbound || !outbound) {
         const auto rule = enumeration.next();
         if (!rule) break;
-        if (rule->applicationName != applicationPath) continue;
+        if (rule->applicationName != recordedPath) continue;
         (rule->direction == NET_FW_RULE_DIR_IN ? inbound : outbound) = true;
     }
     return true;

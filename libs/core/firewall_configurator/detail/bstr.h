@@ -22,4 +22,7 @@ private:
     platform::BSTR _text = nullptr;
 };
 
+/// A text as it comes back after it went through UTF-16: what is no UTF-8 in it is U+FFFD then.
+fn::String throughUtf16(const fn::String& text);
+
 } // namespace core::detail
