@@ -8,9 +8,10 @@ const fn::logging::Category& firewallLog()
     return category;
 }
 
-bool failure(const char* message)
+bool failure(const char* message, const std::source_location& where)
 {
-    FN_LOGF_TO(firewallLog(), fn::logging::Error, {}, firewallSite, "%s", message);
+    const fn::logging::Site site { firewallSite, static_cast<int>(where.line()), where.function_name() };
+    fn::logging::writePrintf(firewallLog(), fn::logging::Error, {}, site, "%s", message);
     return false;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/logging/logging.h"
 #include "platform/windows_types.h"
+#include <source_location>
 
 namespace core::detail {
 
@@ -11,8 +12,8 @@ inline constexpr auto elevationMissing = "Could not get elevated privileges!";
 /// The category "core.firewall".
 const fn::logging::Category& firewallLog();
 
-/// Logs why an operation fails. False, as the operation's result.
-bool failure(const char* message);
+/// Logs why an operation fails, as from where it is called. False, as the operation's result.
+bool failure(const char* message, const std::source_location& where = std::source_location::current());
 
 /// A result as "0x%08lx" takes it, wherever `long` is wider.
 inline unsigned long printable(platform::HRESULT result) { return static_cast<std::uint32_t>(result); }
