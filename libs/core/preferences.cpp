@@ -52,6 +52,10 @@ void Preferences::saveInternal() const
     detail::Serializer serializer;
     fn::json::serialize(_root, stream, true, &serializer);
     stream.close(true);
+    // The new name may reach the disk before the bytes do: after a crash of the system an empty file would stand in the
+    // place of the old one.
+    file.descriptor().sync();
+    file.close();
     fn::File(temporary).moveTo(_path);
 }
 

@@ -6,10 +6,17 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/timestamp.h"
 #include "support/expectations.h"
+#include "support/forked_child.h"
 #include "support/temporary_folder.h"
+#include <cerrno>
 #include <cmath>
+#include <cstddef>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 namespace {
 
@@ -167,6 +174,35 @@ TEST_F(PreferencesTest, AWriteThatFailsLeavesTheOldFile)
 
     Preferences unreachable(folder.file("missing/Test.prefs"));
     EXPECT_THROW(unreachable.save(), fn::FileException);
+}
+
+/// From now on the kernel answers this process's fsync() as a broken disk does.
+bool breakDisk()
+{
+    sock_filter code[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_fsync, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EIO),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program { std::size(code), code };
+    return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+TEST_F(PreferencesTest, WhatDoesNotReachTheDiskDoesNotReplaceTheOldFile)
+{
+    test::writeFile(path, "\"old\": true\r\n");
+    test::ForkedChild child([&] {
+        if (!breakDisk()) return false;
+        try {
+            Preferences(path).save();
+        } catch (const fn::FileException& exception) {
+            return *exception.find<fn::ErrnoInfo>() == EIO;
+        }
+        return false;
+    });
+    EXPECT_TRUE(child.succeeds());
+    EXPECT_EQ(test::readFile(path), "\"old\": true\r\n");
 }
 
 TEST_F(PreferencesTest, AFileThatDoesNotReadBackIsReportedAndWrittenAgain)
