@@ -88,7 +88,7 @@ ULONG adaptersAddresses(ULONG family, ULONG flags, IP_ADAPTER_ADDRESSES* address
     if (!size || !knowsFamily) return ERROR_INVALID_PARAMETER;
     const bool isAligned = reinterpret_cast<std::uintptr_t>(addresses) % alignof(IP_ADAPTER_ADDRESSES) == 0;
     if (*size >= sizeof(IP_ADAPTER_ADDRESSES) && !isAligned) return ERROR_INVALID_PARAMETER;
-    const auto adapters = listNetworkAdapters();
+    const auto adapters = networkAdapters(readNetworkTables());
     if (adapters.empty()) return ERROR_NO_DATA;
     Pieces pieces(addresses, *size);
     IP_ADAPTER_ADDRESSES* last = nullptr;

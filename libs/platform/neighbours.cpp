@@ -33,7 +33,7 @@ std::vector<Neighbour> neighboursOf(Address address)
     NetlinkRequest request(RTM_GETNEIGH, NLM_F_DUMP);
     request.putHeader<ndmsg>().ndm_family = family(address);
     std::vector<Neighbour> result;
-    NetlinkAnswer(request).forEach<ndmsg>(RTM_NEWNEIGH, [&](const nlmsghdr& message, const ndmsg& entry) {
+    askNetlink(request).forEach<ndmsg>(RTM_NEWNEIGH, [&](const nlmsghdr& message, const ndmsg& entry) {
         if (entry.ndm_family != family(address) || !(entry.ndm_state & knownStates)) return;
         const NetlinkAttributes attributes(message, sizeof(entry));
         const auto hardware = attributes.bytes(NDA_LLADDR);
@@ -56,7 +56,7 @@ DWORD adapterTowards(Address address)
     request.put(RTA_DST, address);
     DWORD result = 0;
     try {
-        NetlinkAnswer(request).forEach<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr& message, const rtmsg& route) {
+        askNetlink(request).forEach<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr& message, const rtmsg& route) {
             result = NetlinkAttributes(message, sizeof(route)).number(RTA_OIF).value_or(0);
         });
     } catch (const fn::IOException&) {

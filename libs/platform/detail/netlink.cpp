@@ -1,6 +1,7 @@
 #include "platform/detail/netlink.h"
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <sys/time.h>
 
 namespace platform {
@@ -20,7 +21,18 @@ int endCode(const nlmsghdr& message)
     int code = 0;
     if (mnl_nlmsg_get_payload_len(&message) < sizeof(code)) return message.nlmsg_type == NLMSG_ERROR ? EBADMSG : 0;
     std::memcpy(&code, mnl_nlmsg_get_payload(&message), sizeof(code));
-    return code < 0 ? -code : 0;
+    return code < 0 && code != INT_MIN ? -code : 0;
+}
+
+void receive(const NetlinkSocket& socket, NetlinkMessages& messages)
+{
+    const auto datagram = std::make_unique_for_overwrite<std::byte[]>(datagramBytes);
+    for (bool isComplete = false; !isComplete;) {
+        const auto size = mnl_socket_recvfrom(socket.get(), datagram.get(), datagramBytes); // Refuses what is cut.
+        if (size < 0 && errno == EINTR) continue;
+        if (size < 0) fail("Could not read the routing service's answer", errno);
+        isComplete = messages.take({ datagram.get(), static_cast<std::size_t>(size) });
+    }
 }
 
 } // namespace
@@ -45,58 +57,45 @@ void NetlinkRequest::put(std::uint16_t attribute, std::span<const std::uint8_t> 
         fail("Routing request too large", EMSGSIZE);
 }
 
-NetlinkAnswer::NetlinkAnswer(NetlinkRequest request)
-{
-    static std::atomic<unsigned> sequences { 0 };
-    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
-        _bytes.clear();
-        const NetlinkSocket socket; // A new one each time: what an earlier answer has left unread goes with its own.
-        (void)::setsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-        const auto sequence = request.message()->nlmsg_seq = ++sequences;
-        if (mnl_socket_sendto(socket.get(), request.message(), request.message()->nlmsg_len) < 0)
-            fail("Could not ask the routing service", errno);
-        if (receive(socket, sequence) == Outcome::Complete) return;
-    }
-    fail("The routing tables do not stand still", EAGAIN);
-}
-
-NetlinkAnswer::Outcome NetlinkAnswer::receive(const NetlinkSocket& socket, unsigned sequence)
-{
-    const auto datagram = std::make_unique_for_overwrite<std::byte[]>(datagramBytes);
-    auto outcome = Outcome::Complete;
-    for (;;) {
-        const auto size = mnl_socket_recvfrom(socket.get(), datagram.get(), datagramBytes);
-        if (size < 0 && errno == EINTR) continue;
-        if (size < 0) fail("Could not read the routing service's answer", errno);
-        const std::span received(datagram.get(), static_cast<std::size_t>(size));
-        if (!take(received, socket.port(), sequence, outcome)) return outcome;
-    }
-}
-
-// False once the answer is over.
-bool NetlinkAnswer::take(std::span<const std::byte> datagram, unsigned port, unsigned sequence, Outcome& outcome)
+bool NetlinkMessages::take(std::span<const std::byte> datagram)
 {
     const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
     for (int left = static_cast<int>(datagram.size()); mnl_nlmsg_ok(message, left);
          message = mnl_nlmsg_next(message, &left)) {
-        if (message->nlmsg_seq != sequence || message->nlmsg_pid != port) continue;
-        if (message->nlmsg_flags & NLM_F_DUMP_INTR) outcome = Outcome::Changed;
+        if (message->nlmsg_seq != _sequence || message->nlmsg_pid != _port) continue;
+        if (message->nlmsg_flags & NLM_F_DUMP_INTR) _isTorn = true;
         if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {
             if (const int error = endCode(*message)) fail("The routing service refused", error);
-            return false;
+            return true;
         }
         append(*message);
-        if (!(message->nlmsg_flags & NLM_F_MULTI)) return false;
+        if (!(message->nlmsg_flags & NLM_F_MULTI)) return true;
     }
-    return true;
+    return false;
 }
 
-void NetlinkAnswer::append(const nlmsghdr& message)
+void NetlinkMessages::append(const nlmsghdr& message)
 {
     if (_bytes.size() + message.nlmsg_len > maxAnswerBytes) fail("Routing answer too large", EMSGSIZE);
     const auto* const begin = reinterpret_cast<const std::byte*>(&message);
     _bytes.insert(_bytes.end(), begin, begin + message.nlmsg_len);
     _bytes.resize(MNL_ALIGN(_bytes.size()));
+}
+
+NetlinkMessages askNetlink(NetlinkRequest request)
+{
+    static std::atomic<unsigned> sequences { 0 };
+    for (int attempt = 0; attempt < maxAttempts; ++attempt) {
+        const NetlinkSocket socket; // A new one each time: what an earlier answer has left unread goes with its own.
+        (void)::setsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+        const auto sequence = request.message()->nlmsg_seq = ++sequences;
+        if (mnl_socket_sendto(socket.get(), request.message(), request.message()->nlmsg_len) < 0)
+            fail("Could not ask the routing service", errno);
+        NetlinkMessages messages(socket.port(), sequence);
+        receive(socket, messages);
+        if (!messages.isTorn()) return messages;
+    }
+    fail("The routing tables do not stand still", EAGAIN);
 }
 
 NetlinkAttributes::NetlinkAttributes(const nlmsghdr& message, std::size_t headerBytes)

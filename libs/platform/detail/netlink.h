@@ -46,12 +46,20 @@ private:
     alignas(nlmsghdr) std::array<std::byte, 256> _bytes {};
 };
 
-/// The messages of a complete answer, one behind the other.
-class NetlinkAnswer {
+/// The messages of one answer, one behind the other, as they are taken from its datagrams.
+class NetlinkMessages {
 public:
-    /// Sends `request` and takes the whole answer. One that changed while it was being given is asked for again.
-    /// `fn::IOException` with the errno: ENOENT and such are the kernel's own answers.
-    explicit NetlinkAnswer(NetlinkRequest request);
+    /// Of the answer to the request with that number from that socket; all other messages are passed over.
+    NetlinkMessages(unsigned port, unsigned sequence) : _port(port), _sequence(sequence) { }
+
+    /// True once the answer is complete. `fn::IOException` with the errno that the answer consists of, or for one that is
+    /// too large.
+    bool take(std::span<const std::byte> datagram);
+
+    /// Whether the table changed while it was being given, so that it does not fit together.
+    bool isTorn() const noexcept { return _isTorn; }
+
+    std::span<const std::byte> bytes() const noexcept { return _bytes; }
 
     /// Calls `visit(const nlmsghdr&, const Header&)` for each message of `type` that is large enough for its header.
     template <typename Header, typename Visit> void forEach(std::uint16_t type, Visit&& visit) const
@@ -65,13 +73,17 @@ public:
     }
 
 private:
-    enum class Outcome { Complete, Changed };
-    Outcome receive(const NetlinkSocket& socket, unsigned sequence);
-    bool take(std::span<const std::byte> datagram, unsigned port, unsigned sequence, Outcome& outcome);
     void append(const nlmsghdr& message);
 
+    unsigned _port;
+    unsigned _sequence;
+    bool _isTorn = false;
     std::vector<std::byte> _bytes; // Of whole messages.
 };
+
+/// Sends `request` and waits for the whole answer, which the kernel gives at once. A torn one is asked for again.
+/// `fn::IOException` with the errno: ENETUNREACH and such are the kernel's own answers. Thread-safe.
+NetlinkMessages askNetlink(NetlinkRequest request);
 
 /// The attributes of a message, by number. Valid while the message is.
 class NetlinkAttributes {

@@ -54,14 +54,10 @@ DWORD adapterType(unsigned short hardware, const std::string& name)
     }
 }
 
-Adapters readLinks()
+Adapters readLinks(const NetlinkMessages& links)
 {
-    NetlinkRequest request(RTM_GETLINK, NLM_F_DUMP);
-    request.putHeader<ifinfomsg>();
-    const std::uint32_t without = RTEXT_FILTER_SKIP_STATS; // They are most of the answer.
-    request.put(IFLA_EXT_MASK, { reinterpret_cast<const std::uint8_t*>(&without), sizeof(without) });
     Adapters result;
-    NetlinkAnswer(request).forEach<ifinfomsg>(RTM_NEWLINK, [&](const nlmsghdr& message, const ifinfomsg& link) {
+    links.forEach<ifinfomsg>(RTM_NEWLINK, [&](const nlmsghdr& message, const ifinfomsg& link) {
         const auto name = NetlinkAttributes(message, sizeof(link)).bytes(IFLA_IFNAME);
         NetworkAdapter adapter;
         adapter.index = static_cast<DWORD>(link.ifi_index);
@@ -78,11 +74,9 @@ NetworkAdapter* find(Adapters& adapters, DWORD index)
     return found == adapters.end() ? nullptr : &*found;
 }
 
-void readAddresses(Adapters& adapters)
+void readAddresses(Adapters& adapters, const NetlinkMessages& addresses)
 {
-    NetlinkRequest request(RTM_GETADDR, NLM_F_DUMP);
-    request.putHeader<ifaddrmsg>();
-    NetlinkAnswer(request).forEach<ifaddrmsg>(RTM_NEWADDR, [&](const nlmsghdr& message, const ifaddrmsg& header) {
+    addresses.forEach<ifaddrmsg>(RTM_NEWADDR, [&](const nlmsghdr& message, const ifaddrmsg& header) {
         const NetlinkAttributes attributes(message, sizeof(header));
         const auto local = attributes.bytes(IFA_LOCAL); // With a point-to-point link the other one is the peer's.
         const auto bytes = local.empty() ? attributes.bytes(IFA_ADDRESS) : local;
@@ -119,11 +113,9 @@ void addMultipathGateways(Adapters& adapters, int family, Bytes hops)
     }
 }
 
-void readGateways(Adapters& adapters, unsigned char family)
+void readGateways(Adapters& adapters, const NetlinkMessages& routes, unsigned char family)
 {
-    NetlinkRequest request(RTM_GETROUTE, NLM_F_DUMP);
-    request.putHeader<rtmsg>().rtm_family = family;
-    NetlinkAnswer(request).forEach<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr& message, const rtmsg& route) {
+    routes.forEach<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr& message, const rtmsg& route) {
         if (route.rtm_family != family || route.rtm_dst_len != 0 || route.rtm_type != RTN_UNICAST) return;
         if (route.rtm_flags & RTM_F_CLONED) return;
         const NetlinkAttributes attributes(message, sizeof(route));
@@ -133,14 +125,43 @@ void readGateways(Adapters& adapters, unsigned char family)
     });
 }
 
+NetlinkRequest linksRequest()
+{
+    NetlinkRequest request(RTM_GETLINK, NLM_F_DUMP);
+    request.putHeader<ifinfomsg>();
+    const std::uint32_t without = RTEXT_FILTER_SKIP_STATS; // They are most of the answer.
+    request.put(IFLA_EXT_MASK, { reinterpret_cast<const std::uint8_t*>(&without), sizeof(without) });
+    return request;
+}
+
+NetlinkRequest addressesRequest()
+{
+    NetlinkRequest request(RTM_GETADDR, NLM_F_DUMP);
+    request.putHeader<ifaddrmsg>();
+    return request;
+}
+
+NetlinkRequest routesRequest(unsigned char family)
+{
+    NetlinkRequest request(RTM_GETROUTE, NLM_F_DUMP);
+    request.putHeader<rtmsg>().rtm_family = family;
+    return request;
+}
+
 } // namespace
 
-std::vector<NetworkAdapter> listNetworkAdapters()
+NetworkTables readNetworkTables()
 {
-    auto adapters = readLinks();
-    readAddresses(adapters);
-    readGateways(adapters, AF_INET);
-    readGateways(adapters, AF_INET6);
+    return { askNetlink(linksRequest()), askNetlink(addressesRequest()), askNetlink(routesRequest(AF_INET)),
+        askNetlink(routesRequest(AF_INET6)) };
+}
+
+std::vector<NetworkAdapter> networkAdapters(const NetworkTables& tables)
+{
+    auto adapters = readLinks(tables.links);
+    readAddresses(adapters, tables.addresses);
+    readGateways(adapters, tables.routes, AF_INET);
+    readGateways(adapters, tables.routes6, AF_INET6);
     return adapters;
 }
 

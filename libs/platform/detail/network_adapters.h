@@ -1,4 +1,5 @@
 #pragma once
+#include "platform/detail/netlink.h"
 #include "platform/windows_types.h"
 #include <netinet/in.h>
 #include <string>
@@ -21,7 +22,17 @@ struct NetworkAdapter {
     std::vector<SocketAddress> gateways; ///< Of its default routes in the main table, IPv4 routes first.
 };
 
-/// In the kernel's order. `fn::IOException`. Thread-safe.
-std::vector<NetworkAdapter> listNetworkAdapters();
+/// The kernel's tables of which adapters consist.
+struct NetworkTables {
+    NetlinkMessages links;
+    NetlinkMessages addresses;
+    NetlinkMessages routes; ///< IPv4
+    NetlinkMessages routes6;
+};
+
+NetworkTables readNetworkTables(); ///< `fn::IOException`. Thread-safe.
+
+/// In the order of the links. Messages that make no sense are passed over.
+std::vector<NetworkAdapter> networkAdapters(const NetworkTables& tables);
 
 } // namespace platform

@@ -1,0 +1,244 @@
+// What can break here: a length that lies, bytes that end early, an answer that is not ours, one that is torn, an error taken for
+// an answer.
+#include "foundation/exceptions.h"
+#include "platform/detail/network_adapters.h"
+#include <gmock/gmock.h>
+#include <random>
+
+namespace {
+
+using platform::NetlinkAttributes;
+using platform::NetlinkMessages;
+using testing::ElementsAre;
+
+constexpr unsigned port = 77;
+constexpr unsigned sequence = 5;
+
+/// A datagram, message by message.
+class Datagram {
+public:
+    nlmsghdr& add(std::uint16_t type, std::uint16_t flags = NLM_F_MULTI)
+    {
+        auto* const message = mnl_nlmsg_put_header(_bytes.data() + _size);
+        message->nlmsg_type = type;
+        message->nlmsg_flags = flags;
+        message->nlmsg_seq = sequence;
+        message->nlmsg_pid = port;
+        _last = message;
+        return *message;
+    }
+    template <typename Header> Header& putHeader()
+    {
+        return *static_cast<Header*>(mnl_nlmsg_put_extra_header(_last, sizeof(Header)));
+    }
+    template <typename T> void put(std::uint16_t type, const T& value)
+    {
+        mnl_attr_put(_last, type, sizeof(value), &value);
+    }
+    void finish() { _size += MNL_ALIGN(_last->nlmsg_len); }
+    std::span<std::byte> bytes() { return std::span(_bytes).first(_size); }
+
+private:
+    alignas(8) std::array<std::byte, 4096> _bytes {};
+    std::size_t _size = 0;
+    nlmsghdr* _last = nullptr;
+};
+
+Datagram link(int index, const char (&name)[4])
+{
+    Datagram datagram;
+    datagram.add(RTM_NEWLINK);
+    auto& header = datagram.putHeader<ifinfomsg>();
+    header.ifi_index = index;
+    header.ifi_type = 1;
+    datagram.put(IFLA_IFNAME, name);
+    datagram.finish();
+    return datagram;
+}
+
+std::vector<int> indices(const NetlinkMessages& messages)
+{
+    std::vector<int> result;
+    messages.forEach<ifinfomsg>(
+        RTM_NEWLINK, [&](const nlmsghdr&, const auto& header) { result.push_back(header.ifi_index); });
+    return result;
+}
+
+TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndAndNoOthers)
+{
+    NetlinkMessages messages(port, sequence);
+    auto foreign = link(1, "abc");
+    reinterpret_cast<nlmsghdr*>(foreign.bytes().data())->nlmsg_pid = 1;
+    EXPECT_FALSE(messages.take(foreign.bytes()));
+    auto old = link(2, "abc");
+    reinterpret_cast<nlmsghdr*>(old.bytes().data())->nlmsg_seq = 4;
+    EXPECT_FALSE(messages.take(old.bytes()));
+    EXPECT_FALSE(messages.take(link(3, "abc").bytes()));
+    auto cut = link(4, "abc");
+    EXPECT_FALSE(messages.take(cut.bytes().first(cut.bytes().size() - 1)));
+    EXPECT_FALSE(messages.take({}));
+
+    auto last = link(5, "abc");
+    last.add(NLMSG_DONE);
+    last.finish();
+    last.add(RTM_NEWLINK);
+    last.putHeader<ifinfomsg>().ifi_index = 6;
+    last.finish();
+    EXPECT_TRUE(messages.take(last.bytes()));
+    EXPECT_THAT(indices(messages), ElementsAre(3, 5));
+    EXPECT_FALSE(messages.isTorn());
+
+    NetlinkMessages single(port, sequence);
+    auto one = link(7, "abc");
+    reinterpret_cast<nlmsghdr*>(one.bytes().data())->nlmsg_flags = 0;
+    EXPECT_TRUE(single.take(one.bytes()));
+}
+
+TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
+{
+    for (const int type : { int(RTM_NEWLINK), NLMSG_DONE }) {
+        NetlinkMessages messages(port, sequence);
+        Datagram torn;
+        torn.add(static_cast<std::uint16_t>(type), NLM_F_MULTI | NLM_F_DUMP_INTR);
+        torn.finish();
+        messages.take(torn.bytes());
+        EXPECT_TRUE(messages.isTorn());
+    }
+    for (const int type : { NLMSG_ERROR, NLMSG_DONE }) {
+        for (const int code : { 0, -ENETUNREACH, INT_MIN }) {
+            Datagram end;
+            end.add(static_cast<std::uint16_t>(type));
+            end.putHeader<int>() = code;
+            end.finish();
+            NetlinkMessages messages(port, sequence);
+            try {
+                EXPECT_TRUE(messages.take(end.bytes()));
+                EXPECT_NE(code, -ENETUNREACH);
+            } catch (const fn::IOException& exception) {
+                EXPECT_EQ(*exception.find<fn::ErrnoInfo>(), -code);
+            }
+        }
+    }
+    Datagram tooShort;
+    tooShort.add(NLMSG_ERROR);
+    tooShort.finish();
+    NetlinkMessages messages(port, sequence);
+    EXPECT_THROW(messages.take(tooShort.bytes()), fn::IOException);
+}
+
+TEST(NetlinkAttributes, EndWhereALengthLies)
+{
+    Datagram datagram;
+    datagram.add(RTM_NEWROUTE);
+    datagram.putHeader<rtmsg>();
+    const auto begin = MNL_NLMSG_HDRLEN + MNL_ALIGN(sizeof(rtmsg));
+    datagram.put(RTA_TABLE, std::uint32_t(254));
+    datagram.put(200, std::uint32_t(1)); // Unheard of.
+    datagram.put(RTA_OIF, std::uint16_t(3)); // Too short for a number.
+    datagram.put(RTA_PRIORITY, std::uint32_t(7));
+    datagram.finish();
+    auto& message = *reinterpret_cast<nlmsghdr*>(datagram.bytes().data());
+    auto& table = *reinterpret_cast<nlattr*>(datagram.bytes().data() + begin);
+
+    const NetlinkAttributes whole(message, sizeof(rtmsg));
+    EXPECT_EQ(whole.number(RTA_TABLE), 254U);
+    EXPECT_FALSE(whole.number(RTA_OIF));
+    EXPECT_EQ(whole.bytes(RTA_OIF).size(), 2U);
+    EXPECT_EQ(whole.number(RTA_PRIORITY), 7U);
+    EXPECT_TRUE(whole.bytes(RTA_GATEWAY).empty());
+    for (const std::uint16_t lie : { 0, 3, 1000, 65535 }) {
+        table.nla_len = lie;
+        const NetlinkAttributes attributes(message, sizeof(rtmsg));
+        EXPECT_FALSE(attributes.number(RTA_TABLE)) << lie;
+        EXPECT_FALSE(attributes.number(RTA_PRIORITY)) << lie;
+    }
+    message.nlmsg_len = MNL_NLMSG_HDRLEN + 2; // Ends within the header.
+    EXPECT_TRUE(NetlinkAttributes(message, sizeof(rtmsg)).bytes(RTA_TABLE).empty());
+}
+
+/// The tables of a machine with two adapters, a route of two hops and one by way of IPv6.
+struct Tables {
+    Tables()
+    {
+        links.push_back(link(1, "one"));
+        links.push_back(link(2, "two"));
+        auto& address = addresses.emplace_back();
+        address.add(RTM_NEWADDR);
+        auto& header = address.putHeader<ifaddrmsg>();
+        header.ifa_family = AF_INET;
+        header.ifa_index = 1;
+        address.put(IFA_ADDRESS, std::array<std::uint8_t, 4> { 10, 0, 0, 5 });
+        address.finish();
+        struct {
+            rtnexthop hop { 16, 0, 0, 1 };
+            nlattr attribute { 8, RTA_GATEWAY };
+            std::array<std::uint8_t, 4> gateway { 10, 0, 0, 1 };
+            rtnexthop second { 16, 0, 0, 2 };
+            nlattr secondAttribute { 8, RTA_GATEWAY };
+            std::array<std::uint8_t, 4> secondGateway { 10, 0, 0, 2 };
+        } hops;
+        addRoute().put(RTA_MULTIPATH, hops);
+        routes.back().finish();
+        struct {
+            std::uint16_t family = AF_INET6;
+            std::array<std::uint8_t, 16> address { 0xfe, 0x80 };
+        } via;
+        addRoute().put(RTA_OIF, 2);
+        routes.back().put(RTA_VIA, via);
+        routes.back().finish();
+    }
+    Datagram& addRoute()
+    {
+        auto& route = routes.emplace_back();
+        route.add(RTM_NEWROUTE);
+        auto& header = route.putHeader<rtmsg>();
+        header.rtm_family = AF_INET;
+        header.rtm_table = RT_TABLE_MAIN;
+        header.rtm_type = RTN_UNICAST;
+        return route;
+    }
+    static NetlinkMessages join(std::vector<Datagram>& datagrams)
+    {
+        NetlinkMessages result(port, sequence);
+        for (auto& datagram : datagrams) result.take(datagram.bytes());
+        return result;
+    }
+    std::vector<platform::NetworkAdapter> read()
+    {
+        return platform::networkAdapters(
+            { join(links), join(addresses), join(routes), NetlinkMessages(port, sequence) });
+    }
+
+    std::vector<Datagram> links;
+    std::vector<Datagram> addresses;
+    std::vector<Datagram> routes;
+};
+
+TEST(NetworkAdapters, AreReadWhateverBytesAreWrong)
+{
+    const auto adapters = Tables().read();
+    ASSERT_EQ(adapters.size(), 2U);
+    EXPECT_EQ(adapters[0].name, "one");
+    EXPECT_EQ(adapters[0].addresses.size(), 1U);
+    EXPECT_EQ(adapters[0].gateways.size(), 1U);
+    ASSERT_EQ(adapters[1].gateways.size(), 2U);
+    EXPECT_EQ(adapters[1].gateways[1].v6.sin6_scope_id, 2U);
+
+    std::mt19937 random(1);
+    for (int round = 0; round < 5000; ++round) {
+        Tables tables;
+        for (auto* datagrams : { &tables.links, &tables.addresses, &tables.routes }) {
+            auto& datagram = datagrams->at(random() % datagrams->size());
+            const auto bytes = datagram.bytes();
+            const auto header = MNL_ALIGN(sizeof(nlmsghdr));
+            for (int change = 0; change < 2; ++change)
+                bytes[header + random() % (bytes.size() - header)] = static_cast<std::byte>(random());
+        }
+        for (const auto& adapter : tables.read()) {
+            EXPECT_LE(adapter.addresses.size(), 1U);
+            EXPECT_LE(adapter.gateways.size(), 4U);
+        }
+    }
+}
+
+} // namespace
