@@ -7,6 +7,7 @@
 #include "foundation/uv/async.h"
 #include "main_context/writer.h"
 #include <algorithm>
+#include <cstdlib>
 #include <fmt/format.h>
 #include <functional>
 #include <glib-unix.h>
@@ -132,6 +133,8 @@ double microseconds(Samples samples, double quantile)
 
 void measure(const Plan& plan, bool isQuiet)
 {
+    double load = 0;
+    getloadavg(&load, 1);
     bench::Writer writer;
     Samples ours;
     Samples glibs;
