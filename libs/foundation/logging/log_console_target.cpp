@@ -5,6 +5,13 @@ namespace fn {
 
 LogConsoleTarget::~LogConsoleTarget() = default;
 
-void LogConsoleTarget::write(const String& text) { logging::writeStandardError(text.view()); }
+void LogConsoleTarget::write(const String& text)
+{
+    try {
+        logging::writeStandardError(logging::escapeControls(text.view(), "\t\r\n"));
+    } catch (const std::exception&) {
+        // No memory for the copy: one entry is lost.
+    }
+}
 
 } // namespace fn

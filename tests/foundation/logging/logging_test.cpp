@@ -1,6 +1,7 @@
 // What can break here: a message lost, given to a sink that does not want it, or formatted for nobody; a sink that is used
 // after its removal; lines forged by the text of a message.
 #include "foundation/logging/console_sink.h"
+#include "foundation/logging/log_console_target.h"
 #include "foundation/logging/logging.h"
 #include "support/expectations.h"
 #include <atomic>
@@ -133,6 +134,17 @@ TEST(ConsoleSink, WritesOneLineAMessageWhateverTheTextHolds)
     EXPECT_THAT(text, MatchesRegex("[0-9:]{8}\\.[0-9]{3} DBG logging\\.console: a\tb.*\n"));
     EXPECT_THAT(text, HasSubstr("b\\x0d\\nERR \\x1b[2J\\x7f ü\n"));
     EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+}
+
+TEST(LogConsoleTarget, LetsNoTextCommandTheTerminal)
+{
+    const auto target = fn::makeAuto<fn::LogConsoleTarget>();
+    testing::internal::CaptureStderr();
+    target->write(fn::String(std::string_view("a\tb\r\n\x1b]0;title\x07\0\b\x7f\xc2\x9b\x32J\r\n", 24)));
+    target->write("ü € \xc2\xa0 \x9b \xff \xc2");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+        "a\tb\r\n\\x1b]0;title\\x07\\x00\\x08\\x7f\\x9b2J\r\nü € \xc2\xa0 \x9b \xff \xc2")
+        << "all other bytes as they are";
 }
 
 // For several threads at once.

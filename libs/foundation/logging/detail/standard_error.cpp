@@ -25,18 +25,14 @@ std::string_view label(int priority)
     }
 }
 
-bool isControl(char c) { return (static_cast<unsigned char>(c) < 0x20 && c != '\t') || c == 0x7f; }
-
-void appendEscaped(fmt::memory_buffer& line, std::string_view text)
+/// Bytes of the control character at `offset`, 0 for another one. Those from U+0080 on command terminals, too.
+std::size_t controlBytes(std::string_view text, std::size_t offset)
 {
-    for (const char c : text) {
-        if (!isControl(c))
-            line.push_back(c);
-        else if (c == '\n')
-            fmt::format_to(std::back_inserter(line), "\\n");
-        else
-            fmt::format_to(std::back_inserter(line), "\\x{:02x}", static_cast<unsigned char>(c));
-    }
+    const auto byte = static_cast<unsigned char>(text[offset]);
+    if (byte < 0x20 || byte == 0x7f) return 1;
+    if (byte != 0xc2 || offset + 1 == text.size()) return 0;
+    const auto next = static_cast<unsigned char>(text[offset + 1]);
+    return next >= 0x80 && next < 0xa0 ? 2 : 0;
 }
 
 } // namespace
@@ -56,18 +52,33 @@ void writeStandardError(std::string_view text) noexcept
     }
 }
 
+std::string escapeControls(std::string_view text, std::string_view kept)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (std::size_t offset = 0; offset < text.size(); ++offset) {
+        const auto bytes = controlBytes(text, offset);
+        if (bytes == 0 || kept.find(text[offset]) != kept.npos) {
+            result += text[offset];
+        } else if (text[offset] == '\n') {
+            result += "\\n";
+        } else {
+            // Of the two bytes above U+0080 the second one is the number.
+            offset += bytes - 1;
+            fmt::format_to(std::back_inserter(result), "\\x{:02x}", static_cast<unsigned char>(text[offset]));
+        }
+    }
+    return result;
+}
+
 void writeConsoleLine(const Category& category, const Message& message)
 {
     const auto milliseconds = message.time.totalMilliseconds();
     const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
     std::tm local = {};
     localtime_r(&seconds, &local);
-    fmt::memory_buffer line;
-    fmt::format_to(std::back_inserter(line), "{:02}:{:02}:{:02}.{:03} {} {}: ", local.tm_hour, local.tm_min,
-        local.tm_sec, milliseconds % 1000, label(message.priority), category.name().view());
-    appendEscaped(line, message.text);
-    line.push_back('\n');
-    writeStandardError({ line.data(), line.size() });
+    writeStandardError(fmt::format("{:02}:{:02}:{:02}.{:03} {} {}: {}\n", local.tm_hour, local.tm_min, local.tm_sec,
+        milliseconds % 1000, label(message.priority), category.name().view(), escapeControls(message.text, "\t")));
 }
 
 } // namespace fn::logging
