@@ -292,6 +292,17 @@ route add default via 192.168.1.1 dev v1 metric 8
     EXPECT_THAT(after("address delete 192.168.1.11/24 dev v1", unknown), ElementsAre(unknown));
 }
 
+TEST_F(LiveSignature, HearsOfTheLastChangeAlsoWhenMoreCameThanTheSystemKeeps)
+{
+    std::string commands;
+    for (int i = 0; i < 1000; ++i) commands += fmt::format("address add 10.0.{}.{}/32 dev v1\n", i / 200, i % 200 + 1);
+    const std::string first = "0a090909:000000000000";
+    after(commands + "route add default via 10.9.9.9 dev v1 onlink", first);
+    test::runTurns(loop);
+    EXPECT_THAT(heard, ElementsAre(first));
+    EXPECT_THAT(after("route delete default", unknown), ElementsAre(unknown));
+}
+
 TEST_F(LiveSignature, LearnsHardwareAddressesWithTheReChecks)
 {
     const std::string zero = "c0a80101:000000000000";
