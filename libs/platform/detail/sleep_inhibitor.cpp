@@ -43,17 +43,26 @@ private:
     std::jthread _watch;
 };
 
-/// A connection of our own: the one that GIO shares may end the process when the bus goes.
+/// The bus answers nobody who has not said this.
+bool sayHello(GDBusConnection* connection, GCancellable* cancellable)
+{
+    const Owned<GVariant> name(
+        g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "Hello", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, -1, cancellable, nullptr));
+    return name != nullptr;
+}
+
+/// A connection of our own: the one that GIO shares may end the process when the bus goes. GIO does not know that this one
+/// leads to a bus: it would greet that by itself, and wait for the answer past every deadline.
 Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
 {
     const Owned<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, nullptr));
     if (!address) return nullptr;
-    constexpr auto flags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    Owned<GDBusConnection> connection(
-        g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, cancellable, nullptr));
-    if (connection) g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
-    return connection;
+    Owned<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
+        address.get(), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr, cancellable, nullptr));
+    if (!connection) return nullptr;
+    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+    return sayHello(connection.get(), cancellable) ? std::move(connection) : nullptr;
 }
 
 GVariant* inhibition()

@@ -8,9 +8,11 @@
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
+#include <chrono>
 #include <cstdlib>
 #include <gmock/gmock.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -221,6 +223,25 @@ TEST_F(LoginManager, IsNotWaitedForWhereTheBusItselfIsSilent)
     ASSERT_EQ(::listen(listener, 1), 0);
     setAddress("unix:path=" + path.toStdString());
     EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
+
+    // One that lets everybody in and falls silent then.
+    const int refused = ::accept(listener, nullptr, nullptr);
+    ::close(refused);
+    std::jthread bus([listener] {
+        constexpr std::string_view welcome =
+            "REJECTED EXTERNAL\r\nOK 0123456789abcdef0123456789abcdef\r\nAGREE_UNIX_FD\r\n";
+        const int client = ::accept(listener, nullptr, nullptr);
+        EXPECT_EQ(::send(client, welcome.data(), welcome.size(), MSG_NOSIGNAL), static_cast<ssize_t>(welcome.size()));
+        char bytes[1024];
+        std::string received;
+        for (ssize_t count = 0; (count = ::read(client, bytes, sizeof(bytes))) > 0;) received.append(bytes, count);
+        EXPECT_THAT(received, testing::HasSubstr("Hello"));
+        ::close(client);
+    });
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15)); // GIO's own patience is longer.
+    bus.join();
     ::close(listener);
 }
 
