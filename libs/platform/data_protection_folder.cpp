@@ -1,16 +1,10 @@
 #include "platform/data_protection_folder.h"
-#include "foundation/exceptions.h"
-#include <cerrno>
-#include <cstdlib>
+#include "platform/detail/user_data_folder.h"
 #include <mutex>
-#include <pwd.h>
-#include <unistd.h>
-#include <vector>
+#include <utility>
 
 namespace platform {
 namespace {
-
-constexpr std::size_t largestPasswdEntry = 1024 * 1024;
 
 std::mutex overrideLock;
 
@@ -18,25 +12,6 @@ fn::String& overriddenFolder() // Empty: none. Guarded by `overrideLock`.
 {
     static auto& folder = *new fn::String;
     return folder;
-}
-
-/// Relative paths would make the key depend on where the process was started: they count as not set.
-fn::String absolutePath(const char* path) { return path && path[0] == '/' ? fn::String(path) : fn::String(); }
-
-fn::String homeFolder()
-{
-    if (auto home = absolutePath(std::getenv("HOME")); !home.empty()) return home;
-    std::vector<char> buffer(4096);
-    passwd entry {};
-    passwd* found = nullptr;
-    int error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
-    while (error == ERANGE && buffer.size() < largestPasswdEntry) {
-        buffer.resize(buffer.size() * 2);
-        error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
-    }
-    auto home = found ? absolutePath(found->pw_dir) : fn::String();
-    if (home.empty()) throw fn::with(fn::IOException("The user has no home folder"), fn::ErrnoInfo { ENOENT });
-    return home;
 }
 
 } // namespace
@@ -47,8 +22,7 @@ fn::String protectionFolder()
         const std::lock_guard guard(overrideLock);
         if (!overriddenFolder().empty()) return overriddenFolder();
     }
-    const auto data = absolutePath(std::getenv("XDG_DATA_HOME"));
-    return (data.empty() ? homeFolder() + "/.local/share" : data) + "/core";
+    return detail::userDataFolder();
 }
 
 ScopedProtectionFolder::ScopedProtectionFolder(fn::String folder)

@@ -4,6 +4,9 @@
 #include <span>
 
 namespace platform {
+namespace detail {
+class PrivateFolder;
+}
 
 /// The secret key of this user, read from the file `protection.key` of `protectionFolder()`. The copy in memory is wiped at
 /// the end.
@@ -26,7 +29,7 @@ public:
     const std::uint8_t* data() const noexcept { return _bytes.data(); }
 
 private:
-    bool read(int folder); // Whether there is a key.
+    bool read(const detail::PrivateFolder& folder); // Whether there is a key.
 
     std::array<std::uint8_t, sizeBytes> _bytes {};
 };

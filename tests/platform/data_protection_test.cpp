@@ -2,6 +2,7 @@
 // secrets with it) or that two processes make twice.
 #include "platform/data_protection.h"
 #include "platform/data_protection_folder.h"
+#include "platform/firewall/firewall_file.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
@@ -253,13 +254,14 @@ TEST_F(DataProtection, AnotherUserCanNeitherReadTheKeyNorPutOneInItsPlace)
     expectRefused(blob, "belongs to another user");
 }
 
-TEST(DataProtectionFolder, LiesWithTheUsersData)
+TEST(DataProtectionFolder, LiesWithTheUsersDataAsTheFirewallsFileDoes)
 {
     test::ForkedChild child([] {
         const auto is = [](const char* data, const char* home, std::string_view expected) {
             ::setenv("XDG_DATA_HOME", data, 1);
             ::setenv("HOME", home, 1);
-            return platform::protectionFolder() == expected;
+            return platform::protectionFolder() == expected
+                && platform::firewallFile() == platform::protectionFolder() + "/firewall.rules";
         };
         return is("/data", "/home/u", "/data/core") && is("", "/home/u", "/home/u/.local/share/core")
             && is("relative", "/home/u", "/home/u/.local/share/core")

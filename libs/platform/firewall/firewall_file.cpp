@@ -1,5 +1,5 @@
 #include "platform/firewall/firewall_file.h"
-#include <glib.h>
+#include "platform/detail/user_data_folder.h"
 #include <mutex>
 #include <utility>
 
@@ -18,9 +18,11 @@ fn::String& overriddenFile() // Empty: none. Guarded by `overrideLock`.
 
 fn::String firewallFile()
 {
-    const std::lock_guard guard(overrideLock);
-    if (!overriddenFile().empty()) return overriddenFile();
-    return fn::String(g_get_user_data_dir()) + "/core/firewall.rules";
+    {
+        const std::lock_guard guard(overrideLock);
+        if (!overriddenFile().empty()) return overriddenFile();
+    }
+    return detail::userDataFolder() + "/firewall.rules";
 }
 
 ScopedFirewallFile::ScopedFirewallFile(fn::String path)

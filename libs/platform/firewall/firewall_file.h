@@ -6,8 +6,9 @@ namespace platform {
 /// Where the firewall interfaces keep what they are told: `core/firewall.rules` in the user's data folder
 /// (`$XDG_DATA_HOME`, or `.local/share` of his home). It need not exist: then the firewall is on, without any rule.
 ///
-/// A text file that only its user can read, replaced as a whole. One that is damaged, or not the user's own, makes the calls
-/// fail and is never replaced. Nothing reads it but these interfaces: no packet filter is changed. Thread-safe.
+/// A text file that only its user can read, replaced as a whole. One that is damaged or not the user's own, or in a folder
+/// that others may write to, makes the calls fail and is never replaced. Nothing reads it but these interfaces: no packet
+/// filter is changed. `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String firewallFile();
 
 /// For tests: `firewallFile()` is `path` while this lives. Nested ones end in reverse order.

@@ -5,6 +5,7 @@
 #include "platform/firewall/firewall_file.h"
 #include "platform/firewall/firewall_manager.h"
 #include "platform/firewall/firewall_policy.h"
+#include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -13,6 +14,7 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using namespace platform;
 using testing::ElementsAre;
 
@@ -136,7 +138,8 @@ struct Firewall : testing::Test {
     /// Writes a file as its user would.
     void write(std::string_view content)
     {
-        std::filesystem::create_directories(folder.path() / "made");
+        fs::create_directories(folder.path() / "made");
+        fs::permissions(folder.path() / "made", fs::perms::owner_all); // Whatever the mask of who runs this.
         test::writeFile(path, content);
         ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
     }
@@ -291,7 +294,6 @@ TEST_F(Firewall, RefusesADamagedFileAndLeavesItAsItIs)
 
 TEST_F(Firewall, TrustsOnlyAFileOfItsUser)
 {
-    namespace fs = std::filesystem;
     const auto result = [] {
         LONG number = 0;
         const HRESULT read = rules()->get_Count(&number);
@@ -301,6 +303,11 @@ TEST_F(Firewall, TrustsOnlyAFileOfItsUser)
     write("");
     ASSERT_EQ(::chmod(path.c_str(), 0620), 0);
     EXPECT_EQ(result(), E_ACCESSDENIED);
+    ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+    ASSERT_EQ(::chmod((folder.path() / "made").c_str(), 0770), 0);
+    EXPECT_EQ(result(), E_ACCESSDENIED) << "Others could put another one in its place.";
+    ASSERT_EQ(::chmod((folder.path() / "made").c_str(), 0700), 0);
+    EXPECT_EQ(result(), S_OK);
     fs::rename(path.toStdString(), folder.path() / "other");
     fs::create_symlink(folder.path() / "other", path.toStdString());
     EXPECT_TRUE(FAILED(result())) << "Who follows links can be led.";
@@ -313,6 +320,20 @@ TEST_F(Firewall, TrustsOnlyAFileOfItsUser)
     fs::remove(path.toStdString());
     write("# " + std::string(4 * 1024 * 1024, 'x') + "\n");
     EXPECT_TRUE(FAILED(result())) << "Too large.";
+}
+
+TEST_F(Firewall, KeepsItsFilesUsableWhateverTheMask)
+{
+    fs::permissions(folder.path(), fs::perms::all);
+    // Not as root, whom no missing right would keep out.
+    test::ForkedChild child([this] {
+        if (::geteuid() == 0 && ::setuid(65534) != 0) return false;
+        ::umask(0777);
+        const ScopedFirewallFile own(folder.file("a/b/firewall.rules"));
+        return elevatedRules()->Add(newRule().get()) == S_OK && elevatedRules()->Add(newRule().get()) == S_OK
+            && count() == 2;
+    });
+    EXPECT_TRUE(child.succeeds());
 }
 
 TEST_F(Firewall, AFailedChangeLeavesTheFormerRules)

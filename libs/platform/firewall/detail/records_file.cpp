@@ -1,65 +1,41 @@
 #include "platform/firewall/detail/records_file.h"
-#include "foundation/exceptions.h"
+#include "platform/detail/private_folder.h"
 #include "platform/firewall/detail/records_text.h"
 #include "platform/firewall/firewall_file.h"
-#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 
 namespace platform::detail {
 namespace {
 
 constexpr std::size_t largestFileBytes = 4 * 1024 * 1024;
-constexpr mode_t onlyOwner = 0700;
-constexpr mode_t onlyOwnerReadsAndWrites = 0600;
 
-[[noreturn]] void fail(std::string_view action, const fn::String& path, int error)
-{
-    throw fn::with(fn::IOException(
-                       fmt::format("Could not {} {}: {}", action, path.view(), std::generic_category().message(error))),
-        fn::ErrnoInfo { error });
-}
-
-template <typename Call> auto uninterrupted(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
-    return result;
-}
-
-class Descriptor {
-public:
-    Descriptor(const fn::String& path, int flags)
-        : _descriptor(uninterrupted(
-            [&] { return ::open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, onlyOwnerReadsAndWrites); }))
-    {
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor()
-    {
-        if (_descriptor >= 0) ::close(_descriptor);
-    }
-    int get() const noexcept { return _descriptor; }
-    explicit operator bool() const noexcept { return _descriptor >= 0; }
-
-private:
-    const int _descriptor;
+/// `firewallFile()`, whole and in parts.
+struct Location {
+    fn::String path;
+    fn::String folder;
+    fn::String name;
 };
+
+Location location()
+{
+    const auto path = firewallFile();
+    const std::filesystem::path parts(path.view());
+    return { path, parts.parent_path().string(), parts.filename().string() };
+}
 
 void requireOwnFile(const Descriptor& file, const fn::String& path)
 {
     struct stat status;
-    if (::fstat(file.get(), &status) != 0) fail("look at", path, errno);
-    if (!S_ISREG(status.st_mode)) fail("read", path, EINVAL);
+    if (::fstat(file.get(), &status) != 0) failAt("look at", path.view());
+    if (!S_ISREG(status.st_mode)) failAt("read", path.view(), EINVAL);
     // Who may write to it could admit programs in the user's name.
-    if (status.st_uid != ::geteuid() || (status.st_mode & 022) != 0) fail("trust", path, EPERM);
+    if (status.st_uid != ::geteuid() || (status.st_mode & 022) != 0) failAt("trust", path.view(), EPERM);
 }
 
 std::string readAll(const Descriptor& file, const fn::String& path)
@@ -68,84 +44,68 @@ std::string readAll(const Descriptor& file, const fn::String& path)
     char buffer[16 * 1024];
     for (;;) {
         const auto count = uninterrupted([&] { return ::read(file.get(), buffer, sizeof buffer); });
-        if (count < 0) fail("read", path, errno);
+        if (count < 0) failAt("read", path.view());
         if (count == 0) return text;
         text.append(buffer, static_cast<std::size_t>(count));
-        if (text.size() > largestFileBytes) fail("read", path, EFBIG);
+        if (text.size() > largestFileBytes) failAt("read", path.view(), EFBIG);
     }
 }
 
-void writeAll(const Descriptor& file, std::string_view text, const fn::String& path)
+FirewallRecords readRecords(const PrivateFolder& folder, const Location& where)
 {
-    while (!text.empty()) {
-        const auto count = uninterrupted([&] { return ::write(file.get(), text.data(), text.size()); });
-        if (count < 0) fail("write", path, errno);
-        text.remove_prefix(static_cast<std::size_t>(count));
-    }
-    if (uninterrupted([&] { return ::fsync(file.get()); }) != 0) fail("write", path, errno);
-}
-
-/// Makes the folder, open to its user alone, and those that lead there.
-void makeFolder(const std::filesystem::path& folder)
-{
-    std::error_code error;
-    std::filesystem::create_directories(folder.parent_path(), error);
-    if (error) fail("make", folder.parent_path().string(), error.value());
-    if (::mkdir(folder.c_str(), onlyOwner) != 0 && errno != EEXIST) fail("make", folder.string(), errno);
+    const auto file = folder.open(where.name, O_RDONLY);
+    if (!file && errno == ENOENT) return {};
+    if (!file) failAt("open", where.path.view());
+    requireOwnFile(file, where.path);
+    return readRecordsText(readAll(file, where.path));
 }
 
 /// Keeps others from changing the file while it lives; waits for them.
 class UpdateLock {
 public:
-    explicit UpdateLock(const fn::String& path) : _file(path, O_RDWR | O_CREAT)
+    UpdateLock(const PrivateFolder& folder, const Location& where)
+        : _file(folder.open(where.name + ".lock", O_RDWR | O_CREAT))
     {
-        if (!_file || uninterrupted([&] { return ::flock(_file.get(), LOCK_EX); }) != 0) fail("lock", path, errno);
+        const bool isLocked = _file && uninterrupted([&] { return ::flock(_file.get(), LOCK_EX); }) == 0;
+        if (!isLocked) failAt("lock", where.path.view());
     }
 
 private:
     const Descriptor _file;
 };
 
-/// Only under the lock: the temporary file is the lock holder's.
-void replaceFile(const fn::String& path, std::string_view text)
+/// Only under the lock: the unfinished file is the lock holder's.
+void replaceFile(const PrivateFolder& folder, const Location& where, std::string_view text)
 {
-    const auto temporary = path + ".new";
-    ::unlink(temporary.c_str()); // Of somebody who was ended.
-    try {
-        const Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL);
-        if (!file) fail("make", temporary, errno);
-        writeAll(file, text, temporary);
-        if (::rename(temporary.c_str(), path.c_str()) != 0) fail("replace", path, errno);
-    } catch (...) {
-        ::unlink(temporary.c_str());
-        throw;
+    const auto temporary = where.name + ".new";
+    ::unlinkat(folder.get(), temporary.c_str(), 0); // Of somebody who was ended.
+    UnfinishedFile file(folder, temporary);
+    file.write(text);
+    if (::renameat(folder.get(), file.name(), folder.get(), where.name.c_str()) != 0) {
+        failAt("replace", where.path.view());
     }
-    const Descriptor folder(std::filesystem::path(path.view()).parent_path().string(), O_RDONLY | O_DIRECTORY);
-    if (!folder || uninterrupted([&] { return ::fsync(folder.get()); }) != 0) fail("replace", path, errno);
+    folder.sync();
 }
 
 } // namespace
 
 FirewallRecords readRecords()
 {
-    const auto path = firewallFile();
-    const Descriptor file(path, O_RDONLY);
-    if (!file && errno == ENOENT) return {};
-    if (!file) fail("open", path, errno);
-    requireOwnFile(file, path);
-    return readRecordsText(readAll(file, path));
+    const auto where = location();
+    const auto folder = PrivateFolder::find(where.folder);
+    return folder ? readRecords(*folder, where) : FirewallRecords();
 }
 
 void updateRecords(const std::function<void(FirewallRecords&)>& change)
 {
-    const auto path = firewallFile();
-    makeFolder(std::filesystem::path(path.view()).parent_path());
-    const UpdateLock lock(path + ".lock");
-    auto records = readRecords();
+    const auto where = location();
+    const auto folder = PrivateFolder::findOrMake(where.folder);
+    const UpdateLock lock(folder, where);
+    auto records = readRecords(folder, where);
     change(records);
     const auto text = recordsText(records);
-    if (text.size() > largestFileBytes) fail("write", path, EFBIG);
-    replaceFile(path, text);
+    if (text.size() > largestFileBytes) failAt("write", where.path.view(), EFBIG);
+    replaceFile(folder, where, text);
 }
 
 } // namespace platform::detail
