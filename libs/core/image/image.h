@@ -64,7 +64,7 @@ public:
     std::uint32_t displayHeight() const; ///< See `displayWidth()`.
 
     /// A rectangle of this image, sharing its pixels. Subsampled planes begin at the position divided and truncated. No
-    /// bounds are checked: the rectangle lies inside of this image.
+    /// bounds are checked: the rectangle lies inside of this image. One of a JPEG stream, which has no rows, has no bytes.
     fn::AutoPtr<Image> subImage(std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height);
     fn::AutoPtr<const Image> subImage(
         std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height) const;
