@@ -71,7 +71,8 @@ void GMainContextIntegration::Private::doPrepare()
 
 void GMainContextIntegration::Private::pollDone()
 {
-    if (!std::exchange(_polling, false)) return;
+    if (!_polling || !_wait->isOver()) return;
+    _polling = false;
     _pollDone = true;
     _extraWakeUp->send();
 }

@@ -25,6 +25,7 @@ guint sourceCounter(GMainContext* context)
 
 void ContextWait::prepare()
 {
+    _isOver.store(false, std::memory_order_relaxed); // Given to the other thread with the task.
     const ContextOwnership ownership(_context);
     if (!ownership) {
         _count = 0;
@@ -53,6 +54,7 @@ void ContextWait::query()
 void ContextWait::wait()
 {
     poll();
+    _isOver.store(true, std::memory_order_release);
     const std::lock_guard guard(_lock);
     if (_done) _done->send();
 }

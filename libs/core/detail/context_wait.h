@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/uv/async.h"
+#include <atomic>
 #include <glib.h>
 #include <mutex>
 
@@ -24,7 +25,7 @@ private:
 /// One wait for a context's descriptors at a time: what the loop's thread prepares and evaluates, and a thread of a pool
 /// waits for. Shared with the task on the pool, which may be there for longer than who started it.
 ///
-/// Between `prepare()` and the end of `wait()` the loop's thread leaves all members alone but those under `_lock`.
+/// From `prepare()` until `isOver()` the loop's thread leaves all members alone but those under `_lock`.
 class ContextWait {
 public:
     ContextWait(GMainContext* context, fn::uv::Async& done) : _context(context), _done(&done) { }
@@ -36,6 +37,9 @@ public:
 
     /// Waits for it, then sends the wake-up. Pool thread.
     void wait();
+
+    /// Whether the latest wait has ended, and this object is the loop's thread's again.
+    bool isOver() const { return _isOver.load(std::memory_order_acquire); }
 
     /// Has GLib find out which sources are ready, and dispatches these, after a wait. Loop thread.
     void checkAndDispatch();
@@ -57,6 +61,7 @@ private:
     guint _sourcesSeen = 0; // See `sourceCounter()`.
     int _patience = 1; // Milliseconds until the next try, while somebody else owns the context.
 
+    std::atomic<bool> _isOver { true };
     std::mutex _lock;
     fn::uv::Async* _done; // Guarded by `_lock`. Null once abandoned.
 };
