@@ -274,18 +274,6 @@ TEST_F(Listeners, MayBeOutlivedByTheirHandles)
     handle.invalidate();
 }
 
-TEST_F(Listeners, HearOfNothingMoreWhereChangesAreNotAnnouncedAnyMore)
-{
-    const test::ExpectUnhandled unhandled;
-    std::optional<FakeNetwork> ending(std::in_place);
-    fn::NetworkStateNotifier other(loop);
-    const auto handle = other.addChangeListener([](bool) { FAIL(); });
-    ending.reset();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return !unhandled.messages().empty(); }));
-    test::runTurns(loop);
-    EXPECT_EQ(unhandled.messages().size(), 1U); // And not once a turn.
-}
-
 // --- The process's own
 
 TEST(NetworkSignature, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)

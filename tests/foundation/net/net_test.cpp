@@ -1,7 +1,6 @@
 // What can break here: text that is no address, a range that is a bit too wide, a socket address that is cut short, a watch that
 // outlives its failure.
 #include "foundation/net/ip_address.h"
-#include "foundation/net/mac_address.h"
 #include "foundation/net/network_state_notifier.h"
 #include "foundation/uv/loop.h"
 #include "platform/network_changes.h"
@@ -91,12 +90,6 @@ TEST(IPAddress, IsTakenFromWholeSocketAddressesOfItsFamiliesOnly)
     EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(sockaddr_in) - 1));
     address.sin6_family = AF_UNIX;
     EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(address)));
-}
-
-TEST(MacAddress, IsZeroUntilItIsKnown)
-{
-    EXPECT_EQ(fn::MacAddress().toString(), "00:00:00:00:00:00");
-    EXPECT_EQ(fn::MacAddress({ 0, 0x11, 0x22, 0xaa, 0xbb, 0xff }).toString(), "00:11:22:aa:bb:ff");
 }
 
 TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
