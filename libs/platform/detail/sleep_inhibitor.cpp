@@ -43,14 +43,23 @@ private:
     std::jthread _watch;
 };
 
-/// The bus answers nobody who has not said this.
-bool sayHello(GDBusConnection* connection, GCancellable* cancellable)
-{
-    const Owned<GVariant> name(
-        g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-            "Hello", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, -1, cancellable, nullptr));
-    return name != nullptr;
-}
+/// Where GIO says on this thread, while this lives, what becomes of a connection. In the main loop of the program, which need
+/// not run, that would wait and hold the connection for ever.
+class OwnContext {
+public:
+    OwnContext() : _context(g_main_context_new()) { g_main_context_push_thread_default(_context); }
+    OwnContext(const OwnContext&) = delete;
+    OwnContext& operator=(const OwnContext&) = delete;
+    ~OwnContext()
+    {
+        while (g_main_context_iteration(_context, FALSE)) { }
+        g_main_context_pop_thread_default(_context);
+        g_main_context_unref(_context);
+    }
+
+private:
+    GMainContext* const _context;
+};
 
 /// A connection of our own: the one that GIO shares may end the process when the bus goes. GIO does not know that this one
 /// leads to a bus: it would greet that by itself, and wait for the answer past every deadline.
@@ -60,9 +69,17 @@ Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
     if (!address) return nullptr;
     Owned<GDBusConnection> connection(g_dbus_connection_new_for_address_sync(
         address.get(), G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT, nullptr, cancellable, nullptr));
-    if (!connection) return nullptr;
-    g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
-    return sayHello(connection.get(), cancellable) ? std::move(connection) : nullptr;
+    if (connection) g_dbus_connection_set_exit_on_close(connection.get(), FALSE);
+    return connection;
+}
+
+/// The bus answers nobody who has not said this.
+bool sayHello(GDBusConnection* connection, GCancellable* cancellable)
+{
+    const Owned<GVariant> name(
+        g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+            "Hello", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, -1, cancellable, nullptr));
+    return name != nullptr;
 }
 
 GVariant* inhibition()
@@ -71,24 +88,30 @@ GVariant* inhibition()
     return g_variant_new("(ssss)", "sleep", who.get(), "A task is running that must not be interrupted", "block");
 }
 
+/// The descriptor, or -1.
+int askLoginManager(GDBusConnection* connection, GCancellable* cancellable)
+{
+    GUnixFDList* received = nullptr;
+    const Owned<GVariant> answer(g_dbus_connection_call_with_unix_fd_list_sync(connection, "org.freedesktop.login1",
+        "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit", inhibition(), G_VARIANT_TYPE("(h)"),
+        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &received, cancellable, nullptr));
+    const Owned<GUnixFDList> descriptors(received);
+    if (!answer || !descriptors) return -1;
+    gint32 index = -1;
+    g_variant_get(answer.get(), "(h)", &index);
+    if (index < 0 || index >= g_unix_fd_list_get_length(descriptors.get())) return -1;
+    return g_unix_fd_list_get(descriptors.get(), index, nullptr); // A duplicate, close-on-exec.
+}
+
 int requestInhibitor()
 {
+    const OwnContext context;
     const Deadline deadline;
-    const auto connection = connectToSystemBus(deadline.cancellable());
+    auto* const cancellable = deadline.cancellable();
+    const auto connection = connectToSystemBus(cancellable);
     if (!connection) return -1;
-    GUnixFDList* received = nullptr;
-    const Owned<GVariant> answer(g_dbus_connection_call_with_unix_fd_list_sync(connection.get(),
-        "org.freedesktop.login1", "/org/freedesktop/login1", "org.freedesktop.login1.Manager", "Inhibit", inhibition(),
-        G_VARIANT_TYPE("(h)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, &received, deadline.cancellable(), nullptr));
-    const Owned<GUnixFDList> descriptors(received);
-    int result = -1;
-    if (answer && descriptors) {
-        gint32 index = -1;
-        g_variant_get(answer.get(), "(h)", &index);
-        if (index >= 0 && index < g_unix_fd_list_get_length(descriptors.get()))
-            result = g_unix_fd_list_get(descriptors.get(), index, nullptr); // A duplicate, close-on-exec.
-    }
-    g_dbus_connection_close_sync(connection.get(), deadline.cancellable(), nullptr);
+    const int result = sayHello(connection.get(), cancellable) ? askLoginManager(connection.get(), cancellable) : -1;
+    g_dbus_connection_close_sync(connection.get(), cancellable, nullptr);
     return result;
 }
 
