@@ -1,0 +1,35 @@
+#pragma once
+#include <string>
+#include <string_view>
+
+namespace media {
+
+/// Text from anywhere as HTML shows it, in elements and in attributes: what is no UTF-8, and characters that documents must
+/// not have, become the replacement character.
+std::string escaped(std::string_view text);
+
+/// One page, written from top to bottom. All that it is given is text or an address, never HTML.
+class HtmlPage {
+public:
+    explicit HtmlPage(std::string_view title); ///< In the window's title, and as heading.
+
+    void navigate(std::string_view text, std::string_view address); ///< Before the page's content.
+    void paragraph(std::string_view text);
+    void line(
+        std::string_view text, std::string_view address = {}); ///< Of one list. Without an address it leads nowhere.
+
+    std::string finish() &&;
+
+    /// The value of Content-Security-Policy under which the page works: nothing but its own style.
+    static const std::string& contentSecurityPolicy();
+
+private:
+    enum class Part { Navigation, Content, List };
+    void enter(Part part);
+    void link(std::string_view text, std::string_view address);
+
+    std::string _html;
+    Part _part = Part::Content;
+};
+
+} // namespace media

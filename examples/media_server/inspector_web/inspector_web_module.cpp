@@ -1,0 +1,84 @@
+// Shows the inspectors in a web browser, in a process of its own.
+#include "api/application.h"
+#include "api/log_output.h"
+#include "api/text.h"
+#include "core/ipc/registry.h"
+#include "core/ipc/run_module.h"
+#include "foundation/logging/logging.h"
+#include "inspector_web/http_server.h"
+#include "inspector_web/inspector_pages.h"
+#include "inspector_web/loop_gate.h"
+
+namespace media {
+namespace {
+
+constexpr auto findTimeout = fn::Duration::seconds(20);
+
+const fn::logging::Category& category()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("mediaServer.inspectorWeb");
+    return category;
+}
+
+} // namespace
+
+class InspectorWebModule final : public ipc::Module {
+public:
+    explicit InspectorWebModule(const ipc::ModuleInitData& data) : Module(data)
+    {
+        chooseFolders();
+        startLogging("inspector_web");
+    }
+
+    ~InspectorWebModule() override { stop(); }
+
+    void onConnected() override
+    {
+        _gate = std::make_shared<LoopGate>(
+            worker().loop(), [pages = fn::makeAuto<InspectorPages>(worker())](const WebRequest& request) {
+                return pages->answer(request);
+            });
+        try {
+            _server =
+                std::make_unique<HttpServer>([gate = _gate](const WebRequest& request) { return gate->ask(request); });
+            announce("Inspect at " + _server->address());
+        } catch (...) {
+            announce("The inspectors cannot be shown: " + describe(std::current_exception()));
+        }
+    }
+
+    void onAboutToQuit() override
+    {
+        stop();
+        terminate();
+    }
+
+private:
+    void announce(const fn::String& line)
+    {
+        worker().registerObjectReferenceClass<Application>();
+        worker()
+            .registry()
+            ->getInstance<Application>(findTimeout)
+            .then([line](fn::AutoPtr<Application>&& application) { return application->announce(line); })
+            .then([] {},
+                [](std::exception_ptr failure) {
+                    FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/inspector_web",
+                        "The address is not announced: {}", describe(failure));
+                });
+    }
+
+    /// While the worker still lives: those who wait for the loop first, so that the server's threads end.
+    void stop()
+    {
+        if (_gate) _gate->close();
+        _server.reset();
+    }
+
+    std::shared_ptr<LoopGate> _gate; // Empty until connected, as is the next one.
+    std::unique_ptr<HttpServer> _server;
+};
+
+} // namespace media
+
+IPC_MODULE_ENTRY_POINT(media::InspectorWebModule, "inspector_web")

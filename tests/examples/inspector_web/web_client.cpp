@@ -1,0 +1,119 @@
+#include "web_client.h"
+#include <arpa/inet.h>
+#include <array>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <regex>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <utility>
+
+namespace test {
+namespace {
+
+constexpr int boundInMilliseconds =
+    60'000; // Between two pieces: sanitizers, and machines that do other things, take their time.
+
+std::string unescaped(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find("&amp;", at)) != std::string::npos;) text.erase(++at, 4);
+    return text;
+}
+
+} // namespace
+
+WebConnection::WebConnection(int port, const char* address) : _socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in to {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(static_cast<std::uint16_t>(port));
+    ::inet_pton(AF_INET, address, &to.sin_addr);
+    if (::connect(_socket, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) ::close(std::exchange(_socket, -1));
+}
+
+WebConnection::WebConnection(WebConnection&& other) noexcept : _socket(std::exchange(other._socket, -1)) { }
+
+WebConnection::~WebConnection()
+{
+    if (_socket >= 0) ::close(_socket);
+}
+
+bool WebConnection::send(std::string_view bytes) const
+{
+    return ::send(_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+bool WebConnection::hasEnded() const
+{
+    pollfd entry { _socket, POLLIN, 0 };
+    return ::poll(&entry, 1, 0) > 0;
+}
+
+WebReply WebConnection::reply() const
+{
+    std::string text;
+    std::array<char, 4096> buffer;
+    for (pollfd entry { _socket, POLLIN, 0 };;) {
+        if (::poll(&entry, 1, boundInMilliseconds) <= 0) {
+            ADD_FAILURE() << "The connection stays open.";
+            break;
+        }
+        const auto count = ::recv(_socket, buffer.data(), buffer.size(), 0);
+        if (count <= 0) break;
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    WebReply reply;
+    const auto end = text.find("\r\n\r\n");
+    if (!text.starts_with("HTTP/1.1 ") || end == std::string::npos) return reply;
+    reply.status = std::stoi(text.substr(9, 3));
+    reply.head = text.substr(0, end + 2);
+    reply.body = text.substr(end + 4);
+    return reply;
+}
+
+WebAddress::WebAddress(const std::string& text) : text(text)
+{
+    static const std::regex form("http://127\\.0\\.0\\.1:([0-9]+)/([0-9a-f]{32,})/");
+    std::smatch parts;
+    if (!std::regex_match(text, parts, form)) {
+        ADD_FAILURE() << "No address: " << text;
+        return;
+    }
+    port = std::stoi(parts[1]);
+    token = parts[2];
+    host = "127.0.0.1:" + parts[1].str();
+}
+
+std::string WebAddress::request(const std::string& target, const std::string& headers, const char* method) const
+{
+    return std::string(method) + " " + target + " HTTP/1.1\r\n" + headers + "\r\n";
+}
+
+WebReply WebAddress::get(const std::string& page) const
+{
+    const WebConnection connection(port);
+    connection.send(request("/" + token + "/" + (page == "./" ? "" : page), "Host: " + host + "\r\n"));
+    return connection.reply();
+}
+
+std::vector<std::string> links(const std::string& html)
+{
+    static const std::regex form("<a href=\"([^\"]*)\">");
+    std::vector<std::string> result;
+    for (std::sregex_iterator at(html.begin(), html.end(), form), end; at != end; ++at)
+        result.push_back(unescaped((*at)[1]));
+    return result;
+}
+
+std::string linkOf(const std::string& html, const std::string& text)
+{
+    static const std::regex form("<a href=\"([^\"]*)\">([^<]*)</a>");
+    for (std::sregex_iterator at(html.begin(), html.end(), form), end; at != end; ++at) {
+        if ((*at)[2].str().find(text) != std::string::npos) return unescaped((*at)[1]);
+    }
+    ADD_FAILURE() << "No link says " << text << ":\n" << html;
+    return {};
+}
+
+} // namespace test
