@@ -158,9 +158,7 @@ CommandIPC::CommandIPC() : _connections(std::make_shared<std::size_t>(0)) { }
 
 CommandIPC::~CommandIPC()
 {
-    if (!_listener || _listener->isClosed()) return;
-    _listener->close();
-    putBack();
+    if (_listener) stop(); // It may have been closed by the end of its loop.
 }
 
 fn::String CommandIPC::pipePath()

@@ -161,6 +161,7 @@ TEST_F(CommandPipe, WithNobodyThereTheSenderIsToldAndTheLog)
 
 TEST_F(CommandPipe, WhatEndsInTheMiddleLeavesNothingBehind)
 {
+    test::writeFile(folder.file(fileName), "somebody's");
     auto ending = std::make_unique<Loop>();
     auto local = std::make_unique<Server>(*ending);
     local->bind();
@@ -171,7 +172,8 @@ TEST_F(CommandPipe, WhatEndsInTheMiddleLeavesNothingBehind)
     client.reset();
     ending.reset(); // The leak check sees what is left of the connection and of the sender.
     local.reset();
-    EXPECT_THAT(entries(), ElementsAre());
+    EXPECT_THAT(entries(), ElementsAre(fileName));
+    EXPECT_EQ(test::readFile(folder.file(fileName)), "somebody's");
 }
 
 TEST_F(CommandPipe, TwoHundredAtOnceAllComeThrough)
