@@ -22,8 +22,9 @@ public:
     virtual void setPassword(std::string_view group, std::string_view key, std::string_view password) = 0;
 
     /// The secret, the caller's to wipe. `found` tells whether one is stored: one that can not be decrypted any more is
-    /// found, with empty text and a log line. A damaged file is replaced by what was last read or set; failing that:
-    /// `fn::FileException`.
+    /// found, with empty text and a log line. A file that is no text of preferences is replaced by what was last read or
+    /// set. Throws `fn::FileException` where it can not be read or replaced, `fn::RangeException` where a tagged value in it
+    /// has members of the wrong kind: such a file stays as it is.
     virtual fn::String getPassword(std::string_view group, std::string_view key, bool& found) = 0;
 
     /// Removes a secret if there is one. Throws like `setPassword()`.
