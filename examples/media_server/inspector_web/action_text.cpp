@@ -11,7 +11,6 @@
 #include <iterator>
 
 namespace media {
-
 namespace {
 
 // Two of them and a key fit what the HTTP library takes as an address, 8192 bytes.

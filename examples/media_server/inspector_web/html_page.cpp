@@ -6,6 +6,9 @@
 namespace media {
 namespace {
 
+constexpr std::size_t mostTextBytes = 16 * 1024; // Of one line.
+constexpr std::size_t mostPageBytes = 2 * 1024 * 1024; // And a line.
+
 constexpr std::string_view style = R"(
 :root { color-scheme: light dark; font: 15px/1.5 system-ui, sans-serif; }
 body { margin: 0 auto; padding: 1.5rem; max-width: 75rem; }
@@ -57,9 +60,18 @@ std::string escaped(std::string_view text)
     return result;
 }
 
+namespace {
+
+std::string shortened(std::string_view text)
+{
+    return text.size() <= mostTextBytes ? escaped(text) : escaped(text.substr(0, mostTextBytes)) + " ...";
+}
+
+} // namespace
+
 HtmlPage::HtmlPage(std::string_view title)
 {
-    const auto shown = escaped(title);
+    const auto shown = shortened(title);
     _html = "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
             "<meta name=\"viewport\" content=\"width=device-width\">\n<title>";
     _html += shown;
@@ -82,7 +94,7 @@ void HtmlPage::enter(Part part)
 
 void HtmlPage::link(std::string_view text, std::string_view address)
 {
-    _html += "<a href=\"" + escaped(address) + "\">" + escaped(text) + "</a>";
+    _html += "<a href=\"" + escaped(address) + "\">" + shortened(text) + "</a>";
 }
 
 void HtmlPage::navigate(std::string_view text, std::string_view address)
@@ -95,7 +107,7 @@ void HtmlPage::navigate(std::string_view text, std::string_view address)
 void HtmlPage::paragraph(std::string_view text)
 {
     enter(Part::Content);
-    _html += "<p>" + escaped(text) + "</p>\n";
+    _html += "<p>" + shortened(text) + "</p>\n";
 }
 
 void HtmlPage::line(std::string_view text, std::string_view address)
@@ -103,12 +115,14 @@ void HtmlPage::line(std::string_view text, std::string_view address)
     enter(Part::List);
     _html += "<li>";
     if (address.empty()) {
-        _html += escaped(text);
+        _html += shortened(text);
     } else {
         link(text, address);
     }
     _html += "</li>\n";
 }
+
+bool HtmlPage::isFull() const { return _html.size() >= mostPageBytes; }
 
 std::string HtmlPage::finish() &&
 {

@@ -8,7 +8,7 @@ namespace media {
 /// not have, become the replacement character.
 std::string escaped(std::string_view text);
 
-/// One page, written from top to bottom. All that it is given is text or an address, never HTML.
+/// One page, written from top to bottom. All that it is given is text or an address, never HTML. Long text is cut.
 class HtmlPage {
 public:
     explicit HtmlPage(std::string_view title); ///< In the window's title, and as heading.
@@ -18,6 +18,7 @@ public:
     void line(
         std::string_view text, std::string_view address = {}); ///< Of one list. Without an address it leads nowhere.
 
+    bool isFull() const; ///< Whether a browser has enough of it: no more lines, then.
     std::string finish() &&;
 
     /// The value of Content-Security-Policy under which the page works: nothing but its own style.

@@ -56,7 +56,13 @@ public:
             respond(request, response);
             return HandlerResponse::Handled; // Each request: the library routes nothing.
         });
-        _thread = std::thread([this] { listen_after_bind(); });
+        _thread = std::thread([this] {
+            try {
+                listen_after_bind();
+            } catch (...) { // Its threads cannot be started.
+                fn::unhandledException();
+            }
+        });
     }
 
     ~Private() override

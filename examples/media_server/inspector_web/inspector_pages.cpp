@@ -4,15 +4,13 @@
 #include "inspector_web/html_page.h"
 #include <algorithm>
 #include <fmt/format.h>
-#include <span>
+#include <vector>
 
 namespace media {
 namespace {
 
 constexpr auto mostTime = fn::Duration::seconds(10);
-
-// Of a list: what a browser still shows without effort.
-constexpr std::size_t mostLines = 10'000;
+constexpr std::string_view unnamed = "(no name)";
 
 /// What an address says about one page of an inspector.
 struct Place {
@@ -53,6 +51,19 @@ std::string addressOf(const Place& place)
     return address;
 }
 
+/// As many as the page takes, and how many are left.
+template <typename Entry, typename Write>
+void writeLines(HtmlPage& page, const std::vector<Entry>& entries, Write write)
+{
+    auto left = entries.size();
+    for (const auto& entry : entries) {
+        if (page.isFull()) break;
+        write(entry);
+        --left;
+    }
+    if (left > 0) page.paragraph(fmt::format("And {} more.", left));
+}
+
 std::string listPage(const std::map<fn::String, fn::String>& inspectors)
 {
     std::vector<std::pair<fn::String, fn::String>> byName;
@@ -61,28 +72,26 @@ std::string listPage(const std::map<fn::String, fn::String>& inspectors)
     HtmlPage page("Inspectors");
     page.navigate("Reload", "./");
     if (byName.empty()) page.paragraph("There are none.");
-    for (const auto& [name, key] : std::span(byName).first(std::min(byName.size(), mostLines))) {
-        page.line(name.empty() ? "(no name)" : name.view(), addressOf({ key, {}, {} }));
-    }
-    if (byName.size() > mostLines) page.paragraph(fmt::format("And {} more.", byName.size() - mostLines));
+    writeLines(page, byName, [&](const auto& inspector) {
+        const auto& [name, key] = inspector;
+        page.line(name.empty() ? unnamed : name.view(), addressOf({ key, {}, {} }));
+    });
     return std::move(page).finish();
 }
 
 std::string inspectorPage(const fn::String& name, Place place, const InspectedPage& inspected)
 {
     place.action = inspected.action; // Where redirections have led.
-    HtmlPage page(name.empty() ? "(no name)" : name.view());
+    HtmlPage page(name.empty() ? unnamed : name.view());
     page.navigate("All inspectors", "./");
     if (place.from) page.navigate("Back", addressOf({ place.key, *place.from, {} }));
     if (const auto own = addressOf(place); !own.empty()) page.navigate("Reload", own);
     const auto& items = inspected.result.items;
     if (items.empty()) page.paragraph("Nothing to show.");
-    for (const auto& item : std::span(items).first(std::min(items.size(), mostLines))) {
-        const auto address =
-            item.action.isNil() ? std::string() : addressOf({ place.key, item.action, inspected.action });
-        page.line(item.text.view(), address);
-    }
-    if (items.size() > mostLines) page.paragraph(fmt::format("And {} more lines.", items.size() - mostLines));
+    writeLines(page, items, [&](const core::Item& item) {
+        const bool leadsOn = !item.action.isNil();
+        page.line(item.text.view(), leadsOn ? addressOf({ place.key, item.action, inspected.action }) : std::string());
+    });
     return std::move(page).finish();
 }
 
