@@ -10,6 +10,7 @@ struct FN_EXPORT RunOptions {
     fn::String dataFolder; ///< Where the catalogue lies.
     bool json = false; ///< One JSON object instead of text.
     bool killScanner = false; ///< Show that a scan survives its scanner.
+    bool inspect = false; ///< Show the inspectors instead of progress and result, until the user has had enough.
     bool verbose = false; ///< Whether verbose logging is on by now.
 
     fn::Value toValue() const;

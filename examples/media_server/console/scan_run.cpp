@@ -49,7 +49,16 @@ void ScanRun::stop()
     _stopped = true;
     if (_work) _work.cancel();
     endScan();
+    if (_browser) _browser->stop();
     _observer.reset();
+}
+
+void ScanRun::browse()
+{
+    _browser = fn::makeAuto<InspectorBrowser>(_worker, [self = fn::WeakPtr(this)] {
+        if (const auto run = self.lock()) run->finish(0);
+    });
+    _browser->start();
 }
 
 void ScanRun::endScan()
@@ -67,8 +76,11 @@ void ScanRun::begin(RunOptions&& options)
     _relaunches = 0;
     _hasKilled = false;
     _awake.emplace();
+    if (_options.inspect && !_browser) browse();
     auto& output = _options.json ? _progressOutput : _output;
-    if (!_options.json || output.isTerminal()) {
+    if (_options.inspect) {
+        // Neither progress nor result: the pages show them.
+    } else if (!_options.json || output.isTerminal()) {
         _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] {
             // In a task of its own: it destroys the display.
             _worker.loop().post([self = fn::AutoPtr(this)] { self->checkOutput(); });
@@ -146,7 +158,7 @@ void ScanRun::onDone(Totals&& totals)
     const auto time = _worker.loop().clock().monotonic() - _started;
     const Summary summary { _options.folder, std::move(totals), _unreadableFolders, _relaunches, time };
     endScan();
-    _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
+    if (!_options.inspect) _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
     checkOutput();
     if (!_stopped) next();
 }

@@ -1,5 +1,6 @@
 #pragma once
 #include "api/application.h"
+#include "api/inspector_browser.h"
 #include "api/scanner.h"
 #include "console/output.h"
 #include "console/progress_display.h"
@@ -27,6 +28,7 @@ private:
     void begin(RunOptions&& options);
     void next();
     void endScan();
+    void browse();
     void attempt();
     fn::Promise<void> findLibrary();
     fn::Promise<void> findScanner();
@@ -52,6 +54,7 @@ private:
     fn::String _openFolder; // Whose catalogue the library has open.
     fn::AutoPtr<Scanner> _scanner; // The same.
     fn::AutoPtr<ipc::ObjectInstance> _observer;
+    fn::AutoPtr<InspectorBrowser> _browser; // Where the user inspects.
     std::optional<ScanId> _scan;
     PathSample _unreadableFolders;
     int _relaunches = 0;

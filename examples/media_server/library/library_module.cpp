@@ -1,5 +1,7 @@
 // Owns the catalogue, in a process of its own.
+#include "api/inspection.h"
 #include "api/log_output.h"
+#include "api/service_inspector.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "library/library_service.h"
@@ -14,7 +16,12 @@ public:
         startLogging("library");
     }
 
-    void onConnected() override { worker().registry()->registerObject(fn::makeAuto<LibraryService>(worker()), 0); }
+    void onConnected() override
+    {
+        const auto service = fn::makeAuto<LibraryService>(worker());
+        worker().registry()->registerObject(service, 0);
+        publish(worker(), "Library", fn::makeAuto<ServiceInspector<LibraryService>>(service));
+    }
     void onAboutToQuit() override { terminate(); }
 };
 

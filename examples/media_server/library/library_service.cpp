@@ -1,10 +1,12 @@
 #include "library/library_service.h"
 #include "api/library.h"
 #include "api/text.h"
+#include "core/inspector/inspection_result_writer.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/logging/logging.h"
 #include <filesystem>
+#include <fmt/format.h>
 
 namespace media {
 namespace {
@@ -81,12 +83,34 @@ MediaLibrary& LibraryService::catalogue()
     return *_catalogue;
 }
 
+core::InspectionResult LibraryService::inspect(const fn::Value& action)
+{
+    core::InspectionResult result;
+    core::InspectionResultWriter page(result);
+    if (!_catalogue) {
+        page.append("No catalogue is open");
+    } else if (action.isNil()) {
+        page.append(fmt::format("Catalogue in {}", printable(_dataFolder)));
+        for (const auto& [scan, path, files] : _catalogue->folders())
+            page.append(fmt::format("{}: {} files", printable(path), files), scan.toValue());
+    } else {
+        const auto totals = _catalogue->totals(ScanId::fromValue(action));
+        page.append(fmt::format("Files: {}, {} bytes", totals.files, totals.bytes));
+        page.append(fmt::format("Distinct: {}", totals.distinct));
+        page.append(fmt::format("Unreadable: {}", totals.unreadable.count));
+        for (const auto& [kind, files, bytes] : totals.kinds)
+            page.append(fmt::format("{}: {} files, {} bytes", kind.view(), files, bytes));
+    }
+    return result;
+}
+
 void LibraryService::open(const CallContext& context, const fn::String& dataFolder)
 {
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Opening the catalogue in {}", printable(dataFolder));
     _nextAttempt.invalidate();
     _catalogue.reset();
     _lock.reset();
+    _dataFolder = dataFolder;
     makeFolder(dataFolder);
     _lock = std::make_unique<CatalogueLock>(dataFolder + "/catalogue.lock");
     openOnceFree(context, dataFolder, lockAttempts);

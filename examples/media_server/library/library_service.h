@@ -1,4 +1,5 @@
 #pragma once
+#include "core/inspector/inspection_result.h"
 #include "core/ipc/object/callable_object_instance.h"
 #include "library/catalogue_lock.h"
 #include "library/media_library.h"
@@ -12,6 +13,8 @@ public:
     explicit LibraryService(ipc::Worker& worker);
     ~LibraryService() override;
 
+    core::InspectionResult inspect(const fn::Value& action); ///< What is in the catalogue, by folder.
+
 private:
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
@@ -21,6 +24,7 @@ private:
     void openOnceFree(const CallContext& context, const fn::String& dataFolder, int attemptsLeft);
     MediaLibrary& catalogue();
 
+    fn::String _dataFolder;
     std::unique_ptr<CatalogueLock> _lock;
     std::unique_ptr<MediaLibrary> _catalogue; // Null until opened. Goes before its lock.
     fn::Handle _nextAttempt; // To get hold of the lock.

@@ -121,12 +121,36 @@ void MediaLibrary::store(const ScanId& scan, const std::vector<ScannedFile>& fil
 Totals MediaLibrary::finishScan(const ScanId& scan)
 {
     return inTransaction([&] {
-        Totals totals;
         forgetOthers(scan);
-        sumUp(scan, totals);
-        sumUpKinds(scan, totals);
-        nameUnreadable(scan, totals);
-        return totals;
+        return sumUpAll(scan);
+    });
+}
+
+Totals MediaLibrary::totals(const ScanId& scan)
+{
+    return inTransaction([&] { return sumUpAll(scan); });
+}
+
+Totals MediaLibrary::sumUpAll(const ScanId& scan)
+{
+    Totals totals;
+    sumUp(scan, totals);
+    sumUpKinds(scan, totals);
+    nameUnreadable(scan, totals);
+    return totals;
+}
+
+std::vector<MediaLibrary::Folder> MediaLibrary::folders()
+{
+    return inTransaction([&] {
+        std::vector<Folder> result;
+        sqlite::Statement selection(database(),
+            "select id, scan, path, (select count(*) from files where folder = id) from folders order by path");
+        while (selection.executeStep()) {
+            result.push_back({ { selection.getColumn(0).getInt64(), selection.getColumn(1).getInt64() },
+                path(selection.getColumn(2)), count(selection.getColumn(3)) });
+        }
+        return result;
     });
 }
 

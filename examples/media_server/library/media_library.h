@@ -19,11 +19,21 @@ public:
     void store(const ScanId& scan, const std::vector<ScannedFile>& files);
     Totals finishScan(const ScanId& scan);
 
+    Totals totals(const ScanId& scan); ///< Of what is there of its folder.
+
+    struct Folder {
+        ScanId scan; ///< The latest.
+        fn::String path;
+        std::int64_t files;
+    };
+    std::vector<Folder> folders();
+
 private:
     void initSchema() override;
     void onDatabaseReady() override;
 
     template <typename Work> auto inTransaction(Work work);
+    Totals sumUpAll(const ScanId& scan);
     void forgetOthers(const ScanId& scan);
     void sumUp(const ScanId& scan, Totals& totals);
     void sumUpKinds(const ScanId& scan, Totals& totals);

@@ -28,6 +28,10 @@ public:
     fn::Promise<PathSample> start(); ///< Once. The folders that could not be read.
     void cancel(); ///< Nothing is read, sent or answered any more.
 
+    ScanProgress progress() const;
+    const fn::String& folder() const { return _order.folder; }
+    int underWay() const { return _underWay; } ///< Batches.
+
 private:
     struct Batch;
     using BatchPointer = std::shared_ptr<Batch>;
@@ -46,7 +50,6 @@ private:
     void onStored(std::size_t files);
     void onSeen();
     void fail(std::exception_ptr failure);
-    ScanProgress progress() const;
 
     fn::RunLoop& _loop;
     const ScanOrder _order;

@@ -1,5 +1,7 @@
 // Reads folders, in a process of its own: a file that brings it down brings down nothing else.
+#include "api/inspection.h"
 #include "api/log_output.h"
+#include "api/service_inspector.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "scanner/scanner_service.h"
@@ -18,7 +20,9 @@ public:
     {
         worker().registerObjectReferenceClass<Library>();
         worker().registerObjectReferenceClass<ScanObserver>();
-        worker().registry()->registerObject(fn::makeAuto<ScannerService>(worker()), 0);
+        const auto service = fn::makeAuto<ScannerService>(worker());
+        worker().registry()->registerObject(service, 0);
+        publish(worker(), "Scanner", fn::makeAuto<ServiceInspector<ScannerService>>(service));
     }
     void onAboutToQuit() override { terminate(); }
 };

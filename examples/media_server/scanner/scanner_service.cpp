@@ -1,6 +1,10 @@
 #include "scanner/scanner_service.h"
 #include "api/scanner.h"
+#include "api/text.h"
+#include "core/inspector/inspection_result_writer.h"
 #include "foundation/exceptions.h"
+#include <fmt/format.h>
+#include <unistd.h>
 
 namespace media {
 
@@ -33,6 +37,7 @@ void ScannerService::scan(const CallContext& context, const fn::Value& argument)
         ScanOrder { argument.at("folder").string(), ScanId::fromValue(argument.at("scan")),
             argument.at("library").object<Library>(), argument.at("observer").object<ScanObserver>() });
     _job = job;
+    ++_scans;
     _caller = context;
     job->start().then(
         [self = fn::AutoPtr(this), context](PathSample&& unreadable) {
@@ -43,6 +48,24 @@ void ScannerService::scan(const CallContext& context, const fn::Value& argument)
             self->_job.reset();
             self->sendError(context, failure);
         });
+}
+
+core::InspectionResult ScannerService::inspect() const
+{
+    core::InspectionResult result;
+    core::InspectionResultWriter page(result);
+    page.append(fmt::format("Scans begun: {}", _scans));
+    page.append(fmt::format("Process: {}", ::getpid()));
+    if (!_job) {
+        page.append("Nothing is being scanned");
+        return result;
+    }
+    const auto progress = _job->progress();
+    page.append(fmt::format("Scanning {}", printable(_job->folder())));
+    page.append(progress.walking ? fmt::format("Looking for files: {} found", progress.found)
+                                 : fmt::format("{} of {} files are done", progress.done, progress.found));
+    page.append(fmt::format("Batches under way: {}", _job->underWay()));
+    return result;
 }
 
 void ScannerService::onMethodCallCancelled(const CallContext& context)

@@ -1,4 +1,5 @@
 #pragma once
+#include "core/inspector/inspection_result.h"
 #include "core/ipc/object/callable_object_instance.h"
 #include "scanner/scan_job.h"
 
@@ -8,6 +9,8 @@ namespace media {
 class ScannerService final : public ipc::CallableObjectInstance {
 public:
     explicit ScannerService(ipc::Worker& worker);
+
+    core::InspectionResult inspect() const; ///< What is being scanned, and how far it has come.
 
 private:
     ~ScannerService() override;
@@ -19,6 +22,7 @@ private:
 
     fn::AutoPtr<ScanJob> _job; // Empty while there is nothing to scan.
     CallContext _caller; // Who ordered it.
+    int _scans = 0; // Begun.
 };
 
 } // namespace media

@@ -5,6 +5,7 @@
 #include "foundation/run_loop.h"
 #include "foundation/system/path_manager.h"
 #include "skyfold/actions.h"
+#include "skyfold/inspect.h"
 #include "skyfold/options.h"
 #include "skyfold/program.h"
 #include "skyfold/terminal_errors.h"
@@ -38,6 +39,9 @@ int scan(media::Options options)
     if (options.run.dataFolder.empty())
         options.run.dataFolder =
             fn::PathManager::instance().getPath(fn::PathManager::PreferencesFolder, "catalogue", true);
+    if (options.run.inspect) {
+        if (const auto exitCode = media::inspectRunning(); exitCode >= 0) return exitCode;
+    }
     media::SingleInstance instance;
     if (!instance.beginOrHandOver(fn::RunLoop::defaultLoop().uvLoop(), toCommand(options).toValue())) {
         std::fputs(options.action == media::Options::Action::Scan ? "Handed over to the Skyfold that is running.\n"

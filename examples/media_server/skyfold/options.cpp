@@ -58,6 +58,8 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_flag("--verbose", options.run.verbose,
         "Switch verbose logging on or off in all processes that run; with none, on in a new run");
     app.add_flag("--archive-logs", archiveLogs, "Pack the logs into a zip file, print its path and end");
+    app.add_flag("--inspect", options.run.inspect,
+        "Browse what goes on inside a Skyfold that runs, or, with none, inside a new run");
     app.add_flag("--inspect-web", options.inspectWeb,
         "Show what goes on inside as web pages on this machine; runs until interrupted");
     app.add_flag(

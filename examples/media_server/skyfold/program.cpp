@@ -12,6 +12,7 @@
 #include "foundation/logging/logging.h"
 #include "foundation/run_loop.h"
 #include "skyfold/children.h"
+#include "skyfold/hub_address.h"
 #include <csignal>
 #include <cstdio>
 
@@ -85,6 +86,7 @@ int Program::run()
         [this](const WorkerInfo& info) { _connected.erase(info.displayName); }));
     _instance.accept([this](const fn::Value& value) { onCommand(value); });
     _dispatcher->bind();
+    const HubAddress address(_dispatcher->pipePath());
     _dispatcher->start();
     _manager.start(); // Runs the loop, through the console.
     endModules();
@@ -105,7 +107,7 @@ void Program::nextScan(NextScan answer)
         const auto next = std::move(_nextScans.front());
         _nextScans.pop_front();
         answer(next);
-    } else if (_options.inspectWeb) {
+    } else if (_options.inspectWeb || _options.run.inspect) {
         _onNextScan = std::move(answer);
     } else {
         _instance.close(); // Who comes now runs by himself once we have ended.

@@ -58,6 +58,8 @@ bool SingleInstance::beginOrHandOver(fn::uv::Loop& loop, const fn::Value& comman
     }
 }
 
+bool SingleInstance::isRunning() { return !core::ProcessLock(lockName).exclusive(); }
+
 void SingleInstance::accept(OnCommand onCommand)
 {
     _commands = fn::makeAuto<core::CommandIPC>();

@@ -21,6 +21,8 @@ public:
     /// Waits for one that is just starting or ending, for some seconds; then `fn::RuntimeException`.
     bool beginOrHandOver(fn::uv::Loop& loop, const fn::Value& command);
 
+    static bool isRunning(); ///< Whether some program runs the modules.
+
     void accept(OnCommand onCommand); ///< From now on the first takes what others are asked to do.
     void close(); ///< It takes nothing more: those that come now wait for its end.
 

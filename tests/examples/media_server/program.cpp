@@ -165,9 +165,9 @@ bool Program::awaitFile(const std::filesystem::path& path) const
     return await([&] { return std::filesystem::exists(path); });
 }
 
-bool Program::awaitOutput(std::string_view text)
+bool Program::awaitOutput(std::string_view text, std::size_t from)
 {
-    return await([&] { return output().find(text) != std::string::npos; });
+    return await([&] { return output().find(text, from) != std::string::npos; });
 }
 
 int Program::wait()

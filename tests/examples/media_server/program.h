@@ -35,7 +35,7 @@ public:
     pid_t awaitModule(const std::string& name) const;
 
     bool awaitFile(const std::filesystem::path& path) const; ///< False beyond a bound.
-    bool awaitOutput(std::string_view text); ///< The same.
+    bool awaitOutput(std::string_view text, std::size_t from = 0); ///< The same, in what is written behind `from`.
 
     /// Waits for the end. The exit code, 128 + the signal that ended it, or -1 beyond a bound. Fails the test where a process is
     /// left behind.

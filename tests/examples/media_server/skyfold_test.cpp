@@ -227,6 +227,94 @@ TEST_F(SkyfoldTest, TheNetworkIsFollowedUntilInterrupted)
     EXPECT_NE(program.output().find(':'), std::string::npos) << program.output();
 }
 
+/// The number of the link whose line holds the text, in the last page of a browser's output; "" without one.
+std::string linkOn(const std::string& page, const std::string& text)
+{
+    const auto at = page.rfind(text);
+    if (at == std::string::npos) return {};
+    const auto line = page.rfind('\n', at) + 1;
+    const auto number = page.find_first_not_of(' ', line);
+    return page.substr(number, page.find(' ', number) - number);
+}
+
+/// The user of `skyfold --inspect` at a terminal.
+class Visitor {
+public:
+    explicit Visitor(std::vector<std::string> arguments)
+        : _program(std::move(arguments), { .output = Output::Terminal })
+    {
+        EXPECT_TRUE(_program.awaitOutput("Workers")) << _program.output();
+    }
+
+    /// Gives a command until the page holds the text: what is shown may still have to happen.
+    void repeat(const std::string& command, const std::string& text)
+    {
+        for (int i = 0; i < 10'000 && _program.output().find(text, _shown) == std::string::npos; ++i) {
+            _shown = _program.output().size();
+            _program.type(command + "\n");
+            if (!_program.awaitOutput("\n> ", _shown)) break;
+        }
+        EXPECT_NE(_program.output().find(text, _shown), std::string::npos) << text << "\n" << _program.output();
+    }
+
+    void follow(const std::string& link, const std::string& text)
+    {
+        const auto number = linkOn(_program.output(), link);
+        ASSERT_NE(number, "") << link << "\n" << _program.output();
+        repeat(number, text);
+    }
+
+    void quit()
+    {
+        _program.type("q\n");
+        EXPECT_EQ(_program.wait(), 0) << _program.output();
+    }
+
+private:
+    Program _program;
+    std::size_t _shown = 0; // Where the last page begins.
+};
+
+TEST_F(SkyfoldTest, ARunIsInspectedFromAnotherTerminal)
+{
+    writeMuch();
+    Program program(arguments());
+    const auto scanner = program.awaitModule("scanner");
+    ::kill(scanner, SIGSTOP);
+    ASSERT_TRUE(program.awaitFile(data / "catalogue.sqlite"));
+
+    Visitor visitor({ "--inspect" });
+    visitor.repeat("l", "Library");
+    visitor.follow("Library", "Catalogue in");
+    visitor.repeat("l", "Modules");
+    visitor.follow("Modules", "scanner");
+    visitor.repeat("b", "Workers");
+    visitor.follow("Workers", "library");
+    visitor.quit();
+
+    ::kill(scanner, SIGCONT);
+    EXPECT_EQ(program.wait(), 0);
+    EXPECT_EQ(program.json().get("distinct"), fn::Value(many));
+}
+
+TEST_F(SkyfoldTest, WithoutARunOneIsMadeForWhoInspects)
+{
+    write("one", "1");
+    write("two", "1");
+    Visitor visitor(arguments({ "--inspect" }));
+    visitor.repeat("l", "Library");
+    visitor.follow("Library", "Catalogue in");
+    visitor.repeat("r", ": 2 files");
+    visitor.follow(": 2 files", "Distinct: 1");
+    visitor.repeat("nonsense", "NUMBER follows a link");
+    visitor.quit();
+    EXPECT_FALSE(fs::exists(folder.path() / "run" / "core-pipes" / "skyfold-hub")) << "The address of nobody.";
+
+    Program piped(arguments({ "--inspect" }), { .input = "l" });
+    EXPECT_EQ(piped.wait(), 0) << piped.errors();
+    EXPECT_NE(piped.output().find("Inspectors\n"), std::string::npos) << piped.output();
+}
+
 struct Ending {
     int signal;
     const char* stopped; // A module that hangs, or "".
