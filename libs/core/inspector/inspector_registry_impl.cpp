@@ -39,13 +39,16 @@ fn::Value InspectorRegistryImpl::registerInspector(const CallContext& context, c
     const auto name = argument.get("name").asString();
     const auto reference = argument.get("reference").object<InspectorReference>();
     if (!reference) throw fn::RuntimeException("Only an inspector can be registered");
+    // Those of others would stay when this worker goes, and its next life could fill the service with more of them.
+    if (ipc::ownerOf(reference->objectId()) != context.workerId)
+        throw fn::RuntimeException("Only the worker of an inspector can register it");
     checkRoom(context.workerId, name);
 
     const auto id = ++_lastId;
     const auto key = newKey(name);
     ++_counts[context.workerId];
     _keys.emplace(key, id);
-    _registrations.emplace(id, Registration { name, key, reference, context.workerId, {} });
+    _registrations.emplace(id, Registration { name, key, reference, {} });
     // One that is dead already is removed at once.
     auto death = reference->objectDeadSignal().connect([this, id] { removeRegistration(id); });
     const auto registration = _registrations.find(id);
@@ -75,7 +78,7 @@ void InspectorRegistryImpl::removeRegistration(std::uint32_t id)
     const auto removed = _registrations.extract(id);
     if (!removed) return;
     _keys.erase(removed.mapped().key);
-    const auto count = _counts.find(removed.mapped().registeredBy);
+    const auto count = _counts.find(ipc::ownerOf(removed.mapped().reference->objectId()));
     if (--count->second == 0) _counts.erase(count);
 }
 

@@ -9,8 +9,9 @@ namespace core {
 /// The inspector service itself, once in the system: see `registerInspectorRegistry()`.
 ///
 /// Methods: "registerInspector" {"name", "reference"} gives an id; "unregisterInspector" id; "allInspectors" gives a map of
-/// names by key; "getInspector" key gives the reference, or nil. A registration whose inspector dies ends. What one worker
-/// may register is bounded (core/inspector/limits.h); what cannot be understood is answered with an error.
+/// names by key; "getInspector" key gives the reference, or nil. A worker registers its own inspectors alone, a bounded number
+/// of them (core/inspector/limits.h), and its death ends their registrations. What cannot be understood is answered with an
+/// error.
 class FN_EXPORT InspectorRegistryImpl final : public ipc::CallableObjectInstance {
 public:
     explicit InspectorRegistryImpl(ipc::Worker& worker);
@@ -25,7 +26,6 @@ private:
         fn::String name;
         fn::String key;
         fn::AutoPtr<InspectorReference> reference;
-        ipc::WorkerId registeredBy; // Counted against it, whoever the inspector belongs to.
         fn::Handle death;
     };
 
@@ -39,7 +39,7 @@ private:
     std::map<std::uint32_t, Registration> _registrations;
     std::map<fn::String, std::uint32_t> _keys;
     std::uint32_t _lastId = 0; // Never given out twice.
-    std::map<ipc::WorkerId, std::size_t> _counts; // Of registrations, by the calling worker.
+    std::map<ipc::WorkerId, std::size_t> _counts; // Of registrations, by worker.
 };
 
 } // namespace core

@@ -370,28 +370,32 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
         "RuntimeException: The name of the inspector is too long");
     EXPECT_TRUE(all().empty());
     EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1)) << "what was refused took no id";
+    EXPECT_EQ(call("registerInspector", Value::map({ { "reference", find(keyOfDisks) } })),
+        "RuntimeException: Only the worker of an inspector can register it");
 }
 
 TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
 {
     // One object under many names: what is counted is registrations.
-    publish("First", fn::makeAuto<EchoInspector>());
-    const auto first = find(all().begin()->first);
+    ask([&] { return browsing->registerInspector("Disks", fn::makeAuto<EchoInspector>()); });
+    const auto first = find(keyOfDisks);
     std::size_t registered = 0;
     loop.post([&] {
-        for (std::size_t i = 0; i < core::limits::inspectorsOfWorker; ++i) {
+        for (std::size_t i = 1; i < core::limits::inspectorsOfWorker; ++i) {
             const auto argument = Value::map({ { "name", i }, { "reference", first } });
             browsing->callMethod("registerInspector", argument).then([&](Value&&) { ++registered; });
         }
     });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return registered == core::limits::inspectorsOfWorker; }));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return registered == core::limits::inspectorsOfWorker - 1; }));
     const auto again = Value::map({ { "name", "one more" }, { "reference", first } });
     EXPECT_EQ(ask([&] { return browsing->callMethod("registerInspector", again); }).error(),
         "RuntimeException: Too many inspectors of one worker are registered");
-    EXPECT_EQ(publish("Others may", fn::makeAuto<EchoInspector>()), Value(core::limits::inspectorsOfWorker + 2));
+    EXPECT_EQ(publish("Others may", fn::makeAuto<EchoInspector>()), Value(core::limits::inspectorsOfWorker + 1));
     ask([&] { return publishing->unregisterInspector(5); });
     EXPECT_TRUE(ask([&] { return browsing->callMethod("registerInspector", again); }).isFulfilled());
-    publisher->worker->stop();
+    EXPECT_EQ(all().size(), core::limits::inspectorsOfWorker + 1);
+    browser->worker->stop();
     settle();
-    EXPECT_TRUE(all().empty()) << "all were its inspector";
+    browsing = publishing;
+    EXPECT_EQ(all().size(), 1u);
 }
