@@ -17,8 +17,8 @@ public:
 
     /// Stores a secret in place of the one before. One that can not be encrypted is stored as nothing, with a log line.
     /// Throws what reading and writing the store throws: `fn::FileException`, `fn::DataFormatException` for a damaged
-    /// file, which stays as it is, `fn::RangeException` where the group leads through what is no group, and for the reserved
-    /// name "__type__".
+    /// file, which stays as it is, `fn::RangeException` where the group leads through what is no group, and for names
+    /// that can not be stored: "__type__", or such that are not UTF-8.
     virtual void setPassword(std::string_view group, std::string_view key, std::string_view password) = 0;
 
     /// The secret, the caller's to wipe. `found` tells whether one is stored: one that can not be decrypted any more is

@@ -1,5 +1,8 @@
 #include "core/password_manager/password_manager_generic.h"
 #include "foundation/exceptions.h"
+#include "foundation/io/byte_array_output_stream.h"
+#include "foundation/json/deserializer.h"
+#include "foundation/json/serializer.h"
 #include <utility>
 
 namespace core {
@@ -7,13 +10,24 @@ namespace {
 
 fn::String groupPath(std::string_view group) { return fn::String("passwords.") + group; }
 
-/// The preferences file takes a map with this key for something else. It could be written, but not be read again, and all
-/// that is stored would be lost.
+/// The file would hold other text for a name that is no UTF-8, and what is stored would never be found.
+bool comesBack(std::string_view name)
+{
+    fn::ByteArray text;
+    fn::ByteArrayOutputStream stream(text);
+    fn::json::serialize(name, stream);
+    stream.flush();
+    return fn::json::deserialize(text.view()) == fn::Value(name);
+}
+
+/// A map with the key "__type__" is something else for the preferences file. It could be written, but not be read again, and
+/// all that is stored would be lost.
 void requireStorable(std::string_view name)
 {
-    if (name != "__type__") return;
-    throw fn::with(
-        fn::RangeException("The name of a password or its group is reserved"), fn::DetailInfo { fn::String(name) });
+    const char* problem = nullptr;
+    if (name == "__type__") problem = "The name of a password or its group is reserved";
+    if (!comesBack(name)) problem = "The name of a password or its group is not UTF-8";
+    if (problem) throw fn::with(fn::RangeException(problem), fn::DetailInfo { fn::String(name) });
 }
 
 } // namespace

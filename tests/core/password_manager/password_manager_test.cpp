@@ -181,6 +181,20 @@ TEST_F(PasswordManager, NoNameMakesTheFileUnreadable)
     EXPECT_EQ(secret(other, "g", "\"\\\r\n{\x01"), "also kept");
 }
 
+TEST_F(PasswordManager, ANameThatWouldNotComeBackAsItWasIsRefused)
+{
+    manager.setPassword("g", "k\xef\xbf\xbd", "kept");
+    for (const auto* name : { "k\xff", "\xc3", "\xed\xa0\x80" }) {
+        EXPECT_THROW(manager.setPassword("g", name, "x"), fn::RangeException) << name;
+        EXPECT_THROW(manager.setPassword(fn::String("g.") + name, "k", "x"), fn::RangeException) << name;
+        EXPECT_EQ(secret(manager, "g", name), "not found");
+    }
+    EXPECT_EQ(secret(manager, "g", "k\xef\xbf\xbd"), "kept");
+    const std::string_view odd("a\0\xe2\x82\xac", 5);
+    manager.setPassword(odd, odd, "also kept");
+    EXPECT_EQ(secret(manager, odd, odd), "also kept");
+}
+
 TEST_F(PasswordManager, FailuresOfTheProtectionAreLoggedAndNotThrown)
 {
     manager.setPassword("g", "k", "secret");
