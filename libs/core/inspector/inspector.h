@@ -35,7 +35,8 @@ public:
     virtual void inspect(const fn::Value& action, const fn::Value& refererAction, const CallContext& context);
 
 protected:
-    /// Answers one call. Once nobody has the published inspector any more, it does nothing.
+    /// Answers one call; what cannot be sent (nested too deeply, too large) is the call's failure. Once nobody has the
+    /// published inspector any more, it does nothing.
     void sendResult(const CallContext& context, const InspectionResult& result);
 
 private:

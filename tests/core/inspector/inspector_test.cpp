@@ -46,10 +46,10 @@ class SlowInspector final : public Inspector {
 public:
     using Inspector::inspect;
     void inspect(const Value&, const Value&, const CallContext& context) override { waiting.push_back(context); }
-    void answer()
+    void answer(const Value& action = {})
     {
         InspectionResult result;
-        InspectionResultWriter(result).append("at last");
+        InspectionResultWriter(result).append("at last", action);
         for (const auto& context : waiting) sendResult(context, result);
     }
     std::vector<CallContext> waiting;
@@ -293,6 +293,21 @@ TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
     slow->answer();
     settle();
     EXPECT_EQ(results.size(), 3u);
+}
+
+TEST_F(InspectorTest, FailsTheCallWhoseLateAnswerCannotBeSent)
+{
+    const auto slow = fn::makeAuto<SlowInspector>();
+    publish("Disks", slow);
+    const auto inspector = find(keyOfDisks);
+    Value deep; // As an action it arrives, a little deeper in a result it does not leave.
+    for (int level = 0; level < 509; ++level) deep = Value::array({ std::move(deep) });
+    Outcome outcome;
+    loop.post([&] { outcome.observe(inspector->inspect(deep, {}).then([](InspectionResult&&) {})); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
+    loop.post([&] { slow->answer(deep); });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
+    EXPECT_EQ(outcome.error(), "DataFormatException: Value is nested too deeply");
 }
 
 TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
