@@ -147,18 +147,30 @@ TEST_F(InspectorWebTest, ManyAreServedAtOnce)
     for (const auto& connection : connections) EXPECT_EQ(connection.reply().status, 200);
 }
 
-TEST_F(InspectorWebTest, AProcessThatIsKilledIsShownAsGoneAndTheModuleItselfComesBack)
+TEST_F(InspectorWebTest, AProcessThatHangsAndDiesTakesItsPagesAlongAndNothingElse)
 {
     const auto address = awaitAddress();
-    const auto list = address.get("");
-    const auto workers = test::linkOf(list.body, "Workers");
-    const auto old = test::linkOf(address.get(workers).body, "scanner (");
-    ::kill(program->awaitModule("scanner"), SIGKILL);
-    EXPECT_TRUE(await([&] {
-        return address.get(old).body.find("scanner (") == std::string::npos || address.get(old).status != 200;
-    }));
-    EXPECT_EQ(address.get("").status, 200);
+    const auto shows = [&](const char* name) {
+        return address.get("").body.find(">" + std::string(name) + "</a>") != std::string::npos;
+    };
+    ASSERT_TRUE(await([&] { return shows("Scanner"); }));
+    const auto link = test::linkOf(address.get("").body, "Scanner");
+    EXPECT_EQ(address.get(link).status, 200);
+    const auto scanner = program->awaitModule("scanner");
+    ::kill(scanner, SIGSTOP);
+    const WebConnection waiting(address.port);
+    ASSERT_TRUE(waiting.send(address.request("/" + address.token + "/" + link, "Host: " + address.host + "\r\n")));
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(shows("Scanner")); // By now the other request has come to the scanner.
+    ::kill(scanner, SIGKILL);
+    const auto reply = waiting.reply();
+    EXPECT_EQ(reply.status, 502);
+    EXPECT_NE(reply.body.find("has ended"), std::string::npos) << reply.body;
+    EXPECT_TRUE(await([&] { return address.get(link).status == 200; })) << "Its successor has the same address.";
+}
 
+TEST_F(InspectorWebTest, TheModuleComesBackUnderANewAddress)
+{
+    const auto address = awaitAddress();
     ::kill(program->awaitModule("inspector_web"), SIGKILL);
     const auto next = awaitAddress(2);
     EXPECT_NE(next.token, address.token);
