@@ -43,7 +43,9 @@ void endModuleOnRequest()
     auto& loop = fn::RunLoop::defaultLoop();
     std::thread([&loop] {
         eventfd_t count = 0;
-        while (eventfd_read(requests, &count) != 0) { }
+        while (eventfd_read(requests, &count) != 0) {
+            if (errno != EINTR) return; // Closed by the module: no reason to spin.
+        }
         loop.stop();
         std::this_thread::sleep_for(graceTime);
         std::_Exit(1);
