@@ -7,6 +7,7 @@
 #include "support/child_process.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
+#include "support/system_bus.h"
 #include "support/temporary_folder.h"
 #include <chrono>
 #include <cstdlib>
@@ -114,49 +115,23 @@ TEST_F(SleepStates, AreAMatterOfTheMainThread)
 
 // --- The login manager
 
-constexpr const char* busConfiguration = R"(<busconfig><type>session</type><listen>unix:dir=%</listen>
-<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy>
-</busconfig>)";
-
-/// A system bus of our own.
-struct LoginManager : testing::Test {
-    LoginManager()
-    {
-        std::string configuration = busConfiguration;
-        configuration.replace(configuration.find('%'), 1, folder.path().string());
-        test::writeFile(folder.file("bus.conf"), configuration);
-    }
-    ~LoginManager() override { ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
-
-    void startBus()
-    {
-        bus.emplace(std::vector<std::string> { "/usr/bin/dbus-daemon", "--nofork", "--nopidfile", "--print-address",
-            "--config-file=" + folder.file("bus.conf").toStdString() });
-        const auto address = bus->readLine();
-        ASSERT_TRUE(address);
-        setAddress(*address);
-    }
+struct SystemSleep : testing::Test {
+    ~SystemSleep() override { ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"); }
 
     static void setAddress(const std::string& address)
     {
         ASSERT_EQ(::setenv("DBUS_SYSTEM_BUS_ADDRESS", address.c_str(), 1), 0);
     }
 
-    void startManager(const std::string& mode = "")
-    {
-        manager.emplace(std::vector<std::string> { "/usr/bin/python3", LOGIN_MANAGER, mode });
-        ASSERT_EQ(manager->readLine(), "ready");
-    }
-
     test::TemporaryFolder folder;
-    std::optional<test::ChildProcess> bus;
-    std::optional<test::ChildProcess> manager;
+    std::optional<test::SystemBus> bus;
+    std::optional<test::LoginManager> manager;
 };
 
-TEST_F(LoginManager, IsAskedWhileAPreventerLivesAndOnlyThen)
+TEST_F(SystemSleep, IsAskedWhileAPreventerLivesAndOnlyThen)
 {
-    startBus();
-    startManager();
+    bus.emplace();
+    manager.emplace();
     const test::LogCapture log(5);
     std::optional<test::ChildProcess> child;
     onLoop([&] {
@@ -178,10 +153,10 @@ TEST_F(LoginManager, IsAskedWhileAPreventerLivesAndOnlyThen)
     EXPECT_EQ(manager->readLine(), "released");
 }
 
-TEST_F(LoginManager, GivesThePreviousStateAndRefusesWhatThisSystemHasNot)
+TEST_F(SystemSleep, GivesThePreviousStateAndRefusesWhatThisSystemHasNot)
 {
-    startBus();
-    startManager();
+    bus.emplace();
+    manager.emplace();
     for (const auto unsupported : { 0x80000041U, 0x80000003U, 0x80000002U, 0x80000004U, 1U, 0U })
         EXPECT_EQ(SetThreadExecutionState(unsupported), 0U) << unsupported;
     EXPECT_EQ(SetThreadExecutionState(0x80000000), 0x80000000U);
@@ -193,7 +168,7 @@ TEST_F(LoginManager, GivesThePreviousStateAndRefusesWhatThisSystemHasNot)
     EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
 }
 
-TEST_F(LoginManager, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
+TEST_F(SystemSleep, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
 {
     const auto fails = [] {
         const test::LogCapture log(5);
@@ -204,17 +179,17 @@ TEST_F(LoginManager, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
     fails();
     setAddress("no address");
     fails();
-    startBus();
+    bus.emplace();
     fails();
-    startManager("useless");
+    manager.emplace("useless");
     fails();
     manager.reset();
-    startManager("silent");
+    manager.emplace("silent");
     fails(); // It is not waited for for ever.
     EXPECT_EQ(manager->readLine(), "asked");
 }
 
-TEST_F(LoginManager, IsNotWaitedForWhereTheBusItselfIsSilent)
+TEST_F(SystemSleep, IsNotWaitedForWhereTheBusItselfIsSilent)
 {
     const auto path = folder.file("silent");
     const auto address = platform::socketAddress(path);

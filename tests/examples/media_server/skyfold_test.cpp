@@ -5,6 +5,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/json/deserializer.h"
 #include "program.h"
+#include "support/system_bus.h"
 #include "support/temporary_folder.h"
 #include <csignal>
 #include <filesystem>
@@ -434,6 +435,19 @@ TEST_F(SkyfoldTest, VerboseLoggingIsSwitchedInAllProcessesThatRun)
     const auto archive = archiving.output();
     EXPECT_TRUE(archive.ends_with(".zip\n")) << archive << archiving.errors();
     EXPECT_EQ(::system(("unzip -tq '" + archive.substr(0, archive.size() - 1) + "' >/dev/null").c_str()), 0);
+}
+
+TEST_F(SkyfoldTest, TheSystemIsKeptAwakeDuringAScanAndNoLonger)
+{
+    const test::SystemBus bus;
+    test::LoginManager manager;
+    writeMuch();
+    Program program(arguments({ "--inspect-web" })); // Stays when the scan is over.
+    EXPECT_EQ(manager.readLine(), "sleep block held");
+    EXPECT_EQ(manager.readLine(), "released");
+    EXPECT_TRUE(program.awaitOutput("Done in")) << program.errors();
+    program.signal(SIGINT);
+    EXPECT_EQ(program.wait(), 128 + SIGINT);
 }
 
 TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
