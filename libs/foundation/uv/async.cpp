@@ -20,7 +20,8 @@ private:
     void run();
 
     uv_async_t _async;
-    Task _callback; // Out of its place while it runs.
+    Task _callback; // Stays in its place while it runs: it may run the loop, and is then called again inside.
+    int _depth = 0; // Of calls.
     std::mutex _lock; // Senders may be on any thread.
     bool _closed = false; // Written by the loop's thread, under `_lock`.
 };
@@ -33,10 +34,17 @@ void Async::Private::send()
 
 void Async::Private::run()
 {
-    Task callback = std::exchange(_callback, {});
-    if (!callback) return;
-    callGuarded(callback);
-    if (!_closed) _callback = std::move(callback);
+    if (_closed) return;
+    {
+        // A send that finds another one on its way leaves without a trace that orders what was written before it. Its lock
+        // has: either it was here before, or it comes after and wakes the loop once more.
+        const std::lock_guard guard(_lock);
+    }
+    const auto self = hold(this);
+    ++_depth;
+    callGuarded(_callback);
+    if (--_depth > 0 || !_closed) return;
+    const auto callback = std::exchange(_callback, {}); // Goes before this object: its end may do anything.
 }
 
 void Async::Private::close()
@@ -47,6 +55,7 @@ void Async::Private::close()
     }
     const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
     uv_close(reinterpret_cast<uv_handle_t*>(&_async), onClosed);
+    if (_depth > 0) return; // run() frees it.
     const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
 }
 

@@ -4,12 +4,13 @@
 namespace fn::uv {
 
 /// Wakes a loop from any thread: `send()` has the callback run on the loop's thread, once for any number of sends before.
+/// What a thread did before its send the callback sees.
 class FN_EXPORT Async {
 public:
     Async(Loop& loop, Task callback); ///< Loop thread, or before the loop runs.
     Async(const Async&) = delete;
     Async& operator=(const Async&) = delete;
-    ~Async(); ///< Loop thread. No callback runs afterwards.
+    ~Async(); ///< Loop thread; the callback itself may do it. No callback begins afterwards.
 
     void send(); ///< Thread-safe.
 

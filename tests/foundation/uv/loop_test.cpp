@@ -226,4 +226,46 @@ TEST(Async, RunsOnceForAnyNumberOfSendsAndNotAfterItsEnd)
     EXPECT_FALSE(async);
 }
 
+TEST(Async, RunsAgainInARunInsideOfItsCallbackAndLivesUntilThatReturns)
+{
+    Loop loop;
+    const auto token = std::make_shared<int>();
+    int calls = 0;
+    std::optional<fn::uv::Async> async;
+    async.emplace(loop, [&, token] {
+        if (++calls == 2) {
+            async.reset();
+        } else {
+            async->send();
+            EXPECT_TRUE(test::runUntil(loop, [&] { return calls == 2; }));
+        }
+        EXPECT_EQ(token.use_count(), 2);
+        loop.stop();
+    });
+    async->send();
+    loop.run();
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST(Async, ShowsWhatWasWrittenBeforeASendThatFindsAnotherOneOnItsWay)
+{
+    // ThreadSanitizer is who sees it: the flag orders nothing.
+    Loop loop;
+    int written = 0;
+    std::atomic<bool> isSent = false;
+    fn::uv::Async async(loop, [&] {
+        EXPECT_EQ(written, 1);
+        loop.stop();
+    });
+    async.send();
+    const std::jthread other([&] {
+        written = 1;
+        async.send();
+        isSent.store(true, std::memory_order_relaxed);
+    });
+    while (!isSent.load(std::memory_order_relaxed)) std::this_thread::yield();
+    loop.run();
+}
+
 } // namespace
