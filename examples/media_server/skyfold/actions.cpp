@@ -4,6 +4,7 @@
 #include "core/log_archive.h"
 #include "core/network_signature.h"
 #include "core/password_manager/password_manager.h"
+#include "foundation/exceptions.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include "platform/com/elevation_prompt.h"
@@ -68,7 +69,11 @@ int setPassword(const Options& options)
 {
     auto secret = askForSecret("Secret for " + options.passwordGroup + ", " + options.passwordKey);
     try {
-        core::PasswordManager::instance().setPassword(options.passwordGroup, options.passwordKey, secret);
+        auto& passwords = core::PasswordManager::instance();
+        passwords.setPassword(options.passwordGroup, options.passwordKey, secret);
+        if (passwords.getPassword(options.passwordGroup, options.passwordKey) != std::string_view(secret))
+            throw fn::RuntimeException(
+                "The secret could not be encrypted; the log tells why", fn::Exception::StackTrace::None);
     } catch (...) {
         wipe(secret);
         throw;

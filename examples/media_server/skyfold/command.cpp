@@ -1,5 +1,6 @@
 #include "skyfold/command.h"
 #include "foundation/exceptions.h"
+#include <climits>
 #include <filesystem>
 
 namespace media {
@@ -8,6 +9,7 @@ namespace {
 const fn::String& absolutePath(const fn::Value& value)
 {
     const auto& path = value.string();
+    if (path.size() >= PATH_MAX) throw fn::RuntimeException("A path that is too long");
     if (!path.startsWith("/") || path.view().find('\0') != std::string_view::npos) {
         throw fn::RuntimeException("Not an absolute path: " + path);
     }

@@ -110,8 +110,15 @@ void Program::nextScan(NextScan answer)
     } else if (_options.inspectWeb || _options.run.inspect) {
         _onNextScan = std::move(answer);
     } else {
-        _instance.close(); // Who comes now runs by himself once we have ended.
-        answer(std::nullopt);
+        // Who comes when we have closed runs by himself once we have ended.
+        _instance.closeWhenQuiet(
+            _loop, [this] { return !_nextScans.empty(); },
+            [this, answer = std::move(answer)]() mutable {
+                if (_nextScans.empty())
+                    answer(std::nullopt);
+                else
+                    nextScan(std::move(answer));
+            });
     }
 }
 
@@ -147,7 +154,7 @@ void Program::onCommand(const fn::Value& value)
         _nextScans.push_back(std::move(*command.scan));
         if (_onNextScan) nextScan(std::exchange(_onNextScan, {}));
     } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
+        FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
             exception.what());
     }
 }

@@ -7,9 +7,23 @@
 namespace media {
 namespace {
 
-constexpr const char* lockName = "skyfold";
+constexpr const char* lockName = "skyfold"; // Of both applications: they share the command pipe.
+constexpr const char* handOverLockName = "skyfold-handover"; // Of who is handing over, or closing.
 constexpr auto handOverTime = fn::Duration::seconds(10);
 constexpr auto attemptInterval = fn::Duration::milliseconds(50);
+
+// What a client has sent before it gave up the lock is here after that many: accepted, read, told.
+constexpr int turnsToRead = 5;
+
+void afterTurns(fn::uv::Loop& loop, int turns, folly::Function<void()> task)
+{
+    loop.post([&loop, turns, task = std::move(task)]() mutable {
+        if (turns == 0)
+            task();
+        else
+            afterTurns(loop, turns - 1, std::move(task));
+    });
+}
 
 /// Hears whether a command could not be delivered: that is logged, and told nowhere else.
 class FailureListener final : public fn::logging::Sink {
@@ -48,7 +62,8 @@ bool SingleInstance::beginOrHandOver(fn::uv::Loop& loop, const fn::Value& comman
         _lock.emplace(lockName);
         if (_lock->exclusive()) return true;
         _lock.reset();
-        if (deliver(loop, command)) return false;
+        // The first does not close while we have this one.
+        if (core::ProcessLock handOver(handOverLockName); handOver.exclusive() && deliver(loop, command)) return false;
         if (loop.clock().monotonic() > end) {
             throw fn::RuntimeException("Another Skyfold is running and takes no commands. End it, or try again later.",
                 fn::Exception::StackTrace::None);
@@ -65,6 +80,30 @@ void SingleInstance::accept(OnCommand onCommand)
     _commands = fn::makeAuto<core::CommandIPC>();
     _connection = _commands->onCommand().connect(std::move(onCommand));
     _commands->bind();
+}
+
+struct SingleInstance::Closing {
+    fn::uv::Loop& loop;
+    folly::Function<bool()> isNeeded;
+    folly::Function<void()> done;
+};
+
+void SingleInstance::closeWhenQuiet(fn::uv::Loop& loop, folly::Function<bool()> isNeeded, folly::Function<void()> done)
+{
+    tryToClose(std::make_shared<Closing>(loop, std::move(isNeeded), std::move(done)));
+}
+
+void SingleInstance::tryToClose(const std::shared_ptr<Closing>& closing)
+{
+    auto handOver = std::make_shared<core::ProcessLock>(handOverLockName);
+    if (!handOver->exclusive()) {
+        _nextAttempt = closing->loop.schedule(attemptInterval, [this, closing] { tryToClose(closing); });
+        return;
+    }
+    afterTurns(closing->loop, turnsToRead, [this, closing, handOver] {
+        if (!closing->isNeeded()) close();
+        closing->done();
+    });
 }
 
 void SingleInstance::close()

@@ -474,6 +474,11 @@ TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
     interrupted.signal(SIGINT);
     EXPECT_EQ(interrupted.wait(), 128 + SIGINT);
     EXPECT_EQ(stored("mail", "anna"), "s3cret with blanks ");
+
+    fs::permissions(folder.path() / "share" / "core" / "protection.key", fs::perms(0644)); // Then it protects nothing.
+    Program unprotected({ "--set-password", "mail", "carl" }, { .input = "carl's\n" });
+    EXPECT_EQ(unprotected.wait(), 1);
+    EXPECT_NE(unprotected.errors().find("could not be encrypted"), std::string::npos) << unprotected.errors();
 }
 
 TEST_F(SkyfoldTest, OutputThatNobodyReadsEndsQuietlyAndOutputThatIsLostDoesNot)
