@@ -59,9 +59,7 @@ void NetlinkRequest::put(std::uint16_t attribute, std::span<const std::uint8_t> 
 
 bool NetlinkMessages::take(std::span<const std::byte> datagram)
 {
-    const auto* message = reinterpret_cast<const nlmsghdr*>(datagram.data());
-    for (int left = static_cast<int>(datagram.size()); mnl_nlmsg_ok(message, left);
-         message = mnl_nlmsg_next(message, &left)) {
+    for (; const auto* message = firstMessage(datagram); datagram = behind(*message, datagram)) {
         if (message->nlmsg_seq != _sequence || message->nlmsg_pid != _port) continue;
         if (message->nlmsg_flags & NLM_F_DUMP_INTR) _isTorn = true;
         if (message->nlmsg_type == NLMSG_DONE || message->nlmsg_type == NLMSG_ERROR) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/exceptions.h"
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstring>
@@ -11,6 +12,21 @@
 #include <vector>
 
 namespace platform {
+
+/// The message that `bytes` begin with; null where they do not hold one whole. Checked here, as libmnl takes the length for
+/// a signed number.
+inline const nlmsghdr* firstMessage(std::span<const std::byte> bytes) noexcept
+{
+    if (bytes.size() < sizeof(nlmsghdr)) return nullptr;
+    const auto* const message = reinterpret_cast<const nlmsghdr*>(bytes.data());
+    return message->nlmsg_len >= sizeof(*message) && message->nlmsg_len <= bytes.size() ? message : nullptr;
+}
+
+/// What comes behind `message`, which `bytes` begin with.
+inline std::span<const std::byte> behind(const nlmsghdr& message, std::span<const std::byte> bytes) noexcept
+{
+    return bytes.subspan(std::min<std::size_t>(MNL_ALIGN(std::size_t { message.nlmsg_len }), bytes.size()));
+}
 
 /// A socket to the kernel's routing service. Close-on-exec.
 class NetlinkSocket {
@@ -64,9 +80,8 @@ public:
     /// Calls `visit(const nlmsghdr&, const Header&)` for each message of `type` that is large enough for its header.
     template <typename Header, typename Visit> void forEach(std::uint16_t type, Visit&& visit) const
     {
-        const auto* message = reinterpret_cast<const nlmsghdr*>(_bytes.data());
-        for (int left = static_cast<int>(_bytes.size()); mnl_nlmsg_ok(message, left);
-             message = mnl_nlmsg_next(message, &left)) {
+        std::span<const std::byte> left(_bytes);
+        for (; const auto* message = firstMessage(left); left = behind(*message, left)) {
             if (message->nlmsg_type != type || mnl_nlmsg_get_payload_len(message) < sizeof(Header)) continue;
             visit(*message, *static_cast<const Header*>(mnl_nlmsg_get_payload(message)));
         }
