@@ -24,8 +24,9 @@ public:
     /// The first call attaches the context to `loop`. Later ones only count, whatever loop they name.
     static void init(fn::uv::Loop& loop);
 
-    /// The call that matches the first `init()` detaches the context, at once: also inside a GLib callback, which then is
-    /// the last one. A wait that is still out is ended and not waited for. The loop may have gone before.
+    /// The call that matches the first `init()` detaches the context, at once: also inside a GLib callback. Those that GLib
+    /// has found ready together with it still run, and then none. A wait that is still out is ended and not waited for.
+    /// The loop may have gone before.
     static void quit();
 
     static GMainContextIntegration* instance() noexcept; ///< Null while nobody needs it.

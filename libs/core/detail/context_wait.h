@@ -53,10 +53,10 @@ private:
     bool isAbandoned();
 
     GMainContext* const _context;
+    int _maxPriority = 0;
+    int _count = 0; // Descriptors to check; 0 when nothing waits for checking.
     int _allocated = 20; // Elements of `_descriptors`.
     GPollFD* _descriptors = static_cast<GPollFD*>(g_malloc0_n(20, sizeof(GPollFD)));
-    int _count = 0; // Descriptors to check; 0 when nothing waits for checking.
-    int _maxPriority = 0;
     int _timeout = 0; // Milliseconds; negative: none.
     guint _sourcesSeen = 0; // See `sourceCounter()`.
     int _patience = 1; // Milliseconds until the next try, while somebody else owns the context.

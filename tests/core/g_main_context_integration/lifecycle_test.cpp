@@ -69,7 +69,10 @@ TEST_F(MainContext, EndsAtOnceAndMayBeginAgainInACallbackOfGLib)
         callWhenIdle([&] { isHeard = true; });
         loop->stop();
     });
+    bool isReadyTogether = false;
+    callWhenIdle([&] { isReadyTogether = true; });
     EXPECT_TRUE(runUntilStopped());
+    EXPECT_TRUE(isReadyTogether);
     test::runTurns(*loop);
     EXPECT_FALSE(isHeard);
 
