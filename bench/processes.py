@@ -104,15 +104,18 @@ class Stage:
         return self._directory.name
 
     def start(self, role, **parameters):
-        """Starts a role and waits until it is ready. The hub comes first, if there is one."""
-        if role == "hub":
+        """Starts a role and waits until it is ready. Who gives the others its address comes first; that is the hub, if there
+        is one. None for the hub of a system without one."""
+        if role == "hub" and not self._system.has_hub:
+            return None
+        if gives_address := self._system.gives_address(role):
             parameters["directory"] = self.directory
         elif self._address:
             parameters["address"] = self._address
         process = Process(role, self._system.command(role, self._scenario, parameters), self._environment)
         self._processes.append(process)
         rest = process.line(self._system.ready_prefix(role), 10)
-        if role == "hub":
+        if gives_address:
             self._address = self._system.address(rest)
         return process
 

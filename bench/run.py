@@ -1,16 +1,21 @@
 #!/usr/bin/env python3
 """How fast is a call through the hub, beside what the same hops cost at least? And a log message, beside other
-libraries? Started by scripts/bench."""
+libraries? And beside other ways between processes? Started by scripts/bench."""
 
 import argparse
+import datetime
 import json
 import signal
 import statistics
+import subprocess
 import sys
 
 from processes import BenchError
 from scenarios import SCENARIOS, Timing, machine
-from systems import SYSTEMS
+from systems import PEERS, SYSTEMS, Floor, Ours
+from tables import number, peer_tables, ratio, spread
+
+PEER_SCENARIOS = ("latency", "calls-100", "calls-1000", "large", "events", "memory")
 
 PLANS = {  # Repeats, and seconds of each measurement.
     "full": (5, 1.4),
@@ -28,15 +33,22 @@ def arguments():
     parser.add_argument("--smoke", dest="plan", action="store_const", const="smoke",
                         help="every scenario once and very short: are the results right? No table")
     parser.add_argument("--repeat", type=int, metavar="N", help="how often each measurement is made")
-    parser.add_argument("--systems", default=",".join(system.name for system in SYSTEMS), metavar="NAME,...",
-                        help="what to compare (default: %(default)s)")
+    parser.add_argument("--peers", action="store_true", help="beside what others offer between processes; first: "
+                        "scripts/setup peers")
+    parser.add_argument("--systems", metavar="NAME,...", help="what to compare; ours is always the first (default: "
+                        + ",".join(system.name for system in SYSTEMS) + "; with --peers these for calls and "
+                        + ",".join(system.name for system in PEERS) + ")")
     parser.add_argument("--json", metavar="FILE", help="also write every value measured there")
     parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
     options = parser.parse_args()
     if unknown := set(options.scenarios) - set(names):
         parser.error("no such scenario: " + ", ".join(sorted(unknown)))
-    if unknown := set(options.systems.split(",")) - {system.name for system in SYSTEMS}:
+    options.candidates = [system for system in SYSTEMS if not options.peers or isinstance(system, (Ours, Floor))]
+    options.candidates += PEERS if options.peers else []
+    wanted = options.systems.split(",") if options.systems else [system.name for system in options.candidates]
+    if unknown := set(wanted) - {system.name for system in options.candidates}:
         parser.error("no such system: " + ", ".join(sorted(unknown)))
+    options.systems = [system for system in options.candidates if system.name in wanted]
     if options.repeat is not None and options.repeat < 1:
         parser.error("--repeat must be at least 1")
     return options
@@ -63,21 +75,11 @@ def measure(scenarios, systems, repeats, seconds, frames, progress):
                 progress(f"{scenario.name}: {system.name}, run {repeat + 1} of {repeats}")
                 result = scenario.run(system, Timing(seconds), frames.get(scenario.frames_like, {}))
                 for metric in scenario.metrics:
-                    values[scenario.name][metric.key][system.name].append(result[metric.key])
+                    if metric.key in result:
+                        values[scenario.name][metric.key][system.name].append(result[metric.key])
+                    else:
+                        values[scenario.name][metric.key].pop(system.name, None)
     return values
-
-
-def number(value):
-    return f"{value:,.0f}" if value >= 1000 else f"{value:.1f}" if value >= 10 else f"{value:.2f}"
-
-
-def spread(values):
-    return f"{number(statistics.median(values))} ({number(min(values))}-{number(max(values))})"
-
-
-def ratio(values, baseline):
-    """The median of the ratios of runs made side by side."""
-    return statistics.median(ours / theirs for ours, theirs in zip(values, baseline, strict=True))
 
 
 def groups(scenarios, systems):
@@ -109,13 +111,25 @@ def table(scenarios, systems, values):
     return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows)
 
 
+def versions(packages):
+    """Of Debian packages; empty on another distribution."""
+    try:
+        shown = subprocess.run(["dpkg-query", "-W", "-f", "${Package} ${Version}\n", *packages], text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) if packages else None
+    except FileNotFoundError:
+        shown = None
+    return dict(line.split() for line in shown.stdout.splitlines()) if shown else {}
+
+
 def main():
     options = arguments()
     signal.signal(signal.SIGINT, signal.default_int_handler)  # Also where the shell has had it ignored.
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     scenarios = [s for s in SCENARIOS if not options.scenarios or s.name in options.scenarios]
-    systems = [system for system in SYSTEMS if system.name in options.systems.split(",")]
-    for system in SYSTEMS:
+    if options.peers:
+        scenarios = [s for s in scenarios if s.name in PEER_SCENARIOS]
+    systems = options.systems
+    for system in [SYSTEMS[0], *systems]:
         system.configure(options.programs)
     repeats, seconds = PLANS[options.plan]
     repeats = options.repeat or repeats
@@ -144,13 +158,19 @@ def main():
                 for name, sizes in frames.items()))
         if host["load"] > host["cores"] / 2:
             print("The machine was busy: these numbers are not to be kept.")
-        for played, players in groups(scenarios, systems):
-            print()
-            print(table(played, players, values))
+        if options.peers:
+            print(peer_tables(systems, values))
+        else:
+            for played, players in groups(scenarios, systems):
+                print()
+                print(table(played, players, values))
     if options.json:
+        result = {"machine": host, "date": datetime.date.today().isoformat(), "repeats": repeats, "seconds": seconds,
+                  "systems": {system.name: {"title": system.title, "versions": versions(system.packages)}
+                              for system in systems},
+                  "frames": frames, "values": values}
         with open(options.json, "w") as file:
-            json.dump({"machine": host, "repeats": repeats, "seconds": seconds, "frames": frames, "values": values}, file,
-                      indent=2)
+            json.dump(result, file, indent=2)
             file.write("\n")
 
 

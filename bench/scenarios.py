@@ -46,7 +46,7 @@ class Timing:
 
 
 class HubScenario:
-    """Around a hub in a process of its own."""
+    """Around a hub in a process of its own, where the system has one."""
 
     plays = "hub"
     frames_like = None
@@ -85,6 +85,8 @@ class Calls(HubScenario):
 
 class Events(HubScenario):
     """One publisher, so many subscribers, each in its own process."""
+
+    plays = "events"
 
     def __init__(self, name, metrics, subscribers, event_bytes, window):
         self.name = name
@@ -125,7 +127,9 @@ class Memory(HubScenario):
         with Stage(system, self.name) as stage:
             hub = stage.start("hub")
             idle = stage.start("idle")
-            sizes = {"hub": processes.memory(hub), "worker": processes.memory(idle)}
+            sizes = {"worker": processes.memory(idle)}
+            if hub:
+                sizes["hub"] = processes.memory(hub)
         return {f"{who}_{kind}": kib / 1024 for who, kinds in sizes.items() for kind, kib in kinds.items()}
 
 
@@ -200,4 +204,7 @@ SCENARIOS = [
 def machine():
     with open("/proc/loadavg") as file:
         load = float(file.read().split()[0])
-    return {"cores": len(os.sched_getaffinity(0)), "kernel": os.uname().release, "load": load}
+    with open("/proc/cpuinfo") as file:
+        models = [line.split(":")[1].strip() for line in file if line.startswith("model name")]
+    return {"cores": len(os.sched_getaffinity(0)), "processor": models[0] if models else os.uname().machine,
+            "kernel": os.uname().release, "load": load}

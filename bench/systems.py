@@ -6,7 +6,9 @@ import os
 class System:
     """A system whose every role, the hub among them, is played by one driver program."""
 
-    plays = ("hub", "local", "logging")
+    plays = ("hub", "events", "local", "logging")
+    has_hub = True
+    packages = ()  # Of Debian, whose versions are kept with the numbers.
 
     def __init__(self, name, title, program, **options):
         self.name = name
@@ -35,6 +37,9 @@ class System:
         """How the others reach the hub, from what follows `ready_prefix` in its line."""
         return text
 
+    def gives_address(self, role):
+        return role == "hub"
+
     def takes_part(self, scenario):
         return scenario.plays in self.plays
 
@@ -57,7 +62,8 @@ class Ours(System):
 class Floor(System):
     """A relay of ours without content: nothing to call inside one process."""
 
-    plays = ("hub",)
+    plays = ("hub", "events")
+    packages = ("libuv1",)
 
 
 class Logger(System):
@@ -66,10 +72,57 @@ class Logger(System):
     plays = ("logging",)
 
 
+class Peer(System):
+    """Somebody else's way between processes, over a hub that the driver plays."""
+
+    plays = ("hub", "events")
+
+    def __init__(self, name, title, program, packages, **options):
+        super().__init__(name, title, program, **options)
+        self.packages = packages
+
+
+class DBusDaemon(Peer):
+    """Over dbus-daemon with the configuration of a session, as it is installed."""
+
+    def command(self, role, scenario, parameters):
+        if role == "hub":
+            return ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
+                    f"--address=unix:path={parameters['directory']}/bus"]
+        return super().command(role, scenario, parameters)
+
+    def ready_prefix(self, role):
+        return "" if role == "hub" else super().ready_prefix(role)
+
+
+class Direct(Peer):
+    """Who serves is reached without a hub: half of the hops of a call through one, and less to do."""
+
+    plays = ("hub",)
+    has_hub = False
+
+    def gives_address(self, role):
+        return role in ("owner", "idle", "publisher")
+
+
+class DirectWithEvents(Direct):
+    """The publisher itself writes to each subscriber."""
+
+    plays = ("hub", "events")
+
+
 SYSTEMS = [
     Ours("ours", "core", "bench_ours"),
     Floor("F1", "libuv relay, each frame written by itself", "bench_floor", mode="each"),
     Floor("F2", "libuv relay, one write a loop iteration", "bench_floor", mode="coalesced"),
     Logger("spdlog", "spdlog, flushing each line", "bench_spdlog"),
     Logger("GLib", "GLib's structured logging, one write a line", "bench_glib"),
+]
+
+# With --peers: these beside ours and the floors.
+PEERS = [
+    DBusDaemon("sd-bus", "sd-bus over dbus-daemon", "bench_sd_bus", ("libsystemd0", "dbus-daemon")),
+    Peer("sd-bus/broker", "sd-bus over dbus-broker", "bench_sd_bus", ("libsystemd0", "dbus-broker")),
+    DBusDaemon("GDBus", "GDBus over dbus-daemon", "bench_gdbus", ("libglib2.0-0", "dbus-daemon")),
+    Peer("ZeroMQ", "ZeroMQ, DEALER-ROUTER-DEALER and XSUB-XPUB", "bench_zeromq", ("libzmq5",)),
 ]
