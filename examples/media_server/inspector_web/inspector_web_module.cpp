@@ -1,13 +1,17 @@
 // Shows the inspectors in a web browser, in a process of its own.
 #include "api/application.h"
+#include "api/inspection.h"
 #include "api/log_output.h"
 #include "api/text.h"
+#include "core/inspector/inspection_result_writer.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "foundation/logging/logging.h"
 #include "inspector_web/http_server.h"
 #include "inspector_web/inspector_pages.h"
 #include "inspector_web/loop_gate.h"
+#include <fmt/format.h>
+#include <unistd.h>
 
 namespace media {
 namespace {
@@ -19,6 +23,31 @@ const fn::logging::Category& category()
     static const auto& category = fn::logging::CategoryManager::instance().getCategory("mediaServer.inspectorWeb");
     return category;
 }
+
+struct Traffic {
+    std::uint64_t requests = 0;
+    std::uint64_t refused = 0; // Not with a page: unknown inspectors, bad links and the like.
+};
+
+/// Shows what this process itself is doing. Not where: whoever knows the address may look at everything.
+class TrafficInspector final : public core::Inspector {
+public:
+    explicit TrafficInspector(std::shared_ptr<const Traffic> traffic) : _traffic(std::move(traffic)) { }
+
+    using Inspector::inspect;
+    core::InspectionResult inspect(const fn::Value&, const fn::Value&) override
+    {
+        core::InspectionResult result;
+        core::InspectionResultWriter(result)
+            .append(fmt::format("Process: {}", ::getpid()))
+            .append(fmt::format("Requests with the token: {}", _traffic->requests))
+            .append(fmt::format("Answered with an error: {}", _traffic->refused));
+        return result;
+    }
+
+private:
+    const std::shared_ptr<const Traffic> _traffic;
+};
 
 } // namespace
 
@@ -34,9 +63,15 @@ public:
 
     void onConnected() override
     {
+        const auto traffic = std::make_shared<Traffic>();
+        publish(worker(), "Web pages", fn::makeAuto<TrafficInspector>(traffic));
         _gate = std::make_shared<LoopGate>(
-            worker().loop(), [pages = fn::makeAuto<InspectorPages>(worker())](const WebRequest& request) {
-                return pages->answer(request);
+            worker().loop(), [traffic, pages = fn::makeAuto<InspectorPages>(worker())](const WebRequest& request) {
+                ++traffic->requests;
+                return pages->answer(request).then([traffic](WebAnswer&& answer) {
+                    if (answer.status != 200) ++traffic->refused;
+                    return std::move(answer);
+                });
             });
         try {
             _server =

@@ -91,6 +91,7 @@ core::InspectionResult LibraryService::inspect(const fn::Value& action)
         page.append("No catalogue is open");
     } else if (action.isNil()) {
         page.append(fmt::format("Catalogue in {}", printable(_dataFolder)));
+        page.append("Journal: wal, synchronous: normal");
         for (const auto& [scan, path, files] : _catalogue->folders())
             page.append(fmt::format("{}: {} files", printable(path), files), scan.toValue());
     } else {

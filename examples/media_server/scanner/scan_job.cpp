@@ -10,10 +10,7 @@
 namespace media {
 namespace {
 
-constexpr auto sliceTime = fn::Duration::milliseconds(5);
 constexpr auto tellInterval = fn::Duration::milliseconds(100); // While walking.
-constexpr int batchesUnderWay = 4;
-constexpr std::size_t largestBatch = 256; // Files: a transaction of the library, and what a killed scanner loses.
 constexpr std::size_t fewestBatches = 16; // Of a small folder: progress is seen there, too.
 
 const fn::logging::Category& category()

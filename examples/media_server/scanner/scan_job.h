@@ -28,6 +28,12 @@ public:
     fn::Promise<PathSample> start(); ///< Once. The folders that could not be read.
     void cancel(); ///< Nothing is read, sent or answered any more.
 
+    // The settings.
+    static constexpr auto sliceTime = fn::Duration::milliseconds(5);
+    static constexpr int batchesUnderWay = 4;
+    static constexpr std::size_t largestBatch =
+        256; ///< Files: a transaction of the library, and what a killed scanner loses.
+
     ScanProgress progress() const;
     const fn::String& folder() const { return _order.folder; }
     int underWay() const { return _underWay; } ///< Batches.

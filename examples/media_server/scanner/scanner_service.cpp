@@ -56,6 +56,8 @@ core::InspectionResult ScannerService::inspect() const
     core::InspectionResultWriter page(result);
     page.append(fmt::format("Scans begun: {}", _scans));
     page.append(fmt::format("Process: {}", ::getpid()));
+    page.append(fmt::format("Slices of {} ms, batches of {} files, {} batches under way at most",
+        ScanJob::sliceTime.totalMilliseconds(), ScanJob::largestBatch, ScanJob::batchesUnderWay));
     if (!_job) {
         page.append("Nothing is being scanned");
         return result;
