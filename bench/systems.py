@@ -125,4 +125,8 @@ PEERS = [
     Peer("sd-bus/broker", "sd-bus over dbus-broker", "bench_sd_bus", ("libsystemd0", "dbus-broker")),
     DBusDaemon("GDBus", "GDBus over dbus-daemon", "bench_gdbus", ("libglib2.0-0", "dbus-daemon")),
     Peer("ZeroMQ", "ZeroMQ, DEALER-ROUTER-DEALER and XSUB-XPUB", "bench_zeromq", ("libzmq5",)),
+    Direct("Cap'n Proto", "Cap'n Proto RPC, direct", "bench_capnp", ("libcapnp-0.9.2",)),
+    Direct("gRPC", "gRPC, direct", "bench_grpc", ("libgrpc++1.51",)),
+    Direct("Ice", "ZeroC Ice, direct over TCP on the loopback", "bench_ice", ("libzeroc-ice3.7",)),
+    DirectWithEvents("Qt RO", "Qt Remote Objects, direct", "bench_qt", ("libqt6remoteobjects6",)),
 ]
