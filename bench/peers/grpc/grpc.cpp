@@ -9,7 +9,7 @@
 namespace bench::grpcs {
 namespace {
 
-constexpr int waitingCalls = 64; // Slots for calls that have not come yet.
+constexpr int waitingCalls = 1024; // Slots for calls that have not come yet: no call waits for one.
 
 std::span<const std::uint8_t> bytes(const std::string& content)
 {
