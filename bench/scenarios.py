@@ -86,8 +86,6 @@ class Calls(HubScenario):
 class Events(HubScenario):
     """One publisher, so many subscribers, each in its own process."""
 
-    plays = "events"
-
     def __init__(self, name, metrics, subscribers, event_bytes, window):
         self.name = name
         self.metrics = metrics

@@ -6,7 +6,7 @@ import os
 class System:
     """A system whose every role, the hub among them, is played by one driver program."""
 
-    plays = ("hub", "events", "local", "logging")
+    plays = ("hub", "local", "logging")
     has_hub = True
     packages = ()  # Of Debian, whose versions are kept with the numbers.
 
@@ -62,7 +62,7 @@ class Ours(System):
 class Floor(System):
     """A relay of ours without content: nothing to call inside one process."""
 
-    plays = ("hub", "events")
+    plays = ("hub",)
     packages = ("libuv1",)
 
 
@@ -75,7 +75,7 @@ class Logger(System):
 class Peer(System):
     """Somebody else's way between processes, over a hub that the driver plays."""
 
-    plays = ("hub", "events")
+    plays = ("hub",)
 
     def __init__(self, name, title, program, packages, **options):
         super().__init__(name, title, program, **options)
@@ -96,19 +96,13 @@ class DBusDaemon(Peer):
 
 
 class Direct(Peer):
-    """Who serves is reached without a hub: half of the hops of a call through one, and less to do."""
+    """Who serves is reached without a hub, and a publisher writes to each subscriber itself: half of the hops, and less to
+    do."""
 
-    plays = ("hub",)
     has_hub = False
 
     def gives_address(self, role):
         return role in ("owner", "idle", "publisher")
-
-
-class DirectWithEvents(Direct):
-    """The publisher itself writes to each subscriber."""
-
-    plays = ("hub", "events")
 
 
 SYSTEMS = [
@@ -128,5 +122,5 @@ PEERS = [
     Direct("Cap'n Proto", "Cap'n Proto RPC, direct", "bench_capnp", ("libcapnp-0.9.2",)),
     Direct("gRPC", "gRPC, direct", "bench_grpc", ("libgrpc++1.51",)),
     Direct("Ice", "ZeroC Ice, direct over TCP on the loopback", "bench_ice", ("libzeroc-ice3.7",)),
-    DirectWithEvents("Qt RO", "Qt Remote Objects, direct", "bench_qt", ("libqt6remoteobjects6",)),
+    Direct("Qt RO", "Qt Remote Objects, direct", "bench_qt", ("libqt6remoteobjects6",)),
 ]

@@ -2,7 +2,8 @@
 #include "driver/call_load.h"
 #include "driver/roles.h"
 #include "driver/stamp.h"
-#include "echo.capnp.h"
+#include "peer.capnp.h"
+#include "peers/capnp/feed.h"
 #include <capnp/rpc-twoparty.h>
 #include <kj/async-io.h>
 #include <kj/exception.h>
@@ -96,5 +97,7 @@ void runCaller(const Options& options) { Caller(options).run(); }
 int main(int argc, char** argv)
 {
     using namespace bench::capnproto;
-    bench::play(bench::Options(argc, argv), { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller } });
+    bench::play(bench::Options(argc, argv),
+        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "publisher", runPublisher },
+            { "subscriber", runSubscriber } });
 }

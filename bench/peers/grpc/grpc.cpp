@@ -2,7 +2,8 @@
 #include "driver/call_load.h"
 #include "driver/roles.h"
 #include "driver/stamp.h"
-#include "echo.grpc.pb.h"
+#include "peer.grpc.pb.h"
+#include "peers/grpc/feed.h"
 #include <grpcpp/grpcpp.h>
 #include <optional>
 
@@ -151,5 +152,7 @@ void runCaller(const Options& options) { Caller(options).run(); }
 int main(int argc, char** argv)
 {
     using namespace bench::grpcs;
-    bench::play(bench::Options(argc, argv), { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller } });
+    bench::play(bench::Options(argc, argv),
+        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "publisher", runPublisher },
+            { "subscriber", runSubscriber } });
 }

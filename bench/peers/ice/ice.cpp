@@ -1,27 +1,15 @@
 // ZeroC Ice from process to process. It knows no Unix sockets: TCP on the loopback. Each end has one thread for its calls,
 // which is its default.
-#include "Echo.h"
+#include "Peer.h"
 #include "driver/call_load.h"
 #include "driver/roles.h"
 #include "driver/stamp.h"
-#include <Ice/Ice.h>
+#include "peers/ice/array.h"
+#include "peers/ice/feed.h"
 #include <mutex>
 
 namespace bench::ice {
 namespace {
-
-using Array = std::pair<const Ice::Byte*, const Ice::Byte*>;
-
-std::span<const std::uint8_t> bytes(const Array& array) { return { array.first, array.second }; }
-Array array(const std::vector<std::uint8_t>& body) { return { body.data(), body.data() + body.size() }; }
-
-Ice::InitializationData settings()
-{
-    Ice::InitializationData data;
-    data.properties = Ice::createProperties();
-    data.properties->setProperty("Ice.MessageSizeMax", "16384"); // KiB; the default stops short of 1 MiB and a header.
-    return data;
-}
 
 class EchoServant final : public Echo {
 public:
@@ -107,5 +95,7 @@ void runCaller(const Options& options) { Caller(options).run(); }
 int main(int argc, char** argv)
 {
     using namespace bench::ice;
-    bench::play(bench::Options(argc, argv), { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller } });
+    bench::play(bench::Options(argc, argv),
+        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "publisher", runPublisher },
+            { "subscriber", runSubscriber } });
 }
