@@ -7,7 +7,7 @@ std::string formatCount(std::int64_t count)
 {
     auto digits = fmt::format("{}", count);
     const std::size_t first = count < 0 ? 1 : 0;
-    for (auto at = digits.size(); at > first + 3;) digits.insert(at -= 3, ",");
+    for (auto at = digits.size(); at > first + 3;) digits.insert(at -= 3, 1, ',');
     return digits;
 }
 
