@@ -54,7 +54,9 @@ protected:
     /// Removes every table and index without knowing their names. Triggers and views stay behind and make the file
     /// unusable: a schema that has them overrides this.
     virtual void dropSchema();
-    virtual void initSchema() = 0; ///< Makes the tables in an empty file.
+    /// Makes the tables in an empty file. It runs again where the process died before the version was stored: tables
+    /// that may be there already are made with "if not exists".
+    virtual void initSchema() = 0;
     /// Turns a schema of version `from` into one of version `to` and calls `updateSchemaVersion()`. Default: drops it
     /// and makes it anew.
     virtual void migrateSchema(int from, int to);

@@ -21,12 +21,13 @@ MediaLibrary::~MediaLibrary() = default;
 
 void MediaLibrary::initSchema()
 {
-    database().execute("create table folders (id integer primary key, path blob not null unique, "
+    database().execute("create table if not exists folders (id integer primary key, path blob not null unique, "
                        "scan integer not null)"); // The latest scan's number.
     // `scan`: the latest scan that found the file. `hashed`: the one that read it; null with `hash` if it could not.
-    database().execute("create table files (folder integer not null references folders (id), path blob not null, "
-                       "size integer not null, modified integer not null, hash text, kind text not null, "
-                       "scan integer not null, hashed integer, primary key (folder, path)) without rowid");
+    database().execute(
+        "create table if not exists files (folder integer not null references folders (id), path blob not null, "
+        "size integer not null, modified integer not null, hash text, kind text not null, "
+        "scan integer not null, hashed integer, primary key (folder, path)) without rowid");
 }
 
 void MediaLibrary::onDatabaseReady()

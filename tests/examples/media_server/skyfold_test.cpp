@@ -3,6 +3,7 @@
 // process left behind.
 #include "foundation/exceptions.h"
 #include "skyfold_fixture.h"
+#include "sqlite/database.h"
 #include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -205,6 +206,18 @@ TEST_F(SkyfoldTest, WhatCannotBeDoneIsSaidAndNotDone)
     test::writeFile((data / "catalogue.sqlite").string(), text);
     fails(arguments(), 1, "catalogue.sqlite: file is not a database");
     EXPECT_EQ(test::readFile((data / "catalogue.sqlite").string()), text) << "Somebody's file is overwritten.";
+}
+
+TEST_F(SkyfoldTest, ALibraryThatDiedWhileItMadeItsTablesMakesTheRest)
+{
+    write("file", "text");
+    const auto whole = scan();
+    {
+        sqlite::Database catalogue(fn::String((data / "catalogue.sqlite").string()), 2); // SQLITE_OPEN_READWRITE
+        catalogue.execute("drop table files");
+        catalogue.execute("delete from schema_version");
+    }
+    EXPECT_EQ(scan(), whole);
 }
 
 TEST_F(SkyfoldTest, AModuleThatCannotBeStartedEndsTheProgram)
