@@ -5,6 +5,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@ public:
     void readResume() override { }
     bool isReading() const noexcept override { return true; }
     void readPending() override { }
+    void readInto(std::span<std::uint8_t> memory) override { _target = memory; }
     void write(fn::ByteArray bytes, Completion) override { output += bytes.view(); }
     void write(std::span<const fn::ByteArray> parts, Completion) override
     {
@@ -39,15 +41,25 @@ public:
 
     void deliver(std::string_view bytes)
     {
-        // A copy of its own size: reading beyond it is seen.
-        const std::vector<std::uint8_t> chunk(bytes.begin(), bytes.end());
-        _callback(static_cast<std::ptrdiff_t>(chunk.size()), chunk.data());
+        while (!bytes.empty() && !_closed) {
+            if (const auto target = std::exchange(_target, {}); !target.empty()) {
+                const auto count = bytes.copy(reinterpret_cast<char*>(target.data()), target.size());
+                bytes.remove_prefix(count);
+                _callback(static_cast<std::ptrdiff_t>(count), target.data());
+            } else {
+                // A copy of its own size: reading beyond it is seen.
+                const std::vector<std::uint8_t> chunk(bytes.begin(), bytes.end());
+                bytes = {};
+                _callback(static_cast<std::ptrdiff_t>(chunk.size()), chunk.data());
+            }
+        }
     }
 
     std::string output;
 
 private:
     ReadCallback _callback;
+    std::span<std::uint8_t> _target;
     bool _closed = false;
 };
 
@@ -57,17 +69,18 @@ struct Result {
     friend bool operator==(const Result&, const Result&) = default;
 };
 
-void checkPlain(const fn::ByteArray& body)
+void checkPlain(const ipc::FrameBody& body)
 {
     const auto plain = ipc::ObjectMessage::parse(body);
     if (!plain) return;
-    fn::MemoryInputStream stream(body);
+    fn::MemoryInputStream stream(body.bytes.data(), body.bytes.size());
     const auto general = fn::mpack::Deserializer(stream).deserialize();
     require(general && stream.remaining() == 0);
     require(general->at(ipc::field::TYPE) == fn::Value(ipc::type::MESSAGE));
     require(general->at(ipc::field::OBJECT_ID) == fn::Value(plain->objectId));
     require(general->at(ipc::field::TARGET_WORKER_ID) == fn::Value(plain->target));
-    require(general->at(ipc::field::PAYLOAD) == fn::Value(plain->payload));
+    require(general->at(ipc::field::PAYLOAD) == fn::Value(fn::ByteArray(plain->payload.data(), plain->payload.size())));
+    require(!body.array || std::ranges::equal(plain->shared.bytes(), plain->payload));
     require(general->at(ipc::field::OBJECTS).size() == 0);
     require(general->has(ipc::field::SOURCE_WORKER_ID) == plain->source.has_value());
 }
@@ -77,7 +90,7 @@ Result read(std::string_view bytes, std::size_t chunkSize)
     Result result;
     const auto stream = fn::makeAuto<ScriptedStream>();
     ipc::MessageHelper helper(maxBytes);
-    helper.setFrameHandler([](const fn::ByteArray& body) {
+    helper.setFrameHandler([](const ipc::FrameBody& body) {
         checkPlain(body);
         return false;
     });

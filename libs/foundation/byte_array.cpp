@@ -151,6 +151,13 @@ void ByteArray::append(const void* data, std::size_t size)
     _size = static_cast<std::uint32_t>(newSize);
 }
 
+void ByteArray::removePrefix(std::size_t size) noexcept
+{
+    const auto removed = std::min(static_cast<std::uint32_t>(std::min(size, largestSize)), _size);
+    _offset += removed;
+    _size -= removed;
+}
+
 void ByteArray::clear() noexcept
 {
     if (isShared()) release(), _buffer = nullptr;

@@ -53,6 +53,7 @@ public:
     /// Grows or shrinks without setting new bytes: the caller writes them before anybody reads them.
     void resizeUninitialized(std::size_t size);
     void append(const void* data, std::size_t size);
+    void removePrefix(std::size_t size) noexcept; ///< Forgets bytes in front (at most all) without moving the others.
     void clear() noexcept; ///< Empties it; the storage is kept unless it is shared.
 
     /// `size` bytes from `offset` (both clamped), sharing the buffer.

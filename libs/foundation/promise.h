@@ -250,6 +250,7 @@ public:
     using Type = T;
 
     Promise() noexcept = default; ///< Null.
+    explicit Promise(AutoPtr<internal::PromiseNode<T>> node) noexcept : _node(std::move(node)) { }
 
     /// A pending promise.
     static Promise create() { return Promise(makeAuto<internal::PromiseNode<T>>()); }
@@ -312,8 +313,6 @@ public:
 private:
     template <typename> friend class Promise;
     friend class internal::PromiseNode<T>;
-
-    explicit Promise(AutoPtr<internal::PromiseNode<T>> node) noexcept : _node(std::move(node)) { }
 
     AutoPtr<internal::PromiseNode<T>> _node;
 };

@@ -22,9 +22,6 @@ inline constexpr std::size_t frameValues = 16'000'000;
 /// Values inside of one payload's containers, about 1.5 GiB of memory.
 inline constexpr std::size_t payloadValues = 64'000'000;
 
-/// A frame buffer above this size is given back after its frame.
-inline constexpr std::size_t keptFrameBytes = std::size_t(8) << 20;
-
 /// A receiver that has taken nothing for the not-responding time-out while more than this waits for it is closed.
 inline constexpr std::size_t stalledQueueBytes = std::size_t(64) << 20;
 

@@ -110,6 +110,15 @@ void beginExtension(OutputStream& stream, std::int8_t type, std::uint32_t size)
 
 void Serializer::serialize(const Value& value) { write(value, 0); }
 
+void Serializer::serializeMap(std::span<const Field> fields)
+{
+    beginContainer(_stream, fields.size(), code::FixMap, code::Map16, 0);
+    for (const auto& [key, value] : fields) {
+        writeText(_stream, key);
+        write(value, 1);
+    }
+}
+
 void Serializer::write(const Value& value, int depth)
 {
     switch (value.kind()) {

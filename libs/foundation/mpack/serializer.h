@@ -1,5 +1,7 @@
 #pragma once
 #include "foundation/mpack/hooks.h"
+#include <span>
+#include <string_view>
 
 namespace fn::mpack {
 
@@ -12,6 +14,15 @@ public:
     /// One value. A boxed value that no hook takes (a timestamp is ext -1): `fn::DataFormatException` "Unsupported value
     /// type"; the same class for containers deeper than `maxDepth`.
     void serialize(const Value& value);
+
+    /// An entry of a map with text keys.
+    struct Field {
+        std::string_view key;
+        const Value& value;
+    };
+
+    /// What `serialize()` writes of a map with these entries (ascending by key), without the map.
+    void serializeMap(std::span<const Field> fields);
 
 private:
     void write(const Value& value, int depth);

@@ -55,6 +55,7 @@ void PipeStream::readStop() { _private->readStop(); }
 void PipeStream::readResume() { _private->readResume(); }
 bool PipeStream::isReading() const noexcept { return _private->isReading(); }
 void PipeStream::readPending() { _private->readPending(); }
+void PipeStream::readInto(std::span<std::uint8_t> memory) { _private->readInto(memory); }
 void PipeStream::write(ByteArray bytes, Completion completion)
 {
     _private->write(std::move(bytes), std::move(completion));

@@ -36,6 +36,7 @@ public:
     void readResume() override;
     bool isReading() const noexcept override;
     void readPending() override;
+    void readInto(std::span<std::uint8_t> memory) override;
     void write(ByteArray bytes, Completion completion = {}) override;
     void write(std::span<const ByteArray> parts, Completion completion = {}) override;
     void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback) override;

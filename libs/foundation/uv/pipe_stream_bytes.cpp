@@ -40,17 +40,27 @@ void PipeStream::Private::startReading()
     const auto allocate = [](uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
         auto& self = of(handle->data);
         if (self._delivering) return; // Told to `onRead()` as UV_ENOBUFS.
-        callGuarded(
-            [&] { *buffer = uv_buf_init(self.loop()->takeReadBuffer().release(), Loop::Private::ReadBufferSize); });
+        callGuarded([&] {
+            const auto memory = self.takeReadMemory();
+            *buffer = { memory.data(), memory.size() };
+        });
     };
     const auto read = [](uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) {
-        callGuarded([&] { of(stream->data).onRead(count, std::unique_ptr<char[]>(buffer->base)); });
+        callGuarded([&] { of(stream->data).onRead(count, { buffer->base, buffer->len }); });
     };
     const auto code = uv_read_start(stream(), allocate, read);
     if (code != UV_EALREADY) Status("read from a pipe", code).throwOnError();
 }
 
-void PipeStream::Private::onRead(std::ptrdiff_t count, std::unique_ptr<char[]> buffer)
+std::span<char> PipeStream::Private::takeReadMemory()
+{
+    _readsIntoTarget = !_readTarget.empty();
+    if (!_readsIntoTarget) return { loop()->takeReadBuffer().release(), Loop::Private::ReadBufferSize };
+    const auto target = std::exchange(_readTarget, {});
+    return { reinterpret_cast<char*>(target.data()), target.size() };
+}
+
+void PipeStream::Private::onRead(std::ptrdiff_t count, std::span<char> memory)
 {
     if (_delivering) {
         uv_read_stop(stream());
@@ -58,7 +68,12 @@ void PipeStream::Private::onRead(std::ptrdiff_t count, std::unique_ptr<char[]> b
         return;
     }
     auto* const loop = this->loop();
-    if (count != 0) deliver(count, buffer.get());
+    const bool isTarget = std::exchange(_readsIntoTarget, false);
+    std::unique_ptr<char[]> buffer(isTarget ? nullptr : memory.data());
+    if (count != 0)
+        deliver(count, memory.data());
+    else if (isTarget)
+        _readTarget = { reinterpret_cast<std::uint8_t*>(memory.data()), memory.size() };
     if (buffer) loop->returnReadBuffer(std::move(buffer));
 }
 
@@ -75,16 +90,12 @@ void PipeStream::Private::deliver(std::ptrdiff_t count, const char* data)
 
 void PipeStream::Private::readPending()
 {
-    auto* const loop = this->loop();
     for (int reads = 0; reads < mostReadsAtOnce && isReading() && !_delivering; ++reads) {
-        auto buffer = loop->takeReadBuffer();
-        const auto count = ::recv(descriptor(), buffer.get(), Loop::Private::ReadBufferSize, MSG_DONTWAIT);
+        const auto memory = takeReadMemory();
+        const auto count = ::recv(descriptor(), memory.data(), memory.size(), MSG_DONTWAIT);
         const auto error = count < 0 ? errno : 0;
-        if (error == 0)
-            deliver(count > 0 ? count : std::ptrdiff_t(UV_EOF), buffer.get());
-        else if (error != EAGAIN && error != EINTR)
-            deliver(-error, buffer.get());
-        loop->returnReadBuffer(std::move(buffer));
+        const bool isOver = error == EAGAIN || error == EINTR;
+        onRead(isOver ? 0 : error > 0 ? -error : count > 0 ? count : std::ptrdiff_t(UV_EOF), memory);
         if (error == EAGAIN) return;
     }
 }

@@ -33,6 +33,7 @@ struct PipeStream::Private final : SharedMember {
     void readResume();
     bool isReading() const noexcept { return _wantsRead && _state == State::Connected; }
     void readPending();
+    void readInto(std::span<std::uint8_t> memory) noexcept { _readTarget = memory; }
 
     void write(ByteArray bytes, Completion completion);
     void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback);
@@ -63,7 +64,8 @@ private:
     void reportConnected(const Status& status);
 
     void startReading();
-    void onRead(std::ptrdiff_t count, std::unique_ptr<char[]> buffer);
+    std::span<char> takeReadMemory();
+    void onRead(std::ptrdiff_t count, std::span<char> memory);
     void deliver(std::ptrdiff_t count, const char* data);
 
     void send();
@@ -93,6 +95,8 @@ private:
     Handle _retry;
 
     ReadCallback _onRead;
+    std::span<std::uint8_t> _readTarget; // For the next read; empty: a buffer of the loop's.
+    bool _readsIntoTarget = false; // Between taking the memory of a read and giving it back.
     bool _wantsRead = false;
     bool _delivering = false; // The read callback runs.
     bool _heldBack = false; // Reading was stopped because more arrived while the callback ran the loop again.

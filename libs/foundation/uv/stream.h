@@ -26,6 +26,10 @@ public:
     /// Reads now what the kernel already holds, without waiting, and delivers it to the read callback.
     virtual void readPending() = 0;
 
+    /// The next read goes here, and takes no more than fits, instead of into memory of the loop's: for what would be copied
+    /// anyway. The memory stays valid until then, until the stream is closed, or until it is replaced (empty: by the loop's).
+    virtual void readInto(std::span<std::uint8_t> memory) = 0;
+
     /// Queues all of `bytes`. `completion` (may be empty) is called once on a later turn, also when the stream is closed
     /// or broken meanwhile. On a closed stream it completes with UV_ECANCELED.
     virtual void write(ByteArray bytes, Completion completion = {}) = 0;

@@ -189,38 +189,55 @@ TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
     EXPECT_EQ(outcomes, std::vector { 0 });
 }
 
+std::string joined(const ipc::Frame& frame)
+{
+    std::string bytes;
+    for (const auto& part : frame.parts()) bytes += part.view();
+    return bytes;
+}
+
 TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
 {
     const std::string payloads[] = { "", "x", std::string(255, 'a'), std::string(70'000, 'b') };
     for (const ipc::ObjectId id : { 0ull, 127ull, 128ull, 65'536ull, 1ull << 32, ~0ull }) {
         for (const auto& payload : payloads) {
             for (const bool forwarded : { false, true }) {
-                ipc::ObjectMessage message { id, {}, 0xFFFF, fn::ByteArray(payload) };
-                auto map = Value::map(
-                    { { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
+                const fn::ByteArray payloadBytes(payload);
+                ipc::ObjectMessage message { id, {}, 0xFFFF, payloadBytes.bytes(), {} };
+                auto map =
+                    Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, payloadBytes }, { 9, Value(Value::MAP) } });
                 if (forwarded) {
                     message.source = 300;
                     map.set(6, 300);
                 }
-                std::string bytes;
-                const auto frame = message.encode(1 << 20);
-                for (const auto& part : frame.parts()) bytes += part.view();
+                const auto bytes = joined(message.encode(1 << 20));
                 ASSERT_EQ(bytes, test::frame(map));
+                message.shared = payloadBytes;
+                EXPECT_EQ(joined(message.encode(1 << 20)), bytes);
+                if (!forwarded) {
+                    ipc::ObjectMessageWriter writer;
+                    writer.payload().writeShared(payloadBytes);
+                    EXPECT_EQ(joined(writer.finish(id, 0xFFFF, {}, 1 << 20)), bytes);
+                }
                 const fn::ByteArray body(std::string_view(bytes).substr(4));
-                const auto parsed = ipc::ObjectMessage::parse(body);
-                ASSERT_TRUE(parsed);
-                EXPECT_EQ(parsed->objectId, id);
-                EXPECT_EQ(parsed->target, 0xFFFF);
-                EXPECT_EQ(parsed->payload.view(), payload);
-                EXPECT_EQ(parsed->source, message.source);
+                for (const auto* array : { &body, static_cast<const fn::ByteArray*>(nullptr) }) {
+                    const auto parsed = ipc::ObjectMessage::parse({ body.bytes(), array });
+                    ASSERT_TRUE(parsed);
+                    EXPECT_EQ(parsed->objectId, id);
+                    EXPECT_EQ(parsed->target, 0xFFFF);
+                    EXPECT_EQ(fn::ByteArray(parsed->payload.data(), parsed->payload.size()), payloadBytes);
+                    EXPECT_EQ(parsed->shared, array ? payloadBytes : fn::ByteArray());
+                    EXPECT_EQ(parsed->source, message.source);
+                }
                 if (payload.size() > 300) continue;
                 for (std::size_t cut = 0; cut < body.size(); ++cut) {
-                    EXPECT_FALSE(ipc::ObjectMessage::parse(body.slice(0, cut))) << "cut at " << cut;
+                    EXPECT_FALSE(ipc::ObjectMessage::parse({ body.bytes().first(cut) })) << "cut at " << cut;
                 }
             }
         }
     }
-    EXPECT_THROW(ipc::ObjectMessage({ 1, {}, 2, fn::ByteArray(100u) }).encode(50), fn::RangeException);
+    const fn::ByteArray large(100u);
+    EXPECT_THROW(ipc::ObjectMessage({ 1, {}, 2, large.bytes(), {} }).encode(50), fn::RangeException);
 }
 
 TEST(ObjectMessage, LeavesEverythingElseToTheGeneralWay)
@@ -228,8 +245,8 @@ TEST(ObjectMessage, LeavesEverythingElseToTheGeneralWay)
     const auto plain =
         Value::map({ { 1, 4 }, { 5, 9 }, { 7, 2 }, { 8, fn::ByteArray("p") }, { 9, Value(Value::MAP) } });
     const auto parses = [](const Value& message) {
-        const auto bytes = test::frame(message);
-        return ipc::ObjectMessage::parse(fn::ByteArray(std::string_view(bytes).substr(4))).has_value();
+        const fn::ByteArray body(std::string_view(test::frame(message)).substr(4));
+        return ipc::ObjectMessage::parse({ body.bytes() }).has_value();
     };
     ASSERT_TRUE(parses(plain));
     const std::pair<int, Value> changes[] = { { 1, 5 }, { 1, "4" }, { 5, -1 }, { 5, "9" }, { 6, -1 }, { 6, 65'536 },

@@ -33,9 +33,9 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
             _dispatcher.onWorkerEOS(self);
         })
         .detach();
-    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) {
+    _messageHelper.setFrameHandler([this](const FrameBody& body) {
         ++_framesReceived;
-        _bytesReceived += frameHeaderBytes + body.size();
+        _bytesReceived += frameHeaderBytes + body.bytes.size();
         return handlePlainly(body);
     });
     _messageHelper.onMessage()
@@ -55,7 +55,7 @@ void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
 }
 
 /// A MESSAGE that mentions no objects and that nobody wants to see in a log: forwarded without a map in between.
-bool Dispatcher::WorkerConnection::handlePlainly(const fn::ByteArray& body)
+bool Dispatcher::WorkerConnection::handlePlainly(const FrameBody& body)
 {
     if (_fn_getLoggingCategoryStatic().wants(fn::logging::Debug)) return false;
     auto message = ObjectMessage::parse(body);

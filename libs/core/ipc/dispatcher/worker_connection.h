@@ -37,7 +37,7 @@ public:
 private:
     ~WorkerConnection() override = default;
 
-    bool handlePlainly(const fn::ByteArray& body);
+    bool handlePlainly(const FrameBody& body);
     void handle(const fn::Value& message, unsigned int length);
     void onHelloOverdue();
     void onPingDue();

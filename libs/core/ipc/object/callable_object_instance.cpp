@@ -39,17 +39,23 @@ void CallableObjectInstance::onMethodCallCancelled(const CallContext&) { }
 void CallableObjectInstance::sendResult(const CallContext& context, const fn::Value& result)
 {
     if (!isAwaited(context)) return;
-    sendMessage(context.workerId,
-        fn::Value::map({ { call::REQUEST_ID, context.requestId }, { call::RESULT, result },
-            { call::TYPE, call::CALL_RESPONSE } }));
+    const fn::mpack::Serializer::Field fields[] {
+        { call::REQUEST_ID, context.requestId },
+        { call::RESULT, result },
+        { call::TYPE, call::CALL_RESPONSE },
+    };
+    sendFields(context.workerId, fields);
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Value& error)
 {
     if (!isAwaited(context)) return;
-    sendMessage(context.workerId,
-        fn::Value::map(
-            { { call::ERROR, error }, { call::REQUEST_ID, context.requestId }, { call::TYPE, call::CALL_ERROR } }));
+    const fn::mpack::Serializer::Field fields[] {
+        { call::ERROR, error },
+        { call::REQUEST_ID, context.requestId },
+        { call::TYPE, call::CALL_ERROR },
+    };
+    sendFields(context.workerId, fields);
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
@@ -73,8 +79,12 @@ void CallableObjectInstance::sendError(const CallContext& context, std::exceptio
 
 void CallableObjectInstance::postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument)
 {
-    sendMessage(workerId,
-        fn::Value::map({ { call::ARGUMENT, argument }, { call::EVENT_NAME, name }, { call::TYPE, call::EVENT } }));
+    const fn::mpack::Serializer::Field fields[] {
+        { call::ARGUMENT, argument },
+        { call::EVENT_NAME, name },
+        { call::TYPE, call::EVENT },
+    };
+    sendFields(workerId, fields);
 }
 
 void CallableObjectInstance::broadcastEvent(const fn::String& name, const fn::Value& argument)

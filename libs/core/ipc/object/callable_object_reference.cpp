@@ -21,24 +21,25 @@ CallableObjectReference::~CallableObjectReference() = default;
 
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {
-    auto promise = fn::Promise<fn::Value>::create();
-    if (dead() || !hasWorker()) {
-        promise.reject(objectDead());
-        return promise;
-    }
+    if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
     const auto requestId = nextRequestId();
-    const fn::AutoPtr self(this);
-    _pendingCalls.emplace(requestId, PendingCall { name, promise, self });
+    const auto call = fn::makeAuto<PendingCall>(fn::AutoPtr(this), requestId);
+    _pendingCalls.add(call);
+    const fn::Promise<fn::Value> promise(call);
     try {
-        // In ascending order of the keys, as everywhere in these messages: the map is built by appending.
-        sendMessage(fn::Value::map({ { call::ARGUMENT, argument }, { call::METHOD_NAME, name },
-            { call::REQUEST_ID, requestId }, { call::TYPE, call::CALL } }));
+        const fn::mpack::Serializer::Field fields[] {
+            { call::ARGUMENT, argument },
+            { call::METHOD_NAME, name },
+            { call::REQUEST_ID, requestId },
+            { call::TYPE, call::CALL },
+        };
+        sendFields(fields);
     } catch (...) {
-        _pendingCalls.erase(requestId);
+        const auto ended = _pendingCalls.take(requestId);
         promise.reject(std::current_exception());
         return promise;
     }
-    promise.onCancel([self, requestId] { self->cancelCall(requestId); });
+    promise.onCancel([self = fn::AutoPtr(this), requestId] { self->cancelCall(requestId); });
     return promise;
 }
 
@@ -52,7 +53,7 @@ std::uint32_t CallableObjectReference::nextRequestId()
 
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
-    if (!_pendingCalls.extract(requestId)) return;
+    if (!_pendingCalls.take(requestId)) return;
     sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
 }
 
@@ -72,11 +73,10 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
     const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
     const auto& content = message.at(hasResult ? call::RESULT : call::ERROR);
     // Removed first: the consumer's callables may call, cancel, or drop the last reference.
-    const auto ended = _pendingCalls.extract(requestId);
+    const auto ended = _pendingCalls.take(requestId);
     if (!ended) return; // Cancelled or answered already.
-    const auto& promise = ended.mapped().promise;
     if (hasResult) {
-        promise.fulfill(content);
+        ended.call->fulfill(content);
         return;
     }
     std::exception_ptr failure;
@@ -85,7 +85,7 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
     } catch (...) {
         failure = std::current_exception(); // A record that cannot be rebuilt still ends the call.
     }
-    promise.reject(std::move(failure));
+    ended.call->reject(std::move(failure));
 }
 
 std::exception_ptr CallableObjectReference::onError(const fn::Value& error)
@@ -98,8 +98,7 @@ void CallableObjectReference::onEvent(const fn::String&, const fn::Value&) { }
 
 void CallableObjectReference::onObjectDead()
 {
-    const auto ended = std::exchange(_pendingCalls, {});
-    for (const auto& [requestId, pending] : ended) pending.promise.reject(objectDead());
+    for (const auto& ended : _pendingCalls.takeAll()) ended.call->reject(objectDead());
 }
 
 } // namespace ipc

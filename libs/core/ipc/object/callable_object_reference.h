@@ -1,7 +1,6 @@
 #pragma once
 #include "core/ipc/object/object_reference.h"
-#include "foundation/promise.h"
-#include <map>
+#include "core/ipc/object/pending_calls.h"
 
 namespace ipc {
 
@@ -30,13 +29,6 @@ protected:
     virtual void onEvent(const fn::String& name, const fn::Value& argument); ///< Default: nothing.
 
 private:
-    struct PendingCall {
-        fn::String methodName;
-        fn::Promise<fn::Value> promise;
-        fn::AutoPtr<CallableObjectReference> self; // A reference with calls in flight lives.
-    };
-    using PendingCalls = std::map<std::uint32_t, PendingCall>;
-
     std::uint32_t nextRequestId();
     void cancelCall(std::uint32_t requestId);
     void endCall(const fn::Value& message, bool hasResult);

@@ -88,6 +88,17 @@ void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
     if (workerId == NO_WORKER_ID || workerId == _manager->workerId()) deliverLocally(value);
 }
 
+void ObjectInstance::sendFields(WorkerId workerId, MessageFields fields)
+{
+    auto* worker = _manager->worker();
+    const bool hasLocalReceiver =
+        workerId == _manager->workerId() || (workerId == NO_WORKER_ID && _localReference.lock());
+    if (_ready && worker && !hasLocalReceiver)
+        worker->sendMessageToWorker(workerId, _objectId, fields);
+    else
+        sendMessage(workerId, toMap(fields));
+}
+
 void ObjectInstance::deliverLocally(const fn::Value& value)
 {
     auto reference = _localReference.lock();

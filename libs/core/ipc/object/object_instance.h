@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/object/object_reference.h"
+#include "core/ipc/wire/message_fields.h"
 #include "foundation/weak_ptr.h"
 
 namespace ipc {
@@ -29,6 +30,8 @@ public:
 protected:
     void deleteInstance() override;
     ~ObjectInstance() override;
+
+    void sendFields(WorkerId workerId, MessageFields fields); ///< As `sendMessage()` of that map.
 
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 

@@ -83,6 +83,14 @@ void ObjectReference::sendMessage(const fn::Value& value)
     });
 }
 
+void ObjectReference::sendFields(MessageFields fields)
+{
+    if (local())
+        sendMessage(toMap(fields));
+    else if (hasWorker())
+        worker().sendMessageToWorker(ownerOf(_objectId), _objectId, fields);
+}
+
 void ObjectReference::onMessage(const fn::Value&) { }
 void ObjectReference::onObjectDead() { }
 

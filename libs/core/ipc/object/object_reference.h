@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/wire/message.h"
+#include "core/ipc/wire/message_fields.h"
 #include "foundation/ref_counted.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
@@ -59,6 +60,8 @@ protected:
 
     Worker& worker() const; ///< Without a worker, or after its end: `fn::NullPointerException`.
     bool hasWorker() const; ///< Whether `worker()` is there.
+
+    void sendFields(MessageFields fields); ///< As `sendMessage()` of that map.
 
     virtual void onMessage(const fn::Value& message); ///< A message of the instance. Default: nothing.
     virtual void onObjectDead(); ///< After the signal has fired. Default: nothing.

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/byte_array.h"
+#include "foundation/byte_view.h"
 #include <array>
 #include <cstddef>
 #include <span>
@@ -19,6 +20,13 @@ public:
 private:
     std::array<fn::ByteArray, maxParts> _parts;
     std::size_t _count = 0;
+};
+
+/// The body of a frame that has been read, borrowed for the time it is handled.
+struct FrameBody {
+    fn::ByteView bytes;
+    const fn::ByteArray* array =
+        nullptr; ///< Holds exactly `bytes` where the frame has memory of its own: parts can be shared.
 };
 
 } // namespace ipc

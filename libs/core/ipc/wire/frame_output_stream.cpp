@@ -17,10 +17,16 @@ constexpr std::size_t sharedFrom = 16 * 1024;
 
 } // namespace
 
-FrameOutputStream::FrameOutputStream(std::size_t expectedBytes)
+FrameOutputStream::FrameOutputStream(std::size_t expectedBytes, std::size_t prefixBytes)
+    : _room(headerBytes + prefixBytes)
 {
-    startBuffer(leastCapacity + (expectedBytes < sharedFrom ? expectedBytes : 0));
-    _window += headerBytes;
+    startBuffer(_room + std::max(leastCapacity, expectedBytes < sharedFrom ? expectedBytes : 0));
+    _window += _room;
+}
+
+std::size_t FrameOutputStream::size() const noexcept
+{
+    return _finishedBytes + (_window ? static_cast<std::size_t>(_window - _buffer.data()) : 0) - _room;
 }
 
 void FrameOutputStream::startBuffer(std::size_t capacity)
@@ -59,18 +65,21 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
     _frame.add(bytes);
 }
 
-Frame FrameOutputStream::finish(std::size_t maxBytes)
+Frame FrameOutputStream::finish(std::size_t maxBytes, fn::ByteView prefix)
 {
     endBuffer();
-    const auto bodyBytes = _finishedBytes - headerBytes;
+    const auto bodyBytes = prefix.size() + size();
     const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
     if (bodyBytes > bound) {
         throw fn::RangeException(
             fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
     }
-    auto* header = _frame.front().mutableData();
+    auto& front = _frame.front();
+    front.removePrefix(_room - headerBytes - prefix.size());
+    auto* header = front.mutableData();
     for (std::size_t byte = 0; byte < headerBytes; ++byte)
         header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
+    std::ranges::copy(prefix, header + headerBytes);
     return std::move(_frame);
 }
 

@@ -15,11 +15,15 @@ namespace {
 constexpr std::uint32_t headerBytes = 4;
 constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 
+// A body of which so much is missing is read straight into its memory. Below it a read takes the next frames, too.
+constexpr std::size_t readInPlaceFrom = 32 * 1024;
+
 /// The value that fills `body` exactly; empty for anything else.
-std::optional<fn::Value> decode(const fn::ByteArray& body)
+std::optional<fn::Value> decode(const FrameBody& body)
 {
     try {
-        fn::MemoryInputStream stream(body);
+        auto stream = body.array ? fn::MemoryInputStream(*body.array)
+                                 : fn::MemoryInputStream(body.bytes.data(), body.bytes.size());
         fn::mpack::Deserializer deserializer(stream);
         deserializer.setMaxValues(limits::frameValues);
         auto value = deserializer.deserialize();
@@ -77,64 +81,79 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
         fail(static_cast<int>(count));
         return;
     }
-    const auto isAlive = _isAlive; // A listener may end this object, and the chunk with it.
+    const auto isAlive = _isAlive; // A listener may end this object.
     const auto stream = _stream;
-    auto size = static_cast<std::size_t>(count);
-    while (size > 0 && readSome(data, size)) {
+    fn::ByteView chunk(data, static_cast<std::size_t>(count));
+    while (!chunk.empty() && readFrame(chunk)) {
         if (!*isAlive || stream->isClosed() || stream != _stream) return;
     }
+    if (*isAlive && stream == _stream) readRestInPlace();
 }
 
-/// Takes bytes of one frame; false ends the chunk.
-bool MessageHelper::readSome(const std::uint8_t*& data, std::size_t& size)
+/// Takes the bytes of one frame from the front; false ends the chunk. A frame that lies in it whole is handled where it is.
+bool MessageHelper::readFrame(fn::ByteView& chunk)
 {
-    if (_headerReceived < headerBytes) {
-        if (_headerReceived == 0) _length = 0;
-        while (size > 0 && _headerReceived < headerBytes) {
-            _length |= static_cast<std::uint32_t>(*data++) << (8 * _headerReceived++);
-            --size;
-        }
-        if (_headerReceived < headerBytes) return false;
-        if (_length == 0 || _length > _maxReadBytes) {
-            fail(_length == 0 ? -EPROTO : -EMSGSIZE);
-            return false;
-        }
+    if (_headerReceived < headerBytes && !readHeader(chunk)) return false;
+    if (chunk.empty()) return false;
+    if (!_body.empty() || chunk.size() < _length) return readBody(chunk);
+    const FrameBody body { chunk.first(_length) };
+    chunk = chunk.subspan(_length);
+    return deliver(body);
+}
+
+bool MessageHelper::readHeader(fn::ByteView& chunk)
+{
+    if (_headerReceived == 0) _length = 0;
+    while (!chunk.empty() && _headerReceived < headerBytes) {
+        _length |= static_cast<std::uint32_t>(chunk.front()) << (8 * _headerReceived++);
+        chunk = chunk.subspan(1);
     }
-    const auto taken = std::min<std::size_t>(size, _length - _body.size());
-    if (taken > 0) {
-        if (_body.empty()) _body.reserve(_length);
-        _body.append(data, taken);
-        data += taken;
-        size -= taken;
-    }
-    return _body.size() == _length ? deliver() : false;
+    if (_headerReceived < headerBytes) return false;
+    if (_length > 0 && _length <= _maxReadBytes) return true;
+    fail(_length == 0 ? -EPROTO : -EMSGSIZE);
+    return false;
+}
+
+/// Collects a frame that comes in several pieces.
+bool MessageHelper::readBody(fn::ByteView& chunk)
+{
+    const auto taken = chunk.first(std::min<std::size_t>(chunk.size(), _length - _body.size()));
+    chunk = chunk.subspan(taken.size());
+    if (_body.empty()) _body.reserve(_length);
+    if (taken.data() == _body.data() + _body.size())
+        _body.resizeUninitialized(_body.size() + taken.size()); // Read in place.
+    else
+        _body.append(taken.data(), taken.size());
+    if (_body.size() < _length) return false;
+    const auto body = std::exchange(_body, {});
+    return deliver({ body.bytes(), &body });
 }
 
 /// Hands out the complete frame; false if it holds no value. This object may have gone afterwards.
-bool MessageHelper::deliver()
+bool MessageHelper::deliver(const FrameBody& body)
 {
-    const auto isAlive = _isAlive;
-    if (!_frameHandler || !_frameHandler(_body)) {
-        const auto value = decode(_body);
-        if (!value) {
-            fail(-EPROTO);
-            return false;
-        }
-        _onMessage.fire(*value, _length);
-    }
-    if (!*isAlive) return true;
     _headerReceived = 0;
-    // The storage serves the next frame, unless a payload that is still on its way shares it.
-    if (_body.isShared() || _body.capacity() > limits::keptFrameBytes)
-        _body = fn::ByteArray();
-    else
-        _body.clear();
+    if (_frameHandler && _frameHandler(body)) return true;
+    const auto value = decode(body);
+    if (!value) {
+        fail(-EPROTO);
+        return false;
+    }
+    _onMessage.fire(*value, static_cast<unsigned>(body.bytes.size()));
     return true;
+}
+
+void MessageHelper::readRestInPlace()
+{
+    const auto missing = _body.empty() ? 0 : _length - _body.size();
+    if (missing < readInPlaceFrom) return;
+    _stream->readInto({ _body.mutableData() + _body.size(), missing });
 }
 
 void MessageHelper::fail(int code)
 {
     _failed = true;
+    if (_stream) _stream->readInto({});
     _body = fn::ByteArray();
     _onReadError.fire(fn::uv::Status("MessageHelper failed to read", code));
 }

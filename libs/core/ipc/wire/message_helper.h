@@ -44,10 +44,7 @@ public:
 
     /// Sees the body of each frame before it is decoded; what it takes (true) is not decoded and not signalled. It does not
     /// throw. For messages that need no general map.
-    void setFrameHandler(folly::Function<bool(const fn::ByteArray& body)> handler)
-    {
-        _frameHandler = std::move(handler);
-    }
+    void setFrameHandler(folly::Function<bool(const FrameBody& body)> handler) { _frameHandler = std::move(handler); }
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
@@ -58,18 +55,21 @@ public:
 
 private:
     void onRead(std::ptrdiff_t count, const std::uint8_t* data);
-    bool readSome(const std::uint8_t*& data, std::size_t& size);
-    bool deliver();
+    bool readFrame(fn::ByteView& chunk);
+    bool readHeader(fn::ByteView& chunk);
+    bool readBody(fn::ByteView& chunk);
+    bool deliver(const FrameBody& body);
+    void readRestInPlace();
     void fail(int code);
 
     fn::AutoPtr<fn::uv::Stream> _stream;
     std::uint32_t _headerReceived = 0; // Bytes of `_length` that are in: 0 to 4.
     std::uint32_t _length = 0;
-    fn::ByteArray _body;
+    fn::ByteArray _body; // What is in of a frame that did not come in one piece.
     fn::Signal<> _onEOS;
     fn::Signal<fn::uv::Status> _onReadError;
     fn::Signal<const fn::Value&, unsigned int> _onMessage;
-    folly::Function<bool(const fn::ByteArray&)> _frameHandler;
+    folly::Function<bool(const FrameBody&)> _frameHandler;
     std::size_t _maxReadBytes;
     bool _failed = false;
     const std::shared_ptr<bool> _isAlive = std::make_shared<bool>(true); // Asked after each signal.

@@ -1,6 +1,6 @@
 #include "core/ipc/wire/object_message.h"
-#include "core/ipc/wire/frame_output_stream.h"
 #include "foundation/mpack/serializer.h"
+#include <array>
 
 namespace ipc {
 namespace {
@@ -10,7 +10,7 @@ constexpr std::uint8_t smallMap = 0x80; // The number of entries is in the low b
 /// Takes bytes from the front; anything unexpected makes it invalid for good.
 class Reader {
 public:
-    explicit Reader(const fn::ByteArray& body) : _body(body), _rest(body.bytes()) { }
+    explicit Reader(fn::ByteView body) : _rest(body) { }
 
     bool isValid() const { return _valid; }
     bool isAtEnd() const { return _rest.empty(); }
@@ -39,15 +39,15 @@ public:
         return static_cast<T>(value);
     }
 
-    fn::ByteArray bytes()
+    fn::ByteView bytes()
     {
         const auto first = byte();
-        if (first < 0xc4 || first > 0xc6) return fail(), fn::ByteArray();
+        if (first < 0xc4 || first > 0xc6) return fail(), fn::ByteView();
         const auto size = bigEndian(std::size_t(1) << (first - 0xc4));
-        if (!_valid || size > _rest.size()) return fail(), fn::ByteArray();
-        const auto offset = _body.size() - _rest.size();
+        if (!_valid || size > _rest.size()) return fail(), fn::ByteView();
+        const auto taken = _rest.first(size);
         _rest = _rest.subspan(size);
-        return _body.slice(offset, size);
+        return taken;
     }
 
 private:
@@ -74,16 +74,62 @@ private:
         return value;
     }
 
-    const fn::ByteArray& _body;
-    std::span<const std::uint8_t> _rest;
+    fn::ByteView _rest;
     bool _valid = true;
+};
+
+/// The fields of a MESSAGE that stand before the bytes of its payload.
+class Prefix {
+public:
+    static constexpr std::size_t maxBytes = 3 + 10 + 4 + 4 + 6;
+
+    Prefix(ObjectId objectId, std::optional<WorkerId> source, WorkerId target, std::size_t payloadBytes)
+    {
+        add(static_cast<std::uint8_t>(smallMap | (source ? 6 : 5)));
+        add(field::TYPE);
+        add(type::MESSAGE);
+        add(field::OBJECT_ID);
+        addInteger(objectId);
+        if (source) {
+            add(field::SOURCE_WORKER_ID);
+            addInteger(*source);
+        }
+        add(field::TARGET_WORKER_ID);
+        addInteger(target);
+        add(field::PAYLOAD);
+        const auto size = payloadBytes <= UINT8_MAX ? 0 : payloadBytes <= UINT16_MAX ? 1 : 2;
+        add(static_cast<std::uint8_t>(0xc4 + size));
+        addBigEndian(payloadBytes, 1 << size);
+    }
+
+    fn::ByteView bytes() const { return fn::ByteView(_bytes).first(_size); }
+
+private:
+    void add(std::uint8_t byte) { _bytes[_size++] = byte; }
+
+    void addBigEndian(std::uint64_t value, int size)
+    {
+        for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) add(static_cast<std::uint8_t>(value >> shift));
+    }
+
+    /// In its shortest form.
+    void addInteger(std::uint64_t value)
+    {
+        if (value < 0x80) return add(static_cast<std::uint8_t>(value));
+        const auto size = value <= UINT8_MAX ? 0 : value <= UINT16_MAX ? 1 : value <= UINT32_MAX ? 2 : 3;
+        add(static_cast<std::uint8_t>(0xcc + size));
+        addBigEndian(value, 1 << size);
+    }
+
+    std::array<std::uint8_t, maxBytes> _bytes;
+    std::size_t _size = 0;
 };
 
 } // namespace
 
-std::optional<ObjectMessage> ObjectMessage::parse(const fn::ByteArray& body)
+std::optional<ObjectMessage> ObjectMessage::parse(const FrameBody& body)
 {
-    Reader reader(body);
+    Reader reader(body.bytes);
     ObjectMessage message;
     const bool isForwarded = reader.skip(smallMap | 6);
     if (!isForwarded) reader.require(smallMap | 5);
@@ -98,34 +144,40 @@ std::optional<ObjectMessage> ObjectMessage::parse(const fn::ByteArray& body)
     reader.require(field::TARGET_WORKER_ID);
     message.target = reader.integerOf<WorkerId>();
     reader.require(field::PAYLOAD);
-    if (!reader.isValid()) return std::nullopt; // Before a slice is taken of what is most likely something else.
     message.payload = reader.bytes();
     reader.require(field::OBJECTS);
     reader.require(smallMap);
     if (!reader.isValid() || !reader.isAtEnd()) return std::nullopt;
+    if (body.array) {
+        const auto offset = static_cast<std::size_t>(message.payload.data() - body.bytes.data());
+        message.shared = body.array->slice(offset, message.payload.size());
+    }
     return message;
 }
 
 Frame ObjectMessage::encode(std::size_t maxBytes) const
 {
-    FrameOutputStream stream(payload.size());
-    fn::mpack::Serializer serializer(stream);
-    stream.writeByte(static_cast<std::uint8_t>(smallMap | (source ? 6 : 5)));
-    stream.writeByte(field::TYPE);
-    stream.writeByte(type::MESSAGE);
-    stream.writeByte(field::OBJECT_ID);
-    serializer.serialize(objectId);
-    if (source) {
-        stream.writeByte(field::SOURCE_WORKER_ID);
-        serializer.serialize(*source);
-    }
-    stream.writeByte(field::TARGET_WORKER_ID);
-    serializer.serialize(target);
-    stream.writeByte(field::PAYLOAD);
-    serializer.serialize(payload);
+    FrameOutputStream stream(payload.size() + 2, Prefix::maxBytes);
+    if (shared.empty())
+        stream.write(payload.data(), payload.size());
+    else
+        stream.writeShared(shared);
     stream.writeByte(field::OBJECTS);
     stream.writeByte(smallMap);
-    return stream.finish(maxBytes);
+    return stream.finish(maxBytes, Prefix(objectId, source, target, payload.size()).bytes());
+}
+
+ObjectMessageWriter::ObjectMessageWriter() : _stream(0, Prefix::maxBytes) { }
+
+Frame ObjectMessageWriter::finish(ObjectId objectId, WorkerId target, const fn::Value& objects, std::size_t maxBytes)
+{
+    const auto payloadBytes = _stream.size();
+    _stream.writeByte(field::OBJECTS);
+    if (objects.isNil())
+        _stream.writeByte(smallMap);
+    else
+        fn::mpack::Serializer(_stream).serialize(objects);
+    return _stream.finish(maxBytes, Prefix(objectId, {}, target, payloadBytes).bytes());
 }
 
 } // namespace ipc

@@ -44,7 +44,7 @@ Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath
       _messageHelper(limits::workerFrameBytes),
       _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
 {
-    _messageHelper.setFrameHandler([this](const fn::ByteArray& body) { return onFrame(body); });
+    _messageHelper.setFrameHandler([this](const FrameBody& body) { return onFrame(body); });
     _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int) { onMessage(message); }).detach();
     _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
     _messageHelper.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
@@ -134,12 +134,12 @@ void Worker::onMessage(const fn::Value& message)
 }
 
 /// The plain case of a MESSAGE, without a map in between. Anything else is left to `onMessage()`.
-bool Worker::onFrame(const fn::ByteArray& body)
+bool Worker::onFrame(const FrameBody& body)
 {
     const auto message = ObjectMessage::parse(body);
     if (!message || !message->source) return false;
     try {
-        deliver(message->objectId, *message->source, [&] { return _objectManager->decode(message->payload, {}); });
+        deliver(message->objectId, *message->source, [&] { return _objectManager->decode(*message); });
     } catch (...) {
         fn::unhandledException();
     }
@@ -195,16 +195,21 @@ void Worker::sendMessageToDispatcher(const fn::Value& message)
 
 void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
 {
+    sendPayload(target, objectId, [&](auto& serializer) { serializer.serialize(payload); });
+}
+
+void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, MessageFields payload)
+{
+    sendPayload(target, objectId, [&](auto& serializer) { serializer.serializeMap(payload); });
+}
+
+template <typename Write> void Worker::sendPayload(WorkerId target, ObjectId objectId, Write write)
+{
     if (_hasEnded) return;
     if (!_isConnected) throw fn::RuntimeException("The worker is not connected yet");
-    fn::Value objects;
-    auto bytes = _objectManager->encode(payload, objects);
-    if (objects.isNil()) {
-        _messageHelper.send(ObjectMessage { objectId, {}, target, std::move(bytes) }.encode(maxSendBytes()));
-        return;
-    }
-    sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::MESSAGE }, { field::OBJECT_ID, objectId },
-        { field::TARGET_WORKER_ID, target }, { field::PAYLOAD, std::move(bytes) }, { field::OBJECTS, objects } }));
+    ObjectMessageWriter writer;
+    const auto objects = _objectManager->encode(writer.payload(), write);
+    _messageHelper.send(writer.finish(objectId, target, objects, maxSendBytes()));
     _objectManager->countSent(objects);
 }
 

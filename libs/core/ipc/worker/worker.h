@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/object/object_reference.h"
+#include "core/ipc/wire/message_fields.h"
 #include "core/ipc/wire/message_helper.h"
 #include "core/ipc/worker/worker_object_manager.h"
 #include "foundation/uv/pipe_stream.h"
@@ -91,7 +92,7 @@ private:
 
     void onConnected(const fn::uv::Status& status);
     void onMessage(const fn::Value& message);
-    bool onFrame(const fn::ByteArray& body);
+    bool onFrame(const FrameBody& body);
     void onObjectMessage(const fn::Value& message);
     template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
     void onInstanceRelease(const fn::Value& message);
@@ -102,6 +103,8 @@ private:
     /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been
     /// sent or counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
     void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
+    void sendMessageToWorker(WorkerId target, ObjectId objectId, MessageFields payload);
+    template <typename Write> void sendPayload(WorkerId target, ObjectId objectId, Write write);
     void sendMessageToDispatcher(const fn::Value& message);
     std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
 

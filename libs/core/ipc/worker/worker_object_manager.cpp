@@ -4,31 +4,19 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/extension_data.h"
+#include "core/ipc/wire/object_message.h"
 #include "core/ipc/worker/worker.h"
 #include "core/typed_byte_array.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
-#include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
-#include "foundation/mpack/serializer.h"
 #include <algorithm>
 
 namespace ipc {
 namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
-
-/// Makes `slot` point at `current` while it lives: encoding and decoding run user code that may encode or decode again.
-template <typename T> class Scope {
-public:
-    Scope(T*& slot, T& current) : _slot(slot), _outer(std::exchange(slot, &current)) { }
-    ~Scope() { _slot = _outer; }
-
-private:
-    T*& _slot;
-    T* _outer;
-};
 
 /// The reference that stands for a value's object on the wire; empty if the object is no shared one.
 fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
@@ -106,17 +94,6 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 
 // --- Encoding
 
-fn::ByteArray WorkerObjectManager::encode(const fn::Value& payload, fn::Value& objects)
-{
-    objects = {};
-    const Scope scope(_objects, objects);
-    fn::ByteArray bytes;
-    fn::ByteArrayOutputStream stream(bytes);
-    fn::mpack::Serializer(stream, this).serialize(payload);
-    stream.flush();
-    return bytes;
-}
-
 void WorkerObjectManager::countSent(const fn::Value& objects)
 {
     if (objects.size() == 0) return;
@@ -167,17 +144,24 @@ fn::Value WorkerObjectManager::decode(const fn::Value& message)
     const auto* payload = message.find(field::PAYLOAD);
     if (!payload) return {};
     const auto& objects = message.at(field::OBJECTS);
-    return decode(payload->byteArray(), objects);
+    fn::MemoryInputStream stream(payload->byteArray());
+    return decode(stream, objects);
 }
 
-fn::Value WorkerObjectManager::decode(const fn::ByteArray& payload, fn::Value objects)
+fn::Value WorkerObjectManager::decode(const ObjectMessage& message)
+{
+    auto stream = message.shared.empty() ? fn::MemoryInputStream(message.payload.data(), message.payload.size())
+                                         : fn::MemoryInputStream(message.shared);
+    return decode(stream, {});
+}
+
+fn::Value WorkerObjectManager::decode(fn::InputStream& stream, fn::Value objects)
 {
     const Scope scope(_objects, objects);
     std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
     const Scope madeScope(_made, made);
     fn::Value decoded;
     try {
-        fn::MemoryInputStream stream(payload);
         fn::mpack::Deserializer deserializer(stream, this);
         deserializer.setMaxValues(limits::payloadValues);
         if (auto value = deserializer.deserialize()) decoded = std::move(*value);

@@ -1,10 +1,11 @@
 #pragma once
 #include "core/ipc/wire/message.h"
-#include "foundation/mpack/hooks.h"
+#include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
 #include "foundation/value_map.h"
 #include <set>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace ipc {
@@ -12,6 +13,7 @@ namespace ipc {
 class Worker;
 class ObjectInstance;
 class ObjectReference;
+struct ObjectMessage;
 
 /// The tables of a worker's instances and references, and the codec of its payloads.
 ///
@@ -50,16 +52,23 @@ public:
         return false;
     }
 
-    /// Encodes a payload; fills `objects` with the shared objects it mentions, by ObjectId, with their class names. Nil if
-    /// there is none.
-    fn::ByteArray encode(const fn::Value& payload, fn::Value& objects);
+    /// Has `write(fn::mpack::Serializer&)` encode a payload into `stream`. Gives the shared objects it mentions, by ObjectId,
+    /// with their class names; nil if there is none.
+    template <typename Write> fn::Value encode(fn::OutputStream& stream, Write write)
+    {
+        fn::Value objects;
+        const Scope scope(_objects, objects);
+        fn::mpack::Serializer serializer(stream, this);
+        write(serializer);
+        return objects;
+    }
 
     /// The worker's own instances among `objects` have been sent once more.
     void countSent(const fn::Value& objects);
 
     /// The payload of a MESSAGE; counts the references that it brought, also where decoding fails.
     fn::Value decode(const fn::Value& message);
-    fn::Value decode(const fn::ByteArray& payload, fn::Value objects); ///< From its two fields.
+    fn::Value decode(const ObjectMessage& message);
 
     void workerDied(WorkerId workerId);
     void workerIsAlive(WorkerId workerId); ///< A MESSAGE came from it: its id has been given out again.
@@ -68,6 +77,19 @@ public:
 private:
     using References = std::unordered_map<ObjectId, ObjectReference*>;
 
+    /// Makes `slot` point at `current` while it lives: encoding and decoding run user code that may encode or decode again.
+    template <typename T> class Scope {
+    public:
+        Scope(T*& slot, T& current) : _slot(slot), _outer(std::exchange(slot, &current)) { }
+        Scope(const Scope&) = delete;
+        Scope& operator=(const Scope&) = delete;
+        ~Scope() { _slot = _outer; }
+
+    private:
+        T*& _slot;
+        T* _outer;
+    };
+
     std::int8_t typeForValue(const fn::Value& value) override;
     void serializeValue(const fn::Value& value, fn::OutputStream& stream) override;
     std::uint32_t serializedLengthForValue(const fn::Value& value) override;
@@ -75,6 +97,7 @@ private:
 
     fn::Value decodeObject(ObjectId objectId);
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId);
+    fn::Value decode(fn::InputStream& stream, fn::Value objects);
     void countReceived(const fn::Value& objects);
     std::vector<fn::AutoPtr<ObjectReference>> liveReferences(const References& table, bool withLocal) const;
     void markAllDead(bool withLocal);

@@ -1,5 +1,6 @@
 #include "foundation/uv/detail/write_queue.h"
 #include "foundation/uv/loop_private.h"
+#include <algorithm>
 
 namespace fn::uv {
 namespace {
@@ -7,12 +8,37 @@ namespace {
 // A socket buffer takes far less at once, so more is not looked at; and it is noticed soon enough when this has left.
 constexpr std::size_t batchBytes = 1024 * 1024;
 
+// Writes up to this size are joined, in blocks of such sizes.
+constexpr std::size_t joinedBytes = 2 * 1024;
+constexpr std::size_t leastBlockBytes = 512;
+constexpr std::size_t mostBlockBytes = 16 * 1024;
+
 } // namespace
 
 void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
 {
     _bytes += bytes.size();
+    if (!completion && bytes.size() <= joinedBytes && join(bytes)) return;
+    _isJoining = false;
     _entries.push({ std::move(bytes), std::move(completion) });
+}
+
+// The only write of a turn keeps its own memory. What has been given to the system must not move: a full block is followed
+// by another one, larger as more is written.
+bool WriteQueue::join(const ByteArray& bytes)
+{
+    if (_entries.empty()) return false;
+    auto& last = _entries[_entries.size() - 1].bytes;
+    if (_isJoining && last.capacity() - last.size() >= bytes.size()) {
+        last.append(bytes.data(), bytes.size());
+        return true;
+    }
+    ByteArray block;
+    block.reserve(std::clamp(2 * (last.size() + bytes.size()), leastBlockBytes, mostBlockBytes));
+    block.append(bytes.data(), bytes.size());
+    _entries.push({ std::move(block), {} });
+    _isJoining = true;
+    return true;
 }
 
 WriteQueue::Batch WriteQueue::gather(std::span<uv_buf_t> parts) noexcept
@@ -55,6 +81,7 @@ void WriteQueue::drop()
 {
     _sentOfFirst = 0;
     _bytes = 0;
+    _isJoining = false;
     const auto entries = std::move(_entries); // Go last: a completion's end may do anything.
     const auto finished = std::move(_finished);
 }

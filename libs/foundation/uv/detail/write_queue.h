@@ -5,8 +5,8 @@
 
 namespace fn::uv {
 
-/// What a stream has still to send, and the completions of what it has sent or will never send. Empty completions cost
-/// nothing beyond their place in the queue.
+/// What a stream has still to send, and the completions of what it has sent or will never send. Small writes that nobody
+/// waits for are joined in memory: copying them costs less than a place in the queue and in the system call for each.
 class WriteQueue {
 public:
     struct Batch {
@@ -39,9 +39,11 @@ private:
         Stream::Completion completion;
         int code = 0;
     };
+    bool join(const ByteArray& bytes);
     void finishFirst(int code);
 
     RingQueue<Entry> _entries;
+    bool _isJoining = false; // The last entry is a block of the queue's own: more may be appended.
     std::size_t _sentOfFirst = 0; // Bytes of the first entry that have left.
     std::size_t _bytes = 0;
     RingQueue<Finished> _finished;

@@ -1,0 +1,53 @@
+#pragma once
+#include "foundation/promise.h"
+#include "foundation/value.h"
+#include <cstdint>
+#include <vector>
+
+namespace ipc {
+
+class CallableObjectReference;
+
+/// A call that waits for its answer: the state of the promise its caller got, and what keeps the reference alive meanwhile.
+class PendingCall final : public fn::internal::PromiseNode<fn::Value> {
+public:
+    PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::uint32_t requestId);
+
+    std::uint32_t requestId() const { return _requestId; }
+
+private:
+    friend class PendingCalls;
+    ~PendingCall() override;
+
+    fn::AutoPtr<CallableObjectReference> _reference; // Until the call leaves the table.
+    fn::AutoPtr<PendingCall> _next; // In its bucket.
+    const std::uint32_t _requestId;
+};
+
+/// The pending calls of one reference by request id. Ids count up, so that the buckets of their lowest bits fill evenly.
+class PendingCalls {
+public:
+    /// A call that has left the table. It lets go of the reference after it has been settled.
+    struct Ended {
+        fn::AutoPtr<CallableObjectReference> reference;
+        fn::AutoPtr<PendingCall> call; ///< Null: there was none.
+        explicit operator bool() const { return static_cast<bool>(call); }
+    };
+
+    bool contains(std::uint32_t requestId) const;
+    void add(fn::AutoPtr<PendingCall> call); ///< Its id is not contained.
+    Ended take(std::uint32_t requestId);
+    std::vector<Ended> takeAll(); ///< Ascending by id.
+
+private:
+    using Bucket = fn::AutoPtr<PendingCall>;
+
+    Bucket& bucketOf(std::uint32_t requestId) { return _buckets[requestId & (_buckets.size() - 1)]; }
+    void resize(std::size_t buckets);
+    static Ended end(fn::AutoPtr<PendingCall> call);
+
+    std::vector<Bucket> _buckets; // As many as a power of two, or none.
+    std::size_t _count = 0;
+};
+
+} // namespace ipc

@@ -1,0 +1,19 @@
+#pragma once
+#include "foundation/mpack/serializer.h"
+#include "foundation/value_map.h"
+
+namespace ipc {
+
+/// A payload that is a map with text keys, ascending: sent to other workers without building the map.
+using MessageFields = std::span<const fn::mpack::Serializer::Field>;
+
+/// The map, for receivers in the own worker.
+inline fn::Value toMap(MessageFields fields)
+{
+    fn::Value::Map entries;
+    entries.reserve(fields.size());
+    for (const auto& [key, value] : fields) entries.set(key, value);
+    return entries;
+}
+
+} // namespace ipc
