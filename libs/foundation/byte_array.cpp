@@ -1,9 +1,6 @@
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
-#include <algorithm>
-#include <atomic>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <glib.h>
 #include <limits>
@@ -14,7 +11,6 @@ namespace fn {
 namespace {
 
 constexpr std::size_t largestSize = std::numeric_limits<std::uint32_t>::max();
-constexpr std::uint8_t noBytes[1] = {};
 
 void checkSize(std::size_t size)
 {
@@ -29,84 +25,50 @@ bool isBase64Digit(char c) noexcept
 
 } // namespace
 
-struct ByteArray::Buffer {
-    std::atomic<std::uint32_t> references;
-    std::uint32_t capacity;
-
-    std::uint8_t* bytes() noexcept { return reinterpret_cast<std::uint8_t*>(this + 1); }
-    bool isUnique() const noexcept { return references.load(std::memory_order_acquire) == 1; }
-
-    enum class Fill { None, Zero };
-    static Buffer* allocate(std::size_t capacity, Fill fill)
-    {
-        const auto size = sizeof(Buffer) + capacity;
-        // calloc leaves a large block untouched: its pages are zero already.
-        void* memory = fill == Fill::Zero ? std::calloc(1, size) : std::malloc(size);
-        if (!memory) throw std::bad_alloc();
-        return new (memory) Buffer { 1, static_cast<std::uint32_t>(capacity) };
-    }
-    static Buffer* reallocate(Buffer* buffer, std::size_t capacity)
-    {
-        void* memory = std::realloc(static_cast<void*>(buffer), sizeof(Buffer) + capacity);
-        if (!memory) throw std::bad_alloc();
-        auto* moved = static_cast<Buffer*>(memory);
-        moved->capacity = static_cast<std::uint32_t>(capacity);
-        return moved;
-    }
-};
-
-ByteArray::ByteArray(unsigned int size)
-    : _buffer(size ? Buffer::allocate(size, Buffer::Fill::Zero) : nullptr),
-      _size(size)
+ByteArray::Buffer* ByteArray::allocate(std::size_t capacity, Fill fill)
 {
+    const auto size = sizeof(Buffer) + capacity;
+    // calloc leaves a large block untouched: its pages are zero already.
+    void* memory = fill == Fill::Zero ? std::calloc(1, size) : std::malloc(size);
+    if (!memory) throw std::bad_alloc();
+    return new (memory) Buffer { 1, static_cast<std::uint32_t>(capacity) };
 }
+
+ByteArray::Buffer* ByteArray::reallocate(Buffer* buffer, std::size_t capacity)
+{
+    void* memory = std::realloc(static_cast<void*>(buffer), sizeof(Buffer) + capacity);
+    if (!memory) throw std::bad_alloc();
+    auto* moved = static_cast<Buffer*>(memory);
+    moved->capacity = static_cast<std::uint32_t>(capacity);
+    return moved;
+}
+
+void ByteArray::free(Buffer* buffer) noexcept { std::free(buffer); }
+
+ByteArray::ByteArray(unsigned int size) : _buffer(size ? allocate(size, Fill::Zero) : nullptr), _size(size) { }
 
 ByteArray::ByteArray(const void* data, std::size_t size)
 {
     if (size == 0) return;
     checkSize(size);
-    _buffer = Buffer::allocate(size, Buffer::Fill::None);
+    _buffer = allocate(size, Fill::None);
     _size = static_cast<std::uint32_t>(size);
     std::memcpy(_buffer->bytes(), data, size);
 }
 
-ByteArray::ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept
-    : _buffer(buffer),
-      _offset(offset),
-      _size(size)
-{
-}
-
-void ByteArray::retain() const noexcept { _buffer->references.fetch_add(1, std::memory_order_relaxed); }
-
-void ByteArray::release() noexcept
-{
-    // The only holder needs no locked instruction: nobody else could add a reference.
-    if (_buffer->isUnique() || _buffer->references.fetch_sub(1, std::memory_order_acq_rel) == 1) std::free(_buffer);
-}
-
-const std::uint8_t* ByteArray::data() const noexcept { return _buffer ? _buffer->bytes() + _offset : noBytes; }
-
 std::uint8_t* ByteArray::mutableData()
 {
     makeOwn(_size);
-    return _buffer ? _buffer->bytes() + _offset : const_cast<std::uint8_t*>(noBytes); // Of size 0: nothing to write.
+    return _buffer ? _buffer->bytes() + _offset : const_cast<std::uint8_t*>(&noByte); // Of size 0: nothing to write.
 }
 
-std::size_t ByteArray::capacity() const noexcept
-{
-    return _buffer && _buffer->isUnique() ? _buffer->capacity - _offset : 0;
-}
-
-bool ByteArray::isShared() const noexcept { return _buffer && !_buffer->isUnique(); }
-
-void ByteArray::makeOwn(std::size_t capacity)
+void ByteArray::makeOwnSlow(std::size_t capacity)
 {
     checkSize(capacity);
     if (!_buffer) {
-        if (capacity > 0) _buffer = Buffer::allocate(capacity, Buffer::Fill::None);
+        if (capacity > 0) _buffer = allocate(capacity, Fill::None);
     } else if (!_buffer->isUnique()) {
-        auto* own = Buffer::allocate(std::max<std::size_t>(capacity, _size), Buffer::Fill::None);
+        auto* own = allocate(std::max<std::size_t>(capacity, _size), Fill::None);
         std::memcpy(own->bytes(), data(), _size);
         release();
         _buffer = own;
@@ -114,7 +76,7 @@ void ByteArray::makeOwn(std::size_t capacity)
     } else if (_buffer->capacity - _offset < capacity) {
         if (_offset > 0) std::memmove(_buffer->bytes(), data(), _size);
         _offset = 0;
-        if (_buffer->capacity < capacity) _buffer = Buffer::reallocate(_buffer, capacity);
+        if (_buffer->capacity < capacity) _buffer = reallocate(_buffer, capacity);
     }
 }
 
@@ -125,13 +87,6 @@ void ByteArray::resize(std::size_t size)
     const std::size_t oldSize = _size;
     resizeUninitialized(size);
     if (size > oldSize) std::memset(_buffer->bytes() + _offset + oldSize, 0, size - oldSize);
-}
-
-void ByteArray::resizeUninitialized(std::size_t size)
-{
-    // A shorter view of a shared buffer needs no buffer of its own.
-    if (size > _size) makeOwn(size);
-    _size = static_cast<std::uint32_t>(size);
 }
 
 void ByteArray::append(const void* data, std::size_t size)
@@ -149,13 +104,6 @@ void ByteArray::append(const void* data, std::size_t size)
     }
     std::memcpy(_buffer->bytes() + _offset + _size, data, size);
     _size = static_cast<std::uint32_t>(newSize);
-}
-
-void ByteArray::removePrefix(std::size_t size) noexcept
-{
-    const auto removed = std::min(static_cast<std::uint32_t>(std::min(size, largestSize)), _size);
-    _offset += removed;
-    _size -= removed;
 }
 
 void ByteArray::clear() noexcept

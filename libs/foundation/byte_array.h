@@ -1,7 +1,9 @@
 #pragma once
 #include "foundation/string.h"
+#include <atomic>
 #include <compare>
 #include <cstdint>
+#include <cstring>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -38,22 +40,38 @@ public:
         if (_buffer) release();
     }
 
-    const std::uint8_t* data() const noexcept; ///< Never null.
+    const std::uint8_t* data() const noexcept
+    {
+        return _buffer ? _buffer->bytes() + _offset : &noByte;
+    } ///< Never null.
     std::size_t size() const noexcept { return _size; }
     bool empty() const noexcept { return _size == 0; }
     std::span<const std::uint8_t> bytes() const noexcept { return { data(), _size }; }
     std::string_view view() const noexcept { return { reinterpret_cast<const char*>(data()), _size }; }
 
     std::uint8_t* mutableData(); ///< Makes the buffer this array's own first.
-    std::size_t capacity() const noexcept; ///< Bytes it can hold without moving; 0 while shared.
-    bool isShared() const noexcept; ///< Whether another array refers to the same buffer.
+    /// Bytes it can hold without moving; 0 while shared.
+    std::size_t capacity() const noexcept { return _buffer && _buffer->isUnique() ? _buffer->capacity - _offset : 0; }
+    /// Whether another array refers to the same buffer.
+    bool isShared() const noexcept { return _buffer && !_buffer->isUnique(); }
 
     void reserve(std::size_t capacity); ///< Does not touch the new memory.
     void resize(std::size_t size); ///< New bytes are zero.
     /// Grows or shrinks without setting new bytes: the caller writes them before anybody reads them.
-    void resizeUninitialized(std::size_t size);
+    void resizeUninitialized(std::size_t size)
+    {
+        // A shorter view of a shared buffer needs no buffer of its own.
+        if (size > _size) makeOwn(size);
+        _size = static_cast<std::uint32_t>(size);
+    }
     void append(const void* data, std::size_t size);
-    void removePrefix(std::size_t size) noexcept; ///< Forgets bytes in front (at most all) without moving the others.
+    /// Forgets bytes in front (at most all) without moving the others.
+    void removePrefix(std::size_t size) noexcept
+    {
+        const auto removed = size < _size ? static_cast<std::uint32_t>(size) : _size;
+        _offset += removed;
+        _size -= removed;
+    }
     void clear() noexcept; ///< Empties it; the storage is kept unless it is shared.
 
     /// `size` bytes from `offset` (both clamped), sharing the buffer.
@@ -76,11 +94,38 @@ public:
     }
 
 private:
-    struct Buffer;
-    ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept; // Takes over one reference.
-    void retain() const noexcept;
-    void release() noexcept;
-    void makeOwn(std::size_t capacity); // Afterwards the buffer is unshared and holds at least `capacity` bytes.
+    struct Buffer { // The bytes follow.
+        std::atomic<std::uint32_t> references;
+        std::uint32_t capacity;
+
+        std::uint8_t* bytes() noexcept { return reinterpret_cast<std::uint8_t*>(this + 1); }
+        bool isUnique() const noexcept { return references.load(std::memory_order_acquire) == 1; }
+    };
+    static constexpr std::uint8_t noByte = 0;
+
+    /// Takes over one reference.
+    ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept
+        : _buffer(buffer),
+          _offset(offset),
+          _size(size)
+    {
+    }
+    void retain() const noexcept { _buffer->references.fetch_add(1, std::memory_order_relaxed); }
+    void release() noexcept
+    {
+        // The only holder needs no locked instruction: nobody else could add a reference.
+        if (_buffer->isUnique() || _buffer->references.fetch_sub(1, std::memory_order_acq_rel) == 1) free(_buffer);
+    }
+    enum class Fill { None, Zero };
+    static Buffer* allocate(std::size_t capacity, Fill fill);
+    static Buffer* reallocate(Buffer* buffer, std::size_t capacity);
+    static void free(Buffer* buffer) noexcept;
+    /// Afterwards the buffer is unshared and holds at least `capacity` bytes.
+    void makeOwn(std::size_t capacity)
+    {
+        if (!_buffer || !_buffer->isUnique() || _buffer->capacity - _offset < capacity) makeOwnSlow(capacity);
+    }
+    void makeOwnSlow(std::size_t capacity);
 
     Buffer* _buffer = nullptr;
     std::uint32_t _offset = 0;

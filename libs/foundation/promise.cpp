@@ -91,12 +91,11 @@ bool PromiseNodeBase::cancelThis()
     _settled = true;
     _cancelled = true;
     auto cancellation = std::exchange(_cancellation, nullptr);
-    if (cancellation) {
-        try {
-            cancellation();
-        } catch (...) {
-            unhandledException();
-        }
+    try {
+        wasCancelled();
+        if (cancellation) cancellation();
+    } catch (...) {
+        unhandledException();
     }
     if (auto* handler = std::exchange(_handler, nullptr)) handler->dropped();
     return true;

@@ -68,6 +68,7 @@ protected:
     void clearCancellation();
 
     virtual void deliverValue(PromiseHandlerBase& handler) = 0;
+    virtual void wasCancelled() { } ///< Before what `onCancel()` set runs.
 
 private:
     bool cancelThis();

@@ -88,13 +88,6 @@ void appendUTF8(std::string& text, char32_t c)
 
 } // namespace
 
-String::String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { }
-
-String::String(std::string_view text) : String()
-{
-    if (!text.empty()) std::memcpy(makeRoom(text.size()), text.data(), text.size());
-}
-
 char* String::makeRoom(std::size_t size)
 {
     if (size <= InlineCapacity) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/export.h"
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <cstring>
@@ -19,8 +20,16 @@ namespace fn {
 class FN_EXPORT String {
 public:
     String() noexcept : _storage {} { setInlineSize(0); }
-    String(const char* text); ///< Zero-terminated; null reads as "".
-    String(std::string_view text);
+    String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { } ///< Null reads as "".
+    String(std::string_view text) : String()
+    {
+        if (text.size() <= InlineCapacity) [[likely]] {
+            setInlineSize(text.size());
+            copySmall(_storage, text.data(), text.size());
+        } else {
+            std::memcpy(makeRoom(text.size()), text.data(), text.size());
+        }
+    }
     String(const std::string& text) : String(std::string_view(text)) { }
     String(const String& other) noexcept
     {
@@ -69,10 +78,28 @@ public:
     friend String operator+(const String& a, const char* b) { return concatenate(a, b); }
     friend String operator+(const char* a, const String& b) { return concatenate(a, b); }
 
-    friend bool operator==(const String& a, const String& b) noexcept { return a.view() == b.view(); }
+    friend bool operator==(const String& a, const String& b) noexcept
+    {
+        // Short texts have zeros behind them: equal ones are equal bit by bit.
+        const auto x = a.words(), y = b.words();
+        if (x.first == y.first && x.second == y.second) return true;
+        return !a.isInline() && !b.isInline() && a.view() == b.view();
+    }
     friend bool operator==(const String& a, std::string_view b) noexcept { return a.view() == b; }
     friend bool operator==(const String& a, const char* b) noexcept { return a.view() == b; }
-    friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return a.view() <=> b.view(); }
+    friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return compare(a, b) <=> 0; }
+
+    /// Negative, 0, positive.
+    static int compare(const String& a, const String& b) noexcept
+    {
+        if (!a.isInline() || !b.isInline()) [[unlikely]]
+            return a.view().compare(b.view());
+        const auto x = a.bigEndianWords(), y = b.bigEndianWords();
+        if (x.first != y.first) return x.first < y.first ? -1 : 1;
+        const auto inLast = [](std::uint64_t word) { return word >> 8; }; // Without the tag.
+        if (inLast(x.second) != inLast(y.second)) return inLast(x.second) < inLast(y.second) ? -1 : 1;
+        return static_cast<int>(a.size()) - static_cast<int>(b.size()); // They differ by zeros at the end, if at all.
+    }
 
     friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const String& text);
 
@@ -129,6 +156,36 @@ private:
     };
 
     static String concatenate(std::string_view a, std::string_view b);
+    /// Both halves of what is stored.
+    std::pair<std::uint64_t, std::uint64_t> words() const noexcept
+    {
+        std::pair<std::uint64_t, std::uint64_t> words;
+        std::memcpy(&words.first, _storage, 8);
+        std::memcpy(&words.second, _storage + 8, 8);
+        return words;
+    }
+    std::pair<std::uint64_t, std::uint64_t> bigEndianWords() const noexcept
+    {
+        auto [first, second] = words();
+        if constexpr (std::endian::native == std::endian::little)
+            return { std::byteswap(first), std::byteswap(second) };
+        return { first, second };
+    }
+    /// At most InlineCapacity bytes, in two copies of a fixed size that may overlap.
+    static void copySmall(char* to, const char* from, std::size_t size) noexcept
+    {
+        if (size >= 8) {
+            std::memcpy(to, from, 8);
+            std::memcpy(to + size - 8, from + size - 8, 8);
+        } else if (size >= 4) {
+            std::memcpy(to, from, 4);
+            std::memcpy(to + size - 4, from + size - 4, 4);
+        } else if (size > 0) {
+            to[0] = from[0];
+            to[size / 2] = from[size / 2];
+            to[size - 1] = from[size - 1];
+        }
+    }
     unsigned char tag() const noexcept { return static_cast<unsigned char>(_storage[InlineCapacity]); }
     bool isInline() const noexcept { return tag() != SharedTag; }
     Shared shared() const noexcept

@@ -244,6 +244,8 @@ public:
         if (a._kind == Kind::Int && b._kind == Kind::Int) {
             return a._data.integer < b._data.integer ? -1 : a._data.integer > b._data.integer;
         }
+        if (a._kind == Kind::String && b._kind == Kind::String)
+            return fn::String::compare(a._data.string, b._data.string);
         return compareSlow(a, b);
     }
     friend bool operator==(const Value& a, const Value& b) noexcept { return compare(a, b) == 0; }
@@ -252,6 +254,12 @@ public:
     friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const Value& value); ///< Its `toString()`.
 
 private:
+    friend class ValueMap;
+
+    static bool areSameText(const Value& a, const Value& b) noexcept
+    {
+        return a._kind == Kind::String && b._kind == Kind::String && a._data.string == b._data.string;
+    }
     // Bits move: none of the members of Data refers to its own place. Ownership is the caller's matter.
     void takeBits(const Value& other) noexcept
     {

@@ -7,6 +7,7 @@ namespace {
 // Entries of one run: what an insertion moves at most (3 KiB), while a map of a million needs a few ten thousand runs.
 constexpr std::size_t runCapacity = 64;
 constexpr std::size_t firstCapacity = 4;
+constexpr std::size_t mostLookedThrough = 8;
 
 } // namespace
 
@@ -59,6 +60,13 @@ ValueMap::Position ValueMap::locate(const Value& key) const noexcept
 
 const Value* ValueMap::find(const Value& key) const noexcept
 {
+    // In a small map with short texts as keys, looking at each is faster than ordering them.
+    if (_runs.empty() && _only.size() <= mostLookedThrough && key.isString()) {
+        for (const auto& entry : _only) {
+            if (Value::areSameText(entry.key, key)) return &entry.value;
+        }
+        return nullptr;
+    }
     const auto position = locate(key);
     return position.found ? &(*position.run)[position.index].value : nullptr;
 }

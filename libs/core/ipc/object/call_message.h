@@ -19,6 +19,8 @@ inline constexpr const char* REQUEST_ID = "REQUEST_ID";
 inline constexpr const char* RESULT = "RESULT";
 inline constexpr const char* ERROR = "ERROR";
 
+inline bool isText(const fn::Value& value, std::string_view text) { return value.isString() && value.string() == text; }
+
 /// A call with this id, or without one, is not answered.
 inline constexpr std::uint32_t NO_REQUEST_ID = 0xFFFFFFFF;
 

@@ -24,11 +24,11 @@ CallableObjectInstance::~CallableObjectInstance() = default;
 
 void CallableObjectInstance::onMessage(WorkerId sourceWorkerId, const fn::Value& message)
 {
-    const auto messageType = message.get(call::TYPE).asString();
-    if (messageType == call::CALL) {
+    const auto& messageType = message.get(call::TYPE);
+    if (call::isText(messageType, call::CALL)) {
         const auto name = message.at(call::METHOD_NAME).asString();
         onMethodCall({ sourceWorkerId, requestIdOf(message) }, name, message.get(call::ARGUMENT));
-    } else if (messageType == call::CANCEL) {
+    } else if (call::isText(messageType, call::CANCEL)) {
         onMethodCallCancelled({ sourceWorkerId, requestIdOf(message) });
     }
 }

@@ -39,7 +39,6 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
         promise.reject(std::current_exception());
         return promise;
     }
-    promise.onCancel([self = fn::AutoPtr(this), requestId] { self->cancelCall(requestId); });
     return promise;
 }
 
@@ -59,12 +58,12 @@ void CallableObjectReference::cancelCall(std::uint32_t requestId)
 
 void CallableObjectReference::onMessage(const fn::Value& message)
 {
-    const auto messageType = message.get(call::TYPE).asString();
-    if (messageType == call::CALL_RESPONSE)
+    const auto& messageType = message.get(call::TYPE);
+    if (call::isText(messageType, call::CALL_RESPONSE))
         endCall(message, true);
-    else if (messageType == call::CALL_ERROR)
+    else if (call::isText(messageType, call::CALL_ERROR))
         endCall(message, false);
-    else if (messageType == call::EVENT)
+    else if (call::isText(messageType, call::EVENT))
         onEvent(message.at(call::EVENT_NAME).asString(), message.get(call::ARGUMENT));
 }
 

@@ -29,6 +29,8 @@ protected:
     virtual void onEvent(const fn::String& name, const fn::Value& argument); ///< Default: nothing.
 
 private:
+    friend class PendingCall;
+
     std::uint32_t nextRequestId();
     void cancelCall(std::uint32_t requestId);
     void endCall(const fn::Value& message, bool hasResult);

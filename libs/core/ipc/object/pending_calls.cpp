@@ -18,6 +18,11 @@ PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::ui
 
 PendingCall::~PendingCall() = default;
 
+void PendingCall::wasCancelled()
+{
+    if (const auto reference = _reference) reference->cancelCall(_requestId);
+}
+
 bool PendingCalls::contains(std::uint32_t requestId) const
 {
     if (_buckets.empty()) return false;

@@ -18,6 +18,7 @@ public:
 private:
     friend class PendingCalls;
     ~PendingCall() override;
+    void wasCancelled() override;
 
     fn::AutoPtr<CallableObjectReference> _reference; // Until the call leaves the table.
     fn::AutoPtr<PendingCall> _next; // In its bucket.

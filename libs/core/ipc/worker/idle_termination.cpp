@@ -2,6 +2,7 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/worker/worker.h"
+#include "foundation/time/clock.h"
 
 namespace ipc {
 namespace {
@@ -32,10 +33,24 @@ bool IdleTermination::canTerminate() const
 
 void IdleTermination::scheduleTermination()
 {
-    _idleTimer.invalidate();
-    if (!_terminating && wantsTermination()) {
-        _idleTimer = _worker._loop.schedule(idleTime, [this] { startTermination(); });
-    }
+    if (_terminating || !wantsTermination()) return stop();
+    _lastActivity = _worker._loop.clock().monotonic();
+    if (!_idleTimer) startTimer(idleTime);
+}
+
+void IdleTermination::startTimer(fn::Duration delay)
+{
+    _idleTimer = _worker._loop.schedule(delay, [this] { onTimer(); });
+}
+
+void IdleTermination::onTimer()
+{
+    _idleTimer = {};
+    const auto idle = _worker._loop.clock().monotonic() - _lastActivity;
+    if (idle < idleTime)
+        startTimer(idleTime - idle);
+    else
+        startTermination();
 }
 
 void IdleTermination::startTermination()

@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/duration.h"
 #include "foundation/handle.h"
 
 namespace ipc {
@@ -23,12 +24,15 @@ public:
 
 private:
     bool isBusy() const;
+    void startTimer(fn::Duration delay);
+    void onTimer();
     void startTermination();
     void secondStage();
     void giveUp();
 
     Worker& _worker;
-    fn::Handle _idleTimer;
+    fn::Handle _idleTimer; // Not started again by each message: when it fires, it looks at the time of the last one.
+    fn::Duration _lastActivity; // By the loop's clock.
     bool _terminating = false;
 };
 
