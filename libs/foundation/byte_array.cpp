@@ -1,4 +1,5 @@
 #include "foundation/byte_array.h"
+#include "foundation/detail/large_blocks.h"
 #include "foundation/exceptions.h"
 #include <cstdlib>
 #include <functional>
@@ -17,6 +18,11 @@ void checkSize(std::size_t size)
     if (size > largestSize) throw RangeException("Byte array is too long");
 }
 
+bool isLargeBlock(std::size_t size) noexcept
+{
+    return size >= largeBlocks::leastBytes && size <= largeBlocks::mostBytes;
+}
+
 bool isBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 bool isBase64Digit(char c) noexcept
 {
@@ -27,11 +33,18 @@ bool isBase64Digit(char c) noexcept
 
 ByteArray::Buffer* ByteArray::allocate(std::size_t capacity, Fill fill)
 {
-    const auto size = sizeof(Buffer) + capacity;
-    // calloc leaves a large block untouched: its pages are zero already.
-    void* memory = fill == Fill::Zero ? std::calloc(1, size) : std::malloc(size);
+    auto size = sizeof(Buffer) + capacity;
+    void* memory = nullptr;
+    if (fill == Fill::Zero) {
+        memory = std::calloc(1, size); // Leaves a large block untouched: its pages are zero already.
+    } else if (isLargeBlock(size)) {
+        size = largeBlocks::blockSize(size);
+        memory = largeBlocks::allocate(size);
+    } else {
+        memory = std::malloc(size);
+    }
     if (!memory) throw std::bad_alloc();
-    return new (memory) Buffer { 1, static_cast<std::uint32_t>(capacity) };
+    return new (memory) Buffer { 1, static_cast<std::uint32_t>(size - sizeof(Buffer)) };
 }
 
 ByteArray::Buffer* ByteArray::reallocate(Buffer* buffer, std::size_t capacity)
@@ -43,7 +56,15 @@ ByteArray::Buffer* ByteArray::reallocate(Buffer* buffer, std::size_t capacity)
     return moved;
 }
 
-void ByteArray::free(Buffer* buffer) noexcept { std::free(buffer); }
+void ByteArray::free(Buffer* buffer) noexcept
+{
+    const auto size = sizeof(Buffer) + buffer->capacity;
+    // Memory of any origin comes from malloc; only what has the size of a block is kept.
+    if (isLargeBlock(size) && largeBlocks::blockSize(size) == size)
+        largeBlocks::free(buffer, size);
+    else
+        std::free(buffer);
+}
 
 ByteArray::ByteArray(unsigned int size) : _buffer(size ? allocate(size, Fill::Zero) : nullptr), _size(size) { }
 
