@@ -1,4 +1,5 @@
 #include "foundation/uv/pipe_stream_private.h"
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -11,6 +12,12 @@ namespace {
 
 // Bound on the reads of one readPending(): it ends though the peer sends as fast as it is read.
 constexpr int mostReadsAtOnce = 32;
+
+// A turn that writes much sends it in portions, so that the receiver works meanwhile. The first ones are small, for it may be
+// asleep; their growth keeps the number of system calls low.
+constexpr std::size_t firstPortion = 2 * 1024;
+constexpr std::size_t portionGrowth = 4;
+constexpr std::size_t largestPortion = 128 * 1024;
 
 } // namespace
 
@@ -110,9 +117,16 @@ void PipeStream::Private::write(ByteArray bytes, Completion completion)
         return announceProgress();
     }
     _queue.push(std::move(bytes), std::move(completion));
-    if (_flushPending || _requestBytes > 0) return;
-    _flushPending = true;
-    loop()->flushLater(*this);
+    if (_requestBytes > 0) return;
+    if (!_flushPending) {
+        _flushPending = true;
+        _sendAt = firstPortion;
+        loop()->flushLater(*this);
+    }
+    if (_queue.bytes() >= _sendAt && _state == State::Connected) {
+        _sendAt = std::min(_sendAt * portionGrowth, largestPortion);
+        send();
+    }
 }
 
 void PipeStream::Private::flush()

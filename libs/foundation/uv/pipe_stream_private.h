@@ -107,6 +107,7 @@ private:
     std::uint64_t _sentBytes = 0; // Without what was taken of `_request`.
     int _writeError = 0; // Once writing has failed, all further writes fail alike.
     bool _flushPending = false;
+    std::size_t _sendAt = 0; // While a flush is pending: so much in the queue is sent before it.
     bool _reportPosted = false;
     folly::Function<void()> _onDrained; // To be called when so much is queued:
     std::size_t _drainedAt = 0;

@@ -9,8 +9,9 @@ namespace fn::uv {
 
 /// A connected byte stream. All operations and callbacks are on its loop's thread.
 ///
-/// Writes made during one loop iteration leave together in one system call where the kernel takes it, at the latest before
-/// the loop waits; each still completes on its own, in order. What cannot leave before a close completes with UV_ECANCELED.
+/// Small writes made during one loop iteration leave together in one system call where the kernel takes it, at the latest
+/// before the loop waits; once they are 2 KiB they leave in growing portions while the iteration goes on. Each still completes
+/// on its own, in order. What cannot leave before a close completes with UV_ECANCELED.
 class FN_EXPORT Stream : public RefCountedObject {
 public:
     /// Bytes read: count > 0 and the data, valid during the call; 0 for nothing; negative for a libuv error (UV_EOF: the
