@@ -18,6 +18,9 @@ constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 // A body of which so much is missing is read straight into its memory. Below it a read takes the next frames, too.
 constexpr std::size_t readInPlaceFrom = 32 * 1024;
 
+// Frames from here on cost more to copy than one more system call.
+constexpr std::size_t largeFrom = 256 * 1024;
+
 /// The value that fills `body` exactly; empty for anything else.
 std::optional<fn::Value> decode(const FrameBody& body)
 {
@@ -87,7 +90,7 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
     while (!chunk.empty() && readFrame(chunk)) {
         if (!*isAlive || stream->isClosed() || stream != _stream) return;
     }
-    if (*isAlive && stream == _stream) readRestInPlace();
+    if (*isAlive && stream == _stream) chooseReadMemory();
 }
 
 /// Takes the bytes of one frame from the front; false ends the chunk. A frame that lies in it whole is handled where it is.
@@ -125,6 +128,7 @@ bool MessageHelper::readBody(fn::ByteView& chunk)
     else
         _body.append(taken.data(), taken.size());
     if (_body.size() < _length) return false;
+    _expectsLargeFrame = _length >= largeFrom;
     const auto body = std::exchange(_body, {});
     return deliver({ body.bytes(), &body });
 }
@@ -143,11 +147,14 @@ bool MessageHelper::deliver(const FrameBody& body)
     return true;
 }
 
-void MessageHelper::readRestInPlace()
+/// The rest of a large body is read straight into its place. Where one large frame follows another its beginning is, too.
+void MessageHelper::chooseReadMemory()
 {
     const auto missing = _body.empty() ? 0 : _length - _body.size();
-    if (missing < readInPlaceFrom) return;
-    _stream->readInto({ _body.mutableData() + _body.size(), missing });
+    if (missing >= readInPlaceFrom)
+        _stream->readInto({ _body.mutableData() + _body.size(), missing });
+    else if (std::exchange(_expectsLargeFrame, false) && _headerReceived == 0)
+        _stream->readInto(_nextHead);
 }
 
 void MessageHelper::fail(int code)

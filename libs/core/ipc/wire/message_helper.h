@@ -3,6 +3,7 @@
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <folly/Function.h>
@@ -59,7 +60,7 @@ private:
     bool readHeader(fn::ByteView& chunk);
     bool readBody(fn::ByteView& chunk);
     bool deliver(const FrameBody& body);
-    void readRestInPlace();
+    void chooseReadMemory();
     void fail(int code);
 
     fn::AutoPtr<fn::uv::Stream> _stream;
@@ -71,6 +72,8 @@ private:
     fn::Signal<const fn::Value&, unsigned int> _onMessage;
     folly::Function<bool(const FrameBody&)> _frameHandler;
     std::size_t _maxReadBytes;
+    std::array<std::uint8_t, 256> _nextHead; // For a read that is to take little more than a header.
+    bool _expectsLargeFrame = false; // Like the last one.
     bool _failed = false;
     const std::shared_ptr<bool> _isAlive = std::make_shared<bool>(true); // Asked after each signal.
 };
