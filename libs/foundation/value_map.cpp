@@ -92,7 +92,7 @@ void ValueMap::set(Value key, Value value)
         add(position, std::move(key), std::move(value));
 }
 
-ValueMap::Entry& ValueMap::addLast(Value key, Value value)
+ValueMap::Entry& ValueMap::addLast(Value&& key, Value&& value)
 {
     auto* run = _runs.empty() ? &_only : &_runs.back();
     if (run->size() == runCapacity) {
@@ -106,7 +106,7 @@ ValueMap::Entry& ValueMap::addLast(Value key, Value value)
     return run->emplace_back(std::move(key), std::move(value));
 }
 
-ValueMap::Entry& ValueMap::add(Position position, Value key, Value value)
+ValueMap::Entry& ValueMap::add(Position position, Value&& key, Value&& value)
 {
     auto [run, index, found] = position;
     if (run->size() == runCapacity) {

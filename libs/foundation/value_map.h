@@ -80,8 +80,8 @@ private:
     Run* firstRun() noexcept { return _runs.empty() ? &_only : _runs.data(); }
     std::size_t runCount() const noexcept { return _runs.empty() ? !_only.empty() : _runs.size(); }
     Position locate(const Value& key) const noexcept;
-    Entry& add(Position position, Value key, Value value);
-    Entry& addLast(Value key, Value value);
+    Entry& add(Position position, Value&& key, Value&& value);
+    Entry& addLast(Value&& key, Value&& value);
     Run* splitRun(Run* run);
 
     // Keys ascend within and across runs. A map that never outgrew one run has it in `_only`; any other has its runs in

@@ -116,13 +116,15 @@ Value Deserializer::readArray(std::uint32_t count, int depth)
 Value Deserializer::readMap(std::uint32_t count, int depth)
 {
     enterContainer(std::uint64_t(2) * count, depth);
-    ValueMap entries;
+    Value map(Value::MAP);
+    if (count == 0) return map;
+    auto& entries = map.mutableEntries();
     entries.reserve(count);
     for (std::uint32_t i = 0; i < count; ++i) {
         auto key = read(depth + 1);
         entries.set(std::move(key), read(depth + 1));
     }
-    return entries;
+    return map;
 }
 
 Value Deserializer::readExtension(std::uint32_t size)

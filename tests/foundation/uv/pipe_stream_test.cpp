@@ -49,7 +49,7 @@ TEST(PipeStream, SmallWritesOfOneTurnArriveInOrderAndCompleteEachOnce)
     pair.a->write(parts, [&](const Status& status) { completed.push_back(status.code()); });
     pair.a->write(ByteArray(), [&](const Status& status) { completed.push_back(status.code()); });
     EXPECT_TRUE(completed.empty());
-    EXPECT_EQ(pair.a->queuedBytes(), sent.size() + 3);
+    EXPECT_EQ(pair.a->queuedBytes() + pair.a->sentBytes(), sent.size() + 3);
     EXPECT_TRUE(runUntil(loop, [&] { return inbox.text.size() == sent.size() + 3 && completed.size() == 3002; }));
     EXPECT_EQ(inbox.text, sent + "abc");
     std::vector<int> expected(3000);
@@ -58,6 +58,57 @@ TEST(PipeStream, SmallWritesOfOneTurnArriveInOrderAndCompleteEachOnce)
     EXPECT_EQ(completed, expected);
     EXPECT_EQ(pair.a->queuedBytes(), 0U);
     EXPECT_EQ(pair.a->sentBytes(), sent.size() + 3);
+}
+
+TEST(PipeStream, WritesThatAreJoinedKeepTheirOrderAroundThoseThatAreNotAlsoBehindAFullKernel)
+{
+    Loop loop;
+    PipeAndSocket pair(loop);
+    std::string sent;
+    const auto write = [&](std::string text, PipeStream::Completion completion = {}) {
+        sent += text;
+        pair.pipe->write(ByteArray(text), std::move(completion));
+    };
+    int completed = 0;
+    for (int turn = 0; turn < 20; ++turn) {
+        for (int i = 0; i < 500; ++i) write(fmt::format("{}:{},", turn, i));
+        write(pattern(100'000));
+        write("!", [&](const Status&) { ++completed; });
+        for (int i = 0; i < 500; ++i) write(fmt::format("{}+{},", turn, i));
+        runTurns(loop); // The kernel has its fill by and by, and joined writes grow while a part of them is on its way.
+    }
+    EXPECT_GT(pair.pipe->queuedBytes(), 0U);
+    EXPECT_TRUE(runUntil(loop, [&] {
+        pair.take();
+        return pair.received.size() == sent.size() && completed == 20;
+    }));
+    EXPECT_TRUE(pair.received == sent);
+    EXPECT_EQ(pair.pipe->sentBytes(), sent.size());
+}
+
+TEST(PipeStream, ReadsOnceIntoMemoryOfTheUsersAndNoMoreThanFits)
+{
+    Loop loop;
+    PipeAndSocket pair(loop);
+    std::array<std::uint8_t, 4> memory {};
+    std::string inMemory, elsewhere;
+    pair.pipe->readStart([&](std::ptrdiff_t count, const std::uint8_t* data) {
+        auto& text = data == memory.data() ? inMemory : elsewhere;
+        if (count > 0) text.append(reinterpret_cast<const char*>(data), static_cast<std::size_t>(count));
+    });
+    pair.pipe->readInto(memory);
+    pair.pipe->readPending(); // Nothing is there: the wish stays.
+    ::send(pair.socket, "abcdef", 6, 0);
+    EXPECT_TRUE(runUntil(loop, [&] { return elsewhere == "ef"; }));
+    EXPECT_EQ(inMemory, "abcd");
+    pair.pipe->readInto(memory);
+    pair.pipe->readInto({});
+    ::send(pair.socket, "gh", 2, 0);
+    EXPECT_TRUE(runUntil(loop, [&] { return elsewhere == "efgh"; }));
+    pair.pipe->readInto(memory);
+    ::send(pair.socket, "ij", 2, 0);
+    pair.pipe->readPending();
+    EXPECT_EQ(inMemory, "abcdij");
 }
 
 TEST(PipeStream, WhatTheKernelDoesNotTakeAtOnceFollowsWholeAndIsCountedAllTheWhile)
