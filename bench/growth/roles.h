@@ -1,0 +1,27 @@
+#pragma once
+#include "driver/driver.h"
+#include "growth/subject.h"
+#include <string_view>
+
+namespace bench::growth {
+
+/// Numbers with commas in between: the sizes at which a role measures, in turn. It reports one line for each.
+std::vector<std::size_t> sizes(const Options& options);
+
+/// Adds references to the items from number `from` to `to` of an owner.
+void takeItems(Session& session, ipc::CallableObjectReference& owner, std::size_t from, std::size_t to,
+    std::vector<fn::AutoPtr<ItemReference>>& items);
+
+// Who serves.
+void playSubject(const Options& options); ///< `part` is its name.
+void playCrowd(const Options& options); ///< `workers` connections that do nothing.
+
+// Who measures, against the owner unless said otherwise. README.md lists what each reports.
+void playCalls(const Options& options);
+void playObjects(const Options& options);
+void playRegistry(const Options& options);
+void playPending(const Options& options);
+void playDeath(const Options& options);
+void playBulk(const Options& options);
+
+} // namespace bench::growth
