@@ -100,7 +100,7 @@ class Pending(Growth):
         with stage(self.name) as play:
             play.start("hub")
             start_subject(play, "owner")
-            return self._reports(play.start("pending", sizes=joined(sizes)), sizes, seconds)
+            return self._reports(play.start("pending", sizes=joined(sizes), seconds=seconds), sizes, seconds)
 
 
 class Death(Growth):
@@ -218,7 +218,7 @@ def build_objects(play, hub, size):
 
 def build_pending(play, hub, size):
     start_subject(play, "owner")
-    caller = play.start("pending", sizes=size)
+    caller = play.start("pending", sizes=size, seconds=SMALL)
     processes.report(caller, PATIENCE)
     return (caller,)
 
@@ -248,7 +248,8 @@ KINDS = [  # Rows, the large number, and what makes so many of it: the processes
 
 
 CALLS = {"median_us": "one call, median, us", "p99_us": "one call, p99, us", "rate": "100 in flight, calls/s"}
-STEPS = {"register_us": "register, us", "look_up_us": "look up, us", "release_us": "release, us"}
+STEPS = {"register_us": "register, us", "look_up_us": "look up, us", "release_us": "release, us",
+         "death_us": "a worker's death, us", "hide_us": "hide own ones, us"}
 DEATHS = {"freed_ms": "until all is freed, ms", "worst_ms": "slowest call of others, ms",
           "idle_worst_ms": "the same without a death, ms", "idle_us": "their median call, us"}
 
@@ -258,7 +259,8 @@ SCENARIOS = [
     Objects("objects", "Live objects", [1, 1000, 100_000, 1_000_000], "objects", CALLS,
             "One worker owns them, the other one holds references to all, and calls one of them."),
     Registry("registry", "Entries of the registry", [1, 1000, 100_000], "entries", STEPS,
-             "Each is of a class of its own. Releasing has no answer: 100 are released and a look-up behind them is awaited.",
+             "Each is of a class of its own. Releasing has no answer: 50 are released and a look-up behind them is awaited. Who "
+             "dies has one entry and waits for one. Who hides its entries, as a worker does before it ends, has none.",
              grows="entries"),
     Registry("waiters", "Look-ups that wait", [0, 100, 10_000], "waiters", STEPS,
              "In a registry of 100,000 entries, for classes that never come.", grows="waiters", entries=100_000),

@@ -2,7 +2,7 @@
 
 import statistics
 
-from tables import markdown, number
+from tables import markdown, number, ratio
 
 
 def heading(result):
@@ -15,22 +15,18 @@ def heading(result):
 
 
 def rows(scenario):
-    """A size a row; where it grows, the last row says how many times the smallest size's value the largest one's is."""
+    """A size a row; where it grows, the last row says how many times the smallest size's value the largest one's is, as the
+    median of the ratios of runs made side by side."""
     columns = scenario["columns"]
-    medians = {key: {row: statistics.median(found) for row, found in scenario["values"][key].items() if found}
-               for key in columns}
-    names = list(next(iter(scenario["values"].values())))
+    values = scenario["values"]
+    names = list(next(iter(values.values())))
     found = [[scenario["row_head"], *columns.values()]]
     for name in names:
-        found.append([name, *(number(medians[key][name]) if name in medians[key] else "" for key in columns)])
+        found.append([name, *(number(statistics.median(values[key][name])) if values[key][name] else "" for key in columns)])
     if scenario["grows"]:
         first, last = names[0], names[-1]
-        found.append([f"{last} / {first}", *(ratio(medians[key], last, first) for key in columns)])
+        found.append([f"{last} / {first}", *(f"{ratio(values[key][last], values[key][first]):.2f}" for key in columns)])
     return found
-
-
-def ratio(medians, last, first):
-    return f"{medians[last] / medians[first]:.2f}" if medians[first] else "-"
 
 
 def table(name, scenario):

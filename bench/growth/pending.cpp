@@ -23,7 +23,7 @@ public:
     }
 
     /// Makes a batch of calls, and has the oldest ones answered, again and again; so many more stay pending.
-    void measure()
+    void measure(double seconds)
     {
         const auto pending = _made - _answered;
         std::vector<double> making;
@@ -39,7 +39,7 @@ public:
             resolving.push_back(sinceStart(answering));
             if (_answered != target) fail("not all calls were answered");
         }
-        auto latencies = measureLatencies(_session, _owner, 0.05, smallBytes);
+        auto latencies = measureLatencies(_session, _owner, seconds, smallBytes);
         report({ { "make_us", percentile(making, 0.5) }, { "resolve_us", percentile(resolving, 0.5) },
             { "call_us", percentile(latencies, 0.5) } });
     }
@@ -79,7 +79,7 @@ void playPending(const Options& options)
     PendingLoad load(session, owner);
     for (const auto size : sizes(options)) {
         load.growTo(size);
-        load.measure();
+        load.measure(options.seconds("seconds") / 4);
     }
     session.serve();
 }

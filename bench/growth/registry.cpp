@@ -6,9 +6,13 @@
 namespace bench::growth {
 namespace {
 
-constexpr std::size_t timedSteps = 100;
+constexpr std::size_t timedSteps = 50;
 constexpr std::size_t together = 1000; // Steps that are under way at the same time while the tables are filled.
 constexpr auto longWait = fn::Duration::seconds(3600);
+
+const fn::String dyingName("bench::Dying");
+fn::String nameOf(std::size_t number) { return fn::String(fmt::format("bench::Entry{:06}", number)); }
+fn::String missingName(std::size_t number) { return fn::String(fmt::format("bench::Missing{:06}", number)); }
 
 /// Every entry is of a class of its own: that is what the registry is keyed by.
 class EntryReference final : public ipc::CallableObjectReference {
@@ -32,11 +36,7 @@ fn::String EntryReference::wanted;
 
 class Entry final : public ipc::CallableObjectInstance {
 public:
-    Entry(ipc::Worker& worker, std::size_t number)
-        : CallableObjectInstance(worker),
-          _name(fn::String(fmt::format("bench::Entry{:06}", number)))
-    {
-    }
+    Entry(ipc::Worker& worker, fn::String name) : CallableObjectInstance(worker), _name(std::move(name)) { }
 
 protected:
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
@@ -51,7 +51,9 @@ private:
 /// One worker that registers, and another one that looks up and waits; both on one loop.
 class RegistryLoad {
 public:
-    explicit RegistryLoad(const Options& options) : _registrar(options, _loop), _user(options, _loop) { }
+    explicit RegistryLoad(const Options& options) : _options(options), _registrar(options, _loop), _user(options, _loop)
+    {
+    }
 
     void fill(std::size_t entries)
     {
@@ -65,9 +67,9 @@ public:
     void wait(std::size_t waiters)
     {
         for (; _waiters < waiters; ++_waiters)
-            lookUp(fmt::format("bench::Missing{:06}", _waiters), longWait)
+            lookUp(missingName(_waiters))
                 .then([](auto&&) { fail("what does not exist was found"); }, failing("getInstance"));
-        _user.await(lookUp(nameOf(0), longWait), "getInstance"); // Behind all of them.
+        _user.await(lookUp(nameOf(0)), "getInstance"); // Behind all of them.
     }
 
     /// Reports what one step costs now. The entries that it registers stay.
@@ -82,20 +84,21 @@ public:
         const auto lookingUp = timed([&](std::size_t step) {
             // Over all of the table, no class twice.
             const auto number = step * _entries.size() / timedSteps;
-            found.push_back(_user.await(lookUp(nameOf(number), longWait), "getInstance"));
+            found.push_back(_user.await(lookUp(nameOf(number)), "getInstance"));
             if (!found.back() || found.back()->objectId() != _entries[number]->objectId()) fail("another was found");
         });
-        report({ { "register_us", registering }, { "look_up_us", lookingUp }, { "release_us", release(found) } });
+        const auto releasing = release(found);
+        report({ { "register_us", registering }, { "look_up_us", lookingUp }, { "release_us", releasing },
+            { "death_us", timed([&](std::size_t) { return death(); }) },
+            { "hide_us", timed([&](std::size_t) { hide(); }) } });
     }
 
     [[noreturn]] void serve() { _user.serve(); }
 
 private:
-    static std::string nameOf(std::size_t number) { return fmt::format("bench::Entry{:06}", number); }
-
     void addEntry(std::size_t& left)
     {
-        auto entry = fn::makeAuto<Entry>(_registrar.worker(), _entries.size());
+        auto entry = fn::makeAuto<Entry>(_registrar.worker(), nameOf(_entries.size()));
         _entries.push_back(entry);
         _registrar.worker().registry()->registerObject(entry, 0).then(
             [&] {
@@ -104,23 +107,50 @@ private:
             failing("registerObject"));
     }
 
-    fn::Promise<fn::AutoPtr<EntryReference>> lookUp(const std::string& name, fn::Duration timeout)
+    static fn::Promise<fn::AutoPtr<EntryReference>> lookUp(ipc::Worker& worker, const fn::String& name)
     {
-        EntryReference::wanted = fn::String(name);
-        _user.worker().registerObjectReferenceClass<EntryReference>();
-        return _user.worker().registry()->getInstance<EntryReference>(timeout);
+        EntryReference::wanted = name;
+        worker.registerObjectReferenceClass<EntryReference>();
+        return worker.registry()->getInstance<EntryReference>(longWait);
     }
 
-    /// The median of many, in microseconds.
+    /// The user's.
+    fn::Promise<fn::AutoPtr<EntryReference>> lookUp(const fn::String& name) { return lookUp(_user.worker(), name); }
+
+    /// The median of many, in microseconds. A step may say itself how long it took.
     template <typename Step> double timed(Step step)
     {
         std::vector<double> times;
         for (std::size_t i = 0; i < timedSteps; ++i) {
             const auto start = Clock::now();
-            step(i);
-            times.push_back(Microseconds(Clock::now() - start).count());
+            if constexpr (std::is_void_v<decltype(step(i))>) {
+                step(i);
+                times.push_back(Microseconds(Clock::now() - start).count());
+            } else {
+                times.push_back(step(i));
+            }
         }
         return percentile(times, 0.5);
+    }
+
+    /// What a worker without entries does that wants to end because it is idle.
+    void hide() { _user.call(*_user.worker().registry(), "setInstancesHidden", true); }
+
+    /// A worker that offers one object and waits for another one dies: the time until who uses the object hears of it.
+    double death()
+    {
+        const auto dying = std::make_unique<Session>(_options, _loop);
+        // The instance outlives its worker, whose registry holds it.
+        dying->publish(fn::makeAuto<Entry>(dying->worker(), dyingName));
+        const auto used = _user.await(lookUp(dyingName), "getInstance");
+        lookUp(dying->worker(), missingName(_waiters))
+            .then([](auto&&) { fail("what does not exist was found"); }, [](std::exception_ptr) {});
+        dying->await(lookUp(dying->worker(), dyingName), "getInstance"); // Behind it.
+        used->objectDeadSignal().connect([this] { _loop.stop(); }).detach();
+        const auto start = Clock::now();
+        dying->worker().stop();
+        _user.runUntil([&] { return used->dead(); });
+        return Microseconds(Clock::now() - start).count();
     }
 
     /// Releasing is a message that nobody answers: all are released, and a look-up behind them is awaited.
@@ -128,10 +158,11 @@ private:
     {
         const auto start = Clock::now();
         found.clear();
-        _user.await(lookUp(nameOf(0), longWait), "getInstance");
+        _user.await(lookUp(nameOf(0)), "getInstance");
         return Microseconds(Clock::now() - start).count() / static_cast<double>(timedSteps + 1);
     }
 
+    const Options _options;
     fn::uv::Loop _loop;
     Session _registrar;
     Session _user;

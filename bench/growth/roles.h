@@ -16,7 +16,7 @@ void takeItems(Session& session, ipc::CallableObjectReference& owner, std::size_
 void playSubject(const Options& options); ///< `part` is its name.
 void playCrowd(const Options& options); ///< `workers` connections that do nothing.
 
-// Who measures, against the owner unless said otherwise. README.md lists what each reports.
+// Who measures and reports; growth_scenarios.py says what each report means. They stay afterwards, to be looked at.
 void playCalls(const Options& options);
 void playObjects(const Options& options);
 void playRegistry(const Options& options);
