@@ -239,7 +239,8 @@ def build_workers(play, hub, size):
 
 
 KINDS = [  # Rows, the large number, and what makes so many of it: the processes to weigh, one a row.
-    (["instance, at its owner", "reference, at its holder", "object that another worker holds, in the hub"], 1_000_000, build_objects),
+    (["instance, at its owner", "reference, at its holder", "object that another worker holds, in the hub"], 1_000_000,
+     build_objects),
     (["pending call, at its caller"], 100_000, build_pending),
     (["registered class, in the hub"], 100_000, build_entries),
     (["look-up that waits, in the hub"], 10_000, build_waiters),
@@ -259,8 +260,8 @@ SCENARIOS = [
     Objects("objects", "Live objects", [1, 1000, 100_000, 1_000_000], "objects", CALLS,
             "One worker owns them, the other one holds references to all, and calls one of them."),
     Registry("registry", "Entries of the registry", [1, 1000, 100_000], "entries", STEPS,
-             "Each is of a class of its own. Releasing has no answer: 50 are released and a look-up behind them is awaited. Who "
-             "dies has one entry and waits for one. Who hides its entries, as a worker does before it ends, has none.",
+             "Each is of a class of its own. Releasing has no answer: 50 are released and a look-up behind them is awaited. "
+             "Who dies has one entry and waits for one. Who hides its entries, as a worker does before it ends, has none.",
              grows="entries"),
     Registry("waiters", "Look-ups that wait", [0, 100, 10_000], "waiters", STEPS,
              "In a registry of 100,000 entries, for classes that never come.", grows="waiters", entries=100_000),

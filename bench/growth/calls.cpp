@@ -46,9 +46,8 @@ void takeItems(Session& session, ipc::CallableObjectReference& owner, std::size_
     }
 }
 
-void playCalls(const Options& options)
+void playCalls(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     const auto owner = session.find<SubjectReference<Part::Owner>>();
     announceReady();
@@ -56,9 +55,8 @@ void playCalls(const Options& options)
     session.serve();
 }
 
-void playObjects(const Options& options)
+void playObjects(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     session.worker().registerObjectReferenceClass<ItemReference>();
     const auto owner = session.find<SubjectReference<Part::Owner>>();
@@ -71,9 +69,8 @@ void playObjects(const Options& options)
     session.serve();
 }
 
-void playBulk(const Options& options)
+void playBulk(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     const auto owner = session.find<SubjectReference<Part::Owner>>();
     announceReady();

@@ -42,9 +42,8 @@ double kill(Session& session, ipc::CallableObjectReference& holder, std::size_t 
 
 } // namespace
 
-void playDeath(const Options& options)
+void playDeath(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     const auto holder = session.find<SubjectReference<Part::Holder>>();
     const auto other = session.find<SubjectReference<Part::Other>>();

@@ -70,9 +70,8 @@ private:
 
 } // namespace
 
-void playPending(const Options& options)
+void playPending(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     const auto owner = session.find<SubjectReference<Part::Owner>>();
     announceReady();

@@ -51,7 +51,11 @@ private:
 /// One worker that registers, and another one that looks up and waits; both on one loop.
 class RegistryLoad {
 public:
-    explicit RegistryLoad(const Options& options) : _options(options), _registrar(options, _loop), _user(options, _loop)
+    RegistryLoad(const Options& options, fn::uv::Loop& loop)
+        : _options(options),
+          _loop(loop),
+          _registrar(options, loop),
+          _user(options, loop)
     {
     }
 
@@ -163,7 +167,7 @@ private:
     }
 
     const Options _options;
-    fn::uv::Loop _loop;
+    fn::uv::Loop& _loop;
     Session _registrar;
     Session _user;
     std::vector<fn::AutoPtr<Entry>> _entries;
@@ -172,9 +176,9 @@ private:
 
 } // namespace
 
-void playRegistry(const Options& options)
+void playRegistry(const Options& options, fn::uv::Loop& loop)
 {
-    RegistryLoad load(options);
+    RegistryLoad load(options, loop);
     announceReady();
     const bool growsEntries = options.text("grows") == "entries";
     if (!growsEntries) load.fill(options.count("entries"));

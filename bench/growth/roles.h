@@ -13,15 +13,15 @@ void takeItems(Session& session, ipc::CallableObjectReference& owner, std::size_
     std::vector<fn::AutoPtr<ItemReference>>& items);
 
 // Who serves.
-void playSubject(const Options& options); ///< `part` is its name.
-void playCrowd(const Options& options); ///< `workers` connections that do nothing.
+void playSubject(const Options& options, fn::uv::Loop& loop); ///< `part` is its name.
+void playCrowd(const Options& options, fn::uv::Loop& loop); ///< `workers` connections that do nothing.
 
 // Who measures and reports; growth_scenarios.py says what each report means. They stay afterwards, to be looked at.
-void playCalls(const Options& options);
-void playObjects(const Options& options);
-void playRegistry(const Options& options);
-void playPending(const Options& options);
-void playDeath(const Options& options);
-void playBulk(const Options& options);
+void playCalls(const Options& options, fn::uv::Loop& loop);
+void playObjects(const Options& options, fn::uv::Loop& loop);
+void playRegistry(const Options& options, fn::uv::Loop& loop);
+void playPending(const Options& options, fn::uv::Loop& loop);
+void playDeath(const Options& options, fn::uv::Loop& loop);
+void playBulk(const Options& options, fn::uv::Loop& loop);
 
 } // namespace bench::growth

@@ -42,9 +42,8 @@ std::vector<std::size_t> sizes(const Options& options)
     return found;
 }
 
-void playSubject(const Options& options)
+void playSubject(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     Session session(options, loop);
     session.worker().registerObjectReferenceClass<ItemReference>();
     const auto& part = options.text("part");
@@ -55,9 +54,8 @@ void playSubject(const Options& options)
     session.serve();
 }
 
-void playCrowd(const Options& options)
+void playCrowd(const Options& options, fn::uv::Loop& loop)
 {
-    fn::uv::Loop loop;
     std::vector<std::unique_ptr<Session>> crowd;
     // One after another: the queue of connections that a socket has not accepted yet is short.
     for (auto left = options.count("workers"); left > 0; --left) {
