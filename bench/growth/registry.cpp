@@ -70,9 +70,10 @@ public:
 
     void wait(std::size_t waiters)
     {
-        for (; _waiters < waiters; ++_waiters)
+        for (; _waiters < waiters; ++_waiters) {
             lookUp(missingName(_waiters))
                 .then([](auto&&) { fail("what does not exist was found"); }, failing("getInstance"));
+        }
         _user.await(lookUp(nameOf(0)), "getInstance"); // Behind all of them.
     }
 
@@ -162,6 +163,8 @@ private:
     {
         const auto start = Clock::now();
         found.clear();
+        _loop.post([this] { _loop.stop(); }); // Behind the tasks that delete them and send the releases.
+        _loop.run();
         _user.await(lookUp(nameOf(0)), "getInstance");
         return Microseconds(Clock::now() - start).count() / static_cast<double>(timedSteps + 1);
     }
