@@ -11,6 +11,7 @@ import subprocess
 import sys
 
 from processes import BenchError
+from progress import Progress
 from scenarios import SCENARIOS, Timing, machine
 from systems import PEERS, SYSTEMS, Floor, Ours
 from tables import number, peer_tables, ratio, spread
@@ -133,19 +134,10 @@ def main():
         system.configure(options.programs)
     repeats, seconds = PLANS[options.plan]
     repeats = options.repeat or repeats
-    show = sys.stderr.isatty()
-
-    def progress(text):
-        if show:
-            print(f"\r\033[K{text}", end="", file=sys.stderr, flush=True)
-
     host = machine()
-    try:
+    with Progress() as progress:
         frames = frame_sizes(scenarios, seconds)
         values = measure(scenarios, systems, repeats, seconds, frames, progress)
-    finally:
-        if show:
-            print("\r\033[K", end="", file=sys.stderr, flush=True)
     if options.plan == "smoke":
         print(f"bench: {len(scenarios)} scenarios, {len(systems)} systems, all results right")
     else:

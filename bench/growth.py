@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""How do the hub and its workers behave as the work grows? Started by scripts/bench --growth."""
+
+import argparse
+import datetime
+import json
+import resource
+import signal
+import statistics
+import sys
+
+from growth_scenarios import SCENARIOS, SMALL, SYSTEM
+from growth_tables import heading, table
+from processes import BenchError
+from progress import Progress
+from scenarios import machine
+
+PLANS = {  # Repeats, and seconds of each measurement.
+    "full": (5, 0.8),
+    "quick": (1, 0.3),
+    "smoke": (1, SMALL),
+}
+SMOKE_SIZES = 100
+OPEN_FILES = 4096  # A connection each, and some.
+
+
+def arguments():
+    names = [scenario.name for scenario in SCENARIOS]
+    parser = argparse.ArgumentParser(prog="scripts/bench --growth", description=__doc__)
+    parser.add_argument("scenarios", nargs="*", metavar="SCENARIO", help="of " + ", ".join(names) + " (default: all)")
+    parser.add_argument("--growth", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--quick", dest="plan", action="store_const", const="quick", default="full",
+                        help="each once and short, for a first look")
+    parser.add_argument("--smoke", dest="plan", action="store_const", const="smoke",
+                        help=f"sizes up to {SMOKE_SIZES} and very short: are the results right? No table")
+    parser.add_argument("--repeat", type=int, metavar="N", help="how often each measurement is made")
+    parser.add_argument("--json", metavar="FILE", help="also write every value measured there")
+    parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if unknown := set(options.scenarios) - set(names):
+        parser.error("no such scenario: " + ", ".join(sorted(unknown)))
+    if options.repeat is not None and options.repeat < 1:
+        parser.error("--repeat must be at least 1")
+    return options
+
+
+def sizes_for(scenario, plan):
+    """For a smoke test the small ones, and one to grow to."""
+    if plan != "smoke":
+        return scenario.sizes
+    small = [size for size in scenario.sizes if size < SMOKE_SIZES]
+    return [*small, SMOKE_SIZES] if small != scenario.sizes else small
+
+
+def measure(scenario, sizes, repeats, seconds, progress):
+    """Every value in the order measured: {column: {row: [value]}}."""
+    values = {column: {row: [] for row in scenario.rows(sizes)} for column in scenario.columns}
+    for repeat in range(repeats):
+        progress(f"{scenario.name}: run {repeat + 1} of {repeats}")
+        for row, found in scenario.run(sizes, seconds).items():
+            for column, value in found.items():
+                values[column][row].append(value)
+    return values
+
+
+def medians(values):
+    return {column: {row: statistics.median(found) for row, found in rows.items() if found}
+            for column, rows in values.items()}
+
+
+def allow_open_files():
+    """For the processes started here. Where so many are not allowed, one of them will say what it could not open."""
+    soft, hard = resource.getrlimit(resource.RLIMIT_NOFILE)
+    allowed = OPEN_FILES if hard == resource.RLIM_INFINITY else min(OPEN_FILES, hard)
+    resource.setrlimit(resource.RLIMIT_NOFILE, (max(soft, allowed), hard))
+
+
+def main():
+    options = arguments()
+    signal.signal(signal.SIGINT, signal.default_int_handler)  # Also where the shell has had it ignored.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    allow_open_files()
+    SYSTEM.configure(options.programs)
+    repeats, seconds = PLANS[options.plan]
+    repeats = options.repeat or repeats
+    host = machine()
+    measured = {}
+    with Progress() as progress:
+        for scenario in [s for s in SCENARIOS if not options.scenarios or s.name in options.scenarios]:
+            sizes = sizes_for(scenario, options.plan)
+            values = measure(scenario, sizes, min(repeats, scenario.repeats or repeats), seconds, progress)
+            measured[scenario.name] = {
+                "title": scenario.title, "note": scenario.note, "grows": scenario.grows, "row_head": scenario.row_head,
+                "columns": scenario.columns, "values": values,
+                "verdicts": scenario.verdicts(medians(values)) if options.plan != "smoke" else []}
+    result = {"machine": host, "date": datetime.date.today().isoformat(), "repeats": repeats, "seconds": seconds,
+              "growth": measured}
+    if options.plan == "smoke":
+        print(f"bench: growth, {len(measured)} scenarios, all results right")
+    else:
+        print(heading(result))
+        for name, scenario in measured.items():
+            print("\n" + table(name, scenario))
+    if options.json:
+        with open(options.json, "w") as file:
+            json.dump(result, file, indent=2)
+            file.write("\n")
+
+
+if __name__ == "__main__":
+    try:
+        main()
+    except BenchError as error:
+        sys.exit(f"bench: {error}")
+    except KeyboardInterrupt:
+        sys.exit(130)
