@@ -1,5 +1,5 @@
 // What does a source of GLib lose by running on our loop instead of GLib's own? The time from a write by another thread to
-// the source's callback, on both in turn; what a hand-over to a thread of the pool and back costs, as that is what the
+// the source's callback, on both in turn; what a hand-over from a thread of the pool to the loop costs, as that is what the
 // integration adds; and how often an idle process wakes up. Started by scripts/bench main-context.
 #include "core/g_main_context_integration.h"
 #include "driver/driver.h"
@@ -7,6 +7,7 @@
 #include "foundation/uv/async.h"
 #include "main_context/writer.h"
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <fmt/format.h>
 #include <functional>
@@ -85,25 +86,28 @@ private:
     guint _source = 0;
 };
 
-/// One round of hand-overs: a task for the pool, which wakes the loop. A pause between them as the writer makes.
+/// One round of hand-overs: a thread of the pool wakes the loop, once, after as long a sleep as between two writes. It is the
+/// sleep that counts: a processor that has had nothing to do for a while takes far longer to wake up.
 void handOver(int count, Samples& samples)
 {
     fn::uv::Loop loop;
-    std::optional<fn::uv::Async> back;
-    Nanoseconds start {};
+    std::optional<fn::uv::Async> wakeUp;
+    std::atomic<Nanoseconds> start;
     const auto begin = [&] {
-        start = bench::now();
-        fn::ThreadPool::defaultPool().schedule([&] { back->send(); });
+        fn::ThreadPool::defaultPool().schedule([&] {
+            std::this_thread::sleep_for(bench::Writer::pause);
+            start = bench::now();
+            wakeUp->send();
+        });
     };
-    fn::Handle pause;
-    back.emplace(loop, [&] {
-        samples.push_back(bench::now() - start);
+    wakeUp.emplace(loop, [&] {
+        samples.push_back(bench::now() - start.load());
         if (--count == 0) return loop.stop();
-        pause = loop.schedule(fn::Duration::milliseconds(1), begin);
+        begin();
     });
     loop.post(begin);
     loop.run();
-    back.reset();
+    wakeUp.reset();
 }
 
 double idleWaitsPerSecond(std::chrono::milliseconds time, const Runner& runner)

@@ -7,10 +7,6 @@
 #include <unistd.h>
 
 namespace bench {
-namespace {
-constexpr auto pause = std::chrono::milliseconds(1);
-}
-
 Writer::Writer() : _event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), _thread([this] { run(); })
 {
     if (_event < 0) fail("no eventfd");

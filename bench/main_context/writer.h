@@ -16,6 +16,8 @@ inline Nanoseconds now() { return std::chrono::steady_clock::now().time_since_ep
 /// descriptor falls asleep.
 class Writer {
 public:
+    static constexpr auto pause = std::chrono::milliseconds(1);
+
     Writer();
     Writer(const Writer&) = delete;
     ~Writer();
