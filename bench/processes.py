@@ -109,7 +109,7 @@ class Stage:
         if role == "hub" and not self._system.has_hub:
             return None
         if gives_address := self._system.gives_address(role):
-            parameters["directory"] = self.directory
+            parameters["directory"] = tempfile.mkdtemp(dir=self.directory)  # Several may give an address of the same name.
         elif self._address:
             parameters["address"] = self._address
         process = Process(role, self._system.command(role, self._scenario, parameters), self._environment)

@@ -115,17 +115,18 @@ class Events(HubScenario):
 
 
 class Memory(HubScenario):
-    """What the hub and a worker without work weigh."""
+    """What the hub and a worker without work weigh among so many workers."""
 
-    def __init__(self, name, metrics):
+    def __init__(self, name, metrics, workers):
         self.name = name
         self.metrics = metrics
+        self._workers = workers
 
     def run(self, system, timing, frames):
         with Stage(system, self.name) as stage:
             hub = stage.start("hub")
-            idle = stage.start("idle")
-            sizes = {"worker": processes.memory(idle)}
+            idle = [stage.start("idle", index=i) for i in range(self._workers)]
+            sizes = {"worker": processes.memory(idle[0])}
             if hub:
                 sizes["hub"] = processes.memory(hub)
         return {f"{who}_{kind}": kib / 1024 for who, kinds in sizes.items() for kind, kib in kinds.items()}
@@ -189,7 +190,7 @@ SCENARIOS = [
         Metric("hub_pss", "hub, PSS", "MiB"),
         Metric("hub_private_dirty", "hub, private dirty", "MiB"),
         Metric("worker_pss", "idle worker, PSS", "MiB"),
-        Metric("worker_private_dirty", "idle worker, private dirty", "MiB")]),
+        Metric("worker_private_dirty", "idle worker, private dirty", "MiB")], workers=8),
     Local("local", metrics=[
         Metric("nanoseconds", "call through a local reference", "ns")]),
     Logging("logging", metrics=[

@@ -105,7 +105,7 @@ public:
 
 void runIdle(const Options& options)
 {
-    Participant participant(options, "idle");
+    Participant participant(options, "idle-" + options.text("index"));
     announceReady();
     for (;;) participant.receive([](Frame&, Frame&) {});
 }
