@@ -13,7 +13,8 @@ import sys
 
 import growth_page
 from drawing import document, panel
-from tables import columns, markdown, peer_rows
+from scenarios import SCENARIOS
+from tables import columns, goal_rows, markdown, peer_rows
 
 BEGIN = "<!-- Written by bench/plot.py from here -->\n"
 END = "<!-- to here. -->\n"
@@ -38,7 +39,8 @@ def page(result, picture):
         lines += ["**The machine was busy: a first look, not numbers to keep.**", ""]
     lines += ["Medians of the runs:", "", markdown(medians), "",
               "How many times better the first system is, as the median of the ratios of runs made side by side (above 1: it "
-              "is faster, or smaller):", "", markdown(ratios), "", f"![The same as a plot]({picture})", "", "What was compared:",
+              "is faster, or smaller):", "", markdown(ratios), "", "Goals, as ratios in that one run:", "",
+              markdown(goal_rows(SCENARIOS, next(iter(result["systems"])), result["values"])), "", f"![The same as a plot]({picture})", "", "What was compared:",
               ""]
     for name, system in result["systems"].items():
         packages = ", ".join(f"{package} {version}" for package, version in system["versions"].items())

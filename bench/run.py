@@ -14,7 +14,7 @@ from processes import BenchError
 from progress import Progress
 from scenarios import SCENARIOS, Timing, machine
 from systems import PEERS, SYSTEMS, Floor, Ours
-from tables import number, peer_tables, ratio, spread
+from tables import goal_rows, markdown, peer_tables, ratio, spread, verdicts
 
 PEER_SCENARIOS = ("latency", "calls-100", "calls-1000", "large", "events", "memory")
 
@@ -102,12 +102,12 @@ def table(scenarios, systems, values):
             by_system = values[scenario.name][metric.key]
             ratios = {name: ratio(by_system[first], by_system[name])
                       for name in others if first in by_system and name in by_system}
-            goal = metric.goal if metric.goal and metric.goal.baseline in ratios else None
-            verdict = "" if not goal else "met" if goal.met(ratios[goal.baseline]) else "MISSED"
+            goals = verdicts(metric, first, by_system)
+            verdict = "" if not goals else "met" if all(goal.met(reached) for goal, reached in goals) else "MISSED"
             rows.append([metric.label, metric.unit,
                          *(spread(by_system[name]) if name in by_system else "-" for name in [first, *others]),
                          *(f"{ratios[name]:.2f}" if name in ratios else "-" for name in others),
-                         str(goal or ""), verdict])
+                         ", ".join(str(goal) for goal, _ in goals), verdict])
     widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
     return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows)
 
@@ -152,6 +152,7 @@ def main():
             print("The machine was busy: these numbers are not to be kept.")
         if options.peers:
             print(peer_tables(systems, values))
+            print("\n" + markdown(goal_rows(scenarios, systems[0].name, values)))
         else:
             for played, players in groups(scenarios, systems):
                 print()

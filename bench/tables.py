@@ -62,6 +62,30 @@ def markdown(rows):
     return "\n".join([lines[0], rule, *lines[1:]])
 
 
+def verdicts(metric, first, values):
+    """(goal, ratio) of those goals of a metric that these values tell something of."""
+    found = []
+    for goal in metric.goals:
+        if goal.baseline is None and first in values:
+            found.append((goal, statistics.median(values[first])))
+        elif first in values and values.get(goal.baseline):
+            found.append((goal, ratio(values[first], values[goal.baseline])))
+    return found
+
+
+def goal_rows(scenarios, first, values):
+    """A table as rows of cells: each goal, and what was reached."""
+    rows = [["", "goal", "reached", ""]]
+    for scenario in scenarios:
+        for metric in scenario.metrics:
+            by_system = values.get(scenario.name, {}).get(metric.key, {})
+            for goal, reached in verdicts(metric, first, by_system):
+                meant = f"{goal.relation} {goal.factor:g}" + (f" times {goal.baseline}" if goal.baseline else
+                                                              f" {metric.unit}")
+                rows.append([metric.label, meant, f"{reached:.2f}", "met" if goal.met(reached) else "MISSED"])
+    return rows
+
+
 def peer_tables(systems, values):
     medians, ratios = peer_rows([system.name for system in systems], values)
     return "\n" + markdown(medians) + "\n\n" + markdown(ratios)
