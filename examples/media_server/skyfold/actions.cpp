@@ -6,11 +6,10 @@
 #include "core/password_manager/password_manager.h"
 #include "foundation/exceptions.h"
 #include "foundation/run_loop.h"
-#include "foundation/uv/signal_watcher.h"
 #include "platform/com/elevation_prompt.h"
 #include "platform/firewall/firewall_file.h"
+#include "skyfold/run_until_signal.h"
 #include "skyfold/secret_prompt.h"
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <iostream>
@@ -90,17 +89,9 @@ int followNetwork()
         std::printf("%s\n", signature.c_str());
         std::fflush(stdout);
     };
-    int received = 0;
-    const auto end = [&](int signal) {
-        received = signal;
-        loop.stop();
-    };
-    const fn::uv::SignalWatcher interrupt(loop, SIGINT, [&] { end(SIGINT); });
-    const fn::uv::SignalWatcher terminate(loop, SIGTERM, [&] { end(SIGTERM); });
     const auto listener = network.addChangeListener(print);
     print(network.get());
-    loop.run();
-    return 128 + received;
+    return 128 + runUntilSignal(loop);
 }
 
 int showFirewall()

@@ -2,10 +2,9 @@
 #include "api/inspector_browser.h"
 #include "core/ipc/worker/worker.h"
 #include "core/process_lock.h"
-#include "foundation/uv/signal_watcher.h"
 #include "skyfold/hub_address.h"
+#include "skyfold/run_until_signal.h"
 #include "skyfold/single_instance.h"
-#include <csignal>
 #include <cstdio>
 
 namespace media {
@@ -57,15 +56,8 @@ int inspectRunning()
     const auto address = SingleInstance::isRunning() ? HubAddress::find() : std::nullopt;
     if (!address) return -1;
     auto& loop = fn::RunLoop::defaultLoop().uvLoop();
-    int received = 0;
-    const auto end = [&](int signal) {
-        received = signal;
-        loop.stop();
-    };
-    const fn::uv::SignalWatcher interrupt(loop, SIGINT, [&] { end(SIGINT); });
-    const fn::uv::SignalWatcher terminate(loop, SIGTERM, [&] { end(SIGTERM); });
     Visitor visitor(loop, *address);
-    loop.run();
+    const int received = runUntilSignal(loop);
     return received == 0 ? visitor.exitCode : signalled + received;
 }
 
