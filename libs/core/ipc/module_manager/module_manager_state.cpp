@@ -92,8 +92,10 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     module.workerTag = fn::UUIDGenerator::defaultGenerator().createOne().toString();
     ++module.launches;
     LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
+    module.isBeingLaunched = true;
     try {
         module.definition->launch(_dispatcher, module.workerTag);
+        module.isBeingLaunched = false;
         module.connectionTimer =
             fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
         module.overdue = false;
@@ -101,6 +103,7 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     } catch (const std::exception& exception) {
         const fn::String message =
             fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
+        module.isBeingLaunched = false;
         LOG(2, "{}", message);
         onFatalError.fire(message);
         return false;
@@ -126,7 +129,8 @@ std::vector<ModuleStatus> ModuleManager::State::modules() const
         const bool isRunning = std::ranges::any_of(
             workers, [&](const Dispatcher::WorkerStatistics& worker) { return worker.info.tag == module.workerTag; });
         if (isRunning) return ModuleStatus::State::Running;
-        return module.connectionTimer && !module.overdue ? ModuleStatus::State::Launching : ModuleStatus::State::Ended;
+        const bool isAwaited = module.isBeingLaunched || (module.connectionTimer && !module.overdue);
+        return isAwaited ? ModuleStatus::State::Launching : ModuleStatus::State::Ended;
     };
     std::vector<ModuleStatus> statuses;
     for (const auto& module : _modules) {

@@ -13,6 +13,7 @@ public:
         fn::String workerTag; ///< Of the current launch; empty before the first.
         fn::Handle connectionTimer; ///< Set from a launch until the worker connects or the process exits, fired or not.
         bool overdue = false; ///< The connection timer has fired.
+        bool isBeingLaunched = false; ///< All its life for the module that runs the main loop.
         int timeouts = 0; ///< Connection time-outs, ever.
         int launches = 0; ///< Ever.
         bool connected = false; ///< Has connected once.
