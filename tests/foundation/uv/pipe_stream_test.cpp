@@ -95,17 +95,15 @@ TEST(PipeStream, WhatWaitsForASlowReceiverTakesLittleMoreMemoryThanItsBytes)
     pair.pipe->write(ByteArray(static_cast<unsigned>(muchBytes)));
     runTurns(loop);
     const auto used = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
-    for (const std::size_t large : { 2'100, 9'000 }) {
-        const auto usedBefore = used();
-        const auto queuedBefore = pair.pipe->queuedBytes();
-        for (int i = 0; i < 1000; ++i) {
-            pair.pipe->write(ByteArray(pattern(large)));
-            for (int j = 0; j < 3; ++j) pair.pipe->write(ByteArray("small"));
-        }
-        const auto queued = pair.pipe->queuedBytes() - queuedBefore;
-        EXPECT_GE(used() - usedBefore, queued);
-        EXPECT_LT(used() - usedBefore, queued * 7 / 4) << "beside writes of " << large;
+    const auto usedBefore = used();
+    const auto queuedBefore = pair.pipe->queuedBytes();
+    for (int i = 0; i < 1000; ++i) {
+        pair.pipe->write(ByteArray(pattern(2'100)));
+        for (int j = 0; j < 3; ++j) pair.pipe->write(ByteArray("small"));
     }
+    const auto queued = pair.pipe->queuedBytes() - queuedBefore;
+    EXPECT_GE(used() - usedBefore, queued);
+    EXPECT_LT(used() - usedBefore, queued * 7 / 4);
 }
 #endif
 
