@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t maxBytes = 4096;
+constexpr std::size_t maxBytes = 64 * 1024; // Large enough for bodies that are read in place.
 
 void require(bool condition)
 {

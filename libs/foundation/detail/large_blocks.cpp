@@ -7,7 +7,16 @@
 namespace fn::largeBlocks {
 namespace {
 
+// How GCC, and how Clang tells of a sanitizer.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define FN_KEEPS_NO_BLOCKS
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define FN_KEEPS_NO_BLOCKS
+#endif
+#endif
+
+#ifdef FN_KEEPS_NO_BLOCKS
 constexpr std::size_t keptBytes = 0; // Memory that is used after it was freed is to be seen.
 #else
 constexpr std::size_t keptBytes = 8 * 1024 * 1024; // By one thread.

@@ -116,14 +116,13 @@ void PipeStream::Private::write(ByteArray bytes, Completion completion)
             _queue.refuse(std::move(completion), UV_ECANCELED);
         return announceProgress();
     }
-    _queue.push(std::move(bytes), std::move(completion));
-    if (_requestBytes > 0) return;
-    if (!_flushPending) {
+    if (_requestBytes == 0 && !_flushPending) {
+        loop()->flushLater(*this);
         _flushPending = true;
         _sendAt = firstPortion;
-        loop()->flushLater(*this);
     }
-    if (_queue.bytes() >= _sendAt && _state == State::Connected) {
+    _queue.push(std::move(bytes), std::move(completion));
+    if (_requestBytes == 0 && _queue.bytes() >= _sendAt && _state == State::Connected) {
         _sendAt = std::min(_sendAt * portionGrowth, largestPortion);
         send();
     }

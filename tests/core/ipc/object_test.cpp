@@ -10,7 +10,9 @@
 #include "support/expectations.h"
 #include "support/peer.h"
 #include "support/worker.h"
+#include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 
 namespace {
 
@@ -204,6 +206,46 @@ TEST_F(ObjectTest, CancellingReachesTheOwnerAndALateAnswerIsIgnored)
     promise.cancel();
     test::runTurns(*loop);
     EXPECT_EQ(service->cancelled.size(), 1u);
+}
+
+TEST_F(ObjectTest, EachOfManyCallsEndsOnceInWhateverOrderAndWhateverItsUserDoes)
+{
+    find();
+    constexpr int count = 5000;
+    std::vector<fn::Promise<Value>> calls;
+    std::map<int, int> fulfilled;
+    std::vector<int> rejected;
+    onLoop([&] {
+        for (int i = 0; i < count; ++i) {
+            calls.push_back(reference->callMethod("wait", i));
+            calls.back().then(
+                [&, i](Value&& result) {
+                    ++fulfilled[i];
+                    EXPECT_EQ(result, Value(i));
+                    if (i == 4002) calls[4001].cancel(); // Its answer is on its way.
+                },
+                [&, i](const std::exception_ptr&) {
+                    rejected.push_back(i);
+                    if (i != 1) return;
+                    calls[2].cancel(); // It has left the table, too, and is about to be rejected.
+                    reference.reset();
+                });
+        }
+        for (int i = 0; i < count; i += 5) calls[static_cast<std::size_t>(i)].cancel();
+    });
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return service->cancelled.size() == count / 5; }));
+    for (auto made = service->calls.rbegin(); made->argument != Value(2500); ++made) {
+        service->sendResult(made->context, made->argument);
+    }
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return fulfilled.contains(2501); }));
+    EXPECT_EQ(fulfilled.size(), 1999u); // Of 2501 to 4999 without every fifth and 4001.
+    for (const auto& [call, times] : fulfilled) EXPECT_EQ(times, 1) << call;
+    const fn::WeakPtr<ServiceReference> weak(reference);
+    owner->worker->stop();
+    ASSERT_TRUE(test::runUntil(*loop, [&] { return !rejected.empty(); }));
+    EXPECT_EQ(rejected.size(), 1999u); // Of 1 to 2499 without every fifth and the second.
+    EXPECT_TRUE(std::ranges::is_sorted(rejected));
+    EXPECT_FALSE(weak.lock());
 }
 
 TEST_F(ObjectTest, EventsReachEveryHolderAndTheLocalReference)

@@ -14,6 +14,7 @@
 #include "support/peer.h"
 #include "support/run_until.h"
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace {
@@ -92,6 +93,27 @@ TEST_F(MessageHelperTest, AFrameArrivesWholeWhereverTheStreamIsCut)
     EXPECT_TRUE(errors.empty());
 }
 
+TEST_F(MessageHelperTest, FramesThatAreReadInPlaceArriveWholeHoweverTheyAreCut)
+{
+    connect(4'000'000);
+    std::string sent;
+    std::vector<Value> expected;
+    for (const std::size_t size :
+        { 3, 32'760, 40'000, 262'200, 1, 262'130, 262'140, 5, 600'000, 700'000, 200, 300'000 }) {
+        expected.emplace_back(std::string(size, static_cast<char>('a' + expected.size())));
+        sent += test::frame(expected.back());
+    }
+    // Who hears of one may run the loop again, with more on its way.
+    helper->onMessage().connect([this](const Value&, unsigned) { test::runTurns(loop, 1); }).detach();
+    for (const std::size_t piece : { 1'021, 32'768, 65'537, 262'145, 300'001 }) {
+        for (std::size_t at = 0; at < sent.size(); at += piece) write(std::string_view(sent).substr(at, piece));
+        ASSERT_TRUE(test::runUntil(loop, [&] { return received.size() == expected.size(); })) << piece;
+        for (std::size_t i = 0; i < expected.size(); ++i) EXPECT_TRUE(received[i].first == expected[i]) << piece;
+        received.clear();
+    }
+    EXPECT_TRUE(errors.empty());
+}
+
 TEST_F(MessageHelperTest, BadFramesEndTheConversation)
 {
     const auto nested = std::string(100'000, '\x91') + '\xc0';
@@ -166,6 +188,42 @@ TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)
     EXPECT_EQ(heard, 1);
 }
 
+TEST_F(MessageHelperTest, ABodyLastsAsLongAsItIsHandledThoughTheHelperHasGone)
+{
+    connect(4'000'000);
+    ipc::MessageHelper sender(100);
+    sender.setStream(other);
+    std::string small;
+    helper->setFrameHandler([&](const ipc::FrameBody& body) {
+        if (body.bytes.size() > 100) return true;
+        auto& text = small; // What this function has captured goes with the helper.
+        helper.reset();
+        text.assign(body.bytes.begin(), body.bytes.end());
+        return true;
+    });
+    sender.send(Value(std::string(300'000, 'x')));
+    sender.send("small");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !helper; }));
+    EXPECT_EQ(small, "\xa5small");
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // They end the process instead.
+TEST_F(MessageHelperTest, ABodyThatThereIsNoMemoryForEndsTheConversation)
+{
+    connect(UINT32_MAX);
+    rlimit before;
+    ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
+    const rlimit scarce { rlim_t(1) << 31, before.rlim_max };
+    ASSERT_EQ(::setrlimit(RLIMIT_AS, &scarce), 0);
+    write(header(UINT32_MAX - 8) + "x");
+    write(test::frame(7));
+    ::setrlimit(RLIMIT_AS, &before);
+    ASSERT_EQ(errors.size(), 1u);
+    EXPECT_EQ(errors.front().code(), -ENOMEM);
+    EXPECT_TRUE(received.empty());
+}
+#endif
+
 TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
 {
     connect(4'000'000);
@@ -213,8 +271,10 @@ TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
                     message.source = 300;
                     map.set(6, 300);
                 }
-                const auto bytes = joined(message.encode(1 << 20));
+                const auto frame = message.encode(1 << 20);
+                const auto bytes = joined(frame);
                 ASSERT_EQ(bytes, test::frame(map));
+                EXPECT_LT(frame.parts().front().capacity(), bytes.size() * 4 / 3 + 200) << "what waits in a queue";
                 message.shared = payloadBytes;
                 EXPECT_EQ(joined(message.encode(1 << 20)), bytes);
                 if (!forwarded) {

@@ -3,6 +3,7 @@
 #include "pipe_pair.h"
 #include <array>
 #include <gmock/gmock.h>
+#include <malloc.h>
 #include <numeric>
 
 namespace {
@@ -85,6 +86,26 @@ TEST(PipeStream, WritesThatAreJoinedKeepTheirOrderAroundThoseThatAreNotAlsoBehin
     EXPECT_TRUE(pair.received == sent);
     EXPECT_EQ(pair.pipe->sentBytes(), sent.size());
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // They have a heap of their own.
+TEST(PipeStream, WhatWaitsForASlowReceiverTakesLittleMoreMemoryThanItsBytes)
+{
+    Loop loop;
+    PipeAndSocket pair(loop);
+    pair.pipe->write(ByteArray(static_cast<unsigned>(muchBytes)));
+    runTurns(loop);
+    const auto used = [] { return ::mallinfo2().uordblks + ::mallinfo2().hblkhd; };
+    const auto usedBefore = used();
+    const auto queuedBefore = pair.pipe->queuedBytes();
+    for (int i = 0; i < 1000; ++i) {
+        pair.pipe->write(ByteArray(pattern(2'100)));
+        for (int j = 0; j < 3; ++j) pair.pipe->write(ByteArray("small"));
+    }
+    const auto queued = pair.pipe->queuedBytes() - queuedBefore;
+    EXPECT_GE(used() - usedBefore, queued);
+    EXPECT_LT(used() - usedBefore, queued * 7 / 4);
+}
+#endif
 
 TEST(PipeStream, ReadsOnceIntoMemoryOfTheUsersAndNoMoreThanFits)
 {

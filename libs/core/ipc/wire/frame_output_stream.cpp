@@ -12,15 +12,12 @@ constexpr std::size_t headerBytes = 4; // The length, little-endian.
 // Most frames are calls and answers with small arguments: one allocation.
 constexpr std::size_t leastCapacity = 112;
 
-// Below this, copying is cheaper than further elements of the vectored write.
-constexpr std::size_t sharedFrom = 16 * 1024;
-
 } // namespace
 
 FrameOutputStream::FrameOutputStream(std::size_t expectedBytes, std::size_t prefixBytes)
     : _room(headerBytes + prefixBytes)
 {
-    startBuffer(_room + std::max(leastCapacity, expectedBytes < sharedFrom ? expectedBytes : 0));
+    startBuffer(_room + std::max(leastCapacity, expectedBytes));
     _window += _room;
 }
 

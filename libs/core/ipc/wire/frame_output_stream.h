@@ -9,8 +9,11 @@ namespace ipc {
 /// shared with its owner instead of copied.
 class FN_EXPORT FrameOutputStream final : public fn::OutputStream {
 public:
-    /// `expectedBytes` of body, if known: one allocation holds it then. `prefixBytes`: room in front of what is written, for
-    /// what is known only when the rest has been written.
+    /// Below this, copying is cheaper than a further element of the vectored write.
+    static constexpr std::size_t sharedFrom = 16 * 1024;
+
+    /// `expectedBytes` that will be copied, if known: one allocation holds them then. `prefixBytes`: room in front of what is
+    /// written, for what is known only when the rest has been written.
     explicit FrameOutputStream(std::size_t expectedBytes = 0, std::size_t prefixBytes = 0);
 
     std::size_t size() const noexcept; ///< Bytes written so far.

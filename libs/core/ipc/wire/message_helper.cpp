@@ -7,6 +7,7 @@
 #include "foundation/mpack/serializer.h"
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <optional>
 
 namespace ipc {
@@ -43,7 +44,7 @@ MessageHelper::MessageHelper(std::size_t maxReadBytes) : _maxReadBytes(maxReadBy
 
 MessageHelper::~MessageHelper()
 {
-    *_isAlive = false;
+    _kept->isAlive = false;
     if (_stream) _stream->close();
 }
 
@@ -84,13 +85,13 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
         fail(static_cast<int>(count));
         return;
     }
-    const auto isAlive = _isAlive; // A listener may end this object.
+    const auto kept = _kept; // A listener may end this object.
     const auto stream = _stream;
     fn::ByteView chunk(data, static_cast<std::size_t>(count));
     while (!chunk.empty() && readFrame(chunk)) {
-        if (!*isAlive || stream->isClosed() || stream != _stream) return;
+        if (!kept->isAlive || stream->isClosed() || stream != _stream) return;
     }
-    if (*isAlive && stream == _stream) chooseReadMemory();
+    if (kept->isAlive && stream == _stream) chooseReadMemory();
 }
 
 /// Takes the bytes of one frame from the front; false ends the chunk. A frame that lies in it whole is handled where it is.
@@ -122,7 +123,7 @@ bool MessageHelper::readBody(fn::ByteView& chunk)
 {
     const auto taken = chunk.first(std::min<std::size_t>(chunk.size(), _length - _body.size()));
     chunk = chunk.subspan(taken.size());
-    if (_body.empty()) _body.reserve(_length);
+    if (_body.empty() && !reserveBody()) return false;
     if (taken.data() == _body.data() + _body.size())
         _body.resizeUninitialized(_body.size() + taken.size()); // Read in place.
     else
@@ -131,6 +132,17 @@ bool MessageHelper::readBody(fn::ByteView& chunk)
     _expectsLargeFrame = _length >= largeFrom;
     const auto body = std::exchange(_body, {});
     return deliver({ body.bytes(), &body });
+}
+
+bool MessageHelper::reserveBody()
+{
+    try {
+        _body.reserve(_length);
+        return true;
+    } catch (const std::bad_alloc&) {
+        fail(-ENOMEM); // What follows could not be told from the next frames.
+        return false;
+    }
 }
 
 /// Hands out the complete frame; false if it holds no value. This object may have gone afterwards.
@@ -154,7 +166,7 @@ void MessageHelper::chooseReadMemory()
     if (missing >= readInPlaceFrom)
         _stream->readInto({ _body.mutableData() + _body.size(), missing });
     else if (std::exchange(_expectsLargeFrame, false) && _headerReceived == 0)
-        _stream->readInto(_nextHead);
+        _stream->readInto(_kept->nextHead);
 }
 
 void MessageHelper::fail(int code)

@@ -15,7 +15,7 @@ namespace ipc {
 ///
 /// Trust: the bytes are hostile. The length is checked against a bound before anything is allocated; memory is touched as
 /// bytes arrive. An empty frame and a body that is not exactly one value read as `onReadError` with -EPROTO, a length
-/// above the bound with -EMSGSIZE; nothing is delivered after an error or after the stream has been closed.
+/// above the bound with -EMSGSIZE, one that there is no memory for with -ENOMEM; nothing is delivered after an error or after the stream has been closed.
 ///
 /// Belongs to the loop of its stream. It may be destroyed inside its own signals; it closes its stream then.
 class FN_EXPORT MessageHelper {
@@ -59,6 +59,7 @@ private:
     bool readFrame(fn::ByteView& chunk);
     bool readHeader(fn::ByteView& chunk);
     bool readBody(fn::ByteView& chunk);
+    bool reserveBody();
     bool deliver(const FrameBody& body);
     void chooseReadMemory();
     void fail(int code);
@@ -72,10 +73,15 @@ private:
     fn::Signal<const fn::Value&, unsigned int> _onMessage;
     folly::Function<bool(const FrameBody&)> _frameHandler;
     std::size_t _maxReadBytes;
-    std::array<std::uint8_t, 256> _nextHead; // For a read that is to take little more than a header.
     bool _expectsLargeFrame = false; // Like the last one.
     bool _failed = false;
-    const std::shared_ptr<bool> _isAlive = std::make_shared<bool>(true); // Asked after each signal.
+
+    /// What is needed while a chunk is handled, though this object may have gone.
+    struct Kept {
+        bool isAlive = true; // Asked after each signal.
+        std::array<std::uint8_t, 256> nextHead {}; // For a read that is to take little more than a header.
+    };
+    const std::shared_ptr<Kept> _kept = std::make_shared<Kept>();
 };
 
 } // namespace ipc

@@ -157,7 +157,8 @@ std::optional<ObjectMessage> ObjectMessage::parse(const FrameBody& body)
 
 Frame ObjectMessage::encode(std::size_t maxBytes) const
 {
-    FrameOutputStream stream(payload.size() + 2, Prefix::maxBytes);
+    const auto copiedBytes = shared.size() < FrameOutputStream::sharedFrom ? payload.size() : 0;
+    FrameOutputStream stream(copiedBytes + 2, Prefix::maxBytes);
     if (shared.empty())
         stream.write(payload.data(), payload.size());
     else

@@ -9,7 +9,8 @@ namespace ipc {
 /// A MESSAGE that mentions no objects, read from and written to its frame without a map in between: the plain case, in
 /// which nearly every call, answer and event travels.
 ///
-/// `parse()` takes exactly the form that `encode()` writes (ascending keys, a payload, no object, nothing unknown). Whatever else is a valid MESSAGE, and everything that is none, goes the general way through `fn::Value`.
+/// `parse()` takes exactly the form that `encode()` writes (ascending keys, a payload, no object, nothing unknown). Whatever
+/// else is a valid MESSAGE, and everything that is none, goes the general way through `fn::Value`.
 struct FN_EXPORT ObjectMessage {
     ObjectId objectId = 0;
     std::optional<WorkerId> source; ///< Once forwarded.

@@ -17,14 +17,17 @@ constexpr std::size_t mostBlockBytes = 16 * 1024;
 
 void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
 {
-    _bytes += bytes.size();
-    if (!completion && bytes.size() <= joinedBytes && join(bytes)) return;
-    _isJoining = false;
-    _entries.push({ std::move(bytes), std::move(completion) });
+    const auto size = bytes.size();
+    if (completion || size > joinedBytes || !join(bytes)) {
+        _entries.push({ std::move(bytes), std::move(completion) });
+        _isJoining = false;
+    }
+    _bytes += size; // At last: what found no memory is not counted.
 }
 
 // The only write of a turn keeps its own memory. What has been given to the system must not move: a full block is followed
-// by another one, larger as more is written.
+// by another one, larger as more is written. One behind a write of its own begins small: where large and small ones take
+// turns, no block is ever filled.
 bool WriteQueue::join(const ByteArray& bytes)
 {
     if (_entries.empty()) return false;
@@ -34,7 +37,8 @@ bool WriteQueue::join(const ByteArray& bytes)
         return true;
     }
     ByteArray block;
-    block.reserve(std::clamp(2 * (last.size() + bytes.size()), leastBlockBytes, mostBlockBytes));
+    const auto wanted = _isJoining ? 2 * (last.size() + bytes.size()) : bytes.size();
+    block.reserve(std::clamp(wanted, leastBlockBytes, mostBlockBytes));
     block.append(bytes.data(), bytes.size());
     _entries.push({ std::move(block), {} });
     _isJoining = true;
