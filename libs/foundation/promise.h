@@ -68,7 +68,9 @@ protected:
     void clearCancellation();
 
     virtual void deliverValue(PromiseHandlerBase& handler) = 0;
-    virtual void wasCancelled() { } ///< Before what `onCancel()` set runs.
+    /// Stands for an `onCancel()` of the node's maker's.
+    virtual void wasCancelled() { }
+    void reserveCancellation() noexcept { _cancellationSet = true; } ///< One `onCancel()` a promise: this is it.
 
 private:
     bool cancelThis();

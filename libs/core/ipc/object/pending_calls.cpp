@@ -14,6 +14,7 @@ PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::ui
     : _reference(std::move(reference)),
       _requestId(requestId)
 {
+    reserveCancellation();
 }
 
 PendingCall::~PendingCall() = default;
