@@ -2,6 +2,7 @@
 // count that keeps an object for ever, a death not told, a ping that fires twice, one bad peer that disturbs the others.
 #include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/limits.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
@@ -10,6 +11,7 @@
 #include "support/run_until.h"
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
 
 namespace {
@@ -56,6 +58,17 @@ protected:
         EXPECT_TRUE(test::runUntil(loop, [&] { return peer->isConnected(); }));
         return peer;
     }
+
+    /// A message that brings `many` objects of `owner` to `receiver`: more than the hub drops at once.
+    static Value listing(const test::Peer& owner, const test::Peer& receiver)
+    {
+        Value objects(Value::MAP);
+        for (std::uint64_t i = 0; i < many; ++i) objects.set((i << 16) + owner.id(), "X");
+        auto message = test::objectMessage(owner.id(), receiver.id(), {});
+        message.set(field::OBJECTS, std::move(objects));
+        return message;
+    }
+    static constexpr std::uint64_t many = 10'000;
 
     /// All that has been sent so far has been handled: the hub answers this peer's registry call behind it.
     void settle() { test::runTurns(loop, 40); }
@@ -151,6 +164,84 @@ TEST_F(DispatcherTest, TellsTheOwnerWhenNobodyHoldsItsObject)
     ASSERT_TRUE(released(4)) << "the only holder has died";
     EXPECT_EQ(owner->last(type::WORKER_DEAD)->at(field::WORKER_ID), Value(holder->id()));
     EXPECT_EQ(gone, std::vector { holder->id() });
+}
+
+TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
+{
+    const auto owner = join();
+    const auto other = join();
+    const auto holder = join();
+    const auto heir = join();
+    owner->send(listing(*owner, *holder));
+    other->send(listing(*other, *holder));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return holder->count(type::MESSAGE) == 2; }));
+    const auto before = dispatcher.usageCounts().objectCount();
+    holder->close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.usageCounts().objectCount() < before; }));
+
+    // Before all of it has been dropped its objects are sent again, and one of their owners dies.
+    owner->send(listing(*owner, *heir));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::MESSAGE) == 1; }));
+    EXPECT_TRUE(gone.empty()) << "nobody else was let in";
+    other->close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::WORKER_DEAD) == 2; }));
+    EXPECT_EQ(gone, (std::vector { holder->id(), other->id() }));
+    for (std::uint64_t i = 0; i < many; ++i) heir->send(release(objectOf(owner->id(), i), 1));
+    ASSERT_TRUE(test::runUntil(
+        loop, [&] { return owner->last(type::WORKER_DEAD) && dispatcher.usageCounts().ownedCount(owner->id()) == 0; }));
+    settle();
+
+    std::map<ObjectId, int> uses;
+    std::size_t releasesBehindNotice = 0;
+    bool isTold = false;
+    for (const auto& message : owner->messages()) {
+        if (message.at(field::TYPE) == Value(type::WORKER_DEAD)) isTold = true;
+        if (message.at(field::TYPE) != Value(type::INSTANCE_RELEASE)) continue;
+        uses[message.at(field::OBJECT_ID).to<ObjectId>()] += message.at(field::USAGE_COUNT).to<int>();
+        releasesBehindNotice += isTold;
+    }
+    EXPECT_EQ(uses.size(), many);
+    EXPECT_TRUE(std::ranges::all_of(uses, [](const auto& entry) { return entry.second == 2; })) << "sent twice each";
+    EXPECT_EQ(releasesBehindNotice, many) << "those of the heir alone";
+    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before - 2 * many);
+}
+
+TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)
+{
+    auto hub = std::make_unique<ipc::Dispatcher>(loop, timeout);
+    bool ready = false;
+    hub->onReady().connect([&] { ready = true; }).detach();
+    hub->bind();
+    hub->start();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return ready; }));
+    test::Peer owner(loop, hub->pipePath());
+    test::Peer holder(loop, hub->pipePath());
+    for (auto* peer : { &owner, &holder }) {
+        peer->hello();
+        ASSERT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
+    }
+    owner.send(listing(owner, holder));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return holder.count(type::MESSAGE) == 1; }));
+    holder.close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return hub->usageCounts().ownedCount(owner.id()) < many; }));
+    EXPECT_GT(hub->usageCounts().ownedCount(owner.id()), 0u);
+    hub.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return owner.isEnded(); }));
+    EXPECT_EQ(owner.count(type::WORKER_DEAD), 0u);
+}
+
+TEST(InstanceRelease, IsWhatTheGeneralEncoderWrites)
+{
+    for (const ObjectId objectId : { 0ull, 127ull, 128ull, 255ull, 256ull, 65'535ull, 65'536ull, 0xFFFF'FFFFull,
+             0x1'0000'0000ull, 0x7FFF'FFFF'FFFF'FFFFull, 0xFFFF'FFFF'FFFF'FFFFull }) {
+        for (const std::uint32_t count : { 1u, 127u, 128u, 256u, 65'536u, ipc::limits::uses }) {
+            const auto message = Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, objectId },
+                { field::USAGE_COUNT, count } });
+            const auto frame = ipc::encodeInstanceRelease(objectId, count);
+            ASSERT_EQ(frame.count(), 1u);
+            EXPECT_EQ(frame.parts().front(), ipc::MessageHelper::encode(message).parts().front());
+        }
+    }
 }
 
 TEST_F(DispatcherTest, TellsEverybodyOfADeathAndForgetsTheDead)

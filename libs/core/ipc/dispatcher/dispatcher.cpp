@@ -1,4 +1,5 @@
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus_impl.h"
@@ -21,6 +22,9 @@ namespace ipc {
 namespace {
 
 constexpr int backlog = 128;
+
+// Objects of a dead worker that are dropped before others have their turn: well below a millisecond.
+constexpr std::size_t deathPart = 1000;
 
 fn::String newPipePath()
 {
@@ -284,8 +288,7 @@ void Dispatcher::sendRelease(const UsageCounts::Release& release)
 {
     const auto owner = connectionOf(ownerOf(release.objectId));
     if (!owner) return;
-    owner->send(fn::Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, release.objectId },
-        { field::USAGE_COUNT, release.count } }));
+    owner->send(encodeInstanceRelease(release.objectId, release.count));
 }
 
 // --- Ends
@@ -305,13 +308,34 @@ void Dispatcher::onWorkerEOS(const Connection& connection)
 void Dispatcher::workerDied(const Connection& connection)
 {
     if (_connections.erase(connection) == 0) return; // Told already.
-    const auto id = connection->info().workerId;
     if (connection->isIdentified()) {
+        const auto id = connection->info().workerId;
         _workers.erase(id);
-        if (id != 0) _deadIds.push_back(id); // 0 means the dispatcher's own worker to everybody, for ever.
         if (_registry) _registry->forgetWorker(id);
     }
-    for (const auto& due : _counts.workerDied(id)) sendRelease(due);
+    _dying.push_back(connection);
+    if (_dying.size() == 1) endFirstDying();
+}
+
+/// Drops a part of what is counted for who died first, and tells everybody behind the last part: releases come before the
+/// notice, and deaths in their order. A small death is one part; between those of a large one others' messages are
+/// handled, to which its references count as not yet released.
+void Dispatcher::endFirstDying()
+{
+    const auto connection = _dying.front();
+    const auto id = connection->info().workerId;
+    for (const auto& due : _counts.workerDied(id, deathPart)) sendRelease(due);
+    const bool isOver = !_counts.concerns(id);
+    if (isOver) _dying.pop_front();
+    if (!_dying.empty()) _dyingTask = _loop.schedule({}, [this] { endFirstDying(); });
+    if (isOver) tellDeath(connection);
+}
+
+void Dispatcher::tellDeath(const Connection& connection)
+{
+    const auto id = connection->info().workerId;
+    // Given out again only now. 0 means the dispatcher's own worker to everybody, for ever.
+    if (connection->isIdentified() && id != 0) _deadIds.push_back(id);
     const auto notice =
         WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
     for (const auto& other : _connections) other->send(notice);

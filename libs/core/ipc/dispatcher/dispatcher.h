@@ -104,6 +104,8 @@ private:
     void sendRelease(const UsageCounts::Release& release);
     void onWorkerEOS(const Connection& connection);
     void workerDied(const Connection& connection);
+    void endFirstDying();
+    void tellDeath(const Connection& connection);
     void closeConnection(const Connection& connection, const char* reason);
     std::optional<WorkerId> nextWorkerId();
     Connection connectionOf(WorkerId workerId) const;
@@ -121,6 +123,8 @@ private:
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
+    std::deque<Connection> _dying; // In the order of their deaths: closed, but counts of theirs are left.
+    fn::Handle _dyingTask; // The next part of the first one.
     std::deque<WorkerId> _deadIds; // In the order of their deaths: the longest dead is given out first.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;

@@ -57,8 +57,12 @@ public:
     /// `worker` releases `count` of the messages that brought it the object.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops everything that the worker owned or held; what must be released to other owners now.
-    std::vector<Release> workerDied(WorkerId worker);
+    /// Drops what the dead worker owned and held, at most `most` objects of it, until it `concerns()` nobody any more; what
+    /// must be released to other owners now. Meanwhile the rest counts as before.
+    std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
+
+    /// Whether objects may be counted that the worker owns or holds; certainly not when all of a death is over.
+    bool concerns(WorkerId worker) const { return _index.contains(worker); }
 
     /// Drops what was counted under an id after its death, when the id is given out again.
     void forget(WorkerId worker);
