@@ -3,16 +3,19 @@
 #include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/dispatcher/instance_release.h"
+#include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/limits.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include "support/expectations.h"
+#include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/run_until.h"
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
+#include <sys/resource.h>
 
 namespace {
 
@@ -82,6 +85,23 @@ protected:
 };
 
 ObjectId objectOf(WorkerId owner, std::uint64_t sequence) { return (sequence << 16) + owner; }
+
+/// Lets this process have no more than `files` open, for a scope.
+class OpenFilesLimit {
+public:
+    explicit OpenFilesLimit(std::uint64_t files)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &_before);
+        const rlimit limit { files, _before.rlim_max };
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    OpenFilesLimit(const OpenFilesLimit&) = delete;
+    OpenFilesLimit& operator=(const OpenFilesLimit&) = delete;
+    ~OpenFilesLimit() { ::setrlimit(RLIMIT_NOFILE, &_before); }
+
+private:
+    rlimit _before = {};
+};
 
 Value release(ObjectId id, std::int64_t count)
 {
@@ -475,6 +495,42 @@ TEST_F(DispatcherTest, ServesFiveHundredConnectionsAtOnce)
     peers.clear();
     ASSERT_TRUE(test::runUntil(loop, [&] { return gone.size() == 500; }));
     EXPECT_EQ(join()->id(), 501);
+}
+
+TEST_F(DispatcherTest, OutOfFilesItSaysSoNowAndThenAndGoesOn)
+{
+    const auto sender = join();
+    const auto witness = join();
+    const auto left = [] { return ipc::openFiles().left; };
+    const auto warnings = [](const test::LogCapture& log) {
+        return std::ranges::count_if(
+            log.lines(), [](const std::string& line) { return line.find("Raise the limit") != std::string::npos; });
+    };
+    const test::LogCapture log(2);
+    std::vector<std::unique_ptr<test::Peer>> peers;
+    {
+        const OpenFilesLimit few(ipc::openFiles().limit - left() + 12);
+        peers.push_back(join());
+        EXPECT_EQ(warnings(log), 1);
+        // Each has a socket of its own; the hub has none for most of them.
+        while (left() > 2) {
+            peers.push_back(std::make_unique<test::Peer>(loop, dispatcher.pipePath()));
+            peers.back()->hello();
+        }
+        ASSERT_TRUE(test::runUntil(
+            loop, [&] { return std::ranges::any_of(peers, [](const auto& peer) { return peer->isEnded(); }); }));
+        settle();
+        EXPECT_EQ(warnings(log), 1);
+        sender->send(test::objectMessage(sender->id(), witness->id(), "goes on"));
+        EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+        peers.clear();
+        settle();
+        clock.advance(fn::Duration::seconds(60));
+        peers.push_back(join());
+        EXPECT_EQ(warnings(log), 2);
+    }
+    peers.push_back(join());
+    EXPECT_EQ(warnings(log), 2);
 }
 
 TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelay)

@@ -7,6 +7,7 @@
 #include "foundation/uv/pipe_stream.h"
 #include <deque>
 #include <fmt/format.h>
+#include <optional>
 #include <set>
 #include <unordered_map>
 
@@ -92,6 +93,7 @@ private:
 
     void onConnection(const fn::uv::Status& status);
     void accept();
+    void warnOfFewOpenFiles();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
@@ -120,6 +122,7 @@ private:
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection> _connections; // Every accepted connection that has not died.
     int _waitingConnections = 0; // Not accepted before the own worker is there.
+    std::optional<fn::Duration> _warnedAt; // Of few files left to open.
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
