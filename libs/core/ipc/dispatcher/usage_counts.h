@@ -57,11 +57,11 @@ public:
     /// `worker` releases `count` of the messages that brought it the object.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops what the dead worker owned and held, at most `most` objects of it, until it `concerns()` nobody any more; what
-    /// must be released to other owners now. Meanwhile the rest counts as before.
+    /// Drops what the dead worker owned and held, `most` objects of it: to be called again while it `concerns()` the worker.
+    /// What must be released to other owners now. The rest counts as before meanwhile.
     std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
 
-    /// Whether objects may be counted that the worker owns or holds; certainly not when all of a death is over.
+    /// Whether objects may be counted that the worker owns or holds. Not once all of a dead one has been dropped.
     bool concerns(WorkerId worker) const { return _index.contains(worker); }
 
     /// Drops what was counted under an id after its death, when the id is given out again.
