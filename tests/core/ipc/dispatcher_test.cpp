@@ -103,6 +103,12 @@ private:
     rlimit _before = {};
 };
 
+std::uint64_t usedFiles()
+{
+    const auto [limit, left] = ipc::openFiles();
+    return limit - left;
+}
+
 Value release(ObjectId id, std::int64_t count)
 {
     return Value::map(
@@ -497,40 +503,45 @@ TEST_F(DispatcherTest, ServesFiveHundredConnectionsAtOnce)
     EXPECT_EQ(join()->id(), 501);
 }
 
-TEST_F(DispatcherTest, OutOfFilesItSaysSoNowAndThenAndGoesOn)
+TEST_F(DispatcherTest, SaysNowAndThenThatFilesRunOut)
 {
-    const auto sender = join();
-    const auto witness = join();
-    const auto left = [] { return ipc::openFiles().left; };
-    const auto warnings = [](const test::LogCapture& log) {
+    const test::LogCapture log(2);
+    const auto warnings = [&] {
         return std::ranges::count_if(
             log.lines(), [](const std::string& line) { return line.find("Raise the limit") != std::string::npos; });
     };
-    const test::LogCapture log(2);
+    const auto first = join();
+    EXPECT_EQ(warnings(), 0);
+    const OpenFilesLimit few(usedFiles() + 12);
+    const auto second = join();
+    const auto third = join();
+    EXPECT_EQ(warnings(), 1);
+    clock.advance(fn::Duration::seconds(60));
+    const auto fourth = join();
+    EXPECT_EQ(warnings(), 2);
+}
+
+TEST_F(DispatcherTest, RefusesWhoComesWithoutFilesAndGoesOn)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizers open files themselves to look at objects";
+#endif
+    const auto sender = join();
+    const auto witness = join();
     std::vector<std::unique_ptr<test::Peer>> peers;
     {
-        const OpenFilesLimit few(ipc::openFiles().limit - left() + 12);
-        peers.push_back(join());
-        EXPECT_EQ(warnings(log), 1);
-        // Each has a socket of its own; the hub has none for most of them.
-        while (left() > 2) {
+        // Each has a socket of its own, and little is left to the hub.
+        const OpenFilesLimit few(usedFiles() + 10);
+        for (int i = 0; i < 8; ++i) {
             peers.push_back(std::make_unique<test::Peer>(loop, dispatcher.pipePath()));
             peers.back()->hello();
         }
         ASSERT_TRUE(test::runUntil(
             loop, [&] { return std::ranges::any_of(peers, [](const auto& peer) { return peer->isEnded(); }); }));
-        settle();
-        EXPECT_EQ(warnings(log), 1);
         sender->send(test::objectMessage(sender->id(), witness->id(), "goes on"));
         EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
-        peers.clear();
-        settle();
-        clock.advance(fn::Duration::seconds(60));
-        peers.push_back(join());
-        EXPECT_EQ(warnings(log), 2);
     }
-    peers.push_back(join());
-    EXPECT_EQ(warnings(log), 2);
+    EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }
 
 TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelay)
