@@ -8,6 +8,18 @@
 #include <algorithm>
 
 namespace ipc {
+namespace {
+
+/// Takes `key` from a worker's set in `index`.
+template <typename Index, typename Key> void takeOut(Index& index, WorkerId workerId, const Key& key)
+{
+    const auto found = index.find(workerId);
+    if (found == index.end()) return;
+    found->second.erase(key);
+    if (found->second.empty()) index.erase(found);
+}
+
+} // namespace
 
 RegistryImpl::RegistryImpl(Worker& worker) : CallableObjectInstance(worker) { }
 RegistryImpl::~RegistryImpl() = default;
@@ -43,11 +55,14 @@ void RegistryImpl::getInstance(const CallContext& context, const fn::Value& argu
 /// and the caller waits for its successor.
 fn::AutoPtr<ObjectReference> RegistryImpl::findVisible(const fn::String& className) const
 {
-    const auto entry = _entries.find(className);
-    if (entry == _entries.end()) return {};
-    const auto visible = std::ranges::find_if(entry->second, [](const auto& place) { return !place.second.hidden; });
-    if (visible == entry->second.end() || !visible->second.reference->tryRetain()) return {};
-    return fn::AutoPtr<ObjectReference>::adopt(visible->second.reference.get());
+    for (auto found = _registrations.lower_bound({ className, Place::first() });
+         found != _registrations.end() && found->first.first == className; ++found) {
+        const auto& [reference, registeredBy, hidden] = found->second;
+        if (hidden) continue;
+        return reference->tryRetain() ? fn::AutoPtr<ObjectReference>::adopt(reference.get())
+                                      : fn::AutoPtr<ObjectReference>();
+    }
+    return {};
 }
 
 void RegistryImpl::wait(const CallContext& context, const fn::String& className, std::int64_t milliseconds)
@@ -56,13 +71,13 @@ void RegistryImpl::wait(const CallContext& context, const fn::String& className,
         sendError(context, fn::RuntimeException("The class name to look for is too long"));
         return;
     }
-    auto& count = _waiterCounts[context.workerId];
-    if (count >= limits::waiters) {
+    auto& ofCaller = _waitersOf[context.workerId];
+    if (ofCaller.size() >= limits::waiters) {
         sendError(context, fn::RuntimeException("Too many look-ups of one worker are waiting"));
         return;
     }
-    ++count;
     const WaiterKey key(className, _nextSequence++);
+    ofCaller.insert(key);
     const auto delay = fn::Duration::milliseconds(std::max<std::int64_t>(milliseconds, 0));
     auto timer = loop().schedule(delay, [this, key] { onWaitOver(key); });
     _waiters.emplace(key, Waiter { context, std::move(timer) });
@@ -73,7 +88,7 @@ void RegistryImpl::onWaitOver(const WaiterKey& key)
     const auto ended = _waiters.extract(key);
     if (!ended) return;
     const auto& [context, timer] = ended.mapped();
-    countDown(_waiterCounts, context.workerId);
+    takeOut(_waitersOf, context.workerId, ended.key());
     sendError(context,
         fn::OperationTimedOutException("Object of class " + ended.key().first + " is not available. Try restarting "
             + core::AppInfo::instance().applicationDisplayName()));
@@ -86,7 +101,7 @@ void RegistryImpl::answerWaiters(const fn::String& className, const fn::AutoPtr<
     for (; waiter != _waiters.end() && waiter->first.first == className; ++waiter) {
         auto& [context, timer] = waiter->second;
         timer.invalidate();
-        countDown(_waiterCounts, context.workerId);
+        takeOut(_waitersOf, context.workerId, waiter->first);
         sendResult(context, reference);
     }
     _waiters.erase(begin, waiter);
@@ -94,38 +109,23 @@ void RegistryImpl::answerWaiters(const fn::String& className, const fn::AutoPtr<
 
 void RegistryImpl::forgetWorker(WorkerId workerId)
 {
-    if (!_waiterCounts.contains(workerId)) return;
-    std::erase_if(_waiters, [&](const auto& entry) { return entry.second.context.workerId == workerId; });
-    _waiterCounts.erase(workerId);
-}
-
-void RegistryImpl::countDown(std::map<WorkerId, std::size_t>& counts, WorkerId workerId)
-{
-    const auto count = counts.find(workerId);
-    if (count != counts.end() && --count->second == 0) counts.erase(count);
+    const auto forgotten = _waitersOf.extract(workerId);
+    if (!forgotten) return;
+    for (const auto& key : forgotten.mapped()) _waiters.erase(key);
 }
 
 // --- For inspectors
 
-std::size_t RegistryImpl::registrationCount() const
-{
-    std::size_t sum = 0;
-    for (const auto& [workerId, count] : _registrationCounts) sum += count;
-    return sum;
-}
-
 std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::size_t skip, std::size_t most) const
 {
     std::vector<RegistrationInfo> found;
-    for (const auto& [className, entry] : _entries) {
-        for (const auto& [place, registration] : entry) {
-            if (found.size() == most) return found;
-            if (skip > 0)
-                --skip;
-            else
-                found.push_back({ className, place.first, registration.reference->objectId(), registration.registeredBy,
-                    registration.hidden });
-        }
+    for (const auto& [key, registration] : _registrations) {
+        if (found.size() == most) return found;
+        if (skip > 0)
+            --skip;
+        else
+            found.push_back({ key.first, key.second.priority, registration.reference->objectId(),
+                registration.registeredBy, registration.hidden });
     }
     return found;
 }
@@ -164,36 +164,37 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
         return;
     }
     ++count;
-    const Place place(priority, _nextSequence++);
-    _entries[className].emplace(place, Registration { reference, context.workerId });
+    const RegistrationKey key(className, Place { priority, _nextSequence++ });
+    _registrations.emplace(key, Registration { reference, context.workerId });
+    _registrationsOf[ownerOf(reference->objectId())].insert(key);
     answerWaiters(className, reference);
     // The connection lives as long as the reference, which may outlive the registry.
     reference->objectDeadSignal()
-        .connect([self = fn::WeakPtr(this), className, place] {
-            if (const auto registry = self.lock()) registry->removeRegistration(className, place);
+        .connect([self = fn::WeakPtr(this), key] {
+            if (const auto registry = self.lock()) registry->removeRegistration(key);
         })
         .detach();
     sendResult(context, {});
 }
 
-void RegistryImpl::removeRegistration(const fn::String& className, const Place& place)
+void RegistryImpl::removeRegistration(const RegistrationKey& key)
 {
-    const auto entry = _entries.find(className);
-    if (entry == _entries.end()) return;
-    const auto removed = entry->second.extract(place);
+    const auto removed = _registrations.extract(key);
     if (!removed) return;
-    countDown(_registrationCounts, removed.mapped().registeredBy);
-    if (entry->second.empty()) _entries.erase(entry);
+    const auto& [reference, registeredBy, hidden] = removed.mapped();
+    takeOut(_registrationsOf, ownerOf(reference->objectId()), key);
+    const auto count = _registrationCounts.find(registeredBy);
+    if (--count->second == 0) _registrationCounts.erase(count);
 }
 
 void RegistryImpl::setInstancesHidden(const CallContext& context, bool hidden)
 {
-    for (auto& [className, entry] : _entries) {
-        for (auto& [place, registration] : entry) {
-            if (ownerOf(registration.reference->objectId()) != context.workerId) continue;
+    if (const auto own = _registrationsOf.find(context.workerId); own != _registrationsOf.end()) {
+        for (const auto& key : own->second) {
+            auto& registration = _registrations.at(key);
             const bool isShownAgain = registration.hidden && !hidden;
             registration.hidden = hidden;
-            if (isShownAgain) answerWaiters(className, registration.reference);
+            if (isShownAgain) answerWaiters(key.first, registration.reference);
         }
     }
     sendResult(context, {});

@@ -1,7 +1,10 @@
 #pragma once
 #include "core/ipc/object/callable_object_instance.h"
-#include <functional>
+#include <compare>
 #include <map>
+#include <set>
+#include <tuple>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -31,7 +34,7 @@ public:
     std::vector<RegistrationInfo> registrations(
         std::size_t skip, std::size_t most) const; ///< Of a class, as looked up.
     std::vector<WaiterInfo> waiters(std::size_t skip, std::size_t most) const;
-    std::size_t registrationCount() const;
+    std::size_t registrationCount() const { return _registrations.size(); }
     std::size_t waiterCount() const { return _waiters.size(); }
 
     /// A worker has died: nobody is left to answer. Its registrations end with its objects.
@@ -48,9 +51,20 @@ private:
         WorkerId registeredBy; // Counted against it, whoever the object belongs to.
         bool hidden = false;
     };
-    /// Priority, then the order of registering: both descending, so that the first one is who is looked for.
-    using Place = std::pair<std::int32_t, std::uint64_t>;
-    using Registrations = std::map<Place, Registration, std::greater<>>; // Never empty in the table.
+    /// Where a registration stands in its class: the highest priority first, of equal ones the latest.
+    struct Place {
+        std::int32_t priority;
+        std::uint64_t sequence;
+        /// Before everybody else in a class.
+        static constexpr Place first() { return { INT32_MAX, UINT64_MAX }; }
+        bool operator==(const Place&) const = default;
+        std::strong_ordering operator<=>(const Place& other) const
+        {
+            return std::tie(other.priority, other.sequence) <=> std::tie(priority, sequence);
+        }
+    };
+    using RegistrationKey = std::pair<fn::String, Place>; // Class name first.
+    using Registrations = std::map<RegistrationKey, Registration>;
 
     /// Class name, then the order of asking.
     using WaiterKey = std::pair<fn::String, std::uint64_t>;
@@ -59,6 +73,9 @@ private:
         fn::Handle timer;
     };
 
+    /// What concerns each worker, in the order of the table of all; nobody's set is empty.
+    template <typename Key> using Index = std::unordered_map<WorkerId, std::set<Key>>;
+
     void getInstance(const CallContext& context, const fn::Value& argument);
     void registerInstance(const CallContext& context, const fn::Value& argument);
     void setInstancesHidden(const CallContext& context, bool hidden);
@@ -66,14 +83,14 @@ private:
     void wait(const CallContext& context, const fn::String& className, std::int64_t milliseconds);
     void onWaitOver(const WaiterKey& key);
     void answerWaiters(const fn::String& className, const fn::AutoPtr<ObjectReference>& reference);
-    void removeRegistration(const fn::String& className, const Place& place);
-    static void countDown(std::map<WorkerId, std::size_t>& counts, WorkerId workerId);
+    void removeRegistration(const RegistrationKey& key);
 
-    std::map<fn::String, Registrations> _entries;
+    Registrations _registrations;
     std::map<WaiterKey, Waiter> _waiters;
     std::uint64_t _nextSequence = 0; // Of registrations and waiters.
-    std::map<WorkerId, std::size_t> _registrationCounts; // By the calling worker.
-    std::map<WorkerId, std::size_t> _waiterCounts; // By the calling worker.
+    Index<RegistrationKey> _registrationsOf; // By the owner of the object.
+    Index<WaiterKey> _waitersOf; // By the calling worker.
+    std::unordered_map<WorkerId, std::size_t> _registrationCounts; // By the calling worker.
 };
 
 } // namespace ipc

@@ -2,15 +2,20 @@
 // count that keeps an object for ever, a death not told, a ping that fires twice, one bad peer that disturbs the others.
 #include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/instance_release.h"
+#include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/limits.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include "support/expectations.h"
+#include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/run_until.h"
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
+#include <sys/resource.h>
 
 namespace {
 
@@ -57,6 +62,17 @@ protected:
         return peer;
     }
 
+    /// A message that brings `many` objects of `owner` to `receiver`: more than the hub drops at once.
+    static Value listing(const test::Peer& owner, const test::Peer& receiver)
+    {
+        Value objects(Value::MAP);
+        for (std::uint64_t i = 0; i < many; ++i) objects.set((i << 16) + owner.id(), "X");
+        auto message = test::objectMessage(owner.id(), receiver.id(), {});
+        message.set(field::OBJECTS, std::move(objects));
+        return message;
+    }
+    static constexpr std::uint64_t many = 10'000;
+
     /// All that has been sent so far has been handled: the hub answers this peer's registry call behind it.
     void settle() { test::runTurns(loop, 40); }
 
@@ -69,6 +85,29 @@ protected:
 };
 
 ObjectId objectOf(WorkerId owner, std::uint64_t sequence) { return (sequence << 16) + owner; }
+
+/// Lets this process have no more than `files` open, for a scope.
+class OpenFilesLimit {
+public:
+    explicit OpenFilesLimit(std::uint64_t files)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &_before);
+        const rlimit limit { files, _before.rlim_max };
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    OpenFilesLimit(const OpenFilesLimit&) = delete;
+    OpenFilesLimit& operator=(const OpenFilesLimit&) = delete;
+    ~OpenFilesLimit() { ::setrlimit(RLIMIT_NOFILE, &_before); }
+
+private:
+    rlimit _before = {};
+};
+
+std::uint64_t usedFiles()
+{
+    const auto [limit, left] = ipc::openFiles();
+    return limit - left;
+}
 
 Value release(ObjectId id, std::int64_t count)
 {
@@ -151,6 +190,84 @@ TEST_F(DispatcherTest, TellsTheOwnerWhenNobodyHoldsItsObject)
     ASSERT_TRUE(released(4)) << "the only holder has died";
     EXPECT_EQ(owner->last(type::WORKER_DEAD)->at(field::WORKER_ID), Value(holder->id()));
     EXPECT_EQ(gone, std::vector { holder->id() });
+}
+
+TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
+{
+    const auto owner = join();
+    const auto other = join();
+    const auto holder = join();
+    const auto heir = join();
+    owner->send(listing(*owner, *holder));
+    other->send(listing(*other, *holder));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return holder->count(type::MESSAGE) == 2; }));
+    const auto before = dispatcher.usageCounts().objectCount();
+    holder->close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.usageCounts().objectCount() < before; }));
+
+    // Before all of it has been dropped its objects are sent again, and one of their owners dies.
+    owner->send(listing(*owner, *heir));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::MESSAGE) == 1; }));
+    EXPECT_TRUE(gone.empty()) << "nobody else was let in";
+    other->close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::WORKER_DEAD) == 2; }));
+    EXPECT_EQ(gone, (std::vector { holder->id(), other->id() }));
+    for (std::uint64_t i = 0; i < many; ++i) heir->send(release(objectOf(owner->id(), i), 1));
+    ASSERT_TRUE(test::runUntil(
+        loop, [&] { return owner->last(type::WORKER_DEAD) && dispatcher.usageCounts().ownedCount(owner->id()) == 0; }));
+    settle();
+
+    std::map<ObjectId, int> uses;
+    std::size_t releasesBehindNotice = 0;
+    bool isTold = false;
+    for (const auto& message : owner->messages()) {
+        if (message.at(field::TYPE) == Value(type::WORKER_DEAD)) isTold = true;
+        if (message.at(field::TYPE) != Value(type::INSTANCE_RELEASE)) continue;
+        uses[message.at(field::OBJECT_ID).to<ObjectId>()] += message.at(field::USAGE_COUNT).to<int>();
+        releasesBehindNotice += isTold;
+    }
+    EXPECT_EQ(uses.size(), many);
+    EXPECT_TRUE(std::ranges::all_of(uses, [](const auto& entry) { return entry.second == 2; })) << "sent twice each";
+    EXPECT_EQ(releasesBehindNotice, many) << "those of the heir alone";
+    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before - 2 * many);
+}
+
+TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)
+{
+    auto hub = std::make_unique<ipc::Dispatcher>(loop, timeout);
+    bool ready = false;
+    hub->onReady().connect([&] { ready = true; }).detach();
+    hub->bind();
+    hub->start();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return ready; }));
+    test::Peer owner(loop, hub->pipePath());
+    test::Peer holder(loop, hub->pipePath());
+    for (auto* peer : { &owner, &holder }) {
+        peer->hello();
+        ASSERT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
+    }
+    owner.send(listing(owner, holder));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return holder.count(type::MESSAGE) == 1; }));
+    holder.close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return hub->usageCounts().ownedCount(owner.id()) < many; }));
+    EXPECT_GT(hub->usageCounts().ownedCount(owner.id()), 0u);
+    hub.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return owner.isEnded(); }));
+    EXPECT_EQ(owner.count(type::WORKER_DEAD), 0u);
+}
+
+TEST(InstanceRelease, IsWhatTheGeneralEncoderWrites)
+{
+    for (const ObjectId objectId : { 0ull, 127ull, 128ull, 255ull, 256ull, 65'535ull, 65'536ull, 0xFFFF'FFFFull,
+             0x1'0000'0000ull, 0x7FFF'FFFF'FFFF'FFFFull, 0xFFFF'FFFF'FFFF'FFFFull }) {
+        for (const std::uint32_t count : { 1u, 127u, 128u, 256u, 65'536u, ipc::limits::uses }) {
+            const auto message = Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, objectId },
+                { field::USAGE_COUNT, count } });
+            const auto frame = ipc::encodeInstanceRelease(objectId, count);
+            ASSERT_EQ(frame.count(), 1u);
+            EXPECT_EQ(frame.parts().front(), ipc::MessageHelper::encode(message).parts().front());
+        }
+    }
 }
 
 TEST_F(DispatcherTest, TellsEverybodyOfADeathAndForgetsTheDead)
@@ -384,6 +501,47 @@ TEST_F(DispatcherTest, ServesFiveHundredConnectionsAtOnce)
     peers.clear();
     ASSERT_TRUE(test::runUntil(loop, [&] { return gone.size() == 500; }));
     EXPECT_EQ(join()->id(), 501);
+}
+
+TEST_F(DispatcherTest, SaysNowAndThenThatFilesRunOut)
+{
+    const test::LogCapture log(2);
+    const auto warnings = [&] {
+        return std::ranges::count_if(
+            log.lines(), [](const std::string& line) { return line.find("Raise the limit") != std::string::npos; });
+    };
+    const auto first = join();
+    EXPECT_EQ(warnings(), 0);
+    const OpenFilesLimit few(usedFiles() + 12);
+    const auto second = join();
+    const auto third = join();
+    EXPECT_EQ(warnings(), 1);
+    clock.advance(fn::Duration::seconds(60));
+    const auto fourth = join();
+    EXPECT_EQ(warnings(), 2);
+}
+
+TEST_F(DispatcherTest, RefusesWhoComesWithoutFilesAndGoesOn)
+{
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizers open files themselves to look at objects";
+#endif
+    const auto sender = join();
+    const auto witness = join();
+    std::vector<std::unique_ptr<test::Peer>> peers;
+    {
+        // Each has a socket of its own, and little is left to the hub.
+        const OpenFilesLimit few(usedFiles() + 10);
+        for (int i = 0; i < 8; ++i) {
+            peers.push_back(std::make_unique<test::Peer>(loop, dispatcher.pipePath()));
+            peers.back()->hello();
+        }
+        ASSERT_TRUE(test::runUntil(
+            loop, [&] { return std::ranges::any_of(peers, [](const auto& peer) { return peer->isEnded(); }); }));
+        sender->send(test::objectMessage(sender->id(), witness->id(), "goes on"));
+        EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+    }
+    EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }
 
 TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelay)

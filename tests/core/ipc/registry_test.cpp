@@ -3,6 +3,7 @@
 #include "core/app_info.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
+#include "core/ipc/registry_impl.h"
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "support/log_capture.h"
@@ -132,6 +133,66 @@ TEST_F(RegistryTest, HiddenInstancesAreSkippedUntilTheyAreShownAgain)
     settle();
     EXPECT_EQ(found(waiting), better->objectId());
     hide(*a, false); // Showing what is not hidden answers nobody anew.
+}
+
+TEST_F(RegistryTest, HidingConcernsAllOfOneOwnerAndNobodyElse)
+{
+    // Several of each owner in one class, among each other by priority.
+    const auto a9 = offer(*a, 9);
+    const auto b7 = offer(*b, 7);
+    const auto a5 = offer(*a, 5);
+    const auto b3 = offer(*b, 3);
+    const auto expect = [&](const fn::AutoPtr<Service>& service, const char* when) {
+        auto outcome = look();
+        EXPECT_EQ(found(outcome), service->objectId()) << when;
+    };
+    hide(*user, true);
+    expect(a9, "who has none has hidden none");
+    hide(*b, true);
+    expect(a9, "others are hidden");
+    hide(*a, true);
+    auto waiting = look();
+    EXPECT_FALSE(waiting.isOver());
+    hide(*b, false);
+    settle();
+    EXPECT_EQ(found(waiting), b7->objectId()) << "the best of those shown again";
+    b->worker->stop();
+    settle();
+    hide(*a, false);
+    expect(a9, "another one's registrations have ended meanwhile");
+    a->worker->stop();
+    settle();
+    const auto registry = dispatcher.registryImpl();
+    EXPECT_EQ(registry->registrationCount(), 1u) << "the bus is left";
+}
+
+TEST_F(RegistryTest, OneOfManyWhoWaitDiesAndTheOthersAreAnswered)
+{
+    // Two of the dying one: for a class that others await, too, and for one of its own.
+    const auto ask = [&](test::Client& client, const char* className, Outcome& outcome) {
+        loop.post([&, className] {
+            outcome.observe(client.worker->registry()->callMethod(
+                "getInstance", Value::map({ { "className", className }, { "timeout", 60'000 } })));
+        });
+        settle();
+    };
+    Outcome before, dying, alone, behind;
+    ask(*user, "test::ServiceReference", before);
+    ask(*a, "test::ServiceReference", dying);
+    ask(*a, "Nobody", alone);
+    ask(*user, "test::ServiceReference", behind);
+    const auto registry = dispatcher.registryImpl();
+    ASSERT_EQ(registry->waiterCount(), 4u);
+    a->worker->stop();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return registry->waiterCount() == 2; }));
+    const auto service = offer(*b, 0);
+    settle();
+    EXPECT_EQ(found(before), service->objectId());
+    EXPECT_EQ(found(behind), service->objectId());
+    EXPECT_EQ(registry->waiterCount(), 0u);
+    clock.advance(fn::Duration::seconds(61)); // Nobody's time-out is left to fire.
+    settle();
+    EXPECT_TRUE(before.isFulfilled());
 }
 
 TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)

@@ -102,7 +102,10 @@ TEST(UsageCounts, AgreesWithThePlainTablesOverRandomHistories)
                 note(due);
                 model.drop(worker, id, count);
             } else {
-                for (const auto& due : counts.workerDied(worker)) note(due);
+                const auto part = static_cast<std::size_t>(1 + pick(3));
+                do {
+                    for (const auto& due : counts.workerDied(worker, part)) note(due);
+                } while (counts.concerns(worker));
                 model.die(worker);
             }
             ASSERT_EQ(releases, model.releases) << "seed " << seed << " step " << step;

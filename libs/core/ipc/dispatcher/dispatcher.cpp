@@ -1,4 +1,6 @@
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/instance_release.h"
+#include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus_impl.h"
@@ -10,6 +12,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
+#include "foundation/time/clock.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 
@@ -21,6 +24,13 @@ namespace ipc {
 namespace {
 
 constexpr int backlog = 128;
+
+// Each connection takes one file, and other parts of the process open some, too.
+constexpr std::uint64_t fewOpenFiles = 16;
+constexpr auto warningInterval = fn::Duration::seconds(60);
+
+// Objects of a dead worker that are dropped before others have their turn: well below a millisecond.
+constexpr std::size_t deathPart = 1000;
 
 fn::String newPipePath()
 {
@@ -103,6 +113,22 @@ void Dispatcher::accept()
     const auto connection = fn::makeAuto<WorkerConnection>(*this);
     connection->accept(*_pipeStream);
     _connections.insert(connection);
+    warnOfFewOpenFiles();
+}
+
+/// Who connects when none is left is dropped by the system's side of the listener, which tells nobody: so it is said
+/// before.
+void Dispatcher::warnOfFewOpenFiles()
+{
+    const auto [limit, left] = openFiles();
+    if (left > fewOpenFiles) return;
+    const auto now = _loop.clock().monotonic();
+    if (_warnedAt && now - *_warnedAt < warningInterval) return;
+    _warnedAt = now;
+    LOG(2,
+        "Of the {} files that this process may have open at most {} are left: who connects when there are none is "
+        "refused. Raise the limit (ulimit -n, or LimitNOFILE of its service)",
+        limit, left);
 }
 
 void Dispatcher::workerDidConnect(Worker& worker)
@@ -284,8 +310,7 @@ void Dispatcher::sendRelease(const UsageCounts::Release& release)
 {
     const auto owner = connectionOf(ownerOf(release.objectId));
     if (!owner) return;
-    owner->send(fn::Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, release.objectId },
-        { field::USAGE_COUNT, release.count } }));
+    owner->send(encodeInstanceRelease(release.objectId, release.count));
 }
 
 // --- Ends
@@ -305,13 +330,34 @@ void Dispatcher::onWorkerEOS(const Connection& connection)
 void Dispatcher::workerDied(const Connection& connection)
 {
     if (_connections.erase(connection) == 0) return; // Told already.
-    const auto id = connection->info().workerId;
     if (connection->isIdentified()) {
+        const auto id = connection->info().workerId;
         _workers.erase(id);
-        if (id != 0) _deadIds.push_back(id); // 0 means the dispatcher's own worker to everybody, for ever.
         if (_registry) _registry->forgetWorker(id);
     }
-    for (const auto& due : _counts.workerDied(id)) sendRelease(due);
+    _dying.push_back(connection);
+    if (_dying.size() == 1) endFirstDying();
+}
+
+/// Drops a part of what is counted for who died first, and tells everybody behind the last part: releases come before the
+/// notice, and deaths in their order. A small death is one part; between those of a large one others' messages are
+/// handled, to which its references count as not yet released.
+void Dispatcher::endFirstDying()
+{
+    const auto connection = _dying.front();
+    const auto id = connection->info().workerId;
+    for (const auto& due : _counts.workerDied(id, deathPart)) sendRelease(due);
+    const bool isOver = !_counts.concerns(id);
+    if (isOver) _dying.pop_front();
+    if (!_dying.empty()) _dyingTask = _loop.schedule({}, [this] { endFirstDying(); });
+    if (isOver) tellDeath(connection);
+}
+
+void Dispatcher::tellDeath(const Connection& connection)
+{
+    const auto id = connection->info().workerId;
+    // Given out again only now. 0 means the dispatcher's own worker to everybody, for ever.
+    if (connection->isIdentified() && id != 0) _deadIds.push_back(id);
     const auto notice =
         WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
     for (const auto& other : _connections) other->send(notice);

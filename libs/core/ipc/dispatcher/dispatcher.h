@@ -7,6 +7,7 @@
 #include "foundation/uv/pipe_stream.h"
 #include <deque>
 #include <fmt/format.h>
+#include <optional>
 #include <set>
 #include <unordered_map>
 
@@ -92,6 +93,7 @@ private:
 
     void onConnection(const fn::uv::Status& status);
     void accept();
+    void warnOfFewOpenFiles();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
@@ -104,6 +106,8 @@ private:
     void sendRelease(const UsageCounts::Release& release);
     void onWorkerEOS(const Connection& connection);
     void workerDied(const Connection& connection);
+    void endFirstDying();
+    void tellDeath(const Connection& connection);
     void closeConnection(const Connection& connection, const char* reason);
     std::optional<WorkerId> nextWorkerId();
     Connection connectionOf(WorkerId workerId) const;
@@ -118,9 +122,12 @@ private:
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection> _connections; // Every accepted connection that has not died.
     int _waitingConnections = 0; // Not accepted before the own worker is there.
+    std::optional<fn::Duration> _warnedAt; // Of few files left to open.
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
+    std::deque<Connection> _dying; // In the order of their deaths: closed, but counts of theirs are left.
+    fn::Handle _dyingTask; // The next part of the first one.
     std::deque<WorkerId> _deadIds; // In the order of their deaths: the longest dead is given out first.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;

@@ -148,24 +148,22 @@ UsageCounts::Outcome UsageCounts::release(
     return Outcome::Done;
 }
 
-std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker)
+std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker, std::size_t most)
 {
     std::vector<Release> due;
     const auto index = _index.find(worker);
     if (index == _index.end()) return due;
-    // Taken out first: erasing an entry changes the sets of all whom it concerns.
-    const auto owned = std::move(index->second.owned);
-    const auto held = std::move(index->second.held);
-    for (const auto objectId : owned) erase(_entries.find(objectId));
-    for (const auto objectId : held) {
-        const auto found = _entries.find(objectId);
-        if (found == _entries.end()) continue;
+    auto& [owned, held] = index->second;
+    for (; most > 0 && !owned.empty(); --most) erase(_entries.find(*owned.begin()));
+    for (; most > 0 && !held.empty(); --most) {
+        const auto found = _entries.find(*held.begin());
+        held.erase(held.begin());
         auto& receivers = found->second.receivers;
         receivers.erase(find(receivers, worker));
         if (!receivers.empty()) continue;
         if (const auto release = takeRelease(found)) due.push_back(*release);
     }
-    _index.erase(worker);
+    if (owned.empty() && held.empty()) _index.erase(worker);
     return due;
 }
 

@@ -57,8 +57,12 @@ public:
     /// `worker` releases `count` of the messages that brought it the object.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops everything that the worker owned or held; what must be released to other owners now.
-    std::vector<Release> workerDied(WorkerId worker);
+    /// Drops what the dead worker owned and held, `most` objects of it: to be called again while it `concerns()` the worker.
+    /// What must be released to other owners now. The rest counts as before meanwhile.
+    std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
+
+    /// Whether objects may be counted that the worker owns or holds. Not once all of a dead one has been dropped.
+    bool concerns(WorkerId worker) const { return _index.contains(worker); }
 
     /// Drops what was counted under an id after its death, when the id is given out again.
     void forget(WorkerId worker);
