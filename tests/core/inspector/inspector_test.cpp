@@ -28,8 +28,6 @@ constexpr const char* keyOfDisks = "fUhlfDbNF0+VcEK+XoE6D19FEMx9E63n93u7C6KZjrE=
 /// Shows what it was asked, or throws.
 class EchoInspector final : public Inspector {
 public:
-    EchoInspector() { ++alive; }
-    ~EchoInspector() override { --alive; }
     using Inspector::inspect;
     InspectionResult inspect(const Value& action, const Value& refererAction) override
     {
@@ -38,7 +36,6 @@ public:
         InspectionResultWriter(result).append(action.toString()).append(refererAction.toString(), 7);
         return result;
     }
-    static inline int alive = 0;
 };
 
 /// Answers when the test says so.
@@ -221,10 +218,9 @@ TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
     EXPECT_EQ(inspect(*inspector, action, "start"),
         Value::map({ { "items",
             Value::array({ action.toString(), Value::map({ { "text", "start" }, { "action", 7 } }) }) } }));
-    Outcome failed;
-    loop.post([&] { failed.observe(inspector->callMethod("inspect", Value::map({ { "action", "fail" } }))); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return failed.isOver(); }));
-    EXPECT_EQ(failed.error(), "RangeException: there is no such page");
+    const auto failing = Value::map({ { "action", "fail" } });
+    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", failing); }).error(),
+        "RangeException: there is no such page");
 
     // Without arguments both actions are nil; other methods are not answered.
     EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(),
@@ -251,16 +247,6 @@ TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
     const auto redirection = page(top.items[0].action).redirectAction;
     ASSERT_TRUE(redirection);
     EXPECT_EQ(page(*redirection).items.at(0).text, "none");
-}
-
-TEST_F(InspectorTest, IsHeldByItsRegistrationAlone)
-{
-    const int before = EchoInspector::alive;
-    const auto id = publish("Disks", fn::makeAuto<EchoInspector>());
-    settle();
-    EXPECT_EQ(EchoInspector::alive, before + 1);
-    ask([&] { return browsing->unregisterInspector(id.to<unsigned>()); });
-    EXPECT_TRUE(test::runUntil(loop, [&] { return EchoInspector::alive == before; }));
 }
 
 TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
