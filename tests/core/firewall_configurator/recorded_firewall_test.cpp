@@ -84,19 +84,4 @@ TEST_P(RecordedFirewall, ChangesNothingIfTheUserSaysNo)
     EXPECT_EQ(directions(path), "");
 }
 
-TEST_P(RecordedFirewall, FailsWhereTheFileIsDamaged)
-{
-    const auto configurator = GetParam()();
-    EXPECT_TRUE(configurator->initialize(false));
-    bool isOn = false;
-    EXPECT_TRUE(configurator->isFirewallEnabled(isOn));
-    EXPECT_TRUE(isOn);
-    test::writeFile(platform::firewallFile(), "[Rule 1");
-    const test::LogCapture log;
-    EXPECT_FALSE(configurator->isFirewallEnabled(isOn));
-    EXPECT_FALSE(authorize(true, true));
-    EXPECT_TRUE(log.contains(isAdvanced ? "Can't retrieve firewall profile types!"
-                                        : "Application couldn't be added to the application collection!"));
-}
-
 } // namespace

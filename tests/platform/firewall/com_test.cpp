@@ -54,23 +54,6 @@ TEST(Utf16, StaysWithinTheRoomItIsGiven)
     EXPECT_EQ(convert(-2, output, 4), 0);
 }
 
-TEST(Bstr, KnowsItsLengthAndEndsWithAZero)
-{
-    const OLECHAR text[] = { u'a', 0, u'b', u'c' };
-    const auto copy = SysAllocStringLen(text, 3);
-    EXPECT_EQ(std::u16string_view(copy, SysStringLen(copy)), std::u16string_view(text, 3));
-    EXPECT_EQ(copy[3], 0);
-    const auto whole = SysAllocString(u"xyz");
-    EXPECT_EQ(SysStringLen(whole), 3U);
-    const auto empty = SysAllocStringLen(nullptr, 0);
-    ASSERT_TRUE(empty);
-    EXPECT_EQ(empty[0], 0);
-    EXPECT_FALSE(SysAllocString(nullptr));
-    EXPECT_FALSE(SysAllocStringLen(nullptr, 0x7FFFFFFF)) << "Its size in bytes would not fit in front of it.";
-    EXPECT_EQ(SysStringLen(nullptr), 0U);
-    for (auto* const made : { copy, whole, empty, BSTR {} }) SysFreeString(made);
-}
-
 struct Com : testing::Test {
     Com() { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); }
     ~Com() override
@@ -144,33 +127,6 @@ TEST_F(Com, MakesOnlyWhatItKnowsAsWhatItIs)
     EXPECT_EQ(rule->Release(), 0U);
 }
 
-TEST_F(Com, AVariantHoldsAReferenceWhateverItBecomes)
-{
-    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
-    VARIANT variant;
-    VariantInit(&variant);
-    variant.vt = VT_UNKNOWN;
-    variant.punkVal = rule; // Which owns the reference now.
-    EXPECT_EQ(VariantChangeType(&variant, &variant, 0, VT_DISPATCH), S_OK);
-    EXPECT_EQ(variant.vt, VT_DISPATCH);
-    VARIANT other;
-    VariantInit(&other);
-    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_UNKNOWN), S_OK);
-    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_BSTR), DISP_E_TYPEMISMATCH);
-    EXPECT_EQ(other.vt, VT_UNKNOWN);
-    EXPECT_EQ(VariantClear(&other), S_OK);
-    EXPECT_EQ(VariantChangeType(&variant, &other, 0, VT_DISPATCH), DISP_E_TYPEMISMATCH) << "It is empty.";
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    EXPECT_EQ(DllCanUnloadNow(), S_OK);
-
-    variant.vt = VT_BSTR;
-    variant.bstrVal = SysAllocString(u"text");
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    variant.vt = 0x2000; // An array, say.
-    EXPECT_EQ(VariantClear(&variant), DISP_E_BADVARTYPE);
-}
-
 TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
 {
     const auto manager = u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}";
@@ -218,14 +174,6 @@ TEST_F(Com, UnderstandsNoOtherMoniker)
     EXPECT_EQ(get(policy, 36, CLSCTX_INPROC_SERVER), E_INVALIDARG);
     EXPECT_EQ(get(u"Elevation:Administrator!new:{00000000-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG);
     EXPECT_EQ(get(u"Elevation:Administrator!new:{2C5BC43E-3369-4C33-AB0C-BE9469677AF4}"), CO_E_ELEVATION_DISABLED);
-}
-
-TEST(Guid, IsWrittenInFull)
-{
-    OLECHAR text[40] = {};
-    EXPECT_EQ(StringFromGUID2({ 0x0000000A, 0x000B, 0x000C, { 1, 2, 3, 4, 5, 6, 7, 0xF0 } }, text, 39), 39);
-    EXPECT_EQ(std::u16string_view(text), u"{0000000A-000B-000C-0102-0304050607F0}");
-    EXPECT_EQ(StringFromGUID2({}, text, 38), 0);
 }
 
 } // namespace

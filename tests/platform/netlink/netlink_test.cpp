@@ -3,7 +3,6 @@
 #include "foundation/exceptions.h"
 #include "platform/detail/network_adapters.h"
 #include <gmock/gmock.h>
-#include <random>
 
 namespace {
 
@@ -214,7 +213,7 @@ struct Tables {
     std::vector<Datagram> routes;
 };
 
-TEST(NetworkAdapters, AreReadWhateverBytesAreWrong)
+TEST(NetworkAdapters, HaveTheirAddressesAndTheGatewaysOfEachHop)
 {
     const auto adapters = Tables().read();
     ASSERT_EQ(adapters.size(), 2U);
@@ -223,22 +222,6 @@ TEST(NetworkAdapters, AreReadWhateverBytesAreWrong)
     EXPECT_EQ(adapters[0].gateways.size(), 1U);
     ASSERT_EQ(adapters[1].gateways.size(), 2U);
     EXPECT_EQ(adapters[1].gateways[1].v6.sin6_scope_id, 2U);
-
-    std::mt19937 random(1);
-    for (int round = 0; round < 5000; ++round) {
-        Tables tables;
-        for (auto* datagrams : { &tables.links, &tables.addresses, &tables.routes }) {
-            auto& datagram = datagrams->at(random() % datagrams->size());
-            const auto bytes = datagram.bytes();
-            const auto header = MNL_ALIGN(sizeof(nlmsghdr));
-            for (int change = 0; change < 2; ++change)
-                bytes[header + random() % (bytes.size() - header)] = static_cast<std::byte>(random());
-        }
-        for (const auto& adapter : tables.read()) {
-            EXPECT_LE(adapter.addresses.size(), 1U);
-            EXPECT_LE(adapter.gateways.size(), 4U);
-        }
-    }
 }
 
 } // namespace
