@@ -1,18 +1,11 @@
 // What can break here: a D-Bus connection that does not get on beside the loop's own work.
 #include "fixture.h"
-#include "foundation/string.h"
-#include "support/child_process.h"
-#include "support/temporary_folder.h"
+#include "support/system_bus.h"
 #include <gio/gio.h>
 
 namespace {
 
 using test::MainContext;
-
-constexpr auto busConfiguration = R"(<busconfig>
-<type>session</type><listen>unix:dir=%</listen><auth>EXTERNAL</auth>
-<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy>
-</busconfig>)";
 
 constexpr auto interfaceDescription =
     "<node><interface name='com.example.Counter'>"
@@ -25,37 +18,17 @@ struct Unreference {
 };
 using Connection = std::unique_ptr<GDBusConnection, Unreference>;
 
-/// A bus of our own, as a child.
-class Bus {
-public:
-    Bus()
-    {
-        std::string configuration = busConfiguration;
-        configuration.replace(configuration.find('%'), 1, _folder.path().string());
-        test::writeFile(_folder.file("bus.conf"), configuration);
-        _daemon.emplace(std::vector<std::string> { "/usr/bin/dbus-daemon", "--nofork", "--nopidfile", "--print-address",
-            "--config-file=" + _folder.file("bus.conf").toStdString() });
-        _address = _daemon->readLine().value_or("");
-    }
-
-    Connection connect() const
-    {
-        constexpr auto flags = static_cast<GDBusConnectionFlags>(
-            G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-        GError* error = nullptr;
-        Connection connection(
-            g_dbus_connection_new_for_address_sync(_address.c_str(), flags, nullptr, nullptr, &error));
-        if (error) ADD_FAILURE() << error->message;
-        g_clear_error(&error);
-        return connection;
-    }
-    void kill() { _daemon.reset(); }
-
-private:
-    test::TemporaryFolder _folder;
-    std::optional<test::ChildProcess> _daemon;
-    std::string _address;
-};
+Connection connect()
+{
+    constexpr auto flags = static_cast<GDBusConnectionFlags>(
+        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    GError* error = nullptr;
+    const char* const address = std::getenv("DBUS_SYSTEM_BUS_ADDRESS");
+    Connection connection(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error));
+    if (error) ADD_FAILURE() << error->message;
+    g_clear_error(&error);
+    return connection;
+}
 
 /// The service: adds what it is told to and tells everybody the sum.
 struct Counter {
@@ -147,9 +120,9 @@ private:
 TEST_F(MainContext, CarriesCallsAndSignalsOfABusUntilItsConnectionIsCut)
 {
     constexpr int calls = 200;
-    Bus bus;
-    const auto service = bus.connect();
-    const auto client = bus.connect();
+    std::optional<test::SystemBus> bus(std::in_place);
+    const auto service = connect();
+    const auto client = connect();
     ASSERT_TRUE(service && client);
     Counter counter(service.get());
     Caller caller(client.get(), g_dbus_connection_get_unique_name(service.get()), calls, [this] { loop->stop(); });
@@ -166,7 +139,7 @@ TEST_F(MainContext, CarriesCallsAndSignalsOfABusUntilItsConnectionIsCut)
     };
     using Closed = void (*)(GDBusConnection*, gboolean, GError*, gpointer);
     g_signal_connect(client.get(), "closed", G_CALLBACK(static_cast<Closed>(onClosed)), &*loop);
-    bus.kill();
+    bus.reset();
     EXPECT_TRUE(runUntilStopped());
     EXPECT_TRUE(g_dbus_connection_is_closed(client.get()));
     caller.call();

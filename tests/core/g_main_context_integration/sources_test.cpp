@@ -1,14 +1,11 @@
 // What can break here: a source that is not heard, one that is heard on another thread, a loop that spins.
 #include "fixture.h"
-#include "foundation/auto_ptr.h"
-#include "foundation/uv/process.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include <atomic>
 #include <future>
 #include <glib-unix.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -140,45 +137,6 @@ TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
         EXPECT_TRUE(runUntilStopped());
         EXPECT_EQ(ring.hops, 0);
     }
-}
-
-TEST_F(MainContext, WatchesChildrenOfGLibBesideThoseOfTheLoop)
-{
-    constexpr int count = 5;
-    int left = 2 * count;
-    std::vector<int> glibStatuses;
-    std::vector<std::int64_t> loopStatuses;
-    const auto over = [&] {
-        if (--left == 0) loop->stop();
-    };
-    struct Watch {
-        std::vector<int>& statuses;
-        std::function<void()> over;
-    } watch { glibStatuses, over };
-    const char* const arguments[] = { "/bin/sh", "-c", "exit 3", nullptr };
-    std::vector<fn::AutoPtr<fn::uv::Process>> processes;
-    for (int i = 0; i < count; ++i) {
-        GPid pid = 0;
-        ASSERT_TRUE(g_spawn_async(nullptr, const_cast<char**>(arguments), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
-            nullptr, &pid, nullptr));
-        const auto onExit = [](GPid, gint status, gpointer data) {
-            static_cast<Watch*>(data)->statuses.push_back(WEXITSTATUS(status));
-            static_cast<Watch*>(data)->over();
-        };
-        g_child_watch_add(pid, onExit, &watch);
-        fn::uv::ProcessOptions options;
-        options.file = "/bin/sh";
-        options.arguments = { "sh", "-c", "exit 5" };
-        options.onExit = [&](std::int64_t status, int) {
-            loopStatuses.push_back(status);
-            over();
-        };
-        processes.push_back(fn::makeAuto<fn::uv::Process>(*loop));
-        processes.back()->spawn(std::move(options));
-    }
-    EXPECT_TRUE(runUntilStopped());
-    EXPECT_EQ(glibStatuses, std::vector<int>(count, 3));
-    EXPECT_EQ(loopStatuses, std::vector<std::int64_t>(count, 5));
 }
 
 TEST_F(MainContext, GoesOnInsideACallbackThatRunsTheLoop)

@@ -15,7 +15,6 @@ namespace {
 
 using core::PasswordManagerGeneric;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 struct PasswordManager : testing::Test {
@@ -217,19 +216,6 @@ TEST_F(PasswordManager, FailuresOfTheProtectionAreLoggedAndNotThrown)
             "1 core.password Could not encrypt password: no luck"));
     EXPECT_EQ(stored().at("passwords").at("g").at("new"), fn::Value(""));
     EXPECT_EQ(manager.getPassword("g", "k"), "secret");
-}
-
-TEST_F(PasswordManager, ASecretOfAnotherUserOrMachineIsFoundEmptyAndTheReasonLogged)
-{
-    manager.setPassword("g", "k", "secret");
-    const platform::ScopedProtectionFolder other(folder.file("other"));
-    const test::LogCapture log;
-    bool found = false;
-    EXPECT_EQ(manager.getPassword("g", "k", found), "");
-    EXPECT_TRUE(found);
-    EXPECT_THAT(log.lines(),
-        ElementsAre(
-            "1 core.password Could not decrypt password", HasSubstr("2 core.password Could not open the folder")));
 }
 
 TEST_F(PasswordManager, TheProcessHasOneInTheUsersPreferences)
