@@ -115,14 +115,9 @@ TEST(JSON, WhatHasNoFormIsRefused)
 
 TEST(JSON, ErrorsNameSourceLineAndColumn)
 {
-    const std::pair<const char*, const char*> rows[] = {
-        { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
-        { "[1, 2", "line 1, column" },
-        { "{} x", "line 1, column 4" },
-        { "[1e999]", "line 1, column" },
-        { "\"\xFF\"", "line 1, column 2" },
-        { "", "line 1, column 1" },
-    };
+    const std::pair<const char*, const char*> rows[] = { { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
+        { "[1, 2", "line 1, column" }, { "{} x", "line 1, column 4" }, { "[1e999]", "line 1, column" },
+        { "\"\xFF\"", "line 1, column 2" }, { "", "line 1, column 1" } };
     for (const auto& [text, place] : rows) {
         try {
             fn::json::deserialize(text, nullptr, "some.prefs");
