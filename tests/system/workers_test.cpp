@@ -43,12 +43,7 @@ public:
     {
         client.worker->registerObjectReferenceClass<ServiceReference>();
         EXPECT_TRUE(test::runUntil(loop, [&] { return client.isConnected(); }));
-        loop.post([&] {
-            client.worker->registry()
-                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
-                .then([&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
-        });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(service); }));
+        service = test::findInstance<ServiceReference>(loop, *client.worker);
     }
 
     Outcome call(const char* name, const fn::Value& argument = {})
@@ -61,9 +56,7 @@ public:
 
     fn::Value result(const char* name)
     {
-        auto outcome = call(name);
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome.value();
+        return test::outcomeOf(loop, [&] { return service->callMethod(name, {}); }).value();
     }
 
     fn::uv::Loop loop;

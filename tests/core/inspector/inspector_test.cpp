@@ -75,20 +75,11 @@ protected:
     }
 
     /// What a call made on the loop gives.
-    template <typename Call> Outcome ask(Call call)
-    {
-        Outcome outcome;
-        loop.post([&] { outcome.observe(call()); });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome;
-    }
+    template <typename Call> Outcome ask(Call call) { return test::outcomeOf(loop, std::move(call)); }
 
     fn::AutoPtr<core::InspectorRegistry> service(test::Client& client)
     {
-        return ask(
-            [&] { return client.worker->registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20)); })
-            .value()
-            .object<core::InspectorRegistry>();
+        return test::findInstance<core::InspectorRegistry>(loop, *client.worker);
     }
 
     Value publish(const char* name, const fn::AutoPtr<Inspector>& inspector)

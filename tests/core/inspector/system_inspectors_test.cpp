@@ -69,10 +69,7 @@ protected:
 
     Value call(const char* method, const Value& argument)
     {
-        test::Outcome outcome;
-        loop.post([&] { outcome.observe(client->worker->registry()->callMethod(method, argument)); });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome.value();
+        return test::outcomeOf(loop, [&] { return client->worker->registry()->callMethod(method, argument); }).value();
     }
 
     void settle() { test::runTurns(loop, 40); }
