@@ -5,7 +5,6 @@
 #include "platform/firewall/firewall_file.h"
 #include "platform/firewall/firewall_manager.h"
 #include "platform/firewall/firewall_policy.h"
-#include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -320,20 +319,6 @@ TEST_F(Firewall, TrustsOnlyAFileOfItsUser)
     fs::remove(path.toStdString());
     write("# " + std::string(4 * 1024 * 1024, 'x') + "\n");
     EXPECT_TRUE(FAILED(result())) << "Too large.";
-}
-
-TEST_F(Firewall, KeepsItsFilesUsableWhateverTheMask)
-{
-    fs::permissions(folder.path(), fs::perms::all);
-    // Not as root, whom no missing right would keep out.
-    test::ForkedChild child([this] {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) return false;
-        ::umask(0777);
-        const ScopedFirewallFile own(folder.file("a/b/firewall.rules"));
-        return elevatedRules()->Add(newRule().get()) == S_OK && elevatedRules()->Add(newRule().get()) == S_OK
-            && count() == 2;
-    });
-    EXPECT_TRUE(child.succeeds());
 }
 
 TEST_F(Firewall, AFailedChangeLeavesTheFormerRules)
