@@ -9,7 +9,6 @@
 #include "sqlite/statement.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <mutex>
 #include <semaphore>
 #include <thread>

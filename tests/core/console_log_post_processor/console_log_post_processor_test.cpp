@@ -9,7 +9,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
 #include <poll.h>
 #include <sstream>

@@ -6,7 +6,6 @@
 #include "foundation/io/memory_input_stream.h"
 #include "recorder.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <map>
 
 namespace {

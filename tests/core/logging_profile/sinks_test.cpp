@@ -6,7 +6,6 @@
 #include "recorder.h"
 #include "support/scoped_variable.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

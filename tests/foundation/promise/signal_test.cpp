@@ -4,7 +4,6 @@
 #include "support/expectations.h"
 #include <deque>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <list>
 #include <map>
 #include <random>
