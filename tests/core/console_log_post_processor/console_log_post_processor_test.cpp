@@ -242,19 +242,6 @@ TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
     EXPECT_EQ(process.finish(), 0);
 }
 
-TEST(ConsoleLogPostProcessor, ASecondRedirectionStandsInFrontOfTheFirst)
-{
-    test::RedirectedProcess process([] {
-        init({ bracket, count });
-        ConsoleLogPostProcessor::init();
-        print("twice\nEND\n");
-        awaitSeen(4);
-        ConsoleLogPostProcessor::runStandardError(); // Nothing is left to read.
-    });
-    EXPECT_EQ(process.readUntil("[[END]]\n"), "[[twice]]\n[[END]]\n");
-    EXPECT_EQ(process.finish(), 0);
-}
-
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 TEST(ConsoleLogPostProcessor, ASanitizersReportGoesPastThePipe)
 {

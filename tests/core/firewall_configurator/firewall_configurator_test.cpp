@@ -431,8 +431,9 @@ TEST_F(FirewallRules, CountForExactlyTheirPath)
 
 TEST_F(FirewallRules, AreInForceIfTheyAreForAllCurrentNetworks)
 {
+    const auto older = FirewallConfigurator::createBaseConfigurator();
     const auto configurator = FirewallConfigurator::createAdvancedConfigurator();
-    ASSERT_TRUE(configurator->initialize(false));
+    ASSERT_TRUE(older->initialize(false) && configurator->initialize(false));
     struct Case {
         int current;
         int on; // A bit for each kind of network.
@@ -442,10 +443,14 @@ TEST_F(FirewallRules, AreInForceIfTheyAreForAllCurrentNetworks)
              Case { 7, 6, false }, Case { 7, 3, false }, Case { 5, 5, true } }) {
         record(fmt::format("[Profiles]\ncurrent={}\ndomain={}\nprivate={}\npublic={}\n", current, (on & 1) != 0,
             (on & 2) != 0, (on & 4) != 0));
-        bool enabled = !expected;
-        EXPECT_TRUE(configurator->isFirewallEnabled(enabled));
-        EXPECT_EQ(enabled, expected) << current << " of " << on;
+        for (const auto* each : { &older, &configurator }) {
+            bool enabled = !expected;
+            EXPECT_TRUE((*each)->isFirewallEnabled(enabled));
+            EXPECT_EQ(enabled, expected) << current << " of " << on;
+        }
     }
+    EXPECT_TRUE(authorize(*configurator));
+    EXPECT_THAT(rules(), testing::HasSubstr("current=5\n")) << "Kept by those who add.";
 }
 
 } // namespace

@@ -3,10 +3,8 @@
 #include "core/password_manager/password_manager_generic.h"
 #include "core/password_manager/windows_encryption.h"
 #include "foundation/exceptions.h"
-#include "foundation/system/path_manager.h"
 #include "platform/data_protection.h"
 #include "platform/data_protection_folder.h"
-#include "support/forked_child.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
@@ -216,20 +214,6 @@ TEST_F(PasswordManager, FailuresOfTheProtectionAreLoggedAndNotThrown)
             "1 core.password Could not encrypt password: no luck"));
     EXPECT_EQ(stored().at("passwords").at("g").at("new"), fn::Value(""));
     EXPECT_EQ(manager.getPassword("g", "k"), "secret");
-}
-
-TEST_F(PasswordManager, TheProcessHasOneInTheUsersPreferences)
-{
-    test::ForkedChild child([&] {
-        const auto preferences = folder.file("preferences");
-        fn::PathManager::instance().overrideFolder(fn::PathManager::PreferencesFolder, preferences);
-        auto& instance = core::PasswordManager::instance();
-        instance.setPassword("g", "k", "secret");
-        const auto text = test::readFile(preferences + "/Passwords.prefs");
-        return &instance == &core::PasswordManager::instance() && instance.getPassword("g", "k") == "secret"
-            && text.find("secret") == text.npos && text.find("\"passwords\"") == 0;
-    });
-    EXPECT_TRUE(child.succeeds());
 }
 
 } // namespace

@@ -43,30 +43,6 @@ TEST(JSON, IndentsWithTabsAndEndsLinesWithCRLF)
     EXPECT_EQ(write(5, true), "5");
 }
 
-// The settings file holds the members of the root map alone, one level shallower.
-TEST(JSON, AnIndentedMapStandsWithoutItsOuterBraces)
-{
-    const auto strip = [](const std::string& text) {
-        std::string kept;
-        int toDrop = 4;
-        for (const char c : text) {
-            if (toDrop > 0) {
-                --toDrop;
-                continue;
-            }
-            kept += c;
-            if (c == '\n') toDrop = 1;
-        }
-        return kept;
-    };
-    EXPECT_EQ(
-        strip(write(Value::map({ { "a", Value::map({ { "b", 1 } }) } }), true)), "\"a\": {\r\n\t\"b\": 1\r\n}\r\n");
-    for (const auto& value : { Value(Value::MAP), Value::map({ { "", Value(Value::MAP) } }), nested(7),
-             Value::map({ { "text\r\n\t}", "{\n{" }, { "list", Value::array({ Value::array({}), "\n" }) } }) }) {
-        EXPECT_EQ(fn::json::deserialize("{" + strip(write(value, true)) + "}"), value);
-    }
-}
-
 TEST(JSON, NumbersReadBackAsTheSameNumberOfTheSameKind)
 {
     std::mt19937_64 random(1);

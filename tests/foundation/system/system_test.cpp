@@ -17,18 +17,6 @@ namespace {
 
 using fn::Environment;
 
-TEST(Environment, HandsItsVariablesToProcessesStartedLater)
-{
-    Environment::set("CORE_TEST_VARIABLE", "a=b ä");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String("a=b ä"));
-    EXPECT_EQ(::system("test \"$CORE_TEST_VARIABLE\" = 'a=b ä'"), 0);
-    Environment::set("CORE_TEST_VARIABLE", "");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String());
-    Environment::unset("CORE_TEST_VARIABLE");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), std::nullopt);
-    EXPECT_EQ(::getenv("CORE_TEST_VARIABLE"), nullptr);
-}
-
 TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
 {
     const fn::String cut = std::string_view("CORE_TEST\0X", 11);

@@ -155,25 +155,4 @@ TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
     EXPECT_EQ(get(manager), S_OK);
 }
 
-TEST_F(Com, UnderstandsNoOtherMoniker)
-{
-    const ScopedElevationPrompt prompt([](const fn::String&) {
-        ADD_FAILURE() << "Nothing to ask about.";
-        return true;
-    });
-    for (const auto* const moniker : { u"", u"Elevation:Administrator!new:", u"Elevation:Administrator!new:{304CE942",
-             u"elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}",
-             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CDG}",
-             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4} ",
-             u"Elevation:Administrator!new:{304CE942 6E39-40D8-943A-B913C40C9CD4}" }) {
-        EXPECT_EQ(get(moniker), MK_E_SYNTAX);
-    }
-    const auto policy = u"Elevation:Administrator!new:{E2B3C97F-6AE1-41AC-817A-F6F92166D7DD}";
-    EXPECT_EQ(get(nullptr), E_INVALIDARG);
-    EXPECT_EQ(get(policy, 16), E_INVALIDARG) << "Has no class context.";
-    EXPECT_EQ(get(policy, 36, CLSCTX_INPROC_SERVER), E_INVALIDARG);
-    EXPECT_EQ(get(u"Elevation:Administrator!new:{00000000-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(get(u"Elevation:Administrator!new:{2C5BC43E-3369-4C33-AB0C-BE9469677AF4}"), CO_E_ELEVATION_DISABLED);
-}
-
 } // namespace
