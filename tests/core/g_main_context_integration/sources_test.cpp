@@ -2,10 +2,12 @@
 #include "fixture.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <fcntl.h>
 #include <future>
 #include <glib-unix.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -84,48 +86,41 @@ TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
     EXPECT_EQ(heard, 2 * rounds);
 }
 
-/// Sockets in a ring: what comes in at one of them is handed on to the next.
+/// Pipes in a ring: the byte that comes out of one of them goes into the next.
 struct Ring {
-    struct Link {
-        Ring& ring;
-        std::size_t index;
-        int ends[2];
-        guint source;
-    };
-
     Ring(std::size_t size, int rounds, std::function<void()> onEnd)
-        : hops(static_cast<int>(size) * rounds),
+        : pipes(size),
+          hops(static_cast<int>(size) * rounds),
           onEnd(std::move(onEnd))
     {
-        for (std::size_t i = 0; i < size; ++i) {
-            auto& link = *links.emplace_back(std::make_unique<Link>(Link { *this, i, {}, 0 }));
-            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, link.ends), 0);
-            link.source = g_unix_fd_add(link.ends[0], G_IO_IN, handOn, &link);
+        for (auto& ends : pipes) {
+            EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+            sources.push_back(g_unix_fd_add(ends[0], G_IO_IN, handOn, this));
         }
-        send(0);
+        EXPECT_EQ(write(pipes[0][1], "x", 1), 1);
     }
     ~Ring()
     {
-        for (const auto& link : links) {
-            g_source_remove(link->source);
-            for (const int end : link->ends) close(end);
-        }
+        for (const auto source : sources) g_source_remove(source);
+        for (const auto& ends : pipes) std::ranges::for_each(ends, close);
     }
-    void send(std::size_t index) { EXPECT_EQ(write(links[index]->ends[1], "x", 1), 1); }
 
     static gboolean handOn(gint descriptor, GIOCondition, gpointer data)
     {
-        const auto& link = *static_cast<Link*>(data);
+        auto& ring = *static_cast<Ring*>(data);
+        const auto size = static_cast<int>(ring.pipes.size());
         char byte = 0;
         EXPECT_EQ(read(descriptor, &byte, 1), 1);
-        if (--link.ring.hops > 0)
-            link.ring.send((link.index + 1) % link.ring.links.size());
+        if (--ring.hops == 0)
+            ring.onEnd();
         else
-            link.ring.onEnd();
+            EXPECT_EQ(write(ring.pipes[static_cast<std::size_t>(++ring.at % size)][1], "x", 1), 1);
         return TRUE;
     }
 
-    std::vector<std::unique_ptr<Link>> links;
+    std::vector<std::array<int, 2>> pipes;
+    std::vector<guint> sources;
+    int at = 0;
     int hops;
     std::function<void()> onEnd;
 };

@@ -3,7 +3,6 @@
 // before its viewers.
 #include "core/image/buffer_image.h"
 #include "foundation/exceptions.h"
-#include "support/expectations.h"
 #include <algorithm>
 #include <gmock/gmock.h>
 
@@ -131,19 +130,6 @@ TEST(BufferImage, PixelsAreContinuedOrCutToWholeRowsWithoutTouchingTheGivenArray
     const ImagePtr wide = fn::makeAuto<BufferImage>(Format::PACKED_32_A, 9, 1, 0, fn::ByteArray(), square);
     EXPECT_EQ(wide->stride(0), 40u);
     EXPECT_EQ(fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 3, 11, given, square)->size(0), 33u);
-}
-
-TEST(BufferImage, AFormatThatTheOnePlaneFormCannotHoldIsReportedAndLeavesAnEmptyImage)
-{
-    for (const auto format : { Format::JPEG, Format::YUV_420, Format::YUV_422, Format::YUV_444 }) {
-        const test::ExpectAssertions assertions;
-        const auto image = fn::makeAuto<BufferImage>(format, 8, 8, 0, fn::ByteArray(64), square);
-        EXPECT_THAT(assertions.reports(),
-            ElementsAre("libs/core/image:117 BufferImage format != Image::Format::JPEG && format != "
-                        "Image::Format::YUV_420 && format != Image::Format::YUV_422 && format != "
-                        "Image::Format::YUV_444"));
-        EXPECT_EQ(image->clone({}, 0)->size(0), 0u);
-    }
 }
 
 TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)

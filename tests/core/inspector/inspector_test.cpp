@@ -316,30 +316,6 @@ TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
     ASSERT_TRUE(find(keyOfDisks));
 }
 
-TEST_F(InspectorTest, PublishesFromTheServicesOwnWorkerAlike)
-{
-    loop.post([&] { core::registerInspectorRegistry(*publisher->worker); });
-    settle();
-    const auto registry = service(*publisher); // The latest one: its own, reached locally.
-    ASSERT_TRUE(registry->local());
-    const auto slow = fn::makeAuto<SlowInspector>();
-    const auto echo = fn::makeAuto<EchoInspector>();
-    Outcome outcomes[3];
-    loop.post([&] {
-        outcomes[0].observe(registry->registerInspector("Slow", slow));
-        outcomes[1].observe(registry->registerInspector("Disks", echo));
-        outcomes[2].observe(registry->registerInspector("Twice", echo));
-    });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return outcomes[2].isOver(); }));
-    browsing = service(*browser);
-    for (const auto& [key, name] : all()) {
-        if (name == "Slow") continue;
-        const auto inspector = find(key);
-        ASSERT_TRUE(inspector);
-        EXPECT_EQ(inspect(*inspector, "hello").get("items")[0], Value("hello")) << name;
-    }
-}
-
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 {
     const auto call = [&](const char* method, const Value& argument) {

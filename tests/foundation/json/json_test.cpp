@@ -1,5 +1,5 @@
-// What can break here: text that does not read back as what was written, a layout from which the outer braces can not be
-// taken off, a hook passed over at some depth, an error that does not say where.
+// What can break here: text that does not read back as what was written, what has no form on the way, an error that
+// does not say where.
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/json/deserializer.h"
@@ -15,11 +15,11 @@ namespace {
 
 using fn::Value;
 
-std::string write(const Value& value, bool indented = false, fn::json::ValueSerializer* hook = nullptr)
+std::string write(const Value& value, bool indented = false)
 {
     fn::ByteArray bytes;
     fn::ByteArrayOutputStream stream(bytes);
-    fn::json::serialize(value, stream, indented, hook);
+    fn::json::serialize(value, stream, indented);
     stream.flush();
     return std::string(bytes.view());
 }
@@ -104,42 +104,6 @@ TEST(JSON, ErrorsNameSourceLineAndColumn)
         }
     }
     EXPECT_EQ(fn::json::deserialize(R"({"k": 1, "a": 2, "k": 3})"), Value::map({ { "a", 2 }, { "k", 3 } }));
-}
-
-struct TimesOut : fn::json::ValueSerializer {
-    bool handles(const Value& value) override { return value.isBoxed<fn::Timestamp>(); }
-    Value serialize(const Value& value) override
-    {
-        if (circular) return Value::array({ value });
-        return Value::map({ { "us", value.boxed<fn::Timestamp>().microseconds() } });
-    }
-    bool circular = false;
-};
-
-struct TimesIn : fn::json::ValueDeserializer {
-    Value deserialize(Value value) override
-    {
-        EXPECT_TRUE(value.isMap());
-        const auto* microseconds = value.find("us");
-        return microseconds && microseconds->isInteger() ? Value(fn::Timestamp(microseconds->to<std::int64_t>()))
-                                                         : value;
-    }
-};
-
-TEST(JSON, HooksApplyAtEveryDepth)
-{
-    TimesOut out;
-    TimesIn in;
-    const Value time = fn::Timestamp(77);
-    for (const auto& value :
-        { time, Value::map({ { "list", Value::array({ 1, Value::map({ { "t", time } }), time }) } }) }) {
-        EXPECT_EQ(fn::json::deserialize(write(value, true, &out), &in), value);
-    }
-    // The inner map is replaced before the outer one is asked for, which then is none of the hook's.
-    EXPECT_EQ(fn::json::deserialize(R"({"us": {"us": 5}})", &in), Value::map({ { "us", fn::Timestamp(5) } }));
-    out.circular = true;
-    EXPECT_THROW(write(time, false, &out), fn::DataFormatException);
-    EXPECT_THROW(write(fn::ByteArray("x"), false, &out), fn::DataFormatException);
 }
 
 } // namespace

@@ -139,14 +139,4 @@ TEST(InputStream, EndsWithAnErrorThatNamesTheOffset)
     EXPECT_THROW(Trickle("abc").skip(4), fn::EndOfStreamException);
 }
 
-TEST(MemoryInputStream, SharesOnlyWhatIsMostOfTheBuffer)
-{
-    const ByteArray whole(std::string(100, 'x'));
-    fn::MemoryInputStream stream(whole);
-    EXPECT_NE(stream.readByteArray(10).data(), whole.data());
-    EXPECT_EQ(stream.readByteArray(50).data(), whole.data() + 10);
-    EXPECT_THROW(stream.readByteArray(41), fn::EndOfStreamException);
-    EXPECT_EQ(stream.remaining(), 40u);
-}
-
 } // namespace

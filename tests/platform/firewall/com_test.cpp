@@ -1,5 +1,5 @@
-// What can break here: text that is cut, misread or written beyond its room; a reference lost or released twice; an object made
-// without COM, without rights, or for a moniker that is not the agreed one.
+// What can break here: text that is cut, misread or written beyond its room; an object made without
+// COM or without rights.
 #include "platform/com/com.h"
 #include "platform/com/com_backend.h"
 #include "platform/com/elevation_prompt.h"
@@ -97,34 +97,6 @@ TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
         CoUninitialize();
     }).join();
-}
-
-TEST_F(Com, MakesOnlyWhatItKnowsAsWhatItIs)
-{
-    void* object = this;
-    EXPECT_EQ(
-        CoCreateInstance(IID_IUnknown, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object), REGDB_E_CLASSNOTREG);
-    EXPECT_FALSE(object);
-    EXPECT_EQ(
-        CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_LOCAL_SERVER, IID_INetFwRule, &object), REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_INPROC_SERVER, IID_INetFwRule, nullptr), E_POINTER);
-    EXPECT_FALSE(create(CLSID_NetFwRule, IID_INetFwPolicy2));
-    EXPECT_EQ(result, E_NOINTERFACE);
-    EXPECT_EQ(DllCanUnloadNow(), S_OK);
-
-    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
-    ASSERT_TRUE(rule);
-    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
-    EXPECT_EQ(
-        CoCreateInstance(CLSID_NetFwRule, rule, CLSCTX_INPROC_SERVER, IID_INetFwRule, &object), CLASS_E_NOAGGREGATION);
-    for (const auto& iid : { IID_IUnknown, IID_IDispatch, IID_INetFwRule }) {
-        EXPECT_EQ(rule->QueryInterface(iid, &object), S_OK);
-        EXPECT_EQ(object, rule);
-        EXPECT_EQ(rule->Release(), 1U);
-    }
-    EXPECT_EQ(rule->QueryInterface(IID_IEnumVARIANT, &object), E_NOINTERFACE);
-    EXPECT_FALSE(object);
-    EXPECT_EQ(rule->Release(), 0U);
 }
 
 TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
