@@ -1,7 +1,6 @@
 // Workers in processes of their own around a hub process. What can break here is what one process cannot show: memory
 // that is not shared, deaths that nobody announces, endpoints left behind.
 #include "core/app_info.h"
-#include "core/ipc/object/object_dead_exception.h"
 #include "support/child_process.h"
 #include "support/worker.h"
 #include <csignal>

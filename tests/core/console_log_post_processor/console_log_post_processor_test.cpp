@@ -4,7 +4,6 @@
 #include "core/console_log_post_processor.h"
 #include "redirected_process.h"
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <fmt/format.h>

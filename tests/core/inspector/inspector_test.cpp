@@ -11,7 +11,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "foundation/value_map.h"
-#include "support/peer.h"
 #include "support/worker.h"
 #include <gtest/gtest.h>
 

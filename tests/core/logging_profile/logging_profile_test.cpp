@@ -5,7 +5,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "recorder.h"
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <map>
 
 namespace {

@@ -2,7 +2,7 @@
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
-#include "foundation/io/memory_input_stream.h"
+#include "foundation/io/input_stream.h"
 #include <gtest/gtest.h>
 
 namespace {
