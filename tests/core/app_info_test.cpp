@@ -4,7 +4,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
-#include "foundation/system/uuid.h"
 #include "platform/operating_system_version.h"
 #include "support/expectations.h"
 #include "support/temporary_folder.h"

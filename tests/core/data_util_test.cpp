@@ -1,7 +1,6 @@
 // What can break here: a schema made twice or not at all, a migration that fails on an open statement, a lock that stays
 // behind after a failed opening, a connection closed under its user or never closed, a task that outlives the object.
 #include "core/data_util.h"
-#include "foundation/exceptions.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/sink.h"
 #include "foundation/time/clock.h"
@@ -9,7 +8,6 @@
 #include "sqlite/statement.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <mutex>
 #include <semaphore>
 #include <thread>

@@ -92,20 +92,11 @@ TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
         int divisor;
         const char* reduced;
     };
-    for (const auto& row : std::initializer_list<Row> {
-             { { 4, 6 }, 2, "2/3" },
-             { { 0, 5 }, 5, "0/1" },
-             { { 3, -6 }, 3, "1/-2" },
-             { { -3, 6 }, 6, "0/1" },
-             { { 1920, 1080 }, 120, "16/9" },
-             { { 0, 0 }, 0, "0/0" },
-             { { 0, -7 }, 0, "0/-7" },
-             { { 7, 0 }, 7, "1/0" },
-             { { -1, least }, -1, "-1/-2147483648" },
-             { { least, least }, least, "1/1" },
-             { { least, 1 }, 1, "-2147483648/1" },
-             { { most, most }, most, "1/1" },
-         }) {
+    for (const auto& row :
+        std::initializer_list<Row> { { { 4, 6 }, 2, "2/3" }, { { 0, 5 }, 5, "0/1" }, { { 3, -6 }, 3, "1/-2" },
+            { { -3, 6 }, 6, "0/1" }, { { 1920, 1080 }, 120, "16/9" }, { { 0, 0 }, 0, "0/0" }, { { 0, -7 }, 0, "0/-7" },
+            { { 7, 0 }, 7, "1/0" }, { { -1, least }, -1, "-1/-2147483648" }, { { least, least }, least, "1/1" },
+            { { least, 1 }, 1, "-2147483648/1" }, { { most, most }, most, "1/1" } }) {
         SCOPED_TRACE(row.fraction.toString().toStdString());
         EXPECT_EQ(row.fraction.greatestCommonDivisor(), row.divisor);
         EXPECT_EQ(row.fraction.reduce().toString(), row.reduced);
@@ -120,18 +111,9 @@ TEST(Fraction, TextThatIsNoFractionReadsAsInvalid)
         const char* text;
         const char* read;
     };
-    for (const auto& row : std::initializer_list<Row> {
-             { "16/9", "16/9" },
-             { " -4/+6 ", "-4/6" },
-             { "16", "0/0" },
-             { "", "0/0" },
-             { "1/2/3", "0/0" },
-             { "1/2/", "0/0" },
-             { "/2", "0/2" },
-             { "/", "0/0" },
-             { "x/9", "0/9" },
-             { "2147483648/1", "0/1" },
-         }) {
+    for (const auto& row : std::initializer_list<Row> { { "16/9", "16/9" }, { " -4/+6 ", "-4/6" }, { "16", "0/0" },
+             { "", "0/0" }, { "1/2/3", "0/0" }, { "1/2/", "0/0" }, { "/2", "0/2" }, { "/", "0/0" }, { "x/9", "0/9" },
+             { "2147483648/1", "0/1" } }) {
         EXPECT_EQ(Fraction::fromString(row.text).toString(), row.read) << row.text;
     }
 }

@@ -1,8 +1,8 @@
 // What can break here: a name that leads out of the folder, a folder that others can enter or have put there.
 #include "foundation/exceptions.h"
 #include "platform/pipe_path.h"
+#include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
-#include <cstdlib>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,27 +11,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using platform::pipePath;
-
-/// An environment variable for the time of a test.
-class ScopedVariable {
-public:
-    ScopedVariable(const char* name, const std::string& value) : _name(name)
-    {
-        if (const char* previous = std::getenv(name)) _previous = previous;
-        ::setenv(name, value.c_str(), 1);
-    }
-    ~ScopedVariable()
-    {
-        if (_previous)
-            ::setenv(_name, _previous->c_str(), 1);
-        else
-            ::unsetenv(_name);
-    }
-
-private:
-    const char* _name;
-    std::optional<std::string> _previous;
-};
+using test::ScopedVariable;
 
 struct PipePath : testing::Test {
     test::TemporaryFolder folder;

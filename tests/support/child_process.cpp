@@ -12,16 +12,23 @@
 extern char** environ;
 
 namespace test {
-namespace {
 
-/// Waits until `descriptor` can be read.
 bool awaitReadable(int descriptor, std::chrono::milliseconds bound)
 {
     pollfd entry { descriptor, POLLIN, 0 };
     return poll(&entry, 1, static_cast<int>(bound.count())) > 0;
 }
 
-} // namespace
+std::optional<int> awaitEnd(pid_t child, std::chrono::milliseconds bound)
+{
+    // A process descriptor becomes readable when the process has ended.
+    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, child, 0));
+    const bool ended = descriptor >= 0 && awaitReadable(descriptor, bound);
+    if (descriptor >= 0) close(descriptor);
+    int status = 0;
+    if (!ended || waitpid(child, &status, 0) != child) return std::nullopt;
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
 
 ChildProcess::ChildProcess(std::vector<std::string> arguments)
 {
@@ -73,14 +80,7 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds boun
 
 std::optional<int> ChildProcess::wait(std::chrono::milliseconds bound)
 {
-    if (_status) return _status;
-    // A process descriptor becomes readable when the process has ended.
-    const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, _pid, 0));
-    const bool ended = descriptor >= 0 && awaitReadable(descriptor, bound);
-    if (descriptor >= 0) close(descriptor);
-    if (!ended) return std::nullopt;
-    int status = 0;
-    if (waitpid(_pid, &status, 0) == _pid) _status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    if (!_status) _status = awaitEnd(_pid, bound);
     return _status;
 }
 

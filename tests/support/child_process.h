@@ -31,6 +31,12 @@ private:
     std::optional<int> _status;
 };
 
+/// Waits until `descriptor` can be read; false beyond the bound.
+bool awaitReadable(int descriptor, std::chrono::milliseconds bound = std::chrono::seconds(20));
+
+/// Waits for the end of a child of this process: exit status, or 128 + signal; nothing beyond the bound.
+std::optional<int> awaitEnd(pid_t child, std::chrono::milliseconds bound = std::chrono::seconds(20));
+
 /// Whether a process of that id exists and is no zombie.
 bool isRunning(pid_t pid);
 

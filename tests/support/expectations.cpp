@@ -8,20 +8,43 @@
 namespace test {
 namespace {
 
-std::mutex lock;
-bool collectAssertions = false;
-bool collectUnhandled = false;
-std::vector<std::string> assertions;
-std::vector<std::string> unhandled;
+/// Reports of one kind: collected, or failures of the test.
+class Reports {
+public:
+    explicit Reports(const char* kind) : _kind(kind) { }
+    void add(std::string text)
+    {
+        const std::lock_guard guard(_lock);
+        if (_collects)
+            _texts.push_back(std::move(text));
+        else
+            ADD_FAILURE() << _kind << ": " << text;
+    }
+    void collect(bool collects)
+    {
+        const std::lock_guard guard(_lock);
+        _collects = collects;
+        if (collects) _texts.clear();
+    }
+    std::vector<std::string> texts()
+    {
+        const std::lock_guard guard(_lock);
+        return _texts;
+    }
+
+private:
+    const char* const _kind;
+    std::mutex _lock;
+    bool _collects = false;
+    std::vector<std::string> _texts;
+};
+
+Reports assertions("broken invariant");
+Reports unhandled("unhandled exception");
 
 void onAssertion(const fn::AssertionSite& site)
 {
-    auto text = fmt::format("{}:{} {} {}", site.file, site.line, site.function, site.expression);
-    const std::lock_guard guard(lock);
-    if (collectAssertions)
-        assertions.push_back(std::move(text));
-    else
-        ADD_FAILURE() << "broken invariant: " << text;
+    assertions.add(fmt::format("{}:{} {} {}", site.file, site.line, site.function, site.expression));
 }
 
 std::string describe(const std::exception_ptr& exception)
@@ -35,15 +58,7 @@ std::string describe(const std::exception_ptr& exception)
     }
 }
 
-void onUnhandled(std::exception_ptr exception)
-{
-    auto text = describe(exception);
-    const std::lock_guard guard(lock);
-    if (collectUnhandled)
-        unhandled.push_back(std::move(text));
-    else
-        ADD_FAILURE() << "unhandled exception: " << text;
-}
+void onUnhandled(std::exception_ptr exception) { unhandled.add(describe(exception)); }
 
 } // namespace
 
@@ -53,42 +68,12 @@ void installFailureHooks()
     fn::setUnhandledExceptionHook(onUnhandled);
 }
 
-ExpectAssertions::ExpectAssertions()
-{
-    const std::lock_guard guard(lock);
-    collectAssertions = true;
-    assertions.clear();
-}
+ExpectAssertions::ExpectAssertions() { assertions.collect(true); }
+ExpectAssertions::~ExpectAssertions() { assertions.collect(false); }
+std::vector<std::string> ExpectAssertions::reports() const { return assertions.texts(); }
 
-ExpectAssertions::~ExpectAssertions()
-{
-    const std::lock_guard guard(lock);
-    collectAssertions = false;
-}
-
-std::vector<std::string> ExpectAssertions::reports() const
-{
-    const std::lock_guard guard(lock);
-    return assertions;
-}
-
-ExpectUnhandled::ExpectUnhandled()
-{
-    const std::lock_guard guard(lock);
-    collectUnhandled = true;
-    unhandled.clear();
-}
-
-ExpectUnhandled::~ExpectUnhandled()
-{
-    const std::lock_guard guard(lock);
-    collectUnhandled = false;
-}
-
-std::vector<std::string> ExpectUnhandled::messages() const
-{
-    const std::lock_guard guard(lock);
-    return unhandled;
-}
+ExpectUnhandled::ExpectUnhandled() { unhandled.collect(true); }
+ExpectUnhandled::~ExpectUnhandled() { unhandled.collect(false); }
+std::vector<std::string> ExpectUnhandled::messages() const { return unhandled.texts(); }
 
 } // namespace test

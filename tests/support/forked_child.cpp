@@ -1,6 +1,5 @@
 #include "support/forked_child.h"
 #include <csignal>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

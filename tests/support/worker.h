@@ -6,6 +6,7 @@
 #include "core/ipc/worker/worker.h"
 #include "support/run_until.h"
 #include <functional>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <vector>
@@ -116,5 +117,21 @@ private:
     };
     std::shared_ptr<State> _state = std::make_shared<State>();
 };
+
+/// What becomes of the promise that `call` gives, which is made on the loop.
+template <typename Call> Outcome outcomeOf(fn::RunLoop& loop, Call call)
+{
+    Outcome outcome;
+    loop.post([&] { outcome.observe(call()); });
+    EXPECT_TRUE(runUntil(loop, [&] { return outcome.isOver(); }));
+    return outcome;
+}
+
+/// The object that others share as a T.
+template <typename T> fn::AutoPtr<T> findInstance(fn::RunLoop& loop, ipc::Worker& worker)
+{
+    const auto find = [&] { return worker.registry()->template getInstance<T>(fn::Duration::seconds(20)); };
+    return outcomeOf(loop, find).value().template object<T>();
+}
 
 } // namespace test

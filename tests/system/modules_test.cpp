@@ -11,7 +11,6 @@
 
 namespace {
 
-using test::Outcome;
 using test::ServiceReference;
 
 class ModulesTest : public testing::Test {
@@ -59,16 +58,8 @@ protected:
             client->worker->registerObjectReferenceClass<ServiceReference>();
             EXPECT_TRUE(test::runUntil(*loop, [&] { return client->isConnected(); }));
         }
-        service.reset();
-        loop->post([&] {
-            client->worker->registry()
-                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
-                .then([&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
-        });
-        EXPECT_TRUE(test::runUntil(*loop, [&] { return static_cast<bool>(service); }));
-        Outcome outcome;
-        loop->post([&] { outcome.observe(service->callMethod("pid", {})); });
-        EXPECT_TRUE(test::runUntil(*loop, [&] { return outcome.isOver(); })) << outcome.error();
+        service = test::findInstance<ServiceReference>(*loop, *client->worker);
+        auto outcome = test::outcomeOf(*loop, [&] { return service->callMethod("pid", {}); });
         pids.push_back(outcome.value().to<pid_t>());
         return pids.back();
     }
@@ -133,18 +124,6 @@ TEST_F(ModulesTest, AHangingModuleIsKilledAndRelaunched)
     pass(fn::Duration::seconds(1));
     awaitConnection(2);
     EXPECT_NE(findModule(), pid);
-}
-
-TEST_F(ModulesTest, AModuleThatNeverConnectsIsGivenUpAfterTheSecondTimeout)
-{
-    const test::LogCapture log;
-    launch("test_mute_module");
-    pass(fn::Duration::seconds(30));
-    EXPECT_TRUE(log.contains("Module test_mute_module timed out at launch, will attempt to restart"));
-    pass(fn::Duration::seconds(1));
-    EXPECT_TRUE(log.contains("(attempt 2)"));
-    pass(fn::Duration::seconds(30));
-    EXPECT_EQ(fatal, "Module test_mute_module failed to connect");
 }
 
 TEST_F(ModulesTest, AMissingLibraryEndsTheLoaderTwiceAndThenForGood)

@@ -1,7 +1,6 @@
 // Workers in processes of their own around a hub process. What can break here is what one process cannot show: memory
 // that is not shared, deaths that nobody announces, endpoints left behind.
 #include "core/app_info.h"
-#include "core/ipc/object/object_dead_exception.h"
 #include "support/child_process.h"
 #include "support/worker.h"
 #include <csignal>
@@ -43,12 +42,7 @@ public:
     {
         client.worker->registerObjectReferenceClass<ServiceReference>();
         EXPECT_TRUE(test::runUntil(loop, [&] { return client.isConnected(); }));
-        loop.post([&] {
-            client.worker->registry()
-                ->getInstance<ServiceReference>(fn::Duration::seconds(20))
-                .then([&](fn::AutoPtr<ServiceReference>&& found) { service = std::move(found); });
-        });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(service); }));
+        service = test::findInstance<ServiceReference>(loop, *client.worker);
     }
 
     Outcome call(const char* name, const fn::Value& argument = {})
@@ -61,9 +55,7 @@ public:
 
     fn::Value result(const char* name)
     {
-        auto outcome = call(name);
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome.value();
+        return test::outcomeOf(loop, [&] { return service->callMethod(name, {}); }).value();
     }
 
     fn::uv::Loop loop;

@@ -1,28 +1,16 @@
 #include "redirected_process.h"
+#include "support/child_process.h"
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 namespace test {
-namespace {
-
-constexpr int boundMilliseconds = 20'000;
-
-bool awaitReadable(int descriptor)
-{
-    pollfd entry { descriptor, POLLIN, 0 };
-    return ::poll(&entry, 1, boundMilliseconds) > 0;
-}
-
-} // namespace
 
 RedirectedProcess::RedirectedProcess(const std::function<void()>& body)
 {
@@ -70,7 +58,7 @@ const std::string& RedirectedProcess::readUntil(std::string_view end)
 
 bool RedirectedProcess::awaitFullPipe() const
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(boundMilliseconds);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     const int capacity = ::fcntl(_output, F_GETPIPE_SZ);
     int held = 0;
     do ::ioctl(_output, FIONREAD, &held);
@@ -95,14 +83,9 @@ std::optional<int> RedirectedProcess::finish()
 {
     ::close(_release);
     _release = -1;
-    // A process descriptor becomes readable when the process has ended.
-    const auto descriptor = static_cast<int>(::syscall(SYS_pidfd_open, _pid, 0));
-    const bool ended = descriptor >= 0 && awaitReadable(descriptor);
-    if (descriptor >= 0) ::close(descriptor);
-    int status = 0;
-    if (!ended || ::waitpid(_pid, &status, 0) != _pid) return std::nullopt;
-    _pid = -1;
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    const auto status = awaitEnd(_pid);
+    if (status) _pid = -1;
+    return status;
 }
 
 } // namespace test

@@ -1,14 +1,13 @@
 // What can break here: a source that is not heard, one that is heard on another thread, a loop that spins.
 #include "fixture.h"
-#include "foundation/auto_ptr.h"
-#include "foundation/uv/process.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
+#include <algorithm>
+#include <array>
 #include <atomic>
+#include <fcntl.h>
 #include <future>
 #include <glib-unix.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -87,48 +86,41 @@ TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
     EXPECT_EQ(heard, 2 * rounds);
 }
 
-/// Sockets in a ring: what comes in at one of them is handed on to the next.
+/// Pipes in a ring: the byte that comes out of one of them goes into the next.
 struct Ring {
-    struct Link {
-        Ring& ring;
-        std::size_t index;
-        int ends[2];
-        guint source;
-    };
-
     Ring(std::size_t size, int rounds, std::function<void()> onEnd)
-        : hops(static_cast<int>(size) * rounds),
+        : pipes(size),
+          hops(static_cast<int>(size) * rounds),
           onEnd(std::move(onEnd))
     {
-        for (std::size_t i = 0; i < size; ++i) {
-            auto& link = *links.emplace_back(std::make_unique<Link>(Link { *this, i, {}, 0 }));
-            EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, link.ends), 0);
-            link.source = g_unix_fd_add(link.ends[0], G_IO_IN, handOn, &link);
+        for (auto& ends : pipes) {
+            EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+            sources.push_back(g_unix_fd_add(ends[0], G_IO_IN, handOn, this));
         }
-        send(0);
+        EXPECT_EQ(write(pipes[0][1], "x", 1), 1);
     }
     ~Ring()
     {
-        for (const auto& link : links) {
-            g_source_remove(link->source);
-            for (const int end : link->ends) close(end);
-        }
+        for (const auto source : sources) g_source_remove(source);
+        for (const auto& ends : pipes) std::ranges::for_each(ends, close);
     }
-    void send(std::size_t index) { EXPECT_EQ(write(links[index]->ends[1], "x", 1), 1); }
 
     static gboolean handOn(gint descriptor, GIOCondition, gpointer data)
     {
-        const auto& link = *static_cast<Link*>(data);
+        auto& ring = *static_cast<Ring*>(data);
+        const auto size = static_cast<int>(ring.pipes.size());
         char byte = 0;
         EXPECT_EQ(read(descriptor, &byte, 1), 1);
-        if (--link.ring.hops > 0)
-            link.ring.send((link.index + 1) % link.ring.links.size());
+        if (--ring.hops == 0)
+            ring.onEnd();
         else
-            link.ring.onEnd();
+            EXPECT_EQ(write(ring.pipes[static_cast<std::size_t>(++ring.at % size)][1], "x", 1), 1);
         return TRUE;
     }
 
-    std::vector<std::unique_ptr<Link>> links;
+    std::vector<std::array<int, 2>> pipes;
+    std::vector<guint> sources;
+    int at = 0;
     int hops;
     std::function<void()> onEnd;
 };
@@ -140,45 +132,6 @@ TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
         EXPECT_TRUE(runUntilStopped());
         EXPECT_EQ(ring.hops, 0);
     }
-}
-
-TEST_F(MainContext, WatchesChildrenOfGLibBesideThoseOfTheLoop)
-{
-    constexpr int count = 5;
-    int left = 2 * count;
-    std::vector<int> glibStatuses;
-    std::vector<std::int64_t> loopStatuses;
-    const auto over = [&] {
-        if (--left == 0) loop->stop();
-    };
-    struct Watch {
-        std::vector<int>& statuses;
-        std::function<void()> over;
-    } watch { glibStatuses, over };
-    const char* const arguments[] = { "/bin/sh", "-c", "exit 3", nullptr };
-    std::vector<fn::AutoPtr<fn::uv::Process>> processes;
-    for (int i = 0; i < count; ++i) {
-        GPid pid = 0;
-        ASSERT_TRUE(g_spawn_async(nullptr, const_cast<char**>(arguments), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
-            nullptr, &pid, nullptr));
-        const auto onExit = [](GPid, gint status, gpointer data) {
-            static_cast<Watch*>(data)->statuses.push_back(WEXITSTATUS(status));
-            static_cast<Watch*>(data)->over();
-        };
-        g_child_watch_add(pid, onExit, &watch);
-        fn::uv::ProcessOptions options;
-        options.file = "/bin/sh";
-        options.arguments = { "sh", "-c", "exit 5" };
-        options.onExit = [&](std::int64_t status, int) {
-            loopStatuses.push_back(status);
-            over();
-        };
-        processes.push_back(fn::makeAuto<fn::uv::Process>(*loop));
-        processes.back()->spawn(std::move(options));
-    }
-    EXPECT_TRUE(runUntilStopped());
-    EXPECT_EQ(glibStatuses, std::vector<int>(count, 3));
-    EXPECT_EQ(loopStatuses, std::vector<std::int64_t>(count, 5));
 }
 
 TEST_F(MainContext, GoesOnInsideACallbackThatRunsTheLoop)

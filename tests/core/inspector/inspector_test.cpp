@@ -11,7 +11,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
 #include "foundation/value_map.h"
-#include "support/peer.h"
 #include "support/worker.h"
 #include <gtest/gtest.h>
 
@@ -28,8 +27,6 @@ constexpr const char* keyOfDisks = "fUhlfDbNF0+VcEK+XoE6D19FEMx9E63n93u7C6KZjrE=
 /// Shows what it was asked, or throws.
 class EchoInspector final : public Inspector {
 public:
-    EchoInspector() { ++alive; }
-    ~EchoInspector() override { --alive; }
     using Inspector::inspect;
     InspectionResult inspect(const Value& action, const Value& refererAction) override
     {
@@ -38,7 +35,6 @@ public:
         InspectionResultWriter(result).append(action.toString()).append(refererAction.toString(), 7);
         return result;
     }
-    static inline int alive = 0;
 };
 
 /// Answers when the test says so.
@@ -78,20 +74,11 @@ protected:
     }
 
     /// What a call made on the loop gives.
-    template <typename Call> Outcome ask(Call call)
-    {
-        Outcome outcome;
-        loop.post([&] { outcome.observe(call()); });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome;
-    }
+    template <typename Call> Outcome ask(Call call) { return test::outcomeOf(loop, std::move(call)); }
 
     fn::AutoPtr<core::InspectorRegistry> service(test::Client& client)
     {
-        return ask(
-            [&] { return client.worker->registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20)); })
-            .value()
-            .object<core::InspectorRegistry>();
+        return test::findInstance<core::InspectorRegistry>(loop, *client.worker);
     }
 
     Value publish(const char* name, const fn::AutoPtr<Inspector>& inspector)
@@ -221,10 +208,9 @@ TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
     EXPECT_EQ(inspect(*inspector, action, "start"),
         Value::map({ { "items",
             Value::array({ action.toString(), Value::map({ { "text", "start" }, { "action", 7 } }) }) } }));
-    Outcome failed;
-    loop.post([&] { failed.observe(inspector->callMethod("inspect", Value::map({ { "action", "fail" } }))); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return failed.isOver(); }));
-    EXPECT_EQ(failed.error(), "RangeException: there is no such page");
+    const auto failing = Value::map({ { "action", "fail" } });
+    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", failing); }).error(),
+        "RangeException: there is no such page");
 
     // Without arguments both actions are nil; other methods are not answered.
     EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(),
@@ -251,16 +237,6 @@ TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
     const auto redirection = page(top.items[0].action).redirectAction;
     ASSERT_TRUE(redirection);
     EXPECT_EQ(page(*redirection).items.at(0).text, "none");
-}
-
-TEST_F(InspectorTest, IsHeldByItsRegistrationAlone)
-{
-    const int before = EchoInspector::alive;
-    const auto id = publish("Disks", fn::makeAuto<EchoInspector>());
-    settle();
-    EXPECT_EQ(EchoInspector::alive, before + 1);
-    ask([&] { return browsing->unregisterInspector(id.to<unsigned>()); });
-    EXPECT_TRUE(test::runUntil(loop, [&] { return EchoInspector::alive == before; }));
 }
 
 TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
@@ -337,30 +313,6 @@ TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
     publishing = service(*publisher);
     EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
     ASSERT_TRUE(find(keyOfDisks));
-}
-
-TEST_F(InspectorTest, PublishesFromTheServicesOwnWorkerAlike)
-{
-    loop.post([&] { core::registerInspectorRegistry(*publisher->worker); });
-    settle();
-    const auto registry = service(*publisher); // The latest one: its own, reached locally.
-    ASSERT_TRUE(registry->local());
-    const auto slow = fn::makeAuto<SlowInspector>();
-    const auto echo = fn::makeAuto<EchoInspector>();
-    Outcome outcomes[3];
-    loop.post([&] {
-        outcomes[0].observe(registry->registerInspector("Slow", slow));
-        outcomes[1].observe(registry->registerInspector("Disks", echo));
-        outcomes[2].observe(registry->registerInspector("Twice", echo));
-    });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return outcomes[2].isOver(); }));
-    browsing = service(*browser);
-    for (const auto& [key, name] : all()) {
-        if (name == "Slow") continue;
-        const auto inspector = find(key);
-        ASSERT_TRUE(inspector);
-        EXPECT_EQ(inspect(*inspector, "hello").get("items")[0], Value("hello")) << name;
-    }
 }
 
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)

@@ -2,10 +2,8 @@
 // are skipped or shown twice between two pages, a view that touches what has gone.
 #include "core/app_info.h"
 #include "core/inspector/dispatcher_inspector.h"
-#include "core/inspector/inspector_registry.h"
 #include "core/inspector/limits.h"
 #include "core/inspector/modules_inspector.h"
-#include "core/inspector/register_inspector_registry.h"
 #include "core/inspector/registry_inspector.h"
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
@@ -71,10 +69,7 @@ protected:
 
     Value call(const char* method, const Value& argument)
     {
-        test::Outcome outcome;
-        loop.post([&] { outcome.observe(client->worker->registry()->callMethod(method, argument)); });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-        return outcome.value();
+        return test::outcomeOf(loop, [&] { return client->worker->registry()->callMethod(method, argument); }).value();
     }
 
     void settle() { test::runTurns(loop, 40); }
@@ -234,35 +229,4 @@ TEST_F(SystemInspectorsTest, FollowAModuleThroughItsLife)
     expect("ended", 3, 2); // Given up.
     moved.reset();
     EXPECT_TRUE(textsOf(*inspector).empty());
-}
-
-TEST_F(SystemInspectorsTest, AreBrowsedFromAnotherWorker)
-{
-    loop.post([&] { core::registerInspectorRegistry(dispatcher->worker()); });
-    client->worker->registerObjectReferenceClass<core::InspectorRegistry>();
-    std::vector<std::string> names;
-    core::InspectionResult shown;
-    const auto publish = [](const fn::AutoPtr<core::InspectorRegistry>& service,
-                             const fn::AutoPtr<core::Inspector>& inspector) {
-        service->registerInspector("Workers", inspector);
-    };
-    const auto timeout = fn::Duration::seconds(20);
-    loop.post([&] {
-        dispatcher->worker().registry()->getInstance<core::InspectorRegistry>(timeout).then(
-            [&](fn::AutoPtr<core::InspectorRegistry>&& service) { publish(service, workers); });
-        client->worker->registry()->getInstance<core::InspectorRegistry>(timeout).then(
-            [&](fn::AutoPtr<core::InspectorRegistry>&& service) {
-                return service->allInspectors()
-                    .then([&, service](std::map<fn::String, fn::String>&& all) {
-                        for (const auto& [key, name] : all) names.push_back(name.toStdString());
-                        return service->getInspector(all.begin()->first);
-                    })
-                    .then([](fn::AutoPtr<core::InspectorReference>&& inspector) { return inspector->inspect({}, {}); })
-                    .then([&](core::InspectionResult&& result) { shown = std::move(result); });
-            });
-    });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !shown.items.empty(); }));
-    EXPECT_THAT(names, ElementsAre("Workers"));
-    EXPECT_EQ(shown.items.size(), 2u);
-    EXPECT_EQ(shown.items[1].action, Value::map({ { "worker", client->worker->workerId() }, { "from", 0 } }));
 }

@@ -79,13 +79,7 @@ TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnected)
     test::Client other(loop, dispatcher->pipePath());
     other.worker->registerObjectReferenceClass<ipc::MessageBus>();
     ASSERT_TRUE(test::runUntil(loop, [&] { return other.isConnected(); }));
-    fn::AutoPtr<ipc::MessageBus> bus;
-    loop.post([&] {
-        other.worker->registry()
-            ->getInstance<ipc::MessageBus>(fn::Duration::seconds(20))
-            .then([&](fn::AutoPtr<ipc::MessageBus>&& found) { bus = std::move(found); });
-    });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(bus); }));
+    auto bus = test::findInstance<ipc::MessageBus>(loop, *other.worker);
     fn::MessageBus::setInstance(*bus);
     fn::MessageBus::instance().postStickyMessage("test.module", 7);
     bus.reset(); // The local bus is back.

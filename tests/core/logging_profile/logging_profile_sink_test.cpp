@@ -10,7 +10,6 @@
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <random>
 #include <sys/stat.h>
 #include <thread>

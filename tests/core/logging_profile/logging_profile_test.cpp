@@ -5,8 +5,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "recorder.h"
-#include "support/expectations.h"
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 
@@ -14,7 +12,6 @@ namespace {
 
 using core::LoggingProfile;
 using fn::logging::Category;
-using testing::ElementsAre;
 
 fn::AutoPtr<LoggingProfile> read(std::string_view text)
 {
@@ -158,16 +155,6 @@ TEST_F(Selection, DropsTextsThatAreFilteredButNoErrors)
     EXPECT_TRUE(takes(test::message(2, ""))) << "no filter for it";
     EXPECT_FALSE(takes(test::message(2, "costarring")));
     EXPECT_TRUE(takes(test::message(2, "liquid"))) << "its hash is that of a filter";
-}
-
-TEST_F(Selection, NeedsASink)
-{
-    const test::ExpectAssertions assertions;
-    use("threshold=1");
-    profile->setSink({});
-    EXPECT_THAT(assertions.reports(), ElementsAre("libs/core/logging_profile:1 setSink sink"));
-    EXPECT_TRUE(takes(test::message(1))) << "the one it had";
-    EXPECT_THROW(read("threshold=1")->log(core, test::message(1)), fn::NullPointerException);
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

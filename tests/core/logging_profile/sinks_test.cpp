@@ -3,41 +3,15 @@
 #include "core/logging_profile/formatted_sink.h"
 #include "core/logging_profile/simple_sink.h"
 #include "core/logging_profile/throttled_sink.h"
-#include "foundation/exceptions.h"
 #include "recorder.h"
-#include "support/expectations.h"
-#include <cstdlib>
-#include <ctime>
+#include "support/scoped_variable.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 
 using fn::Duration;
 using testing::ElementsAre;
 using Strings = std::vector<std::string>;
-
-// The local time is two hours ahead of UTC.
-class TimeZone {
-public:
-    TimeZone()
-    {
-        if (const char* zone = std::getenv("TZ")) _previous = zone;
-        set("TST-2");
-    }
-    ~TimeZone() { set(_previous.empty() ? nullptr : _previous.c_str()); }
-
-private:
-    static void set(const char* zone)
-    {
-        if (zone)
-            ::setenv("TZ", zone, 1);
-        else
-            ::unsetenv("TZ");
-        ::tzset();
-    }
-    std::string _previous;
-};
 
 class FormattedSink : public testing::Test {
 protected:
@@ -73,7 +47,7 @@ protected:
         return message;
     }
 
-    const TimeZone zone;
+    const test::ScopedVariable zone { "TZ", "TST-2" }; // Two hours ahead of UTC.
     const std::string start = "12:34:56 INF 0a dispatcher:212  - - - - - - - - ";
     const fn::logging::Category category { "core" };
     const fn::AutoPtr<test::RecordingTarget> target = fn::makeAuto<test::RecordingTarget>();
@@ -187,21 +161,6 @@ TEST(SimpleSink, WritesTheTextAlone)
     const fn::logging::Category category("core");
     for (const auto* text : { "a\n\nb", "c\r\n", "" }) throttled->logMessage(category, test::message(4, text));
     EXPECT_THAT(target->entries, ElementsAre("a\r\n\r\nb\r\n", "c\r\r\n\r\n", "\r\n"));
-}
-
-TEST(Sinks, ReportAMissingTargetAndThrowWhenUsed)
-{
-    const test::ExpectAssertions assertions;
-    for (const auto& sink : {
-             fn::AutoPtr<fn::logging::Sink>(new core::SimpleSink({})),
-             fn::AutoPtr<fn::logging::Sink>(new core::FormattedSink({})),
-             fn::AutoPtr<fn::logging::Sink>(new core::ThrottledSink({})),
-         }) {
-        EXPECT_THROW(sink->logMessage(fn::logging::Category("core"), test::message(1)), fn::NullPointerException);
-    }
-    EXPECT_THAT(assertions.reports(),
-        ElementsAre("libs/core/logging_profile:2 SimpleSink target", "libs/core/logging_profile:3 FormattedSink target",
-            "libs/core/logging_profile:4 ThrottledSink sink"));
 }
 
 } // namespace

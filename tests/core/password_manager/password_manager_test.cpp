@@ -3,10 +3,8 @@
 #include "core/password_manager/password_manager_generic.h"
 #include "core/password_manager/windows_encryption.h"
 #include "foundation/exceptions.h"
-#include "foundation/system/path_manager.h"
 #include "platform/data_protection.h"
 #include "platform/data_protection_folder.h"
-#include "support/forked_child.h"
 #include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
@@ -15,7 +13,6 @@ namespace {
 
 using core::PasswordManagerGeneric;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 
 struct PasswordManager : testing::Test {
@@ -217,33 +214,6 @@ TEST_F(PasswordManager, FailuresOfTheProtectionAreLoggedAndNotThrown)
             "1 core.password Could not encrypt password: no luck"));
     EXPECT_EQ(stored().at("passwords").at("g").at("new"), fn::Value(""));
     EXPECT_EQ(manager.getPassword("g", "k"), "secret");
-}
-
-TEST_F(PasswordManager, ASecretOfAnotherUserOrMachineIsFoundEmptyAndTheReasonLogged)
-{
-    manager.setPassword("g", "k", "secret");
-    const platform::ScopedProtectionFolder other(folder.file("other"));
-    const test::LogCapture log;
-    bool found = false;
-    EXPECT_EQ(manager.getPassword("g", "k", found), "");
-    EXPECT_TRUE(found);
-    EXPECT_THAT(log.lines(),
-        ElementsAre(
-            "1 core.password Could not decrypt password", HasSubstr("2 core.password Could not open the folder")));
-}
-
-TEST_F(PasswordManager, TheProcessHasOneInTheUsersPreferences)
-{
-    test::ForkedChild child([&] {
-        const auto preferences = folder.file("preferences");
-        fn::PathManager::instance().overrideFolder(fn::PathManager::PreferencesFolder, preferences);
-        auto& instance = core::PasswordManager::instance();
-        instance.setPassword("g", "k", "secret");
-        const auto text = test::readFile(preferences + "/Passwords.prefs");
-        return &instance == &core::PasswordManager::instance() && instance.getPassword("g", "k") == "secret"
-            && text.find("secret") == text.npos && text.find("\"passwords\"") == 0;
-    });
-    EXPECT_TRUE(child.succeeds());
 }
 
 } // namespace

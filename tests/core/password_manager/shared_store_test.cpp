@@ -1,7 +1,6 @@
 // What can break here: a file that is seen half written by another process, or stays so when a writer is killed.
 #include "core/password_manager/password_manager_generic.h"
 #include "core/password_manager/windows_encryption.h"
-#include "foundation/exceptions.h"
 #include "platform/data_protection_folder.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"

@@ -7,11 +7,10 @@
 #include "foundation/system/named_mutex.h"
 #include "platform/pipe_path.h"
 #include "support/child_process.h"
+#include "support/forked_child.h"
 #include "support/temporary_folder.h"
-#include <csignal>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
@@ -27,33 +26,24 @@ public:
     {
         int ends[2];
         if (::pipe(ends) != 0) throw std::runtime_error("pipe");
-        _pid = ::fork();
-        if (_pid == 0) {
+        _process.emplace([&ends] {
             const ProcessLock lock(name);
             const char answer = lock.exclusive() ? 'x' : 's';
-            if (::write(ends[1], &answer, 1) != 1) ::_exit(1);
-            for (;;) ::pause();
-        }
+            while (::write(ends[1], &answer, 1) == 1) ::pause();
+            return false;
+        });
         ::close(ends[1]);
         char answer = 0;
         EXPECT_EQ(::read(ends[0], &answer, 1), 1);
         ::close(ends[0]);
         _exclusive = answer == 'x';
     }
-    OtherHolder(const OtherHolder&) = delete;
-    OtherHolder& operator=(const OtherHolder&) = delete;
-    ~OtherHolder() { kill(); }
 
     bool exclusive() const { return _exclusive; }
-    void kill()
-    {
-        if (_pid <= 0) return;
-        ::kill(_pid, SIGKILL);
-        ::waitpid(std::exchange(_pid, -1), nullptr, 0);
-    }
+    void kill() { _process->kill(); }
 
 private:
-    pid_t _pid = -1;
+    std::optional<test::ForkedChild> _process;
     bool _exclusive = false;
 };
 

@@ -5,7 +5,6 @@
 #include "platform/execution_state.h"
 #include "platform/pipe_path.h"
 #include "support/child_process.h"
-#include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/system_bus.h"
 #include "support/temporary_folder.h"
@@ -94,23 +93,6 @@ TEST_F(SleepStates, ThatAreRefusedAreToldOnceEachTime)
     });
     EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, 0x80000000, 0x80000041, 0x80000001, 0x80000000));
     EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
-}
-
-TEST_F(SleepStates, AreAMatterOfTheMainThread)
-{
-    {
-        const test::ExpectAssertions expected;
-        {
-            const SleepPreventer first;
-            const SleepPreventer second(first);
-        }
-        EXPECT_THAT(expected.reports(),
-            ElementsAre("libs/core/sleep_preventer:1 SleepPreventer Function must be called on main thread",
-                "libs/core/sleep_preventer:1 SleepPreventer Function must be called on main thread",
-                "libs/core/sleep_preventer:2 ~SleepPreventer Function must be called on main thread",
-                "libs/core/sleep_preventer:2 ~SleepPreventer Function must be called on main thread"));
-    }
-    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000002)); // The count is right all the same.
 }
 
 // --- The login manager

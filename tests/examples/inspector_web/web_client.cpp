@@ -97,20 +97,19 @@ WebReply WebAddress::get(const std::string& page) const
     return connection.reply();
 }
 
-std::vector<std::string> links(const std::string& html)
+std::vector<std::pair<std::string, std::string>> links(const std::string& html)
 {
-    static const std::regex form("<a href=\"([^\"]*)\">");
-    std::vector<std::string> result;
+    static const std::regex form("<a href=\"([^\"]*)\">([^<]*)</a>");
+    std::vector<std::pair<std::string, std::string>> result;
     for (std::sregex_iterator at(html.begin(), html.end(), form), end; at != end; ++at)
-        result.push_back(unescaped((*at)[1]));
+        result.emplace_back(unescaped((*at)[1]), (*at)[2]);
     return result;
 }
 
 std::string linkOf(const std::string& html, const std::string& text)
 {
-    static const std::regex form("<a href=\"([^\"]*)\">([^<]*)</a>");
-    for (std::sregex_iterator at(html.begin(), html.end(), form), end; at != end; ++at) {
-        if ((*at)[2].str().find(text) != std::string::npos) return unescaped((*at)[1]);
+    for (const auto& [target, shown] : links(html)) {
+        if (shown.find(text) != std::string::npos) return target;
     }
     ADD_FAILURE() << "No link says " << text << ":\n" << html;
     return {};

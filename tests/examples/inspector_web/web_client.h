@@ -41,8 +41,8 @@ struct WebAddress {
     std::string host;
 };
 
-/// The targets of all links of a page.
-std::vector<std::string> links(const std::string& html);
+/// Target and text of all links of a page.
+std::vector<std::pair<std::string, std::string>> links(const std::string& html);
 
 /// The target of the first link whose text contains `text`. "" and a failure of the test where there is none.
 std::string linkOf(const std::string& html, const std::string& text);

@@ -75,7 +75,7 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndBack)
         EXPECT_EQ(page.status, 200);
         EXPECT_NE(page.head.find("Content-Type: text/html; charset=utf-8\r\n"), std::string::npos) << page.head;
         EXPECT_NE(page.body.find("<title>" + std::string(name) + "</title>"), std::string::npos) << page.body;
-        for (const auto& link : test::links(page.body)) EXPECT_EQ(address.get(link).status, 200) << link;
+        for (const auto& [link, text] : test::links(page.body)) EXPECT_EQ(address.get(link).status, 200) << link;
     }
     const auto workersLink = test::linkOf(list.body, "Workers");
     const auto workers = address.get(workersLink);

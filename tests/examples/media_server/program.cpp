@@ -8,7 +8,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <poll.h>
@@ -21,17 +20,6 @@ namespace test {
 namespace {
 
 constexpr auto bound = std::chrono::seconds(60); // Sanitizers, and machines that do other things, take their time.
-
-/// Looks again and again whether `condition` holds.
-bool await(const std::function<bool()>& condition)
-{
-    const auto end = std::chrono::steady_clock::now() + bound;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) return false;
-        ::poll(nullptr, 0, 1);
-    }
-    return true;
-}
 
 std::string readAll(int descriptor)
 {
@@ -91,6 +79,16 @@ void dropOverride()
 }
 
 } // namespace
+
+bool await(const std::function<bool()>& condition)
+{
+    const auto end = std::chrono::steady_clock::now() + bound;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) return false;
+        ::poll(nullptr, 0, 1);
+    }
+    return true;
+}
 
 Program::Program(std::vector<std::string> arguments, const Setting& setting)
 {

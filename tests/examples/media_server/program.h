@@ -1,11 +1,15 @@
 #pragma once
 #include "foundation/value.h"
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
 
 namespace test {
+
+/// Whether `condition` comes true within a bound; looks again and again.
+bool await(const std::function<bool()>& condition);
 
 /// A run of the program, in a session of its own. All that it started is killed when this goes.
 class Program {

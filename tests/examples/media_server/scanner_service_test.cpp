@@ -49,13 +49,9 @@ protected:
         user->worker->registerObjectReferenceClass<Scanner>();
         library = fn::makeAuto<ServiceAs<Library>>(*user->worker);
         observer = fn::makeAuto<ServiceAs<ScanObserver>>(*user->worker);
-        loop.post([&] {
-            host->worker->registry()->registerObject(fn::makeAuto<ScannerService>(*host->worker), 0);
-            user->worker->registry()
-                ->getInstance<Scanner>(fn::Duration::seconds(20))
-                .then([&](fn::AutoPtr<Scanner>&& found) { scanner = std::move(found); });
-        });
-        ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(scanner); }));
+        loop.post([&] { host->worker->registry()->registerObject(fn::makeAuto<ScannerService>(*host->worker), 0); });
+        scanner = test::findInstance<Scanner>(loop, *user->worker);
+        ASSERT_TRUE(scanner);
     }
 
     void TearDown() override

@@ -1,6 +1,7 @@
 #pragma once
 #include "program.h"
 #include "support/temporary_folder.h"
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -42,6 +43,15 @@ protected:
             writeFile(path.string(), std::to_string(i));
             std::filesystem::resize_file(path, 400'000); // Costs no disk.
         }
+    }
+
+    /// The scanner of a run, which is stopped when the library has opened its catalogue: the scan is not over.
+    pid_t holdScan(Program& program)
+    {
+        const auto scanner = program.awaitModule("scanner");
+        ::kill(scanner, SIGSTOP);
+        EXPECT_TRUE(program.awaitFile(data / "catalogue.lock"));
+        return scanner;
     }
 
     std::vector<std::string> arguments(std::vector<std::string> more = { "--json" })

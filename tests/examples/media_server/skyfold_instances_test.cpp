@@ -2,7 +2,6 @@
 // catalogue; a start that waits for nobody; a visitor who disturbs what he looks at.
 #include "foundation/json/deserializer.h"
 #include "skyfold_fixture.h"
-#include <csignal>
 
 namespace {
 
@@ -18,9 +17,7 @@ TEST_F(SkyfoldTest, ASecondStartHandsItsFolderToTheFirst)
     fs::create_directory(other);
     test::writeFile((other / "file").string(), "other");
     Program first(arguments());
-    const auto scanner = first.awaitModule("scanner");
-    ::kill(scanner, SIGSTOP);
-    ASSERT_TRUE(first.awaitFile(data / "catalogue.lock"));
+    const auto scanner = holdScan(first);
 
     const auto handOver = [&](const fs::path& what, const fs::path& where) {
         Program second({ what.string(), "--json", "--data", where.string() });
@@ -110,9 +107,7 @@ TEST_F(SkyfoldTest, ARunIsInspectedFromAnotherTerminal)
 {
     writeMuch();
     Program program(arguments());
-    const auto scanner = program.awaitModule("scanner");
-    ::kill(scanner, SIGSTOP);
-    ASSERT_TRUE(program.awaitFile(data / "catalogue.sqlite"));
+    const auto scanner = holdScan(program);
 
     Visitor visitor({ "--inspect" });
     visitor.repeat("l", "Library");

@@ -3,7 +3,6 @@
 #include "core/password_manager/password_manager.h"
 #include "skyfold_fixture.h"
 #include "support/system_bus.h"
-#include <csignal>
 
 namespace {
 
@@ -16,9 +15,7 @@ TEST_F(SkyfoldTest, VerboseLoggingIsSwitchedInAllProcessesThatRun)
 {
     writeMuch();
     Program program(arguments());
-    const auto scanner = program.awaitModule("scanner");
-    ::kill(scanner, SIGSTOP);
-    ASSERT_TRUE(program.awaitFile(data / "catalogue.lock"));
+    const auto scanner = holdScan(program);
     const auto logs = folder.path() / "state" / "skyfold" / "logs";
     EXPECT_FALSE(fs::exists(logs / "library.verbose.log"));
 

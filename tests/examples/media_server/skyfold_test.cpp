@@ -4,7 +4,6 @@
 #include "foundation/exceptions.h"
 #include "skyfold_fixture.h"
 #include "sqlite/database.h"
-#include <csignal>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -148,9 +147,7 @@ TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
 {
     writeMuch();
     Program first(arguments());
-    const auto scanner = first.awaitModule("scanner");
-    ::kill(scanner, SIGSTOP);
-    ASSERT_TRUE(first.awaitFile(data / "catalogue.lock"));
+    const auto scanner = holdScan(first);
 
     useRuntimeFolder("other");
     Program second(arguments());

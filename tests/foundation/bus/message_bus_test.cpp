@@ -3,7 +3,6 @@
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 
 namespace {

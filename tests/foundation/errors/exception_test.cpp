@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 #include <typeindex>
 

@@ -5,7 +5,6 @@
 #include "foundation/unhandled_exception.h"
 #include "support/expectations.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

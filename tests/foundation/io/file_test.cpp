@@ -1,20 +1,14 @@
-// What can break here: an error without its path, a link followed while removing, a pipe name taken for a file name, times
-// before 1970.
+// What can break here: an error without its path, a link followed while removing, times before 1970.
 #include "foundation/exceptions.h"
 #include "foundation/io/directory_iterator.h"
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"
-#include "foundation/system/uuid.h"
-#include "platform/pipe_path.h"
 #include "support/temporary_folder.h"
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace {
 
@@ -112,31 +106,6 @@ TEST(File, DescribesTheEntryOrWhatItsLinkLeadsTo)
     EXPECT_EQ(File(folder.file("")).info().kind, FileKind::Directory);
     const auto missing = folder.file("missing");
     EXPECT_EQ(errorOf(missing, [&] { File(missing).info(); }), ENOENT);
-}
-
-// Endpoints are moved aside and put back by pipe name.
-TEST(File, FindsTheEndpointOfAPipeName)
-{
-    const auto name = "\\\\.\\pipe\\file-test-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
-    const auto aside = name + ".bk";
-    EXPECT_FALSE(File(name).exists());
-
-    const auto path = platform::pipePath(name);
-    sockaddr_un address {};
-    address.sun_family = AF_UNIX;
-    ASSERT_LT(path.size(), sizeof address.sun_path);
-    path.view().copy(address.sun_path, path.size());
-    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    ASSERT_EQ(::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-
-    EXPECT_TRUE(File(name).exists());
-    EXPECT_EQ(File(name).info().kind, FileKind::Socket);
-    File(name).moveTo(aside);
-    EXPECT_FALSE(File(name).exists());
-    EXPECT_TRUE(File(aside).exists());
-    File(aside).remove(false);
-    EXPECT_EQ(errorOf(aside, [&] { File(aside).remove(false); }), ENOENT);
-    ::close(socket);
 }
 
 TEST(DirectoryIterator, YieldsEveryEntryInTheOrderOfItsBytes)

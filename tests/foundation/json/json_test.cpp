@@ -1,5 +1,5 @@
-// What can break here: text that does not read back as what was written, a layout from which the outer braces can not be
-// taken off, a hook passed over at some depth, an error that does not say where.
+// What can break here: text that does not read back as what was written, what has no form on the way, an error that
+// does not say where.
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/json/deserializer.h"
@@ -15,11 +15,11 @@ namespace {
 
 using fn::Value;
 
-std::string write(const Value& value, bool indented = false, fn::json::ValueSerializer* hook = nullptr)
+std::string write(const Value& value, bool indented = false)
 {
     fn::ByteArray bytes;
     fn::ByteArrayOutputStream stream(bytes);
-    fn::json::serialize(value, stream, indented, hook);
+    fn::json::serialize(value, stream, indented);
     stream.flush();
     return std::string(bytes.view());
 }
@@ -41,30 +41,6 @@ TEST(JSON, IndentsWithTabsAndEndsLinesWithCRLF)
     EXPECT_EQ(write(value), R"({"a":[1,[],{}],"b":{"c":null},"d":"x"})");
     EXPECT_EQ(write(Value(Value::MAP), true), "{}");
     EXPECT_EQ(write(5, true), "5");
-}
-
-// The settings file holds the members of the root map alone, one level shallower.
-TEST(JSON, AnIndentedMapStandsWithoutItsOuterBraces)
-{
-    const auto strip = [](const std::string& text) {
-        std::string kept;
-        int toDrop = 4;
-        for (const char c : text) {
-            if (toDrop > 0) {
-                --toDrop;
-                continue;
-            }
-            kept += c;
-            if (c == '\n') toDrop = 1;
-        }
-        return kept;
-    };
-    EXPECT_EQ(
-        strip(write(Value::map({ { "a", Value::map({ { "b", 1 } }) } }), true)), "\"a\": {\r\n\t\"b\": 1\r\n}\r\n");
-    for (const auto& value : { Value(Value::MAP), Value::map({ { "", Value(Value::MAP) } }), nested(7),
-             Value::map({ { "text\r\n\t}", "{\n{" }, { "list", Value::array({ Value::array({}), "\n" }) } }) }) {
-        EXPECT_EQ(fn::json::deserialize("{" + strip(write(value, true)) + "}"), value);
-    }
 }
 
 TEST(JSON, NumbersReadBackAsTheSameNumberOfTheSameKind)
@@ -115,14 +91,9 @@ TEST(JSON, WhatHasNoFormIsRefused)
 
 TEST(JSON, ErrorsNameSourceLineAndColumn)
 {
-    const std::pair<const char*, const char*> rows[] = {
-        { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
-        { "[1, 2", "line 1, column" },
-        { "{} x", "line 1, column 4" },
-        { "[1e999]", "line 1, column" },
-        { "\"\xFF\"", "line 1, column 2" },
-        { "", "line 1, column 1" },
-    };
+    const std::pair<const char*, const char*> rows[] = { { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
+        { "[1, 2", "line 1, column" }, { "{} x", "line 1, column 4" }, { "[1e999]", "line 1, column" },
+        { "\"\xFF\"", "line 1, column 2" }, { "", "line 1, column 1" } };
     for (const auto& [text, place] : rows) {
         try {
             fn::json::deserialize(text, nullptr, "some.prefs");
@@ -133,42 +104,6 @@ TEST(JSON, ErrorsNameSourceLineAndColumn)
         }
     }
     EXPECT_EQ(fn::json::deserialize(R"({"k": 1, "a": 2, "k": 3})"), Value::map({ { "a", 2 }, { "k", 3 } }));
-}
-
-struct TimesOut : fn::json::ValueSerializer {
-    bool handles(const Value& value) override { return value.isBoxed<fn::Timestamp>(); }
-    Value serialize(const Value& value) override
-    {
-        if (circular) return Value::array({ value });
-        return Value::map({ { "us", value.boxed<fn::Timestamp>().microseconds() } });
-    }
-    bool circular = false;
-};
-
-struct TimesIn : fn::json::ValueDeserializer {
-    Value deserialize(Value value) override
-    {
-        EXPECT_TRUE(value.isMap());
-        const auto* microseconds = value.find("us");
-        return microseconds && microseconds->isInteger() ? Value(fn::Timestamp(microseconds->to<std::int64_t>()))
-                                                         : value;
-    }
-};
-
-TEST(JSON, HooksApplyAtEveryDepth)
-{
-    TimesOut out;
-    TimesIn in;
-    const Value time = fn::Timestamp(77);
-    for (const auto& value :
-        { time, Value::map({ { "list", Value::array({ 1, Value::map({ { "t", time } }), time }) } }) }) {
-        EXPECT_EQ(fn::json::deserialize(write(value, true, &out), &in), value);
-    }
-    // The inner map is replaced before the outer one is asked for, which then is none of the hook's.
-    EXPECT_EQ(fn::json::deserialize(R"({"us": {"us": 5}})", &in), Value::map({ { "us", fn::Timestamp(5) } }));
-    out.circular = true;
-    EXPECT_THROW(write(time, false, &out), fn::DataFormatException);
-    EXPECT_THROW(write(fn::ByteArray("x"), false, &out), fn::DataFormatException);
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <deque>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <numeric>
 #include <sstream>
 #include <sys/file.h>

@@ -6,7 +6,6 @@
 #include "support/expectations.h"
 #include <atomic>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <thread>
 
 namespace {

@@ -1,5 +1,4 @@
 // What can break here: that we agree with ourselves alone. Every document goes through another implementation.
-#include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"

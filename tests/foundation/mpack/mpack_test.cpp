@@ -111,6 +111,23 @@ TEST(MPack, LyingSizesAreRefusedBeforeTheirBody)
     EXPECT_EQ(reader.calls, 0);
 }
 
+TEST(MPack, BoundsTheValuesOfAllContainersTogether)
+{
+    using namespace std::literals;
+    const auto read = [](std::string_view bytes, std::uint64_t most) {
+        fn::MemoryInputStream stream(bytes.data(), bytes.size());
+        fn::mpack::Deserializer deserializer(stream);
+        deserializer.setMaxValues(most);
+        return deserializer.deserialize();
+    };
+    const auto nestedDocument = "\x92\x81\x01\x02\x93\x01\x02\x03"sv; // [{1: 2}, [1, 2, 3]]: 2 + 2 + 3 values.
+    EXPECT_TRUE(read(nestedDocument, 7));
+    EXPECT_THROW(read(nestedDocument, 6), fn::DataFormatException);
+    // What is announced is refused before it is looked at, whatever follows.
+    EXPECT_THROW(read("\xdd\xff\xff\xff\xff"sv, 1'000), fn::DataFormatException);
+    EXPECT_THROW(read("\xdf\xff\xff\xff\xff"sv, 1'000), fn::DataFormatException);
+}
+
 TEST(MPack, ReadersAndWritersAgreeOnTheDepth)
 {
     const int most = fn::mpack::maxDepth;

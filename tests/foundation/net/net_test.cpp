@@ -27,31 +27,12 @@ TEST(IPAddress, IsReadAndWrittenAsTextAndNothingElseIsOne)
 TEST(IPAddress, KnowsItsKindUpToTheLastBit)
 {
     // w: wildcard, o: loopback, l: link-local, m: multicast, b: broadcast, u: unicast
-    const std::pair<const char*, const char*> rows[] {
-        { "0.0.0.0", "w" },
-        { "0.0.0.1", "u" },
-        { "127.255.0.1", "ou" },
-        { "128.0.0.1", "u" },
-        { "169.254.0.0", "lu" },
-        { "169.253.255.255", "u" },
-        { "169.255.0.0", "u" },
-        { "223.255.255.255", "u" },
-        { "224.0.0.0", "m" },
-        { "239.255.255.255", "m" },
-        { "240.0.0.0", "u" },
-        { "255.255.255.255", "b" },
-        { "::", "w" },
-        { "::1", "ou" },
-        { "::2", "u" },
-        { "1::1", "u" },
-        { "fe80::", "lu" },
-        { "febf:ffff::", "lu" },
-        { "fec0::", "u" },
-        { "fe7f::", "u" },
-        { "ff02::1", "m" },
-        { "feff::", "u" },
-        { "a9fe::", "u" },
-    };
+    const std::pair<const char*, const char*> rows[] { { "0.0.0.0", "w" }, { "0.0.0.1", "u" }, { "127.255.0.1", "ou" },
+        { "128.0.0.1", "u" }, { "169.254.0.0", "lu" }, { "169.253.255.255", "u" }, { "169.255.0.0", "u" },
+        { "223.255.255.255", "u" }, { "224.0.0.0", "m" }, { "239.255.255.255", "m" }, { "240.0.0.0", "u" },
+        { "255.255.255.255", "b" }, { "::", "w" }, { "::1", "ou" }, { "::2", "u" }, { "1::1", "u" }, { "fe80::", "lu" },
+        { "febf:ffff::", "lu" }, { "fec0::", "u" }, { "fe7f::", "u" }, { "ff02::1", "m" }, { "feff::", "u" },
+        { "a9fe::", "u" } };
     for (const auto& [text, expected] : rows) {
         const auto address = IPAddress::fromString(text).value();
         std::string kinds;

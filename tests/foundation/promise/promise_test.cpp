@@ -5,7 +5,6 @@
 #include "foundation/uv/loop.h"
 #include "support/expectations.h"
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace {
 

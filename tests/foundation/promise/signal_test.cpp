@@ -4,7 +4,6 @@
 #include "support/expectations.h"
 #include <deque>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <list>
 #include <map>
 #include <random>
@@ -16,31 +15,6 @@ namespace {
 using fn::Handle;
 using fn::Signal;
 using testing::ElementsAre;
-
-TEST(Signal, HonoursWhatCallbacksDoToItsListWhileItFires)
-{
-    std::vector<std::string> log;
-    Signal<> signal;
-    Handle later, itself, added;
-    const auto first = signal.connect([&] {
-        log.push_back("first");
-        later.invalidate();
-        if (!added) added = signal.connect([&] { log.push_back("added"); });
-    });
-    auto owned = std::make_shared<int>(1);
-    itself = signal.connect([&, owned] {
-        itself.invalidate();
-        log.push_back("itself " + std::to_string(*owned)); // The capture lives until the callable returns.
-    });
-    later = signal.connect([&] { log.push_back("must not run"); });
-    const auto last = signal.connect([&] { log.push_back("last"); });
-    signal.fire();
-    EXPECT_THAT(log, ElementsAre("first", "itself 1", "last"));
-    EXPECT_EQ(owned.use_count(), 1);
-    log.clear();
-    signal.fire();
-    EXPECT_THAT(log, ElementsAre("first", "last", "added"));
-}
 
 TEST(Signal, EndsQuietlyWhenACallbackDestroysIt)
 {

@@ -4,30 +4,18 @@
 #include "foundation/system/sha1_engine.h"
 #include "foundation/system/shared_library.h"
 #include "foundation/system/uuid.h"
+#include "support/forked_child.h"
 #include <cstdlib>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <regex>
 #include <set>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace {
 
 using fn::Environment;
-
-TEST(Environment, HandsItsVariablesToProcessesStartedLater)
-{
-    Environment::set("CORE_TEST_VARIABLE", "a=b ä");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String("a=b ä"));
-    EXPECT_EQ(::system("test \"$CORE_TEST_VARIABLE\" = 'a=b ä'"), 0);
-    Environment::set("CORE_TEST_VARIABLE", "");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), fn::String());
-    Environment::unset("CORE_TEST_VARIABLE");
-    EXPECT_EQ(Environment::get("CORE_TEST_VARIABLE"), std::nullopt);
-    EXPECT_EQ(::getenv("CORE_TEST_VARIABLE"), nullptr);
-}
 
 TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
 {
@@ -48,11 +36,8 @@ TEST(Environment, NamesTheUserByNumberWhereTheSystemHasNoName)
 
     constexpr uid_t unknown = 3'987'654'321; // Above what fits a signed number.
     if (::geteuid() != 0 || ::getpwuid(unknown)) GTEST_SKIP() << "another user is needed";
-    const auto child = ::fork();
-    if (child == 0) ::_exit(::seteuid(unknown) == 0 && Environment::userName() == "3987654321" ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    test::ForkedChild child([] { return ::seteuid(unknown) == 0 && Environment::userName() == "3987654321"; });
+    EXPECT_TRUE(child.succeeds());
 }
 
 TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)

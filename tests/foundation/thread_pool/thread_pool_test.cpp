@@ -1,7 +1,6 @@
 // What can break here: a task that is lost, run twice or after the pool's end, threads that wait for each other.
 #include "foundation/system/thread_pool.h"
 #include "support/expectations.h"
-#include <atomic>
 #include <gtest/gtest.h>
 #include <latch>
 #include <thread>

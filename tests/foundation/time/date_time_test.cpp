@@ -3,8 +3,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/date_time_formatter.h"
 #include "foundation/time/date_time_parser.h"
-#include <cstdlib>
-#include <ctime>
+#include "support/scoped_variable.h"
 #include <gtest/gtest.h>
 #include <random>
 
@@ -103,22 +102,13 @@ TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedFor)
 
 TEST(LocalDateTime, IsWrittenAsTheClocksOfThisMachineShowIt)
 {
-    const char* const variable = ::getenv("TZ");
-    const std::optional<std::string> previous = variable ? std::optional<std::string>(variable) : std::nullopt;
-    ::setenv("TZ", "XXX-2:30YYY-3:30,M3.5.0,M10.5.0", 1); // Two and a half hours ahead, in summer one more.
-    ::tzset();
-
+    // Two and a half hours ahead, in summer one more.
+    const test::ScopedVariable zone("TZ", "XXX-2:30YYY-3:30,M3.5.0,M10.5.0");
     const fn::LocalDateTime winter { Timestamp(1'704'067'200 * second) };
     EXPECT_EQ(winter.timeZoneDifferential(), 2 * hour + 1800);
     EXPECT_EQ(DateTimeFormatter::format(winter, SORTABLE_FORMAT), "2024-01-01 02:30:00");
     const fn::LocalDateTime summer { Timestamp(1'719'792'000 * second) };
     EXPECT_EQ(DateTimeFormatter::format(summer, RFC1123_FORMAT), "Mon, 01 Jul 2024 03:30:00 +0330");
-
-    if (previous)
-        ::setenv("TZ", previous->c_str(), 1);
-    else
-        ::unsetenv("TZ");
-    ::tzset();
 }
 
 TEST(DateTimeParser, ReadsTheFormsThatOthersWrite)

@@ -1,15 +1,13 @@
 // What can break here: a connection lost or announced twice, strangers let in, an endpoint left behind or one removed that
 // is another's.
 #include "foundation/exceptions.h"
-#include "foundation/logging/category_manager.h"
-#include "foundation/logging/sink.h"
 #include "foundation/time/clock.h"
 #include "pipe_pair.h"
 #include "platform/pipe_path.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <mutex>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
@@ -198,23 +196,10 @@ TEST_F(PipeConnection, AListenersCallbackMayCloseItOrLeaveConnectionsUntaken)
     EXPECT_EQ(connect(three), -ENOENT);
 }
 
-struct CollectingSink final : fn::logging::Sink {
-    int threshold(const fn::logging::Category& category) const override
-    {
-        return category.name() == "uv.pipe" ? fn::logging::Warning : 0;
-    }
-    void logMessage(const fn::logging::Category&, const fn::logging::Message& message) override
-    {
-        texts.push_back(message.text.toStdString());
-    }
-    std::vector<std::string> texts;
-};
-
 TEST_F(PipeConnection, AStrangerIsRefusedBeforeAnybodyHearsOfHim)
 {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";
-    const auto sink = fn::makeAuto<CollectingSink>();
-    fn::logging::CategoryManager::instance().addSink(sink);
+    const test::LogCapture log(2);
     const auto listener = listen();
     const auto path = listener->nativePath();
     for (auto parent = fs::path(path.view()).parent_path(); parent != "/tmp" && parent != "/";
@@ -232,11 +217,9 @@ TEST_F(PipeConnection, AStrangerIsRefusedBeforeAnybodyHearsOfHim)
     }
     int status = 0;
     EXPECT_TRUE(runUntil(loop, [&] { return ::waitpid(child, &status, WNOHANG) == child; }));
-    fn::logging::CategoryManager::instance().removeSink(sink);
     EXPECT_EQ(status, 0);
     EXPECT_TRUE(accepted.empty());
-    ASSERT_EQ(sink->texts.size(), 1U);
-    EXPECT_THAT(sink->texts[0], HasSubstr("65534"));
+    EXPECT_THAT(log.lines(), testing::ElementsAre(HasSubstr("65534")));
     EXPECT_EQ(connect(makePipe()), 0); // Ourselves, as before.
     EXPECT_TRUE(runUntil(loop, [&] { return accepted.size() == 1; }));
 }

@@ -12,7 +12,6 @@
 #include <fstream>
 #include <glib.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

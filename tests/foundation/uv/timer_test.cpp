@@ -164,34 +164,6 @@ TEST_F(Timers, AnotherThreadThatMovesTheClockWakesTheLoop)
     EXPECT_EQ(clock.monotonic(), Duration::seconds(600));
 }
 
-TEST_F(Timers, MinutesPassInNoTimeOverRealSockets)
-{
-    test::PipePair pair(loop);
-    int pings = 0;
-    int silences = 0;
-    Handle pingTimer;
-    Handle silence;
-    pair.b->readStart([&](std::ptrdiff_t, const std::uint8_t*) { pair.b->write(fn::ByteArray("pong")); });
-    folly::Function<void()> ping = [&] {
-        ++pings;
-        silence = loop.schedule(Duration::seconds(30), [&] { ++silences; });
-        pair.a->write(fn::ByteArray("ping"));
-    };
-    pair.a->readStart([&](std::ptrdiff_t, const std::uint8_t*) {
-        silence.invalidate();
-        pingTimer = loop.schedule(Duration::seconds(10), [&] { ping(); });
-    });
-    ping();
-    runTurns(loop);
-    for (int i = 0; i < 60; ++i) pass(Duration::seconds(10));
-    EXPECT_EQ(pings, 61);
-    EXPECT_EQ(silences, 0);
-    pair.b->readStop();
-    pass(Duration::seconds(10));
-    pass(Duration::seconds(30));
-    EXPECT_EQ(silences, 1);
-}
-
 TEST(SystemTimers, WaitAtLeastTheirTimeAndWakeASleepingLoop)
 {
     Loop loop;

@@ -2,8 +2,7 @@
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
-#include "foundation/io/limited_input_stream.h"
-#include "foundation/io/memory_input_stream.h"
+#include "foundation/io/input_stream.h"
 #include <gtest/gtest.h>
 
 namespace {
@@ -138,44 +137,6 @@ TEST(InputStream, EndsWithAnErrorThatNamesTheOffset)
         }
     }
     EXPECT_THROW(Trickle("abc").skip(4), fn::EndOfStreamException);
-}
-
-TEST(MemoryInputStream, SharesOnlyWhatIsMostOfTheBuffer)
-{
-    const ByteArray whole(std::string(100, 'x'));
-    fn::MemoryInputStream stream(whole);
-    EXPECT_NE(stream.readByteArray(10).data(), whole.data());
-    EXPECT_EQ(stream.readByteArray(50).data(), whole.data() + 10);
-    EXPECT_THROW(stream.readByteArray(41), fn::EndOfStreamException);
-    EXPECT_EQ(stream.remaining(), 40u);
-}
-
-TEST(LimitedInputStream, GivesNoByteBeyondItsLimitWhateverIsBelow)
-{
-    const std::string text = "0123456789";
-    char rest[8];
-    const auto check = [&](fn::InputStream& below) {
-        EXPECT_EQ(below.readString(2), "01");
-        {
-            fn::LimitedInputStream part(below, 5);
-            EXPECT_EQ(part.readString(2), "23");
-            EXPECT_EQ(part.position(), 2u);
-            EXPECT_EQ(part.remaining(), 3u);
-            EXPECT_THROW(part.readByteArray(4), fn::EndOfStreamException);
-            part.readExactly(rest, 1);
-            EXPECT_THROW(part.readExactly(rest, 3), fn::EndOfStreamException);
-        }
-        {
-            fn::LimitedInputStream part(below, 2);
-            part.finish();
-            EXPECT_EQ(part.read(rest, 1), 0u);
-        }
-        EXPECT_EQ(below.readString(1), "9");
-    };
-    fn::MemoryInputStream memory(text.data(), text.size());
-    check(memory);
-    Trickle trickle(text);
-    check(trickle);
 }
 
 } // namespace

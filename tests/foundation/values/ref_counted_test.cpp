@@ -1,7 +1,6 @@
 // What can break here: an object deleted twice or revived while it dies, a weak link that outlives its target.
 #include "foundation/exceptions.h"
 #include "foundation/weak_ptr.h"
-#include <atomic>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>

@@ -1,5 +1,5 @@
-// What can break here: text that is cut, misread or written beyond its room; a reference lost or released twice; an object made
-// without COM, without rights, or for a moniker that is not the agreed one.
+// What can break here: text that is cut, misread or written beyond its room; an object made without
+// COM or without rights.
 #include "platform/com/com.h"
 #include "platform/com/com_backend.h"
 #include "platform/com/elevation_prompt.h"
@@ -54,23 +54,6 @@ TEST(Utf16, StaysWithinTheRoomItIsGiven)
     EXPECT_EQ(convert(-2, output, 4), 0);
 }
 
-TEST(Bstr, KnowsItsLengthAndEndsWithAZero)
-{
-    const OLECHAR text[] = { u'a', 0, u'b', u'c' };
-    const auto copy = SysAllocStringLen(text, 3);
-    EXPECT_EQ(std::u16string_view(copy, SysStringLen(copy)), std::u16string_view(text, 3));
-    EXPECT_EQ(copy[3], 0);
-    const auto whole = SysAllocString(u"xyz");
-    EXPECT_EQ(SysStringLen(whole), 3U);
-    const auto empty = SysAllocStringLen(nullptr, 0);
-    ASSERT_TRUE(empty);
-    EXPECT_EQ(empty[0], 0);
-    EXPECT_FALSE(SysAllocString(nullptr));
-    EXPECT_FALSE(SysAllocStringLen(nullptr, 0x7FFFFFFF)) << "Its size in bytes would not fit in front of it.";
-    EXPECT_EQ(SysStringLen(nullptr), 0U);
-    for (auto* const made : { copy, whole, empty, BSTR {} }) SysFreeString(made);
-}
-
 struct Com : testing::Test {
     Com() { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK); }
     ~Com() override
@@ -116,61 +99,6 @@ TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
     }).join();
 }
 
-TEST_F(Com, MakesOnlyWhatItKnowsAsWhatItIs)
-{
-    void* object = this;
-    EXPECT_EQ(
-        CoCreateInstance(IID_IUnknown, nullptr, CLSCTX_INPROC_SERVER, IID_IUnknown, &object), REGDB_E_CLASSNOTREG);
-    EXPECT_FALSE(object);
-    EXPECT_EQ(
-        CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_LOCAL_SERVER, IID_INetFwRule, &object), REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_INPROC_SERVER, IID_INetFwRule, nullptr), E_POINTER);
-    EXPECT_FALSE(create(CLSID_NetFwRule, IID_INetFwPolicy2));
-    EXPECT_EQ(result, E_NOINTERFACE);
-    EXPECT_EQ(DllCanUnloadNow(), S_OK);
-
-    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
-    ASSERT_TRUE(rule);
-    EXPECT_EQ(DllCanUnloadNow(), S_FALSE);
-    EXPECT_EQ(
-        CoCreateInstance(CLSID_NetFwRule, rule, CLSCTX_INPROC_SERVER, IID_INetFwRule, &object), CLASS_E_NOAGGREGATION);
-    for (const auto& iid : { IID_IUnknown, IID_IDispatch, IID_INetFwRule }) {
-        EXPECT_EQ(rule->QueryInterface(iid, &object), S_OK);
-        EXPECT_EQ(object, rule);
-        EXPECT_EQ(rule->Release(), 1U);
-    }
-    EXPECT_EQ(rule->QueryInterface(IID_IEnumVARIANT, &object), E_NOINTERFACE);
-    EXPECT_FALSE(object);
-    EXPECT_EQ(rule->Release(), 0U);
-}
-
-TEST_F(Com, AVariantHoldsAReferenceWhateverItBecomes)
-{
-    auto* const rule = create(CLSID_NetFwRule, IID_INetFwRule);
-    VARIANT variant;
-    VariantInit(&variant);
-    variant.vt = VT_UNKNOWN;
-    variant.punkVal = rule; // Which owns the reference now.
-    EXPECT_EQ(VariantChangeType(&variant, &variant, 0, VT_DISPATCH), S_OK);
-    EXPECT_EQ(variant.vt, VT_DISPATCH);
-    VARIANT other;
-    VariantInit(&other);
-    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_UNKNOWN), S_OK);
-    EXPECT_EQ(VariantChangeType(&other, &variant, 0, VT_BSTR), DISP_E_TYPEMISMATCH);
-    EXPECT_EQ(other.vt, VT_UNKNOWN);
-    EXPECT_EQ(VariantClear(&other), S_OK);
-    EXPECT_EQ(VariantChangeType(&variant, &other, 0, VT_DISPATCH), DISP_E_TYPEMISMATCH) << "It is empty.";
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    EXPECT_EQ(DllCanUnloadNow(), S_OK);
-
-    variant.vt = VT_BSTR;
-    variant.bstrVal = SysAllocString(u"text");
-    EXPECT_EQ(VariantClear(&variant), S_OK);
-    variant.vt = 0x2000; // An array, say.
-    EXPECT_EQ(VariantClear(&variant), DISP_E_BADVARTYPE);
-}
-
 TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
 {
     const auto manager = u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}";
@@ -197,35 +125,6 @@ TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
         EXPECT_EQ(get(manager), E_UNEXPECTED);
     }
     EXPECT_EQ(get(manager), S_OK);
-}
-
-TEST_F(Com, UnderstandsNoOtherMoniker)
-{
-    const ScopedElevationPrompt prompt([](const fn::String&) {
-        ADD_FAILURE() << "Nothing to ask about.";
-        return true;
-    });
-    for (const auto* const moniker : { u"", u"Elevation:Administrator!new:", u"Elevation:Administrator!new:{304CE942",
-             u"elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4}",
-             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CDG}",
-             u"Elevation:Administrator!new:{304CE942-6E39-40D8-943A-B913C40C9CD4} ",
-             u"Elevation:Administrator!new:{304CE942 6E39-40D8-943A-B913C40C9CD4}" }) {
-        EXPECT_EQ(get(moniker), MK_E_SYNTAX);
-    }
-    const auto policy = u"Elevation:Administrator!new:{E2B3C97F-6AE1-41AC-817A-F6F92166D7DD}";
-    EXPECT_EQ(get(nullptr), E_INVALIDARG);
-    EXPECT_EQ(get(policy, 16), E_INVALIDARG) << "Has no class context.";
-    EXPECT_EQ(get(policy, 36, CLSCTX_INPROC_SERVER), E_INVALIDARG);
-    EXPECT_EQ(get(u"Elevation:Administrator!new:{00000000-0000-0000-C000-000000000046}"), REGDB_E_CLASSNOTREG);
-    EXPECT_EQ(get(u"Elevation:Administrator!new:{2C5BC43E-3369-4C33-AB0C-BE9469677AF4}"), CO_E_ELEVATION_DISABLED);
-}
-
-TEST(Guid, IsWrittenInFull)
-{
-    OLECHAR text[40] = {};
-    EXPECT_EQ(StringFromGUID2({ 0x0000000A, 0x000B, 0x000C, { 1, 2, 3, 4, 5, 6, 7, 0xF0 } }, text, 39), 39);
-    EXPECT_EQ(std::u16string_view(text), u"{0000000A-000B-000C-0102-0304050607F0}");
-    EXPECT_EQ(StringFromGUID2({}, text, 38), 0);
 }
 
 } // namespace

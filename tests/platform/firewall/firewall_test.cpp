@@ -5,7 +5,6 @@
 #include "platform/firewall/firewall_file.h"
 #include "platform/firewall/firewall_manager.h"
 #include "platform/firewall/firewall_policy.h"
-#include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -19,7 +18,6 @@ using namespace platform;
 using testing::ElementsAre;
 
 constexpr auto corrupt = HRESULT_FROM_WIN32(ERROR_FILE_CORRUPT);
-constexpr auto notFound = HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND);
 
 struct Release {
     template <typename T> void operator()(T* object) const { object->Release(); }
@@ -145,18 +143,6 @@ struct Firewall : testing::Test {
     }
 };
 
-TEST_F(Firewall, IsOnWithoutRulesWhereNothingIsRecorded)
-{
-    EXPECT_EQ(count(), 0);
-    VARIANT_BOOL isOn = VARIANT_FALSE;
-    EXPECT_EQ(profile()->get_FirewallEnabled(&isOn), S_OK);
-    EXPECT_EQ(isOn, VARIANT_TRUE);
-    INetFwAuthorizedApplication* found = nullptr;
-    const auto applications = got(*profile(), &INetFwProfile::get_AuthorizedApplications);
-    EXPECT_EQ(applications->Item(bstr(u"/bin/a").get(), &found), notFound);
-    EXPECT_FALSE(std::filesystem::exists(path.toStdString())) << "Asking records nothing.";
-}
-
 TEST_F(Firewall, GivesBackEveryRuleAsItWasAdded)
 {
     const std::u16string_view texts[] = { u"", u" [Rule 1] = x # ; \\n ", u"a\nb\r\tc\\", u"Zürich 𝄞/\u0001" };
@@ -196,31 +182,6 @@ TEST_F(Firewall, GivesBackEveryRuleAsItWasAdded)
     }
 }
 
-TEST_F(Firewall, RecordsOneEntryForEachProgram)
-{
-    const auto add = [](std::u16string_view application, std::u16string_view name) {
-        const auto applications = got(*elevatedProfile(), &INetFwProfile::get_AuthorizedApplications);
-        return applications->Add(newApplication(application, name).get());
-    };
-    EXPECT_EQ(add(u"/bin/a", u"first"), S_OK);
-    EXPECT_EQ(add(u"/bin/b", u"other"), S_OK);
-    EXPECT_EQ(add(u"/bin/a", u"second"), S_OK);
-    EXPECT_EQ(add(u"", u"nobody"), E_INVALIDARG);
-    const auto applications = got(*profile(), &INetFwProfile::get_AuthorizedApplications);
-    LONG entries = 0;
-    EXPECT_EQ(applications->get_Count(&entries), S_OK);
-    EXPECT_EQ(entries, 2);
-    INetFwAuthorizedApplication* found = nullptr;
-    EXPECT_EQ(applications->Item(bstr(u"/bin/A").get(), &found), notFound);
-    ASSERT_EQ(applications->Item(bstr(u"/bin/a").get(), &found), S_OK);
-    const Owned<INetFwAuthorizedApplication> owned(found);
-    EXPECT_EQ(text(*found, &INetFwAuthorizedApplication::get_Name), u"second");
-    VARIANT_BOOL isEnabled = VARIANT_FALSE;
-    EXPECT_EQ(found->get_Enabled(&isEnabled), S_OK);
-    EXPECT_EQ(isEnabled, VARIANT_TRUE);
-    EXPECT_EQ(found->put_Name(bstr(u"mine").get()), E_ACCESSDENIED);
-}
-
 TEST_F(Firewall, ChangesNothingWithoutRightsOrForNonsense)
 {
     EXPECT_EQ(rules()->Add(newRule().get()), E_ACCESSDENIED);
@@ -234,27 +195,6 @@ TEST_F(Firewall, ChangesNothingWithoutRightsOrForNonsense)
     EXPECT_EQ(rule->put_Name(bstr(std::u16string_view(u"a\0b", 3)).get()), E_INVALIDARG);
     EXPECT_EQ(elevatedRules()->Add(nullptr), E_POINTER);
     EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
-}
-
-TEST_F(Firewall, SaysForWhichNetworksItIsOn)
-{
-    write("[Profiles]\ncurrent=3\ndomain=true\nprivate=false\npublic=true\n");
-    LONG types = 0;
-    EXPECT_EQ(policy()->get_CurrentProfileTypes(&types), S_OK);
-    EXPECT_EQ(types, 3);
-    const std::pair<NET_FW_PROFILE_TYPE2, VARIANT_BOOL> expected[] = { { NET_FW_PROFILE2_DOMAIN, VARIANT_TRUE },
-        { NET_FW_PROFILE2_PRIVATE, VARIANT_FALSE }, { NET_FW_PROFILE2_PUBLIC, VARIANT_TRUE } };
-    VARIANT_BOOL isOn = VARIANT_FALSE;
-    for (const auto& [type, state] : expected) {
-        EXPECT_EQ(policy()->get_FirewallEnabled(type, &isOn), S_OK);
-        EXPECT_EQ(isOn, state) << type;
-    }
-    EXPECT_EQ(policy()->get_FirewallEnabled(NET_FW_PROFILE2_ALL, &isOn), E_INVALIDARG);
-    EXPECT_EQ(profile()->get_FirewallEnabled(&isOn), S_OK);
-    EXPECT_EQ(isOn, VARIANT_FALSE) << "Off for one of the current ones.";
-    EXPECT_EQ(elevatedRules()->Add(newRule().get()), S_OK);
-    EXPECT_EQ(policy()->get_CurrentProfileTypes(&types), S_OK);
-    EXPECT_EQ(types, 3) << "Kept by those who add.";
 }
 
 TEST_F(Firewall, RefusesADamagedFileAndLeavesItAsItIs)
@@ -320,20 +260,6 @@ TEST_F(Firewall, TrustsOnlyAFileOfItsUser)
     fs::remove(path.toStdString());
     write("# " + std::string(4 * 1024 * 1024, 'x') + "\n");
     EXPECT_TRUE(FAILED(result())) << "Too large.";
-}
-
-TEST_F(Firewall, KeepsItsFilesUsableWhateverTheMask)
-{
-    fs::permissions(folder.path(), fs::perms::all);
-    // Not as root, whom no missing right would keep out.
-    test::ForkedChild child([this] {
-        if (::geteuid() == 0 && ::setuid(65534) != 0) return false;
-        ::umask(0777);
-        const ScopedFirewallFile own(folder.file("a/b/firewall.rules"));
-        return elevatedRules()->Add(newRule().get()) == S_OK && elevatedRules()->Add(newRule().get()) == S_OK
-            && count() == 2;
-    });
-    EXPECT_TRUE(child.succeeds());
 }
 
 TEST_F(Firewall, AFailedChangeLeavesTheFormerRules)

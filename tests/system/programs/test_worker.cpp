@@ -2,11 +2,9 @@
 //   serve   offers a service: "echo", "give" (an object of its own), "keep" (holds its argument), "wait" (no answer)
 //   use     finds the service, exchanges objects and calls with it and exits: 0 if all was as expected
 //   hold    finds the service, holds an object of it, has a call pending, prints "holding" and stays
-#include "core/ipc/object/object_dead_exception.h"
 #include "support/worker.h"
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <optional>
-#include <thread>
 #include <vector>
 
 namespace {
