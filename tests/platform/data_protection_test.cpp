@@ -115,6 +115,28 @@ TEST_F(DataProtection, AnotherKeyOpensNothingAndReadingMakesNone)
     EXPECT_TRUE(fs::is_empty(root.path() / "other"));
 }
 
+TEST_F(DataProtection, WhatIsNotSupportedIsRefusedRatherThanLeftOut)
+{
+    std::string text = "x";
+    auto in = blobOf(text);
+    DATA_BLOB out {};
+    DATA_BLOB none { 1, nullptr };
+    platform::CRYPTPROTECT_PROMPTSTRUCT prompt {};
+    char16_t* description = nullptr;
+    using platform::CryptProtectData, platform::CryptUnprotectData;
+    EXPECT_FALSE(CryptProtectData(&in, u"name", nullptr, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(CryptProtectData(&in, nullptr, &in, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, &in, nullptr, 0, &out));
+    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, nullptr, &prompt, 0, &out));
+    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, nullptr, nullptr, 4, &out)); // For the whole machine.
+    EXPECT_FALSE(CryptProtectData(&none, nullptr, nullptr, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(CryptProtectData(nullptr, nullptr, nullptr, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, nullptr, nullptr, 0, nullptr));
+    EXPECT_FALSE(CryptUnprotectData(&in, &description, nullptr, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(CryptUnprotectData(&in, nullptr, &in, nullptr, nullptr, 0, &out));
+    EXPECT_FALSE(fs::exists(folder));
+}
+
 TEST_F(DataProtection, ABadKeyFileIsReportedAndStays)
 {
     const auto blob = protect("secret").value();
