@@ -25,7 +25,7 @@ constexpr int signalled = 128; // And the signal's number.
 constexpr auto notRespondingTimeout = fn::Duration::seconds(30);
 
 // Someone who has pressed Ctrl-C waits for a second at most: half of it for those who end by themselves.
-constexpr auto graceTime = fn::Duration::milliseconds(500);
+constexpr auto graceTime = fn::Duration::seconds(2);
 constexpr auto reapTime = fn::Duration::milliseconds(300);
 
 constexpr const char* loader = "module_loader";
