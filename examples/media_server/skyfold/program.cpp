@@ -24,7 +24,7 @@ constexpr int signalled = 128; // And the signal's number.
 
 constexpr auto notRespondingTimeout = fn::Duration::seconds(30);
 
-// Someone who has pressed Ctrl-C waits for a second at most: half of it for those who end by themselves.
+// Where a module hangs, someone who has pressed Ctrl-C waits so long. A busy machine needs a part of it for those that do not.
 constexpr auto graceTime = fn::Duration::seconds(2);
 constexpr auto reapTime = fn::Duration::milliseconds(300);
 
