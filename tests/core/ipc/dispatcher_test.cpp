@@ -232,6 +232,30 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
     EXPECT_EQ(dispatcher.usageCounts().objectCount(), before - 2 * many);
 }
 
+TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
+{
+    const auto dying = join();
+    const auto hostile = join();
+    const auto witness = join();
+    dying->send(listing(*dying, *witness));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+    dying->close();
+    std::uint64_t mentioned = many;
+    const auto mention = [&] { // More in each turn than are dropped in one.
+        Value objects(Value::MAP);
+        for (int i = 0; i < 2000; ++i) objects.set(objectOf(dying->id(), mentioned++), "X");
+        auto message = test::objectMessage(hostile->id(), witness->id(), {});
+        message.set(field::OBJECTS, std::move(objects));
+        hostile->send(message);
+    };
+    ASSERT_TRUE(test::runUntil(loop, [&] {
+        mention();
+        return witness->last(type::WORKER_DEAD) != nullptr;
+    }));
+    EXPECT_EQ(gone, std::vector { dying->id() });
+    EXPECT_LT(mentioned, 10 * many);
+}
+
 TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)
 {
     auto hub = std::make_unique<ipc::Dispatcher>(loop, timeout);

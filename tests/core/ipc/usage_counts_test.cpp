@@ -105,7 +105,7 @@ TEST(UsageCounts, AgreesWithThePlainTablesOverRandomHistories)
                 const auto part = static_cast<std::size_t>(1 + pick(3));
                 do {
                     for (const auto& due : counts.workerDied(worker, part)) note(due);
-                } while (counts.concerns(worker));
+                } while (counts.concerned(worker) > 0);
                 model.die(worker);
             }
             ASSERT_EQ(releases, model.releases) << "seed " << seed << " step " << step;

@@ -335,19 +335,24 @@ void Dispatcher::workerDied(const Connection& connection)
         _workers.erase(id);
         if (_registry) _registry->forgetWorker(id);
     }
-    _dying.push_back(connection);
+    _dying.push_back({ connection, {} });
     if (_dying.size() == 1) endFirstDying();
 }
 
 /// Drops a part of what is counted for who died first, and tells everybody behind the last part: releases come before the
 /// notice, and deaths in their order. A small death is one part; between those of a large one others' messages are
-/// handled, to which its references count as not yet released.
+/// handled, to which its references count as not yet released. What they list of its objects meanwhile makes it no
+/// longer: nobody holds up the notices.
 void Dispatcher::endFirstDying()
 {
-    const auto connection = _dying.front();
+    const auto connection = _dying.front().connection;
+    auto& left = _dying.front().left;
     const auto id = connection->info().workerId;
-    for (const auto& due : _counts.workerDied(id, deathPart)) sendRelease(due);
-    const bool isOver = !_counts.concerns(id);
+    if (!left) left = _counts.concerned(id);
+    const auto part = std::min(*left, deathPart);
+    for (const auto& due : _counts.workerDied(id, part)) sendRelease(due);
+    *left -= part;
+    const bool isOver = *left == 0;
     if (isOver) _dying.pop_front();
     if (!_dying.empty()) _dyingTask = _loop.schedule({}, [this] { endFirstDying(); });
     if (isOver) tellDeath(connection);

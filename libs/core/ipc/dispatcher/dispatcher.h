@@ -126,7 +126,11 @@ private:
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
-    std::deque<Connection> _dying; // In the order of their deaths: closed, but counts of theirs are left.
+    struct Death {
+        Connection connection; // Closed.
+        std::optional<std::size_t> left; // Of the objects counted for it when it began to be ended.
+    };
+    std::deque<Death> _dying; // In their order.
     fn::Handle _dyingTask; // The next part of the first one.
     std::deque<WorkerId> _deadIds; // In the order of their deaths: the longest dead is given out first.
     std::unique_ptr<Worker> _worker;

@@ -35,6 +35,12 @@ std::uint32_t UsageCounts::sentCount(ObjectId objectId) const
     return found == _entries.end() ? 0 : found->second.sent;
 }
 
+std::size_t UsageCounts::concerned(WorkerId worker) const
+{
+    const auto index = _index.find(worker);
+    return index == _index.end() ? 0 : index->second.owned.size() + index->second.held.size();
+}
+
 std::size_t UsageCounts::ownedCount(WorkerId owner) const
 {
     const auto index = _index.find(owner);
@@ -154,7 +160,6 @@ std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker, std::
     const auto index = _index.find(worker);
     if (index == _index.end()) return due;
     auto& [owned, held] = index->second;
-    for (; most > 0 && !owned.empty(); --most) erase(_entries.find(*owned.begin()));
     for (; most > 0 && !held.empty(); --most) {
         const auto found = _entries.find(*held.begin());
         held.erase(held.begin());
@@ -163,6 +168,7 @@ std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker, std::
         if (!receivers.empty()) continue;
         if (const auto release = takeRelease(found)) due.push_back(*release);
     }
+    for (; most > 0 && !owned.empty(); --most) erase(_entries.find(*owned.begin()));
     if (owned.empty() && held.empty()) _index.erase(worker);
     return due;
 }

@@ -57,12 +57,12 @@ public:
     /// `worker` releases `count` of the messages that brought it the object.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops what the dead worker owned and held, `most` objects of it: to be called again while it `concerns()` the worker.
-    /// What must be released to other owners now. The rest counts as before meanwhile.
+    /// Drops what the dead worker held and owned, at most so many objects of it: in parts the rest counts as before
+    /// meanwhile. What must be released to other owners now.
     std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
 
-    /// Whether objects may be counted that the worker owns or holds. Not once all of a dead one has been dropped.
-    bool concerns(WorkerId worker) const { return _index.contains(worker); }
+    /// How many objects are counted that the worker holds or owns. Others can make those of a dead one more.
+    std::size_t concerned(WorkerId worker) const;
 
     /// Drops what was counted under an id after its death, when the id is given out again.
     void forget(WorkerId worker);
