@@ -3,15 +3,12 @@
 
 import argparse
 import datetime
-import json
 import resource
-import signal
 import statistics
-import sys
 
+from command import run, write_json
 from growth_scenarios import SCENARIOS, SMALL, SYSTEM
 from growth_tables import heading, table
-from processes import BenchError
 from progress import Progress
 from scenarios import machine
 
@@ -77,8 +74,6 @@ def allow_open_files():
 
 def main():
     options = arguments()
-    signal.signal(signal.SIGINT, signal.default_int_handler)  # Also where the shell has had it ignored.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     allow_open_files()
     SYSTEM.configure(options.programs)
     repeats, seconds = PLANS[options.plan]
@@ -102,15 +97,8 @@ def main():
         for name, scenario in measured.items():
             print("\n" + table(name, scenario))
     if options.json:
-        with open(options.json, "w") as file:
-            json.dump(result, file, indent=2)
-            file.write("\n")
+        write_json(options.json, result)
 
 
 if __name__ == "__main__":
-    try:
-        main()
-    except BenchError as error:
-        sys.exit(f"bench: {error}")
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run(main)

@@ -4,13 +4,10 @@ libraries? And beside other ways between processes? Started by scripts/bench."""
 
 import argparse
 import datetime
-import json
-import signal
 import statistics
 import subprocess
-import sys
 
-from processes import BenchError
+from command import run, write_json
 from progress import Progress
 from scenarios import SCENARIOS, Timing, machine
 from systems import PEERS, SYSTEMS, Floor, Ours
@@ -124,8 +121,6 @@ def versions(packages):
 
 def main():
     options = arguments()
-    signal.signal(signal.SIGINT, signal.default_int_handler)  # Also where the shell has had it ignored.
-    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     scenarios = [s for s in SCENARIOS if not options.scenarios or s.name in options.scenarios]
     if options.peers:
         scenarios = [s for s in scenarios if s.name in PEER_SCENARIOS]
@@ -162,15 +157,8 @@ def main():
                   "systems": {system.name: {"title": system.title, "versions": versions(system.packages)}
                               for system in systems},
                   "frames": frames, "values": values}
-        with open(options.json, "w") as file:
-            json.dump(result, file, indent=2)
-            file.write("\n")
+        write_json(options.json, result)
 
 
 if __name__ == "__main__":
-    try:
-        main()
-    except BenchError as error:
-        sys.exit(f"bench: {error}")
-    except KeyboardInterrupt:
-        sys.exit(130)
+    run(main)
