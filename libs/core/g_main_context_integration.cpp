@@ -1,9 +1,7 @@
 #include "core/g_main_context_integration.h"
 #include "core/detail/context_wait.h"
-#include "core/detail/descriptor_set.h"
 #include "foundation/assertion.h"
 #include "foundation/system/thread_pool.h"
-#include "foundation/uv/poll.h"
 #include "foundation/uv/turn_watcher.h"
 #include <optional>
 
@@ -16,9 +14,6 @@ constexpr auto AssertionFile = "libs/core/g_main_context_integration";
 ///
 ///     doPrepare --task--> pool waits --wake-up--> pollDone ---> doCheck, which dispatches ---> doPrepare of the next turn
 ///     polling             polling                 poll done     neither
-///
-/// What ends the wait also wakes the loop's thread by itself, which then meets the pool's thread already on its way. Woken
-/// only by that one, it would be found on a processor that has gone to sleep meanwhile: twice the latency.
 struct GMainContextIntegration::Private : std::enable_shared_from_this<Private> {
     explicit Private(fn::uv::Loop& loop);
 
@@ -35,8 +30,6 @@ private:
     std::optional<fn::uv::Async> _pollDoneWakeUp;
     std::optional<fn::uv::Async> _extraWakeUp; // Has the loop go round once more.
     std::optional<fn::uv::TurnWatcher> _checkWatcher;
-    DescriptorSet _descriptors; // Of the wait that is out.
-    std::optional<fn::uv::Poll> _earlyWakeUp;
     bool _polling = false; // A wait is out.
     bool _pollDone = false; // It has ended, and its results wait for doCheck().
     std::shared_ptr<ContextWait> _wait; // The task on the pool has it, too.
@@ -49,7 +42,6 @@ GMainContextIntegration::Private::Private(fn::uv::Loop& loop)
     _pollDoneWakeUp.emplace(loop, [this] { pollDone(); });
     _extraWakeUp.emplace(loop, [] {});
     _checkWatcher.emplace(loop, TurnWatcher::Moment::AfterPoll, [this] { doCheck(); });
-    _earlyWakeUp.emplace(loop, _descriptors.descriptor(), [this] { _descriptors.acknowledge(); });
     _wait = std::make_shared<ContextWait>(_context, *_pollDoneWakeUp);
 }
 
@@ -60,7 +52,6 @@ void GMainContextIntegration::Private::close()
     _pollDoneWakeUp.reset();
     _extraWakeUp.reset();
     _checkWatcher.reset();
-    _earlyWakeUp.reset();
 }
 
 void GMainContextIntegration::Private::doPrepare()
@@ -71,7 +62,6 @@ void GMainContextIntegration::Private::doPrepare()
     try {
         _wait->prepare();
         if (!_prepareWatcher) return;
-        _descriptors.watch(_wait->descriptors());
         fn::ThreadPool::defaultPool().schedule([wait = _wait] { wait->wait(); });
     } catch (...) {
         _polling = false;

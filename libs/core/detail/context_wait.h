@@ -3,7 +3,6 @@
 #include <atomic>
 #include <glib.h>
 #include <mutex>
-#include <span>
 
 namespace core {
 
@@ -35,9 +34,6 @@ public:
 
     /// Has GLib prepare its sources and say what to wait for. Loop thread.
     void prepare();
-
-    /// What the next wait is for. Loop thread, after `prepare()` and before the wait begins.
-    std::span<const GPollFD> descriptors() const { return { _descriptors, static_cast<std::size_t>(_count) }; }
 
     /// Waits for it, then sends the wake-up. Pool thread.
     void wait();
