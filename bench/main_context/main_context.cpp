@@ -1,10 +1,9 @@
 // What does a source of GLib lose by running on our loop instead of GLib's own? The time from a write by another thread to
-// the source's callback, on both in turn; what a hand-over from a thread of the pool to the loop costs, as that is what the
-// integration adds; and how often an idle process wakes up. Started by scripts/bench main-context.
+// the source's callback, on both in turn; what a bare hand-over from a thread that waits to another one costs, as that is what
+// the integration adds; and how often an idle process wakes up. Started by scripts/bench main-context.
 #include "core/g_main_context_integration.h"
 #include "driver/driver.h"
-#include "foundation/system/thread_pool.h"
-#include "foundation/uv/async.h"
+#include "foundation/uv/loop.h"
 #include "main_context/writer.h"
 #include <algorithm>
 #include <atomic>
@@ -12,7 +11,9 @@
 #include <fmt/format.h>
 #include <functional>
 #include <glib-unix.h>
-#include <optional>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
 
 namespace {
 
@@ -26,6 +27,12 @@ struct Plan {
 };
 constexpr Plan full { 15, 200, std::chrono::seconds(5) };
 constexpr Plan smoke { 2, 5, std::chrono::milliseconds(50) };
+
+void awaitReadable(int descriptor)
+{
+    pollfd wait { descriptor, POLLIN, 0 };
+    if (poll(&wait, 1, -1) != 1) bench::fail("can not wait for a descriptor");
+}
 
 /// Something that runs GLib's default context.
 struct Runner {
@@ -86,28 +93,33 @@ private:
     guint _source = 0;
 };
 
-/// One round of hand-overs: a thread of the pool wakes the loop, once, after as long a sleep as between two writes. It is the
-/// sleep that counts: a processor that has had nothing to do for a while takes far longer to wake up.
-void handOver(int count, Samples& samples)
+/// One round of hand-overs, as one stands on the integration's way: a thread that has waited for the writer's descriptor
+/// wakes another one, which waits for it. Nothing of ours or of GLib's is in it, only what any such design pays.
+///
+/// Who is woken and wakes in turn is dearer than who wakes by itself: it runs on the processor of who woke it, which is
+/// still busy, and so the kernel rouses the other processor for the third thread.
+void handOver(bench::Writer& writer, int count, Samples& samples)
 {
-    fn::uv::Loop loop;
-    std::optional<fn::uv::Async> wakeUp;
+    const int next = eventfd(0, EFD_CLOEXEC);
+    if (next < 0) bench::fail("no eventfd");
     std::atomic<Nanoseconds> start;
-    const auto begin = [&] {
-        fn::ThreadPool::defaultPool().schedule([&] {
-            std::this_thread::sleep_for(bench::Writer::pause);
+    std::thread middle([&] {
+        for (int left = count; left > 0; --left) {
+            awaitReadable(writer.descriptor());
+            writer.take();
             start = bench::now();
-            wakeUp->send();
-        });
-    };
-    wakeUp.emplace(loop, [&] {
-        samples.push_back(bench::now() - start.load());
-        if (--count == 0) return loop.stop();
-        begin();
+            eventfd_write(next, 1);
+        }
     });
-    loop.post(begin);
-    loop.run();
-    wakeUp.reset();
+    for (int left = count; left > 0; --left) {
+        writer.askForOne();
+        awaitReadable(next);
+        samples.push_back(bench::now() - start.load());
+        eventfd_t one = 0;
+        eventfd_read(next, &one);
+    }
+    middle.join();
+    close(next);
 }
 
 double idleWaitsPerSecond(std::chrono::milliseconds time, const Runner& runner)
@@ -147,7 +159,7 @@ void measure(const Plan& plan, bool isQuiet)
          ++round) { // Interleaved: a slower minute of the machine meets all of them.
         onOurLoop([&](const Runner& runner) { Listener(writer, plan.samples, ours).listen(runner); });
         onGlibsLoop([&](const Runner& runner) { Listener(writer, plan.samples, glibs).listen(runner); });
-        handOver(plan.samples, handOvers);
+        handOver(writer, plan.samples, handOvers);
     }
     // The writer alone has waited once a sample: a count that does not show it is none.
     if (bench::waits() < static_cast<std::uint64_t>(plan.rounds * plan.samples)) bench::fail("waits are not counted");
