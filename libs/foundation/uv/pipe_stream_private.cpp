@@ -15,6 +15,9 @@ namespace {
 
 constexpr std::int64_t longestRetryDelay = 100; // Milliseconds.
 
+// What the kernel takes of one side before it has to wait for the other one to read. The system bounds it (net.core.wmem_max).
+constexpr int kernelBufferBytes = 512 * 1024;
+
 const logging::Category& category()
 {
     static const auto& category = logging::CategoryManager::instance().getCategory("uv.pipe");
@@ -55,6 +58,12 @@ void PipeStream::Private::adopt(int descriptor, State state, const char* action)
     _state = state;
 }
 
+void PipeStream::Private::becomeConnected() noexcept
+{
+    _state = State::Connected;
+    ::setsockopt(descriptor(), SOL_SOCKET, SO_SNDBUF, &kernelBufferBytes, sizeof(kernelBufferBytes));
+}
+
 void PipeStream::Private::open(int descriptor)
 {
     requireFresh("open a pipe");
@@ -92,7 +101,7 @@ void PipeStream::Private::connectionWaits(int code)
     Hold<Private> peer(new Private(*loop()));
     code = uv_accept(stream(), peer->stream());
     if (code == 0) {
-        peer->_state = State::Connected;
+        peer->becomeConnected();
         if (isTrusted(*peer)) {
             _waiting.push(peer.release());
             return announce(0);
@@ -167,7 +176,7 @@ void PipeStream::Private::finishConnect(String message, int code)
     if (code == 0) code = uv_pipe_open(&_pipe, _socket.get());
     if (code == 0) {
         _socket.release();
-        _state = State::Connected;
+        becomeConnected();
     }
     loop()->post([held = hold(this), status = Status(std::move(message), code)] { held->reportConnected(status); });
 }

@@ -56,6 +56,7 @@ private:
     static Private& of(void* data) noexcept { return *static_cast<Private*>(data); }
 
     void adopt(int descriptor, State state, const char* action);
+    void becomeConnected() noexcept;
     void connectionWaits(int code);
     bool isTrusted(const Private& peer) const noexcept;
     void announce(int code);
