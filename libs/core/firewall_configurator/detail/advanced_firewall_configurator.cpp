@@ -2,6 +2,7 @@
 #include "core/firewall_configurator/detail/bstr.h"
 #include "core/firewall_configurator/detail/log.h"
 #include "core/firewall_configurator/detail/rule_enumeration.h"
+#include "foundation/utf8.h"
 
 namespace core {
 
@@ -115,12 +116,11 @@ bool AdvancedFirewallConfigurator::isApplicationAuthorized(
     LONG count = 0;
     if (FAILED(rules->get_Count(&count))) return failure("Can't retrieve the number of firewall rules!");
 
-    const auto recordedPath = detail::throughUtf16(applicationPath);
     detail::RuleEnumeration enumeration(*rules);
     while (!inbound || !outbound) {
         const auto rule = enumeration.next();
         if (!rule) break;
-        if (rule->applicationName != recordedPath) continue;
+        if (rule->applicationName != applicationPath) continue;
         (rule->direction == NET_FW_RULE_DIR_IN ? inbound : outbound) = true;
     }
     return true;
@@ -129,6 +129,7 @@ bool AdvancedFirewallConfigurator::isApplicationAuthorized(
 bool AdvancedFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
 {
+    if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
     if (!initialize(true)) return failure(detail::elevationMissing);
     ComPtr<INetFwRules> rules;
     if (!getRules(rules)) return false;

@@ -1,6 +1,7 @@
 #include "core/firewall_configurator/detail/base_firewall_configurator.h"
 #include "core/firewall_configurator/detail/bstr.h"
 #include "core/firewall_configurator/detail/log.h"
+#include "foundation/utf8.h"
 
 namespace core {
 
@@ -93,7 +94,8 @@ bool BaseFirewallConfigurator::isApplicationAuthorized(bool& inbound, bool& outb
 
     VARIANT_BOOL isEnabled = VARIANT_FALSE;
     ComPtr<INetFwAuthorizedApplication> application;
-    const bool isListed = SUCCEEDED(applications->Item(path.get(), application.receive())) && application;
+    const bool isListed =
+        fn::isUTF8(applicationPath) && SUCCEEDED(applications->Item(path.get(), application.receive())) && application;
     if (isListed && FAILED(application->get_Enabled(&isEnabled))) {
         return failure("Can't retrieve firewall application state");
     }
@@ -107,6 +109,7 @@ bool BaseFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
 {
     if (!inbound && !outbound) return true;
+    if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
     if (!initialize(true)) return failure(detail::elevationMissing);
     bool isInbound = false;
     bool isOutbound = false;
