@@ -52,7 +52,7 @@ AdvancedFirewallConfigurator::~AdvancedFirewallConfigurator()
 }
 
 bool AdvancedFirewallConfigurator::initialize(bool elevated)
-{
+try {
     if (_policy && (!elevated || _elevated)) return true;
     close();
     if (!detail::initializeCom(_comResult)) {
@@ -69,6 +69,9 @@ bool AdvancedFirewallConfigurator::initialize(bool elevated)
     }
     _elevated = elevated;
     return true;
+} catch (...) {
+    close();
+    return detail::caught();
 }
 
 void AdvancedFirewallConfigurator::close()
@@ -84,7 +87,7 @@ bool AdvancedFirewallConfigurator::getRules(ComPtr<INetFwRules>& rules)
 }
 
 bool AdvancedFirewallConfigurator::isFirewallEnabled(bool& enabled)
-{
+try {
     enabled = false;
     if (!_policy) return failure(detail::profileMissing);
     LONG current = 0;
@@ -104,11 +107,13 @@ bool AdvancedFirewallConfigurator::isFirewallEnabled(bool& enabled)
     if (FAILED(result)) return false; // The last one decides whether there is an answer.
     enabled = isOn;
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool AdvancedFirewallConfigurator::isApplicationAuthorized(
     bool& inbound, bool& outbound, const fn::String& applicationPath)
-{
+try {
     inbound = outbound = false;
     if (!_policy) return failure(detail::profileMissing);
     ComPtr<INetFwRules> rules;
@@ -124,11 +129,13 @@ bool AdvancedFirewallConfigurator::isApplicationAuthorized(
         (rule->direction == NET_FW_RULE_DIR_IN ? inbound : outbound) = true;
     }
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool AdvancedFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
-{
+try {
     if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
     if (!initialize(true)) return failure(detail::elevationMissing);
     ComPtr<INetFwRules> rules;
@@ -146,6 +153,8 @@ bool AdvancedFirewallConfigurator::authorizeApplication(
     if (inbound) result = add(*rules, *rule, NET_FW_RULE_DIR_IN);
     if (outbound) result = add(*rules, *rule, NET_FW_RULE_DIR_OUT);
     return SUCCEEDED(result);
+} catch (...) {
+    return detail::caught();
 }
 
 } // namespace core

@@ -16,6 +16,9 @@ const fn::logging::Category& firewallLog();
 /// Logs why an operation fails, as from where it is called. False, as the operation's result.
 bool failure(const char* message, const std::source_location& where = std::source_location::current());
 
+/// Inside a catch block: logs what an operation was not to throw. False, as the operation's result.
+bool caught() noexcept;
+
 /// A result as "0x%08lx" takes it, wherever `long` is wider.
 inline unsigned long printable(platform::HRESULT result) { return static_cast<std::uint32_t>(result); }
 
