@@ -170,11 +170,7 @@ NetworkSignature::~NetworkSignature()
 
 void NetworkSignature::subscribe()
 {
-    try {
-        _subscription = _notifier.addChangeListener([this](bool) { networkStateChanged(); });
-    } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Could not watch the network: {}", exception.what());
-    }
+    _subscription = _notifier.addChangeListener([this](bool) { networkStateChanged(); });
 }
 
 fn::Handle NetworkSignature::addChangeListener(folly::Function<void(const fn::String&)> listener)

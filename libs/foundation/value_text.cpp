@@ -1,3 +1,4 @@
+#include "foundation/utf8.h"
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <fmt/format.h>
@@ -14,15 +15,6 @@ constexpr std::size_t mostElementsShown = 1000; // Of all containers together.
 constexpr int mostLevelsShown = 64;
 constexpr std::size_t mostDetailBytes = 256;
 constexpr std::string_view dots = "...";
-
-std::string_view cutText(std::string_view text, std::size_t most)
-{
-    if (text.size() <= most) return text;
-    const auto isContinuation = [&](std::size_t at) { return (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80; };
-    auto end = most;
-    while (end > most - 3 && isContinuation(end)) --end;
-    return text.substr(0, end);
-}
 
 class TextWriter {
 public:

@@ -32,11 +32,13 @@ public:
     /// Whether the firewall is on for all networks that the machine is in now. After `initialize()`.
     virtual bool isFirewallEnabled(bool& enabled) = 0;
 
-    /// Which directions are open to a program. The path is compared letter by letter. After `initialize()`.
+    /// Which directions are open to a program. The path is compared letter by letter; one that is no UTF-8 is in no
+    /// rule. After `initialize()`.
     virtual bool isApplicationAuthorized(bool& inbound, bool& outbound, const fn::String& applicationPath) = 0;
 
     /// Opens the directions asked for to a program, for good; `name` is what the user will see in the firewall's settings.
-    /// Initializes with elevated rights itself. The newer interface does not look at what is there: called twice, it adds twice.
+    /// Initializes with elevated rights itself, but fails at once for a path that is no UTF-8. The newer interface does not
+    /// look at what is there: called twice, it adds twice.
     virtual bool authorizeApplication(
         const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound) = 0;
 

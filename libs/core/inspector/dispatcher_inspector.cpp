@@ -1,6 +1,7 @@
 #include "core/inspector/dispatcher_inspector.h"
 #include "core/inspector/inspection_result_writer.h"
 #include "core/inspector/limits.h"
+#include "foundation/utf8.h"
 #include <algorithm>
 #include <ranges>
 
@@ -20,7 +21,7 @@ fn::Value pageOf(ipc::WorkerId workerId, ipc::ObjectId from = 0)
 /// "Media (t1, 3)". Workers choose their names and tags, of any length.
 fn::String nameOf(const ipc::Dispatcher::WorkerInfo& info)
 {
-    const auto shortened = [](const fn::String& text) { return fn::String(text.view().substr(0, shownNameBytes)); };
+    const auto shortened = [](const fn::String& text) { return fn::String(fn::cutText(text, shownNameBytes)); };
     return ipc::Dispatcher::WorkerInfo { info.workerId, shortened(info.displayName), shortened(info.tag) }.toString();
 }
 

@@ -7,7 +7,8 @@ InspectorImpl::InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& 
     : CallableObjectInstance(worker),
       _inspector(inspector)
 {
-    inspector->_published = fn::WeakPtr(this);
+    // Otherwise calls that another publication has taken are still waiting for their answers.
+    if (!inspector->_published.lock()) inspector->_published = fn::WeakPtr(this);
 }
 
 InspectorImpl::~InspectorImpl() = default;

@@ -1,8 +1,22 @@
 #include "foundation/net/network_state_notifier.h"
+#include "foundation/logging/logging.h"
 #include "foundation/uv/poll.h"
 #include "platform/network_changes.h"
+#include <utility>
 
 namespace fn {
+namespace {
+
+constexpr auto site = "libs/foundation/net/network_state_notifier";
+constexpr Duration retryDelay(5'000'000);
+
+const logging::Category& category()
+{
+    static const auto& result = logging::CategoryManager::instance().getCategory("core.networkState");
+    return result;
+}
+
+} // namespace
 
 struct NetworkStateNotifier::Watch {
     Watch(uv::Loop& loop, Task onChange) : poll(loop, changes.descriptor(), std::move(onChange)) { }
@@ -23,19 +37,45 @@ NetworkStateNotifier::~NetworkStateNotifier() = default;
 
 Handle NetworkStateNotifier::addChangeListener(folly::Function<void(bool)> listener)
 {
-    if (!_watch) _watch = std::make_unique<Watch>(_loop.uvLoop(), [this] { changesArrived(); });
+    if (!_watch && !_hasFailed) startWatch();
     return _onChange.connect(std::move(listener));
+}
+
+void NetworkStateNotifier::startWatch()
+{
+    try {
+        _watch = std::make_unique<Watch>(_loop.uvLoop(), [this] { changesArrived(); });
+    } catch (const std::exception& exception) {
+        watchFailed(exception);
+    }
 }
 
 void NetworkStateNotifier::changesArrived()
 {
     try {
         if (!_watch->changes.take()) return;
-    } catch (...) {
-        _watch.reset(); // Else it would be announced in every turn. The next listener tries again.
-        throw;
+    } catch (const std::exception& exception) {
+        _watch.reset(); // Else it would be announced in every turn.
+        watchFailed(exception);
+        return;
     }
     _onChange.fire(platform::isNetworkAvailable());
+}
+
+void NetworkStateNotifier::watchFailed(const std::exception& exception)
+{
+    if (!std::exchange(_hasFailed, true))
+        FN_LOG_TO(category(), logging::Error, {}, site, "Could not watch the network: {}", exception.what());
+    _retry = _loop.schedule(retryDelay, [this] { retry(); });
+}
+
+void NetworkStateNotifier::retry()
+{
+    startWatch();
+    if (!_watch) return;
+    _hasFailed = false;
+    FN_LOG_TO(category(), logging::Info, {}, site, "The network is being watched again");
+    _onChange.fire(platform::isNetworkAvailable()); // What has changed meanwhile nobody has told.
 }
 
 } // namespace fn

@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
+#include <exception>
 #include <memory>
 
 namespace fn {
@@ -18,16 +19,22 @@ public:
     ~NetworkStateNotifier(); ///< Not in a listener.
 
     /// Calls `listener` after each change with whether there is a network: an adapter that runs and has an address. The
-    /// first listener starts the watch, which goes on. `fn::IOException` where the system does not tell of changes.
+    /// first listener starts the watch, which goes on. Where the system does not tell of changes, or not any more, it is
+    /// asked again every 5 seconds, and as soon as it does, the listeners are called once for what they may have missed.
     [[nodiscard]] Handle addChangeListener(folly::Function<void(bool)> listener);
 
 private:
     struct Watch;
+    void startWatch();
     void changesArrived();
+    void watchFailed(const std::exception& exception);
+    void retry();
 
     RunLoop& _loop;
     Signal<bool> _onChange;
     std::unique_ptr<Watch> _watch; // Null before the first listener and after a failure.
+    Handle _retry;
+    bool _hasFailed = false; // And is being tried again.
 };
 
 } // namespace fn

@@ -66,7 +66,7 @@ bool NetlinkMessages::take(std::span<const std::byte> datagram)
             if (const int error = endCode(*message)) fail("The routing service refused", error);
             return true;
         }
-        append(*message);
+        if (!_filter || _filter(*message)) append(*message);
         if (!(message->nlmsg_flags & NLM_F_MULTI)) return true;
     }
     return false;
@@ -80,7 +80,7 @@ void NetlinkMessages::append(const nlmsghdr& message)
     _bytes.resize(MNL_ALIGN(_bytes.size()));
 }
 
-NetlinkMessages askNetlink(NetlinkRequest request)
+NetlinkMessages askNetlink(NetlinkRequest request, NetlinkFilter filter)
 {
     static std::atomic<unsigned> sequences { 0 };
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
@@ -89,7 +89,7 @@ NetlinkMessages askNetlink(NetlinkRequest request)
         const auto sequence = request.message()->nlmsg_seq = ++sequences;
         if (mnl_socket_sendto(socket.get(), request.message(), request.message()->nlmsg_len) < 0)
             fail("Could not ask the routing service", errno);
-        NetlinkMessages messages(socket.port(), sequence);
+        NetlinkMessages messages(socket.port(), sequence, filter);
         receive(socket, messages);
         if (!messages.isTorn()) return messages;
     }

@@ -62,14 +62,29 @@ private:
     alignas(nlmsghdr) std::array<std::byte, 256> _bytes {};
 };
 
+/// Which messages of an answer are kept. Null: all.
+using NetlinkFilter = bool (*)(const nlmsghdr& message);
+
+/// The header of that kind which `message` begins with; null where it is too short for one.
+template <typename Header> const Header* headerOf(const nlmsghdr& message) noexcept
+{
+    if (mnl_nlmsg_get_payload_len(&message) < sizeof(Header)) return nullptr;
+    return static_cast<const Header*>(mnl_nlmsg_get_payload(&message));
+}
+
 /// The messages of one answer, one behind the other, as they are taken from its datagrams.
 class NetlinkMessages {
 public:
     /// Of the answer to the request with that number from that socket; all other messages are passed over.
-    NetlinkMessages(unsigned port, unsigned sequence) : _port(port), _sequence(sequence) { }
+    NetlinkMessages(unsigned port, unsigned sequence, NetlinkFilter filter = nullptr)
+        : _port(port),
+          _sequence(sequence),
+          _filter(filter)
+    {
+    }
 
-    /// True once the answer is complete. `fn::IOException` with the errno that the answer consists of, or for one that is
-    /// too large.
+    /// True once the answer is complete. `fn::IOException` with the errno that the answer consists of, or where what is
+    /// kept of it gets too large.
     bool take(std::span<const std::byte> datagram);
 
     /// Whether the table changed while it was being given, so that it does not fit together.
@@ -82,8 +97,8 @@ public:
     {
         std::span<const std::byte> left(_bytes);
         for (; const auto* message = firstMessage(left); left = behind(*message, left)) {
-            if (message->nlmsg_type != type || mnl_nlmsg_get_payload_len(message) < sizeof(Header)) continue;
-            visit(*message, *static_cast<const Header*>(mnl_nlmsg_get_payload(message)));
+            const auto* const header = headerOf<Header>(*message);
+            if (message->nlmsg_type == type && header) visit(*message, *header);
         }
     }
 
@@ -92,13 +107,14 @@ private:
 
     unsigned _port;
     unsigned _sequence;
+    NetlinkFilter _filter;
     bool _isTorn = false;
     std::vector<std::byte> _bytes; // Of whole messages.
 };
 
 /// Sends `request` and waits for the whole answer, which the kernel gives at once. A torn one is asked for again.
 /// `fn::IOException` with the errno: ENETUNREACH and such are the kernel's own answers. Thread-safe.
-NetlinkMessages askNetlink(NetlinkRequest request);
+NetlinkMessages askNetlink(NetlinkRequest request, NetlinkFilter filter = nullptr);
 
 /// The attributes of a message, by number. Valid while the message is.
 class NetlinkAttributes {

@@ -113,10 +113,19 @@ void addMultipathGateways(Adapters& adapters, int family, Bytes hops)
     }
 }
 
+bool isDefault(const rtmsg& route) { return route.rtm_dst_len == 0; }
+
+// A router's table may have a million others.
+bool isDefaultRoute(const nlmsghdr& message)
+{
+    const auto* const route = headerOf<rtmsg>(message);
+    return route && isDefault(*route);
+}
+
 void readGateways(Adapters& adapters, const NetlinkMessages& routes, unsigned char family)
 {
     routes.forEach<rtmsg>(RTM_NEWROUTE, [&](const nlmsghdr& message, const rtmsg& route) {
-        if (route.rtm_family != family || route.rtm_dst_len != 0 || route.rtm_type != RTN_UNICAST) return;
+        if (route.rtm_family != family || !isDefault(route) || route.rtm_type != RTN_UNICAST) return;
         if (route.rtm_flags & RTM_F_CLONED) return;
         const NetlinkAttributes attributes(message, sizeof(route));
         if (attributes.number(RTA_TABLE).value_or(route.rtm_table) != RT_TABLE_MAIN) return;
@@ -141,19 +150,19 @@ NetlinkRequest addressesRequest()
     return request;
 }
 
-NetlinkRequest routesRequest(unsigned char family)
+NetlinkMessages askForDefaultRoutes(unsigned char family)
 {
     NetlinkRequest request(RTM_GETROUTE, NLM_F_DUMP);
     request.putHeader<rtmsg>().rtm_family = family;
-    return request;
+    return askNetlink(request, isDefaultRoute);
 }
 
 } // namespace
 
 NetworkTables readNetworkTables()
 {
-    return { askNetlink(linksRequest()), askNetlink(addressesRequest()), askNetlink(routesRequest(AF_INET)),
-        askNetlink(routesRequest(AF_INET6)) };
+    return { askNetlink(linksRequest()), askNetlink(addressesRequest()), askForDefaultRoutes(AF_INET),
+        askForDefaultRoutes(AF_INET6) };
 }
 
 std::vector<NetworkAdapter> networkAdapters(const NetworkTables& tables)

@@ -26,7 +26,7 @@ struct NetworkAdapter {
 struct NetworkTables {
     NetlinkMessages links;
     NetlinkMessages addresses;
-    NetlinkMessages routes; ///< IPv4
+    NetlinkMessages routes; ///< IPv4. The default ones matter.
     NetlinkMessages routes6;
 };
 

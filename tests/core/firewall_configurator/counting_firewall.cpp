@@ -2,6 +2,7 @@
 #include "foundation/string.h"
 #include <algorithm>
 #include <fmt/format.h>
+#include <new>
 
 namespace test {
 
@@ -271,6 +272,7 @@ CountingFirewall::~CountingFirewall() = default;
 
 HRESULT CountingFirewall::enter(std::string call)
 {
+    if (isThrowing) throw std::bad_alloc();
     const int index = static_cast<int>(calls.size());
     calls.push_back(std::move(call));
     return index == _failing ? failure : S_OK;

@@ -33,6 +33,7 @@ public:
 
     /// The index of the call, among those that can fail, which fails.
     void failAt(int index) { _failing = index; }
+    bool isThrowing = false; ///< All of them throw instead, as when there is no memory.
     static constexpr platform::HRESULT failure = platform::E_FAIL;
 
     // What it was asked for.

@@ -250,6 +250,18 @@ TEST_P(FirewallConfigurators, LeaveComToWhomeverUsesItInTheOtherMode)
     EXPECT_EQ(firewall.uninitializations, 1);
 }
 
+TEST_P(FirewallConfigurators, FailWhereSomethingThrows)
+{
+    EXPECT_TRUE(configurator->initialize(true));
+    firewall.isThrowing = true;
+    EXPECT_FALSE(configurator->isFirewallEnabled(enabled));
+    EXPECT_FALSE(isAuthorized(path));
+    EXPECT_FALSE(configurator->authorizeApplication(path, name, true, true));
+    EXPECT_FALSE(GetParam()()->initialize(false));
+    configurator.reset();
+    EXPECT_EQ(firewall.imbalance(), "");
+}
+
 TEST(BaseFirewallConfigurator, TakesAnEntryForBothDirections)
 {
     CountingFirewall firewall;

@@ -61,10 +61,17 @@ TEST_P(RecordedFirewall, TellsOthersWhatWasAuthorized)
     EXPECT_EQ(directions(path), "inout");
 }
 
-TEST_P(RecordedFirewall, FindsAPathAgainThatIsNoUtf8)
+TEST_P(RecordedFirewall, TakesNoPathThatIsNoUtf8ForThatOfAnotherProgram)
 {
-    EXPECT_TRUE(authorize(true, true, "/opt/Z\xFCrich/server"));
-    EXPECT_EQ(directions("/opt/Z\xFCrich/server"), "inout") << "Who asks first would ask the user at every start.";
+    const fn::String odd = "/opt/Z\xFCrich/server";
+    {
+        const test::LogCapture log;
+        EXPECT_FALSE(authorize(true, true, odd));
+        EXPECT_THAT(log.lines(), ElementsAre("1 core.firewall Conversion of process file name string failed!"));
+    }
+    EXPECT_TRUE(authorize(true, true, "/opt/Z\uFFFDrich/server"));
+    EXPECT_EQ(directions("/opt/Z\uFFFDrich/server"), "inout");
+    EXPECT_EQ(directions(odd), "");
 }
 
 TEST_P(RecordedFirewall, ChangesNothingIfTheUserSaysNo)

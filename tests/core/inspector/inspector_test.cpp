@@ -271,6 +271,25 @@ TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
     EXPECT_EQ(results.size(), 3u);
 }
 
+TEST_F(InspectorTest, AnswersLateAlsoIfItHasBeenRegisteredAgainMeanwhile)
+{
+    const auto slow = fn::makeAuto<SlowInspector>();
+    publish("Disks", slow);
+    const auto inspector = find(keyOfDisks);
+    const fn::String refused(std::string(core::limits::inspectorNameBytes + 1, 'x'));
+    for (const auto& name : { refused, fn::String("Disks again") }) {
+        Outcome outcome;
+        slow->waiting.clear();
+        loop.post([&] { outcome.observe(inspector->callMethod("inspect", {})); });
+        ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
+        ask([&] { return publishing->registerInspector(name, slow); });
+        settle(); // What was refused has gone.
+        loop.post([&] { slow->answer(); });
+        ASSERT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); })) << name;
+        EXPECT_EQ(outcome.value(), textOf("at last"));
+    }
+}
+
 TEST_F(InspectorTest, FailsTheCallWhoseLateAnswerCannotBeSent)
 {
     const auto slow = fn::makeAuto<SlowInspector>();

@@ -164,6 +164,13 @@ TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoin)
     EXPECT_EQ(std::set<std::string>(registrations.begin(), registrations.end()).size(), count + 1);
 }
 
+TEST_F(SystemInspectorsTest, CutLongNamesBetweenCharacters)
+{
+    const std::string shown(199, 'x');
+    const auto peer = connect((shown + "ü").c_str(), (shown + "𝄞").c_str());
+    EXPECT_THAT(textsOf(*workers), Contains(StartsWith(fmt::format("{} ({}, {}): ", shown, shown, peer->id()))));
+}
+
 TEST_F(SystemInspectorsTest, TellWhatIsRegisteredHiddenAndAwaited)
 {
     const auto service = fn::makeAuto<test::Service>(*client->worker);

@@ -1,13 +1,15 @@
 // What can break here: text that is no address, a range that is a bit too wide, a socket address that is cut short, a watch that
-// outlives its failure.
+// outlives its failure, or does not come back after it.
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"
+#include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "platform/network_changes.h"
-#include "support/expectations.h"
+#include "support/log_capture.h"
 #include "support/run_until.h"
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -73,12 +75,23 @@ TEST(IPAddress, IsTakenFromWholeSocketAddressesOfItsFamiliesOnly)
     EXPECT_FALSE(IPAddress::fromSocketAddress(any, sizeof(address)));
 }
 
-TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
-{
-    fn::uv::Loop loop;
-    const test::ExpectUnhandled unhandled;
-    fn::NetworkStateNotifier notifier(loop);
+struct Notifier : testing::Test {
+    /// Lets the time pass after which a watch is tried again.
+    void passRetryDelay()
+    {
+        clock.advance(fn::Duration::seconds(5));
+        test::runTurns(loop);
+    }
+
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    fn::NetworkStateNotifier notifier { loop };
+    test::LogCapture log { 4 };
     int heard = 0;
+};
+
+TEST_F(Notifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
+{
     std::optional<platform::ScopedNetworkChanges> changes(std::in_place);
     const auto first = notifier.addChangeListener([&](bool) { ++heard; });
     fn::Handle second;
@@ -90,14 +103,43 @@ TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThe
     EXPECT_FALSE(second);
 
     changes.reset();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return !unhandled.messages().empty(); }));
-    test::runTurns(loop);
-    EXPECT_EQ(unhandled.messages().size(), 1U); // And not once a turn.
-
+    EXPECT_TRUE(test::runUntil(loop, [&] { return !log.lines().empty(); }));
     changes.emplace();
-    const auto third = notifier.addChangeListener([](bool) {});
+    test::runTurns(loop);
+    EXPECT_EQ(log.lines().size(), 1U); // And not once a turn.
+    EXPECT_EQ(heard, 1);
+
+    passRetryDelay();
+    EXPECT_EQ(heard, 2); // Something may have been missed.
+    EXPECT_EQ(log.lines().back(), "4 core.networkState The network is being watched again");
     changes->announce();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 1; }));
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 2; }));
+}
+
+TEST_F(Notifier, StartsItsWatchAsSoonAsTheSystemAllowsAndNotAfterItsEnd)
+{
+    std::optional<fn::NetworkStateNotifier> another(std::in_place, loop);
+    rlimit before;
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    const auto handle = notifier.addChangeListener([&](bool) { ++heard; });
+    const auto second = notifier.addChangeListener([&](bool) { ++heard; });
+    passRetryDelay();
+    EXPECT_EQ(log.lines().size(), 1U);
+    const auto otherHandle = another->addChangeListener([&](bool) { heard += 100; });
+    another.reset();
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(heard, 0);
+
+    platform::ScopedNetworkChanges changes;
+    passRetryDelay();
+    EXPECT_EQ(heard, 2);
+    changes.announce();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 3; }));
+    passRetryDelay();
+    EXPECT_EQ(heard, 4);
 }
 
 } // namespace

@@ -94,6 +94,27 @@ TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndAndNoOthers)
     EXPECT_TRUE(single.take(one.bytes()));
 }
 
+TEST(NetlinkMessages, ThatAreNotWantedTakeNoRoom)
+{
+    const auto isSecond = [](const nlmsghdr& message) {
+        const auto* const header = platform::headerOf<ifinfomsg>(message);
+        return header && header->ifi_index == 2;
+    };
+    NetlinkMessages messages(port, sequence, isSecond);
+    EXPECT_FALSE(messages.take(link(1, "abc").bytes()));
+    EXPECT_FALSE(messages.take(link(2, "abc").bytes()));
+    Datagram end;
+    end.add(RTM_NEWLINK, NLM_F_MULTI | NLM_F_DUMP_INTR); // Too short for the filter.
+    end.finish();
+    end.add(NLMSG_DONE);
+    end.finish();
+    const auto kept = messages.bytes().size();
+    EXPECT_TRUE(messages.take(end.bytes()));
+    EXPECT_TRUE(messages.isTorn());
+    EXPECT_THAT(indices(messages), ElementsAre(2));
+    EXPECT_EQ(messages.bytes().size(), kept);
+}
+
 TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
 {
     for (const int type : { int(RTM_NEWLINK), NLMSG_DONE }) {

@@ -2,6 +2,7 @@
 #include "core/firewall_configurator/detail/bstr.h"
 #include "core/firewall_configurator/detail/log.h"
 #include "core/firewall_configurator/detail/rule_enumeration.h"
+#include "foundation/utf8.h"
 
 namespace core {
 
@@ -51,7 +52,7 @@ AdvancedFirewallConfigurator::~AdvancedFirewallConfigurator()
 }
 
 bool AdvancedFirewallConfigurator::initialize(bool elevated)
-{
+try {
     if (_policy && (!elevated || _elevated)) return true;
     close();
     if (!detail::initializeCom(_comResult)) {
@@ -68,6 +69,9 @@ bool AdvancedFirewallConfigurator::initialize(bool elevated)
     }
     _elevated = elevated;
     return true;
+} catch (...) {
+    close();
+    return detail::caught();
 }
 
 void AdvancedFirewallConfigurator::close()
@@ -83,7 +87,7 @@ bool AdvancedFirewallConfigurator::getRules(ComPtr<INetFwRules>& rules)
 }
 
 bool AdvancedFirewallConfigurator::isFirewallEnabled(bool& enabled)
-{
+try {
     enabled = false;
     if (!_policy) return failure(detail::profileMissing);
     LONG current = 0;
@@ -103,11 +107,13 @@ bool AdvancedFirewallConfigurator::isFirewallEnabled(bool& enabled)
     if (FAILED(result)) return false; // The last one decides whether there is an answer.
     enabled = isOn;
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool AdvancedFirewallConfigurator::isApplicationAuthorized(
     bool& inbound, bool& outbound, const fn::String& applicationPath)
-{
+try {
     inbound = outbound = false;
     if (!_policy) return failure(detail::profileMissing);
     ComPtr<INetFwRules> rules;
@@ -115,20 +121,22 @@ bool AdvancedFirewallConfigurator::isApplicationAuthorized(
     LONG count = 0;
     if (FAILED(rules->get_Count(&count))) return failure("Can't retrieve the number of firewall rules!");
 
-    const auto recordedPath = detail::throughUtf16(applicationPath);
     detail::RuleEnumeration enumeration(*rules);
     while (!inbound || !outbound) {
         const auto rule = enumeration.next();
         if (!rule) break;
-        if (rule->applicationName != recordedPath) continue;
+        if (rule->applicationName != applicationPath) continue;
         (rule->direction == NET_FW_RULE_DIR_IN ? inbound : outbound) = true;
     }
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool AdvancedFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
-{
+try {
+    if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
     if (!initialize(true)) return failure(detail::elevationMissing);
     ComPtr<INetFwRules> rules;
     if (!getRules(rules)) return false;
@@ -145,6 +153,8 @@ bool AdvancedFirewallConfigurator::authorizeApplication(
     if (inbound) result = add(*rules, *rule, NET_FW_RULE_DIR_IN);
     if (outbound) result = add(*rules, *rule, NET_FW_RULE_DIR_OUT);
     return SUCCEEDED(result);
+} catch (...) {
+    return detail::caught();
 }
 
 } // namespace core

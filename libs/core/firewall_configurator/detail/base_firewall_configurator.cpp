@@ -1,6 +1,7 @@
 #include "core/firewall_configurator/detail/base_firewall_configurator.h"
 #include "core/firewall_configurator/detail/bstr.h"
 #include "core/firewall_configurator/detail/log.h"
+#include "foundation/utf8.h"
 
 namespace core {
 
@@ -37,11 +38,13 @@ BaseFirewallConfigurator::~BaseFirewallConfigurator()
 }
 
 bool BaseFirewallConfigurator::initialize(bool elevated)
-{
+try {
     if (_policy && (!elevated || _elevated)) return true;
     close();
     _elevated = elevated;
     return detail::initializeCom(_comResult) && open(elevated);
+} catch (...) {
+    return detail::caught();
 }
 
 void BaseFirewallConfigurator::close()
@@ -73,17 +76,19 @@ bool BaseFirewallConfigurator::getApplications(ComPtr<INetFwAuthorizedApplicatio
 }
 
 bool BaseFirewallConfigurator::isFirewallEnabled(bool& enabled)
-{
+try {
     enabled = false;
     if (!_profile) return failure(detail::profileMissing);
     VARIANT_BOOL isOn = VARIANT_FALSE;
     if (FAILED(_profile->get_FirewallEnabled(&isOn))) return false;
     enabled = isOn != VARIANT_FALSE;
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool BaseFirewallConfigurator::isApplicationAuthorized(bool& inbound, bool& outbound, const fn::String& applicationPath)
-{
+try {
     if (!_profile) return failure(detail::profileMissing);
     inbound = outbound = false;
     ComPtr<INetFwAuthorizedApplications> applications;
@@ -93,7 +98,8 @@ bool BaseFirewallConfigurator::isApplicationAuthorized(bool& inbound, bool& outb
 
     VARIANT_BOOL isEnabled = VARIANT_FALSE;
     ComPtr<INetFwAuthorizedApplication> application;
-    const bool isListed = SUCCEEDED(applications->Item(path.get(), application.receive())) && application;
+    const bool isListed =
+        fn::isUTF8(applicationPath) && SUCCEEDED(applications->Item(path.get(), application.receive())) && application;
     if (isListed && FAILED(application->get_Enabled(&isEnabled))) {
         return failure("Can't retrieve firewall application state");
     }
@@ -101,12 +107,15 @@ bool BaseFirewallConfigurator::isApplicationAuthorized(bool& inbound, bool& outb
     FN_LOGF_TO(firewallLog(), fn::logging::Debug, {}, firewallSite, "Authorized application %s is %s in the firewall.",
         applicationPath.c_str(), inbound ? "enabled" : "disabled");
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 bool BaseFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
-{
+try {
     if (!inbound && !outbound) return true;
+    if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
     if (!initialize(true)) return failure(detail::elevationMissing);
     bool isInbound = false;
     bool isOutbound = false;
@@ -127,6 +136,8 @@ bool BaseFirewallConfigurator::authorizeApplication(
     FN_LOGF_TO(firewallLog(), fn::logging::Debug, {}, firewallSite,
         "Authorized application %s is now enabled in the firewall.\n", applicationPath.c_str());
     return true;
+} catch (...) {
+    return detail::caught();
 }
 
 } // namespace core

@@ -8,7 +8,8 @@ namespace core::detail {
 class Bstr {
 public:
     Bstr() = default;
-    explicit Bstr(const fn::String& text); ///< Empty afterwards if there is no memory for it.
+    /// Empty afterwards if there is no memory for it. What is no UTF-8 becomes U+FFFD.
+    explicit Bstr(const fn::String& text);
     Bstr(const Bstr&) = delete;
     Bstr& operator=(const Bstr&) = delete;
     ~Bstr() { platform::SysFreeString(_text); }
@@ -21,8 +22,5 @@ public:
 private:
     platform::BSTR _text = nullptr;
 };
-
-/// A text as it comes back after it went through UTF-16: what is no UTF-8 in it is U+FFFD then.
-fn::String throughUtf16(const fn::String& text);
 
 } // namespace core::detail

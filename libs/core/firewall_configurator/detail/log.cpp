@@ -1,4 +1,5 @@
 #include "core/firewall_configurator/detail/log.h"
+#include "foundation/unhandled_exception.h"
 
 namespace core::detail {
 
@@ -12,6 +13,12 @@ bool failure(const char* message, const std::source_location& where)
 {
     const fn::logging::Site site { firewallSite, static_cast<int>(where.line()), where.function_name() };
     fn::logging::writePrintf(firewallLog(), fn::logging::Error, {}, site, "%s", message);
+    return false;
+}
+
+bool caught() noexcept
+{
+    fn::logException();
     return false;
 }
 

@@ -8,12 +8,16 @@ namespace core::detail {
 inline constexpr auto firewallSite = "libs/core/firewall_configurator";
 inline constexpr auto profileMissing = "Firewall profile has not been initialized yet!";
 inline constexpr auto elevationMissing = "Could not get elevated privileges!";
+inline constexpr auto pathNotText = "Conversion of process file name string failed!"; // No rule can name it.
 
 /// The category "core.firewall".
 const fn::logging::Category& firewallLog();
 
 /// Logs why an operation fails, as from where it is called. False, as the operation's result.
 bool failure(const char* message, const std::source_location& where = std::source_location::current());
+
+/// Inside a catch block: logs what an operation was not to throw. False, as the operation's result.
+bool caught() noexcept;
 
 /// A result as "0x%08lx" takes it, wherever `long` is wider.
 inline unsigned long printable(platform::HRESULT result) { return static_cast<std::uint32_t>(result); }
