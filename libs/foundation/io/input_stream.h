@@ -53,6 +53,9 @@ public:
 
     void skip(std::size_t size); ///< `size` bytes, else `fn::EndOfStreamException`.
 
+    /// Whether so many bytes are in memory already. False says nothing.
+    bool holds(std::size_t size) const noexcept { return size <= static_cast<std::size_t>(_windowEnd - _window); }
+
     /// Bytes left, where the stream knows. Never more than what really comes.
     virtual std::optional<std::uint64_t> remaining() const;
 

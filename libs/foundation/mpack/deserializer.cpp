@@ -39,6 +39,8 @@ std::optional<Value> Deserializer::deserialize()
 
 void Deserializer::requireBytes(std::uint64_t size) const
 {
+    if (_stream.holds(size)) [[likely]]
+        return;
     const auto left = _stream.remaining();
     if (left && *left < size) {
         throw with(EndOfStreamException("Unexpected end of stream"),
