@@ -68,13 +68,13 @@ void ByteArray::free(Buffer* buffer) noexcept
 
 ByteArray::ByteArray(unsigned int size) : _buffer(size ? allocate(size, Fill::Zero) : nullptr), _size(size) { }
 
-ByteArray::ByteArray(const void* data, std::size_t size)
+ByteArray::Buffer* ByteArray::copyOf(const void* data, std::size_t size)
 {
-    if (size == 0) return;
+    if (size == 0) return nullptr;
     checkSize(size);
-    _buffer = allocate(size, Fill::None);
-    _size = static_cast<std::uint32_t>(size);
-    std::memcpy(_buffer->bytes(), data, size);
+    auto* const buffer = allocate(size, Fill::None);
+    std::memcpy(buffer->bytes(), data, size);
+    return buffer;
 }
 
 std::uint8_t* ByteArray::mutableData()

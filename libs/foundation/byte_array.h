@@ -16,17 +16,18 @@ class FN_EXPORT ByteArray {
 public:
     ByteArray() noexcept = default;
     explicit ByteArray(unsigned int size); ///< `size` zero bytes.
-    ByteArray(const void* data, std::size_t size); ///< Copies. Above the largest size: `fn::RangeException`.
+    ByteArray(const void* data, std::size_t size) : ByteArray(copyOf(data, size), 0, static_cast<std::uint32_t>(size))
+    {
+    } ///< Copies. Above the largest size: `fn::RangeException`.
     explicit ByteArray(std::string_view text) : ByteArray(text.data(), text.size()) { }
     ByteArray(const ByteArray& other) noexcept : _buffer(other._buffer), _offset(other._offset), _size(other._size)
     {
         if (_buffer) retain();
     }
-    ByteArray(ByteArray&& other) noexcept
-        : _buffer(std::exchange(other._buffer, nullptr)),
-          _offset(std::exchange(other._offset, 0)),
-          _size(std::exchange(other._size, 0))
+    ByteArray(ByteArray&& other) noexcept : ByteArray()
     {
+        std::memcpy(static_cast<void*>(this), static_cast<const void*>(&other), sizeof *this);
+        internal::storeWords(&other, 0, 0);
     }
     ByteArray& operator=(ByteArray other) noexcept
     {
@@ -105,10 +106,9 @@ private:
 
     /// Takes over one reference.
     ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept
-        : _buffer(buffer),
-          _offset(offset),
-          _size(size)
     {
+        static_assert(sizeof(ByteArray) == 16 && sizeof(void*) == 8 && std::endian::native == std::endian::little);
+        internal::storeWords(this, reinterpret_cast<std::uint64_t>(buffer), std::uint64_t(size) << 32 | offset);
     }
     void retain() const noexcept { _buffer->references.fetch_add(1, std::memory_order_relaxed); }
     void release() noexcept
@@ -118,6 +118,7 @@ private:
     }
     enum class Fill { None, Zero };
     static Buffer* allocate(std::size_t capacity, Fill fill);
+    static Buffer* copyOf(const void* data, std::size_t size);
     static Buffer* reallocate(Buffer* buffer, std::size_t capacity);
     static void free(Buffer* buffer) noexcept;
     /// Afterwards the buffer is unshared and holds at least `capacity` bytes.

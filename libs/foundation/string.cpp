@@ -88,6 +88,8 @@ void appendUTF8(std::string& text, char32_t c)
 
 } // namespace
 
+void String::setLongText(std::string_view text) { std::memcpy(makeRoom(text.size()), text.data(), text.size()); }
+
 char* String::makeRoom(std::size_t size)
 {
     if (size <= InlineCapacity) {

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/export.h"
+#include "foundation/word_pair.h"
 #include <bit>
 #include <compare>
 #include <cstdint>
@@ -19,16 +20,14 @@ namespace fn {
 /// are. Ordering is by unsigned bytes. Distinct strings may be used on distinct threads even where they share a buffer.
 class FN_EXPORT String {
 public:
-    String() noexcept : _storage {} { setInlineSize(0); }
+    String() noexcept { setWords(inlineWords(nullptr, 0)); }
     String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { } ///< Null reads as "".
-    String(std::string_view text) : String()
+    String(std::string_view text)
     {
-        if (text.size() <= InlineCapacity) [[likely]] {
-            setInlineSize(text.size());
-            copySmall(_storage, text.data(), text.size());
-        } else {
-            std::memcpy(makeRoom(text.size()), text.data(), text.size());
-        }
+        if (text.size() <= InlineCapacity) [[likely]]
+            setWords(inlineWords(text.data(), text.size()));
+        else
+            setLongText(text);
     }
     String(const std::string& text) : String(std::string_view(text)) { }
     String(const String& other) noexcept
@@ -157,34 +156,38 @@ private:
 
     static String concatenate(std::string_view a, std::string_view b);
     /// Both halves of what is stored.
-    std::pair<std::uint64_t, std::uint64_t> words() const noexcept
+    struct Words {
+        std::uint64_t first, second;
+    };
+    static_assert(std::endian::native == std::endian::little);
+    Words words() const noexcept { return { load<std::uint64_t>(_storage), load<std::uint64_t>(_storage + 8) }; }
+    Words bigEndianWords() const noexcept
     {
-        std::pair<std::uint64_t, std::uint64_t> words;
-        std::memcpy(&words.first, _storage, 8);
-        std::memcpy(&words.second, _storage + 8, 8);
-        return words;
+        const auto [first, second] = words();
+        return { std::byteswap(first), std::byteswap(second) };
     }
-    std::pair<std::uint64_t, std::uint64_t> bigEndianWords() const noexcept
+    void setWords(Words words) noexcept { internal::storeWords(_storage, words.first, words.second); }
+    template <typename Word> static std::uint64_t load(const char* from) noexcept
     {
-        auto [first, second] = words();
-        if constexpr (std::endian::native == std::endian::little)
-            return { std::byteswap(first), std::byteswap(second) };
-        return { first, second };
+        Word word;
+        std::memcpy(&word, from, sizeof word);
+        return word;
     }
-    /// At most InlineCapacity bytes, in two copies of a fixed size that may overlap.
-    static void copySmall(char* to, const char* from, std::size_t size) noexcept
+    /// What is stored for a text of at most InlineCapacity bytes, put together from reads of a fixed size that may overlap.
+    static Words inlineWords(const char* text, std::size_t size) noexcept
     {
-        if (size >= 8) {
-            std::memcpy(to, from, 8);
-            std::memcpy(to + size - 8, from + size - 8, 8);
+        Words words { 0, static_cast<std::uint64_t>(InlineCapacity - size) << 56 };
+        if (size > 8) {
+            words.first = load<std::uint64_t>(text);
+            words.second |= load<std::uint64_t>(text + size - 8) >> (8 * (16 - size));
         } else if (size >= 4) {
-            std::memcpy(to, from, 4);
-            std::memcpy(to + size - 4, from + size - 4, 4);
+            const auto end = load<std::uint32_t>(text + size - 4);
+            words.first = load<std::uint32_t>(text) | end << (8 * (size - 4));
         } else if (size > 0) {
-            to[0] = from[0];
-            to[size / 2] = from[size / 2];
-            to[size - 1] = from[size - 1];
+            words.first = load<std::uint8_t>(text) | load<std::uint8_t>(text + size / 2) << (8 * (size / 2))
+                | load<std::uint8_t>(text + size - 1) << (8 * (size - 1));
         }
+        return words;
     }
     unsigned char tag() const noexcept { return static_cast<unsigned char>(_storage[InlineCapacity]); }
     bool isInline() const noexcept { return tag() != SharedTag; }
@@ -200,11 +203,8 @@ private:
     {
         _storage[InlineCapacity] = static_cast<char>(InlineCapacity - size);
     }
-    void makeEmpty() noexcept
-    {
-        std::memset(_storage, 0, sizeof _storage);
-        setInlineSize(0);
-    }
+    void makeEmpty() noexcept { setWords(inlineWords(nullptr, 0)); }
+    void setLongText(std::string_view text); // For a string that has no content yet.
     char* makeRoom(std::size_t size); // For an empty string: gives it `size` bytes, not yet set.
     void retain() noexcept;
     void release() noexcept;

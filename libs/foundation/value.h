@@ -74,11 +74,10 @@ public:
         // Stored signed unless above INT64_MAX, so that equal integers have one form.
         if constexpr (std::unsigned_integral<T> && sizeof(T) == 8) {
             _kind = value > static_cast<std::uint64_t>(INT64_MAX) ? Kind::UInt : Kind::Int;
-            _data.unsignedInteger = value;
         } else {
             _kind = Kind::Int;
-            _data.integer = value;
         }
+        internal::storeWords(&_data, static_cast<std::uint64_t>(value), 0);
     }
     /// Unscoped enumerators are the integers they stand for.
     template <typename E>
