@@ -16,7 +16,8 @@ namespace {
 constexpr std::uint32_t headerBytes = 4;
 constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 
-// A body of which so much is missing is read straight into its memory. Below it a read takes the next frames, too.
+// A body of which so much is missing is read straight into its memory. Below it, and where frames are not large, a read takes the
+// next frames, too.
 constexpr std::size_t readInPlaceFrom = 32 * 1024;
 
 // Frames from here on cost more to copy than one more system call.
@@ -159,11 +160,12 @@ bool MessageHelper::deliver(const FrameBody& body)
     return true;
 }
 
-/// The rest of a large body is read straight into its place. Where one large frame follows another its beginning is, too.
+/// The rest of a large body is read straight into its place, however little it is: a larger read would bring much of the next
+/// frame, to be copied. Where one large frame follows another its beginning is read so, too.
 void MessageHelper::chooseReadMemory()
 {
     const auto missing = _body.empty() ? 0 : _length - _body.size();
-    if (missing >= readInPlaceFrom)
+    if (missing >= readInPlaceFrom || (missing > 0 && _length >= largeFrom))
         _stream->readInto({ _body.mutableData() + _body.size(), missing });
     else if (std::exchange(_expectsLargeFrame, false) && _headerReceived == 0)
         _stream->readInto(_kept->nextHead);
