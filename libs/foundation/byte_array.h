@@ -16,9 +16,10 @@ class FN_EXPORT ByteArray {
 public:
     ByteArray() noexcept = default;
     explicit ByteArray(unsigned int size); ///< `size` zero bytes.
+    /// Copies. Above the largest size: `fn::RangeException`.
     ByteArray(const void* data, std::size_t size) : ByteArray(copyOf(data, size), 0, static_cast<std::uint32_t>(size))
     {
-    } ///< Copies. Above the largest size: `fn::RangeException`.
+    }
     explicit ByteArray(std::string_view text) : ByteArray(text.data(), text.size()) { }
     ByteArray(const ByteArray& other) noexcept : _buffer(other._buffer), _offset(other._offset), _size(other._size)
     {
