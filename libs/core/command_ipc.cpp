@@ -1,17 +1,21 @@
 #include "core/command_ipc.h"
+#include "core/command_ipc_connection_private.h"
 #include "core/ipc/wire/message_helper.h"
+#include "foundation/io/directory_iterator.h"
 #include "foundation/io/file.h"
+#include "foundation/io/path.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/uuid.h"
 #include "foundation/uv/timer.h"
-#include "foundation/weak_ptr.h"
+#include <cerrno>
+#include <vector>
 
 namespace core {
 namespace {
 
 constexpr auto site = "libs/core/command_ipc";
-constexpr int backlog = 128;
+constexpr auto backupMark = ".bk-"; // Between the endpoint's name and a UUID.
 
 const fn::logging::Category& category()
 {
@@ -25,87 +29,28 @@ fn::uv::Loop& loopHere()
     return (current ? *current : fn::RunLoop::defaultLoop()).uvLoop();
 }
 
-/// A client of the server. Its timer holds it, and runs as long as the stream is open; it does not need the server.
-class Connection final : public fn::RefCountedObject {
-public:
-    Connection(CommandIPC& server, fn::uv::Loop& loop, std::shared_ptr<std::size_t> count)
-        : _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
-          _messageHelper(CommandIPC::maxCommandBytes),
-          _loop(loop),
-          _server(&server),
-          _count(std::move(count))
-    {
-        ++*_count;
+/// Runs what may fail without harm.
+template <typename Action> void attempt(Action action)
+{
+    try {
+        action();
+    } catch (const std::exception&) {
     }
+}
 
-    void start(fn::uv::PipeStream& listener)
-    {
-        _stream->accept(listener);
-        _messageHelper.onEOS().connect([this] { close(); }).detach();
-        _messageHelper.onReadError().connect([this](const fn::uv::Status& status) { fail(status); }).detach();
-        _messageHelper.onMessage().connect([this](const fn::Value& command, unsigned) { receive(command); }).detach();
-        _messageHelper.setStream(_stream);
-        awaitCommand();
-    }
-
-    /// It may be gone afterwards.
-    void close()
-    {
-        const fn::AutoPtr self(this);
-        _stream->close();
-        _self.invalidate();
-    }
-
-private:
-    ~Connection() override { --*_count; }
-
-    void awaitCommand()
-    {
-        _self =
-            fn::uv::Timer::schedule(_loop, CommandIPC::silenceLimit, [self = fn::AutoPtr(this)] { self->onSilence(); });
-    }
-
-    void receive(const fn::Value& command)
-    {
-        const fn::AutoPtr self(this);
-        _hasSpoken = true;
-        const auto server = _server.lock();
-        if (!server) return close();
-        awaitCommand();
-        server->onCommand().fire(command);
-    }
-
-    /// A loop that was busy finds the timer due while the command lies unread.
-    void onSilence()
-    {
-        const fn::AutoPtr self(this);
-        _hasSpoken = false;
-        _stream->readPending();
-        if (_hasSpoken || _stream->isClosed()) return;
-        FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection that brought no command in time");
-        close();
-    }
-
-    void fail(const fn::uv::Status& status)
-    {
-        FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection: {}", status.what().view());
-        close();
-    }
-
-    fn::AutoPtr<fn::uv::PipeStream> _stream;
-    ipc::MessageHelper _messageHelper;
-    fn::Handle _self; // The timer.
-    fn::uv::Loop& _loop;
-    const fn::WeakPtr<CommandIPC> _server;
-    const std::shared_ptr<std::size_t> _count;
-    bool _hasSpoken = false;
-};
+/// Of the entry itself; none: 0.
+std::uint64_t inodeOf(const fn::String& path)
+{
+    const fn::File file(path);
+    return file.exists(fn::File::Links::Keep) ? file.info(fn::File::Links::Keep).inode : 0;
+}
 
 /// One `CommandIPC::send()`. What it waits for holds it.
 class IPCSender final : public fn::RefCountedObject {
 public:
     IPCSender(fn::Value command, fn::uv::Loop& loop, folly::Function<void()> done)
-        : _command(std::move(command)),
+        : _loop(loop),
+          _command(std::move(command)),
           _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
           _messageHelper(0), // Nothing is answered; a server that does is not listened to.
           _done(std::move(done))
@@ -114,6 +59,8 @@ public:
 
     void start(const fn::String& pipePath)
     {
+        _deadline = fn::uv::Timer::schedule(_loop, CommandIPC::sendLimit,
+            [self = fn::AutoPtr(this)] { self->finish(fn::uv::Status("send a command", -ETIMEDOUT).what()); });
         _stream->connect(pipePath, [self = fn::AutoPtr(this)](const fn::uv::Status& status) {
             if (status.ok())
                 self->write();
@@ -140,25 +87,29 @@ private:
 
     void finish(const fn::String& error)
     {
+        if (_stream->isClosed()) return; // A write that the deadline has ended.
         if (!error.empty()) FN_LOG_TO(category(), fn::logging::Error, {}, site, "CommandIPC failed: {}", error.view());
         _stream->close();
+        _deadline.invalidate();
         auto done = std::exchange(_done, {});
         if (done) done();
     }
 
+    fn::uv::Loop& _loop;
     const fn::Value _command;
     fn::AutoPtr<fn::uv::PipeStream> _stream;
     ipc::MessageHelper _messageHelper;
     folly::Function<void()> _done;
+    fn::Handle _deadline;
 };
 
 } // namespace
 
-CommandIPC::CommandIPC() : _connections(std::make_shared<std::size_t>(0)) { }
+CommandIPC::CommandIPC() : _connections(std::make_shared<detail::CommandConnections>()) { }
 
 CommandIPC::~CommandIPC()
 {
-    if (_listener) stop(); // It may have been closed by the end of its loop.
+    if (_listener) close(); // It may have been closed by the end of its loop.
 }
 
 fn::String CommandIPC::pipePath()
@@ -168,53 +119,99 @@ fn::String CommandIPC::pipePath()
 
 void CommandIPC::bind()
 {
+    if (_listener) {
+        acceptAll();
+        close();
+    }
     _listener = fn::makeAuto<fn::uv::PipeStream>(loopHere(), false);
     const auto path = pipePath();
     moveAside(path);
     _listener->bind(path);
+    _inode = inodeOf(path);
     _listener->listen(backlog, [this](const fn::uv::Status& status) {
         status.throwOnError();
-        accept();
+        onConnection();
     });
 }
 
 void CommandIPC::moveAside(const fn::String& path)
 {
-    try {
+    attempt([&] { // What can not be moved is told by the bind that follows.
         const fn::File file(path);
-        if (!file.exists()) return;
-        _backupPath = path + ".bk-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
+        if (!file.exists(fn::File::Links::Keep)) return;
+        _backupPath = path + backupMark + fn::UUIDGenerator::defaultGenerator().createOne().toString();
         file.moveTo(_backupPath);
-    } catch (const std::exception&) {
-        // What can not be moved is told by the bind that follows.
+    });
+}
+
+void CommandIPC::onConnection()
+{
+    if (_admitsAll || !_connections->areFull()) return accept();
+    _connections->othersWait = true;
+    _listener->listenStop(); // All further ones stay where they are.
+}
+
+void CommandIPC::onRoom()
+{
+    while (_connections->othersWait && !_connections->areFull()) {
+        _connections->othersWait = false;
+        accept();
+        _listener->listenResume(); // Who is next may be heard of at once.
     }
 }
 
 void CommandIPC::accept()
 {
-    const auto connection = fn::makeAuto<Connection>(*this, loopHere(), _connections);
-    connection->start(*_listener);
-    if (*_connections <= maxConnections) return;
-    FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection: {} others are open", maxConnections);
-    connection->close();
+    fn::makeAuto<detail::CommandConnection>(*this, loopHere(), _connections)->start(*_listener);
+}
+
+void CommandIPC::acceptAll()
+{
+    if (_listener->isClosed()) return;
+    _admitsAll = true;
+    if (std::exchange(_connections->othersWait, false)) accept();
+    _listener->listenPending();
+    _admitsAll = false;
 }
 
 void CommandIPC::stop()
 {
-    _listener->close({});
-    putBack();
+    const fn::AutoPtr self(this);
+    acceptAll();
+    close();
+    // From here on their callbacks may do anything.
+    const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(
+        _connections->open.begin(), _connections->open.end());
+    for (const auto& client : clients) client->readPending();
 }
 
-/// The endpoint was removed when it was closed, if it still was ours. What stands in its place now is another server's.
-void CommandIPC::putBack()
+/// The endpoint is removed where it is, and what was moved aside for it takes its place: that may be the backup of a server that
+/// came later, and puts it back in its turn.
+void CommandIPC::close()
 {
+    const auto moved = movedTo(); // Told by its inode, which is nobody else's as long as it is open.
+    _listener->close({});
+    _connections->othersWait = false;
+    if (!moved.empty()) attempt([&] { fn::File(moved).remove(false); });
     if (_backupPath.empty()) return;
-    try {
-        const auto path = pipePath();
-        if (!fn::File(path).exists()) fn::File(_backupPath).moveTo(path);
-    } catch (const std::exception&) {
-        // What was moved aside has been removed.
-    }
+    attempt([&] { // It may have been removed; what stands at the endpoint now is another server's.
+        const auto place = moved.empty() ? pipePath() : moved;
+        if (!moved.empty() || !fn::File(place).exists(fn::File::Links::Keep)) fn::File(_backupPath).moveTo(place);
+    });
+}
+
+/// Where another server has moved this one's endpoint to; empty if none has.
+fn::String CommandIPC::movedTo() const
+{
+    fn::String result;
+    attempt([&] {
+        const auto path = _listener->nativePath();
+        if (_listener->isClosed() || path.empty() || inodeOf(path) == _inode) return;
+        for (const auto& entry : fn::DirectoryIterator(fn::Path::parsePath(path).directory)) {
+            if (entry.path.startsWith(path + backupMark) && inodeOf(entry.path) == _inode) result = entry.path;
+        }
+    });
+    return result;
 }
 
 /*static*/ void CommandIPC::send(fn::Value command, folly::Function<void()> done)

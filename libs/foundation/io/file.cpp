@@ -43,10 +43,12 @@ Timestamp toTimestamp(const statx_timestamp& time)
 
 File::File(String path) : _path(std::move(path)) { }
 
-bool File::exists() const
+bool File::exists(Links links) const
 {
     struct stat status;
-    if (::stat(systemPath(_path).c_str(), &status) == 0) return true;
+    const auto path = systemPath(_path);
+    const auto code = links == Links::Keep ? ::lstat(path.c_str(), &status) : ::stat(path.c_str(), &status);
+    if (code == 0) return true;
     if (errno == ENOENT || errno == ENOTDIR) return false;
     handleErrno(_path);
 }

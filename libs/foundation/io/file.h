@@ -11,9 +11,10 @@ public:
     explicit File(String path);
     const String& path() const noexcept { return _path; } ///< As given.
 
-    bool exists() const; ///< Follows symbolic links. Throws where the system does not tell.
-
     enum class Links { Follow, Keep };
+    /// Whether there is an entry of that name; with Follow, a link that leads nowhere is none. Throws where the system does not
+    /// tell.
+    bool exists(Links links = Links::Follow) const;
     FileInfo info(Links links = Links::Follow) const;
 
     /// Removes a file, a link or an empty directory; `recursive` also a directory with all it holds (links in it are

@@ -44,6 +44,10 @@ void PipeStream::listen(int backlog, folly::Function<void(const Status&)> callba
     _private->listen(backlog, std::move(callback));
 }
 
+void PipeStream::listenStop() { _private->listenStop(); }
+void PipeStream::listenResume() { _private->listenResume(); }
+void PipeStream::listenPending() { _private->listenPending(); }
+
 void PipeStream::connect(const String& name, folly::Function<void(const Status&)> callback)
 {
     _private->connect(name, std::move(callback));

@@ -21,6 +21,14 @@ public:
     /// are refused with a log line before it hears of them.
     void listen(int backlog, folly::Function<void(const Status&)> callback);
 
+    /// Pauses and goes on: who connects meanwhile waits in the queue of `backlog`, and the callback hears of him afterwards,
+    /// of the first before `listenResume()` returns.
+    void listenStop();
+    void listenResume();
+
+    /// Calls back now for whoever waits in the queue, at most as many as it holds, also while paused.
+    void listenPending();
+
     /// Takes the waiting connection that `listener`'s callback announced; none waits: `fn::IOException`. Same loop.
     void accept(PipeStream& listener);
 

@@ -88,6 +88,7 @@ void PipeStream::Private::bind(const String& name)
 void PipeStream::Private::listen(int backlog, ConnectionCallback callback)
 {
     _onConnection = std::move(callback);
+    _backlog = backlog;
     const auto onConnection = [](uv_stream_t* stream, int code) {
         callGuarded([&] { of(stream->data).connectionWaits(code); });
     };
@@ -97,9 +98,41 @@ void PipeStream::Private::listen(int backlog, ConnectionCallback callback)
 void PipeStream::Private::connectionWaits(int code)
 {
     if (code < 0) return announce(code);
-    // Taken from libuv at once, whether or not the user takes it later: it is known who comes before he hears of it.
+    _untaken = true;
+    if (!_listenStopped) takeFromLibuv();
+}
+
+void PipeStream::Private::listenResume()
+{
+    _listenStopped = false;
+    if (_untaken) takeFromLibuv();
+}
+
+void PipeStream::Private::listenPending()
+{
+    const auto self = hold(this);
+    if (_untaken) takeFromLibuv();
+    for (int count = 0; count <= _backlog && _state == State::Bound; ++count) { // One more than `_backlog` may wait.
+        FileDescriptor socket(::accept4(descriptor(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!socket) return; // Nobody, or a fault that libuv will meet and tell.
+        Hold<Private> peer(new Private(*loop()));
+        const auto code = uv_pipe_open(&peer->_pipe, socket.get());
+        if (code == 0) socket.release();
+        announcePeer(std::move(peer), code);
+    }
+}
+
+/// At once, whether or not the user takes it later: it is known who comes before he hears of it.
+void PipeStream::Private::takeFromLibuv()
+{
     Hold<Private> peer(new Private(*loop()));
-    code = uv_accept(stream(), peer->stream());
+    _untaken = false;
+    const auto code = uv_accept(stream(), peer->stream());
+    announcePeer(std::move(peer), code);
+}
+
+void PipeStream::Private::announcePeer(Hold<Private> peer, int code)
+{
     if (code == 0) {
         peer->becomeConnected();
         if (isTrusted(*peer)) {

@@ -23,6 +23,9 @@ struct PipeStream::Private final : SharedMember {
 
     void bind(const String& name);
     void listen(int backlog, ConnectionCallback callback);
+    void listenStop() noexcept { _listenStopped = true; }
+    void listenResume();
+    void listenPending();
     Private* takeWaiting(); ///< A connection that waits, with the hold of its user.
     void connect(const String& name, ConnectionCallback callback);
     void open(int descriptor);
@@ -58,6 +61,8 @@ private:
     void adopt(int descriptor, State state, const char* action);
     void becomeConnected() noexcept;
     void connectionWaits(int code);
+    void takeFromLibuv();
+    void announcePeer(Hold<Private> peer, int code);
     bool isTrusted(const Private& peer) const noexcept;
     void announce(int code);
     void tryConnect();
@@ -85,6 +90,9 @@ private:
 
     PipeEndpoint _endpoint; // Of a listener.
     ConnectionCallback _onConnection;
+    int _backlog = 0;
+    bool _listenStopped = false;
+    bool _untaken = false; // libuv holds a connection, and looks for no other until that is taken.
     RingQueue<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
     RingQueue<int> _announcements; // Codes that `_onConnection` is to be called with.
 

@@ -234,31 +234,38 @@ TEST_F(CommandPipe, WhatStandsThereIsMovedAsideAndPutBack)
     EXPECT_EQ(test::readFile(folder.file(fileName)), "somebody's");
 }
 
-TEST_F(CommandPipe, AServerTakesTheEndpointFromAnotherAndGivesItBack)
+TEST_F(CommandPipe, TheLastOfTheServersToStopPutsBackWhatStoodThereFirst)
 {
-    server.bind();
+    const auto first = folder.path() / fileName;
     Server second(loop);
-    second.bind();
-    sendAndAwait("to the second");
-    second.ipc->stop();
-    sendAndAwait("to the first");
-    EXPECT_THAT(second.commands, ElementsAre("to the second"));
-    EXPECT_THAT(server.commands, ElementsAre("to the first"));
-}
-
-TEST_F(CommandPipe, AnEndpointThatIsAnothersByNowIsLeftAlone)
-{
-    test::writeFile(folder.file(fileName), "somebody's");
+    Server third(loop);
+    const std::array servers { &server, &second, &third };
+    for (std::array order { 0U, 1U, 2U }; auto* const way : { "a file", "a link that leads nowhere" }) {
+        do {
+            fs::remove(first);
+            if (way[2] == 'f')
+                test::writeFile(first.string(), "somebody's");
+            else
+                fs::create_symlink("nowhere", first);
+            for (auto* const each : servers) each->bind();
+            for (std::size_t stopped = 0; stopped < order.size(); ++stopped) {
+                sendAndAwait("open"); // The latest of those that are left has it.
+                const auto last = *std::max_element(order.begin() + static_cast<std::ptrdiff_t>(stopped), order.end());
+                EXPECT_THAT(std::exchange(servers[last]->commands, {}), ElementsAre("open"));
+                servers[order[stopped]]->ipc->stop();
+            }
+            EXPECT_THAT(entries(), ElementsAre(fileName)) << way;
+            EXPECT_EQ(fs::is_symlink(first), way[2] == 'l');
+        } while (std::ranges::next_permutation(order).found);
+    }
+    // What was to be put back has gone: no matter.
     server.bind();
-    Server second(loop);
     second.bind();
     server.ipc->stop();
-    sendAndAwait("open");
-    EXPECT_THAT(second.commands, ElementsAre("open"));
     for (const auto& name : entries()) {
         if (name != fileName) fs::remove(folder.path() / name);
     }
-    second.ipc->stop(); // What it would put back has gone: no matter.
+    second.ipc->stop();
     EXPECT_THAT(entries(), ElementsAre());
 }
 
@@ -345,27 +352,61 @@ TEST_F(CommandPipe, ACommandThatLiesUnreadIsInTime)
     EXPECT_THAT(log.lines(), ElementsAre());
 }
 
-TEST_F(CommandPipe, SoManyConnectionsAndNoMore)
+TEST_F(CommandPipe, WhoFindsNoRoomWaitsAndNothingIsLost)
 {
-    Loop real;
-    Server crowded(real);
-    crowded.bind();
+    server.bind();
     std::deque<Peer> peers;
-    const auto connected = [&] { return std::ranges::all_of(peers, &Peer::isConnected); };
-    for (std::size_t i = 0; i < CommandIPC::maxConnections; ++i) {
-        peers.emplace_back(real, pipeName);
-        EXPECT_TRUE(i % 64 != 63 || runUntil(real, connected)); // Fewer at a time than may wait.
-    }
-    runTurns(real);
-    Peer oneTooMany(real, pipeName);
-    EXPECT_TRUE(runUntil(real, [&] { return oneTooMany.isEnded(); }));
-    EXPECT_TRUE(std::ranges::none_of(peers, &Peer::isEnded));
-    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("256 others are open")));
-    peers.front().close();
-    runTurns(real);
-    Peer another(real, pipeName);
-    another.send("room again");
-    EXPECT_TRUE(runUntil(real, [&] { return crowded.commands.size() == 1; }));
+    const auto fill = [&] { // Fewer at a time than may wait.
+        for (std::size_t i = 0; i < CommandIPC::maxConnections; ++i) {
+            peers.emplace_back(loop, pipeName);
+            if (i % 64 == 63) runTurns(loop);
+        }
+    };
+    const auto closed = [&] { return std::ranges::count_if(peers, &Peer::isEnded); };
+    fill();
+    for (const auto* command : { "first", "second", "third" }) send(command, loop);
+    EXPECT_TRUE(runUntil(loop, [&] { return done == 3; }));
+    runTurns(loop);
+    EXPECT_THAT(server.commands, ElementsAre());
+    peers.front().send("spoken"); // Silent no more.
+    EXPECT_TRUE(runUntil(loop, [&] { return server.commands.size() == 1; }));
+    peers.pop_back(); // Room for one, who makes room for the next.
+    EXPECT_TRUE(runUntil(loop, [&] { return server.commands.size() == 4; }));
+    EXPECT_THAT(server.commands, ElementsAre("spoken", "first", "second", "third"));
+    EXPECT_EQ(closed(), 0);
+
+    Peer one(loop, pipeName); // Who finds room, and one more who does not, until somebody was silent for too long.
+    runTurns(loop);
+    send("fourth", loop);
+    runTurns(loop);
+    EXPECT_EQ(server.commands.size(), 4U);
+    clock.advance(CommandIPC::crowdedSilenceLimit);
+    EXPECT_TRUE(runUntil(loop, [&] { return server.commands.size() == 5; }));
+    runTurns(loop);
+    EXPECT_EQ(closed(), 1);
+
+    peers.clear();
+    runTurns(loop);
+    fill();
+    for (const auto* command : { "fifth", "sixth" }) send(command, loop);
+    EXPECT_TRUE(runUntil(loop, [&] { return done == 6; }));
+    server.ipc->stop();
+    EXPECT_THAT(std::vector(server.commands.begin() + 5, server.commands.end()), ElementsAre("fifth", "sixth"));
+}
+
+TEST_F(CommandPipe, ASenderGivesUpInTheEnd)
+{
+    const auto busy = fn::makeAuto<fn::uv::PipeStream>(loop); // It lets nobody in, and reads nothing.
+    busy->bind(pipeName);
+    busy->listen(1, [](const fn::uv::Status&) {});
+    busy->listenStop();
+    send(fn::ByteArray(3U << 20), loop); // More than the system takes for it.
+    runTurns(loop);
+    EXPECT_EQ(done, 0);
+    clock.advance(CommandIPC::sendLimit);
+    EXPECT_TRUE(runUntil(loop, [&] { return done == 1; }));
+    runTurns(loop);
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("ETIMEDOUT")));
 }
 
 } // namespace
