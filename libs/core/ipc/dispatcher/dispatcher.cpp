@@ -1,6 +1,5 @@
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/dispatcher/instance_release.h"
-#include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus_impl.h"
@@ -12,7 +11,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
-#include "foundation/time/clock.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 
@@ -24,10 +22,6 @@ namespace ipc {
 namespace {
 
 constexpr int backlog = 128;
-
-// Each connection takes one file, and other parts of the process open some, too.
-constexpr std::uint64_t fewOpenFiles = 16;
-constexpr auto warningInterval = fn::Duration::seconds(60);
 
 // Objects of a dead worker that are dropped before others have their turn: well below a millisecond.
 constexpr std::size_t deathPart = 1000;
@@ -113,22 +107,7 @@ void Dispatcher::accept()
     const auto connection = fn::makeAuto<WorkerConnection>(*this);
     connection->accept(*_pipeStream);
     _connections.insert(connection);
-    warnOfFewOpenFiles();
-}
-
-/// Who connects when none is left is dropped by the system's side of the listener, which tells nobody: so it is said
-/// before.
-void Dispatcher::warnOfFewOpenFiles()
-{
-    const auto [limit, left] = openFiles();
-    if (left > fewOpenFiles) return;
-    const auto now = _loop.clock().monotonic();
-    if (_warnedAt && now - *_warnedAt < warningInterval) return;
-    _warnedAt = now;
-    LOG(2,
-        "Of the {} files that this process may have open at most {} are left: who connects when there are none is "
-        "refused. Raise the limit (ulimit -n, or LimitNOFILE of its service)",
-        limit, left);
+    _openFilesWarning.check(_loop.clock());
 }
 
 void Dispatcher::workerDidConnect(Worker& worker)

@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/usage_counts.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/logging/logging.h"
@@ -93,7 +94,6 @@ private:
 
     void onConnection(const fn::uv::Status& status);
     void accept();
-    void warnOfFewOpenFiles();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
@@ -122,7 +122,7 @@ private:
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection> _connections; // Every accepted connection that has not died.
     int _waitingConnections = 0; // Not accepted before the own worker is there.
-    std::optional<fn::Duration> _warnedAt; // Of few files left to open.
+    OpenFilesWarning _openFilesWarning;
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.

@@ -1,9 +1,18 @@
 #include "core/ipc/dispatcher/open_files.h"
+#include "foundation/logging/logging.h"
+#include "foundation/time/clock.h"
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 namespace ipc {
+namespace {
+
+// Each connection takes one file, and other parts of the process open some, too.
+constexpr std::uint64_t fewOpenFiles = 16;
+constexpr auto warningInterval = fn::Duration::seconds(60);
+
+} // namespace
 
 OpenFiles openFiles() noexcept
 {
@@ -13,6 +22,20 @@ OpenFiles openFiles() noexcept
     if (lowestFree < 0) return { limit.rlim_cur, 0 };
     ::close(lowestFree);
     return { limit.rlim_cur, limit.rlim_cur - static_cast<std::uint64_t>(lowestFree) };
+}
+
+void OpenFilesWarning::check(const fn::Clock& clock)
+{
+    const auto [limit, left] = openFiles();
+    if (left > fewOpenFiles) return;
+    const auto now = clock.monotonic();
+    if (_warnedAt && now - *_warnedAt < warningInterval) return;
+    _warnedAt = now;
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.dispatcher");
+    FN_LOG_TO(category, 2, fn::logging::Tag(), "libs/core/ipc/dispatcher",
+        "Of the {} files that this process may have open at most {} are left: who connects when there are none is "
+        "refused. Raise the limit (ulimit -n, or LimitNOFILE of its service)",
+        limit, left);
 }
 
 } // namespace ipc

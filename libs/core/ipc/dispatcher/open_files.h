@@ -1,6 +1,12 @@
 #pragma once
+#include "foundation/duration.h"
 #include "foundation/export.h"
 #include <cstdint>
+#include <optional>
+
+namespace fn {
+class Clock;
+}
 
 namespace ipc {
 
@@ -12,5 +18,15 @@ struct OpenFiles {
 
 /// Costs two system calls, however many are open.
 FN_EXPORT OpenFiles openFiles() noexcept;
+
+/// Says in the log, at most once a minute, that few files are left to open. Who connects when there is none is dropped by
+/// the system's side of the listener, which tells nobody: so it is said before.
+class OpenFilesWarning {
+public:
+    void check(const fn::Clock& clock); ///< A file has been opened.
+
+private:
+    std::optional<fn::Duration> _warnedAt;
+};
 
 } // namespace ipc
