@@ -296,6 +296,10 @@ void Dispatcher::sendRelease(const UsageCounts::Release& release)
 
 void Dispatcher::closeConnection(const Connection& connection, const char* reason)
 {
+    if (connection->isOwnWorker()) {
+        LOG(1, "Dropping a message of the hub's own worker: {}", reason);
+        return;
+    }
     LOG(2, "Closing the connection of worker {}: {}", connection->info(), reason);
     onWorkerEOS(connection);
 }

@@ -39,10 +39,7 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
         return handlePlainly(body);
     });
     _messageHelper.onMessage()
-        .connect([this](const fn::Value& message, unsigned int length) {
-            const fn::AutoPtr self(this);
-            handle(message, length);
-        })
+        .connect([this](const fn::Value& message, unsigned int length) { handle(message, length); })
         .detach();
 }
 
@@ -60,20 +57,21 @@ bool Dispatcher::WorkerConnection::handlePlainly(const FrameBody& body)
     if (_fn_getLoggingCategoryStatic().wants(fn::logging::Debug)) return false;
     auto message = ObjectMessage::parse(body);
     if (!message) return false;
-    const fn::AutoPtr self(this);
-    try {
-        _dispatcher.forward(self, std::move(*message));
-    } catch (const std::exception& exception) {
-        _dispatcher.closeConnection(self, exception.what());
-    }
+    guarded([&](const Connection& self) { _dispatcher.forward(self, std::move(*message)); });
     return true;
 }
 
 void Dispatcher::WorkerConnection::handle(const fn::Value& message, unsigned int length)
 {
-    const fn::AutoPtr self(this);
+    guarded([&](const Connection& self) { _dispatcher.onWorkerMessage(self, message, length); });
+}
+
+/// Whatever a handler throws ends this connection, and nobody else's.
+template <typename Handler> void Dispatcher::WorkerConnection::guarded(Handler handler)
+{
+    const Connection self(this);
     try {
-        _dispatcher.onWorkerMessage(self, message, length);
+        handler(self);
     } catch (const std::exception& exception) {
         _dispatcher.closeConnection(self, exception.what());
     } catch (...) {

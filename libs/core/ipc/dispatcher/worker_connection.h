@@ -39,6 +39,7 @@ private:
 
     bool handlePlainly(const FrameBody& body);
     void handle(const fn::Value& message, unsigned int length);
+    template <typename Handler> void guarded(Handler handler);
     void onHelloOverdue();
     void onPingDue();
     void awaitPong();
