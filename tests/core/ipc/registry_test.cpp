@@ -169,22 +169,25 @@ TEST_F(RegistryTest, HidingConcernsAllOfOneOwnerAndNobodyElse)
 TEST_F(RegistryTest, OneOfManyWhoWaitDiesAndTheOthersAreAnswered)
 {
     // Two of the dying one: for a class that others await, too, and for one of its own.
-    const auto ask = [&](test::Client& client, const char* className, Outcome& outcome) {
-        loop.post([&, className] {
+    const auto ask = [&](test::Client& client, const char* className, Outcome& outcome, bool isLast = false) {
+        loop.post([&, className, isLast] {
             outcome.observe(client.worker->registry()->callMethod(
                 "getInstance", Value::map({ { "className", className }, { "timeout", 60'000 } })));
+            if (isLast) client.worker->stop();
         });
         settle();
     };
-    Outcome before, dying, alone, behind;
+    Outcome before, dying, alone, behind, last;
     ask(*user, "test::ServiceReference", before);
     ask(*a, "test::ServiceReference", dying);
     ask(*a, "Nobody", alone);
     ask(*user, "test::ServiceReference", behind);
     const auto registry = dispatcher.registryImpl();
     ASSERT_EQ(registry->waiterCount(), 4u);
-    a->worker->stop();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return registry->waiterCount() == 2; }));
+    ask(*a, "Nobody", last, true); // On its way to the registry when its caller dies.
+    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.workers().size() == 3; }));
+    settle();
+    ASSERT_EQ(registry->waiterCount(), 2u);
     const auto service = offer(*b, 0);
     settle();
     EXPECT_EQ(found(before), service->objectId());

@@ -115,6 +115,8 @@ void Dispatcher::workerDidConnect(Worker& worker)
     _registry = fn::makeAuto<RegistryImpl>(worker);
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
         "this->_registry->objectId() == REGISTRY_OBJECT_ID");
+    // Not before its calls that are still under way have been handled.
+    worker._workerDied.connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
     worker.adoptRegistry(fn::dynamicCast<Registry>(_registry->localReference()));
     worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
     for (; _waitingConnections > 0; --_waitingConnections) accept();
@@ -313,11 +315,7 @@ void Dispatcher::onWorkerEOS(const Connection& connection)
 void Dispatcher::workerDied(const Connection& connection)
 {
     if (_connections.erase(connection) == 0) return; // Told already.
-    if (connection->isIdentified()) {
-        const auto id = connection->info().workerId;
-        _workers.erase(id);
-        if (_registry) _registry->forgetWorker(id);
-    }
+    if (connection->isIdentified()) _workers.erase(connection->info().workerId);
     _dying.push_back({ connection, {} });
     if (_dying.size() == 1) endFirstDying();
 }

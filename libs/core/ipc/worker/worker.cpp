@@ -180,7 +180,9 @@ void Worker::onInstanceRelease(const fn::Value& message)
 void Worker::onWorkerDead(const fn::Value& message)
 {
     const auto manager = _objectManager; // Who hears of it may destroy this worker.
-    manager->workerDied(message.at(field::WORKER_ID).to<WorkerId>());
+    const auto id = message.at(field::WORKER_ID).to<WorkerId>();
+    manager->workerDied(id);
+    if (manager->worker()) _workerDied.fire(id);
 }
 
 std::size_t Worker::maxSendBytes() const

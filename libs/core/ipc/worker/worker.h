@@ -123,6 +123,7 @@ private:
     MessageHelper _messageHelper;
     fn::AutoPtr<WorkerObjectManager> _objectManager;
     ObjectReferenceFactory _referenceClasses;
+    fn::Signal<WorkerId> _workerDied; // Everything of it has been handled, and its objects are dead.
 };
 
 } // namespace ipc
