@@ -9,11 +9,14 @@ namespace fn::mpack {
 /// Depth of containers that writers and readers take; one constant for MessagePack and JSON.
 inline constexpr int maxDepth = 512;
 
+/// What a hook answers for a value that is to be written as nil. No extension has it: the negative types are MessagePack's own.
+inline constexpr std::int8_t typeNil = -2;
+
 /// Writes values that MessagePack has no type for as extension values.
 class FN_EXPORT ValueSerializer {
 public:
-    /// The extension type, or -1 for a value that is to be written as plain MessagePack. Asked for boxed values and
-    /// objects only.
+    /// The extension type, `typeNil`, or -1 for a value that is to be written as plain MessagePack. Asked for boxed values
+    /// and objects only.
     virtual std::int8_t typeForValue(const Value& value) = 0;
     /// Writes exactly the announced length.
     virtual void serializeValue(const Value& value, OutputStream& stream) = 0;

@@ -154,7 +154,9 @@ void Serializer::write(const Value& value, int depth)
 
 void Serializer::writeExtension(const Value& value)
 {
-    if (const auto type = _hook ? _hook->typeForValue(value) : plainType; type != plainType) {
+    if (const auto type = _hook ? _hook->typeForValue(value) : plainType; type == typeNil) {
+        _stream.writeByte(code::Nil);
+    } else if (type != plainType) {
         beginExtension(_stream, type, _hook->serializedLengthForValue(value));
         _hook->serializeValue(value, _stream);
     } else if (value.isBoxed<Timestamp>()) {

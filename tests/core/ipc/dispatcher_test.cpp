@@ -234,8 +234,9 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
 
 TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
 {
-    const auto dying = join();
-    const auto hostile = join();
+    const auto dying =
+        stranger(); // The nameless share an id: what one of them lists is counted while another one dies.
+    const auto hostile = stranger();
     const auto witness = join();
     dying->send(listing(*dying, *witness));
     ASSERT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
@@ -254,6 +255,50 @@ TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
     }));
     EXPECT_EQ(gone, std::vector { dying->id() });
     EXPECT_LT(mentioned, 10 * many);
+}
+
+TEST_F(DispatcherTest, ObjectsWithoutAnOwnerAreNotCountedAndAReceiverKnowsFirst)
+{
+    const auto owner = join();
+    const auto carrier = join();
+    const auto young = stranger();
+    owner->send(listing(*owner, *carrier));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return carrier->count(type::MESSAGE) == 1; }));
+    const auto before = dispatcher.usageCounts().objectCount() - many;
+    const auto madeUp = static_cast<WorkerId>(carrier->id() + 2);
+    const auto mention = [&](const test::Peer& receiver) {
+        carrier->send(test::objectMessage(0, receiver.id(), {},
+            { { objectOf(owner->id(), 1), "X" }, { objectOf(madeUp, 1), "X" }, { objectOf(owner->id(), many), "X" } }));
+        settle();
+    };
+    const auto types = [](const test::Peer& peer) {
+        std::vector<int> found;
+        for (const auto& message : peer.messages()) found.push_back(message.at(field::TYPE).to<int>());
+        return found;
+    };
+    owner->close();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.workers().size() == 2; }));
+    mention(*carrier); // The notice of the death is not out yet.
+    ASSERT_TRUE(test::runUntil(loop, [&] { return carrier->count(type::WORKER_DEAD) == 2 && !gone.empty(); }));
+    EXPECT_EQ(carrier->count(type::MESSAGE), 2u);
+    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before);
+
+    young->hello();
+    settle();
+    young->clear();
+    const auto late = join();
+    EXPECT_EQ(late->id(), madeUp);
+    EXPECT_EQ(types(*carrier).back(), type::WORKER_ID_REUSED) << "what it was told of this id holds no more";
+    EXPECT_TRUE(young->messages().empty()) << "it was told nothing of it";
+    for (int i = 0; i < 2; ++i) {
+        mention(*young);
+        mention(*late);
+    }
+    EXPECT_EQ(types(*young), (std::vector { type::MESSAGE, type::MESSAGE })) << "older than the death";
+    EXPECT_EQ(types(*late), (std::vector { type::WORKER_DEAD, type::MESSAGE, type::MESSAGE }));
+    EXPECT_EQ(late->messages()[0].at(field::WORKER_ID), Value(owner->id()));
+    EXPECT_EQ(dispatcher.usageCounts().ownedCount(owner->id()), 0u);
+    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before + 1) << "only the object of who is there now";
 }
 
 TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)

@@ -243,19 +243,33 @@ TEST_F(WorkerTest, ObjectsOfTheDeadAreDeadUntilTheirIdIsUsedAgain)
 {
     welcome();
     hub->send(Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, 2 } }));
-    const auto bring = [&](int source) {
+    const auto bring = [&] {
         auto message = test::objectMessage(service->objectId(), 5, {}, { { foreign, className } });
         message.set(field::PAYLOAD, callWithObjects({ foreign }));
-        message.set(field::SOURCE_WORKER_ID, source);
+        message.set(field::SOURCE_WORKER_ID, 3);
         hub->send(message);
         settle();
         return service->calls.back().argument[0].object<ServiceReference>();
     };
-    const auto dead = bring(3);
+    /// What others get of it.
+    const auto objectsOf = [&](const fn::AutoPtr<ServiceReference>& reference) {
+        service->broadcastEvent("given", reference);
+        settle();
+        return std::pair(hub->last(type::MESSAGE)->at(field::OBJECTS).size(),
+            decoded(*hub->last(type::MESSAGE)).at("ARGUMENT").isNil());
+    };
+    const auto dead = bring();
     ASSERT_TRUE(dead && dead->dead());
-    const auto alive = bring(2);
-    ASSERT_TRUE(alive && !alive->dead()) << "the id has been given out again";
-    EXPECT_NE(alive.get(), dead.get());
+    EXPECT_EQ(objectsOf(dead), std::pair(1ul, false));
+    hub->send(Value::map({ { field::TYPE, type::WORKER_ID_REUSED }, { field::WORKER_ID, 2 } }));
+    const auto alive = bring();
+    ASSERT_TRUE(alive && !alive->dead());
+    EXPECT_TRUE(dead->dead() && alive.get() != dead.get());
+    EXPECT_EQ(objectsOf(alive), std::pair(1ul, false));
+    EXPECT_EQ(objectsOf(dead), std::pair(0ul, true)) << "its id names the new worker's object";
+    dead->sendMessage("for the old one");
+    settle();
+    EXPECT_EQ(hub->count(type::MESSAGE), 0u);
 }
 
 TEST_F(WorkerTest, WarnsOfClassesThatNobodyRegistered)

@@ -31,6 +31,12 @@ fn::String newPipePath()
     return "\\\\.\\pipe\\skyfold-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
 }
 
+Frame aboutWorker(int type, WorkerId id)
+{
+    return MessageHelper::encode(
+        fn::Value::map({ { field::TYPE, type }, { field::WORKER_ID, id } }), limits::workerFrameBytes);
+}
+
 /// The keys of a message's OBJECTS, all converted before anything is done with one of them.
 std::vector<ObjectId> listedObjects(const fn::Value& message)
 {
@@ -43,6 +49,11 @@ std::vector<ObjectId> listedObjects(const fn::Value& message)
 }
 
 } // namespace
+
+bool Dispatcher::ByAccept::operator()(const Connection& left, const Connection& right) const
+{
+    return left->listener().acceptedAt() < right->listener().acceptedAt();
+}
 
 fn::String Dispatcher::WorkerInfo::toString() const
 {
@@ -104,7 +115,7 @@ void Dispatcher::onConnection(const fn::uv::Status& status)
 
 void Dispatcher::accept()
 {
-    const auto connection = fn::makeAuto<WorkerConnection>(*this);
+    const auto connection = fn::makeAuto<WorkerConnection>(*this, _ids.accept());
     connection->accept(*_pipeStream);
     _connections.insert(connection);
     _openFilesWarning.check(_loop.clock());
@@ -167,25 +178,32 @@ void Dispatcher::onHello(const Connection& connection, const fn::Value& message)
     }
     const auto displayName = message.at(field::DISPLAY_NAME).asString();
     const auto tag = message.get(field::TAG).asString();
-    const auto id = nextWorkerId();
-    if (!id) throw fn::RuntimeException("All worker ids are in use", fn::Exception::StackTrace::None);
-    _counts.forget(*id);
-    LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, *id);
-    connection->identify({ *id, displayName, tag });
-    _workers[*id] = connection;
+    const auto id = takeWorkerId();
+    LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, id);
+    connection->identify({ id, displayName, tag });
+    _workers[id] = connection;
     _onWorkerConnected.fire(connection->info());
-    connection->send(fn::Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, *id } }));
+    connection->send(fn::Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, id } }));
     if (!connection->isClosed()) connection->schedulePing();
 }
 
-std::optional<WorkerId> Dispatcher::nextWorkerId()
+/// An id for a new worker. Whoever knows it as dead is told before anything of the new worker can reach it.
+WorkerId Dispatcher::takeWorkerId()
 {
-    if (_nextWorkerId != NO_WORKER_ID) return _nextWorkerId++;
-    // The longest dead id is the one whose death the fewest of those still connected were told.
-    if (_deadIds.empty()) return std::nullopt;
-    const auto id = _deadIds.front();
-    _deadIds.pop_front();
-    return id;
+    std::vector<const WorkerIds::Listener*> others;
+    for (const auto& connection : _connections) {
+        if (!connection->isOwnWorker()) others.push_back(&connection->listener());
+    }
+    const auto id = _ids.next(others);
+    if (!id) throw fn::RuntimeException("All worker ids are in use", fn::Exception::StackTrace::None);
+    _counts.forget(*id);
+    for (const auto& connection : _connections) {
+        if (!_ids.isTold(connection->listener(), *id)) continue;
+        _ids.forget(connection->listener(), *id);
+        connection->send(aboutWorker(type::WORKER_ID_REUSED, *id));
+    }
+    _ids.giveOut(*id);
+    return *id;
 }
 
 Dispatcher::Connection Dispatcher::connectionOf(WorkerId workerId) const
@@ -224,16 +242,21 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
     const auto source = connection->info().workerId;
     const auto target = message.at(field::TARGET_WORKER_ID).to<WorkerId>();
     const auto objectId = target == NO_WORKER_ID ? message.at(field::OBJECT_ID).to<ObjectId>() : ObjectId(0);
-    const auto objectIds = listedObjects(message);
+    auto objectIds = listedObjects(message);
     const auto receivers = receiversOf(target, objectId);
     const auto frame = receivers.empty() ? Frame() : encodeForwarded(message, source);
 
-    if (!objectIds.empty()) countObjects(source, objectIds, receivers);
+    // Nobody would ever end a count of what belongs to nobody.
+    const auto ownerless = std::ranges::partition(
+        objectIds, [&](ObjectId id) { return ownerOf(id) == source || _workers.contains(ownerOf(id)); });
+    const std::span counted(objectIds.begin(), ownerless.begin());
+    if (!counted.empty()) countObjects(source, counted, receivers);
+    tellOwnersAreDead(ownerless, receivers);
     for (const auto& receiver : receivers) {
         receiver->send(frame);
         receiver->slowDown(connection);
     }
-    for (const auto id : objectIds) {
+    for (const auto id : counted) {
         if (ownerOf(id) != source) continue;
         if (const auto due = _counts.countSent(id)) sendRelease(*due);
     }
@@ -259,7 +282,7 @@ void Dispatcher::forward(const Connection& connection, ObjectMessage&& message)
 }
 
 void Dispatcher::countObjects(
-    WorkerId source, const std::vector<ObjectId>& objectIds, const std::vector<Connection>& receivers)
+    WorkerId source, std::span<const ObjectId> objectIds, std::span<const Connection> receivers)
 {
     std::vector<WorkerId> receiverIds;
     receiverIds.reserve(receivers.size());
@@ -269,6 +292,18 @@ void Dispatcher::countObjects(
     }
     for (const auto id : objectIds) {
         for (const auto receiver : receiverIds) _counts.countReceived(source, id, receiver);
+    }
+}
+
+/// Before a message that mentions objects of workers that are not connected: a receiver that has not heard of the death
+/// would have references that stay silent for ever.
+void Dispatcher::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers)
+{
+    for (const auto objectId : objectIds) {
+        for (const auto& receiver : receivers) {
+            const auto owner = ownerOf(objectId);
+            if (_ids.mustTell(receiver->listener(), owner)) receiver->send(aboutWorker(type::WORKER_DEAD, owner));
+        }
     }
 }
 
@@ -342,10 +377,8 @@ void Dispatcher::endFirstDying()
 void Dispatcher::tellDeath(const Connection& connection)
 {
     const auto id = connection->info().workerId;
-    // Given out again only now. 0 means the dispatcher's own worker to everybody, for ever.
-    if (connection->isIdentified() && id != 0) _deadIds.push_back(id);
-    const auto notice =
-        WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, id } }));
+    if (connection->isIdentified()) _ids.died(id); // Given out again only now.
+    const auto notice = aboutWorker(type::WORKER_DEAD, id);
     for (const auto& other : _connections) other->send(notice);
     _onWorkerDisconnected.fire(connection->info());
 }

@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/usage_counts.h"
+#include "core/ipc/dispatcher/worker_ids.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/logging/logging.h"
 #include "foundation/signal.h"
@@ -10,6 +11,7 @@
 #include <fmt/format.h>
 #include <optional>
 #include <set>
+#include <span>
 #include <unordered_map>
 
 namespace ipc {
@@ -85,6 +87,9 @@ public:
 private:
     class WorkerConnection;
     using Connection = fn::AutoPtr<WorkerConnection>;
+    struct ByAccept {
+        bool operator()(const Connection& left, const Connection& right) const;
+    };
 
     void workerDidConnect(Worker& worker) override;
     bool wantsIdleTermination(Worker&) override { return false; }
@@ -101,15 +106,15 @@ private:
     void onReferenceRelease(const Connection& connection, const fn::Value& message);
     std::vector<Connection> receiversOf(WorkerId target, ObjectId objectId) const;
     static Frame encodeForwarded(const fn::Value& message, WorkerId source);
-    void countObjects(
-        WorkerId source, const std::vector<ObjectId>& objectIds, const std::vector<Connection>& receivers);
+    void countObjects(WorkerId source, std::span<const ObjectId> objectIds, std::span<const Connection> receivers);
+    void tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers);
     void sendRelease(const UsageCounts::Release& release);
     void onWorkerEOS(const Connection& connection);
     void workerDied(const Connection& connection);
     void endFirstDying();
     void tellDeath(const Connection& connection);
     void closeConnection(const Connection& connection, const char* reason);
-    std::optional<WorkerId> nextWorkerId();
+    WorkerId takeWorkerId();
     Connection connectionOf(WorkerId workerId) const;
 
     static const fn::logging::Category& _fn_getLoggingCategoryStatic();
@@ -120,19 +125,18 @@ private:
     const fn::Duration _timeout;
     const fn::String _pipePath;
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
-    std::set<Connection> _connections; // Every accepted connection that has not died.
+    std::set<Connection, ByAccept> _connections; // Every accepted connection that has not died.
     int _waitingConnections = 0; // Not accepted before the own worker is there.
     OpenFilesWarning _openFilesWarning;
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
-    WorkerId _nextWorkerId = 0; // The first round; NO_WORKER_ID when it is over.
+    WorkerIds _ids;
     struct Death {
         Connection connection; // Closed.
         std::optional<std::size_t> left; // Of the objects counted for it when it began to be ended.
     };
     std::deque<Death> _dying; // In their order.
     fn::Handle _dyingTask; // The next part of the first one.
-    std::deque<WorkerId> _deadIds; // In the order of their deaths: the longest dead is given out first.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;
     fn::Signal<> _onReady;

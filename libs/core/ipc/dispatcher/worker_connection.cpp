@@ -15,8 +15,9 @@ constexpr std::uint64_t frameHeaderBytes = 4;
 
 } // namespace
 
-Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher)
+Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds::Listener listener)
     : _dispatcher(dispatcher),
+      _listener(std::move(listener)),
       _messageHelper(limits::hubFrameBytes)
 {
     // Each handler holds the connection for its duration: it may be closed and dropped in it.

@@ -13,7 +13,7 @@ namespace ipc {
 /// One that still takes bytes is waited for: those who send to it are read no further until half has left.
 class Dispatcher::WorkerConnection final : public fn::RefCountedObject {
 public:
-    explicit WorkerConnection(Dispatcher& dispatcher);
+    WorkerConnection(Dispatcher& dispatcher, WorkerIds::Listener listener);
 
     void accept(fn::uv::PipeStream& listener); ///< Takes the waiting connection and starts reading.
 
@@ -23,6 +23,7 @@ public:
     bool isOwnWorker() const { return _isIdentified && _info.workerId == 0; }
     bool isClosed() const { return !_stream || _stream->isClosed(); }
     WorkerStatistics statistics() const;
+    WorkerIds::Listener& listener() { return _listener; } ///< Which deaths it has been told.
 
     static Frame encode(const fn::Value& message); ///< Larger than any receiver takes: `fn::RangeException`.
     void send(const fn::Value& message);
@@ -52,6 +53,7 @@ private:
     void resumeSenders();
 
     Dispatcher& _dispatcher;
+    WorkerIds::Listener _listener;
     WorkerInfo _info;
     fn::AutoPtr<fn::uv::PipeStream> _stream;
     fn::Handle _notRespondingTimer;

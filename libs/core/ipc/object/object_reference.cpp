@@ -75,6 +75,7 @@ void ObjectReference::sendMessage(const fn::Value& value)
 {
     if (!hasWorker()) return;
     if (!local()) {
+        if (_dead) return; // Its id may name a later worker's object.
         worker().sendMessageToWorker(ownerOf(_objectId), _objectId, value);
         return;
     }
@@ -87,7 +88,7 @@ void ObjectReference::sendFields(MessageFields fields)
 {
     if (local())
         sendMessage(toMap(fields));
-    else if (hasWorker())
+    else if (hasWorker() && !_dead)
         worker().sendMessageToWorker(ownerOf(_objectId), _objectId, fields);
 }
 

@@ -50,7 +50,8 @@ public:
     virtual fn::String className() const;
     fn::String toString() const override; ///< "ObjectReference (class, address)".
 
-    /// Sends a message to the instance. Once the worker has gone it goes nowhere. Throws what encoding throws.
+    /// Sends a message to the instance. Once this worker or the instance's has gone it goes nowhere. Throws what encoding
+    /// throws.
     void sendMessage(const fn::Value& value);
 
     ~ObjectReference() override; ///< Public for samples (`_dummyInitializer`) alone.

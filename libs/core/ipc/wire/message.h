@@ -45,6 +45,7 @@ inline constexpr int REFERENCE_RELEASE = 5;
 inline constexpr int INSTANCE_RELEASE = 6;
 inline constexpr int WORKER_DEAD = 7;
 inline constexpr int QUIT = 8;
+inline constexpr int WORKER_ID_REUSED = 9; ///< What is known of the dead worker of this id is no longer so.
 } // namespace type
 
 /// MessagePack extension types inside a payload.

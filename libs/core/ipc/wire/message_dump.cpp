@@ -14,7 +14,7 @@ namespace {
 constexpr std::array fieldNames { "TYPE", "DISPLAY_NAME", "TAG", "WORKER_ID", "OBJECT_ID", "SOURCE_WORKER_ID",
     "TARGET_WORKER_ID", "PAYLOAD", "OBJECTS", "USAGE_COUNT" }; // From code 1 on.
 constexpr std::array typeNames { "INVALID", "HELLO", "PING", "PONG", "MESSAGE", "REFERENCE_RELEASE", "INSTANCE_RELEASE",
-    "WORKER_DEAD" }; // From code 0 on. QUIT has none.
+    "WORKER_DEAD" }; // From code 0 on. Those above have none.
 
 /// Stands for a shared object in a dump.
 class ObjectPlaceholder final : public fn::RefCountedObject {

@@ -7,7 +7,7 @@ namespace ipc {
 /// The label of a field code in dumps, "1-TYPE"; an unknown code is the integer itself.
 FN_EXPORT fn::Value fieldLabel(std::int64_t code);
 
-/// The label of a message type in dumps, "4-MESSAGE"; an unknown one (QUIT among them) is the integer itself.
+/// The label of a message type in dumps, "4-MESSAGE"; an unknown one (and all above 7) is the integer itself.
 FN_EXPORT fn::Value typeLabel(std::int64_t code);
 
 /// Decodes a payload for a dump, without any worker: object ids become placeholders that tell the owner. Bytes that hold no

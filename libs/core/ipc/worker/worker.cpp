@@ -129,6 +129,7 @@ void Worker::onMessage(const fn::Value& message)
     case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
     case type::WORKER_DEAD: onWorkerDead(message); break;
     case type::QUIT: tellAboutToQuit(); break;
+    case type::WORKER_ID_REUSED: _objectManager->workerIdReused(message.at(field::WORKER_ID).to<WorkerId>()); break;
     default: break;
     }
 }
@@ -157,7 +158,6 @@ void Worker::onObjectMessage(const fn::Value& message)
 template <typename Decode> void Worker::deliver(ObjectId objectId, WorkerId source, Decode decode)
 {
     const auto manager = _objectManager; // A receiver may destroy this worker.
-    manager->workerIsAlive(source);
     const auto payload = decode();
     if (ownerOf(objectId) == manager->workerId()) {
         if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);

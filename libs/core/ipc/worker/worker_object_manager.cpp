@@ -106,13 +106,19 @@ std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
 {
     if (value.isObject()) {
         const auto* object = value.objectPointer();
-        const bool isShared =
-            dynamic_cast<const ObjectReference*>(object) || dynamic_cast<const ObjectInstance*>(object);
-        return isShared ? extension::OBJECT : -1;
+        if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
+            return isOutdated(*reference) ? fn::mpack::typeNil : extension::OBJECT;
+        return dynamic_cast<const ObjectInstance*>(object) ? extension::OBJECT : -1;
     }
     if (value.isBoxed<core::Fraction>()) return extension::FRACTION;
     if (value.isBoxed<core::TypedByteArray>()) return extension::TYPED_BYTE_ARRAY;
     return -1;
+}
+
+/// Its owner's id has been given out again: what it names now is another worker's object, if any.
+bool WorkerObjectManager::isOutdated(const ObjectReference& reference) const
+{
+    return reference.dead() && !reference.local() && !_deadWorkers.contains(ownerOf(reference.objectId()));
 }
 
 std::uint32_t WorkerObjectManager::serializedLengthForValue(const fn::Value& value)
@@ -245,11 +251,10 @@ void WorkerObjectManager::workerDied(WorkerId workerId)
     if (table != _references.end()) markDead(liveReferences(table->second, false));
 }
 
-void WorkerObjectManager::workerIsAlive(WorkerId workerId)
+void WorkerObjectManager::workerIdReused(WorkerId workerId)
 {
-    if (_deadWorkers.empty() || _deadWorkers.erase(workerId) == 0) return;
-    // The id has been given out again: what is left of the old worker's objects must not be taken for the new one's.
-    _references.erase(workerId);
+    // What is left of the old worker's objects must not be taken for the new one's.
+    if (_deadWorkers.erase(workerId) > 0) _references.erase(workerId);
 }
 
 void WorkerObjectManager::connectionLost()

@@ -71,7 +71,8 @@ public:
     fn::Value decode(const ObjectMessage& message);
 
     void workerDied(WorkerId workerId);
-    void workerIsAlive(WorkerId workerId); ///< A MESSAGE came from it: its id has been given out again.
+    /// The id of a dead worker has been given out again. Old references to its objects stay dead, and are nil to others.
+    void workerIdReused(WorkerId workerId);
     void connectionLost(); ///< Everybody else's objects are gone.
 
 private:
@@ -95,6 +96,7 @@ private:
     std::uint32_t serializedLengthForValue(const fn::Value& value) override;
     fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override;
 
+    bool isOutdated(const ObjectReference& reference) const;
     fn::Value decodeObject(ObjectId objectId);
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId);
     fn::Value decode(fn::InputStream& stream, fn::Value objects);

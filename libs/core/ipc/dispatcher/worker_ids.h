@@ -1,0 +1,62 @@
+#pragma once
+#include "core/ipc/wire/message.h"
+#include "foundation/export.h"
+#include <bitset>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <unordered_map>
+
+namespace ipc {
+
+/// Which ids the dispatcher has given out, which of them are dead, and who has been told so. No I/O.
+///
+/// Accepted connections and told deaths are numbered in one sequence: who was accepted before a death has heard of it with
+/// everybody else. What is told to one connection alone is noted with it.
+class FN_EXPORT WorkerIds {
+public:
+    /// The part of one connection.
+    class FN_EXPORT Listener {
+    public:
+        /// Connections are ordered by it.
+        std::uint64_t acceptedAt() const noexcept { return _acceptedAt; }
+
+    private:
+        friend class WorkerIds;
+        using Ids = std::bitset<NO_WORKER_ID + 1>;
+        explicit Listener(std::uint64_t acceptedAt) : _acceptedAt(acceptedAt) { }
+
+        const std::uint64_t _acceptedAt;
+        std::unique_ptr<Ids> _toldAlone; // 8 KiB, made when first needed.
+    };
+
+    Listener accept() { return Listener(_nextSerial++); }
+
+    /// Every connection that is there is told now that the worker is dead; from now on its id may be given out again.
+    void died(WorkerId id);
+
+    /// Whether `listener` must be told now that this worker, which is not connected, is dead: its connection is younger than
+    /// the death, or the id was never given out. It counts as told from then on. One whose notice everybody still waits for
+    /// is left to that.
+    bool mustTell(Listener& listener, WorkerId id) const;
+
+    bool isTold(const Listener& listener, WorkerId id) const;
+
+    /// The id for the next worker; empty when all are in use. After the first round one whose death none of `others` has been
+    /// told, the longest dead if there is none: what they keep of the dead must not be taken for the new worker's.
+    std::optional<WorkerId> next(std::span<const Listener* const> others) const;
+
+    void giveOut(WorkerId id); ///< As told by `next()`.
+    void forget(Listener& listener, WorkerId id) const; ///< It has been told that the id is given out again.
+
+private:
+    std::uint64_t _nextSerial = 0;
+    WorkerId _next = 0; // The first round; NO_WORKER_ID when it is over.
+    std::unordered_map<WorkerId, std::uint64_t> _deaths;
+    std::map<std::uint64_t, WorkerId>
+        _free; // By their deaths. Never 0: the dispatcher's own worker to everybody, for ever.
+};
+
+} // namespace ipc
