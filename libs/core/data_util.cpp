@@ -2,9 +2,11 @@
 #include "foundation/io/file.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/lock.h"
+#include "foundation/unhandled_exception.h"
 #include "sqlite/statement.h"
 #include "sqlite/transaction.h"
 #include <mutex>
+#include <optional>
 #include <utility>
 
 namespace core {
@@ -43,6 +45,16 @@ int storedVersion(sqlite::Database& database)
 {
     sqlite::Statement selection(database, "select version from schema_version");
     return selection.executeStep() ? selection.getColumn(0).getInt(-1) : noVersion;
+}
+
+/// Whatever has failed before: as long as a schema is writable, a mistake of anybody's breaks the file.
+void protectSchema(sqlite::Database& database) noexcept
+{
+    try {
+        database.execute("PRAGMA writable_schema = 0;");
+    } catch (...) {
+        fn::logException();
+    }
 }
 
 } // namespace
@@ -127,8 +139,13 @@ void DatabaseAccess::open()
     if (database) return;
     database = std::make_unique<sqlite::Database>(_path, _openFlags);
     database->execute("PRAGMA foreign_keys = ON;");
-    checkSchema();
-    onDatabaseReady();
+    try {
+        checkSchema();
+        onDatabaseReady();
+    } catch (...) {
+        database.reset(); // Else the next guard would find it open, and take it for ready.
+        throw;
+    }
 }
 
 void DatabaseAccess::close()
@@ -200,16 +217,17 @@ void DatabaseAccess::doInitSchema()
 void DatabaseAccess::updateSchemaVersion()
 {
     auto& database = this->database();
-    sqlite::Transaction transaction(database);
+    std::optional<sqlite::Transaction> transaction;
+    if (!database.isInTransaction()) transaction.emplace(database);
     database.execute("delete from schema_version");
     sqlite::Statement insertion(database, "insert into schema_version values (?)");
     insertion.bindAt(1, _currentVersion);
     insertion.execute();
-    transaction.commit();
+    if (transaction) transaction->commit();
 }
 
 void DatabaseAccess::dropSchema()
-{
+try {
     LOG_DATABASE(fn::logging::Info, "dropSchema", "Dropping schema for %s", _path.c_str());
     // Deleting the entries by hand needs no names and knows no dependencies between tables. VACUUM then gives the space
     // back and makes SQLite read the schema anew. Without the sqlite_sequence table, which exists only where a table
@@ -227,6 +245,9 @@ void DatabaseAccess::dropSchema()
          }) {
         database().execute(sql);
     }
+} catch (...) {
+    if (const auto& open = _connection->database) protectSchema(*open);
+    throw;
 }
 
 void DatabaseAccess::migrateSchema(int, int)

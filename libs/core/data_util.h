@@ -52,19 +52,23 @@ public:
 
 protected:
     /// Removes every table and index without knowing their names. Triggers and views stay behind and make the file
-    /// unusable: a schema that has them overrides this.
+    /// unusable: a schema that has them overrides this. Not inside of a transaction. A failure is thrown and may leave
+    /// tables without their indices; the version stays stored, so that the next opening drops them again.
     virtual void dropSchema();
     /// Makes the tables in an empty file. It runs again where the process died before the version was stored: tables
     /// that may be there already are made with "if not exists".
     virtual void initSchema() = 0;
-    /// Turns a schema of version `from` into one of version `to` and calls `updateSchemaVersion()`. Default: drops it
-    /// and makes it anew.
+    /// Turns a schema of version `from` into one of version `to` and calls `updateSchemaVersion()`, best both in one
+    /// `sqlite::Transaction`: a failure then leaves the file as it was. Default: drops it and makes it anew.
     virtual void migrateSchema(int from, int to);
-    virtual void onDatabaseReady(); ///< The file has been opened and its schema checked. Default: nothing.
+    /// The file has been opened and its schema checked, well or not. Default: nothing. What it throws reaches whoever opens, and
+    /// closes the file again.
+    virtual void onDatabaseReady();
     /// For deriving classes to call with what SQLite refused. A malformed file is removed, so that the next opening
     /// starts anew; nothing is done about other errors.
     virtual void handleException(sqlite::SQLiteException& exception);
-    virtual void updateSchemaVersion(); ///< Stores the version that the code expects.
+    virtual void
+    updateSchemaVersion(); ///< Stores the version that the code expects, in the transaction going on if any.
 
     /// Makes or migrates the schema where the version stored is not the one expected. Exceptions of the fn family are
     /// logged.

@@ -20,6 +20,8 @@ void Database::setBusyTimeout(fn::Duration timeout)
     sqlite3_busy_timeout(_connection->handle(), static_cast<int>(milliseconds));
 }
 
+bool Database::isInTransaction() const noexcept { return !sqlite3_get_autocommit(_connection->handle()); }
+
 std::int64_t Database::lastInsertRowId() const { return sqlite3_last_insert_rowid(_connection->handle()); }
 
 } // namespace sqlite

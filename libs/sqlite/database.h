@@ -29,6 +29,7 @@ public:
     /// How long a statement waits for a lock that another connection holds. Initially 5 seconds.
     void setBusyTimeout(fn::Duration timeout);
 
+    bool isInTransaction() const noexcept; ///< Whoever has begun it.
     std::int64_t lastInsertRowId() const;
 
 private:

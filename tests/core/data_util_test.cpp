@@ -6,6 +6,7 @@
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "sqlite/statement.h"
+#include "sqlite/transaction.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <mutex>
@@ -28,9 +29,11 @@ int number(sqlite::Database& database, const fn::String& sql)
 class Access : public core::DatabaseAccess {
 public:
     using DatabaseAccess::DatabaseAccess;
+    using DatabaseAccess::dropSchema;
     using DatabaseAccess::handleException;
 
     std::vector<std::string> calls;
+    bool isReadyAtOnce = true;
 
     int storedVersion() { return number(database(), "select version from schema_version"); }
     bool isOpen()
@@ -53,7 +56,11 @@ protected:
         database().execute("create index by_name on entry (name)");
         database().execute("insert into entry (name) values ('first')");
     }
-    void onDatabaseReady() override { calls.push_back("ready"); }
+    void onDatabaseReady() override
+    {
+        if (!std::exchange(isReadyAtOnce, true)) throw std::runtime_error("not yet");
+        calls.push_back("ready");
+    }
 };
 
 /// Collects what the class logs, as "priority function: text".
@@ -157,6 +164,18 @@ TEST_F(DatabaseAccessTest, AnotherVersionDropsEverythingAndStartsAnew)
             "4 core::DatabaseAccess::doInitSchema: Initializing schema for " + path.toStdString()));
 }
 
+TEST_F(DatabaseAccessTest, ADropThatFailsLeavesNoWritableSchema)
+{
+    Access access(1, path, loop);
+    EXPECT_THROW(access.dropSchema(), sqlite::SQLiteException); // It is closed.
+    const ScopedConnection connection(access);
+    access.database().setBusyTimeout({});
+    sqlite::Database other(path, 6);
+    const sqlite::Transaction lock(other);
+    EXPECT_THROW(access.dropSchema(), sqlite::SQLiteException);
+    EXPECT_EQ(number(access.database(), "pragma writable_schema"), 0);
+}
+
 TEST_F(DatabaseAccessTest, AMigrationOfItsOwnKeepsTheDataAndStoresTheVersionItself)
 {
     struct Migrating : Access {
@@ -165,7 +184,9 @@ TEST_F(DatabaseAccessTest, AMigrationOfItsOwnKeepsTheDataAndStoresTheVersionItse
         void migrateSchema(int from, int to) override
         {
             calls.push_back(fmt::format("{} to {}", from, to));
-            if (storesVersion) updateSchemaVersion();
+            sqlite::Transaction all(database());
+            updateSchemaVersion();
+            if (storesVersion) all.commit();
         }
     };
     {
@@ -279,8 +300,11 @@ TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
     EXPECT_THROW(ScopedConnection { access }, sqlite::SQLiteException);
     EXPECT_FALSE(access.isOpen());
     std::filesystem::create_directory(folder.path() / "missing");
+    access.isReadyAtOnce = false;
+    EXPECT_THROW(ScopedConnection { access }, std::runtime_error);
+    EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init"));
     std::thread([&] { const ScopedConnection connection(access); }).join();
-    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
+    EXPECT_THAT(access.calls, ElementsAre("ready")); // It was not taken for ready.
 }
 
 TEST_F(DatabaseAccessTest, AFailedSchemaCheckIsLoggedAndLeavesTheConnectionOpen)
