@@ -44,9 +44,24 @@ void PasswordManagerGeneric::setPassword(std::string_view group, std::string_vie
 {
     requireStorable(key);
     for (const auto& part : fn::String(group).split('.')) requireStorable(part);
+    const auto text = encrypted(password);
     _preferences.reload();
-    _preferences.root().mapForPath(groupPath(group)).set(key, _encryption->encrypt(password));
+    _preferences.root().mapForPath(groupPath(group)).set(key, text);
     _preferences.save();
+}
+
+/// The text to store, which must come back as it is: what stands in its place now would be lost for nothing.
+fn::String PasswordManagerGeneric::encrypted(std::string_view password)
+{
+    fn::String reason;
+    try {
+        auto text = _encryption->encrypt(password);
+        if ((!text.empty() || password.empty()) && comesBack(text)) return text;
+        reason = text.empty() ? "No text came of it" : "What came of it is not UTF-8";
+    } catch (const std::exception& exception) {
+        reason = exception.what();
+    }
+    throw fn::with(fn::RuntimeException("The password could not be encrypted"), fn::DetailInfo { reason });
 }
 
 fn::String PasswordManagerGeneric::getPassword(std::string_view group, std::string_view key, bool& found)

@@ -20,6 +20,8 @@ public:
     using PasswordManager::getPassword;
 
 private:
+    fn::String encrypted(std::string_view password);
+
     const std::unique_ptr<Encryption> _encryption;
     Preferences _preferences;
 };

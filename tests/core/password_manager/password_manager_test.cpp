@@ -192,27 +192,27 @@ TEST_F(PasswordManager, ANameThatWouldNotComeBackAsItWasIsRefused)
     EXPECT_EQ(secret(manager, odd, odd), "also kept");
 }
 
-TEST_F(PasswordManager, FailuresOfTheProtectionAreLoggedAndNotThrown)
+TEST_F(PasswordManager, WhatCanNotBeProtectedIsRefusedAndWhatWasThereStays)
 {
     manager.setPassword("g", "k", "secret");
+    const auto before = test::readFile(path);
     const test::LogCapture log(1);
-    {
-        const auto fails = [](const auto&, auto&) { return 0; };
-        const platform::ScopedDataProtection failing(fails, fails);
+    const auto fails = [](const auto&, auto&) { return 0; };
+    const auto throws = [](const auto&, auto&) -> int { throw fn::IOException("no luck"); };
+    for (const bool isThrown : { false, true }) {
+        const platform::ScopedDataProtection::Call call =
+            isThrown ? platform::ScopedDataProtection::Call(throws) : fails;
+        const platform::ScopedDataProtection failing(call, call);
         EXPECT_EQ(manager.getPassword("g", "k"), "");
-        manager.setPassword("g", "new", "x");
-    }
-    {
-        const auto throws = [](const auto&, auto&) -> int { throw fn::IOException("no luck"); };
-        const platform::ScopedDataProtection failing(throws, throws);
-        EXPECT_EQ(manager.getPassword("g", "k"), "");
-        manager.setPassword("g", "new", "x");
+        EXPECT_THROW(manager.setPassword("g", "k", "x"), fn::RuntimeException);
     }
     EXPECT_THAT(log.lines(),
         ElementsAre("1 core.password Could not decrypt password", "1 core.password Could not encrypt password",
             "1 core.password Could not decrypt password: no luck",
             "1 core.password Could not encrypt password: no luck"));
-    EXPECT_EQ(stored().at("passwords").at("g").at("new"), fn::Value(""));
+    PasswordManagerGeneric plain(std::make_unique<core::Encryption>(), core::Preferences(path));
+    EXPECT_THROW(plain.setPassword("g", "k", "\xff"), fn::RuntimeException); // The file would hold another text.
+    EXPECT_EQ(test::readFile(path), before);
     EXPECT_EQ(manager.getPassword("g", "k"), "secret");
 }
 
