@@ -10,6 +10,8 @@
 #include "foundation/json/serializer.h"
 #include "foundation/system/uuid.h"
 #include "foundation/unhandled_exception.h"
+#include "foundation/value_map.h"
+#include <vector>
 
 namespace core {
 namespace {
@@ -21,6 +23,24 @@ void requireMap(const fn::Value& root)
 {
     if (root.isMap()) return;
     throw fn::with(fn::DataFormatException("The root of preferences is no map"), fn::DetailInfo { root.detailInfo() });
+}
+
+/// The file would hold it, but reading would make another value of it, or fail, and with it all that is in the file.
+void requireUntagged(const fn::Value& root)
+{
+    std::vector<const fn::Value*> rest { &root };
+    while (!rest.empty()) {
+        const auto& value = *rest.back();
+        rest.pop_back();
+        if (value.isArray()) {
+            for (const auto& element : value.elements()) rest.push_back(&element);
+        } else if (value.isMap()) {
+            if (value.has("__type__"))
+                throw fn::with(fn::RangeException("The key \"__type__\" of a map is reserved"),
+                    fn::DetailInfo { value.detailInfo() });
+            for (const auto& [key, member] : value.entries()) rest.push_back(&member);
+        }
+    }
 }
 
 } // namespace
@@ -44,6 +64,7 @@ void Preferences::saveInternal() const
 {
     // Anything but a map would lose its first bytes to the transform, and with them the old file.
     requireMap(_root);
+    requireUntagged(_root);
     const auto temporary = _path + "-" + fn::UUIDGenerator::defaultGenerator().createOne().toString() + ".tmp";
     fn::FileOutputStream file(fn::FileDescriptor::write(temporary, fileMode));
     fn::BufferedOutputStream buffered(file, bufferBytes);

@@ -26,7 +26,8 @@ public:
 
     /// Writes the document and reads the file back. If that fails, the failure goes to `fn::unhandledException()` and the
     /// document is written once more. Errors of writing are thrown and leave the old file in place:
-    /// `fn::FileException`, `fn::DataFormatException` for values that the file can not hold.
+    /// `fn::FileException`, `fn::DataFormatException` for values that the file can not hold, `fn::RangeException` for a map
+    /// with the key "__type__".
     void save();
 
 private:

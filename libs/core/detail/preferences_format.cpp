@@ -25,10 +25,13 @@ fn::Value taggedFraction(const Fraction& fraction)
         { { "__type__", "fraction" }, { "num", fraction.numerator() }, { "den", fraction.denominator() } });
 }
 
+// The text has whole seconds, and the one before this is beyond what a timestamp holds.
+constexpr fn::Timestamp earliestSecond(INT64_MIN / 1'000'000 * 1'000'000);
+
 fn::Value taggedTimestamp(fn::Timestamp timestamp)
 {
-    const auto text =
-        fn::DateTimeFormatter::format(timestamp, fn::DateTimeFormat::RFC1123_FORMAT, fn::DateTimeFormatter::UTC);
+    const auto text = fn::DateTimeFormatter::format(
+        std::max(timestamp, earliestSecond), fn::DateTimeFormat::RFC1123_FORMAT, fn::DateTimeFormatter::UTC);
     return fn::Value::map({ { "__type__", "timestamp" }, { "value", text } });
 }
 

@@ -29,7 +29,12 @@ public:
     {
     }
 
-    Value take() { return std::move(_result); }
+    Value take()
+    {
+        // The parser takes it for the end of the text, which it is nowhere.
+        if (const auto nul = _text.find('\0'); nul != _text.npos) throwMalformed("NUL byte behind the value", nul + 1);
+        return std::move(_result);
+    }
 
     bool null() { return add({}); }
     bool boolean(bool value) { return add(value); }

@@ -91,9 +91,10 @@ TEST(JSON, WhatHasNoFormIsRefused)
 
 TEST(JSON, ErrorsNameSourceLineAndColumn)
 {
-    const std::pair<const char*, const char*> rows[] = { { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
+    using namespace std::string_view_literals;
+    const std::pair<std::string_view, const char*> rows[] = { { "{\"a\": 1,\r\n  \"b\": nul}", "line 2, column 11" },
         { "[1, 2", "line 1, column" }, { "{} x", "line 1, column 4" }, { "[1e999]", "line 1, column" },
-        { "\"\xFF\"", "line 1, column 2" }, { "", "line 1, column 1" } };
+        { "\"\xFF\"", "line 1, column 2" }, { "", "line 1, column 1" }, { "[1]\0"sv, "line 1, column 4" } };
     for (const auto& [text, place] : rows) {
         try {
             fn::json::deserialize(text, nullptr, "some.prefs");
