@@ -69,6 +69,11 @@ TEST_P(RecordedFirewall, TakesNoPathThatIsNoUtf8ForThatOfAnotherProgram)
         EXPECT_FALSE(authorize(true, true, odd));
         EXPECT_THAT(log.lines(), ElementsAre("1 core.firewall Conversion of process file name string failed!"));
     }
+    {
+        const test::LogCapture log(1);
+        EXPECT_FALSE(authorize(true, true, "")); // Nor none at all, which would be all of them.
+        EXPECT_THAT(log.lines(), testing::SizeIs(1));
+    }
     EXPECT_TRUE(authorize(true, true, "/opt/Z\uFFFDrich/server"));
     EXPECT_EQ(directions("/opt/Z\uFFFDrich/server"), "inout");
     EXPECT_EQ(directions(odd), "");

@@ -16,13 +16,15 @@ using detail::printable;
 
 namespace {
 
+constexpr auto notAdded = "Couldn't add firewall rule!";
+
 HRESULT put(INetFwRule& rule, HRESULT (INetFwRule::*setter)(BSTR), const fn::String& value)
 {
     const Bstr text(value);
     return text ? (rule.*setter)(text.get()) : E_OUTOFMEMORY;
 }
 
-/// Makes a rule that admits a program everywhere. Stops at the first failure: without its path it would admit every program.
+/// Makes a rule that admits a program everywhere. Stops at the first failure.
 HRESULT describe(INetFwRule& rule, const fn::String& path, const fn::String& name)
 {
     HRESULT result = put(rule, &INetFwRule::put_Name, name);
@@ -40,7 +42,7 @@ HRESULT add(INetFwRules& rules, INetFwRule& rule, NET_FW_RULE_DIRECTION directio
 {
     HRESULT result = rule.put_Direction(direction);
     if (SUCCEEDED(result)) result = rules.Add(&rule);
-    if (FAILED(result)) failure("Couldn't add firewall rule!");
+    if (FAILED(result)) failure(notAdded);
     return result;
 }
 
@@ -137,6 +139,7 @@ bool AdvancedFirewallConfigurator::authorizeApplication(
     const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound)
 try {
     if (!fn::isUTF8(applicationPath)) return failure(detail::pathNotText);
+    if (applicationPath.empty()) return failure(notAdded); // It would admit every program.
     if (!initialize(true)) return failure(detail::elevationMissing);
     ComPtr<INetFwRules> rules;
     if (!getRules(rules)) return false;
