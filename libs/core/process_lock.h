@@ -11,6 +11,8 @@ namespace core {
 
 /// Tells whether this process is the only one of its user under a name: whether an application runs already, say. The name
 /// is held as long as a copy of the lock exists; it never changes hands while one does. Copies may live on any thread.
+///
+/// One `fn::NamedMutex`, "NAME-USER": what that says of two runtime folders of one user holds here, too.
 class FN_EXPORT ProcessLock {
 public:
     /// A name that is taken is no error. What else keeps it from being taken is `fn::IOException`.

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 namespace fn {
 namespace {
@@ -21,17 +22,26 @@ bool tryLock(const FileDescriptor& file)
     return true;
 }
 
+/// Somebody may have removed the file between its opening and its locking: the next one who comes would make, and lock, another.
+bool hasItsName(const FileDescriptor& file)
+{
+    struct stat locked, named;
+    if (::fstat(file.get(), &locked) != 0) File::handleErrno(file.path());
+    return ::lstat(file.path().c_str(), &named) == 0 && named.st_dev == locked.st_dev && named.st_ino == locked.st_ino;
+}
+
 } // namespace
 
 NamedMutex::NamedMutex(const String& name, bool exclusive)
 {
     const auto path = platform::privatePath(name + ".lock"); // Apart from a pipe of the same name.
     if (!exclusive) return;
-    FileDescriptor file(posix::open(path, O_RDWR | O_CREAT | O_NOFOLLOW, onlyOwner), path);
-    if (!file) File::handleErrno(path);
-    if (!tryLock(file))
-        throw with(NamedMutexAlreadyExistsException("The name is taken"), DetailInfo { "Name: " + name });
-    _lock = std::move(file);
+    do {
+        _lock = FileDescriptor(posix::open(path, O_RDWR | O_CREAT | O_NOFOLLOW, onlyOwner), path);
+        if (!_lock) File::handleErrno(path);
+        if (!tryLock(_lock))
+            throw with(NamedMutexAlreadyExistsException("The name is taken"), DetailInfo { "Name: " + name });
+    } while (!hasItsName(_lock));
 }
 
 // The file stays: whoever has opened it and waits to lock it would hold another one than who makes it anew.

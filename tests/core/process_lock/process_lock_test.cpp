@@ -9,9 +9,24 @@
 #include "support/child_process.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
+#include <folly/Function.h>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+namespace {
+
+folly::Function<void()> beforeLocking; // Runs once.
+
+} // namespace
+
+/// Takes the place of the system's own, in the library, too.
+extern "C" FN_EXPORT int flock(int descriptor, int operation)
+{
+    if (auto action = std::exchange(beforeLocking, {})) action();
+    return static_cast<int>(::syscall(SYS_flock, descriptor, operation));
+}
 
 namespace {
 
@@ -98,6 +113,16 @@ TEST_F(ProcessLocks, TheFileIsThisUsersAloneAndOfHisName)
     struct stat status;
     ASSERT_EQ(::stat(path.c_str(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600U);
+}
+
+TEST_F(ProcessLocks, AFileThatIsRemovedBeforeItIsLockedIsMadeAnew)
+{
+    beforeLocking = [&] {
+        for (const auto& entry : std::filesystem::directory_iterator(folder.path())) std::filesystem::remove(entry);
+    };
+    const ProcessLock lock(name);
+    EXPECT_TRUE(lock.exclusive());
+    EXPECT_FALSE(ProcessLock(name).exclusive());
 }
 
 TEST_F(ProcessLocks, WhatIsNoMatterOfATakenNameReachesTheCaller)
