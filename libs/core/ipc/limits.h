@@ -38,10 +38,10 @@ inline constexpr fn::Duration helloTimeout = fn::Duration::seconds(30);
 /// 32-bit on the wire, and the owner has a hold for each.
 inline constexpr std::uint32_t uses = 1'000'000'000;
 
-/// Objects that the hub counts because one worker listed them.
+/// Objects of one worker that the hub counts, and objects that anybody but their owner made it count.
 inline constexpr std::size_t countedObjects = 4'000'000;
 
-/// Registrations, and waiting look-ups, of one worker.
+/// Registrations of one worker's own objects, those that all workers have made for others, and waiting look-ups of one worker.
 inline constexpr std::size_t registrations = 1'000'000;
 inline constexpr std::size_t waiters = 100'000;
 

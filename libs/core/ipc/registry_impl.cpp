@@ -158,14 +158,15 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
         sendError(context, fn::RuntimeException("The class name of the object to register is too long"));
         return;
     }
-    auto& count = _registrationCounts[context.workerId];
+    Registration registration { reference, context.workerId };
+    auto& count = _registrationCounts[registration.chargedTo()];
     if (count >= limits::registrations) {
-        sendError(context, fn::RuntimeException("Too many objects of one worker are registered"));
+        sendError(context, fn::RuntimeException("Too many objects of one worker, or for others, are registered"));
         return;
     }
     ++count;
     const RegistrationKey key(className, Place { priority, _nextSequence++ });
-    _registrations.emplace(key, Registration { reference, context.workerId });
+    _registrations.emplace(key, std::move(registration));
     _registrationsOf[ownerOf(reference->objectId())].insert(key);
     answerWaiters(className, reference);
     // The connection lives as long as the reference, which may outlive the registry.
@@ -181,9 +182,9 @@ void RegistryImpl::removeRegistration(const RegistrationKey& key)
 {
     const auto removed = _registrations.extract(key);
     if (!removed) return;
-    const auto& [reference, registeredBy, hidden] = removed.mapped();
-    takeOut(_registrationsOf, ownerOf(reference->objectId()), key);
-    const auto count = _registrationCounts.find(registeredBy);
+    const auto& registration = removed.mapped();
+    takeOut(_registrationsOf, ownerOf(registration.reference->objectId()), key);
+    const auto count = _registrationCounts.find(registration.chargedTo());
     if (--count->second == 0) _registrationCounts.erase(count);
 }
 

@@ -48,8 +48,13 @@ protected:
 private:
     struct Registration {
         fn::AutoPtr<ObjectReference> reference;
-        WorkerId registeredBy; // Counted against it, whoever the object belongs to.
+        WorkerId registeredBy;
         bool hidden = false;
+        /// Whose share it takes. What is registered for others outlives who did it: all of that shares one.
+        WorkerId chargedTo() const
+        {
+            return ownerOf(reference->objectId()) == registeredBy ? registeredBy : NO_WORKER_ID;
+        }
     };
     /// Where a registration stands in its class: the highest priority first, of equal ones the latest.
     struct Place {
@@ -90,7 +95,7 @@ private:
     std::uint64_t _nextSequence = 0; // Of registrations and waiters.
     Index<RegistrationKey> _registrationsOf; // By the owner of the object.
     Index<WaiterKey> _waitersOf; // By the calling worker.
-    std::unordered_map<WorkerId, std::size_t> _registrationCounts; // By the calling worker.
+    std::unordered_map<WorkerId, std::size_t> _registrationCounts; // By whose share they take.
 };
 
 } // namespace ipc

@@ -168,15 +168,20 @@ TEST(UsageCounts, BoundsWhatOneSenderMakesItHold)
 {
     constexpr std::size_t bound = 100;
     UsageCounts counts(bound);
-    const std::vector<ObjectId> more { objectOf(2, bound) };
     const std::vector<WorkerId> receivers { 3 };
+    const std::vector<ObjectId> own { objectOf(1, bound) };
+    const std::vector<ObjectId> others { objectOf(2, bound) };
     for (std::size_t i = 0; i < bound; ++i) {
-        ASSERT_TRUE(counts.canCount(1, more, receivers));
-        counts.countReceived(1, objectOf(2, i), 3);
+        ASSERT_TRUE(counts.canCount(1, own, receivers));
+        ASSERT_TRUE(counts.canCount(1, others, receivers));
+        for (const WorkerId owner : { 1, 2 }) counts.countReceived(1, objectOf(owner, i), 3);
     }
-    EXPECT_FALSE(counts.canCount(1, more, receivers));
-    EXPECT_TRUE(counts.canCount(4, more, receivers)) << "another sender pays for itself";
+    EXPECT_FALSE(counts.canCount(1, own, receivers));
+    EXPECT_TRUE(counts.canCount(2, others, receivers)) << "another sender pays for itself";
+    counts.workerDied(1);
+    EXPECT_TRUE(counts.canCount(1, own, receivers)) << "what has gone is charged no longer";
+    EXPECT_FALSE(counts.canCount(4, others, receivers)) << "who dies and comes again fills no second share";
     const test::ExpectAssertions unbacked; // Worker 1 listed objects that their owner never sent.
     counts.workerDied(3);
-    EXPECT_TRUE(counts.canCount(1, more, receivers)) << "what has gone is charged no longer";
+    EXPECT_TRUE(counts.canCount(1, others, receivers));
 }

@@ -63,10 +63,11 @@ bool UsageCounts::canCount(
     WorkerId sender, std::span<const ObjectId> objectIds, std::span<const WorkerId> receivers) const
 {
     std::size_t newEntries = 0;
+    std::size_t newForeign = 0;
     for (const auto objectId : objectIds) {
         const auto found = _entries.find(objectId);
         if (found == _entries.end()) {
-            ++newEntries;
+            ++(ownerOf(objectId) == sender ? newEntries : newForeign);
             continue;
         }
         const auto& entry = found->second;
@@ -76,16 +77,22 @@ bool UsageCounts::canCount(
             if (holder != entry.receivers.end() && holder->count >= limits::uses) return false;
         }
     }
-    const auto charged = _charged.find(sender);
+    return hasRoom(sender, newEntries) && hasRoom(NO_WORKER_ID, newForeign);
+}
+
+bool UsageCounts::hasRoom(WorkerId share, std::size_t newEntries) const
+{
+    if (newEntries == 0) return true;
+    const auto charged = _charged.find(share);
     return newEntries + (charged == _charged.end() ? 0 : charged->second) <= _maxObjects;
 }
 
-UsageCounts::Entry& UsageCounts::entry(ObjectId objectId, WorkerId chargedTo)
+UsageCounts::Entry& UsageCounts::entry(ObjectId objectId, WorkerId sender)
 {
     const auto [place, isNew] = _entries.try_emplace(objectId);
     if (isNew) {
-        place->second.chargedTo = chargedTo;
-        ++_charged[chargedTo];
+        place->second.chargedTo = ownerOf(objectId) == sender ? sender : NO_WORKER_ID;
+        ++_charged[place->second.chargedTo];
         _index[ownerOf(objectId)].owned.insert(objectId);
     }
     return place->second;

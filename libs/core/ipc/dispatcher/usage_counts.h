@@ -38,7 +38,8 @@ public:
         BadCount, ///< Negative or larger than what is held: the sender broke the protocol.
     };
 
-    /// `maxObjects`: how many objects one sender may make it count.
+    /// `maxObjects`: how many objects of its own one sender may make it count, and all senders of others': what they made it
+    /// count outlives them.
     explicit UsageCounts(std::size_t maxObjects = limits::countedObjects) : _maxObjects(maxObjects) { }
 
     /// Who holds references to the object, ascending by WorkerId. Invalid after any change.
@@ -78,7 +79,7 @@ public:
 private:
     struct Entry {
         std::uint32_t sent = 0;
-        WorkerId chargedTo = 0; // Whose message made the entry.
+        WorkerId chargedTo = 0; // Whose share it takes.
         std::vector<Receiver> receivers; // Ascending by WorkerId.
     };
     using Entries = std::unordered_map<ObjectId, Entry>;
@@ -87,14 +88,15 @@ private:
         std::unordered_set<ObjectId> held; // Entries that list it as a receiver.
     };
 
-    Entry& entry(ObjectId objectId, WorkerId chargedTo);
+    Entry& entry(ObjectId objectId, WorkerId sender);
+    bool hasRoom(WorkerId share, std::size_t newEntries) const;
     void erase(Entries::iterator entry);
     std::optional<Release> takeRelease(Entries::iterator entry);
 
     const std::size_t _maxObjects;
     Entries _entries;
     std::unordered_map<WorkerId, WorkerIndex> _index;
-    std::unordered_map<WorkerId, std::size_t> _charged; // Entries by whose message made them.
+    std::unordered_map<WorkerId, std::size_t> _charged; // Entries by the share they take; NO_WORKER_ID's is for all.
 };
 
 } // namespace ipc
