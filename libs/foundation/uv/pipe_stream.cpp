@@ -37,6 +37,11 @@ void PipeStream::close(folly::Function<void()> completion)
     _private->close(std::move(completion));
 }
 
+void PipeStream::closeGently(Duration most, folly::Function<void()> completion)
+{
+    _private->closeGently(most, std::move(completion));
+}
+
 void PipeStream::bind(const String& name) { _private->bind(name); }
 
 void PipeStream::listen(int backlog, folly::Function<void(const Status&)> callback)

@@ -52,6 +52,11 @@ public:
     std::uint64_t sentBytes() const noexcept override;
     void close(folly::Function<void()> completion = {}) override;
     bool isClosed() const noexcept override;
+
+    /// Sends what is queued, ends the stream for the peer, discards what comes until the peer's end, and closes; after `most` in
+    /// any case. A close with bytes unread would look to the peer like a broken connection. While it is not connected: `close()`.
+    void closeGently(Duration most, folly::Function<void()> completion = {});
+
     String nativePath() const; ///< The socket's path after `bind()`; empty otherwise.
 
     struct Private;

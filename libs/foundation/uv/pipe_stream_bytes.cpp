@@ -153,6 +153,7 @@ void PipeStream::Private::send()
         _queue.sent(taken);
         if (taken < batch.bytes) return sendRest(parts);
     }
+    if (_endsWriting) ::shutdown(descriptor(), SHUT_WR);
 }
 
 // The kernel is full: libuv goes on when there is room.

@@ -200,7 +200,7 @@ void PipeStream::Private::tryConnect()
     if (::connect(_socket.get(), address, sizeof(_address)) == 0) return finishConnect(_connectAction, 0);
     if (errno != EAGAIN) return finishConnect(_connectAction, -errno);
     // The listener's queue is full. Once the endpoint is gone this ends with another error.
-    _retry = loop()->schedule(Duration::milliseconds(_retryDelay), [this] { tryConnect(); });
+    _timer = loop()->schedule(Duration::milliseconds(_retryDelay), [this] { tryConnect(); });
     _retryDelay = std::min(_retryDelay * 2, longestRetryDelay);
 }
 
@@ -240,7 +240,7 @@ void PipeStream::Private::close(folly::Function<void()> completion)
     _state = State::Closing;
     _wantsRead = false;
     _endpoint.remove();
-    _retry.invalidate();
+    _timer.invalidate();
     _announcements = {};
     _onClosed = std::move(completion);
     const auto onClosed = [](uv_handle_t* handle) { callGuarded([&] { of(handle->data).onClosed(); }); };
@@ -254,6 +254,19 @@ void PipeStream::Private::close(folly::Function<void()> completion)
     const auto onConnection = std::exchange(_onConnection, {});
     const auto onConnect = std::exchange(_onConnect, {});
     const auto onDrained = std::exchange(_onDrained, {});
+}
+
+void PipeStream::Private::closeGently(Duration most, folly::Function<void()> completion)
+{
+    if (_state != State::Connected) return close(std::move(completion));
+    _onClosed = std::move(completion);
+    _readTarget = {};
+    readStart([this](std::ptrdiff_t count, const std::uint8_t*) {
+        if (count < 0) close(std::exchange(_onClosed, {}));
+    });
+    _endsWriting = true;
+    flush();
+    _timer = loop()->schedule(most, [this] { close(std::exchange(_onClosed, {})); });
 }
 
 void PipeStream::Private::onClosed()

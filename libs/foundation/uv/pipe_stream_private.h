@@ -44,6 +44,7 @@ struct PipeStream::Private final : SharedMember {
     std::uint64_t sentBytes() const noexcept { return _sentBytes + takenOfRequest(); }
 
     void close(folly::Function<void()> completion);
+    void closeGently(Duration most, folly::Function<void()> completion);
     bool isClosed() const noexcept { return _state >= State::Closing; }
     const String& endpointPath() const noexcept { return _endpoint.path(); }
 
@@ -101,7 +102,7 @@ private:
     FileDescriptor _socket; // Until it is connected.
     sockaddr_un _address {};
     std::int64_t _retryDelay = 0; // Milliseconds.
-    Handle _retry;
+    Handle _timer; // Of the next try to connect, or of the latest end of a gentle close.
 
     ReadCallback _onRead;
     std::span<std::uint8_t> _readTarget; // For the next read; empty: a buffer of the loop's.
@@ -116,6 +117,7 @@ private:
     std::uint64_t _sentBytes = 0; // Without what was taken of `_request`.
     int _writeError = 0; // Once writing has failed, all further writes fail alike.
     bool _flushPending = false;
+    bool _endsWriting = false; // The peer is told of the end behind what is queued.
     std::size_t _sendAt = 0; // While a flush is pending: so much in the queue is sent before it.
     bool _reportPosted = false;
     folly::Function<void()> _onDrained; // To be called when so much is queued:

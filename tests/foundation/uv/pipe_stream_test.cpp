@@ -202,6 +202,26 @@ TEST(PipeStream, CloseSendsWhatTheKernelTakesAndCancelsTheRestInOrder)
     EXPECT_TRUE(pair.received.starts_with("goodbye"));
 }
 
+TEST(PipeStream, AGentleCloseSendsEverythingAndLooksLikeAnEndToThePeer)
+{
+    Loop loop;
+    PipePair pair(loop), silent(loop);
+    const auto text = pattern(muchBytes);
+    bool closed = false, gaveUp = false;
+    pair.a->write(ByteArray(text));
+    pair.b->write(ByteArray("not read by anybody"));
+    pair.a->closeGently(fn::Duration::seconds(20), [&] { closed = true; });
+    silent.a->closeGently(fn::Duration::milliseconds(1), [&] { gaveUp = true; });
+    Inbox inbox;
+    inbox.readFrom(*pair.b);
+    EXPECT_TRUE(runUntil(loop, [&] { return inbox.end != 0 && gaveUp; }));
+    EXPECT_EQ(inbox.end, -4095);
+    EXPECT_TRUE(inbox.text == text);
+    EXPECT_FALSE(closed);
+    pair.b->close();
+    EXPECT_TRUE(runUntil(loop, [&] { return closed; }));
+}
+
 TEST(PipeStream, WhatHasLeftIsCountedRightAlsoWhenAStreamIsClosedHalfWay)
 {
     Loop loop;
