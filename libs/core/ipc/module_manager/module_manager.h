@@ -27,10 +27,10 @@ public:
     ~ModuleManager(); ///< Neither kills modules nor waits for them.
 
     /// Launches the modules, in the order given, and runs the default run loop until it stops: itself, or through the
-    /// module that runs the main loop.
+    /// module that runs the main loop. After a `stop()` it launches nobody and runs the loop itself.
     void start();
 
-    void stop(); ///< From now on nothing is relaunched. Running modules are left alone.
+    void stop(); ///< From now on nothing is launched any more. Running modules are left alone.
 
     std::vector<ModuleStatus> modules() const; ///< In the order given.
     /// Tells what `modules()` tells, for those who may outlive the manager or see it move: nothing once it has gone.

@@ -3,6 +3,7 @@
 #include "foundation/system/uuid.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
+#include <cstring>
 
 #define LOG(priority, ...) \
     FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)
@@ -19,6 +20,14 @@ const fn::logging::Category& category()
 {
     static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.moduleManager");
     return category;
+}
+
+/// "exit code 3", "signal SIGSEGV".
+std::string describeExit(std::int64_t status, int signal)
+{
+    if (signal == 0) return fmt::format("exit code {}", status);
+    const auto* const name = sigabbrev_np(signal);
+    return name ? fmt::format("signal SIG{}", name) : fmt::format("signal {}", signal);
 }
 
 } // namespace
@@ -70,7 +79,7 @@ void ModuleManager::State::start()
         const auto self = weak.lock();
         if (self && !self->_dispatcherToken.expired()) self->launchAll(except);
     });
-    if (except)
+    if (except && !_stopped)
         launchModule(*except); // Its entry point runs the loop.
     else
         mainLoop.run(0);
@@ -80,6 +89,7 @@ void ModuleManager::State::launchAll(const ModuleState* except)
 {
     for (auto& module : _modules) {
         if (&module == except) continue;
+        if (_stopped) return;
         if (!launchModule(module)) {
             LOG(2, "Aborting launch");
             return;
@@ -211,6 +221,10 @@ void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t statu
         return;
     }
     LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
+    if (!_stopped && (status != 0 || signal != 0)) {
+        LOG(2, "Module {} has ended unexpectedly ({}) and will be started again in a second", name,
+            describeExit(status, signal));
+    }
     restart(module);
 }
 
