@@ -7,6 +7,7 @@
 #include "support/log_capture.h"
 #include "support/worker.h"
 #include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 namespace {
@@ -147,6 +148,17 @@ TEST(MainProgram, ItsDeathEndsItsModules)
     program.signal(SIGKILL);
     fn::uv::Loop loop;
     EXPECT_TRUE(test::runUntil(loop, [&] { return !test::isRunning(pid); }));
+}
+
+TEST(MainProgram, StartedWithoutStandardStreamsPassesEmptyOnesOn)
+{
+    const std::string path = TEST_BINARY_DIR "/programs/test_main_program";
+    test::ChildProcess program { { "/bin/sh", "-c", "exec \"$0\" <&- 2>&-", path } };
+    const auto pid = program.readLine();
+    ASSERT_TRUE(pid);
+    for (const char* stream : { "/fd/0", "/fd/2" }) {
+        EXPECT_EQ(std::filesystem::read_symlink("/proc/" + *pid + stream), "/dev/null") << stream;
+    }
 }
 
 TEST(Loader, RefusesAWrongCommandLine)

@@ -10,18 +10,8 @@
 #include "skyfold/program.h"
 #include "skyfold/terminal_errors.h"
 #include <cstdio>
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace {
-
-/// A standard stream that the caller has closed would be the number of our next file or socket.
-void fillStandardStreams()
-{
-    for (const int stream : { STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO }) {
-        if (::fcntl(stream, F_GETFD) < 0) static_cast<void>(::open("/dev/null", O_RDWR));
-    }
-}
 
 void startLogging(const media::Options& options) { media::startLogging("skyfold", options.logPriority); }
 
@@ -59,7 +49,6 @@ int scan(media::Options options)
 
 int main(int argc, char** argv)
 {
-    fillStandardStreams();
     try {
         media::Options options;
         if (const auto exitCode = media::parseOptions(argc, argv, options)) return *exitCode;
