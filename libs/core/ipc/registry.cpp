@@ -1,5 +1,6 @@
 #include "core/ipc/registry.h"
 #include "core/ipc/object/object_instance.h"
+#include "core/ipc/worker/worker_object_manager.h"
 #include <cstdint>
 
 namespace ipc {
@@ -22,6 +23,11 @@ fn::Promise<void> withoutResult(const fn::Promise<fn::Value>& call)
 
 fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority)
 {
+    try {
+        requireConnectedOwner(instance->objectId());
+    } catch (...) {
+        return fn::Promise<void>::rejected(std::current_exception());
+    }
     _registeredInstances.insert(instance);
     return withoutResult(
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } })));

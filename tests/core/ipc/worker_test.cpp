@@ -136,9 +136,10 @@ TEST_F(WorkerTest, IntroducesItselfAnswersPingsAndNumbersItsObjects)
     EXPECT_EQ(hub->messages()[0],
         Value::map({ { field::TYPE, type::HELLO }, { field::DISPLAY_NAME, "Name" }, { field::TAG, "" } }));
     EXPECT_EQ(client->worker->workerId(), ipc::NO_WORKER_ID);
+    fn::AutoPtr<Service> early;
     {
         const test::ExpectAssertions expected;
-        fn::makeAuto<Service>(*client->worker);
+        early = fn::makeAuto<Service>(*client->worker);
         EXPECT_EQ(expected.reports(),
             std::vector<std::string> { "libs/core/ipc/worker:207 nextObjectId Worker must be "
                                        "connected before ObjectInstances can be created" });
@@ -149,8 +150,14 @@ TEST_F(WorkerTest, IntroducesItselfAnswersPingsAndNumbersItsObjects)
     EXPECT_EQ(*hub->last(type::PONG), Value::map({ { field::TYPE, type::PONG } }));
     const auto a = fn::makeAuto<Service>(*client->worker);
     const auto b = fn::makeAuto<Service>(*client->worker);
-    EXPECT_EQ(b->objectId() - a->objectId(), 1u << 16);
-    EXPECT_EQ(ipc::ownerOf(a->objectId()), 5);
+    EXPECT_EQ(a->objectId(), 5u) << "the early one has used up no number";
+    EXPECT_EQ(b->objectId(), (1u << 16) + 5);
+    for (const auto& share : { std::function([&] { return client->worker->registry()->callMethod("x", early); }),
+             std::function(
+                 [&] { return client->worker->registry()->registerObject(early, 0).then([] { return Value(); }); }) }) {
+        EXPECT_EQ(test::outcomeOf(*loop, share).error(),
+            "RuntimeException: The object cannot be shared: it was made before the worker was connected");
+    }
 }
 
 TEST_F(WorkerTest, ListsEachObjectOnceAndHoldsItOnceAMessage)

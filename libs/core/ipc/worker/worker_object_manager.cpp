@@ -29,6 +29,12 @@ fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
 
 } // namespace
 
+void requireConnectedOwner(ObjectId objectId)
+{
+    if (ownerOf(objectId) != NO_WORKER_ID) return;
+    throw fn::RuntimeException("The object cannot be shared: it was made before the worker was connected");
+}
+
 WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
 
 void WorkerObjectManager::close()
@@ -42,8 +48,10 @@ void WorkerObjectManager::close()
 
 ObjectId WorkerObjectManager::nextObjectId()
 {
-    FN_ASSERT(_workerId != NO_WORKER_ID, site, 207, "nextObjectId",
-        "Worker must be connected before ObjectInstances can be created");
+    if (!FN_ASSERT(_workerId != NO_WORKER_ID, site, 207, "nextObjectId",
+            "Worker must be connected before ObjectInstances can be created")) {
+        return (_nextEarlySequence++ << 16) + NO_WORKER_ID;
+    }
     return (_nextSequence++ << 16) + _workerId;
 }
 
@@ -134,6 +142,7 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
         value.boxed<core::TypedByteArray>().serialize(stream);
     } else {
         const auto reference = referenceFor(value);
+        requireConnectedOwner(reference->objectId());
         writeObjectId(stream, reference->objectId());
         if (_objects->has(reference->objectId())) return;
         if (reference->local() && reference->_instance->usageCount() >= std::int32_t(limits::uses)) {

@@ -15,6 +15,9 @@ class ObjectInstance;
 class ObjectReference;
 struct ObjectMessage;
 
+/// An object that was made before its worker was connected cannot be shared: `fn::RuntimeException`.
+void requireConnectedOwner(ObjectId objectId);
+
 /// The tables of a worker's instances and references, and the codec of its payloads.
 ///
 /// The objects of a worker share it, so that they may outlive the worker: once the worker has gone (`close()`), `worker()`
@@ -36,6 +39,7 @@ public:
     /// The worker has gone: what is left of its references is dead, and is notified.
     void close();
 
+    /// Before the worker is connected: an id of its own, of nobody (NO_WORKER_ID), and reported as a mistake.
     ObjectId nextObjectId();
     void registerInstance(ObjectInstance& instance);
     void unregisterInstance(ObjectInstance* instance);
@@ -112,6 +116,7 @@ private:
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
     std::uint64_t _nextSequence = 0;
+    std::uint64_t _nextEarlySequence = 0; // Of objects that were made before the worker was connected.
     fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
     std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
     std::set<WorkerId> _deadWorkers;
