@@ -1,11 +1,12 @@
 // Workers in processes of their own around a hub process. What can break here is what one process cannot show: memory
 // that is not shared, deaths that nobody announces, endpoints left behind.
 #include "core/app_info.h"
-#include "support/child_process.h"
+#include "support/hub.h"
 #include "support/worker.h"
 #include <csignal>
 #include <filesystem>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+#include <map>
 
 namespace {
 
@@ -15,24 +16,15 @@ using test::ServiceReference;
 
 class WorkersTest : public testing::Test {
 protected:
-    void SetUp() override
+    void SetUp() override { core::AppInfo::initialize(core::AppInfo::App::Skyfold); }
+
+    std::unique_ptr<ChildProcess> worker(const char* role) { return worker(role, hub); }
+    static std::unique_ptr<ChildProcess> worker(const char* role, const test::Hub& hub)
     {
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        const auto line = hub.readLine();
-        ASSERT_TRUE(line) << "the hub does not tell its socket";
-        socket = *line;
-        pipeName = "\\\\.\\pipe\\" + std::filesystem::path(socket).filename().string();
-        ASSERT_TRUE(std::filesystem::is_socket(socket));
+        return std::make_unique<ChildProcess>(std::vector<std::string> { "test_worker", hub.pipeName, role });
     }
 
-    std::unique_ptr<ChildProcess> worker(const char* role)
-    {
-        return std::make_unique<ChildProcess>(std::vector<std::string> { "test_worker", pipeName, role });
-    }
-
-    ChildProcess hub { { "hub", "--timeout-ms", "30000" } };
-    std::string socket;
-    std::string pipeName;
+    test::Hub hub;
 };
 
 /// A worker of the test's own process that uses the service.
@@ -73,7 +65,7 @@ TEST_F(WorkersTest, ExchangeObjectsAndCallsThroughAHubProcess)
         const auto user = worker("use");
         EXPECT_EQ(user->wait(), 0);
     }
-    User user(pipeName);
+    User user(hub.pipeName);
     EXPECT_TRUE(test::runUntil(user.loop, [&] { return user.result("count") == fn::Value(1); }))
         << "what the users were given has gone with them";
 }
@@ -84,7 +76,7 @@ TEST_F(WorkersTest, AKilledHolderFreesWhatItHeldAndAKilledOwnerEndsCalls)
     ASSERT_EQ(server->readLine(), "serving");
     const auto holder = worker("hold");
     ASSERT_EQ(holder->readLine(), "holding");
-    User user(pipeName);
+    User user(hub.pipeName);
     EXPECT_EQ(user.result("count"), fn::Value(2));
     holder->signal(SIGKILL);
     EXPECT_EQ(holder->wait(), 128 + SIGKILL);
@@ -108,17 +100,41 @@ TEST_F(WorkersTest, EndWithTheirHubWhetherItStopsOrIsKilled)
     hub.signal(SIGTERM);
     EXPECT_EQ(hub.wait(), 0);
     EXPECT_EQ(server->wait(), 0);
-    EXPECT_FALSE(std::filesystem::exists(socket)) << "the endpoint is left behind";
+    EXPECT_FALSE(std::filesystem::exists(hub.socket)) << "the endpoint is left behind";
 
-    ChildProcess other { { "hub" } };
-    const auto path = other.readLine();
-    ASSERT_TRUE(path);
-    pipeName = "\\\\.\\pipe\\" + std::filesystem::path(*path).filename().string();
-    const auto orphan = worker("serve");
+    const test::Hub other;
+    const auto orphan = worker("serve", other);
     ASSERT_EQ(orphan->readLine(), "serving");
     other.signal(SIGKILL);
     EXPECT_EQ(orphan->wait(), 0);
-    std::filesystem::remove(*path); // A killed hub cannot.
+}
+
+TEST(ModuleEnd, CallsUnderWayEndBeforeTheModuleDoesAndNobodyComplains)
+{
+    const std::map<std::string, void (*)(const ChildProcess& module, const ChildProcess& hub)> ends {
+        { "SIGTERM", [](auto& module, auto&) { module.signal(SIGTERM); } },
+        { "QUIT", [](auto&, auto& hub) { hub.signal(SIGTERM); } },
+        { "terminate", [](auto&, auto&) {} },
+        { "hub killed", [](auto&, auto& hub) { hub.signal(SIGKILL); } },
+    };
+    for (const auto& [how, end] : ends) {
+        SCOPED_TRACE(how);
+        const test::Hub hub;
+        ChildProcess module { { "/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1", TEST_BINARY_DIR "/skyfold.module_loader",
+            TEST_BINARY_DIR "/modules/test_busy_module.dll", hub.pipeName, how } };
+        ASSERT_EQ(module.readLine(), "busy");
+        end(module, hub);
+        std::vector<std::string> lines;
+        while (const auto line = module.readLine()) lines.push_back(*line);
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines.back(), "module destroyed");
+        lines.pop_back();
+        EXPECT_THAT(lines,
+            testing::UnorderedElementsAre("local call rejected", "remote call rejected", "call of the dead rejected",
+                "local call followed by a task", "remote call followed by a task",
+                "call of the dead followed by a task"));
+        EXPECT_EQ(module.wait(), 0);
+    }
 }
 
 TEST_F(WorkersTest, TheHubTakesItsOptionsAndRefusesOthers)

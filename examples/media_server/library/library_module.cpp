@@ -22,7 +22,6 @@ public:
         worker().registry()->registerObject(service, 0);
         publish(worker(), "Library", fn::makeAuto<ServiceInspector<LibraryService>>(service));
     }
-    void onAboutToQuit() override { terminate(); }
 };
 
 } // namespace media

@@ -24,7 +24,6 @@ public:
         worker().registry()->registerObject(service, 0);
         publish(worker(), "Scanner", fn::makeAuto<ServiceInspector<ScannerService>>(service));
     }
-    void onAboutToQuit() override { terminate(); }
 };
 
 } // namespace media

@@ -174,11 +174,7 @@ void Program::endModules()
 {
     _isEnding = true; // Also where the loop has ended for another reason: signals change nothing any more.
     _manager.stop();
-    _loop.post([this] { // On a running loop: what modules hold may have to be given back on it.
-        ipc::endModules();
-        _loop.stop();
-    });
-    _loop.run();
+    ipc::endModules();
     // One that has just been launched has nothing to end, and would complain that it finds no hub.
     for (auto* process : _processes) {
         if (!_connected.contains(process->name())) process->kill();

@@ -7,6 +7,8 @@ namespace ipc {
 MessageBus::MessageBus(ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }
 MessageBus::~MessageBus() = default;
 
+bool MessageBus::isInstalled() { return dynamic_cast<MessageBus*>(&fn::MessageBus::instance()); }
+
 void MessageBus::sendMessage(const fn::String& name, fn::Value&& body, bool sticky)
 {
     if (!hasWorker()) return;

@@ -10,6 +10,8 @@ class FN_EXPORT MessageBus final : public fn::MessageBus, public CallableObjectR
 public:
     explicit MessageBus(ObjectReferenceInitializer& initializer);
 
+    static bool isInstalled(); ///< Whether this process's bus spans all processes. Default loop's thread.
+
     /// Fetches the sticky bodies posted so far and delivers each one here. Fulfilled when all are delivered.
     fn::Promise<void> getStickyMessages();
 

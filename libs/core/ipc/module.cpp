@@ -13,24 +13,36 @@ constexpr auto busTimeout = fn::Duration::seconds(20);
 
 std::list<Module::BusCallback> Module::_messageBusInitializedCallbacks;
 Module* Module::_busStarter = nullptr;
+std::vector<Module*> Module::_connectedModules;
 
 Module::Module(const ModuleInitData& data)
     : _worker(*this, fn::RunLoop::defaultLoop(), data.pipePath(), data.displayName(), data.workerTag(),
-        data.separateProcess())
+        data.separateProcess()),
+      _hasOwnProcess(data.separateProcess())
 {
     _worker.connect();
 }
 
-Module::~Module()
+Module::~Module() { leaveMessageBus(); }
+
+void Module::close(folly::Function<void()> closed)
+{
+    leaveMessageBus();
+    _worker.close(std::move(closed));
+}
+
+void Module::leaveMessageBus()
 {
     _messageBusInitializedCallbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
-    if (_busStarter == this) { // Another one of those that wait begins anew.
-        _busStarter = nullptr;
-        fn::RunLoop::defaultLoop().post([] { startMessageBus(); });
-    }
+    std::erase(_connectedModules, this);
     // The bus is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
     if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
+    if (_busStarter == this)
+        _busStarter = nullptr; // Another one begins anew.
+    else if (!_messageBus)
+        return;
     _messageBus.reset();
+    fn::RunLoop::defaultLoop().post([] { startMessageBus(); });
 }
 
 void Module::run()
@@ -43,17 +55,22 @@ void Module::terminate() { fn::RunLoop::defaultLoop().stop(); }
 void Module::onConnected() { }
 bool Module::wantsIdleTermination() { return false; }
 bool Module::canTerminate() { return false; }
-void Module::onAboutToQuit() { }
+
+void Module::onAboutToQuit()
+{
+    if (_hasOwnProcess) terminate();
+}
 
 void Module::becomeConnected()
 {
     _connected = true;
+    _connectedModules.push_back(this);
     onConnected();
 }
 
 void Module::workerDidConnect(Worker&)
 {
-    if (dynamic_cast<MessageBus*>(&fn::MessageBus::instance())) {
+    if (MessageBus::isInstalled()) {
         becomeConnected();
         return;
     }
@@ -61,11 +78,16 @@ void Module::workerDidConnect(Worker&)
     startMessageBus();
 }
 
-/// One start serves all modules of the process.
+/// One start serves all modules of the process: those that wait, and those whose bus has ended with another one.
 void Module::startMessageBus()
 {
-    if (_busStarter || _messageBusInitializedCallbacks.empty()) return;
-    _busStarter = _messageBusInitializedCallbacks.front().module;
+    if (_busStarter || MessageBus::isInstalled()) return;
+    if (!_messageBusInitializedCallbacks.empty())
+        _busStarter = _messageBusInitializedCallbacks.front().module;
+    else if (!_connectedModules.empty())
+        _busStarter = _connectedModules.front();
+    else
+        return;
     _busStarter->initializeMessageBus();
 }
 

@@ -4,14 +4,17 @@
 #include "core/ipc/worker/worker.h"
 #include <folly/Function.h>
 #include <list>
+#include <memory>
+#include <vector>
 
 namespace ipc {
 
 /// Base class of a module's own code: what a module library creates in its entry point (see run_module.h), in a process of
 /// its own or in the main process. It owns the module's worker, connects it, and makes the process's message bus the one
-/// that spans all processes; then it is *connected*.
+/// that spans all processes; then it is *connected*. In a process other than the hub's one module starts the bus for all of
+/// them; when it ends another one starts it anew, and what is posted until that has been answered stays in the process.
 ///
-/// Everything runs on the thread of the default run loop.
+/// Everything runs on the thread of the default run loop. Whoever runs a module ends it with `endModule()` (run_module.h).
 class FN_EXPORT Module : public Worker::Delegate {
 public:
     explicit Module(const ModuleInitData& data); ///< Starts connecting.
@@ -27,9 +30,13 @@ public:
     virtual bool wantsIdleTermination(); ///< Whether the module's process may end when nobody needs it. Default: false.
     virtual bool canTerminate(); ///< The module's veto; asked only once connected. Default: false.
     virtual void terminate(); ///< Stops the default run loop; waits for nothing.
-    virtual void onAboutToQuit(); ///< The application is ending, or the dispatcher has gone. Default: nothing.
+    /// The application is ending, or the dispatcher has gone; told once. Default: `terminate()` in a process of its own,
+    /// nothing in the main process, whose loop is the application's.
+    virtual void onAboutToQuit();
 
 private:
+    friend void endModule(std::unique_ptr<Module> module);
+
     /// What waits for the message bus of this process, in the order in which the modules connected.
     struct BusCallback {
         Module* module;
@@ -37,6 +44,7 @@ private:
     };
     static std::list<BusCallback> _messageBusInitializedCallbacks;
     static Module* _busStarter; // Who starts the bus for all of them; null when nobody does.
+    static std::vector<Module*> _connectedModules; // One of them starts it anew when the bus ends with its module.
 
     void workerDidConnect(Worker& worker) override;
     bool wantsIdleTermination(Worker&) override { return wantsIdleTermination(); }
@@ -46,10 +54,13 @@ private:
 
     static void startMessageBus();
     void initializeMessageBus();
+    void leaveMessageBus();
     void becomeConnected();
+    void close(folly::Function<void()> closed);
 
     Worker _worker;
     fn::AutoPtr<MessageBus> _messageBus; // Only in the module that made the process's bus.
+    const bool _hasOwnProcess;
     bool _connected = false;
 };
 

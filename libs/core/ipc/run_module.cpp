@@ -4,21 +4,53 @@
 namespace ipc {
 namespace {
 
+// What follows from a worker's end are a few tasks; more of them means that they post each other for ever.
+constexpr int mostTurns = 100;
+constexpr auto mostTime = fn::Duration::milliseconds(200);
+
 std::vector<std::unique_ptr<Module>>& keptModules()
 {
     static auto& modules = *new std::vector<std::unique_ptr<Module>>; // No destructor: it must not run at exit.
     return modules;
 }
 
+/// The last turns of the default loop for a module: until its worker's pipe is closed, and then those that do not wait. Shared by
+/// the callbacks that end it, of which one may come too late.
+struct LastTurns : std::enable_shared_from_this<LastTurns> {
+    void next()
+    {
+        if (isOver || ++turns > mostTurns) return finish();
+        fn::RunLoop::defaultLoop().post([self = shared_from_this()] { self->next(); });
+    }
+
+    void finish()
+    {
+        if (!std::exchange(isOver, true)) fn::RunLoop::defaultLoop().stop();
+    }
+
+    int turns = 0;
+    bool isOver = false;
+};
+
 } // namespace
+
+void endModule(std::unique_ptr<Module> module)
+{
+    auto& loop = fn::RunLoop::defaultLoop();
+    const auto last = std::make_shared<LastTurns>();
+    const auto bound = loop.schedule(mostTime, [last] { last->finish(); });
+    loop.post([&] { module->close([last] { last->next(); }); });
+    while (!last->isOver) loop.run(); // A stop may be left of what has ended the module.
+}
 
 void internal::keepModule(std::unique_ptr<Module> module) { keptModules().push_back(std::move(module)); }
 
 void endModules()
 {
     while (!keptModules().empty()) {
-        const auto module = std::move(keptModules().back());
+        auto module = std::move(keptModules().back());
         keptModules().pop_back();
+        endModule(std::move(module));
     }
 }
 

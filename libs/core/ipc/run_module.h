@@ -5,6 +5,12 @@
 
 namespace ipc {
 
+/// Ends a module whose default loop has stopped: closes its worker while it still exists (calls that are pending are
+/// rejected, death signals fire, what others held is let go), runs on the loop what follows from that, and destroys it. Takes a
+/// few milliseconds, 200 at most where the dispatcher hangs; waits for no other I/O and no timers.
+/// Also inside a running loop, which it runs once more.
+FN_EXPORT void endModule(std::unique_ptr<Module> module);
+
 namespace internal {
 /// Keeps a module of the main process until that process's loop has ended.
 FN_EXPORT void keepModule(std::unique_ptr<Module> module);
@@ -18,10 +24,13 @@ void runModule(const char* displayName, const char* pipePath, const char* worker
     auto module =
         std::make_unique<T>(ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0));
     module->run();
-    if (separateProcess == 0) internal::keepModule(std::move(module));
+    if (separateProcess == 0)
+        internal::keepModule(std::move(module));
+    else
+        endModule(std::move(module));
 }
 
-/// Destroys the modules of this process, latest first. For main programs, after the loop has stopped and while the
+/// `endModule()` for all modules of this process, latest first. For main programs, after the loop has stopped and while the
 /// dispatcher is still there; a main program that forgets it keeps them until it exits.
 FN_EXPORT void endModules();
 

@@ -5,6 +5,7 @@
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/limits.h"
+#include "core/ipc/registry.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include "support/expectations.h"
@@ -613,13 +614,26 @@ TEST_F(DispatcherTest, RefusesWhoComesWithoutFilesAndGoesOn)
     EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }
 
-TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelay)
+TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOwnWorker)
 {
     const auto named = join();
     const auto unnamed = stranger();
-    bool called = false;
-    dispatcher.stop(fn::Duration(), [&] { called = true; });
+    std::vector<std::string> told;
+    loop.post([&] {
+        dispatcher.worker()
+            .registry()
+            ->callMethod("never answered", {})
+            .then([](Value&&) {},
+                [&](std::exception_ptr) {
+                    told.emplace_back("call rejected");
+                    loop.post([&] { told.emplace_back("task"); });
+                });
+        dispatcher.stop(fn::Duration(), [&] { told.emplace_back("callback"); });
+    });
     loop.run();
-    EXPECT_TRUE(called);
+    EXPECT_EQ(told, (std::vector<std::string> { "call rejected", "task", "callback" }));
     EXPECT_TRUE(test::runUntil(loop, [&] { return named->count(type::QUIT) == 1 && unnamed->count(type::QUIT) == 1; }));
+    const auto late = stranger();
+    late->hello();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return late->count(type::QUIT) == 1; }));
 }

@@ -1,18 +1,19 @@
-// The module runtime on the default loop. What can break here: a bus started twice or never, a module told too early, twice or
+// The module runtime on the default loop; the hub is another process, in whose own one there is a bus already. What can break here: a bus started twice or never, a module told too early, twice or
 // not at all, one that goes while its start is pending and takes the others with it.
-#include "core/app_info.h"
-#include "core/ipc/module.h"
+#include "core/ipc/run_module.h"
 #include "foundation/exceptions.h"
 #include "support/expectations.h"
+#include "support/hub.h"
 #include "support/worker.h"
+#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
 
 class TestModule final : public ipc::Module {
 public:
-    TestModule(const fn::String& pipePath, const char* name, std::vector<std::string>& told)
-        : Module(ipc::ModuleInitData(pipePath, name, "tag", "user data", true)),
+    TestModule(const fn::String& pipePath, const char* name, std::vector<std::string>& told, bool ownProcess)
+        : Module(ipc::ModuleInitData(pipePath, name, "tag", "user data", ownProcess)),
           _name(name),
           _told(told)
     {
@@ -25,12 +26,10 @@ public:
     }
     bool canTerminate() override { return true; }
     void terminate() override { ++terminations; }
-    void onAboutToQuit() override { ++quits; }
 
     std::optional<fn::Value> sticky;
     bool fails = false;
     int terminations = 0;
-    int quits = 0;
 
 private:
     const std::string _name;
@@ -39,30 +38,19 @@ private:
 
 class ModuleTest : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        bool ready = false;
-        dispatcher->onReady().connect([&] { ready = true; }).detach();
-        dispatcher->bind();
-        dispatcher->start();
-        ASSERT_TRUE(test::runUntil(loop, [&] { return ready; }));
-    }
-
     void TearDown() override
     {
-        dispatcher.reset();
         test::runTurns(loop);
-        EXPECT_FALSE(dynamic_cast<ipc::MessageBus*>(&fn::MessageBus::instance())) << "the bus has outlived its module";
+        EXPECT_FALSE(ipc::MessageBus::isInstalled()) << "the bus has outlived its module";
     }
 
-    std::unique_ptr<TestModule> module(const char* name)
+    std::unique_ptr<TestModule> module(const char* name, bool ownProcess = true)
     {
-        return std::make_unique<TestModule>(dispatcher->pipePath(), name, told);
+        return std::make_unique<TestModule>(hub.pipeName, name, told, ownProcess);
     }
 
+    test::Hub hub;
     fn::uv::Loop& loop = fn::RunLoop::defaultLoop().uvLoop();
-    std::unique_ptr<ipc::Dispatcher> dispatcher = std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(30));
     std::vector<std::string> told;
 };
 
@@ -76,7 +64,7 @@ bool mayTerminate(TestModule& module)
 TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnected)
 {
     // A sticky body that somebody else has posted before.
-    test::Client other(loop, dispatcher->pipePath());
+    test::Client other(loop, hub.pipeName);
     other.worker->registerObjectReferenceClass<ipc::MessageBus>();
     ASSERT_TRUE(test::runUntil(loop, [&] { return other.isConnected(); }));
     auto bus = test::findInstance<ipc::MessageBus>(loop, *other.worker);
@@ -103,6 +91,21 @@ TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnected)
     });
     loop.run();
     EXPECT_EQ(told.back(), "returned");
+}
+
+TEST_F(ModuleTest, TheBusStaysForTheOthersWhenTheModuleThatStartedItEnds)
+{
+    auto first = module("first");
+    const auto second = module("second");
+    ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 2; }));
+    ipc::endModule(std::move(first));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return ipc::MessageBus::isInstalled(); }));
+    int heard = 0;
+    const auto listener = fn::MessageBus::instance().onMessage("test.stays").connect([&](auto&&...) { ++heard; });
+    fn::MessageBus::instance().postMessage("test.stays", {});
+    EXPECT_EQ(heard, 0) << "not at once: by way of the hub";
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == 1; }));
+    EXPECT_EQ(told.size(), 2u) << "connected once";
 }
 
 TEST_F(ModuleTest, AModuleThatGoesWhileItsBusStartIsPendingHarmsNobody)
@@ -136,16 +139,15 @@ TEST_F(ModuleTest, AModuleThatFailsToStartKeepsNobodyFromStarting)
     EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "first has failed" });
 }
 
-TEST_F(ModuleTest, HearsOfTheEndOfTheApplicationAndEndsWithIt)
+TEST_F(ModuleTest, EndsItsProcessWithTheApplicationButNotTheMainProcess)
 {
     auto only = module("only");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
-    dispatcher->stop(fn::Duration(), {});
-    loop.run();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return only->quits == 1; }));
-    dispatcher.reset();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return only->terminations == 1; })) << "alone, its process has no purpose";
-    EXPECT_EQ(only->quits, 1) << "told once";
+    const auto within = module("within the main process", false);
+    ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 2; }));
+    hub.signal(SIGTERM);
+    ASSERT_TRUE(test::runUntil(loop, [&] { return only->terminations > 0; }));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return !within->worker().isConnected(); }));
+    EXPECT_EQ(within->terminations, 0);
     only.reset();
     int heard = 0;
     const auto listener = fn::MessageBus::instance().onMessage("test.after").connect([&](auto&&...) { ++heard; });

@@ -430,6 +430,7 @@ TEST_F(WorkerTest, AFailedConnectionIsReportedAndEndsLikeALostOne)
     ASSERT_TRUE(test::runUntil(*loop, [&] { return client->delegate.quits == 1; }));
     EXPECT_EQ(client->delegate.terminationRequests, 1);
     EXPECT_EQ(expected.messages().size(), 1u);
+    EXPECT_THROW(client->worker->connect(), fn::RuntimeException) << "a worker connects once";
     ipc::Worker fresh(client->delegate, *loop, "\\\\.\\pipe\\x", "Name", {}, false);
     EXPECT_THROW(fresh.stop(), fn::NullPointerException);
 }

@@ -21,8 +21,6 @@ public:
         worker().registry()->registerObject(_service, 0);
     }
 
-    void onAboutToQuit() override { terminate(); }
-
 private:
     fn::AutoPtr<test::Service> _service;
 };

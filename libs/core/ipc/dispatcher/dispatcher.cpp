@@ -2,8 +2,6 @@
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/message_bus_impl.h"
-#include "core/ipc/registry.h"
 #include "core/ipc/registry_impl.h"
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/object_message.h"
@@ -36,6 +34,8 @@ Frame aboutWorker(int type, WorkerId id)
     return MessageHelper::encode(
         fn::Value::map({ { field::TYPE, type }, { field::WORKER_ID, id } }), limits::workerFrameBytes);
 }
+
+fn::Value quitMessage() { return fn::Value::map({ { field::TYPE, type::QUIT } }); }
 
 /// The keys of a message's OBJECTS, all converted before anything is done with one of them.
 std::vector<ObjectId> listedObjects(const fn::Value& message)
@@ -92,13 +92,18 @@ void Dispatcher::start()
 
 void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callback)
 {
-    const auto quit = WorkerConnection::encode(fn::Value::map({ { field::TYPE, type::QUIT } }));
+    _isStopping = true;
+    const auto quit = WorkerConnection::encode(quitMessage());
     for (const auto& connection : _connections) connection->send(quit);
+    auto end = [&loop = _loop, callback = std::move(callback)]() mutable {
+        loop.stop();
+        if (callback) callback();
+    };
     _loop
         .schedule(delay,
-            [&loop = _loop, callback = std::move(callback)]() mutable {
-                loop.stop();
-                if (callback) callback();
+            [this, &loop = _loop, manager = _worker->_objectManager, end = std::move(end)]() mutable {
+                if (manager->worker()) closeOwnWorker(); // Else this dispatcher has gone.
+                loop.post(std::move(end)); // Behind what that has posted.
             })
         .detach();
 }
@@ -119,19 +124,6 @@ void Dispatcher::accept()
     connection->accept(*_pipeStream);
     _connections.insert(connection);
     _openFilesWarning.check(_loop.clock());
-}
-
-void Dispatcher::workerDidConnect(Worker& worker)
-{
-    _registry = fn::makeAuto<RegistryImpl>(worker);
-    FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
-        "this->_registry->objectId() == REGISTRY_OBJECT_ID");
-    // Not before its calls that are still under way have been handled.
-    worker._workerDied.connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
-    worker.adoptRegistry(fn::dynamicCast<Registry>(_registry->localReference()));
-    worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
-    for (; _waitingConnections > 0; --_waitingConnections) accept();
-    _onReady.fireOnce();
 }
 
 std::vector<Dispatcher::WorkerStatistics> Dispatcher::workers() const
@@ -184,6 +176,7 @@ void Dispatcher::onHello(const Connection& connection, const fn::Value& message)
     _workers[id] = connection;
     _onWorkerConnected.fire(connection->info());
     connection->send(fn::Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, id } }));
+    if (_isStopping) connection->send(quitMessage());
     if (!connection->isClosed()) connection->schedulePing();
 }
 

@@ -51,12 +51,15 @@ public:
 
     /// `timeout`: how long a PING may stay unanswered. Pings are sent every third of it, at least 1 ms apart.
     Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout);
-    ~Dispatcher() override; ///< Sends nothing.
+    ~Dispatcher()
+        override; ///< Sends nothing. Without a `stop()` before it, calls that are still pending are rejected here.
 
     void bind(); ///< Makes the endpoint. `fn::IOException` if that fails.
     void start(); ///< Listens, and connects the dispatcher's own worker.
 
-    /// Tells everybody to quit; after `delay` stops the loop and calls `callback`. Cannot be cancelled.
+    /// Tells everybody to quit, also who says HELLO from now on. After `delay` it closes its own worker (services of the main
+    /// process: their pending calls are rejected, other workers' objects are dead here), and behind what follows from
+    /// that stops the loop and calls `callback`. Cannot be cancelled.
     void stop(const fn::Duration& delay, folly::Function<void()> callback);
 
     fn::String pipePath() const { return _pipePath; }
@@ -99,6 +102,7 @@ private:
 
     void onConnection(const fn::uv::Status& status);
     void accept();
+    void closeOwnWorker();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
     void onMessage(const Connection& connection, const fn::Value& message);
@@ -139,6 +143,7 @@ private:
     fn::Handle _dyingTask; // The next part of the first one.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;
+    bool _isStopping = false;
     fn::Signal<> _onReady;
     fn::Signal<const WorkerInfo&> _onWorkerConnected;
     fn::Signal<const WorkerInfo&> _onWorkerNotResponding;

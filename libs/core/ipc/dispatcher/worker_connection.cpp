@@ -3,6 +3,7 @@
 #include "core/ipc/wire/object_message.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
+#include <cerrno>
 
 #define LOG(priority, ...) \
     FN_LOG_TO(Dispatcher::_fn_getLoggingCategoryStatic(), priority, Dispatcher::_fn_getLoggingTagStatic(), \
@@ -30,7 +31,9 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds
     _messageHelper.onReadError()
         .connect([this](const fn::uv::Status& status) {
             const fn::AutoPtr self(this);
-            LOG(1, "Received read error {} from {}", status.what(), _info.displayName);
+            // A peer that has ended or died with something unread.
+            const bool isEnd = status.code() == -ECONNRESET || status.code() == -EPIPE;
+            LOG(isEnd ? 5 : 1, "Received read error {} from {}", status.what(), _info.displayName);
             _dispatcher.onWorkerEOS(self);
         })
         .detach();

@@ -31,6 +31,7 @@ public:
     /// Takes a connected stream, closes an earlier one, and starts reading. Empty: `fn::NullPointerException`.
     void setStream(fn::AutoPtr<fn::uv::Stream> stream);
     const fn::AutoPtr<fn::uv::Stream>& stream() const { return _stream; }
+    void dropStream() { _stream.reset(); } ///< Nothing more of it is delivered. Its owner reads on, or closes it.
 
     void setMaxReadBytes(std::size_t bytes) { _maxReadBytes = bytes; }
 

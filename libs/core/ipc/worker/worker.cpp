@@ -14,6 +14,9 @@ namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
 
+// So long a worker that ends waits for the dispatcher to see it. One that is alive takes a part of a millisecond.
+constexpr auto closingTime = fn::Duration::milliseconds(200);
+
 const fn::logging::Category& factoryCategory()
 {
     static const auto& category =
@@ -54,15 +57,13 @@ Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath
 
 Worker::~Worker()
 {
-    _idleTermination->stop();
-    _isConnected = false;
+    endConnection();
     _objectManager->close();
 }
 
 void Worker::connect()
 {
-    _hasEnded = false;
-    _toldAboutToQuit = false;
+    if (_pipe || _hasEnded) throw fn::RuntimeException("A worker connects once; make a new one");
     _pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
     _pipe->connect(_pipePath, [this, manager = _objectManager](const fn::uv::Status& status) {
         if (manager->worker()) onConnected(status);
@@ -84,12 +85,36 @@ void Worker::onConnected(const fn::uv::Status& status)
 
 void Worker::stop()
 {
-    _pipe->close();
+    if (!_pipe) fn::internal::throwNullPointer(typeid(fn::uv::PipeStream));
+    if (_hasEnded) return;
+    closePipe({});
+    const auto manager = _objectManager; // Who hears of it may destroy this worker.
+    manager->connectionLost();
+}
+
+void Worker::close(folly::Function<void()> closed)
+{
+    const auto manager = _objectManager; // Who hears of it may destroy this worker.
+    if (_pipe && !_hasEnded)
+        closePipe(std::move(closed));
+    else if (closed)
+        _loop.post(std::move(closed));
+    endConnection();
+    manager->close();
+}
+
+void Worker::endConnection()
+{
     _hasEnded = true;
     _isConnected = false;
     _idleTermination->stop();
-    const auto manager = _objectManager; // Who hears of it may destroy this worker.
-    manager->connectionLost();
+}
+
+void Worker::closePipe(folly::Function<void()> closed)
+{
+    endConnection();
+    _messageHelper.dropStream();
+    _pipe->closeGently(closingTime, std::move(closed));
 }
 
 void Worker::onConnectionLost()
@@ -97,7 +122,9 @@ void Worker::onConnectionLost()
     if (_hasEnded) return;
     const auto manager = _objectManager; // What follows may destroy this worker; the manager tells.
     const bool hasOwnProcess = _hasOwnProcess;
-    stop();
+    endConnection();
+    _pipe->close();
+    manager->connectionLost();
     if (manager->worker()) tellAboutToQuit();
     if (manager->worker() && hasOwnProcess) _delegate.workerRequestsTermination(*this);
 }

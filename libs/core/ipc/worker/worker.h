@@ -37,15 +37,22 @@ public:
         const fn::String& tag, bool idleTermination);
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
-    ~Worker(); ///< Sends nothing; its objects' calls are rejected.
+    ~Worker(); ///< Sends nothing; calls that are still pending are rejected.
 
     /// Starts connecting; `Delegate::workerDidConnect()` follows. A failure goes to `fn::unhandledException()` and ends
-    /// like a lost connection.
+    /// like a lost connection. A worker connects once: a second call, also after its end, throws `fn::RuntimeException`.
     void connect();
 
-    /// Closes the pipe: the dispatcher tells everybody that this worker has died, other workers' objects are dead here.
+    /// Ends the connection: the dispatcher tells everybody that this worker has died, other workers' objects are dead here.
+    /// What has been sent still leaves, what comes is dropped; within 200 ms the pipe is closed.
     /// Before `connect()`: `fn::NullPointerException`.
     void stop();
+
+    /// `stop()` for good, where the worker's owner is about to go: this worker's own objects are dead for their local users,
+    /// too, what others held is let go, and whatever is called from now on fails as after the worker's end. To be called
+    /// while the loop runs and all that pending calls and death signals refer to exists; the destructor does the same when
+    /// the owner's members have gone already. `closed`, if given, is called when the pipe is closed.
+    void close(folly::Function<void()> closed = {});
 
     WorkerId workerId() const { return _objectManager->workerId(); } ///< NO_WORKER_ID until connected.
     const fn::String& displayName() const { return _displayName; }
@@ -97,6 +104,8 @@ private:
     template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
     void onInstanceRelease(const fn::Value& message);
     void onWorkerDead(const fn::Value& message);
+    void endConnection();
+    void closePipe(folly::Function<void()> closed);
     void onConnectionLost();
     void tellAboutToQuit();
 

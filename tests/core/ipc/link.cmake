@@ -1,0 +1,1 @@
+add_dependencies(${name}_tests hub) # The module runtime needs one in another process.
