@@ -66,6 +66,12 @@ void MessageBus::removeInstance(MessageBus& bus)
     installedBus.compare_exchange_strong(expected, nullptr);
 }
 
+void MessageBus::repostStickyMessages()
+{
+    const auto bodies = listeners().stickyBodies; // A listener may post.
+    for (const auto& [name, body] : bodies) instance().postStickyMessage(name, body);
+}
+
 void MessageBus::postMessage(const String& name, Value body) { post(name, std::move(body), false); }
 
 void MessageBus::postStickyMessage(const String& name, Value body) { post(name, std::move(body), true); }

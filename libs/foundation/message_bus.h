@@ -32,6 +32,9 @@ public:
     /// Puts the plain local bus back if `bus` is the one installed: for an owner whose bus will be destroyed later.
     static void removeInstance(MessageBus& bus);
 
+    /// Posts the sticky bodies that this process has kept once more: for a bus that spans more than the one before.
+    static void repostStickyMessages();
+
     void postMessage(const String& name, Value body);
     void postStickyMessage(const String& name, Value body);
     std::optional<Value> getStickyMessage(const String& name) const;

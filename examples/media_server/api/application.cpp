@@ -5,13 +5,13 @@ namespace media {
 fn::Value RunOptions::toValue() const
 {
     return fn::Value::map({ { "folder", folder }, { "dataFolder", dataFolder }, { "json", json },
-        { "killScanner", killScanner }, { "inspect", inspect }, { "verbose", verbose } });
+        { "killScanner", killScanner }, { "inspect", inspect } });
 }
 
 RunOptions RunOptions::fromValue(const fn::Value& value)
 {
     return { value.at("folder").string(), value.at("dataFolder").string(), value.at("json").toBool(),
-        value.at("killScanner").toBool(), value.at("inspect").toBool(), value.at("verbose").toBool() };
+        value.at("killScanner").toBool(), value.at("inspect").toBool() };
 }
 
 Application::Application(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }

@@ -11,7 +11,6 @@ struct FN_EXPORT RunOptions {
     bool json = false; ///< One JSON object instead of text.
     bool killScanner = false; ///< Show that a scan survives its scanner.
     bool inspect = false; ///< Show the inspectors instead of progress and result, until the user has had enough.
-    bool verbose = false; ///< Whether verbose logging is on by now.
 
     fn::Value toValue() const;
     static RunOptions fromValue(const fn::Value& value);

@@ -3,7 +3,6 @@
 #include "console/scan_observer_service.h"
 #include "core/app_info.h"
 #include "core/ipc/registry.h"
-#include "core/logging_profile/logging_profiles.h"
 #include "foundation/time/clock.h"
 #include <cerrno>
 #include <csignal>
@@ -70,7 +69,6 @@ void ScanRun::endScan()
 void ScanRun::begin(RunOptions&& options)
 {
     _options = std::move(options);
-    if (_options.verbose) core::setEnableVerboseLogging(true); // Those that start later hear of it, too.
     _started = _worker.loop().clock().monotonic();
     _scan.reset();
     _relaunches = 0;

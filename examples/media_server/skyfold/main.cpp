@@ -19,7 +19,7 @@ void startLogging(const media::Options& options) { media::startLogging("skyfold"
 media::Command toCommand(const media::Options& options)
 {
     media::Command command;
-    command.flipVerbose = options.run.verbose;
+    command.flipVerbose = options.verbose;
     if (options.action == media::Options::Action::Scan) command.scan = options.run;
     return command;
 }
@@ -41,7 +41,7 @@ int scan(media::Options options)
     }
     const media::TerminalErrors errors;
     startLogging(options);
-    if (options.run.verbose) core::setEnableVerboseLogging(true);
+    if (options.verbose) core::setEnableVerboseLogging(true);
     return media::Program(std::move(options), instance).run();
 }
 

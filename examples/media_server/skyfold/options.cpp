@@ -55,7 +55,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_option("--log", options.logPriority, "Log up to this priority to standard error, 1 (errors) to 7 (traces)")
         ->option_text("PRIORITY")
         ->check(CLI::Range(0, 7));
-    app.add_flag("--verbose", options.run.verbose,
+    app.add_flag("--verbose", options.verbose,
         "Switch verbose logging on or off in all processes that run; with none, on in a new run");
     app.add_flag("--archive-logs", archiveLogs, "Pack the logs into a zip file, print its path and end");
     app.add_flag("--inspect", options.run.inspect,
@@ -85,7 +85,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
         options.passwordGroup = password[0];
         options.passwordKey = password[1];
     }
-    if (options.action == Options::Action::Scan && options.run.verbose && named->count() == 0)
+    if (options.action == Options::Action::Scan && options.verbose && named->count() == 0)
         options.action = Options::Action::FlipVerbose;
     if (isLumenHall) options.app = core::AppInfo::App::Lumenhall;
     return std::nullopt;

@@ -10,7 +10,8 @@ struct Options {
     enum class Action { Scan, FlipVerbose, ArchiveLogs, SetPassword, FollowNetwork, ShowFirewall };
 
     Action action = Action::Scan; ///< FlipVerbose: nothing else was asked for.
-    RunOptions run; ///< `dataFolder` is empty where none was named. `verbose`: to be flipped, or on from the start.
+    bool verbose = false; ///< Verbose logging is to be flipped, or on from the start.
+    RunOptions run; ///< `dataFolder` is empty where none was named.
     core::AppInfo::App app = core::AppInfo::App::Skyfold;
     bool inspectWeb = false; ///< Serve the inspectors to a browser; the program stays until a signal ends it.
     std::optional<int> logPriority;

@@ -94,13 +94,6 @@ int Program::run()
     return _exitCode;
 }
 
-RunOptions Program::options()
-{
-    auto options = _options.run;
-    options.verbose = isVerbose(); // By now.
-    return options;
-}
-
 void Program::nextScan(NextScan answer)
 {
     if (!_nextScans.empty()) {
@@ -144,7 +137,6 @@ void Program::onCommand(const fn::Value& value)
 {
     try {
         auto command = Command::fromValue(value);
-        // Until the console has the bus of all processes this reaches our own log alone; the console passes it on.
         if (command.flipVerbose) core::setEnableVerboseLogging(!isVerbose());
         if (!command.scan) return;
         if (_nextScans.size() >= mostWaitingScans) throw fn::RuntimeException("Too many folders are waiting");

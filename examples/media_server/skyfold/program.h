@@ -22,7 +22,7 @@ public:
     int run(); ///< Once. The exit code.
 
 private:
-    RunOptions options() override;
+    RunOptions options() override { return _options.run; }
     void nextScan(NextScan answer) override;
     void announce(const fn::String& line) override;
     void finish(int exitCode, const fn::String& message) override { end(exitCode, message); }

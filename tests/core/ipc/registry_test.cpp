@@ -23,6 +23,8 @@ protected:
     void SetUp() override
     {
         core::AppInfo::initialize(core::AppInfo::App::Skyfold);
+        fn::MessageBus::instance().postStickyMessage("com.x.0", "before the hub was ready");
+        early = dispatcher.worker().registry();
         dispatcher.bind();
         dispatcher.start();
         a = join("A");
@@ -74,6 +76,7 @@ protected:
     fn::ManualClock clock;
     fn::uv::Loop loop { clock };
     ipc::Dispatcher dispatcher { loop, fn::Duration::seconds(300) };
+    fn::AutoPtr<ipc::Registry> early; // As a service of the main process may keep it.
     std::unique_ptr<test::Client> a, b, user;
 };
 
@@ -226,18 +229,12 @@ TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)
 
 TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
 {
-    // One process has one bus: A's is installed, the others are asked by hand.
-    fn::AutoPtr<ipc::MessageBus> bus, late;
-    const auto get = [&](test::Client& client, fn::AutoPtr<ipc::MessageBus>& into) {
-        loop.post([&] {
-            client.worker->registry()
-                ->getInstance<ipc::MessageBus>(fn::Duration::seconds(20))
-                .then([&](fn::AutoPtr<ipc::MessageBus>&& found) { into = std::move(found); });
-        });
-        ASSERT_TRUE(test::runUntil(loop, [&] { return static_cast<bool>(into); }));
-    };
-    get(*a, bus);
-    fn::MessageBus::setInstance(*bus);
+    // One process has one bus: the hub's was there with it. B's comes later, and is asked by hand.
+    const auto bus =
+        test::outcomeOf(loop, [&] { return early->getInstance<ipc::MessageBus>(fn::Duration::seconds(20)); })
+            .value()
+            .object<ipc::MessageBus>();
+    ASSERT_EQ(&fn::MessageBus::instance(), bus.get());
     std::vector<std::pair<fn::String, Value>> heard;
     const auto listener = fn::MessageBus::instance().onMessage("com.x").connect(
         [&](const fn::String& name, const Value& body) { heard.emplace_back(name, body); });
@@ -254,17 +251,20 @@ TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
     EXPECT_EQ(heard.size(), 4u);
     EXPECT_EQ(fn::MessageBus::instance().getStickyMessage("com.x.b"), Value("new"));
 
-    get(*b, late);
+    auto late = test::findInstance<ipc::MessageBus>(loop, *b->worker);
     Outcome stored;
     loop.post([&] { stored.observe(late->callMethod("getStickyMessages", {})); });
     ASSERT_TRUE(test::runUntil(loop, [&] { return stored.isOver(); }));
-    EXPECT_EQ(stored.value(),
-        Value::array({ Value::map({ { "namespace", "com.x.a" }, { "body", Value::map({ { "k", 1 } }) } }),
-            Value::map({ { "namespace", "com.x.b" }, { "body", "new" } }) }));
+    const auto message = [](const char* name, const Value& body) {
+        return Value::map({ { "namespace", name }, { "body", body } });
+    };
+    EXPECT_EQ(stored.value()[0], message("com.x.0", "before the hub was ready"));
+    EXPECT_EQ(stored.value()[1], message("com.x.a", Value::map({ { "k", 1 } })));
+    EXPECT_EQ(stored.value()[2], message("com.x.b", "new"));
     Outcome fetched;
     loop.post([&] { fetched.observe(bus->getStickyMessages()); });
     ASSERT_TRUE(test::runUntil(loop, [&] { return fetched.isOver(); }));
-    EXPECT_EQ(heard.size(), 6u) << "a fetch delivers what is stored";
+    EXPECT_EQ(heard.size(), 7u) << "a fetch delivers what is stored";
 
     // More than the relay may keep is refused, and nobody else loses anything.
     const test::LogCapture log(2);
@@ -272,10 +272,7 @@ TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
         fn::MessageBus::instance().postStickyMessage("com.x.large", fn::ByteArray(unsigned(ipc::limits::stickyBytes)));
         fn::MessageBus::instance().postMessage("com.x.after", {});
     });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return heard.size() == 7; }));
+    ASSERT_TRUE(test::runUntil(loop, [&] { return heard.size() == 8; }));
     EXPECT_EQ(heard.back().first, "com.x.after");
     EXPECT_TRUE(log.contains("Refusing the sticky message com.x.large"));
-    bus.reset();
-    late.reset();
-    settle();
 }

@@ -2,6 +2,7 @@
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
+#include "core/ipc/message_bus.h"
 #include "core/ipc/registry_impl.h"
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/object_message.h"
@@ -73,6 +74,7 @@ Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout)
 
 Dispatcher::~Dispatcher()
 {
+    leaveBus();
     // Listener and connections may be held elsewhere for a moment; none must come back here.
     if (_pipeStream) _pipeStream->close();
     for (const auto& connection : _connections) connection->close();

@@ -16,6 +16,7 @@
 
 namespace ipc {
 
+class MessageBus;
 class RegistryImpl;
 struct ObjectMessage;
 
@@ -72,7 +73,7 @@ public:
     const UsageCounts& usageCounts() const { return _counts; }
     const fn::AutoPtr<RegistryImpl>& registryImpl() const { return _registry; } ///< Empty before `onReady()`.
 
-    /// Its own worker is participant 0, registry and message bus are there. Fires once.
+    /// Its own worker is participant 0, the registry is there, and this process is on the message bus. Fires once.
     fn::Signal<>& onReady() { return _onReady; }
     fn::Signal<const WorkerInfo&>& onWorkerConnected()
     {
@@ -102,6 +103,8 @@ private:
 
     void onConnection(const fn::uv::Status& status);
     void accept();
+    void joinBus(ObjectInstance& relay);
+    void leaveBus();
     void closeOwnWorker();
     void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
     void onHello(const Connection& connection, const fn::Value& message);
@@ -143,6 +146,7 @@ private:
     fn::Handle _dyingTask; // The next part of the first one.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;
+    fn::AutoPtr<MessageBus> _bus; // Installed in this process, unless it had one that spans processes.
     bool _isStopping = false;
     fn::Signal<> _onReady;
     fn::Signal<const WorkerInfo&> _onWorkerConnected;

@@ -1,11 +1,12 @@
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/dispatcher/worker_connection.h"
+#include "core/ipc/message_bus.h"
 #include "core/ipc/message_bus_impl.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/registry_impl.h"
 #include "foundation/assertion.h"
 
-// The dispatcher's own worker and the objects it hosts.
+// The dispatcher's own worker: the objects it hosts, and the message bus of its process.
 
 namespace ipc {
 
@@ -16,14 +17,32 @@ void Dispatcher::workerDidConnect(Worker& worker)
         "this->_registry->objectId() == REGISTRY_OBJECT_ID");
     // Not before its calls that are still under way have been handled.
     worker._workerDied.connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
-    worker.adoptRegistry(fn::dynamicCast<Registry>(_registry->localReference()));
-    worker.registry()->registerObject(fn::makeAuto<MessageBusImpl>(worker), 0);
+    worker.adoptRegistry(_registry);
+    const auto relay = fn::makeAuto<MessageBusImpl>(worker);
+    worker.registry()->registerObject(relay, 0);
+    joinBus(*relay);
     for (; _waitingConnections > 0; --_waitingConnections) accept();
     _onReady.fireOnce();
 }
 
+void Dispatcher::joinBus(ObjectInstance& relay)
+{
+    if (MessageBus::isInstalled()) return;
+    _bus = fn::dynamicCast<MessageBus>(relay.localReference());
+    fn::MessageBus::setInstance(*_bus);
+    fn::MessageBus::repostStickyMessages();
+}
+
+void Dispatcher::leaveBus()
+{
+    // It is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
+    if (_bus) fn::MessageBus::removeInstance(*_bus);
+    _bus.reset();
+}
+
 void Dispatcher::closeOwnWorker()
 {
+    leaveBus();
     _worker->close();
 }
 

@@ -135,10 +135,10 @@ void Worker::tellAboutToQuit()
     _delegate.aboutToQuit(*this);
 }
 
-void Worker::adoptRegistry(fn::AutoPtr<Registry> registry)
+void Worker::adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry)
 {
-    _registry->markObjectDead(); // The placeholder goes silently: it is no use of the registry to be released.
-    _registry = std::move(registry);
+    _registry->_instance = registry;
+    registry->_localReference = fn::AutoPtr<ObjectReference>(_registry);
 }
 
 // --- Messages

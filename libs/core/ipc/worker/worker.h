@@ -94,8 +94,8 @@ private:
     void registerFactory(const fn::String& className, Factory factory);
     fn::AutoPtr<ObjectReference> createReference(const fn::String& className, ObjectReferenceInitializer& initializer);
 
-    /// The dispatcher's own worker reaches the registry locally.
-    void adoptRegistry(fn::AutoPtr<Registry> registry);
+    /// The dispatcher's own worker reaches the registry locally, also through a reference that somebody kept before.
+    void adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry);
 
     void onConnected(const fn::uv::Status& status);
     void onMessage(const fn::Value& message);
