@@ -8,10 +8,12 @@
 #include "foundation/logging/logging.h"
 #include "foundation/system/path_manager.h"
 #include "foundation/time/date_time_formatter.h"
+#include "foundation/utf8.h"
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <minizip/zip.h>
+#include <set>
 #include <unistd.h>
 
 namespace core {
@@ -21,9 +23,10 @@ constexpr auto site = "libs/core/log_archive";
 constexpr int onlyItsUser = 0600;
 constexpr int compressionLevel = 5;
 constexpr std::size_t chunkBytes = 4096;
+constexpr std::string_view partSuffix = ".part";
 
-// A log that grows faster than it is packed must come to an end, too: so much more than it held at first is taken.
-constexpr std::uint64_t growthBytes = 16 * 1024 * 1024;
+// A general purpose bit of the ZIP format. Names without it are read in some old code page.
+constexpr uLong namedInUtf8 = 1 << 11;
 
 const fn::logging::Category& category()
 {
@@ -143,8 +146,11 @@ void Archive::check(int result) const
 void Archive::add(const fn::String& memberName, fn::InputStream& content, std::uint64_t mostBytes)
 {
     const zip_fileinfo noDateNorAttributes = {};
-    check(zipOpenNewFileInZip3_64(_zip, memberName.c_str(), &noDateNorAttributes, nullptr, 0, nullptr, 0, nullptr,
-        Z_DEFLATED, compressionLevel, 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0));
+    const auto name = memberName.view();
+    const bool isAscii = std::ranges::all_of(name, [](char byte) { return (byte & 0x80) == 0; });
+    const auto flags = !isAscii && fn::isUTF8(name) ? namedInUtf8 : 0;
+    check(zipOpenNewFileInZip4_64(_zip, memberName.c_str(), &noDateNorAttributes, nullptr, 0, nullptr, 0, nullptr,
+        Z_DEFLATED, compressionLevel, 0, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0, 0, flags, 0));
     std::array<std::uint8_t, chunkBytes> chunk;
     std::size_t count = 0;
     do {
@@ -167,11 +173,26 @@ try {
     if (info.kind != fn::FileKind::Regular && info.kind != fn::FileKind::Directory)
         throw with(fn::FileException("Not a file"), fn::PathInfo { entry.path });
     fn::FileInputStream content(fn::FileDescriptor::read(entry.path));
-    archive.add(entry.name, content, info.size + growthBytes);
+    archive.add(entry.name, content, info.size + LogArchive::mostGrowthBytes);
 } catch (const fn::FileException& failure) {
-    // The rotation of logs has given the file its next name since it was listed: that one comes later in the list.
+    // The rotation of logs has given the file its next name since it was listed: that one is still to come.
     const auto* error = failure.find<fn::ErrnoInfo>();
     if (!error || *error != ENOENT || entry.kind != fn::FileKind::Regular) throw;
+}
+
+/// Rotation gives files higher numbers meanwhile, in the order in which they are added: what a log held before is under a
+/// name that comes later in the list, or under a new one, which the next list has.
+void addLogs(Archive& archive, const fn::String& folder)
+{
+    std::set<fn::String> added;
+    for (int lists = 0; lists < LogArchive::mostLists; ++lists) {
+        const auto before = added.size();
+        for (const auto& entry : fn::DirectoryIterator(folder)) {
+            if (added.insert(entry.name).second) addLog(archive, entry);
+        }
+        if (added.size() == before) return;
+    }
+    throw with(fn::FileException("New logs are made faster than they are packed"), fn::PathInfo { folder });
 }
 
 fn::String archiveName()
@@ -187,9 +208,11 @@ fn::String writeArchive()
     const auto& paths = fn::PathManager::instance();
     const auto path = paths.getPath(fn::PathManager::DesktopFolder, archiveName(), false);
     const auto logs = paths.getPath(fn::PathManager::LogFolder, false);
-    Archive archive(path);
-    for (const auto& entry : fn::DirectoryIterator(logs)) addLog(archive, entry);
+    const auto part = path + partSuffix;
+    Archive archive(part);
+    addLogs(archive, logs);
     archive.close();
+    fn::File(part).moveTo(path);
     return path;
 }
 
