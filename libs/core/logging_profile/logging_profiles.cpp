@@ -1,9 +1,9 @@
 #include "core/logging_profile/logging_profiles.h"
 #include "foundation/logging/category_manager.h"
+#include "foundation/logging/log_console_target.h"
 #include "foundation/message_bus.h"
 #include "foundation/system/path_manager.h"
 #include "foundation/unhandled_exception.h"
-#include <cstdio>
 
 namespace core {
 namespace {
@@ -19,11 +19,13 @@ public:
     void logMessage(const fn::logging::Category&, const fn::logging::Message& message) override
     {
         if (message.priority != fn::logging::Error && message.priority != fn::logging::Warning) return;
-        std::fprintf(stderr, "%s\n", message.text.c_str());
+        _target->write(message.text + "\n");
     }
 
 private:
     ~FallbackSink() override = default;
+
+    const fn::AutoPtr<fn::LogTarget> _target = fn::makeAuto<fn::LogConsoleTarget>();
 };
 
 class FallbackScope {

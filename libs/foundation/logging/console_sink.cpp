@@ -1,5 +1,5 @@
 #include "foundation/logging/console_sink.h"
-#include "foundation/logging/detail/standard_error.h"
+#include "foundation/logging/detail/console_line.h"
 
 namespace fn::logging {
 

@@ -1,4 +1,5 @@
 #include "foundation/logging/log_console_target.h"
+#include "foundation/logging/detail/console_line.h"
 #include "foundation/logging/detail/standard_error.h"
 
 namespace fn {

@@ -1,6 +1,6 @@
 #include "foundation/logging/logging.h"
 #include "foundation/logging/detail/sink_table.h"
-#include "foundation/logging/detail/standard_error.h"
+#include "foundation/logging/detail/console_line.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include <array>

@@ -1,84 +1,132 @@
 #include "foundation/logging/detail/standard_error.h"
+#include "foundation/run_loop.h"
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
-#include <ctime>
+#include <chrono>
+#include <climits>
+#include <cstdint>
+#include <fcntl.h>
 #include <fmt/format.h>
-#include <iterator>
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fn::logging {
 namespace {
 
-constexpr int fullPipeMilliseconds = 100;
+using Clock = std::chrono::steady_clock;
 
-std::string_view label(int priority)
+std::atomic<std::uint64_t> lost { 0 }; // Entries, since the last one that passed.
+std::atomic<bool> cutOff { false }; // The last entry has no end.
+
+/// Descriptor 2 as it is now, written to without waiting. Whether that blocks belongs to what all processes share that have
+/// inherited it, so it stays as it is.
+class Output {
+public:
+    Output() noexcept;
+    Output(const Output&) = delete;
+    ~Output()
+    {
+        if (_descriptor != STDERR_FILENO) ::close(_descriptor);
+    }
+
+    /// As write(); EAGAIN where that would wait.
+    ssize_t write(std::string_view text) const noexcept;
+
+    /// Whether it takes something within that time.
+    bool await(int milliseconds) const noexcept
+    {
+        pollfd output { _descriptor, POLLOUT, 0 };
+        return ::poll(&output, 1, milliseconds) > 0 && output.revents == POLLOUT;
+    }
+
+private:
+    enum class Way { Direct, Send, IfReady };
+
+    int _descriptor = STDERR_FILENO;
+    Way _way = Way::IfReady;
+};
+
+Output::Output() noexcept
 {
-    switch (priority) {
-    case Error: return "ERR";
-    case Warning: return "WRN";
-    case Fixme: return "FIX";
-    case Info: return "INF";
-    case Debug: return "DBG";
-    case Log: return "LOG";
-    case Trace: return "TRC";
-    default: return "   ";
+    struct stat status = {};
+    if (::fstat(STDERR_FILENO, &status) != 0) return;
+    if (S_ISREG(status.st_mode)) {
+        _way = Way::Direct; // Opened anew it would be written from its beginning.
+    } else if (S_ISSOCK(status.st_mode)) {
+        _way = Way::Send;
+    } else if (S_ISFIFO(status.st_mode) || ::isatty(STDERR_FILENO)) {
+        const int opened = ::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        if (opened < 0) return; // Another user's, or there is no reader.
+        _descriptor = opened;
+        _way = Way::Direct;
     }
 }
 
-/// Bytes of the control character at `offset`, 0 for another one. Those from U+0080 on command terminals, too.
-std::size_t controlBytes(std::string_view text, std::size_t offset)
+ssize_t Output::write(std::string_view text) const noexcept
 {
-    const auto byte = static_cast<unsigned char>(text[offset]);
-    if (byte < 0x20 || byte == 0x7f) return 1;
-    if (byte != 0xc2 || offset + 1 == text.size()) return 0;
-    const auto next = static_cast<unsigned char>(text[offset + 1]);
-    return next >= 0x80 && next < 0xa0 ? 2 : 0;
+    switch (_way) {
+    case Way::Direct: break;
+    case Way::Send: return ::send(_descriptor, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    case Way::IfReady:
+        errno = EAGAIN;
+        if (!await(0)) return -1;
+        text = text.substr(0, PIPE_BUF); // So many are taken without waiting for more room.
+        break;
+    }
+    return ::write(_descriptor, text.data(), text.size());
+}
+
+int millisecondsUntil(Clock::time_point time)
+{
+    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count());
+}
+
+/// Whether all of it went.
+bool writeWhole(const Output& output, std::string_view text, Clock::time_point deadline) noexcept
+{
+    const auto size = text.size();
+    while (!text.empty()) {
+        const auto written = output.write(text);
+        if (written > 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written < 0 && errno == EAGAIN) {
+            const int left = millisecondsUntil(deadline);
+            if (left <= 0 || !output.await(left)) break;
+        } else if (written == 0 || errno != EINTR) {
+            break;
+        }
+    }
+    if (!text.empty() && text.size() < size) cutOff = true;
+    return text.empty();
+}
+
+/// Ends an entry that was cut off and tells how many are lost. False if that does not pass either.
+bool tellLost(const Output& output) noexcept
+{
+    const auto count = lost.exchange(0);
+    if (count == 0) return true;
+    const bool hasNoEnd = cutOff.exchange(false);
+    std::array<char, 100> line;
+    const auto end = fmt::format_to_n(line.data(), line.size(),
+        "{}(log entries lost: {}; standard error took no more)\n", hasNoEnd ? "\n" : "", count);
+    if (writeWhole(output, { line.data(), end.size }, Clock::now())) return true;
+    lost += count;
+    if (hasNoEnd) cutOff = true;
+    return false;
 }
 
 } // namespace
 
 void writeStandardError(std::string_view text) noexcept
 {
-    while (!text.empty()) {
-        const auto written = write(STDERR_FILENO, text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EAGAIN) {
-            pollfd output { STDERR_FILENO, POLLOUT, 0 };
-            if (poll(&output, 1, fullPipeMilliseconds) <= 0) return;
-        } else if (errno != EINTR) {
-            return;
-        }
-    }
-}
-
-std::string escapeControls(std::string_view text, std::string_view kept)
-{
-    std::string result;
-    result.reserve(text.size());
-    for (std::size_t offset = 0; offset < text.size(); ++offset) {
-        const auto bytes = controlBytes(text, offset);
-        if (bytes == 0 || kept.find(text[offset]) != kept.npos) {
-            result += text[offset];
-        } else if (text[offset] == '\n') {
-            result += "\\n";
-        } else {
-            // Of the two bytes above U+0080 the second one is the number.
-            offset += bytes - 1;
-            fmt::format_to(std::back_inserter(result), "\\x{:02x}", static_cast<unsigned char>(text[offset]));
-        }
-    }
-    return result;
-}
-
-void writeConsoleLine(const Category& category, const Message& message)
-{
-    const auto milliseconds = message.time.totalMilliseconds();
-    const auto seconds = static_cast<std::time_t>(milliseconds / 1000);
-    std::tm local = {};
-    localtime_r(&seconds, &local);
-    writeStandardError(fmt::format("{:02}:{:02}:{:02}.{:03} {} {}: {}\n", local.tm_hour, local.tm_min, local.tm_sec,
-        milliseconds % 1000, label(message.priority), category.name().view(), escapeControls(message.text, "\t")));
+    const Output output;
+    const bool mayWait = lost.load() == 0 && !RunLoop::currentLoop();
+    const auto deadline = Clock::now() + std::chrono::milliseconds(mayWait ? standardErrorPatienceMilliseconds : 0);
+    if (!tellLost(output) || !writeWhole(output, text, deadline)) ++lost;
 }
 
 } // namespace fn::logging

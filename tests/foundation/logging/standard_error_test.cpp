@@ -1,0 +1,124 @@
+// What can break here: a thread that waits for a reader who never reads, an entry that is lost without a word, a descriptor
+// that other processes find changed.
+#include "foundation/io/file_descriptor.h"
+#include "foundation/logging/log_console_target.h"
+#include "foundation/uv/loop.h"
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int entries = 5'000; // More than any of these holds.
+const std::string entry(99, 'x');
+
+using Pair = std::pair<fn::FileDescriptor, fn::FileDescriptor>; // The reader's end and that of standard error.
+
+Pair pipeEnds()
+{
+    int ends[2];
+    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    return { fn::FileDescriptor(ends[0]), fn::FileDescriptor(ends[1]) };
+}
+
+Pair socketEnds()
+{
+    int ends[2];
+    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    return { fn::FileDescriptor(ends[0]), fn::FileDescriptor(ends[1]) };
+}
+
+Pair terminalEnds()
+{
+    fn::FileDescriptor master(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+    EXPECT_EQ(::grantpt(master.get()) + ::unlockpt(master.get()), 0);
+    return { std::move(master), fn::FileDescriptor(::open(::ptsname(master.get()), O_RDWR | O_NOCTTY | O_CLOEXEC)) };
+}
+
+struct Kind {
+    Pair (*make)();
+    bool canBeOpened; // Anew.
+};
+
+class StandardError : public testing::TestWithParam<Kind> {
+protected:
+    StandardError()
+    {
+        ::dup2(ends.second.get(), STDERR_FILENO);
+        ::getrlimit(RLIMIT_NOFILE, &_limit);
+        const rlimit none { STDERR_FILENO + 1, _limit.rlim_max };
+        if (!GetParam().canBeOpened) ::setrlimit(RLIMIT_NOFILE, &none); // Nothing can be opened any more.
+    }
+    ~StandardError() override
+    {
+        ::setrlimit(RLIMIT_NOFILE, &_limit);
+        ::dup2(_before.get(), STDERR_FILENO);
+    }
+
+    /// Adds what comes to `text`; false if nothing does within the bound.
+    bool readSome(std::string& text, int boundInMilliseconds) const
+    {
+        pollfd reader { ends.first.get(), POLLIN, 0 };
+        if (::poll(&reader, 1, boundInMilliseconds) <= 0) return false;
+        char buffer[65536];
+        const auto count = ::read(ends.first.get(), buffer, sizeof buffer);
+        text.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+        std::erase(text, '\r'); // The terminal's.
+        return true;
+    }
+
+    fn::uv::Loop loop;
+    const Pair ends = GetParam().make();
+    const fn::AutoPtr<fn::LogConsoleTarget> target = fn::makeAuto<fn::LogConsoleTarget>();
+
+private:
+    const fn::FileDescriptor _before { ::dup(STDERR_FILENO) };
+    rlimit _limit = {};
+};
+
+TEST_P(StandardError, HoldsUpNobodyAndTellsWhatIsLost)
+{
+    const auto writeMany = [&] {
+        for (int i = 0; i < entries; ++i) target->write(entry + "\n");
+    };
+    loop.post([&] {
+        writeMany();
+        loop.stop();
+    });
+    loop.run();
+    writeMany(); // On a thread without a loop.
+    EXPECT_EQ(::fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);
+
+    std::string text;
+    int written = 2 * entries;
+    for (; !text.contains(" lost") && written < 3 * entries; ++written) {
+        while (readSome(text, 0)) { }
+        target->write(entry + "\n");
+    }
+    target->write("end\n");
+    while (!text.ends_with("end\n") && readSome(text, 20'000)) { }
+    int whole = 0, lost = 0, notices = 0; // Some for entries that came when there was room for a notice only.
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        whole += line == entry;
+        int count = 0;
+        notices += std::sscanf(line.c_str(), "(log entries lost: %d; standard error took no more)", &count);
+        lost += count;
+    }
+    EXPECT_GT(lost, 0) << text.size();
+    EXPECT_GE(whole + lost, written);
+    EXPECT_LE(whole + lost, written + notices) << "an entry before a notice may lack its line end only";
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, StandardError,
+    testing::Values(
+        Kind { pipeEnds, true }, Kind { pipeEnds, false }, Kind { socketEnds, true }, Kind { terminalEnds, true }));
+
+} // namespace
