@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/string.h"
 #include <atomic>
+#include <memory>
 
 namespace fn::logging {
 
@@ -10,9 +11,10 @@ enum Priority : int { Error = 1, Warning = 2, Fixme = 3, Info = 4, Debug = 5, Lo
 /// A named source of messages. Made by the CategoryManager, lives as long as the process. Thread-safe.
 class FN_EXPORT Category {
 public:
-    explicit Category(String name, const Category* parent = nullptr) : _name(std::move(name)), _parent(parent) { }
+    explicit Category(String name, const Category* parent = nullptr);
     Category(const Category&) = delete;
     Category& operator=(const Category&) = delete;
+    ~Category();
 
     const String& name() const noexcept { return _name; }
 
@@ -22,13 +24,17 @@ public:
     /// Whether some sink wants messages of this priority.
     bool wants(int priority) const noexcept { return priority <= _threshold.load(std::memory_order_relaxed); }
 
-    /// For the sink table: the highest number that any sink wants.
+    /// For the manager: the highest number that any sink wants.
     void setThreshold(int priority) const noexcept { _threshold.store(priority, std::memory_order_relaxed); }
+
+    struct Private;
+    Private& internals() const noexcept { return *_private; } ///< For the manager and the write path.
 
 private:
     const String _name;
     const Category* const _parent;
     mutable std::atomic<int> _threshold { 0 };
+    const std::unique_ptr<Private> _private;
 };
 
 } // namespace fn::logging

@@ -1,45 +1,24 @@
 #include "foundation/logging/category_manager.h"
-#include "foundation/logging/detail/sink_table.h"
+#include "foundation/logging/detail/category_private.h"
 #include <algorithm>
 
 namespace fn::logging {
 namespace {
 
-constexpr int thresholdWithoutSinks = Warning;
+using Listeners = Category::Private::Listeners;
 
-// Asks the sinks of `table` about `category`.
-void addCategory(SinkTable& table, const Category& category)
+// Asks every sink about `category`, and makes the answers count.
+void publish(const std::vector<AutoPtr<Sink>>& sinks, const Category& category)
 {
-    for (auto& entry : table.entries) entry.thresholds[&category] = entry.sink->threshold(category);
-}
-
-void applyThreshold(const SinkTable& table, const Category& category)
-{
-    int highest = table.entries.empty() ? thresholdWithoutSinks : 0;
-    for (const auto& entry : table.entries) highest = std::max(highest, entry.thresholds.at(&category));
+    int highest = sinks.empty() ? thresholdWithoutSinks : 0;
+    auto listeners = std::make_shared<Listeners>();
+    listeners->reserve(sinks.size());
+    for (const auto& sink : sinks) {
+        listeners->push_back({ sink, sink->threshold(category) });
+        highest = std::max(highest, listeners->back().threshold);
+    }
+    category.internals().listeners.replace(std::move(listeners));
     category.setThreshold(highest);
-}
-
-// Asks every sink about every category, and makes the answers count. With the lock held.
-void publish(CategoryManager::Private& manager, std::shared_ptr<SinkTable> table)
-{
-    for (const auto& [name, category] : manager.categories) addCategory(*table, *category);
-    manager.sinks.replace(table);
-    for (const auto& [name, category] : manager.categories) applyThreshold(*table, *category);
-}
-
-const Category& findOrCreate(CategoryManager::Private& manager, const String& name)
-{
-    const auto found = manager.categories.find(name);
-    if (found != manager.categories.end()) return *found->second;
-    const auto dot = name.view().rfind('.');
-    const auto* parent = dot == std::string_view::npos ? nullptr : &findOrCreate(manager, name.view().substr(0, dot));
-    auto created = std::make_unique<Category>(name, parent);
-    const auto table = std::make_shared<SinkTable>(*manager.sinks.read());
-    addCategory(*table, *created);
-    manager.sinks.replace(table);
-    applyThreshold(*table, *created);
-    return *manager.categories.emplace(name, std::move(created)).first->second;
 }
 
 } // namespace
@@ -55,29 +34,44 @@ CategoryManager& CategoryManager::instance()
 const Category& CategoryManager::getCategory(const String& name)
 {
     const std::lock_guard guard(_private->lock);
-    return findOrCreate(*_private, name);
+    return findOrCreate(name);
+}
+
+const Category& CategoryManager::findOrCreate(const String& name)
+{
+    auto& categories = _private->categories;
+    const auto found = categories.find(name);
+    if (found != categories.end()) return *found->second;
+    const auto dot = name.view().rfind('.');
+    const auto* parent = dot == std::string_view::npos ? nullptr : &findOrCreate(name.view().substr(0, dot));
+    auto created = std::make_unique<Category>(name, parent);
+    publish(_private->sinks, *created);
+    return *categories.emplace(name, std::move(created)).first->second;
+}
+
+void CategoryManager::publishAll()
+{
+    for (const auto& [name, category] : _private->categories) publish(_private->sinks, *category);
 }
 
 void CategoryManager::addSink(AutoPtr<Sink> sink)
 {
     const std::lock_guard guard(_private->lock);
-    auto table = std::make_shared<SinkTable>(*_private->sinks.read());
-    table->entries.push_back({ std::move(sink), {} });
-    publish(*_private, std::move(table));
+    _private->sinks.push_back(std::move(sink));
+    publishAll();
 }
 
 void CategoryManager::removeSink(const AutoPtr<Sink>& sink)
 {
     const std::lock_guard guard(_private->lock);
-    auto table = std::make_shared<SinkTable>(*_private->sinks.read());
-    std::erase_if(table->entries, [&](const SinkTable::Entry& entry) { return entry.sink == sink; });
-    publish(*_private, std::move(table));
+    std::erase(_private->sinks, sink);
+    publishAll();
 }
 
 void CategoryManager::reload()
 {
     const std::lock_guard guard(_private->lock);
-    publish(*_private, std::make_shared<SinkTable>(*_private->sinks.read()));
+    publishAll();
 }
 
 } // namespace fn::logging

@@ -20,12 +20,13 @@ public:
     void removeSink(const AutoPtr<Sink>& sink);
     void reload(); ///< Asks the sinks again what they want.
 
-    struct Private;
-    Private& internals() noexcept { return *_private; } ///< For the write path.
-
 private:
+    struct Private;
     CategoryManager();
     ~CategoryManager() = delete; // Lives until the process ends: messages may come from static destructors.
+    const Category& findOrCreate(const String& name); // These two with the lock held.
+    void publishAll();
+
     std::unique_ptr<Private> _private;
 };
 

@@ -1,5 +1,5 @@
 #include "foundation/logging/logging.h"
-#include "foundation/logging/detail/sink_table.h"
+#include "foundation/logging/detail/category_private.h"
 #include "foundation/logging/detail/console_line.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
@@ -19,13 +19,12 @@ std::uint8_t threadNumber() noexcept
 
 void deliver(const Category& category, const Message& message)
 {
-    const auto table = CategoryManager::instance().internals().sinks.read();
-    if (table->entries.empty() && category.wants(message.priority)) writeConsoleLine(category, message);
-    for (const auto& entry : table->entries) {
-        const auto wanted = entry.thresholds.find(&category);
-        if (wanted == entry.thresholds.end() || message.priority > wanted->second) continue;
+    const auto listeners = category.internals().listeners.read();
+    if (listeners->empty() && message.priority <= thresholdWithoutSinks) writeConsoleLine(category, message);
+    for (const auto& [sink, threshold] : *listeners) {
+        if (message.priority > threshold) continue;
         try {
-            entry.sink->logMessage(category, message);
+            sink->logMessage(category, message);
         } catch (...) {
             unhandledException();
         }
