@@ -7,6 +7,7 @@ namespace {
 
 constexpr int keepEmpty = fn::String::KeepEmptyParts;
 constexpr std::string_view categoryPrefix = "threshold.";
+constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF"; // Some editors begin a text with it.
 
 LoggingProfile::Priority priority(const fn::String& value)
 {
@@ -56,12 +57,14 @@ void readLine(const fn::String& line, LoggingProfile& profile)
 
 void readLoggingProfile(fn::InputStream& stream, LoggingProfile& profile)
 {
-    for (fn::String line; fn::StreamReader::readLine(stream, line, loggingProfileBytes);) {
+    bool isFirst = true;
+    for (fn::String line; fn::StreamReader::readLine(stream, line, loggingProfileBytes); isFirst = false) {
         if (stream.position() > loggingProfileBytes) {
             throw fn::with(fn::RangeException("The logging profile is longer than allowed"),
                 fn::DetailInfo { "Limit: " + fn::String::number(std::uint64_t { loggingProfileBytes }) });
         }
-        readLine(line, profile);
+        const bool isMarked = isFirst && line.startsWith(byteOrderMark);
+        readLine(isMarked ? line.substring(byteOrderMark.size()) : line, profile);
     }
 }
 

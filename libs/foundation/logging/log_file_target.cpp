@@ -65,13 +65,13 @@ void LogFileTarget::write(const String& text)
     if (text.empty()) return;
     try {
         prepare(static_cast<std::int64_t>(text.size()));
-        if (!_cutOff.load(std::memory_order_relaxed) || !_cutOff.exchange(false)) [[likely]] {
-            if (append(text.view()) == Appended::Partly) _cutOff.store(true);
+        if (_lost.load(std::memory_order_relaxed) == 0) [[likely]] {
+            appendOrLose(text.view());
         } else {
-            if (append(("\n" + text).view()) != Appended::Whole) _cutOff.store(true);
+            appendAfterLoss(text.view());
         }
     } catch (const std::exception&) {
-        // No memory for a copy of the text or the name of a file: one entry is lost.
+        ++_lost; // No memory for a copy of the text or the name of a file.
     }
 }
 
@@ -117,7 +117,8 @@ void LogFileTarget::look(std::int64_t size)
 // Whatever the path leads to, or a new file. If that fails the present file stays. With the lock held.
 bool LogFileTarget::open()
 {
-    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT;
+    // A pipe in its place would be waited for, and a terminal might become that of the process.
+    constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY;
     int opened = posix::open(_path, flags, 0600);
     if (opened < 0 && errno == ENOENT) {
         g_mkdir_with_parents(Path::parsePath(_path).directory.c_str(), 0700);
@@ -125,7 +126,7 @@ bool LogFileTarget::open()
     }
     if (opened < 0) return false;
     const auto file = stateOf(opened, "");
-    bool usable = file.has_value();
+    bool usable = file && !file->isPipe;
     if (usable && _descriptor.load() < 0) {
         _descriptor.store(opened, std::memory_order_release);
     } else {
@@ -159,15 +160,24 @@ bool LogFileTarget::moveFilesUp() const
     const int last = _maximumCount - 1;
     int free = 1;
     while (free < last && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
-    // Not left to rename(): a file system may write out what replaces another file, and one waits for it.
-    if (free == last) ::unlink(numberedPath(last).c_str());
+    if (free == last) free = dropOldest(last);
+    if (free == 0) return false;
     for (int number = free; number > 0; --number) {
         if (::rename(numberedPath(number - 1).c_str(), numberedPath(number).c_str()) != 0) return false;
     }
     return true;
 }
 
-LogFileTarget::Appended LogFileTarget::append(std::string_view text) noexcept
+// Removes the last file, or the newer one before it where that is impossible: a folder, say. The number that is free then,
+// or 0. Not left to rename(): a file system may write out what replaces another file, and one waits for it.
+int LogFileTarget::dropOldest(int last) const
+{
+    int number = last;
+    while (number > 0 && ::unlink(numberedPath(number).c_str()) != 0 && errno != ENOENT) --number;
+    return number;
+}
+
+bool LogFileTarget::appendOrLose(std::string_view text) noexcept
 {
     const int descriptor = _descriptor.load(std::memory_order_relaxed);
     auto left = text;
@@ -176,7 +186,23 @@ LogFileTarget::Appended LogFileTarget::append(std::string_view text) noexcept
         if (written <= 0) break;
         left.remove_prefix(static_cast<std::size_t>(written));
     }
-    return left.empty() ? Appended::Whole : left.size() < text.size() ? Appended::Partly : Appended::Nothing;
+    if (left.empty()) return true;
+    if (left.size() < text.size()) _cutOff = true;
+    ++_lost;
+    return false;
+}
+
+// Behind a line that tells what is missing there.
+void LogFileTarget::appendAfterLoss(std::string_view text)
+{
+    const auto count = _lost.exchange(0);
+    if (count == 0) return void(appendOrLose(text)); // Another thread is telling it.
+    const bool hasNoEnd = _cutOff.exchange(false);
+    const auto entry =
+        fmt::format("{}(log entries lost: {}; the log took no more)\r\n{}", hasNoEnd ? "\r\n" : "", count, text);
+    if (appendOrLose(entry)) return;
+    _lost += count;
+    if (hasNoEnd) _cutOff = true;
 }
 
 // Nothing if there is no file. Not stat(): who asks for times makes the next write set them anew, which costs more than
@@ -184,9 +210,9 @@ LogFileTarget::Appended LogFileTarget::append(std::string_view text) noexcept
 std::optional<LogFileTarget::FileState> LogFileTarget::stateOf(int descriptor, const char* path)
 {
     struct statx status = {};
-    if (::statx(descriptor, path, AT_EMPTY_PATH, STATX_INO | STATX_SIZE, &status) != 0) return {};
+    if (::statx(descriptor, path, AT_EMPTY_PATH, STATX_TYPE | STATX_INO | STATX_SIZE, &status) != 0) return {};
     return FileState { { ::makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino },
-        static_cast<std::int64_t>(status.stx_size) };
+        static_cast<std::int64_t>(status.stx_size), S_ISFIFO(status.stx_mode) };
 }
 
 // Whether an entry of `size` bytes must go to another file. An empty file takes an entry of any size.

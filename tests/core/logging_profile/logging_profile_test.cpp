@@ -61,6 +61,10 @@ TEST(LoggingProfile, IsReadLineByLine)
         { "allowedtags=\nforbiddentags= ", "forbidden[]" },
         { "filter=b\nfilter=a=1, 2\nfilter=b\nfilter=", "filter[]filter[a=1, 2]filter[b]" },
         { { "name=a\0b\n\0=c\nthreshold=3", 24 }, std::string("name[a\0b]root[3]", 16) },
+        { "\xEF\xBB\xBF"
+          "name=A\n\xEF\xBB\xBF"
+          "name=B",
+            "name[A]" }, // Some editors begin a text so.
         { "", "" },
     };
     for (const auto& [text, expected] : table) EXPECT_EQ(describe(*read(text)), expected) << text;

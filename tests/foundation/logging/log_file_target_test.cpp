@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdio>
 #include <deque>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <numeric>
 #include <sstream>
@@ -118,7 +119,7 @@ TEST_F(LogFileTargetTest, FollowsALogThatOthersHaveMovedOrRemoved)
     newcomer->write("6\n");
     lookAgain();
     target->write("7\n");
-    EXPECT_EQ(content(0), "6\n7\n");
+    EXPECT_EQ(content(0), "(log entries lost: 1; the log took no more)\r\n6\n7\n");
 }
 
 // Files of this process end at `bytes` while this lives, as on a full disk.
@@ -152,7 +153,31 @@ TEST_F(LogFileTargetTest, WritesWholeEntriesAgainOnceTheDiskHasRoom)
     }
     target->write("fourth\n");
     target->write("fifth\n");
-    EXPECT_EQ(content(), "first\nseco\nfourth\nfifth\n");
+    EXPECT_EQ(content(), "first\nseco\r\n(log entries lost: 2; the log took no more)\r\nfourth\nfifth\n");
+}
+
+TEST_F(LogFileTargetTest, WaitsForNoReaderOfAPipeInItsPlace)
+{
+    std::filesystem::create_directory(temporary.path() / "logs");
+    ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0);
+    const auto target = makeTarget(0, 1);
+    target->write("1\n");
+    {
+        const fn::FileDescriptor reader(::open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+        target->write("2\n");
+    }
+    std::filesystem::remove(log.toStdString());
+    target->write("3\n");
+    EXPECT_EQ(content(), "(log entries lost: 2; the log took no more)\r\n3\n");
+}
+
+TEST_F(LogFileTargetTest, GoesOnRotatingPastAFolderInThePlaceOfAFile)
+{
+    const auto target = makeTarget(2, 4);
+    target->write("1\n");
+    std::filesystem::create_directories(numbered(2).toStdString() + "/x");
+    for (const char* entry : { "2\n", "3\n", "4\n", "5\n" }) target->write(entry);
+    EXPECT_THAT((std::vector { content(0), content(1), content(2) }), ElementsAre("5\n", "4\n", "3\n"));
 }
 
 // Several processes with several threads each, on one log.
