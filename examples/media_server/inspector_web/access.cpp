@@ -1,21 +1,17 @@
 #include "inspector_web/access.h"
 #include "foundation/byte_array.h"
+#include "inspector_web/request_head.h"
 #include <array>
 #include <cerrno>
-#include <cstddef>
 #include <sys/random.h>
 #include <system_error>
 
 namespace media {
 namespace {
 
-constexpr std::size_t tokenBytes = 32;
-
-constexpr std::string_view scheme = "http://";
-
 std::string randomToken()
 {
-    std::array<unsigned char, tokenBytes> bytes;
+    std::array<unsigned char, Access::tokenBytes> bytes;
     // So few bytes come whole.
     while (::getrandom(bytes.data(), bytes.size(), 0) < 0) {
         if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "getrandom");
@@ -47,6 +43,15 @@ bool Access::isOwnHost(std::string_view host) const
 bool Access::isOwnOrigin(std::string_view origin) const
 {
     return origin.starts_with(scheme) && isOwnHost(origin.substr(scheme.size()));
+}
+
+int Access::statusOf(const RequestHead& head) const
+{
+    const auto& [target, hosts, origins] = head;
+    if (hosts.size() != 1 || !isOwnHost(hosts[0])) return 403;
+    if (!target.host.empty() && !isOwnHost(target.host)) return 403;
+    if (origins.size() > 1 || (origins.size() == 1 && !isOwnOrigin(origins[0]))) return 403;
+    return below(target.path) ? 200 : 404;
 }
 
 std::optional<std::string> Access::below(std::string_view path) const

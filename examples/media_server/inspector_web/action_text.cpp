@@ -13,10 +13,6 @@
 namespace media {
 namespace {
 
-// Two of them and a key fit what the HTTP library takes as an address, 8192 bytes.
-constexpr std::size_t mostTextBytes = 3000;
-constexpr std::uint64_t mostValues = 1000; // Within an action.
-
 /// From the alphabet of Base64 to the one that is safe in addresses and file names.
 char urlSafe(char character) { return character == '+' ? '-' : character == '/' ? '_' : character; }
 
@@ -40,7 +36,7 @@ std::optional<std::string> actionText(const fn::Value& action)
     } catch (const fn::Exception&) {
         return std::nullopt;
     }
-    if (bytes.size() > mostTextBytes / 4 * 3) return std::nullopt;
+    if (bytes.size() > mostActionTextBytes / 4 * 3) return std::nullopt;
     auto text = std::string(bytes.base64().view());
     text.erase(std::ranges::find(text, '='), text.end());
     std::ranges::transform(text, text.begin(), urlSafe);
@@ -49,7 +45,7 @@ std::optional<std::string> actionText(const fn::Value& action)
 
 std::optional<fn::Value> actionFromText(std::string_view text)
 {
-    if (text.size() > mostTextBytes || text.size() % 4 == 1 || !std::ranges::all_of(text, isUrlSafe))
+    if (text.size() > mostActionTextBytes || text.size() % 4 == 1 || !std::ranges::all_of(text, isUrlSafe))
         return std::nullopt;
     std::string base64;
     std::ranges::transform(text, std::back_inserter(base64), fromUrlSafe);
@@ -57,7 +53,7 @@ std::optional<fn::Value> actionFromText(std::string_view text)
     try {
         fn::MemoryInputStream stream(fn::ByteArray::fromBase64(base64));
         fn::mpack::Deserializer deserializer(stream);
-        deserializer.setMaxValues(mostValues);
+        deserializer.setMaxValues(mostActionValues);
         auto action = deserializer.deserialize();
         if (stream.remaining() != 0) return std::nullopt;
         return action;

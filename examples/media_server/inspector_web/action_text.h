@@ -4,6 +4,10 @@
 
 namespace media {
 
+/// Two of them and a key fit what the HTTP library takes as an address, 8192 bytes.
+inline constexpr std::size_t mostActionTextBytes = 3000;
+inline constexpr std::uint64_t mostActionValues = 1000; ///< Within an action that comes from an address.
+
 /// An inspector's action as a part of an address. Empty for one that does not fit, or that holds what another process
 /// could not read: an object, say.
 std::optional<std::string> actionText(const fn::Value& action);

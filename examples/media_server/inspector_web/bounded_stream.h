@@ -1,9 +1,12 @@
 #pragma once
-#include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <httplib.h>
 #include <optional>
+#include <poll.h>
+#include <string>
+#include <string_view>
 
 namespace media {
 
@@ -11,8 +14,20 @@ namespace media {
 /// all of it, and all of its answer, may take. Thread of the connection.
 class BoundedStream final : public httplib::Stream {
 public:
-    explicit BoundedStream(int socket); ///< Borrowed.
+    static constexpr std::size_t mostRequestBytes = 32 * 1024; ///< Twice what browsers send with the longest address.
+
+    /// For a request, from the beginning of the connection on, and for its answer, from its first byte on. While other
+    /// connections wait for their turn: longer than programs on this machine need, so that silent ones hold up nobody for long.
+    static constexpr auto mostReading = std::chrono::milliseconds(5000);
+    static constexpr auto mostWriting = std::chrono::milliseconds(20'000);
+    static constexpr auto mostReadingBeforeOthers = std::chrono::milliseconds(500);
+    static constexpr auto mostWritingBeforeOthers = std::chrono::milliseconds(2000);
+
+    BoundedStream(int socket, const std::atomic<bool>& othersWait); ///< Both are borrowed.
     ~BoundedStream() override;
+
+    /// All that comes before the content of the request, which is still to be read, as far as it comes in time. Before all else.
+    std::string_view awaitHead();
 
     bool is_readable() const override;
     bool is_writable() const override;
@@ -23,17 +38,20 @@ public:
     socket_t socket() const override { return _socket; }
 
 private:
-    using Time = std::chrono::steady_clock::time_point;
-    bool await(short events, Time deadline) const;
+    using Clock = std::chrono::steady_clock;
+    using Milliseconds = std::chrono::milliseconds;
+
+    bool await(short events, Clock::time_point start, Milliseconds most, Milliseconds mostBeforeOthers) const;
+    bool awaitInput() const { return await(POLLIN, _start, mostReading, mostReadingBeforeOthers); }
+    bool awaitOutput() const;
     bool fill();
 
     const int _socket;
-    const Time _readDeadline;
-    std::optional<Time> _writeDeadline; // From the first byte on.
-    std::array<char, 4096> _buffer;
-    std::size_t _begin = 0; // Of what the buffer holds.
-    std::size_t _end = 0;
-    std::size_t _bytesLeft; // That the request may still have.
+    const std::atomic<bool>& _othersWait;
+    const Clock::time_point _start = Clock::now();
+    std::optional<Clock::time_point> _writeStart; // The first byte's.
+    std::string _received; // All of it.
+    std::size_t _taken = 0; // Bytes of it that have been read.
 };
 
 } // namespace media

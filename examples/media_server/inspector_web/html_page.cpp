@@ -6,9 +6,6 @@
 namespace media {
 namespace {
 
-constexpr std::size_t mostTextBytes = 16 * 1024; // Of one line.
-constexpr std::size_t mostPageBytes = 2 * 1024 * 1024; // And a line.
-
 constexpr std::string_view style = R"(
 :root { color-scheme: light dark; font: 15px/1.5 system-ui, sans-serif; }
 body { margin: 0 auto; padding: 1.5rem; max-width: 75rem; }
@@ -64,7 +61,8 @@ namespace {
 
 std::string shortened(std::string_view text)
 {
-    return text.size() <= mostTextBytes ? escaped(text) : escaped(text.substr(0, mostTextBytes)) + " ...";
+    return text.size() <= HtmlPage::mostTextBytes ? escaped(text)
+                                                  : escaped(text.substr(0, HtmlPage::mostTextBytes)) + " ...";
 }
 
 } // namespace

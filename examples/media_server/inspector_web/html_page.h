@@ -11,6 +11,9 @@ std::string escaped(std::string_view text);
 /// One page, written from top to bottom. All that it is given is text or an address, never HTML. Long text is cut.
 class HtmlPage {
 public:
+    static constexpr std::size_t mostTextBytes = 16 * 1024; ///< Of one line, before it is escaped.
+    static constexpr std::size_t mostPageBytes = 2 * 1024 * 1024; ///< And a line.
+
     explicit HtmlPage(std::string_view title); ///< In the window's title, and as heading.
 
     void navigate(std::string_view text, std::string_view address); ///< Before the page's content.

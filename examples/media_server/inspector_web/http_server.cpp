@@ -4,6 +4,9 @@
 #include "inspector_web/access.h"
 #include "inspector_web/bounded_stream.h"
 #include "inspector_web/html_page.h"
+#include "inspector_web/request_head.h"
+#include <atomic>
+#include <fmt/format.h>
 #include <mutex>
 #include <semaphore>
 #include <set>
@@ -14,16 +17,18 @@
 namespace media {
 namespace {
 
-constexpr int connections = 16; // At once. Browsers open more than they use.
-constexpr int waiting = 64; // In the kernel, for their turn. The library asks for hardly any.
 constexpr auto loopback = "127.0.0.1";
+constexpr auto plainText = "text/plain; charset=utf-8";
 
 /// The library's own queue grows without bound. Here who accepts waits for a free thread, and the rest waits in the kernel.
 class Threads final : public httplib::TaskQueue {
 public:
+    explicit Threads(std::atomic<bool>& othersWait) : _othersWait(othersWait) { }
+
     void enqueue(std::function<void()> task) override
     {
-        _free.acquire();
+        _othersWait = !_free.try_acquire();
+        if (_othersWait) _free.acquire();
         _pool.enqueue([this, task = std::move(task)] {
             task();
             _free.release();
@@ -32,9 +37,28 @@ public:
     void shutdown() override { _pool.shutdown(); }
 
 private:
-    httplib::ThreadPool _pool { connections };
-    std::counting_semaphore<connections> _free { connections };
+    std::atomic<bool>& _othersWait;
+    httplib::ThreadPool _pool { HttpServer::connections };
+    std::counting_semaphore<HttpServer::connections> _free { HttpServer::connections };
 };
+
+httplib::Headers defaultHeaders()
+{
+    return { { "Content-Security-Policy", HtmlPage::contentSecurityPolicy() }, { "X-Content-Type-Options", "nosniff" },
+        { "Referrer-Policy", "no-referrer" }, { "Cache-Control", "no-store" },
+        { "Cross-Origin-Resource-Policy", "same-origin" } };
+}
+
+/// For who may not ask: nothing of the request has been given to the library.
+void refuse(httplib::Stream& stream, int status)
+{
+    const std::string_view text = status == 403 ? "Forbidden" : "Not found";
+    auto answer = fmt::format("HTTP/1.1 {} {}\r\nConnection: close\r\nContent-Type: {}\r\nContent-Length: {}\r\n",
+        status, text, plainText, text.size() + 1);
+    for (const auto& [name, value] : defaultHeaders()) answer += name + ": " + value + "\r\n";
+    answer += fmt::format("\r\n{}\n", text);
+    stream.write(answer.data(), answer.size());
+}
 
 } // namespace
 
@@ -48,10 +72,8 @@ public:
         _listening = fn::FileDescriptor(::dup(svr_sock_));
         ::listen(svr_sock_, waiting);
         _access.emplace(port);
-        new_task_queue = [] { return new Threads; };
-        set_default_headers({ { "Content-Security-Policy", HtmlPage::contentSecurityPolicy() },
-            { "X-Content-Type-Options", "nosniff" }, { "Referrer-Policy", "no-referrer" },
-            { "Cache-Control", "no-store" }, { "Cross-Origin-Resource-Policy", "same-origin" } });
+        new_task_queue = [this] { return new Threads(_othersWait); };
+        set_default_headers(defaultHeaders());
         set_pre_routing_handler([this](const httplib::Request& request, httplib::Response& response) {
             respond(request, response);
             return HandlerResponse::Handled; // Each request: the library routes nothing.
@@ -86,15 +108,25 @@ private:
         if (!enter(socket)) return false;
         bool success = false;
         try {
-            BoundedStream stream(socket);
-            bool isClosed = false;
-            success =
-                process_request(stream, true, isClosed, [](httplib::Request& request) { request.ranges.clear(); });
+            success = process(socket);
         } catch (...) {
             fn::unhandledException();
         }
         leave(socket);
         return success;
+    }
+
+    bool process(int socket)
+    {
+        BoundedStream stream(socket, _othersWait);
+        const auto head = stream.awaitHead();
+        if (head.empty()) return false; // A browser that had it ready, perhaps.
+        if (const int status = _access->statusOf(RequestHead(head)); status != 200) {
+            refuse(stream, status);
+            return true;
+        }
+        bool isClosed = false;
+        return process_request(stream, true, isClosed, [](httplib::Request& request) { request.ranges.clear(); });
     }
 
     bool enter(int socket)
@@ -110,29 +142,17 @@ private:
         ::shutdown(socket, SHUT_RDWR);
     }
 
-    /// Whether all headers of that name have one acceptable value.
-    template <typename Check> static bool isOne(const httplib::Request& request, const char* name, Check check)
-    {
-        return request.get_header_value_count(name) == 1 && check(request.get_header_value(name));
-    }
-
+    /// Of who may ask.
     void respond(const httplib::Request& request, httplib::Response& response) const
     {
-        const auto refuse = [&](int status, const char* text) {
-            response.status = status;
-            response.set_content(text, "text/plain; charset=utf-8");
-        };
-        const auto isOwnHost = [&](const std::string& host) { return _access->isOwnHost(host); };
-        const auto isOwnOrigin = [&](const std::string& origin) { return _access->isOwnOrigin(origin); };
-        if (!isOne(request, "Host", isOwnHost)) return refuse(403, "Forbidden\n");
-        if (request.has_header("Origin") && !isOne(request, "Origin", isOwnOrigin)) return refuse(403, "Forbidden\n");
-        auto path = _access->below(request.path);
-        if (!path) return refuse(404, "Not found\n");
         if (request.method != "GET") {
+            response.status = 405;
             response.set_header("Allow", "GET");
-            return refuse(405, "Method not allowed\n");
+            response.set_content("Method not allowed\n", plainText);
+            return;
         }
-        WebRequest asked { std::move(*path), {} };
+        const auto path = _access->below(RequestTarget(request.path).path);
+        WebRequest asked { path.value_or(std::string()), {} };
         for (const auto& [name, value] : request.params) asked.parameters.emplace(name, value);
         const auto answer = _answering(asked);
         response.status = answer.status;
@@ -145,6 +165,7 @@ private:
     std::mutex _lock;
     std::set<int> _sockets; // Of connections. Guarded by the lock, as is the next one.
     bool _isClosing = false;
+    std::atomic<bool> _othersWait { false }; // For a thread.
     std::thread _thread; // Accepts.
 };
 

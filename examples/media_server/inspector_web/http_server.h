@@ -10,6 +10,9 @@ namespace media {
 /// many waits.
 class HttpServer {
 public:
+    static constexpr int connections = 16; ///< At once. Browsers open more than they use.
+    static constexpr int waiting = 128; ///< In the kernel, for their turn.
+
     using Answering =
         std::function<WebAnswer(const WebRequest&)>; ///< On one of the server's threads, on several at once.
 

@@ -9,7 +9,6 @@
 namespace media {
 namespace {
 
-constexpr auto mostTime = fn::Duration::seconds(10);
 constexpr std::string_view unnamed = "(no name)";
 
 /// What an address says about one page of an inspector.
@@ -24,14 +23,14 @@ std::optional<Place> placeFrom(const WebRequest& request)
 {
     Place place;
     for (const auto& [name, text] : request.parameters) {
-        if (name == "key") {
-            place.key = text;
-            continue;
-        }
+        if (name == "key") place.key = text;
+        if (name != "action" && name != "from") continue;
         auto action = actionFromText(text);
         if (!action) return std::nullopt;
-        if (name == "action") place.action = std::move(*action);
-        if (name == "from") place.from = std::move(*action);
+        if (name == "action")
+            place.action = std::move(*action);
+        else
+            place.from = std::move(*action);
     }
     return place;
 }

@@ -7,6 +7,8 @@ namespace media {
 /// Asks the inspectors and makes pages of what they say. Lives on the worker's loop, and as long as the worker.
 class InspectorPages final : public fn::RefCountedObject {
 public:
+    static constexpr auto mostTime = fn::Duration::seconds(10); ///< For an answer.
+
     explicit InspectorPages(ipc::Worker& worker);
 
     /// The page, or one that tells what is wrong; within a bound in time. Never fails.

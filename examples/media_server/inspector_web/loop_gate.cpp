@@ -1,15 +1,7 @@
 #include "inspector_web/loop_gate.h"
 #include "inspector_web/error_page.h"
-#include <chrono>
 
 namespace media {
-namespace {
-
-// More than the loop's side takes to give up, so that it is that one which tells why.
-constexpr auto mostWaiting = std::chrono::seconds(20);
-
-} // namespace
-
 LoopGate::LoopGate(fn::RunLoop& loop, Answering answering) : _loop(loop), _answering(std::move(answering)) { }
 
 WebAnswer LoopGate::ask(const WebRequest& request)

@@ -2,6 +2,7 @@
 #include "foundation/promise.h"
 #include "foundation/run_loop.h"
 #include "inspector_web/web_request.h"
+#include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
@@ -14,6 +15,9 @@ namespace media {
 class LoopGate final : public std::enable_shared_from_this<LoopGate> {
 public:
     using Answering = std::function<fn::Promise<WebAnswer>(const WebRequest&)>; ///< On the loop. Does not fail.
+
+    /// For an answer. More than the loop's side takes to give up, so that it is that one which tells why.
+    static constexpr auto mostWaiting = std::chrono::seconds(20);
 
     /// Belongs into a shared pointer. The loop outlives the gate.
     LoopGate(fn::RunLoop& loop, Answering answering);

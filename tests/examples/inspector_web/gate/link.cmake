@@ -7,5 +7,6 @@ target_sources(${name}_tests PRIVATE
     ${media_server}/inspector_web/error_page.cpp
     ${media_server}/inspector_web/html_page.cpp
     ${media_server}/inspector_web/http_server.cpp
-    ${media_server}/inspector_web/loop_gate.cpp)
+    ${media_server}/inspector_web/loop_gate.cpp
+    ${media_server}/inspector_web/request_head.cpp)
 target_link_libraries(${name}_tests PRIVATE media_server_api PkgConfig::HTTPLIB PkgConfig::GIO Threads::Threads)

@@ -76,6 +76,17 @@ TEST_F(ServerTest, WhoWaitsIsSentAwayAndWhoComesLaterToo)
     EXPECT_EQ(asked.size(), 1u);
 }
 
+TEST_F(ServerTest, SilentConnectionsHoldUpNobodyForLong)
+{
+    serve([](const WebRequest&) { return Pending::fulfilled({ 200, "page" }); });
+    std::vector<test::WebConnection> silent;
+    for (int i = 0; i < 100; ++i) silent.emplace_back(address->port);
+    const auto page = connect("");
+    EXPECT_TRUE(test::runUntil(loop, [&] { return page.hasEnded(); })); // Within 20 s: many times what it takes.
+    EXPECT_EQ(page.reply().status, 200);
+    server.reset();
+}
+
 TEST_F(ServerTest, TheServerEndsWithConnectionsInEveryState)
 {
     for (int i = 0; i < 20; ++i) {
