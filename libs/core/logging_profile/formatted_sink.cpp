@@ -7,7 +7,7 @@
 namespace core {
 namespace {
 
-constexpr std::size_t lineCharacters = 140;
+constexpr auto lineCharacters = FormattedSink::lineCharacters;
 constexpr std::size_t leastIndent = 47;
 
 /// The local date and time, to the second. Most messages come in the same second as the thread's last one, and finding

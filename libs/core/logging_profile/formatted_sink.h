@@ -1,15 +1,17 @@
 #pragma once
 #include "foundation/auto_ptr.h"
+#include "foundation/exceptions.h"
 #include "foundation/logging/log_target.h"
 #include "foundation/logging/sink.h"
 #include "foundation/time/date_time.h"
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 
 namespace core {
 
-/// Writes messages for people who look for causes: local time, priority, thread, source, then the text, wrapped and
-/// indented, with line ends of CR and LF:
+/// Writes messages for people who look for causes: local time, priority, thread, source, then the text, wrapped (after
+/// `lineCharacters` at most) and indented, with line ends of CR and LF:
 ///
 ///     12:34:56 INF 0a dispatcher:212  - - - - - - - - Module 3 has connected
 ///
@@ -17,6 +19,8 @@ namespace core {
 /// are; what follows a line feed is indented, so a text cannot pass for a message of its own. Thread-safe.
 class FN_EXPORT FormattedSink final : public fn::logging::Sink {
 public:
+    static constexpr std::size_t lineCharacters = 140;
+
     /// A null target is reported as a broken invariant; `logMessage()` then throws `fn::NullPointerException`.
     explicit FormattedSink(fn::AutoPtr<fn::LogTarget> target);
     void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override;

@@ -22,8 +22,6 @@ namespace core {
 namespace {
 
 constexpr std::size_t bufferBytes = 8192;
-constexpr std::uint64_t logFileBytes = 1'048'576;
-constexpr int logFileCount = 9;
 constexpr std::string_view consoleName = "console";
 constexpr std::string_view memoryName = "memory";
 

@@ -15,6 +15,9 @@ class FN_EXPORT LoggingProfileSink final : public fn::logging::Sink {
 public:
     using Priority = LoggingProfile::Priority;
 
+    static constexpr std::uint64_t logFileBytes = 1'048'576; ///< A log of this size makes way for a new one.
+    static constexpr int logFileCount = 9; ///< So many are kept of each, the current one among them.
+
     /// Without profiles. `baseName` is what the names of its log files begin with.
     explicit LoggingProfileSink(const fn::String& baseName);
 

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/auto_ptr.h"
+#include "foundation/exceptions.h"
 #include "foundation/logging/sink.h"
 
 namespace core {

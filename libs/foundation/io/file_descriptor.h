@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/string.h"
 
 namespace fn {
@@ -12,11 +13,12 @@ public:
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     ~FileDescriptor();
 
-    /// Opens an existing file to read. Else `fn::FileException`.
+    /// Opens an existing file to read. Else `fn::FileException`. A FIFO waits for its writer: look at `File::info()` first
+    /// where one may lie in the place of a file.
     static FileDescriptor read(const String& path);
 
     /// Creates a file with these permission bits (less the process's mask), or empties an existing one, which keeps its
-    /// own. Else `fn::FileException`.
+    /// own. Else `fn::FileException`. A FIFO waits for its reader.
     static FileDescriptor write(const String& path, int mode);
 
     int get() const noexcept { return _descriptor; } ///< -1 when nothing is owned.

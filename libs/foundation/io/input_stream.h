@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/byte_array.h"
+#include "foundation/exceptions.h"
 #include <cstdint>
 #include <cstring>
 #include <optional>
