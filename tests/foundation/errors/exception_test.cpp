@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <thread>
 #include <typeindex>
+#include <unistd.h>
 
 namespace {
 
@@ -113,6 +114,7 @@ TEST(StackTrace, LeavesNoDescriptorToChildProcesses)
         std::error_code problem;
         const auto target = std::filesystem::read_symlink(entry.path(), problem).string();
         const bool isModule = target.find("errors_tests") != target.npos || target.find(".so") != target.npos;
+        if (descriptor <= STDERR_FILENO) continue; // Where the tests write may be called like them.
         EXPECT_TRUE(!isModule || fcntl(descriptor, F_GETFD) & FD_CLOEXEC) << target;
     }
 }
