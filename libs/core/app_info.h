@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/duration.h"
+#include "foundation/exceptions.h"
 #include "foundation/export.h"
 #include "foundation/string.h"
 

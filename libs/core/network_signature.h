@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/handle.h"
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"

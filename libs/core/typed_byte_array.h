@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/byte_array.h"
+#include "foundation/exceptions.h"
 #include "foundation/export.h"
 #include "foundation/value.h"
 

@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/ref_counted.h"
 #include <compare>
 #include <concepts>

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/exception.h"
+#include "foundation/exceptions.h"
 #include <memory>
 
 namespace fn {

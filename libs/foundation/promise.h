@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/auto_ptr.h"
+#include "foundation/exceptions.h"
 #include "foundation/export.h"
 #include <exception>
 #include <folly/Function.h>

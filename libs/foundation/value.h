@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/auto_ptr.h"
 #include "foundation/byte_array.h"
+#include "foundation/exceptions.h"
 #include "foundation/string.h"
 #include <compare>
 #include <concepts>

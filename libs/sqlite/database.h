@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/duration.h"
 #include "foundation/string.h"
+#include "sqlite/sqlite_exception.h"
 #include <memory>
 
 namespace sqlite {

@@ -2,6 +2,7 @@
 #include "foundation/byte_array.h"
 #include "foundation/string.h"
 #include "sqlite/column.h"
+#include "sqlite/sqlite_exception.h"
 #include <concepts>
 #include <cstddef>
 #include <memory>

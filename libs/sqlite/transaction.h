@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/export.h"
+#include "sqlite/sqlite_exception.h"
 #include <memory>
 
 namespace sqlite {

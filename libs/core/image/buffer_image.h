@@ -2,6 +2,7 @@
 #include "core/image/image.h"
 #include "foundation/byte_array.h"
 #include "foundation/byte_view.h"
+#include "foundation/exceptions.h"
 #include <array>
 
 namespace core {

@@ -2,6 +2,7 @@
 #include "core/fraction.h"
 #include "core/image/margins.h"
 #include "foundation/auto_ptr.h"
+#include "foundation/exceptions.h"
 #include <cstddef>
 #include <cstdint>
 

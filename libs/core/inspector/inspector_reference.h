@@ -1,6 +1,7 @@
 #pragma once
 #include "core/inspector/inspection_result.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/object_dead_exception.h"
 
 namespace core {
 

@@ -2,6 +2,7 @@
 #include "core/inspector/inspector.h"
 #include "core/inspector/inspector_reference.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/object_dead_exception.h"
 #include <map>
 
 namespace core {

@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/object/callable_object_reference.h"
+#include "foundation/exceptions.h"
 #include <set>
 
 namespace ipc {

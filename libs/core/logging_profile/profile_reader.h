@@ -1,5 +1,6 @@
 #pragma once
 #include "core/logging_profile/logging_profile.h"
+#include "foundation/exceptions.h"
 #include "foundation/io/input_stream.h"
 
 namespace core {

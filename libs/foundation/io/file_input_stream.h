@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/io/file_descriptor.h"
 #include "foundation/io/input_stream.h"
 

@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/io/input_stream.h"
 
 namespace fn {

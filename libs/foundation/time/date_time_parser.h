@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/exceptions.h"
 #include "foundation/string.h"
 #include "foundation/time/date_time.h"
 #include "foundation/time/date_time_format.h"

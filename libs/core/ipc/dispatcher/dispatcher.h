@@ -3,6 +3,7 @@
 #include "core/ipc/dispatcher/usage_counts.h"
 #include "core/ipc/dispatcher/worker_ids.h"
 #include "core/ipc/worker/worker.h"
+#include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/signal.h"
 #include "foundation/uv/loop.h"

@@ -1,5 +1,5 @@
 #include "core/ipc/object/callable_object_instance.h"
-#include "core/ipc/object/exception_record.h"
+#include "core/ipc/object/exception_record_private.h"
 
 namespace ipc {
 namespace {

@@ -1,6 +1,6 @@
 #include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/object/call_message.h"
-#include "core/ipc/object/exception_record.h"
+#include "core/ipc/object/exception_record_private.h"
 #include "core/ipc/object/object_dead_exception.h"
 
 namespace ipc {

@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/object/pending_calls.h"
 

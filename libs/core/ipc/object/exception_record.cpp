@@ -1,4 +1,4 @@
-#include "core/ipc/object/exception_record.h"
+#include "core/ipc/object/exception_record_private.h"
 #include "foundation/exception_factory.h"
 
 namespace ipc {

@@ -1,4 +1,4 @@
-#include "core/ipc/object/local_delivery.h"
+#include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"

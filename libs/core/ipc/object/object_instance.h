@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/message_fields.h"
+#include "foundation/exceptions.h"
 #include "foundation/weak_ptr.h"
 
 namespace ipc {

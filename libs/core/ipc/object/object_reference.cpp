@@ -1,5 +1,5 @@
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/object/local_delivery.h"
+#include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"

@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/wire/message.h"
 #include "core/ipc/wire/message_fields.h"
+#include "foundation/exceptions.h"
 #include "foundation/ref_counted.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"

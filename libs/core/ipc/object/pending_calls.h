@@ -9,7 +9,7 @@ namespace ipc {
 class CallableObjectReference;
 
 /// A call that waits for its answer: the state of the promise its caller got, and what keeps the reference alive meanwhile.
-class PendingCall final : public fn::internal::PromiseNode<fn::Value> {
+class FN_EXPORT PendingCall final : public fn::internal::PromiseNode<fn::Value> {
 public:
     PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::uint32_t requestId);
 
@@ -26,7 +26,7 @@ private:
 };
 
 /// The pending calls of one reference by request id. Ids count up, so that the buckets of their lowest bits fill evenly.
-class PendingCalls {
+class FN_EXPORT PendingCalls {
 public:
     /// A call that has left the table. It lets go of the reference after it has been settled.
     struct Ended {

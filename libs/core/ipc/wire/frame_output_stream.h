@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/wire/frame.h"
 #include "foundation/byte_view.h"
+#include "foundation/exceptions.h"
 #include "foundation/io/output_stream.h"
 
 namespace ipc {

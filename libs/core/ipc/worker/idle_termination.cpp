@@ -1,6 +1,6 @@
-#include "core/ipc/worker/idle_termination.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/registry.h"
+#include "core/ipc/worker/idle_termination_private.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/time/clock.h"
 

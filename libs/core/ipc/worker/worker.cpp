@@ -3,7 +3,7 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/wire/object_message.h"
-#include "core/ipc/worker/idle_termination.h"
+#include "core/ipc/worker/idle_termination_private.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"

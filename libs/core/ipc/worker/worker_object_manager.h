@@ -16,7 +16,7 @@ class ObjectReference;
 struct ObjectMessage;
 
 /// An object that was made before its worker was connected cannot be shared: `fn::RuntimeException`.
-void requireConnectedOwner(ObjectId objectId);
+FN_EXPORT void requireConnectedOwner(ObjectId objectId);
 
 /// The tables of a worker's instances and references, and the codec of its payloads.
 ///
