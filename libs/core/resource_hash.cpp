@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <fcntl.h>
 #include <span>
 #include <unistd.h>
 #include <vector>
@@ -51,7 +52,8 @@ void hashSize(fn::SHA1Engine& engine, std::int64_t size)
 
 fn::String ResourceHash::forFile(const fn::String& path)
 {
-    const fn::FileDescriptor file(fn::posix::open(path, 0, 0), path);
+    // A pipe without a writer would block here; as it is, nobody can seek in it.
+    const fn::FileDescriptor file(fn::posix::open(path, O_RDONLY | O_NONBLOCK, 0), path);
     if (!file) fn::File::handleErrno(path);
 
     fn::SHA1Engine engine;

@@ -13,8 +13,8 @@ class FN_EXPORT ResourceHash {
 public:
     ResourceHash() = delete;
 
-    /// 40 lower-case hexadecimal digits. `fn::FileException` for a file that can not be opened or read. Opening a pipe
-    /// without a writer blocks: look at what it is before.
+    /// 40 lower-case hexadecimal digits. `fn::FileException` for a file that can not be opened or read, and for a pipe.
+    /// Reads on the calling thread. A file that is being written has the hash of what was seen of it.
     static fn::String forFile(const fn::String& path);
 };
 

@@ -4,6 +4,7 @@
 #include "foundation/exceptions.h"
 #include "support/temporary_folder.h"
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace {
 
@@ -55,6 +56,9 @@ TEST(ResourceHash, RefusesWhatCanNotBeRead)
     const test::TemporaryFolder folder;
     EXPECT_THROW(core::ResourceHash::forFile(folder.file("missing")), fn::FileException);
     EXPECT_THROW(core::ResourceHash::forFile(folder.path().string()), fn::FileException);
+    ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+    EXPECT_THROW(
+        core::ResourceHash::forFile(folder.file("pipe")), fn::FileException); // And does not wait for a writer.
 }
 
 } // namespace

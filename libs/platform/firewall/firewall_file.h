@@ -8,7 +8,8 @@ namespace platform {
 /// (`$XDG_DATA_HOME`, or `.local/share` of his home). It need not exist: then the firewall is on, without any rule.
 ///
 /// A text file that only its user can read, replaced as a whole. One that is damaged or not the user's own, or in a folder
-/// that others may write to, makes the calls fail and is never replaced. Nothing reads it but these interfaces: no packet
+/// that others may write to, makes the calls fail and is never replaced; so does one above 4 MiB, and another process that is
+/// changing it for more than two seconds. Nothing reads it but these interfaces: no packet
 /// filter is changed. `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String firewallFile();
 

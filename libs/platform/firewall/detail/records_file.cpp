@@ -2,18 +2,23 @@
 #include "platform/detail/private_folder.h"
 #include "platform/firewall/detail/records_text.h"
 #include "platform/firewall/firewall_file.h"
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace platform::detail {
 namespace {
 
 constexpr std::size_t largestFileBytes = 4 * 1024 * 1024;
+
+// A change takes milliseconds; who holds the lock for longer has been stopped.
+constexpr std::chrono::milliseconds patience(2000), pause(5);
 
 /// `firewallFile()`, whole and in parts.
 struct Location {
@@ -60,14 +65,18 @@ FirewallRecords readRecords(const PrivateFolder& folder, const Location& where)
     return readRecordsText(readAll(file, where.path));
 }
 
-/// Keeps others from changing the file while it lives; waits for them.
+/// Keeps others from changing the file while it lives; waits for them within bounds.
 class UpdateLock {
 public:
     UpdateLock(const PrivateFolder& folder, const Location& where)
         : _file(folder.open(where.name + ".lock", O_RDWR | O_CREAT))
     {
-        const bool isLocked = _file && uninterrupted([&] { return ::flock(_file.get(), LOCK_EX); }) == 0;
-        if (!isLocked) failAt("lock", where.path.view());
+        const auto end = std::chrono::steady_clock::now() + patience;
+        while (!_file || uninterrupted([&] { return ::flock(_file.get(), LOCK_EX | LOCK_NB); }) != 0) {
+            if (!_file || errno != EWOULDBLOCK || std::chrono::steady_clock::now() > end)
+                failAt("lock", where.path.view());
+            std::this_thread::sleep_for(pause);
+        }
     }
 
 private:
