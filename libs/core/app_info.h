@@ -32,7 +32,8 @@ public:
     fn::String operatingSystemVersion() const; ///< "6.2", with a service pack "6.1 (Service Pack 1)"; "?" if unknown.
 
     /// Identifies this installation: a UUID, made once and kept in a preferences file. Empty, with a log line, as long as
-    /// that file can neither be read nor written. Never throws.
+    /// that file can not be read; where it is missing and can not be written, a new one that only this process knows. Several
+    /// processes that make it at the same time keep one each: ask once in the main process before others start. Never throws.
     fn::String instanceId();
 
     /// Age of the file that keeps `instanceId()`; zero before there is one.

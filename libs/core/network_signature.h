@@ -19,7 +19,9 @@ namespace core {
 /// A gateway whose hardware address this machine does not know yet has zeros for it. Therefore the text is computed anew
 /// not only when the system tells of a change but also 3, 6 and 10 seconds later.
 ///
-/// Belongs to the thread of its loop, for the process's own one the default loop.
+/// Belongs to the thread of its loop, for the process's own one the default loop: while that does not run, no change is seen.
+/// Each look asks the kernel and waits for its answers, two seconds at most for each; what goes wrong is logged and gives
+/// the text above.
 class FN_EXPORT NetworkSignature {
 public:
     /// The process's own, made at the first call, which may come from any thread, and never destroyed.

@@ -168,7 +168,7 @@ public:
     fn::String asString() const;
 
     /// For people: text itself at top level; quoted and escaped inside containers, where long texts and bytes are cut
-    /// after 256 bytes and the number of elements shown is bounded; nil "nil"; bytes in hex.
+    /// after 256 bytes and at most 1,000 elements, 64 levels deep, are shown; nil "nil"; bytes in hex.
     fn::String toString() const;
 
     /// Kind and text of the value, short, for error details.

@@ -10,6 +10,8 @@ FN_EXPORT bool isPipeName(std::string_view path) noexcept;
 
 /// `name` in a folder that only this user can enter, for what his running processes share. The folder is made here if it
 /// does not exist: `core-pipes` in `$XDG_RUNTIME_DIR`, or `core-pipes-UID` in the folder for temporary files.
+/// Processes of one user that see other values of `XDG_RUNTIME_DIR`, or without it of `TMPDIR`, do not meet: each folder has pipes
+/// and locks of its own.
 ///
 /// `fn::IOException` with ErrnoInfo if the name is empty or could lead elsewhere ('/', NUL, '..'), or if the folder
 /// belongs to, or is open to, somebody else.

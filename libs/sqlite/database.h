@@ -31,7 +31,7 @@ public:
     void setBusyTimeout(fn::Duration timeout);
 
     bool isInTransaction() const noexcept; ///< Whoever has begun it.
-    std::int64_t lastInsertRowId() const;
+    std::int64_t lastInsertRowId() const; ///< Of the latest insert, by whichever thread; 0 before any.
 
 private:
     friend class Statement;

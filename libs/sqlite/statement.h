@@ -30,7 +30,7 @@ public:
     Statement& operator=(Statement&& other) noexcept;
     ~Statement();
 
-    /// Goes to the next row; false at the end, where the statement is reset.
+    /// Goes to the next row; false at the end, where the statement is reset: the next call runs it again.
     bool executeStep();
 
     /// Runs from the start to the end, drops all rows and resets. Returns the number of rows that it inserted, changed

@@ -8,6 +8,8 @@ namespace core {
 /// its owner has sent it, and who holds it how many times. Published in the main process. Shows nothing once the dispatcher
 /// has gone.
 ///
+/// Of an object's holders the first 20 are named, names are cut after 200 bytes.
+///
 /// Actions: nil, all workers; {"worker": id, "from": object id, 0 if absent}, one of them and its objects. A worker that has
 /// gone redirects to all.
 class FN_EXPORT DispatcherInspector final : public Inspector {

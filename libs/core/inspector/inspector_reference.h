@@ -11,7 +11,8 @@ public:
     explicit InspectorReference(ipc::ObjectReferenceInitializer& initializer);
 
     /// What the inspector shows for an action (nil: its first page) on the way from another one. A redirection is not
-    /// followed. Fails with what the inspector throws, or `ipc::ObjectDeadException`; cancelling tells the inspector nothing.
+    /// followed. Waits for as long as the inspector takes. Fails with what it throws, or `ipc::ObjectDeadException`; cancelling
+    /// tells it nothing.
     fn::Promise<InspectionResult> inspect(const fn::Value& action, const fn::Value& refererAction);
 
     ~InspectorReference() override;

@@ -13,7 +13,8 @@ namespace core {
 ///     worker.registerObjectReferenceClass<core::InspectorRegistry>();
 ///     worker.registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20));
 ///
-/// Belongs to its worker's loop. Each call fails with `ipc::ObjectDeadException` once the service has gone, and cancelling
+/// `getInstance()` waits that long for the service, then it fails. Belongs to its worker's loop, which must run for the answers
+/// to come. Each call fails with `ipc::ObjectDeadException` once the service has gone, and cancelling
 /// its promise cancels the call.
 class FN_EXPORT InspectorRegistry final : public ipc::CallableObjectReference {
 public:

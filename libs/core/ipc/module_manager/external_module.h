@@ -13,7 +13,9 @@ public:
     ExternalModule(fn::String executablePath, bool extendedSpawnFlags);
 
     bool runsMainLoop() override { return false; }
-    void launch(Dispatcher& dispatcher, const fn::String& workerTag) override; ///< Only while idle.
+    /// Only while idle: a second launch is reported as a broken invariant, and `fn::RuntimeException` is thrown beside, so that
+    /// the caller does not wait for a worker of that tag.
+    void launch(Dispatcher& dispatcher, const fn::String& workerTag) override;
     void kill() override; ///< Signal 9. The process is reaped, but its exit is told to nobody.
     bool isSeparateProcess() override { return true; }
     std::optional<fn::String> executablePath() override { return _executablePath; }

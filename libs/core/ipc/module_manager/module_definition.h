@@ -25,7 +25,8 @@ public:
     ModuleDefinition& operator=(const ModuleDefinition&) = delete;
 
     virtual bool runsMainLoop() = 0;
-    /// Starts the module; `workerTag` tells the dispatcher which launch its worker comes from. What fails is thrown.
+    /// Starts the module; `workerTag` tells the dispatcher which launch its worker comes from; it is never empty, which
+    /// is the tag of workers that nobody has launched. What fails is thrown.
     virtual void launch(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
     virtual void kill() = 0; ///< Ends it by force, where that can be done; its exit is not told then.
     virtual bool isSeparateProcess() = 0;

@@ -33,7 +33,7 @@ public:
     };
 
     /// `tag` tells the module manager which launch this is. `idleTermination`: the worker has a process of its own and may
-    /// ask to be ended when nobody needs it, or when its dispatcher has gone.
+    /// ask to be ended when nobody has needed it for 10 minutes, or when its dispatcher has gone.
     Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath, const fn::String& displayName,
         const fn::String& tag, bool idleTermination);
     Worker(const Worker&) = delete;
