@@ -168,12 +168,10 @@ void Archive::close()
 
 void addLog(Archive& archive, const fn::DirectoryEntry& entry)
 try {
-    const auto info = fn::File(entry.path).info();
-    // Opening a pipe would wait for somebody to write to it. Reading a folder fails by itself.
-    if (info.kind != fn::FileKind::Regular && info.kind != fn::FileKind::Directory)
-        throw with(fn::FileException("Not a file"), fn::PathInfo { entry.path });
-    fn::FileInputStream content(fn::FileDescriptor::read(entry.path));
-    archive.add(entry.name, content, info.size + LogArchive::mostGrowthBytes);
+    const auto size =
+        fn::File(entry.path).info().size; // Before it is opened: then it can be a newer, shorter one only.
+    fn::FileInputStream content(fn::FileDescriptor::readRegular(entry.path));
+    archive.add(entry.name, content, size + LogArchive::mostGrowthBytes);
 } catch (const fn::FileException& failure) {
     // The rotation of logs has given the file its next name since it was listed: that one is still to come.
     const auto* error = failure.find<fn::ErrnoInfo>();

@@ -84,7 +84,7 @@ fn::Value Preferences::loadInternal() const
 {
     if (!fn::File(_path).exists()) return fn::Value(fn::Value::MAP);
     try {
-        fn::FileInputStream stream(fn::FileDescriptor::read(_path));
+        fn::FileInputStream stream(fn::FileDescriptor::readRegular(_path));
         fn::ByteArray text("{");
         fn::StreamReader::readEverything(stream, text);
         text.append("}", 1);

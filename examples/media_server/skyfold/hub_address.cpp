@@ -32,7 +32,7 @@ std::optional<fn::String> HubAddress::find()
 {
     std::array<char, 256> text;
     try {
-        const auto file = fn::FileDescriptor::read(addressFile());
+        const auto file = fn::FileDescriptor::readRegular(addressFile());
         const auto count = fn::posix::read(file.get(), text.data(), text.size());
         const std::string_view address(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
         if (platform::isPipeName(address)) return fn::String(address);

@@ -3,10 +3,8 @@
 #include "core/logging_profile/profile_reader.h"
 #include "core/logging_profile/simple_sink.h"
 #include "core/logging_profile/throttled_sink.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/buffered_input_stream.h"
 #include "foundation/io/directory_iterator.h"
-#include "foundation/io/file.h"
 #include "foundation/io/file_input_stream.h"
 #include "foundation/io/path.h"
 #include "foundation/logging/category_manager.h"
@@ -16,7 +14,6 @@
 #include "foundation/system/path_manager.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>
-#include <cerrno>
 
 namespace core {
 namespace {
@@ -24,14 +21,6 @@ namespace {
 constexpr std::size_t bufferBytes = 8192;
 constexpr std::string_view consoleName = "console";
 constexpr std::string_view memoryName = "memory";
-
-/// Opening a pipe would wait for its writer.
-void requireFile(const fn::String& path)
-{
-    const auto kind = fn::File(path).info().kind;
-    if (kind == fn::FileKind::Directory) fn::File::handleErrno(path, EISDIR);
-    if (kind != fn::FileKind::Regular) fn::File::handleErrno(path, EINVAL);
-}
 
 } // namespace
 
@@ -151,10 +140,9 @@ fn::ObjectVector<LoggingProfile> LoggingProfileSink::loadProfiles(const fn::Stri
 fn::AutoPtr<LoggingProfile> LoggingProfileSink::loadProfile(const fn::String& path) const
 {
     try {
-        requireFile(path);
         auto profile = fn::makeAuto<LoggingProfile>();
         profile->setFileName(fn::Path::parsePath(path).fileName);
-        fn::FileInputStream file(fn::FileDescriptor::read(path));
+        fn::FileInputStream file(fn::FileDescriptor::readRegular(path));
         fn::BufferedInputStream stream(file, bufferBytes);
         readLoggingProfile(stream, *profile);
         return profile;

@@ -3,6 +3,7 @@
 #include "foundation/io/posix.h"
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -36,6 +37,15 @@ FileDescriptor FileDescriptor::read(const String& path)
 {
     FileDescriptor result(posix::open(path, O_RDONLY), path);
     if (!result) File::handleErrno(path);
+    return result;
+}
+
+FileDescriptor FileDescriptor::readRegular(const String& path)
+{
+    FileDescriptor result(posix::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY), path);
+    struct stat status = {};
+    if (!result || ::fstat(result.get(), &status) != 0) File::handleErrno(path);
+    if (!S_ISREG(status.st_mode)) File::handleErrno(path, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
     return result;
 }
 

@@ -13,9 +13,12 @@ public:
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     ~FileDescriptor();
 
-    /// Opens an existing file to read. Else `fn::FileException`. A FIFO waits for its writer: look at `File::info()` first
-    /// where one may lie in the place of a file.
+    /// Opens an existing file to read. Else `fn::FileException`. A FIFO waits for its writer.
     static FileDescriptor read(const String& path);
+
+    /// The same for a regular file. What else may lie in its place is refused and not waited for: `fn::FileException` with
+    /// EISDIR or EINVAL.
+    static FileDescriptor readRegular(const String& path);
 
     /// Creates a file with these permission bits (less the process's mask), or empties an existing one, which keeps its
     /// own. Else `fn::FileException`. A FIFO waits for its reader.

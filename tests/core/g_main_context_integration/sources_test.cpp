@@ -8,6 +8,7 @@
 #include <fcntl.h>
 #include <future>
 #include <glib-unix.h>
+#include <set>
 #include <unistd.h>
 
 namespace {
@@ -21,16 +22,16 @@ TEST_F(MainContext, RunsTimeOutsAndIdleFunctionsOnTheLoopThreadOfALoopWithoutOth
 {
     const auto thread = std::this_thread::get_id();
     const auto start = g_get_monotonic_time();
-    std::vector<std::string> heard;
+    std::set<std::string> heard; // In whatever order: on a busy machine several are due at once.
     const auto note = [&](const char* what) {
         EXPECT_EQ(std::this_thread::get_id(), thread);
         EXPECT_TRUE(g_main_context_is_owner(g_main_context_default()));
-        heard.push_back(what);
+        EXPECT_TRUE(heard.insert(what).second) << what;
+        if (heard.size() == 4) loop->stop();
     };
     callAfter(60, [&] {
         note("60 ms");
         EXPECT_GE(g_get_monotonic_time() - start, 60'000);
-        loop->stop();
     });
     callAfter(20, [&] {
         note("20 ms");
@@ -39,7 +40,6 @@ TEST_F(MainContext, RunsTimeOutsAndIdleFunctionsOnTheLoopThreadOfALoopWithoutOth
     });
     callWhenIdle([&] { note("idle"); });
     EXPECT_TRUE(runUntilStopped());
-    EXPECT_EQ(heard, (std::vector<std::string> { "idle", "20 ms", "1 ms more", "60 ms" }));
 }
 
 TEST_F(MainContext, HearsSourcesThatAreAttachedWhileTheWaitChangesThreads)
