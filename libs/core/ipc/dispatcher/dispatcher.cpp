@@ -12,6 +12,7 @@
 #include "foundation/system/uuid.h"
 #include "foundation/value_map.h"
 #include <algorithm>
+#include <bitset>
 
 #define LOG(priority, ...) \
     FN_LOG_TO( \
@@ -294,9 +295,13 @@ void Dispatcher::countObjects(
 /// would have references that stay silent for ever.
 void Dispatcher::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers)
 {
+    if (objectIds.empty()) return;
+    std::bitset<NO_WORKER_ID + 1> seen; // One message may mention very many objects.
     for (const auto objectId : objectIds) {
+        const auto owner = ownerOf(objectId);
+        if (seen.test(owner)) continue;
+        seen.set(owner);
         for (const auto& receiver : receivers) {
-            const auto owner = ownerOf(objectId);
             if (_ids.mustTell(receiver->listener(), owner)) receiver->send(aboutWorker(type::WORKER_DEAD, owner));
         }
     }
