@@ -269,7 +269,8 @@ TEST_F(DispatcherTest, ObjectsWithoutAnOwnerAreNotCountedAndAReceiverKnowsFirst)
     const auto madeUp = static_cast<WorkerId>(carrier->id() + 2);
     const auto mention = [&](const test::Peer& receiver) {
         carrier->send(test::objectMessage(0, receiver.id(), {},
-            { { objectOf(owner->id(), 1), "X" }, { objectOf(madeUp, 1), "X" }, { objectOf(owner->id(), many), "X" } }));
+            { { 0, "Registry" }, { objectOf(owner->id(), 1), "X" }, { objectOf(madeUp, 1), "X" },
+                { objectOf(owner->id(), many), "X" } }));
         settle();
     };
     const auto types = [](const test::Peer& peer) {

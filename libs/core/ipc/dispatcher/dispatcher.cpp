@@ -242,12 +242,13 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
     const auto receivers = receiversOf(target, objectId);
     const auto frame = receivers.empty() ? Frame() : encodeForwarded(message, source);
 
-    // Nobody would ever end a count of what belongs to nobody.
-    const auto ownerless = std::ranges::partition(
-        objectIds, [&](ObjectId id) { return ownerOf(id) == source || _workers.contains(ownerOf(id)); });
-    const std::span counted(objectIds.begin(), ownerless.begin());
+    // Nobody would ever end a count of what belongs to nobody, nor of the registry, which everybody has for ever.
+    const auto uncounted = std::ranges::partition(objectIds, [&](ObjectId id) {
+        return ownerOf(id) == source || (id != REGISTRY_OBJECT_ID && _workers.contains(ownerOf(id)));
+    });
+    const std::span counted(objectIds.begin(), uncounted.begin());
     if (!counted.empty()) countObjects(source, counted, receivers);
-    tellOwnersAreDead(ownerless, receivers);
+    tellOwnersAreDead(uncounted, receivers);
     for (const auto& receiver : receivers) {
         receiver->send(frame);
         receiver->slowDown(connection);
