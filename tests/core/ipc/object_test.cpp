@@ -99,6 +99,20 @@ protected:
     fn::AutoPtr<ServiceReference> reference;
 };
 
+/// A ServiceReference that is made and dies as the test says.
+class Moody final : public ServiceReference {
+public:
+    explicit Moody(ipc::ObjectReferenceInitializer& initializer) : ServiceReference(initializer)
+    {
+        if (onMade) onMade(*this);
+    }
+    fn::String className() const override { return "test::ServiceReference"; }
+    static inline std::function<void(Moody&)> onMade;
+
+private:
+    void onObjectDead() override { throw std::runtime_error("no"); }
+};
+
 /// An instance that speaks while it is being made.
 class Talker final : public Service {
 public:
@@ -314,17 +328,20 @@ TEST_F(ObjectTest, AnInstanceLivesWhileAnotherWorkerHoldsIt)
 
 TEST_F(ObjectTest, DeathEndsEveryCallAndIsToldOnce)
 {
+    user->worker->registerObjectReferenceClass<Moody>();
     find();
+    user->worker->registerObjectReferenceClass<ServiceReference>();
     // A second object of the same worker: both references are dead before anybody hears of it.
     const auto second = fn::makeAuto<Service>(*owner->worker);
     service->answer = [&](const Service::Call& made) {
         if (made.name == "second") service->sendResult(made.context, second);
     };
-    Outcome got, pending;
+    Outcome got, pending, otherPending;
     call(*reference, "second", {}, got);
     call(*reference, "wait", {}, pending);
     ASSERT_TRUE(isOver(got));
     const auto other = got.value().object<ServiceReference>();
+    call(*other, "wait", {}, otherPending);
     int told = 0;
     for (const auto& each : { reference, other }) {
         each->objectDeadSignal()
@@ -334,9 +351,12 @@ TEST_F(ObjectTest, DeathEndsEveryCallAndIsToldOnce)
             })
             .detach();
     }
+    const test::ExpectUnhandled thrown; // By the one whose override calls no base class: it takes nothing from anybody.
     owner->worker->stop();
-    ASSERT_TRUE(isOver(pending));
+    ASSERT_TRUE(isOver(pending) && isOver(otherPending));
+    EXPECT_EQ(thrown.messages().size(), 1u);
     EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    EXPECT_EQ(otherPending.error(), "ObjectDeadException: ");
     EXPECT_EQ(told, 2);
     Outcome late;
     call(*reference, "echo", 1, late);

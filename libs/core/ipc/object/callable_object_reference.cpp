@@ -95,7 +95,9 @@ std::exception_ptr CallableObjectReference::onError(const fn::Value& error)
 
 void CallableObjectReference::onEvent(const fn::String&, const fn::Value&) { }
 
-void CallableObjectReference::onObjectDead()
+void CallableObjectReference::onObjectDead() { rejectPendingCalls(); }
+
+void CallableObjectReference::rejectPendingCalls()
 {
     for (const auto& ended : _pendingCalls.takeAll()) ended.call->reject(objectDead());
 }

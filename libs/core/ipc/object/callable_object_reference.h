@@ -22,7 +22,7 @@ public:
 
 protected:
     void onMessage(const fn::Value& message) override;
-    void onObjectDead() override;
+    void onObjectDead() override; ///< Rejects the pending calls; what an override leaves is rejected after it.
 
     /// The exception that a call is rejected with for an error value. Default: rebuilds an exception record; any other
     /// value becomes a `fn::RuntimeException` with its text.
@@ -30,10 +30,12 @@ protected:
     virtual void onEvent(const fn::String& name, const fn::Value& argument); ///< Default: nothing.
 
 private:
+    friend class ObjectReference;
     friend class PendingCall;
 
     std::uint32_t nextRequestId();
     void cancelCall(std::uint32_t requestId);
+    void rejectPendingCalls(); // The object is dead.
     void endCall(const fn::Value& message, bool hasResult);
 
     std::uint32_t _requestCounter = 0;

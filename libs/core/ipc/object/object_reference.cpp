@@ -1,9 +1,11 @@
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/object/local_delivery_private.h"
+#include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include "foundation/debug.h"
+#include "foundation/unhandled_exception.h"
 #include <memory>
 
 namespace ipc {
@@ -104,7 +106,13 @@ void ObjectReference::increaseUsageCount()
 void ObjectReference::notifyObjectDead()
 {
     _objectDeadSignal.fireOnce();
-    onObjectDead();
+    try {
+        onObjectDead();
+    } catch (...) {
+        fn::unhandledException(); // Others are to hear of the death as well.
+    }
+    // Whatever an override has done, or has left to its base class without calling it.
+    if (auto* callable = dynamic_cast<CallableObjectReference*>(this)) callable->rejectPendingCalls();
 }
 
 } // namespace ipc

@@ -66,7 +66,9 @@ protected:
     void sendFields(MessageFields fields); ///< As `sendMessage()` of that map.
 
     virtual void onMessage(const fn::Value& message); ///< A message of the instance. Default: nothing.
-    virtual void onObjectDead(); ///< After the signal has fired. Default: nothing.
+
+    /// After the signal has fired. Default: nothing. An exception goes to `fn::unhandledException()`.
+    virtual void onObjectDead();
 
 private:
     friend class ObjectInstance;

@@ -56,6 +56,7 @@ PendingCalls::Ended PendingCalls::take(std::uint32_t requestId)
 std::vector<PendingCalls::Ended> PendingCalls::takeAll()
 {
     std::vector<Ended> all;
+    if (_count == 0) return all;
     all.reserve(_count);
     for (auto& bucket : std::exchange(_buckets, {})) {
         while (bucket) {
