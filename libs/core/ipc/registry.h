@@ -19,8 +19,7 @@ public:
     /// `fn::OperationTimedOutException`. Cancelling stops waiting here; the registry forgets the look-up at its time-out.
     template <typename T> fn::Promise<fn::AutoPtr<T>> getInstance(fn::Duration timeout)
     {
-        T sample(_dummyInitializer);
-        auto call = findInstance(sample.className(), timeout);
+        auto call = findInstance(classNameOf<T>(), timeout);
         auto found = fn::Promise<fn::AutoPtr<T>>::create();
         found.onCancel([call] { call.cancel(); });
         call.then(

@@ -110,6 +110,7 @@ public:
     static inline std::function<void(Moody&)> onMade;
 
 private:
+    ~Moody() override = default;
     void onObjectDead() override { throw std::runtime_error("no"); }
 };
 

@@ -17,7 +17,8 @@ CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& ini
 {
 }
 
-CallableObjectReference::~CallableObjectReference() = default;
+/// Pending calls keep it alive, but for those of a derived constructor that threw.
+CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {

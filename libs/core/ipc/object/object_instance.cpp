@@ -70,6 +70,7 @@ fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
     if (!tryRetain()) return {};
     ObjectReferenceInitializer initializer(
         _manager.get(), _objectId, fn::AutoPtr<ObjectInstance>::adopt(this), fn::String());
+    const ConstructionHold hold(initializer);
     auto reference = createReference(initializer);
     _localReference = reference;
     return reference;

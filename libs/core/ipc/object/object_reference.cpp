@@ -19,9 +19,21 @@ ObjectReferenceInitializer::ObjectReferenceInitializer(
 {
 }
 
-ObjectReferenceInitializer::ObjectReferenceInitializer(const ObjectReferenceInitializer&) = default;
-ObjectReferenceInitializer& ObjectReferenceInitializer::operator=(const ObjectReferenceInitializer&) = default;
+ObjectReferenceInitializer::ObjectReferenceInitializer(const ObjectReferenceInitializer& other)
+    : ObjectReferenceInitializer(other.manager, other.objectId, other.instance, other.className)
+{
+}
+
 ObjectReferenceInitializer::~ObjectReferenceInitializer() = default;
+
+ConstructionHold::ConstructionHold(ObjectReferenceInitializer& initializer) { initializer.hold = this; }
+
+ConstructionHold::~ConstructionHold()
+{
+    if (!_reference) return;
+    _reference->_constructionHold = nullptr;
+    _reference->release();
+}
 
 ObjectReferenceInitializer ObjectReference::_dummyInitializer;
 
@@ -31,11 +43,17 @@ ObjectReference::ObjectReference(ObjectReferenceInitializer& initializer)
       _instance(initializer.instance),
       _className(initializer.className)
 {
+    if (initializer.hold && !initializer.hold->_reference) {
+        _constructionHold = initializer.hold;
+        _constructionHold->_reference = this;
+        retain();
+    }
     if (_manager) _manager->registerReference(*this);
 }
 
 ObjectReference::~ObjectReference()
 {
+    if (_constructionHold) _constructionHold->_reference = nullptr; // A derived constructor has thrown.
     if (_manager) _manager->unregisterReference(this);
 }
 

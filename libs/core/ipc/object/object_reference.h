@@ -5,26 +5,44 @@
 #include "foundation/ref_counted.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
+#include <type_traits>
 
 namespace ipc {
 
 class ObjectInstance;
 class Worker;
 class WorkerObjectManager;
+class ObjectReference;
+
+/// Keeps a reference alive while it is being made: a constructor may take `fn::AutoPtr(this)`, and let go of it again. Lives
+/// with the initializer that it is given, where references are made; on the stack.
+class FN_EXPORT ConstructionHold {
+public:
+    explicit ConstructionHold(struct ObjectReferenceInitializer& initializer);
+    ConstructionHold(const ConstructionHold&) = delete;
+    ConstructionHold& operator=(const ConstructionHold&) = delete;
+    ~ConstructionHold(); ///< Whoever asked for the reference holds it by now.
+
+private:
+    friend class ObjectReference;
+
+    ObjectReference* _reference = nullptr; // The first one made with the initializer.
+};
 
 /// The one argument of every reference's constructor; filled by the worker that makes the reference.
 struct FN_EXPORT ObjectReferenceInitializer {
     ObjectReferenceInitializer() = default;
     ObjectReferenceInitializer(
         WorkerObjectManager* manager, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className);
-    ObjectReferenceInitializer(const ObjectReferenceInitializer&);
-    ObjectReferenceInitializer& operator=(const ObjectReferenceInitializer&);
+    ObjectReferenceInitializer(const ObjectReferenceInitializer&); ///< Without the hold.
+    ObjectReferenceInitializer& operator=(const ObjectReferenceInitializer&) = delete;
     ~ObjectReferenceInitializer();
 
     WorkerObjectManager* manager = nullptr; ///< Of the worker; null only in `ObjectReference::_dummyInitializer`.
     ObjectId objectId = 0;
     fn::AutoPtr<ObjectInstance> instance; ///< Set for a local reference.
     fn::String className; ///< As the sender named it; may be empty.
+    ConstructionHold* hold = nullptr; ///< Of who makes the reference.
 };
 
 /// A shared object as its users see it, in any worker. In the instance's own worker it is *local*: messages take a short-cut
@@ -33,10 +51,21 @@ struct FN_EXPORT ObjectReferenceInitializer {
 /// Belongs to its worker's loop; it is deleted there, never inside the release of its last holder.
 class FN_EXPORT ObjectReference : public fn::RefCountedObject {
 public:
+    /// A derived constructor may take `fn::AutoPtr(this)`, send and call. It runs also for `classNameOf()`, where there is no
+    /// worker: calls fail then. One that throws fails the message that brought the object.
     explicit ObjectReference(ObjectReferenceInitializer& initializer);
 
     /// For asking a class for its name: no worker, no object.
     static ObjectReferenceInitializer _dummyInitializer;
+
+    /// The class name that references of class T report, asked of one that is thrown away.
+    template <typename T> static fn::String classNameOf()
+    {
+        static_assert(std::is_base_of_v<ObjectReference, T>, "T must be a reference class: derived from ObjectReference");
+        ObjectReferenceInitializer initializer(_dummyInitializer);
+        const ConstructionHold hold(initializer);
+        return fn::makeAuto<T>(initializer)->className();
+    }
 
     ObjectId objectId() const { return _objectId; }
     bool local() const { return static_cast<bool>(_instance); }
@@ -55,7 +84,7 @@ public:
     /// throws.
     void sendMessage(const fn::Value& value);
 
-    ~ObjectReference() override; ///< Public for samples (`_dummyInitializer`) alone.
+    ~ObjectReference() override;
 
 protected:
     void deleteInstance() override;
@@ -71,6 +100,7 @@ protected:
     virtual void onObjectDead();
 
 private:
+    friend class ConstructionHold;
     friend class ObjectInstance;
     friend class Worker;
     friend class WorkerObjectManager;
@@ -85,6 +115,7 @@ private:
     fn::AutoPtr<ObjectInstance> _instance; // Set only for a local reference.
     fn::Signal<> _objectDeadSignal;
     const fn::String _className;
+    ConstructionHold* _constructionHold = nullptr; // While it holds this.
     bool _dead = false;
     std::int32_t _usageCount = 0; // Messages that brought a remote reference and are not released yet.
 };

@@ -27,7 +27,7 @@ const fn::logging::Category& factoryCategory()
 /// What a reference that nobody registered a class for reports.
 const fn::String& plainClassName()
 {
-    static const fn::String name = ObjectReference(ObjectReference::_dummyInitializer).className();
+    static const fn::String name = ObjectReference::classNameOf<ObjectReference>();
     return name;
 }
 

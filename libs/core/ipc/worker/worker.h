@@ -69,9 +69,9 @@ public:
     /// Makes objects of T's class arrive as T instead of a plain ObjectReference. Replaces an earlier registration.
     template <typename T> void registerObjectReferenceClass()
     {
-        T sample(ObjectReference::_dummyInitializer);
-        registerFactory(sample.className(),
-            [](ObjectReferenceInitializer& initializer) { return fn::AutoPtr<ObjectReference>(new T(initializer)); });
+        registerFactory(ObjectReference::classNameOf<T>(), [](ObjectReferenceInitializer& initializer) {
+            return fn::AutoPtr<ObjectReference>(new T(initializer));
+        });
     }
 
 private:

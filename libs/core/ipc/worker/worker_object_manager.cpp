@@ -225,6 +225,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objec
     if (!_worker) return {};
     const auto className = _objects->get(objectId).asString();
     ObjectReferenceInitializer initializer { this, objectId, {}, className };
+    const ConstructionHold hold(initializer);
     auto reference = _worker->createReference(className, initializer);
     _made->push_back(reference);
     if (_deadWorkers.contains(ownerOf(objectId))) markDead({ reference });
