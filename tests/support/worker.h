@@ -77,6 +77,7 @@ public:
     using CallableObjectInstance::postEvent;
     using CallableObjectInstance::sendError;
     using CallableObjectInstance::sendResult;
+    using CallableObjectInstance::sendUnknownMethod;
 
 protected:
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;

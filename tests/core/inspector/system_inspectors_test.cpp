@@ -99,8 +99,9 @@ public:
 TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
 {
     auto peer = connect("Peer", "tag");
+    const auto holder = connect("Holder"); // A worker would release at once what it cannot hold.
     const auto id = peer->id();
-    const auto target = client->worker->workerId();
+    const auto target = holder->id();
     const auto shared = test::objectMessage(unknownObject(target), target, {}, { { id, "x" }, { id + 65536u, "y" } });
     const auto plain = test::objectMessage(unknownObject(0), 0, "for nobody");
     peer->send(shared);
@@ -118,13 +119,14 @@ TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
             "Objects in use: 2", fmt::format("Object {}: sent 2 times, held by worker {} (2)", id, target),
             fmt::format("Object {}: sent 2 times, held by worker {} (2)", id + 65536u, target)));
     EXPECT_THAT(textsOf(*workers),
-        ElementsAre(StartsWith("DispatcherWorker (0): "), StartsWith(fmt::format("Client ({}): 0 objects", target)),
+        ElementsAre(StartsWith("DispatcherWorker (0): "), StartsWith("Client (1): 0 objects"),
             fmt::format("Peer (tag, {}): 2 objects in use, 4 messages ({} bytes) in, {} ({} bytes) out", id, bytesIn,
-                peer->messages().size(), bytesOut)));
+                peer->messages().size(), bytesOut),
+            StartsWith(fmt::format("Holder ({}): 0 objects", target))));
 
     peer->close();
     settle();
-    EXPECT_EQ(textsOf(*workers).size(), 2u);
+    EXPECT_EQ(textsOf(*workers).size(), 3u);
     const auto gone = workers->inspect(workerAction(id), {});
     ASSERT_TRUE(gone.redirectAction);
     EXPECT_TRUE(gone.redirectAction->isNil()) << "back to all";
@@ -140,10 +142,10 @@ TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoin)
 {
     constexpr std::size_t count = 2 * core::limits::inspectorLines + 1;
     auto peer = connect("Peer");
+    const auto holder = connect("Holder");
     Value objects(Value::MAP);
     for (std::size_t i = 0; i < count; ++i) objects.set(peer->id() + 65536u * i, "x");
-    const auto target = client->worker->workerId();
-    auto message = test::objectMessage(unknownObject(target), target, {});
+    auto message = test::objectMessage(unknownObject(holder->id()), holder->id(), {});
     message.set(ipc::field::OBJECTS, objects);
     peer->send(message);
     const auto service = fn::makeAuto<test::Service>(*client->worker);

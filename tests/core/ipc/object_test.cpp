@@ -164,20 +164,14 @@ TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
                 fn::with(fn::RangeException("out of it"), fn::PathInfo { "/some/path" },
                     fn::WinErrorInfo { 0xdeadbeef }, fn::ErrnoInfo { 2 }, fn::UVErrnoInfo { -2 },
                     fn::ErrorCodeInfo { 9 }, fn::DetailInfo { "why" }));
-        } else if (made.name == "standard") {
-            service->sendError(made.context, std::make_exception_ptr(std::runtime_error("plain")));
-        } else if (made.name == "odd") {
-            service->sendError(made.context, std::make_exception_ptr(5));
         } else {
             service->sendError(made.context,
                 Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", "NoSuchClass" }, { "MESSAGE", "m" },
                     { "STACK_TRACE", "nonsense" } }));
         }
     };
-    Outcome record, standard, odd, unknown;
+    Outcome record, unknown;
     call(*reference, "record", {}, record);
-    call(*reference, "standard", {}, standard);
-    call(*reference, "odd", {}, odd);
     call(*reference, "unknown", {}, unknown);
     ASSERT_TRUE(isOver(unknown));
     try {
@@ -194,9 +188,97 @@ TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
         ASSERT_TRUE(exception.find<fn::ResolvedStackTraceInfo>());
         EXPECT_FALSE(exception.find<fn::ResolvedStackTraceInfo>()->frames.empty());
     }
-    EXPECT_EQ(standard.error(), "RuntimeException: plain");
-    EXPECT_EQ(odd.error(), "RuntimeException: Unknown Exception");
     EXPECT_EQ(unknown.error(), "RuntimeException: m");
+}
+
+TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
+{
+    find();
+    struct Unshared final : fn::RefCountedObject { };
+    Value deep;
+    for (int i = 0; i < 512; ++i) deep = Value::array({ deep });
+    const auto stranger = fn::makeAuto<Service>(*user->worker);
+    struct Row {
+        const char* error; // Empty: a result.
+        std::function<void(const Service::CallContext&)> answer;
+    };
+    auto& s = *service;
+    const Row rows[] {
+        { "", [&](const auto& call) { s.sendResult(call); } },
+        { "DataFormatException: Value is nested too deeply", [&](const auto& call) { s.sendResult(call, deep); } },
+        { "DataFormatException: Value is nested too deeply", [&](const auto& call) { s.sendError(call, deep); } },
+        { "DataFormatException: Unsupported value type",
+            [&](const auto& call) { s.sendResult(call, fn::makeAuto<Unshared>()); } },
+        { "RuntimeException: An object of worker 2 (User) can not be sent by worker 1 (Owner)",
+            [&](const auto& call) { s.sendResult(call, Value::array({ stranger })); } },
+        { "RuntimeException: nil", [&](const auto& call) { s.sendError(call, {}); } },
+        { "RuntimeException: nil", [&](const auto& call) { s.sendError(call, nullptr); } },
+        { "RuntimeException: nil", [&](const auto& call) { s.sendError(call); } },
+        { "RuntimeException: text", [&](const auto& call) { s.sendError(call, "text"); } },
+        { "RuntimeException: plain", [&](const auto& call) { s.sendError(call, std::runtime_error("plain")); } },
+        { "RangeException: caught",
+            [&](const auto& call) {
+                const fn::RangeException exception("caught");
+                s.sendError(call, static_cast<const std::exception&>(exception));
+            } },
+        { "RuntimeException: Unknown Exception", [&](const auto& call) { s.sendError(call, std::exception_ptr()); } },
+        { "RuntimeException: Unknown Exception",
+            [&](const auto& call) { s.sendError(call, std::make_exception_ptr(5)); } },
+        { "RangeException: thrown", [](const auto&) { throw fn::RangeException("thrown"); } },
+        { "RuntimeException: test::Service has no method answer",
+            [&](const auto& call) { s.sendUnknownMethod(call, "answer"); } },
+    };
+    const auto local = fn::dynamicCast<ServiceReference>(service->localReference());
+    for (const auto& row : rows) {
+        service->answer = [&](const Service::Call& made) { row.answer(made.context); };
+        for (auto* target : { reference.get(), local.get() }) {
+            const auto outcome = test::outcomeOf(*loop, [&] { return target->callMethod("answer"); });
+            EXPECT_EQ(outcome.error(), row.error) << &row - rows << (target->local() ? " local" : "");
+        }
+    }
+    // Nobody waits for an exception after the answer, or without a request.
+    const test::ExpectUnhandled expected;
+    service->answer = [&](const Service::Call& made) {
+        service->sendResult(made.context);
+        throw fn::RangeException("late");
+    };
+    EXPECT_TRUE(test::outcomeOf(*loop, [&] { return reference->callMethod("answer"); }).isFulfilled());
+    onLoop([&] { local->sendMessage(Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "answer" } })); });
+    EXPECT_EQ(expected.messages().size(), 2u);
+}
+
+TEST_F(ObjectTest, AReferenceMayUseItselfWhileItIsMadeOrFailItsMessage)
+{
+    find();
+    const auto given = fn::makeAuto<Service>(*owner->worker);
+    const auto taken = fn::makeAuto<Service>(*user->worker);
+    service->answer = [&](const Service::Call& made) { service->sendResult(made.context, given); };
+    Outcome early;
+    Moody::onMade = [&](Moody& made) {
+        const fn::AutoPtr self(&made);
+        if (fn::RunLoop::currentLoop()) early.observe(made.callMethod("echo", 1));
+    };
+    for (auto* client : { user.get(), owner.get() }) client->worker->registerObjectReferenceClass<Moody>();
+    auto got = test::outcomeOf(*loop, [&] { return reference->callMethod("give"); });
+    ASSERT_TRUE(isOver(early));
+    EXPECT_EQ(early.value(), Value(1));
+    EXPECT_TRUE(got.value().object<Moody>());
+    got.value() = {};
+    early = Outcome();
+    test::runTurns(*loop, 40);
+
+    Moody::onMade = [](Moody& made) {
+        static_cast<void>(fn::AutoPtr(&made));
+        throw fn::RangeException("no");
+    };
+    for (const auto& argument : { Value(), Value(taken) }) {
+        const auto failed = test::outcomeOf(*loop, [&] { return reference->callMethod("give", argument); });
+        EXPECT_EQ(failed.error(), "RangeException: no");
+    }
+    Moody::onMade = nullptr;
+    test::runTurns(*loop, 40);
+    EXPECT_EQ(service->calls.size(), 2u) << "the last one did not arrive";
+    for (const auto& each : { given, taken }) EXPECT_EQ(each->referenceCount(), 2u) << "what was counted is released";
 }
 
 TEST_F(ObjectTest, CancellingReachesTheOwnerAndALateAnswerIsIgnored)

@@ -1,5 +1,8 @@
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/object/exception_record_private.h"
+#include "foundation/debug.h"
+#include "foundation/unhandled_exception.h"
+#include <utility>
 
 namespace ipc {
 namespace {
@@ -17,6 +20,22 @@ bool isAwaited(const CallableObjectInstance::CallContext& context)
     return context.requestId != call::NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
 }
 
+/// What a CALL_ERROR says of an exception.
+fn::Value errorOf(const std::exception_ptr& exception)
+{
+    constexpr const char* unknown = "Unknown Exception";
+    if (!exception) return unknown;
+    try {
+        std::rethrow_exception(exception);
+    } catch (const fn::Exception& e) {
+        return exceptionRecord(e);
+    } catch (const std::exception& e) {
+        return e.what();
+    } catch (...) {
+        return unknown;
+    }
+}
+
 } // namespace
 
 CallableObjectInstance::CallableObjectInstance(Worker& worker) : ObjectInstance(worker) { }
@@ -25,57 +44,113 @@ CallableObjectInstance::~CallableObjectInstance() = default;
 void CallableObjectInstance::onMessage(WorkerId sourceWorkerId, const fn::Value& message)
 {
     const auto& messageType = message.get(call::TYPE);
-    if (call::isText(messageType, call::CALL)) {
-        const auto name = message.at(call::METHOD_NAME).asString();
-        onMethodCall({ sourceWorkerId, requestIdOf(message) }, name, message.get(call::ARGUMENT));
-    } else if (call::isText(messageType, call::CANCEL)) {
+    if (call::isText(messageType, call::CALL))
+        handleCall({ sourceWorkerId, requestIdOf(message) }, message);
+    else if (call::isText(messageType, call::CANCEL))
         onMethodCallCancelled({ sourceWorkerId, requestIdOf(message) });
+}
+
+void CallableObjectInstance::handleCall(const CallContext& context, const fn::Value& message)
+{
+    CurrentCall current { context };
+    auto* const outer = std::exchange(_currentCall, &current); // A method may run the loop.
+    try {
+        onMethodCall(context, message.at(call::METHOD_NAME).asString(), message.get(call::ARGUMENT));
+        _currentCall = outer;
+    } catch (...) {
+        _currentCall = outer;
+        if (isAwaited(context) && !current.isAnswered)
+            sendError(context, std::current_exception());
+        else
+            fn::unhandledException();
     }
+}
+
+bool CallableObjectInstance::failCall(WorkerId source, const fn::Value& message, const std::exception_ptr& failure)
+{
+    if (!call::isText(message.get(call::TYPE), call::CALL)) return false;
+    const CallContext context { source, requestIdOf(message) };
+    if (!isAwaited(context)) return false;
+    sendError(context, failure);
+    return true;
 }
 
 void CallableObjectInstance::onMethodCall(const CallContext&, const fn::String&, const fn::Value&) { }
 void CallableObjectInstance::onMethodCallCancelled(const CallContext&) { }
 
+// --- Answers
+
 void CallableObjectInstance::sendResult(const CallContext& context, const fn::Value& result)
 {
-    if (!isAwaited(context)) return;
-    const fn::mpack::Serializer::Field fields[] {
-        { call::REQUEST_ID, context.requestId },
-        { call::RESULT, result },
-        { call::TYPE, call::CALL_RESPONSE },
-    };
-    sendFields(context.workerId, fields);
+    answer(context, true, result);
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Value& error)
 {
-    if (!isAwaited(context)) return;
-    const fn::mpack::Serializer::Field fields[] {
-        { call::ERROR, error },
-        { call::REQUEST_ID, context.requestId },
-        { call::TYPE, call::CALL_ERROR },
-    };
-    sendFields(context.workerId, fields);
+    answer(context, false, error);
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
 {
-    if (!isAwaited(context)) return; // Resolving a trace for nobody would be a waste.
-    sendError(context, exceptionRecord(exception));
+    if (isAwaited(context))
+        answer(context, false, exceptionRecord(exception)); // Resolving a trace for nobody is a waste.
+}
+
+void CallableObjectInstance::sendError(const CallContext& context, const std::exception& exception)
+{
+    if (const auto* known = dynamic_cast<const fn::Exception*>(&exception))
+        sendError(context, *known);
+    else
+        answer(context, false, exception.what());
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, std::exception_ptr exception)
 {
+    if (isAwaited(context)) answer(context, false, errorOf(exception));
+}
+
+void CallableObjectInstance::sendUnknownMethod(const CallContext& context, const fn::String& name)
+{
+    const auto className = fn::debug::demangleTypeName(typeid(*this).name());
+    sendError(context, fn::RuntimeException(className + " has no method " + name, fn::Exception::StackTrace::None));
+}
+
+void CallableObjectInstance::answer(const CallContext& context, bool isResult, const fn::Value& content)
+{
+    if (!isAwaited(context)) return;
+    if (!isConstructed()) {
+        afterConstruction([this, context, isResult, content] { answer(context, isResult, content); });
+        return;
+    }
+    if (_currentCall && _currentCall->context == context) _currentCall->isAnswered = true;
     try {
-        std::rethrow_exception(exception);
-    } catch (const fn::Exception& e) {
-        sendError(context, e);
-    } catch (const std::exception& e) {
-        sendError(context, fn::Value(e.what()));
+        sendAnswer(context, isResult, content);
     } catch (...) {
-        sendError(context, fn::Value("Unknown Exception"));
+        sendAnswer(context, false, errorOf(std::current_exception()));
     }
 }
+
+void CallableObjectInstance::sendAnswer(const CallContext& context, bool isResult, const fn::Value& content)
+{
+    const fn::Value requestId(context.requestId);
+    if (isResult) {
+        const fn::mpack::Serializer::Field fields[] {
+            { call::REQUEST_ID, requestId },
+            { call::RESULT, content },
+            { call::TYPE, call::CALL_RESPONSE },
+        };
+        sendFields(context.workerId, fields);
+    } else {
+        const fn::mpack::Serializer::Field fields[] {
+            { call::ERROR, content },
+            { call::REQUEST_ID, requestId },
+            { call::TYPE, call::CALL_ERROR },
+        };
+        sendFields(context.workerId, fields);
+    }
+}
+
+// --- Events
 
 void CallableObjectInstance::postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument)
 {

@@ -88,6 +88,15 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
     ended.call->reject(std::move(failure));
 }
 
+bool CallableObjectReference::failCall(const fn::Value& message, const std::exception_ptr& failure)
+{
+    const auto& messageType = message.get(call::TYPE);
+    if (!call::isText(messageType, call::CALL_RESPONSE) && !call::isText(messageType, call::CALL_ERROR)) return false;
+    const auto ended = _pendingCalls.take(message.at(call::REQUEST_ID).to<std::uint32_t>());
+    if (ended) ended.call->reject(failure);
+    return true;
+}
+
 std::exception_ptr CallableObjectReference::onError(const fn::Value& error)
 {
     if (isExceptionRecord(error)) return exceptionFromRecord(error);

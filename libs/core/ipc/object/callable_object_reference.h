@@ -16,7 +16,9 @@ public:
     ///    argument threw;
     ///  - cancelled by the caller: the instance is told, an answer on its way is ignored.
     /// Until then the reference stays alive.
-    fn::Promise<fn::Value> callMethod(const fn::String& name, const fn::Value& argument);
+    /// There is no time-out: where the instance does not answer, the promise stays pending. A promise without an outcome to
+    /// take (`then()`) may be dropped; `then()` needs a running loop.
+    fn::Promise<fn::Value> callMethod(const fn::String& name, const fn::Value& argument = {});
 
     ~CallableObjectReference() override;
 
@@ -32,11 +34,13 @@ protected:
 private:
     friend class ObjectReference;
     friend class PendingCall;
+    friend class Worker;
 
     std::uint32_t nextRequestId();
     void cancelCall(std::uint32_t requestId);
     void rejectPendingCalls(); // The object is dead.
     void endCall(const fn::Value& message, bool hasResult);
+    bool failCall(const fn::Value& message, const std::exception_ptr& failure); // False: `message` is no answer.
 
     std::uint32_t _requestCounter = 0;
     PendingCalls _pendingCalls;

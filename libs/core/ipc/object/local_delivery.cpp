@@ -1,38 +1,36 @@
 #include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
+#include "core/ipc/worker/worker_object_manager.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
 #include "foundation/mpack/hooks.h"
 #include "foundation/value_map.h"
-#include <algorithm>
 
 namespace ipc {
 namespace {
 
-/// The same bound as for payloads that travel.
-void checkDepth(int depth)
+/// Looks at everything but the keys of maps.
+bool holdsInstance(const fn::Value& value, const WorkerObjectManager& manager, int depth)
 {
-    if (depth > fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");
+    using Kind = fn::Value::Kind;
+    const auto kind = value.kind();
+    if (kind < Kind::Array) return false;
+    if (kind > Kind::Map) {
+        manager.checkSendable(value);
+        return value.isObject() && dynamic_cast<const ObjectInstance*>(value.objectPointer());
+    }
+    if (depth >= fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");
+    bool holds = false;
+    if (kind == Kind::Map) {
+        for (const auto& [key, entry] : value.entries()) holds |= holdsInstance(entry, manager, depth + 1);
+    } else {
+        for (const auto& element : value.elements()) holds |= holdsInstance(element, manager, depth + 1);
+    }
+    return holds;
 }
 
-bool holdsInstance(const fn::Value& value, int depth)
+fn::Value replace(const fn::Value& value)
 {
-    checkDepth(depth);
-    if (value.isObject()) return dynamic_cast<const ObjectInstance*>(value.objectPointer()) != nullptr;
-    if (value.isMap()) {
-        return std::ranges::any_of(
-            value.entries(), [&](const auto& entry) { return holdsInstance(entry.value, depth + 1); });
-    }
-    if (value.isArray()) {
-        return std::ranges::any_of(
-            value.elements(), [&](const auto& element) { return holdsInstance(element, depth + 1); });
-    }
-    return false;
-}
-
-fn::Value replace(const fn::Value& value, int depth)
-{
-    checkDepth(depth);
     if (value.isObject()) {
         auto* instance = dynamic_cast<ObjectInstance*>(value.objectPointer());
         if (!instance) return value;
@@ -42,13 +40,13 @@ fn::Value replace(const fn::Value& value, int depth)
     }
     if (value.isMap()) {
         fn::Value::Map translated;
-        for (const auto& [key, entry] : value.entries()) translated.set(key, replace(entry, depth + 1));
+        for (const auto& [key, entry] : value.entries()) translated.set(key, replace(entry));
         return translated;
     }
     if (value.isArray()) {
         fn::Value::Array translated;
         translated.reserve(value.size());
-        for (const auto& element : value.elements()) translated.push_back(replace(element, depth + 1));
+        for (const auto& element : value.elements()) translated.push_back(replace(element));
         return translated;
     }
     return value;
@@ -56,9 +54,9 @@ fn::Value replace(const fn::Value& value, int depth)
 
 } // namespace
 
-fn::Value replaceInstanesWithReferences(const fn::Value& value)
+fn::Value replaceInstanesWithReferences(const fn::Value& value, const WorkerObjectManager& manager)
 {
-    return holdsInstance(value, 0) ? replace(value, 0) : value;
+    return holdsInstance(value, manager, 0) ? replace(value) : value;
 }
 
 } // namespace ipc

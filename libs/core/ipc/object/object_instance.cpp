@@ -22,9 +22,9 @@ public:
         if (_instance) _instance->_ready = true;
     }
 
-    void send(WorkerId workerId, const fn::Value& value)
+    void run(fn::Task& task)
     {
-        if (_instance) _instance->sendMessage(workerId, value);
+        if (_instance) task();
     }
 
     void disarm() { static_cast<void>(_instance.leak()); } // The memory goes: its count no longer matters.
@@ -79,14 +79,20 @@ fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
 void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
 {
     if (!_ready) {
-        if (!_constructionTask) return; // The loop has ended before it ran.
-        loop().post([task = fn::AutoPtr(_constructionTask), workerId, value] { task->send(workerId, value); });
+        afterConstruction([this, workerId, value] { sendMessage(workerId, value); });
         return;
     }
     auto* worker = _manager->worker();
     if (!worker) return;
     if (workerId != _manager->workerId()) worker->sendMessageToWorker(workerId, _objectId, value);
     if (workerId == NO_WORKER_ID || workerId == _manager->workerId()) deliverLocally(value);
+}
+
+void ObjectInstance::afterConstruction(fn::Task task)
+{
+    if (!_constructionTask) return; // The loop has ended before it ran.
+    loop().post(
+        [construction = fn::AutoPtr(_constructionTask), task = std::move(task)]() mutable { construction->run(task); });
 }
 
 void ObjectInstance::sendFields(WorkerId workerId, MessageFields fields)
@@ -104,7 +110,7 @@ void ObjectInstance::deliverLocally(const fn::Value& value)
 {
     auto reference = _localReference.lock();
     if (!reference) return;
-    loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value)] {
+    loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value, *_manager)] {
         reference->onMessage(message);
     });
 }

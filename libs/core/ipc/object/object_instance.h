@@ -34,6 +34,9 @@ protected:
 
     void sendFields(WorkerId workerId, MessageFields fields); ///< As `sendMessage()` of that map.
 
+    bool isConstructed() const { return _ready; } ///< Of the loop's next turn on.
+    void afterConstruction(fn::Task task); ///< Runs it once constructed, in the order of the calls.
+
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 
     /// The reference class that matches this one. Default: a plain ObjectReference.

@@ -99,9 +99,9 @@ void ObjectReference::sendMessage(const fn::Value& value)
         worker().sendMessageToWorker(ownerOf(_objectId), _objectId, value);
         return;
     }
-    loop().post([instance = _instance, source = _manager->workerId(), message = replaceInstanesWithReferences(value)] {
-        instance->onMessage(source, message);
-    });
+    loop().post(
+        [instance = _instance, source = _manager->workerId(),
+            message = replaceInstanesWithReferences(value, *_manager)] { instance->onMessage(source, message); });
 }
 
 void ObjectReference::sendFields(MessageFields fields)

@@ -61,7 +61,8 @@ public:
     /// The class name that references of class T report, asked of one that is thrown away.
     template <typename T> static fn::String classNameOf()
     {
-        static_assert(std::is_base_of_v<ObjectReference, T>, "T must be a reference class: derived from ObjectReference");
+        static_assert(
+            std::is_base_of_v<ObjectReference, T>, "T must be a reference class: derived from ObjectReference");
         ObjectReferenceInitializer initializer(_dummyInitializer);
         const ConstructionHold hold(initializer);
         return fn::makeAuto<T>(initializer)->className();

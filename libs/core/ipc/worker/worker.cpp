@@ -1,6 +1,6 @@
 #include "core/ipc/worker/worker.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/wire/object_message.h"
 #include "core/ipc/worker/idle_termination_private.h"
@@ -185,13 +185,30 @@ void Worker::onObjectMessage(const fn::Value& message)
 template <typename Decode> void Worker::deliver(ObjectId objectId, WorkerId source, Decode decode)
 {
     const auto manager = _objectManager; // A receiver may destroy this worker.
-    const auto payload = decode();
-    if (ownerOf(objectId) == manager->workerId()) {
+    const auto [payload, failure] = decode();
+    if (failure) [[unlikely]] {
+        failCall(objectId, source, payload, failure);
+    } else if (ownerOf(objectId) == manager->workerId()) {
         if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
     } else if (const auto reference = manager->reference(objectId)) {
         reference->onMessage(payload);
     }
     if (manager->worker()) _idleTermination->scheduleTermination();
+}
+
+/// Ends the call that a payload which is not whole belongs to. For anything else nobody waits: throws `failure`.
+void Worker::failCall(
+    ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const
+{
+    bool isCall = false;
+    if (ownerOf(objectId) == workerId()) {
+        const auto instance = fn::dynamicCast<CallableObjectInstance>(_objectManager->instance(objectId));
+        isCall = instance && instance->failCall(source, payload, failure);
+    } else {
+        const auto reference = fn::dynamicCast<CallableObjectReference>(_objectManager->reference(objectId));
+        isCall = reference && reference->failCall(payload, failure);
+    }
+    if (!isCall) std::rethrow_exception(failure);
 }
 
 void Worker::onInstanceRelease(const fn::Value& message)

@@ -66,12 +66,11 @@ public:
     /// Bytes that wait for the dispatcher. Unbounded: a producer that can outrun its receivers should look at it.
     std::size_t queuedBytes() const { return _pipe ? _pipe->queuedBytes() : 0; }
 
-    /// Makes objects of T's class arrive as T instead of a plain ObjectReference. Replaces an earlier registration.
+    /// Makes objects of T's class arrive as T instead of a plain ObjectReference, also those that have arrived as one before.
+    /// Replaces an earlier registration. `Registry::getInstance<T>()` registers T itself where nobody has.
     template <typename T> void registerObjectReferenceClass()
     {
-        registerFactory(ObjectReference::classNameOf<T>(), [](ObjectReferenceInitializer& initializer) {
-            return fn::AutoPtr<ObjectReference>(new T(initializer));
-        });
+        registerFactory(ObjectReference::classNameOf<T>(), makeReference<T>);
     }
 
 private:
@@ -80,6 +79,7 @@ private:
     friend class IdleTermination;
     friend class ObjectInstance;
     friend class ObjectReference;
+    friend class Registry;
     friend class WorkerObjectManager;
 
     using Factory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
@@ -92,6 +92,12 @@ private:
         std::map<fn::String, Factory> factories;
     };
 
+    template <typename T> static fn::AutoPtr<ObjectReference> makeReference(ObjectReferenceInitializer& initializer)
+    {
+        return fn::AutoPtr<ObjectReference>(new T(initializer));
+    }
+
+    bool hasFactory(const fn::String& className) const { return _referenceClasses.factories.contains(className); }
     void registerFactory(const fn::String& className, Factory factory);
     fn::AutoPtr<ObjectReference> createReference(const fn::String& className, ObjectReferenceInitializer& initializer);
 
@@ -103,6 +109,8 @@ private:
     bool onFrame(const FrameBody& body);
     void onObjectMessage(const fn::Value& message);
     template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
+    void failCall(
+        ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const;
     void onInstanceRelease(const fn::Value& message);
     void onWorkerDead(const fn::Value& message);
     void endConnection();

@@ -11,6 +11,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
+#include "foundation/time/timestamp.h"
 #include <algorithm>
 
 namespace ipc {
@@ -18,13 +19,27 @@ namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
 
-/// The reference that stands for a value's object on the wire; empty if the object is no shared one.
+/// The reference that stands for a value's object on the wire.
 fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
 {
     auto* object = value.objectPointer();
     if (auto* reference = dynamic_cast<ObjectReference*>(object)) return fn::AutoPtr(reference);
-    if (auto* instance = dynamic_cast<ObjectInstance*>(object)) return instance->localReference();
-    return {};
+    auto reference = dynamic_cast<ObjectInstance&>(*object).localReference();
+    if (!reference) throw fn::RuntimeException("An object can not be sent any more: it is being destroyed");
+    return reference;
+}
+
+[[noreturn]] void throwUnsupported(const fn::Value& value)
+{
+    throw fn::with(fn::DataFormatException("Unsupported value type"), fn::DetailInfo { value.detailInfo() });
+}
+
+fn::String describe(const WorkerObjectManager* manager)
+{
+    if (!manager) return "no worker";
+    const auto* worker = manager->worker();
+    return worker ? fmt::format("worker {} ({})", manager->workerId(), worker->displayName())
+                  : fmt::format("worker {}", manager->workerId());
 }
 
 } // namespace
@@ -66,22 +81,30 @@ void WorkerObjectManager::unregisterInstance(ObjectInstance* instance)
 
 void WorkerObjectManager::registerReference(ObjectReference& reference)
 {
-    _references[ownerOf(reference.objectId())][reference.objectId()] = &reference;
+    auto& place = _references[ownerOf(reference.objectId())][reference.objectId()];
+    if (place) _displaced.insert(place);
+    place = &reference;
 }
 
 void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 {
     if (!FN_ASSERT(reference, site, 245, "objectReferenceGone", "reference")) return;
     const auto objectId = reference->objectId();
+    _displaced.erase(reference);
     const auto table = _references.find(ownerOf(objectId));
     if (table != _references.end()) {
         const auto found = table->second.find(objectId);
         if (found != table->second.end() && found->second == reference) table->second.erase(found);
         if (table->second.empty()) _references.erase(table);
     }
-    if (reference->local() || reference->dead() || !_worker || !_worker->isConnected()) return;
-    _worker->sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::REFERENCE_RELEASE },
-        { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, reference->usageCount() } }));
+    if (!reference->local() && !reference->dead()) sendRelease(objectId, reference->usageCount());
+}
+
+void WorkerObjectManager::sendRelease(ObjectId objectId, std::int32_t count)
+{
+    if (count == 0 || !_worker || !_worker->isConnected()) return;
+    _worker->sendMessageToDispatcher(fn::Value::map(
+        { { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, count } }));
 }
 
 fn::AutoPtr<ObjectInstance> WorkerObjectManager::instance(ObjectId objectId) const
@@ -108,6 +131,26 @@ void WorkerObjectManager::countSent(const fn::Value& objects)
     for (const auto& [key, className] : objects.entries()) {
         if (const auto sent = instance(key.to<ObjectId>())) sent->increateUsageCount();
     }
+}
+
+void WorkerObjectManager::checkSendable(const fn::Value& value) const
+{
+    if (value.isBoxed<core::Fraction>() || value.isBoxed<core::TypedByteArray>() || value.isBoxed<fn::Timestamp>())
+        return;
+    if (!value.isObject()) throwUnsupported(value);
+    const auto* object = value.objectPointer();
+    if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
+        checkOwner(reference->_manager.get());
+    else if (const auto* instance = dynamic_cast<const ObjectInstance*>(object))
+        checkOwner(instance->_manager.get());
+    else
+        throwUnsupported(value);
+}
+
+void WorkerObjectManager::checkOwner(const WorkerObjectManager* owner) const
+{
+    if (owner == this) return;
+    throw fn::RuntimeException(fmt::format("An object of {} can not be sent by {}", describe(owner), describe(this)));
 }
 
 std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
@@ -143,6 +186,7 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
     } else {
         const auto reference = referenceFor(value);
         requireConnectedOwner(reference->objectId());
+        checkOwner(reference->_manager.get());
         writeObjectId(stream, reference->objectId());
         if (_objects->has(reference->objectId())) return;
         if (reference->local() && reference->_instance->usageCount() >= std::int32_t(limits::uses)) {
@@ -154,7 +198,7 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
 
 // --- Decoding
 
-fn::Value WorkerObjectManager::decode(const fn::Value& message)
+WorkerObjectManager::Decoded WorkerObjectManager::decode(const fn::Value& message)
 {
     const auto* payload = message.find(field::PAYLOAD);
     if (!payload) return {};
@@ -163,41 +207,58 @@ fn::Value WorkerObjectManager::decode(const fn::Value& message)
     return decode(stream, objects);
 }
 
-fn::Value WorkerObjectManager::decode(const ObjectMessage& message)
+WorkerObjectManager::Decoded WorkerObjectManager::decode(const ObjectMessage& message)
 {
     auto stream = message.shared.empty() ? fn::MemoryInputStream(message.payload.data(), message.payload.size())
                                          : fn::MemoryInputStream(message.shared);
     return decode(stream, {});
 }
 
-fn::Value WorkerObjectManager::decode(fn::InputStream& stream, fn::Value objects)
+WorkerObjectManager::Decoded WorkerObjectManager::decode(fn::InputStream& stream, fn::Value objects)
 {
     const Scope scope(_objects, objects);
     std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
     const Scope madeScope(_made, made);
-    fn::Value decoded;
+    Decoded decoded;
+    const Scope failureScope(_failure, decoded.failure);
     try {
         fn::mpack::Deserializer deserializer(stream, this);
         deserializer.setMaxValues(limits::payloadValues);
-        if (auto value = deserializer.deserialize()) decoded = std::move(*value);
+        if (auto value = deserializer.deserialize()) decoded.payload = std::move(*value);
     } catch (...) {
-        countReceived(objects); // The dispatcher has counted them, so their release must tell it.
+        countReceived(objects);
         throw;
     }
     countReceived(objects);
     return decoded;
 }
 
+/// The dispatcher has counted what is listed: either a reference releases it one day, or there is none to do that.
 void WorkerObjectManager::countReceived(const fn::Value& objects)
 {
     if (objects.size() == 0) return;
     for (const auto& [key, className] : objects.entries()) {
-        const auto received = reference(key.to<ObjectId>());
-        if (received && !received->local()) received->increaseUsageCount();
+        const auto objectId = key.to<ObjectId>();
+        if (ownerOf(objectId) == _workerId) continue;
+        if (const auto received = reference(objectId))
+            received->increaseUsageCount();
+        else if (!_deadWorkers.contains(ownerOf(objectId)))
+            sendRelease(objectId, 1);
     }
 }
 
+/// What fails takes nothing from the rest: its message may be a call, whose caller is to hear of it.
 fn::Value WorkerObjectManager::deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
+{
+    try {
+        return decodeExtension(type, size, stream);
+    } catch (...) {
+        if (!*_failure) *_failure = std::current_exception();
+        return {};
+    }
+}
+
+fn::Value WorkerObjectManager::decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
 {
     switch (type) {
     case extension::OBJECT:
@@ -216,40 +277,55 @@ fn::Value WorkerObjectManager::decodeObject(ObjectId objectId)
         if (!FN_ASSERT(own, site, 384, "deserializeValue", "i")) return {};
         return own->localReference();
     }
-    if (const auto known = reference(objectId)) return known;
-    return createReference(objectId);
+    const auto known = reference(objectId);
+    if (known && !isOutgrown(*known)) return known;
+    auto created = createReference(objectId, known ? known->className() : _objects->get(objectId).asString());
+    if (created) _made->push_back(created);
+    return created;
 }
 
-fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objectId)
+/// A plain one whose class has been registered since.
+bool WorkerObjectManager::isOutgrown(const ObjectReference& reference) const
+{
+    return typeid(reference) == typeid(ObjectReference) && !reference.local() && _worker
+        && _worker->hasFactory(reference.className());
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoPtr<ObjectReference>& found)
+{
+    if (!found || found->dead() || !isOutgrown(*found)) return found;
+    if (const auto current = reference(found->objectId()); current && !isOutgrown(*current)) return current;
+    auto created = createReference(found->objectId(), found->className());
+    // No message has brought it: it lives on the uses that `found` is counted with.
+    created->objectDeadSignal().connect([found] {}).detach();
+    return created;
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objectId, const fn::String& className)
 {
     if (!_worker) return {};
-    const auto className = _objects->get(objectId).asString();
     ObjectReferenceInitializer initializer { this, objectId, {}, className };
     const ConstructionHold hold(initializer);
     auto reference = _worker->createReference(className, initializer);
-    _made->push_back(reference);
     if (_deadWorkers.contains(ownerOf(objectId))) markDead({ reference });
     return reference;
 }
 
 // --- Deaths
 
-std::vector<fn::AutoPtr<ObjectReference>> WorkerObjectManager::liveReferences(
-    const References& table, bool withLocal) const
+void WorkerObjectManager::collectLive(LiveReferences& live, ObjectReference& reference, bool withLocal)
 {
-    std::vector<fn::AutoPtr<ObjectReference>> live;
-    for (const auto& [objectId, reference] : table) {
-        if ((withLocal || !reference->local()) && !reference->dead() && reference->tryRetain()) {
-            live.push_back(fn::AutoPtr<ObjectReference>::adopt(reference));
-        }
-    }
-    std::ranges::sort(live, {}, [](const auto& reference) { return reference->objectId(); });
-    return live;
+    if ((reference.local() && !withLocal) || reference.dead()) return;
+    if (reference.tryRetain())
+        live.push_back(fn::AutoPtr<ObjectReference>::adopt(&reference));
+    else
+        reference.markObjectDead(); // It is being destroyed: nobody is left to hear of it, nor anything to release.
 }
 
 /// All are dead before the first one hears of it: no callback sees a half-updated set.
-void WorkerObjectManager::markDead(const std::vector<fn::AutoPtr<ObjectReference>>& references)
+void WorkerObjectManager::markDead(LiveReferences references)
 {
+    std::ranges::sort(references, {}, [](const auto& reference) { return reference->objectId(); });
     for (const auto& reference : references) reference->markObjectDead();
     for (const auto& reference : references) reference->notifyObjectDead();
 }
@@ -257,8 +333,14 @@ void WorkerObjectManager::markDead(const std::vector<fn::AutoPtr<ObjectReference
 void WorkerObjectManager::workerDied(WorkerId workerId)
 {
     _deadWorkers.insert(workerId);
-    const auto table = _references.find(workerId);
-    if (table != _references.end()) markDead(liveReferences(table->second, false));
+    LiveReferences live;
+    if (const auto table = _references.find(workerId); table != _references.end()) {
+        for (const auto& [objectId, reference] : table->second) collectLive(live, *reference, false);
+    }
+    for (auto* reference : _displaced) {
+        if (ownerOf(reference->objectId()) == workerId) collectLive(live, *reference, false);
+    }
+    markDead(std::move(live));
 }
 
 void WorkerObjectManager::workerIdReused(WorkerId workerId)
@@ -275,11 +357,12 @@ void WorkerObjectManager::connectionLost()
 
 void WorkerObjectManager::markAllDead(bool withLocal)
 {
-    std::vector<fn::AutoPtr<ObjectReference>> all;
+    LiveReferences all;
     for (const auto& [owner, table] : _references) {
-        for (auto& reference : liveReferences(table, withLocal)) all.push_back(std::move(reference));
+        for (const auto& [objectId, reference] : table) collectLive(all, *reference, withLocal);
     }
-    markDead(all);
+    for (auto* reference : _displaced) collectLive(all, *reference, withLocal);
+    markDead(std::move(all));
 }
 
 /// What other workers held: the release that would end it can come no more.

@@ -3,8 +3,10 @@
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
 #include "foundation/value_map.h"
+#include <exception>
 #include <set>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -48,6 +50,9 @@ public:
     fn::AutoPtr<ObjectInstance> instance(ObjectId objectId) const; ///< Empty if absent or dying.
     fn::AutoPtr<ObjectReference> reference(ObjectId objectId) const; ///< Empty if absent or dying.
 
+    /// The same object by a reference of its class, where that has been registered after `found` was made as a plain one.
+    fn::AutoPtr<ObjectReference> typedReference(const fn::AutoPtr<ObjectReference>& found);
+
     template <typename Visitor> bool anyInstance(Visitor visitor) const
     {
         for (const auto& [objectId, instance] : _instances) {
@@ -67,12 +72,23 @@ public:
         return objects;
     }
 
+    /// Throws for a boxed value or object that no receiver could use: one that is not shared, or that another worker of this
+    /// process shares, which would not know that it has been sent.
+    void checkSendable(const fn::Value& value) const;
+
     /// The worker's own instances among `objects` have been sent once more.
     void countSent(const fn::Value& objects);
 
-    /// The payload of a MESSAGE; counts the references that it brought, also where decoding fails.
-    fn::Value decode(const fn::Value& message);
-    fn::Value decode(const ObjectMessage& message);
+    /// The payload of a MESSAGE. Where something in it could not be made (a reference class may throw), nil stands for it.
+    struct Decoded {
+        fn::Value payload;
+        std::exception_ptr failure; ///< Of the first such part; null for none.
+    };
+
+    /// What the message lists is counted for the references that it brought, and released where it brought none, also when
+    /// this throws: the bytes are no payload.
+    Decoded decode(const fn::Value& message);
+    Decoded decode(const ObjectMessage& message);
 
     void workerDied(WorkerId workerId);
     /// The id of a dead worker has been given out again. Old references to its objects stay dead, and are nil to others.
@@ -81,6 +97,7 @@ public:
 
 private:
     using References = std::unordered_map<ObjectId, ObjectReference*>;
+    using LiveReferences = std::vector<fn::AutoPtr<ObjectReference>>;
 
     /// Makes `slot` point at `current` while it lives: encoding and decoding run user code that may encode or decode again.
     template <typename T> class Scope {
@@ -101,24 +118,31 @@ private:
     fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override;
 
     bool isOutdated(const ObjectReference& reference) const;
+    fn::Value decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream);
     fn::Value decodeObject(ObjectId objectId);
-    fn::AutoPtr<ObjectReference> createReference(ObjectId objectId);
-    fn::Value decode(fn::InputStream& stream, fn::Value objects);
+    bool isOutgrown(const ObjectReference& reference) const;
+    fn::AutoPtr<ObjectReference> createReference(ObjectId objectId, const fn::String& className);
+    void checkOwner(const WorkerObjectManager* owner) const;
+    Decoded decode(fn::InputStream& stream, fn::Value objects);
     void countReceived(const fn::Value& objects);
-    std::vector<fn::AutoPtr<ObjectReference>> liveReferences(const References& table, bool withLocal) const;
+    void sendRelease(ObjectId objectId, std::int32_t count);
+    static void collectLive(LiveReferences& live, ObjectReference& reference, bool withLocal);
     void markAllDead(bool withLocal);
     void dropUsageHolds();
-    static void markDead(const std::vector<fn::AutoPtr<ObjectReference>>& references);
+    static void markDead(LiveReferences references);
 
     Worker* _worker;
     fn::RunLoop& _loop;
     WorkerId _workerId = NO_WORKER_ID;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
+    std::unordered_set<ObjectReference*>
+        _displaced; // Not destroyed yet, while another one is in the table for the object.
     std::uint64_t _nextSequence = 0;
     std::uint64_t _nextEarlySequence = 0; // Of objects that were made before the worker was connected.
     fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
     std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
+    std::exception_ptr* _failure = nullptr; // Of the payload being decoded.
     std::set<WorkerId> _deadWorkers;
 };
 
