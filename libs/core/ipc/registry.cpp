@@ -1,6 +1,7 @@
 #include "core/ipc/registry.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker_object_manager.h"
+#include "foundation/debug.h"
 #include <cstdint>
 
 namespace ipc {
@@ -37,6 +38,20 @@ fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::D
 {
     return callMethod("getInstance",
         fn::Value::map({ { "className", className }, { "timeout", std::int64_t(timeout.totalMilliseconds()) } }));
+}
+
+fn::AutoPtr<ObjectReference> Registry::typedReference(const fn::Value& found) const
+{
+    const auto reference = found.object<ObjectReference>();
+    return hasWorker() ? worker()._objectManager->typedReference(reference) : reference;
+}
+
+void Registry::throwOtherClass(const fn::String& wanted, const fn::AutoPtr<ObjectReference>& found)
+{
+    if (!found) throw fn::RuntimeException("The registry has given no object of class " + wanted);
+    const auto& object = *found;
+    throw fn::RuntimeException("The object found as " + wanted + " is of class "
+        + fn::debug::demangleTypeName(typeid(object).name()) + " here");
 }
 
 fn::Promise<void> Registry::setInstancesHidden(bool hidden)

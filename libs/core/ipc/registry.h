@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/worker/worker.h"
 #include "foundation/exceptions.h"
 #include <set>
 
@@ -15,23 +16,21 @@ public:
     /// equal ones the latest. The registry keeps the instance alive, here and there.
     fn::Promise<void> registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority);
 
-    /// The instance shared as T (a reference class); waits up to `timeout` for one to be registered, then fails with
-    /// `fn::OperationTimedOutException`. Cancelling stops waiting here; the registry forgets the look-up at its time-out.
+    /// The instance shared as T (a reference class, which is registered with the worker where nobody has done that); waits up
+    /// to `timeout` for one to be registered, then fails with `fn::OperationTimedOutException`; never gives null: where the
+    /// object is none of class T it fails with a `fn::RuntimeException` that names both. Cancelling stops waiting here; the
+    /// registry forgets the look-up at its time-out. Needs a running loop.
     template <typename T> fn::Promise<fn::AutoPtr<T>> getInstance(fn::Duration timeout)
     {
-        auto call = findInstance(classNameOf<T>(), timeout);
-        auto found = fn::Promise<fn::AutoPtr<T>>::create();
-        found.onCancel([call] { call.cancel(); });
-        call.then(
-            [found](fn::Value&& value) {
-                try {
-                    found.fulfill(value.object<T>());
-                } catch (...) {
-                    found.reject(std::current_exception());
-                }
-            },
-            [found](std::exception_ptr failure) { found.reject(failure); });
-        return found;
+        const auto className = classNameOf<T>();
+        if (hasWorker() && !worker().hasFactory(className))
+            worker().registerFactory(className, Worker::makeReference<T>);
+        return findInstance(className, timeout).then([self = fn::AutoPtr(this), className](fn::Value&& found) {
+            const auto reference = self->typedReference(found);
+            auto instance = fn::dynamicCast<T>(reference);
+            if (!instance) throwOtherClass(className, reference);
+            return instance;
+        });
     }
 
     ~Registry() override;
@@ -41,6 +40,8 @@ private:
     friend class Worker;
 
     fn::Promise<fn::Value> findInstance(const fn::String& className, fn::Duration timeout);
+    fn::AutoPtr<ObjectReference> typedReference(const fn::Value& found) const;
+    [[noreturn]] static void throwOtherClass(const fn::String& wanted, const fn::AutoPtr<ObjectReference>& found);
 
     /// Look-ups skip (or again find) the instances of this worker.
     fn::Promise<void> setInstancesHidden(bool hidden);

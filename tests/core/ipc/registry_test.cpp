@@ -6,6 +6,7 @@
 #include "core/ipc/registry_impl.h"
 #include "foundation/exceptions.h"
 #include "foundation/time/clock.h"
+#include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/worker.h"
@@ -118,6 +119,45 @@ TEST_F(RegistryTest, WaitersAreAnsweredOnceByWhoComesFirst)
     EXPECT_TRUE(negative.isFulfilled()) << "what is there is found without waiting";
 }
 
+TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrFails)
+{
+    // Nobody has registered the class in the hub when the object is, so that the registry's own reference is a plain one.
+    test::Client bare(loop, dispatcher.pipePath());
+    auto service = offer(*a, 0);
+    const fn::WeakPtr<Service> weak(service);
+    service.reset();
+    for (auto* worker : { bare.worker.get(), &dispatcher.worker() }) {
+        const auto first = test::findInstance<ServiceReference>(loop, *worker);
+        const auto second = test::findInstance<ServiceReference>(loop, *worker);
+        ASSERT_TRUE(first);
+        EXPECT_EQ(first.get(), second.get());
+        EXPECT_TRUE(test::outcomeOf(loop, [&] { return first->callMethod("echo"); }).isFulfilled());
+    }
+    settle();
+    EXPECT_TRUE(weak.lock()) << "the registry still has it";
+    a.reset();
+    EXPECT_TRUE(test::runUntil(loop, [&] { return dispatcher.registryImpl()->registrationCount() == 1; }))
+        << "the entry goes with its provider, though another reference has taken the place of the registry's";
+
+    struct Pretender final : Service {
+        using Service::Service;
+        struct Reference final : ipc::CallableObjectReference {
+            using CallableObjectReference::CallableObjectReference;
+            fn::String className() const override { return "test::ServiceReference"; }
+        };
+        fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+        {
+            return fn::makeAuto<Reference>(initializer);
+        }
+    };
+    const auto pretender = fn::makeAuto<Pretender>(*user->worker);
+    const auto offered = test::outcomeOf(loop, [&] { return user->worker->registry()->registerObject(pretender, 0); });
+    const auto error = look().error();
+    EXPECT_TRUE(error.starts_with("RuntimeException: The object found as test::ServiceReference is of class "))
+        << error;
+    EXPECT_TRUE(error.find("Pretender::Reference") != std::string::npos) << error;
+}
+
 TEST_F(RegistryTest, HiddenInstancesAreSkippedUntilTheyAreShownAgain)
 {
     const auto better = offer(*a, 5);
@@ -220,6 +260,13 @@ TEST_F(RegistryTest, TheDeadWaitNoLongerAndBadArgumentsHarmNobody)
     call("getInstance", Value::map({ { "className", tooLong }, { "timeout", INT64_MAX } }));
     settle();
     EXPECT_EQ(stranger.count(ipc::type::MESSAGE), 2u) << "refused at once";
+    {
+        const test::ExpectUnhandled expected;
+        call("getInstance", Value::map({ { "className", "X" }, { "timeout", "soon" } }));
+        settle();
+        EXPECT_EQ(expected.messages().size(), 1u);
+        EXPECT_EQ(stranger.count(ipc::type::MESSAGE), 2u) << "not answered";
+    }
     stranger.close();
     settle();
     const auto service = offer(*a, 0);
