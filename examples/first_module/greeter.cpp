@@ -11,7 +11,10 @@ public:
 private:
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override
     {
-        if (name == "greet") sendResult(context, "Hello, " + argument.asString() + "!");
+        if (name == "greet")
+            sendResult(context, "Hello, " + argument.asString() + "!");
+        else
+            sendUnknownMethod(context, name);
     }
 
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override

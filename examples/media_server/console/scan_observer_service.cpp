@@ -1,6 +1,5 @@
 #include "console/scan_observer_service.h"
 #include "api/scan_observer.h"
-#include "foundation/exceptions.h"
 
 namespace media {
 
@@ -19,13 +18,9 @@ fn::AutoPtr<ipc::ObjectReference> ScanObserverService::createReference(ipc::Obje
 
 void ScanObserverService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    try {
-        if (name != "progress") throw fn::RuntimeException("An observer has no method " + name);
-        _callback(ScanProgress::fromValue(argument));
-        sendResult(context, {});
-    } catch (...) {
-        sendError(context, std::current_exception());
-    }
+    if (name != "progress") return sendUnknownMethod(context, name);
+    _callback(ScanProgress::fromValue(argument));
+    sendResult(context);
 }
 
 } // namespace media

@@ -46,35 +46,34 @@ fn::AutoPtr<ipc::ObjectReference> LibraryService::createReference(ipc::ObjectRef
 
 void LibraryService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    try {
-        if (name == "open")
-            open(context, argument.string());
-        else
-            sendResult(context, answer(name, argument));
-    } catch (...) {
-        sendError(context, std::current_exception());
-    }
+    if (name == "open")
+        open(context, argument.string());
+    else if (name == "beginScan")
+        sendResult(context, catalogue().beginScan(argument.string()).toValue());
+    else if (name == "compare")
+        sendResult(context, compare(argument));
+    else if (name == "store")
+        sendResult(context, store(argument));
+    else if (name == "finishScan")
+        sendResult(context, catalogue().finishScan(ScanId::fromValue(argument)).toValue());
+    else
+        sendUnknownMethod(context, name);
 }
 
-fn::Value LibraryService::answer(const fn::String& name, const fn::Value& argument)
+fn::Value LibraryService::compare(const fn::Value& argument)
 {
-    if (name == "beginScan") return catalogue().beginScan(argument.string()).toValue();
-    if (name == "finishScan") return catalogue().finishScan(ScanId::fromValue(argument)).toValue();
-
-    const auto scan = ScanId::fromValue(argument.at("scan"));
     const auto& files = argument.at("files");
-    if (name == "compare") {
-        const auto positions = catalogue().compare(scan, fromValues<FoundFile>(files));
-        FN_LOG_TO(
-            category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), files.size());
-        return fn::Value::Array(positions.begin(), positions.end());
-    }
-    if (name == "store") {
-        catalogue().store(scan, fromValues<ScannedFile>(files));
-        FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", files.size());
-        return {};
-    }
-    throw fn::RuntimeException("The library has no method " + name);
+    const auto positions = catalogue().compare(ScanId::fromValue(argument.at("scan")), fromValues<FoundFile>(files));
+    FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), files.size());
+    return fn::Value::Array(positions.begin(), positions.end());
+}
+
+fn::Value LibraryService::store(const fn::Value& argument)
+{
+    const auto& files = argument.at("files");
+    catalogue().store(ScanId::fromValue(argument.at("scan")), fromValues<ScannedFile>(files));
+    FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", files.size());
+    return {};
 }
 
 MediaLibrary& LibraryService::catalogue()
@@ -124,7 +123,7 @@ void LibraryService::openOnceFree(const CallContext& context, const fn::String& 
             auto catalogue = std::make_unique<MediaLibrary>(dataFolder + "/catalogue.sqlite");
             catalogue->open();
             _catalogue = std::move(catalogue);
-            sendResult(context, {});
+            sendResult(context);
         } else if (attemptsLeft == 0) {
             throw fn::with(
                 fn::RuntimeException("The catalogue is in use by another run", fn::Exception::StackTrace::None),

@@ -19,7 +19,8 @@ private:
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
 
-    fn::Value answer(const fn::String& name, const fn::Value& argument);
+    fn::Value compare(const fn::Value& argument);
+    fn::Value store(const fn::Value& argument);
     void open(const CallContext& context, const fn::String& dataFolder);
     void openOnceFree(const CallContext& context, const fn::String& dataFolder, int attemptsLeft);
     MediaLibrary& catalogue();

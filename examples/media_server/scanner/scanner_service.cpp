@@ -22,12 +22,10 @@ fn::AutoPtr<ipc::ObjectReference> ScannerService::createReference(ipc::ObjectRef
 
 void ScannerService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    try {
-        if (name != "scan") throw fn::RuntimeException("The scanner has no method " + name);
+    if (name == "scan")
         scan(context, argument);
-    } catch (...) {
-        sendError(context, std::current_exception());
-    }
+    else
+        sendUnknownMethod(context, name);
 }
 
 void ScannerService::scan(const CallContext& context, const fn::Value& argument)

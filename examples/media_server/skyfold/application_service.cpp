@@ -1,5 +1,4 @@
 #include "skyfold/application_service.h"
-#include "foundation/exceptions.h"
 
 namespace media {
 
@@ -18,24 +17,20 @@ fn::AutoPtr<ipc::ObjectReference> ApplicationService::createReference(ipc::Objec
 
 void ApplicationService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    try {
-        if (name == "options") {
-            sendResult(context, _owner.options().toValue());
-        } else if (name == "nextScan") {
-            _owner.nextScan([self = fn::AutoPtr(this), context](const std::optional<RunOptions>& options) {
-                self->sendResult(context, options ? options->toValue() : fn::Value());
-            });
-        } else if (name == "announce") {
-            _owner.announce(argument.string());
-            sendResult(context, {});
-        } else if (name == "finish") {
-            _owner.finish(argument.at("exitCode").to<int>(), argument.at("message").string());
-            sendResult(context, {});
-        } else {
-            throw fn::RuntimeException("The application has no method " + name);
-        }
-    } catch (...) {
-        sendError(context, std::current_exception());
+    if (name == "options") {
+        sendResult(context, _owner.options().toValue());
+    } else if (name == "nextScan") {
+        _owner.nextScan([self = fn::AutoPtr(this), context](const std::optional<RunOptions>& options) {
+            self->sendResult(context, options ? options->toValue() : fn::Value());
+        });
+    } else if (name == "announce") {
+        _owner.announce(argument.string());
+        sendResult(context);
+    } else if (name == "finish") {
+        _owner.finish(argument.at("exitCode").to<int>(), argument.at("message").string());
+        sendResult(context);
+    } else {
+        sendUnknownMethod(context, name);
     }
 }
 

@@ -15,13 +15,7 @@ void Inspector::inspect(const fn::Value& action, const fn::Value& refererAction,
 
 void Inspector::sendResult(const CallContext& context, const InspectionResult& result)
 {
-    const auto published = _published.lock();
-    if (!published) return;
-    try {
-        published->sendResult(context, result.serialize());
-    } catch (...) { // The browser hears of it also where this is called late, outside of the call.
-        published->sendError(context, std::current_exception());
-    }
+    if (const auto published = _published.lock()) published->sendResult(context, result.serialize());
 }
 
 } // namespace core

@@ -22,11 +22,7 @@ void InspectorImpl::onMethodCall(const CallContext& context, const fn::String& n
 {
     if (name != "inspect") return;
     _inspector->_published = fn::WeakPtr(this); // The answer takes the way of the call, whoever else publishes it.
-    try {
-        _inspector->inspect(argument.get("action"), argument.get("refererAction"), context);
-    } catch (...) {
-        sendError(context, std::current_exception());
-    }
+    _inspector->inspect(argument.get("action"), argument.get("refererAction"), context);
 }
 
 } // namespace core

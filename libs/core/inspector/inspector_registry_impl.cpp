@@ -18,19 +18,15 @@ fn::AutoPtr<ipc::ObjectReference> InspectorRegistryImpl::createReference(ipc::Ob
 
 void InspectorRegistryImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    try {
-        if (name == "registerInspector") {
-            sendResult(context, registerInspector(context, argument));
-        } else if (name == "unregisterInspector") {
-            removeRegistration(argument.to<std::uint32_t>());
-            sendResult(context, {});
-        } else if (name == "allInspectors") {
-            sendResult(context, allInspectors());
-        } else if (name == "getInspector") {
-            sendResult(context, getInspector(argument.asString()));
-        }
-    } catch (...) {
-        sendError(context, std::current_exception());
+    if (name == "registerInspector") {
+        sendResult(context, registerInspector(context, argument));
+    } else if (name == "unregisterInspector") {
+        removeRegistration(argument.to<std::uint32_t>());
+        sendResult(context);
+    } else if (name == "allInspectors") {
+        sendResult(context, allInspectors());
+    } else if (name == "getInspector") {
+        sendResult(context, getInspector(argument.asString()));
     }
 }
 
