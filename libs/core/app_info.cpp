@@ -33,10 +33,10 @@ AppInfo::AppInfo(const char* shortName, const char* displayName, const char* pub
 
 void AppInfo::initialize(App app) { fn::Environment::set(appVariable, fn::String::number(static_cast<int>(app))); }
 
-AppInfo& AppInfo::instance()
+AppInfo* AppInfo::find()
 {
     static AppInfo* existing = nullptr;
-    if (existing) return *existing;
+    if (existing) return existing;
 
     const auto app = fn::Environment::get(appVariable);
     if (app) {
@@ -47,9 +47,15 @@ AppInfo& AppInfo::instance()
             break;
         }
     }
+    return existing;
+}
+
+AppInfo& AppInfo::instance()
+{
+    auto* const existing = find();
     if (!FN_ASSERT(existing, "libs/core/app_info", 1, "core::AppInfo::instance", "initialized")) {
         throw fn::with(fn::RuntimeException("The application is not known: AppInfo::initialize has not been called"),
-            fn::DetailInfo { fn::String(appVariable) + ": " + app.value_or("not set") });
+            fn::DetailInfo { fn::String(appVariable) + ": " + fn::Environment::get(appVariable).value_or("not set") });
     }
     return *existing;
 }

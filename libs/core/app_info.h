@@ -21,6 +21,7 @@ public:
     /// The instance of the process, made at the first call and never destroyed. Where neither this process nor its parent
     /// has called `initialize()` that is reported as a broken invariant, and `fn::RuntimeException` is thrown.
     static AppInfo& instance();
+    static AppInfo* find(); ///< The same, but null where nobody has called `initialize()`.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
     fn::String applicationDisplayName() const { return _displayName; } ///< For people.

@@ -4,6 +4,7 @@
 #include "core/ipc/registry.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
+#include "foundation/unhandled_exception.h"
 #include "foundation/weak_ptr.h"
 #include <algorithm>
 
@@ -31,12 +32,16 @@ fn::AutoPtr<ObjectReference> RegistryImpl::createReference(ObjectReferenceInitia
 
 void RegistryImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
-    if (name == "getInstance")
-        getInstance(context, argument);
-    else if (name == "registerInstance")
-        registerInstance(context, argument);
-    else if (name == "setInstancesHidden")
-        setInstancesHidden(context, argument.toBool());
+    try {
+        if (name == "getInstance")
+            getInstance(context, argument);
+        else if (name == "registerInstance")
+            registerInstance(context, argument);
+        else if (name == "setInstancesHidden")
+            setInstancesHidden(context, argument.toBool());
+    } catch (...) {
+        fn::unhandledException(); // Arguments that make no sense are not answered.
+    }
 }
 
 // --- Looking up
@@ -89,9 +94,10 @@ void RegistryImpl::onWaitOver(const WaiterKey& key)
     if (!ended) return;
     const auto& [context, timer] = ended.mapped();
     takeOut(_waitersOf, context.workerId, ended.key());
-    sendError(context,
-        fn::OperationTimedOutException("Object of class " + ended.key().first + " is not available. Try restarting "
-            + core::AppInfo::instance().applicationDisplayName()));
+    auto message = "Object of class " + ended.key().first + " is not available";
+    if (const auto* application = core::AppInfo::find())
+        message += ". Try restarting " + application->applicationDisplayName();
+    sendError(context, fn::OperationTimedOutException(message));
 }
 
 void RegistryImpl::answerWaiters(const fn::String& className, const fn::AutoPtr<ObjectReference>& reference)
