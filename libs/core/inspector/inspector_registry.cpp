@@ -20,6 +20,10 @@ fn::Promise<unsigned int> InspectorRegistry::registerInspector(
         return fn::Promise<unsigned int>::rejected(
             std::make_exception_ptr(ipc::ObjectDeadException(fn::Exception::StackTrace::Capture)));
     }
+    if (!inspector) {
+        return fn::Promise<unsigned int>::rejected(
+            std::make_exception_ptr(fn::NullPointerException("There is no inspector to register")));
+    }
     const auto published = fn::makeAuto<InspectorImpl>(worker(), inspector);
     return callMethod("registerInspector", fn::Value::map({ { "name", name }, { "reference", published } }))
         .then([](fn::Value&& id) { return id.to<unsigned int>(); });

@@ -2,6 +2,7 @@
 #include "core/inspector/inspector_reference.h"
 #include "core/inspector/inspector_registry_impl.h"
 #include "core/ipc/registry.h"
+#include "foundation/unhandled_exception.h"
 
 namespace core {
 
@@ -9,7 +10,17 @@ void registerInspectorRegistry(ipc::Worker& worker)
 {
     const auto service = fn::makeAuto<InspectorRegistryImpl>(worker);
     worker.registerObjectReferenceClass<InspectorReference>();
-    worker.registry()->registerObject(service, 0);
+    worker.registry()
+        ->registerObject(service, 0)
+        .then([] {},
+            [](const std::exception_ptr& failure) {
+                try {
+                    std::rethrow_exception(failure);
+                } catch (const ipc::ObjectDeadException&) { // The worker ends.
+                } catch (...) {
+                    fn::unhandledException(); // Nobody will find the service.
+                }
+            });
 }
 
 } // namespace core

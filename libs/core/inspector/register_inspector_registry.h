@@ -4,7 +4,8 @@
 namespace core {
 
 /// Creates the inspector service in a worker that is connected, and offers it to all others. Once in the system; the usual
-/// place is the hub's own worker, from `Dispatcher::onReady()` on. On the worker's loop.
+/// place is the hub's own worker, from `Dispatcher::onReady()` on. On the worker's loop, which must be running. A failure goes to
+/// `fn::unhandledException()`.
 FN_EXPORT void registerInspectorRegistry(ipc::Worker& worker);
 
 } // namespace core

@@ -336,6 +336,8 @@ TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
 
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 {
+    EXPECT_EQ(ask([&] { return publishing->registerInspector("None", nullptr); }).error(),
+        "NullPointerException: There is no inspector to register");
     const auto call = [&](const char* method, const Value& argument) {
         auto outcome = ask([&] { return browsing->callMethod(method, argument); });
         return outcome.isFulfilled() ? outcome.value().toString().toStdString() : outcome.error();
