@@ -19,12 +19,12 @@ Application::~Application() = default;
 
 fn::Promise<RunOptions> Application::options()
 {
-    return callMethod("options", {}).then([](fn::Value&& options) { return RunOptions::fromValue(options); });
+    return callMethod("options").then([](fn::Value&& options) { return RunOptions::fromValue(options); });
 }
 
 fn::Promise<std::optional<RunOptions>> Application::nextScan()
 {
-    return callMethod("nextScan", {}).then([](fn::Value&& options) -> std::optional<RunOptions> {
+    return callMethod("nextScan").then([](fn::Value&& options) -> std::optional<RunOptions> {
         if (options.isNil()) return std::nullopt;
         return RunOptions::fromValue(options);
     });

@@ -36,7 +36,7 @@ fn::Promise<void> InspectorRegistry::unregisterInspector(unsigned int id)
 
 fn::Promise<std::map<fn::String, fn::String>> InspectorRegistry::allInspectors()
 {
-    return callMethod("allInspectors", {}).then([](fn::Value&& answer) {
+    return callMethod("allInspectors").then([](fn::Value&& answer) {
         std::map<fn::String, fn::String> names;
         for (const auto& [key, name] : answer.entries()) names.emplace(key.asString(), name.asString());
         return names;

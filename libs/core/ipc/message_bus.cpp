@@ -26,7 +26,7 @@ void MessageBus::onEvent(const fn::String& name, const fn::Value& argument)
 
 fn::Promise<void> MessageBus::getStickyMessages()
 {
-    const auto call = callMethod(bus::GET_STICKY_MESSAGES, {});
+    const auto call = callMethod(bus::GET_STICKY_MESSAGES);
     auto done = fn::Promise<void>::create();
     done.onCancel([call] { call.cancel(); });
     call.then(

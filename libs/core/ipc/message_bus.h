@@ -10,14 +10,19 @@ class FN_EXPORT MessageBus final : public fn::MessageBus, public CallableObjectR
 public:
     explicit MessageBus(ObjectReferenceInitializer& initializer);
 
+    using fn::MessageBus::onMessage;
+    MessageSignal& onMessage(const char* name) { return onMessage(fn::String(name)); }
+
     static bool isInstalled(); ///< Whether this process's bus spans all processes. Default loop's thread.
 
     /// Fetches the sticky bodies posted so far and delivers each one here. Fulfilled when all are delivered.
+    /// Needs a running loop.
     fn::Promise<void> getStickyMessages();
 
     ~MessageBus() override;
 
 protected:
+    using CallableObjectReference::onMessage; // Of this object; nothing that a listener asks for.
     void sendMessage(const fn::String& name, fn::Value&& body, bool sticky) override;
     void onEvent(const fn::String& name, const fn::Value& argument) override;
 };

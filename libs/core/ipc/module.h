@@ -47,7 +47,10 @@ private:
     static std::vector<Module*> _connectedModules; // One of them starts it anew when the bus ends with its module.
 
     void workerDidConnect(Worker& worker) override;
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Woverloaded-virtual" // Who overrides the public one hides this one, to no harm.
     bool wantsIdleTermination(Worker&) override { return wantsIdleTermination(); }
+#pragma GCC diagnostic pop
     bool workerCanTerminate(Worker&) override { return _connected && canTerminate(); }
     void workerRequestsTermination(Worker&) override { terminate(); }
     void aboutToQuit(Worker&) override { onAboutToQuit(); }

@@ -13,7 +13,9 @@ public:
     explicit Registry(ObjectReferenceInitializer& initializer);
 
     /// Offers an instance under its reference's class name until its worker dies. Look-ups get the highest priority; among
-    /// equal ones the latest. The registry keeps the instance alive, here and there.
+    /// equal ones the latest. The registry keeps the instance alive, here and there. Fails where the instance belongs to another
+    /// worker or was made before this one was connected, or where there are too many (core/ipc/limits.h); once the registry
+    /// has gone with `ipc::ObjectDeadException`. Needs a running loop.
     fn::Promise<void> registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority);
 
     /// The instance shared as T (a reference class, which is registered with the worker where nobody has done that); waits up

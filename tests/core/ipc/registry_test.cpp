@@ -5,6 +5,7 @@
 #include "core/ipc/message_bus.h"
 #include "core/ipc/registry_impl.h"
 #include "foundation/exceptions.h"
+#include "foundation/system/environment.h"
 #include "foundation/time/clock.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
@@ -81,6 +82,8 @@ protected:
     std::unique_ptr<test::Client> a, b, user;
 };
 
+using RegistryDeathTest = RegistryTest;
+
 } // namespace
 
 TEST_F(RegistryTest, GivesTheHighestPriorityAndOfEqualOnesTheLatest)
@@ -117,6 +120,23 @@ TEST_F(RegistryTest, WaitersAreAnsweredOnceByWhoComesFirst)
     EXPECT_TRUE(waiting[0].isFulfilled());
     auto negative = look(fn::Duration::seconds(-5));
     EXPECT_TRUE(negative.isFulfilled()) << "what is there is found without waiting";
+}
+
+TEST_F(RegistryDeathTest, AHubWithoutANameAnswersWhoWaitsAllTheSame)
+{
+    GTEST_FLAG_SET(
+        death_test_style, "threadsafe"); // A process of its own, in which nobody has known the application yet.
+    EXPECT_EXIT(
+        {
+            fn::Environment::unset("ManagerAppType");
+            const auto outcome = look(fn::Duration::seconds(1));
+            clock.advance(fn::Duration::seconds(1));
+            settle();
+            std::fputs(outcome.error().c_str(), stderr);
+            std::_Exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "OperationTimedOutException: Object of class test::ServiceReference is not available$");
 }
 
 TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrFails)
@@ -283,7 +303,7 @@ TEST_F(RegistryTest, TheBusReachesEverybodyAndKeepsTheLatestStickyBodies)
             .object<ipc::MessageBus>();
     ASSERT_EQ(&fn::MessageBus::instance(), bus.get());
     std::vector<std::pair<fn::String, Value>> heard;
-    const auto listener = fn::MessageBus::instance().onMessage("com.x").connect(
+    const auto listener = bus->onMessage("com.x").connect(
         [&](const fn::String& name, const Value& body) { heard.emplace_back(name, body); });
     loop.post([] {
         auto& instance = fn::MessageBus::instance();

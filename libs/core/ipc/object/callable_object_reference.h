@@ -16,13 +16,14 @@ public:
     ///    argument threw;
     ///  - cancelled by the caller: the instance is told, an answer on its way is ignored.
     /// Until then the reference stays alive.
-    /// There is no time-out: where the instance does not answer, the promise stays pending. A promise without an outcome to
-    /// take (`then()`) may be dropped; `then()` needs a running loop.
+    /// There is no time-out: where the instance does not answer, the promise stays pending. Dropping it cancels nothing;
+    /// `then()` needs a running loop.
     fn::Promise<fn::Value> callMethod(const fn::String& name, const fn::Value& argument = {});
 
     ~CallableObjectReference() override;
 
 protected:
+    /// An override hands what is not its own to this one: answers and events arrive here.
     void onMessage(const fn::Value& message) override;
     void onObjectDead() override; ///< Rejects the pending calls; what an override leaves is rejected after it.
 

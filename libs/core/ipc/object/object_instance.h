@@ -24,7 +24,8 @@ public:
     fn::AutoPtr<ObjectReference> localReference();
 
     /// Sends a message to the references of one worker, or (NO_WORKER_ID) of all. From a constructor it leaves after
-    /// construction, in the order of the calls.
+    /// construction, in the order of the calls. Throws what encoding throws, then and there; what leaves later gives that to
+    /// `fn::unhandledException()`.
     void sendMessage(WorkerId workerId, const fn::Value& value);
     void broadcast(const fn::Value& value) { sendMessage(NO_WORKER_ID, value); }
 
@@ -39,7 +40,7 @@ protected:
 
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 
-    /// The reference class that matches this one. Default: a plain ObjectReference.
+    /// A new reference of the class that matches this one, never null. Default: a plain ObjectReference.
     virtual fn::AutoPtr<ObjectReference> createReference(ObjectReferenceInitializer& initializer);
 
 private:

@@ -1,6 +1,6 @@
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
