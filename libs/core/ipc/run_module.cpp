@@ -38,8 +38,11 @@ void endModule(std::unique_ptr<Module> module)
 {
     auto& loop = fn::RunLoop::defaultLoop();
     const auto last = std::make_shared<LastTurns>();
-    const auto bound = loop.schedule(mostTime, [last] { last->finish(); });
-    loop.post([&] { module->close([last] { last->next(); }); });
+    fn::Handle bound;
+    loop.post([&] {
+        bound = loop.schedule(mostTime, [last] { last->finish(); });
+        module->close([last] { last->next(); });
+    });
     while (!last->isOver) loop.run(); // A stop may be left of what has ended the module.
 }
 

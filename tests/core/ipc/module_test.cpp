@@ -146,6 +146,7 @@ TEST_F(ModuleTest, EndsItsProcessWithTheApplicationButNotTheMainProcess)
     ASSERT_TRUE(test::runUntil(loop, [&] { return told.size() == 2; }));
     hub.signal(SIGTERM);
     ASSERT_TRUE(test::runUntil(loop, [&] { return only->terminations > 0; }));
+    EXPECT_TRUE(only->worker().isConnected()) << "as soon as it is told";
     ASSERT_TRUE(test::runUntil(loop, [&] { return !within->worker().isConnected(); }));
     EXPECT_EQ(within->terminations, 0);
     only.reset();
