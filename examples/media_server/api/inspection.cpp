@@ -44,7 +44,7 @@ void publish(ipc::Worker& worker, const fn::String& name, const fn::AutoPtr<core
         })
         .then([](unsigned int&&) {},
             [name](std::exception_ptr failure) {
-                FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/api",
+                FN_LOG_TO(category(), logPriority(failure), {}, "examples/media_server/api",
                     "The inspector {} is missing: {}", name.view(), describe(failure));
             });
 }

@@ -1,5 +1,7 @@
 #include "api/text.h"
+#include "core/ipc/object/object_dead_exception.h"
 #include "foundation/exception.h"
+#include "foundation/logging/logging.h"
 #include <fmt/format.h>
 #include <glib.h>
 #include <iterator>
@@ -40,6 +42,17 @@ std::string describe(std::exception_ptr failure)
         return printable(exception.what());
     } catch (...) {
         return "unknown failure";
+    }
+}
+
+int logPriority(std::exception_ptr failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const ipc::ObjectDeadException&) {
+        return fn::logging::Debug;
+    } catch (...) {
+        return fn::logging::Warning;
     }
 }
 

@@ -12,4 +12,8 @@ FN_EXPORT std::string printable(std::string_view text);
 /// What a failure says to people: its message and the file concerned, printable.
 FN_EXPORT std::string describe(std::exception_ptr failure);
 
+/// How a failure of a call is logged: as a warning; what the end of a worker explains, as at the end of the application, is
+/// nothing that people need to see.
+FN_EXPORT int logPriority(std::exception_ptr failure);
+
 } // namespace media

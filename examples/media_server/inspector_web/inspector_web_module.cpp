@@ -98,7 +98,7 @@ private:
             .then([line](fn::AutoPtr<Application>&& application) { return application->announce(line); })
             .then([] {},
                 [](std::exception_ptr failure) {
-                    FN_LOG_TO(category(), fn::logging::Warning, {}, "examples/media_server/inspector_web",
+                    FN_LOG_TO(category(), logPriority(failure), {}, "examples/media_server/inspector_web",
                         "The address is not announced: {}", describe(failure));
                 });
     }
