@@ -22,11 +22,11 @@ void awaitChildren(fn::uv::Loop& loop, fn::Duration most)
         loop.stop();
     });
     // The loop itself waits for children in the turn in which they end, and drops them in it: so look behind that.
-    const fn::uv::SignalWatcher ended(loop, SIGCHLD, [&loop] {
-        loop.post([&loop] {
-            if (!hasChildren()) loop.stop();
-        });
-    });
+    const auto look = [&loop] {
+        if (!hasChildren()) loop.stop();
+    };
+    const fn::uv::SignalWatcher ended(loop, SIGCHLD, [&] { loop.post(look); });
+    loop.post(look); // For those whose end has been signalled already, but not seen by the loop.
     while (!isOver && hasChildren()) loop.run();
 }
 
