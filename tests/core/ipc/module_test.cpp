@@ -108,16 +108,6 @@ TEST_F(ModuleTest, TheBusStaysForTheOthersWhenTheModuleThatStartedItEnds)
     EXPECT_EQ(told.size(), 2u) << "connected once";
 }
 
-TEST_F(ModuleTest, AModuleThatGoesWhileItsBusStartIsPendingHarmsNobody)
-{
-    auto first = module("first");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return first->worker().isConnected(); }));
-    first.reset();
-    const auto second = module("second");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !told.empty(); }));
-    EXPECT_EQ(told, std::vector<std::string> { "second" });
-}
-
 TEST_F(ModuleTest, WhoWaitsForTheBusStartOfAModuleThatGoesStartsItAnew)
 {
     auto first = module("first");
