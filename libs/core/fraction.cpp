@@ -1,6 +1,7 @@
 #include "core/fraction.h"
 #include "core/detail/stream_form.h"
 #include "foundation/mpack/serializer.h"
+#include <cstdlib>
 #include <limits>
 #include <utility>
 
@@ -44,6 +45,18 @@ void Fraction::swap(Fraction& other) noexcept
 {
     std::swap(_numerator, other._numerator);
     std::swap(_denominator, other._denominator);
+}
+
+int Fraction::valueOrder(const Fraction& a, const Fraction& b) noexcept
+{
+    if (!a.valid() || !b.valid()) return static_cast<int>(b.valid()) - static_cast<int>(a.valid());
+    // Over positive denominators: the sign moves to the numerator. At most 2^62.
+    const auto scaled = [](const Fraction& fraction, const Fraction& other) {
+        const std::int64_t numerator = fraction._numerator;
+        return (fraction._denominator < 0 ? -numerator : numerator) * std::abs(std::int64_t { other._denominator });
+    };
+    const auto left = scaled(a, b), right = scaled(b, a);
+    return left < right ? -1 : left > right;
 }
 
 void Fraction::serialize(fn::OutputStream& stream) const

@@ -15,7 +15,8 @@ namespace core {
 /// A denominator of 0 marks an invalid fraction; the default is 0/0.
 ///
 /// Comparisons multiply crosswise in 32 bits and wrap, so that they agree between processes of any age; they order
-/// fractions by size as long as the products fit.
+/// fractions by size as long as the products fit. As values, keys of maps among them, fractions have an order of their own:
+/// `valueOrder()`.
 class FN_EXPORT Fraction {
 public:
     Fraction() noexcept = default;
@@ -51,6 +52,10 @@ public:
     friend bool operator>=(const Fraction& a, const Fraction& b) noexcept { return !(a < b); }
     friend bool operator<=(const Fraction& a, const Fraction& b) noexcept { return a == b || a < b; }
     friend bool operator>(const Fraction& a, const Fraction& b) noexcept { return !(a == b) && !(a < b); }
+
+    /// The order of the values that hold them, exact by size: 1/2, 2/4 and -1/-2 are one key. Invalid fractions are equal
+    /// to each other, and last.
+    static int valueOrder(const Fraction& a, const Fraction& b) noexcept;
 
     /// Two MessagePack integers, numerator and denominator.
     void serialize(fn::OutputStream& stream) const;

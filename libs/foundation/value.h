@@ -28,7 +28,7 @@ class FN_EXPORT BoxBase : public RefCountedBase {
 public:
     virtual const std::type_info& type() const noexcept = 0;
     virtual String toString() const = 0;
-    /// Order among boxes of the same type; for types without an order: by address. Equal boxes give 0.
+    /// Order among boxes of the same type. Equal boxes give 0.
     virtual int compare(const BoxBase& other) const noexcept = 0;
 
 protected:
@@ -43,10 +43,18 @@ struct MapStorage;
 template <typename T>
 concept Integral = std::integral<T> && !std::same_as<std::remove_cv_t<T>, bool>;
 
+template <typename T>
+concept HasValueOrder = requires(const T& a, const T& b)
+{
+    T::valueOrder(a, b);
+};
+
 } // namespace internal
 
-/// Types that a Value boxes. A type joins by specialising this to true; it needs a copy constructor and `toString()`,
-/// and may have `==` and `<`. Where these two leave objects unequal but unordered, their text orders them.
+/// Types that a Value boxes. A type joins by specialising this to true; it needs a copy constructor, `toString()` and a
+/// `<` that orders its objects, since a boxed one may be a key. Where it has an `==` too, their text orders those that
+/// are unequal but unordered. A type whose `<` is no such order says what its order as a value is:
+/// `static int valueOrder(const T& a, const T& b) noexcept`, negative, 0 or positive.
 template <typename T> inline constexpr bool isBoxable = false;
 
 /// A document: nil, boolean, integer, double, text, bytes, array, map with any key, or a boxed object that keeps its exact
@@ -304,6 +312,10 @@ static_assert(sizeof(Value) <= 24);
 namespace internal {
 
 template <typename T> class Box final : public BoxBase {
+    static_assert(
+        HasValueOrder<T> || requires(const T& a, const T& b) { a < b; },
+        "This type cannot be boxed: it has no operator <, by which the values that hold one are ordered");
+
 public:
     explicit Box(T value) : _value(std::move(value)) { }
     const T& value() const noexcept { return _value; }
@@ -311,16 +323,16 @@ public:
     fn::String toString() const override { return _value.toString(); }
     int compare(const BoxBase& other) const noexcept override
     {
-        if constexpr (requires(const T& a, const T& b) { a < b; }) {
-            const auto& theirs = static_cast<const Box&>(other)._value;
-            const int order = _value < theirs ? -1 : theirs < _value ? 1 : 0;
-            if constexpr (requires(const T& a, const T& b) { a == b; }) {
-                if (_value == theirs) return 0;
-                if (order == 0) return _value.toString() < theirs.toString() ? -1 : 1;
-            }
-            return order;
+        const auto& theirs = static_cast<const Box&>(other)._value;
+        if constexpr (HasValueOrder<T>) {
+            return T::valueOrder(_value, theirs);
         } else {
-            return this < &other ? -1 : &other < this ? 1 : 0;
+            if (_value < theirs) return -1;
+            if (theirs < _value) return 1;
+            if constexpr (requires(const T& a, const T& b) { a == b; }) {
+                if (!(_value == theirs)) return fn::String::compare(_value.toString(), theirs.toString());
+            }
+            return 0;
         }
     }
 

@@ -85,6 +85,25 @@ TEST(Fraction, ComparisonsWrapIn32BitsAndLookAtValidityOnlyWhereTheyShould)
     }
 }
 
+TEST(Fraction, IsAKeyByItsExactSize)
+{
+    // Ascending; within a group all are one key. Most products of them do not fit in 32 bits.
+    const std::vector<std::vector<Fraction>> groups = { { { least, 1 } }, { { most, -1 } },
+        { { -1, 2 }, { 1, -2 }, { 1 << 30, least } }, { { 0, 5 }, { 0, least } }, { { 1, most } },
+        { { 1, 2 }, { 2, 4 }, { -1, -2 } }, { { 23976, 1000 } }, { { 2400000, 100100 }, { 24000, 1001 } },
+        { { 2997000, 100000 } }, { { 30000, 1001 } }, { { 5994006, 100000 } }, { { most, 1 } }, { { least, -1 } },
+        { { 0, 0 }, { 7, 0 }, { -7, 0 } } };
+    for (std::size_t a = 0; a < groups.size(); ++a) {
+        for (std::size_t b = 0; b < groups.size(); ++b) {
+            for (const auto& left : groups[a]) {
+                for (const auto& right : groups[b]) {
+                    EXPECT_EQ(fn::Value(left) <=> fn::Value(right), a <=> b) << left.toString() << right.toString();
+                }
+            }
+        }
+    }
+}
+
 TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
 {
     struct Row {

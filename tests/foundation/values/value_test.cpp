@@ -90,6 +90,7 @@ TEST(Value, OrdersBoxesWithoutTakingTheUnorderedForEqual)
     EXPECT_EQ(warm, Value(Temperature { 20 }));
     EXPECT_NE(broken, warm);
     EXPECT_EQ(broken<warm, warm> broken);
+    EXPECT_EQ(broken, Value(Temperature { std::nan("") })) << "found again as a key";
     EXPECT_NE(warm, Value(fn::Timestamp(20)));
     EXPECT_LT(Value(Value::MAP), cold);
     const auto thing = fn::makeAuto<Thing>(), other = fn::makeAuto<Thing>();
