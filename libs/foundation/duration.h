@@ -1,6 +1,7 @@
 #pragma once
 #include <compare>
 #include <cstdint>
+#include <fmt/format.h>
 
 namespace fn {
 
@@ -40,3 +41,15 @@ private:
 };
 
 } // namespace fn
+
+/// In the largest unit that says it exactly: "2 s", "1500 ms", "-7 us".
+template <> struct fmt::formatter<fn::Duration> {
+    constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
+    template <typename Context> auto format(fn::Duration duration, Context& context) const
+    {
+        const auto count = duration.totalMicroseconds();
+        if (count % 1'000'000 == 0) return fmt::format_to(context.out(), "{} s", count / 1'000'000);
+        if (count % 1'000 == 0) return fmt::format_to(context.out(), "{} ms", count / 1'000);
+        return fmt::format_to(context.out(), "{} us", count);
+    }
+};

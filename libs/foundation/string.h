@@ -3,6 +3,7 @@
 #include "foundation/word_pair.h"
 #include <bit>
 #include <compare>
+#include <concepts>
 #include <cstdint>
 #include <cstring>
 #include <fmt/format.h>
@@ -14,6 +15,14 @@
 #include <vector>
 
 namespace fn {
+
+class String;
+
+namespace internal {
+/// The standard library's texts, and literals.
+template <typename T>
+concept OtherText = std::convertible_to<const T&, std::string_view> && !std::derived_from<T, String>;
+} // namespace internal
 
 /// UTF-8 text of up to 4 GiB - 1 (longer: `fn::RangeException`), 16 bytes large. Texts of up to 15 bytes are stored in
 /// place, longer ones in a shared buffer: copying never copies long text. Bytes that are not UTF-8 are kept as they
@@ -72,10 +81,8 @@ public:
 
     String& operator+=(std::string_view text);
     friend String operator+(const String& a, const String& b) { return concatenate(a, b); }
-    friend String operator+(const String& a, std::string_view b) { return concatenate(a, b); }
-    friend String operator+(std::string_view a, const String& b) { return concatenate(a, b); }
-    friend String operator+(const String& a, const char* b) { return concatenate(a, b); }
-    friend String operator+(const char* a, const String& b) { return concatenate(a, b); }
+    template <internal::OtherText T> friend String operator+(const String& a, const T& b) { return concatenate(a, b); }
+    template <internal::OtherText T> friend String operator+(const T& a, const String& b) { return concatenate(a, b); }
 
     friend bool operator==(const String& a, const String& b) noexcept
     {
@@ -84,9 +91,15 @@ public:
         if (x.first == y.first && x.second == y.second) return true;
         return !a.isInline() && !b.isInline() && a.view() == b.view();
     }
-    friend bool operator==(const String& a, std::string_view b) noexcept { return a.view() == b; }
-    friend bool operator==(const String& a, const char* b) noexcept { return a.view() == b; }
+    template <internal::OtherText T> friend bool operator==(const String& a, const T& b) noexcept
+    {
+        return a.view() == std::string_view(b);
+    }
     friend std::strong_ordering operator<=>(const String& a, const String& b) noexcept { return compare(a, b) <=> 0; }
+    template <internal::OtherText T> friend std::strong_ordering operator<=>(const String& a, const T& b) noexcept
+    {
+        return a.view() <=> std::string_view(b);
+    }
 
     /// Negative, 0, positive.
     static int compare(const String& a, const String& b) noexcept

@@ -357,3 +357,11 @@ template <typename T> const T& Value::boxed() const
 }
 
 } // namespace fn
+
+/// As `toString()`.
+template <> struct fmt::formatter<fn::Value> : fmt::formatter<fn::String> {
+    template <typename Context> auto format(const fn::Value& value, Context& context) const
+    {
+        return fmt::formatter<fn::String>::format(value.toString(), context);
+    }
+};

@@ -54,6 +54,21 @@ TEST(String, OrdersByUnsignedBytesAndCountsZeros)
     EXPECT_LT(String("a long text, first"), String("a long text, second"));
 }
 
+template <typename T> void expectToMixWith(const T& b)
+{
+    EXPECT_EQ(String("a") + b, "ab");
+    EXPECT_EQ(b + String("c"), "bc");
+    EXPECT_TRUE(String("b") == b && b == String("b") && String("a") != b);
+    EXPECT_TRUE(String("a") < b && b < String("c"));
+}
+
+TEST(String, MixesWithTheTextsOfTheStandardLibrary)
+{
+    expectToMixWith(std::string("b"));
+    expectToMixWith(std::string_view("b"));
+    expectToMixWith(String("b"));
+}
+
 TEST(String, SplitsAtLimitsEmptyPartsAndBlanks)
 {
     using Parts = std::vector<String>;

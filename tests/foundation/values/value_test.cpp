@@ -229,6 +229,9 @@ TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
     EXPECT_LT(wide.toString().size(), 10000u);
     EXPECT_LT(wide.detailInfo().size(), 300u);
     EXPECT_EQ(Value(7u).detailInfo(), "integer 7");
+    EXPECT_EQ(fmt::format("{:>4}", Value(7)), "   7");
+    using fn::Duration;
+    EXPECT_EQ(fmt::format("{} {} {}", Duration(2'000'000), Duration(-1500), Duration()), "2 s -1500 us 0 s");
 }
 
 TEST(Timestamp, PrintsTimesBeforeTheEpochAndBeyondTheCalendar)
