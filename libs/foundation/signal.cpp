@@ -96,9 +96,11 @@ SignalBase::SignalBase(SignalBase&& other) noexcept { adoptState(std::exchange(o
 
 SignalBase& SignalBase::operator=(SignalBase&& other) noexcept
 {
-    auto* state = std::exchange(other._state, nullptr); // First: to itself it changes nothing.
-    while (auto* previous = std::exchange(_state, nullptr)) previous->destroy();
-    adoptState(state);
+    // Either list has an owner all the time, since the end of a callable may come back to both of them. The old one goes
+    // last, as `previous` does.
+    SignalBase moved(std::move(other));
+    const SignalBase previous(std::move(*this));
+    adoptState(std::exchange(moved._state, nullptr));
     return *this;
 }
 

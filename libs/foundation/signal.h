@@ -134,8 +134,8 @@ public:
     using Callback = folly::Function<void(Passed<Args>...)>;
 
     Signal() = default;
-    Signal(Signal&&) noexcept = default; ///< The connections follow.
-    Signal& operator=(Signal&&) noexcept = default;
+    Signal(Signal&&) noexcept = default; ///< The connections follow, also a fire that is going on.
+    Signal& operator=(Signal&&) noexcept = default; ///< The same; the connections of this one end, last of all.
     ~Signal() = default;
 
     /// Adds a callback behind the others; a fire that is going on does not call it. On a signal that has fired once the

@@ -100,6 +100,12 @@ TEST(Signal, MayDieOfWhatItsCallablesOwn)
     *handle = other.connect([handle] {});
     handle->invalidate();
     EXPECT_EQ(handle.use_count(), 1);
+
+    // What a callable of the target owns ends the last connection of the source.
+    Signal<> target, source;
+    target.connect([owned = std::make_shared<Handle>(source.connect([] { FAIL(); }))] {}).detach();
+    target = std::move(source);
+    target.fire();
 }
 
 TEST(Signal, LeavesTheConnectionToWhoeverHoldsTheHandle)
