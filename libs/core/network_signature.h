@@ -38,7 +38,7 @@ public:
     /// Calls `listener` with the new text after each change. The listeners are called in the order in which they came; a
     /// listener may add and remove any of them, itself too, and one that is added is not told of the change that is
     /// being told. An exception out of it goes to `fn::unhandledException()` and the next one is called.
-    [[nodiscard]] fn::Handle addChangeListener(folly::Function<void(const fn::String&)> listener);
+    fn::Handle addChangeListener(folly::Function<void(const fn::String&)> listener);
 
     /// The gateways of the Ethernet and wireless adapters that have an IPv4 address others can reach, each once, in the
     /// system's order. `fn::IOException` where the system does not list its adapters. Thread-safe.

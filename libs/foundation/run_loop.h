@@ -42,7 +42,7 @@ public:
 
     /// Runs `task` once, `delay` from now (negative: now; rounded up to milliseconds). Equal times fire in scheduling
     /// order. Destroying the handle cancels it. Loop thread only, or before the loop runs.
-    [[nodiscard]] virtual Handle schedule(Duration delay, Task task) = 0;
+    virtual Handle schedule(Duration delay, Task task) = 0;
 
     /// The clock that timers of this loop follow.
     virtual const Clock& clock() const = 0;

@@ -140,7 +140,7 @@ public:
 
     /// Adds a callback behind the others; a fire that is going on does not call it. On a signal that has fired once the
     /// callback runs at once with the arguments of then, and the handle is empty.
-    [[nodiscard]] Handle connect(Callback callback)
+    Handle connect(Callback callback)
     {
         if (hasFiredOnce()) {
             callAtOnce(callback);

@@ -21,7 +21,7 @@ public:
     /// Calls `listener` after each change with whether there is a network: an adapter that runs and has an address. The
     /// first listener starts the watch, which goes on. Where the system does not tell of changes, or not any more, it is
     /// asked again every 5 seconds, and as soon as it does, the listeners are called once for what they may have missed.
-    [[nodiscard]] Handle addChangeListener(folly::Function<void(bool)> listener);
+    Handle addChangeListener(folly::Function<void(bool)> listener);
 
 private:
     struct Watch;

@@ -23,7 +23,7 @@ public:
     void stop() override;
     void post(Task task) override;
     void postDeletion(Task deletion) override;
-    [[nodiscard]] Handle schedule(Duration delay, Task task) override;
+    Handle schedule(Duration delay, Task task) override;
     const Clock& clock() const override;
     Loop& uvLoop() override { return *this; }
 

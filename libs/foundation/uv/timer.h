@@ -8,10 +8,7 @@ namespace fn::uv {
 class FN_EXPORT Timer {
 public:
     /// `RunLoop::schedule()` on that loop.
-    [[nodiscard]] static Handle schedule(Loop& loop, Duration delay, Task task)
-    {
-        return loop.schedule(delay, std::move(task));
-    }
+    static Handle schedule(Loop& loop, Duration delay, Task task) { return loop.schedule(delay, std::move(task)); }
 };
 
 } // namespace fn::uv
