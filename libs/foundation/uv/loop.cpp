@@ -125,6 +125,7 @@ bool Loop::Private::mayTouch() const noexcept
 
 void Loop::Private::run()
 {
+    if (!FN_ASSERT(!_ended, AssertionFile, 3, "run", "a loop that is being destroyed does not run")) return;
     const auto thread = std::this_thread::get_id();
     const auto previousThread = _thread.exchange(thread);
     auto* const previousLoop = internal::exchangeCurrentLoop(&_owner);

@@ -157,6 +157,7 @@ TEST(Loop, AnInnerRunGoesOnWithWhatWaitsAndItsStopLeavesTheOuterRunning)
 
 TEST(Loop, ItsEndFreesTasksInRoundsAndRunsDeletionsButNothingElse)
 {
+    const test::ExpectAssertions assertions;
     auto loop = std::make_unique<Loop>();
     std::string freed;
     struct Poster {
@@ -179,12 +180,15 @@ TEST(Loop, ItsEndFreesTasksInRoundsAndRunsDeletionsButNothingElse)
     auto timerOfTimer =
         loop->schedule(Duration::seconds(1), [&, held = std::shared_ptr<void>(nullptr, [&, ending](void*) {
             ending->schedule(Duration::seconds(1), [] { FAIL() << "the loop has ended"; }).detach();
+            ending->run();
             freed += "t";
         })] {});
     loop.reset();
     EXPECT_EQ(freed, "3d2d1d01dt0");
     EXPECT_FALSE(timer);
     EXPECT_FALSE(timerOfTimer);
+    EXPECT_THAT(
+        assertions.reports(), ElementsAre("libs/foundation/uv/loop:3 run a loop that is being destroyed does not run"));
 }
 
 TEST(Loop, AThreadMayEndTheLoopWithItsLastPostOrStop)
