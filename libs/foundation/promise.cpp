@@ -1,7 +1,9 @@
 #include "foundation/promise.h"
 #include "foundation/assertion.h"
+#include "foundation/exceptions.h"
 #include "foundation/run_loop.h"
 #include "foundation/unhandled_exception.h"
+#include <unistd.h>
 
 namespace fn::internal {
 
@@ -14,8 +16,19 @@ PromiseNodeBase::~PromiseNodeBase()
 
 void PromiseNodeBase::checkLoop()
 {
-    (void)FN_ASSERT(
-        RunLoop::currentLoop(), "libs/foundation/promise", 482, "then", "Function must be called on main thread");
+    if (RunLoop::currentLoop()) [[likely]]
+        return;
+    const bool isMainThread = gettid() == getpid();
+    reportAssertion({ "libs/foundation/promise", 482, "then",
+        isMainThread ? "Function must be called on main thread, and no loop runs on it"
+                     : "Function must be called on main thread" });
+}
+
+void PromiseNodeBase::refuseCycle(const PromiseNodeBase& upstream) const
+{
+    for (const auto* node = &upstream; node; node = node->_upstream) {
+        if (node == this) throw RuntimeException("A promise cannot follow itself");
+    }
 }
 
 void PromiseNodeBase::await(PromiseHandlerBase& handler)

@@ -62,6 +62,9 @@ protected:
     PromiseNodeBase();
     ~PromiseNodeBase() override;
 
+    /// Throws where `upstream` waits for this node itself: neither would ever be settled.
+    void refuseCycle(const PromiseNodeBase& upstream) const;
+
     enum class Outcome : unsigned char { None, Value, Failure };
 
     PromiseHandlerBase* settle() noexcept; ///< Gives the handler to call, or null if the outcome must be kept.
@@ -147,6 +150,7 @@ template <typename T> void PromiseNode<T>::follow(const Promise<T>& promise)
 {
     auto& node = *promise._node;
     if (cancelled()) return node.cancel();
+    refuseCycle(node);
     linkUpstream(node);
     node.await(*new Follower(*this));
 }
@@ -215,6 +219,7 @@ private:
         static_assert(std::is_void_v<Result> == std::is_void_v<U> || UnwrapPromise<Result>::isPromise,
             "onRejected must give what onFulfilled gives, or a promise of it");
         this->unlinkUpstream();
+        if (this->cancelled()) return end(); // While the outcome was on its way.
         try {
             if constexpr (UnwrapPromise<Result>::isPromise) {
                 this->follow(std::invoke(callable, std::forward<Arguments>(arguments)...));
@@ -296,11 +301,13 @@ public:
     void onCancel(folly::Function<void()> callable) const { _node->onCancel(std::move(callable)); }
 
     /// Ends the promise without a result: its callables never run, what `onCancel()` set does, and then the promise that
-    /// this one was chained to is cancelled, too. Ignored when it has been settled.
+    /// this one was chained to is cancelled, too. Where that one has been settled, the callable that would have given
+    /// this one's result does not run any more. Ignored when it has been settled.
     void cancel() const { _node->cancel(); }
 
     /// Chains: the new promise is fulfilled with what the callable that ran gives, rejected with what it throws, and
-    /// follows a promise that it returns. Without `onRejected` a failure passes on.
+    /// follows a promise that it returns (one that waits for the new promise: `fn::RuntimeException`). Without
+    /// `onRejected` a failure passes on. A loop runs on the calling thread.
     /// `onFulfilled` takes the value (T&&; nothing for void), `onRejected` the std::exception_ptr.
     template <typename F, typename R = internal::Void> auto then(F&& onFulfilled, R&& onRejected = R()) const
     {

@@ -113,11 +113,18 @@ TEST(Promise, FollowsAReturnedPromise)
             watch(
                 Promise<int>::rejected(failure("b")).then([](int value) { return value; }, recovers), log, "recovered");
             watch(Promise<void>::fulfilled().then([] { return Promise<int>(); }), log, "null");
+
+            Promise<void> end;
+            const auto start2 = Promise<void>::create();
+            end = start2.then([&] { return end; }).then([] {});
+            watch(end, log, "circle");
+            start2.fulfill();
+            EXPECT_THAT(log, ElementsAre("pending 1", "circle rejected A promise cannot follow itself"));
         },
         [] {},
         [] {},
         [&] {
-            EXPECT_EQ(log.size(), 4u);
+            EXPECT_EQ(log.size(), 5u);
             EXPECT_THAT(log, testing::Contains("failed rejected a"));
             EXPECT_THAT(log, testing::Contains("recovered 2"));
             EXPECT_THAT(log, testing::Contains(testing::StartsWith("null rejected Attempted to dereference NULL")));
@@ -142,6 +149,8 @@ TEST(Promise, CancellingReachesTheProducerAndNobodyInBetween)
                  root.reject(failure("a"));
                  last.cancel();
                  watch(last, log, "after");
+                 // Its outcome is on its way already.
+                 Promise<int>::fulfilled(1).then([&](int) { log.push_back("must not run"); }).cancel();
              },
         [&] {
             EXPECT_THAT(log, ElementsAre("middle", "root"));
@@ -295,7 +304,7 @@ TEST(Promise, ReportsMisuseAndGoesOn)
         "libs/foundation/promise:277 then There can only be one fulfillment and rejection handler";
     EXPECT_THAT(assertions.reports(),
         ElementsAre(second, "libs/foundation/promise:308 onCancel Cancellation handler already set", second,
-            "libs/foundation/promise:482 then Function must be called on main thread"));
+            "libs/foundation/promise:482 then Function must be called on main thread, and no loop runs on it"));
 }
 
 TEST(Promise, ThrowsFromEveryOperationWhenItIsNull)
