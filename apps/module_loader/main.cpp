@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <string>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <system_error>
@@ -63,6 +65,8 @@ int runModule(const char* library, const char* pipePath, const char* workerTag)
 {
     // Ctrl-C reaches the whole process group; the main program alone decides what it means.
     std::signal(SIGINT, SIG_IGN);
+    static auto& name = *new std::string(std::filesystem::path(library).stem());
+    program_invocation_short_name = name.data(); // By which reports name this process.
     fn::SharedLibrary module;
     module.load(library);
     const auto entryPoint = reinterpret_cast<ipc::ModuleEntryPoint>(module.symbol(ipc::moduleEntryPointName));

@@ -1,4 +1,5 @@
 #include "foundation/assertion.h"
+#include "foundation/debug.h"
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
@@ -11,7 +12,8 @@ void logAssertion(const AssertionSite& site)
 {
     static const auto& category = logging::CategoryManager::instance().getCategory("core.assertion");
     logging::writeChecked(category, logging::Error, {}, { site.file, site.line, site.function },
-        "Assertion failed: {} ({}:{}, {})", site.expression, site.file, site.line, site.function);
+        "Assertion failed in {}: {} ({}:{}, {})", debug::processName(), site.expression, site.file, site.line,
+        site.function);
 }
 
 std::atomic<AssertionHook> currentHook { logAssertion };

@@ -1,7 +1,9 @@
 #include "foundation/debug.h"
+#include <cerrno>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <memory>
+#include <unistd.h>
 
 namespace fn::debug {
 
@@ -15,5 +17,7 @@ String demangleTypeName(const char* mangled)
     const std::unique_ptr<char, Free> readable(abi::__cxa_demangle(mangled, nullptr, nullptr, &status));
     return readable ? readable.get() : mangled;
 }
+
+String processName() { return fmt::format("{}[{}]", program_invocation_short_name, getpid()); }
 
 } // namespace fn::debug

@@ -8,4 +8,7 @@ namespace fn::debug {
 /// depend on the type alone. Unreadable input comes back as it is.
 FN_EXPORT String demangleTypeName(const char* mangled);
 
+/// "scanner[1234]": which process this is, by `program_invocation_short_name` (the module, in a process of its own) and id.
+FN_EXPORT String processName();
+
 } // namespace fn::debug

@@ -94,7 +94,7 @@ void unhandledException() noexcept
     reporting = true;
     const auto exception = currentException();
     try {
-        log("Unhandled exception: ", exception);
+        log(fmt::format("Unhandled exception in {}: ", debug::processName()), exception);
     } catch (...) {
         logging::writeStandardError("Could not log an unhandled exception\n");
     }

@@ -31,7 +31,8 @@ TEST(LoggingProfiles, ServeTheProcessAndFollowTheBus)
         testing::internal::CaptureStderr();
         sink = core::initLoggingProfiles("process");
         EXPECT_THAT(testing::internal::GetCapturedStderr(),
-            testing::AllOf(testing::StartsWith("Unhandled exception: FileException: "), testing::EndsWith("\n")));
+            testing::AllOf(
+                testing::ContainsRegex("^Unhandled exception in .*: FileException: "), testing::EndsWith("\n")));
         EXPECT_EQ(unhandled.messages().size(), 1);
     }
     EXPECT_EQ(core::initLoggingProfiles("other"), sink);

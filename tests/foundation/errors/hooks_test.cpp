@@ -5,6 +5,7 @@
 #include "foundation/unhandled_exception.h"
 #include "support/expectations.h"
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 namespace {
 
@@ -42,7 +43,8 @@ protected:
         test::installFailureHooks();
     }
 
-    fn::AutoPtr<Collector> collector = fn::makeAuto<Collector>(fn::logging::Error);
+    fn::AutoPtr<Collector> collector = fn::makeAuto<Collector>(fn::logging::Warning);
+    const std::string here = fmt::format("in foundation_errors_tests[{}]: ", getpid());
 };
 
 TEST_F(Hooks, LogABrokenInvariantAndGoOn)
@@ -51,7 +53,7 @@ TEST_F(Hooks, LogABrokenInvariantAndGoOn)
     int evaluations = 0;
     EXPECT_TRUE(FN_ASSERT(++evaluations == 1, "libs/a", 1, "f", "fine"));
     EXPECT_FALSE(FN_ASSERT(++evaluations == 1, "libs/a", 2, "f", "broken"));
-    EXPECT_THAT(collector->lines, ElementsAre("core.assertion 1 Assertion failed: broken (libs/a:2, f)"));
+    EXPECT_THAT(collector->lines, ElementsAre("core.assertion 1 Assertion failed " + here + "broken (libs/a:2, f)"));
 
     // A sink that breaks an invariant itself.
     collector->onMessage = [] { (void)FN_ASSERT(false, "libs/a", 3, "g", "within"); };
@@ -77,7 +79,8 @@ TEST_F(Hooks, SurviveHooksThatThrow)
         fn::unhandledException();
     }
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("hook for unhandled exceptions failed"));
-    EXPECT_THAT(collector->lines, testing::Contains("core.exception 1 Unhandled exception: RangeException: lost"));
+    EXPECT_THAT(
+        collector->lines, testing::Contains("core.exception 1 Unhandled exception " + here + "RangeException: lost"));
 }
 
 TEST_F(Hooks, NameEveryKindOfException)
@@ -96,13 +99,12 @@ TEST_F(Hooks, NameEveryKindOfException)
     report(3);
     fn::unhandledException(); // None at all.
     fn::logException(std::out_of_range("c"));
+    const auto unhandledText = "core.exception 1 Unhandled exception " + here;
     EXPECT_THAT(collector->lines,
-        ElementsAre("core.exception 1 Unhandled exception: FileException: a\nPath: /p",
-            "core.exception 1 FileException: a\nPath: /p", "core.exception 1 Unhandled exception: std::out_of_range: b",
-            "core.exception 1 std::out_of_range: b",
-            "core.exception 1 Unhandled exception: exception of an unknown type",
-            "core.exception 1 exception of an unknown type",
-            "core.exception 1 Unhandled exception: std::logic_error: no exception is being handled",
+        ElementsAre(unhandledText + "FileException: a\nPath: /p", "core.exception 1 FileException: a\nPath: /p",
+            unhandledText + "std::out_of_range: b", "core.exception 1 std::out_of_range: b",
+            unhandledText + "exception of an unknown type", "core.exception 1 exception of an unknown type",
+            unhandledText + "std::logic_error: no exception is being handled",
             "core.exception 1 std::out_of_range: c"));
 }
 
