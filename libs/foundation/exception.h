@@ -121,7 +121,7 @@ template <typename E, typename... Infos> E with(E exception, Infos... infos)
     Name::~Name() = default; \
     ::fn::String Name::className() const { return #Name; } \
     void Name::raise() const { throw *this; } \
-    static const bool _registered##Name = ::fn::ExceptionFactory::_registerException(#Name, \
+    static const bool _registered##Name = ::fn::ExceptionFactory::_registerException(#Name, typeid(Name), \
         [](const ::fn::String& message, ::fn::Exception::StackTrace choice) -> std::unique_ptr<::fn::Exception> { \
             return std::make_unique<Name>(message, choice); \
         })

@@ -2,6 +2,7 @@
 #include "foundation/exception.h"
 #include "foundation/exceptions.h"
 #include <memory>
+#include <typeinfo>
 
 namespace fn {
 
@@ -10,9 +11,10 @@ class FN_EXPORT ExceptionFactory {
 public:
     using Factory = std::unique_ptr<Exception> (*)(const String& message, Exception::StackTrace choice);
 
-    /// Registers a class under its name (without namespace), replacing an earlier one. Returns true, for use in an
-    /// initialiser that runs when the library is loaded; no order among libraries is assumed.
-    static bool _registerException(const char* className, Factory factory);
+    /// Registers a class under its name (without namespace). The first type of a name keeps it: another one is told in a log
+    /// line at priority 2, category "core.exception", and arrives elsewhere as the first one. Returns true, for use in
+    /// an initialiser that runs when the library is loaded; no order among libraries is assumed.
+    static bool _registerException(const char* className, const std::type_info& type, Factory factory);
 
     /// An exception of that class; of `fn::RuntimeException` where the name is unknown.
     static std::unique_ptr<Exception> createException(

@@ -3,7 +3,7 @@
 
 namespace fn {
 
-static const bool _registeredException = ExceptionFactory::_registerException("Exception",
+static const bool _registeredException = ExceptionFactory::_registerException("Exception", typeid(Exception),
     [](const String& message, Exception::StackTrace choice) { return std::make_unique<Exception>(message, choice); });
 FN_IMPLEMENT_EXCEPTION(RuntimeException, Exception);
 FN_IMPLEMENT_EXCEPTION(RangeException, RuntimeException);

@@ -1,5 +1,6 @@
 // What can break here: a report that throws, ends the process, or reports itself without end.
 #include "foundation/assertion.h"
+#include "foundation/exception_factory.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
@@ -117,6 +118,18 @@ TEST_F(Hooks, AddTheTraceForThoseWhoWantIt)
     EXPECT_EQ(collector->lines.size(), 2u);
     ASSERT_EQ(debugger->lines.size(), 3u);
     EXPECT_THAT(debugger->lines[1], HasSubstr("AddTheTraceForThoseWhoWantIt"));
+}
+
+TEST_F(Hooks, TellOfAnExceptionClassWhoseNameIsTaken)
+{
+    using fn::ExceptionFactory;
+    const ExceptionFactory::Factory factory = [](const fn::String&, auto) { return std::unique_ptr<fn::Exception>(); };
+    ExceptionFactory::_registerException("RangeException", typeid(fn::RangeException), factory); // Known already.
+    ExceptionFactory::_registerException("RangeException", typeid(Collector), factory);
+    EXPECT_EQ(collector->lines.size(), 1u);
+    EXPECT_THAT(
+        collector->lines[0], testing::StartsWith("core.exception 2 The exception class name RangeException is"));
+    EXPECT_TRUE(dynamic_cast<fn::RangeException*>(ExceptionFactory::createException("RangeException", "a").get()));
 }
 
 } // namespace
