@@ -23,6 +23,7 @@ struct UVErrnoTag;
 struct WinErrorTag;
 struct ErrorCodeTag;
 struct StackTraceTag;
+struct CallTag;
 } // namespace internal
 
 using DetailInfo = ErrorInfo<String, internal::DetailTag>; ///< Free text.
@@ -31,6 +32,7 @@ using ErrnoInfo = ErrorInfo<std::int32_t, internal::ErrnoTag>;
 using UVErrnoInfo = ErrorInfo<std::int32_t, internal::UVErrnoTag>; ///< Negative, as libuv gives it.
 using WinErrorInfo = ErrorInfo<std::uint32_t, internal::WinErrorTag>;
 using ErrorCodeInfo = ErrorInfo<std::int32_t, internal::ErrorCodeTag>; ///< Of no particular system.
+using CallInfo = ErrorInfo<String, internal::CallTag>; ///< What was called, "Class.method"; not part of `what()`.
 using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTraceTag>; ///< A trace from elsewhere.
 
 /// Root of the library's exceptions. Copies share their details until one of them changes.

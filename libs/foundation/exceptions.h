@@ -9,6 +9,8 @@ FN_DECLARE_EXCEPTION(NullPointerException, RuntimeException);
 FN_DECLARE_EXCEPTION(DataFormatException, RuntimeException); ///< Bytes or text that do not follow their format.
 FN_DECLARE_EXCEPTION(EndOfStreamException, RuntimeException);
 FN_DECLARE_EXCEPTION(OperationTimedOutException, RuntimeException);
+FN_DECLARE_EXCEPTION(
+    EndedException, RuntimeException); ///< Who was asked has ended: expected, and no failure of its own.
 FN_DECLARE_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException); ///< Somebody holds that name.
 FN_DECLARE_EXCEPTION(
     IOException, RuntimeException); ///< The system refused an operation; carries errno or the uv errno.

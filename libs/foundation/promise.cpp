@@ -1,27 +1,37 @@
 #include "foundation/promise.h"
 #include "foundation/assertion.h"
+#include "foundation/detail/unseen_failures.h"
 #include "foundation/exceptions.h"
 #include "foundation/run_loop.h"
 #include "foundation/unhandled_exception.h"
 #include <unistd.h>
 
 namespace fn::internal {
+namespace {
+
+[[gnu::cold, gnu::noinline]] void reportNoLoop()
+{
+    const bool isMainThread = gettid() == getpid();
+    reportAssertion({ "libs/foundation/promise", 482, "then",
+        isMainThread ? "Function must be called on main thread, and no loop runs on it"
+                     : "Function must be called on main thread" });
+}
+
+} // namespace
 
 PromiseNodeBase::PromiseNodeBase() = default;
 
 PromiseNodeBase::~PromiseNodeBase()
 {
     if (_handler) _handler->dropped();
+    if (_failure && !_handlerInstalled) [[unlikely]]
+        reportUnseenFailure(_failure);
 }
 
 void PromiseNodeBase::checkLoop()
 {
-    if (RunLoop::currentLoop()) [[likely]]
-        return;
-    const bool isMainThread = gettid() == getpid();
-    reportAssertion({ "libs/foundation/promise", 482, "then",
-        isMainThread ? "Function must be called on main thread, and no loop runs on it"
-                     : "Function must be called on main thread" });
+    if (!RunLoop::currentLoop()) [[unlikely]]
+        reportNoLoop();
 }
 
 void PromiseNodeBase::refuseCycle(const PromiseNodeBase& upstream) const

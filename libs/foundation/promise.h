@@ -252,6 +252,10 @@ private:
 /// run inside `fulfill()` or `reject()`, or in a later task of the run loop when the promise has been settled before.
 /// Copies share one state. Dropping them all cancels nothing. A null promise throws `fn::NullPointerException` from every
 /// operation; misuse is reported as a broken invariant and never thrown. Belongs to the thread of one run loop.
+///
+/// Where a promise fails and all copies go without anybody having called `then()`, the failure is logged at priority 2,
+/// category "core.promise": at most one line a second for what was called (`fn::CallInfo`), with the number of those left
+/// out. Not logged is what says that who was asked has ended (`fn::EndedException`), and what goes with its loop.
 template <typename T> class Promise {
     static_assert(!std::is_reference_v<T>);
 

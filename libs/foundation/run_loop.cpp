@@ -4,13 +4,16 @@
 namespace fn {
 namespace {
 thread_local RunLoop* current = nullptr;
-}
+thread_local int ending = 0;
+} // namespace
 
 RunLoop::~RunLoop() = default;
 
 RunLoop* RunLoop::currentLoop() noexcept { return current; }
 
 RunLoop* internal::exchangeCurrentLoop(RunLoop* loop) noexcept { return std::exchange(current, loop); }
+
+int& internal::endingLoops() noexcept { return ending; }
 
 RunLoop& RunLoop::defaultLoop()
 {

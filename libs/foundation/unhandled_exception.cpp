@@ -1,5 +1,6 @@
 #include "foundation/unhandled_exception.h"
 #include "foundation/debug.h"
+#include "foundation/detail/unseen_failures.h"
 #include "foundation/exception.h"
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/logging/logging.h"
@@ -40,10 +41,9 @@ void logTrace(const Exception& exception)
 
 void log(std::string_view introduction, const std::exception& exception)
 {
-    const auto* ours = dynamic_cast<const Exception*>(&exception);
-    logging::writeChecked(category(), logging::Error, {}, site, "{}{}: {}", introduction,
-        ours ? ours->className() : debug::demangleTypeName(typeid(exception).name()), exception.what());
-    if (ours) logTrace(*ours);
+    logging::writeChecked(
+        category(), logging::Error, {}, site, "{}{}", introduction, internal::exceptionText(exception));
+    if (const auto* ours = dynamic_cast<const Exception*>(&exception)) logTrace(*ours);
 }
 
 // The exception being handled; outside of a catch block that mistake itself.
@@ -65,6 +65,13 @@ void log(std::string_view introduction, const std::exception_ptr& exception)
 }
 
 } // namespace
+
+std::string internal::exceptionText(const std::exception& exception)
+{
+    const auto* ours = dynamic_cast<const Exception*>(&exception);
+    return fmt::format(
+        "{}: {}", ours ? ours->className() : debug::demangleTypeName(typeid(exception).name()), exception.what());
+}
 
 void logException(const std::exception& exception) noexcept
 {

@@ -99,6 +99,7 @@ Loop::Private::Private(Loop& owner, const Clock& clock)
 
 Loop::Private::~Private()
 {
+    ++internal::endingLoops();
     if (_manualClock) _manualClock->remove(*this);
     {
         const std::lock_guard guard(_lock);
@@ -115,6 +116,7 @@ Loop::Private::~Private()
         member->_loop = nullptr;
     }
     destroyTasks();
+    --internal::endingLoops();
 }
 
 bool Loop::Private::mayTouch() const noexcept

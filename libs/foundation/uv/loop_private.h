@@ -17,6 +17,9 @@ namespace fn {
 namespace internal {
 /// Sets what `RunLoop::currentLoop()` gives on this thread, and gives back what it was.
 RunLoop* exchangeCurrentLoop(RunLoop* loop) noexcept;
+
+/// How many loops are being destroyed on this thread.
+int& endingLoops() noexcept;
 } // namespace internal
 
 namespace uv {

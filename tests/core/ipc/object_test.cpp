@@ -185,6 +185,7 @@ TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
         EXPECT_EQ(*exception.find<fn::UVErrnoInfo>(), -2);
         EXPECT_EQ(*exception.find<fn::ErrorCodeInfo>(), 9);
         EXPECT_EQ(*exception.find<fn::DetailInfo>(), "why");
+        EXPECT_EQ(*exception.find<fn::CallInfo>(), "test::ServiceReference.record");
         ASSERT_TRUE(exception.find<fn::ResolvedStackTraceInfo>());
         EXPECT_FALSE(exception.find<fn::ResolvedStackTraceInfo>()->frames.empty());
     }

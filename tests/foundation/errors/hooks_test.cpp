@@ -3,7 +3,10 @@
 #include "foundation/exception_factory.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
+#include "foundation/promise.h"
+#include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
+#include "foundation/uv/loop.h"
 #include "support/expectations.h"
 #include <gmock/gmock.h>
 #include <unistd.h>
@@ -118,6 +121,36 @@ TEST_F(Hooks, AddTheTraceForThoseWhoWantIt)
     EXPECT_EQ(collector->lines.size(), 2u);
     ASSERT_EQ(debugger->lines.size(), 3u);
     EXPECT_THAT(debugger->lines[1], HasSubstr("AddTheTraceForThoseWhoWantIt"));
+}
+
+TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
+{
+    fn::ManualClock clock;
+    auto loop = std::make_unique<fn::uv::Loop>(clock);
+    const auto fail = [](const char* text, const char* call = "") {
+        auto exception = with(fn::RangeException(text), fn::CallInfo { call });
+        return fn::Promise<void>::rejected(std::make_exception_ptr(exception));
+    };
+    loop->post([&] {
+        fail("a", "Greeter.greet");
+        fail("left out", "Greeter.greet");
+        fail("b", "Greeter.part");
+        fn::Promise<void>::rejected(std::make_exception_ptr(fn::EndedException()));
+        fail("looked at").then([] {}, [](std::exception_ptr) {});
+        fail("c").then([] { FAIL(); });
+        loop->post([&] {
+            clock.advance(fn::Duration::seconds(1));
+            fail("d", "Greeter.greet");
+            loop->stop();
+        });
+    });
+    loop->run();
+    loop->post([kept = fail("goes with its loop", "Greeter.end")] {});
+    loop.reset();
+    const std::string start = "core.promise 2 A promise failed and nobody looked: ";
+    EXPECT_THAT(collector->lines,
+        ElementsAre(start + "Greeter.greet: RangeException: a", start + "Greeter.part: RangeException: b",
+            start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)"));
 }
 
 TEST_F(Hooks, TellOfAnExceptionClassWhoseNameIsTaken)

@@ -11,6 +11,19 @@ std::exception_ptr objectDead()
     return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
 }
 
+/// With the call's name in it, for whoever logs it.
+std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, const fn::String& method)
+{
+    if (!failure) return failure;
+    try {
+        std::rethrow_exception(failure);
+    } catch (fn::Exception& exception) {
+        exception.attach(fn::CallInfo { reference.className() + "." + method });
+    } catch (...) {
+    }
+    return failure;
+}
+
 } // namespace
 
 CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& initializer) : ObjectReference(initializer)
@@ -24,7 +37,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
 {
     if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
     const auto requestId = nextRequestId();
-    const auto call = fn::makeAuto<PendingCall>(fn::AutoPtr(this), requestId);
+    const auto call = fn::makeAuto<PendingCall>(fn::AutoPtr(this), name, requestId);
     _pendingCalls.add(call);
     const fn::Promise<fn::Value> promise(call);
     try {
@@ -37,7 +50,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
         sendFields(fields);
     } catch (...) {
         const auto ended = _pendingCalls.take(requestId);
-        promise.reject(std::current_exception());
+        promise.reject(named(std::current_exception(), *this, name));
         return promise;
     }
     return promise;
@@ -85,7 +98,7 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
     } catch (...) {
         failure = std::current_exception(); // A record that cannot be rebuilt still ends the call.
     }
-    ended.call->reject(std::move(failure));
+    ended.call->reject(named(std::move(failure), *this, ended.call->method()));
 }
 
 bool CallableObjectReference::failCall(const fn::Value& message, const std::exception_ptr& failure)

@@ -3,6 +3,6 @@
 
 namespace ipc {
 
-FN_IMPLEMENT_EXCEPTION(ObjectDeadException, fn::RuntimeException);
+FN_IMPLEMENT_EXCEPTION(ObjectDeadException, fn::EndedException);
 
 } // namespace ipc

@@ -4,6 +4,6 @@
 namespace ipc {
 
 /// The failure of every call on an object whose worker has gone.
-FN_DECLARE_EXCEPTION(ObjectDeadException, fn::RuntimeException);
+FN_DECLARE_EXCEPTION(ObjectDeadException, fn::EndedException);
 
 } // namespace ipc

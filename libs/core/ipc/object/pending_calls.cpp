@@ -10,8 +10,9 @@ constexpr std::size_t keptBuckets = 4096; // More are given back when the last c
 
 } // namespace
 
-PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::uint32_t requestId)
+PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId)
     : _reference(std::move(reference)),
+      _method(std::move(method)),
       _requestId(requestId)
 {
     reserveCancellation();

@@ -11,9 +11,10 @@ class CallableObjectReference;
 /// A call that waits for its answer: the state of the promise its caller got, and what keeps the reference alive meanwhile.
 class FN_EXPORT PendingCall final : public fn::internal::PromiseNode<fn::Value> {
 public:
-    PendingCall(fn::AutoPtr<CallableObjectReference> reference, std::uint32_t requestId);
+    PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId);
 
     std::uint32_t requestId() const { return _requestId; }
+    const fn::String& method() const { return _method; }
 
 private:
     friend class PendingCalls;
@@ -22,6 +23,7 @@ private:
 
     fn::AutoPtr<CallableObjectReference> _reference; // Until the call leaves the table.
     fn::AutoPtr<PendingCall> _next; // In its bucket.
+    const fn::String _method;
     const std::uint32_t _requestId;
 };
 

@@ -1,0 +1,74 @@
+#include "foundation/detail/unseen_failures.h"
+#include "foundation/exceptions.h"
+#include "foundation/logging/logging.h"
+#include "foundation/time/clock.h"
+#include "foundation/unhandled_exception.h"
+#include "foundation/uv/loop_private.h"
+
+namespace fn::internal {
+namespace {
+
+constexpr auto interval = Duration::seconds(1); // Between two lines about one place.
+constexpr std::size_t mostPlaces = 1000; // Where their names come from elsewhere: then all are forgotten.
+
+/// Who has been told of lately.
+class Places {
+public:
+    /// How many were left out since the last line about the place; -1 where this one is left out, too.
+    int admit(const String& name)
+    {
+        const std::lock_guard guard(_lock);
+        if (_places.size() == mostPlaces) _places.clear();
+        const auto* loop = RunLoop::currentLoop();
+        const auto now = (loop ? loop->clock() : Clock::system()).monotonic();
+        auto& place = _places[name];
+        if (place.lines && now < place.next) {
+            ++place.leftOut;
+            return -1;
+        }
+        place.lines = true;
+        place.next = now + interval;
+        return std::exchange(place.leftOut, 0);
+    }
+
+private:
+    struct Place {
+        Duration next;
+        int leftOut = 0;
+        bool lines = false; // Whether there has been one.
+    };
+    std::mutex _lock;
+    std::map<String, Place> _places;
+};
+
+void report(const String& place, const std::string& text)
+{
+    static auto& places = *new Places;
+    static const auto& category = logging::CategoryManager::instance().getCategory("core.promise");
+    const int leftOut = places.admit(place);
+    if (leftOut < 0) return;
+    logging::writeChecked(category, logging::Warning, {}, { "libs/foundation/promise", 0, "" },
+        "A promise failed and nobody looked: {}{}{}{}", place, place.empty() ? "" : ": ", text,
+        leftOut == 0 ? std::string() : fmt::format(" (and {} more before)", leftOut));
+}
+
+} // namespace
+
+void reportUnseenFailure(const std::exception_ptr& failure) noexcept
+{
+    if (endingLoops() > 0) return;
+    try {
+        if (!failure) throw std::logic_error("rejected with an empty exception pointer");
+        std::rethrow_exception(failure);
+    } catch (const EndedException&) {
+    } catch (const Exception& exception) {
+        const auto* call = exception.find<CallInfo>();
+        report(call ? *call : String(), exceptionText(exception));
+    } catch (const std::exception& exception) {
+        report({}, exceptionText(exception));
+    } catch (...) {
+        report({}, "exception of an unknown type");
+    }
+}
+
+} // namespace fn::internal
