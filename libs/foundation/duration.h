@@ -5,7 +5,7 @@
 
 namespace fn {
 
-/// A span of time in whole microseconds, 64-bit signed.
+/// A span of time in whole microseconds, 64-bit signed. What does not fit becomes the least or the greatest span.
 class Duration {
 public:
     constexpr Duration() = default;
@@ -26,8 +26,18 @@ public:
     constexpr double totalSeconds() const { return static_cast<double>(_microseconds) / 1e6; }
 
     friend constexpr auto operator<=>(Duration, Duration) = default;
-    friend constexpr Duration operator+(Duration a, Duration b) { return Duration(a._microseconds + b._microseconds); }
-    friend constexpr Duration operator-(Duration a, Duration b) { return Duration(a._microseconds - b._microseconds); }
+    friend constexpr Duration operator+(Duration a, Duration b)
+    {
+        std::int64_t sum = 0;
+        if (!__builtin_add_overflow(a._microseconds, b._microseconds, &sum)) return Duration(sum);
+        return Duration(b._microseconds < 0 ? INT64_MIN : INT64_MAX);
+    }
+    friend constexpr Duration operator-(Duration a, Duration b)
+    {
+        std::int64_t difference = 0;
+        if (!__builtin_sub_overflow(a._microseconds, b._microseconds, &difference)) return Duration(difference);
+        return Duration(b._microseconds < 0 ? INT64_MAX : INT64_MIN);
+    }
 
 private:
     static constexpr std::int64_t saturatedProduct(std::int64_t count, std::int64_t unit)
