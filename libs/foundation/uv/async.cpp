@@ -1,5 +1,5 @@
 #include "foundation/uv/async.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/repeated_callback.h"
 #include "foundation/uv/status.h"
 
 namespace fn::uv {
@@ -20,8 +20,7 @@ private:
     void run();
 
     uv_async_t _async;
-    Task _callback; // Stays in its place while it runs: it may run the loop, and is then called again inside.
-    int _depth = 0; // Of calls.
+    RepeatedCallback _callback;
     std::mutex _lock; // Senders may be on any thread.
     bool _closed = false; // Written by the loop's thread, under `_lock`.
 };
@@ -41,10 +40,7 @@ void Async::Private::run()
         const std::lock_guard guard(_lock);
     }
     const auto self = hold(this);
-    ++_depth;
-    callGuarded(_callback);
-    if (--_depth > 0 || !_closed) return;
-    const auto callback = std::exchange(_callback, {}); // Goes before this object: its end may do anything.
+    _callback.run();
 }
 
 void Async::Private::close()
@@ -55,8 +51,7 @@ void Async::Private::close()
     }
     const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
     uv_close(reinterpret_cast<uv_handle_t*>(&_async), onClosed);
-    if (_depth > 0) return; // run() frees it.
-    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+    _callback.drop();
 }
 
 Async::Async(Loop& loop, Task callback) : _private(new Private(loop.internals(), std::move(callback))) { }

@@ -1,5 +1,5 @@
 #include "foundation/uv/poll.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/repeated_callback.h"
 #include "foundation/uv/status.h"
 
 namespace fn::uv {
@@ -25,8 +25,7 @@ private:
     void run(int status);
 
     uv_poll_t _poll;
-    Task _callback; // Stays in its place while it runs: it may run the loop, and is then called again inside.
-    int _depth = 0; // Of calls.
+    RepeatedCallback _callback;
     bool _isOpen = false; // libuv knows it.
     bool _closed = false;
 };
@@ -43,11 +42,8 @@ void Poll::Private::run(int status)
 {
     if (_closed) return;
     const auto self = hold(this);
-    ++_depth;
-    callGuarded(_callback);
+    _callback.run();
     if (status < 0 && !_closed) listen(); // libuv stops watching at an error.
-    if (--_depth > 0 || !_closed) return;
-    const auto callback = std::exchange(_callback, {}); // Goes before this object: its end may do anything.
 }
 
 void Poll::Private::close()
@@ -58,8 +54,7 @@ void Poll::Private::close()
             [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); });
     else
         release();
-    if (_depth > 0) return; // run() frees it.
-    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+    _callback.drop();
 }
 
 Poll::Poll(Loop& loop, int descriptor, Task callback) : _private(new Private(loop.internals(), std::move(callback)))

@@ -1,5 +1,5 @@
 #include "foundation/uv/signal_watcher.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/repeated_callback.h"
 #include "foundation/uv/status.h"
 
 namespace fn::uv {
@@ -24,16 +24,15 @@ private:
     void run();
 
     uv_signal_t _signal;
-    Task _callback; // Out of its place while it runs.
+    RepeatedCallback _callback;
     bool _closed = false;
 };
 
 void SignalWatcher::Private::run()
 {
-    Task callback = std::exchange(_callback, {});
-    if (!callback) return;
-    callGuarded(callback);
-    if (!_closed) _callback = std::move(callback);
+    if (_closed) return;
+    const auto self = hold(this);
+    _callback.run();
 }
 
 void SignalWatcher::Private::close()
@@ -41,7 +40,7 @@ void SignalWatcher::Private::close()
     if (std::exchange(_closed, true)) return;
     const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
     uv_close(reinterpret_cast<uv_handle_t*>(&_signal), onClosed);
-    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+    _callback.drop();
 }
 
 SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback)

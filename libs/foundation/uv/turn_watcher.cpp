@@ -1,5 +1,5 @@
 #include "foundation/uv/turn_watcher.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/repeated_callback.h"
 
 namespace fn::uv {
 
@@ -30,8 +30,7 @@ private:
         uv_prepare_t prepare;
         uv_check_t check;
     } _handle;
-    Task _callback; // Stays in its place while it runs: it may run the loop, and is then called again inside.
-    int _depth = 0; // Of calls.
+    RepeatedCallback _callback;
     bool _closed = false;
 };
 
@@ -39,18 +38,14 @@ void TurnWatcher::Private::run()
 {
     if (_closed) return;
     const auto self = hold(this);
-    ++_depth;
-    callGuarded(_callback);
-    if (--_depth > 0 || !_closed) return;
-    const auto callback = std::exchange(_callback, {}); // Goes before this object: its end may do anything.
+    _callback.run();
 }
 
 void TurnWatcher::Private::close()
 {
     if (std::exchange(_closed, true)) return;
     uv_close(&_handle.any, [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); });
-    if (_depth > 0) return; // run() frees it.
-    const auto callback = std::exchange(_callback, {}); // Goes last: its end may do anything.
+    _callback.drop();
 }
 
 TurnWatcher::TurnWatcher(Loop& loop, Moment moment, Task callback)
