@@ -36,7 +36,8 @@ bool isBusThread()
     return isMainThread || RunLoop::currentLoop() == &RunLoop::defaultLoop();
 }
 
-void deliver(const String& name, const Value& body)
+// `name` is a copy: a listener may end what the poster's own was part of.
+void deliver(String name, const Value& body)
 {
     const auto fire = [&](std::string_view listenedTo) {
         const auto found = listeners().signals.find(listenedTo);

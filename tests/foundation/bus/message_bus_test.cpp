@@ -50,6 +50,12 @@ TEST(MessageBus, IsHeardByANamespaceAndThoseAboveItFromGeneralToSpecial)
     MessageBus::instance().postMessage("bus", 2);
     MessageBus::instance().postMessage("bus2", 3);
     EXPECT_THAT(log, ElementsAre("bus: bus 2"));
+
+    // The poster's own name goes with what a listener ends.
+    auto name = std::make_unique<fn::String>("bus.xy.and more than is stored in place");
+    const auto ending = MessageBus::instance().onMessage("bus").connect([&](auto&&...) { name.reset(); });
+    MessageBus::instance().postMessage(*name, 4);
+    EXPECT_EQ(log.back(), "bus.xy: bus.xy.and more than is stored in place 4");
 }
 
 TEST(MessageBus, KeepsTheLatestStickyBodyBeforeItsListenersHearIt)
