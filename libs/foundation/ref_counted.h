@@ -30,7 +30,8 @@ public:
 protected:
     virtual ~RefCountedBase();
 
-    /// Called once, when the last reference has gone. Default: `delete this`. An override may defer the deletion.
+    /// Called once, when the last reference has gone. Default: `delete this`. An override may defer the deletion, but in the
+    /// end it calls its base: nobody else frees the object.
     virtual void deleteInstance();
 
 private:
