@@ -43,7 +43,11 @@ void endModule(std::unique_ptr<Module> module)
         bound = loop.schedule(mostTime, [last] { last->finish(); });
         module->close([last] { last->next(); });
     });
-    while (!last->isOver) loop.run(); // A stop may be left of what has ended the module.
+    // A stop may be left of what has ended the module. Any other one was meant for the run around these.
+    const bool isNested = fn::RunLoop::currentLoop() == &loop;
+    bool wasStopped = false;
+    for (loop.run(); !last->isOver; loop.run()) wasStopped = true;
+    if (isNested && wasStopped) loop.stop();
 }
 
 void internal::keepModule(std::unique_ptr<Module> module) { keptModules().push_back(std::move(module)); }

@@ -8,7 +8,7 @@ namespace ipc {
 /// Ends a module whose default loop has stopped: closes its worker while it still exists (calls that are pending are
 /// rejected, death signals fire, what others held is let go), runs on the loop what follows from that, and destroys it. Takes a
 /// few milliseconds, 200 at most where the dispatcher hangs; waits for no other I/O and no timers.
-/// Also inside a running loop, which it runs once more.
+/// Also inside a running loop, which it runs once more; a stop that comes meanwhile holds for the run outside.
 FN_EXPORT void endModule(std::unique_ptr<Module> module);
 
 namespace internal {
