@@ -146,6 +146,10 @@ TEST_F(WorkerTest, IntroducesItselfAnswersPingsAndNumbersItsObjects)
     }
     hub->send(Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, 5 } }));
     ASSERT_TRUE(test::runUntil(*loop, [&] { return client->isConnected(); }));
+    const auto local = early->localReference();
+    auto message = test::objectMessage(0, 5, {}, { { early->objectId(), "named by a stranger" } });
+    message.set(field::SOURCE_WORKER_ID, 2);
+    hub->send(message);
     settle();
     EXPECT_EQ(*hub->last(type::PONG), Value::map({ { field::TYPE, type::PONG } }));
     const auto a = fn::makeAuto<Service>(*client->worker);

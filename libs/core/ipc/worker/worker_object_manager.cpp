@@ -240,10 +240,11 @@ void WorkerObjectManager::countReceived(const fn::Value& objects)
     for (const auto& [key, className] : objects.entries()) {
         const auto objectId = key.to<ObjectId>();
         if (ownerOf(objectId) == _workerId) continue;
-        if (const auto received = reference(objectId))
-            received->increaseUsageCount();
-        else if (!_deadWorkers.contains(ownerOf(objectId)))
+        if (const auto received = reference(objectId)) {
+            if (!received->local()) received->increaseUsageCount(); // A stranger can name what is not shared.
+        } else if (!_deadWorkers.contains(ownerOf(objectId))) {
             sendRelease(objectId, 1);
+        }
     }
 }
 
