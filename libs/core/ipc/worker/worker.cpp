@@ -66,7 +66,7 @@ void Worker::connect()
     if (_pipe || _hasEnded) throw fn::RuntimeException("A worker connects once; make a new one");
     _pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
     _pipe->connect(_pipePath, [this, manager = _objectManager](const fn::uv::Status& status) {
-        if (manager->worker()) onConnected(status);
+        if (manager->worker() && !_hasEnded) onConnected(status);
     });
 }
 
@@ -184,10 +184,10 @@ void Worker::onObjectMessage(const fn::Value& message)
 /// Hands the payload that `decode` gives to the object concerned.
 template <typename Decode> void Worker::deliver(ObjectId objectId, WorkerId source, Decode decode)
 {
-    const auto manager = _objectManager; // A receiver may destroy this worker.
+    const auto manager = _objectManager; // Decoding tells of deaths: as a receiver, who hears may destroy this worker.
     const auto [payload, failure] = decode();
     if (failure) [[unlikely]] {
-        failCall(objectId, source, payload, failure);
+        if (manager->worker()) failCall(objectId, source, payload, failure);
     } else if (ownerOf(objectId) == manager->workerId()) {
         if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
     } else if (const auto reference = manager->reference(objectId)) {
