@@ -106,7 +106,7 @@ bool CallableObjectReference::failCall(const fn::Value& message, const std::exce
     const auto& messageType = message.get(call::TYPE);
     if (!call::isText(messageType, call::CALL_RESPONSE) && !call::isText(messageType, call::CALL_ERROR)) return false;
     const auto ended = _pendingCalls.take(message.at(call::REQUEST_ID).to<std::uint32_t>());
-    if (ended) ended.call->reject(failure);
+    if (ended) ended.call->reject(named(failure, *this, ended.call->method()));
     return true;
 }
 
