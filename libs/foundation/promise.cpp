@@ -24,8 +24,14 @@ PromiseNodeBase::PromiseNodeBase() = default;
 PromiseNodeBase::~PromiseNodeBase()
 {
     if (_handler) _handler->dropped();
-    if (_failure && !_handlerInstalled) [[unlikely]]
-        reportUnseenFailure(_failure);
+    if (_kept == Outcome::Failure) [[unlikely]]
+        failureGoes();
+}
+
+void PromiseNodeBase::failureGoes() const noexcept
+{
+    // One with a handler was on its way, and goes with its loop.
+    if (!_handlerInstalled) reportUnseenFailure(_failure);
 }
 
 void PromiseNodeBase::checkLoop()

@@ -79,6 +79,7 @@ protected:
 private:
     bool cancelThis();
     void deliver();
+    [[gnu::cold, gnu::noinline]] void failureGoes() const noexcept; ///< Apart, since destroying a node is to be cheap.
 
     bool _settled = false;
     bool _handlerInstalled = false;

@@ -141,6 +141,7 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
         loop->post([&] {
             clock.advance(fn::Duration::seconds(1));
             fail("d", "Greeter.greet");
+            fn::Promise<void>::rejected({});
             loop->stop();
         });
     });
@@ -150,7 +151,8 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
     const std::string start = "core.promise 2 A promise failed and nobody looked: ";
     EXPECT_THAT(collector->lines,
         ElementsAre(start + "Greeter.greet: RangeException: a", start + "Greeter.part: RangeException: b",
-            start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)"));
+            start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)",
+            start + "std::logic_error: rejected with an empty exception pointer"));
 }
 
 TEST_F(Hooks, TellOfAnExceptionClassWhoseNameIsTaken)
