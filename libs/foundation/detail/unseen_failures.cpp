@@ -55,7 +55,7 @@ void report(const String& place, const std::string& text)
 } // namespace
 
 void reportUnseenFailure(const std::exception_ptr& failure) noexcept
-{
+try {
     if (endingLoops() > 0) return;
     try {
         if (!failure) throw std::logic_error("rejected with an empty exception pointer");
@@ -69,6 +69,8 @@ void reportUnseenFailure(const std::exception_ptr& failure) noexcept
     } catch (...) {
         report({}, "exception of an unknown type");
     }
+} catch (...) { // What the exception has to say of itself is its own code.
+    unhandledException();
 }
 
 } // namespace fn::internal
