@@ -110,6 +110,9 @@ CommandIPC::CommandIPC() : _connections(std::make_shared<detail::CommandConnecti
 CommandIPC::~CommandIPC()
 {
     if (_listener) close(); // It may have been closed by the end of its loop.
+    while (!_connections->open.empty()) { // Who writes now must not believe that he is heard.
+        fn::AutoPtr(_connections->open.back())->close();
+    }
 }
 
 fn::String CommandIPC::pipePath()
@@ -168,6 +171,7 @@ void CommandIPC::accept()
 void CommandIPC::acceptAll()
 {
     if (_listener->isClosed()) return;
+    _listener->listenEnd(); // Who comes later must not believe that he is let in.
     _admitsAll = true;
     if (std::exchange(_connections->othersWait, false)) accept();
     _listener->listenPending();

@@ -46,7 +46,7 @@ public:
     /// Whoever waits is let in before, however many are open; what all of them have sent is signalled before this returns.
     /// Connections that are open may still bring commands. Before `bind()`: `fn::NullPointerException`.
     ///
-    /// Letting go of a server that was not stopped stops it, but drops what was not yet read.
+    /// Letting go of the server closes them; of one that was not stopped it stops it, but drops what was not yet read.
     void stop();
 
     /// A command. Its callbacks may call `stop()` and let go of this object.

@@ -67,8 +67,9 @@ void CommandConnection::receive(const fn::Value& command)
     const fn::AutoPtr self(this);
     const auto server = _server.lock();
     if (!server) return close();
-    awaitCommand();
+    _self.invalidate(); // A handler takes its time: what lies behind this command is not late.
     server->onCommand().fire(command);
+    if (!_stream->isClosed()) awaitCommand();
 }
 
 void CommandConnection::onTimer()
@@ -80,6 +81,7 @@ void CommandConnection::onTimer()
     _stream->readPending(); // A loop that was busy finds the timer due while the command lies unread.
     if (_silentSince != since || _stream->isClosed()) return;
     FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection that brought no command in time");
+    _stream->readEnd(); // Who writes in this moment is read, or knows that he is not.
     close();
 }
 

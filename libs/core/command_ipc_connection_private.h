@@ -16,17 +16,17 @@ struct CommandConnections {
     bool othersWait = false; // Until one of these has gone.
 };
 
-/// A client of the command pipe. Its timer holds it, and runs as long as the stream is open.
+/// A client of the command pipe. Its timer holds it, and runs as long as the stream is open and no handler of a command runs.
 class CommandConnection final : public fn::RefCountedObject {
 public:
     CommandConnection(CommandIPC& server, fn::uv::Loop& loop, std::shared_ptr<CommandConnections> connections);
 
     void start(fn::uv::PipeStream& listener);
     void readPending() { _stream->readPending(); } ///< It may be closed afterwards.
+    void close();
 
 private:
     ~CommandConnection() override;
-    void close();
     void awaitCommand();
     void lookAgainLater();
     void receive(const fn::Value& command);

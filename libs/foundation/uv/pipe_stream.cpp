@@ -49,6 +49,7 @@ void PipeStream::listen(int backlog, folly::Function<void(const Status&)> callba
     _private->listen(backlog, std::move(callback));
 }
 
+void PipeStream::listenEnd() { _private->listenEnd(); }
 void PipeStream::listenStop() { _private->listenStop(); }
 void PipeStream::listenResume() { _private->listenResume(); }
 void PipeStream::listenPending() { _private->listenPending(); }
@@ -64,6 +65,7 @@ void PipeStream::readStop() { _private->readStop(); }
 void PipeStream::readResume() { _private->readResume(); }
 bool PipeStream::isReading() const noexcept { return _private->isReading(); }
 void PipeStream::readPending() { _private->readPending(); }
+void PipeStream::readEnd() { _private->readEnd(); }
 void PipeStream::readInto(std::span<std::uint8_t> memory) { _private->readInto(memory); }
 void PipeStream::write(ByteArray bytes, Completion completion)
 {

@@ -22,6 +22,9 @@ public:
     /// are refused with a log line before it hears of them.
     void listen(int backlog, folly::Function<void(const Status&)> callback);
 
+    /// From here on nobody can connect, and is told so. Who waits in the queue still does: `listenPending()`.
+    void listenEnd();
+
     /// Pauses and goes on: who connects meanwhile waits in the queue of `backlog`, and the callback hears of him afterwards,
     /// of the first before `listenResume()` returns.
     void listenStop();
@@ -45,6 +48,10 @@ public:
     void readResume() override;
     bool isReading() const noexcept override;
     void readPending() override;
+
+    /// Takes nothing more that the peer writes, who is told so, and reads what it has written before: behind that the read
+    /// callback hears of the end. Nothing is lost in between. While it is not connected: nothing.
+    void readEnd();
     void readInto(std::span<std::uint8_t> memory) override;
     void write(ByteArray bytes, Completion completion = {}) override;
     void write(std::span<const ByteArray> parts, Completion completion = {}) override;

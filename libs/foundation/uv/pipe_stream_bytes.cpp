@@ -107,6 +107,13 @@ void PipeStream::Private::readPending()
     }
 }
 
+void PipeStream::Private::readEnd()
+{
+    if (_state != State::Connected) return;
+    ::shutdown(descriptor(), SHUT_RD);
+    readPending();
+}
+
 void PipeStream::Private::write(ByteArray bytes, Completion completion)
 {
     if (isClosed()) {

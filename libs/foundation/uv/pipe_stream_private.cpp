@@ -102,6 +102,11 @@ void PipeStream::Private::connectionWaits(int code)
     if (!_listenStopped) takeFromLibuv();
 }
 
+void PipeStream::Private::listenEnd() noexcept
+{
+    if (_state == State::Bound) ::shutdown(descriptor(), SHUT_RD);
+}
+
 void PipeStream::Private::listenResume()
 {
     _listenStopped = false;

@@ -23,6 +23,7 @@ struct PipeStream::Private final : SharedMember {
 
     void bind(const String& name);
     void listen(int backlog, ConnectionCallback callback);
+    void listenEnd() noexcept;
     void listenStop() noexcept { _listenStopped = true; }
     void listenResume();
     void listenPending();
@@ -36,6 +37,7 @@ struct PipeStream::Private final : SharedMember {
     void readResume();
     bool isReading() const noexcept { return _wantsRead && _state == State::Connected; }
     void readPending();
+    void readEnd();
     void readInto(std::span<std::uint8_t> memory) noexcept { _readTarget = memory; }
 
     void write(ByteArray bytes, Completion completion);

@@ -348,6 +348,14 @@ TEST(PipeStream, ReadPendingDeliversAtOnceWhatHasArrivedAndTheEndBehindIt)
     EXPECT_EQ(inbox.end, -4095);
     runTurns(loop);
     EXPECT_EQ(inbox.calls, 3);
+
+    PipeAndSocket other(loop);
+    inbox.readFrom(*other.pipe);
+    ::send(other.socket, "!", 1, 0);
+    other.pipe->readEnd();
+    EXPECT_EQ(inbox.text, "ponglast!");
+    EXPECT_EQ(inbox.calls, 5);
+    EXPECT_EQ(::send(other.socket, "?", 1, MSG_NOSIGNAL), -1) << "It believes that it is heard.";
 }
 
 TEST(PipeStream, ACallbackThatRunsTheLoopAgainKeepsItsBytesAndTheirOrder)
