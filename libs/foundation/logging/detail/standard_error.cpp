@@ -59,7 +59,8 @@ Output::Output() noexcept
     } else if (S_ISSOCK(status.st_mode)) {
         _way = Way::Send;
     } else if (S_ISFIFO(status.st_mode) || ::isatty(STDERR_FILENO)) {
-        const int opened = ::open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+        // To append, should another thread have put a file there just now.
+        const int opened = ::open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
         if (opened < 0) return; // Another user's, or there is no reader.
         _descriptor = opened;
         _way = Way::Direct;
@@ -95,7 +96,7 @@ bool writeWhole(const Output& output, std::string_view text, Clock::time_point d
             text.remove_prefix(static_cast<std::size_t>(written));
         } else if (written < 0 && errno == EAGAIN) {
             const int left = millisecondsUntil(deadline);
-            if (left <= 0 || !output.await(left)) break;
+            if (left <= 0 || (!output.await(left) && errno != EINTR)) break;
         } else if (written == 0 || errno != EINTR) {
             break;
         }
