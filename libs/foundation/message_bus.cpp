@@ -1,5 +1,6 @@
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
+#include "foundation/unhandled_exception.h"
 #include <atomic>
 #include <map>
 #include <memory>
@@ -70,7 +71,13 @@ void MessageBus::removeInstance(MessageBus& bus)
 void MessageBus::repostStickyMessages()
 {
     const auto bodies = listeners().stickyBodies; // A listener may post.
-    for (const auto& [name, body] : bodies) instance().postStickyMessage(name, body);
+    for (const auto& [name, body] : bodies) {
+        try {
+            instance().postStickyMessage(name, body);
+        } catch (...) {
+            unhandledException(); // It stays where it is: the others travel all the same.
+        }
+    }
 }
 
 void MessageBus::postMessage(const String& name, Value body) { post(name, std::move(body), false); }

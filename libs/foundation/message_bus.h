@@ -32,7 +32,8 @@ public:
     /// Puts the plain local bus back if `bus` is the one installed: for an owner whose bus will be destroyed later.
     static void removeInstance(MessageBus& bus);
 
-    /// Posts the sticky bodies that this process has kept once more: for a bus that spans more than the one before.
+    /// Posts the sticky bodies that this process has kept once more: for a bus that spans more than the one before. One that it
+    /// cannot send goes to `fn::unhandledException()`, and stays in this process.
     static void repostStickyMessages();
 
     void postMessage(const String& name, Value body);

@@ -2,6 +2,7 @@
 // another is installed, or sends after its end; a post that runs its listeners on the wrong thread.
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
+#include "support/expectations.h"
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -31,10 +32,12 @@ class RemoteBus final : public MessageBus {
 public:
     using MessageBus::receiveMessage;
     Log sent;
+    fn::String refused; ///< A namespace.
 
 private:
     void sendMessage(const fn::String& name, fn::Value&& body, bool sticky) override
     {
+        if (name == refused) throw std::runtime_error("no");
         sent.push_back(fmt::format("{} {} {}", name, body.toString(), sticky));
     }
 };
@@ -86,6 +89,12 @@ TEST(MessageBus, LeavesSendingToTheInstalledBusAndListeningToTheProcess)
         remote.receiveMessage("remote", 1, true);
         spare.receiveMessage("remote", 2, true);
         EXPECT_THAT(log, ElementsAre("remote: remote 1"));
+        remote.receiveMessage("remote2", 2, true);
+        remote.refused = "remote";
+        const test::ExpectUnhandled unhandled;
+        MessageBus::repostStickyMessages();
+        EXPECT_EQ(unhandled.messages().size(), 1u);
+        EXPECT_THAT(remote.sent, testing::Contains("remote2 2 true")) << "behind one that cannot be sent";
     }
     auto& local = MessageBus::instance();
     EXPECT_EQ(local.getStickyMessage("remote"), fn::Value(1));
