@@ -71,22 +71,6 @@ void writeBytes(OutputStream& stream, const ByteArray& bytes)
     stream.writeShared(bytes);
 }
 
-void beginContainer(OutputStream& stream, std::size_t count, std::uint8_t fixCode, std::uint8_t code16, int depth)
-{
-    if (depth >= maxDepth) {
-        throw with(
-            DataFormatException("Value is nested too deeply"), DetailInfo { fmt::format("Levels: {}", maxDepth) });
-    }
-    if (!fits<std::uint32_t>(count)) throw DataFormatException("Container has too many elements");
-    const auto code32 = static_cast<std::uint8_t>(code16 + 1);
-    if (count < 16)
-        stream.writeByte(static_cast<std::uint8_t>(fixCode | count));
-    else if (fits<std::uint16_t>(count))
-        writeCoded(stream, code16, static_cast<std::uint16_t>(count));
-    else
-        writeCoded(stream, code32, static_cast<std::uint32_t>(count));
-}
-
 void beginExtension(OutputStream& stream, std::int8_t type, std::uint32_t size)
 {
     switch (size) {
@@ -112,7 +96,7 @@ void Serializer::serialize(const Value& value) { write(value, 0); }
 
 void Serializer::serializeMap(std::span<const Field> fields)
 {
-    beginContainer(_stream, fields.size(), code::FixMap, code::Map16, 0);
+    beginContainer(fields.size(), true, 0);
     for (const auto& [key, value] : fields) {
         writeText(_stream, key);
         write(value, 1);
@@ -137,11 +121,11 @@ void Serializer::write(const Value& value, int depth)
     case Value::Kind::String: writeText(_stream, value.string()); break;
     case Value::Kind::Bytes: writeBytes(_stream, value.byteArray()); break;
     case Value::Kind::Array:
-        beginContainer(_stream, value.size(), code::FixArray, code::Array16, depth);
+        beginContainer(value.size(), false, depth);
         for (const auto& element : value.elements()) write(element, depth + 1);
         break;
     case Value::Kind::Map:
-        beginContainer(_stream, value.size(), code::FixMap, code::Map16, depth);
+        beginContainer(value.size(), true, depth);
         for (const auto& [key, entry] : value.entries()) {
             write(key, depth + 1);
             write(entry, depth + 1);
@@ -150,6 +134,25 @@ void Serializer::write(const Value& value, int depth)
     case Value::Kind::Boxed:
     case Value::Kind::Object: writeExtension(value); break;
     }
+}
+
+void Serializer::beginContainer(std::size_t count, bool isMap, int depth)
+{
+    if (depth >= maxDepth) {
+        throw with(
+            DataFormatException("Value is nested too deeply"), DetailInfo { fmt::format("Levels: {}", maxDepth) });
+    }
+    if (!fits<std::uint32_t>(count)) throw DataFormatException("Container has too many elements");
+    const auto values = std::uint64_t(isMap ? 2 : 1) * count;
+    if (values > _valuesLeft) throw DataFormatException("Containers hold too many values");
+    _valuesLeft -= values;
+    const auto code16 = isMap ? code::Map16 : code::Array16;
+    if (count < 16)
+        _stream.writeByte(static_cast<std::uint8_t>((isMap ? code::FixMap : code::FixArray) | count));
+    else if (fits<std::uint16_t>(count))
+        writeCoded(_stream, code16, static_cast<std::uint16_t>(count));
+    else
+        writeCoded(_stream, static_cast<std::uint8_t>(code16 + 1), static_cast<std::uint32_t>(count));
 }
 
 void Serializer::writeExtension(const Value& value)

@@ -12,6 +12,10 @@ public:
     /// `stream` and `hook` are borrowed.
     explicit Serializer(OutputStream& stream, ValueSerializer* hook = nullptr) : _stream(stream), _hook(hook) { }
 
+    /// Bounds the values inside of containers, all together, as `Deserializer::setMaxValues()` does: `fn::DataFormatException`
+    /// beyond it. A map's entry is two. Default: no bound.
+    void setMaxValues(std::uint64_t count) noexcept { _valuesLeft = count; }
+
     /// One value. A boxed value that no hook takes (a timestamp is ext -1): `fn::DataFormatException` "Unsupported value
     /// type"; the same class for containers deeper than `maxDepth`.
     void serialize(const Value& value);
@@ -27,9 +31,11 @@ public:
 
 private:
     void write(const Value& value, int depth);
+    void beginContainer(std::size_t count, bool isMap, int depth);
     void writeExtension(const Value& value);
     OutputStream& _stream;
     ValueSerializer* _hook;
+    std::uint64_t _valuesLeft = UINT64_MAX;
 };
 
 } // namespace fn::mpack

@@ -123,6 +123,11 @@ TEST(MPack, BoundsTheValuesOfAllContainersTogether)
     const auto nestedDocument = "\x92\x81\x01\x02\x93\x01\x02\x03"sv; // [{1: 2}, [1, 2, 3]]: 2 + 2 + 3 values.
     EXPECT_TRUE(read(nestedDocument, 7));
     EXPECT_THROW(read(nestedDocument, 6), fn::DataFormatException);
+    ByteArray bytes;
+    fn::ByteArrayOutputStream stream(bytes);
+    fn::mpack::Serializer serializer(stream);
+    serializer.setMaxValues(6);
+    EXPECT_THROW(serializer.serialize(*read(nestedDocument, 7)), fn::DataFormatException) << "nobody would read it";
     // What is announced is refused before it is looked at, whatever follows.
     EXPECT_THROW(read("\xdd\xff\xff\xff\xff"sv, 1'000), fn::DataFormatException);
     EXPECT_THROW(read("\xdf\xff\xff\xff\xff"sv, 1'000), fn::DataFormatException);

@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/limits.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
@@ -68,6 +69,7 @@ public:
         fn::Value objects;
         const Scope scope(_objects, objects);
         fn::mpack::Serializer serializer(stream, this);
+        serializer.setMaxValues(limits::payloadValues);
         write(serializer);
         return objects;
     }
