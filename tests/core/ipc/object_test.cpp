@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <map>
+#include <optional>
 
 namespace {
 
@@ -246,6 +247,16 @@ TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
     EXPECT_TRUE(test::outcomeOf(*loop, [&] { return reference->callMethod("answer"); }).isFulfilled());
     onLoop([&] { local->sendMessage(Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "answer" } })); });
     EXPECT_EQ(expected.messages().size(), 2u);
+    std::optional<Service::CallContext> outer; // Answered by a call that comes while it runs the loop.
+    service->answer = [&](const Service::Call& made) {
+        if (outer) return service->sendResult(*std::exchange(outer, {}));
+        outer = made.context;
+        local->callMethod("within");
+        test::runUntil(*loop, [&] { return !outer; });
+        throw fn::RangeException("late");
+    };
+    EXPECT_TRUE(test::outcomeOf(*loop, [&] { return reference->callMethod("answer"); }).isFulfilled());
+    EXPECT_EQ(expected.messages().size(), 3u);
 }
 
 TEST_F(ObjectTest, AReferenceMayUseItselfWhileItIsMadeOrFailItsMessage)

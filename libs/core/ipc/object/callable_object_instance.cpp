@@ -2,7 +2,6 @@
 #include "core/ipc/object/exception_record_private.h"
 #include "foundation/debug.h"
 #include "foundation/unhandled_exception.h"
-#include <utility>
 
 namespace ipc {
 namespace {
@@ -52,13 +51,13 @@ void CallableObjectInstance::onMessage(WorkerId sourceWorkerId, const fn::Value&
 
 void CallableObjectInstance::handleCall(const CallContext& context, const fn::Value& message)
 {
-    CurrentCall current { context };
-    auto* const outer = std::exchange(_currentCall, &current); // A method may run the loop.
+    CurrentCall current { context, _currentCall };
+    _currentCall = &current;
     try {
         onMethodCall(context, message.at(call::METHOD_NAME).asString(), message.get(call::ARGUMENT));
-        _currentCall = outer;
+        _currentCall = current.outer;
     } catch (...) {
-        _currentCall = outer;
+        _currentCall = current.outer;
         if (isAwaited(context) && !current.isAnswered)
             sendError(context, std::current_exception());
         else
@@ -122,7 +121,9 @@ void CallableObjectInstance::answer(const CallContext& context, bool isResult, c
         afterConstruction([this, context, isResult, content] { answer(context, isResult, content); });
         return;
     }
-    if (_currentCall && _currentCall->context == context) _currentCall->isAnswered = true;
+    for (auto* current = _currentCall; current; current = current->outer) {
+        if (current->context == context) current->isAnswered = true;
+    }
     try {
         sendAnswer(context, isResult, content);
     } catch (...) {

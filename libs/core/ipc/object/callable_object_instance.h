@@ -59,6 +59,7 @@ private:
     /// The call in the middle of which this object is.
     struct CurrentCall {
         CallContext context;
+        CurrentCall* outer; // A method may run the loop.
         bool isAnswered = false;
     };
 
