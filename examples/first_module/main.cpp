@@ -12,7 +12,6 @@ int main()
     ipc::Dispatcher dispatcher(fn::RunLoop::defaultLoop().uvLoop(), fn::Duration::seconds(30));
     dispatcher.bind();
     dispatcher.start();
-    dispatcher.worker().registerObjectReferenceClass<Greeter>();
 
     int status = 1;
     ipc::ModuleManager manager(

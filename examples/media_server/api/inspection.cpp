@@ -32,7 +32,6 @@ fn::Promise<InspectedPage> follow(const fn::AutoPtr<core::InspectorReference>& i
 
 fn::Promise<fn::AutoPtr<core::InspectorRegistry>> findInspectors(ipc::Worker& worker)
 {
-    worker.registerObjectReferenceClass<core::InspectorRegistry>();
     return worker.registry()->getInstance<core::InspectorRegistry>(findTimeout);
 }
 

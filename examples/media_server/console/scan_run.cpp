@@ -27,9 +27,6 @@ ScanRun::~ScanRun() = default;
 
 void ScanRun::start()
 {
-    _worker.registerObjectReferenceClass<Application>();
-    _worker.registerObjectReferenceClass<Library>();
-    _worker.registerObjectReferenceClass<Scanner>();
     _observer = fn::makeAuto<ScanObserverService>(_worker, [self = fn::WeakPtr(this)](const ScanProgress& progress) {
         if (const auto run = self.lock()) run->onProgress(progress);
     });

@@ -91,7 +91,6 @@ public:
 private:
     void announce(const fn::String& line)
     {
-        worker().registerObjectReferenceClass<Application>();
         worker()
             .registry()
             ->getInstance<Application>(findTimeout)

@@ -8,9 +8,8 @@
 namespace core {
 
 /// The inspector service as everybody sees it: publishes inspectors under names, lists them, finds them by key. To get it,
-/// make its class known to the worker and ask the registry:
+/// ask the registry:
 ///
-///     worker.registerObjectReferenceClass<core::InspectorRegistry>();
 ///     worker.registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20));
 ///
 /// `getInstance()` waits that long for the service, then it fails. Belongs to its worker's loop, which must run for the answers

@@ -65,7 +65,6 @@ TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnected)
 {
     // A sticky body that somebody else has posted before.
     test::Client other(loop, hub.pipeName);
-    other.worker->registerObjectReferenceClass<ipc::MessageBus>();
     ASSERT_TRUE(test::runUntil(loop, [&] { return other.isConnected(); }));
     auto bus = test::findInstance<ipc::MessageBus>(loop, *other.worker);
     fn::MessageBus::setInstance(*bus);
