@@ -9,7 +9,7 @@ namespace fn::internal {
 namespace {
 
 constexpr auto interval = Duration::seconds(1); // Between two lines about one place.
-constexpr std::size_t mostPlaces = 1000; // Where their names come from elsewhere: then all are forgotten.
+constexpr std::size_t mostPlaces = 1000; // In one interval; further ones are one place together.
 
 /// Who has been told of lately.
 class Places {
@@ -18,10 +18,12 @@ public:
     int admit(const String& name)
     {
         const std::lock_guard guard(_lock);
-        if (_places.size() == mostPlaces) _places.clear();
         const auto* loop = RunLoop::currentLoop();
         const auto now = (loop ? loop->clock() : Clock::system()).monotonic();
-        auto& place = _places[name];
+        const bool isNew = !_places.contains(name);
+        if (isNew && _places.size() >= mostPlaces)
+            std::erase_if(_places, [&](const auto& known) { return known.second.next <= now; });
+        auto& place = _places[isNew && _places.size() >= mostPlaces ? String() : name];
         if (place.lines && now < place.next) {
             ++place.leftOut;
             return -1;
