@@ -27,8 +27,11 @@ public:
 
     void enqueue(std::function<void()> task) override
     {
-        _othersWait = !_free.try_acquire();
-        if (_othersWait) _free.acquire();
+        if (!_free.try_acquire()) {
+            _othersWait = true;
+            _free.acquire();
+            _othersWait = false;
+        }
         _pool.enqueue([this, task = std::move(task)] {
             task();
             _free.release();
