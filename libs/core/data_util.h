@@ -15,8 +15,8 @@ namespace core {
 /// the one the code expects, and makes or migrates the schema.
 ///
 /// Threading: `ScopedConnection`s may be made on any thread; their scopes exclude each other between threads and may be
-/// nested on one. The delayed close runs on the default loop; while that does not run the file stays open. The hooks are called on the thread that opens, with the
-/// lock held. Destroy the object on any thread, after its guards.
+/// nested on one. The delayed close runs on the default loop; while that does not run the file stays open. The hooks are
+/// called on the thread that opens, with the lock held. Destroy the object on any thread, after its guards.
 class FN_EXPORT DatabaseAccess {
 public:
     /// Declares that the code in its scope uses the connection.

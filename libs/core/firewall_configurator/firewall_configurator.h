@@ -37,8 +37,8 @@ public:
     virtual bool isApplicationAuthorized(bool& inbound, bool& outbound, const fn::String& applicationPath) = 0;
 
     /// Opens the directions asked for to a program, for good; `name` is what the user will see in the firewall's settings.
-    /// Initializes with elevated rights itself, but fails at once for a path that is no UTF-8. An empty path is refused. The newer interface does not
-    /// look at what is there: called twice, it adds twice.
+    /// Initializes with elevated rights itself, but fails at once for a path that is no UTF-8. An empty path is refused.
+    /// The newer interface does not look at what is there: called twice, it adds twice.
     virtual bool authorizeApplication(
         const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound) = 0;
 

@@ -16,10 +16,11 @@ public:
     /// the user's preferences, with secrets that only this user can read. Thread-safe.
     static PasswordManager& instance();
 
-    /// Stores a secret in place of the one before. One that can not be encrypted is `fn::RuntimeException`, with a log line,
-    /// and the one before stays. Throws what reading and writing the store throws: `fn::FileException`, `fn::DataFormatException` for a damaged
-    /// file, which stays as it is, `fn::RangeException` where the group leads through what is no group, and for names
-    /// that can not be stored: "__type__", or such that are not UTF-8.
+    /// Stores a secret in place of the one before. One that can not be encrypted is `fn::RuntimeException`, with a
+    /// log line, and the one before stays. Throws what reading and writing the store throws: `fn::FileException`,
+    /// `fn::DataFormatException` for a damaged file, which stays as it is, `fn::RangeException` where the group
+    /// leads through what is no group, and for names that can not be stored: "__type__", or such that are not
+    /// UTF-8.
     virtual void setPassword(std::string_view group, std::string_view key, std::string_view password) = 0;
 
     /// The secret, the caller's to wipe. `found` tells whether one is stored: one that can not be decrypted any more is

@@ -16,7 +16,8 @@ namespace fn {
 /// A log that somebody else has moved or removed is made again, with its folder (mode 0700, the file 0600), a few
 /// milliseconds later at most; so is one that could not be opened, at the next entry. While the disk is full, or a folder or
 /// a pipe lies in the log's place, entries are lost and perhaps one is cut off. They are counted: the next one that is
-/// written, whole, comes behind a line that tells how many. Thread-safe.
+/// written, whole, comes behind a line that tells how many. But who had the log open before something else took its place
+/// goes on writing to the file that it was. Thread-safe.
 class FN_EXPORT LogFileTarget final : public LogTarget {
 public:
     /// Opens nothing before the first entry.
