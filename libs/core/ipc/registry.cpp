@@ -29,9 +29,10 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     } catch (...) {
         return fn::Promise<void>::rejected(std::current_exception());
     }
-    _registeredInstances.insert(instance);
-    return withoutResult(
-        callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } })));
+    const auto call =
+        callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
+    if (call.isPending()) _registeredInstances.insert(instance); // Else it is refused already, and not kept.
+    return withoutResult(call);
 }
 
 fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::Duration timeout)

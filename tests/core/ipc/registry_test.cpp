@@ -176,6 +176,13 @@ TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrFails)
     EXPECT_TRUE(error.starts_with("RuntimeException: The object found as test::ServiceReference is of class "))
         << error;
     EXPECT_TRUE(error.find("Pretender::Reference") != std::string::npos) << error;
+
+    auto refused = fn::makeAuto<Service>(*b->worker);
+    const fn::WeakPtr weakly(refused);
+    test::outcomeOf(loop, [&] { return user->worker->registry()->registerObject(refused, 0); });
+    refused.reset();
+    settle();
+    EXPECT_FALSE(weakly.lock()) << "another worker's object is not kept";
 }
 
 TEST_F(RegistryTest, HiddenInstancesAreSkippedUntilTheyAreShownAgain)
