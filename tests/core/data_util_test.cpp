@@ -1,15 +1,13 @@
 // What can break here: a schema made twice or not at all, a migration that fails on an open statement, a lock that stays
 // behind after a failed opening, a connection closed under its user or never closed, a task that outlives the object.
 #include "core/data_util.h"
-#include "foundation/logging/category_manager.h"
-#include "foundation/logging/sink.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "sqlite/statement.h"
 #include "sqlite/transaction.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <mutex>
 #include <semaphore>
 #include <thread>
 
@@ -63,35 +61,8 @@ protected:
     }
 };
 
-/// Collects what the class logs, as "priority function: text".
-class LogSink final : public fn::logging::Sink {
-public:
-    int threshold(const fn::logging::Category& category) const override
-    {
-        return category.name() == "core.databaseAccess" ? 7 : 0;
-    }
-    void logMessage(const fn::logging::Category&, const fn::logging::Message& message) override
-    {
-        const std::lock_guard guard(_lock);
-        EXPECT_STREQ(message.file, "libs/core/data_util");
-        _lines.push_back(fmt::format("{} {}: {}", message.priority, message.function, message.text.view()));
-    }
-    std::vector<std::string> take()
-    {
-        const std::lock_guard guard(_lock);
-        return std::exchange(_lines, {});
-    }
-
-private:
-    std::mutex _lock;
-    std::vector<std::string> _lines;
-};
-
 class DatabaseAccessTest : public testing::Test {
 protected:
-    DatabaseAccessTest() { fn::logging::CategoryManager::instance().addSink(log); }
-    ~DatabaseAccessTest() override { fn::logging::CategoryManager::instance().removeSink(log); }
-
     /// Runs what is due on the loop.
     void turn()
     {
@@ -110,7 +81,6 @@ protected:
     static constexpr auto fiveMinutes = fn::Duration::seconds(300);
     static constexpr auto nearlyFiveMinutes = fn::Duration::seconds(299);
 
-    const fn::AutoPtr<LogSink> log { new LogSink };
     test::TemporaryFolder folder;
     const fn::String path = folder.file("test.db");
     fn::ManualClock clock;
@@ -127,10 +97,6 @@ TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndFindsItAgain)
         EXPECT_EQ(number(access.database(), "select count(*) from schema_version"), 1);
         EXPECT_EQ(access.storedVersion(), 3);
         EXPECT_EQ(number(access.database(), "pragma foreign_keys"), 1);
-        EXPECT_THAT(log->take(),
-            ElementsAre("6 core::DatabaseAccess::checkSchema: Checking schema version",
-                "6 core::DatabaseAccess::checkSchema: Persistent schema version: -1, Current schema version: 3",
-                "4 core::DatabaseAccess::doInitSchema: Initializing schema for " + path.toStdString()));
     }
     Access access(3, path, loop);
     const ScopedConnection connection(&access);
@@ -145,7 +111,6 @@ TEST_F(DatabaseAccessTest, AnotherVersionDropsEverythingAndStartsAnew)
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");
         access.database().execute("insert into other values (1)");
     }
-    log->take();
     Access access(4, path, loop);
     const ScopedConnection connection(access);
     EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
@@ -156,12 +121,6 @@ TEST_F(DatabaseAccessTest, AnotherVersionDropsEverythingAndStartsAnew)
     sqlite::Statement check(access.database(), "pragma integrity_check");
     ASSERT_TRUE(check.executeStep());
     EXPECT_EQ(check.getColumn(0).getText(), "ok");
-    EXPECT_THAT(log->take(),
-        ElementsAre("6 core::DatabaseAccess::checkSchema: Checking schema version",
-            "6 core::DatabaseAccess::checkSchema: Persistent schema version: 3, Current schema version: 4",
-            "4 core::DatabaseAccess::checkSchema: Migrating schema from 3 to 4 for " + path.toStdString(),
-            "4 core::DatabaseAccess::dropSchema: Dropping schema for " + path.toStdString(),
-            "4 core::DatabaseAccess::doInitSchema: Initializing schema for " + path.toStdString()));
 }
 
 TEST_F(DatabaseAccessTest, ADropThatFailsLeavesNoWritableSchema)
@@ -310,15 +269,13 @@ TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
 TEST_F(DatabaseAccessTest, AFailedSchemaCheckIsLoggedAndLeavesTheConnectionOpen)
 {
     test::writeFile(path, std::string(4096, 'x'));
+    const test::LogCapture log(1);
     Access access(1, path, loop);
     const ScopedConnection connection(access);
     EXPECT_TRUE(access.isOpen());
     EXPECT_THAT(access.calls, ElementsAre("ready"));
-    const auto lines = log->take();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_THAT(
-        lines[1], StartsWith("1 core::DatabaseAccess::checkSchema: Unexpected exception: file is not a database"));
-    EXPECT_THAT(lines[1], testing::HasSubstr(path.toStdString()));
+    EXPECT_TRUE(log.contains("1 core.databaseAccess Unexpected exception: file is not a database"));
+    EXPECT_TRUE(log.contains(path.view())) << "Of which file.";
 }
 
 TEST_F(DatabaseAccessTest, AFileThatHasGoneIsMadeAnew)
@@ -336,30 +293,29 @@ TEST_F(DatabaseAccessTest, AFileThatHasGoneIsMadeAnew)
         EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
         EXPECT_EQ(access.isOpen(), deletedUnderneath);
     }
-    log->take();
+    const test::LogCapture log(1);
     access.deleteDatabase();
-    EXPECT_THAT(
-        log->take(), ElementsAre(StartsWith("1 core::DatabaseAccess::deleteDatabase: Could not delete database: ")));
+    EXPECT_THAT(log.lines(), ElementsAre(StartsWith("1 core.databaseAccess Could not delete database: ")));
 }
 
 TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
 {
     Access access(1, path, loop);
     const ScopedConnection connection(access);
-    log->take();
     const auto refuse = [&](const char* message) {
+        const test::LogCapture log;
         sqlite::SQLiteException exception(message);
         access.handleException(exception);
-        return log->take();
+        return log.lines();
     };
     EXPECT_THAT(refuse("database is locked"), IsEmpty());
     EXPECT_TRUE(std::filesystem::exists(path.toStdString()));
-    const auto malformed = "1 core::DatabaseAccess::handleException: Database disk image " + path.toStdString()
-        + " is malformed :( Deleting file";
+    const auto malformed =
+        "1 core.databaseAccess Database disk image " + path.toStdString() + " is malformed :( Deleting file";
     EXPECT_THAT(refuse("database disk image is malformed"), ElementsAre(malformed));
     EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
     EXPECT_THAT(refuse("database disk image is malformed"),
-        ElementsAre(malformed, StartsWith("1 core::DatabaseAccess::handleException: Error while removing file: ")));
+        ElementsAre(malformed, StartsWith("1 core.databaseAccess Error while removing file: ")));
 }
 
 } // namespace

@@ -69,7 +69,6 @@ TEST_F(SQLite, GivesValuesBackAsTheyWereBound)
         EXPECT_EQ(c.getInt64(), INT64_MIN);
         EXPECT_EQ(c.getInt(7), 7); // Not the lower half of the number.
     });
-    roundTrip(3'000'000'000u, "integer", [](Column c) { EXPECT_EQ(c.getInt64(), 3'000'000'000); });
     roundTrip(-0.1, "real", [](Column c) { EXPECT_EQ(c.getDouble(), -0.1); });
     for (const auto& text : { fn::String(), fn::String("größe 😀"), fn::String(std::string_view("a\0b", 3)),
              fn::String("\xFF\xFE"), fn::String(std::string(100'000, 'x')) }) {
@@ -97,53 +96,37 @@ TEST_F(SQLite, CountsTheRowsThatAStatementChangedItself)
     EXPECT_EQ(
         database.execute("insert into t values (1, 'a'), (2, 'b'); -- two\n insert into t values (3, 'c');\n"), 3);
     EXPECT_EQ(database.execute("create table log (id integer)"), 0); // Not the 1 of the insertion before.
-    EXPECT_EQ(database.execute("select * from t; pragma foreign_keys = on"), 0);
     EXPECT_EQ(database.execute(""), 0);
-    database.execute("create trigger tr after delete on t begin insert into log values (old.id), (old.id); end");
-    EXPECT_EQ(database.execute("delete from t where id < 3"), 2);
-    EXPECT_EQ(firstInt("select count(*) from log"), 4);
-
-    Statement update(database, "update t set value = ? where id = ?");
-    update.bindAt(1, fn::String("d"));
-    update.bindAt(2, 3);
+    Statement update(database, "update t set value = 'd' where id = ?");
+    update.bindAt(1, 3);
     EXPECT_EQ(update.execute(), 1);
-    update.bindAt(2, 4);
-    EXPECT_EQ(update.execute(), 0);
     update.clearBindings();
     EXPECT_EQ(update.execute(), 0);
-    EXPECT_EQ(Statement(database, "insert into t values (8, 'h'), (9, 'i') returning id").execute(), 2);
 }
 
-TEST_F(SQLite, StopsAtTheFirstStatementThatFails)
+TEST_F(SQLite, StopsAtTheFirstStatementThatFailsAndSaysWhy)
 {
     const auto failure =
         failureOf([&] { database.execute("insert into t values (1, 1); bad; insert into t values (2, 2)"); });
     EXPECT_EQ(failure.code, Error);
     EXPECT_EQ(failure.message, "near \"bad\": syntax error");
-    EXPECT_EQ(firstInt("select count(*) from t"), 1);
-
-    EXPECT_NE(failureOf([&] { Statement(database, "select 1; delete from t"); }).code, 0);
-    EXPECT_NE(failureOf([&] { Statement(database, " -- nothing"); }).code, 0);
     const fn::String cut = std::string_view("delete from t\0 where id = 7", 27);
+    for (const auto& notOne : { fn::String("select 1; delete from t"), fn::String(" -- nothing"), cut }) {
+        EXPECT_NE(failureOf([&] { Statement(database, notOne); }).code, 0) << notOne;
+    }
     EXPECT_NE(failureOf([&] { database.execute(cut); }).code, 0);
-    EXPECT_NE(failureOf([&] { Statement(database, cut); }).code, 0);
     EXPECT_EQ(firstInt("select count(*) from t"), 1);
-}
 
-TEST_F(SQLite, CarriesTheExtendedCodeOfAConstraintAndGoesOn)
-{
     Statement insert(database, "insert into t (value) values (?)");
-    insert.bindAt(1, fn::String("same"));
-    insert.execute();
+    insert.bindAt(1, 1);
     try {
         insert.execute();
         FAIL() << "The value is unique";
     } catch (const sqlite::SQLiteException& e) {
-        EXPECT_EQ(e.displayText(), "UNIQUE constraint failed: t.value");
-        EXPECT_EQ(*e.find<fn::ErrorCodeInfo>(), Constraint | 8 << 8);
+        EXPECT_EQ(*e.find<fn::ErrorCodeInfo>(), Constraint | 8 << 8) << "The extended code.";
         EXPECT_TRUE(e.find<fn::DetailInfo>()->contains("insert into t"));
     }
-    insert.bindAt(1, fn::String("other"));
+    insert.bindAt(1, 2);
     EXPECT_EQ(insert.execute(), 1);
 }
 
@@ -161,10 +144,6 @@ TEST_F(SQLite, ReadsColumnsOfTheCurrentRowOnly)
     EXPECT_THROW(select.getColumn(0), fn::RangeException);
     ASSERT_TRUE(select.executeStep()); // From the start again.
     EXPECT_EQ(select.getColumn(0).getInt(), 1);
-    select.reset();
-    ASSERT_TRUE(select.executeStep());
-    EXPECT_EQ(select.getColumn(0).getInt(), 1);
-
     Statement by(database, "select value from t where id = ?");
     for (const auto& [id, value] : { std::pair(1, "a"), std::pair(2, "b") }) {
         by.bindAt(1, id); // The second time in the midst of the first result.
@@ -176,20 +155,13 @@ TEST_F(SQLite, ReadsColumnsOfTheCurrentRowOnly)
 TEST_F(SQLite, LetsGoOfItsLocksWhenAStatementEndsOrGoes)
 {
     database.execute("insert into t values (1, 'a'), (2, 'b')");
-    std::optional<Statement> select(std::in_place, database, "select id from t");
-    ASSERT_TRUE(select->executeStep());
+    Statement select(database, "select id from t");
+    ASSERT_TRUE(select.executeStep());
     EXPECT_NE(failureOf([&] { database.execute("vacuum"); }).code, 0);
+    while (select.executeStep()) { }
+    database.execute("vacuum");
+    ASSERT_TRUE(select.executeStep());
     select.reset();
-    database.execute("vacuum");
-
-    Statement whole(database, "select id from t");
-    while (whole.executeStep()) { }
-    database.execute("vacuum");
-
-    Statement moved(database, "select 1");
-    moved = std::move(whole);
-    ASSERT_TRUE(moved.executeStep());
-    moved.reset();
     database.execute("vacuum");
 }
 
@@ -225,21 +197,14 @@ TEST_F(SQLite, RollsBackWhatWasNotCommitted)
     } catch (const sqlite::SQLiteException&) {
     }
     EXPECT_EQ(firstInt("select count(*) from t"), 0);
-    {
-        Transaction transaction(database);
-        database.execute("insert into t values (1, 'a')");
-        transaction.commit();
-        EXPECT_EQ(failureOf([&] { transaction.commit(); }).code, Error);
-    }
-    EXPECT_EQ(firstInt("select count(*) from t"), 1);
-
     std::optional<Transaction> first(std::in_place, database);
     first->commit();
     Transaction second(database);
     first.reset(); // Has nothing to do with the second any more.
     database.execute("insert into t values (2, 'b')");
     second.commit();
-    EXPECT_EQ(firstInt("select count(*) from t"), 2);
+    EXPECT_EQ(failureOf([&] { second.commit(); }).code, Error);
+    EXPECT_EQ(firstInt("select count(*) from t"), 1);
 }
 
 TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
@@ -250,7 +215,7 @@ TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
     const auto failure = failureOf([&] { other.execute("insert into t values (1, 'a')"); });
     EXPECT_EQ(failure.code, Busy);
     EXPECT_EQ(failure.message, "database is locked");
-    EXPECT_EQ(failureOf([&] { Transaction second(other); }).code, Busy);
+    EXPECT_EQ(failureOf([&] { Transaction second(other); }).code, Busy) << "Not only where it writes.";
 
     // A reader keeps a commit waiting; the transaction stays open and can be committed later.
     database.setBusyTimeout(fn::Duration(0));
@@ -285,8 +250,6 @@ TEST_F(SQLite, KeepsThreadsApartThatShareAConnection)
             insert.bindAt(2, base + 2 * i + 1);
             ASSERT_EQ(insert.execute(), 2);
             ASSERT_EQ(failureOf([&] { insert.executeStep(); }).message, "UNIQUE constraint failed: t.id");
-            ASSERT_EQ(database.execute("update t set value = -id where id = " + fn::String::number(base + 2 * i)), 1);
-            ASSERT_EQ(failureOf([&] { database.execute("bad"); }).message, "near \"bad\": syntax error");
         }
     };
     database.execute("pragma synchronous = off; pragma journal_mode = memory");
