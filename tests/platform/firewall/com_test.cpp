@@ -38,20 +38,15 @@ TEST(Utf16, HasEveryCharacterOnceAndMarksWhatIsNone)
 
 TEST(Utf16, StaysWithinTheRoomItIsGiven)
 {
-    const std::string_view text = "ab𝄞";
-    const auto convert = [&](int bytes, OLECHAR* output, int length) {
-        return MultiByteToWideChar(CP_UTF8, 0, text.data(), bytes, output, length);
-    };
-    const auto bytes = static_cast<int>(text.size());
-    EXPECT_EQ(convert(bytes, nullptr, 0), 4);
-    EXPECT_EQ(convert(-1, nullptr, 0), 5) << "With the 0 at the end.";
-    OLECHAR output[5] = { u'#', u'#', u'#', u'#', u'#' };
-    EXPECT_EQ(convert(bytes, output, 3), 0);
-    EXPECT_EQ(output[3], u'#') << "Half a pair is not written either.";
-    EXPECT_EQ(convert(bytes, output, 4), 4);
-    EXPECT_EQ(output[4], u'#');
-    EXPECT_EQ(convert(0, output, 4), 0);
-    EXPECT_EQ(convert(-2, output, 4), 0);
+    const char* const text = "ab𝄞";
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, 6, nullptr, 0), 4);
+    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0), 5) << "With the 0 at the end.";
+    for (int room = 1; room < 5; ++room) {
+        OLECHAR output[5] = { u'#', u'#', u'#', u'#', u'#' };
+        EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, 6, output, room), room == 4 ? 4 : 0);
+        EXPECT_EQ(output[room], u'#');
+        EXPECT_EQ(output[3] == u'#', room < 4) << "Half a pair is not written either.";
+    }
 }
 
 struct Com : testing::Test {
@@ -62,24 +57,17 @@ struct Com : testing::Test {
         CoUninitialize();
     }
 
-    IUnknown* create(REFCLSID clsid, REFIID iid)
-    {
-        void* object = nullptr;
-        result = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &object);
-        return static_cast<IUnknown*>(object);
-    }
-    HRESULT get(const OLECHAR* moniker, DWORD size = 36, DWORD context = CLSCTX_LOCAL_SERVER)
+    HRESULT get(const OLECHAR* moniker)
     {
         BIND_OPTS3 options {};
-        options.cbStruct = size;
-        options.dwClassContext = context;
+        options.cbStruct = bindOptions3Bytes;
+        options.dwClassContext = CLSCTX_LOCAL_SERVER;
         void* object = &options;
-        result = CoGetObject(moniker, &options, IID_IUnknown, &object);
+        const auto result = CoGetObject(moniker, &options, IID_IUnknown, &object);
         EXPECT_EQ(SUCCEEDED(result), object != nullptr);
         if (object) static_cast<IUnknown*>(object)->Release();
         return result;
     }
-    HRESULT result = S_OK;
 };
 
 TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
@@ -89,8 +77,9 @@ TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
     CoUninitialize();
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE) << "The first use goes on.";
     std::thread([&] {
-        EXPECT_FALSE(create(CLSID_NetFwRule, IID_INetFwRule));
-        EXPECT_EQ(result, CO_E_NOTINITIALIZED);
+        void* object = nullptr;
+        EXPECT_EQ(CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_INPROC_SERVER, IID_INetFwRule, &object),
+            CO_E_NOTINITIALIZED);
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         CoUninitialize();
         CoUninitialize(); // Once too often takes nothing from anybody.
