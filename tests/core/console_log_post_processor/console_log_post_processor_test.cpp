@@ -2,15 +2,20 @@
 // everybody who writes to standard error waits for ever; descriptors that reach other programs. The redirection belongs to
 // the process, so each case runs in one of its own.
 #include "core/console_log_post_processor.h"
-#include "redirected_process.h"
+#include "foundation/io/file_descriptor.h"
+#include "support/child_process.h"
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <map>
 #include <poll.h>
 #include <sstream>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -24,6 +29,86 @@ namespace {
 using core::ConsoleLogPostProcessor;
 using namespace std::string_literals;
 using testing::HasSubstr;
+
+/// A process made of this one (which has one thread) that does `body`, with a pipe as its standard error, and then waits
+/// until it is released. Failed expectations in it give it the status 1. Killed at the latest when this goes.
+class RedirectedProcess {
+public:
+    explicit RedirectedProcess(const std::function<void()>& body)
+    {
+        int output[2];
+        int release[2];
+        if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(release, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+        std::fflush(nullptr);
+        _pid = ::fork();
+        if (_pid == 0) {
+            std::signal(SIGPIPE, SIG_DFL);
+            ::dup2(output[1], STDERR_FILENO);
+            for (const int end : { output[0], output[1], release[1] }) ::close(end);
+            body();
+            char byte = 0;
+            while (::read(release[0], &byte, 1) < 0 && errno == EINTR) { }
+            std::fflush(stdout);
+            ::_exit(testing::Test::HasFailure() ? 1 : 0);
+        }
+        ::close(output[1]);
+        ::close(release[0]);
+        _output = fn::FileDescriptor(output[0]);
+        _release = fn::FileDescriptor(release[1]);
+    }
+    ~RedirectedProcess()
+    {
+        if (_pid < 0) return;
+        ::kill(_pid, SIGKILL);
+        ::waitpid(_pid, nullptr, 0);
+    }
+
+    /// What has come out of its standard error, once that ends in `end`, or when nothing more comes within the bound.
+    const std::string& readUntil(std::string_view end)
+    {
+        char buffer[16384];
+        while (!_text.ends_with(end) && test::awaitReadable(_output.get())) {
+            const auto count = ::read(_output.get(), buffer, sizeof buffer);
+            if (count <= 0) break;
+            _text.append(buffer, static_cast<std::size_t>(count));
+        }
+        return _text;
+    }
+
+    /// Whether it waits for this side to read: the pipe is full. False beyond the bound.
+    bool awaitFullPipe() const
+    {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        const int capacity = ::fcntl(_output.get(), F_GETPIPE_SZ);
+        int held = 0;
+        do ::ioctl(_output.get(), FIONREAD, &held);
+        while (held < capacity && std::chrono::steady_clock::now() < end);
+        return held == capacity;
+    }
+
+    void closeReader() { _output.close(); } ///< Lets nobody read its standard error any more.
+
+    /// The pipe that was its standard error at first, as /proc shows descriptors of it.
+    std::string pipeName() const
+    {
+        return std::filesystem::read_symlink(fmt::format("/proc/self/fd/{}", _output.get())).string();
+    }
+
+    /// Lets it end. Exit status, or 128 + signal; nothing beyond the bound.
+    std::optional<int> finish()
+    {
+        _release.close();
+        const auto status = test::awaitEnd(_pid);
+        if (status) _pid = -1;
+        return status;
+    }
+
+private:
+    pid_t _pid = -1;
+    fn::FileDescriptor _output;
+    fn::FileDescriptor _release;
+    std::string _text;
+};
 
 void print(std::string_view text)
 {
@@ -72,7 +157,7 @@ void init(std::initializer_list<void (*)(fn::String&)> callbacks)
 TEST(ConsoleLogPostProcessor, LeavesLinesAloneWithoutCallbacks)
 {
     const auto text = "one\n\n\r\n a\0b \xFF\x80\nEND\n"s;
-    test::RedirectedProcess process([&] {
+    RedirectedProcess process([&] {
         ConsoleLogPostProcessor::init();
         for (const char& byte : text) print({ &byte, 1 });
     });
@@ -82,7 +167,7 @@ TEST(ConsoleLogPostProcessor, LeavesLinesAloneWithoutCallbacks)
 
 TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrder)
 {
-    test::RedirectedProcess process([] {
+    RedirectedProcess process([] {
         init({ count, star, bracket, hideSecrets, star });
         print("abc");
         print("def\nsecond\n\na secret\nthi");
@@ -110,7 +195,7 @@ TEST(ConsoleLogPostProcessor, KeepsTheLinesOfManyThreadsWhole)
     const auto lineOf = [](int thread, int number) {
         return fmt::format("{} {} {}.", thread, number, std::string(static_cast<unsigned>(number), 'x'));
     };
-    test::RedirectedProcess process([&] {
+    RedirectedProcess process([&] {
         init({ bracket });
         {
             std::vector<std::jthread> writers;
@@ -139,7 +224,7 @@ TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
 {
     const std::string large(1024 * 1024, 'x');
     const std::string endless(70 * 1024 * 1024, 'y');
-    test::RedirectedProcess process([&] {
+    RedirectedProcess process([&] {
         init({ bracket });
         print("a\n" + large + "\nb\n" + endless + "\nEND\n");
     });
@@ -157,7 +242,7 @@ TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
 TEST(ConsoleLogPostProcessor, WaitsForAReaderThatIsSlowAlsoWhereWritingDoesNotBlock)
 {
     const std::string large(1024 * 1024, 'x');
-    test::RedirectedProcess process([&] {
+    RedirectedProcess process([&] {
         ASSERT_EQ(::fcntl(STDERR_FILENO, F_SETFL, O_WRONLY | O_NONBLOCK), 0);
         ConsoleLogPostProcessor::init();
         print(large + "\nEND\n");
@@ -169,7 +254,7 @@ TEST(ConsoleLogPostProcessor, WaitsForAReaderThatIsSlowAlsoWhereWritingDoesNotBl
 
 TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
 {
-    test::RedirectedProcess unread([] {
+    RedirectedProcess unread([] {
         pollfd output { STDERR_FILENO, 0, 0 };
         ASSERT_EQ(::poll(&output, 1, 20'000), 1); // Its reader has gone.
         init({ count });
@@ -181,7 +266,7 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
     unread.closeReader();
     EXPECT_EQ(unread.finish(), 0);
 
-    test::RedirectedProcess closed([] {
+    RedirectedProcess closed([] {
         ::close(STDERR_FILENO);
         init({ count });
         print("nor this\n");
@@ -192,7 +277,7 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
 
 TEST(ConsoleLogPostProcessor, ACallbackThatThrowsCostsNoLine)
 {
-    test::RedirectedProcess process([] {
+    RedirectedProcess process([] {
         init({ failOnBad, bracket });
         print("bad\nworse\nEND\n");
     });
@@ -204,7 +289,7 @@ TEST(ConsoleLogPostProcessor, ACallbackThatThrowsCostsNoLine)
 
 TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfIt)
 {
-    test::RedirectedProcess process([] {
+    RedirectedProcess process([] {
         ConsoleLogPostProcessor::init();
         // Descriptor 1 is the same as 2 for the time of the listing.
         const int status =
@@ -228,7 +313,7 @@ TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfIt)
 
 TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
 {
-    test::RedirectedProcess process([] {
+    RedirectedProcess process([] {
         init({ count, bracket });
         std::thread([] {
             while (::write(STDERR_FILENO, "a line\n", 7) == 7) { }
@@ -244,7 +329,7 @@ TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 TEST(ConsoleLogPostProcessor, ASanitizersReportGoesPastThePipe)
 {
-    test::RedirectedProcess process([] {
+    RedirectedProcess process([] {
         init({ [](fn::String& line) { line = ""; }, count });
         __sanitizer_print_stack_trace();
         print("hidden\n");

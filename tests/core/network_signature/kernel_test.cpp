@@ -2,17 +2,22 @@
 // of the wrong adapter, a change that is not noticed.
 #include "core/network_signature.h"
 #include "foundation/exceptions.h"
+#include "foundation/io/file_descriptor.h"
 #include "foundation/net/mac_address.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
-#include "network_namespace.h"
 #include "platform/adapters_addresses.h"
 #include "support/run_until.h"
+#include <cstring>
+#include <fcntl.h>
 #include <fmt/ranges.h>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <net/if.h>
+#include <sched.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace {
 
@@ -22,6 +27,54 @@ using testing::ElementsAre;
 
 constexpr const char* unknown = "??????:????????????";
 constexpr platform::ULONG withGateways = 0xae;
+
+void write(const char* path, const std::string& text) { std::ofstream(path) << text; }
+
+// As an ordinary user: with a user namespace around it, in which we are root.
+bool enterAsUser()
+{
+    const auto user = std::to_string(::getuid());
+    const auto group = std::to_string(::getgid());
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+    ::prctl(PR_SET_DUMPABLE, 1); // Else the files below, and sanitizers, are out of reach.
+    write("/proc/self/setgroups", "deny");
+    write("/proc/self/uid_map", "0 " + user + " 1");
+    write("/proc/self/gid_map", "0 " + group + " 1");
+    return true;
+}
+
+/// A network of this thread's own, with nothing but a loopback adapter, for as long as this lives. Processes that are started
+/// meanwhile are in it. Real adapters, addresses and routes, which nobody else sees.
+class NetworkNamespace {
+public:
+    NetworkNamespace()
+    {
+        if (::unshare(CLONE_NEWNET) != 0 && !enterAsUser())
+            _problem = std::string("network namespaces are denied here: ") + std::strerror(errno);
+    }
+    ~NetworkNamespace()
+    {
+        (void)::setns(
+            _outside.get(), CLONE_NEWNET); // From a user namespace there is no way back: the next test makes its own.
+    }
+
+    /// Why there is none, or "": this system may not let us have one.
+    const std::string& problem() const { return _problem; }
+
+    /// Runs commands of ip(8), one a line, without the leading "ip". Throws when one fails.
+    static void ip(const std::string& commands)
+    {
+        auto* const pipe = ::popen("PATH=$PATH:/usr/sbin:/sbin ip -batch -", "we");
+        if (!pipe) throw std::runtime_error("popen");
+        std::fputs(commands.c_str(), pipe);
+        if (::pclose(pipe) != 0) throw std::runtime_error("ip failed:\n" + commands);
+    }
+
+private:
+    const fn::FileDescriptor _outside { ::open(
+        "/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC) }; // Where we came from.
+    std::string _problem;
+};
 
 struct Kernel : testing::Test {
     void SetUp() override
@@ -36,7 +89,7 @@ struct Kernel : testing::Test {
         for (const auto* name : { "v0", "v1", "p0", "p1" })
             network.ip(fmt::format("link set {0} addrgenmode none\nlink set {0} up", name));
     }
-    test::NetworkNamespace network;
+    NetworkNamespace network;
 };
 
 // --- The list of adapters

@@ -1,25 +1,137 @@
 // What can break here: a gateway taken that should not be, or twice, or in another order; a failure that reaches the caller or
 // is silent; a re-check that is missed or multiplied; a listener list that changes while it is being walked.
 #include "core/network_signature.h"
-#include "fake_network.h"
 #include "foundation/exceptions.h"
+#include "foundation/net/ip_address.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
+#include "platform/adapters_addresses.h"
+#include "platform/neighbours.h"
+#include "platform/network_changes.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/run_until.h"
+#include <algorithm>
+#include <cstring>
 #include <gmock/gmock.h>
+#include <map>
+#include <netinet/in.h>
 #include <thread>
 
 namespace {
 
 using core::NetworkSignature;
-using test::FakeNetwork;
+using namespace platform;
 using testing::ElementsAre;
 
 constexpr const char* unknown = "??????:????????????";
-constexpr platform::HardwareAddress router { 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
-constexpr platform::HardwareAddress another { 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff };
+constexpr HardwareAddress router { 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
+constexpr HardwareAddress another { 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff };
+
+template <typename T> T* make(std::vector<std::vector<char>>& memory)
+{
+    return new (memory.emplace_back(sizeof(T)).data()) T {};
+}
+
+std::pair<sockaddr*, int> socketAddress(const char* text, std::vector<std::vector<char>>& memory)
+{
+    const auto address = fn::IPAddress::fromString(text);
+    if (!address) throw std::invalid_argument(text);
+    if (address->family() == fn::IPAddress::Family::IPv4) {
+        auto* const result = make<sockaddr_in>(memory);
+        result->sin_family = AF_INET;
+        std::memcpy(&result->sin_addr, address->addr(), address->length());
+        return { reinterpret_cast<sockaddr*>(result), sizeof(*result) };
+    }
+    auto* const result = make<sockaddr_in6>(memory);
+    result->sin6_family = AF_INET6;
+    result->sin6_scope_id = address->scope();
+    std::memcpy(&result->sin6_addr, address->addr(), address->length());
+    return { reinterpret_cast<sockaddr*>(result), sizeof(*result) };
+}
+
+template <typename Entry> Entry* makeList(const std::vector<const char*>& texts, std::vector<std::vector<char>>& memory)
+{
+    Entry* first = nullptr;
+    Entry** link = &first;
+    for (const auto* text : texts) {
+        *link = make<Entry>(memory);
+        const auto [address, size] = socketAddress(text, memory);
+        (*link)->Address = { address, size };
+        link = &(*link)->Next;
+    }
+    return first;
+}
+
+struct FakeAdapter {
+    DWORD type = 6;
+    std::vector<const char*> addresses;
+    std::vector<const char*> gateways;
+};
+
+/// A system with adapters and neighbours as a test wants them.
+class FakeNetwork {
+public:
+    FakeNetwork()
+        : _adapters([this](ULONG, ULONG, IP_ADAPTER_ADDRESSES* buffer, ULONG* size) {
+              ++calls;
+              return list(buffer, *size);
+          }),
+          _neighbours([this](std::span<const BYTE> bytes, DWORD scope, HardwareAddress& hardwareAddress) {
+              std::array<std::uint8_t, 16> full {};
+              std::array<std::uint8_t, 4> shorter {};
+              std::ranges::copy(bytes, full.begin());
+              std::copy_n(bytes.begin(), 4, shorter.begin());
+              return find(bytes.size() == 4 ? fn::IPAddress(shorter) : fn::IPAddress(full, scope), hardwareAddress);
+          })
+    {
+    }
+
+    std::vector<FakeAdapter> adapters;
+    std::map<std::string, HardwareAddress> neighbours; ///< By the text of their address.
+    std::vector<ULONG> errors; ///< What the next calls give instead of a list; 0: as it is.
+
+    int calls = 0; ///< For the list of adapters: twice for each look at it, since its size is asked for first.
+
+    void announce() { _changes.announce(); } ///< That something has changed.
+
+private:
+    ULONG list(IP_ADAPTER_ADDRESSES* buffer, ULONG& size)
+    {
+        if (!errors.empty()) {
+            const auto error = errors.front();
+            errors.erase(errors.begin());
+            if (error != 0) return error;
+        }
+        if (adapters.empty()) return ERROR_NO_DATA;
+        if (size < sizeof(*buffer)) {
+            size = 300;
+            return ERROR_BUFFER_OVERFLOW;
+        }
+        _memory.clear();
+        IP_ADAPTER_ADDRESSES* entry = new (buffer) IP_ADAPTER_ADDRESSES {};
+        for (std::size_t i = 0; i < adapters.size(); ++i) {
+            if (i > 0) entry = entry->Next = make<IP_ADAPTER_ADDRESSES>(_memory);
+            entry->IfType = adapters[i].type;
+            entry->FirstUnicastAddress = makeList<IP_ADAPTER_UNICAST_ADDRESS>(adapters[i].addresses, _memory);
+            entry->FirstGatewayAddress = makeList<IP_ADAPTER_GATEWAY_ADDRESS>(adapters[i].gateways, _memory);
+        }
+        return ERROR_SUCCESS;
+    }
+
+    DWORD find(const fn::IPAddress& address, HardwareAddress& hardwareAddress) const
+    {
+        const auto found = neighbours.find(address.toString().toStdString());
+        if (found == neighbours.end()) return ERROR_NOT_FOUND;
+        hardwareAddress = found->second;
+        return ERROR_SUCCESS;
+    }
+
+    ScopedNetworkChanges _changes;
+    ScopedAdaptersAddresses _adapters;
+    ScopedNeighbours _neighbours;
+    std::vector<std::vector<char>> _memory; // What the last list points into.
+};
 
 /// A machine with a network of the test's, a clock that it drives, and a loop.
 struct Network : testing::Test {
@@ -57,7 +169,7 @@ TEST_F(Network, IsNamedByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
 {
     struct Row {
         const char* what;
-        std::vector<test::FakeAdapter> adapters;
+        std::vector<FakeAdapter> adapters;
         const char* expected;
     };
     const std::vector<Row> rows {
@@ -103,7 +215,7 @@ TEST_F(Network, ThatCannotBeReadIsUnknownAndTheLogSaysWhy)
     const std::string failed =
         "1 core.networkSignature Failed to compute network signature: Could not get network adapters info\nWindows "
         "error: 0x000000";
-    const std::vector<std::vector<platform::ULONG>> failures { { 8 }, { 0, 31 }, { 111, 111 } };
+    const std::vector<std::vector<ULONG>> failures { { 8 }, { 0, 31 }, { 111, 111 } };
     for (const auto& errors : failures) {
         network.errors = errors;
         EXPECT_EQ(NetworkSignature(loop, notifier).get(), unknown);
