@@ -71,28 +71,23 @@ TEST_F(SleepStates, AreSetByTheFirstAndRestoredByTheLast)
     EXPECT_THAT(log.lines(), ElementsAre());
 }
 
-TEST_F(SleepStates, AreThePlainerOnesWhereAwayModeIsUnknown)
+TEST_F(SleepStates, AreThePlainerOnesWhereAwayModeIsUnknownAndToldOfOnceEachTimeWhereAllAreRefused)
 {
-    knowsAwayMode = false;
-    onLoop([&] {
-        const SleepPreventer first;
-        const SleepPreventer second;
-    });
-    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, 0x80000002));
-    EXPECT_THAT(log.lines(), ElementsAre());
-}
-
-TEST_F(SleepStates, ThatAreRefusedAreToldOnceEachTime)
-{
-    refusesAll = true;
-    onLoop([&] {
-        for (int time = 0; time < 2; ++time) {
-            const SleepPreventer first;
-            const SleepPreventer second;
-        }
-    });
-    EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, 0x80000000, 0x80000041, 0x80000001, 0x80000000));
-    EXPECT_THAT(log.lines(), ElementsAre(refused, refused));
+    for (const bool all : { false, true }) {
+        SCOPED_TRACE(all);
+        knowsAwayMode = false;
+        refusesAll = all;
+        asked.clear();
+        onLoop([&] {
+            for (int time = 0; time < 2; ++time) {
+                const SleepPreventer first;
+                const SleepPreventer second;
+            }
+        });
+        const platform::EXECUTION_STATE last = all ? 0x80000000 : 0x80000002;
+        EXPECT_THAT(asked, ElementsAre(0x80000041, 0x80000001, last, 0x80000041, 0x80000001, last));
+        EXPECT_EQ(log.lines(), all ? std::vector<std::string>(2, refused) : std::vector<std::string>());
+    }
 }
 
 // --- The login manager
