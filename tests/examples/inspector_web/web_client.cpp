@@ -6,8 +6,6 @@
 #include <poll.h>
 #include <regex>
 #include <sys/socket.h>
-#include <unistd.h>
-#include <utility>
 
 namespace test {
 namespace {
@@ -29,24 +27,17 @@ WebConnection::WebConnection(int port, const char* address) : _socket(::socket(A
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(port));
     ::inet_pton(AF_INET, address, &to.sin_addr);
-    if (::connect(_socket, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) ::close(std::exchange(_socket, -1));
-}
-
-WebConnection::WebConnection(WebConnection&& other) noexcept : _socket(std::exchange(other._socket, -1)) { }
-
-WebConnection::~WebConnection()
-{
-    if (_socket >= 0) ::close(_socket);
+    if (::connect(_socket.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) _socket.close();
 }
 
 bool WebConnection::send(std::string_view bytes) const
 {
-    return ::send(_socket, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+    return ::send(_socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 bool WebConnection::hasEnded() const
 {
-    pollfd entry { _socket, POLLIN, 0 };
+    pollfd entry { _socket.get(), POLLIN, 0 };
     return ::poll(&entry, 1, 0) > 0;
 }
 
@@ -54,12 +45,12 @@ WebReply WebConnection::reply() const
 {
     std::string text;
     std::array<char, 4096> buffer;
-    for (pollfd entry { _socket, POLLIN, 0 };;) {
+    for (pollfd entry { _socket.get(), POLLIN, 0 };;) {
         if (::poll(&entry, 1, boundInMilliseconds) <= 0) {
             ADD_FAILURE() << "The connection stays open.";
             break;
         }
-        const auto count = ::recv(_socket, buffer.data(), buffer.size(), 0);
+        const auto count = ::recv(_socket.get(), buffer.data(), buffer.size(), 0);
         if (count <= 0) break;
         text.append(buffer.data(), static_cast<std::size_t>(count));
     }

@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/io/file_descriptor.h"
 #include <string>
 #include <vector>
 
@@ -15,16 +16,14 @@ struct WebReply {
 class WebConnection {
 public:
     explicit WebConnection(int port, const char* address = "127.0.0.1"); ///< Connects.
-    WebConnection(WebConnection&& other) noexcept;
-    ~WebConnection();
 
-    bool isOpen() const { return _socket >= 0; } ///< Whether somebody has taken the connection.
+    bool isOpen() const { return static_cast<bool>(_socket); } ///< Whether somebody has taken the connection.
     bool send(std::string_view bytes) const; ///< False where the other side has closed.
     bool hasEnded() const; ///< Whether the other side has closed, or answered. Does not wait.
     WebReply reply() const; ///< All until the other side closes, within a bound.
 
 private:
-    int _socket = -1;
+    fn::FileDescriptor _socket;
 };
 
 /// "http://127.0.0.1:PORT/TOKEN/" and its parts.
