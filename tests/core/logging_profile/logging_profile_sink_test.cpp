@@ -10,6 +10,7 @@
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
+#include <map>
 #include <random>
 #include <sys/stat.h>
 #include <thread>
@@ -136,22 +137,37 @@ TEST_F(LoggingProfileSink, KnowsTheHighestThresholdsOfAllProfiles)
     EXPECT_THAT(sink->maxThresholdMap(), IsEmpty());
 }
 
-TEST_F(LoggingProfileSink, AsksForExactlyTheMessagesThatSomeProfileTakes)
+TEST_F(LoggingProfileSink, AsksForExactlyTheMessagesThatSomeProfileTakesByTheNearestThresholdAbove)
 {
     std::vector<std::unique_ptr<Category>> categories;
     for (const auto& [name, parent] : std::initializer_list<std::pair<const char*, int>> {
-             { "a", -1 }, { "a.B", 0 }, { "a.B.c", 1 }, { "a.d", 0 }, { "e", -1 } }) {
+             { "a", -1 }, { "a.B", 0 }, { "a.B.c", 1 }, { "a.d", 0 }, { "ab", -1 } }) {
         categories.push_back(std::make_unique<Category>(
             name, parent < 0 ? nullptr : categories[static_cast<std::size_t>(parent)].get()));
     }
+    struct Model {
+        bool isEnabled, isVerbose;
+        std::map<fn::String, int> thresholds; // By category in lower case; "" is the root's.
+
+        int threshold(const Category* category) const
+        {
+            while (category && !thresholds.contains(category->name().toLowerCase())) category = category->parent();
+            return thresholds.at(category ? category->name().toLowerCase() : fn::String());
+        }
+    };
     std::mt19937 random(31);
-    const auto below = [&random](unsigned bound) { return random() % bound; };
+    const auto below = [&random](unsigned bound) { return static_cast<int>(random() % bound); };
     for (int round = 0; round < 50; ++round) {
         std::filesystem::remove_all(profiles().toStdString());
+        std::vector<Model> models;
         for (const auto* name : { "p", "q", "r" }) {
-            auto text = fmt::format("enabled={}\nverbose={}\nthreshold={}\n", below(3) > 0, below(2), below(5));
-            for (const auto* key : { "a", "a.b", "a.b.c", "a.d" }) {
-                if (below(3) == 0) text += fmt::format("threshold.{}={}\n", key, below(9));
+            auto& model = models.emplace_back(below(3) > 0, below(2) > 0);
+            const int root = model.thresholds[""] = below(7) - 1;
+            auto text = fmt::format("enabled={}\nverbose={}\nthreshold={}\n", model.isEnabled, model.isVerbose, root);
+            for (const auto* key : { "A", "a.b", "a.b.C", "a.d", "a.d.e", "a." }) {
+                if (below(3) > 0) continue;
+                const int priority = model.thresholds[fn::String(key).toLowerCase()] = below(12) - 1;
+                text += fmt::format("threshold.{}={}\n", key, priority);
             }
             addProfile(name, text);
         }
@@ -161,13 +177,17 @@ TEST_F(LoggingProfileSink, AsksForExactlyTheMessagesThatSomeProfileTakes)
         for (const bool allowed : { false, true }) {
             sink->setAllowVerboseLogging(allowed);
             for (const auto& each : categories) {
-                int highest = 0;
+                int expected = 0;
+                for (const auto& model : models) {
+                    if (model.isEnabled && (allowed || !model.isVerbose))
+                        expected = std::max(expected, model.threshold(each.get()));
+                }
+                EXPECT_EQ(sink->threshold(*each), expected) << each->name() << " in round " << round;
                 for (int priority = 1; priority <= 8; ++priority) {
                     recorder->texts.clear();
                     sink->logMessage(*each, test::message(priority));
-                    if (!recorder->texts.empty()) highest = priority;
+                    EXPECT_EQ(!recorder->texts.empty(), priority <= expected) << each->name() << " in round " << round;
                 }
-                EXPECT_EQ(sink->threshold(*each), highest) << each->name() << " in round " << round;
             }
         }
     }

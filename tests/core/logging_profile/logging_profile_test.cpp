@@ -88,52 +88,17 @@ protected:
         profile = read(text);
         profile->setSink(sink);
     }
-    bool takes(const fn::logging::Message& message, const Category& category)
+    bool takes(const fn::logging::Message& message)
     {
         sink->texts.clear();
-        profile->log(category, message);
+        profile->log(core, message);
         return !sink->texts.empty();
-    }
-    bool takes(const fn::logging::Message& message) { return takes(message, core); }
-    int highestTaken(const Category& category)
-    {
-        int highest = 0;
-        for (int priority = 1; priority <= 7; ++priority) {
-            if (takes(test::message(priority), category)) highest = priority;
-        }
-        return highest;
     }
 
     const Category core { "core" };
-    const Category access { "core.databaseAccess", &core };
-    const Category deep { "core.databaseAccess.x", &access };
-    const Category other { "corex" };
     fn::AutoPtr<test::RecordingSink> sink = fn::makeAuto<test::RecordingSink>();
     fn::AutoPtr<LoggingProfile> profile;
 };
-
-TEST_F(Selection, FollowsTheThresholdOfTheNearestCategoryAbove)
-{
-    struct Case {
-        const char* text;
-        int core, access, deep, other;
-    };
-    for (const auto& [text, ofCore, ofAccess, ofDeep, ofOther] : std::initializer_list<Case> {
-             { "enabled=true", 0, 0, 0, 0 },
-             { "threshold=4", 4, 4, 4, 4 },
-             { "threshold=4\nthreshold.core=7", 7, 7, 7, 4 },
-             { "threshold=4\nthreshold.core.databaseAccess=7", 4, 7, 7, 4 },
-             { "threshold=4\nthreshold.Core=2\nthreshold.core.DATABASEaccess.x=0", 2, 2, 0, 4 },
-             { "threshold.core.databaseaccess=5\nthreshold.x=7", 0, 5, 5, 0 },
-             { "threshold=-3\nthreshold.corex=99", 0, 0, 0, 7 },
-         }) {
-        use(text);
-        EXPECT_EQ(highestTaken(core), ofCore) << text;
-        EXPECT_EQ(highestTaken(access), ofAccess) << text;
-        EXPECT_EQ(highestTaken(deep), ofDeep) << text;
-        EXPECT_EQ(highestTaken(other), ofOther) << text;
-    }
-}
 
 TEST_F(Selection, ForbidsTagsBeforeItAllowsThem)
 {
