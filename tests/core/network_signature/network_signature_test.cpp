@@ -210,23 +210,16 @@ TEST_F(Network, IsNamedByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
 TEST_F(Network, ThatCannotBeReadIsUnknownAndTheLogSaysWhy)
 {
     setGateway("10.0.0.1");
-    const test::LogCapture log(4);
-    const std::string initial = "4 core.networkSignature Initial network signature: ";
-    const std::string failed =
-        "1 core.networkSignature Failed to compute network signature: Could not get network adapters info\nWindows "
-        "error: 0x000000";
+    const test::LogCapture log(1);
     const std::vector<std::vector<ULONG>> failures { { 8 }, { 0, 31 }, { 111, 111 } };
     for (const auto& errors : failures) {
         network.errors = errors;
         EXPECT_EQ(NetworkSignature(loop, notifier).get(), unknown);
+        EXPECT_THAT(log.lines().back(), testing::EndsWith(fmt::format("info\nWindows error: 0x{:08x}", errors.back())));
     }
     EXPECT_EQ(NetworkSignature(loop, notifier).get(), "0a000001:000000000000");
-    EXPECT_THAT(log.lines(),
-        ElementsAre(failed + "08", initial + unknown, failed + "1f", initial + unknown, failed + "6f",
-            initial + unknown,
-            "1 core.networkSignature Failed to determine mac address for gateway 10.0.0.1: The hardware address is not "
-            "known\nWindows error: 0x00000490",
-            initial + "0a000001:000000000000"));
+    EXPECT_EQ(log.lines().size(), 4u);
+    EXPECT_TRUE(log.contains("mac address for gateway 10.0.0.1: The hardware address is not known"));
 
     network.errors = { 87 };
     try {
