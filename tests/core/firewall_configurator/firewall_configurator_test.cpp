@@ -143,6 +143,7 @@ TEST_P(Firewall, TellsOthersWhatWasAuthorized)
 // Objects and uses of COM that stay behind are seen at the end of the test.
 TEST_P(Firewall, TellsTheTruthAndKeepsNothingWhicheverCallFails)
 {
+    const test::LogCapture log;
     for (const bool isThrowing : { false, true }) {
         com.isThrowing = isThrowing;
         for (int failing = 0, calls = 1; failing <= calls; ++failing) { // In the end none fails.
