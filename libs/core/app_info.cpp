@@ -5,6 +5,7 @@
 #include "foundation/io/file.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
+#include "foundation/system/process_local.h"
 #include "foundation/system/uuid.h"
 #include "foundation/unhandled_exception.h"
 #include "platform/operating_system_version.h"
@@ -35,19 +36,22 @@ void AppInfo::initialize(App app) { fn::Environment::set(appVariable, fn::String
 
 AppInfo* AppInfo::find()
 {
-    static AppInfo* existing = nullptr;
-    if (existing) return existing;
+    static fn::ProcessLocal<std::unique_ptr<AppInfo>> instance;
+    auto& existing = instance.get();
+    if (existing) return existing.get();
 
     const auto app = fn::Environment::get(appVariable);
     if (app) {
         switch (app->toInt(0, 10, nullptr)) {
-        case static_cast<int>(App::Skyfold): existing = new AppInfo("Skyfold", "Skyfold", "3.3.7", 168700.0); break;
+        case static_cast<int>(App::Skyfold):
+            existing.reset(new AppInfo("Skyfold", "Skyfold", "3.3.7", 168700.0));
+            break;
         case static_cast<int>(App::Lumenhall):
-            existing = new AppInfo("Lumenhall", "Lumen Hall", "3.0.0-alpha0", 300.0);
+            existing.reset(new AppInfo("Lumenhall", "Lumen Hall", "3.0.0-alpha0", 300.0));
             break;
         }
     }
-    return existing;
+    return existing.get();
 }
 
 AppInfo& AppInfo::instance()

@@ -3,6 +3,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/net/mac_address.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include "platform/adapters_addresses.h"
 #include <algorithm>
@@ -141,8 +142,9 @@ private:
 
 NetworkSignature& NetworkSignature::instance()
 {
-    static auto& signature = *new NetworkSignature(fn::RunLoop::defaultLoop(), fn::NetworkStateNotifier::instance());
-    return signature;
+    static fn::ProcessLocal<NetworkSignature> signature(
+        [] { return new NetworkSignature(fn::RunLoop::defaultLoop(), fn::NetworkStateNotifier::instance()); });
+    return signature.get();
 }
 
 NetworkSignature::NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& notifier)

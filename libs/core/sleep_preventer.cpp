@@ -2,6 +2,7 @@
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
 #include "foundation/run_loop.h"
+#include "foundation/system/process_local.h"
 #include "platform/execution_state.h"
 
 namespace core {
@@ -15,9 +16,17 @@ using platform::SetThreadExecutionState;
 constexpr auto site = "libs/core/sleep_preventer";
 constexpr auto onMainThread = "Function must be called on main thread";
 
-// Of the thread of the run loop.
-int holders = 0;
-platform::EXECUTION_STATE previousState = 0; // In force before the first holder; 0 is unknown.
+/// Of one process, and of the thread of its run loop.
+struct Holders {
+    int count = 0;
+    platform::EXECUTION_STATE previousState = 0; // In force before the first one; 0 is unknown.
+};
+
+Holders& holders()
+{
+    static fn::ProcessLocal<Holders> holders;
+    return holders.get();
+}
 
 const fn::logging::Category& category()
 {
@@ -28,7 +37,8 @@ const fn::logging::Category& category()
 void addHolder()
 {
     (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 1, "SleepPreventer", onMainThread);
-    if (++holders > 1) return;
+    if (++holders().count > 1) return;
+    auto& previousState = holders().previousState;
     previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_AWAYMODE_REQUIRED);
     if (previousState == 0) previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
     if (previousState == 0) FN_LOG_TO(category(), fn::logging::Error, {}, site, "Failed to set system sleep state");
@@ -44,7 +54,9 @@ SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept { retu
 SleepPreventer::~SleepPreventer()
 {
     (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 2, "~SleepPreventer", onMainThread);
-    if (--holders == 0) SetThreadExecutionState(previousState != 0 ? previousState : ES_CONTINUOUS);
+    if (--holders().count > 0) return;
+    const auto previousState = holders().previousState;
+    SetThreadExecutionState(previousState != 0 ? previousState : ES_CONTINUOUS);
 }
 
 } // namespace core

@@ -2,6 +2,7 @@
 #include "foundation/debug.h"
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/logging/logging.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include <atomic>
 
@@ -16,7 +17,12 @@ void logAssertion(const AssertionSite& site)
         site.function);
 }
 
-std::atomic<AssertionHook> currentHook { logAssertion };
+/// Null: the log.
+std::atomic<AssertionHook>& currentHook()
+{
+    static ProcessLocal<std::atomic<AssertionHook>> hook;
+    return hook.get();
+}
 
 } // namespace
 
@@ -31,13 +37,18 @@ void reportAssertion(const AssertionSite& site) noexcept
     }
     reporting = true;
     try {
-        currentHook.load()(site);
+        const auto hook = currentHook().load();
+        (hook ? hook : logAssertion)(site);
     } catch (...) {
         unhandledException();
     }
     reporting = false;
 }
 
-AssertionHook setAssertionHook(AssertionHook hook) noexcept { return currentHook.exchange(hook ? hook : logAssertion); }
+AssertionHook setAssertionHook(AssertionHook hook) noexcept
+{
+    const auto previous = currentHook().exchange(hook);
+    return previous ? previous : logAssertion;
+}
 
 } // namespace fn

@@ -1,5 +1,6 @@
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include <atomic>
 #include <map>
@@ -15,20 +16,24 @@ struct Listeners {
     std::map<String, Value> stickyBodies;
 };
 
-// Never destroyed: static objects may listen to the very end.
 Listeners& listeners()
 {
-    static auto& instance = *new Listeners;
-    return instance;
+    static ProcessLocal<Listeners> listeners;
+    return listeners.get();
 }
 
 MessageBus& localBus()
 {
-    static auto& bus = *new MessageBus;
-    return bus;
+    static ProcessLocal<MessageBus> bus;
+    return bus.get();
 }
 
-std::atomic<MessageBus*> installedBus { nullptr }; // Null: the local one.
+/// Null: the local one.
+std::atomic<MessageBus*>& installedBus()
+{
+    static ProcessLocal<std::atomic<MessageBus*>> bus;
+    return bus.get();
+}
 
 // The default loop is the main thread's, so that thread counts also before and after it runs.
 bool isBusThread()
@@ -56,16 +61,16 @@ MessageBus::~MessageBus() { removeInstance(*this); }
 
 MessageBus& MessageBus::instance()
 {
-    auto* bus = installedBus.load();
+    auto* bus = installedBus().load();
     return bus ? *bus : localBus();
 }
 
-void MessageBus::setInstance(MessageBus& bus) { installedBus = &bus; }
+void MessageBus::setInstance(MessageBus& bus) { installedBus() = &bus; }
 
 void MessageBus::removeInstance(MessageBus& bus)
 {
     auto* expected = &bus;
-    installedBus.compare_exchange_strong(expected, nullptr);
+    installedBus().compare_exchange_strong(expected, nullptr);
 }
 
 void MessageBus::repostStickyMessages()

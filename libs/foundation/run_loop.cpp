@@ -1,4 +1,5 @@
 #include "foundation/run_loop.h"
+#include "foundation/system/process_local.h"
 #include "foundation/uv/loop_private.h"
 
 namespace fn {
@@ -17,8 +18,8 @@ int& internal::endingLoops() noexcept { return ending; }
 
 RunLoop& RunLoop::defaultLoop()
 {
-    static auto& loop = *new uv::Loop;
-    return loop;
+    static ProcessLocal<uv::Loop> loop;
+    return loop.get();
 }
 
 } // namespace fn

@@ -4,6 +4,7 @@
 #include "foundation/exception.h"
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/logging/logging.h"
+#include "foundation/system/process_local.h"
 #include <atomic>
 #include <stdexcept>
 
@@ -12,7 +13,11 @@ namespace {
 
 constexpr logging::Site site { "libs/foundation/unhandled_exception", 0, "" };
 
-std::atomic<UnhandledExceptionHook> currentHook { nullptr };
+std::atomic<UnhandledExceptionHook>& currentHook()
+{
+    static ProcessLocal<std::atomic<UnhandledExceptionHook>> hook;
+    return hook.get();
+}
 
 const logging::Category& category()
 {
@@ -106,7 +111,7 @@ void unhandledException() noexcept
         logging::writeStandardError("Could not log an unhandled exception\n");
     }
     try {
-        if (const auto hook = currentHook.load()) hook(exception);
+        if (const auto hook = currentHook().load()) hook(exception);
     } catch (...) {
         logging::writeStandardError("The hook for unhandled exceptions failed\n");
     }
@@ -115,7 +120,7 @@ void unhandledException() noexcept
 
 UnhandledExceptionHook setUnhandledExceptionHook(UnhandledExceptionHook hook) noexcept
 {
-    return currentHook.exchange(hook);
+    return currentHook().exchange(hook);
 }
 
 } // namespace fn

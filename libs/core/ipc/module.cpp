@@ -1,6 +1,7 @@
 #include "core/ipc/module.h"
 #include "core/ipc/registry.h"
 #include "foundation/run_loop.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>
 
@@ -11,9 +12,11 @@ constexpr auto busTimeout = fn::Duration::seconds(20);
 
 } // namespace
 
-std::list<Module::BusCallback> Module::_messageBusInitializedCallbacks;
-Module* Module::_busStarter = nullptr;
-std::vector<Module*> Module::_connectedModules;
+Module::BusStart& Module::busStart()
+{
+    static fn::ProcessLocal<BusStart> start;
+    return start.get();
+}
 
 Module::Module(const ModuleInitData& data)
     : _worker(*this, fn::RunLoop::defaultLoop(), data.pipePath(), data.displayName(), data.workerTag(),
@@ -33,12 +36,12 @@ void Module::close(folly::Function<void()> closed)
 
 void Module::leaveMessageBus()
 {
-    _messageBusInitializedCallbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
-    std::erase(_connectedModules, this);
+    busStart().callbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
+    std::erase(busStart().connected, this);
     // The bus is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
     if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
-    if (_busStarter == this)
-        _busStarter = nullptr; // Another one begins anew.
+    if (busStart().starter == this)
+        busStart().starter = nullptr; // Another one begins anew.
     else if (!_messageBus)
         return;
     _messageBus.reset();
@@ -64,7 +67,7 @@ void Module::onAboutToQuit()
 void Module::becomeConnected()
 {
     _connected = true;
-    _connectedModules.push_back(this);
+    busStart().connected.push_back(this);
     onConnected();
 }
 
@@ -74,21 +77,21 @@ void Module::workerDidConnect(Worker&)
         becomeConnected();
         return;
     }
-    _messageBusInitializedCallbacks.push_back({ this, [this] { becomeConnected(); } });
+    busStart().callbacks.push_back({ this, [this] { becomeConnected(); } });
     startMessageBus();
 }
 
 /// One start serves all modules of the process: those that wait, and those whose bus has ended with another one.
 void Module::startMessageBus()
 {
-    if (_busStarter || MessageBus::isInstalled()) return;
-    if (!_messageBusInitializedCallbacks.empty())
-        _busStarter = _messageBusInitializedCallbacks.front().module;
-    else if (!_connectedModules.empty())
-        _busStarter = _connectedModules.front();
+    if (busStart().starter || MessageBus::isInstalled()) return;
+    if (!busStart().callbacks.empty())
+        busStart().starter = busStart().callbacks.front().module;
+    else if (!busStart().connected.empty())
+        busStart().starter = busStart().connected.front();
     else
         return;
-    _busStarter->initializeMessageBus();
+    busStart().starter->initializeMessageBus();
 }
 
 /// Where a step fails the chain ends, and nobody becomes connected.
@@ -105,16 +108,16 @@ void Module::initializeMessageBus()
         })
         .then([] {
             // Taken out one by one: a callback may end modules, its own among them. One that throws fails alone.
-            while (!_messageBusInitializedCallbacks.empty()) {
-                auto callback = std::move(_messageBusInitializedCallbacks.front().run);
-                _messageBusInitializedCallbacks.pop_front();
+            while (!busStart().callbacks.empty()) {
+                auto callback = std::move(busStart().callbacks.front().run);
+                busStart().callbacks.pop_front();
                 try {
                     callback();
                 } catch (...) {
                     fn::unhandledException();
                 }
             }
-            _busStarter = nullptr;
+            busStart().starter = nullptr;
         });
 }
 

@@ -42,9 +42,13 @@ private:
         Module* module;
         folly::Function<void()> run;
     };
-    static std::list<BusCallback> _messageBusInitializedCallbacks;
-    static Module* _busStarter; // Who starts the bus for all of them; null when nobody does.
-    static std::vector<Module*> _connectedModules; // One of them starts it anew when the bus ends with its module.
+    /// The message bus of one process.
+    struct BusStart {
+        std::list<BusCallback> callbacks;
+        Module* starter = nullptr; // Who starts it for all of them; null when nobody does.
+        std::vector<Module*> connected; // One of them starts it anew when it ends with its module.
+    };
+    static BusStart& busStart();
 
     void workerDidConnect(Worker& worker) override;
 #pragma GCC diagnostic push

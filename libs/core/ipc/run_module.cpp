@@ -1,4 +1,5 @@
 #include "core/ipc/run_module.h"
+#include "foundation/system/process_local.h"
 #include <vector>
 
 namespace ipc {
@@ -10,8 +11,8 @@ constexpr auto mostTime = fn::Duration::milliseconds(200);
 
 std::vector<std::unique_ptr<Module>>& keptModules()
 {
-    static auto& modules = *new std::vector<std::unique_ptr<Module>>; // No destructor: it must not run at exit.
-    return modules;
+    static fn::ProcessLocal<std::vector<std::unique_ptr<Module>>> modules;
+    return modules.get();
 }
 
 /// The last turns of the default loop for a module: until its worker's pipe is closed, and then those that do not wait. Shared by

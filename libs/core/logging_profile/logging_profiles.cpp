@@ -3,7 +3,9 @@
 #include "foundation/logging/log_console_target.h"
 #include "foundation/message_bus.h"
 #include "foundation/system/path_manager.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
+#include <mutex>
 
 namespace core {
 namespace {
@@ -76,8 +78,13 @@ fn::AutoPtr<LoggingProfileSink> start(const fn::String& baseName)
 
 fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName)
 {
-    // Never destroyed: messages may come from static destructors.
-    static const auto& sink = *new fn::AutoPtr<LoggingProfileSink>(start(baseName));
+    struct Started {
+        std::once_flag once;
+        fn::AutoPtr<LoggingProfileSink> sink;
+    };
+    static fn::ProcessLocal<Started> started;
+    auto& [once, sink] = started.get();
+    std::call_once(once, [&] { sink = start(baseName); });
     return sink;
 }
 

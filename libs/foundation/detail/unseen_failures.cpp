@@ -1,6 +1,7 @@
 #include "foundation/detail/unseen_failures.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
+#include "foundation/system/process_local.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include "foundation/uv/loop_private.h"
@@ -45,9 +46,9 @@ private:
 
 void report(const String& place, const std::string& text)
 {
-    static auto& places = *new Places;
+    static ProcessLocal<Places> places;
     static const auto& category = logging::CategoryManager::instance().getCategory("core.promise");
-    const int leftOut = places.admit(place);
+    const int leftOut = places.get().admit(place);
     if (leftOut < 0) return;
     logging::writeChecked(category, logging::Warning, {}, { "libs/foundation/promise", 0, "" },
         "A promise failed and nobody looked: {}{}{}{}", place, place.empty() ? "" : ": ", text,

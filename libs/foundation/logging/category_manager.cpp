@@ -1,20 +1,31 @@
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/detail/category_private.h"
+#include "foundation/system/process_local.h"
 #include <algorithm>
 
 namespace fn::logging {
 namespace {
 
 using Listeners = Category::Private::Listeners;
+using Sinks = std::vector<CategoryManager::Private::Registered>;
+
+// Those that a simulated process has added end with it.
+struct OwnSinks {
+    ~OwnSinks()
+    {
+        for (const auto& sink : sinks) CategoryManager::instance().removeSink(sink);
+    }
+    std::vector<AutoPtr<Sink>> sinks;
+};
 
 // Asks every sink about `category`, and makes the answers count.
-void publish(const std::vector<AutoPtr<Sink>>& sinks, const Category& category)
+void publish(const Sinks& sinks, const Category& category)
 {
     int highest = sinks.empty() ? thresholdWithoutSinks : 0;
     auto listeners = std::make_shared<Listeners>();
     listeners->reserve(sinks.size());
-    for (const auto& sink : sinks) {
-        listeners->push_back({ sink, sink->threshold(category) });
+    for (const auto& [sink, system] : sinks) {
+        listeners->push_back({ sink, sink->threshold(category), system });
         highest = std::max(highest, listeners->back().threshold);
     }
     category.internals().listeners.replace(std::move(listeners));
@@ -56,15 +67,20 @@ void CategoryManager::publishAll()
 
 void CategoryManager::addSink(AutoPtr<Sink> sink)
 {
+    auto* const system = uv::System::current();
+    if (system) {
+        static ProcessLocal<OwnSinks> own;
+        own.get().sinks.push_back(sink);
+    }
     const std::lock_guard guard(_private->lock);
-    _private->sinks.push_back(std::move(sink));
+    _private->sinks.push_back({ std::move(sink), system });
     publishAll();
 }
 
 void CategoryManager::removeSink(const AutoPtr<Sink>& sink)
 {
     const std::lock_guard guard(_private->lock);
-    std::erase(_private->sinks, sink);
+    std::erase_if(_private->sinks, [&](const auto& registered) { return registered.sink == sink; });
     publishAll();
 }
 

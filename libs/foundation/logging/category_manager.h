@@ -20,8 +20,9 @@ public:
     void removeSink(const AutoPtr<Sink>& sink);
     void reload(); ///< Asks the sinks again what they want.
 
-private:
     struct Private;
+
+private:
     CategoryManager();
     ~CategoryManager() = delete; // Lives until the process ends: messages may come from static destructors.
     const Category& findOrCreate(const String& name); // These two with the lock held.

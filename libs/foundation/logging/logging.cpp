@@ -21,8 +21,8 @@ void deliver(const Category& category, const Message& message)
 {
     const auto listeners = category.internals().listeners.read();
     if (listeners->empty() && message.priority <= thresholdWithoutSinks) writeConsoleLine(category, message);
-    for (const auto& [sink, threshold] : *listeners) {
-        if (message.priority > threshold) continue;
+    for (const auto& [sink, threshold, system] : *listeners) {
+        if (message.priority > threshold || (system && system != uv::System::current())) continue;
         try {
             sink->logMessage(category, message);
         } catch (...) {

@@ -1,5 +1,6 @@
 #include "foundation/net/network_state_notifier.h"
 #include "foundation/logging/logging.h"
+#include "foundation/system/process_local.h"
 #include "foundation/uv/poll.h"
 #include "platform/network_changes.h"
 #include <utility>
@@ -27,8 +28,8 @@ struct NetworkStateNotifier::Watch {
 
 NetworkStateNotifier& NetworkStateNotifier::instance()
 {
-    static auto& notifier = *new NetworkStateNotifier(RunLoop::defaultLoop());
-    return notifier;
+    static ProcessLocal<NetworkStateNotifier> notifier([] { return new NetworkStateNotifier(RunLoop::defaultLoop()); });
+    return notifier.get();
 }
 
 NetworkStateNotifier::NetworkStateNotifier(RunLoop& loop) : _loop(loop) { }

@@ -1,5 +1,6 @@
 #include "foundation/system/environment.h"
 #include "foundation/exceptions.h"
+#include "foundation/uv/system.h"
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -28,6 +29,10 @@ void checkResult(int result, const String& name)
 std::optional<String> Environment::get(const String& name)
 {
     if (hasNul(name)) return std::nullopt;
+    if (auto* const system = uv::System::current()) {
+        const auto own = system->environment().find(name);
+        if (own != system->environment().end()) return own->second;
+    }
     const std::lock_guard guard(environmentMutex);
     const char* value = std::getenv(name.c_str());
     return value ? std::optional<String>(value) : std::nullopt;
@@ -35,6 +40,10 @@ std::optional<String> Environment::get(const String& name)
 
 void Environment::set(const String& name, const String& value)
 {
+    if (auto* const system = uv::System::current()) {
+        system->environment().insert_or_assign(name, value);
+        return;
+    }
     const std::lock_guard guard(environmentMutex);
     errno = EINVAL;
     checkResult(hasNul(name) || hasNul(value) ? -1 : ::setenv(name.c_str(), value.c_str(), 1), name);
@@ -42,6 +51,10 @@ void Environment::set(const String& name, const String& value)
 
 void Environment::unset(const String& name)
 {
+    if (auto* const system = uv::System::current()) {
+        system->environment().insert_or_assign(name, std::nullopt);
+        return;
+    }
     const std::lock_guard guard(environmentMutex);
     errno = EINVAL;
     checkResult(hasNul(name) ? -1 : ::unsetenv(name.c_str()), name);

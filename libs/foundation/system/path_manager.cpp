@@ -2,6 +2,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"
+#include "foundation/system/process_local.h"
 #include <filesystem>
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -33,8 +34,8 @@ PathManager::PathManager() : _namePrefix("skyfold"), _applicationName(_namePrefi
 
 PathManager& PathManager::instance()
 {
-    static PathManager instance;
-    return instance;
+    static ProcessLocal<PathManager> instance([] { return new PathManager; });
+    return instance.get();
 }
 
 String PathManager::getPath(int type, const String& relative, bool create) const

@@ -1,6 +1,7 @@
 #include "foundation/system/thread_pool.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
+#include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>
 #include <atomic>
@@ -29,6 +30,16 @@ void runGuarded(Task& task) noexcept
     }
 }
 
+/// In the simulated world there is one thread: tasks are events of the process's default loop.
+void scheduleSimulated(Task task)
+{
+    constexpr std::uint8_t longestDelay = 20; // Milliseconds.
+    std::uint8_t delay = 0;
+    uv::System::current()->fillRandomly({ &delay, 1 });
+    auto run = [task = std::move(task)]() mutable { runGuarded(task); };
+    RunLoop::defaultLoop().schedule(Duration::milliseconds(delay % longestDelay), std::move(run)).detach();
+}
+
 } // namespace
 
 struct ThreadPool::Private {
@@ -47,6 +58,7 @@ private:
 
 ThreadPool::Private::Private(int threads)
 {
+    if (uv::System::current()) return;
     GError* error = nullptr;
     // Threads of its own, all started now: what can fail fails here and not at some later task.
     _pool = g_thread_pool_new(runJob, this, std::max(threads, 1), TRUE, &error);
@@ -59,6 +71,7 @@ ThreadPool::Private::Private(int threads)
 
 void ThreadPool::Private::schedule(Task task)
 {
+    if (uv::System::current()) return scheduleSimulated(std::move(task));
     auto job = std::make_unique<Job>();
     job->task = std::move(task);
     const std::lock_guard guard(_lock);
@@ -96,8 +109,11 @@ ThreadPool::~ThreadPool() { stop(); }
 ThreadPool& ThreadPool::defaultPool()
 {
     // Never destroyed: a task may still be waiting for something when the process exits.
-    static auto& pool = *new ThreadPool(std::max(4, static_cast<int>(std::thread::hardware_concurrency())));
-    return pool;
+    struct DefaultPool : ThreadPool {
+        DefaultPool() : ThreadPool(std::max(4, static_cast<int>(std::thread::hardware_concurrency()))) { }
+    };
+    static ProcessLocal<DefaultPool> pool;
+    return pool.get();
 }
 
 void ThreadPool::schedule(Task task) { _private->schedule(std::move(task)); }

@@ -1,5 +1,6 @@
 #include "foundation/system/uuid.h"
 #include "foundation/exceptions.h"
+#include "foundation/uv/system.h"
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,14 +16,20 @@ public:
     UUID createOne() override;
 };
 
-UUID RandomGenerator::createOne()
+void fillRandomly(std::span<unsigned char> bytes)
 {
-    std::array<unsigned char, 16> bytes;
+    if (auto* const system = uv::System::current()) return system->fillRandomly(bytes);
     // So few bytes come whole, once the kernel has gathered any randomness at all.
     while (::getrandom(bytes.data(), bytes.size(), 0) < 0) {
         const int error = errno;
         if (error != EINTR) throw with(IOException(std::generic_category().message(error)), ErrnoInfo { error });
     }
+}
+
+UUID RandomGenerator::createOne()
+{
+    std::array<unsigned char, 16> bytes;
+    fillRandomly(bytes);
     bytes[6] = (bytes[6] & 0x0f) | 0x40; // Version 4: random.
     bytes[8] = (bytes[8] & 0x3f) | 0x80; // The variant that this layout belongs to.
 

@@ -1,5 +1,6 @@
 #include "foundation/time/clock.h"
 #include "foundation/time/clock_private.h"
+#include "foundation/uv/system.h"
 #include <chrono>
 
 namespace fn {
@@ -26,6 +27,8 @@ Clock::~Clock() = default;
 
 const Clock& Clock::system()
 {
+    if (const auto* simulated = uv::System::current()) [[unlikely]]
+        return simulated->clock();
     static const auto& clock = *new SystemClock; // Loops of static duration may read it to the very end.
     return clock;
 }

@@ -54,7 +54,10 @@ void Async::Private::close()
     _callback.drop();
 }
 
-Async::Async(Loop& loop, Task callback) : _private(new Private(loop.internals(), std::move(callback))) { }
+Async::Async(Loop& loop, Task callback)
+    : _private(new Private(loop.internals().requireReal("A wake-up"), std::move(callback)))
+{
+}
 
 Async::~Async()
 {

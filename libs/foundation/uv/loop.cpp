@@ -76,7 +76,20 @@ Loop::Private::Private(Loop& owner, const Clock& clock)
           const auto* manual = dynamic_cast<const ManualClock*>(&clock);
           return manual ? &manual->internals() : nullptr;
       }()),
-      _followsSystemClock(&clock == &Clock::system())
+      _followsSystemClock(&clock == &Clock::system()),
+      _system(System::current())
+{
+    if (!_system) initialize();
+    if (_manualClock) _manualClock->add(*this);
+}
+
+Loop::Private& Loop::Private::requireReal(const char* what)
+{
+    if (_system) throw RuntimeException(String(what) + " has no counterpart in the simulated world");
+    return *this;
+}
+
+void Loop::Private::initialize()
 {
     ignoreBrokenPipes();
     Status("create an event loop", uv_loop_init(&_uv)).throwOnError();
@@ -92,7 +105,6 @@ Loop::Private::Private(Loop& owner, const Clock& clock)
     // libuv calls the latest prepare callback first: this one, the oldest, has the last word.
     uv_prepare_start(
         &_prepare, [](uv_prepare_t* prepare) { static_cast<Private*>(prepare->loop->data)->beforeWait(); });
-    if (_manualClock) _manualClock->add(*this);
 }
 
 Loop::Private::~Private()
@@ -107,7 +119,10 @@ Loop::Private::~Private()
         destroyTasks();
         endMembers();
     } while (_hasRemoteTasks);
-    closeHandles();
+    if (_system)
+        _system->finishCloses();
+    else
+        closeHandles();
     freeRetired();
     while (auto* member = _endedMembers.first()) {
         member->unlink();
@@ -132,7 +147,11 @@ void Loop::Private::run()
     FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, AssertionFile, 1, "run",
         "one thread runs the loop");
     ++_depth;
-    while (!takeStop()) turn();
+    if (!_system) [[likely]] {
+        while (!takeStop()) turn();
+    } else {
+        runSimulated();
+    }
     flushStreams();
     --_depth;
     internal::exchangeCurrentLoop(previousLoop);
@@ -152,7 +171,17 @@ void Loop::Private::stop()
     }
     const std::lock_guard guard(_lock);
     _stopRequested = true;
-    if (!_ended) uv_async_send(&_wake);
+    if (!_ended) wake();
+}
+
+// With the lock held, or in the life of the loop's owner.
+void Loop::Private::wake()
+{
+    if (!_system) [[likely]]
+        uv_async_send(&_wake);
+    else
+        FN_ASSERT(
+            _system == System::current(), AssertionFile, 3, "wake", "a simulated loop is its own process's alone");
 }
 
 void Loop::Private::post(Task task)
@@ -160,7 +189,7 @@ void Loop::Private::post(Task task)
     if (isCurrentThread()) return _tasks.push(std::move(task));
     const std::lock_guard guard(_lock);
     _remoteTasks.push_back(std::move(task));
-    if (!_hasRemoteTasks.exchange(true) && !_ended) uv_async_send(&_wake);
+    if (!_hasRemoteTasks.exchange(true) && !_ended) wake();
 }
 
 void Loop::Private::postDeletion(Task deletion)
@@ -180,6 +209,37 @@ void Loop::Private::turn()
     _turnEnd = _tasks.tail();
     fireDueTimers();
     uv_run(&_uv, UV_RUN_ONCE);
+    runTasks();
+    flushStreams();
+    if (_depth == 1) freeRetired();
+}
+
+// Apart from `run()`, so that its turns know nothing of it.
+[[gnu::noinline]] void Loop::Private::runSimulated()
+{
+    while (!takeStop()) {
+        simulatedTurn();
+        if (_system->isDead())
+            return; // A last turn for each run: code that runs the loop until something holds comes to its end.
+    }
+}
+
+void Loop::Private::simulatedTurn()
+{
+    takeRemoteTasks();
+    _turnEnd = _tasks.tail();
+    if (_timers.earliest()) _timers.fireDue(_clock.monotonic());
+    flushStreams();
+    // While others run this loop is nobody's: what they post to it by mistake is noticed.
+    const auto thread = _thread.exchange(std::thread::id());
+    auto* const current = internal::exchangeCurrentLoop(nullptr);
+    const bool mayBlock = _tasks.empty() && !_hasRemoteTasks && !_stopRequested;
+    _system->wait(mayBlock, _timers.earliest());
+    internal::exchangeCurrentLoop(current);
+    _thread = thread;
+    _system->deliver();
+    wokenUp();
+    _system->tookSteps(_turnEnd - std::min(_turnEnd, _tasks.head()));
     runTasks();
     flushStreams();
     if (_depth == 1) freeRetired();

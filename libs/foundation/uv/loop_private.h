@@ -4,6 +4,7 @@
 #include "foundation/uv/detail/ring_queue.h"
 #include "foundation/uv/detail/timer_queue.h"
 #include "foundation/uv/loop.h"
+#include "foundation/uv/system.h"
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -122,7 +123,9 @@ struct Loop::Private final : ClockFollower {
     bool mayTouch() const noexcept;
 
     Loop& owner() const noexcept { return _owner; }
-    uv_loop_t* handle() noexcept { return &_uv; }
+    uv_loop_t* handle() noexcept { return &_uv; } ///< Real life only.
+    System* system() const noexcept { return _system; } ///< Null in real life.
+    Private& requireReal(const char* what); ///< Itself; `fn::RuntimeException` in the simulated world.
     const Clock& clock() const noexcept { return _clock; }
     TimerQueue& timers() noexcept { return _timers; }
     LoopMembers& members() noexcept { return _members; }
@@ -136,8 +139,12 @@ struct Loop::Private final : ClockFollower {
     void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }
 
 private:
-    void clockAdvanced() override { uv_async_send(&_wake); }
+    void clockAdvanced() override { wake(); }
+    void wake();
+    void initialize();
     void turn();
+    void runSimulated();
+    void simulatedTurn();
     void takeRemoteTasks();
     void fireDueTimers();
     void runTasks();
@@ -184,6 +191,8 @@ private:
     std::vector<Task> _takenTasks; // Empty but for its memory, between calls.
     std::atomic<bool> _hasRemoteTasks { false }; // Written under `_lock`.
     std::atomic<bool> _stopRequested { false }; // Set under `_lock` by other threads.
+
+    System* const _system; // In whose process the loop was made. libuv's members are not in use then.
 };
 
 } // namespace uv

@@ -32,7 +32,7 @@ void PipeStream::Private::readStart(ReadCallback callback)
 void PipeStream::Private::readStop()
 {
     _wantsRead = false;
-    uv_read_stop(stream());
+    stopSocketReads();
 }
 
 void PipeStream::Private::readResume()
@@ -44,23 +44,14 @@ void PipeStream::Private::readResume()
 
 void PipeStream::Private::startReading()
 {
-    const auto allocate = [](uv_handle_t* handle, std::size_t, uv_buf_t* buffer) {
-        auto& self = of(handle->data);
-        if (self._delivering) return; // Told to `onRead()` as UV_ENOBUFS.
-        callGuarded([&] {
-            const auto memory = self.takeReadMemory();
-            *buffer = { memory.data(), memory.size() };
-        });
-    };
-    const auto read = [](uv_stream_t* stream, ssize_t count, const uv_buf_t* buffer) {
-        callGuarded([&] { of(stream->data).onRead(count, { buffer->base, buffer->len }); });
-    };
-    const auto code = uv_read_start(stream(), allocate, read);
+    const auto code = startSocketReads();
     if (code != UV_EALREADY) Status("read from a pipe", code).throwOnError();
 }
 
+/// Nothing while a read is being delivered: `onRead()` hears of it as UV_ENOBUFS.
 std::span<char> PipeStream::Private::takeReadMemory()
 {
+    if (_delivering) return {};
     _readsIntoTarget = !_readTarget.empty();
     if (!_readsIntoTarget) return { loop()->takeReadBuffer().release(), Loop::Private::ReadBufferSize };
     const auto target = std::exchange(_readTarget, {});
@@ -70,7 +61,7 @@ std::span<char> PipeStream::Private::takeReadMemory()
 void PipeStream::Private::onRead(std::ptrdiff_t count, std::span<char> memory)
 {
     if (_delivering) {
-        uv_read_stop(stream());
+        stopSocketReads();
         _heldBack = true;
         return;
     }
@@ -99,11 +90,9 @@ void PipeStream::Private::readPending()
 {
     for (int reads = 0; reads < mostReadsAtOnce && isReading() && !_delivering; ++reads) {
         const auto memory = takeReadMemory();
-        const auto count = ::recv(descriptor(), memory.data(), memory.size(), MSG_DONTWAIT);
-        const auto error = count < 0 ? errno : 0;
-        const bool isOver = error == EAGAIN || error == EINTR;
-        onRead(isOver ? 0 : error > 0 ? -error : count > 0 ? count : std::ptrdiff_t(UV_EOF), memory);
-        if (error == EAGAIN) return;
+        const auto count = receive(memory);
+        onRead(count == UV_EAGAIN ? 0 : count, memory);
+        if (count == UV_EAGAIN) return;
     }
 }
 
@@ -150,27 +139,24 @@ void PipeStream::Private::send()
     while (!_queue.empty()) {
         if (_writeError < 0) return _queue.fail(_writeError);
         const auto batch = _queue.gather(parts);
-        const int result = batch.bytes > 0 ? uv_try_write(stream(), parts.data(), batch.parts) : 0;
+        const auto result = batch.bytes > 0 ? tryWrite({ parts.data(), batch.parts }) : 0;
         if (result < 0 && result != UV_EAGAIN) {
-            _writeError = result;
+            _writeError = static_cast<int>(result);
             continue;
         }
-        const auto taken = static_cast<std::size_t>(std::max(result, 0));
+        const auto taken = static_cast<std::size_t>(std::max<std::ptrdiff_t>(result, 0));
         _sentBytes += taken;
         _queue.sent(taken);
         if (taken < batch.bytes) return sendRest(parts);
     }
-    if (_endsWriting) ::shutdown(descriptor(), SHUT_WR);
+    if (_endsWriting) shutdownSocket();
 }
 
 // The kernel is full: libuv goes on when there is room.
 void PipeStream::Private::sendRest(std::span<uv_buf_t> parts)
 {
     const auto batch = _queue.gather(parts);
-    const auto onWritten = [](uv_write_t* request, int code) {
-        callGuarded([&] { of(request->data).onWritten(code); });
-    };
-    const auto code = uv_write(&_request, stream(), parts.data(), batch.parts, onWritten);
+    const auto code = startWrite(parts.first(batch.parts));
     if (code == 0)
         _requestBytes = batch.bytes;
     else
@@ -220,7 +206,7 @@ void PipeStream::Private::reportProgress()
 
 std::size_t PipeStream::Private::takenOfRequest() const noexcept
 {
-    return _requestBytes > 0 ? _requestBytes - uv_stream_get_write_queue_size(stream()) : 0;
+    return _requestBytes > 0 ? _requestBytes - unwritten() : 0;
 }
 
 } // namespace fn::uv

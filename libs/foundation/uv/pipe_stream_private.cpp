@@ -34,9 +34,7 @@ int codeOf(const IOException& exception)
 
 PipeStream::Private::Private(Loop::Private& loop) : SharedMember(loop, 2) // Its user and libuv.
 {
-    uv_pipe_init(loop.handle(), &_pipe, 0);
-    _pipe.data = this;
-    _request.data = this;
+    openSocket();
 }
 
 void PipeStream::Private::requireFresh(const char* action) const
@@ -61,7 +59,7 @@ void PipeStream::Private::adopt(int descriptor, State state, const char* action)
 void PipeStream::Private::becomeConnected() noexcept
 {
     _state = State::Connected;
-    ::setsockopt(descriptor(), SOL_SOCKET, SO_SNDBUF, &kernelBufferBytes, sizeof(kernelBufferBytes));
+    if (!_simulated) ::setsockopt(descriptor(), SOL_SOCKET, SO_SNDBUF, &kernelBufferBytes, sizeof(kernelBufferBytes));
 }
 
 void PipeStream::Private::open(int descriptor)
@@ -74,6 +72,11 @@ void PipeStream::Private::open(int descriptor)
 void PipeStream::Private::bind(const String& name)
 {
     requireFresh("bind a pipe");
+    if (_simulated) {
+        Status("bind a pipe", _simulated->bind(name)).throwOnError();
+        _state = State::Bound;
+        return;
+    }
     PipeEndpoint endpoint(platform::pipePath(name));
     try {
         adopt(endpoint.descriptor(), State::Bound, "bind a pipe");
@@ -89,10 +92,7 @@ void PipeStream::Private::listen(int backlog, ConnectionCallback callback)
 {
     _onConnection = std::move(callback);
     _backlog = backlog;
-    const auto onConnection = [](uv_stream_t* stream, int code) {
-        callGuarded([&] { of(stream->data).connectionWaits(code); });
-    };
-    Status("listen on a pipe", uv_listen(stream(), backlog, onConnection)).throwOnError();
+    Status("listen on a pipe", listenSocket(backlog)).throwOnError();
 }
 
 void PipeStream::Private::connectionWaits(int code)
@@ -118,11 +118,9 @@ void PipeStream::Private::listenPending()
     const auto self = hold(this);
     if (_untaken) takeFromLibuv();
     for (int count = 0; count <= _backlog && _state == State::Bound; ++count) { // One more than `_backlog` may wait.
-        FileDescriptor socket(::accept4(descriptor(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (!socket) return; // Nobody, or a fault that libuv will meet and tell.
         Hold<Private> peer(new Private(*loop()));
-        const auto code = uv_pipe_open(&peer->_pipe, socket.get());
-        if (code == 0) socket.release();
+        const auto code = acceptPending(*peer);
+        if (code == UV_EAGAIN) return; // Nobody, or a fault that libuv will meet and tell.
         announcePeer(std::move(peer), code);
     }
 }
@@ -132,7 +130,7 @@ void PipeStream::Private::takeFromLibuv()
 {
     Hold<Private> peer(new Private(*loop()));
     _untaken = false;
-    const auto code = uv_accept(stream(), peer->stream());
+    const auto code = acceptSocket(*peer);
     announcePeer(std::move(peer), code);
 }
 
@@ -151,6 +149,7 @@ void PipeStream::Private::announcePeer(Hold<Private> peer, int code)
 
 bool PipeStream::Private::isTrusted(const Private& peer) const noexcept
 {
+    if (_simulated) return true; // All of that world are one user's.
     try {
         const auto identity = platform::peerIdentity(peer.descriptor());
         if (identity.isOwnUserOrRoot()) return true;
@@ -187,35 +186,27 @@ void PipeStream::Private::connect(const String& name, ConnectionCallback callbac
     _onConnect = std::move(callback);
     _connectAction = fmt::format("connect to {}", name);
     _retryDelay = 1;
+    tryConnect(name);
+}
+
+void PipeStream::Private::tryConnect(const String& name)
+{
+    int code = 0;
     try {
-        _address = platform::socketAddress(platform::pipePath(name));
+        code = connectSocket(name);
     } catch (const IOException& exception) {
         return finishConnect(exception.message(), codeOf(exception));
     }
-    _socket = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (_socket)
-        tryConnect();
-    else
-        finishConnect(_connectAction, -errno);
-}
-
-void PipeStream::Private::tryConnect()
-{
-    const auto* const address = reinterpret_cast<const sockaddr*>(&_address);
-    if (::connect(_socket.get(), address, sizeof(_address)) == 0) return finishConnect(_connectAction, 0);
-    if (errno != EAGAIN) return finishConnect(_connectAction, -errno);
+    if (code != UV_EAGAIN) return finishConnect(_connectAction, code);
     // The listener's queue is full. Once the endpoint is gone this ends with another error.
-    _timer = loop()->schedule(Duration::milliseconds(_retryDelay), [this] { tryConnect(); });
+    _timer = loop()->schedule(Duration::milliseconds(_retryDelay), [this, name] { tryConnect(name); });
     _retryDelay = std::min(_retryDelay * 2, longestRetryDelay);
 }
 
 void PipeStream::Private::finishConnect(String message, int code)
 {
-    if (code == 0) code = uv_pipe_open(&_pipe, _socket.get());
-    if (code == 0) {
-        _socket.release();
-        becomeConnected();
-    }
+    if (code == 0) code = adoptSocket();
+    if (code == 0) becomeConnected();
     loop()->post([held = hold(this), status = Status(std::move(message), code)] { held->reportConnected(status); });
 }
 
@@ -248,8 +239,7 @@ void PipeStream::Private::close(folly::Function<void()> completion)
     _timer.invalidate();
     _announcements = {};
     _onClosed = std::move(completion);
-    const auto onClosed = [](uv_handle_t* handle) { callGuarded([&] { of(handle->data).onClosed(); }); };
-    uv_close(reinterpret_cast<uv_handle_t*>(&_pipe), onClosed);
+    closeSocket();
     while (!_waiting.empty()) {
         const Hold<Private> peer(_waiting.pop());
         peer->close({});

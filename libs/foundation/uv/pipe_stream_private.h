@@ -3,7 +3,6 @@
 #include "foundation/uv/detail/write_queue.h"
 #include "foundation/uv/loop_private.h"
 #include "foundation/uv/pipe_stream.h"
-#include <sys/un.h>
 
 namespace fn::uv {
 
@@ -16,7 +15,7 @@ namespace fn::uv {
 ///
 /// A callback of the user is moved out of its member while it runs: it may close the stream, replace itself, or let go
 /// of the last reference.
-struct PipeStream::Private final : SharedMember {
+struct PipeStream::Private final : SharedMember, System::SocketUser {
     using ConnectionCallback = folly::Function<void(const Status&)>;
 
     explicit Private(Loop::Private& loop);
@@ -63,29 +62,45 @@ private:
 
     void adopt(int descriptor, State state, const char* action);
     void becomeConnected() noexcept;
-    void connectionWaits(int code);
+    void connectionWaits(int code) override;
     void takeFromLibuv();
     void announcePeer(Hold<Private> peer, int code);
     bool isTrusted(const Private& peer) const noexcept;
     void announce(int code);
-    void tryConnect();
+    void tryConnect(const String& name);
     void finishConnect(String message, int code);
     void reportConnected(const Status& status);
 
     void startReading();
-    std::span<char> takeReadMemory();
-    void onRead(std::ptrdiff_t count, std::span<char> memory);
+    std::span<char> takeReadMemory() override;
+    void onRead(std::ptrdiff_t count, std::span<char> memory) override;
     void deliver(std::ptrdiff_t count, const char* data);
 
     void send();
     void sendRest(std::span<uv_buf_t> parts);
-    void onWritten(int code);
+    void onWritten(int code) override;
     void announceProgress();
     void reportProgress();
     bool hasDrained() const noexcept { return _onDrained && queuedBytes() <= _drainedAt; }
     std::size_t takenOfRequest() const noexcept;
 
-    void onClosed();
+    void onClosed() override;
+
+    // The system calls of a pipe, as libuv makes them or the simulated world (pipe_stream_system.cpp). Codes are libuv's.
+    void openSocket();
+    int listenSocket(int backlog);
+    int acceptSocket(Private& peer);
+    int acceptPending(Private& peer);
+    int connectSocket(const String& name);
+    int adoptSocket();
+    int startSocketReads();
+    void stopSocketReads();
+    std::ptrdiff_t receive(std::span<char> memory);
+    std::ptrdiff_t tryWrite(std::span<const uv_buf_t> parts);
+    int startWrite(std::span<const uv_buf_t> parts);
+    std::size_t unwritten() const noexcept;
+    void shutdownSocket();
+    void closeSocket();
 
     uv_pipe_t _pipe;
     State _state = State::Fresh;
@@ -102,7 +117,6 @@ private:
     ConnectionCallback _onConnect;
     String _connectAction; // For reports.
     FileDescriptor _socket; // Until it is connected.
-    sockaddr_un _address {};
     std::int64_t _retryDelay = 0; // Milliseconds.
     Handle _timer; // Of the next try to connect, or of the latest end of a gentle close.
 
@@ -124,6 +138,7 @@ private:
     bool _reportPosted = false;
     folly::Function<void()> _onDrained; // To be called when so much is queued:
     std::size_t _drainedAt = 0;
+    std::unique_ptr<System::Socket> _simulated; // In place of `_pipe` and `_socket`; null in real life.
 };
 
 } // namespace fn::uv

@@ -57,7 +57,8 @@ void Poll::Private::close()
     _callback.drop();
 }
 
-Poll::Poll(Loop& loop, int descriptor, Task callback) : _private(new Private(loop.internals(), std::move(callback)))
+Poll::Poll(Loop& loop, int descriptor, Task callback)
+    : _private(new Private(loop.internals().requireReal("A watched descriptor"), std::move(callback)))
 {
     const auto code = _private->start(descriptor);
     if (code == 0) return;

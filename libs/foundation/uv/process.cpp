@@ -2,6 +2,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/uv/loop_private.h"
 #include "foundation/uv/status.h"
+#include <algorithm>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -36,7 +37,7 @@ void keepFromChildren() { ::close_range(standardStreams, ~0U, CLOSE_RANGE_CLOEXE
 
 } // namespace
 
-struct Process::Private final : SharedMember {
+struct Process::Private final : SharedMember, System::ChildUser {
     explicit Private(Loop::Private& loop) : SharedMember(loop, 1) { _process.data = this; }
 
     void spawn(ProcessOptions options);
@@ -47,14 +48,16 @@ struct Process::Private final : SharedMember {
     void loopIsEnding() override;
 
 private:
-    void exited(std::int64_t status, int signal);
+    void exited(std::int64_t status, int signal) override;
+    int start(const ProcessOptions& options, std::vector<uv_stdio_container_t> streams);
+    int startSimulated(System& system, const ProcessOptions& options);
     void close();
 
     uv_process_t _process;
     int _pid = 0;
     unsigned _flags = 0;
     bool _spawned = false;
-    bool _open = false; // libuv knows `_process`, and holds this.
+    bool _open = false; // libuv, or the simulated world, knows this and holds it.
     folly::Function<void(std::int64_t, int)> _onExit;
 };
 
@@ -63,14 +66,34 @@ void Process::Private::spawn(ProcessOptions options)
     const String action = fmt::format("start {}", options.file);
     if (std::exchange(_spawned, true)) Status(action, UV_EALREADY).throwOnError();
     if (!loop()) Status(action, UV_ECANCELED).throwOnError();
-
-    std::vector<char*> arguments;
     for (const auto& argument : options.arguments) {
         if (argument.contains(std::string_view("\0", 1))) Status(action, UV_EINVAL).throwOnError();
-        arguments.push_back(const_cast<char*>(argument.c_str()));
     }
-    arguments.push_back(nullptr);
     auto streams = containersOf(options.streams);
+    _flags = options.flags;
+    _onExit = std::move(options.onExit);
+    hold(this).release(); // Until libuv has closed, also where it fails.
+    _open = true;
+    auto* const system = loop()->system();
+    const auto code = system ? startSimulated(*system, options) : start(options, std::move(streams));
+    if (code >= 0) return;
+    forget();
+    close();
+    Status(action, code).throwOnError();
+}
+
+int Process::Private::startSimulated(System& system, const ProcessOptions& options)
+{
+    const int id = system.spawn(options.file, options.arguments, *this);
+    _pid = std::max(id, 0);
+    return std::min(id, 0);
+}
+
+int Process::Private::start(const ProcessOptions& options, std::vector<uv_stdio_container_t> streams)
+{
+    std::vector<char*> arguments;
+    for (const auto& argument : options.arguments) arguments.push_back(const_cast<char*>(argument.c_str()));
+    arguments.push_back(nullptr);
 
     uv_process_options_t uvOptions {};
     uvOptions.file = options.file.c_str();
@@ -82,23 +105,16 @@ void Process::Private::spawn(ProcessOptions options)
         static_cast<Private*>(process->data)->exited(status, signal);
     };
     keepFromChildren();
-    _flags = options.flags;
-    _onExit = std::move(options.onExit);
-    hold(this).release(); // Until libuv has closed, also where it fails.
-    _open = true;
     const auto code = uv_spawn(loop()->handle(), &_process, &uvOptions);
-    if (code < 0) {
-        forget();
-        close();
-        Status(action, code).throwOnError();
-    }
-    _pid = uv_process_get_pid(&_process);
+    if (code == 0) _pid = uv_process_get_pid(&_process);
+    return code;
 }
 
 void Process::Private::kill(int signal)
 {
     if (!_open || _pid == 0) return;
-    const auto code = uv_process_kill(&_process, signal);
+    auto* const system = loop() ? loop()->system() : nullptr;
+    const auto code = system ? system->kill(_pid, signal) : uv_process_kill(&_process, signal);
     if (code != UV_ESRCH) Status(fmt::format("send signal {} to process {}", signal, _pid), code).throwOnError();
 }
 
@@ -117,6 +133,10 @@ void Process::Private::forget()
 void Process::Private::close()
 {
     if (!std::exchange(_open, false)) return;
+    if (auto* const system = loop()->system()) {
+        system->forget(*this);
+        return release();
+    }
     const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
     uv_close(reinterpret_cast<uv_handle_t*>(&_process), onClosed);
 }

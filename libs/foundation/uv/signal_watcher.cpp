@@ -4,16 +4,21 @@
 
 namespace fn::uv {
 
-struct SignalWatcher::Private final : SharedMember {
+struct SignalWatcher::Private final : SharedMember, System::SignalUser {
     Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // Its user and libuv.
     {
+        if (loop.system()) return;
         uv_signal_init(loop.handle(), &_signal);
         _signal.data = this;
     }
 
     int start(int signal)
     {
-        const auto onSignal = [](uv_signal_t* handle, int) { static_cast<Private*>(handle->data)->run(); };
+        if (auto* const system = loop()->system()) {
+            system->watchSignal(signal, *this);
+            return 0;
+        }
+        const auto onSignal = [](uv_signal_t* handle, int) { static_cast<Private*>(handle->data)->signalled(); };
         return uv_signal_start(&_signal, onSignal, signal);
     }
 
@@ -21,14 +26,14 @@ struct SignalWatcher::Private final : SharedMember {
     void loopIsEnding() override { close(); }
 
 private:
-    void run();
+    void signalled() override;
 
     uv_signal_t _signal;
     RepeatedCallback _callback;
     bool _closed = false;
 };
 
-void SignalWatcher::Private::run()
+void SignalWatcher::Private::signalled()
 {
     if (_closed) return;
     const auto self = hold(this);
@@ -38,8 +43,13 @@ void SignalWatcher::Private::run()
 void SignalWatcher::Private::close()
 {
     if (std::exchange(_closed, true)) return;
-    const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
-    uv_close(reinterpret_cast<uv_handle_t*>(&_signal), onClosed);
+    if (auto* const system = loop()->system()) {
+        system->unwatchSignal(*this);
+        release();
+    } else {
+        const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
+        uv_close(reinterpret_cast<uv_handle_t*>(&_signal), onClosed);
+    }
     _callback.drop();
 }
 

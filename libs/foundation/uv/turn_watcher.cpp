@@ -49,7 +49,7 @@ void TurnWatcher::Private::close()
 }
 
 TurnWatcher::TurnWatcher(Loop& loop, Moment moment, Task callback)
-    : _private(new Private(loop.internals(), moment, std::move(callback)))
+    : _private(new Private(loop.internals().requireReal("A watcher of turns"), moment, std::move(callback)))
 {
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/detail/published.h"
+#include "foundation/uv/system.h"
 #include <map>
 #include <mutex>
 #include <vector>
@@ -16,6 +17,7 @@ struct Category::Private {
     struct Listener {
         AutoPtr<Sink> sink;
         int threshold;
+        const uv::System* system; // Only what this simulated process logs; null: whatever is logged.
     };
     using Listeners = std::vector<Listener>;
 
@@ -24,7 +26,11 @@ struct Category::Private {
 
 struct CategoryManager::Private {
     std::mutex lock; // Of every change.
-    std::vector<AutoPtr<Sink>> sinks;
+    struct Registered {
+        AutoPtr<Sink> sink;
+        const uv::System* system; // Of the simulated process that has added it.
+    };
+    std::vector<Registered> sinks;
     std::map<String, std::unique_ptr<Category>> categories;
 };
 
