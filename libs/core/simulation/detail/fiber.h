@@ -1,0 +1,70 @@
+#pragma once
+#include <cstddef>
+#include <cxxabi.h>
+#include <folly/Function.h>
+#include <memory>
+
+namespace core::simulation {
+
+/// A stack of its own for each simulated process. Kept between processes: making one costs several system calls.
+class FiberStack {
+public:
+    FiberStack();
+    FiberStack(const FiberStack&) = delete;
+    ~FiberStack();
+
+    void* top() const noexcept { return static_cast<char*>(_memory) + _bytes; }
+    void* bottom() const noexcept { return static_cast<char*>(_memory) + _guard; } ///< The lowest usable address.
+    std::size_t size() const noexcept { return _bytes - _guard; }
+    void clean() noexcept; ///< Forgets what the last owner's frames left, so that the sanitizers do.
+
+private:
+    std::size_t _guard = 0;
+    std::size_t _bytes = 0;
+    void* _memory = nullptr;
+};
+
+/// A function that runs on a stack of its own until it pauses, and goes on there when it is resumed. One thread.
+class Fiber {
+public:
+    Fiber(std::unique_ptr<FiberStack> stack, folly::Function<void()> function);
+    Fiber(const Fiber&) = delete;
+    ~Fiber(); ///< What is left on the stack is not destroyed: let it end first.
+
+    /// Runs it until it pauses or ends. From the thread's own stack.
+    void resume();
+
+    /// Goes back to who resumed it. On its own stack.
+    void pause();
+
+    bool hasEnded() const noexcept { return _hasEnded; }
+    std::unique_ptr<FiberStack> takeStack() noexcept { return std::move(_stack); } ///< Once it has ended.
+
+private:
+    // What the language keeps of a thread's exceptions: those being handled here are none of the others' business.
+    struct Exceptions {
+        void* caught = nullptr;
+        unsigned int uncaught = 0;
+    };
+
+    [[noreturn]] void run() noexcept;
+    void exchangeExceptions() noexcept;
+
+    std::unique_ptr<FiberStack> _stack;
+    folly::Function<void()> _function;
+    void* _context = nullptr; // Of the side that does not run now.
+    Exceptions _exceptions;
+    bool _hasEnded = false;
+
+    // For the sanitizers.
+    void* _fakeStack = nullptr;
+    void* _callerFakeStack = nullptr;
+    const void* _callerBottom = nullptr;
+    std::size_t _callerSize = 0;
+    void* _tsanFiber = nullptr;
+    void* _tsanCaller = nullptr;
+
+    friend struct FiberEntry;
+};
+
+} // namespace core::simulation

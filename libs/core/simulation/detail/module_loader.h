@@ -1,0 +1,12 @@
+#pragma once
+#include "foundation/string.h"
+#include <vector>
+
+namespace core::simulation {
+
+inline constexpr auto moduleLoaderName = "skyfold.module_loader";
+
+/// What the module loader does with its arguments (its own name, library, pipe path, worker tag).
+int runModuleLoader(const std::vector<fn::String>& arguments);
+
+} // namespace core::simulation
