@@ -1,0 +1,208 @@
+#include "actor.h"
+#include "core/ipc/registry.h"
+#include "foundation/exceptions.h"
+#include "foundation/message_bus.h"
+#include "foundation/system/process_local.h"
+#include "foundation/value_map.h"
+#include <algorithm>
+
+namespace simulated {
+namespace {
+
+Actor*& actor()
+{
+    static fn::ProcessLocal<Actor*> actor;
+    return actor.get();
+}
+
+Truth& truth() { return Truth::current(); }
+
+constexpr int channels = 3; // Of the bus; the first one is sticky.
+
+fn::String channelName(int channel) { return fmt::format("load.{}", channel); }
+
+template <typename T> T takeSome(std::vector<T>& all)
+{
+    const auto chosen = all.begin() + truth().choose(static_cast<std::uint32_t>(all.size()));
+    T taken = std::move(*chosen);
+    all.erase(chosen);
+    return taken;
+}
+
+} // namespace
+
+Actor::Actor(const ipc::ModuleInitData& data) : Module(data) { actor() = this; }
+
+Actor::~Actor() { actor() = nullptr; }
+
+Actor* Actor::inThisProcess() { return actor(); }
+
+void Actor::onConnected()
+{
+    truth().connected(worker().workerId());
+    worker().registerObjectReferenceClass<ThingReference>();
+    for (int channel = 0; channel < channels; ++channel) listen(channel);
+    someThing();
+    actLater();
+}
+
+void Actor::terminate()
+{
+    truth().leaves();
+    Module::terminate();
+}
+
+void Actor::actLater()
+{
+    const auto delay = fn::Duration::milliseconds(100 - truth().choose(100)); // The tame answer is to be quiet.
+    _next = worker().loop().schedule(delay, [this] {
+        if (truth().isResting) return;
+        act();
+        actLater();
+    });
+}
+
+void Actor::act()
+{
+    switch (truth().choose(13)) {
+    case 0: return;
+    case 1: return registerSomething();
+    case 2: return findSomething();
+    case 3: return cancelSomething();
+    case 4: return dropSomething();
+    case 5: return post();
+    case 6:
+        if (truth().choose(100) == 99) terminate();
+        return;
+    default: return callSomething();
+    }
+}
+
+// --- Objects
+
+fn::AutoPtr<Thing> Actor::someThing()
+{
+    if (!_things.empty() && truth().choose(3) > 0)
+        return _things[truth().choose(static_cast<std::uint32_t>(_things.size()))];
+    auto made = fn::makeAuto<Thing>(worker());
+    if (truth().choose(3) > 0 || _things.empty()) {
+        _things.push_back(made);
+        truth().held(made->number, 1);
+    }
+    return made;
+}
+
+void Actor::hold(fn::AutoPtr<ThingReference> reference)
+{
+    if (reference) _held.push_back(std::move(reference));
+}
+
+fn::AutoPtr<ThingReference> Actor::someHeld()
+{
+    if (_held.empty()) return {};
+    return _held[truth().choose(static_cast<std::uint32_t>(_held.size()))];
+}
+
+void Actor::dropSomething()
+{
+    if (truth().choose(2) == 0) {
+        if (!_held.empty()) takeSome(_held);
+    } else if (_things.size() > 1) {
+        truth().held(takeSome(_things)->number, -1);
+    }
+}
+
+void Actor::registerSomething()
+{
+    const auto thing = someThing();
+    const int priority = static_cast<int>(truth().choose(5));
+    truth().registered(thing->number, priority);
+    truth().tell("registers thing {} with priority {}", thing->number, priority);
+    worker().registry()->registerObject(thing, priority).then([] {}, [](std::exception_ptr) {});
+}
+
+void Actor::findSomething()
+{
+    const auto bound = fn::Duration::milliseconds(truth().choose(5000));
+    worker().registry()->getInstance<ThingReference>(bound).then(
+        [this](fn::AutoPtr<ThingReference>&& found) {
+            if (!found) truth().violated("getInstance gave nothing");
+            hold(std::move(found));
+        },
+        [](std::exception_ptr) {});
+}
+
+// --- Calls
+
+fn::Promise<fn::Value> Actor::call(const fn::AutoPtr<ThingReference>& reference, Ask ask, int& number)
+{
+    number = truth().called(ask, *reference);
+    auto argument = fn::Value::map({ { "call", number } });
+    if (ask == Ask::Keep || ask == Ask::CallBack) {
+        const auto other = someHeld(); // Of anybody: a third party's as well.
+        if (other && other->thing >= 0 && truth().choose(2) == 0)
+            argument.set("thing", fn::Value::map({ { "number", other->thing }, { "object", other } }));
+        else
+            argument.set("thing", someThing()->asValue());
+    }
+    return reference->callMethod(fn::String::number(static_cast<int>(ask)), argument);
+}
+
+void Actor::callSomething()
+{
+    const auto reference = someHeld();
+    if (!reference) return findSomething();
+    const auto ask = static_cast<Ask>(truth().choose(asks));
+    int number = 0;
+    const auto promise = call(reference, ask, number);
+    _pending.push_back({ number, promise });
+    const auto end = [this, number] {
+        std::erase_if(_pending, [&](const Pending& other) { return other.call == number; });
+    };
+    promise.then(
+        [this, number, ask, end](fn::Value&& result) {
+            end();
+            if (ask == Ask::Give) {
+                truth().fulfilled(number, true);
+                hold(thingIn(result));
+            } else {
+                truth().fulfilled(number, result == fn::Value(number));
+            }
+        },
+        [number, end](std::exception_ptr failure) {
+            end();
+            truth().rejected(number, failure);
+        });
+}
+
+void Actor::cancelSomething()
+{
+    if (_pending.empty()) return;
+    const auto pending = takeSome(_pending);
+    truth().cancelled(pending.call);
+    pending.promise.cancel();
+}
+
+// --- The bus
+
+void Actor::post()
+{
+    const int channel = static_cast<int>(truth().choose(channels));
+    auto body = fn::Value::map({ { "publisher", Process::current()->id() }, { "number", truth().posted(channel) } });
+    if (channel == 0)
+        fn::MessageBus::instance().postStickyMessage(channelName(channel), std::move(body));
+    else
+        fn::MessageBus::instance().postMessage(channelName(channel), std::move(body));
+}
+
+void Actor::listen(int channel)
+{
+    _listening.push_back(fn::MessageBus::instance()
+                             .onMessage(channelName(channel))
+                             .connect([this, channel](const fn::String&, const fn::Value& body) {
+                                 truth().heard(
+                                     channel, body.at("publisher").to<int>(), body.at("number").to<int>(), _heard);
+                             }));
+}
+
+} // namespace simulated

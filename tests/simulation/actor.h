@@ -1,0 +1,48 @@
+#pragma once
+#include "core/ipc/module.h"
+#include "thing.h"
+
+namespace simulated {
+
+/// A module that does at random whatever a module can do.
+class FN_EXPORT Actor final : public ipc::Module {
+public:
+    explicit Actor(const ipc::ModuleInitData& data);
+    ~Actor() override;
+    static Actor* inThisProcess();
+
+    void onConnected() override;
+    bool wantsIdleTermination() override { return Truth::current().mayEndIdle; }
+    bool canTerminate() override { return Truth::current().isResting; }
+    void terminate() override;
+
+    void hold(fn::AutoPtr<ThingReference> reference);
+    fn::AutoPtr<Thing> someThing(); ///< A new one or one of its own.
+    fn::AutoPtr<ThingReference> someHeld();
+    fn::Promise<fn::Value> call(const fn::AutoPtr<ThingReference>& reference, Ask ask, int& number);
+
+private:
+    struct Pending {
+        int call;
+        fn::Promise<fn::Value> promise;
+    };
+
+    void actLater();
+    void act();
+    void callSomething();
+    void cancelSomething();
+    void dropSomething();
+    void registerSomething();
+    void findSomething();
+    void post();
+    void listen(int channel);
+
+    std::vector<fn::AutoPtr<Thing>> _things;
+    std::vector<fn::AutoPtr<ThingReference>> _held;
+    std::vector<Pending> _pending;
+    std::map<int, int> _heard; // Last number by publisher and channel.
+    fn::Handle _next;
+    std::vector<fn::Handle> _listening;
+};
+
+} // namespace simulated

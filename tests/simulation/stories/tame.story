@@ -1,0 +1,1 @@
+# Nothing but what the application does by itself: one module, no faults.
