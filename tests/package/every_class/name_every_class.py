@@ -40,7 +40,7 @@ def unlinkable(text):
             blocks.pop()
         elif match[0] == "{" and named:
             # A template is defined where it is declared, a nested class is exported with the one around it.
-            linkable = kind == "other" or named[1] or "FN_EXPORT" in head or re.search(r"\w::\w+( final)?( :.*)?$", head)
+            linkable = kind == "other" or named[1] or re.search(r"FN_EXPORT|gnu::visibility|\w::\w+( final)?( :.*)?$", head)
             blocks.append(["other" if linkable and named[2] != "namespace" else named[2],
                            "private" if named[2] == "class" else "public"])
         elif match[0] == "{":
