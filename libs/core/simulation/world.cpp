@@ -137,7 +137,7 @@ bool World::passTime()
     };
     for (const auto& process : _processes) {
         if (process->_isDead || process->isStopped()) continue;
-        if (process->_frozenUntil)
+        if (process->isFrozen())
             consider(process->_frozenUntil);
         else
             consider(process->_until);
