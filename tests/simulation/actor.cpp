@@ -140,10 +140,12 @@ fn::Promise<fn::Value> Actor::call(const fn::AutoPtr<ThingReference>& reference,
     auto argument = fn::Value::map({ { "call", number } });
     if (ask == Ask::Keep || ask == Ask::CallBack) {
         const auto other = someHeld(); // Of anybody: a third party's as well.
-        if (other && other->thing >= 0 && truth().choose(2) == 0)
+        if (other && other->thing >= 0 && truth().choose(2) == 0) {
+            if (other->local()) truth().sent(other->thing);
             argument.set("thing", fn::Value::map({ { "number", other->thing }, { "object", other } }));
-        else
+        } else {
             argument.set("thing", someThing()->asValue());
+        }
     }
     return reference->callMethod(fn::String::number(static_cast<int>(ask)), argument);
 }
