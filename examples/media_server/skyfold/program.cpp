@@ -82,9 +82,10 @@ int Program::run()
     using WorkerInfo = ipc::Dispatcher::WorkerInfo;
     _connections.push_back(_dispatcher->onWorkerConnected().connect(
         [this](const WorkerInfo& info) { _connected.insert(info.displayName); }));
-    _connections.push_back(_dispatcher->onWorkerDisconnected().connect([this](const WorkerInfo& info) {
-        if (!_isEnding) _connected.erase(info.displayName); // One that ends in good order is left to do so.
-    }));
+    for (auto* process : _processes) {
+        _connections.push_back(
+            process->onExit().connect([this, name = process->name()](std::int64_t, int) { _connected.erase(name); }));
+    }
     _instance.accept([this](const fn::Value& value) { onCommand(value); });
     _dispatcher->bind();
     const HubAddress address(_dispatcher->pipePath());

@@ -37,7 +37,8 @@ private:
     fn::uv::Loop& _loop;
     std::optional<ipc::Dispatcher> _dispatcher; // Empty at the end: goes before the processes have ended.
     std::vector<ipc::ModuleDefinition*> _processes; // The manager's.
-    std::set<fn::String> _connected; // Workers that are there, by their display names: those of their modules.
+    /// Whose processes have had a worker, by their names: one whose worker has gone is ending by itself.
+    std::set<fn::String> _connected;
     ipc::ModuleManager _manager;
     NextScan _onNextScan; // Of a console that waits, in a program that stays.
     std::deque<RunOptions> _nextScans; // What other starts of the program have handed over.
