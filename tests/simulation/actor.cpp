@@ -157,11 +157,10 @@ void Actor::callSomething()
     const auto ask = static_cast<Ask>(truth().choose(asks));
     int number = 0;
     const auto promise = call(reference, ask, number);
-    _pending.push_back({ number, promise });
     const auto end = [this, number] {
         std::erase_if(_pending, [&](const Pending& other) { return other.call == number; });
     };
-    promise.then(
+    auto ended = promise.then(
         [this, number, ask, end](fn::Value&& result) {
             end();
             if (ask == Ask::Give) {
@@ -175,6 +174,7 @@ void Actor::callSomething()
             end();
             truth().rejected(number, failure);
         });
+    _pending.push_back({ number, std::move(ended) });
 }
 
 void Actor::cancelSomething()

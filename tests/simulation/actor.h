@@ -24,7 +24,7 @@ public:
 private:
     struct Pending {
         int call;
-        fn::Promise<fn::Value> promise;
+        fn::Promise<void> promise; // Of what follows from it.
     };
 
     void actLater();
