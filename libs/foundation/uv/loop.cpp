@@ -181,7 +181,7 @@ void Loop::Private::wake()
         uv_async_send(&_wake);
     else
         FN_ASSERT(
-            _system == System::current(), AssertionFile, 3, "wake", "a simulated loop is its own process's alone");
+            _system == System::current(), AssertionFile, 4, "wake", "a simulated loop is its own process's alone");
 }
 
 void Loop::Private::post(Task task)
