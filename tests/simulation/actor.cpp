@@ -163,12 +163,8 @@ void Actor::callSomething()
     auto ended = promise.then(
         [this, number, ask, end](fn::Value&& result) {
             end();
-            if (ask == Ask::Give) {
-                truth().fulfilled(number, true);
-                hold(thingIn(result));
-            } else {
-                truth().fulfilled(number, result == fn::Value(number));
-            }
+            truth().fulfilled(number, result);
+            if (ask == Ask::Give && result.isMap()) hold(thingIn(result));
         },
         [number, end](std::exception_ptr failure) {
             end();

@@ -120,7 +120,7 @@ void Thing::callOn(const CallContext& context, int call, const fn::AutoPtr<Thing
     const auto promise = actor->call(other, Ask::Echo, inner);
     promise.then(
         [self = fn::AutoPtr(this), context, call, inner](fn::Value&& result) {
-            Truth::current().fulfilled(inner, result == fn::Value(inner));
+            Truth::current().fulfilled(inner, result);
             self->sendResult(context, call);
         },
         [self = fn::AutoPtr(this), context, inner](std::exception_ptr failure) {

@@ -145,7 +145,20 @@ void Truth::cancelled(int call)
     _calls[static_cast<std::size_t>(call)].isCancelled = true;
 }
 
-void Truth::fulfilled(int call, bool isRight)
+/// Request ids begin anew with each reference: where one is dropped after a cancel and another one to the same object is made, the
+/// late answer to the cancelled call ends the call that has its number now.
+bool Truth::isLateAnswer(const Call& call, const fn::Value& answer) const
+{
+    return std::ranges::any_of(_calls, [&](const Call& earlier) {
+        if (&earlier == &call || !earlier.isCancelled || earlier.caller != call.caller) return false;
+        const auto number = static_cast<int>(&earlier - _calls.data());
+        return answer.isMap()
+            ? earlier.ask == Ask::Give
+            : answer == fn::Value(number) || answer == fn::Value(fmt::format("RuntimeException: call {}", number));
+    });
+}
+
+void Truth::fulfilled(int call, const fn::Value& result)
 {
     if (!counts()) return;
     ++_answers;
@@ -155,7 +168,9 @@ void Truth::fulfilled(int call, bool isRight)
     if (known.isCancelled) violated(fmt::format("call {} ended after it was cancelled", call));
     const bool mayHaveResult =
         known.ask != Ask::Never && known.ask != Ask::Throw && known.ask != Ask::Error && known.ask != Ask::Unencodable;
-    if (!isRight || !mayHaveResult || !known.hasArrived) violated(fmt::format("call {} has a wrong result", call));
+    const bool isRight = known.ask == Ask::Give ? result.isMap() || result.isNil() : result == fn::Value(call);
+    if ((!isRight || !mayHaveResult || !known.hasArrived) && !isLateAnswer(known, result))
+        violated(fmt::format("call {} has a wrong result", call));
 }
 
 void Truth::rejected(int call, const std::exception_ptr& failure)
@@ -169,6 +184,7 @@ void Truth::rejected(int call, const std::exception_ptr& failure)
     if (known.ask == Ask::Unencodable && known.hasArrived) return;
     if ((known.ask == Ask::Throw || known.ask == Ask::Error) && what == fmt::format("RuntimeException: call {}", call))
         return;
+    if (isLateAnswer(known, fn::Value(what))) return;
     // Asked to call somebody else, who may have died.
     const bool asksOthers = known.ask == Ask::Relay || known.ask == Ask::CallBack;
     if (isDeath(failure) && (isEnding || asksOthers || !isAlive(known.owner) || !isAlive(known.caller) || isHubDead()))

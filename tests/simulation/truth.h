@@ -51,7 +51,7 @@ public:
     int called(Ask ask, const ThingReference& reference);
     void arrived(int call);
     void cancelled(int call);
-    void fulfilled(int call, bool isRight);
+    void fulfilled(int call, const fn::Value& result);
     void rejected(int call, const std::exception_ptr& failure);
 
     // The bus, the supervisor, faults, the log.
@@ -93,6 +93,7 @@ private:
     };
 
     void print(const std::string& line) const;
+    bool isLateAnswer(const Call& call, const fn::Value& answer) const;
     bool isAlive(const Process* process) const;
     bool isHubDead() const;
     bool isExplained(const std::string& text) const;
