@@ -12,8 +12,8 @@ public:
     static Actor* inThisProcess();
 
     void onConnected() override;
-    bool wantsIdleTermination() override { return Truth::current().mayEndIdle; }
-    bool canTerminate() override { return Truth::current().isResting; }
+    bool wantsIdleTermination() override { return Witness::current().mayEndIdle(); }
+    bool canTerminate() override { return Witness::current().isResting(); }
     void terminate() override;
 
     void hold(fn::AutoPtr<ThingReference> reference);
@@ -40,7 +40,6 @@ private:
     std::vector<fn::AutoPtr<Thing>> _things;
     std::vector<fn::AutoPtr<ThingReference>> _held;
     std::vector<Pending> _pending;
-    std::map<int, int> _heard; // Last number by publisher and channel.
     fn::Handle _next;
     std::vector<fn::Handle> _listening;
 };

@@ -3,7 +3,7 @@
 #include "core/ipc/module_manager/module_manager.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/uv/signal_watcher.h"
-#include "truth.h"
+#include "world_truth.h"
 #include <algorithm>
 #include <csignal>
 
@@ -20,7 +20,8 @@ class TruthSink final : public fn::logging::Sink {
     int threshold(const fn::logging::Category&) const override { return 4; }
     void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override
     {
-        Truth::current().logged(message.priority, fmt::format("{}: {}", category.name(), message.text));
+        const auto line = fmt::format("{}: {}", category.name(), message.text);
+        Witness::current().tell({ .deed = Deed::Logs, .number = message.priority, .text = line });
     }
 };
 
@@ -35,11 +36,10 @@ private:
     fn::AutoPtr<fn::logging::Sink> _sink = fn::makeAuto<TruthSink>();
 };
 
-int mainProgram(std::uint32_t modules)
+int mainProgram(WorldTruth& truth, std::uint32_t modules)
 {
-    auto& truth = Truth::current();
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    ipc::Dispatcher dispatcher(fn::RunLoop::defaultLoop().uvLoop(), Truth::pongTime);
+    ipc::Dispatcher dispatcher(fn::RunLoop::defaultLoop().uvLoop(), WorldTruth::pongTime);
     truth.hub = &dispatcher;
     dispatcher.bind();
     dispatcher.start();
@@ -50,8 +50,12 @@ int mainProgram(std::uint32_t modules)
         definitions.push_back(ipc::ModuleDefinition::create(name, "module_loader", false, false, false));
     }
     ipc::ModuleManager manager(dispatcher, std::move(definitions));
-    manager.onFatalError().connect([&](const fn::String& message) { truth.gaveUp(message); }).detach();
-    manager.onModuleNotResponding().connect([&](const fn::String& name) { truth.notResponding(name); }).detach();
+    manager.onFatalError()
+        .connect([&](const fn::String& message) { truth.tell({ .deed = Deed::GivesUp, .text = message.view() }); })
+        .detach();
+    manager.onModuleNotResponding()
+        .connect([&](const fn::String& name) { truth.tell({ .deed = Deed::FindsSilent, .text = name.view() }); })
+        .detach();
     const fn::uv::SignalWatcher end(fn::RunLoop::defaultLoop().uvLoop(), SIGTERM, [&] {
         manager.stop();
         dispatcher.stop(fn::Duration::seconds(1), {});
@@ -84,7 +88,7 @@ void calm(Options& options)
     options.deaths = options.freezes = options.failingLaunches = options.hangingLaunches = options.fullQueues = 0;
 }
 
-void checkEnd(World& world, Truth& truth, Process& main)
+void checkEnd(World& world, WorldTruth& truth, Process& main)
 {
     truth.isEnding = true;
     if (!main.isDead()) world.signal(main, SIGTERM);
@@ -102,14 +106,14 @@ Report runOnce(core::simulation::Decisions& decisions, bool tells)
 {
     Report report;
     World world(decisions, roughness(decisions));
-    Truth truth(world, tells);
+    WorldTruth truth(world, tells);
     const Ears ears;
     world.setHarmObserver(
         [&](const fn::String& name, const char* harm, fn::Duration time) { truth.harmed(name, harm, time); });
     const auto modules = decisions.choose(Choice::Load, 4) + 1;
-    truth.mayEndIdle = decisions.choose(Choice::Load, 16) == 15;
+    truth.modulesEndIdle = decisions.choose(Choice::Load, 16) == 15;
     const auto time = fn::Duration::milliseconds(500 << decisions.choose(Choice::Load, 5));
-    auto& main = world.start("skyfold", [modules] { return mainProgram(modules); });
+    auto& main = world.start("skyfold", [&truth, modules] { return mainProgram(truth, modules); });
     if (decisions.choose(Choice::Fault, 8) == 7) {
         world.runFor(fn::Duration::milliseconds(decisions.choose(Choice::Fault, 2000)));
         truth.harmed(main.name(), "is killed", {});
@@ -117,10 +121,9 @@ Report runOnce(core::simulation::Decisions& decisions, bool tells)
         world.signal(main, SIGKILL);
     }
     world.runFor(time);
-    truth.isResting = true;
+    truth.rest();
     calm(world.options());
-    truth.tell("all rest");
-    world.runFor(truth.mayEndIdle ? idleRest : rest);
+    world.runFor(truth.modulesEndIdle ? idleRest : rest);
     truth.checkAtRest();
     checkEnd(world, truth, main);
     report.violations = truth.violations();

@@ -20,67 +20,80 @@ template <> inline constexpr bool fn::isBoxable<simulated::Unsendable> = true;
 namespace simulated {
 namespace {
 
-fn::Duration someTime() { return fn::Duration::milliseconds(Truth::current().choose(200)); }
+Witness& witness() { return Witness::current(); }
+
+void violated(const char* what) { witness().tell({ .deed = Deed::Violates, .text = what }); }
+
+fn::Duration someTime() { return fn::Duration::milliseconds(witness().choose(200)); }
 
 } // namespace
 
 ThingReference::ThingReference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
 {
     if (!initializer.manager) return;
-    process = Process::current();
-    Truth::current().madeReference(*this);
-    objectDeadSignal()
-        .connect([this] {
-            if (std::exchange(hasDied, true)) Truth::current().violated("a death was told twice");
-            Truth::current().referenceDied(*this);
-        })
-        .detach();
+    _number = witness().next(Numbered::References);
+    witness().tell({ .deed = Deed::MakesReference, .number = _number, .object = objectId(), .flag = local() });
+    objectDeadSignal().connect([this] { onDeath(); }).detach();
 }
 
 ThingReference::~ThingReference()
 {
-    if (process) Truth::current().referenceEnded(*this);
+    if (_number > 0) witness().tell({ .deed = Deed::EndsReference, .number = _number });
+}
+
+void ThingReference::recognize(int thing)
+{
+    if (_thing == thing) return;
+    if (_thing >= 0) violated("a reference stands for two objects");
+    _thing = thing;
+    witness().tell({ .deed = Deed::Recognizes, .number = _number, .other = thing });
+}
+
+void ThingReference::onDeath()
+{
+    if (std::exchange(_hasDied, true)) violated("a death was told twice");
+    if (!dead()) violated("a death was told of an object that is not dead");
+    witness().tell({ .deed = Deed::HearsDeath, .number = _number });
 }
 
 void ThingReference::onEvent(const fn::String&, const fn::Value& argument)
 {
     const int number = argument.to<int>();
-    if (number <= lastEvent) Truth::current().violated("events of one object came out of order, or twice");
-    lastEvent = number;
+    if (number <= _lastEvent) violated("events of one object came out of order, or twice");
+    _lastEvent = number;
 }
 
-Thing::Thing(ipc::Worker& worker) : CallableObjectInstance(worker), number(Truth::current().madeThing(objectId())) { }
+Thing::Thing(ipc::Worker& worker) : CallableObjectInstance(worker), number(witness().next(Numbered::Things))
+{
+    witness().tell({ .deed = Deed::MakesThing, .number = number, .object = objectId() });
+}
 
-Thing::~Thing() { Truth::current().thingEnded(number); }
+Thing::~Thing() { witness().tell({ .deed = Deed::EndsThing, .number = number }); }
 
 fn::AutoPtr<ipc::ObjectReference> Thing::createReference(ipc::ObjectReferenceInitializer& initializer)
 {
     auto reference = fn::makeAuto<ThingReference>(initializer);
-    reference->thing = number;
+    reference->recognize(number);
     return reference;
 }
 
 fn::Value Thing::asValue()
 {
-    Truth::current().sent(number);
+    witness().tell({ .deed = Deed::SendsThing, .number = number });
     return fn::Value::map({ { "number", number }, { "object", fn::AutoPtr<Thing>(this) } });
 }
 
 fn::AutoPtr<ThingReference> thingIn(const fn::Value& value)
 {
     auto reference = value.get("object").object<ThingReference>();
-    if (!reference) return reference;
-    const int number = value.get("number").to<int>();
-    if (reference->thing >= 0 && reference->thing != number)
-        Truth::current().violated("a reference stands for two objects");
-    reference->thing = number;
+    if (reference) reference->recognize(value.get("number").to<int>());
     return reference;
 }
 
 void Thing::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
     const int call = argument.at("call").to<int>();
-    Truth::current().arrived(call);
+    witness().tell({ .deed = Deed::GetsCall, .number = call });
     answer(context, static_cast<Ask>(name.toInt(0, 10, nullptr)), call, argument);
 }
 
@@ -120,11 +133,11 @@ void Thing::callOn(const CallContext& context, int call, const fn::AutoPtr<Thing
     const auto promise = actor->call(other, Ask::Echo, inner);
     promise.then(
         [self = fn::AutoPtr(this), context, call, inner](fn::Value&& result) {
-            Truth::current().fulfilled(inner, result);
+            tellResult(inner, result);
             self->sendResult(context, call);
         },
         [self = fn::AutoPtr(this), context, inner](std::exception_ptr failure) {
-            Truth::current().rejected(inner, failure);
+            tellFailure(inner, failure);
             self->sendError(context, failure);
         });
 }

@@ -1,7 +1,7 @@
 #pragma once
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/object/callable_object_reference.h"
-#include "truth.h"
+#include "witness.h"
 
 namespace simulated {
 
@@ -13,13 +13,17 @@ public:
     explicit ThingReference(ipc::ObjectReferenceInitializer& initializer);
     ~ThingReference() override;
 
-    int thing = -1; ///< The truth's number of it, once that is known.
-    Process* process = nullptr; ///< Where it is held; null for samples.
-    int lastEvent = 0;
-    bool hasDied = false;
+    int thing() const { return _thing; } ///< Its number; -1 until that is known.
+    void recognize(int thing);
 
 private:
     void onEvent(const fn::String& name, const fn::Value& argument) override;
+    void onDeath();
+
+    int _number = 0; // 0 for samples.
+    int _thing = -1;
+    int _lastEvent = 0;
+    bool _hasDied = false;
 };
 
 /// The same where it lives.
@@ -43,5 +47,9 @@ private:
 
 /// The reference in what `Thing::asValue()` gave. The same reference always stands for the same thing.
 fn::AutoPtr<ThingReference> thingIn(const fn::Value& value);
+
+// How a call has ended, for the witness.
+void tellResult(int call, const fn::Value& result);
+void tellFailure(int call, const std::exception_ptr& failure);
 
 } // namespace simulated

@@ -1,132 +1,126 @@
 #pragma once
-#include "core/ipc/dispatcher/dispatcher.h"
-#include "core/simulation/world.h"
+#include "foundation/duration.h"
+#include "foundation/string.h"
+#include "witness.h"
 #include <fmt/format.h>
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace simulated {
 
-class ThingReference;
-using core::simulation::Choice;
-using core::simulation::Process;
-using core::simulation::World;
-
-/// What a call asks for.
-enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event };
-inline constexpr std::uint32_t asks = 12;
-
-/// What really happened in one run, and whether the library's account of it agrees. Told by the participants as they act; what
-/// the code of a killed process does on its way out is not asked about.
+/// What really happened in one run, and whether the library's account of it agrees. It is told in order what the participants
+/// did and heard, whether at once or from a journal; of the world around it knows what its derived class says.
 class FN_EXPORT Truth {
 public:
-    Truth(World& world, bool tells);
     Truth(const Truth&) = delete;
-    ~Truth();
-    static Truth& current();
+    virtual ~Truth();
 
-    World& world() { return _world; }
-    std::uint32_t choose(std::uint32_t count) { return _world.decisions().choose(Choice::Load, count); }
-    bool isResting = false; ///< Nobody begins anything new.
     bool isEnding = false; ///< All have been told to end.
-    bool mayEndIdle = false; ///< Modules end by themselves when nobody needs them.
+    bool modulesEndIdle = false; ///< By themselves, when nobody needs them.
     static constexpr auto pongTime = fn::Duration::seconds(3); ///< For the answer to a PING.
-    ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
 
-    void connected(ipc::WorkerId worker);
-    void leaves();
-
-    // Objects.
-    int madeThing(ipc::ObjectId objectId);
-    void thingEnded(int thing);
-    void held(int thing, int change); ///< By its owner itself, so many times more.
-    void registered(int thing, int priority);
-    void sent(int thing); ///< By its owner.
-    void madeReference(ThingReference& reference);
-    void referenceEnded(ThingReference& reference);
-    void referenceDied(ThingReference& reference);
-
-    // Calls.
-    int called(Ask ask, const ThingReference& reference);
-    void arrived(int call);
-    void cancelled(int call);
-    void fulfilled(int call, const fn::Value& result);
-    void rejected(int call, const std::exception_ptr& failure);
-
-    // The bus, the supervisor, faults, the log.
-    int posted(int channel);
-    void heard(int channel, int publisher, int number, std::map<int, int>& last);
-    void expects(const fn::String& module); ///< The application has it.
-    void harmed(const fn::String& name, const char* harm, fn::Duration time);
-    void gaveUp(const fn::String& message);
-    void notResponding(const fn::String& module);
-    void logged(int priority, const std::string& line);
+    void handle(const Event& event);
+    void expects(const fn::String& module) { _modules.push_back(module); } ///< The application has it.
+    void checkAtRest();
     void violated(std::string what);
 
-    void checkAtRest();
     std::size_t answers() const { return _answers; }
     const std::vector<std::string>& violations() const { return _violations; }
 
-    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args)
-    {
-        if (_tells) print(fmt::format(text, std::forward<Args>(args)...));
-    }
+protected:
+    explicit Truth(bool tells) : _tells(tells) { }
+
+    virtual fn::Duration now() const = 0;
+    virtual bool isRunning(int process) const = 0;
+    virtual std::string nameOf(int process) const = 0;
+    virtual int mainProcess() const = 0;
+    virtual bool isThere(const fn::String& module) const = 0; ///< It runs; whether it is connected the truth knows.
+    virtual bool isExplained(const std::string& text) const; ///< A line at warning level.
+    virtual void checkWorld() { } ///< What else is to be checked at rest, while there is a hub.
+
+    bool isAlive(int process) const; ///< Neither killed nor about to end.
+    bool isHubDead() const { return !isAlive(mainProcess()); }
+    std::map<ipc::ObjectId, std::set<int>> heldObjects() const; ///< By whom, of living owners, elsewhere.
+    std::multiset<std::pair<ipc::ObjectId, int>> registrations() const; ///< With priorities, of living owners.
+    std::size_t countedObjects() const; ///< How many the hub must count.
+    void forget(int process); ///< It has gone; what it held counts no more.
+    const std::map<int, fn::Duration>& connected() const { return _connected; }
 
 private:
     struct Thing {
-        Process* owner;
-        ipc::ObjectId objectId;
-        bool isAlive = true;
+        int owner = 0;
+        ipc::ObjectId objectId = 0;
+        bool isAlive = false;
         std::multiset<int> priorities; // Of its registrations.
         int holds = 0; // Of its owner's own.
         std::size_t sends = 0; // By its owner, registrations aside; at most.
     };
+    struct Reference {
+        int holder;
+        ipc::ObjectId objectId;
+        bool isLocal;
+        int thing = -1; // Once that is known.
+        bool isDead = false;
+    };
     struct Call {
         Ask ask;
-        Process* caller;
-        Process* owner;
-        int thing;
+        int caller = 0;
+        int owner = 0;
         bool hasArrived = false;
         bool isCancelled = false;
         bool isOver = false;
     };
-
-    void print(const std::string& line) const;
-    bool isLateAnswer(const Call& call, const fn::Value& answer) const;
-    bool isAlive(const Process* process) const;
-    bool isHubDead() const;
-    bool isExplained(const std::string& text) const;
-    void checkCalls();
-    void checkThings();
-    void checkReferences();
-    void checkCounts();
-    void checkRegistry();
-    void checkModules();
-    void checkFreezes();
-    void checkIdle();
-    void checkStickyBodies();
-    bool isReferred(const Thing& thing, bool elsewhere) const;
-
     struct Freeze {
-        Process* process;
+        int process;
+        std::string name;
         fn::Duration begin;
         fn::Duration end;
     };
 
-    World& _world;
+    void print(const std::string& line) const;
+    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args) const
+    {
+        if (_tells) print(fmt::format(text, std::forward<Args>(args)...));
+    }
+    void handleObject(const Event& event);
+    void handleReference(const Event& event);
+    void handleCall(const Event& event);
+    void handleOther(const Event& event);
+    Thing& thing(int number);
+    Call& call(int number);
+    void endsThing(int number);
+    void hearsDeath(const Reference& reference);
+    void begins(const Event& event);
+    void ends(Call& call, int number);
+    void hasResult(const Event& event);
+    void hasFailure(const Event& event);
+    bool isLateAnswer(const Call& call, const Event& answer) const;
+    void hears(const Event& event);
+    void isHarmed(const Event& event);
+    void givesUp(const std::string& message);
+    bool isReferred(const Thing& thing, bool elsewhere) const;
+    void checkCalls();
+    void checkReferences();
+    void checkThings();
+    void checkModules();
+    void checkFreezes();
+    void checkIdle();
+
     const bool _tells;
+    int _speaker = 0; // Whose event is handled.
     std::vector<Thing> _things;
     std::vector<Call> _calls;
-    std::vector<ThingReference*> _references; // In order of birth.
-    std::map<fn::String, int> _harms; // By name of the process.
-    std::vector<int> _posts; // By channel: how many.
-    std::map<Process*, fn::Duration> _connected; // All that ever were, and since when.
+    std::map<int, Reference> _references;
+    std::map<std::pair<int, std::pair<int, int>>, std::int64_t> _heard; // Last number by listener, publisher, channel.
+    std::map<std::string, int> _harms; // By name of the process.
+    std::map<int, fn::Duration> _connected; // All that ever were, and since when.
     std::vector<fn::String> _modules;
     std::vector<Freeze> _freezes;
-    std::map<fn::String, std::vector<fn::Duration>> _silences; // When which module was said not to respond.
-    std::set<fn::String> _givenUp; // Messages.
-    std::set<const Process*> _leaving;
+    std::map<std::string, std::vector<fn::Duration>> _silences; // When which module was said not to respond.
+    std::set<std::string> _givenUp; // Messages.
+    std::set<int> _leaving;
     std::size_t _answers = 0;
     std::vector<std::string> _violations;
 };

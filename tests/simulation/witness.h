@@ -1,0 +1,81 @@
+#pragma once
+#include "core/ipc/wire/message.h"
+#include "foundation/export.h"
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace simulated {
+
+/// What a call asks for.
+enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event };
+inline constexpr std::uint32_t asks = 12;
+
+/// What somebody has done, or what has happened to him. Behind each: what `number`, `other` and the rest say.
+enum class Deed : std::uint8_t {
+    None,
+    Connects, ///< As this worker.
+    Leaves, ///< Ends by itself.
+    MakesThing, ///< This one, known to the library as `object`.
+    EndsThing,
+    HoldsThing, ///< At home, `other` times more.
+    SendsThing,
+    Registers, ///< This thing with priority `other`.
+    MakesReference, ///< This one to `object`, which is at home if `flag`.
+    Recognizes, ///< That this reference stands for thing `other`.
+    HearsDeath, ///< Of what this reference stands for.
+    EndsReference,
+    Calls, ///< Call `number` on thing `other` (-1: not known) with the Ask `value`.
+    GetsCall,
+    Cancels,
+    HasResult, ///< Of call `number`: `other` is the Shape, `value` the number if it is one.
+    HasFailure, ///< Of call `number`, told in `text`; `flag`: since the object is dead.
+    Hears, ///< On the bus message `value` of publisher `other`, on channel `number`.
+    Logs, ///< `text` at priority `number`.
+    Violates, ///< Saw something that must never happen.
+    // Of the main process and of who does harm:
+    GivesUp, ///< A module, says the supervisor.
+    FindsSilent, ///< The module named by `text`.
+    IsHarmed, ///< A process of name `text`, for `value` ms if it is a freeze; `number` is it, if known; `how` says more.
+    Rests, ///< Nobody begins anything new from now on.
+};
+
+/// Of a call's result.
+enum class Shape { Number, Map, Nil, Other };
+
+struct Event {
+    Deed deed = Deed::None;
+    int number = 0;
+    int other = 0;
+    std::int64_t value = 0;
+    ipc::ObjectId object = 0;
+    bool flag = false;
+    std::string_view text = {};
+    std::string_view how = {};
+    int process = 0; ///< Who. Set by the witness; 0 is nobody of the application.
+};
+
+/// What is numbered in all processes together, from 1.
+enum class Numbered { Things, References, Calls, Posts };
+inline constexpr std::size_t numberedKinds = 4;
+
+/// To whom the load tells what it does before it does it, and what it hears; and who decides what it does. One that sees all processes (the
+/// simulated world), or one in each.
+class FN_EXPORT Witness {
+public:
+    Witness(const Witness&) = delete;
+    static Witness& current() noexcept;
+
+    virtual std::uint32_t choose(std::uint32_t count) = 0; ///< 0 to `count` - 1; 0 is the tame answer.
+    virtual bool isResting() const = 0; ///< Nobody begins anything new.
+    virtual bool mayEndIdle() const = 0; ///< Modules end by themselves when nobody needs them.
+    virtual int process() const = 0; ///< The number of the one that asks.
+    virtual int next(Numbered what) = 0;
+    virtual void tell(Event event) = 0;
+
+protected:
+    Witness() noexcept;
+    virtual ~Witness();
+};
+
+} // namespace simulated

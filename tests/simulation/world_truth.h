@@ -1,0 +1,46 @@
+#pragma once
+#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/simulation/world.h"
+#include "truth.h"
+#include <array>
+
+namespace simulated {
+
+using core::simulation::Choice;
+using core::simulation::Process;
+using core::simulation::World;
+
+/// The truth about a simulated world, told at once. What the code of a killed process does on its way out is not asked about.
+class FN_EXPORT WorldTruth final : public Truth, public Witness {
+public:
+    WorldTruth(World& world, bool tells) : Truth(tells), _world(world) { }
+
+    ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
+    void rest();
+    void harmed(const fn::String& name, const char* harm, fn::Duration time);
+
+    // Witness.
+    std::uint32_t choose(std::uint32_t count) override { return _world.decisions().choose(Choice::Load, count); }
+    bool isResting() const override { return _isResting; }
+    bool mayEndIdle() const override { return modulesEndIdle; }
+    int process() const override;
+    int next(Numbered what) override { return ++_numbers[static_cast<std::size_t>(what)]; }
+    void tell(Event event) override;
+
+private:
+    fn::Duration now() const override { return _world.now(); }
+    bool isRunning(int process) const override;
+    std::string nameOf(int process) const override;
+    int mainProcess() const override { return _world.processes().front()->id(); }
+    bool isThere(const fn::String& module) const override;
+    void checkWorld() override;
+    void checkCounts();
+    void checkRegistry();
+    void checkStickyBodies();
+
+    World& _world;
+    bool _isResting = false;
+    std::array<int, numberedKinds> _numbers {};
+};
+
+} // namespace simulated
