@@ -1,15 +1,16 @@
 // What do the pieces of a call cost by themselves? For finding out which one a slower call is due to.
 #include "driver/driver.h"
-#include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
-#include "foundation/mpack/serializer.h"
 #include "foundation/promise.h"
 #include "foundation/uv/loop.h"
 #include "foundation/value.h"
 #include "foundation/value_map.h"
+#include "micro/encoded.h"
 #include <benchmark/benchmark.h>
 #include <functional>
+
+using bench::encoded;
 
 namespace {
 
@@ -18,15 +19,6 @@ fn::Value message()
 {
     return fn::Value::map(
         { { 1, 4 }, { 5, 0x30002 }, { 7, 2 }, { 8, fn::ByteArray(80u) }, { 9, fn::Value(fn::Value::MAP) } });
-}
-
-fn::ByteArray encoded(const fn::Value& value)
-{
-    fn::ByteArray bytes;
-    fn::ByteArrayOutputStream stream(bytes);
-    fn::mpack::Serializer(stream).serialize(value);
-    stream.flush();
-    return bytes;
 }
 
 void copyMessage(benchmark::State& state)
