@@ -1,4 +1,8 @@
 #include "support/run_until.h"
+#include "foundation/uv/loop.h"
+#include "support/child_process.h"
+#include <gtest/gtest.h>
+#include <uv.h>
 
 namespace test {
 namespace {
@@ -30,6 +34,18 @@ bool runUntil(fn::RunLoop& loop, folly::Function<bool()> condition, std::chrono:
     watch.look();
     loop.run();
     return holds;
+}
+
+void settle(fn::RunLoop& loop)
+{
+    constexpr int enough = 10; // Turns: what is handled in one is followed by writes within so many tasks.
+    const auto descriptor = uv_backend_fd(loop.uvLoop().uvHandle());
+    int quiet = 0;
+    const auto isQuiet = [&] {
+        quiet = awaitReadable(descriptor, std::chrono::milliseconds(0)) ? 0 : quiet + 1;
+        return quiet > enough;
+    };
+    EXPECT_TRUE(runUntil(loop, isQuiet)) << "it does not come to rest";
 }
 
 void runTurns(fn::RunLoop& loop, int count)

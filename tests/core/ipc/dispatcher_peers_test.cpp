@@ -1,16 +1,27 @@
 // The hub and peers that are silent, slow, hostile or very many. What can break here: a ping that fires twice, memory that
 // grows without end, one bad peer that disturbs the others.
 #include "core/ipc/dispatcher/open_files.h"
-#include "core/ipc/registry.h"
-#include "dispatcher_fixture.h"
+#include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include <algorithm>
 #include <sys/resource.h>
 
-using namespace test;
-
 namespace {
+
+using namespace test;
+class HubPeersTest : public HubTest {
+protected:
+    std::vector<std::unique_ptr<Peer>> comers(int count)
+    {
+        std::vector<std::unique_ptr<Peer>> peers;
+        for (int i = 0; i < count; ++i) {
+            peers.push_back(std::make_unique<Peer>(loop, dispatcher->pipePath()));
+            peers.back()->hello();
+        }
+        return peers;
+    }
+};
 
 /// Lets this process have no more than `files` open, for a scope.
 class OpenFilesLimit {
@@ -37,43 +48,40 @@ std::uint64_t usedFiles()
 
 } // namespace
 
-TEST_F(DispatcherTest, PingsEveryThirdOfTheTimeoutAndReportsSilenceOncePerPing)
+TEST_F(HubPeersTest, PingsEveryThirdOfTheTimeoutAndReportsSilenceOncePerPing)
 {
     const auto peer = join();
-    const auto answer = Value::map({ { field::TYPE, type::PONG } });
-    const auto pass = [&](std::int64_t ms) {
-        clock.advance(fn::Duration::milliseconds(ms));
-        settle();
+    struct Row {
+        const char* what;
+        bool answers; // Before the time passes.
+        std::int64_t milliseconds;
+        std::size_t pings, silences; // So far.
     };
-    peer->send(answer); // Unasked: the next ping is a third from now all the same.
-    settle();
-    pass(9'999);
-    EXPECT_EQ(peer->count(type::PING), 0u);
-    pass(1);
-    ASSERT_EQ(peer->count(type::PING), 1u);
-    pass(29'999);
-    EXPECT_TRUE(silent.empty());
-    pass(1);
-    EXPECT_EQ(silent, std::vector { peer->id() });
-    pass(300'000);
-    EXPECT_EQ(silent.size(), 1u);
-    EXPECT_EQ(peer->count(type::PING), 1u) << "no further ping before an answer";
-    peer->send(answer);
-    settle();
-    pass(10'000);
-    EXPECT_EQ(peer->count(type::PING), 2u) << "a late answer starts the pings again";
-    peer->send(answer);
-    settle();
-    pass(25'000); // Beyond the old deadline.
-    EXPECT_EQ(silent.size(), 1u);
+    const Row rows[] {
+        { "an answer that was not asked for begins the third anew", true, 9'999, 0, 0 },
+        { "a third is over", false, 1, 1, 0 },
+        { "the time-out is not", false, 29'999, 1, 0 },
+        { "now it is", false, 1, 1, 1 },
+        { "no further ping before an answer, no further report", false, 300'000, 1, 1 },
+        { "a late answer starts the pings again", true, 10'000, 2, 1 },
+        { "beyond the old deadline", true, 25'000, 3, 1 },
+        { "and silence is told again", false, 30'000, 3, 2 },
+    };
+    for (const auto& row : rows) {
+        if (row.answers) peer->send(Value::map({ { field::TYPE, type::PONG } }));
+        settle();
+        pass(fn::Duration::milliseconds(row.milliseconds));
+        EXPECT_EQ(peer->count(type::PING), row.pings) << row.what;
+        EXPECT_EQ(silent.size(), row.silences) << row.what;
+    }
     EXPECT_TRUE(gone.empty()) << "the hub itself disconnects nobody for silence";
 }
 
-TEST_F(DispatcherTest, AStarvedHubReadsBeforeItAccuses)
+TEST_F(HubPeersTest, AStarvedHubReadsBeforeItAccuses)
 {
     const auto peer = join();
-    clock.advance(fn::Duration::seconds(10));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return peer->count(type::PING) == 1; }));
+    pass(fn::Duration::seconds(10));
+    ASSERT_EQ(peer->count(type::PING), 1u);
     // The answer lies in the socket when the deadline has long passed: timers come before I/O.
     peer->send(Value::map({ { field::TYPE, type::PONG } }));
     peer->stream()->readStop();
@@ -82,23 +90,22 @@ TEST_F(DispatcherTest, AStarvedHubReadsBeforeItAccuses)
     EXPECT_TRUE(silent.empty());
 }
 
-TEST_F(DispatcherTest, ClosesWhoSaysNoHello)
+TEST_F(HubPeersTest, ClosesWhoSaysNoHello)
 {
     const auto mute = stranger();
     const auto other = join();
-    clock.advance(fn::Duration::seconds(29));
-    settle();
+    pass(fn::Duration::seconds(29));
     EXPECT_FALSE(mute->isEnded());
-    clock.advance(fn::Duration::seconds(1));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return mute->isEnded(); }));
+    pass(fn::Duration::seconds(1));
+    EXPECT_TRUE(mute->isEnded());
     EXPECT_FALSE(other->isEnded());
 }
 
-TEST_F(DispatcherTest, ABadMessageEndsItsSenderAndNobodyElse)
+TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
 {
     const auto witness = join();
     const auto id = [&] { return objectOf(witness->id(), 1); };
-    const auto full = [&] { return test::objectMessage(id(), witness->id(), 1); };
+    const auto full = [&] { return objectMessage(id(), witness->id(), 1); };
     const auto without = [&](int key) {
         auto message = full();
         message.remove(key);
@@ -123,27 +130,27 @@ TEST_F(DispatcherTest, ABadMessageEndsItsSenderAndNobodyElse)
         { "length 0", std::string(4, '\0') },
         { "length above the bound", "\xff\xff\xff\xff" },
         { "no MessagePack", std::string("\x01\0\0\0\xc1", 5) },
-        { "a type that is text", test::frame(Value::map({ { field::TYPE, "MESSAGE" } })) },
-        { "no target", test::frame(without(field::TARGET_WORKER_ID)) },
-        { "a target too large", test::frame(with(field::TARGET_WORKER_ID, 65'536)) },
-        { "a negative target", test::frame(with(field::TARGET_WORKER_ID, -1)) },
-        { "no objects", test::frame(without(field::OBJECTS)) },
-        { "objects that are no map", test::frame(with(field::OBJECTS, "all")) },
-        { "an object key that is text", test::frame(objects("x")) },
-        { "an object key that is negative", test::frame(objects(-5)) },
-        { "a HELLO without a name", test::frame(Value::map({ { field::TYPE, type::HELLO } })) },
+        { "a type that is text", frame(Value::map({ { field::TYPE, "MESSAGE" } })) },
+        { "no target", frame(without(field::TARGET_WORKER_ID)) },
+        { "a target too large", frame(with(field::TARGET_WORKER_ID, 65'536)) },
+        { "a negative target", frame(with(field::TARGET_WORKER_ID, -1)) },
+        { "no objects", frame(without(field::OBJECTS)) },
+        { "objects that are no map", frame(with(field::OBJECTS, "all")) },
+        { "an object key that is text", frame(objects("x")) },
+        { "an object key that is negative", frame(objects(-5)) },
+        { "a HELLO without a name", frame(Value::map({ { field::TYPE, type::HELLO } })) },
         { "a release without a count",
-            test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id() } })) },
+            frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id() } })) },
         { "a release of nothing named",
-            test::frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::USAGE_COUNT, 1 } })) },
-        { "a count beyond 32 bits", test::frame(release(id(), std::int64_t(1) << 40)) },
+            frame(Value::map({ { field::TYPE, type::REFERENCE_RELEASE }, { field::USAGE_COUNT, 1 } })) },
+        { "a count beyond 32 bits", frame(release(id(), std::int64_t(1) << 40)) },
     };
     for (const auto& row : rows) {
         const bool isHello = std::string_view(row.what).starts_with("a HELLO");
         const auto bad = isHello ? stranger() : join();
-        bad->sendRaw(row.bytes + test::frame(full()));
-        ASSERT_TRUE(test::runUntil(loop, [&] { return bad->isEnded(); })) << row.what;
+        bad->sendRaw(row.bytes + frame(full()));
         settle();
+        EXPECT_TRUE(bad->isEnded()) << row.what;
         EXPECT_EQ(witness->count(type::MESSAGE), 0u) << row.what << ": nothing of it, or after it, was forwarded";
     }
     // Ignored or told, without closing anybody.
@@ -154,33 +161,58 @@ TEST_F(DispatcherTest, ABadMessageEndsItsSenderAndNobodyElse)
         odd->send(Value::map({ { field::TYPE, unexpected } }));
     }
     odd->send(full());
-    ASSERT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+    settle();
+    EXPECT_EQ(witness->count(type::MESSAGE), 1u);
     EXPECT_FALSE(odd->isEnded());
     EXPECT_FALSE(witness->isEnded());
 }
 
-TEST_F(DispatcherTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
+TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
 {
     const auto owner = join();
-    const auto holder = join();
+    const auto other = join();
     const auto x = objectOf(owner->id(), 1);
-    const test::ExpectAssertions expected;
-    owner->send(test::objectMessage(x, holder->id(), {}, { { x, "X" } }));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return holder->count(type::MESSAGE) == 1; }));
-    holder->send(release(objectOf(owner->id(), 99), 1));
-    owner->send(release(x, 1));
-    settle();
-    EXPECT_EQ(expected.reports().size(), 2u);
-    EXPECT_FALSE(holder->isEnded());
-    EXPECT_FALSE(owner->isEnded());
-    holder->send(release(x, 2));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return holder->isEnded(); }));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return owner->count(type::INSTANCE_RELEASE) == 1; }))
-        << "its death frees what it held";
-    EXPECT_EQ(expected.reports().size(), 3u);
+    const std::string site = "libs/core/ipc/dispatcher:";
+    const auto unknown = site + "229 onReferenceRelease ref != _referenceUsageCount.end()";
+    const auto notHeld = site + "235 onReferenceRelease count != ref->second.end()";
+    const auto tooMany = site + "236 onReferenceRelease count->second >= usageCount";
+    struct Row {
+        const char* what;
+        bool isHolder;
+        ObjectId id;
+        std::int64_t count;
+        std::string report;
+        bool isClosed;
+    };
+    const Row rows[] {
+        { "an object of somebody who has gone", true, objectOf(999, 1), 1, "", false },
+        { "an object that nobody has", true, objectOf(owner->id(), 99), 1, unknown, false },
+        { "an object of others", false, x, 1, notHeld, false },
+        { "one use too many", true, x, 3, tooMany, true },
+        { "fewer than none", true, x, -1, tooMany, true },
+        { "the fewest", true, x, INT32_MIN, tooMany, true },
+    };
+    for (const auto& row : rows) {
+        const auto holder = join();
+        for (int i = 0; i < 2; ++i) owner->send(objectMessage(x, holder->id(), {}, { { x, "X" } }));
+        settle();
+        owner->clear();
+        const ExpectAssertions expected;
+        (row.isHolder ? holder : other)->send(release(row.id, row.count));
+        settle();
+        EXPECT_EQ(expected.reports(),
+            row.report.empty() ? std::vector<std::string>() : std::vector<std::string> { row.report })
+            << row.what;
+        EXPECT_EQ(holder->isEnded(), row.isClosed) << row.what;
+        if (!row.isClosed) holder->close();
+        settle();
+        EXPECT_EQ(owner->last(type::INSTANCE_RELEASE)->at(field::USAGE_COUNT), Value(2))
+            << row.what << ": its death frees what it held";
+    }
+    EXPECT_FALSE(other->isEnded() || owner->isEnded());
 }
 
-TEST_F(DispatcherTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryReturns)
+TEST_F(HubPeersTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryReturns)
 {
     const auto sender = join();
     const auto stalled = join();
@@ -188,8 +220,7 @@ TEST_F(DispatcherTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryR
     stalled->stream()->readStop();
     const auto x = objectOf(sender->id(), 1);
     const fn::ByteArray large(8u << 20);
-    for (int i = 0; i < 12; ++i) sender->send(test::objectMessage(x, stalled->id(), Value(large)));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return sender->stream()->queuedBytes() == 0; }));
+    for (int i = 0; i < 12; ++i) sender->send(objectMessage(x, stalled->id(), Value(large)));
     settle();
     // A hub that was itself starved finds the time over while there is room again.
     loop.post([&] {
@@ -200,15 +231,15 @@ TEST_F(DispatcherTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryR
     });
     settle();
     EXPECT_TRUE(gone.empty());
-    clock.advance(timeout);
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !gone.empty(); }));
+    pass(timeout);
     EXPECT_EQ(gone, std::vector { stalled->id() });
     EXPECT_EQ(std::ranges::count(silent, stalled->id()), 1);
-    sender->send(test::objectMessage(x, witness->id(), "still here"));
-    EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+    sender->send(objectMessage(x, witness->id(), "still here"));
+    settle();
+    EXPECT_EQ(witness->count(type::MESSAGE), 1u);
 }
 
-TEST_F(DispatcherTest, AFloodIsHeldBackUntilASlowReceiverHasTakenHalf)
+TEST_F(HubPeersTest, AFloodIsHeldBackUntilASlowReceiverHasTakenHalf)
 {
     const auto sender = join();
     const auto slow = join();
@@ -216,78 +247,65 @@ TEST_F(DispatcherTest, AFloodIsHeldBackUntilASlowReceiverHasTakenHalf)
     const auto x = objectOf(sender->id(), 1);
     constexpr std::size_t messages = 60; // Of 8 MiB: 480 MiB, far above what may wait.
     const fn::ByteArray large(8u << 20);
-    for (std::size_t i = 0; i < messages; ++i) sender->send(test::objectMessage(x, slow->id(), Value(large)));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return sender->stream()->queuedBytes() < 230u << 20; }));
+    for (std::size_t i = 0; i < messages; ++i) sender->send(objectMessage(x, slow->id(), Value(large)));
     settle();
     const auto heldBack = sender->stream()->queuedBytes();
+    EXPECT_LT(heldBack, 230u << 20) << "the hub reads too little";
     EXPECT_GT(heldBack, 150u << 20) << "the hub reads on without bound";
     sender->send(Value::map({ { field::TYPE, type::PONG } }));
-    clock.advance(fn::Duration::seconds(20));
-    settle();
+    pass(fn::Duration::seconds(20));
     EXPECT_TRUE(silent.empty()) << "who is not read cannot be accused of silence";
-    std::size_t taken = 0;
     slow->stream()->readResume();
-    ASSERT_TRUE(test::runUntil(loop, [&] {
-        taken += slow->count(type::MESSAGE);
-        slow->clear();
-        return taken == messages;
-    }));
+    settle();
+    EXPECT_EQ(slow->count(type::MESSAGE), messages);
     EXPECT_TRUE(gone.empty());
 }
 
-TEST_F(DispatcherTest, ServesFiveHundredConnectionsAtOnce)
+TEST_F(HubPeersTest, ServesFiveHundredConnectionsAtOnce)
 {
-    std::vector<std::unique_ptr<test::Peer>> peers;
-    for (int i = 0; i < 500; ++i) {
-        peers.push_back(std::make_unique<test::Peer>(loop, dispatcher.pipePath()));
-        peers.back()->hello();
-    }
-    ASSERT_TRUE(test::runUntil(loop, [&] {
+    auto peers = comers(500);
+    ASSERT_TRUE(runUntil(loop, [&] {
         clock.advance(fn::Duration::milliseconds(1)); // Who finds the queue full tries again later.
         return std::ranges::all_of(peers, [](const auto& peer) { return peer->id() != ipc::NO_WORKER_ID; });
     }));
     peers.clear();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return gone.size() == 500; }));
+    settle();
+    EXPECT_EQ(gone.size(), 500u);
     EXPECT_EQ(join()->id(), 501);
 }
 
-TEST_F(DispatcherTest, SaysNowAndThenThatFilesRunOut)
+TEST_F(HubPeersTest, SaysNowAndThenThatFilesRunOut)
 {
-    const test::LogCapture log(2);
-    const auto warnings = [&] {
-        return std::ranges::count_if(
-            log.lines(), [](const std::string& line) { return line.find("Raise the limit") != std::string::npos; });
-    };
+    const LogCapture log(2);
+    const auto warnings = [&] { return log.lines().size(); };
     const auto first = join();
-    EXPECT_EQ(warnings(), 0);
+    EXPECT_EQ(warnings(), 0u);
     const OpenFilesLimit few(usedFiles() + 12);
     const auto second = join();
     const auto third = join();
-    EXPECT_EQ(warnings(), 1);
+    EXPECT_EQ(warnings(), 1u);
+    EXPECT_TRUE(log.contains("Raise the limit"));
     clock.advance(fn::Duration::seconds(60));
     const auto fourth = join();
-    EXPECT_EQ(warnings(), 2);
+    EXPECT_EQ(warnings(), 2u);
 }
 
-TEST_F(DispatcherTest, RefusesWhoComesWithoutFilesAndGoesOn)
+TEST_F(HubPeersTest, RefusesWhoComesWithoutFilesAndGoesOn)
 {
 #if defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizers open files themselves to look at objects";
 #endif
     const auto sender = join();
     const auto witness = join();
-    std::vector<std::unique_ptr<test::Peer>> peers;
+    std::vector<std::unique_ptr<Peer>> peers;
     {
         // Each has a socket of its own, and little is left to the hub.
         const OpenFilesLimit few(usedFiles() + 10);
-        for (int i = 0; i < 8; ++i) {
-            peers.push_back(std::make_unique<test::Peer>(loop, dispatcher.pipePath()));
-            peers.back()->hello();
-        }
-        ASSERT_TRUE(test::runUntil(
+        peers = comers(8);
+        ASSERT_TRUE(runUntil(
             loop, [&] { return std::ranges::any_of(peers, [](const auto& peer) { return peer->isEnded(); }); }));
-        sender->send(test::objectMessage(sender->id(), witness->id(), "goes on"));
-        EXPECT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+        sender->send(objectMessage(sender->id(), witness->id(), "goes on"));
+        EXPECT_TRUE(runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
     }
     EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }

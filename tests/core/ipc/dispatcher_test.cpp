@@ -1,27 +1,43 @@
-// The hub as strangers see it. What can break here: an id given twice, a message that reaches the wrong worker or none, a
-// count that keeps an object for ever, a death not told.
+// The hub as strangers see it. What can break here: an id given twice, a message that reaches the wrong worker, a large death
+// that holds others up, an end that leaves somebody waiting.
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/registry.h"
-#include "dispatcher_fixture.h"
+#include "hub_fixture.h"
 #include <algorithm>
 #include <map>
 
+namespace {
+
 using namespace test;
+
+class DispatcherTest : public HubTest {
+protected:
+    static constexpr std::uint64_t many = 10'000; ///< More objects than the hub drops at once.
+
+    /// A message that brings objects of `owner`, numbered from `first` on, to `receiver`.
+    static Value listing(const Peer& owner, const Peer& receiver, std::uint64_t first = 0, std::uint64_t count = many)
+    {
+        Value objects(Value::MAP);
+        for (auto i = first; i < first + count; ++i) objects.set(objectOf(owner.id(), i), "X");
+        auto message = objectMessage(owner.id(), receiver.id(), {});
+        message.set(field::OBJECTS, std::move(objects));
+        return message;
+    }
+
+    bool runUntil(folly::Function<bool()> condition) { return test::runUntil(loop, std::move(condition)); }
+};
+
+} // namespace
 
 TEST_F(DispatcherTest, GivesIdsInHelloOrderAndIgnoresASecondHello)
 {
-    ASSERT_EQ(connected, std::vector<fn::String> { "DispatcherWorker (0)" });
     const auto first = join("Media", "t1");
     const auto late = stranger();
     const auto second = join("Other");
     late->hello("Late");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return late->id() != ipc::NO_WORKER_ID; }));
-    EXPECT_EQ(first->id(), 1);
-    EXPECT_EQ(second->id(), 2);
-    EXPECT_EQ(late->id(), 3);
     first->hello("Again");
     settle();
+    EXPECT_EQ((std::vector { first->id(), second->id(), late->id() }), (std::vector<WorkerId> { 1, 2, 3 }));
     EXPECT_TRUE(first->messages().empty());
     EXPECT_EQ(
         connected, (std::vector<fn::String> { "DispatcherWorker (0)", "Media (t1, 1)", "Other (2)", "Late (3)" }));
@@ -34,54 +50,22 @@ TEST_F(DispatcherTest, RoutesToATargetToHoldersAndFromTheRegistryToEverybody)
     const auto c = join();
     const auto unnamed = stranger();
     const auto x = objectOf(a->id(), 1);
-
-    a->send(test::objectMessage(x, b->id(), "hi", { { x, "X" } }));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return b->count(type::MESSAGE) == 1; }));
-    auto expected = test::objectMessage(x, b->id(), "hi", { { x, "X" } });
-    expected.set(field::SOURCE_WORKER_ID, a->id());
-    EXPECT_EQ(*b->last(type::MESSAGE), expected) << "only the source is added";
-
-    a->send(test::objectMessage(x, ipc::NO_WORKER_ID, "event"));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return b->count(type::MESSAGE) == 2; }));
-    c->send(test::objectMessage(ipc::REGISTRY_OBJECT_ID, ipc::NO_WORKER_ID, "all"));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return unnamed->count(type::MESSAGE) == 1; }));
+    auto expected = objectMessage(x, b->id(), "hi", { { x, "X" } });
+    a->send(expected);
     settle();
+    expected.set(field::SOURCE_WORKER_ID, a->id());
+    ASSERT_EQ(b->count(type::MESSAGE), 1u);
+    EXPECT_EQ(*b->last(type::MESSAGE), expected) << "only the source is added";
+    a->send(objectMessage(x, ipc::NO_WORKER_ID, "event"));
+    a->send(objectMessage(x, 999, "to nobody"));
+    settle();
+    EXPECT_EQ(b->count(type::MESSAGE), 2u);
+    c->send(objectMessage(ipc::REGISTRY_OBJECT_ID, ipc::NO_WORKER_ID, "all"));
+    settle();
+    EXPECT_EQ(unnamed->count(type::MESSAGE), 1u);
     EXPECT_EQ(a->count(type::MESSAGE), 1u);
     EXPECT_EQ(b->count(type::MESSAGE), 3u);
     EXPECT_EQ(c->count(type::MESSAGE), 1u) << "the sender, too; but not the object's event: it holds no reference";
-    EXPECT_EQ(a->count(type::INSTANCE_RELEASE), 0u);
-}
-
-TEST_F(DispatcherTest, TellsTheOwnerWhenNobodyHoldsItsObject)
-{
-    const auto owner = join();
-    const auto holder = join();
-    const auto x = objectOf(owner->id(), 7);
-    const auto released = [&](std::size_t times) {
-        return test::runUntil(loop, [&] { return owner->count(type::INSTANCE_RELEASE) == times; });
-    };
-    const auto count = [&] { return owner->last(type::INSTANCE_RELEASE)->at(field::USAGE_COUNT); };
-
-    owner->send(test::objectMessage(x, 999, {}, { { x, "X" } }));
-    ASSERT_TRUE(released(1)) << "sent to somebody who is not there";
-    owner->send(test::objectMessage(x, ipc::NO_WORKER_ID, {}, { { x, "X" } }));
-    ASSERT_TRUE(released(2)) << "sent to holders, of whom there is none";
-    EXPECT_EQ(count(), Value(1));
-
-    for (int i = 0; i < 2; ++i) owner->send(test::objectMessage(x, holder->id(), i, { { x, "X" } }));
-    holder->send(release(x, 1));
-    settle();
-    EXPECT_EQ(owner->count(type::INSTANCE_RELEASE), 2u) << "one count is left";
-    holder->send(release(x, 1));
-    ASSERT_TRUE(released(3));
-    EXPECT_EQ(owner->last(type::INSTANCE_RELEASE)->at(field::OBJECT_ID), Value(x));
-    EXPECT_EQ(count(), Value(2));
-
-    owner->send(test::objectMessage(x, holder->id(), {}, { { x, "X" } }));
-    holder->close();
-    ASSERT_TRUE(released(4)) << "the only holder has died";
-    EXPECT_EQ(owner->last(type::WORKER_DEAD)->at(field::WORKER_ID), Value(holder->id()));
-    EXPECT_EQ(gone, std::vector { holder->id() });
 }
 
 TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
@@ -92,130 +76,111 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
     const auto heir = join();
     owner->send(listing(*owner, *holder));
     other->send(listing(*other, *holder));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return holder->count(type::MESSAGE) == 2; }));
-    const auto before = dispatcher.usageCounts().objectCount();
+    settle();
+    const auto before = dispatcher->usageCounts().objectCount();
     holder->close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.usageCounts().objectCount() < before; }));
+    ASSERT_TRUE(runUntil([&] { return dispatcher->usageCounts().objectCount() < before; }));
 
     // Before all of it has been dropped its objects are sent again, and one of their owners dies.
     owner->send(listing(*owner, *heir));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::MESSAGE) == 1; }));
+    ASSERT_TRUE(runUntil([&] { return heir->count(type::MESSAGE) == 1; }));
     EXPECT_TRUE(gone.empty()) << "nobody else was let in";
     other->close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return heir->count(type::WORKER_DEAD) == 2; }));
-    EXPECT_EQ(gone, (std::vector { holder->id(), other->id() }));
-    for (std::uint64_t i = 0; i < many; ++i) heir->send(release(objectOf(owner->id(), i), 1));
-    ASSERT_TRUE(test::runUntil(
-        loop, [&] { return owner->last(type::WORKER_DEAD) && dispatcher.usageCounts().ownedCount(owner->id()) == 0; }));
+    ASSERT_TRUE(runUntil([&] { return gone.size() == 2; }));
     settle();
-
+    EXPECT_EQ(gone, (std::vector { holder->id(), other->id() }));
+    const auto releasesBefore = owner->count(type::INSTANCE_RELEASE);
+    ASSERT_EQ(owner->messages()[releasesBefore].at(field::TYPE), Value(type::WORKER_DEAD));
+    for (std::uint64_t i = 0; i < many; ++i) heir->send(release(objectOf(owner->id(), i), 1));
+    settle();
     std::map<ObjectId, int> uses;
-    std::size_t releasesBehindNotice = 0;
-    bool isTold = false;
     for (const auto& message : owner->messages()) {
-        if (message.at(field::TYPE) == Value(type::WORKER_DEAD)) isTold = true;
-        if (message.at(field::TYPE) != Value(type::INSTANCE_RELEASE)) continue;
-        uses[message.at(field::OBJECT_ID).to<ObjectId>()] += message.at(field::USAGE_COUNT).to<int>();
-        releasesBehindNotice += isTold;
+        if (message.at(field::TYPE) == Value(type::INSTANCE_RELEASE))
+            uses[message.at(field::OBJECT_ID).to<ObjectId>()] += message.at(field::USAGE_COUNT).to<int>();
     }
     EXPECT_EQ(uses.size(), many);
     EXPECT_TRUE(std::ranges::all_of(uses, [](const auto& entry) { return entry.second == 2; })) << "sent twice each";
-    EXPECT_EQ(releasesBehindNotice, many) << "those of the heir alone";
-    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before - 2 * many);
+    EXPECT_EQ(owner->count(type::INSTANCE_RELEASE) - releasesBefore, many) << "those of the heir alone";
+    EXPECT_EQ(dispatcher->usageCounts().objectCount(), before - 2 * many);
 }
 
 TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
 {
-    const auto dying =
-        stranger(); // The nameless share an id: what one of them lists is counted while another one dies.
+    // The nameless share an id: what one of them lists is counted while another one dies.
+    const auto dying = stranger();
     const auto hostile = stranger();
     const auto witness = join();
     dying->send(listing(*dying, *witness));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
+    settle();
     dying->close();
-    std::uint64_t mentioned = many;
-    const auto mention = [&] { // More in each turn than are dropped in one.
-        Value objects(Value::MAP);
-        for (int i = 0; i < 2000; ++i) objects.set(objectOf(dying->id(), mentioned++), "X");
-        auto message = test::objectMessage(hostile->id(), witness->id(), {});
-        message.set(field::OBJECTS, std::move(objects));
-        hostile->send(message);
-    };
-    ASSERT_TRUE(test::runUntil(loop, [&] {
-        mention();
+    auto mentioned = many;
+    ASSERT_TRUE(runUntil([&] {
+        hostile->send(listing(*dying, *witness, mentioned, 2000)); // More in each turn than are dropped in one.
+        mentioned += 2000;
         return witness->last(type::WORKER_DEAD) != nullptr;
     }));
     EXPECT_EQ(gone, std::vector { dying->id() });
     EXPECT_LT(mentioned, 10 * many);
 }
 
-TEST_F(DispatcherTest, ObjectsWithoutAnOwnerAreNotCountedAndAReceiverKnowsFirst)
-{
-    const auto owner = join();
-    const auto carrier = join();
-    const auto young = stranger();
-    owner->send(listing(*owner, *carrier));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return carrier->count(type::MESSAGE) == 1; }));
-    const auto before = dispatcher.usageCounts().objectCount() - many;
-    const auto madeUp = static_cast<WorkerId>(carrier->id() + 2);
-    const auto mention = [&](const test::Peer& receiver) {
-        carrier->send(test::objectMessage(0, receiver.id(), {},
-            { { 0, "Registry" }, { objectOf(owner->id(), 1), "X" }, { objectOf(madeUp, 1), "X" },
-                { objectOf(owner->id(), many), "X" } }));
-        settle();
-    };
-    const auto types = [](const test::Peer& peer) {
-        std::vector<int> found;
-        for (const auto& message : peer.messages()) found.push_back(message.at(field::TYPE).to<int>());
-        return found;
-    };
-    owner->close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return dispatcher.workers().size() == 2; }));
-    mention(*carrier); // The notice of the death is not out yet.
-    ASSERT_TRUE(test::runUntil(loop, [&] { return carrier->count(type::WORKER_DEAD) == 2 && !gone.empty(); }));
-    EXPECT_EQ(carrier->count(type::MESSAGE), 2u);
-    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before);
-
-    young->hello();
-    settle();
-    young->clear();
-    const auto late = join();
-    EXPECT_EQ(late->id(), madeUp);
-    EXPECT_EQ(types(*carrier).back(), type::WORKER_ID_REUSED) << "what it was told of this id holds no more";
-    EXPECT_TRUE(young->messages().empty()) << "it was told nothing of it";
-    for (int i = 0; i < 2; ++i) {
-        mention(*young);
-        mention(*late);
-    }
-    EXPECT_EQ(types(*young), (std::vector { type::MESSAGE, type::MESSAGE })) << "older than the death";
-    EXPECT_EQ(types(*late), (std::vector { type::WORKER_DEAD, type::MESSAGE, type::MESSAGE }));
-    EXPECT_EQ(late->messages()[0].at(field::WORKER_ID), Value(owner->id()));
-    EXPECT_EQ(dispatcher.usageCounts().ownedCount(owner->id()), 0u);
-    EXPECT_EQ(dispatcher.usageCounts().objectCount(), before + 1) << "only the object of who is there now";
-}
-
 TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)
 {
-    auto hub = std::make_unique<ipc::Dispatcher>(loop, timeout);
-    bool ready = false;
-    hub->onReady().connect([&] { ready = true; }).detach();
-    hub->bind();
-    hub->start();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return ready; }));
-    test::Peer owner(loop, hub->pipePath());
-    test::Peer holder(loop, hub->pipePath());
-    for (auto* peer : { &owner, &holder }) {
-        peer->hello();
-        ASSERT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
-    }
-    owner.send(listing(owner, holder));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return holder.count(type::MESSAGE) == 1; }));
-    holder.close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return hub->usageCounts().ownedCount(owner.id()) < many; }));
-    EXPECT_GT(hub->usageCounts().ownedCount(owner.id()), 0u);
-    hub.reset();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return owner.isEnded(); }));
-    EXPECT_EQ(owner.count(type::WORKER_DEAD), 0u);
+    const auto owner = join();
+    const auto holder = join();
+    const auto owned = [&] { return dispatcher->usageCounts().ownedCount(owner->id()); };
+    owner->send(listing(*owner, *holder));
+    settle();
+    holder->close();
+    ASSERT_TRUE(runUntil([&] { return owned() < many; }));
+    EXPECT_GT(owned(), 0u);
+    dispatcher.reset();
+    settle();
+    EXPECT_TRUE(owner->isEnded());
+    EXPECT_EQ(owner->count(type::WORKER_DEAD), 0u);
+}
+
+TEST_F(DispatcherTest, WhoWasToldThatAnIdIsDeadHearsThatItIsUsedAgain)
+{
+    const auto carrier = join();
+    const auto receiver = join();
+    const auto young = stranger();
+    const auto madeUp = static_cast<WorkerId>(receiver->id() + 1);
+    const auto counted = dispatcher->usageCounts().objectCount();
+    carrier->send(objectMessage(0, receiver->id(), {}, { { 0, "Registry" }, { objectOf(madeUp, 1), "X" } }));
+    settle();
+    EXPECT_EQ(
+        receiver->messages()[0], Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, madeUp } }));
+    EXPECT_EQ(receiver->count(type::MESSAGE), 1u);
+    EXPECT_EQ(dispatcher->usageCounts().objectCount(), counted) << "what belongs to nobody is not counted";
+    const auto late = join();
+    ASSERT_EQ(late->id(), madeUp);
+    EXPECT_EQ(receiver->messages().back(),
+        Value::map({ { field::TYPE, type::WORKER_ID_REUSED }, { field::WORKER_ID, madeUp } }));
+    EXPECT_TRUE(young->messages().empty()) << "it was told nothing of it";
+}
+
+TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOwnWorker)
+{
+    const auto named = join();
+    const auto unnamed = stranger();
+    std::vector<std::string> told;
+    loop.post([&] {
+        dispatcher->worker()
+            .registry()
+            ->callMethod("never answered", {})
+            .then([](Value&&) {},
+                [&](std::exception_ptr) {
+                    told.emplace_back("call rejected");
+                    loop.post([&] { told.emplace_back("task"); });
+                });
+        dispatcher->stop(fn::Duration(), [&] { told.emplace_back("callback"); });
+    });
+    loop.run();
+    EXPECT_EQ(told, (std::vector<std::string> { "call rejected", "task", "callback" }));
+    const auto late = stranger();
+    late->hello();
+    settle();
+    for (const auto* peer : { named.get(), unnamed.get(), late.get() }) EXPECT_EQ(peer->count(type::QUIT), 1u);
 }
 
 TEST(InstanceRelease, IsWhatTheGeneralEncoderWrites)
@@ -230,47 +195,4 @@ TEST(InstanceRelease, IsWhatTheGeneralEncoderWrites)
             EXPECT_EQ(frame.parts().front(), ipc::MessageHelper::encode(message).parts().front());
         }
     }
-}
-
-TEST_F(DispatcherTest, TellsEverybodyOfADeathAndForgetsTheDead)
-{
-    const auto a = join();
-    const auto b = join();
-    const auto unnamed = stranger();
-    const auto x = objectOf(b->id(), 1);
-    b->send(test::objectMessage(x, a->id(), {}, { { x, "X" } }));
-    ASSERT_TRUE(test::runUntil(loop, [&] { return a->count(type::MESSAGE) == 1; }));
-    b->close();
-    ASSERT_TRUE(test::runUntil(
-        loop, [&] { return a->count(type::WORKER_DEAD) == 1 && unnamed->count(type::WORKER_DEAD) == 1; }));
-    a->send(release(x, 1)); // The owner has gone, and its counts with it: nobody complains.
-    unnamed->close();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return a->count(type::WORKER_DEAD) == 2; }));
-    EXPECT_EQ(a->last(type::WORKER_DEAD)->at(field::WORKER_ID), Value(0xFFFF));
-    EXPECT_EQ(gone, (std::vector<WorkerId> { 2, 0xFFFF }));
-    EXPECT_FALSE(a->isEnded());
-}
-
-TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOwnWorker)
-{
-    const auto named = join();
-    const auto unnamed = stranger();
-    std::vector<std::string> told;
-    loop.post([&] {
-        dispatcher.worker()
-            .registry()
-            ->callMethod("never answered", {})
-            .then([](Value&&) {},
-                [&](std::exception_ptr) {
-                    told.emplace_back("call rejected");
-                    loop.post([&] { told.emplace_back("task"); });
-                });
-        dispatcher.stop(fn::Duration(), [&] { told.emplace_back("callback"); });
-    });
-    loop.run();
-    EXPECT_EQ(told, (std::vector<std::string> { "call rejected", "task", "callback" }));
-    EXPECT_TRUE(test::runUntil(loop, [&] { return named->count(type::QUIT) == 1 && unnamed->count(type::QUIT) == 1; }));
-    const auto late = stranger();
-    late->hello();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return late->count(type::QUIT) == 1; }));
 }

@@ -1,277 +1,232 @@
-// Supervision with modules that do what the test says. What can break here: a module relaunched twice for one fault or not
-// at all, a fatal error missed or told twice, a timer or signal that comes after the manager has gone.
-#include "core/app_info.h"
+// Supervision to the second, with modules that do what the test says. What can break here: a module relaunched twice for one
+// fault or not at all, a fatal error missed or told twice, a timer or signal that comes after the manager has gone.
 #include "core/ipc/module_manager/module_manager.h"
 #include "foundation/exceptions.h"
-#include "foundation/time/clock.h"
+#include "hub_fixture.h"
 #include "support/log_capture.h"
-#include "support/peer.h"
-#include "support/run_until.h"
 #include <algorithm>
-#include <gtest/gtest.h>
 
 namespace {
 
-/// What happened to a fake module, and how it behaves.
-struct Script {
-    explicit Script(const char* name, bool separate = true, bool mainLoop = false)
-        : name(name),
-          separate(separate),
-          mainLoop(mainLoop)
-    {
-    }
-
-    fn::String name;
-    bool separate;
-    bool mainLoop;
-    std::vector<fn::String> tags; ///< Of its launches.
-    int kills = 0;
-    bool failing = false;
-    fn::Signal<std::int64_t, int>* exit = nullptr;
-};
+using namespace test;
+using Texts = std::vector<std::string>;
 
 class FakeModule final : public ipc::ModuleDefinition {
 public:
-    explicit FakeModule(Script& script) : _script(script) { script.exit = &onExit(); }
-    ~FakeModule() override { ++deletions; }
-    static inline int deletions = 0;
-    bool runsMainLoop() override { return _script.mainLoop; }
+    FakeModule(Texts& told, const char* name, bool isApart, bool isMain)
+        : _told(told),
+          _name(name),
+          _isApart(isApart),
+          _isMain(isMain)
+    {
+    }
+    ~FakeModule() override { _told.push_back("delete " + _name); }
+    bool runsMainLoop() override { return _isMain; }
     void launch(ipc::Dispatcher&, const fn::String& workerTag) override
     {
-        if (_script.failing) throw fn::RuntimeException("no such file");
-        _script.tags.push_back(workerTag);
+        if (isFailing) throw fn::RuntimeException("no such file");
+        tags.push_back(workerTag);
+        _told.push_back("launch " + _name);
     }
-    void kill() override { ++_script.kills; }
-    bool isSeparateProcess() override { return _script.separate; }
+    void kill() override { _told.push_back("kill " + _name); }
+    bool isSeparateProcess() override { return _isApart; }
     std::optional<fn::String> executablePath() override { return std::nullopt; }
-    fn::String name() override { return _script.name; }
+    fn::String name() override { return _name; }
+    void exit(std::int64_t status, int signal) { onExit().fire(status, signal); }
+
+    bool isFailing = false;
+    std::vector<fn::String> tags; ///< Of its launches.
 
 private:
-    Script& _script;
+    Texts& _told;
+    const std::string _name;
+    const bool _isApart;
+    const bool _isMain;
 };
 
-class ModuleManagerTest : public testing::Test {
+class ModuleManagerTest : public HubTest {
 protected:
-    void SetUp() override
+    void TearDown() override
     {
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        dispatcher.bind();
-        dispatcher.start();
+        manager.reset();
+        HubTest::TearDown();
     }
 
-    void make(std::vector<Script*> scripts)
+    FakeModule& add(const char* name, bool isApart = true, bool isMain = false)
     {
-        std::vector<ipc::ModuleDefinition*> definitions;
-        for (auto* script : scripts) definitions.push_back(new FakeModule(*script));
-        manager = std::make_unique<ipc::ModuleManager>(dispatcher, std::move(definitions));
-        manager->onFatalError()
-            .connect([this](const fn::String& message) { fatal.push_back(message.toStdString()); })
-            .detach();
-        manager->onAllModulesConnected().connect([this] { ++allConnected; }).detach();
-        manager->onModuleNotResponding()
-            .connect([this](const fn::String& name) { silent.push_back(name.toStdString()); })
-            .detach();
+        auto* const module = new FakeModule(told, name, isApart, isMain);
+        _definitions.push_back(module); // The manager takes it.
+        return *module;
     }
 
-    /// The launches happen on the default loop, everything else on the dispatcher's, whose time the test drives.
+    void make()
+    {
+        manager = std::make_unique<ipc::ModuleManager>(*dispatcher, std::exchange(_definitions, {}));
+        const auto tells = [this](const char* what) {
+            return [this, what](const fn::String& text) { told.push_back(what + text.toStdString()); };
+        };
+        manager->onFatalError().connect(tells("fatal: ")).detach();
+        manager->onModuleNotResponding().connect(tells("silent ")).detach();
+        manager->onAllModulesConnected().connect([this] { told.emplace_back("all connected"); }).detach();
+    }
+
+    /// The launches happen on the default loop, everything else on the hub's, whose time the test drives.
     void start()
     {
+        if (!manager) make();
         auto& mainLoop = fn::RunLoop::defaultLoop();
         mainLoop.post([&] { mainLoop.post([&] { mainLoop.stop(); }); });
         manager->start();
-        test::runTurns(loop);
     }
 
-    std::unique_ptr<test::Peer> connect(const Script& script)
+    std::unique_ptr<Peer> connect(const FakeModule& module) { return join("Module", module.tags.back().c_str()); }
+
+    /// What has been told since the last question, after some more time.
+    Texts news(fn::Duration time = {})
     {
-        auto peer = std::make_unique<test::Peer>(loop, dispatcher.pipePath());
-        peer->hello(script.name.c_str(), script.tags.back().c_str());
-        EXPECT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
-        return peer;
+        pass(time);
+        return std::exchange(told, {});
     }
 
-    void pass(fn::Duration time)
-    {
-        clock.advance(time);
-        test::runTurns(loop, 40);
-    }
-
-    fn::ManualClock clock;
-    fn::uv::Loop loop { clock };
-    std::unique_ptr<ipc::Dispatcher> dispatcherOwner =
-        std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(9));
-    ipc::Dispatcher& dispatcher = *dispatcherOwner;
+    Texts told;
     std::unique_ptr<ipc::ModuleManager> manager;
-    std::vector<std::string> fatal;
-    std::vector<std::string> silent;
-    int allConnected = 0;
+
+private:
+    std::vector<ipc::ModuleDefinition*> _definitions;
 };
 
 constexpr auto second = fn::Duration::seconds(1);
+constexpr auto instant = fn::Duration::milliseconds(1);
+const Texts nothing;
 
 } // namespace
 
 TEST_F(ModuleManagerTest, LaunchesInOrderAndStopsAtTheFirstThatFails)
 {
-    Script first { "first" }, second { "second" }, third { "third" };
-    second.failing = true;
-    make({ &first, &second, &third });
-    const test::LogCapture log;
+    const auto& first = add("first");
+    add("second").isFailing = true;
+    add("third");
+    const LogCapture log;
     start();
-    EXPECT_EQ(first.tags.size(), 1u);
-    EXPECT_TRUE(third.tags.empty());
-    test::Peer stranger(loop, dispatcher.pipePath());
-    stranger.hello("Stranger", "");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return stranger.id() != ipc::NO_WORKER_ID; }));
-    EXPECT_TRUE(log.contains("Received Connected notification for unmanaged module Stranger"))
-        << "a worker without a tag is not the module that was not launched";
-    EXPECT_EQ(fatal, std::vector<std::string> { "Failed to start module second:\nno such file" });
+    EXPECT_EQ(news(), (Texts { "launch first", "fatal: Failed to start module second:\nno such file" }));
     EXPECT_TRUE(log.contains("2 ipc.moduleManager Aborting launch"));
     EXPECT_TRUE(
         log.contains(fmt::format("4 ipc.moduleManager Launching module first ({}) (attempt 1)", first.tags[0])));
-    FakeModule::deletions = 0;
+    const auto stranger = join("Stranger");
+    EXPECT_TRUE(log.contains("Received Connected notification for unmanaged module Stranger"))
+        << "a worker without a tag is not the module that was not launched";
     manager.reset();
-    EXPECT_EQ(FakeModule::deletions, 3);
+    EXPECT_EQ(news(), (Texts { "delete first", "delete second", "delete third" }));
 }
 
 TEST_F(ModuleManagerTest, TheFirstTimeoutRelaunchesTheSecondGivesUp)
 {
-    Script module { "m" };
-    make({ &module });
+    auto& module = add("m");
     start();
-    pass(fn::Duration::seconds(30));
-    EXPECT_EQ(module.kills, 1);
-    EXPECT_EQ(module.tags.size(), 1u);
-    pass(second);
-    ASSERT_EQ(module.tags.size(), 2u);
+    EXPECT_EQ(news(fn::Duration::seconds(30) - instant), Texts { "launch m" });
+    EXPECT_EQ(news(instant), Texts { "kill m" });
+    EXPECT_EQ(news(second - instant), nothing);
+    EXPECT_EQ(news(instant), Texts { "launch m" });
     EXPECT_NE(module.tags[0], module.tags[1]) << "each launch has a tag of its own";
-    const auto peer = connect(module);
-    EXPECT_EQ(allConnected, 1);
+    auto peer = connect(module);
+    EXPECT_EQ(news(second), Texts { "all connected" });
     // Much later: it exits, and its next launch does not connect either.
-    pass(fn::Duration::seconds(2));
-    module.exit->fire(0, 0);
-    pass(second);
-    ASSERT_EQ(module.tags.size(), 3u);
-    pass(fn::Duration::seconds(30));
-    EXPECT_EQ(module.kills, 2);
-    EXPECT_EQ(fatal, std::vector<std::string> { "Module m failed to connect" });
-    pass(fn::Duration::seconds(100));
-    EXPECT_EQ(module.tags.size(), 3u);
+    peer.reset();
+    module.exit(0, 0);
+    EXPECT_EQ(news(second), Texts { "launch m" });
+    EXPECT_EQ(news(fn::Duration::seconds(30)), (Texts { "kill m", "fatal: Module m failed to connect" }));
+    EXPECT_EQ(news(fn::Duration::seconds(100)), nothing);
 }
 
 TEST_F(ModuleManagerTest, AnExitBeforeTheConnectionIsForgivenOnce)
 {
-    Script module { "m" };
-    make({ &module });
+    auto& module = add("m");
     start();
-    const test::LogCapture log(2);
-    module.exit->fire(1, 0);
+    const LogCapture log(2);
+    module.exit(1, 0);
     EXPECT_EQ(log.lines(),
-        std::vector<std::string> { "2 ipc.moduleManager Module m has ended unexpectedly (exit code 1) and will be "
-                                   "started again in a second" });
-    pass(second);
-    ASSERT_EQ(module.tags.size(), 2u);
-    module.exit->fire(3, 11);
+        Texts { "2 ipc.moduleManager Module m has ended unexpectedly (exit code 1) and will be started again in a "
+                "second" });
+    EXPECT_EQ(news(second), (Texts { "launch m", "launch m" }));
+    module.exit(3, 11);
     EXPECT_EQ(log.lines().size(), 2u) << "the fatal line says it";
-    pass(fn::Duration::seconds(100));
-    EXPECT_EQ(module.tags.size(), 2u);
-    EXPECT_EQ(fatal,
-        std::vector<std::string> { "Module m did exit before connection was established (status: 3, signal 11)" });
+    EXPECT_EQ(news(fn::Duration::seconds(100)),
+        Texts { "fatal: Module m did exit before connection was established (status: 3, signal 11)" });
 }
 
-TEST_F(ModuleManagerTest, RelaunchesWhatExitsAndTellsWhenAllAreThereAgain)
+TEST_F(ModuleManagerTest, RelaunchesWhatExitsUntilItIsStopped)
 {
-    Script one { "one" }, two { "two" };
-    make({ &one, &two });
+    auto& one = add("one");
+    auto& two = add("two");
     start();
     const auto first = connect(one);
-    EXPECT_EQ(allConnected, 0);
+    EXPECT_EQ(news(), (Texts { "launch one", "launch two" }));
     const auto other = connect(two);
-    EXPECT_EQ(allConnected, 1);
-    const test::LogCapture log(2);
-    one.exit->fire(0, 9);
+    EXPECT_EQ(news(), Texts { "all connected" });
+    const LogCapture log(2);
+    one.exit(0, 9);
     EXPECT_TRUE(log.contains("Module one has ended unexpectedly (signal SIGKILL)"));
-    pass(second);
-    ASSERT_EQ(one.tags.size(), 2u);
+    EXPECT_EQ(news(second), Texts { "launch one" });
     const auto again = connect(one);
-    EXPECT_EQ(allConnected, 2);
-    one.exit->fire(0, 0);
+    EXPECT_EQ(news(), Texts { "all connected" });
+    one.exit(0, 0);
     manager->stop();
-    two.exit->fire(0, 9);
+    two.exit(0, 9);
     EXPECT_EQ(log.lines().size(), 1u) << "asked to end, both of them";
-    pass(second);
-    EXPECT_EQ(one.tags.size(), 2u) << "nor what was to come in a second";
-    EXPECT_EQ(two.tags.size(), 1u) << "nothing is relaunched after stop()";
-    EXPECT_TRUE(fatal.empty());
+    EXPECT_EQ(news(second), nothing) << "nor what was to come in a second";
 }
 
 TEST_F(ModuleManagerTest, KillsAndRelaunchesWhoStopsAnsweringUnlessItIsInThisProcess)
 {
-    Script apart { "apart" }, within { "within", false };
-    make({ &apart, &within });
+    const auto& apart = add("apart");
+    const auto& within = add("within", false);
     start();
     const auto a = connect(apart);
     const auto b = connect(within);
-    const test::LogCapture log(2);
-    pass(fn::Duration::seconds(3));
-    pass(fn::Duration::seconds(9));
-    std::ranges::sort(silent);
-    EXPECT_EQ(silent, (std::vector<std::string> { "apart", "within" }));
-    EXPECT_EQ(apart.kills, 1);
-    EXPECT_EQ(within.kills, 0);
+    const LogCapture log(2);
+    news(fn::Duration::seconds(10));
+    auto seen = news(timeout);
+    std::ranges::sort(seen);
+    EXPECT_EQ(seen, (Texts { "kill apart", "silent apart", "silent within" }));
     EXPECT_TRUE(log.contains("Module apart stopped responding and will be terminated"));
     EXPECT_TRUE(log.contains("Module within stopped responding but can not be terminated because it is in-process"));
-    pass(second);
-    EXPECT_EQ(apart.tags.size(), 2u);
-    EXPECT_EQ(within.tags.size(), 1u);
+    EXPECT_EQ(news(second), Texts { "launch apart" });
 }
 
 TEST_F(ModuleManagerTest, TheMainLoopModuleIsLaunchedByStartItself)
 {
-    Script first { "first" }, main { "main", false, true };
-    make({ &first, &main });
+    add("first");
+    add("main", false, true);
     // Its entry point would run the loop; this one returns at once, so start() does.
+    make();
     manager->start();
-    EXPECT_EQ(main.tags.size(), 1u);
-    EXPECT_TRUE(first.tags.empty());
-    test::runTurns(fn::RunLoop::defaultLoop());
-    EXPECT_EQ(first.tags.size(), 1u);
-
-    make({ &first, &main });
+    EXPECT_EQ(news(), Texts { "launch main" });
+    runTurns(fn::RunLoop::defaultLoop());
+    EXPECT_EQ(news(), Texts { "launch first" });
     manager->stop();
     start(); // Runs the loop itself.
-    EXPECT_EQ(main.tags.size() + first.tags.size(), 2u) << "nobody is launched after stop()";
+    EXPECT_EQ(news(), nothing) << "nobody is launched after stop()";
 }
 
-TEST_F(ModuleManagerTest, MovesAndGoesBeforeTimersAndSignals)
+TEST_F(ModuleManagerTest, LaunchesNothingOnceItOrTheHubHasGone)
 {
-    Script module { "m" };
-    make({ &module });
+    auto* module = &add("moved");
     start();
     ipc::ModuleManager moved(std::move(*manager));
     manager.reset();
-    module.exit->fire(1, 0);
-    FakeModule::deletions = 0;
+    const auto peer = connect(*module);
+    EXPECT_EQ(news(), (Texts { "launch moved", "all connected" }));
+    module->exit(1, 0);
     {
         const ipc::ModuleManager gone(std::move(moved));
     }
-    EXPECT_EQ(FakeModule::deletions, 1);
-    pass(second);
-    const auto stranger = connect(module);
-    EXPECT_EQ(module.tags.size(), 1u);
-}
+    EXPECT_EQ(news(second), Texts { "delete moved" });
 
-TEST_F(ModuleManagerTest, LaunchesNothingOnceTheDispatcherHasGone)
-{
-    Script module("m");
-    make({ &module });
+    module = &add("orphan");
     start();
-    const auto peer = connect(module);
-    module.exit->fire(0, 0);
-    dispatcherOwner.reset();
-    pass(second);
-    EXPECT_EQ(module.tags.size(), 1u);
-    module.exit->fire(0, 0);
-    pass(second);
-    EXPECT_EQ(module.tags.size(), 1u);
+    module->exit(0, 0);
+    dispatcher.reset();
+    EXPECT_EQ(news(second), Texts { "launch orphan" });
+    module->exit(0, 0);
+    EXPECT_EQ(news(second), nothing);
 }
