@@ -1,4 +1,4 @@
-// A main program with one module process, for a test that kills it: prints the module's pid once it is connected.
+// A main program with one module process: prints the module's pid each time it is connected.
 #include "core/app_info.h"
 #include "core/ipc/module_manager/module_manager.h"
 #include "support/worker.h"
@@ -7,25 +7,25 @@
 int main()
 {
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    auto& loop = fn::RunLoop::defaultLoop().uvLoop();
-    ipc::Dispatcher dispatcher(loop, fn::Duration::seconds(30));
+    ipc::Dispatcher dispatcher(fn::RunLoop::defaultLoop().uvLoop(), fn::Duration::seconds(2));
     dispatcher.bind();
     dispatcher.start();
+    auto& worker = dispatcher.worker();
+    worker.registerObjectReferenceClass<test::ServiceReference>();
     ipc::ModuleManager manager(
         dispatcher, { ipc::ModuleDefinition::create("test_service_module", "module_loader", false, false, false) });
     fn::AutoPtr<test::ServiceReference> service;
-    dispatcher.onReady()
+    manager.onAllModulesConnected()
         .connect([&] {
-            dispatcher.worker().registerObjectReferenceClass<test::ServiceReference>();
-            dispatcher.worker()
-                .registry()
+            worker.registry()
                 ->getInstance<test::ServiceReference>(fn::Duration::seconds(20))
                 .then([&](fn::AutoPtr<test::ServiceReference>&& found) {
                     service = std::move(found);
-                    service->callMethod("pid", {}).then([](fn::Value&& pid) {
-                        std::printf("%s\n", pid.asString().c_str());
-                        std::fflush(stdout);
-                    });
+                    return service->callMethod("pid");
+                })
+                .then([](fn::Value&& pid) {
+                    std::puts(pid.asString().c_str());
+                    std::fflush(stdout);
                 });
         })
         .detach();

@@ -1,4 +1,4 @@
-// A module with one service: "echo", "pid" and "wait" (never answered).
+// A module with one service: "pid".
 #include "core/ipc/run_module.h"
 #include "support/worker.h"
 #include <unistd.h>
@@ -12,12 +12,7 @@ public:
     void onConnected() override
     {
         _service = fn::makeAuto<test::Service>(worker());
-        _service->answer = [this](const test::Service::Call& call) {
-            if (call.name == "echo")
-                _service->sendResult(call.context, call.argument);
-            else if (call.name == "pid")
-                _service->sendResult(call.context, getpid());
-        };
+        _service->answer = [this](const test::Service::Call& call) { _service->sendResult(call.context, getpid()); };
         worker().registry()->registerObject(_service, 0);
     }
 
