@@ -12,7 +12,8 @@ LIMITS = ["prlimit", "--core=0", f"--data={3 << 30}", f"--fsize={1 << 29}"]  # A
 
 class Test:
     def __init__(self, name, command, folder=".", environment=()):
-        self.name, self.command, self.folder = name, command, folder
+        self.name, self.folder = name, folder
+        self.command = [part for part in command if part != "--gtest_brief=1"]  # Which keeps quiet about who was running.
         self.environment = dict(text.split("=", 1) for text in environment)
         self.isGoogleTest = command[0].endswith("_tests")
         self.seconds = 0.0  # Of a run with the unchanged libraries.
