@@ -1,319 +1,428 @@
-// What can break here: a gateway taken that should not be, or twice, or in another order; a failure that reaches the caller or
-// is silent; a re-check that is missed or multiplied; a listener list that changes while it is being walked.
+// Against the real kernel, in a network of the test's own. What can break here: a gateway of another table, kind or adapter
+// that is taken, or taken twice, or in another order; a failure that reaches the caller or is silent; a change that is missed;
+// a listener list that changes while it is being walked.
 #include "core/network_signature.h"
 #include "foundation/exceptions.h"
-#include "foundation/net/ip_address.h"
+#include "foundation/io/file_descriptor.h"
+#include "foundation/net/mac_address.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "platform/adapters_addresses.h"
-#include "platform/neighbours.h"
-#include "platform/network_changes.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/run_until.h"
-#include <algorithm>
+#include "support/temporary_folder.h"
 #include <cstring>
+#include <fcntl.h>
+#include <fmt/ranges.h>
+#include <fstream>
 #include <gmock/gmock.h>
-#include <map>
-#include <netinet/in.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
 using core::NetworkSignature;
 using namespace platform;
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 constexpr const char* unknown = "??????:????????????";
-constexpr HardwareAddress router { 0x00, 0x11, 0x22, 0x33, 0x44, 0x55 };
-constexpr HardwareAddress another { 0xaa, 0xbb, 0xcc, 0xdd, 0xee, 0xff };
 
-template <typename T> T* make(std::vector<std::vector<char>>& memory)
-{
-    return new (memory.emplace_back(sizeof(T)).data()) T {};
-}
-
-std::pair<sockaddr*, int> socketAddress(const char* text, std::vector<std::vector<char>>& memory)
-{
-    const auto address = fn::IPAddress::fromString(text);
-    if (!address) throw std::invalid_argument(text);
-    if (address->family() == fn::IPAddress::Family::IPv4) {
-        auto* const result = make<sockaddr_in>(memory);
-        result->sin_family = AF_INET;
-        std::memcpy(&result->sin_addr, address->addr(), address->length());
-        return { reinterpret_cast<sockaddr*>(result), sizeof(*result) };
-    }
-    auto* const result = make<sockaddr_in6>(memory);
-    result->sin6_family = AF_INET6;
-    result->sin6_scope_id = address->scope();
-    std::memcpy(&result->sin6_addr, address->addr(), address->length());
-    return { reinterpret_cast<sockaddr*>(result), sizeof(*result) };
-}
-
-template <typename Entry> Entry* makeList(const std::vector<const char*>& texts, std::vector<std::vector<char>>& memory)
-{
-    Entry* first = nullptr;
-    Entry** link = &first;
-    for (const auto* text : texts) {
-        *link = make<Entry>(memory);
-        const auto [address, size] = socketAddress(text, memory);
-        (*link)->Address = { address, size };
-        link = &(*link)->Next;
-    }
-    return first;
-}
-
-struct FakeAdapter {
-    DWORD type = 6;
-    std::vector<const char*> addresses;
-    std::vector<const char*> gateways;
-};
-
-/// A system with adapters and neighbours as a test wants them.
-class FakeNetwork {
-public:
-    FakeNetwork()
-        : _adapters([this](ULONG, ULONG, IP_ADAPTER_ADDRESSES* buffer, ULONG* size) {
-              ++calls;
-              return list(buffer, *size);
-          }),
-          _neighbours([this](std::span<const BYTE> bytes, DWORD scope, HardwareAddress& hardwareAddress) {
-              std::array<std::uint8_t, 16> full {};
-              std::array<std::uint8_t, 4> shorter {};
-              std::ranges::copy(bytes, full.begin());
-              std::copy_n(bytes.begin(), 4, shorter.begin());
-              return find(bytes.size() == 4 ? fn::IPAddress(shorter) : fn::IPAddress(full, scope), hardwareAddress);
-          })
+/// A network of this thread's own, with nothing but adapters of the test, for as long as this lives. Processes that are
+/// started meanwhile are in it. Nobody else sees it.
+class Kernel : public testing::Test {
+protected:
+    void SetUp() override
     {
+        if (!begin()) GTEST_SKIP() << "network namespaces are denied here: " << std::strerror(errno);
+    }
+    /// From a user namespace there is no way back: the next test makes its own.
+    ~Kernel() override { (void)::setns(_outside.get(), CLONE_NEWNET); }
+
+    /// v0 and v1, Ethernet adapters that run, without any address. Their other ends are p0 and p1.
+    static bool begin()
+    {
+        if (::unshare(CLONE_NEWNET) != 0 && !enterAsUser()) return false;
+        std::string commands = "link add name v0 type veth peer name p0\nlink add name v1 type veth peer name p1\n";
+        for (const auto* name : { "v0", "v1", "p0", "p1" })
+            commands += fmt::format("link set {0} addrgenmode none\nlink set {0} up\n", name);
+        ip(commands);
+        return true;
     }
 
-    std::vector<FakeAdapter> adapters;
-    std::map<std::string, HardwareAddress> neighbours; ///< By the text of their address.
-    std::vector<ULONG> errors; ///< What the next calls give instead of a list; 0: as it is.
-
-    int calls = 0; ///< For the list of adapters: twice for each look at it, since its size is asked for first.
-
-    void announce() { _changes.announce(); } ///< That something has changed.
+    /// Runs commands of ip(8), one a line, without the leading "ip". Throws when one fails.
+    static void ip(const std::string& commands)
+    {
+        auto* const pipe = ::popen("PATH=$PATH:/usr/sbin:/sbin ip -batch -", "we");
+        if (!pipe) throw std::runtime_error("popen");
+        std::fputs(commands.c_str(), pipe);
+        if (::pclose(pipe) != 0) throw std::runtime_error("ip failed:\n" + commands);
+    }
 
 private:
-    ULONG list(IP_ADAPTER_ADDRESSES* buffer, ULONG& size)
+    // As an ordinary user: with a user namespace around it, in which we are root.
+    static bool enterAsUser()
     {
-        if (!errors.empty()) {
-            const auto error = errors.front();
-            errors.erase(errors.begin());
-            if (error != 0) return error;
-        }
-        if (adapters.empty()) return ERROR_NO_DATA;
-        if (size < sizeof(*buffer)) {
-            size = 300;
-            return ERROR_BUFFER_OVERFLOW;
-        }
-        _memory.clear();
-        IP_ADAPTER_ADDRESSES* entry = new (buffer) IP_ADAPTER_ADDRESSES {};
-        for (std::size_t i = 0; i < adapters.size(); ++i) {
-            if (i > 0) entry = entry->Next = make<IP_ADAPTER_ADDRESSES>(_memory);
-            entry->IfType = adapters[i].type;
-            entry->FirstUnicastAddress = makeList<IP_ADAPTER_UNICAST_ADDRESS>(adapters[i].addresses, _memory);
-            entry->FirstGatewayAddress = makeList<IP_ADAPTER_GATEWAY_ADDRESS>(adapters[i].gateways, _memory);
-        }
-        return ERROR_SUCCESS;
+        const auto user = ::getuid();
+        const auto group = ::getgid();
+        if (::unshare(CLONE_NEWUSER | CLONE_NEWNET) != 0) return false;
+        ::prctl(PR_SET_DUMPABLE, 1); // Else the files below, and sanitizers, are out of reach.
+        test::writeFile("/proc/self/setgroups", "deny");
+        test::writeFile("/proc/self/uid_map", fmt::format("0 {} 1", user));
+        test::writeFile("/proc/self/gid_map", fmt::format("0 {} 1", group));
+        return true;
     }
 
-    DWORD find(const fn::IPAddress& address, HardwareAddress& hardwareAddress) const
-    {
-        const auto found = neighbours.find(address.toString().toStdString());
-        if (found == neighbours.end()) return ERROR_NOT_FOUND;
-        hardwareAddress = found->second;
-        return ERROR_SUCCESS;
-    }
-
-    ScopedNetworkChanges _changes;
-    ScopedAdaptersAddresses _adapters;
-    ScopedNeighbours _neighbours;
-    std::vector<std::vector<char>> _memory; // What the last list points into.
+    const fn::FileDescriptor _outside { ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC) };
 };
 
-/// A machine with a network of the test's, a clock that it drives, and a loop.
-struct Network : testing::Test {
-    void setGateway(const char* gateway) { network.adapters = { { 6, { "192.168.1.10" }, { gateway } } }; }
+// --- The list of adapters
 
-    /// Has the signature hear of a change.
-    void change()
-    {
-        const auto before = network.calls;
-        network.announce();
-        ASSERT_TRUE(test::runUntil(loop, [&] { return network.calls > before; }));
-        test::runTurns(loop);
+template <typename Entry> std::string texts(const Entry* entry)
+{
+    std::string result;
+    for (; entry; entry = entry->Next) {
+        const auto size = static_cast<std::size_t>(entry->Address.iSockaddrLength);
+        const auto address = fn::IPAddress::fromSocketAddress(entry->Address.lpSockaddr, size).value();
+        const auto text = address.toString().toStdString();
+        char name[IF_NAMESIZE];
+        result += " " + text.substr(0, text.find('%'));
+        if (address.scope() != 0) result += std::string("%") + ::if_indextoname(address.scope(), name);
     }
-    std::unique_ptr<NetworkSignature> makeSignature()
-    {
-        auto result = std::make_unique<NetworkSignature>(loop, notifier);
-        test::runTurns(loop);
-        return result;
-    }
-    void advance(int seconds)
-    {
-        clock.advance(fn::Duration::seconds(seconds));
-        test::runTurns(loop);
-    }
+    return result;
+}
 
-    FakeNetwork network;
-    fn::ManualClock clock;
-    fn::uv::Loop loop { clock };
-    fn::NetworkStateNotifier notifier { loop };
-};
+/// "name type: addresses; gateways" of each adapter that has any.
+std::vector<std::string> list(ULONG family, ULONG flags)
+{
+    std::vector<std::uint64_t> buffer(2000); // Aligned.
+    auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+    auto size = static_cast<ULONG>(buffer.size() * sizeof(buffer[0]));
+    EXPECT_EQ(GetAdaptersAddresses(family, flags, nullptr, adapter, &size), 0U);
+    std::vector<std::string> result;
+    for (; adapter; adapter = adapter->Next) {
+        EXPECT_EQ(adapter->IfIndex, ::if_nametoindex(adapter->AdapterName));
+        const auto all = texts(adapter->FirstUnicastAddress) + ";" + texts(adapter->FirstGatewayAddress);
+        if (all != ";") result.push_back(fmt::format("{} {}:{}", adapter->AdapterName, adapter->IfType, all));
+    }
+    return result;
+}
+
+constexpr auto manyRoutes = R"(
+link set lo up
+address add 192.168.1.10/24 dev v0
+address add 10.9.9.9 peer 10.9.9.8 dev v0
+address add 192.168.1.11/24 dev v1
+address add fe80::11/64 dev v1 nodad
+route add default via 192.168.1.1 dev v0 metric 10
+route add default via 192.168.1.1 dev v1 metric 20
+route add default via 192.168.1.254 dev v0 metric 5
+route add default metric 30 nexthop via 192.168.1.2 dev v0 nexthop via 192.168.1.3 dev v1
+route add 0.0.0.0/0 via inet6 fe80::9 dev v0 metric 40
+route add default dev v0 metric 50
+route add unreachable default metric 60
+route add default via 192.168.1.77 dev v0 table 100
+route add 10.0.0.0/8 via 192.168.1.55 dev v0
+route add default via fe80::1 dev v0 metric 10
+route add default metric 5 nexthop via fe80::2 dev v0 nexthop via fe80::3 dev v1
+route add default via fe80::77 dev v0 table 100
+)";
+
+TEST_F(Kernel, ListsAdaptersWithTheNextHopsOfTheirDefaultRoutesInTheMainTable)
+{
+    ip(manyRoutes);
+    EXPECT_THAT(list(AF_UNSPEC, 0xae),
+        UnorderedElementsAre("lo 24: 127.0.0.1 ::1;",
+            "v0 6: 192.168.1.10 10.9.9.9; 192.168.1.254 192.168.1.1 192.168.1.2 fe80::9%v0 fe80::2%v0 fe80::1%v0",
+            "v1 6: 192.168.1.11 fe80::11%v1; 192.168.1.1 192.168.1.3 fe80::3%v1"));
+    EXPECT_THAT(list(AF_INET6, 0xae),
+        UnorderedElementsAre(
+            "lo 24: ::1;", "v0 6:; fe80::9%v0 fe80::2%v0 fe80::1%v0", "v1 6: fe80::11%v1; fe80::3%v1"));
+    EXPECT_THAT(list(AF_INET, 0),
+        UnorderedElementsAre("lo 24: 127.0.0.1;", "v0 6: 192.168.1.10 10.9.9.9;", "v1 6: 192.168.1.11;"));
+    EXPECT_THAT(list(AF_INET, GAA_FLAG_SKIP_UNICAST), ElementsAre());
+}
+
+TEST_F(Kernel, WritesNothingBeyondTheBufferAndSaysWhatItNeeds)
+{
+    ip(manyRoutes);
+    ULONG size = 4;
+    EXPECT_EQ(GetAdaptersAddresses(0, 0xae, nullptr, nullptr, &size), ERROR_BUFFER_OVERFLOW);
+    const auto reported = size;
+    bool fits = false;
+    for (ULONG room = 0; room <= reported; room += 4) {
+        std::vector<std::uint64_t> buffer((room + 7) / 8 + 1, 0x5555555555555555);
+        auto* const adapters = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+        size = room;
+        const auto error = GetAdaptersAddresses(0, 0xae, nullptr, adapters, &size);
+        fits = fits || error == 0;
+        ASSERT_EQ(error, fits ? 0U : ERROR_BUFFER_OVERFLOW) << room;
+        ASSERT_EQ(size, fits ? room : reported);
+        ASSERT_EQ(buffer.back(), 0x5555555555555555) << room;
+    }
+    EXPECT_TRUE(fits);
+}
+
+TEST_F(Kernel, KnowsNeighboursByAddressAndAdapter)
+{
+    ip(manyRoutes);
+    ip(R"(
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:00 dev v0
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:01 dev v1
+neighbour add 192.168.1.2 lladdr 00:11:22:33:44:02 dev v1 nud stale
+neighbour add 192.168.1.3 lladdr 00:11:22:33:44:03 dev v1 nud failed
+neighbour add 172.16.0.1 lladdr 00:11:22:33:44:05 dev v1
+neighbour add 172.16.0.1 lladdr 00:11:22:33:44:04 dev v0
+neighbour add proxy 192.168.1.4 dev v0
+neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:00 dev v0
+neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:01 dev v1
+)");
+    const auto neighbour = [](const std::string& address) -> std::string {
+        try {
+            return fn::MacAddress::fromIPAddress(fn::IPAddress::fromString(address).value()).toString().toStdString();
+        } catch (const fn::IOException&) {
+            return "not known";
+        }
+    };
+    const auto onAdapter = [](const char* name) { return "fe80::1%" + std::to_string(::if_nametoindex(name)); };
+    const std::pair<std::string, const char*> rows[] = {
+        { "192.168.1.2", "00:11:22:33:44:02" },
+        { "192.168.1.3", "not known" }, // Failed.
+        { "192.168.1.4", "not known" }, // A proxy entry.
+        { "192.168.1.99", "not known" },
+        { "::ffff:192.168.1.2", "not known" },
+        { onAdapter("v0"), "aa:bb:cc:dd:ee:00" },
+        { onAdapter("v1"), "aa:bb:cc:dd:ee:01" },
+        { onAdapter("p1"), "not known" },
+    };
+    for (const auto& [address, expected] : rows) EXPECT_EQ(neighbour(address), expected) << address;
+
+    // Known on two adapters: the one counts that leads there.
+    ip("route add 192.168.1.1 dev v1\nroute add 172.16.0.1 dev v1");
+    EXPECT_EQ(neighbour("192.168.1.1"), "00:11:22:33:44:01");
+    EXPECT_EQ(neighbour("172.16.0.1"), "00:11:22:33:44:05");
+    ip("route delete 192.168.1.1 dev v1\nroute add 192.168.1.1 dev v0");
+    EXPECT_EQ(neighbour("192.168.1.1"), "00:11:22:33:44:00");
+}
 
 // --- The text
 
-TEST_F(Network, IsNamedByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
+TEST_F(Kernel, NamesTheNetworkByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
 {
     struct Row {
         const char* what;
-        std::vector<FakeAdapter> adapters;
-        const char* expected;
+        std::string commands;
+        std::string expected;
     };
-    const std::vector<Row> rows {
-        { "Ethernet", { { 6, { "192.168.1.10" }, { "192.168.1.1" } } }, "c0a80101:001122334455" },
-        { "wireless", { { 71, { "192.168.1.10" }, { "192.168.1.1" } } }, "c0a80101:001122334455" },
-        { "tunnel, loopback, PPP",
-            { { 131, { "192.168.1.10" }, { "192.168.1.1" } }, { 24, { "192.168.1.10" }, { "192.168.1.1" } },
-                { 23, { "192.168.1.10" }, { "192.168.1.1" } } },
-            unknown },
-        { "the same gateway twice",
-            { { 6, { "192.168.1.10" }, { "192.168.1.1", "10.0.0.1" } }, { 71, { "192.168.1.11" }, { "192.168.1.1" } } },
-            "c0a80101:001122334455/0a000001:aabbccddeeff" },
-        { "no neighbour", { { 6, { "10.0.0.9" }, { "10.0.0.2", "192.168.1.1" } } },
-            "0a000002:000000000000/c0a80101:001122334455" },
-        { "addresses that nobody reaches",
-            { { 6, { "169.254.7.7" }, { "192.168.1.1" } },
-                { 6, { "127.0.0.5", "0.0.0.0", "224.0.0.1", "255.255.255.255" }, { "192.168.1.1" } } },
-            unknown },
-        { "one good address is enough", { { 6, { "169.254.7.7", "fe80::5", "10.1.1.1" }, { "192.168.1.1" } } },
+    const std::string known = R"(
+address add 192.168.1.10/24 dev v0
+address add 192.168.1.11/24 dev v1
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v0
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v1
+neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:ff dev v0
+)";
+    const std::string unreachable = "address add 169.254.7.7/16 dev v0\naddress add 127.0.0.5/32 dev v0\n"
+                                    "address add 2001:db8::5/64 dev v0 nodad\nroute add default via 169.254.7.1\n";
+    std::string many = "link add name last type bridge\naddress add 10.1.0.1/24 dev last\nlink set dev last up\n"
+                       "route add default via 10.1.0.2 dev last onlink\n";
+    for (int i = 0; i < 60; ++i)
+        many += fmt::format("link add a{0} type bridge\naddress add 10.0.{0}.1/24 dev a{0}\n", i);
+    const Row rows[] = {
+        { "no gateway", known, unknown },
+        { "two, one of them twice", known + R"(
+route add default via 192.168.1.1 dev v0 metric 1
+route add default via 192.168.1.9 dev v0 metric 2
+route add default via 192.168.1.1 dev v1 metric 3)",
+            "c0a80101:001122334455/c0a80109:000000000000" },
+        { "nobody reaches it", unreachable, unknown },
+        { "one good address", unreachable + "address add 10.1.1.1/24 dev v0", "a9fe0701:000000000000" },
+        { "IPv6 alone, one on two adapters", known + R"(
+route add default metric 5 nexthop via fe80::1 dev v0 nexthop via fe80::1 dev v1)",
+            "fe800000000000000000000000000001:aabbccddeeff" },
+        { "IPv4 before all", known + R"(
+route add default via fe80::1 dev v0
+route add default via 192.168.1.1 dev v1)",
             "c0a80101:001122334455" },
-        { "IPv6 addresses alone", { { 6, { "2001:db8::5" }, { "fe80::1%2", "192.168.1.1" } } }, unknown },
-        { "IPv6 gateways alone, one on two adapters",
-            { { 6, { "10.0.0.9" }, { "fe80::1%2", "2001:db8::1" } }, { 6, { "10.0.0.8" }, { "fe80::1%3" } } },
-            "fe800000000000000000000000000001:001122334455/20010db8000000000000000000000001:aabbccddeeff" },
-        { "IPv4 before all", { { 6, { "10.0.0.9" }, { "fe80::1%2" } }, { 6, { "10.0.0.8" }, { "192.168.1.1" } } },
-            "c0a80101:001122334455" },
-        { "no gateway", { { 6, { "10.0.0.9" }, {} } }, unknown },
+        { "as many adapters as there are", many, "0a010002:000000000000" },
     };
-    network.neighbours = { { "192.168.1.1", router }, { "10.0.0.1", another }, { "fe80::1%2", router },
-        { "2001:db8::1", another } };
-    for (const auto& row : rows) {
-        network.adapters = row.adapters;
-        EXPECT_EQ(NetworkSignature(loop, notifier).get(), row.expected) << row.what;
+    fn::uv::Loop loop;
+    fn::NetworkStateNotifier notifier(loop);
+    for (const auto& [what, commands, expected] : rows) {
+        ASSERT_TRUE(begin());
+        ip(commands);
+        EXPECT_EQ(NetworkSignature(loop, notifier).get(), expected) << what;
     }
     test::runTurns(loop); // What they had posted finds them gone.
 }
 
-TEST_F(Network, ThatCannotBeReadIsUnknownAndTheLogSaysWhy)
+TEST_F(Kernel, AdaptersAreTakenByTheirKindAndFailuresAreToldInTheLog)
 {
-    setGateway("10.0.0.1");
+    ip("address add 192.168.1.10/24 dev v0\nroute add default via 192.168.1.1");
+    std::vector<std::uint64_t> buffer(2000);
+    auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
+    ULONG room = 16'000;
+    ASSERT_EQ(GetAdaptersAddresses(AF_UNSPEC, 0xae, nullptr, adapter, &room), 0U);
+    while (!adapter->FirstGatewayAddress) adapter = adapter->Next;
+    std::vector<ULONG> errors; // Of the calls to come; behind them the adapter is given.
+    const ScopedAdaptersAddresses backend([&](ULONG, ULONG, IP_ADAPTER_ADDRESSES* result, ULONG* size) {
+        const auto asked = std::exchange(*size, 300U);
+        if (!errors.empty()) {
+            const auto error = errors.front();
+            errors.erase(errors.begin());
+            return error;
+        }
+        if (asked < sizeof(*result)) return ERROR_BUFFER_OVERFLOW;
+        (*result = *adapter).Next = nullptr;
+        return ERROR_SUCCESS;
+    });
+    fn::uv::Loop loop;
+    fn::NetworkStateNotifier notifier(loop);
     const test::LogCapture log(1);
-    const std::vector<std::vector<ULONG>> failures { { 8 }, { 0, 31 }, { 111, 111 } };
-    for (const auto& errors : failures) {
-        network.errors = errors;
+    const std::pair<DWORD, bool> kinds[] = { { IF_TYPE_ETHERNET_CSMACD, true }, { IF_TYPE_IEEE80211, true },
+        { IF_TYPE_TUNNEL, false }, { IF_TYPE_PPP, false } };
+    for (const auto& [kind, counts] : kinds) {
+        adapter->IfType = kind;
+        EXPECT_EQ(NetworkSignature(loop, notifier).get(), counts ? "c0a80101:000000000000" : unknown) << kind;
+    }
+    EXPECT_EQ(log.lines().size(), 2u);
+    EXPECT_TRUE(log.contains("mac address for gateway 192.168.1.1: The hardware address is not known"));
+    for (const auto& failing : std::vector<std::vector<ULONG>> { { 8 }, { 111, 31 }, { 111, 111 } }) {
+        errors = failing;
         EXPECT_EQ(NetworkSignature(loop, notifier).get(), unknown);
-        EXPECT_THAT(log.lines().back(), testing::EndsWith(fmt::format("info\nWindows error: 0x{:08x}", errors.back())));
+        EXPECT_THAT(log.lines().back(), testing::EndsWith(fmt::format("Windows error: 0x{:08x}", failing.back())));
     }
-    EXPECT_EQ(NetworkSignature(loop, notifier).get(), "0a000001:000000000000");
-    EXPECT_EQ(log.lines().size(), 4u);
-    EXPECT_TRUE(log.contains("mac address for gateway 10.0.0.1: The hardware address is not known"));
-
-    network.errors = { 87 };
-    try {
-        NetworkSignature::getActiveGateways();
-        FAIL();
-    } catch (const fn::IOException& exception) {
-        EXPECT_EQ(exception.message(), "Could not get network adapters info");
-    }
+    errors = { 87 };
+    EXPECT_THROW(NetworkSignature::getActiveGateways(), fn::IOException);
 }
 
 // --- Changes
 
-TEST_F(Network, IsLookedAtAgainThreeTimesAfterEachAnnouncement)
-{
-    setGateway("192.168.1.1");
-    const auto signature = makeSignature();
-    std::vector<std::string> heard;
-    const auto handle = signature->addChangeListener([&](const auto& text) { heard.push_back(text.toStdString()); });
-    const auto computations = [&] { return network.calls / 2; };
-    const auto start = computations();
-    advance(60);
-    EXPECT_EQ(computations(), start);
-
-    const test::LogCapture log(4);
-    change(); // Nothing that matters.
-    EXPECT_EQ(computations(), start + 1);
-    advance(2);
-    EXPECT_EQ(computations(), start + 1);
-    change(); // The re-checks of before are off.
-    advance(2);
-    EXPECT_EQ(computations(), start + 2);
-    EXPECT_THAT(heard, ElementsAre());
-    network.neighbours["192.168.1.1"] = router; // It has answered meanwhile.
-    advance(1);
-    EXPECT_EQ(computations(), start + 3);
-    advance(3);
-    EXPECT_EQ(computations(), start + 4);
-    network.neighbours["192.168.1.1"] = another;
-    advance(3);
-    EXPECT_EQ(computations(), start + 4);
-    advance(1);
-    EXPECT_EQ(computations(), start + 5);
-    advance(60);
-    EXPECT_EQ(computations(), start + 5);
-    EXPECT_THAT(heard, ElementsAre("c0a80101:001122334455", "c0a80101:aabbccddeeff"));
-    EXPECT_EQ(signature->get(), "c0a80101:aabbccddeeff");
-    EXPECT_TRUE(log.contains("4 core.networkSignature Notifying network signature change: c0a80101:aabbccddeeff"));
-}
-
-TEST_F(Network, ThatChangesBeforeTheLoopRunsIsHeardOf)
-{
-    setGateway("192.168.1.1");
-    NetworkSignature signature(loop, notifier);
-    std::string heard;
-    const auto handle = signature.addChangeListener([&](const auto& text) { heard = text.toStdString(); });
-    setGateway("10.0.0.1");
-    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == "0a000001:000000000000"; }));
-    setGateway("10.0.0.2");
-    change();
-    EXPECT_EQ(heard, "0a000002:000000000000");
-}
-
-// --- Listeners
-
-struct Listeners : Network {
-    Listeners()
+struct LiveSignature : Kernel {
+    void SetUp() override
     {
-        setGateway("10.0.0.1");
-        signature = makeSignature();
+        Kernel::SetUp();
+        if (IsSkipped()) return;
+        signature = std::make_unique<NetworkSignature>(loop, notifier);
+        counted = notifier.addChangeListener([this](bool hasNetwork) {
+            ++announcements;
+            isAvailable = hasNetwork;
+        });
+        test::runTurns(loop);
+        EXPECT_EQ(text(), unknown);
     }
-    /// Adds one that notes `name` and then does something.
+
+    std::string text() const { return signature->get().toStdString(); }
+
+    /// Adds a listener that notes `name` and the text, and then does something.
     fn::Handle add(
         char name, folly::Function<void()> then = [] {})
     {
         return signature->addChangeListener([this, name, then = std::move(then)](const fn::String& text) mutable {
             heard += name;
-            lastHeard = text;
+            lastHeard = text.toStdString();
             then();
         });
     }
-    std::string heardAt(const char* gateway)
+
+    /// Who hears of these commands; awaits that they are noticed and the text is `expected`.
+    std::string after(const std::string& commands, const std::string& expected)
     {
-        heard.clear();
-        setGateway(gateway);
-        change();
-        return heard;
+        const auto before = announcements;
+        ip(commands);
+        EXPECT_TRUE(test::runUntil(loop, [&] { return announcements > before && text() == expected; })) << text();
+        return std::exchange(heard, {});
+    }
+    /// The same after a gateway 10.0.0.`number` has taken the place of the former one.
+    std::string afterGateway(int number)
+    {
+        return after(fmt::format("route replace default via 10.0.0.{} dev v1 onlink", number),
+            fmt::format("0a0000{:02x}:000000000000", number));
     }
 
+    fn::ManualClock clock;
+    fn::uv::Loop loop { clock };
+    fn::NetworkStateNotifier notifier { loop };
     std::unique_ptr<NetworkSignature> signature;
+    fn::Handle counted;
     std::string heard;
-    fn::String lastHeard;
+    std::string lastHeard;
+    int announcements = 0;
+    bool isAvailable = false;
 };
 
-TEST_F(Listeners, AreCalledInOrderWhateverTheyDoToTheList)
+constexpr auto ownAddress = "address add 10.0.0.9/32 dev v1"; // Else its adapter does not count.
+
+TEST_F(LiveSignature, FollowsGatewaysThatComeChangeAndGo)
+{
+    const std::string first = "c0a80101:001122334455";
+    const std::string second = "c0a80102:0011223344aa";
+    constexpr auto begin = R"(
+address add 192.168.1.10/24 dev v0
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v0
+neighbour add 192.168.1.2 lladdr 00:11:22:33:44:aa dev v0
+route add default via 192.168.1.1)";
+    constexpr auto another = R"(
+address add 192.168.1.11/24 dev v1
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v1
+route add default via 192.168.1.1 dev v1 metric 8)";
+    const auto listener = add('a');
+    const test::LogCapture log(4);
+    EXPECT_EQ(after(begin, first), "a");
+    EXPECT_EQ(lastHeard, first);
+    EXPECT_TRUE(log.contains("4 core.networkSignature Notifying network signature change: " + first));
+    EXPECT_TRUE(isAvailable);
+    EXPECT_EQ(after("route replace default via 192.168.1.2", second), "a");
+    EXPECT_EQ(after("route add default via 192.168.1.1 metric 7", second + "/" + first), "a");
+    EXPECT_EQ(after("route delete default via 192.168.1.2", first), "a");
+    EXPECT_EQ(after(another, first), "") << "the same gateway by a second adapter";
+    EXPECT_EQ(after("link delete v0", first), "");
+    EXPECT_EQ(after("address delete 192.168.1.11/24 dev v1", unknown), "a");
+    EXPECT_EQ(lastHeard, unknown);
+}
+
+TEST_F(LiveSignature, LooksAgainThreeSixAndTenSecondsAfterTheLastChange)
+{
+    const auto listener = add('a');
+    after(ownAddress, unknown);
+    afterGateway(1);
+    std::vector<int> seconds; // When a change behind the gateway is seen, which nobody announces.
+    for (int second = 1; second <= 20; ++second) {
+        ip(fmt::format("neighbour replace 10.0.0.1 lladdr 00:00:00:00:00:{:02x} dev v1", second));
+        clock.advance(fn::Duration::seconds(1));
+        if (second == 2) after("address add 10.0.0.8/32 dev v1", "0a000001:000000000002");
+        test::runTurns(loop);
+        if (text() == fmt::format("0a000001:0000000000{:02x}", second)) seconds.push_back(second);
+    }
+    EXPECT_THAT(seconds, ElementsAre(2, 5, 8, 12));
+    EXPECT_EQ(heard, "aaa");
+}
+
+TEST_F(LiveSignature, HearsOfTheLastChangeAlsoWhenMoreCameThanTheSystemKeeps)
+{
+    std::string commands;
+    for (int i = 0; i < 1000; ++i) commands += fmt::format("address add 10.0.{}.{}/32 dev v1\n", i / 200, i % 200 + 1);
+    ip(commands);
+    std::ifstream sockets("/proc/thread-self/net/netlink");
+    std::string line, drops;
+    for (std::getline(sockets, line); std::getline(sockets, line);) {
+        std::istringstream words(line);
+        drops += *std::next(std::istream_iterator<std::string>(words), 8);
+    }
+    EXPECT_NE(drops.find_first_not_of('0'), std::string::npos) << "Else this test shows nothing.";
+    const auto listener = add('a');
+    EXPECT_EQ(afterGateway(250), "a");
+    test::runTurns(loop);
+    EXPECT_EQ(after("route delete default", unknown), "a");
+}
+
+// --- Listeners
+
+TEST_F(LiveSignature, CallsItsListenersInOrderWhateverTheyDo)
 {
     std::vector<fn::Handle> handles(6);
     const auto token = std::make_shared<int>();
@@ -322,77 +431,66 @@ TEST_F(Listeners, AreCalledInOrderWhateverTheyDoToTheList)
         handles[1].invalidate(); // Itself, which lives until it returns.
         EXPECT_EQ(token.use_count(), 2);
         handles[0].invalidate(); // One that has been.
+        throw std::runtime_error("no");
     });
     handles[2] = add('c');
     handles[3] = add('d', [&] {
         if (!handles[5]) handles[5] = add('f'); // Not told this time.
     });
     handles[4] = add('e');
-    EXPECT_EQ(heardAt("10.0.0.2"), "abde");
+    after(ownAddress, unknown);
+    {
+        const test::ExpectUnhandled unhandled;
+        EXPECT_EQ(afterGateway(2), "abde");
+        EXPECT_THAT(unhandled.messages(), ElementsAre("no"));
+    }
     EXPECT_EQ(token.use_count(), 1);
-    EXPECT_EQ(heardAt("10.0.0.3"), "def");
+    EXPECT_EQ(afterGateway(3), "def");
     handles[4].detach(); // Lives on.
-    handles.clear();
-    EXPECT_EQ(heardAt("10.0.0.4"), "e");
+    handles.resize(4);
+    EXPECT_EQ(afterGateway(4), "de");
+    signature.reset();
+    EXPECT_FALSE(handles[3]) << "it outlives what it was for";
+    handles[3].invalidate();
 }
 
-TEST_F(Listeners, ThatThrowDoNotKeepTheOthersFromHearing)
+TEST_F(LiveSignature, TellsTheLatestTextLastAlsoWhenAListenerRunsTheLoop)
 {
-    const test::ExpectUnhandled unhandled;
-    const auto first = add('a', [] { throw std::runtime_error("no"); });
-    const auto second = add('b');
-    EXPECT_EQ(heardAt("10.0.0.2"), "ab");
-    EXPECT_THAT(unhandled.messages(), ElementsAre("no"));
-}
-
-TEST_F(Listeners, HearTheLatestTextLastAlsoWhenOneOfThemRunsTheLoop)
-{
+    after(ownAddress, unknown);
     fn::Handle second;
     const auto first = add('a', [&] {
         if (heard.size() > 1) return;
         second.invalidate();
-        setGateway("10.0.0.3");
-        change();
+        ip("route replace default via 10.0.0.3 dev v1 onlink");
+        EXPECT_TRUE(test::runUntil(loop, [&] { return lastHeard == "0a000003:000000000000"; }));
         loop.stop(); // The outer run.
     });
     second = add('b');
     const auto third = add('c');
-    setGateway("10.0.0.2");
-    network.announce();
+    ip("route replace default via 10.0.0.2 dev v1 onlink");
     loop.run();
     EXPECT_EQ(heard, "aac");
     EXPECT_EQ(lastHeard, "0a000003:000000000000");
 }
 
-TEST_F(Listeners, MayBeOutlivedByTheirHandles)
+TEST_F(Kernel, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
 {
-    auto handle = add('a');
-    signature.reset();
-    EXPECT_FALSE(handle);
-    handle.invalidate();
-}
-
-// --- The process's own
-
-TEST(NetworkSignature, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
-{
-    FakeNetwork network;
-    network.adapters = { { 6, { "10.0.0.9" }, { "10.0.0.1" } } };
+    ip("address add 192.168.1.10/24 dev v0\nroute add default via 192.168.1.1");
     NetworkSignature* made = nullptr;
     std::thread([&] { made = &NetworkSignature::instance(); }).join();
     ASSERT_EQ(made, &NetworkSignature::instance());
-    EXPECT_EQ(made->get(), "0a000001:000000000000");
-
+    EXPECT_EQ(made->get(), "c0a80101:000000000000");
     auto& loop = fn::RunLoop::defaultLoop();
-    test::runTurns(loop); // It subscribes.
     std::string heard;
     const auto handle = made->addChangeListener([&](const auto& text) {
         EXPECT_EQ(fn::RunLoop::currentLoop(), &loop);
         heard = text.toStdString();
     });
-    network.adapters[0].gateways = { "10.0.0.2" };
-    network.announce();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == "0a000002:000000000000"; }));
+    for (int number = 2; number <= 3; ++number) { // At first before the loop runs.
+        ip(fmt::format("route replace default via 192.168.1.{}", number));
+        const auto expected = fmt::format("c0a8010{}:000000000000", number);
+        EXPECT_TRUE(test::runUntil(loop, [&] { return heard == expected; })) << heard;
+    }
 }
 
 } // namespace
