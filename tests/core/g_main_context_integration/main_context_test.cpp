@@ -1,0 +1,295 @@
+// What can break here: a source that is not heard, one that is heard on another thread, a loop that spins; a wait on the pool
+// that outlives whoever it works for, and one that keeps the context for itself.
+#include "core/g_main_context_integration.h"
+#include "foundation/system/thread_pool.h"
+#include "foundation/uv/loop.h"
+#include "foundation/uv/turn_watcher.h"
+#include "support/expectations.h"
+#include "support/run_until.h"
+#include <algorithm>
+#include <fcntl.h>
+#include <future>
+#include <glib-unix.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace {
+
+using core::GMainContextIntegration;
+
+/// What a source calls. The flag says to ThreadSanitizer what GLib's locks say, which it does not see: who calls and frees
+/// the function comes after who has made it.
+struct SourceFunction {
+    std::function<void()> function;
+    std::atomic<bool> isGiven { false };
+};
+
+/// Has GLib call `function` once, which it keeps until then.
+void callFrom(GSource* source, std::function<void()> function)
+{
+    const auto call = [](gpointer data) -> gboolean {
+        const auto& given = *static_cast<SourceFunction*>(data);
+        if (given.isGiven.load(std::memory_order_acquire)) given.function();
+        return G_SOURCE_REMOVE;
+    };
+    const auto free = [](gpointer data) {
+        const std::unique_ptr<SourceFunction> owned(static_cast<SourceFunction*>(data));
+        EXPECT_TRUE(owned->isGiven.load(std::memory_order_acquire));
+    };
+    auto given = std::make_unique<SourceFunction>();
+    given->function = std::move(function);
+    given->isGiven.store(true, std::memory_order_release);
+    g_source_set_callback(source, call, given.release(), free);
+    g_source_attach(source, nullptr);
+    g_source_unref(source);
+}
+
+void callWhenIdle(std::function<void()> function)
+{
+    GSource* const source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    callFrom(source, std::move(function));
+}
+
+void callAfter(unsigned milliseconds, std::function<void()> function)
+{
+    callFrom(g_timeout_source_new(milliseconds), std::move(function));
+}
+
+/// A loop, and the context on it. The loop sleeps where it can: what does not wake it is not seen.
+class MainContext : public testing::Test {
+protected:
+    MainContext() { GMainContextIntegration::init(*loop); }
+    ~MainContext() override
+    {
+        while (GMainContextIntegration::instance()) GMainContextIntegration::quit();
+    }
+
+    /// Runs the loop until somebody stops it; false where nobody does.
+    bool runUntilStopped(fn::Duration bound = fn::Duration::seconds(20))
+    {
+        bool isTooLate = false;
+        const auto end = loop->schedule(bound, [&] {
+            isTooLate = true;
+            loop->stop();
+        });
+        loop->run();
+        return !isTooLate;
+    }
+    bool hearsASource()
+    {
+        callWhenIdle([&] { loop->stop(); });
+        return runUntilStopped();
+    }
+
+    std::optional<fn::uv::Loop> loop { std::in_place };
+};
+
+// --- Sources
+
+TEST_F(MainContext, HearsSourcesThatAreAttachedWhileTheWaitChangesThreads)
+{
+    // The task runs just after the turn has handed the wait to the pool: whether a thread has it by then is a matter of luck.
+    constexpr int rounds = 3000;
+    int round = 0;
+    std::function<void()> next = [&] {
+        if (++round == rounds)
+            loop->stop();
+        else
+            loop->post([&] { callWhenIdle(next); });
+    };
+    callWhenIdle(next);
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(round, rounds);
+}
+
+TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
+{
+    constexpr int rounds = 1000;
+    std::atomic<int> heard = 0;
+    std::atomic<int> ended = 0;
+    const auto loopThread = std::this_thread::get_id();
+    const auto attachAndAwait = [&] {
+        for (int i = 0; i < rounds; ++i) {
+            GSource* const unneeded = g_timeout_source_new(3'600'000);
+            g_source_attach(unneeded, nullptr);
+            const auto isHeard = std::make_shared<std::promise<std::thread::id>>();
+            callWhenIdle([isHeard] { isHeard->set_value(std::this_thread::get_id()); });
+            g_source_destroy(unneeded);
+            g_source_unref(unneeded);
+            auto thread = isHeard->get_future();
+            if (thread.wait_for(std::chrono::seconds(20)) != std::future_status::ready) break;
+            if (thread.get() == loopThread) ++heard;
+        }
+        if (++ended == 2) loop->stop();
+    };
+    std::thread first(attachAndAwait);
+    std::thread second(attachAndAwait);
+    EXPECT_TRUE(runUntilStopped());
+    first.join();
+    second.join();
+    EXPECT_EQ(heard, 2 * rounds);
+}
+
+TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
+{
+    for (const std::size_t size : { 3u, 100u, 1u }) {
+        std::size_t left = size;
+        std::vector<std::array<int, 2>> pipes(size);
+        std::vector<guint> sources;
+        for (auto& ends : pipes) {
+            ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+            const auto read = [](gint descriptor, GIOCondition, gpointer data) -> gboolean {
+                char byte = 0;
+                EXPECT_EQ(::read(descriptor, &byte, 1), 1);
+                --*static_cast<std::size_t*>(data);
+                return G_SOURCE_CONTINUE;
+            };
+            sources.push_back(g_unix_fd_add(ends[0], G_IO_IN, read, &left));
+        }
+        callAfter(1, [&] { // The wait is out by then.
+            for (const auto& ends : pipes) EXPECT_EQ(::write(ends[1], "x", 1), 1);
+        });
+        EXPECT_TRUE(test::runUntil(*loop, [&] { return left == 0; }));
+        std::ranges::for_each(sources, g_source_remove);
+        for (const auto& ends : pipes) std::ranges::for_each(ends, ::close);
+    }
+}
+
+TEST_F(MainContext, GoesOnWhereACallbackRunsTheLoopOrThrows)
+{
+    std::string order;
+    const test::ExpectUnhandled unhandled;
+    callWhenIdle([&] {
+        order += "begin ";
+        callAfter(1, [&] {
+            order += "inner ";
+            loop->stop();
+        });
+        loop->run();
+        order += "end";
+        throw std::runtime_error("from a callback");
+    });
+    callAfter(50, [&] { loop->stop(); });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_EQ(order, "begin inner end");
+    EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "from a callback" });
+    EXPECT_FALSE(g_main_context_is_owner(nullptr));
+    EXPECT_TRUE(hearsASource());
+}
+
+TEST_F(MainContext, SleepsWhileNothingHappensAlsoWhereSomebodyElseHasTheContext)
+{
+    int turns = 0;
+    const fn::uv::TurnWatcher watcher(*loop, fn::uv::TurnWatcher::Moment::AfterPoll, [&] { ++turns; });
+    callAfter(3'600'000, [] {});
+    runUntilStopped(fn::Duration::milliseconds(300));
+    EXPECT_LE(turns, 10);
+
+    std::promise<void> isOver;
+    std::promise<void> isTaken;
+    std::thread other([&] {
+        while (!g_main_context_acquire(nullptr)) g_main_context_wakeup(nullptr);
+        isTaken.set_value();
+        isOver.get_future().wait();
+        g_main_context_release(nullptr);
+    });
+    isTaken.get_future().wait();
+    turns = 0;
+    runUntilStopped(fn::Duration::milliseconds(300));
+    EXPECT_LE(turns, 60);
+    isOver.set_value();
+    other.join();
+    EXPECT_TRUE(hearsASource());
+}
+
+// --- Beginning and end
+
+TEST_F(MainContext, LivesFromTheFirstInitToTheLastQuit)
+{
+    const auto* const first = GMainContextIntegration::instance();
+    EXPECT_EQ(GMainContextIntegration::instance()->context(), g_main_context_default());
+    {
+        fn::uv::Loop ignored;
+        GMainContextIntegration::init(ignored);
+    }
+    EXPECT_EQ(GMainContextIntegration::instance(), first);
+    GMainContextIntegration::quit();
+    EXPECT_TRUE(hearsASource());
+
+    GMainContextIntegration::quit();
+    EXPECT_EQ(GMainContextIntegration::instance(), nullptr);
+    bool isHeard = false;
+    callWhenIdle([&] { isHeard = true; });
+    test::runTurns(*loop);
+    EXPECT_FALSE(isHeard);
+    const test::ExpectAssertions assertions;
+    GMainContextIntegration::quit();
+    EXPECT_EQ(assertions.reports().size(), 1u);
+    GMainContextIntegration::init(*loop);
+    EXPECT_TRUE(test::runUntil(*loop, [&] { return isHeard; }));
+}
+
+TEST_F(MainContext, IsMadeAnewWhileTheWaitOfTheOldOneIsStillOut)
+{
+    for (int i = 0; i < 300; ++i) {
+        // Every other time the loop goes first, and the new one is on another loop.
+        test::runTurns(*loop, i % 5);
+        if (i % 2 == 0) loop.reset();
+        GMainContextIntegration::quit();
+        if (i % 2 == 0) loop.emplace();
+        GMainContextIntegration::init(*loop);
+        ASSERT_TRUE(i % 3 != 0 || hearsASource()) << i;
+    }
+}
+
+TEST_F(MainContext, EndsAtOnceAndMayBeginAgainInACallbackOfGLib)
+{
+    bool isHeard = false;
+    bool isReadyTogether = false;
+    callWhenIdle([&] {
+        GMainContextIntegration::quit();
+        callWhenIdle([&] { isHeard = true; });
+        loop->stop();
+    });
+    callWhenIdle([&] { isReadyTogether = true; });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_TRUE(isReadyTogether);
+    test::runTurns(*loop);
+    EXPECT_FALSE(isHeard);
+
+    GMainContextIntegration::init(*loop);
+    callWhenIdle([&] {
+        GMainContextIntegration::quit();
+        GMainContextIntegration::init(*loop);
+        callAfter(1, [&] { loop->stop(); });
+    });
+    EXPECT_TRUE(runUntilStopped());
+    EXPECT_TRUE(isHeard);
+}
+
+TEST_F(MainContext, ForgetsAWaitThatHasNotBegunWhenItEnds)
+{
+    GMainContextIntegration::quit();
+    std::promise<void> release;
+    const std::shared_future<void> end(release.get_future());
+    const auto threads = std::max(4u, std::thread::hardware_concurrency()); // All of the pool are busy.
+    for (unsigned i = 0; i < threads; ++i) fn::ThreadPool::defaultPool().schedule([end] { end.wait(); });
+    GMainContextIntegration::init(*loop);
+    test::runTurns(*loop);
+    GMainContextIntegration::quit();
+    g_main_context_iteration(nullptr, FALSE); // Takes the wake-up: the wait would have no end, and keep the context.
+    release.set_value();
+    std::promise<void> isNext;
+    fn::ThreadPool::defaultPool().schedule([&] { isNext.set_value(); });
+    isNext.get_future().wait();
+    EXPECT_TRUE(test::runUntil(*loop, [] {
+        const bool isFree = g_main_context_acquire(nullptr);
+        if (isFree) g_main_context_release(nullptr);
+        return isFree;
+    }));
+    GMainContextIntegration::init(*loop);
+    EXPECT_TRUE(hearsASource());
+}
+
+} // namespace
