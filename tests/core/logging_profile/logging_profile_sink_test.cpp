@@ -10,8 +10,6 @@
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <map>
-#include <random>
 #include <sys/stat.h>
 #include <thread>
 
@@ -20,7 +18,6 @@ namespace {
 using fn::logging::Category;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 
 class LoggingProfileSink : public testing::Test {
@@ -119,101 +116,38 @@ TEST_F(LoggingProfileSink, LeavesOutWhatItCanNotRead)
     EXPECT_THAT(namesOf(*sink), ElementsAre("good")) << "as before";
 }
 
-TEST_F(LoggingProfileSink, KnowsTheHighestThresholdsOfAllProfiles)
-{
-    EXPECT_EQ(fn::makeAuto<core::LoggingProfileSink>("x")->maxRootThreshold(), 0);
-    addProfile("a", "threshold=3\nthreshold.ipc=5\nthreshold.core=1\n");
-    addProfile("b", "enabled=true\nthreshold=2\nthreshold.IPC=4\nthreshold.core=2\nthreshold.z=-1\n");
-    const auto sink = load();
-    EXPECT_EQ(sink->maxRootThreshold(), 3);
-    using fn::logging::Priority;
-    EXPECT_THAT(sink->maxThresholdMap(),
-        UnorderedElementsAre(
-            std::pair("ipc", Priority(5)), std::pair("core", Priority(2)), std::pair("z", Priority(-1))));
-    std::filesystem::remove_all(profiles().toStdString());
-    addProfile("a", "threshold=1\n");
-    sink->reload(profiles());
-    EXPECT_EQ(sink->maxRootThreshold(), 1);
-    EXPECT_THAT(sink->maxThresholdMap(), IsEmpty());
-}
-
 TEST_F(LoggingProfileSink, AsksForExactlyTheMessagesThatSomeProfileTakesByTheNearestThresholdAbove)
 {
-    std::vector<std::unique_ptr<Category>> categories;
-    for (const auto& [name, parent] : std::initializer_list<std::pair<const char*, int>> {
-             { "a", -1 }, { "a.B", 0 }, { "a.B.c", 1 }, { "a.d", 0 }, { "ab", -1 } }) {
-        categories.push_back(std::make_unique<Category>(
-            name, parent < 0 ? nullptr : categories[static_cast<std::size_t>(parent)].get()));
-    }
-    struct Model {
-        bool isEnabled, isVerbose;
-        std::map<fn::String, int> thresholds; // By category in lower case; "" is the root's.
-
-        int threshold(const Category* category) const
-        {
-            while (category && !thresholds.contains(category->name().toLowerCase())) category = category->parent();
-            return thresholds.at(category ? category->name().toLowerCase() : fn::String());
-        }
-    };
-    std::mt19937 random(31);
-    const auto below = [&random](unsigned bound) { return static_cast<int>(random() % bound); };
-    for (int round = 0; round < 50; ++round) {
-        std::filesystem::remove_all(profiles().toStdString());
-        std::vector<Model> models;
-        for (const auto* name : { "p", "q", "r" }) {
-            auto& model = models.emplace_back(below(3) > 0, below(2) > 0);
-            const int root = model.thresholds[""] = below(7) - 1;
-            auto text = fmt::format("enabled={}\nverbose={}\nthreshold={}\n", model.isEnabled, model.isVerbose, root);
-            for (const auto* key : { "A", "a.b", "a.b.C", "a.d", "a.d.e", "a." }) {
-                if (below(3) > 0) continue;
-                const int priority = model.thresholds[fn::String(key).toLowerCase()] = below(12) - 1;
-                text += fmt::format("threshold.{}={}\n", key, priority);
-            }
-            addProfile(name, text);
-        }
-        const auto sink = load();
-        const auto recorder = fn::makeAuto<test::RecordingSink>();
-        for (const auto& profile : sink->profiles()) profile->setSink(recorder);
-        for (const bool allowed : { false, true }) {
-            sink->setAllowVerboseLogging(allowed);
-            for (const auto& each : categories) {
-                int expected = 0;
-                for (const auto& model : models) {
-                    if (model.isEnabled && (allowed || !model.isVerbose))
-                        expected = std::max(expected, model.threshold(each.get()));
-                }
-                EXPECT_EQ(sink->threshold(*each), expected) << each->name() << " in round " << round;
-                for (int priority = 1; priority <= 8; ++priority) {
-                    recorder->texts.clear();
-                    sink->logMessage(*each, test::message(priority));
-                    EXPECT_EQ(!recorder->texts.empty(), priority <= expected) << each->name() << " in round " << round;
-                }
-            }
-        }
-    }
-}
-
-TEST_F(LoggingProfileSink, CostsNothingForMessagesThatNoProfileTakesNow)
-{
-    addProfile("a", "enabled=true\nthreshold=2\n");
-    addProfile("loud", "enabled=true\nsimple=true\nverbose=true\nthreshold=6\n");
+    addProfile("first", "enabled=true\nthreshold=2\nthreshold.A=5\nthreshold.a.b=1\nthreshold.a.=8\n");
+    addProfile("loud", "enabled=true\nverbose=true\nthreshold=3\nthreshold.a.b.C=7\nthreshold.a.d=-1\n");
+    addProfile("off", "threshold=6\nthreshold.a=3\nthreshold.a.b=4\n");
     const auto sink = load();
-    auto& manager = fn::logging::CategoryManager::instance();
-    manager.addSink(sink);
-    const auto& used = manager.getCategory("profiles.used");
-    EXPECT_EQ(std::pair(used.wants(2), used.wants(3)), std::pair(true, false));
-    sink->setAllowVerboseLogging(true);
-    EXPECT_EQ(std::pair(used.wants(6), used.wants(7)), std::pair(true, false));
-    FN_LOG_TO(used, 6, fn::logging::Tag(), "libs/test", "loud");
-    sink->setAllowVerboseLogging(false);
-    EXPECT_EQ(std::pair(used.wants(2), used.wants(3)), std::pair(true, false));
-    addProfile("a", "enabled=true\nthreshold=5\n");
-    sink->reload(profiles());
-    EXPECT_EQ(std::pair(used.wants(5), used.wants(6)), std::pair(true, false));
-    manager.removeSink(sink);
-    EXPECT_EQ(test::readFile(logs() + "/server.loud.log"), "loud\r\n");
+    EXPECT_EQ(sink->maxRootThreshold(), 6);
+    using fn::logging::Priority;
+    EXPECT_THAT(sink->maxThresholdMap(),
+        UnorderedElementsAre(std::pair("a", Priority(5)), std::pair("a.b", Priority(4)), std::pair("a.", Priority(8)),
+            std::pair("a.b.c", Priority(7)), std::pair("a.d", Priority(-1))));
+    const auto recorder = fn::makeAuto<test::RecordingSink>();
+    for (const auto& profile : sink->profiles()) profile->setSink(recorder);
+    const Category a("a"), ab("a.B", &a), abc("a.B.c", &ab), ad("a.d", &a), other("ab");
+    struct Row {
+        const Category& category;
+        int quiet, loud; // The highest priority that is taken, without the verbose profiles and with them.
+    };
+    for (const auto& [category, quiet, loud] :
+        { Row { a, 5, 5 }, { ab, 1, 3 }, { abc, 1, 7 }, { ad, 5, 5 }, { other, 2, 3 } }) {
+        for (const bool isLoud : { false, true }) {
+            sink->setAllowVerboseLogging(isLoud);
+            const int expected = isLoud ? loud : quiet;
+            EXPECT_EQ(sink->threshold(category), expected) << category.name();
+            for (int priority = 1; priority <= 8; ++priority) {
+                recorder->texts.clear();
+                sink->logMessage(category, test::message(priority));
+                EXPECT_EQ(!recorder->texts.empty(), priority <= expected) << category.name() << " at " << priority;
+            }
+        }
+    }
 }
-
 TEST_F(LoggingProfileSink, ReadsTheProfilesThatComeAlong)
 {
     const auto sink = fn::makeAuto<core::LoggingProfileSink>("skyfold");
@@ -229,7 +163,7 @@ TEST_F(LoggingProfileSink, ReadsTheProfilesThatComeAlong)
     EXPECT_EQ(sink->threshold(category), 7);
 }
 
-TEST_F(LoggingProfileSink, LosesNothingWhileProfilesAreReloaded)
+TEST_F(LoggingProfileSink, LosesNothingWhileProfilesAreReloadedAndThenCostsNothing)
 {
     constexpr int threads = 4;
     constexpr int messagesEach = 1000;
@@ -252,9 +186,21 @@ TEST_F(LoggingProfileSink, LosesNothingWhileProfilesAreReloaded)
         sink->setAllowVerboseLogging(i % 2 == 0);
     }
     writers.clear();
-    manager.removeSink(sink);
     const auto written = test::readFile(logs() + "/server.a.log");
     EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), threads * messagesEach);
-}
 
+    const auto highestWanted = [&] {
+        int priority = 8;
+        while (priority > 0 && !used.wants(priority)) --priority;
+        return priority;
+    };
+    sink->setAllowVerboseLogging(true);
+    EXPECT_EQ(highestWanted(), 5);
+    sink->setAllowVerboseLogging(false);
+    EXPECT_EQ(highestWanted(), 4);
+    addProfile("a", "enabled=true\nthreshold=6\n");
+    sink->reload(profiles());
+    EXPECT_EQ(highestWanted(), 6);
+    manager.removeSink(sink);
+}
 } // namespace

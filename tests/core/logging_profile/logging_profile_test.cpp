@@ -25,23 +25,18 @@ fn::AutoPtr<LoggingProfile> read(std::string_view text)
 std::string describe(const LoggingProfile& profile)
 {
     std::string text;
-    const auto add = [&](const char* key, const fn::String& value) { text += fmt::format("{}[{}]", key, value); };
-    const auto addAll = [&](const char* key, const auto& values) {
-        for (const auto& value : values) add(key, value);
-    };
+    const auto add = [&](const char* key, const auto& value) { text += fmt::format("{}[{}]", key, value); };
     if (!profile.name().empty()) add("name", profile.name());
     if (!profile.description().empty()) add("description", profile.description());
     if (profile.enabled()) text += "enabled ";
     if (profile.simple()) text += "simple ";
     if (profile.verbose()) text += "verbose ";
-    if (profile.rootThreshold() != 0) text += fmt::format("root[{}]", static_cast<int>(profile.rootThreshold()));
-    for (const auto& [category, priority] :
-        std::map<fn::String, int>(profile.thresholdMap().begin(), profile.thresholdMap().end())) {
-        text += fmt::format("{}[{}]", category, priority);
-    }
-    addAll("allowed", profile.allowedTags());
-    addAll("forbidden", profile.forbiddenTags());
-    addAll("filter", profile.filters());
+    if (profile.rootThreshold() != 0) add("root", static_cast<int>(profile.rootThreshold()));
+    const std::map<fn::String, int> thresholds(profile.thresholdMap().begin(), profile.thresholdMap().end());
+    for (const auto& [category, priority] : thresholds) add(category.c_str(), priority);
+    for (const auto& tag : profile.allowedTags()) add("allowed", tag);
+    for (const auto& tag : profile.forbiddenTags()) add("forbidden", tag);
+    for (const auto& filter : profile.filters()) add("filter", filter);
     return text;
 }
 
@@ -80,50 +75,37 @@ TEST(LoggingProfile, IsRefusedWhenItIsTooLongToBeOne)
     EXPECT_THROW(read(std::string(core::loggingProfileBytes + 1, 'x')), fn::RangeException);
 }
 
-// What a profile takes of messages.
-class Selection : public testing::Test {
-protected:
-    void use(std::string_view text)
-    {
-        profile = read(text);
+TEST(LoggingProfile, ForbidsTagsBeforeItAllowsThemAndFiltersTextsButNoErrors)
+{
+    struct Row {
+        const char* profile;
+        int priority;
+        const char* text;
+        const char* tag;
+        bool isTaken;
+    };
+    const Row rows[] = {
+        { "forbiddentags=no", 4, "x", "", true }, { "forbiddentags=no", 5, "x", "", false },
+        { "forbiddentags=no", 4, "x", "any", true }, { "forbiddentags=no", 1, "x", "no", false },
+        { "allowedtags=yes,both\nforbiddentags=both", 4, "x", "yes", true },
+        { "allowedtags=yes,both\nforbiddentags=both", 4, "x", "Yes", false },
+        { "allowedtags=yes,both\nforbiddentags=both", 1, "x", "both", false },
+        { "allowedtags=yes,both\nforbiddentags=both", 1, "x", "", false }, // No tag is the empty tag.
+        { "allowedtags=yes,", 4, "x", "", true }, { "filter=text\nfilter=costarring", 1, "text", "", true },
+        { "filter=text\nfilter=costarring", 2, "text", "", false },
+        { "filter=text\nfilter=costarring", 2, "texts", "", true },
+        { "filter=text\nfilter=costarring", 2, "", "", true },
+        { "filter=text\nfilter=costarring", 2, "costarring", "", false },
+        { "filter=text\nfilter=costarring", 2, "liquid", "", true }, // Its hash is that of a filter.
+    };
+    const Category core("core");
+    for (const auto& [settings, priority, text, tag, isTaken] : rows) {
+        const auto sink = fn::makeAuto<test::RecordingSink>();
+        const auto profile = read(std::string("threshold=4\n") + settings);
         profile->setSink(sink);
+        profile->log(core, test::message(priority, text, tag));
+        EXPECT_EQ(sink->texts.size(), isTaken) << settings << ": " << priority << text << tag;
     }
-    bool takes(const fn::logging::Message& message)
-    {
-        sink->texts.clear();
-        profile->log(core, message);
-        return !sink->texts.empty();
-    }
-
-    const Category core { "core" };
-    fn::AutoPtr<test::RecordingSink> sink = fn::makeAuto<test::RecordingSink>();
-    fn::AutoPtr<LoggingProfile> profile;
-};
-
-TEST_F(Selection, ForbidsTagsBeforeItAllowsThem)
-{
-    use("threshold=4\nforbiddentags=no");
-    EXPECT_TRUE(takes(test::message(4)));
-    EXPECT_TRUE(takes(test::message(4, "text", "any")));
-    EXPECT_FALSE(takes(test::message(1, "text", "no")));
-    use("threshold=4\nallowedtags=yes,both\nforbiddentags=both");
-    EXPECT_TRUE(takes(test::message(4, "text", "yes")));
-    EXPECT_FALSE(takes(test::message(4, "text", "Yes")));
-    EXPECT_FALSE(takes(test::message(1, "text", "both")));
-    EXPECT_FALSE(takes(test::message(1))) << "no tag is the empty tag";
-    use("threshold=4\nallowedtags=yes,");
-    EXPECT_TRUE(takes(test::message(4)));
-}
-
-TEST_F(Selection, DropsTextsThatAreFilteredButNoErrors)
-{
-    use("threshold=4\nfilter=text\nfilter=costarring");
-    EXPECT_TRUE(takes(test::message(1, "text")));
-    EXPECT_FALSE(takes(test::message(2, "text")));
-    EXPECT_TRUE(takes(test::message(2, "texts")));
-    EXPECT_TRUE(takes(test::message(2, ""))) << "no filter for it";
-    EXPECT_FALSE(takes(test::message(2, "costarring")));
-    EXPECT_TRUE(takes(test::message(2, "liquid"))) << "its hash is that of a filter";
 }
 
 } // namespace
