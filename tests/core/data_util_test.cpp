@@ -6,9 +6,10 @@
 #include "sqlite/statement.h"
 #include "sqlite/transaction.h"
 #include "support/log_capture.h"
+#include "support/run_until.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <semaphore>
+#include <latch>
 #include <thread>
 
 namespace {
@@ -16,7 +17,6 @@ namespace {
 using ScopedConnection = core::DatabaseAccess::ScopedConnection;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 int number(sqlite::Database& database, const fn::String& sql)
 {
@@ -32,16 +32,15 @@ public:
 
     std::vector<std::string> calls;
     bool isReadyAtOnce = true;
+    bool migratesItself = false;
 
-    int storedVersion() { return number(database(), "select version from schema_version"); }
+    int ask(const char* sql) { return number(database(), sql); }
     bool isOpen()
     {
         try {
             database();
             return true;
-        } catch (const sqlite::SQLiteException& e) {
-            EXPECT_EQ(
-                e.displayText(), "No database available. Make sure to have a DatabaseAccess::Connection instance");
+        } catch (const sqlite::SQLiteException&) {
             return false;
         }
     }
@@ -54,6 +53,14 @@ protected:
         database().execute("create index by_name on entry (name)");
         database().execute("insert into entry (name) values ('first')");
     }
+    void migrateSchema(int from, int to) override
+    {
+        if (!migratesItself) return DatabaseAccess::migrateSchema(from, to);
+        calls.push_back(fmt::format("{} to {}", from, to));
+        sqlite::Transaction all(database());
+        updateSchemaVersion();
+        all.commit();
+    }
     void onDatabaseReady() override
     {
         if (!std::exchange(isReadyAtOnce, true)) throw std::runtime_error("not yet");
@@ -63,23 +70,15 @@ protected:
 
 class DatabaseAccessTest : public testing::Test {
 protected:
-    /// Runs what is due on the loop.
-    void turn()
-    {
-        loop.post([this] { loop.post([this] { loop.stop(); }); });
-        loop.run();
-    }
+    void turn() { test::runTurns(loop, 3); }
 
     /// Lets time go by, with everything done that is due meanwhile.
-    void pass(fn::Duration time)
+    void pass(int seconds)
     {
         turn();
-        clock.advance(time);
+        clock.advance(fn::Duration::seconds(seconds));
         turn();
     }
-
-    static constexpr auto fiveMinutes = fn::Duration::seconds(300);
-    static constexpr auto nearlyFiveMinutes = fn::Duration::seconds(299);
 
     test::TemporaryFolder folder;
     const fn::String path = folder.file("test.db");
@@ -87,40 +86,32 @@ protected:
     fn::uv::Loop loop { clock };
 };
 
-TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndFindsItAgain)
+TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndAnewForAnotherVersion)
 {
-    {
-        Access access(3, path, loop);
+    const std::pair<int, std::vector<std::string>> rows[] = { { 3, { "init", "ready" } }, { 3, { "ready" } },
+        { 4, { "init", "ready" } } };
+    for (const auto& [version, calls] : rows) {
+        Access access(version, path, loop);
         EXPECT_FALSE(access.isOpen());
-        const ScopedConnection connection(access);
-        EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
-        EXPECT_EQ(number(access.database(), "select count(*) from schema_version"), 1);
-        EXPECT_EQ(access.storedVersion(), 3);
-        EXPECT_EQ(number(access.database(), "pragma foreign_keys"), 1);
-    }
-    Access access(3, path, loop);
-    const ScopedConnection connection(&access);
-    EXPECT_THAT(access.calls, ElementsAre("ready"));
-}
-
-TEST_F(DatabaseAccessTest, AnotherVersionDropsEverythingAndStartsAnew)
-{
-    {
-        Access access(3, path, loop);
-        const ScopedConnection connection(access);
+        const ScopedConnection connection(&access);
+        EXPECT_EQ(access.calls, calls) << version;
+        EXPECT_EQ(access.ask("select count(*) from schema_version"), 1);
+        EXPECT_EQ(access.ask("select version from schema_version"), version);
+        EXPECT_EQ(access.ask("pragma foreign_keys"), 1);
+        EXPECT_EQ(access.ask("select count(*) from sqlite_master where name = 'other'"), calls.size() == 1);
+        EXPECT_EQ(access.ask("select count(*) from entry"), 1);
+        EXPECT_EQ(access.ask("select max(id) from entry"), 1) << "Counting begins anew, too.";
+        EXPECT_EQ(access.ask("select count(*) from pragma_integrity_check where integrity_check = 'ok'"), 1);
+        if (access.calls.size() == 1) continue;
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");
         access.database().execute("insert into other values (1)");
     }
-    Access access(4, path, loop);
-    const ScopedConnection connection(access);
-    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
-    EXPECT_EQ(access.storedVersion(), 4);
-    EXPECT_EQ(number(access.database(), "select count(*) from sqlite_master where name = 'other'"), 0);
-    EXPECT_EQ(number(access.database(), "select count(*) from entry"), 1);
-    EXPECT_EQ(number(access.database(), "select max(id) from entry"), 1); // Counting has begun anew, too.
-    sqlite::Statement check(access.database(), "pragma integrity_check");
-    ASSERT_TRUE(check.executeStep());
-    EXPECT_EQ(check.getColumn(0).getText(), "ok");
+    Access migrating(5, path, loop);
+    migrating.migratesItself = true;
+    const ScopedConnection connection(migrating);
+    EXPECT_THAT(migrating.calls, ElementsAre("4 to 5", "ready"));
+    EXPECT_EQ(migrating.ask("select version from schema_version"), 5);
+    EXPECT_EQ(migrating.ask("select count(*) from other"), 1);
 }
 
 TEST_F(DatabaseAccessTest, ADropThatFailsLeavesNoWritableSchema)
@@ -132,34 +123,7 @@ TEST_F(DatabaseAccessTest, ADropThatFailsLeavesNoWritableSchema)
     sqlite::Database other(path, 6);
     const sqlite::Transaction lock(other);
     EXPECT_THROW(access.dropSchema(), sqlite::SQLiteException);
-    EXPECT_EQ(number(access.database(), "pragma writable_schema"), 0);
-}
-
-TEST_F(DatabaseAccessTest, AMigrationOfItsOwnKeepsTheDataAndStoresTheVersionItself)
-{
-    struct Migrating : Access {
-        using Access::Access;
-        bool storesVersion = false;
-        void migrateSchema(int from, int to) override
-        {
-            calls.push_back(fmt::format("{} to {}", from, to));
-            sqlite::Transaction all(database());
-            updateSchemaVersion();
-            if (storesVersion) all.commit();
-        }
-    };
-    {
-        Access access(3, path, loop);
-        const ScopedConnection connection(access);
-    }
-    for (const bool storesVersion : { false, true }) {
-        Migrating access(4, path, loop);
-        access.storesVersion = storesVersion;
-        const ScopedConnection connection(access);
-        EXPECT_THAT(access.calls, ElementsAre("3 to 4", "ready"));
-        EXPECT_EQ(access.storedVersion(), storesVersion ? 4 : 3);
-        EXPECT_EQ(number(access.database(), "select count(*) from entry"), 1);
-    }
+    EXPECT_EQ(access.ask("pragma writable_schema"), 0);
 }
 
 TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuard)
@@ -170,18 +134,17 @@ TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuard)
         {
             const ScopedConnection inner(access);
         }
-        pass(fiveMinutes); // The end of an inner guard starts nothing.
+        pass(300); // The end of an inner guard starts nothing.
         EXPECT_TRUE(access.isOpen());
     }
-    pass(nearlyFiveMinutes);
-    EXPECT_TRUE(access.isOpen());
+    pass(299);
     {
         const ScopedConnection again(access);
     }
-    pass(nearlyFiveMinutes);
+    pass(299);
     EXPECT_TRUE(access.isOpen());
     EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
-    pass(fn::Duration::seconds(1));
+    pass(1);
     EXPECT_FALSE(access.isOpen());
     const ScopedConnection reopened(access);
     EXPECT_THAT(access.calls, ElementsAre("init", "ready", "ready"));
@@ -197,60 +160,48 @@ TEST_F(DatabaseAccessTest, ACloseThatFallsDueUnderAGuardLeavesTheConnection)
     {
         // The loop looks at its timers before it runs the task that would cancel this one.
         const ScopedConnection connection(access);
-        clock.advance(fiveMinutes);
+        clock.advance(fn::Duration::seconds(300));
         turn();
         EXPECT_TRUE(access.isOpen());
     }
     turn();
     // A guard of another thread, which the loop must not wait for.
-    std::binary_semaphore opened(0);
-    std::binary_semaphore done(0);
+    std::latch opened(1);
+    std::latch done(1);
     std::thread other([&] {
         const ScopedConnection connection(access);
-        opened.release();
-        done.acquire();
+        opened.count_down();
+        done.wait();
     });
-    opened.acquire();
-    clock.advance(fiveMinutes);
+    opened.wait();
+    clock.advance(fn::Duration::seconds(300));
     turn();
-    done.release();
+    done.count_down();
     other.join();
-    pass(fiveMinutes);
+    pass(300);
     EXPECT_FALSE(access.isOpen());
 }
 
 TEST_F(DatabaseAccessTest, ScopesOfDistinctThreadsExcludeEachOther)
 {
-    Access access(1, path, loop);
+    auto access = std::make_unique<Access>(1, path, loop);
     int inside = 0; // No lock of its own.
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 25; ++round) {
-                const ScopedConnection outer(access);
-                const ScopedConnection inner(access);
+                const ScopedConnection outer(*access);
+                const ScopedConnection inner(*access);
                 EXPECT_EQ(++inside, 1);
-                access.database().execute("update entry set name = name");
+                access->database().execute("update entry set name = name");
                 --inside;
             }
         });
     }
     for (auto& thread : threads) thread.join();
-    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
-}
-
-TEST_F(DatabaseAccessTest, AnObjectThatGoesOnAnotherThreadLeavesNoTimer)
-{
-    auto access = std::make_unique<Access>(1, path, loop);
-    {
-        const ScopedConnection connection(*access);
-    }
-    turn();
-    {
-        const ScopedConnection connection(*access); // Its tasks are still queued when the object goes.
-    }
-    std::thread([&] { access.reset(); }).join();
-    pass(fiveMinutes);
+    EXPECT_THAT(access->calls, ElementsAre("init", "ready"));
+    std::thread([&] { access.reset(); }).join(); // Its tasks are still queued, and leave no timer.
+    pass(300);
 }
 
 TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
@@ -266,56 +217,45 @@ TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
     EXPECT_THAT(access.calls, ElementsAre("ready")); // It was not taken for ready.
 }
 
-TEST_F(DatabaseAccessTest, AFailedSchemaCheckIsLoggedAndLeavesTheConnectionOpen)
+TEST_F(DatabaseAccessTest, AFileThatIsNoneIsToldOfAndOneThatHasGoneIsMadeAnew)
 {
     test::writeFile(path, std::string(4096, 'x'));
     const test::LogCapture log(1);
     Access access(1, path, loop);
-    const ScopedConnection connection(access);
-    EXPECT_TRUE(access.isOpen());
-    EXPECT_THAT(access.calls, ElementsAre("ready"));
-    EXPECT_TRUE(log.contains("1 core.databaseAccess Unexpected exception: file is not a database"));
-    EXPECT_TRUE(log.contains(path.view())) << "Of which file.";
-}
-
-TEST_F(DatabaseAccessTest, AFileThatHasGoneIsMadeAnew)
-{
-    Access access(1, path, loop);
-    for (const bool deletedUnderneath : { true, false }) {
-        {
-            const ScopedConnection connection(access);
-        }
-        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init", "ready"));
+    {
+        const ScopedConnection connection(access);
+        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("ready"));
+        EXPECT_TRUE(log.contains("file is not a database"));
+        EXPECT_TRUE(log.contains(path.view())) << "Of which file.";
+    }
+    for (const bool deletedUnderneath : { false, true }) {
         if (deletedUnderneath)
             std::filesystem::remove(path.toStdString());
         else
             access.deleteDatabase();
         EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
         EXPECT_EQ(access.isOpen(), deletedUnderneath);
+        const ScopedConnection connection(access);
+        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init", "ready"));
     }
-    const test::LogCapture log(1);
     access.deleteDatabase();
-    EXPECT_THAT(log.lines(), ElementsAre(StartsWith("1 core.databaseAccess Could not delete database: ")));
+    access.deleteDatabase();
+    EXPECT_TRUE(log.contains("Could not delete database"));
 }
 
 TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
 {
     Access access(1, path, loop);
     const ScopedConnection connection(access);
-    const auto refuse = [&](const char* message) {
-        const test::LogCapture log;
+    const test::LogCapture log;
+    const std::pair<const char*, std::size_t> rows[] = { { "database is locked", 0 },
+        { "database disk image is malformed", 1 }, { "database disk image is malformed", 3 } }; // Lines in the log.
+    for (const auto& [message, lines] : rows) {
         sqlite::SQLiteException exception(message);
         access.handleException(exception);
-        return log.lines();
-    };
-    EXPECT_THAT(refuse("database is locked"), IsEmpty());
-    EXPECT_TRUE(std::filesystem::exists(path.toStdString()));
-    const auto malformed =
-        "1 core.databaseAccess Database disk image " + path.toStdString() + " is malformed :( Deleting file";
-    EXPECT_THAT(refuse("database disk image is malformed"), ElementsAre(malformed));
-    EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
-    EXPECT_THAT(refuse("database disk image is malformed"),
-        ElementsAre(malformed, StartsWith("1 core.databaseAccess Error while removing file: ")));
+        EXPECT_EQ(log.lines().size(), lines) << message;
+        EXPECT_EQ(std::filesystem::exists(path.toStdString()), lines == 0);
+    }
 }
 
 } // namespace
