@@ -8,7 +8,6 @@
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <gtest/gtest.h>
-#include <utime.h>
 
 namespace {
 
@@ -41,21 +40,14 @@ TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
         AppInfo::initialize(AppInfo::App::Lumenhall);
         EXPECT_EQ(fn::Environment::get("ManagerAppType"), fn::String("1"));
         auto& info = AppInfo::instance();
-        EXPECT_EQ(info.applicationShortName(), "Lumenhall");
         EXPECT_EQ(info.applicationDisplayName(), "Lumen Hall");
-        EXPECT_EQ(info.applicationPublicVersion(), "3.0.0-alpha0");
-        EXPECT_EQ(info.applicationInternalVersion(), 300.0);
         AppInfo::initialize(AppInfo::App::Skyfold);
         EXPECT_EQ(&AppInfo::instance(), &info);
         EXPECT_EQ(info.applicationShortName(), "Lumenhall");
     });
     IN_A_PROCESS_OF_ITS_OWN({
         AppInfo::initialize(AppInfo::App::Skyfold);
-        const auto& info = AppInfo::instance();
-        EXPECT_EQ(info.applicationShortName(), "Skyfold");
-        EXPECT_EQ(info.applicationDisplayName(), "Skyfold");
-        EXPECT_EQ(info.applicationPublicVersion(), "3.3.7");
-        EXPECT_EQ(info.applicationInternalVersion(), 168700.0);
+        EXPECT_EQ(AppInfo::instance().applicationShortName(), "Skyfold");
     });
 }
 
@@ -84,12 +76,8 @@ TEST(AppInfo, DescribesTheOperatingSystem)
 class AppInfoInstallation : public testing::Test {
 protected:
     AppInfoInstallation() { useFolder(folder.path().string()); }
-    ~AppInfoInstallation() override
-    {
-        fn::PathManager::instance().overrideFolder(fn::PathManager::PreferencesFolder, std::nullopt);
-    }
-
-    static void useFolder(const fn::String& path)
+    ~AppInfoInstallation() override { useFolder(std::nullopt); }
+    static void useFolder(const std::optional<fn::String>& path)
     {
         fn::PathManager::instance().overrideFolder(fn::PathManager::PreferencesFolder, path);
     }
@@ -101,11 +89,12 @@ protected:
 TEST_F(AppInfoInstallation, IdIsMadeOnceAndKept)
 {
     AppInfo info;
-    EXPECT_EQ(info.installationDuration(), fn::Duration());
+    test::writeFile(path, "\"instanceId\": ");
+    EXPECT_EQ(info.instanceId(), "") << "The file cannot be read.";
+    std::filesystem::remove(path.toStdString()); // The next call tries again.
     const auto id = info.instanceId();
     EXPECT_EQ(id.size(), 36u);
     EXPECT_EQ(test::readFile(path), "\"instanceId\": \"" + id.toStdString() + "\"\r\n");
-
     std::filesystem::remove(path.toStdString());
     EXPECT_EQ(info.instanceId(), id); // Known by now.
     EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
@@ -113,29 +102,18 @@ TEST_F(AppInfoInstallation, IdIsMadeOnceAndKept)
     test::writeFile(path, "\"instanceId\": \"kept\", \"other\": 1");
     EXPECT_EQ(AppInfo().instanceId(), "kept");
     test::writeFile(path, "\"instanceId\": \"\", \"other\": 1");
-    const auto another = AppInfo().instanceId();
-    EXPECT_EQ(another.size(), 36u);
-    EXPECT_NE(another, id);
+    EXPECT_EQ(AppInfo().instanceId().size(), 36u);
     EXPECT_NE(test::readFile(path).find("\"other\": 1"), std::string::npos);
-}
-
-TEST_F(AppInfoInstallation, AnUnreadableFileGivesNoIdAndTheNextCallTriesAgain)
-{
-    test::writeFile(path, "\"instanceId\": ");
-    AppInfo info;
-    EXPECT_EQ(info.instanceId(), "");
-    test::writeFile(path, "\"instanceId\": \"mended\"");
-    EXPECT_EQ(info.instanceId(), "mended");
 }
 
 TEST_F(AppInfoInstallation, AgeCountsFromTheEarlierTimeOfTheFile)
 {
-    const AppInfo info;
+    EXPECT_EQ(AppInfo().installationDuration(), fn::Duration());
     test::writeFile(path, "");
     // Changed an hour before it was made, as far as the file system knows.
-    const ::utimbuf times { ::time(nullptr) - 3600, ::time(nullptr) - 3600 };
-    ASSERT_EQ(::utime(path.c_str(), &times), 0);
-    const auto age = info.installationDuration();
+    const auto changed = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    std::filesystem::last_write_time(path.toStdString(), changed);
+    const auto age = AppInfo().installationDuration();
     EXPECT_GE(age, fn::Duration::seconds(3600));
     EXPECT_LT(age, fn::Duration::seconds(4000));
 }

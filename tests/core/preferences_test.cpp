@@ -8,7 +8,6 @@
 #include "support/expectations.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
-#include <cerrno>
 #include <cmath>
 #include <cstddef>
 #include <gtest/gtest.h>
@@ -32,28 +31,6 @@ protected:
         return preferences.root();
     }
 
-    /// Class, message and detail of what reading `content` throws.
-    std::string refusal(std::string_view content)
-    {
-        test::writeFile(path, content);
-        Preferences preferences(path);
-        preferences.root().set("kept", true);
-        try {
-            preferences.reload();
-        } catch (const fn::Exception& e) {
-            EXPECT_EQ(preferences.root(), fn::Value::map({ { "kept", true } }));
-            EXPECT_EQ(*e.find<fn::PathInfo>(), path);
-            const auto* detail = e.find<fn::DetailInfo>();
-            return (e.className() + ": " + e.message() + (detail ? ", " + *detail : fn::String())).toStdString();
-        }
-        return "nothing thrown";
-    }
-
-    std::size_t filesInFolder() const
-    {
-        return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder.path()), {}));
-    }
-
     test::TemporaryFolder folder;
     const fn::String path = folder.file("Test.prefs");
 };
@@ -61,6 +38,11 @@ protected:
 TEST_F(PreferencesTest, FileHoldsTheMembersWithoutBracesAndOneLevelShallower)
 {
     Preferences preferences(path);
+    preferences.root().set("old", 1);
+    preferences.reload();
+    EXPECT_EQ(preferences.root(), fn::Value(fn::Value::MAP)) << "A missing file is an empty one.";
+    preferences.save();
+    EXPECT_EQ(test::readFile(path), "");
     preferences.root().set("name", "a \"b\"\n");
     preferences.root().set("list", fn::Value::array({ 1, fn::Value::map({ { "ratio", core::Fraction(16, 9) } }) }));
     preferences.save();
@@ -76,109 +58,78 @@ TEST_F(PreferencesTest, FileHoldsTheMembersWithoutBracesAndOneLevelShallower)
         "\t}\r\n"
         "],\r\n"
         "\"name\": \"a \\\"b\\\"\\n\"\r\n");
-    EXPECT_EQ(filesInFolder(), 1u);
-    struct stat status;
-    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
     const auto mask = ::umask(0);
     ::umask(mask);
-    EXPECT_EQ(status.st_mode & 0777, 0644 & ~mask);
+    EXPECT_EQ(std::filesystem::status(path.toStdString()).permissions(), std::filesystem::perms(0644 & ~mask));
 }
 
-TEST_F(PreferencesTest, EveryStorableValueComesBackAtAnyDepthAndSize)
+TEST_F(PreferencesTest, EveryStorableValueComesBackAtAnyDepthAndSizeInItsNearestForm)
 {
-    Preferences preferences(path);
-    auto& root = preferences.root();
+    const auto second = [](std::int64_t microseconds) { return fn::Value(fn::Timestamp(fn::Duration(microseconds))); };
     const fn::ByteArray bytes(std::string_view("\0\r\n\xff", 4));
-    root.set("fraction", core::Fraction(-16, 0));
-    root.set("timestamp", fn::Timestamp(fn::Duration(1'500'000'000'000'000)));
-    root.set("bytes", bytes);
-    root.set("no bytes", fn::ByteArray());
-    root.set("typed", core::TypedByteArray(bytes, "image/png"));
-    root.set("scalars", fn::Value::array({ fn::Value(), true, INT64_MIN, UINT64_MAX, 0.1, "", "\xe2\x82\xac" }));
-    root.set("empty", fn::Value::array({ fn::Value(fn::Value::MAP), fn::Value(fn::Value::ARRAY) }));
+    const fn::Value same[] = { core::Fraction(-16, 0), second(1'500'000'000'000'000), bytes, fn::ByteArray(),
+        core::TypedByteArray(bytes, "image/png"), fn::Value(), true, INT64_MIN, UINT64_MAX, 0.1, "", "\xe2\x82\xac",
+        fn::Value(fn::Value::MAP), fn::Value(fn::Value::ARRAY) };
+    const std::pair<fn::Value, fn::Value> nearest[] = {
+        { second(1'500'000'000'999'999), second(1'500'000'000'000'000) },
+        // Begins a second that no timestamp holds.
+        { fn::Timestamp(INT64_MIN), fn::Timestamp(INT64_MIN / 1'000'000 * 1'000'000) },
+        { core::TypedByteArray(fn::ByteArray("x"), ""), fn::ByteArray("x") },
+    };
+    Preferences preferences(path);
+    fn::Value expected(fn::Value::MAP);
+    const auto add = [&](const fn::Value& value, const fn::Value& readBack) {
+        const auto name = fn::String::number(static_cast<std::uint64_t>(expected.size()));
+        preferences.root().set(name, fn::Value::array({ value, fn::Value::map({ { "deep", value } }) }));
+        expected.set(name, fn::Value::array({ readBack, fn::Value::map({ { "deep", readBack } }) }));
+    };
+    for (const auto& value : same) add(value, value);
+    for (const auto& [value, readBack] : nearest) add(value, readBack);
     // Several buffers of text, so that its chunks end at any place of a line; base64 has line ends of its own.
-    for (int i = 0; i < 1000; ++i) root.set("filler" + fn::String::number(i), fn::ByteArray(static_cast<unsigned>(i)));
+    for (unsigned size = 0; size < 700; ++size) add(fn::ByteArray(size), fn::ByteArray(size));
     preferences.save();
 
     Preferences copy(path);
     copy.reload();
-    EXPECT_EQ(copy.root(), root);
-    EXPECT_EQ(copy.root().at("fraction").boxed<core::Fraction>().toString(), "-16/0");
-    const auto text = test::readFile(path);
-    copy.save();
-    EXPECT_EQ(test::readFile(path), text);
-}
-
-TEST_F(PreferencesTest, WhatTheFileCanNotTellApartComesBackAsItsNearestForm)
-{
-    Preferences preferences(path);
-    preferences.root().set("timestamp", fn::Timestamp(fn::Duration(1'500'000'000'999'999)));
-    preferences.root().set("earliest", fn::Timestamp(INT64_MIN)); // Begins a second that no timestamp holds.
-    preferences.root().set("typed", core::TypedByteArray(fn::ByteArray("x"), ""));
-    preferences.save();
-    EXPECT_NE(test::readFile(path).find("\"mimeType\": \"\""), std::string::npos);
-    preferences.reload();
-    EXPECT_EQ(preferences.root().at("timestamp"), fn::Value(fn::Timestamp(fn::Duration(1'500'000'000'000'000))));
-    EXPECT_EQ(preferences.root().at("earliest"), fn::Value(fn::Timestamp(INT64_MIN / 1'000'000 * 1'000'000)));
-    EXPECT_EQ(preferences.root().at("typed"), fn::Value(fn::ByteArray("x")));
-
+    EXPECT_EQ(copy.root(), expected);
+    EXPECT_EQ(load("\r\n"), fn::Value(fn::Value::MAP));
     EXPECT_EQ(load(R"("f": {"__type__": "fraction"})").at("f").boxed<core::Fraction>().toString(), "0/0");
     EXPECT_EQ(load(R"("t": {"__type__": "timestamp", "value": "Thu, 01 Jan 1970 02:00:00 +0130"})").at("t"),
-        fn::Value(fn::Timestamp(fn::Duration::seconds(1800))));
-}
-
-TEST_F(PreferencesTest, MissingAndEmptyFilesReadAsAnEmptyMap)
-{
-    Preferences preferences(path);
-    preferences.root().set("old", 1);
-    preferences.reload();
-    EXPECT_EQ(preferences.root(), fn::Value(fn::Value::MAP));
-    EXPECT_EQ(load(""), fn::Value(fn::Value::MAP));
-    EXPECT_EQ(load("\r\n"), fn::Value(fn::Value::MAP));
-    preferences.save();
-    EXPECT_EQ(test::readFile(path), "");
+        second(1'800'000'000));
 }
 
 TEST_F(PreferencesTest, BadFilesAreRefusedAndTheDocumentStays)
 {
-    EXPECT_EQ(refusal(R"("a": {"__type__": "color"})"), "DataFormatException: Unknown value type, Type: color");
-    const std::string invalidType = "RangeException: Invalid boxed type";
-    for (const auto* content : {
-             R"("a": {"__type__": 1})",
-             R"("a": [{"__type__": {}}])",
-             R"("a": {"__type__": "timestamp", "value": 1})",
-             R"("a": {"__type__": "buffer"})",
-             R"("a": {"__type__": "buffer", "value": 1})",
-             R"("a": {"__type__": "buffer", "value": "", "mimeType": 1})",
-         }) {
-        EXPECT_TRUE(refusal(content).starts_with(invalidType)) << content;
+    const std::pair<std::string, const char*> rows[] = {
+        { R"("a": {"__type__": "color"})", "DataFormatException: Unknown value type" },
+        { R"("a": {"__type__": 1})", "RangeException: Invalid boxed type" },
+        { R"("a": [{"__type__": {}}])", "RangeException: Invalid boxed type" },
+        { R"("a": {"__type__": "timestamp", "value": 1})", "RangeException: Invalid boxed type" },
+        { R"("a": {"__type__": "buffer"})", "RangeException: Invalid boxed type" },
+        { R"("a": {"__type__": "buffer", "value": 1})", "RangeException: Invalid boxed type" },
+        { R"("a": {"__type__": "buffer", "value": "", "mimeType": 1})", "RangeException: Invalid boxed type" },
+        { R"("a": {"__type__": "fraction", "num": 2147483648})", "RangeException: " },
+        { R"("a": )", "DataFormatException: " },
+        { R"("a": 1}, {"b": 2)", "DataFormatException: " },
+        { R"("a": {"__type__": "buffer", "value": "=?"})", "DataFormatException: " },
+        { R"("a": {"__type__": "timestamp"})", "DataFormatException: " },
+        { R"("__type__": "fraction")", "DataFormatException: " }, // The document itself is no fraction.
+        { "\"a\": " + std::string(100'000, '['), "DataFormatException: " },
+    };
+    for (const auto& [content, expected] : rows) {
+        test::writeFile(path, content);
+        Preferences preferences(path);
+        preferences.root().set("kept", true);
+        try {
+            preferences.reload();
+            ADD_FAILURE() << content;
+        } catch (const fn::Exception& e) {
+            EXPECT_TRUE((e.className() + ": " + e.message()).startsWith(expected)) << content;
+            EXPECT_EQ(*e.find<fn::PathInfo>(), path);
+        }
+        EXPECT_EQ(preferences.root(), fn::Value::map({ { "kept", true } }));
     }
-    EXPECT_TRUE(refusal(R"("a": {"__type__": "fraction", "num": 2147483648})").starts_with("RangeException"));
-    for (const auto* content : {
-             R"("a": )", R"("a": 1}, {"b": 2)", R"("a": {"__type__": "buffer", "value": "=?"})",
-             R"("a": {"__type__": "timestamp"})",
-             R"("__type__": "fraction")", // The document itself is no fraction.
-         }) {
-        EXPECT_TRUE(refusal(content).starts_with("DataFormatException")) << content;
-    }
-    EXPECT_TRUE(refusal("\"a\": " + std::string(100'000, '[')).starts_with("DataFormatException"));
-}
-
-TEST_F(PreferencesTest, AWriteThatFailsLeavesTheOldFile)
-{
-    test::writeFile(path, "\"old\": true\r\n");
-    Preferences preferences(path);
-    preferences.root().set("value", std::nan(""));
-    EXPECT_THROW(preferences.save(), fn::DataFormatException);
-    preferences.root() = fn::Value::array({ 1, 2 });
-    EXPECT_THROW(preferences.save(), fn::DataFormatException);
-    preferences.root() =
-        fn::Value::map({ { "a", fn::Value::array({ fn::Value::map({ { "__type__", "fraction" } }) }) } });
-    EXPECT_THROW(preferences.save(), fn::RangeException); // It would come back as something else.
-    EXPECT_EQ(test::readFile(path), "\"old\": true\r\n");
-
-    Preferences unreachable(folder.file("missing/Test.prefs"));
-    EXPECT_THROW(unreachable.save(), fn::FileException);
 }
 
 /// From now on the kernel answers this system call of this process as a broken disk does.
@@ -194,10 +145,20 @@ bool breakDisk(unsigned call)
     return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-TEST_F(PreferencesTest, WhatDoesNotReachTheDiskDoesNotReplaceTheOldFile)
+TEST_F(PreferencesTest, AWriteThatFailsLeavesTheOldFile)
 {
     test::writeFile(path, "\"old\": true\r\n");
-    test::ForkedChild child([&] {
+    Preferences preferences(path);
+    preferences.root().set("value", std::nan(""));
+    EXPECT_THROW(preferences.save(), fn::DataFormatException);
+    preferences.root() = fn::Value::array({ 1, 2 });
+    EXPECT_THROW(preferences.save(), fn::DataFormatException);
+    const auto tagged = fn::Value::map({ { "__type__", "fraction" } }); // It would come back as something else.
+    preferences.root() = fn::Value::map({ { "a", fn::Value::array({ tagged }) } });
+    EXPECT_THROW(preferences.save(), fn::RangeException);
+    EXPECT_THROW(Preferences(folder.file("missing/Test.prefs")).save(), fn::FileException);
+
+    test::ForkedChild unsynchronized([&] {
         if (!breakDisk(SYS_fsync)) return false;
         try {
             Preferences(path).save();
@@ -206,21 +167,17 @@ TEST_F(PreferencesTest, WhatDoesNotReachTheDiskDoesNotReplaceTheOldFile)
         }
         return false;
     });
-    EXPECT_TRUE(child.succeeds());
+    EXPECT_TRUE(unsynchronized.succeeds());
     EXPECT_EQ(test::readFile(path), "\"old\": true\r\n");
-}
 
-TEST_F(PreferencesTest, AFileThatDoesNotReadBackIsReportedAndWrittenAgain)
-{
-    Preferences preferences(path);
-    preferences.root().set("a", 1);
-    test::ForkedChild child([&] {
+    test::ForkedChild unreadable([&] { // What does not read back is reported and written again.
         const test::ExpectUnhandled expected;
+        preferences.root() = fn::Value::map({ { "a", 1 } });
         if (!breakDisk(SYS_read)) return false;
         preferences.save();
         return expected.messages().size() == 1;
     });
-    EXPECT_TRUE(child.succeeds());
+    EXPECT_TRUE(unreadable.succeeds());
     EXPECT_EQ(test::readFile(path), "\"a\": 1\r\n");
 }
 
