@@ -11,7 +11,6 @@
 #include "support/temporary_folder.h"
 #include <folly/Function.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -30,61 +29,51 @@ extern "C" FN_EXPORT int flock(int descriptor, int operation)
 
 namespace {
 
+namespace fs = std::filesystem;
 using core::ProcessLock;
 
 const fn::String name = "Skyfold";
 
-/// Another process of this user that makes the lock, tells whether it is exclusive, and keeps it until it is ended.
-class OtherHolder {
-public:
-    OtherHolder()
+struct ProcessLocks : testing::Test {
+    /// Whether another process of this user would have the name.
+    static bool isFree()
     {
-        int ends[2];
-        if (::pipe(ends) != 0) throw std::runtime_error("pipe");
-        _process.emplace([&ends] {
-            const ProcessLock lock(name);
-            const char answer = lock.exclusive() ? 'x' : 's';
-            while (::write(ends[1], &answer, 1) == 1) ::pause();
-            return false;
-        });
-        ::close(ends[1]);
-        char answer = 0;
-        EXPECT_EQ(::read(ends[0], &answer, 1), 1);
-        ::close(ends[0]);
-        _exclusive = answer == 'x';
+        return test::ForkedChild([] { return ProcessLock(name).exclusive(); }).succeeds();
     }
 
-    bool exclusive() const { return _exclusive; }
-    void kill() { _process->kill(); }
-
-private:
-    std::optional<test::ForkedChild> _process;
-    bool _exclusive = false;
-};
-
-struct ProcessLocks : testing::Test {
     test::TemporaryFolder folder;
     platform::ScopedPipeFolder pipes { folder.path().string() };
 };
 
 TEST_F(ProcessLocks, OneProcessHasTheNameUntilItEndsHoweverItEnds)
 {
-    OtherHolder first;
-    EXPECT_TRUE(first.exclusive());
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    test::ForkedChild holder([&ends] {
+        const ProcessLock lock(name);
+        const char isExclusive = lock.exclusive();
+        while (::write(ends[1], &isExclusive, 1) == 1) ::pause();
+        return false;
+    });
+    char isExclusive = 0;
+    EXPECT_EQ(::read(ends[0], &isExclusive, 1), 1);
+    EXPECT_TRUE(isExclusive);
     const ProcessLock late(name);
     EXPECT_FALSE(late.exclusive());
     EXPECT_TRUE(ProcessLock("Lumen Hall").exclusive()); // Another name is another matter.
-    first.kill();
+    holder.kill();
     EXPECT_FALSE(late.exclusive()); // It tells how it was made.
-    OtherHolder second; // Who was too late holds nothing.
-    EXPECT_TRUE(second.exclusive());
+    EXPECT_TRUE(isFree()); // Who was too late holds nothing.
+    for (const int end : ends) ::close(end);
 }
 
-TEST_F(ProcessLocks, TheLastCopyEndsIt)
+TEST_F(ProcessLocks, TheLastCopyEndsItAndAProgramStartedMeanwhileDoesNotKeepIt)
 {
     auto lock = std::make_unique<ProcessLock>(name);
     ASSERT_TRUE(lock->exclusive());
     EXPECT_FALSE(ProcessLock(name).exclusive()); // The own process has no second one either.
+    test::ChildProcess child({ "/bin/sh", "-c", "echo up; kill -STOP $$" });
+    ASSERT_EQ(child.readLine(), "up");
     ProcessLock copy("something else");
     copy = *lock;
     EXPECT_TRUE(ProcessLock("something else").exclusive()); // What it was before has gone.
@@ -92,54 +81,22 @@ TEST_F(ProcessLocks, TheLastCopyEndsIt)
     lock.reset();
     another.reset();
     EXPECT_TRUE(copy.exclusive());
-    EXPECT_FALSE(OtherHolder().exclusive());
+    EXPECT_FALSE(isFree());
     copy = ProcessLock("something else");
-    EXPECT_TRUE(OtherHolder().exclusive());
+    EXPECT_TRUE(isFree());
 }
 
-TEST_F(ProcessLocks, AProgramStartedMeanwhileDoesNotKeepIt)
+TEST_F(ProcessLocks, TheFileIsThisUsersAloneAndMadeAnewWhereItIsRemovedBeforeItIsLocked)
 {
-    auto lock = std::make_unique<ProcessLock>(name);
-    test::ChildProcess child({ "/bin/sh", "-c", "echo up; kill -STOP $$" });
-    ASSERT_EQ(child.readLine(), "up");
-    lock.reset();
-    EXPECT_TRUE(ProcessLock(name).exclusive());
-}
-
-TEST_F(ProcessLocks, TheFileIsThisUsersAloneAndOfHisName)
-{
-    const ProcessLock lock(name);
-    const auto path = platform::privatePath(name + "-" + fn::Environment::userName() + ".lock");
-    struct stat status;
-    ASSERT_EQ(::stat(path.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0600U);
-}
-
-TEST_F(ProcessLocks, AFileThatIsRemovedBeforeItIsLockedIsMadeAnew)
-{
-    beforeLocking = [&] {
-        for (const auto& entry : std::filesystem::directory_iterator(folder.path())) std::filesystem::remove(entry);
-    };
+    const auto path = platform::privatePath(name + "-" + fn::Environment::userName() + ".lock").toStdString();
+    beforeLocking = [&] { EXPECT_TRUE(fs::remove(path)); };
     const ProcessLock lock(name);
     EXPECT_TRUE(lock.exclusive());
     EXPECT_FALSE(ProcessLock(name).exclusive());
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
 }
 
-TEST_F(ProcessLocks, WhatIsNoMatterOfATakenNameReachesTheCaller)
-{
-    using namespace std::string_view_literals;
-    for (const auto bad : { "../x"sv, "a/b"sv, "a\0b"sv, ".."sv }) {
-        EXPECT_THROW(ProcessLock { fn::String(bad) }, fn::IOException) << bad;
-        EXPECT_THROW(fn::NamedMutex(bad, false), fn::IOException) << bad;
-    }
-    EXPECT_THROW(ProcessLock(std::string(300, 'x')), fn::IOException);
-    // Somebody has put a link there: it is not followed.
-    std::filesystem::create_symlink(folder.path() / "elsewhere", folder.path() / "linked.lock");
-    EXPECT_THROW(fn::NamedMutex("linked", true), fn::FileException);
-    EXPECT_FALSE(std::filesystem::exists(folder.path() / "elsewhere"));
-}
-
-TEST_F(ProcessLocks, ATakenNameHasAnExceptionOfItsOwn)
+TEST_F(ProcessLocks, ATakenNameHasAnExceptionOfItsOwnAndAllElseReachesTheCallerToo)
 {
     const fn::NamedMutex mutex("taken", true);
     try {
@@ -150,6 +107,16 @@ TEST_F(ProcessLocks, ATakenNameHasAnExceptionOfItsOwn)
     }
     const auto rebuilt = fn::ExceptionFactory::createException("NamedMutexAlreadyExistsException", "x");
     EXPECT_TRUE(dynamic_cast<fn::NamedMutexAlreadyExistsException*>(rebuilt.get()));
+
+    for (const auto& bad : { std::string("../x"), std::string("a/b"), std::string("a\0b", 3), std::string("..") }) {
+        EXPECT_THROW(ProcessLock { fn::String(bad) }, fn::IOException) << bad;
+        EXPECT_THROW(fn::NamedMutex(bad, false), fn::IOException) << bad;
+    }
+    EXPECT_THROW(ProcessLock(std::string(300, 'x')), fn::IOException);
+    // Somebody has put a link there: it is not followed.
+    fs::create_symlink(folder.path() / "elsewhere", folder.path() / "linked.lock");
+    EXPECT_THROW(fn::NamedMutex("linked", true), fn::FileException);
+    EXPECT_FALSE(fs::exists(folder.path() / "elsewhere"));
 }
 
 } // namespace
