@@ -127,46 +127,32 @@ protected:
     fn::AutoPtr<core::InspectorRegistry> publishing, browsing;
 };
 
-Value textOf(const char* text) { return Value::map({ { "items", Value::array({ text }) } }); }
-
 } // namespace
 
-TEST(InspectionResultTest, ComesBackFromItsSerializedForm)
+TEST(InspectionResultTest, ComesBackFromItsSerializedFormAndReadsUnexpectedShapesAsEmpty)
 {
     InspectionResult result;
     InspectionResultWriter(result).append("first").append("second", 7).append("third", "");
     const auto second = Value::map({ { "text", "second" }, { "action", 7 } });
     const auto third = Value::map({ { "text", "third" }, { "action", "" } });
     EXPECT_EQ(result.serialize(), Value::map({ { "items", Value::array({ "first", second, third }) } }));
-    const auto back = InspectionResult::deserialize(result.serialize());
-    ASSERT_EQ(back.items.size(), 3u);
-    EXPECT_EQ(back.items[0].text, "first");
-    EXPECT_TRUE(back.items[0].action.isNil());
-    EXPECT_EQ(back.items[1].action, Value(7));
-
+    EXPECT_EQ(InspectionResult::deserialize(result.serialize()).serialize(), result.serialize());
     for (const auto& action : { Value(), Value(Value::array({ 1, "x" })) }) {
         result.redirectAction = action;
         EXPECT_EQ(result.serialize(), Value::map({ { "redirectAction", action } }));
-        const auto redirection = InspectionResult::deserialize(result.serialize());
-        EXPECT_EQ(redirection.redirectAction, action);
-        EXPECT_TRUE(redirection.items.empty());
+        EXPECT_EQ(InspectionResult::deserialize(result.serialize()).redirectAction, action);
     }
-}
 
-TEST(InspectionResultTest, ReadsUnexpectedShapesAsEmpty)
-{
     const auto lines = Value::array({ 5, Value::array({ "x" }), {}, Value::map({ { "action", 1 } }),
         Value::map({ { "text", 12 } }), Value::map({ { 3, 4 } }) });
-    const auto result = InspectionResult::deserialize(Value::map({ { "items", lines } }));
-    std::vector<std::string> seen;
-    for (const auto& [text, action] : result.items) seen.push_back(fmt::format("{}/{}", text, action.toString()));
-    EXPECT_EQ(seen, (std::vector<std::string> { "/nil", "/nil", "/nil", "/1", "12/nil", "/nil" }));
-
+    std::string seen;
+    for (const auto& [text, action] : InspectionResult::deserialize(Value::map({ { "items", lines } })).items)
+        seen += fmt::format("{}/{} ", text, action.toString());
+    EXPECT_EQ(seen, "/nil /nil /nil /1 12/nil /nil ");
     for (const auto& value : { Value(), Value("items"), Value::array({ "items" }), Value(3), Value(Value::MAP),
              Value::map({ { "items", "text" } }), Value::map({ { "items", Value::map({ { 0, "a" } }) } }) }) {
         const auto other = InspectionResult::deserialize(value);
-        EXPECT_FALSE(other.redirectAction) << value;
-        EXPECT_TRUE(other.items.empty()) << value;
+        EXPECT_TRUE(!other.redirectAction && other.items.empty()) << value;
     }
 }
 
@@ -204,17 +190,17 @@ TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
 {
     publish("Disks", fn::makeAuto<EchoInspector>());
     const auto inspector = find(keyOfDisks);
+    const auto page = [](const fn::String& first, const char* second) {
+        return Value::map(
+            { { "items", Value::array({ first, Value::map({ { "text", second }, { "action", 7 } }) }) } });
+    };
     const auto action = Value::map({ { "page", Value::array({ 1, 2.5, {} }) } });
-    EXPECT_EQ(inspect(*inspector, action, "start"),
-        Value::map({ { "items",
-            Value::array({ action.toString(), Value::map({ { "text", "start" }, { "action", 7 } }) }) } }));
+    EXPECT_EQ(inspect(*inspector, action, "start"), page(action.toString(), "start"));
     const auto failing = Value::map({ { "action", "fail" } });
     EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", failing); }).error(),
         "RangeException: there is no such page");
-
     // Without arguments both actions are nil; other methods are not answered.
-    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(),
-        Value::map({ { "items", Value::array({ "nil", Value::map({ { "text", "nil" }, { "action", 7 } }) }) } }));
+    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(), page("nil", "nil"));
     Outcome unanswered;
     loop.post([&] { unanswered.observe(inspector->callMethod("expect", {})); });
     settle();
@@ -239,70 +225,51 @@ TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
     EXPECT_EQ(page(*redirection).items.at(0).text, "none");
 }
 
-TEST_F(InspectorTest, AnswersLateAndNotAtAllOnceItIsGone)
+TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnceItIsGone)
 {
     const auto slow = fn::makeAuto<SlowInspector>();
     const auto id = publish("Disks", slow);
     auto inspector = find(keyOfDisks);
-    std::vector<InspectionResult> results;
-    const auto call = [&] {
-        loop.post([&] {
-            inspector->inspect({}, {}).then([&](InspectionResult&& result) { results.push_back(std::move(result)); });
-        });
-        const auto asked = slow->waiting.size();
-        ASSERT_TRUE(test::runUntil(loop, [&] { return slow->waiting.size() > asked; }));
-    };
-    call();
-    call();
-    EXPECT_TRUE(results.empty());
-    loop.post([&] { slow->answer(); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return results.size() == 2; }));
-    EXPECT_EQ(results[1].serialize(), textOf("at last"));
-
-    // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
-    ask([&] { return publishing->unregisterInspector(id.to<unsigned>()); });
-    call();
-    loop.post([&] { slow->answer(); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return results.size() == 3; }));
-    inspector.reset();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return slow->referenceCount() == 1; }));
-    slow->answer();
-    settle();
-    EXPECT_EQ(results.size(), 3u);
-}
-
-TEST_F(InspectorTest, AnswersLateAlsoIfItHasBeenRegisteredAgainMeanwhile)
-{
-    const auto slow = fn::makeAuto<SlowInspector>();
-    publish("Disks", slow);
-    const auto inspector = find(keyOfDisks);
-    const fn::String refused(std::string(core::limits::inspectorNameBytes + 1, 'x'));
-    for (const auto& name : { refused, fn::String("Disks again") }) {
+    const auto call = [&](const Value& action) {
         Outcome outcome;
-        slow->waiting.clear();
-        loop.post([&] { outcome.observe(inspector->callMethod("inspect", {})); });
-        ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
-        ask([&] { return publishing->registerInspector(name, slow); });
-        settle(); // What was refused has gone.
-        loop.post([&] { slow->answer(); });
-        ASSERT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); })) << name;
-        EXPECT_EQ(outcome.value(), textOf("at last"));
-    }
-}
+        const auto asked = slow->waiting.size();
+        loop.post([&] { outcome.observe(inspector->inspect(action, {}).then([](InspectionResult&&) {})); });
+        EXPECT_TRUE(test::runUntil(loop, [&] { return slow->waiting.size() > asked; }));
+        return outcome;
+    };
+    const auto answer = [&](const Value& action = {}) {
+        loop.post([&] { slow->answer(action); });
+        settle();
+    };
+    const auto first = call({});
+    const auto second = call({});
+    settle();
+    EXPECT_FALSE(first.isOver());
+    answer();
+    EXPECT_TRUE(first.isFulfilled() && second.isFulfilled());
 
-TEST_F(InspectorTest, FailsTheCallWhoseLateAnswerCannotBeSent)
-{
-    const auto slow = fn::makeAuto<SlowInspector>();
-    publish("Disks", slow);
-    const auto inspector = find(keyOfDisks);
     Value deep; // As an action it arrives, a little deeper in a result it does not leave.
     for (int level = 0; level < 509; ++level) deep = Value::array({ std::move(deep) });
-    Outcome outcome;
-    loop.post([&] { outcome.observe(inspector->inspect(deep, {}).then([](InspectionResult&&) {})); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
-    loop.post([&] { slow->answer(deep); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return outcome.isOver(); }));
-    EXPECT_EQ(outcome.error(), "DataFormatException: Value is nested too deeply");
+    const auto tooDeep = call(deep);
+    answer(deep);
+    EXPECT_EQ(tooDeep.error(), "DataFormatException: Value is nested too deeply");
+
+    const fn::String refused(std::string(core::limits::inspectorNameBytes + 1, 'x'));
+    for (const auto& name : { refused, fn::String("Disks again") }) { // What is refused has gone.
+        const auto meanwhile = call({});
+        ask([&] { return publishing->registerInspector(name, slow); });
+        answer();
+        EXPECT_TRUE(meanwhile.isFulfilled()) << name;
+    }
+    // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
+    for (const unsigned number : { id.to<unsigned>(), 2u })
+        ask([&] { return publishing->unregisterInspector(number); });
+    const auto last = call({});
+    answer();
+    EXPECT_TRUE(last.isFulfilled());
+    inspector.reset();
+    ASSERT_TRUE(test::runUntil(loop, [&] { return slow->referenceCount() == 1; }));
+    answer(); // Into the void.
 }
 
 TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
@@ -336,24 +303,30 @@ TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
 
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 {
-    EXPECT_EQ(ask([&] { return publishing->registerInspector("None", nullptr); }).error(),
-        "NullPointerException: There is no inspector to register");
+    struct Row {
+        const char* method;
+        Value argument;
+        const char* answer;
+    };
+    const auto service = fn::makeAuto<test::Service>(*browser->worker);
+    const Row rows[] = {
+        { "registerInspector", {}, "RuntimeException: Only an inspector" },
+        { "registerInspector", Value::map({ { "name", "a" }, { "reference", service } }),
+            "RuntimeException: Only an inspector" },
+        { "registerInspector", Value::map({ { "reference", "text" } }), "RangeException: " },
+        { "unregisterInspector", -1, "RangeException: " },
+        { "unregisterInspector", "one", "RangeException: " },
+        { "getInspector", Value::array({}), "nil" },
+    };
     const auto call = [&](const char* method, const Value& argument) {
         auto outcome = ask([&] { return browsing->callMethod(method, argument); });
         return outcome.isFulfilled() ? outcome.value().toString().toStdString() : outcome.error();
     };
-    const auto service = fn::makeAuto<test::Service>(*browser->worker);
+    for (const auto& [method, argument, answer] : rows)
+        EXPECT_TRUE(call(method, argument).starts_with(answer)) << method << argument;
+    EXPECT_EQ(ask([&] { return publishing->registerInspector("None", nullptr); }).error(),
+        "NullPointerException: There is no inspector to register");
     const fn::String tooLong(std::string(core::limits::inspectorNameBytes + 1, 'x'));
-    EXPECT_EQ(call("registerInspector", {}), "RuntimeException: Only an inspector can be registered");
-    EXPECT_EQ(call("registerInspector", Value::map({ { "name", "a" }, { "reference", service } })),
-        "RuntimeException: Only an inspector can be registered");
-    EXPECT_EQ(call("registerInspector", Value::map({ { "reference", "text" } })),
-        "RangeException: Value can not be converted to object");
-    EXPECT_EQ(
-        call("unregisterInspector", -1), "RangeException: Value can not be converted to requested type without loss");
-    EXPECT_EQ(
-        call("unregisterInspector", "one"), "RangeException: Value can not be implicitly converted to integral type");
-    EXPECT_EQ(call("getInspector", Value::array({})), "nil");
     EXPECT_EQ(ask([&] { return publishing->registerInspector(tooLong, fn::makeAuto<EchoInspector>()); }).error(),
         "RuntimeException: The name of the inspector is too long");
     EXPECT_TRUE(all().empty());
