@@ -16,11 +16,7 @@ namespace test {
 /// A delegate that counts what it is told and answers as it is told to.
 class Delegate : public ipc::Worker::Delegate {
 public:
-    void workerDidConnect(ipc::Worker&) override
-    {
-        ++connects;
-        if (onConnect) onConnect();
-    }
+    void workerDidConnect(ipc::Worker&) override { ++connects; }
     bool wantsIdleTermination(ipc::Worker&) override { return wantsIdle; }
     bool workerCanTerminate(ipc::Worker&) override { return mayTerminate; }
     void workerRequestsTermination(ipc::Worker&) override { ++terminationRequests; }
@@ -31,7 +27,6 @@ public:
     int quits = 0;
     bool wantsIdle = false;
     bool mayTerminate = false;
-    std::function<void()> onConnect;
 };
 
 /// A worker with its delegate.

@@ -29,43 +29,22 @@ protected:
 
 } // namespace
 
-TEST_F(DispatcherTest, GivesIdsInHelloOrderAndIgnoresASecondHello)
+TEST_F(DispatcherTest, GivesIdsInHelloOrderAndReachesWhoHasNoneYet)
 {
     const auto first = join("Media", "t1");
     const auto late = stranger();
     const auto second = join("Other");
+    first->send(objectMessage(ipc::REGISTRY_OBJECT_ID, ipc::NO_WORKER_ID, "to all"));
+    settle();
+    for (const auto* peer : { first.get(), second.get(), late.get() }) EXPECT_EQ(peer->count(type::MESSAGE), 1u);
+    first->clear();
     late->hello("Late");
-    first->hello("Again");
+    first->hello("Again"); // Is ignored.
     settle();
     EXPECT_EQ((std::vector { first->id(), second->id(), late->id() }), (std::vector<WorkerId> { 1, 2, 3 }));
     EXPECT_TRUE(first->messages().empty());
     EXPECT_EQ(
         connected, (std::vector<fn::String> { "DispatcherWorker (0)", "Media (t1, 1)", "Other (2)", "Late (3)" }));
-}
-
-TEST_F(DispatcherTest, RoutesToATargetToHoldersAndFromTheRegistryToEverybody)
-{
-    const auto a = join();
-    const auto b = join();
-    const auto c = join();
-    const auto unnamed = stranger();
-    const auto x = objectOf(a->id(), 1);
-    auto expected = objectMessage(x, b->id(), "hi", { { x, "X" } });
-    a->send(expected);
-    settle();
-    expected.set(field::SOURCE_WORKER_ID, a->id());
-    ASSERT_EQ(b->count(type::MESSAGE), 1u);
-    EXPECT_EQ(*b->last(type::MESSAGE), expected) << "only the source is added";
-    a->send(objectMessage(x, ipc::NO_WORKER_ID, "event"));
-    a->send(objectMessage(x, 999, "to nobody"));
-    settle();
-    EXPECT_EQ(b->count(type::MESSAGE), 2u);
-    c->send(objectMessage(ipc::REGISTRY_OBJECT_ID, ipc::NO_WORKER_ID, "all"));
-    settle();
-    EXPECT_EQ(unnamed->count(type::MESSAGE), 1u);
-    EXPECT_EQ(a->count(type::MESSAGE), 1u);
-    EXPECT_EQ(b->count(type::MESSAGE), 3u);
-    EXPECT_EQ(c->count(type::MESSAGE), 1u) << "the sender, too; but not the object's event: it holds no reference";
 }
 
 TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
@@ -121,42 +100,6 @@ TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
     }));
     EXPECT_EQ(gone, std::vector { dying->id() });
     EXPECT_LT(mentioned, 10 * many);
-}
-
-TEST_F(DispatcherTest, MayGoWhileADeathIsNotOver)
-{
-    const auto owner = join();
-    const auto holder = join();
-    const auto owned = [&] { return dispatcher->usageCounts().ownedCount(owner->id()); };
-    owner->send(listing(*owner, *holder));
-    settle();
-    holder->close();
-    ASSERT_TRUE(runUntil([&] { return owned() < many; }));
-    EXPECT_GT(owned(), 0u);
-    dispatcher.reset();
-    settle();
-    EXPECT_TRUE(owner->isEnded());
-    EXPECT_EQ(owner->count(type::WORKER_DEAD), 0u);
-}
-
-TEST_F(DispatcherTest, WhoWasToldThatAnIdIsDeadHearsThatItIsUsedAgain)
-{
-    const auto carrier = join();
-    const auto receiver = join();
-    const auto young = stranger();
-    const auto madeUp = static_cast<WorkerId>(receiver->id() + 1);
-    const auto counted = dispatcher->usageCounts().objectCount();
-    carrier->send(objectMessage(0, receiver->id(), {}, { { 0, "Registry" }, { objectOf(madeUp, 1), "X" } }));
-    settle();
-    EXPECT_EQ(
-        receiver->messages()[0], Value::map({ { field::TYPE, type::WORKER_DEAD }, { field::WORKER_ID, madeUp } }));
-    EXPECT_EQ(receiver->count(type::MESSAGE), 1u);
-    EXPECT_EQ(dispatcher->usageCounts().objectCount(), counted) << "what belongs to nobody is not counted";
-    const auto late = join();
-    ASSERT_EQ(late->id(), madeUp);
-    EXPECT_EQ(receiver->messages().back(),
-        Value::map({ { field::TYPE, type::WORKER_ID_REUSED }, { field::WORKER_ID, madeUp } }));
-    EXPECT_TRUE(young->messages().empty()) << "it was told nothing of it";
 }
 
 TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOwnWorker)

@@ -25,7 +25,7 @@ class HubTest : public testing::Test {
 protected:
     static constexpr auto timeout = fn::Duration::seconds(30);
 
-    void SetUp() override
+    HubTest()
     {
         core::AppInfo::initialize(core::AppInfo::App::Skyfold);
         dispatcher->onWorkerConnected()
@@ -42,7 +42,7 @@ protected:
         settle();
     }
 
-    void TearDown() override
+    ~HubTest() override
     {
         dispatcher.reset();
         ownedLoop.reset();
@@ -67,13 +67,21 @@ protected:
         return peer;
     }
 
-    std::unique_ptr<Client> client(const char* name)
+    std::unique_ptr<Client> client(const char* name, bool hasOwnProcess = false)
     {
-        auto client = std::make_unique<Client>(loop, dispatcher->pipePath(), name);
+        auto client = std::make_unique<Client>(loop, dispatcher->pipePath(), name, hasOwnProcess);
         client->worker->registerObjectReferenceClass<ServiceReference>();
         settle();
         EXPECT_TRUE(client->isConnected());
         return client;
+    }
+
+    /// A new service that others can look up.
+    fn::AutoPtr<Service> offer(const Client& client, int priority = 0)
+    {
+        auto service = fn::makeAuto<Service>(*client.worker);
+        outcome([&] { return client.worker->registry()->registerObject(service, priority); });
+        return service;
     }
 
     /// Lets all that is on its way arrive, and what follows from it.

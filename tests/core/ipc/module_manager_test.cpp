@@ -46,12 +46,6 @@ private:
 
 class ModuleManagerTest : public HubTest {
 protected:
-    void TearDown() override
-    {
-        manager.reset();
-        HubTest::TearDown();
-    }
-
     FakeModule& add(const char* name, bool isApart = true, bool isMain = false)
     {
         auto* const module = new FakeModule(told, name, isApart, isMain);

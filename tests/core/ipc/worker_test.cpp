@@ -1,29 +1,23 @@
-// A worker against a hub that speaks by hand. What can break here: fields and order of what a worker says, counts of what it
-// receives and sends, objects of the dead, the countdown to its own end, and its reaction to bad bytes and cut pipes.
-#include "core/ipc/wire/message_dump.h"
+// A worker among strangers. What can break here: what it lists and counts of what it sends and receives, objects of the dead, the
+// countdown to its own end, and its reaction to bad bytes and cut pipes.
+#include "core/ipc/registry_impl.h"
 #include "foundation/exceptions.h"
 #include "foundation/system/uuid.h"
-#include "foundation/time/clock.h"
+#include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
-#include "support/peer.h"
-#include "support/worker.h"
+#include <algorithm>
 #include <set>
 
 namespace {
 
 using namespace test;
-using fn::Value;
-using ipc::ObjectId;
-namespace field = ipc::field;
-namespace type = ipc::type;
 
 constexpr const char* className = "test::ServiceReference";
-constexpr ObjectId foreign = (7 << 16) + 2; // Of worker 2, which sends all messages.
 
-Value call(const char* method, const Value& argument = {})
+Value call(const char* method)
 {
-    return Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", method }, { "ARGUMENT", argument }, { "REQUEST_ID", 9 } });
+    return Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", method }, { "REQUEST_ID", 9 } });
 }
 
 /// A call of "take" whose argument names objects by id.
@@ -50,202 +44,109 @@ fn::ByteArray callWithObjects(std::initializer_list<ObjectId> ids)
           "CALL");
 }
 
-class WorkerTest : public testing::Test {
+class WorkerTest : public HubTest {
 protected:
-    void start(bool ownProcess = false)
-    {
-        const auto name = "\\\\.\\pipe\\worker-test-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
-        listener = fn::makeAuto<fn::uv::PipeStream>(*loop);
-        listener->bind(name);
-        listener->listen(8, [this](const fn::uv::Status&) { hub = std::make_unique<Peer>(*loop, *listener); });
-        client = std::make_unique<Client>(*loop, name, "Name", ownProcess);
-        settle();
-        ASSERT_EQ(hub->count(type::HELLO), 1u);
-    }
-
-    /// Connects with id 5.
-    void welcome(bool ownProcess = false)
-    {
-        start(ownProcess);
-        deliver(Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, 5 } }));
-        ASSERT_TRUE(client->isConnected());
-        client->worker->registerObjectReferenceClass<ServiceReference>();
-        service = fn::makeAuto<Service>(*client->worker);
-        settle();
-    }
+    ~WorkerTest() override { leave(); }
 
     void leave()
     {
-        if (service) service->calls.clear();
+        service->calls.clear();
         service.reset();
-        client.reset();
-        hub.reset();
+        worker.reset();
     }
 
-    void TearDown() override
-    {
-        leave();
-        listener.reset();
-        loop.reset();
-        EXPECT_EQ(Service::alive, 0);
-    }
-
-    void settle() { test::settle(*loop); }
-
-    /// What the worker has said before is forgotten.
     void deliver(const Value& message)
     {
-        hub->clear();
-        hub->send(message);
+        peer->clear();
+        peer->send(message);
         settle();
     }
 
+    using Objects = std::initializer_list<std::pair<ObjectId, const char*>>;
+
     /// For the service.
-    Value message(const Value& payload, std::initializer_list<std::pair<ObjectId, const char*>> objects = {}) const
+    Value message(const Value& payload, Objects objects = {}) const
     {
-        auto message = objectMessage(service->objectId(), 5, payload, objects);
-        message.set(field::SOURCE_WORKER_ID, 2);
-        return message;
+        return objectMessage(service->objectId(), ipc::ownerOf(service->objectId()), payload, objects);
     }
 
-    Value bringing(std::initializer_list<ObjectId> ids,
-        std::initializer_list<std::pair<ObjectId, const char*>> objects = { { foreign, className } }) const
+    Value carrying(const Value& payload, Objects objects = {}) const
     {
         auto message = this->message({}, objects);
-        message.set(field::PAYLOAD, callWithObjects(ids));
+        message.set(field::PAYLOAD, payload);
         return message;
     }
 
-    /// The reference that the first argument of the latest call is.
-    fn::AutoPtr<ServiceReference> taken(std::size_t index = 0) const
-    {
-        return service->calls.back().argument[index].object<ServiceReference>();
-    }
+    Value bringing(ObjectId id) const { return carrying(callWithObjects({ id }), { { id, className } }); }
 
-    static Value instanceRelease(ObjectId id, int count)
-    {
-        return Value::map(
-            { { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } });
-    }
-    static Value aboutWorker(int type, ipc::WorkerId id)
-    {
-        return Value::map({ { field::TYPE, type }, { field::WORKER_ID, id } });
-    }
-    static Value decoded(const Value& message) { return ipc::translatePayload(message.at(field::PAYLOAD)); }
+    /// The object that the latest call has brought.
+    fn::AutoPtr<ServiceReference> taken() const { return service->calls.back().argument[0].object<ServiceReference>(); }
 
-    fn::ManualClock clock;
-    std::unique_ptr<fn::uv::Loop> loop = std::make_unique<fn::uv::Loop>(clock);
-    fn::AutoPtr<fn::uv::PipeStream> listener;
-    std::unique_ptr<Peer> hub;
-    std::unique_ptr<Client> client;
-    fn::AutoPtr<Service> service;
+    std::unique_ptr<Client> worker = client("Name", true);
+    fn::AutoPtr<Service> service = fn::makeAuto<Service>(*worker->worker);
+    std::unique_ptr<Peer> peer = join();
+    ObjectId foreign = objectOf(peer->id(), 7); ///< An object of the peer.
 };
 
 } // namespace
 
-TEST_F(WorkerTest, IntroducesItselfAnswersPingsAndNumbersItsObjects)
+TEST_F(WorkerTest, SharesNothingThatItHadBeforeItWasConnected)
 {
-    start();
-    EXPECT_EQ(hub->messages()[0],
-        Value::map({ { field::TYPE, type::HELLO }, { field::DISPLAY_NAME, "Name" }, { field::TAG, "" } }));
-    EXPECT_EQ(client->worker->workerId(), ipc::NO_WORKER_ID);
+    Client late(loop, dispatcher->pipePath());
+    const auto make = [&] { return fn::makeAuto<Service>(*late.worker); };
     fn::AutoPtr<Service> early;
     {
         const ExpectAssertions expected;
-        early = fn::makeAuto<Service>(*client->worker);
+        early = make();
         EXPECT_EQ(expected.reports(),
             std::vector<std::string> { "libs/core/ipc/worker:207 nextObjectId Worker must be "
                                        "connected before ObjectInstances can be created" });
     }
-    deliver(aboutWorker(type::HELLO, 5));
+    settle();
+    const auto id = late.worker->workerId();
     const auto local = early->localReference();
-    auto stray = objectMessage(0, 5, {}, { { early->objectId(), "named by a stranger" } });
-    stray.set(field::SOURCE_WORKER_ID, 2);
-    deliver(stray);
-    deliver(Value::map({ { field::TYPE, type::PING } }));
-    EXPECT_EQ(hub->messages(), std::vector { Value::map({ { field::TYPE, type::PONG } }) });
-    const auto a = fn::makeAuto<Service>(*client->worker);
-    const auto b = fn::makeAuto<Service>(*client->worker);
-    EXPECT_EQ(a->objectId(), 5u) << "the early one has used up no number";
-    EXPECT_EQ(b->objectId(), (1u << 16) + 5);
-    const auto& registry = client->worker->registry();
+    deliver(objectMessage(0, id, {}, { { early->objectId(), "named by a stranger" } }));
+    EXPECT_EQ(make()->objectId(), id) << "the early one has used up no number";
+    EXPECT_EQ(make()->objectId(), objectOf(id, 1));
+    const auto& registry = late.worker->registry();
     for (const auto& share : { std::function([&] { return registry->callMethod("x", early); }),
              std::function([&] { return registry->registerObject(early, 0).then([] { return Value(); }); }) }) {
-        EXPECT_EQ(outcomeOf(*loop, share).error(),
+        EXPECT_EQ(outcome(share).error(),
             "RuntimeException: The object cannot be shared: it was made before the worker was connected");
     }
 }
 
-TEST_F(WorkerTest, ListsWhatItSendsOnceAndLetsGoOfNoMoreThanItHolds)
-{
-    welcome();
-    deliver(message(call("get")));
-    auto given = fn::makeAuto<Service>(*client->worker);
-    const auto id = given->objectId();
-    settle();
-    hub->clear();
-    service->sendResult(service->calls[0].context,
-        Value::array({ given, given, given->localReference(), Value::map({ { 1, service } }) }));
-    settle();
-    auto sent = *hub->last(type::MESSAGE);
-    EXPECT_TRUE(sent.remove(field::PAYLOAD));
-    EXPECT_EQ(sent,
-        Value::map(
-            { { field::TYPE, type::MESSAGE }, { field::OBJECT_ID, service->objectId() }, { field::TARGET_WORKER_ID, 2 },
-                { field::OBJECTS, Value::map({ { id, className }, { service->objectId(), className } }) } }));
-    given.reset();
-    settle();
-    EXPECT_EQ(Service::alive, 2);
-    deliver(instanceRelease(id, 1));
-    EXPECT_EQ(Service::alive, 1);
-    const ExpectAssertions expected;
-    deliver(instanceRelease(service->objectId(), 2'000'000'000));
-    deliver(instanceRelease(id, 1));
-    EXPECT_EQ(expected.reports(), std::vector<std::string>(2, "libs/core/ipc/worker:169 onMessage instance"));
-    EXPECT_EQ(Service::alive, 1);
-}
-
 TEST_F(WorkerTest, ObjectsOfTheDeadAreDeadUntilTheirIdIsUsedAgain)
 {
-    welcome();
-    const auto bring = [&](int notice) {
-        deliver(Value::map({ { field::TYPE, notice }, { field::WORKER_ID, 2 } }));
-        deliver(bringing({ foreign }));
-        return service->calls.back().argument[0].object<ServiceReference>();
-    };
+    const auto nobody = static_cast<WorkerId>(peer->id() + 1); // As good as dead.
+    const auto x = objectOf(nobody, 7);
+    const auto counted = dispatcher->usageCounts().objectCount();
     /// Whether others get it.
     const auto isGiven = [&](const fn::AutoPtr<ServiceReference>& reference) {
-        hub->clear();
-        service->broadcastEvent("given", reference);
+        peer->clear();
+        service->postEvent(peer->id(), "given", reference);
         settle();
-        const auto& sent = *hub->last(type::MESSAGE);
-        EXPECT_EQ(sent.at(field::OBJECTS).size() == 0, decoded(sent).at("ARGUMENT").isNil());
-        return sent.at(field::OBJECTS).size() == 1;
+        return peer->last(type::MESSAGE)->at(field::OBJECTS).size() == 1;
     };
-    const auto dead = bring(type::WORKER_DEAD);
+    deliver(bringing(x));
+    const auto dead = taken();
     EXPECT_TRUE(dead->dead() && isGiven(dead));
-    const auto alive = bring(type::WORKER_ID_REUSED);
+    EXPECT_EQ(dispatcher->usageCounts().objectCount(), counted) << "what belongs to nobody is not counted";
+    const auto heir = join();
+    ASSERT_EQ(heir->id(), nobody);
+    heir->send(bringing(x));
+    settle();
+    const auto alive = taken();
     EXPECT_TRUE(!alive->dead() && isGiven(alive));
     EXPECT_TRUE(dead->dead() && !isGiven(dead)) << "its id names the new worker's object";
-    hub->clear();
+    heir->clear();
     dead->sendMessage("for the old one");
     settle();
-    EXPECT_TRUE(hub->messages().empty());
+    EXPECT_TRUE(heir->messages().empty());
 }
 
-TEST_F(WorkerTest, DropsMessagesThatItCannotReadAndGoesOn)
+TEST_F(WorkerTest, DropsPayloadsThatItCannotReadAndGoesOn)
 {
-    welcome();
-    const auto without = [&](int key) {
-        auto message = this->message(call("x"));
-        message.remove(key);
-        return message;
-    };
-    const auto carrying = [&](const Value& payload) {
-        auto message = this->message({});
-        message.set(field::PAYLOAD, payload);
-        return message;
-    };
     struct Row {
         const char* what;
         Value message;
@@ -253,36 +154,28 @@ TEST_F(WorkerTest, DropsMessagesThatItCannotReadAndGoesOn)
         const char* told = nullptr; ///< An assertion or a part of a line in the log.
     };
     const Row rows[] {
-        { "no object", without(field::OBJECT_ID), "" },
-        { "no source", without(field::SOURCE_WORKER_ID), "" },
-        { "no list", without(field::OBJECTS), "" },
-        { "a payload that is text", carrying("text"), "Invalid boxed type" },
-        { "a payload that is none", carrying(fn::ByteArray("\xc1")), "" },
-        { "no type", Value(Value::MAP), "" },
+        { "text", carrying("text"), "Invalid boxed type" },
+        { "no MessagePack", carrying(fn::ByteArray("\xc1")), "Byte that begins no MessagePack value" },
         { "an object id that is cut",
             carrying(fn::ByteArray("\xd6\x01"
                                    "abcd")),
             nullptr, "libs/core/ipc/worker:377 deserializeValue size == sizeof(ObjectId)" },
-        { "an object of its own that it does not have", carrying(callWithObjects({ (99 << 16) + 5 })), nullptr,
+        { "an object of its own that it does not have",
+            carrying(callWithObjects({ objectOf(worker->worker->workerId(), 99) })), nullptr,
             "libs/core/ipc/worker:384 deserializeValue i" },
-        { "an object of a class that nobody registered", bringing({ foreign }, { { foreign, "some::Class" } }), nullptr,
+        { "an object of a class that nobody registered",
+            carrying(callWithObjects({ foreign }), { { foreign, "some::Class" } }), nullptr,
             "2 core.ipc.ObjectReferenceFactory Couldn't create reference for class some::Class. Did you call "
             "'registerObjectReferenceClass()'?" },
-        { "no payload", without(field::PAYLOAD), nullptr },
-        { "an unknown type", Value::map({ { field::TYPE, 99 } }), nullptr },
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const ExpectUnhandled unhandled;
         const ExpectAssertions assertions;
         const LogCapture log(2);
-        service->calls.clear();
         deliver(row.message);
         ASSERT_EQ(unhandled.messages().size(), row.unhandled ? 1u : 0u);
-        if (row.unhandled) {
-            EXPECT_NE(unhandled.messages()[0].find(row.unhandled), std::string::npos);
-            EXPECT_TRUE(service->calls.empty());
-        }
+        EXPECT_TRUE(!row.unhandled || unhandled.messages()[0].find(row.unhandled) != std::string::npos);
         const auto reports = assertions.reports();
         EXPECT_TRUE(!row.told || log.contains(row.told) || reports == std::vector<std::string> { row.told });
         deliver(message(call("after")));
@@ -292,96 +185,143 @@ TEST_F(WorkerTest, DropsMessagesThatItCannotReadAndGoesOn)
 
 TEST_F(WorkerTest, WhatABrokenPayloadListsIsReleasedAllTheSame)
 {
-    welcome();
-    constexpr ObjectId behind = foreign + (1 << 16);
-    auto broken = bringing({}, { { foreign, className }, { behind, className }, { service->objectId(), className } });
+    const auto behind = foreign + (1 << 16);
     const auto whole = callWithObjects({ foreign, behind });
-    broken.set(field::PAYLOAD, fn::ByteArray(whole.view().substr(0, whole.view().find("METHOD_NAME") - 5)));
+    const fn::ByteArray cut(whole.view().substr(0, whole.view().find("METHOD_NAME") - 5)); // In the second id.
     const ExpectUnhandled expected;
-    deliver(broken); // The second id is cut. The hub has counted each once.
-    std::set<Value> released;
-    for (const auto& sent : hub->messages()) released.insert(sent);
-    const auto release = [](ObjectId id) {
-        return Value::map(
-            { { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, 1 } });
-    };
-    EXPECT_EQ(released, (std::set { release(foreign), release(behind) }));
-    EXPECT_EQ(hub->messages().size(), 2u);
+    deliver(carrying(cut, { { foreign, className }, { behind, className }, { service->objectId(), className } }));
+    std::set<ObjectId> released;
+    for (const auto& sent : peer->messages()) {
+        ASSERT_EQ(sent.at(field::TYPE), Value(type::INSTANCE_RELEASE));
+        released.insert(sent.at(field::OBJECT_ID).to<ObjectId>());
+    }
+    EXPECT_EQ(released, (std::set { foreign, behind }));
     EXPECT_EQ(expected.messages().size(), 1u);
 }
 
 TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
 {
+    const auto other = join();
     const std::pair<const char*, std::function<void()>> rows[] {
-        { "a call", [&] { hub->send(message(call("end"))); } },
-        { "a call with an object", [&] { hub->send(bringing({ foreign })); } },
-        { "a death", [&] { hub->send(aboutWorker(type::WORKER_DEAD, ipc::ownerOf(foreign))); } },
-        { "a lost hub", [&] { hub->close(); } },
+        { "a call", [&] { peer->send(message(call("end"))); } },
+        { "a call with an object", [&] { peer->send(bringing(foreign)); } },
+        { "a death", [&] { peer->close(); } },
+        { "a lost hub", [&] { dispatcher.reset(); } },
     };
-    for (const auto& [what, send] : rows) {
+    for (const auto& [what, act] : rows) {
         SCOPED_TRACE(what);
-        welcome(true);
-        deliver(bringing({ foreign }));
+        deliver(bringing(foreign));
         const auto reference = taken();
-        reference->objectDeadSignal().connect([&] { client->worker.reset(); }).detach();
-        service->answer = [&](const Service::Call&) { client->worker.reset(); };
-        send();
-        hub->send(message(call("late"))); // In the same chunk.
+        reference->objectDeadSignal().connect([&] { worker->worker.reset(); }).detach();
+        service->answer = [&](const Service::Call&) { worker->worker.reset(); };
+        const auto late = message(call("late"));
+        act();
+        other->send(late); // In the same chunk.
         settle();
-        EXPECT_TRUE(!client->worker && reference->dead());
-        EXPECT_EQ(client->delegate.terminationRequests, 0) << "of a worker that has gone";
+        EXPECT_TRUE(!worker->worker && reference->dead());
+        EXPECT_EQ(worker->delegate.terminationRequests, 0) << "of a worker that has gone";
+        if (!dispatcher) break;
         leave();
+        worker = client("Next", true);
+        service = fn::makeAuto<Service>(*worker->worker);
+        peer = join();
+        foreign = objectOf(peer->id(), 7);
     }
+}
+
+TEST_F(WorkerTest, AHubThatSaysNonsenseIsReportedAndServed)
+{
+    const auto name = "\\\\.\\pipe\\worker-test-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
+    const auto listener = fn::makeAuto<fn::uv::PipeStream>(loop);
+    std::unique_ptr<Peer> hub;
+    listener->bind(name);
+    listener->listen(8, [&](const fn::uv::Status&) { hub = std::make_unique<Peer>(loop, *listener); });
+    const Client client(loop, name, "Name");
+    settle();
+    EXPECT_EQ(hub->messages(),
+        std::vector {
+            Value::map({ { field::TYPE, type::HELLO }, { field::DISPLAY_NAME, "Name" }, { field::TAG, "" } }) });
+    hub->send(Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, 5 } }));
+    settle();
+    const auto held = fn::makeAuto<Service>(*client.worker);
+    const auto without = [&](int key) {
+        auto message = objectMessage(held->objectId(), 5, call("x"));
+        message.set(field::SOURCE_WORKER_ID, 2);
+        message.remove(key);
+        return message;
+    };
+    const auto release = [](ObjectId id, int count) {
+        return Value::map(
+            { { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, id }, { field::USAGE_COUNT, count } });
+    };
+    struct Row {
+        const char* what;
+        Value message;
+        std::size_t unhandled, assertions;
+    };
+    const Row rows[] {
+        { "no object", without(field::OBJECT_ID), 1, 0 },
+        { "no source", without(field::SOURCE_WORKER_ID), 1, 0 },
+        { "no list", without(field::OBJECTS), 1, 0 },
+        { "no payload", without(field::PAYLOAD), 0, 0 },
+        { "no type", Value(Value::MAP), 1, 0 },
+        { "an unknown type", Value::map({ { field::TYPE, 99 } }), 0, 0 },
+        { "more uses than there are", release(held->objectId(), 2'000'000'000), 0, 1 },
+        { "an object that has gone", release(held->objectId() + (1 << 16), 1), 0, 1 },
+    };
+    for (const auto& row : rows) {
+        const ExpectUnhandled unhandled;
+        const ExpectAssertions assertions;
+        hub->clear();
+        hub->send(row.message);
+        hub->send(Value::map({ { field::TYPE, type::PING } }));
+        settle();
+        EXPECT_EQ(unhandled.messages().size(), row.unhandled) << row.what;
+        EXPECT_EQ(assertions.reports(),
+            std::vector<std::string>(row.assertions, "libs/core/ipc/worker:169 onMessage instance"))
+            << row.what;
+        EXPECT_EQ(hub->messages(), std::vector { Value::map({ { field::TYPE, type::PONG } }) }) << row.what;
+    }
+    EXPECT_TRUE(held->calls.empty());
 }
 
 TEST_F(WorkerTest, AFailedConnectionIsReportedAndEndsLikeALostOne)
 {
     const ExpectUnhandled expected;
-    client = std::make_unique<Client>(*loop, "\\\\.\\pipe\\nobody-listens-here", "Name", true);
+    const Client client(loop, "\\\\.\\pipe\\nobody-listens-here", "Name", true);
     settle();
-    EXPECT_EQ(client->delegate.quits, 1);
-    EXPECT_EQ(client->delegate.terminationRequests, 1);
+    EXPECT_EQ(client.delegate.quits, 1);
+    EXPECT_EQ(client.delegate.terminationRequests, 1);
     EXPECT_EQ(expected.messages().size(), 1u);
-    EXPECT_THROW(client->worker->connect(), fn::RuntimeException) << "a worker connects once";
-    ipc::Worker fresh(client->delegate, *loop, "\\\\.\\pipe\\x", "Name", {}, false);
+    EXPECT_THROW(client.worker->connect(), fn::RuntimeException) << "a worker connects once";
+    ipc::Worker fresh(worker->delegate, loop, "\\\\.\\pipe\\x", "Name", {}, false);
     EXPECT_THROW(fresh.stop(), fn::NullPointerException);
 }
 
 TEST_F(WorkerTest, AnIdleModuleHidesLooksAgainAndAsksToBeEnded)
 {
-    welcome(true);
-    client->delegate.wantsIdle = client->delegate.mayTerminate = true;
-    /// What it asks the registry for after so long: whether to hide its objects. The answer follows at once.
-    const auto asks = [&](std::int64_t seconds, const char* answer = "CALL_RESPONSE") {
-        hub->clear();
-        clock.advance(fn::Duration::seconds(seconds));
-        settle();
-        const auto* asked = hub->last(type::MESSAGE);
-        if (!asked) return std::optional<bool>();
-        const auto payload = decoded(*asked);
-        auto reply = objectMessage(0, 5,
-            Value::map({ { "TYPE", answer }, { "REQUEST_ID", payload.at("REQUEST_ID") }, { "RESULT", {} },
-                { "ERROR", "no" } }));
-        reply.set(field::SOURCE_WORKER_ID, 0);
-        deliver(reply);
-        return std::optional(payload.at("ARGUMENT").toBool());
+    worker->delegate.wantsIdle = worker->delegate.mayTerminate = true;
+    outcome([&] { return worker->worker->registry()->registerObject(service, 0); });
+    /// Whether its objects are hidden after so long, and whether it has asked.
+    const auto state = [&](std::int64_t seconds) {
+        pass(fn::Duration::seconds(seconds));
+        const auto registrations = dispatcher->registryImpl()->registrations(0, 10);
+        const bool isHidden = std::ranges::any_of(registrations, [](const auto& each) { return each.hidden; });
+        return worker->delegate.terminationRequests > 0 ? "asks" : isHidden ? "hidden" : "shown";
     };
-    constexpr auto nothing = std::nullopt;
     deliver(message(call("wake")));
-    EXPECT_EQ(asks(599), nothing);
+    EXPECT_STREQ(state(599), "shown");
     deliver(message(call("wake"))); // Starts again.
-    EXPECT_EQ(asks(599), nothing);
-    EXPECT_EQ(asks(1), true);
-    // Somebody gets an object in the last second: shown again, and counted down again.
-    service->sendResult(service->calls[0].context, Value::array({ service, fn::makeAuto<Service>(*client->worker) }));
+    EXPECT_STREQ(state(599), "shown");
+    EXPECT_STREQ(state(1), "hidden");
+    auto lent = fn::makeAuto<Service>(*worker->worker);
+    const auto id = lent->objectId();
+    service->sendResult(service->calls[0].context, std::move(lent));
+    EXPECT_STREQ(state(1), "shown") << "it looks again in the last second";
+    EXPECT_STREQ(state(600), "shown") << "an object that somebody holds keeps the module";
+    peer->send(release(id, 1));
     settle();
-    EXPECT_EQ(asks(1), false);
-    EXPECT_EQ(asks(600), nothing) << "an object that somebody holds keeps the module";
-    for (const ObjectId id : { service->objectId(), service->objectId() + (1 << 16) }) deliver(instanceRelease(id, 1));
-    EXPECT_EQ(asks(600, "CALL_ERROR"), true);
-    EXPECT_EQ(asks(1), nothing) << "a refusal ends the attempt, not the countdown";
-    EXPECT_EQ(asks(600), true);
-    EXPECT_EQ(client->delegate.terminationRequests, 0);
-    EXPECT_EQ(asks(1), nothing);
-    EXPECT_EQ(client->delegate.terminationRequests, 1);
+    EXPECT_STREQ(state(599), "shown");
+    EXPECT_STREQ(state(1), "hidden");
+    EXPECT_STREQ(state(1), "asks");
 }
