@@ -23,25 +23,14 @@ Value call(const char* method)
 /// A call of "take" whose argument names objects by id.
 fn::ByteArray callWithObjects(std::initializer_list<ObjectId> ids)
 {
-    std::string bytes = "\x84\xa8"
-                        "ARGUMENT";
-    bytes += static_cast<char>(0x90 + ids.size());
+    const auto text = [](const std::string& text) { return static_cast<char>(0xa0 + text.size()) + text; };
+    auto bytes = '\x84' + text("ARGUMENT") + static_cast<char>(0x90 + ids.size());
     for (const auto id : ids) {
         bytes += "\xd7\x01";
         for (int i = 0; i < 8; ++i) bytes += static_cast<char>(id >> (8 * i));
     }
-    return fn::ByteArray(bytes
-        + "\xab"
-          "METHOD_NAME"
-          "\xa4"
-          "take"
-          "\xaa"
-          "REQUEST_ID"
-          "\x09"
-          "\xa4"
-          "TYPE"
-          "\xa4"
-          "CALL");
+    bytes += text("METHOD_NAME") + text("take") + text("REQUEST_ID") + '\x09' + text("TYPE") + text("CALL");
+    return fn::ByteArray(bytes);
 }
 
 class WorkerTest : public HubTest {
