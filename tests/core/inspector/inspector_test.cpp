@@ -1,17 +1,15 @@
 // Inspectors published, listed and asked through a real dispatcher. What can break here: a result that changes on its way, two
 // inspectors under one key, a registration that outlives its publisher or keeps a place it has given up, an answer that comes
 // after its object, a stranger who makes the service hold without bound or end.
-#include "core/app_info.h"
 #include "core/inspector/inspection_result_writer.h"
 #include "core/inspector/inspector.h"
 #include "core/inspector/inspector_registry.h"
 #include "core/inspector/limits.h"
 #include "core/inspector/register_inspector_registry.h"
+#include "core/ipc/hub_fixture.h"
 #include "folder_inspector.h"
 #include "foundation/exceptions.h"
-#include "foundation/time/clock.h"
 #include "foundation/value_map.h"
-#include "support/worker.h"
 #include <gtest/gtest.h>
 
 namespace {
@@ -51,78 +49,60 @@ public:
     std::vector<CallContext> waiting;
 };
 
-class InspectorTest : public testing::Test {
+class InspectorTest : public test::HubTest {
 protected:
     void SetUp() override
     {
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        dispatcher.onReady().connect([this] { core::registerInspectorRegistry(dispatcher.worker()); }).detach();
-        dispatcher.bind();
-        dispatcher.start();
-        publisher = join("Publisher");
-        browser = join("Browser");
+        dispatcher->onReady().connect([this] { core::registerInspectorRegistry(dispatcher->worker()); }).detach();
+        HubTest::SetUp();
+        publisher = client("Publisher");
+        browser = client("Browser");
         publishing = service(*publisher);
         browsing = service(*browser);
     }
 
-    std::unique_ptr<test::Client> join(const char* name)
+    void TearDown() override
     {
-        auto client = std::make_unique<test::Client>(loop, dispatcher.pipePath(), name);
-        client->worker->registerObjectReferenceClass<core::InspectorRegistry>();
-        EXPECT_TRUE(test::runUntil(loop, [&] { return client->isConnected(); }));
-        return client;
+        browsing.reset();
+        publishing.reset();
+        browser.reset();
+        publisher.reset();
+        HubTest::TearDown();
     }
-
-    /// What a call made on the loop gives.
-    template <typename Call> Outcome ask(Call call) { return test::outcomeOf(loop, std::move(call)); }
 
     fn::AutoPtr<core::InspectorRegistry> service(test::Client& client)
     {
+        client.worker->registerObjectReferenceClass<core::InspectorRegistry>();
         return test::findInstance<core::InspectorRegistry>(loop, *client.worker);
     }
 
     Value publish(const char* name, const fn::AutoPtr<Inspector>& inspector)
     {
-        return ask([&] { return publishing->registerInspector(name, inspector); }).value();
+        return outcome([&] { return publishing->registerInspector(name, inspector); }).value();
     }
 
     std::map<fn::String, fn::String> all()
     {
-        return *askFor<std::map<fn::String, fn::String>>([&] { return browsing->allInspectors(); });
+        std::map<fn::String, fn::String> result;
+        outcome([&] { return browsing->allInspectors().then([&](auto&& names) { result = std::move(names); }); });
+        return result;
     }
 
     fn::AutoPtr<core::InspectorReference> find(const fn::String& key)
     {
-        return ask([&] { return browsing->getInspector(key); }).value().object<core::InspectorReference>();
+        return outcome([&] { return browsing->getInspector(key); }).value().object<core::InspectorReference>();
     }
 
-    /// The same for results that no Value holds; fails the test where there is none.
-    template <typename T, typename Call> std::shared_ptr<T> askFor(Call call)
+    /// What `inspector` shows, or how the call fails.
+    Outcome inspect(core::InspectorReference& inspector, const Value& action, const Value& referer = {})
     {
-        auto result = std::make_shared<T>();
-        bool isOver = false;
-        loop.post([&] {
-            call().then(
-                [&](T&& value) {
-                    *result = std::move(value);
-                    isOver = true;
-                },
-                [&](std::exception_ptr) { isOver = true; });
+        return outcome([&] {
+            return inspector.inspect(action, referer).then([](InspectionResult&& result) {
+                return result.serialize();
+            });
         });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return isOver; }));
-        return result;
     }
 
-    Value inspect(core::InspectorReference& inspector, const Value& action, const Value& refererAction = {})
-    {
-        return askFor<InspectionResult>([&] { return inspector.inspect(action, refererAction); })->serialize();
-    }
-
-    void settle() { test::runTurns(loop, 60); }
-
-    fn::ManualClock clock;
-    fn::uv::Loop loop { clock };
-    ipc::Dispatcher dispatcher { loop, fn::Duration::seconds(300) };
     std::unique_ptr<test::Client> publisher, browser;
     fn::AutoPtr<core::InspectorRegistry> publishing, browsing;
 };
@@ -177,9 +157,8 @@ TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
     EXPECT_FALSE(find("no such key"));
 
     // The first one's key becomes free with it, ids do not.
-    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(1); }).isFulfilled());
-    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(1); }).isFulfilled());
-    EXPECT_TRUE(ask([&] { return browsing->unregisterInspector(0); }).isFulfilled());
+    for (const unsigned id : { 1, 1, 0 })
+        EXPECT_TRUE(outcome([&] { return browsing->unregisterInspector(id); }).isFulfilled());
     EXPECT_FALSE(all().contains(keyOfDisks));
     EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
     EXPECT_TRUE(all().contains(keyOfDisks));
@@ -195,16 +174,11 @@ TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
             { { "items", Value::array({ first, Value::map({ { "text", second }, { "action", 7 } }) }) } });
     };
     const auto action = Value::map({ { "page", Value::array({ 1, 2.5, {} }) } });
-    EXPECT_EQ(inspect(*inspector, action, "start"), page(action.toString(), "start"));
-    const auto failing = Value::map({ { "action", "fail" } });
-    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", failing); }).error(),
-        "RangeException: there is no such page");
+    EXPECT_EQ(inspect(*inspector, action, "start").value(), page(action.toString(), "start"));
+    EXPECT_EQ(inspect(*inspector, "fail").error(), "RangeException: there is no such page");
     // Without arguments both actions are nil; other methods are not answered.
-    EXPECT_EQ(ask([&] { return inspector->callMethod("inspect", 12); }).value(), page("nil", "nil"));
-    Outcome unanswered;
-    loop.post([&] { unanswered.observe(inspector->callMethod("expect", {})); });
-    settle();
-    EXPECT_FALSE(unanswered.isOver());
+    EXPECT_EQ(outcome([&] { return inspector->callMethod("inspect", 12); }).value(), page("nil", "nil"));
+    EXPECT_FALSE(outcome([&] { return inspector->callMethod("expect", {}); }).isOver());
 }
 
 TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
@@ -213,7 +187,7 @@ TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
     publish("Disks", fn::makeAuto<FolderInspector>(folders));
     const auto inspector = find(keyOfDisks);
     const auto page = [&](const Value& action) {
-        return *askFor<InspectionResult>([&] { return inspector->inspect(action, {}); });
+        return InspectionResult::deserialize(inspect(*inspector, action).value());
     };
     const auto top = page({});
     ASSERT_EQ(top.items.size(), 2u);
@@ -230,72 +204,58 @@ TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnc
     const auto slow = fn::makeAuto<SlowInspector>();
     const auto id = publish("Disks", slow);
     auto inspector = find(keyOfDisks);
-    const auto call = [&](const Value& action) {
-        Outcome outcome;
-        const auto asked = slow->waiting.size();
-        loop.post([&] { outcome.observe(inspector->inspect(action, {}).then([](InspectionResult&&) {})); });
-        EXPECT_TRUE(test::runUntil(loop, [&] { return slow->waiting.size() > asked; }));
-        return outcome;
-    };
     const auto answer = [&](const Value& action = {}) {
         loop.post([&] { slow->answer(action); });
         settle();
     };
-    const auto first = call({});
-    const auto second = call({});
-    settle();
+    const auto first = inspect(*inspector, {});
+    const auto second = inspect(*inspector, {});
     EXPECT_FALSE(first.isOver());
     answer();
     EXPECT_TRUE(first.isFulfilled() && second.isFulfilled());
 
     Value deep; // As an action it arrives, a little deeper in a result it does not leave.
     for (int level = 0; level < 509; ++level) deep = Value::array({ std::move(deep) });
-    const auto tooDeep = call(deep);
+    const auto tooDeep = inspect(*inspector, deep);
     answer(deep);
     EXPECT_EQ(tooDeep.error(), "DataFormatException: Value is nested too deeply");
 
     const fn::String refused(std::string(core::limits::inspectorNameBytes + 1, 'x'));
     for (const auto& name : { refused, fn::String("Disks again") }) { // What is refused has gone.
-        const auto meanwhile = call({});
-        ask([&] { return publishing->registerInspector(name, slow); });
+        const auto meanwhile = inspect(*inspector, {});
+        outcome([&] { return publishing->registerInspector(name, slow); });
         answer();
         EXPECT_TRUE(meanwhile.isFulfilled()) << name;
     }
     // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
     for (const unsigned number : { id.to<unsigned>(), 2u })
-        ask([&] { return publishing->unregisterInspector(number); });
-    const auto last = call({});
+        outcome([&] { return publishing->unregisterInspector(number); });
+    const auto last = inspect(*inspector, {});
     answer();
     EXPECT_TRUE(last.isFulfilled());
     inspector.reset();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return slow->referenceCount() == 1; }));
+    settle();
+    EXPECT_EQ(slow->referenceCount(), 1u);
     answer(); // Into the void.
 }
 
 TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
 {
-    publish("Disks", fn::makeAuto<EchoInspector>());
     const auto slow = fn::makeAuto<SlowInspector>();
+    publish("Disks", fn::makeAuto<EchoInspector>());
     publish("Slow", slow);
-    const auto other = ask([&] { return browsing->registerInspector("Other", fn::makeAuto<EchoInspector>()); });
-    const auto keyOfSlow = fn::ByteArray(std::string_view("Slow")).SHA256().base64(0);
-    const auto inspector = find(keyOfSlow);
-    Outcome pending;
-    loop.post([&] { pending.observe(inspector->callMethod("inspect", {})); });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !slow->waiting.empty(); }));
-
+    outcome([&] { return browsing->registerInspector("Other", fn::makeAuto<EchoInspector>()); });
+    const auto inspector = find(fn::ByteArray(std::string_view("Slow")).SHA256().base64(0));
+    const auto pending = inspect(*inspector, {});
     publisher->worker->stop();
-    ASSERT_TRUE(test::runUntil(loop, [&] { return pending.isOver(); }));
-    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
     settle();
-    const auto names = all();
-    EXPECT_EQ(names.size(), 1u);
-    EXPECT_EQ(names.begin()->second, "Other");
+    EXPECT_EQ(pending.error(), "ObjectDeadException: ");
+    EXPECT_EQ(all().size(), 1u);
     EXPECT_FALSE(find(keyOfDisks));
     slow->answer(); // Into the void.
 
     // Its successor takes the place, under an id of its own.
-    publisher = join("Publisher");
+    publisher = client("Publisher");
     publishing = service(*publisher);
     EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
     ASSERT_TRUE(find(keyOfDisks));
@@ -319,15 +279,15 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
         { "getInspector", Value::array({}), "nil" },
     };
     const auto call = [&](const char* method, const Value& argument) {
-        auto outcome = ask([&] { return browsing->callMethod(method, argument); });
-        return outcome.isFulfilled() ? outcome.value().toString().toStdString() : outcome.error();
+        auto answer = outcome([&] { return browsing->callMethod(method, argument); });
+        return answer.isFulfilled() ? answer.value().toString().toStdString() : answer.error();
     };
     for (const auto& [method, argument, answer] : rows)
         EXPECT_TRUE(call(method, argument).starts_with(answer)) << method << argument;
-    EXPECT_EQ(ask([&] { return publishing->registerInspector("None", nullptr); }).error(),
+    EXPECT_EQ(outcome([&] { return publishing->registerInspector("None", nullptr); }).error(),
         "NullPointerException: There is no inspector to register");
     const fn::String tooLong(std::string(core::limits::inspectorNameBytes + 1, 'x'));
-    EXPECT_EQ(ask([&] { return publishing->registerInspector(tooLong, fn::makeAuto<EchoInspector>()); }).error(),
+    EXPECT_EQ(outcome([&] { return publishing->registerInspector(tooLong, fn::makeAuto<EchoInspector>()); }).error(),
         "RuntimeException: The name of the inspector is too long");
     EXPECT_TRUE(all().empty());
     EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1)) << "what was refused took no id";
@@ -338,22 +298,19 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
 {
     // One object under many names: what is counted is registrations.
-    ask([&] { return browsing->registerInspector("Disks", fn::makeAuto<EchoInspector>()); });
+    outcome([&] { return browsing->registerInspector("Disks", fn::makeAuto<EchoInspector>()); });
     const auto first = find(keyOfDisks);
-    std::size_t registered = 0;
-    loop.post([&] {
-        for (std::size_t i = 1; i < core::limits::inspectorsOfWorker; ++i) {
-            const auto argument = Value::map({ { "name", i }, { "reference", first } });
-            browsing->callMethod("registerInspector", argument).then([&](Value&&) { ++registered; });
-        }
-    });
-    ASSERT_TRUE(test::runUntil(loop, [&] { return registered == core::limits::inspectorsOfWorker - 1; }));
+    for (std::size_t i = 1; i < core::limits::inspectorsOfWorker; ++i) {
+        const auto argument = Value::map({ { "name", i }, { "reference", first } });
+        loop.post([&, argument] { browsing->callMethod("registerInspector", argument).then([](Value&&) {}); });
+    }
+    settle();
     const auto again = Value::map({ { "name", "one more" }, { "reference", first } });
-    EXPECT_EQ(ask([&] { return browsing->callMethod("registerInspector", again); }).error(),
+    EXPECT_EQ(outcome([&] { return browsing->callMethod("registerInspector", again); }).error(),
         "RuntimeException: Too many inspectors of one worker are registered");
     EXPECT_EQ(publish("Others may", fn::makeAuto<EchoInspector>()), Value(core::limits::inspectorsOfWorker + 1));
-    ask([&] { return publishing->unregisterInspector(5); });
-    EXPECT_TRUE(ask([&] { return browsing->callMethod("registerInspector", again); }).isFulfilled());
+    outcome([&] { return publishing->unregisterInspector(5); });
+    EXPECT_TRUE(outcome([&] { return browsing->callMethod("registerInspector", again); }).isFulfilled());
     EXPECT_EQ(all().size(), core::limits::inspectorsOfWorker + 1);
     browser->worker->stop();
     settle();

@@ -1,14 +1,11 @@
 // The inspectors of the object system beside the system itself. What can break here: numbers that are not true, entries that
 // are skipped or shown twice between two pages, a view that touches what has gone.
-#include "core/app_info.h"
 #include "core/inspector/dispatcher_inspector.h"
 #include "core/inspector/limits.h"
 #include "core/inspector/modules_inspector.h"
 #include "core/inspector/registry_inspector.h"
+#include "core/ipc/hub_fixture.h"
 #include "foundation/exceptions.h"
-#include "foundation/time/clock.h"
-#include "support/peer.h"
-#include "support/worker.h"
 #include <gmock/gmock.h>
 
 namespace {
@@ -31,38 +28,28 @@ Value workerAction(ipc::WorkerId id) { return Value::map({ { "worker", id } }); 
 /// Where a message gets to its worker and no further.
 ipc::ObjectId unknownObject(ipc::WorkerId owner) { return (ipc::ObjectId(9999) << 16) + owner; }
 
-class SystemInspectorsTest : public testing::Test {
+class SystemInspectorsTest : public test::HubTest {
 protected:
     void SetUp() override
     {
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        dispatcher->bind();
-        dispatcher->start();
-        client = std::make_unique<test::Client>(loop, dispatcher->pipePath(), "Client");
-        ASSERT_TRUE(test::runUntil(loop, [&] { return client->isConnected(); }));
+        HubTest::SetUp();
+        user = client("Client");
         workers = fn::makeAuto<core::DispatcherInspector>(*dispatcher);
         registry = fn::makeAuto<core::RegistryInspector>(dispatcher->registryImpl());
     }
 
-    std::unique_ptr<test::Peer> connect(const char* name, const char* tag = "")
+    void TearDown() override
     {
-        auto peer = std::make_unique<test::Peer>(loop, dispatcher->pipePath());
-        peer->hello(name, tag);
-        EXPECT_TRUE(test::runUntil(loop, [&] { return peer->id() != ipc::NO_WORKER_ID; }));
-        return peer;
+        user.reset();
+        HubTest::TearDown();
     }
 
-    Value call(const char* method, const Value& argument)
+    void call(const char* method, const Value& argument)
     {
-        return test::outcomeOf(loop, [&] { return client->worker->registry()->callMethod(method, argument); }).value();
+        EXPECT_TRUE(outcome([&] { return user->worker->registry()->callMethod(method, argument); }).isFulfilled());
     }
 
-    void settle() { test::runTurns(loop, 40); }
-
-    fn::ManualClock clock;
-    fn::uv::Loop loop { clock };
-    std::unique_ptr<ipc::Dispatcher> dispatcher = std::make_unique<ipc::Dispatcher>(loop, fn::Duration::seconds(300));
-    std::unique_ptr<test::Client> client;
+    std::unique_ptr<test::Client> user;
     fn::AutoPtr<core::DispatcherInspector> workers;
     fn::AutoPtr<core::RegistryInspector> registry;
 };
@@ -83,8 +70,10 @@ public:
 
 TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
 {
-    auto peer = connect("Peer", "tag");
-    const auto holder = connect("Holder"); // A worker would release at once what it cannot hold.
+    auto peer = stranger();
+    peer->hello("Peer", "tag");
+    settle();
+    const auto holder = join("Holder"); // A worker would release at once what it cannot hold.
     const auto id = peer->id();
     const auto target = holder->id();
     const auto shared = test::objectMessage(unknownObject(target), target, {}, { { id, "x" }, { id + 65536u, "y" } });
@@ -112,11 +101,10 @@ TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
     peer->close();
     settle();
     EXPECT_EQ(textsOf(*workers).size(), 3u);
-    const auto gone = workers->inspect(workerAction(id), {});
-    ASSERT_TRUE(gone.redirectAction);
-    EXPECT_TRUE(gone.redirectAction->isNil()) << "back to all";
+    const auto redirection = workers->inspect(workerAction(id), {}).redirectAction;
+    EXPECT_TRUE(redirection && redirection->isNil()) << "it has gone: back to all";
     EXPECT_THROW(workers->inspect(Value("nonsense"), {}), fn::RangeException);
-    client.reset();
+    user.reset();
     dispatcher.reset();
     EXPECT_TRUE(textsOf(*workers).empty());
     settle();
@@ -127,15 +115,15 @@ TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoinAndLongNamesBetweenCha
 {
     constexpr std::size_t count = 2 * core::limits::inspectorLines + 1;
     const std::string shown(199, 'x');
-    auto peer = connect((shown + "ü").c_str(), (shown + "𝄞").c_str());
+    auto peer = join((shown + "ü").c_str(), (shown + "𝄞").c_str());
     EXPECT_THAT(textsOf(*workers), Contains(StartsWith(fmt::format("{} ({}, {}): ", shown, shown, peer->id()))));
     Value objects(Value::MAP);
     for (std::size_t i = 0; i < count; ++i) objects.set(peer->id() + 65536u * i, "x");
-    const auto holder = connect("Holder");
+    const auto holder = join("Holder");
     auto message = test::objectMessage(unknownObject(holder->id()), holder->id(), {});
     message.set(ipc::field::OBJECTS, objects);
     peer->send(message);
-    const auto service = fn::makeAuto<test::Service>(*client->worker);
+    const auto service = fn::makeAuto<test::Service>(*user->worker);
     for (std::size_t i = 0; i < count; ++i)
         call("registerInstance", Value::map({ { "instance", service }, { "priority", i } }));
     settle();
@@ -164,17 +152,13 @@ TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoinAndLongNamesBetweenCha
 
 TEST_F(SystemInspectorsTest, TellWhatIsRegisteredHiddenAndAwaited)
 {
-    const auto service = fn::makeAuto<test::Service>(*client->worker);
+    const auto service = fn::makeAuto<test::Service>(*user->worker);
     call("registerInstance", Value::map({ { "instance", service }, { "priority", -3 } }));
     call("registerInstance", Value::map({ { "instance", service }, { "priority", 5 } }));
     call("setInstancesHidden", true);
-    test::Outcome waiting;
-    loop.post([&] {
-        const auto argument = Value::map({ { "className", "Nobody" }, { "timeout", 1000 } });
-        waiting.observe(client->worker->registry()->callMethod("getInstance", argument));
-    });
-    settle();
-    const auto id = client->worker->workerId();
+    const auto awaited = Value::map({ { "className", "Nobody" }, { "timeout", 1000 } });
+    outcome([&] { return user->worker->registry()->callMethod("getInstance", awaited); });
+    const auto id = user->worker->workerId();
     const auto line = [&](int priority) {
         return fmt::format(
             "test::ServiceReference: priority {}, object {} of worker {}, registered by worker {}, hidden", priority,
@@ -183,9 +167,8 @@ TEST_F(SystemInspectorsTest, TellWhatIsRegisteredHiddenAndAwaited)
     EXPECT_THAT(textsOf(*registry),
         ElementsAre("3 registrations", StartsWith("ipc::MessageBus: priority 0, object "), line(5), line(-3),
             "1 waiting look-ups", fmt::format("Nobody: awaited by worker {}", id)));
-    clock.advance(fn::Duration::seconds(1));
+    pass(fn::Duration::seconds(1));
     call("setInstancesHidden", false);
-    settle();
     EXPECT_THAT(textsOf(*registry), Contains("0 waiting look-ups"));
     EXPECT_THAT(textsOf(*registry), Not(Contains(HasSubstr("hidden"))));
 }
@@ -206,15 +189,11 @@ TEST_F(SystemInspectorsTest, FollowAModuleThroughItsLife)
     manager->start();
     test::runTurns(loop);
     expect("launching", 1, 0);
-    const auto advance = [&](int seconds) {
-        clock.advance(fn::Duration::seconds(seconds));
-        settle();
-    };
-    advance(30);
+    pass(fn::Duration::seconds(30));
     expect("ended", 1, 1);
-    advance(1);
+    pass(fn::Duration::seconds(1));
     expect("launching", 2, 1);
-    const auto peer = connect("fake", module->tag.toStdString().c_str());
+    const auto peer = join("fake", module->tag.toStdString().c_str());
     expect("running", 2, 1);
     auto moved = std::make_unique<ipc::ModuleManager>(std::move(*manager));
     manager.reset();
