@@ -76,15 +76,15 @@ WebAddress::WebAddress(const std::string& text) : text(text)
     host = "127.0.0.1:" + parts[1].str();
 }
 
-std::string WebAddress::request(const std::string& target, const std::string& headers, const char* method) const
+std::string WebAddress::request(const std::string& page) const
 {
-    return std::string(method) + " " + target + " HTTP/1.1\r\n" + headers + "\r\n";
+    return "GET /" + token + "/" + page + " HTTP/1.1\r\nHost: " + host + "\r\n\r\n";
 }
 
 WebReply WebAddress::get(const std::string& page) const
 {
     const WebConnection connection(port);
-    connection.send(request("/" + token + "/" + (page == "./" ? "" : page), "Host: " + host + "\r\n"));
+    connection.send(request(page == "./" ? "" : page));
     return connection.reply();
 }
 

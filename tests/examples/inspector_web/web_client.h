@@ -30,9 +30,8 @@ private:
 struct WebAddress {
     explicit WebAddress(const std::string& text);
 
-    /// A complete request; `headers` end with line ends.
-    std::string request(const std::string& target, const std::string& headers, const char* method = "GET") const;
-    WebReply get(const std::string& page) const; ///< As a browser asks for an address below.
+    std::string request(const std::string& page) const; ///< As a browser asks for an address below.
+    WebReply get(const std::string& page) const; ///< Sends that, alone.
 
     std::string text;
     int port = 0;
