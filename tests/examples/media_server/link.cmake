@@ -3,9 +3,6 @@ set(media_server ${PROJECT_SOURCE_DIR}/examples/media_server)
 target_sources(${name}_tests PRIVATE
     ${media_server}/console/format.cpp
     ${media_server}/console/rate_meter.cpp
-    ${media_server}/library/file_kind.cpp
-    ${media_server}/scanner/folder_walk.cpp
-    ${media_server}/scanner/scan_job.cpp
-    ${media_server}/scanner/scanner_service.cpp)
+    ${media_server}/library/file_kind.cpp)
 target_link_libraries(${name}_tests PRIVATE media_server_api)
 add_dependencies(${name}_tests skyfold)

@@ -1,10 +1,7 @@
 #include "api/text.h"
 #include "console/format.h"
 #include "console/rate_meter.h"
-#include "foundation/exceptions.h"
 #include "library/file_kind.h"
-#include "scanner/folder_walk.h"
-#include "support/temporary_folder.h"
 #include <gtest/gtest.h>
 
 namespace media {
@@ -55,26 +52,6 @@ TEST(FileKind, TheLastExtensionOfTheNameCountsInAnyCase)
     EXPECT_EQ(kindOfFile("folder.mp3/file"), "other");
     EXPECT_EQ(kindOfFile(".png"), "other");
     EXPECT_EQ(kindOfFile("file."), "other");
-}
-
-TEST(FolderWalk, WhatDisappearsMeanwhileWasNeverThere)
-{
-    const test::TemporaryFolder folder;
-    test::writeFile(folder.file("a"), "1");
-    test::writeFile(folder.file("b"), "12");
-    std::filesystem::create_directory(folder.path() / "c");
-    FolderWalk walk(folder.path().string()); // Has listed the folder.
-    std::filesystem::remove(folder.path() / "a");
-    walk.step();
-    walk.step();
-    walk.step();
-    std::filesystem::remove(folder.path() / "c"); // Waits to be listed.
-    while (!walk.isOver()) walk.step();
-    ASSERT_EQ(walk.files().size(), 1U);
-    EXPECT_EQ(walk.files()[0].path, "b");
-    EXPECT_EQ(walk.files()[0].size, 2);
-    EXPECT_EQ(walk.unreadableFolders().count, 0);
-    EXPECT_THROW(FolderWalk(folder.file("c")), fn::FileException);
 }
 
 } // namespace

@@ -54,21 +54,13 @@ bool catches(pid_t pid, int signal)
 
 int openOutput(Program::Output output, int& ownSide)
 {
-    std::array<int, 2> ends {};
-    switch (output) {
-    case Program::Output::Files: return ::dup(ownSide = ::memfd_create("output", MFD_CLOEXEC));
-    case Program::Output::Closed:
-        if (::pipe(ends.data()) == 0) ::close(ends[0]);
-        return ends[1];
-    case Program::Output::Full: return ::open("/dev/full", O_WRONLY);
-    case Program::Output::Terminal:
-        ownSide = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        ::grantpt(ownSide);
-        ::unlockpt(ownSide);
-        ::fcntl(ownSide, F_SETFL, O_NONBLOCK);
-        return ::open(::ptsname(ownSide), O_RDWR | O_NOCTTY);
-    }
-    return -1;
+    if (output == Program::Output::Files) return ::dup(ownSide = ::memfd_create("output", MFD_CLOEXEC));
+    if (output == Program::Output::Full) return ::open("/dev/full", O_WRONLY);
+    ownSide = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ::grantpt(ownSide);
+    ::unlockpt(ownSide);
+    ::fcntl(ownSide, F_SETFL, O_NONBLOCK);
+    return ::open(::ptsname(ownSide), O_RDWR | O_NOCTTY);
 }
 
 /// In the child, between fork and exec.

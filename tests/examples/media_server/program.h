@@ -16,7 +16,6 @@ class Program {
 public:
     enum class Output {
         Files,
-        Closed, ///< Nobody reads standard output.
         Full, ///< Standard output takes nothing.
         Terminal, ///< Standard input, output and error are one.
     };

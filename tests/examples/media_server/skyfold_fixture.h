@@ -45,15 +45,6 @@ protected:
         }
     }
 
-    /// The scanner of a run, which is stopped when the library has opened its catalogue: the scan is not over.
-    pid_t holdScan(Program& program)
-    {
-        const auto scanner = program.awaitModule("scanner");
-        ::kill(scanner, SIGSTOP);
-        EXPECT_TRUE(program.awaitFile(data / "catalogue.lock"));
-        return scanner;
-    }
-
     std::vector<std::string> arguments(std::vector<std::string> more = { "--json" })
     {
         more.insert(more.end(), { files.string(), "--data", data.string() });

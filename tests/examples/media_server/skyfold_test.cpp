@@ -1,9 +1,7 @@
 // The program as a whole, on folders whose content is known. What can break here: a file counted twice, left out or read
 // without need; a run that hangs or says nonsense where a file, a module, its output or its catalogue is out of order; a
 // process left behind.
-#include "foundation/exceptions.h"
 #include "skyfold_fixture.h"
-#include "sqlite/database.h"
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +14,7 @@ using Output = Program::Output;
 
 TEST_F(SkyfoldTest, EachRegularFileCountsOnceAndNothingElseDoes)
 {
+    EXPECT_EQ(scan({ "--kill-scanner" }), expected(0, 0, 0, 0, 0, 1));
     write("a.mp3", "music");
     write("below/b.mp3", "music");
     write("below/c.txt", "words");
@@ -32,14 +31,8 @@ TEST_F(SkyfoldTest, EachRegularFileCountsOnceAndNothingElseDoes)
     ASSERT_EQ(::mkfifo((files / "pipe").c_str(), 0600), 0);
 
     const int bytes = 5 + 5 + 5 + 1 + 2 + 3 + 800'000;
-    EXPECT_EQ(scan(), expected(10, bytes, 8, 10));
+    EXPECT_EQ(scan({ "--kill-scanner", "--lumen-hall" }), expected(10, bytes, 8, 10, 0, 1));
     EXPECT_EQ(scan(), expected(10, bytes, 8, 0)) << "Unchanged files are read again.";
-}
-
-TEST_F(SkyfoldTest, AnEmptyFolderIsNoSpecialCase)
-{
-    EXPECT_EQ(scan(), expected(0, 0, 0, 0));
-    EXPECT_EQ(scan({ "--kill-scanner" }), expected(0, 0, 0, 0, 0, 1));
 }
 
 TEST_F(SkyfoldTest, TheCatalogueFollowsWhatHappensToFilesAndKeepsFoldersApart)
@@ -92,13 +85,6 @@ TEST_F(SkyfoldTest, WhatCannotBeReadIsCountedAndNamedAndHoldsNothingUp)
     EXPECT_EQ(scan(), expected(4, 10, 4, 3)) << "What could not be read then is not read now.";
 }
 
-TEST_F(SkyfoldTest, AScanSurvivesItsScanner)
-{
-    for (int i = 0; i < 60; ++i) write(std::to_string(i), std::to_string(i / 2));
-    EXPECT_EQ(scan({ "--kill-scanner", "--lumen-hall" }), expected(60, 100, 30, 60, 0, 1));
-    EXPECT_EQ(scan({ "--lumen-hall" }), expected(60, 100, 30, 0));
-}
-
 TEST_F(SkyfoldTest, AScanSurvivesItsLibrary)
 {
     writeMuch();
@@ -115,61 +101,26 @@ TEST_F(SkyfoldTest, AScanSurvivesItsLibrary)
     EXPECT_EQ(result.get("relaunches"), fn::Value(1));
 }
 
-struct Ending {
-    int signal;
-    const char* stopped; // A module that hangs, or "".
-};
-
-class SkyfoldEndingTest : public SkyfoldTest, public testing::WithParamInterface<Ending> { };
-
-TEST_P(SkyfoldEndingTest, NoProcessIsLeftBehindAndTheCatalogueGoesOn)
+TEST_F(SkyfoldTest, NoProcessIsLeftBehindAndTheCatalogueGoesOnHoweverARunEnds)
 {
     writeMuch();
-    Program program(arguments({}));
-    program.awaitModule("library");
-    program.awaitModule("scanner");
-    const std::string stopped = GetParam().stopped;
-    if (!stopped.empty()) ::kill(program.awaitModule(stopped), SIGSTOP);
-    program.signal(GetParam().signal);
-    EXPECT_EQ(program.wait(), 128 + GetParam().signal);
-    EXPECT_EQ(program.output().find("Done"), std::string::npos);
-
+    const std::pair<int, const char*> rows[] = { { SIGINT, "scanner" }, { SIGTERM, "library" } }; // Which hangs.
+    for (const auto& [signal, stopped] : rows) {
+        Program program(arguments({}));
+        program.awaitModule("library");
+        program.awaitModule("scanner");
+        ::kill(program.awaitModule(stopped), SIGSTOP);
+        program.signal(signal);
+        EXPECT_EQ(program.wait(), 128 + signal) << stopped;
+        EXPECT_EQ(program.output().find("Done"), std::string::npos);
+    }
+    {
+        Program killed(arguments());
+        killed.awaitModule("scanner");
+    } // With all it has started: lock and endpoint are left as they were.
     const auto result = scan();
     EXPECT_EQ(result.get("files"), fn::Value(many));
     EXPECT_EQ(result.get("distinct"), fn::Value(many));
-}
-
-INSTANTIATE_TEST_SUITE_P(Signals, SkyfoldEndingTest,
-    testing::Values(Ending { SIGINT, "" }, Ending { SIGINT, "scanner" }, Ending { SIGTERM, "library" }),
-    [](const auto& ending) { return "Signal" + std::to_string(ending.param.signal) + ending.param.stopped; });
-
-TEST_F(SkyfoldTest, ASecondRunOnTheSameCatalogueIsRefusedAndDoesNoHarm)
-{
-    writeMuch();
-    Program first(arguments());
-    const auto scanner = holdScan(first);
-
-    useRuntimeFolder("other");
-    Program second(arguments());
-    EXPECT_EQ(second.wait(), 1);
-    EXPECT_EQ(second.output(), "");
-    EXPECT_NE(second.errors().find("in use by another run"), std::string::npos) << second.errors();
-
-    ::kill(scanner, SIGCONT);
-    EXPECT_EQ(first.wait(), 0);
-    EXPECT_EQ(first.json().get("distinct"), fn::Value(many));
-}
-
-TEST_F(SkyfoldTest, OutputThatNobodyReadsEndsQuietlyAndOutputThatIsLostDoesNot)
-{
-    write("file", "1");
-    Program closed(arguments({}), { .output = Output::Closed });
-    EXPECT_EQ(closed.wait(), 128 + SIGPIPE);
-    EXPECT_EQ(closed.errors(), "");
-
-    Program full(arguments(), { .output = Output::Full });
-    EXPECT_EQ(full.wait(), 1);
-    EXPECT_EQ(full.errors(), "skyfold: standard output: No space left on device\n");
 }
 
 TEST_F(SkyfoldTest, OnATerminalABarIsDrawnAndGoneInTheEnd)
@@ -203,34 +154,15 @@ TEST_F(SkyfoldTest, WhatCannotBeDoneIsSaidAndNotDone)
     test::writeFile((data / "catalogue.sqlite").string(), text);
     fails(arguments(), 1, "catalogue.sqlite: file is not a database");
     EXPECT_EQ(test::readFile((data / "catalogue.sqlite").string()), text) << "Somebody's file is overwritten.";
-}
 
-TEST_F(SkyfoldTest, ALibraryThatDiedWhileItMadeItsTablesMakesTheRest)
-{
-    write("file", "text");
-    const auto whole = scan();
-    {
-        sqlite::Database catalogue(fn::String((data / "catalogue.sqlite").string()), 2); // SQLITE_OPEN_READWRITE
-        catalogue.execute("drop table files");
-        catalogue.execute("delete from schema_version");
-    }
-    EXPECT_EQ(scan(), whole);
-}
-
-TEST_F(SkyfoldTest, AModuleThatCannotBeStartedEndsTheProgram)
-{
-    const auto program = folder.path() / "programs" / "skyfold";
-    fs::create_directory(program.parent_path());
-    fs::copy_file(TEST_BINARY_DIR "/programs/skyfold", program);
-    const auto run = [&] {
-        Program alone(arguments(), { .program = program.string() });
-        EXPECT_EQ(alone.wait(), 1);
-        return alone.errors();
-    };
-    EXPECT_NE(run().find("Failed to start module console"), std::string::npos);
-    fs::create_directory(folder.path() / "modules");
-    fs::copy_file(TEST_BINARY_DIR "/modules/console.dll", folder.path() / "modules" / "console.dll");
-    EXPECT_NE(run().find("Failed to start module library"), std::string::npos);
+    const auto alone = folder.path() / "programs" / "skyfold"; // Without its modules.
+    fs::create_directory(alone.parent_path());
+    fs::copy_file(TEST_BINARY_DIR "/programs/skyfold", alone);
+    Program program(arguments(), { .program = alone.string() });
+    EXPECT_EQ(program.wait(), 1);
+    EXPECT_NE(program.errors().find("Failed to start module console"), std::string::npos) << program.errors();
+    Program full(arguments(), { .output = Output::Full });
+    EXPECT_EQ(full.wait(), 1);
 }
 
 } // namespace
