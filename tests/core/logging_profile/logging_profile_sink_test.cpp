@@ -44,16 +44,6 @@ protected:
         for (const auto& profile : sink.profiles()) names.push_back(profile->fileName().toStdString());
         return names;
     }
-    std::vector<std::string> logFiles() const
-    {
-        std::vector<std::string> names;
-        if (!std::filesystem::exists(logs().toStdString())) return names;
-        for (const auto& entry : std::filesystem::directory_iterator(logs().toStdString())) {
-            names.push_back(entry.path().filename().string());
-        }
-        return names;
-    }
-
     const test::TemporaryFolder folder;
     const Category category { "core" };
 };
@@ -68,7 +58,7 @@ TEST_F(LoggingProfileSink, NamesFilesAfterProcessAndProfile)
     EXPECT_THAT(namesOf(*sink), ElementsAre("debug", "off.txt", "server"));
     sink->logMessage(category, test::message(4, "a text"));
     sink->logMessage(category, test::message(5, "not wanted"));
-    EXPECT_THAT(logFiles(), UnorderedElementsAre("server.debug.log", "server.log"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(logs().toStdString()), {}), 2);
     EXPECT_EQ(test::readFile(logs() + "/server.debug.log"), "a text\r\n");
     const auto formatted = test::readFile(logs() + "/server.log");
     EXPECT_THAT(formatted, HasSubstr("<<<<<<\r\n\r\n"));
@@ -101,18 +91,14 @@ TEST_F(LoggingProfileSink, LeavesOutWhatItCanNotRead)
     std::filesystem::create_directory((profiles() + "/a folder").toStdString());
     std::filesystem::create_symlink("nowhere", (profiles() + "/dangling").toStdString());
     ASSERT_EQ(::mkfifo((profiles() + "/pipe").c_str(), 0600), 0);
-    fn::AutoPtr<core::LoggingProfileSink> sink;
-    {
-        const test::ExpectUnhandled unhandled;
-        sink = load();
-        EXPECT_THAT(unhandled.messages(),
-            ElementsAre(HasSubstr("directory"), HasSubstr("No such file"), HasSubstr("longer than allowed"),
-                HasSubstr("Invalid argument")));
-    }
-    EXPECT_THAT(namesOf(*sink), ElementsAre("good"));
     const test::ExpectUnhandled unhandled;
+    const auto sink = load();
+    EXPECT_THAT(unhandled.messages(),
+        ElementsAre(HasSubstr("directory"), HasSubstr("No such file"), HasSubstr("longer than allowed"),
+            HasSubstr("Invalid argument")));
+    EXPECT_THAT(namesOf(*sink), ElementsAre("good"));
     sink->reload(folder.file("missing"));
-    EXPECT_EQ(unhandled.messages().size(), 1);
+    EXPECT_EQ(unhandled.messages().size(), 5);
     EXPECT_THAT(namesOf(*sink), ElementsAre("good")) << "as before";
 }
 

@@ -77,27 +77,21 @@ TEST(LoggingProfile, IsRefusedWhenItIsTooLongToBeOne)
 
 TEST(LoggingProfile, ForbidsTagsBeforeItAllowsThemAndFiltersTextsButNoErrors)
 {
+    const auto tags = "allowedtags=yes,both\nforbiddentags=both";
+    const auto filters = "filter=text\nfilter=costarring";
     struct Row {
         const char* profile;
         int priority;
-        const char* text;
-        const char* tag;
+        const char *text, *tag;
         bool isTaken;
     };
-    const Row rows[] = {
-        { "forbiddentags=no", 4, "x", "", true }, { "forbiddentags=no", 5, "x", "", false },
+    const Row rows[] = { { "forbiddentags=no", 4, "x", "", true }, { "forbiddentags=no", 5, "x", "", false },
         { "forbiddentags=no", 4, "x", "any", true }, { "forbiddentags=no", 1, "x", "no", false },
-        { "allowedtags=yes,both\nforbiddentags=both", 4, "x", "yes", true },
-        { "allowedtags=yes,both\nforbiddentags=both", 4, "x", "Yes", false },
-        { "allowedtags=yes,both\nforbiddentags=both", 1, "x", "both", false },
-        { "allowedtags=yes,both\nforbiddentags=both", 1, "x", "", false }, // No tag is the empty tag.
-        { "allowedtags=yes,", 4, "x", "", true }, { "filter=text\nfilter=costarring", 1, "text", "", true },
-        { "filter=text\nfilter=costarring", 2, "text", "", false },
-        { "filter=text\nfilter=costarring", 2, "texts", "", true },
-        { "filter=text\nfilter=costarring", 2, "", "", true },
-        { "filter=text\nfilter=costarring", 2, "costarring", "", false },
-        { "filter=text\nfilter=costarring", 2, "liquid", "", true }, // Its hash is that of a filter.
-    };
+        { tags, 4, "x", "yes", true }, { tags, 4, "x", "Yes", false }, { tags, 1, "x", "both", false },
+        { tags, 1, "x", "", false }, { "allowedtags=yes,", 4, "x", "", true }, // No tag is the empty tag.
+        { filters, 1, "text", "", true }, { filters, 2, "text", "", false }, { filters, 2, "texts", "", true },
+        { filters, 2, "", "", true }, { filters, 2, "costarring", "", false },
+        { filters, 2, "liquid", "", true } }; // Its hash is that of a filter.
     const Category core("core");
     for (const auto& [settings, priority, text, tag, isTaken] : rows) {
         const auto sink = fn::makeAuto<test::RecordingSink>();
