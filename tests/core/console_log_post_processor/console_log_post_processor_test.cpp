@@ -4,6 +4,7 @@
 #include "core/console_log_post_processor.h"
 #include "foundation/io/file_descriptor.h"
 #include "support/child_process.h"
+#include "support/forked_child.h"
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
@@ -12,12 +13,9 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <poll.h>
-#include <sstream>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #include <sanitizer/common_interface_defs.h>
@@ -28,68 +26,61 @@ namespace {
 using core::ConsoleLogPostProcessor;
 using namespace std::string_literals;
 
+struct Pipe {
+    Pipe()
+    {
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
+        reader = fn::FileDescriptor(ends[0]);
+        writer = fn::FileDescriptor(ends[1]);
+    }
+    fn::FileDescriptor reader, writer;
+};
+
 /// A process made of this one (which has one thread) that does `body`, with a pipe as its standard error, and then waits
-/// until it is released. Failed expectations in it give it the status 1. Killed at the latest when this goes.
+/// until it is released. It succeeds unless expectations have failed in it.
 class RedirectedProcess {
 public:
     explicit RedirectedProcess(const std::function<void()>& body)
+        : _process([&] {
+              std::signal(SIGPIPE, SIG_DFL);
+              ::dup2(_output.writer.get(), STDERR_FILENO);
+              for (auto* end : { &_output.reader, &_output.writer, &_release.writer }) end->close();
+              body();
+              char byte = 0;
+              while (::read(_release.reader.get(), &byte, 1) < 0 && errno == EINTR) { }
+              std::fflush(stdout);
+              return !testing::Test::HasFailure();
+          })
     {
-        int output[2];
-        int release[2];
-        if (::pipe2(output, O_CLOEXEC) != 0 || ::pipe2(release, O_CLOEXEC) != 0) throw std::runtime_error("pipe2");
-        std::fflush(nullptr);
-        _pid = ::fork();
-        if (_pid == 0) {
-            std::signal(SIGPIPE, SIG_DFL);
-            ::dup2(output[1], STDERR_FILENO);
-            for (const int end : { output[0], output[1], release[1] }) ::close(end);
-            body();
-            char byte = 0;
-            while (::read(release[0], &byte, 1) < 0 && errno == EINTR) { }
-            std::fflush(stdout);
-            ::_exit(testing::Test::HasFailure() ? 1 : 0);
-        }
-        ::close(output[1]);
-        ::close(release[0]);
-        _output = fn::FileDescriptor(output[0]);
-        _release = fn::FileDescriptor(release[1]);
-    }
-    ~RedirectedProcess()
-    {
-        if (_pid < 0) return;
-        ::kill(_pid, SIGKILL);
-        ::waitpid(_pid, nullptr, 0);
+        _output.writer.close();
     }
 
     /// What has come out of its standard error, once that ends in `end`, or when nothing more comes within the bound.
     const std::string& readUntil(std::string_view end)
     {
         char buffer[16384];
-        while (!_text.ends_with(end) && test::awaitReadable(_output.get())) {
-            const auto count = ::read(_output.get(), buffer, sizeof buffer);
+        while (!_text.ends_with(end) && test::awaitReadable(reader())) {
+            const auto count = ::read(reader(), buffer, sizeof buffer);
             if (count <= 0) break;
             _text.append(buffer, static_cast<std::size_t>(count));
         }
         return _text;
     }
 
-    void closeReader() { _output.close(); } ///< Lets nobody read its standard error any more.
+    int reader() const { return _output.reader.get(); } ///< Of what was its standard error at first.
+    void closeReader() { _output.reader.close(); }
 
-    int reader() const { return _output.get(); } ///< Of what was its standard error at first.
-
-    /// Lets it end. Exit status, or 128 + signal; nothing beyond the bound.
-    std::optional<int> finish()
+    /// Lets it end.
+    bool succeeds()
     {
-        _release.close();
-        const auto status = test::awaitEnd(_pid);
-        if (status) _pid = -1;
-        return status;
+        _release.writer.close();
+        return _process.succeeds();
     }
 
 private:
-    pid_t _pid = -1;
-    fn::FileDescriptor _output;
-    fn::FileDescriptor _release;
+    Pipe _output, _release;
+    test::ForkedChild _process;
     std::string _text;
 };
 
@@ -100,14 +91,6 @@ void print(std::string_view text)
         ASSERT_GT(count, 0);
         text.remove_prefix(static_cast<std::size_t>(count));
     }
-}
-
-std::vector<std::string> linesOf(const std::string& text)
-{
-    std::vector<std::string> result;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) result.push_back(line);
-    return result;
 }
 
 void bracket(fn::String& line) { line = "[" + line.trim(false) + "]\n"; } // Shows what came as one line.
@@ -154,7 +137,7 @@ TEST(ConsoleLogPostProcessor, LeavesLinesAloneWithoutCallbacksAlsoForAReaderThat
     while (held < capacity - 4096 && std::chrono::steady_clock::now() < end);
     EXPECT_GE(held, capacity - 4096);
     EXPECT_TRUE(process.readUntil("END\n") == text + large);
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
 }
 
 TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrderAlsoWhereTheyThrow)
@@ -180,7 +163,7 @@ TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrderAlsoWhereThey
         "A line of standard error could not be processed: refused\n[bad]\n"
         "A line of standard error could not be processed: exception of an unknown type\n[worse]\n"
         "[fifth, secret]*\n[END]*\n");
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
 }
 
 TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
@@ -198,12 +181,12 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
         printUnread();
     });
     unread.closeReader();
-    EXPECT_EQ(unread.finish(), 0);
+    EXPECT_TRUE(unread.succeeds());
     RedirectedProcess closed([&] {
         ::close(STDERR_FILENO);
         printUnread();
     });
-    EXPECT_EQ(closed.finish(), 0);
+    EXPECT_TRUE(closed.succeeds());
 }
 
 TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfIt)
@@ -212,12 +195,12 @@ TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfIt)
         ConsoleLogPostProcessor::init();
         EXPECT_EQ(std::system("readlink /proc/$$/fd/2 /proc/$$/fd/[3-9] /proc/$$/fd/??* >&2; echo END >&2"), 0);
     });
-    const auto lines = linesOf(process.readUntil("END\n"));
-    EXPECT_THAT(lines.front(), testing::StartsWith("pipe:["));
+    const auto lines = fn::String(process.readUntil("END\n")).split('\n');
+    EXPECT_TRUE(lines.front().startsWith("pipe:[")) << lines.front();
     const auto first = std::filesystem::read_symlink(fmt::format("/proc/self/fd/{}", process.reader())).string();
     EXPECT_EQ(std::ranges::count(lines, lines.front()), 1);
     EXPECT_EQ(std::ranges::count(lines, first), 0);
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
 }
 
 TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
@@ -231,7 +214,7 @@ TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
         for (int line = 0; line < 20'000; ++line) many += fmt::format("{}\n", line);
         print(many + "END\n");
     });
-    const auto output = linesOf(process.readUntil("[END]\n"));
+    const auto output = fn::String(process.readUntil("[END]\n")).split('\n');
     ASSERT_EQ(output.size(), 20'006u);
     for (unsigned line = 0; line < 20'000; ++line) ASSERT_EQ(output[5 + line], fmt::format("[{}]", line));
     EXPECT_EQ(output[0], "[a]");
@@ -240,7 +223,7 @@ TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
     // Passed on in two pieces, for fear of filling the memory.
     EXPECT_GE(output[3].size(), 64u * 1024 * 1024);
     EXPECT_EQ(output[3].size() + output[4].size(), endless.size() + 4);
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
 }
 
 TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
@@ -255,7 +238,7 @@ TEST(ConsoleLogPostProcessor, TheProcessMayEndWhileLinesComeThrough)
     });
     const auto& output = process.readUntil("nothing more");
     EXPECT_THAT(output, testing::StartsWith("[a line]\n[a line]\n"));
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -267,7 +250,7 @@ TEST(ConsoleLogPostProcessor, ASanitizersReportGoesPastThePipe)
         print("hidden\n");
         awaitSeen(1);
     });
-    EXPECT_EQ(process.finish(), 0);
+    EXPECT_TRUE(process.succeeds());
     EXPECT_THAT(process.readUntil("nothing more"), testing::HasSubstr("__sanitizer_print_stack_trace"));
 }
 #endif
