@@ -53,24 +53,18 @@ TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
 
 TEST(AppInfo, DescribesTheOperatingSystem)
 {
-    const AppInfo info;
-    std::u16string servicePack;
-    bool known = true;
-    const platform::ScopedOperatingSystemVersion fake([&](platform::OSVERSIONINFOEXW& version) {
-        EXPECT_EQ(version.dwOSVersionInfoSize, 284u);
-        version.dwMajorVersion = 6;
-        version.dwMinorVersion = 10;
-        servicePack.copy(version.szCSDVersion, 127);
-        return known;
-    });
-    EXPECT_EQ(info.operatingSystemName(), "Windows");
-    EXPECT_EQ(info.operatingSystemVersion(), "6.10");
-    servicePack = u" Service Pack 1 ";
-    EXPECT_EQ(info.operatingSystemVersion(), "6.10 (Service Pack 1)");
-    servicePack = u"  ";
-    EXPECT_EQ(info.operatingSystemVersion(), "6.10");
-    known = false;
-    EXPECT_EQ(info.operatingSystemVersion(), "?");
+    const std::pair<const char16_t*, const char*> rows[] = { { u"", "6.10" },
+        { u" Service Pack 1 ", "6.10 (Service Pack 1)" }, { u"  ", "6.10" }, { nullptr, "?" } };
+    for (const auto& [servicePack, expected] : rows) {
+        const platform::ScopedOperatingSystemVersion fake([&](platform::OSVERSIONINFOEXW& version) {
+            EXPECT_EQ(version.dwOSVersionInfoSize, 284u);
+            version.dwMajorVersion = 6;
+            version.dwMinorVersion = 10;
+            if (servicePack) std::u16string_view(servicePack).copy(version.szCSDVersion, 127);
+            return servicePack != nullptr;
+        });
+        EXPECT_EQ(AppInfo().operatingSystemVersion(), expected);
+    }
 }
 
 class AppInfoInstallation : public testing::Test {

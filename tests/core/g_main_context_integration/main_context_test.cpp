@@ -87,22 +87,6 @@ protected:
 
 // --- Sources
 
-TEST_F(MainContext, HearsSourcesThatAreAttachedWhileTheWaitChangesThreads)
-{
-    // The task runs just after the turn has handed the wait to the pool: whether a thread has it by then is a matter of luck.
-    constexpr int rounds = 3000;
-    int round = 0;
-    std::function<void()> next = [&] {
-        if (++round == rounds)
-            loop->stop();
-        else
-            loop->post([&] { callWhenIdle(next); });
-    };
-    callWhenIdle(next);
-    EXPECT_TRUE(runUntilStopped());
-    EXPECT_EQ(round, rounds);
-}
-
 TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
 {
     constexpr int rounds = 1000;
