@@ -4,7 +4,7 @@
 #include "foundation/exceptions.h"
 #include <fcntl.h>
 #include <filesystem>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <thread>
 #include <typeindex>
 #include <unistd.h>
@@ -30,14 +30,10 @@ TEST(Exception, SaysItsMessageAndThenItsDetails)
 TEST(Exception, SharesDetailsWithItsCopiesUntilOneChanges)
 {
     const auto original = with(fn::RuntimeException("a"), fn::ErrnoInfo { 2 });
-    const std::string before = original.what();
     auto copy = original;
     EXPECT_EQ(copy.what(), original.what()) << "the very same text";
     copy.attach(fn::ErrnoInfo { 13 }).attach(fn::DetailInfo { "more" });
-    EXPECT_EQ(original.what(), before);
-    EXPECT_EQ(*original.find<fn::ErrnoInfo>(), 2);
-    EXPECT_EQ(original.find<fn::DetailInfo>(), nullptr);
-    EXPECT_EQ(*copy.find<fn::ErrnoInfo>(), 13);
+    EXPECT_STREQ(original.what(), "a\nErrno: 2 (No such file or directory)");
     EXPECT_STREQ(copy.what(), "a\nmore\nErrno: 13 (Permission denied)");
     copy.attach(fn::DetailInfo { "other" });
     EXPECT_STREQ(copy.what(), "a\nother\nErrno: 13 (Permission denied)") << "made anew";
@@ -55,13 +51,11 @@ TEST(Exception, CrossesProcessesAsTheSameClass)
          }) {
         const auto rebuilt = fn::ExceptionFactory::createException(name, "message", Exception::StackTrace::None);
         EXPECT_TRUE(rebuilt->stackTrace().empty());
-        rebuilt->attach(fn::DetailInfo { "detail" });
         try {
-            rebuilt->raise();
+            rebuilt->attach(fn::DetailInfo { "detail" }).raise();
         } catch (const Exception& raised) {
             EXPECT_TRUE(std::type_index(typeid(raised)) == type) << name;
-            EXPECT_EQ(raised.message(), "message");
-            EXPECT_EQ(*raised.find<fn::DetailInfo>(), "detail");
+            EXPECT_STREQ(raised.what(), "message\ndetail");
         }
     }
 }
@@ -96,9 +90,7 @@ TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
         EXPECT_NE(ours[0].address, ours[1].address) << "the throw and the call";
         EXPECT_EQ(ours[1].address, ours[2].address);
         EXPECT_LT(ours[0].address - ours[1].address + 0x1000, 0x2000u) << "offsets, in one function";
-        EXPECT_THAT(trace.frames.front().symbolName.toStdString(), testing::HasSubstr("RuntimeException"));
-        EXPECT_TRUE(exception.stackTrace().resolve().frames == trace.frames);
-
+        EXPECT_TRUE(trace.frames.front().symbolName.contains("RuntimeException"));
         auto copy = exception;
         copy.removeStackTrace();
         EXPECT_TRUE(copy.stackTrace().empty());
@@ -109,12 +101,11 @@ TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
 TEST(StackTrace, LeavesNoDescriptorToChildProcesses)
 {
     EXPECT_FALSE(fn::RuntimeException().stackTrace().resolve().frames.empty());
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-        const int descriptor = std::stoi(entry.path().filename().string());
+    for (int descriptor = STDERR_FILENO + 1; descriptor < 64; ++descriptor) {
         std::error_code problem;
-        const auto target = std::filesystem::read_symlink(entry.path(), problem).string();
-        const bool isModule = target.find("errors_tests") != target.npos || target.find(".so") != target.npos;
-        if (descriptor <= STDERR_FILENO) continue; // Where the tests write may be called like them.
+        const auto target =
+            std::filesystem::read_symlink(fmt::format("/proc/self/fd/{}", descriptor), problem).string();
+        const bool isModule = target.contains("errors_tests") || target.contains(".so");
         EXPECT_TRUE(!isModule || fcntl(descriptor, F_GETFD) & FD_CLOEXEC) << target;
     }
 }

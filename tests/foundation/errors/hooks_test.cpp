@@ -8,46 +8,35 @@
 #include "foundation/unhandled_exception.h"
 #include "foundation/uv/loop.h"
 #include "support/expectations.h"
+#include "support/log_capture.h"
 #include <gmock/gmock.h>
 #include <unistd.h>
 
 namespace {
 
+using fn::ExceptionFactory;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// Collects what is logged at the priorities up to `threshold`, and calls `onMessage`.
-class Collector final : public fn::logging::Sink {
+/// A sink that fails in some way of its own.
+class BadSink final : public fn::logging::Sink {
 public:
-    explicit Collector(int threshold) : _threshold(threshold)
+    explicit BadSink(std::function<void()> fails) : _fails(std::move(fails))
     {
         fn::logging::CategoryManager::instance().addSink(fn::AutoPtr<Sink>(this));
     }
     void remove() { fn::logging::CategoryManager::instance().removeSink(fn::AutoPtr<Sink>(this)); }
-
-    int threshold(const fn::logging::Category&) const override { return _threshold; }
-    void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override
-    {
-        lines.push_back(fmt::format("{} {} {}", category.name(), message.priority, message.text));
-        if (onMessage) onMessage();
-    }
-
-    std::vector<std::string> lines;
-    std::function<void()> onMessage;
+    void logMessage(const fn::logging::Category&, const fn::logging::Message&) override { _fails(); }
 
 private:
-    const int _threshold;
+    const std::function<void()> _fails;
 };
 
 class Hooks : public testing::Test {
 protected:
-    void TearDown() override
-    {
-        collector->remove();
-        test::installFailureHooks();
-    }
+    void TearDown() override { test::installFailureHooks(); }
 
-    fn::AutoPtr<Collector> collector = fn::makeAuto<Collector>(fn::logging::Warning);
+    const test::LogCapture log { fn::logging::Warning };
     const std::string here = fmt::format("in foundation_errors_tests[{}]: ", getpid());
 };
 
@@ -57,14 +46,15 @@ TEST_F(Hooks, LogABrokenInvariantAndGoOn)
     int evaluations = 0;
     EXPECT_TRUE(FN_ASSERT(++evaluations == 1, "libs/a", 1, "f", "fine"));
     EXPECT_FALSE(FN_ASSERT(++evaluations == 1, "libs/a", 2, "f", "broken"));
-    EXPECT_THAT(collector->lines, ElementsAre("core.assertion 1 Assertion failed " + here + "broken (libs/a:2, f)"));
+    EXPECT_THAT(log.lines(), ElementsAre("1 core.assertion Assertion failed " + here + "broken (libs/a:2, f)"));
 
-    // A sink that breaks an invariant itself.
-    collector->onMessage = [] { (void)FN_ASSERT(false, "libs/a", 3, "g", "within"); };
+    const auto sink =
+        fn::makeAuto<BadSink>([] { (void)FN_ASSERT(false, "libs/a", 3, "g", "within"); }); // Breaks one itself.
     testing::internal::CaptureStderr();
     (void)FN_ASSERT(false, "libs/a", 4, "f", "outer");
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("within"));
-    EXPECT_EQ(collector->lines.size(), 2u);
+    EXPECT_EQ(log.lines().size(), 2u);
+    sink->remove();
 }
 
 TEST_F(Hooks, SurviveHooksThatThrow)
@@ -75,7 +65,7 @@ TEST_F(Hooks, SurviveHooksThatThrow)
     EXPECT_THAT(unhandled.messages(), ElementsAre("hook"));
 
     fn::setUnhandledExceptionHook([](std::exception_ptr) { throw 1; });
-    collector->onMessage = [] { throw std::runtime_error("sink"); };
+    const auto sink = fn::makeAuto<BadSink>([] { throw std::runtime_error("sink"); });
     testing::internal::CaptureStderr();
     try {
         throw fn::RangeException("lost");
@@ -84,43 +74,42 @@ TEST_F(Hooks, SurviveHooksThatThrow)
     }
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("hook for unhandled exceptions failed"));
     EXPECT_THAT(
-        collector->lines, testing::Contains("core.exception 1 Unhandled exception " + here + "RangeException: lost"));
+        log.lines(), testing::Contains("1 core.exception Unhandled exception " + here + "RangeException: lost"));
+    sink->remove();
 }
 
 TEST_F(Hooks, NameEveryKindOfException)
 {
     const test::ExpectUnhandled unhandled;
-    const auto report = [](auto exception) {
+    const std::pair<std::exception_ptr, const char*> rows[] = {
+        { std::make_exception_ptr(with(fn::FileException("a"), fn::PathInfo { "/p" })), "FileException: a\nPath: /p" },
+        { std::make_exception_ptr(std::out_of_range("b")), "std::out_of_range: b" },
+        { std::make_exception_ptr(3), "exception of an unknown type" },
+    };
+    for (const auto& [exception, expected] : rows) {
         try {
-            throw exception;
+            std::rethrow_exception(exception);
         } catch (...) {
             fn::unhandledException();
+            EXPECT_EQ(log.lines().back(), "1 core.exception Unhandled exception " + here + expected);
             fn::logException();
+            EXPECT_EQ(log.lines().back(), std::string("1 core.exception ") + expected);
         }
-    };
-    report(with(fn::FileException("a"), fn::PathInfo { "/p" }));
-    report(std::out_of_range("b"));
-    report(3);
+    }
     fn::unhandledException(); // None at all.
+    EXPECT_THAT(log.lines().back(), HasSubstr("std::logic_error: no exception is being handled"));
     fn::logException(std::out_of_range("c"));
-    const auto unhandledText = "core.exception 1 Unhandled exception " + here;
-    EXPECT_THAT(collector->lines,
-        ElementsAre(unhandledText + "FileException: a\nPath: /p", "core.exception 1 FileException: a\nPath: /p",
-            unhandledText + "std::out_of_range: b", "core.exception 1 std::out_of_range: b",
-            unhandledText + "exception of an unknown type", "core.exception 1 exception of an unknown type",
-            unhandledText + "std::logic_error: no exception is being handled",
-            "core.exception 1 std::out_of_range: c"));
+    EXPECT_EQ(log.lines().back(), "1 core.exception std::out_of_range: c");
 }
 
 TEST_F(Hooks, AddTheTraceForThoseWhoWantIt)
 {
-    const auto debugger = fn::makeAuto<Collector>(fn::logging::Debug);
+    const test::LogCapture debugger(fn::logging::Debug);
     fn::logException(fn::RuntimeException("traced"));
     fn::logException(fn::RuntimeException("untraced", fn::Exception::StackTrace::None));
-    debugger->remove();
-    EXPECT_EQ(collector->lines.size(), 2u);
-    ASSERT_EQ(debugger->lines.size(), 3u);
-    EXPECT_THAT(debugger->lines[1], HasSubstr("AddTheTraceForThoseWhoWantIt"));
+    EXPECT_EQ(log.lines().size(), 2u);
+    ASSERT_EQ(debugger.lines().size(), 3u);
+    EXPECT_THAT(debugger.lines()[1], HasSubstr("AddTheTraceForThoseWhoWantIt"));
 }
 
 TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
@@ -148,8 +137,8 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
     loop->run();
     loop->post([kept = fail("goes with its loop", "Greeter.end")] {});
     loop.reset();
-    const std::string start = "core.promise 2 A promise failed and nobody looked: ";
-    EXPECT_THAT(collector->lines,
+    const std::string start = "2 core.promise A promise failed and nobody looked: ";
+    EXPECT_THAT(log.lines(),
         ElementsAre(start + "Greeter.greet: RangeException: a", start + "Greeter.part: RangeException: b",
             start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)",
             start + "std::logic_error: rejected with an empty exception pointer"));
@@ -157,13 +146,10 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
 
 TEST_F(Hooks, TellOfAnExceptionClassWhoseNameIsTaken)
 {
-    using fn::ExceptionFactory;
     const ExceptionFactory::Factory factory = [](const fn::String&, auto) { return std::unique_ptr<fn::Exception>(); };
     ExceptionFactory::_registerException("RangeException", typeid(fn::RangeException), factory); // Known already.
-    ExceptionFactory::_registerException("RangeException", typeid(Collector), factory);
-    EXPECT_EQ(collector->lines.size(), 1u);
-    EXPECT_THAT(
-        collector->lines[0], testing::StartsWith("core.exception 2 The exception class name RangeException is"));
+    ExceptionFactory::_registerException("RangeException", typeid(BadSink), factory);
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("The exception class name RangeException is")));
     EXPECT_TRUE(dynamic_cast<fn::RangeException*>(ExceptionFactory::createException("RangeException", "a").get()));
 }
 

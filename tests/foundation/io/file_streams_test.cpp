@@ -19,6 +19,7 @@
 
 namespace {
 
+using fn::FileDescriptor;
 using fn::StreamReader;
 
 std::string pattern(std::size_t size)
@@ -28,41 +29,32 @@ std::string pattern(std::size_t size)
     return result;
 }
 
-TEST(FileDescriptor, OpensAsAskedForThisProcessAlone)
+TEST(FileDescriptor, IsOpenedAsAskedForThisProcessAloneAndClosedOnceByItsOwner)
 {
     const test::TemporaryFolder folder;
     const auto path = folder.file("file");
     const auto mask = ::umask(0);
-    auto writer = fn::FileDescriptor::write(path, 0600);
+    auto writer = FileDescriptor::write(path, 0600);
     ::umask(mask);
     struct stat status;
     ASSERT_EQ(::fstat(writer.get(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600u);
-    EXPECT_TRUE(::fcntl(writer.get(), F_GETFD) & FD_CLOEXEC);
-    fn::FileOutputStream(std::move(writer)).write("a long content");
+    fn::FileOutputStream(FileDescriptor(::dup(writer.get()))).write("a long content");
+    FileDescriptor second = FileDescriptor::write(path, 0600);
+    EXPECT_EQ(test::readFile(path), "") << "It begins anew.";
+
+    const auto first = writer.get();
+    second = std::move(writer);
     EXPECT_FALSE(writer);
-
-    fn::FileDescriptor::write(path, 0600).close();
-    EXPECT_EQ(test::readFile(path), "");
-    const auto reader = fn::FileDescriptor::read(path);
-    EXPECT_TRUE(::fcntl(reader.get(), F_GETFD) & FD_CLOEXEC);
-    EXPECT_THROW(fn::FileDescriptor::read(folder.file("none")), fn::FileException);
-    EXPECT_THROW(fn::FileDescriptor::write(folder.file("none/file"), 0600), fn::FileException);
-}
-
-TEST(FileDescriptor, IsClosedOnceByItsOwner)
-{
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    fn::FileDescriptor first(ends[0]);
-    const fn::FileDescriptor other(ends[1]);
-    fn::FileDescriptor second(std::move(first));
-    EXPECT_EQ(first.get(), -1);
-    second = fn::FileDescriptor(::dup(ends[1]));
-    EXPECT_EQ(::fcntl(ends[0], F_GETFD), -1);
+    EXPECT_EQ(second.get(), first);
+    second = FileDescriptor::read(path);
+    EXPECT_EQ(::fcntl(first, F_GETFD), -1);
+    EXPECT_TRUE(::fcntl(second.get(), F_GETFD) & FD_CLOEXEC);
     second.close();
     second.close();
     EXPECT_THROW(second.sync(), fn::FileException);
+    EXPECT_THROW(FileDescriptor::read(folder.file("none")), fn::FileException);
+    EXPECT_THROW(FileDescriptor::write(folder.file("none/file"), 0600), fn::FileException);
 }
 
 // A signal during a write to a full pipe makes it return early, with or without some bytes written.
@@ -75,11 +67,9 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
     const auto content = pattern(2'000'000);
-    const auto writingThread = ::pthread_self();
-
     std::string received;
-    std::jthread reader([&] {
-        fn::FileInputStream stream { fn::FileDescriptor(ends[0]) };
+    std::jthread reader([&, writingThread = ::pthread_self()] {
+        fn::FileInputStream stream { FileDescriptor(ends[0]) };
         std::string chunk(30'000, '\0');
         while (const auto count = StreamReader::tryRead(stream, chunk.data(), chunk.size())) {
             received.append(chunk, 0, count);
@@ -90,10 +80,7 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
             }
         }
     });
-    {
-        fn::FileOutputStream stream { fn::FileDescriptor(ends[1]) };
-        stream.write(content);
-    }
+    fn::FileOutputStream(FileDescriptor(ends[1])).write(content);
     reader.join();
     EXPECT_EQ(received, content);
     ::sigaction(SIGUSR1, &previous, nullptr);
@@ -101,7 +88,7 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
 
 TEST(FileStreams, ReportAFullDiskWithItsPath)
 {
-    fn::FileOutputStream file(fn::FileDescriptor::write("/dev/full", 0600));
+    fn::FileOutputStream file(FileDescriptor::write("/dev/full", 0600));
     fn::BufferedOutputStream buffered(file, 100);
     buffered.write("still in the buffer");
     try {
@@ -134,28 +121,41 @@ private:
 TEST(BufferedStreams, CarryTheSameBytesWhereverTheyAreCut)
 {
     const auto content = pattern(1000);
-    auto expected = content;
-    const auto dropped = std::erase(expected, 'a');
-    expected += std::to_string(dropped);
+    auto expected = "head" + content;
+    const auto dropped = std::erase(expected, 'a') - 1; // The head's is there before.
+    expected = "head" + expected.substr(3) + std::to_string(dropped);
     for (const std::size_t bufferBytes : { 0, 1, 7, 100, 5000 }) {
         for (const std::size_t step : { 1, 6, 7, 8, 99, 1000 }) {
-            fn::ByteArray bytes;
+            SCOPED_TRACE(fmt::format("buffer {}, step {}", bufferBytes, step));
+            fn::ByteArray bytes("head");
             fn::ByteArrayOutputStream target(bytes);
             fn::BufferedOutputStream buffered(target, bufferBytes);
             WithoutA transform;
             fn::TransformOutputStream stream(buffered, transform);
-            for (std::size_t i = 0; i < content.size(); i += step) stream.write(content.substr(i, step));
+            for (std::size_t i = 0; i < content.size(); i += step) {
+                const auto piece = content.substr(i, step);
+                if (i % 2)
+                    stream.write(piece);
+                else
+                    stream.writeShared(fn::ByteArray(piece));
+            }
             stream.close(true); // Reaches the array without a further call.
             stream.close(true);
-            EXPECT_EQ(bytes.view(), expected) << bufferBytes << ", " << step;
+            EXPECT_EQ(bytes.view(), expected);
+            EXPECT_EQ(target.position(), expected.size());
             EXPECT_THROW(stream.write("x"), fn::IOException);
+            const auto sent = bytes;
+            target.write("more"); // The content is shared now: it must not be written into.
+            target.flush();
+            EXPECT_EQ(sent.view(), expected);
 
             fn::MemoryInputStream source(content.data(), content.size());
             fn::BufferedInputStream input(source, bufferBytes);
-            std::string piece(step, '\0');
+            std::string piece;
             for (std::size_t i = 0; i < content.size(); i += step) {
+                piece.resize(step);
                 piece.resize(StreamReader::tryRead(input, piece.data(), step));
-                EXPECT_EQ(piece, content.substr(i, step)) << bufferBytes << ", " << step;
+                EXPECT_EQ(piece, content.substr(i, step));
                 EXPECT_EQ(input.position(), i + piece.size());
                 EXPECT_EQ(input.remaining(), content.size() - i - piece.size());
             }
@@ -164,66 +164,87 @@ TEST(BufferedStreams, CarryTheSameBytesWhereverTheyAreCut)
     }
 }
 
-TEST(BufferedOutputStream, DoesNotCompleteADocumentWhileUnwinding)
+TEST(BufferedOutputStream, FlushesTheStreamsBelowOnlyWhereAskedAndNothingWhileUnwinding)
 {
-    fn::ByteArray bytes;
-    fn::ByteArrayOutputStream target(bytes);
-    {
-        fn::BufferedOutputStream buffered(target, 8);
-        buffered.write("12345678");
-        buffered.write("9");
-    }
-    target.flush();
-    EXPECT_EQ(bytes.view(), "12345678");
-}
-
-TEST(BufferedOutputStream, FlushesTheStreamsBelowOnlyWhereAsked)
-{
-    for (const bool flushAll : { false, true }) {
+    enum { Unwinds, Closes, ClosesAll };
+    for (const int end : { Unwinds, Closes, ClosesAll }) {
         fn::ByteArray bytes;
         fn::ByteArrayOutputStream target(bytes);
         fn::BufferedOutputStream below(target, 100);
-        fn::BufferedOutputStream buffered(below, 10);
-        buffered.write("123456789");
-        buffered.close(flushAll);
-        EXPECT_EQ(bytes.view(), flushAll ? "123456789" : "");
-        EXPECT_THROW(buffered.write("x"), fn::IOException);
-        below.flush();
-        EXPECT_EQ(bytes.view(), "123456789");
-    }
-}
-
-TEST(StreamReader, ReadsEverythingUpToItsLimit)
-{
-    const auto content = pattern(50'000);
-    for (const std::size_t limit : { 0, 50'000, 49'999 }) {
-        fn::MemoryInputStream stream(content.data(), content.size());
-        fn::ByteArray bytes("{");
-        if (limit == 49'999) {
-            EXPECT_THROW(StreamReader::readEverything(stream, bytes, limit), fn::RangeException);
-        } else {
-            StreamReader::readEverything(stream, bytes, limit);
-            EXPECT_EQ(bytes.view(), "{" + content);
+        {
+            fn::BufferedOutputStream buffered(below, 8);
+            buffered.write("12345678");
+            buffered.write("9");
+            if (end != Unwinds) buffered.close(end == ClosesAll);
         }
+        EXPECT_EQ(bytes.view(), end == ClosesAll ? "123456789" : "") << end;
+        below.flush();
+        EXPECT_EQ(bytes.view(), end == Unwinds ? "12345678" : "123456789") << end;
     }
 }
 
-TEST(StreamReader, SplitsLinesAtEitherLineEnd)
+TEST(StreamReader, ReadsEverythingAndLinesOfEitherEndUpToALimit)
 {
-    const std::string_view text = "one\r\n\ntw\ro\r\r\n\r\nlast";
-    fn::MemoryInputStream stream(text.data(), text.size());
-    std::vector<fn::String> lines;
-    for (fn::String line; StreamReader::readLine(stream, line, 5);) lines.push_back(line);
-    EXPECT_EQ(lines, (std::vector<fn::String> { "one", "", "tw\ro\r", "", "last" }));
+    const std::string_view text = "one\r\n\ntw\ro\r\r\n\r\nlast\n123456\n";
+    const auto streamOf = [](std::string_view content) {
+        return fn::MemoryInputStream(content.data(), content.size());
+    };
+    for (const std::size_t limit : { std::size_t(0), text.size() }) {
+        auto stream = streamOf(text);
+        fn::ByteArray bytes("{");
+        StreamReader::readEverything(stream, bytes, limit);
+        EXPECT_EQ(bytes.view(), "{" + std::string(text));
+    }
+    auto tooMuch = streamOf(text);
+    fn::ByteArray bytes;
+    EXPECT_THROW(StreamReader::readEverything(tooMuch, bytes, text.size() - 1), fn::RangeException);
 
-    const std::string_view long_ = "123456\n";
-    for (const std::size_t limit : { 5, 6 }) {
-        fn::MemoryInputStream source(long_.data(), long_.size());
-        fn::String line;
-        if (limit == 5)
-            EXPECT_THROW(StreamReader::readLine(source, line, limit), fn::RangeException);
-        else
-            EXPECT_TRUE(StreamReader::readLine(source, line, limit));
+    auto stream = streamOf(text);
+    fn::String line;
+    for (const auto* expected : { "one", "", "tw\ro\r", "", "last" }) {
+        EXPECT_TRUE(StreamReader::readLine(stream, line, 5));
+        EXPECT_EQ(line, expected);
+    }
+    EXPECT_THROW(StreamReader::readLine(stream, line, 5), fn::RangeException);
+    auto last = streamOf("123456");
+    EXPECT_TRUE(StreamReader::readLine(last, line, 6));
+    EXPECT_EQ(line, "123456");
+    EXPECT_FALSE(StreamReader::readLine(last, line, 6));
+}
+
+/// Gives its bytes one at a time and does not know how many are left.
+class Trickle final : public fn::InputStream {
+public:
+    explicit Trickle(std::string bytes) : _bytes(std::move(bytes)) { }
+    std::uint64_t position() const override { return _position; }
+
+private:
+    std::size_t readSlow(void* data, std::size_t size) override
+    {
+        if (size == 0 || _position == _bytes.size()) return 0;
+        *static_cast<char*>(data) = _bytes[_position++];
+        return 1;
+    }
+    std::string _bytes;
+    std::size_t _position = 0;
+};
+
+TEST(InputStream, EndsWithAnErrorThatNamesTheOffset)
+{
+    char rest[10];
+    const std::function<void(Trickle&)> reads[] = { [&](Trickle& stream) { stream.readExactly(rest, 10); },
+        [](Trickle& stream) { stream.readByteArray(0xFFFF'FFFF); }, // Four gigabytes announced, three bytes sent.
+        [](Trickle& stream) { stream.skip(4); } };
+    for (const auto& read : reads) {
+        Trickle stream("abcdef");
+        EXPECT_EQ(stream.readString(2), "ab");
+        stream.skip(1);
+        try {
+            read(stream);
+            FAIL();
+        } catch (const fn::EndOfStreamException& e) {
+            EXPECT_TRUE(e.find<fn::DetailInfo>()->contains("Offset: 6"));
+        }
     }
 }
 

@@ -12,87 +12,84 @@
 
 namespace {
 
+namespace fs = std::filesystem;
 using fn::File;
 using fn::FileKind;
 
-// The errno of the FileException that the call throws, which must name the path; 0 if it throws none.
-template <typename Call> int errorOf(const fn::String& path, Call call)
-{
-    try {
-        call();
-    } catch (const fn::FileException& e) {
-        EXPECT_EQ(*e.find<fn::PathInfo>(), path);
-        return *e.find<fn::ErrnoInfo>();
+struct Files : testing::Test {
+    Files()
+    {
+        test::writeFile(file, "12345");
+        fs::create_directories(folder.path() / "tree/deep");
+        test::writeFile(folder.file("tree/deep/file"), "x");
+        fs::create_directory_symlink(folder.path(), folder.path() / "tree/link");
+        fs::create_symlink("nowhere", folder.path() / "dangling");
+        fs::create_symlink("file", folder.path() / "link");
     }
-    return 0;
-}
 
-TEST(File, TellsAbsenceFromTrouble)
-{
+    /// The errno of the FileException that the call throws, which must name the path; 0 if it throws none.
+    template <typename Call> static int errorOf(const fn::String& path, Call call)
+    {
+        try {
+            call();
+        } catch (const fn::FileException& e) {
+            EXPECT_EQ(*e.find<fn::PathInfo>(), path);
+            return *e.find<fn::ErrnoInfo>();
+        }
+        return 0;
+    }
+
     const test::TemporaryFolder folder;
-    const auto path = folder.file("file");
-    test::writeFile(path, "x");
-    EXPECT_TRUE(File(path).exists());
-    EXPECT_FALSE(File(folder.file("other")).exists());
-    EXPECT_FALSE(File(path + "/below").exists());
+    const fn::String file = folder.file("file");
+    const fn::String tree = folder.file("tree");
+    const fn::String none = folder.file("none");
+};
 
+TEST_F(Files, ErrorsNameTheirPathAndAbsenceIsNone)
+{
+    EXPECT_TRUE(File(file).exists());
+    EXPECT_FALSE(File(none).exists());
+    EXPECT_FALSE(File(file + "/below").exists());
     const fn::String tooLong(folder.file(std::string(300, 'x')));
     EXPECT_EQ(errorOf(tooLong, [&] { File(tooLong).exists(); }), ENAMETOOLONG);
-    const fn::String cut = path + std::string_view("\0.old", 5); // Must not stand for "file".
+    const fn::String cut = file + std::string_view("\0.old", 5); // Must not stand for "file".
     EXPECT_EQ(errorOf(cut, [&] { File(cut).exists(); }), EINVAL);
     EXPECT_EQ(errorOf(cut, [&] { File(cut).remove(false); }), EINVAL);
     EXPECT_EQ(errorOf(cut, [&] { fn::DirectoryIterator iterator(cut); }), EINVAL);
+    EXPECT_EQ(errorOf(file, [&] { fn::DirectoryIterator iterator(file); }), ENOTDIR);
+    EXPECT_EQ(errorOf(none, [&] { File(none).info(); }), ENOENT);
+    for (const bool recursive : { false, true })
+        EXPECT_EQ(errorOf(none, [&] { File(none).remove(recursive); }), ENOENT) << recursive;
 }
 
-TEST(File, RemovesWhatItIsToldAndNothingBehindALink)
+TEST_F(Files, AreRemovedAndNothingBehindALink)
 {
-    const test::TemporaryFolder folder;
-    test::writeFile(folder.file("kept"), "x");
-    std::filesystem::create_directories(folder.path() / "tree/deep");
-    test::writeFile(folder.file("tree/deep/file"), "x");
-    std::filesystem::create_directory_symlink(folder.path(), folder.path() / "tree/link");
-    std::filesystem::create_symlink("nowhere", folder.path() / "dangling");
-
-    const auto tree = folder.file("tree");
     EXPECT_EQ(errorOf(tree, [&] { File(tree).remove(false); }), ENOTEMPTY);
     File(tree).remove(true);
     EXPECT_FALSE(File(tree).exists());
-    EXPECT_EQ(test::readFile(folder.file("kept")), "x");
-
-    File(folder.file("dangling")).remove(false);
-    File(folder.file("kept")).remove(true);
-    for (const bool recursive : { false, true }) {
-        EXPECT_EQ(errorOf(tree, [&] { File(tree).remove(recursive); }), ENOENT) << recursive;
-    }
-    EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+    EXPECT_EQ(test::readFile(file), "12345");
+    for (const auto* name : { "dangling", "link" }) File(folder.file(name)).remove(false);
+    File(file).remove(true);
+    EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST(File, MovesOverAnotherFileAndLeavesBothWhereItCannot)
+TEST_F(Files, AreMovedOverAnotherOrLeftWhereThatCannotBe)
 {
-    const test::TemporaryFolder folder;
-    test::writeFile(folder.file("new"), "new");
-    test::writeFile(folder.file("old"), "old");
-    std::filesystem::create_directory(folder.path() / "folder");
-
-    const auto source = folder.file("new");
-    EXPECT_EQ(errorOf(source, [&] { File(source).moveTo(folder.file("folder")); }), EISDIR);
-    EXPECT_EQ(errorOf(source, [&] { File(source).moveTo(folder.file("none/new")); }), ENOENT);
-    File(source).moveTo(folder.file("old"));
-    EXPECT_EQ(test::readFile(folder.file("old")), "new");
-    EXPECT_FALSE(File(source).exists());
+    const auto old = folder.file("old");
+    test::writeFile(old, "old");
+    EXPECT_EQ(errorOf(file, [&] { File(file).moveTo(tree); }), EISDIR);
+    EXPECT_EQ(errorOf(file, [&] { File(file).moveTo(none + "/new"); }), ENOENT);
+    File(file).moveTo(old);
+    EXPECT_EQ(test::readFile(old), "12345");
+    EXPECT_FALSE(File(file).exists());
 }
 
-TEST(File, DescribesTheEntryOrWhatItsLinkLeadsTo)
+TEST_F(Files, AreDescribedOrWhatTheirLinkLeadsTo)
 {
-    const test::TemporaryFolder folder;
-    const auto path = folder.file("file");
-    test::writeFile(path, "12345");
-    ::chmod(path.c_str(), 0640);
-    std::filesystem::create_symlink("file", folder.path() / "link");
+    ::chmod(file.c_str(), 0640);
     const timespec times[] = { { 0, 0 }, { -2, 500'000'000 } }; // Changed one and a half seconds before 1970.
-    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-
-    const auto info = File(path).info();
+    ASSERT_EQ(::utimensat(AT_FDCWD, file.c_str(), times, 0), 0);
+    const auto info = File(file).info();
     EXPECT_EQ(info.size, 5u);
     EXPECT_EQ(info.kind, FileKind::Regular);
     EXPECT_EQ(info.mode, 0640u);
@@ -104,23 +101,16 @@ TEST(File, DescribesTheEntryOrWhatItsLinkLeadsTo)
     EXPECT_EQ(link.info(File::Links::Keep).kind, FileKind::Link);
     EXPECT_NE(link.info(File::Links::Keep).inode, info.inode);
     EXPECT_EQ(File(folder.file("")).info().kind, FileKind::Directory);
-    const auto missing = folder.file("missing");
-    EXPECT_EQ(errorOf(missing, [&] { File(missing).info(); }), ENOENT);
 }
 
-TEST(DirectoryIterator, YieldsEveryEntryInTheOrderOfItsBytes)
+TEST_F(Files, AreListedInTheOrderOfTheirBytes)
 {
-    const test::TemporaryFolder folder;
-    for (const auto* name : { "b", "B", "ä", ".hidden", "a b", "..c" }) test::writeFile(folder.file(name), "");
-    std::filesystem::create_directory(folder.path() / "folder");
-    std::filesystem::create_directory_symlink("folder", folder.path() / "link");
-    std::filesystem::create_symlink("nowhere", folder.path() / "dangling");
+    for (const auto* name : { "B", "ä", ".hidden", "a b", "..c" }) test::writeFile(folder.file(name), "");
     ASSERT_EQ(::mkfifo(folder.file("fifo").c_str(), 0600), 0);
-
     const std::vector<std::pair<fn::String, FileKind>> expected { { "..c", FileKind::Regular },
         { ".hidden", FileKind::Regular }, { "B", FileKind::Regular }, { "a b", FileKind::Regular },
-        { "b", FileKind::Regular }, { "dangling", FileKind::Link }, { "fifo", FileKind::Pipe },
-        { "folder", FileKind::Directory }, { "link", FileKind::Link }, { "ä", FileKind::Regular } };
+        { "dangling", FileKind::Link }, { "fifo", FileKind::Pipe }, { "file", FileKind::Regular },
+        { "link", FileKind::Link }, { "tree", FileKind::Directory }, { "ä", FileKind::Regular } };
     for (const auto& path : { folder.file(""), fn::String(folder.path().string()) }) { // With and without '/'.
         std::vector<std::pair<fn::String, FileKind>> found;
         for (const auto& entry : fn::DirectoryIterator(path)) {
@@ -129,22 +119,17 @@ TEST(DirectoryIterator, YieldsEveryEntryInTheOrderOfItsBytes)
         }
         EXPECT_EQ(found, expected);
     }
-    const auto file = folder.file("b");
-    EXPECT_EQ(errorOf(file, [&] { fn::DirectoryIterator iterator(file); }), ENOTDIR);
 }
 
 TEST(Path, IsCutAtItsLastSlash)
 {
-    const auto parts = [](const char* text) {
+    const char* const rows[][3] = { { "/var/log/a.b.log", "/var/log", "a.b.log" }, { "name", "", "name" },
+        { "/name", "/", "name" }, { "folder/", "folder", "" }, { "", "", "" } };
+    for (const auto& [text, directory, name] : rows) {
         const auto path = fn::Path::parsePath(text);
-        return std::pair(path.directory.toStdString(), path.fileName.toStdString());
-    };
-    using Parts = std::pair<std::string, std::string>;
-    EXPECT_EQ(parts("/var/log/a.b.log"), Parts("/var/log", "a.b.log"));
-    EXPECT_EQ(parts("name"), Parts("", "name"));
-    EXPECT_EQ(parts("/name"), Parts("/", "name"));
-    EXPECT_EQ(parts("folder/"), Parts("folder", ""));
-    EXPECT_EQ(parts(""), Parts("", ""));
+        EXPECT_EQ(path.directory, directory) << text;
+        EXPECT_EQ(path.fileName, name) << text;
+    }
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "foundation/logging/log_console_target.h"
 #include "foundation/logging/logging.h"
 #include "support/expectations.h"
+#include "support/log_capture.h"
 #include <atomic>
 #include <gmock/gmock.h>
 #include <thread>
@@ -19,33 +20,33 @@ constexpr const char* site = "libs/test";
 
 CategoryManager& manager() { return CategoryManager::instance(); }
 
-class Recorder final : public Sink {
+/// Counts what it is given; for several threads at once.
+class Counter final : public Sink {
 public:
-    static fn::AutoPtr<Recorder> add(int threshold, const char* onlyCategory = "")
+    explicit Counter(int threshold, const char* onlyCategory = "") : level(threshold), _onlyCategory(onlyCategory)
     {
-        auto recorder = fn::makeAuto<Recorder>(threshold, onlyCategory);
-        manager().addSink(recorder);
-        return recorder;
+        ++alive;
+        manager().addSink(fn::AutoPtr<Sink>(this));
     }
-    Recorder(int threshold, const char* onlyCategory) : level(threshold), _onlyCategory(onlyCategory) { }
+    void remove() { manager().removeSink(fn::AutoPtr<Sink>(this)); }
 
     int threshold(const Category& category) const override
     {
         return _onlyCategory.empty() || category.name() == _onlyCategory ? level : 0;
     }
-    void logMessage(const Category& category, const Message& message) override
+    void logMessage(const Category&, const Message&) override
     {
         ++count;
         if (fails) throw std::runtime_error("sink");
-        texts.push_back(fmt::format("{} {} {}", category.name(), message.priority, message.text));
     }
 
     int level;
-    int count = 0;
     bool fails = false;
-    std::vector<std::string> texts;
+    std::atomic<int> count { 0 };
+    static inline std::atomic<int> alive { 0 };
 
 private:
+    ~Counter() override { --alive; }
     const fn::String _onlyCategory;
 };
 
@@ -59,8 +60,8 @@ TEST(Logging, AsksForArgumentsOnlyWhereSomeSinkWantsThem)
         return std::exchange(evaluated, 0);
     };
     const auto& early = manager().getCategory("logging.early");
-    const auto general = Recorder::add(Info);
-    const auto special = Recorder::add(Debug, "logging.late");
+    const auto general = fn::makeAuto<Counter>(Info);
+    const auto special = fn::makeAuto<Counter>(Debug, "logging.late");
     const auto& late = manager().getCategory("logging.late");
     EXPECT_EQ(&late, &manager().getCategory("logging.late"));
     EXPECT_EQ(late.parent(), early.parent());
@@ -74,10 +75,45 @@ TEST(Logging, AsksForArgumentsOnlyWhereSomeSinkWantsThem)
     EXPECT_EQ(logAll(early), 4) << "asked again only at reload()";
     manager().reload();
     EXPECT_EQ(logAll(early), 0);
-    manager().removeSink(special);
+    special->remove();
     EXPECT_EQ(logAll(late), 0) << "a sink that wants nothing is a sink";
-    manager().removeSink(general);
-    EXPECT_EQ(special->count, 5);
+    general->remove();
+}
+
+TEST(Logging, KeepsAFailingSinkFromTheOthers)
+{
+    const test::ExpectUnhandled unhandled;
+    const auto failing = fn::makeAuto<Counter>(Error, "logging.failing"), working = fn::makeAuto<Counter>(Error);
+    failing->fails = true;
+    FN_LOG_TO(manager().getCategory("logging.failing"), 1, Tag(), site, "text");
+    failing->remove();
+    working->remove();
+    EXPECT_THAT(unhandled.messages(), ElementsAre("sink"));
+    EXPECT_EQ(working->count, 2) << "It, and what became of the other.";
+}
+
+TEST(Logging, LosesNothingWhileSinksComeAndGo)
+{
+    std::atomic<int> written { 0 };
+    std::atomic<bool> done { false };
+    const auto permanent = fn::makeAuto<Counter>(Trace);
+    std::vector<std::jthread> writers;
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([t, &written, &done] {
+            const auto& own = manager().getCategory("logging.thread" + fn::String::number(t));
+            while (!done) FN_LOG_TO(own, 7, Tag(), site, "{}", ++written);
+        });
+    }
+    for (int i = 0; i < 500; ++i) {
+        const auto passing = fn::makeAuto<Counter>(Trace);
+        if (i % 10 == 0) manager().getCategory("logging.new" + fn::String::number(i));
+        passing->remove();
+    }
+    done = true;
+    writers.clear();
+    EXPECT_EQ(permanent->count, written);
+    EXPECT_EQ(Counter::alive, 1) << "removed sinks go";
+    permanent->remove();
 }
 
 TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSink)
@@ -93,31 +129,17 @@ TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSink)
 
 TEST(Logging, FormatsTextsOfAnyLengthAndReportsBadFormats)
 {
-    const auto recorder = Recorder::add(Trace);
+    const test::LogCapture log;
     const auto& category = manager().getCategory("logging.format");
-    const std::string longText(3000, 'x');
-    FN_LOGF_TO(category, 4, Tag(), site, "%s|%i", longText.c_str(), 7);
-    FN_LOGF_TO(category, 4, Tag(), site, "%s", std::string(511, 'y').c_str());
-    FN_LOGF_TO(category, 4, Tag(), site, "%s", std::string(512, 'z').c_str());
-    FN_LOG_TO(category, 4, Tag(), site, "{} {}", longText, fn::String("text"));
+    for (const std::size_t size : { 0, 511, 512, 3000 }) {
+        const std::string text(size, 'x');
+        FN_LOGF_TO(category, 4, Tag(), site, "%s|%i", text.c_str(), 7);
+        EXPECT_EQ(log.lines().back(), "4 logging.format " + text + "|7");
+        FN_LOG_TO(category, 4, Tag(), site, "{}|{}", text, 8);
+        EXPECT_EQ(log.lines().back(), "4 logging.format " + text + "|8");
+    }
     writeFormatted(category, 4, Tag(), { site, 1, "f" }, "{} {}", fmt::make_format_args(1));
-    manager().removeSink(recorder);
-    const std::string start = "logging.format 4 ";
-    EXPECT_THAT(recorder->texts,
-        ElementsAre(start + longText + "|7", start + std::string(511, 'y'), start + std::string(512, 'z'),
-            start + longText + " text", HasSubstr("Could not format the message \"{} {}\"")));
-}
-
-TEST(Logging, KeepsAFailingSinkFromTheOthers)
-{
-    const test::ExpectUnhandled unhandled;
-    const auto failing = Recorder::add(Error, "logging.failing"), working = Recorder::add(Error);
-    failing->fails = true;
-    FN_LOG_TO(manager().getCategory("logging.failing"), 1, Tag(), site, "text");
-    manager().removeSink(failing);
-    manager().removeSink(working);
-    EXPECT_THAT(unhandled.messages(), ElementsAre("sink"));
-    EXPECT_THAT(working->texts, testing::Contains("logging.failing 1 text"));
+    EXPECT_THAT(log.lines().back(), HasSubstr("Could not format the message \"{} {}\""));
 }
 
 TEST(ConsoleSink, ShowsLineEndsAndLetsNoTextPassForAMessage)
@@ -146,44 +168,6 @@ TEST(LogConsoleTarget, LetsNoTextCommandTheTerminal)
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
         "a\tb\r\n\\x1b]0;title\\x07\\x00\\x08\\x7f\\x9b2J\r\nü € \xc2\xa0 \x9b \xff \xc2")
         << "all other bytes as they are";
-}
-
-// For several threads at once.
-class Counter final : public Sink {
-public:
-    explicit Counter(std::atomic<int>& alive) : _alive(alive) { ++_alive; }
-    void logMessage(const Category&, const Message&) override { ++count; }
-    std::atomic<int> count { 0 };
-
-private:
-    ~Counter() override { --_alive; }
-    std::atomic<int>& _alive;
-};
-
-TEST(Logging, LosesNothingWhileSinksComeAndGo)
-{
-    std::atomic<int> alive { 0 }, written { 0 };
-    std::atomic<bool> done { false };
-    const auto permanent = fn::makeAuto<Counter>(alive);
-    manager().addSink(permanent);
-    std::vector<std::jthread> writers;
-    for (int t = 0; t < 4; ++t) {
-        writers.emplace_back([t, &written, &done] {
-            const auto& own = manager().getCategory(fn::String("logging.thread") + fn::String::number(t));
-            while (!done) FN_LOG_TO(own, 7, Tag(), site, "{}", ++written);
-        });
-    }
-    for (int i = 0; i < 500; ++i) {
-        const auto passing = fn::makeAuto<Counter>(alive);
-        manager().addSink(passing);
-        if (i % 10 == 0) manager().getCategory(fn::String("logging.new") + fn::String::number(i));
-        manager().removeSink(passing);
-    }
-    done = true;
-    writers.clear();
-    EXPECT_EQ(permanent->count, written);
-    EXPECT_EQ(alive, 1) << "removed sinks go";
-    manager().removeSink(permanent);
 }
 
 } // namespace

@@ -87,11 +87,9 @@ TEST_P(StandardError, HoldsUpNobodyAndTellsWhatIsLost)
 {
     const auto writeMany = [&] {
         for (int i = 0; i < entries; ++i) target->write(entry + "\n");
-    };
-    loop.post([&] {
-        writeMany();
         loop.stop();
-    });
+    };
+    loop.post(writeMany);
     loop.run();
     writeMany(); // On a thread without a loop.
     EXPECT_EQ(::fcntl(STDERR_FILENO, F_GETFL) & O_NONBLOCK, 0);

@@ -49,13 +49,13 @@ TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)
         ASSERT_TRUE(std::regex_match(text.toStdString(), form)) << text.view();
         ASSERT_TRUE(seen.insert(text).second);
     }
-    class Constant final : public fn::UUIDGenerator {
+    struct Constant final : fn::UUIDGenerator {
         fn::UUID createOne() override { return fn::UUID("1"); }
     } constant;
     fn::UUIDGenerator::setDefaultGenerator(&constant);
     EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString(), "1");
     fn::UUIDGenerator::setDefaultGenerator(nullptr);
-    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString().size(), 36u);
+    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString().size(), 36U);
 }
 
 TEST(SHA1Engine, AddsUpPiecesAndStartsAnew)
@@ -101,9 +101,8 @@ TEST(SharedLibrary, FailsAtOnceWhereSomethingIsMissing)
             FAIL() << path.view();
         } catch (const fn::FileException& e) {
             EXPECT_EQ(*e.find<fn::PathInfo>(), path);
-            EXPECT_FALSE(e.message().empty());
+            EXPECT_FALSE(library.isLoaded());
         }
-        EXPECT_FALSE(library.isLoaded());
     }
     EXPECT_THROW(library.load(SAMPLE_LIBRARY, 16), fn::RangeException);
 }

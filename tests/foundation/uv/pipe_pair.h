@@ -11,21 +11,6 @@ namespace test {
 
 using PipePtr = fn::AutoPtr<fn::uv::PipeStream>;
 
-/// Two connected pipes on one loop.
-struct PipePair {
-    explicit PipePair(fn::uv::Loop& loop) : a(fn::makeAuto<fn::uv::PipeStream>(loop)), b(a)
-    {
-        int descriptors[2];
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, descriptors), 0);
-        b = fn::makeAuto<fn::uv::PipeStream>(loop);
-        a->open(descriptors[0]);
-        b->open(descriptors[1]);
-    }
-
-    PipePtr a;
-    PipePtr b;
-};
-
 /// Collects what arrives.
 struct Inbox {
     std::string text;
@@ -46,10 +31,12 @@ struct Inbox {
 
 /// A connected pipe whose other end is a descriptor of the test.
 struct PipeAndSocket {
-    explicit PipeAndSocket(fn::uv::Loop& loop) : pipe(fn::makeAuto<fn::uv::PipeStream>(loop))
+    /// `room` bounds what the kernel takes of one side before the other one reads.
+    explicit PipeAndSocket(fn::uv::Loop& loop, int room = 200'000) : pipe(fn::makeAuto<fn::uv::PipeStream>(loop))
     {
         int descriptors[2];
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, descriptors), 0);
+        for (const int end : descriptors) ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &room, sizeof(room));
         pipe->open(descriptors[0]);
         socket = descriptors[1];
     }
@@ -61,17 +48,25 @@ struct PipeAndSocket {
         if (socket >= 0) ::close(std::exchange(socket, -1));
     }
 
+    void send(std::string_view text)
+    {
+        EXPECT_EQ(::send(socket, text.data(), text.size(), MSG_NOSIGNAL), static_cast<ssize_t>(text.size()));
+    }
+
     /// All that has arrived; adds to `received`.
     void take()
     {
         char buffer[65536];
-        for (ssize_t count; (count = ::recv(socket, buffer, sizeof(buffer), 0)) > 0;)
+        ssize_t count;
+        while ((count = ::recv(socket, buffer, sizeof(buffer), 0)) > 0)
             received.append(buffer, static_cast<std::size_t>(count));
+        isEnded = count == 0;
     }
 
     PipePtr pipe;
     int socket = -1;
     std::string received;
+    bool isEnded = false; ///< The pipe sends no more.
 };
 
 } // namespace test

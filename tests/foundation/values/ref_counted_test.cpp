@@ -1,5 +1,4 @@
 // What can break here: an object deleted twice or revived while it dies, a weak link that outlives its target.
-#include "foundation/exceptions.h"
 #include "foundation/weak_ptr.h"
 #include <gtest/gtest.h>
 #include <thread>
@@ -68,17 +67,6 @@ TEST(RefCounted, ThreadsThatShareAnObjectDeleteItOnce)
     object.reset();
     threads.clear();
     EXPECT_EQ(deletions, 1);
-}
-
-TEST(RefCounted, AnEmptyPointerNamesTheClassItPointsTo)
-{
-    const fn::AutoPtr<fn::RefCountedObject> empty;
-    try {
-        static_cast<void>(empty->toString());
-        FAIL();
-    } catch (const fn::NullPointerException& e) {
-        EXPECT_EQ(e.message(), "Attempted to dereference NULL pointer of class fn::RefCountedObject");
-    }
 }
 
 } // namespace

@@ -5,8 +5,8 @@
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
-#include <thread>
 
 namespace {
 
@@ -24,7 +24,7 @@ struct Thing : fn::RefCountedObject {
     fn::String toString() const override { return "a thing"; }
 };
 
-template <typename Exception, typename Call> std::string messageOf(Call&& call)
+template <typename Exception, typename Call> std::string messageOf(const Call& call)
 {
     try {
         call();
@@ -92,11 +92,9 @@ TEST(Value, OrdersBoxesWithoutTakingTheUnorderedForEqual)
     EXPECT_EQ(broken<warm, warm> broken);
     EXPECT_EQ(broken, Value(Temperature { std::nan("") })) << "found again as a key";
     EXPECT_NE(warm, Value(fn::Timestamp(20)));
-    EXPECT_LT(Value(Value::MAP), cold);
-    const auto thing = fn::makeAuto<Thing>(), other = fn::makeAuto<Thing>();
+    const auto thing = fn::makeAuto<Thing>();
     EXPECT_EQ(Value(thing), Value(fn::AutoPtr<fn::RefCountedObject>(thing)));
-    EXPECT_NE(Value(thing), Value(other));
-    EXPECT_EQ(broken.boxed<Temperature>().toString(), "nan");
+    EXPECT_NE(Value(thing), Value(fn::makeAuto<Thing>()));
 }
 
 TEST(Value, ChangesShowInNoCopy)
@@ -111,61 +109,51 @@ TEST(Value, ChangesShowInNoCopy)
     document.mutableEntries().find("list")->append(4);
     EXPECT_EQ(before.at("list"), Value::array({ 1, 2 }));
     EXPECT_EQ(list, Value::array({ 1, 2, 3 }));
-    EXPECT_EQ(document.at("list"), Value::array({ 1, 2, 3, 4 }));
     document = document.at("list");
-    EXPECT_EQ(document[3], Value(4));
     document.append(document);
-    EXPECT_EQ(document.size(), 5u);
-    EXPECT_TRUE(document.remove("list") == false && before.has("list"));
+    EXPECT_EQ(document, Value::array({ 1, 2, 3, 4, Value::array({ 1, 2, 3, 4 }) }));
+    EXPECT_FALSE(document.remove("list"));
 
     // The last copy of what another copy has emptied.
-    Value emptied = before;
-    emptied.mutableEntries().clear();
-    Value again = emptied;
+    Value map = before, again = map;
+    map.mutableEntries().clear();
+    again = map;
     again.set(1, 2);
-    EXPECT_TRUE(emptied.empty());
-    EXPECT_EQ(again.size(), 1u);
-    Value elements = list;
-    elements.mutableElements().clear();
-    again = elements;
+    EXPECT_TRUE(map.empty());
+    list.mutableElements().clear();
+    again = list;
     again.append(1);
-    EXPECT_TRUE(elements.empty());
-}
-
-TEST(Value, SharedStorageMayBeUsedByManyThreads)
-{
-    const Value shared = nested(20, Value::map({ { "k", fn::ByteArray("bytes") } }));
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([shared] {
-            for (int n = 0; n < 2000; ++n) {
-                Value mine = shared;
-                mine.append(n);
-                EXPECT_EQ(mine.size(), shared.size() + 1);
-            }
-        });
-    }
+    EXPECT_TRUE(list.empty());
+    EXPECT_EQ(again.size(), 1U);
 }
 
 TEST(Value, ConvertsWithoutLossOrNotAtAll)
 {
-    EXPECT_EQ(Value().to<int>(), 0);
-    EXPECT_EQ(Value(true).to<unsigned>(), 1u);
-    EXPECT_EQ(Value(-0.0).to<int>(), 0);
-    EXPECT_EQ(Value(-3.0).to<std::int8_t>(), -3);
-    EXPECT_EQ(Value(UINT64_MAX).to<std::uint64_t>(), UINT64_MAX);
-    EXPECT_EQ(Value(9223372036854774784.0).to<std::int64_t>(), 9223372036854774784);
-    EXPECT_EQ(Value(9223372036854775808.0).to<std::uint64_t>(), 9223372036854775808u);
-
-    const auto lossy = "Value can not be converted to requested type without loss";
-    for (const Value& value :
-        { Value(128), Value(-129), Value(1.5), Value(1e300), Value(std::nan("")), Value(UINT64_MAX) }) {
-        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<std::int8_t>(); }), lossy) << value.toString();
+    constexpr auto none = std::nullopt;
+    struct Row {
+        Value value;
+        std::optional<std::int8_t> small;
+        std::optional<std::int64_t> large;
+        std::optional<std::uint64_t> natural;
+    };
+    const Row rows[] = { { Value(), 0, 0, 0U }, { true, 1, 1, 1U }, { -0.0, 0, 0, 0U }, { -3.0, -3, -3, none },
+        { -1, -1, -1, none }, { 127, 127, 127, 127U }, { 128, none, 128, 128U }, { -128.0, -128, -128, none },
+        { -129, none, -129, none }, { 1.5, none, none, none }, { 1e300, none, none, none },
+        { std::nan(""), none, none, none }, { UINT64_MAX, none, none, UINT64_MAX },
+        { 9223372036854774784.0, none, 9223372036854774784, 9223372036854774784U },
+        { 9223372036854775808.0, none, none, 9223372036854775808U }, { 18446744073709551616.0, none, none, none } };
+    const auto converted = [](const Value& value, auto expected) {
+        using Target = typename decltype(expected)::value_type;
+        decltype(expected) result;
+        const auto error = messageOf<fn::RangeException>([&] { result = value.to<Target>(); });
+        EXPECT_EQ(result, expected) << value.toString();
+        EXPECT_TRUE(result || error == "Value can not be converted to requested type without loss") << error;
+    };
+    for (const auto& row : rows) {
+        converted(row.value, row.small);
+        converted(row.value, row.large);
+        converted(row.value, row.natural);
     }
-    for (const Value& value : { Value(-1), Value(-1.0), Value(18446744073709551616.0) }) {
-        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<std::uint64_t>(); }), lossy) << value.toString();
-    }
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(9223372036854775808.0).to<std::int64_t>(); }), lossy);
     const auto notIntegral = "Value can not be implicitly converted to integral type";
     for (const Value& value : { Value("1"), Value(fn::ByteArray()), Value(Value::MAP), Value(Temperature { 1 }) }) {
         EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<int>(); }), notIntegral);
@@ -174,31 +162,32 @@ TEST(Value, ConvertsWithoutLossOrNotAtAll)
     EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(Value::ARRAY).toBool(); }), notIntegral);
     EXPECT_TRUE(Value("on").toBool());
     EXPECT_FALSE(Value(0.0).toBool());
-    EXPECT_EQ(Value().asString(), "");
-    EXPECT_EQ(Value(true).asString(), "true");
-    EXPECT_EQ(Value(2.5).asString(), "2.5");
-
+    for (const auto& [value, text] :
+        { std::pair(Value(), ""), std::pair(Value(true), "true"), std::pair(Value(2.5), "2.5") })
+        EXPECT_EQ(value.asString(), text);
     enum Field { Seventh = 7 };
     EXPECT_TRUE(Value(Seventh).isInteger());
 }
 
 TEST(Value, RefusesWhatItDoesNotHold)
 {
-    const Value box = Temperature { 1 }, map = Value::map({ { "k", 1 } });
-    const auto invalid = "Invalid boxed type";
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { box.boxed<fn::Timestamp>(); }), invalid);
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.byteArray(); }), invalid);
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.string(); }), invalid);
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.object<Thing>(); }), "Value can not be converted to object");
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { map.at(5); }), "Missing key: integer 5");
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(1).at("k"); }), "Missing key: string \"k\"");
+    Value box = Temperature { 1 }, map = Value::map({ { "k", 1 } }), text = "x";
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        { [&] { box.boxed<fn::Timestamp>(); }, "Invalid boxed type" },
+        { [&] { map.byteArray(); }, "Invalid boxed type" },
+        { [&] { map.string(); }, "Invalid boxed type" },
+        { [&] { map.object<Thing>(); }, "Value can not be converted to object" },
+        { [&] { map.at(5); }, "Missing key: integer 5" },
+        { [&] { Value(1).at("k"); }, "Missing key: string \"k\"" },
+    };
+    for (const auto& [call, message] : rows) EXPECT_EQ(messageOf<fn::RangeException>(call), message);
     EXPECT_THROW(Value::array({ 1 })[1], fn::RangeException);
-    EXPECT_THROW(Value("x").elements(), fn::RangeException);
-    EXPECT_THROW(Value("x").set(1, 2), fn::RangeException);
+    EXPECT_THROW(text.elements(), fn::RangeException);
+    EXPECT_THROW(text.set(1, 2), fn::RangeException);
     EXPECT_TRUE(Value(1).get("k").isNil());
     EXPECT_FALSE(Value().object<Thing>());
     EXPECT_TRUE(Value(fn::AutoPtr<Thing>()).isNil());
-    EXPECT_FALSE(Value(fn::makeAuto<Thing>()).object<fn::WeakReferencableObject>() == nullptr);
+    EXPECT_TRUE(Value(fn::makeAuto<Thing>()).object<fn::WeakReferencableObject>());
 }
 
 TEST(Value, NestsDeeperThanTheStackReaches)
@@ -232,13 +221,6 @@ TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
     EXPECT_EQ(fmt::format("{:>4}", Value(7)), "   7");
     using fn::Duration;
     EXPECT_EQ(fmt::format("{} {} {}", Duration(2'000'000), Duration(-1500), Duration()), "2 s -1500 us 0 s");
-}
-
-TEST(Timestamp, PrintsTimesBeforeTheEpochAndBeyondTheCalendar)
-{
-    EXPECT_EQ(fn::Timestamp(-1).toString(), "1969-12-31 23:59:59.999999");
-    EXPECT_EQ(fn::Timestamp(1'000'000'000'000'001).toString(), "2001-09-09 01:46:40.000001");
-    EXPECT_EQ(fn::Timestamp(INT64_MIN).toString(), "-9223372036854775808 us");
 }
 
 } // namespace
