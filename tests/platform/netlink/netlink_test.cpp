@@ -44,14 +44,13 @@ private:
     nlmsghdr* _last = nullptr;
 };
 
-Datagram link(int index, const char (&name)[4])
+Datagram link(int index, unsigned ofSequence = sequence, unsigned toPort = port)
 {
     Datagram datagram;
-    datagram.add(RTM_NEWLINK);
-    auto& header = datagram.putHeader<ifinfomsg>();
-    header.ifi_index = index;
-    header.ifi_type = 1;
-    datagram.put(IFLA_IFNAME, name);
+    auto& message = datagram.add(RTM_NEWLINK);
+    message.nlmsg_seq = ofSequence;
+    message.nlmsg_pid = toPort;
+    datagram.putHeader<ifinfomsg>().ifi_index = index;
     datagram.finish();
     return datagram;
 }
@@ -64,21 +63,22 @@ std::vector<int> indices(const NetlinkMessages& messages)
     return result;
 }
 
-TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndAndNoOthers)
+TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndThatAreWantedAndNoOthers)
 {
-    NetlinkMessages messages(port, sequence);
-    auto foreign = link(1, "abc");
-    reinterpret_cast<nlmsghdr*>(foreign.bytes().data())->nlmsg_pid = 1;
-    EXPECT_FALSE(messages.take(foreign.bytes()));
-    auto old = link(2, "abc");
-    reinterpret_cast<nlmsghdr*>(old.bytes().data())->nlmsg_seq = 4;
-    EXPECT_FALSE(messages.take(old.bytes()));
-    EXPECT_FALSE(messages.take(link(3, "abc").bytes()));
-    auto cut = link(4, "abc");
-    EXPECT_FALSE(messages.take(cut.bytes().first(cut.bytes().size() - 1)));
-    EXPECT_FALSE(messages.take({}));
-
-    auto last = link(5, "abc");
+    NetlinkMessages messages(port, sequence, [](const nlmsghdr& message) {
+        const auto* const header = platform::headerOf<ifinfomsg>(message);
+        return header && header->ifi_index > 2;
+    });
+    auto cut = link(4);
+    for (auto bytes : { link(3, sequence, 1).bytes(), link(3, sequence - 1).bytes(), link(2).bytes(),
+             cut.bytes().first(cut.bytes().size() - 1), std::span<std::byte>() }) {
+        EXPECT_FALSE(messages.take(bytes));
+        EXPECT_TRUE(messages.bytes().empty());
+    }
+    EXPECT_FALSE(messages.take(link(3).bytes()));
+    auto last = link(5);
+    last.add(RTM_NEWLINK); // Too short for the filter.
+    last.finish();
     last.add(NLMSG_DONE);
     last.finish();
     last.add(RTM_NEWLINK);
@@ -89,46 +89,25 @@ TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndAndNoOthers)
     EXPECT_FALSE(messages.isTorn());
 
     NetlinkMessages single(port, sequence);
-    auto one = link(7, "abc");
+    auto one = link(7);
     reinterpret_cast<nlmsghdr*>(one.bytes().data())->nlmsg_flags = 0;
     EXPECT_TRUE(single.take(one.bytes()));
 }
 
-TEST(NetlinkMessages, ThatAreNotWantedTakeNoRoom)
-{
-    const auto isSecond = [](const nlmsghdr& message) {
-        const auto* const header = platform::headerOf<ifinfomsg>(message);
-        return header && header->ifi_index == 2;
-    };
-    NetlinkMessages messages(port, sequence, isSecond);
-    EXPECT_FALSE(messages.take(link(1, "abc").bytes()));
-    EXPECT_FALSE(messages.take(link(2, "abc").bytes()));
-    Datagram end;
-    end.add(RTM_NEWLINK, NLM_F_MULTI | NLM_F_DUMP_INTR); // Too short for the filter.
-    end.finish();
-    end.add(NLMSG_DONE);
-    end.finish();
-    const auto kept = messages.bytes().size();
-    EXPECT_TRUE(messages.take(end.bytes()));
-    EXPECT_TRUE(messages.isTorn());
-    EXPECT_THAT(indices(messages), ElementsAre(2));
-    EXPECT_EQ(messages.bytes().size(), kept);
-}
-
 TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
 {
-    for (const int type : { int(RTM_NEWLINK), NLMSG_DONE }) {
-        NetlinkMessages messages(port, sequence);
+    for (const std::uint16_t type : { std::uint16_t(RTM_NEWLINK), std::uint16_t(NLMSG_DONE) }) {
+        NetlinkMessages messages(port, sequence, [](const nlmsghdr&) { return false; });
         Datagram torn;
-        torn.add(static_cast<std::uint16_t>(type), NLM_F_MULTI | NLM_F_DUMP_INTR);
+        torn.add(type, NLM_F_MULTI | NLM_F_DUMP_INTR);
         torn.finish();
         messages.take(torn.bytes());
         EXPECT_TRUE(messages.isTorn());
     }
-    for (const int type : { NLMSG_ERROR, NLMSG_DONE }) {
+    for (const std::uint16_t type : { NLMSG_ERROR, NLMSG_DONE }) {
         for (const int code : { 0, -ENETUNREACH, INT_MIN }) {
             Datagram end;
-            end.add(static_cast<std::uint16_t>(type));
+            end.add(type);
             end.putHeader<int>() = code;
             end.finish();
             NetlinkMessages messages(port, sequence);
@@ -143,8 +122,7 @@ TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
     Datagram tooShort;
     tooShort.add(NLMSG_ERROR);
     tooShort.finish();
-    NetlinkMessages messages(port, sequence);
-    EXPECT_THROW(messages.take(tooShort.bytes()), fn::IOException);
+    EXPECT_THROW(NetlinkMessages(port, sequence).take(tooShort.bytes()), fn::IOException);
 }
 
 TEST(NetlinkAttributes, EndWhereALengthLies)
