@@ -243,9 +243,11 @@ TEST_F(HubPeersTest, AFloodIsHeldBackUntilASlowReceiverHasTakenHalf)
     EXPECT_TRUE(gone.empty());
 }
 
-#if !defined(__SANITIZE_ADDRESS__) // The sanitizers open files themselves to look at objects.
 TEST_F(HubPeersTest, SaysThatFilesRunOutRefusesWhoComesWithoutAndGoesOn)
 {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizers open files themselves to look at objects";
+#endif
     const LogCapture log(2);
     const auto sender = join();
     const auto witness = join();
@@ -269,4 +271,3 @@ TEST_F(HubPeersTest, SaysThatFilesRunOutRefusesWhoComesWithoutAndGoesOn)
     EXPECT_EQ(std::ranges::count_if(log.lines(), isWarning), 2);
     EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }
-#endif

@@ -100,6 +100,7 @@ TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
     const auto foreign = fn::makeAuto<Service>(*user->worker);
     const auto record = Value::map({ { "TYPE", "FN_EXCEPTION" }, { "CLASS_NAME", "NoSuchClass" }, { "MESSAGE", "m" },
         { "STACK_TRACE", "nonsense" } });
+    const auto code = Value::map({ { "code", 7 } });
     const fn::RangeException caught("caught");
     const std::exception& plain = caught;
     using Context = Service::CallContext;
@@ -114,6 +115,7 @@ TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
         { "RuntimeException: An object of worker 2 (User) can not be sent by worker 1 (Owner)",
             [&](const Context& to) { s->sendResult(to, Value::array({ foreign })); } },
         { "RuntimeException: m", [&](const Context& to) { s->sendError(to, record); } },
+        { "RuntimeException: {\"code\": 7}", [&](const Context& to) { s->sendError(to, code); } },
         { "RuntimeException: nil", [&](const Context& to) { s->sendError(to, {}); } },
         { "RuntimeException: nil", [&](const Context& to) { s->sendError(to, nullptr); } },
         { "RuntimeException: nil", [&](const Context& to) { s->sendError(to); } },
