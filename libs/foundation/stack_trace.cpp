@@ -33,10 +33,9 @@ ResolvedStackTrace CapturedStackTrace::resolve() const
 {
     ResolvedStackTrace trace;
     try {
-        trace.frames.reserve(_addresses.size());
-        for (void* address : _addresses) trace.frames.push_back(internal::resolveAddress(address));
+        trace.frames = internal::resolveAddresses(_addresses);
     } catch (const std::bad_alloc&) {
-        // What has been resolved is better than nothing.
+        // Without a trace there is still the exception.
     }
     return trace;
 }

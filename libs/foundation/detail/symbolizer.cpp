@@ -4,7 +4,9 @@
 #include <dlfcn.h>
 #include <elfutils/libdwfl.h>
 #include <fcntl.h>
+#include <malloc.h>
 #include <mutex>
+#include <optional>
 #include <unistd.h>
 #include <unordered_map>
 
@@ -31,21 +33,30 @@ String readableSymbol(const char* symbol)
     return std::strncmp(symbol, "_Z", 2) == 0 ? debug::demangleTypeName(symbol) : String(symbol);
 }
 
-class Symbolizer {
-public:
-    Symbolizer() : _session(dwfl_begin(&_callbacks)) { }
+const Dwfl_Callbacks callbacks {
+    .find_elf = openModule,
+    .find_debuginfo = findNoDebugFile,
+    .section_address = nullptr,
+    .debuginfo_path = nullptr,
+};
 
-    ResolvedFrame resolve(void* returnAddress)
+/// The tables of all modules, for a few addresses.
+class Session {
+public:
+    Session() : _session(dwfl_begin(&callbacks))
     {
-        const std::lock_guard guard(_lock);
-        const auto found = _frames.find(returnAddress);
-        if (found != _frames.end()) return found->second;
-        auto frame = lookUp(reinterpret_cast<std::uintptr_t>(returnAddress));
-        return _frames.emplace(returnAddress, std::move(frame)).first->second;
+        dwfl_report_begin(_session);
+        _isReported = dwfl_linux_proc_report(_session, getpid()) == 0;
+        dwfl_report_end(_session, nullptr, nullptr);
+    }
+    Session(const Session&) = delete;
+    ~Session()
+    {
+        dwfl_end(_session);
+        malloc_trim(0); // Else most of it stays in the heap between what is still used.
     }
 
-private:
-    ResolvedFrame lookUp(std::uintptr_t returnAddress)
+    ResolvedFrame lookUp(std::uintptr_t returnAddress) const
     {
         ResolvedFrame frame;
         const auto call = returnAddress - 1; // The return may lie beyond the function, or on the next line.
@@ -63,15 +74,10 @@ private:
         return frame;
     }
 
-    Dwfl_Module* findModule(Dwarf_Addr address)
+private:
+    Dwfl_Module* findModule(Dwarf_Addr address) const
     {
-        if (!_session) return nullptr;
-        if (auto* module = dwfl_addrmodule(_session, address)) return module;
-        // The first time, or it was loaded since.
-        dwfl_report_begin_add(_session);
-        const bool reported = dwfl_linux_proc_report(_session, getpid()) == 0;
-        dwfl_report_end(_session, nullptr, nullptr);
-        return reported ? dwfl_addrmodule(_session, address) : nullptr;
+        return _isReported ? dwfl_addrmodule(_session, address) : nullptr;
     }
 
     static void addSource(ResolvedFrame& frame, Dwfl_Module* module, Dwarf_Addr address)
@@ -84,23 +90,40 @@ private:
         frame.fileLine = line;
     }
 
-    std::mutex _lock;
-    const Dwfl_Callbacks _callbacks {
-        .find_elf = openModule,
-        .find_debuginfo = findNoDebugFile,
-        .section_address = nullptr,
-        .debuginfo_path = nullptr,
-    };
     Dwfl* const _session; // Null without memory.
+    bool _isReported = false;
+};
+
+class Symbolizer {
+public:
+    std::vector<ResolvedFrame> resolve(std::span<void* const> returnAddresses)
+    {
+        const std::lock_guard guard(_lock);
+        std::optional<Session> session;
+        std::vector<ResolvedFrame> frames;
+        frames.reserve(returnAddresses.size());
+        for (void* address : returnAddresses) {
+            auto found = _frames.find(address);
+            if (found == _frames.end()) {
+                if (!session) session.emplace();
+                found = _frames.emplace(address, session->lookUp(reinterpret_cast<std::uintptr_t>(address))).first;
+            }
+            frames.push_back(found->second);
+        }
+        return frames;
+    }
+
+private:
+    std::mutex _lock;
     std::unordered_map<void*, ResolvedFrame> _frames; // Bounded by the places that can throw.
 };
 
 } // namespace
 
-ResolvedFrame resolveAddress(void* returnAddress)
+std::vector<ResolvedFrame> resolveAddresses(std::span<void* const> returnAddresses)
 {
     static auto& symbolizer = *new Symbolizer;
-    return symbolizer.resolve(returnAddress);
+    return symbolizer.resolve(returnAddresses);
 }
 
 } // namespace fn::internal
