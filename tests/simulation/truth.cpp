@@ -6,11 +6,15 @@ namespace simulated {
 
 Truth::~Truth() = default;
 
-void Truth::print(const std::string& line) const
+void Truth::print(const std::string& line)
 {
-    fmt::print("{:11.6f} s  {}: {}\n", now().totalSeconds(),
-        _speaker ? fmt::format("{} ({})", nameOf(_speaker), _speaker) : "the world", line);
+    fmt::print("{:11.6f} s  {}\n", now().totalSeconds(), line);
     std::fflush(stdout); // The next line may be the last one.
+}
+
+std::string Truth::speaker() const
+{
+    return _speaker ? fmt::format("{} ({})", nameOf(_speaker), _speaker) : "the world";
 }
 
 void Truth::violated(std::string what)
@@ -25,6 +29,14 @@ bool Truth::isAlive(int process) const { return process && isRunning(process) &&
 void Truth::forget(int process)
 {
     std::erase_if(_references, [&](const auto& entry) { return entry.second.holder == process; });
+    for (auto& freeze : _freezes) {
+        if (freeze.process == process) freeze.end = std::min(freeze.end, now());
+    }
+}
+
+void Truth::excuseFreezes()
+{
+    for (auto& freeze : _freezes) freeze.begin = std::max(freeze.begin, now());
 }
 
 void Truth::handle(const Event& event)
@@ -275,11 +287,19 @@ void Truth::checkAtRest()
 void Truth::checkCalls()
 {
     for (std::size_t number = 0; number < _calls.size(); ++number) {
-        const auto& call = _calls[number];
-        if (call.isOver || call.isCancelled || !isAlive(call.caller)) continue;
-        if (call.ask == Ask::Never && isAlive(call.owner) && !isHubDead()) continue;
-        violated(fmt::format("call {} never ended", number));
+        if (isOpen(_calls[number])) violated(fmt::format("call {} never ended", number));
     }
+}
+
+bool Truth::isOpen(const Call& call) const
+{
+    if (call.isOver || call.isCancelled || !isAlive(call.caller)) return false;
+    return call.ask != Ask::Never || !isAlive(call.owner) || isHubDead();
+}
+
+std::size_t Truth::openCalls() const
+{
+    return static_cast<std::size_t>(std::ranges::count_if(_calls, [&](const Call& call) { return isOpen(call); }));
 }
 
 void Truth::checkReferences()
@@ -361,11 +381,9 @@ void Truth::checkModules()
 /// Who was silent for longer than a PING may stay unanswered has been reported.
 void Truth::checkFreezes()
 {
-    constexpr auto longest =
-        fn::Duration::seconds(5); // A third of the time until the PING, the time itself, and some more.
     for (const auto& [process, name, begin, end] : _freezes) {
         const auto connected = _connected.find(process);
-        if (end - begin < longest || connected == _connected.end() || connected->second > begin) continue;
+        if (end - begin < longestSilence || connected == _connected.end() || connected->second > begin) continue;
         const bool isNoticed =
             std::ranges::any_of(_silences[name], [&](fn::Duration moment) { return moment > begin && moment < end; });
         if (!isNoticed && !isHubDead() && !_leaving.contains(process))

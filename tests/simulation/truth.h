@@ -39,14 +39,20 @@ protected:
     virtual bool isThere(const fn::String& module) const = 0; ///< It runs; whether it is connected the truth knows.
     virtual bool isExplained(const std::string& text) const; ///< A line at warning level.
     virtual void checkWorld() { } ///< What else is to be checked at rest, while there is a hub.
+    virtual void print(const std::string& line); ///< Of the story.
 
     bool isAlive(int process) const; ///< Neither killed nor about to end.
     bool isHubDead() const { return !isAlive(mainProcess()); }
     std::map<ipc::ObjectId, std::set<int>> heldObjects() const; ///< By whom, of living owners, elsewhere.
     std::multiset<std::pair<ipc::ObjectId, int>> registrations() const; ///< With priorities, of living owners.
     std::size_t countedObjects() const; ///< How many the hub must count.
-    void forget(int process); ///< It has gone; what it held counts no more.
+    std::size_t openCalls() const; ///< That must end yet.
+    void forget(int process); ///< It has gone: whatever it held and however long it was stopped.
+    void excuseFreezes(); ///< Until now: nobody could notice them.
     const std::map<int, fn::Duration>& connected() const { return _connected; }
+
+    /// Who is silent for so long has been reported: a third of the time until the PING, the time itself, and some more.
+    fn::Duration longestSilence = fn::Duration::seconds(5);
 
 private:
     struct Thing {
@@ -79,11 +85,11 @@ private:
         fn::Duration end;
     };
 
-    void print(const std::string& line) const;
-    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args) const
+    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args)
     {
-        if (_tells) print(fmt::format(text, std::forward<Args>(args)...));
+        if (_tells) print(fmt::format("{}: {}", speaker(), fmt::format(text, std::forward<Args>(args)...)));
     }
+    std::string speaker() const;
     void handleObject(const Event& event);
     void handleReference(const Event& event);
     void handleCall(const Event& event);
@@ -100,6 +106,7 @@ private:
     void hears(const Event& event);
     void isHarmed(const Event& event);
     void givesUp(const std::string& message);
+    bool isOpen(const Call& call) const;
     bool isReferred(const Thing& thing, bool elsewhere) const;
     void checkCalls();
     void checkReferences();

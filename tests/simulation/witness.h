@@ -38,6 +38,10 @@ enum class Deed : std::uint8_t {
     FindsSilent, ///< The module named by `text`.
     IsHarmed, ///< A process of name `text`, for `value` ms if it is a freeze; `number` is it, if known; `how` says more.
     Rests, ///< Nobody begins anything new from now on.
+    // Of real processes alone:
+    Starts, ///< As `text`, with the id `number` of the system.
+    Exits, ///< The module `text`, with status `value` and signal `other`, says the supervisor.
+    Counts, ///< The hub: `number` objects, `other` registrations, `value` waiters, `object` workers.
 };
 
 /// Of a call's result.
