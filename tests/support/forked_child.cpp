@@ -1,5 +1,6 @@
 #include "support/forked_child.h"
 #include <csignal>
+#include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,42 +9,26 @@ namespace {
 
 [[noreturn]] void run(const std::function<bool()>& body) noexcept { ::_exit(body() ? 0 : 1); }
 
-pid_t start(const std::function<bool()>& body)
-{
-    const auto pid = ::fork();
-    if (pid == 0) run(body);
-    if (pid < 0) throw std::runtime_error("fork");
-    return pid;
-}
-
 } // namespace
 
-ForkedChild::ForkedChild(const std::function<bool()>& body) : _pid(start(body)) { }
-
-ForkedChild::~ForkedChild() { kill(); }
-
-bool ForkedChild::isRunning()
+ForkedChild::ForkedChild(const std::function<bool()>& body) : _pid(::fork())
 {
-    wait(WNOHANG);
-    return !_ended;
-}
-
-bool ForkedChild::succeeds()
-{
-    wait(0);
-    return WIFEXITED(_status) && WEXITSTATUS(_status) == 0;
+    if (_pid == 0) run(body);
+    if (_pid < 0) throw std::runtime_error("fork");
 }
 
 void ForkedChild::kill()
 {
-    if (_ended) return; // The id may be another process's by now.
+    if (_status) return; // The id may be another process's by now.
     ::kill(_pid, SIGKILL);
-    wait(0);
+    status(true);
 }
 
-void ForkedChild::wait(int options)
+std::optional<int> ForkedChild::status(bool waits)
 {
-    if (!_ended) _ended = ::waitpid(_pid, &_status, options) == _pid;
+    int status = 0;
+    if (!_status && ::waitpid(_pid, &status, waits ? 0 : WNOHANG) == _pid) _status = status;
+    return _status;
 }
 
 } // namespace test

@@ -1,5 +1,6 @@
 #pragma once
 #include <functional>
+#include <optional>
 #include <sys/types.h>
 
 namespace test {
@@ -11,19 +12,17 @@ public:
     /// `body` says whether all went well; it must not use assertions of the test framework. What it throws ends the child.
     explicit ForkedChild(const std::function<bool()>& body);
     ForkedChild(const ForkedChild&) = delete;
-    ForkedChild& operator=(const ForkedChild&) = delete;
-    ~ForkedChild();
+    ~ForkedChild() { kill(); }
 
-    bool isRunning();
-    bool succeeds(); ///< Waits for the end: whether `body` returned true.
+    bool isRunning() { return !status(false); }
+    bool succeeds() { return status(true) == 0; } ///< Waits for the end: whether `body` returned true.
     void kill(); ///< At once, and waits for its end.
 
 private:
-    void wait(int options);
+    std::optional<int> status(bool waits);
 
     const pid_t _pid;
-    int _status = 0;
-    bool _ended = false;
+    std::optional<int> _status;
 };
 
 } // namespace test

@@ -274,6 +274,20 @@ TEST_F(WorkerTest, AHubThatSaysNonsenseIsReportedAndServed)
     EXPECT_TRUE(held->calls.empty());
 }
 
+TEST_F(WorkerTest, ALostHubIsToldOnceAndEndsAModuleProcess)
+{
+    const auto within = client("Within the main process");
+    loop.post([&] { dispatcher->stop(timeout, {}); });
+    settle();
+    dispatcher.reset();
+    settle();
+    for (const auto& each : { worker.get(), within.get() }) {
+        EXPECT_EQ(each->delegate.quits, 1);
+        EXPECT_EQ(each->delegate.terminationRequests, each == worker.get() ? 1 : 0);
+        EXPECT_FALSE(each->worker->isConnected());
+    }
+}
+
 TEST_F(WorkerTest, AFailedConnectionIsReportedAndEndsLikeALostOne)
 {
     const ExpectUnhandled expected;
