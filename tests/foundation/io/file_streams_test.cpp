@@ -39,7 +39,8 @@ TEST(FileDescriptor, IsOpenedAsAskedForThisProcessAloneAndClosedOnceByItsOwner)
     struct stat status;
     ASSERT_EQ(::fstat(writer.get(), &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0600u);
-    fn::FileOutputStream(FileDescriptor(::dup(writer.get()))).write("a long content");
+    fn::FileOutputStream(FileDescriptor(::dup(writer.get()))).write("x");
+    EXPECT_EQ(test::readFile(path), "x");
     FileDescriptor second = FileDescriptor::write(path, 0600);
     EXPECT_EQ(test::readFile(path), "") << "It begins anew.";
 

@@ -9,7 +9,6 @@
 #include "support/run_until.h"
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 
 namespace {
 
@@ -70,24 +69,14 @@ TEST(IPAddress, IsTakenFromWholeSocketAddressesOfItsFamiliesOnlyAndEqualsThoseOf
     EXPECT_FALSE(from("1.2.3.4") == from("102:304::"));
 }
 
-struct Notifier : testing::Test {
-    /// Lets the time pass after which a watch is tried again.
-    void passRetryDelay()
-    {
-        clock.advance(fn::Duration::seconds(5));
-        test::runTurns(loop);
-    }
-
+TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
+{
     fn::ManualClock clock;
     fn::uv::Loop loop { clock };
-    fn::NetworkStateNotifier notifier { loop };
-    test::LogCapture log { 4 };
-    int heard = 0;
-};
-
-TEST_F(Notifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)
-{
+    const test::LogCapture log { 4 };
     std::optional<platform::ScopedNetworkChanges> changes(std::in_place);
+    fn::NetworkStateNotifier notifier { loop };
+    int heard = 0;
     const auto first = notifier.addChangeListener([&](bool) { ++heard; });
     fn::Handle second;
     second = notifier.addChangeListener([&](bool) { second.invalidate(); });
@@ -104,40 +93,12 @@ TEST_F(Notifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAne
     EXPECT_EQ(log.lines().size(), 1U); // And not once a turn.
     EXPECT_EQ(heard, 1);
 
-    passRetryDelay();
+    clock.advance(fn::Duration::seconds(5)); // Then a watch is tried again.
+    test::runTurns(loop);
     EXPECT_EQ(heard, 2); // Something may have been missed.
     EXPECT_EQ(log.lines().back(), "4 core.networkState The network is being watched again");
     changes->announce();
     EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 2; }));
-}
-
-TEST_F(Notifier, StartsItsWatchAsSoonAsTheSystemAllowsAndNotAfterItsEnd)
-{
-#if defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "The sanitizer itself needs file descriptors, to see whether memory can be read";
-#endif
-    std::optional<fn::NetworkStateNotifier> another(std::in_place, loop);
-    rlimit before;
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none = before;
-    none.rlim_cur = 0;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    const auto handle = notifier.addChangeListener([&](bool) { ++heard; });
-    const auto second = notifier.addChangeListener([&](bool) { ++heard; });
-    passRetryDelay();
-    EXPECT_EQ(log.lines().size(), 1U);
-    const auto otherHandle = another->addChangeListener([&](bool) { heard += 100; });
-    another.reset();
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(heard, 0);
-
-    platform::ScopedNetworkChanges changes;
-    passRetryDelay();
-    EXPECT_EQ(heard, 2);
-    changes.announce();
-    EXPECT_TRUE(test::runUntil(loop, [&] { return heard > 3; }));
-    passRetryDelay();
-    EXPECT_EQ(heard, 4);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 // What can break here: a callable run twice, never, or at the wrong moment; a failure lost on its way; a cancellation that
-// does not reach the producer; captures that outlive their promise, or die while they are in use.
+// does not reach the producer; captures that outlive their promise, or die while they are in use; a call of an empty function that
+// crashes.
 #include "foundation/exceptions.h"
 #include "foundation/promise.h"
 #include "foundation/uv/loop.h"
@@ -278,6 +279,23 @@ TEST(Promise, ReportsMisuseAndGoesOn)
     EXPECT_THAT(assertions.reports(),
         ElementsAre(second, "libs/foundation/promise:308 onCancel Cancellation handler already set", second,
             "libs/foundation/promise:482 then Function must be called on main thread, and no loop runs on it"));
+}
+
+TEST(Function, ThrowsWhenItIsEmptyWhereverTheEmptinessComesFrom)
+{
+    using Function = folly::Function<int(int)>;
+    Function moved = [](int value) { return 2 * value; };
+    auto taken = std::move(moved);
+    EXPECT_EQ(taken(2), 4);
+    taken = nullptr;
+    Function functions[] = { std::move(moved), std::move(taken), static_cast<int (*)(int)>(nullptr),
+        std::function<int(int)>(), folly::Function<int(int) const>() };
+    for (auto& function : functions) {
+        EXPECT_EQ(function, nullptr);
+        EXPECT_THROW(function(1), std::bad_function_call);
+    }
+    static_assert(!std::is_copy_constructible_v<Function>);
+    static_assert(!std::is_constructible_v<folly::Function<int(int) noexcept>, int (*)(int)>);
 }
 
 } // namespace

@@ -51,6 +51,7 @@ private:
             if (_random() % 2 && _nextPosted < 10'000) post();
             if (_random() % 50 == 0) runAgain();
             endsOne();
+            if (number == 10) throw std::runtime_error("The next task runs all the same.");
         });
     }
 
@@ -88,9 +89,11 @@ private:
 
 TEST(Loop, RunsEachTaskOnceInTheOrderOfItsThreadAlsoWhereTasksRunItAgain)
 {
-    for (unsigned seed = 0; seed < 50 && !testing::Test::HasFailure(); ++seed) {
+    for (unsigned seed = 0; seed < 20 && !testing::Test::HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
+        const test::ExpectUnhandled expected;
         Tasks(seed).run();
+        EXPECT_EQ(expected.messages().size(), 1U);
     }
 }
 
@@ -148,16 +151,6 @@ TEST(Loop, RemembersAStopThatCameBeforeAndHearsOneOfAnotherThread)
     std::jthread other([&] { loop.post([&] { std::jthread([&] { loop.stop(); }); }); });
     loop.run();
     EXPECT_EQ(ran, 1);
-}
-
-TEST(Loop, AnExceptionOfATaskIsReportedAndTheNextTaskRuns)
-{
-    Loop loop;
-    const test::ExpectUnhandled expected;
-    loop.post([] { throw std::runtime_error("broken"); });
-    loop.post([&] { loop.stop(); });
-    loop.run();
-    EXPECT_THAT(expected.messages(), ElementsAre("broken"));
 }
 
 TEST(Loop, ItsEndFreesTasksInRoundsAndRunsDeletionsButNothingElse)

@@ -144,32 +144,6 @@ TEST_F(PipeConnection, AnEndpointIsRemovedByItsOwnerAloneAndTakenFromNobody)
     EXPECT_FALSE(fs::exists(path.view()));
 }
 
-TEST_F(PipeConnection, AListenersCallbackMayCloseItOrLeaveConnectionsUntaken)
-{
-    auto listener = makePipe();
-    listener->bind(name);
-    int calls = 0;
-    listener->listen(8, [&](const Status&) {
-        if (++calls == 2) listener.reset();
-    });
-    const auto one = makePipe();
-    const auto two = makePipe();
-    EXPECT_EQ(connect(one), 0);
-    EXPECT_TRUE(runUntil(loop, [&] { return calls == 1; }));
-    const auto late = makePipe();
-    late->accept(*listener); // Later than announced.
-    EXPECT_THROW(makePipe()->accept(*listener), fn::IOException);
-    late->write(fn::ByteArray("hello"));
-    heard[0].readFrom(*one);
-    EXPECT_TRUE(runUntil(loop, [&] { return heard[0].text == "hello"; }));
-
-    EXPECT_EQ(connect(two), 0);
-    heard[1].readFrom(*two);
-    EXPECT_TRUE(runUntil(loop, [&] { return heard[1].end != 0; })); // Closed with the listener that held it.
-    EXPECT_EQ(calls, 2);
-    EXPECT_EQ(connect(makePipe()), -ENOENT);
-}
-
 TEST_F(PipeConnection, AStrangerIsRefusedBeforeAnybodyHearsOfHim)
 {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root, to become somebody else";

@@ -117,18 +117,6 @@ TEST(Timers, AHandleThatEndsOnAnotherThreadEndsTheTimerOnTheLoop)
     loop.run(); // What the handle has posted is left to the loop's end.
 }
 
-TEST(Timers, AnotherThreadThatMovesTheClockWakesTheLoop)
-{
-    fn::ManualClock clock;
-    Loop loop { clock };
-    const auto handle = loop.schedule(Duration::seconds(600), [&] { loop.stop(); });
-    std::jthread other([&] {
-        for (int i = 0; i < 600; ++i) clock.advance(Duration::seconds(1));
-    });
-    loop.run();
-    EXPECT_EQ(clock.monotonic(), Duration::seconds(600));
-}
-
 TEST(SystemTimers, WaitAtLeastTheirTimeAndWakeASleepingLoop)
 {
     Loop loop;

@@ -1,16 +1,19 @@
-// What can break here: the border between text in place and shared text, sharing that shows, and lenient parsing.
-#include "foundation/string.h"
+// What can break here: the border between text in place and shared text, sharing that shows, storage lost or kept where it
+// must not, lenient parsing.
+#include "foundation/byte_array.h"
+#include "foundation/exceptions.h"
 #include <gtest/gtest.h>
 #include <random>
 
 namespace {
 
+using fn::ByteArray;
 using fn::String;
 
-/// Texts that are made of each other in every way, beside the same in std::string.
-class Texts {
+/// Texts or arrays that are made of each other in every way and share storage, beside strings that share nothing.
+template <typename T> class History {
 public:
-    explicit Texts(unsigned seed) : _random(seed) { }
+    explicit History(unsigned seed) : _random(seed) { }
 
     void run()
     {
@@ -21,75 +24,130 @@ public:
     }
 
 private:
+    static constexpr bool isText = std::is_same_v<T, String>;
     std::size_t below(std::size_t limit) { return _random() % limit; }
 
     void change(std::size_t a, std::size_t b)
     {
-        auto& text = _texts[a];
+        auto& bytes = _all[a];
         auto& model = _models[a];
-        const auto offset = below(model.size() + 3), size = below(20);
-        switch (below(8)) {
+        const auto offset = below(model.size() + 3), size = below(40);
+        switch (below(7)) {
         case 0: // Zeros and bytes beyond ASCII, too.
             model.assign(below(3) ? size : 12 + below(6), "\0ab\xC3"[below(4)]);
-            text = model;
+            bytes = T(std::string_view(model));
             break;
         case 1:
-            text = _texts[b];
+            bytes = _all[b];
             model = _models[b];
             break;
         case 2: {
-            const String moved = std::move(text);
-            EXPECT_TRUE(text.empty());
-            EXPECT_EQ(moved, model);
+            const T moved = std::move(bytes);
+            EXPECT_TRUE(bytes.empty());
+            EXPECT_EQ(moved.view(), model);
             model.clear();
             break;
         }
         case 3: // Also to itself: within its capacity and beyond.
             if (model.size() > 1000) return;
-            text += _texts[b].view();
+            append(bytes, _all[b].view());
             model += std::string(_models[b]);
             break;
-        case 4:
-            text += text.view().substr(0, offset);
-            model += std::string(model.substr(0, offset));
+        case 4: // Also of itself: the last holder may use the whole buffer.
+            if constexpr (isText)
+                bytes = _all[b].substring(offset, size);
+            else
+                bytes = _all[b].slice(offset, size);
+            model = offset < _models[b].size() ? _models[b].substr(offset, size) : "";
             break;
-        case 5:
-            if (model.size() > 1000) return;
-            text = text + _texts[b];
-            model = model + _models[b];
+        default: changeOne(bytes, model, offset, size);
+        }
+    }
+
+    static void append(String& text, std::string_view more) { text += more; }
+    static void append(ByteArray& bytes, std::string_view more) { bytes.append(more.data(), more.size()); }
+
+    void changeOne(String& text, std::string& model, std::size_t offset, std::size_t)
+    {
+        text += text.view().substr(0, offset);
+        text = "x" + text + std::string("y") + String();
+        model += std::string(model.substr(0, offset));
+        model = "x" + model + "y";
+    }
+
+    void changeOne(ByteArray& bytes, std::string& model, std::size_t offset, std::size_t size)
+    {
+        const bool isShared = bytes.isShared(), isOwn = bytes.capacity() > 0;
+        switch (below(5)) {
+        case 0: // Grows with zeros.
+            bytes.resize(size);
+            model.resize(size);
             break;
-        case 6:
-            text = text.substring(offset, size);
-            model = offset < model.size() ? model.substr(offset, size) : "";
+        case 1:
+            bytes.clear();
+            model.clear();
+            EXPECT_TRUE(isOwn ? bytes.capacity() > 0 : !isShared || bytes.capacity() == 0)
+                << "Kept for what comes, unless others use it.";
             break;
-        case 7:
-            text = "x" + text + std::string("y");
-            model = "x" + model + "y";
+        case 2:
+            bytes.reserve(size);
+            EXPECT_GE(bytes.capacity(), std::max(size, model.size()));
             break;
-        default: text = String(std::string(text.view()));
+        case 3:
+            bytes.removePrefix(offset);
+            model.erase(0, offset);
+            break;
+        default:
+            if (offset >= model.size()) return;
+            bytes.mutableData()[offset] = 'x';
+            model[offset] = 'x';
         }
     }
 
     void compare(std::size_t a, std::size_t b)
     {
-        ASSERT_EQ(_texts[a].view(), _models[a]);
-        ASSERT_EQ(_texts[a].c_str()[_models[a].size()], '\0');
-        ASSERT_EQ(_texts[a] == _texts[b], _models[a] == _models[b]);
-        ASSERT_TRUE((_texts[a] <=> _texts[b]) == (_models[a] <=> _models[b])) << "By unsigned bytes.";
-        ASSERT_TRUE((_texts[a] <=> _models[b]) == (_models[a] <=> _models[b]));
+        ASSERT_EQ(_all[a].view(), _models[a]);
+        ASSERT_EQ(_all[a] == _all[b], _models[a] == _models[b]);
+        ASSERT_TRUE((_all[a] <=> _all[b]) == (_models[a] <=> _models[b])) << "By unsigned bytes.";
+        if constexpr (isText) {
+            ASSERT_EQ(_all[a].c_str()[_models[a].size()], '\0');
+        }
     }
 
     std::mt19937 _random;
-    String _texts[4];
+    T _all[4];
     std::string _models[4];
 };
 
-TEST(String, IsWhatAStandardStringIsOnBothSidesOfTheBorderToSharedStorage)
+template <typename T> struct SharedStorage : testing::Test {
+};
+using Kinds = testing::Types<String, ByteArray>;
+TYPED_TEST_SUITE(SharedStorage, Kinds);
+
+TYPED_TEST(SharedStorage, ShowsInNoCopyAndNoPart)
 {
     for (unsigned seed = 0; seed < 300 && !testing::Test::HasFailure(); ++seed) {
         SCOPED_TRACE(seed);
-        Texts(seed).run();
+        History<TypeParam>(seed).run();
     }
+    EXPECT_THROW(ByteArray().reserve(std::size_t(1) << 32), fn::RangeException);
+}
+
+TEST(ByteArray, Base64ComesBackAndForeignTextIsRefused)
+{
+    for (std::size_t size = 0; size < 200; ++size) {
+        ByteArray bytes(static_cast<unsigned>(size));
+        for (std::size_t i = 0; i < size; ++i) bytes.mutableData()[i] = static_cast<std::uint8_t>(i * 37 + size);
+        const auto lines = bytes.base64(72);
+        EXPECT_FALSE(lines.endsWith("\n"));
+        EXPECT_EQ(ByteArray::fromBase64(lines), bytes);
+        EXPECT_EQ(ByteArray::fromBase64(bytes.base64()), bytes);
+    }
+    EXPECT_EQ(ByteArray("any carnal pleas").base64(8), "YW55IGNh\r\ncm5hbCBw\r\nbGVhcw==");
+    for (const char* bad : { "A", "AB", "ABC", "AB=C", "====", "A===", "AB*=", "ABCD=", "AB==CD==" })
+        EXPECT_THROW(ByteArray::fromBase64(bad), fn::DataFormatException) << bad;
+    EXPECT_EQ(ByteArray("\xFF\x0a").hex(), "ff0a");
+    EXPECT_EQ(ByteArray().SHA256().hex(), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 }
 
 TEST(String, SplitsAtLimitsEmptyPartsAndBlanks)
