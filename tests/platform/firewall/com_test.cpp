@@ -1,10 +1,12 @@
-// What can break here: text that is cut, misread or written beyond its room; an object made without
-// COM or without rights.
+// What can break here: text that is cut, misread or written beyond its room; an object made without COM or without rights; a
+// rule that is not the one that was added.
 #include "platform/com/com.h"
 #include "platform/com/com_backend.h"
 #include "platform/com/elevation_prompt.h"
-#include "platform/firewall/firewall_manager.h"
+#include "platform/firewall/detail/records_file.h"
+#include "platform/firewall/firewall_file.h"
 #include "platform/firewall/firewall_policy.h"
+#include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <thread>
 
@@ -107,6 +109,64 @@ TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
     EXPECT_EQ(asked, std::vector<fn::String>(3, action));
     const ScopedElevationPrompt broken([](const fn::String&) -> bool { throw std::runtime_error("no terminal"); });
     EXPECT_EQ(elevate(), E_UNEXPECTED);
+}
+
+template <typename T> T& made(REFCLSID clsid, REFIID iid)
+{
+    void* object = nullptr;
+    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &object), S_OK);
+    return *static_cast<T*>(object);
+}
+
+TEST_F(Com, RulesTakeNoNonsenseAndAreNotChangedWithoutRights)
+{
+    auto& rule = made<INetFwRule>(CLSID_NetFwRule, IID_INetFwRule);
+    EXPECT_EQ(rule.put_Direction(static_cast<NET_FW_RULE_DIRECTION>(3)), E_INVALIDARG);
+    EXPECT_EQ(rule.put_Action(static_cast<NET_FW_ACTION>(2)), E_INVALIDARG);
+    EXPECT_EQ(rule.put_Protocol(257), E_INVALIDARG);
+    EXPECT_EQ(rule.put_Profiles(8), E_INVALIDARG);
+    BSTR cut = SysAllocStringLen(u"a\0b", 3);
+    EXPECT_EQ(rule.put_Name(cut), E_INVALIDARG);
+    SysFreeString(cut);
+    auto& policy = made<INetFwPolicy2>(CLSID_NetFwPolicy2, IID_INetFwPolicy2);
+    INetFwRules* rules = nullptr;
+    EXPECT_EQ(policy.get_Rules(&rules), S_OK);
+    EXPECT_EQ(rules->Add(nullptr), E_POINTER);
+    EXPECT_EQ(rules->Add(&rule), E_ACCESSDENIED);
+    for (IUnknown* object : std::initializer_list<IUnknown*> { rules, &policy, &rule }) object->Release();
+}
+
+TEST_F(Com, AnEnumerationGivesEachRuleOnceHoweverManyAreTakenAtOnceAndNoneCanBeChanged)
+{
+    const test::TemporaryFolder folder;
+    const ScopedFirewallFile file(folder.file("made/firewall.rules"));
+    detail::updateRecords([](detail::FirewallRecords& records) {
+        for (LONG protocol = 0; protocol < 4; ++protocol) records.rules.emplace_back().protocol = protocol;
+    });
+    auto& policy = made<INetFwPolicy2>(CLSID_NetFwPolicy2, IID_INetFwPolicy2);
+    INetFwRules* rules = nullptr;
+    EXPECT_EQ(policy.get_Rules(&rules), S_OK);
+    for (const ULONG atOnce : { 1U, 3U, 4U, 10U }) {
+        IUnknown* enumeration = nullptr;
+        EXPECT_EQ(rules->get__NewEnum(&enumeration), S_OK);
+        LONG next = 0;
+        VARIANT elements[10];
+        for (ULONG fetched = atOnce; fetched == atOnce;) {
+            const auto result = static_cast<IEnumVARIANT*>(enumeration)->Next(atOnce, elements, &fetched);
+            EXPECT_EQ(result == S_OK, fetched == atOnce);
+            for (ULONG i = 0; i < fetched; ++i) {
+                LONG protocol = -1;
+                auto* const rule = static_cast<INetFwRule*>(elements[i].pdispVal);
+                EXPECT_EQ(rule->get_Protocol(&protocol), S_OK);
+                EXPECT_EQ(protocol, next++);
+                EXPECT_EQ(rule->put_Enabled(VARIANT_FALSE), E_ACCESSDENIED) << "It shows what is recorded.";
+                VariantClear(&elements[i]);
+            }
+        }
+        EXPECT_EQ(next, 4) << atOnce;
+        enumeration->Release();
+    }
+    for (IUnknown* object : std::initializer_list<IUnknown*> { rules, &policy }) object->Release();
 }
 
 } // namespace

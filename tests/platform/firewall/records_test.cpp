@@ -1,0 +1,157 @@
+// What can break here: a rule that is lost, changed or readable to others on its way through the file; a damaged or foreign
+// file that is believed, replaced, or ends the process.
+#include "foundation/exceptions.h"
+#include "platform/firewall/detail/records_file.h"
+#include "platform/firewall/firewall_file.h"
+#include "support/temporary_folder.h"
+#include <cstring>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace platform;
+using detail::FirewallRecords;
+using detail::readRecords;
+using detail::updateRecords;
+
+void addRule()
+{
+    updateRecords([](FirewallRecords& records) { records.rules.emplace_back(); });
+}
+
+struct FirewallFile : testing::Test {
+    test::TemporaryFolder folder;
+    const fs::path made = folder.path() / "made";
+    const fn::String path = folder.file("made/firewall.rules");
+    ScopedFirewallFile file { path };
+
+    /// Writes a file as its user would.
+    void write(std::string_view content)
+    {
+        fs::remove_all(made);
+        fs::create_directory(made);
+        fs::permissions(made, fs::perms::owner_all); // Whatever the mask of who runs this.
+        test::writeFile(path, content);
+        ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+    }
+};
+
+TEST_F(FirewallFile, GivesBackEveryRecordAsItWasAdded)
+{
+    EXPECT_TRUE(readRecords().rules.empty());
+    FirewallRecords all;
+    all.profiles = { 5, false, true, false };
+    for (const auto* text : { "", " [Rule 1] = x # ; \\n ", "a\nb\r\tc\\", "Zürich 𝄞/\u0001" }) {
+        all.rules.push_back({ text, text, text, 17, 4, NET_FW_RULE_DIR_OUT, NET_FW_ACTION_ALLOW, true });
+        all.applications.push_back({ text, text, false });
+    }
+    all.rules.emplace_back();
+    updateRecords([&](FirewallRecords& records) { records = all; });
+    EXPECT_EQ(fs::status(path.view()).permissions(), fs::perms(0600));
+    const auto found = readRecords();
+    const auto& profiles = found.profiles;
+    EXPECT_TRUE(
+        profiles.currentTypes == 5 && !profiles.isOnForDomain && profiles.isOnForPrivate && !profiles.isOnForPublic);
+    ASSERT_EQ(found.rules.size(), all.rules.size());
+    for (std::size_t i = 0; i < all.rules.size(); ++i) {
+        const auto fields = [](const detail::RuleRecord& rule) {
+            return std::tie(rule.name, rule.description, rule.applicationName, rule.protocol, rule.profiles,
+                rule.direction, rule.action, rule.isEnabled);
+        };
+        EXPECT_EQ(fields(found.rules[i]), fields(all.rules[i])) << i;
+    }
+    ASSERT_EQ(found.applications.size(), all.applications.size());
+    for (std::size_t i = 0; i < all.applications.size(); ++i) {
+        EXPECT_EQ(found.applications[i].imageFileName, all.applications[i].imageFileName);
+        EXPECT_EQ(found.applications[i].name, all.applications[i].name);
+        EXPECT_FALSE(found.applications[i].isEnabled);
+    }
+}
+
+TEST_F(FirewallFile, IsRefusedDamagedAndLeftAsItIs)
+{
+    const std::string good = "[Rule 1]\nname=a\ndescription=\napplicationName=/a\nprotocol=6\nprofiles=1\ndirection=1\n"
+                             "action=1\nenabled=true\n";
+    write(good);
+    EXPECT_EQ(readRecords().rules.size(), 1U);
+    std::vector<std::string> bad { std::string("\0", 1), "x", "[Rule 1", "key=value\n", "[Unknown]\na=b\n",
+        "[Rule 1]\nname=a\n", "[Application 1]\nimageFileName=/a\nname=a\nenabled=perhaps\n",
+        "[Profiles]\ncurrent=8\ndomain=true\nprivate=true\npublic=true\n",
+        "[Profiles]\ncurrent=99999999999999999999\ndomain=true\nprivate=true\npublic=true\n" };
+    // One impossible value after the other.
+    for (const auto& [was, is] : { std::pair("name=a", "name=\xFF"), { "protocol=6", "protocol=-1" },
+             { "profiles=1", "profiles=0" }, { "direction=1", "direction=0" }, { "action=1", "action=2" } }) {
+        bad.push_back(good);
+        bad.back().replace(good.find(was), std::strlen(was), is);
+    }
+    for (const auto& content : bad) {
+        write(content);
+        EXPECT_THROW(readRecords(), fn::DataFormatException) << content;
+        EXPECT_THROW(addRule(), fn::DataFormatException) << content;
+        EXPECT_EQ(test::readFile(path), content);
+    }
+}
+
+TEST_F(FirewallFile, IsTrustedOnlyWhereItIsItsUsersOwn)
+{
+    const std::pair<const char*, std::function<void()>> rows[] = {
+        { "others may write", [&] { ::chmod(path.c_str(), 0620); } },
+        { "others could put another one in its place", [&] { ::chmod(made.c_str(), 0770); } },
+        { "who follows links can be led",
+            [&] {
+                fs::rename(path.view(), folder.path() / "other");
+                fs::create_symlink(folder.path() / "other", path.view());
+            } },
+        { "a folder",
+            [&] {
+                fs::remove(path.view());
+                fs::create_directory(path.view());
+            } },
+        { "a pipe, and nobody waits for its writer",
+            [&] {
+                fs::remove(path.view());
+                ::mkfifo(path.c_str(), 0600);
+            } },
+        { "too large", [&] { write("# " + std::string(4 * 1024 * 1024, 'x') + "\n"); } },
+    };
+    for (const auto& [what, makeBad] : rows) {
+        write("");
+        EXPECT_TRUE(readRecords().rules.empty());
+        makeBad();
+        EXPECT_THROW(readRecords(), fn::IOException) << what;
+        EXPECT_THROW(addRule(), fn::IOException) << what;
+    }
+}
+
+TEST_F(FirewallFile, KeepsTheFormerRulesWhereAChangeFails)
+{
+    addRule();
+    const auto before = test::readFile(path);
+    EXPECT_ANY_THROW(updateRecords([](FirewallRecords& records) {
+        records.rules.emplace_back().name = std::string(4 * 1024 * 1024, 'x'); // It could not be read again.
+    }));
+    EXPECT_EQ(test::readFile(path), before);
+    test::writeFile(path + ".new", "half of a fi"); // What an ended process has left is no obstacle.
+    addRule();
+    EXPECT_EQ(readRecords().rules.size(), 2U);
+    EXPECT_FALSE(fs::exists((path + ".new").view()));
+    const ScopedFirewallFile impossible(path + "/firewall.rules");
+    EXPECT_THROW(addRule(), fn::IOException) << "Its folder can not be made.";
+}
+
+TEST_F(FirewallFile, LosesNoRuleWhereSeveralAddAtOnce)
+{
+    const auto addMany = [] {
+        for (int i = 0; i < 20; ++i) addRule();
+    };
+    std::jthread first(addMany), second(addMany);
+    first.join();
+    second.join();
+    EXPECT_EQ(readRecords().rules.size(), 40U);
+}
+
+} // namespace
