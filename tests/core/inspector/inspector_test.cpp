@@ -22,52 +22,32 @@ using test::Outcome;
 
 constexpr const char* keyOfDisks = "fUhlfDbNF0+VcEK+XoE6D19FEMx9E63n93u7C6KZjrE=";
 
-/// Shows what it was asked, or throws.
-class EchoInspector final : public Inspector {
-public:
-    using Inspector::inspect;
-    InspectionResult inspect(const Value& action, const Value& refererAction) override
-    {
-        if (action == Value("fail")) throw fn::RangeException("there is no such page");
-        InspectionResult result;
-        InspectionResultWriter(result).append(action.toString()).append(refererAction.toString(), 7);
-        return result;
-    }
-};
-
 /// Answers when the test says so.
 class SlowInspector final : public Inspector {
 public:
     using Inspector::inspect;
-    void inspect(const Value&, const Value&, const CallContext& context) override { waiting.push_back(context); }
+    void inspect(const Value& action, const Value& referer, const CallContext& context) override
+    {
+        asked = action.toString() + " from " + referer.toString();
+        waiting.push_back(context);
+    }
     void answer(const Value& action = {})
     {
         InspectionResult result;
         InspectionResultWriter(result).append("at last", action);
         for (const auto& context : waiting) sendResult(context, result);
     }
+    fn::String asked;
     std::vector<CallContext> waiting;
 };
 
 class InspectorTest : public test::HubTest {
 protected:
-    void SetUp() override
+    InspectorTest()
     {
-        dispatcher->onReady().connect([this] { core::registerInspectorRegistry(dispatcher->worker()); }).detach();
-        HubTest::SetUp();
-        publisher = client("Publisher");
-        browser = client("Browser");
+        loop.post([this] { core::registerInspectorRegistry(dispatcher->worker()); });
         publishing = service(*publisher);
         browsing = service(*browser);
-    }
-
-    void TearDown() override
-    {
-        browsing.reset();
-        publishing.reset();
-        browser.reset();
-        publisher.reset();
-        HubTest::TearDown();
     }
 
     fn::AutoPtr<core::InspectorRegistry> service(test::Client& client)
@@ -75,6 +55,8 @@ protected:
         client.worker->registerObjectReferenceClass<core::InspectorRegistry>();
         return test::findInstance<core::InspectorRegistry>(loop, *client.worker);
     }
+
+    fn::AutoPtr<Inspector> anInspector() const { return fn::makeAuto<FolderInspector>(folders); }
 
     Value publish(const char* name, const fn::AutoPtr<Inspector>& inspector)
     {
@@ -103,7 +85,8 @@ protected:
         });
     }
 
-    std::unique_ptr<test::Client> publisher, browser;
+    std::map<fn::String, std::vector<fn::String>> folders { { "music", { "a.ogg", "b.ogg" } }, { "none", {} } };
+    std::unique_ptr<test::Client> publisher = client("Publisher"), browser = client("Browser");
     fn::AutoPtr<core::InspectorRegistry> publishing, browsing;
 };
 
@@ -138,9 +121,9 @@ TEST(InspectionResultTest, ComesBackFromItsSerializedFormAndReadsUnexpectedShape
 
 TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
 {
-    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1));
-    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(2));
-    EXPECT_EQ(publish("", fn::makeAuto<EchoInspector>()), Value(3));
+    EXPECT_EQ(publish("Disks", anInspector()), Value(1));
+    EXPECT_EQ(publish("Disks", anInspector()), Value(2));
+    EXPECT_EQ(publish("", anInspector()), Value(3));
     const auto names = all();
     ASSERT_EQ(names.size(), 3u);
     ASSERT_TRUE(names.contains(keyOfDisks));
@@ -160,31 +143,14 @@ TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
     for (const unsigned id : { 1, 1, 0 })
         EXPECT_TRUE(outcome([&] { return browsing->unregisterInspector(id); }).isFulfilled());
     EXPECT_FALSE(all().contains(keyOfDisks));
-    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
+    EXPECT_EQ(publish("Disks", anInspector()), Value(4));
     EXPECT_TRUE(all().contains(keyOfDisks));
     EXPECT_TRUE(all().contains(others[0]));
 }
 
-TEST_F(InspectorTest, AnswersWithWhatTheInspectorShowsOrThrows)
-{
-    publish("Disks", fn::makeAuto<EchoInspector>());
-    const auto inspector = find(keyOfDisks);
-    const auto page = [](const fn::String& first, const char* second) {
-        return Value::map(
-            { { "items", Value::array({ first, Value::map({ { "text", second }, { "action", 7 } }) }) } });
-    };
-    const auto action = Value::map({ { "page", Value::array({ 1, 2.5, {} }) } });
-    EXPECT_EQ(inspect(*inspector, action, "start").value(), page(action.toString(), "start"));
-    EXPECT_EQ(inspect(*inspector, "fail").error(), "RangeException: there is no such page");
-    // Without arguments both actions are nil; other methods are not answered.
-    EXPECT_EQ(outcome([&] { return inspector->callMethod("inspect", 12); }).value(), page("nil", "nil"));
-    EXPECT_FALSE(outcome([&] { return inspector->callMethod("expect", {}); }).isOver());
-}
-
 TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
 {
-    std::map<fn::String, std::vector<fn::String>> folders { { "music", { "a.ogg", "b.ogg" } }, { "none", {} } };
-    publish("Disks", fn::makeAuto<FolderInspector>(folders));
+    publish("Disks", anInspector());
     const auto inspector = find(keyOfDisks);
     const auto page = [&](const Value& action) {
         return InspectionResult::deserialize(inspect(*inspector, action).value());
@@ -197,6 +163,10 @@ TEST_F(InspectorTest, LeadsFromPageToPageAndBackWhereOneHasGone)
     const auto redirection = page(top.items[0].action).redirectAction;
     ASSERT_TRUE(redirection);
     EXPECT_EQ(page(*redirection).items.at(0).text, "none");
+    EXPECT_TRUE(inspect(*inspector, Value::map({})).error().starts_with("RangeException: ")) << "what it throws";
+    // Without arguments both actions are nil; other methods are not answered.
+    EXPECT_EQ(outcome([&] { return inspector->callMethod("inspect", 12); }).value().at("items").size(), 1u);
+    EXPECT_FALSE(outcome([&] { return inspector->callMethod("expect", {}); }).isOver());
 }
 
 TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnceItIsGone)
@@ -209,7 +179,8 @@ TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnc
         settle();
     };
     const auto first = inspect(*inspector, {});
-    const auto second = inspect(*inspector, {});
+    const auto second = inspect(*inspector, 7, "start");
+    EXPECT_EQ(slow->asked, "7 from start");
     EXPECT_FALSE(first.isOver());
     answer();
     EXPECT_TRUE(first.isFulfilled() && second.isFulfilled());
@@ -242,9 +213,9 @@ TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnc
 TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
 {
     const auto slow = fn::makeAuto<SlowInspector>();
-    publish("Disks", fn::makeAuto<EchoInspector>());
+    publish("Disks", anInspector());
     publish("Slow", slow);
-    outcome([&] { return browsing->registerInspector("Other", fn::makeAuto<EchoInspector>()); });
+    outcome([&] { return browsing->registerInspector("Other", anInspector()); });
     const auto inspector = find(fn::ByteArray(std::string_view("Slow")).SHA256().base64(0));
     const auto pending = inspect(*inspector, {});
     publisher->worker->stop();
@@ -257,7 +228,7 @@ TEST_F(InspectorTest, LeavesTheListWithItsPublisher)
     // Its successor takes the place, under an id of its own.
     publisher = client("Publisher");
     publishing = service(*publisher);
-    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(4));
+    EXPECT_EQ(publish("Disks", anInspector()), Value(4));
     ASSERT_TRUE(find(keyOfDisks));
 }
 
@@ -287,10 +258,10 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
     EXPECT_EQ(outcome([&] { return publishing->registerInspector("None", nullptr); }).error(),
         "NullPointerException: There is no inspector to register");
     const fn::String tooLong(std::string(core::limits::inspectorNameBytes + 1, 'x'));
-    EXPECT_EQ(outcome([&] { return publishing->registerInspector(tooLong, fn::makeAuto<EchoInspector>()); }).error(),
+    EXPECT_EQ(outcome([&] { return publishing->registerInspector(tooLong, anInspector()); }).error(),
         "RuntimeException: The name of the inspector is too long");
     EXPECT_TRUE(all().empty());
-    EXPECT_EQ(publish("Disks", fn::makeAuto<EchoInspector>()), Value(1)) << "what was refused took no id";
+    EXPECT_EQ(publish("Disks", anInspector()), Value(1)) << "what was refused took no id";
     EXPECT_EQ(call("registerInspector", Value::map({ { "reference", find(keyOfDisks) } })),
         "RuntimeException: Only the worker of an inspector can register it");
 }
@@ -298,7 +269,7 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
 {
     // One object under many names: what is counted is registrations.
-    outcome([&] { return browsing->registerInspector("Disks", fn::makeAuto<EchoInspector>()); });
+    outcome([&] { return browsing->registerInspector("Disks", anInspector()); });
     const auto first = find(keyOfDisks);
     for (std::size_t i = 1; i < core::limits::inspectorsOfWorker; ++i) {
         const auto argument = Value::map({ { "name", i }, { "reference", first } });
@@ -308,7 +279,7 @@ TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
     const auto again = Value::map({ { "name", "one more" }, { "reference", first } });
     EXPECT_EQ(outcome([&] { return browsing->callMethod("registerInspector", again); }).error(),
         "RuntimeException: Too many inspectors of one worker are registered");
-    EXPECT_EQ(publish("Others may", fn::makeAuto<EchoInspector>()), Value(core::limits::inspectorsOfWorker + 1));
+    EXPECT_EQ(publish("Others may", anInspector()), Value(core::limits::inspectorsOfWorker + 1));
     outcome([&] { return publishing->unregisterInspector(5); });
     EXPECT_TRUE(outcome([&] { return browsing->callMethod("registerInspector", again); }).isFulfilled());
     EXPECT_EQ(all().size(), core::limits::inspectorsOfWorker + 1);

@@ -45,24 +45,14 @@ public:
 
 class InspectorPagesTest : public test::HubTest {
 protected:
-    void SetUp() override
+    InspectorPagesTest()
     {
-        dispatcher->onReady().connect([this] { core::registerInspectorRegistry(dispatcher->worker()); }).detach();
-        HubTest::SetUp();
-        publisher = client("Publisher");
-        browser = client("Browser");
-        pages = fn::makeAuto<media::InspectorPages>(*browser->worker);
-        loop.post([this] { media::publish(*publisher->worker, "<i>Hostile</i>", fn::makeAuto<HostileInspector>()); });
+        loop.post([this] {
+            core::registerInspectorRegistry(dispatcher->worker());
+            media::publish(*publisher->worker, "<i>Hostile</i>", fn::makeAuto<HostileInspector>());
+        });
         settle();
         link = test::linkOf(get("").html, "Hostile");
-    }
-
-    void TearDown() override
-    {
-        pages.reset();
-        browser.reset();
-        publisher.reset();
-        HubTest::TearDown();
     }
 
     /// What is shown for `page`, as a link says it, at the latest when `wait` is over.
@@ -92,8 +82,8 @@ protected:
 
     std::string linkTo(const Value& action) const { return link + "&action=" + *media::actionText(action); }
 
-    std::unique_ptr<test::Client> publisher, browser;
-    fn::AutoPtr<media::InspectorPages> pages;
+    std::unique_ptr<test::Client> publisher = client("Publisher"), browser = client("Browser");
+    fn::AutoPtr<media::InspectorPages> pages = fn::makeAuto<media::InspectorPages>(*browser->worker);
     std::string link;
 };
 

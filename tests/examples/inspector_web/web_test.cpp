@@ -103,6 +103,10 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndGarbageIsRefusedAndEndsNothing)
         EXPECT_NE(page.body.find("<title>" + std::string(name) + "</title>"), std::string::npos) << page.body;
         for (const auto& [link, text] : test::links(page.body)) EXPECT_EQ(address.get(link).status, 200) << link;
     }
+    const auto modules = address.get(test::linkOf(list, "Modules")).body;
+    for (const auto* module :
+        { "library (process): running, launches: 1, time-outs: 0, tag: ", "console (in the main process)" })
+        EXPECT_NE(modules.find(module), std::string::npos) << modules;
     const auto workers = test::linkOf(list, "Workers");
     const auto worker = address.get(test::linkOf(address.get(workers).body, "library (")).body;
     const auto back = address.get(test::linkOf(worker, "Back")).body;
