@@ -15,7 +15,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <fmt/ranges.h>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <net/if.h>
 #include <sched.h>
@@ -29,7 +28,6 @@ namespace {
 using core::NetworkSignature;
 using namespace platform;
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 
 constexpr const char* unknown = "??????:????????????";
 
@@ -81,8 +79,6 @@ private:
     const fn::FileDescriptor _outside { ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC) };
 };
 
-// --- The list of adapters
-
 constexpr auto manyRoutes = R"(
 link set lo up
 address add 192.168.1.10/24 dev v0
@@ -102,41 +98,6 @@ route add default via fe80::1 dev v0 metric 10
 route add default metric 5 nexthop via fe80::2 dev v0 nexthop via fe80::3 dev v1
 route add default via fe80::77 dev v0 table 100
 )";
-
-/// How many entries a list has.
-template <typename Entry> int lengthOf(const Entry* entry)
-{
-    int length = 0;
-    for (; entry; entry = entry->Next) ++length;
-    return length;
-}
-
-TEST_F(Kernel, ListsOfAddressesAndGatewaysWhatIsAskedFor)
-{
-    ip(manyRoutes);
-    struct Row {
-        ULONG family, flags;
-        int addresses, gateways; // Of all adapters.
-    };
-    const Row rows[] = { { AF_UNSPEC, 0xae, 6, 9 }, { AF_INET6, 0xae, 2, 4 }, { AF_INET, 0x2e, 4, 0 },
-        { AF_INET, GAA_FLAG_SKIP_UNICAST | GAA_FLAG_INCLUDE_GATEWAYS, 0, 5 } };
-    for (const auto& [family, flags, addresses, gateways] : rows) {
-        std::vector<std::uint64_t> buffer(2000); // Aligned.
-        auto* adapter = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(buffer.data());
-        auto size = static_cast<ULONG>(buffer.size() * sizeof(buffer[0]));
-        EXPECT_EQ(GetAdaptersAddresses(family, flags, nullptr, adapter, &size), 0U);
-        int allAddresses = 0;
-        int allGateways = 0;
-        for (; adapter; adapter = adapter->Next) {
-            EXPECT_EQ(adapter->IfIndex, ::if_nametoindex(adapter->AdapterName));
-            EXPECT_EQ(adapter->IfType == IF_TYPE_SOFTWARE_LOOPBACK, adapter->AdapterName == std::string("lo"));
-            allAddresses += lengthOf(adapter->FirstUnicastAddress);
-            allGateways += lengthOf(adapter->FirstGatewayAddress);
-        }
-        EXPECT_EQ(allAddresses, addresses) << family << " " << flags;
-        EXPECT_EQ(allGateways, gateways) << family << " " << flags;
-    }
-}
 
 TEST_F(Kernel, WritesNothingBeyondTheBufferAndSaysWhatItNeeds)
 {
@@ -349,34 +310,6 @@ struct LiveSignature : Kernel {
 
 constexpr auto ownAddress = "address add 10.0.0.9/32 dev v1"; // Else its adapter does not count.
 
-TEST_F(LiveSignature, FollowsGatewaysThatComeChangeAndGo)
-{
-    const std::string first = "c0a80101:001122334455";
-    const std::string second = "c0a80102:0011223344aa";
-    constexpr auto begin = R"(
-address add 192.168.1.10/24 dev v0
-neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v0
-neighbour add 192.168.1.2 lladdr 00:11:22:33:44:aa dev v0
-route add default via 192.168.1.1)";
-    constexpr auto another = R"(
-address add 192.168.1.11/24 dev v1
-neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v1
-route add default via 192.168.1.1 dev v1 metric 8)";
-    const auto listener = add('a');
-    const test::LogCapture log(4);
-    EXPECT_EQ(after(begin, first), "a");
-    EXPECT_EQ(lastHeard, first);
-    EXPECT_TRUE(log.contains("4 core.networkSignature Notifying network signature change: " + first));
-    EXPECT_TRUE(isAvailable);
-    EXPECT_EQ(after("route replace default via 192.168.1.2", second), "a");
-    EXPECT_EQ(after("route add default via 192.168.1.1 metric 7", second + "/" + first), "a");
-    EXPECT_EQ(after("route delete default via 192.168.1.2", first), "a");
-    EXPECT_EQ(after(another, first), "") << "the same gateway by a second adapter";
-    EXPECT_EQ(after("link delete v0", first), "");
-    EXPECT_EQ(after("address delete 192.168.1.11/24 dev v1", unknown), "a");
-    EXPECT_EQ(lastHeard, unknown);
-}
-
 TEST_F(LiveSignature, LooksAgainThreeSixAndTenSecondsAfterTheLastChange)
 {
     const auto listener = add('a');
@@ -392,24 +325,8 @@ TEST_F(LiveSignature, LooksAgainThreeSixAndTenSecondsAfterTheLastChange)
     }
     EXPECT_THAT(seconds, ElementsAre(2, 5, 8, 12));
     EXPECT_EQ(heard, "aaa");
-}
-
-TEST_F(LiveSignature, HearsOfTheLastChangeAlsoWhenMoreCameThanTheSystemKeeps)
-{
-    std::string commands;
-    for (int i = 0; i < 1000; ++i) commands += fmt::format("address add 10.0.{}.{}/32 dev v1\n", i / 200, i % 200 + 1);
-    ip(commands);
-    std::ifstream sockets("/proc/thread-self/net/netlink");
-    std::string line, drops;
-    for (std::getline(sockets, line); std::getline(sockets, line);) {
-        std::istringstream words(line);
-        drops += *std::next(std::istream_iterator<std::string>(words), 8);
-    }
-    EXPECT_NE(drops.find_first_not_of('0'), std::string::npos) << "Else this test shows nothing.";
-    const auto listener = add('a');
-    EXPECT_EQ(afterGateway(250), "a");
-    test::runTurns(loop);
-    EXPECT_EQ(after("route delete default", unknown), "a");
+    EXPECT_TRUE(isAvailable);
+    EXPECT_EQ(after("link delete v1", unknown), "aaaa");
 }
 
 // --- Listeners
