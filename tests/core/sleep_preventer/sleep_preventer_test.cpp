@@ -3,15 +3,11 @@
 #include "core/sleep_preventer.h"
 #include "foundation/uv/loop.h"
 #include "platform/execution_state.h"
-#include "platform/pipe_path.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/scoped_variable.h"
 #include "support/system_bus.h"
 #include <gmock/gmock.h>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -130,35 +126,6 @@ TEST_F(SystemSleep, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
         const test::ScopedVariable variable("DBUS_SYSTEM_BUS_ADDRESS", address);
         fails(address);
     }
-}
-
-TEST(SilentBus, IsNotWaitedFor)
-{
-    const test::TemporaryFolder folder;
-    const auto path = folder.file("silent");
-    const auto address = platform::socketAddress(path);
-    const test::ScopedVariable variable("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=" + path.toStdString());
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(::bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(::listen(listener, 1), 0);
-    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
-
-    // One that lets everybody in and falls silent then.
-    ::close(::accept(listener, nullptr, nullptr));
-    std::jthread bus([listener] {
-        constexpr std::string_view welcome =
-            "REJECTED EXTERNAL\r\nOK 0123456789abcdef0123456789abcdef\r\nAGREE_UNIX_FD\r\n";
-        const int client = ::accept(listener, nullptr, nullptr);
-        EXPECT_EQ(::send(client, welcome.data(), welcome.size(), MSG_NOSIGNAL), static_cast<ssize_t>(welcome.size()));
-        char bytes[1024];
-        while (::read(client, bytes, sizeof(bytes)) > 0) { }
-        ::close(client);
-    });
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15)); // GIO's own patience is longer.
-    bus.join();
-    ::close(listener);
 }
 
 } // namespace
