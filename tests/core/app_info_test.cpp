@@ -1,26 +1,18 @@
 // What can break here: the wrong application, an instance where there is none, an id that is not kept, a failing file that
-// takes its caller down. The instance belongs to the process, so each case about it runs in a process of its own.
+// takes its caller down.
 #include "core/app_info.h"
 #include "foundation/exceptions.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
 #include "platform/operating_system_version.h"
 #include "support/expectations.h"
+#include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <gtest/gtest.h>
 
 namespace {
 
 using core::AppInfo;
-
-/// Runs the case in a child process and fails where an expectation failed there.
-#define IN_A_PROCESS_OF_ITS_OWN(...) \
-    EXPECT_EXIT( \
-        { \
-            __VA_ARGS__; \
-            std::_Exit(testing::Test::HasFailure() ? 1 : 0); \
-        }, \
-        testing::ExitedWithCode(0), "")
 
 void expectNoInstance()
 {
@@ -31,24 +23,22 @@ void expectNoInstance()
 
 TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
 {
-    IN_A_PROCESS_OF_ITS_OWN({
-        fn::Environment::unset("ManagerAppType");
-        expectNoInstance();
-        fn::Environment::set("ManagerAppType", "2");
-        expectNoInstance();
-        // What came too early has not settled anything.
-        AppInfo::initialize(AppInfo::App::Lumenhall);
-        EXPECT_EQ(fn::Environment::get("ManagerAppType"), fn::String("1"));
-        auto& info = AppInfo::instance();
-        EXPECT_EQ(info.applicationDisplayName(), "Lumen Hall");
-        AppInfo::initialize(AppInfo::App::Skyfold);
-        EXPECT_EQ(&AppInfo::instance(), &info);
-        EXPECT_EQ(info.applicationShortName(), "Lumenhall");
-    });
-    IN_A_PROCESS_OF_ITS_OWN({
-        AppInfo::initialize(AppInfo::App::Skyfold);
-        EXPECT_EQ(AppInfo::instance().applicationShortName(), "Skyfold");
-    });
+    for (const bool isOther : { false, true }) {
+        test::ForkedChild process([&] { // The instance is the process's.
+            fn::Environment::unset("ManagerAppType");
+            expectNoInstance();
+            fn::Environment::set("ManagerAppType", "2");
+            expectNoInstance();
+            // What came too early has not settled anything.
+            AppInfo::initialize(isOther ? AppInfo::App::Lumenhall : AppInfo::App::Skyfold);
+            auto& info = AppInfo::instance();
+            EXPECT_EQ(info.applicationDisplayName(), isOther ? "Lumen Hall" : "Skyfold");
+            AppInfo::initialize(isOther ? AppInfo::App::Skyfold : AppInfo::App::Lumenhall);
+            EXPECT_EQ(&AppInfo::instance(), &info);
+            return !testing::Test::HasFailure();
+        });
+        EXPECT_TRUE(process.succeeds());
+    }
 }
 
 TEST(AppInfo, DescribesTheOperatingSystem)

