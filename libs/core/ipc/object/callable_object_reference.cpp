@@ -2,6 +2,7 @@
 #include "core/ipc/object/call_message.h"
 #include "core/ipc/object/exception_record_private.h"
 #include "core/ipc/object/object_dead_exception.h"
+#include "core/ipc/worker/worker.h"
 
 namespace ipc {
 namespace {
@@ -58,6 +59,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
 
 std::uint32_t CallableObjectReference::nextRequestId()
 {
+    if (_requestCounter == 0) _requestCounter = worker()._objectManager->requestNumbers().last(objectId());
     do {
         ++_requestCounter;
     } while (_requestCounter == 0 || _requestCounter == call::NO_REQUEST_ID || _pendingCalls.contains(_requestCounter));
@@ -67,6 +69,7 @@ std::uint32_t CallableObjectReference::nextRequestId()
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
     if (!_pendingCalls.take(requestId)) return;
+    if (hasWorker() && !dead()) worker()._objectManager->requestNumbers().cancelled(objectId(), requestId);
     sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
 }
 

@@ -334,6 +334,7 @@ void WorkerObjectManager::markDead(LiveReferences references)
 void WorkerObjectManager::workerDied(WorkerId workerId)
 {
     _deadWorkers.insert(workerId);
+    _requestNumbers.forget(workerId);
     LiveReferences live;
     if (const auto table = _references.find(workerId); table != _references.end()) {
         for (const auto& [objectId, reference] : table->second) collectLive(live, *reference, false);

@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/limits.h"
+#include "core/ipc/object/request_numbers.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
@@ -38,6 +39,7 @@ public:
     fn::RunLoop& loop() const noexcept { return _loop; }
     WorkerId workerId() const noexcept { return _workerId; }
     void setWorkerId(WorkerId workerId) noexcept { _workerId = workerId; }
+    RequestNumbers& requestNumbers() noexcept { return _requestNumbers; }
 
     /// The worker has gone: what is left of its references is dead, and is notified.
     void close();
@@ -146,6 +148,7 @@ private:
     std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
     std::exception_ptr* _failure = nullptr; // Of the payload being decoded.
     std::set<WorkerId> _deadWorkers;
+    RequestNumbers _requestNumbers;
 };
 
 } // namespace ipc
