@@ -1,4 +1,5 @@
 #pragma once
+#include "core/ipc/wire/message.h"
 #include "foundation/duration.h"
 #include <cstddef>
 #include <cstdint>
@@ -54,3 +55,15 @@ inline constexpr std::size_t stickyBytes = std::size_t(64) << 20;
 inline constexpr int stickyDepth = 500;
 
 } // namespace ipc::limits
+
+namespace ipc {
+
+/// Those of the hub that a test makes smaller, so that they are met.
+struct HubLimits {
+    WorkerId workerIds = NO_WORKER_ID; ///< How many there are, 0 among them.
+    std::size_t stalledQueueBytes = limits::stalledQueueBytes;
+    std::size_t pausingQueueBytes = limits::pausingQueueBytes;
+    std::size_t queueBytes = limits::queueBytes;
+};
+
+} // namespace ipc

@@ -63,10 +63,12 @@ fn::String Dispatcher::WorkerInfo::toString() const
         + ")";
 }
 
-Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout)
+Dispatcher::Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout, const HubLimits& limits)
     : _loop(loop),
       _timeout(timeout),
-      _pipePath(newPipePath())
+      _limits(limits),
+      _pipePath(newPipePath()),
+      _ids(limits.workerIds)
 {
     const fn::File endpoint(_pipePath);
     if (endpoint.exists()) endpoint.remove(false);

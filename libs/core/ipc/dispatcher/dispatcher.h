@@ -2,6 +2,7 @@
 #include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/usage_counts.h"
 #include "core/ipc/dispatcher/worker_ids.h"
+#include "core/ipc/limits.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
@@ -52,7 +53,7 @@ public:
     };
 
     /// `timeout`: how long a PING may stay unanswered. Pings are sent every third of it, at least 1 ms apart.
-    Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout);
+    Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout, const HubLimits& limits = {});
     ~Dispatcher()
         override; ///< Sends nothing. Without a `stop()` before it, calls that are still pending are rejected here.
 
@@ -131,6 +132,7 @@ private:
 
     fn::uv::Loop& _loop;
     const fn::Duration _timeout;
+    const HubLimits _limits;
     const fn::String _pipePath;
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection, ByAccept> _connections; // Every accepted connection that has not died.

@@ -118,7 +118,7 @@ void Dispatcher::WorkerConnection::send(const Frame& frame)
     if (isClosed()) return;
     ++_framesSent;
     _messageHelper.send(frame);
-    if (_stream->queuedBytes() > limits::stalledQueueBytes) [[unlikely]]
+    if (_stream->queuedBytes() > _dispatcher._limits.stalledQueueBytes) [[unlikely]]
         watchQueue();
 }
 
@@ -173,7 +173,7 @@ void Dispatcher::WorkerConnection::onPongOverdue()
 void Dispatcher::WorkerConnection::watchQueue()
 {
     if (isOwnWorker()) return;
-    if (_stream->queuedBytes() > limits::queueBytes) {
+    if (_stream->queuedBytes() > _dispatcher._limits.queueBytes) {
         // Not inside the send: the sender is still walking the tables.
         _dispatcher._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
         return;
@@ -190,7 +190,7 @@ void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore)
 {
     if (isClosed()) return;
     _queueTimer = {};
-    if (_stream->queuedBytes() <= limits::stalledQueueBytes) return;
+    if (_stream->queuedBytes() <= _dispatcher._limits.stalledQueueBytes) return;
     if (_stream->sentBytes() == sentBefore)
         closeStalled();
     else
@@ -209,11 +209,12 @@ void Dispatcher::WorkerConnection::closeStalled()
 
 void Dispatcher::WorkerConnection::slowDown(const fn::AutoPtr<WorkerConnection>& sender)
 {
-    if (isClosed() || _stream->queuedBytes() <= limits::pausingQueueBytes || isOwnWorker() || sender->isOwnWorker())
+    if (isClosed() || _stream->queuedBytes() <= _dispatcher._limits.pausingQueueBytes || isOwnWorker()
+        || sender->isOwnWorker())
         return;
     if (std::ranges::find(_waitingSenders, sender) != _waitingSenders.end()) return;
     if (_waitingSenders.empty()) {
-        _stream->whenQueuedAtMost(limits::pausingQueueBytes / 2, [this] { resumeSenders(); });
+        _stream->whenQueuedAtMost(_dispatcher._limits.pausingQueueBytes / 2, [this] { resumeSenders(); });
     }
     _waitingSenders.push_back(sender);
     sender->pause();

@@ -29,7 +29,7 @@ bool WorkerIds::isTold(const Listener& listener, WorkerId id) const
 
 std::optional<WorkerId> WorkerIds::next(std::span<const Listener* const> others) const
 {
-    if (_next != NO_WORKER_ID) return _next;
+    if (_next != _count) return _next;
     if (_free.empty()) return std::nullopt;
     auto eldest = UINT64_MAX;
     Listener::Ids toldAlone;
@@ -46,7 +46,7 @@ std::optional<WorkerId> WorkerIds::next(std::span<const Listener* const> others)
 
 void WorkerIds::giveOut(WorkerId id)
 {
-    if (_next != NO_WORKER_ID) ++_next;
+    if (_next != _count) ++_next;
     const auto death = _deaths.find(id);
     if (death == _deaths.end()) return;
     _free.erase(death->second);

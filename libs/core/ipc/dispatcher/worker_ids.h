@@ -32,6 +32,8 @@ public:
         std::unique_ptr<Ids> _toldAlone; // 8 KiB, made when first needed.
     };
 
+    explicit WorkerIds(WorkerId count = NO_WORKER_ID) : _count(count) { } ///< From 0 on.
+
     Listener accept() { return Listener(_nextSerial++); }
 
     /// Every connection that is there is told now that the worker is dead; from now on its id may be given out again.
@@ -53,7 +55,8 @@ public:
 
 private:
     std::uint64_t _nextSerial = 0;
-    WorkerId _next = 0; // The first round; NO_WORKER_ID when it is over.
+    const WorkerId _count;
+    WorkerId _next = 0; // The first round; `_count` when it is over.
     std::unordered_map<WorkerId, std::uint64_t> _deaths;
     std::map<std::uint64_t, WorkerId>
         _free; // By their deaths. Never 0: the dispatcher's own worker to everybody, for ever.
