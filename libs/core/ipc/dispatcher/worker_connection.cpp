@@ -1,6 +1,7 @@
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/object_message.h"
+#include "foundation/time/clock.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
 #include <cerrno>
@@ -13,6 +14,9 @@ namespace ipc {
 namespace {
 
 constexpr std::uint64_t frameHeaderBytes = 4;
+
+// A loop whose timers are so late has not run meanwhile.
+constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace
 
@@ -146,6 +150,7 @@ void Dispatcher::WorkerConnection::schedulePing()
 void Dispatcher::WorkerConnection::onPingDue()
 {
     _isPongAwaited = true;
+    _isAwaitedTwice = false;
     _wasReported = false;
     awaitPong();
     send(fn::Value::map({ { field::TYPE, type::PING } }));
@@ -155,6 +160,7 @@ void Dispatcher::WorkerConnection::awaitPong()
 {
     // While this connection is not read for another's sake its silence means nothing.
     if (_pauses > 0) return;
+    _pongDue = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
     _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this] { onPongOverdue(); });
 }
 
@@ -164,6 +170,9 @@ void Dispatcher::WorkerConnection::onPongOverdue()
     _stream->readPending();
     // What was read may have paused this connection before its PONG: it is waited for again once that is over.
     if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
+    // A hub that was itself starved has kept others from answering, those in its own process above all.
+    const bool isLate = _dispatcher._loop.clock().monotonic() > _pongDue + starvedFrom;
+    if (isLate && !std::exchange(_isAwaitedTwice, true)) return awaitPong();
     _wasReported = true;
     _dispatcher._onWorkerNotResponding.fire(_info);
 }

@@ -8,7 +8,8 @@ namespace ipc {
 /// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of what waits for it.
 ///
 /// Pings: a third of the time-out after HELLO and after each PONG. When a PONG is overdue the socket is read once more
-/// before anybody is told: a hub that was itself starved finds answers lying unread.
+/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits once more for those that it has
+/// kept from answering.
 ///
 /// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed.
 /// One that still takes bytes is waited for: those who send to it are read no further until half has left.
@@ -69,7 +70,9 @@ private:
     int _pauses = 0; // Receivers for whose sake this connection is not read.
     bool _isIdentified = false;
     bool _isPongAwaited = false;
+    bool _isAwaitedTwice = false;
     bool _wasReported = false; // Not responding, since the last PING.
+    fn::Duration _pongDue; // By the loop's clock.
 };
 
 } // namespace ipc
