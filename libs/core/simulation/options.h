@@ -18,6 +18,9 @@ struct Options {
     std::uint32_t freezes = 0; ///< As by SIGSTOP, or as a process that gets no processor.
     fn::Duration longestFreeze = fn::Duration::seconds(1);
 
+    /// For a frame that comes in pieces, where such a process reads it.
+    std::uint32_t failingAllocations = 0;
+
     std::uint32_t failingLaunches = 0; ///< The system starts no process.
     std::uint32_t hangingLaunches = 0; ///< It does, and the process never does anything.
     std::uint32_t fullQueues = 0; ///< A connect finds the listener's queue full. Not in the listener's own process.

@@ -242,6 +242,14 @@ void Process::fillRandomly(std::span<std::uint8_t> bytes)
     }
 }
 
+bool Process::hasMemoryFor(std::size_t)
+{
+    if (!_isExposed || _isDead || !_world._decisions.happens(Choice::Fault, _world._options.failingAllocations))
+        return true;
+    _world.tellHarm(_name, "has no memory");
+    return false;
+}
+
 void* Process::local(const LocalMaker& maker)
 {
     const auto found = std::ranges::find(_locals, &maker, &Local::maker);

@@ -31,7 +31,7 @@ public:
     std::int64_t status() const noexcept { return _status; } ///< Of its exit, once dead.
     int signal() const noexcept { return _signal; } ///< That killed it, or 0.
 
-    /// Whether `Options::deaths` and `Options::freezes` may hit it. At first not.
+    /// Whether `Options::deaths`, `freezes` and `failingAllocations` may hit it. At first not.
     void setExposed(bool isExposed) noexcept { _isExposed = isExposed; }
 
     /// Sends it a signal when its parent dies.
@@ -51,6 +51,7 @@ public:
     void unwatchSignal(SignalUser& user) noexcept override;
     std::map<fn::String, std::optional<fn::String>>& environment() override { return _environment; }
     void fillRandomly(std::span<std::uint8_t> bytes) override;
+    bool hasMemoryFor(std::size_t bytes) override;
     void* local(const LocalMaker& maker) override;
 
 private:

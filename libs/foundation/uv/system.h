@@ -118,6 +118,8 @@ public:
 
     virtual void fillRandomly(std::span<std::uint8_t> bytes) = 0;
 
+    virtual bool hasMemoryFor(std::size_t bytes) = 0; ///< For what a peer has announced. False: as if there was none.
+
     /// This process's own; made at the first call, destroyed with the process, latest first.
     virtual void* local(const LocalMaker& maker) = 0;
 

@@ -5,6 +5,7 @@
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/mpack/serializer.h"
+#include "foundation/uv/system.h"
 #include <algorithm>
 #include <cerrno>
 #include <new>
@@ -138,6 +139,8 @@ bool MessageHelper::readBody(fn::ByteView& chunk)
 bool MessageHelper::reserveBody()
 {
     try {
+        if (auto* const system = fn::uv::System::current(); system && !system->hasMemoryFor(_length))
+            throw std::bad_alloc();
         _body.reserve(_length);
         return true;
     } catch (const std::bad_alloc&) {
