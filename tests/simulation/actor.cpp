@@ -30,6 +30,17 @@ template <typename T> T takeSome(std::vector<T>& all)
     return taken;
 }
 
+std::string describe(const std::exception_ptr& failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const fn::Exception& exception) {
+        return fmt::format("{}: {}", exception.className(), exception.what());
+    } catch (const std::exception& exception) {
+        return exception.what();
+    }
+}
+
 } // namespace
 
 void tellResult(int call, const fn::Value& result)
@@ -46,21 +57,12 @@ void tellResult(int call, const fn::Value& result)
 
 void tellFailure(int call, const std::exception_ptr& failure)
 {
-    Event event { .deed = Deed::HasFailure, .number = call };
-    std::string text;
-    try {
-        std::rethrow_exception(failure);
-    } catch (const fn::Exception& exception) {
-        text = fmt::format("{}: {}", exception.className(), exception.what());
-        event.flag = dynamic_cast<const ipc::ObjectDeadException*>(&exception);
-    } catch (const std::exception& exception) {
-        text = exception.what();
-    }
-    event.text = text;
-    witness().tell(event);
+    const auto text = describe(failure);
+    const bool isDeath = text.find("ObjectDeadException") != std::string::npos;
+    witness().tell({ .deed = Deed::HasFailure, .number = call, .flag = isDeath, .text = text });
 }
 
-Actor::Actor(const ipc::ModuleInitData& data) : Module(data) { actor() = this; }
+Actor::Actor(const ipc::ModuleInitData& data) : Module(data), _hasOwnProcess(data.separateProcess()) { actor() = this; }
 
 Actor::~Actor() { actor() = nullptr; }
 
@@ -70,6 +72,7 @@ void Actor::onConnected()
 {
     witness().tell({ .deed = Deed::Connects, .number = worker().workerId() });
     worker().registerObjectReferenceClass<ThingReference>();
+    worker().registerObjectReferenceClass<Breaking::Reference>();
     for (int channel = 0; channel < channels; ++channel) listen(channel);
     someThing();
     actLater();
@@ -77,15 +80,22 @@ void Actor::onConnected()
 
 void Actor::terminate()
 {
-    witness().tell({ .deed = Deed::Leaves });
+    if (!_hasOwnProcess) return; // The main program's loop.
+    witness().tell({ .deed = Deed::Leaves, .flag = true });
     Module::terminate();
+}
+
+void Actor::onAboutToQuit()
+{
+    witness().tell({ .deed = Deed::IsToldToQuit });
+    Module::onAboutToQuit();
 }
 
 void Actor::actLater()
 {
     const auto delay = fn::Duration::milliseconds(100 - witness().choose(100)); // The tame answer is to be quiet.
     _next = worker().loop().schedule(delay, [this] {
-        if (witness().isResting()) return;
+        if (witness().isResting()) return restLater();
         act();
         actLater();
     });
@@ -93,18 +103,47 @@ void Actor::actLater()
 
 void Actor::act()
 {
-    switch (witness().choose(13)) {
+    switch (witness().choose(14)) {
     case 0: return;
-    case 1: return registerSomething();
+    case 1: return registerThing(someThing(), static_cast<int>(witness().choose(5)));
     case 2: return findSomething();
     case 3: return cancelSomething();
     case 4: return dropSomething();
     case 5: return post();
     case 6:
-        if (witness().choose(100) == 99) terminate();
-        return;
+        if (witness().choose(100) < 99 || !_hasOwnProcess) return;
+        witness().tell({ .deed = Deed::Leaves });
+        return Module::terminate();
+    case 7: return hideAll();
     default: return callSomething();
     }
+}
+
+/// When all that went wrong is over: offers an object, finds the one that must be found, and calls it.
+void Actor::restLater()
+{
+    const auto time = witness().timeUntilProof();
+    if (!time) return;
+    _next = worker().loop().schedule(std::max(*time, fn::Duration()), [this] {
+        registerThing(fn::makeAuto<Thing>(worker()), proofPriority);
+        _next = worker().loop().schedule(fn::Duration::seconds(4), [this] { proveAlive(); });
+    });
+}
+
+void Actor::proveAlive()
+{
+    find({}).then(
+        [this](fn::AutoPtr<ThingReference>&& found) {
+            int number = 0;
+            call(found, Ask::Echo, number)
+                .then(
+                    [number](fn::Value&& result) {
+                        tellResult(number, result);
+                        witness().tell({ .deed = Deed::Proves });
+                    },
+                    [number](std::exception_ptr failure) { tellFailure(number, failure); });
+        },
+        [](std::exception_ptr) {});
 }
 
 // --- Objects
@@ -141,23 +180,50 @@ void Actor::dropSomething()
     }
 }
 
-void Actor::registerSomething()
+void Actor::registerThing(const fn::AutoPtr<Thing>& thing, int priority)
 {
-    const auto thing = someThing();
-    const int priority = static_cast<int>(witness().choose(5));
-    witness().tell({ .deed = Deed::Registers, .number = thing->number, .other = priority });
-    worker().registry()->registerObject(thing, priority).then([] {}, [](std::exception_ptr) {});
+    const int number = thing->number;
+    witness().tell({ .deed = Deed::Registers, .number = number, .other = priority });
+    worker()
+        .registry()
+        ->registerObject(thing, priority)
+        .then(
+            [number] { witness().tell({ .deed = Deed::HasRegistered, .number = number }); }, [](std::exception_ptr) {});
+}
+
+fn::Promise<fn::AutoPtr<ThingReference>> Actor::find(fn::Duration bound)
+{
+    const int number = witness().next(Numbered::LookUps);
+    witness().tell({ .deed = Deed::LooksUp, .number = number, .value = bound.totalMilliseconds() });
+    return worker().registry()->getInstance<ThingReference>(bound).then(
+        [number](fn::AutoPtr<ThingReference>&& found) {
+            witness().tell({ .deed = Deed::Finds, .number = number, .other = found->number() });
+            return std::move(found);
+        },
+        [number](std::exception_ptr failure) -> fn::AutoPtr<ThingReference> {
+            const auto text = describe(failure);
+            witness().tell({ .deed = Deed::FindsNothing, .number = number, .text = text });
+            std::rethrow_exception(failure);
+        });
 }
 
 void Actor::findSomething()
 {
-    const auto bound = fn::Duration::milliseconds(witness().choose(5000));
-    worker().registry()->getInstance<ThingReference>(bound).then(
-        [this](fn::AutoPtr<ThingReference>&& found) {
-            if (!found) witness().tell({ .deed = Deed::Violates, .text = "getInstance gave nothing" });
-            hold(std::move(found));
-        },
-        [](std::exception_ptr) {});
+    find(fn::Duration::milliseconds(witness().choose(5000)))
+        .then([this](fn::AutoPtr<ThingReference>&& found) { hold(std::move(found)); }, [](std::exception_ptr) {});
+}
+
+/// As a module that is about to end idle does, or shows them again.
+void Actor::hideAll()
+{
+    const bool hides = witness().choose(3) == 2;
+    const int number = witness().next(Numbered::Hides);
+    witness().tell({ .deed = Deed::Hides, .number = number, .flag = hides });
+    worker()
+        .registry()
+        ->callMethod("setInstancesHidden", hides)
+        .then([number](fn::Value&&) { witness().tell({ .deed = Deed::HasHidden, .number = number }); },
+            [](std::exception_ptr) {});
 }
 
 // --- Calls
@@ -166,7 +232,7 @@ fn::Promise<fn::Value> Actor::call(const fn::AutoPtr<ThingReference>& reference,
 {
     number = witness().next(Numbered::Calls);
     witness().tell(
-        { .deed = Deed::Calls, .number = number, .other = reference->thing(), .value = static_cast<int>(ask) });
+        { .deed = Deed::Calls, .number = number, .other = reference->number(), .value = static_cast<int>(ask) });
     auto argument = fn::Value::map({ { "call", number } });
     if (ask == Ask::Keep || ask == Ask::CallBack) {
         const auto other = someHeld(); // Of anybody: a third party's as well.
@@ -176,6 +242,9 @@ fn::Promise<fn::Value> Actor::call(const fn::AutoPtr<ThingReference>& reference,
         } else {
             argument.set("thing", someThing()->asValue());
         }
+        argument.set("registry", worker().registry()); // Everybody's: counted for nobody.
+    } else if (ask == Ask::Break && witness().choose(2) == 0) {
+        argument.set("thing", fn::makeAuto<Breaking>(worker()));
     }
     return reference->callMethod(fn::String::number(static_cast<int>(ask)), argument);
 }
@@ -201,11 +270,15 @@ void Actor::callSomething()
             tellFailure(number, failure);
         });
     _pending.push_back({ number, std::move(ended) });
+    if (witness().choose(8) == 7) { // A time-out, or at once.
+        const auto time = fn::Duration::milliseconds(witness().choose(30));
+        worker().loop().schedule(time, [this] { cancelSomething(); }).detach();
+    }
 }
 
 void Actor::cancelSomething()
 {
-    if (_pending.empty()) return;
+    if (actor() != this || _pending.empty()) return;
     const auto pending = takeSome(_pending);
     witness().tell({ .deed = Deed::Cancels, .number = pending.call });
     pending.promise.cancel();
@@ -216,7 +289,9 @@ void Actor::cancelSomething()
 void Actor::post()
 {
     const int channel = static_cast<int>(witness().choose(channels));
-    auto body = fn::Value::map({ { "publisher", witness().process() }, { "number", witness().next(Numbered::Posts) } });
+    const int number = witness().next(Numbered::Posts);
+    witness().tell({ .deed = Deed::Posts, .number = channel, .value = number });
+    auto body = fn::Value::map({ { "publisher", witness().process() }, { "number", number } });
     if (channel == 0)
         fn::MessageBus::instance().postStickyMessage(channelName(channel), std::move(body));
     else

@@ -15,6 +15,7 @@ public:
     bool wantsIdleTermination() override { return Witness::current().mayEndIdle(); }
     bool canTerminate() override { return Witness::current().isResting(); }
     void terminate() override;
+    void onAboutToQuit() override;
 
     void hold(fn::AutoPtr<ThingReference> reference);
     fn::AutoPtr<Thing> someThing(); ///< A new one or one of its own.
@@ -32,14 +33,19 @@ private:
     void callSomething();
     void cancelSomething();
     void dropSomething();
-    void registerSomething();
+    void registerThing(const fn::AutoPtr<Thing>& thing, int priority);
+    fn::Promise<fn::AutoPtr<ThingReference>> find(fn::Duration bound);
     void findSomething();
+    void hideAll();
     void post();
+    void restLater();
+    void proveAlive();
     void listen(int channel);
 
     std::vector<fn::AutoPtr<Thing>> _things;
     std::vector<fn::AutoPtr<ThingReference>> _held;
     std::vector<Pending> _pending;
+    const bool _hasOwnProcess;
     fn::Handle _next;
     std::vector<fn::Handle> _listening;
 };

@@ -2,4 +2,4 @@
 #include "actor.h"
 #include "core/ipc/run_module.h"
 
-IPC_MODULE_ENTRY_POINT(simulated::Actor, "Module")
+IPC_MODULE_ENTRY_POINT(simulated::Actor, MODULE_NAME)

@@ -1,6 +1,7 @@
 #include "run.h"
 #include "core/app_info.h"
 #include "core/ipc/module_manager/module_manager.h"
+#include "core/ipc/run_module.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/uv/signal_watcher.h"
 #include "world_truth.h"
@@ -12,7 +13,8 @@ namespace {
 
 using core::simulation::Options;
 
-constexpr auto rest = fn::Duration::seconds(45); // Longer than any launch, look-up, freeze or answer takes.
+constexpr auto rest = fn::Duration::seconds(50); // Longer than any launch, look-up, freeze or answer takes.
+constexpr auto stopDelay = fn::Duration::seconds(3);
 constexpr auto idleRest = fn::Duration::seconds(2000); // Longer than any module is idle.
 
 /// Everything that is logged by those who still count.
@@ -36,19 +38,29 @@ private:
     fn::AutoPtr<fn::logging::Sink> _sink = fn::makeAuto<TruthSink>();
 };
 
-int mainProgram(WorldTruth& truth, std::uint32_t modules)
+/// What the main program is like in this run.
+struct Program {
+    std::uint32_t modules; // In processes of their own.
+    bool hasOwnModule; // One more in the main process.
+    ipc::HubLimits limits;
+};
+
+int mainProgram(WorldTruth& truth, const Program& program)
 {
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-    ipc::Dispatcher dispatcher(fn::RunLoop::defaultLoop().uvLoop(), WorldTruth::pongTime);
+    auto& loop = fn::RunLoop::defaultLoop().uvLoop();
+    ipc::Dispatcher dispatcher(loop, WorldTruth::pongTime, program.limits);
     truth.hub = &dispatcher;
     dispatcher.bind();
     dispatcher.start();
     std::vector<ipc::ModuleDefinition*> definitions;
-    for (std::uint32_t i = 1; i <= modules; ++i) {
-        const auto name = fmt::format("simulated_module_{}", i);
-        truth.expects(name);
-        definitions.push_back(ipc::ModuleDefinition::create(name, "module_loader", false, false, false));
-    }
+    const auto addModule = [&](std::uint32_t number, bool isInProcess) {
+        const auto name = fmt::format("simulated_module_{}", number);
+        if (!isInProcess) truth.expects(name);
+        definitions.push_back(ipc::ModuleDefinition::create(name, "module_loader", isInProcess, false, false));
+    };
+    for (std::uint32_t i = 1; i <= program.modules; ++i) addModule(i, false);
+    if (program.hasOwnModule) addModule(5, true);
     ipc::ModuleManager manager(dispatcher, std::move(definitions));
     manager.onFatalError()
         .connect([&](const fn::String& message) { truth.tell({ .deed = Deed::GivesUp, .text = message.view() }); })
@@ -56,12 +68,16 @@ int mainProgram(WorldTruth& truth, std::uint32_t modules)
     manager.onModuleNotResponding()
         .connect([&](const fn::String& name) { truth.tell({ .deed = Deed::FindsSilent, .text = name.view() }); })
         .detach();
-    const fn::uv::SignalWatcher end(fn::RunLoop::defaultLoop().uvLoop(), SIGTERM, [&] {
+    const auto end = [&] {
         manager.stop();
-        dispatcher.stop(fn::Duration::seconds(1), {});
-    });
+        truth.stopped();
+        dispatcher.stop(stopDelay, [&] { truth.checkQuit(); });
+    };
+    const fn::uv::SignalWatcher terminated(loop, SIGTERM, end);
+    const fn::uv::SignalWatcher interrupted(loop, SIGINT, end);
     manager.start();
     truth.hub = nullptr;
+    ipc::endModules();
     return 0;
 }
 
@@ -77,6 +93,7 @@ Options roughness(core::simulation::Decisions& decisions)
     options.deaths = rate(6'000);
     options.freezes = rate(6'000);
     options.longestFreeze = fn::Duration::milliseconds(20 << decisions.choose(Choice::Fault, 10));
+    options.failingAllocations = rate(20'000);
     options.failingLaunches = rate(300'000);
     options.hangingLaunches = rate(300'000);
     options.fullQueues = rate(500'000);
@@ -85,13 +102,42 @@ Options roughness(core::simulation::Decisions& decisions)
 
 void calm(Options& options)
 {
-    options.deaths = options.freezes = options.failingLaunches = options.hangingLaunches = options.fullQueues = 0;
+    options.deaths = options.freezes = options.failingAllocations = options.failingLaunches = options.hangingLaunches =
+        options.fullQueues = 0;
+}
+
+ipc::HubLimits someLimits(core::simulation::Decisions& decisions)
+{
+    ipc::HubLimits limits;
+    if (decisions.choose(Choice::Fault, 2) == 1) limits.workerIds = 8;
+    if (decisions.choose(Choice::Fault, 2) == 1) {
+        limits.pausingQueueBytes = std::size_t(1024) << decisions.choose(Choice::Fault, 6);
+        limits.stalledQueueBytes = 2 * limits.pausingQueueBytes;
+        limits.queueBytes = 1024 * limits.pausingQueueBytes;
+    }
+    return limits;
+}
+
+/// What happens to the main process once, if anything does.
+void strike(World& world, WorldTruth& truth, Process& main)
+{
+    auto& decisions = world.decisions();
+    const auto kind = decisions.choose(Choice::Fault, 8);
+    if (kind < 5) return;
+    world.runFor(fn::Duration::milliseconds(decisions.choose(Choice::Fault, 3000)));
+    if (kind == 5) {
+        truth.expectLateNotices();
+
+        return world.freeze(main, fn::Duration::milliseconds(decisions.choose(Choice::Fault, 10'000)));
+    }
+    truth.isEnding = true; // The modules of a dead hub end.
+    if (kind == 7) truth.harmed(main.name(), "is killed", {});
+    world.signal(main, kind == 7 ? SIGKILL : decisions.choose(Choice::Fault, 2) == 0 ? SIGINT : SIGTERM);
 }
 
 void checkEnd(World& world, WorldTruth& truth, Process& main)
 {
-    truth.isEnding = true;
-    if (!main.isDead()) world.signal(main, SIGTERM);
+    if (!main.isDead() && !std::exchange(truth.isEnding, true)) world.signal(main, SIGTERM);
     const auto allEnded = [&] {
         return std::ranges::all_of(
             world.processes(), [](const auto& process) { return process->isDead() || process->isHanging(); });
@@ -102,24 +148,22 @@ void checkEnd(World& world, WorldTruth& truth, Process& main)
 
 } // namespace
 
-Report runOnce(core::simulation::Decisions& decisions, bool tells)
+core::simulation::Report runOnce(core::simulation::Decisions& decisions, bool tells)
 {
-    Report report;
+    core::simulation::Report report;
     World world(decisions, roughness(decisions));
     WorldTruth truth(world, tells);
     const Ears ears;
     world.setHarmObserver(
         [&](const fn::String& name, const char* harm, fn::Duration time) { truth.harmed(name, harm, time); });
-    const auto modules = decisions.choose(Choice::Load, 4) + 1;
+    const Program program { decisions.choose(Choice::Load, 4) + 1, decisions.choose(Choice::Load, 4) == 3,
+        someLimits(decisions) };
+    if (program.limits.pausingQueueBytes < ipc::limits::pausingQueueBytes)
+        truth.expectLateNotices(); // Whoever waits for a slow receiver is not waited for.
     truth.modulesEndIdle = decisions.choose(Choice::Load, 16) == 15;
     const auto time = fn::Duration::milliseconds(500 << decisions.choose(Choice::Load, 5));
-    auto& main = world.start("skyfold", [&truth, modules] { return mainProgram(truth, modules); });
-    if (decisions.choose(Choice::Fault, 8) == 7) {
-        world.runFor(fn::Duration::milliseconds(decisions.choose(Choice::Fault, 2000)));
-        truth.harmed(main.name(), "is killed", {});
-        truth.isEnding = true; // The modules of a dead hub end.
-        world.signal(main, SIGKILL);
-    }
+    auto& main = world.start("skyfold", [&] { return mainProgram(truth, program); });
+    strike(world, truth, main);
     world.runFor(time);
     truth.rest();
     calm(world.options());

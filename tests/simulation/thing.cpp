@@ -3,6 +3,7 @@
 #include "core/fraction.h"
 #include "foundation/exceptions.h"
 #include "foundation/value_map.h"
+#include <algorithm>
 
 namespace simulated {
 
@@ -34,6 +35,7 @@ ThingReference::ThingReference(ipc::ObjectReferenceInitializer& initializer) : C
     _number = witness().next(Numbered::References);
     witness().tell({ .deed = Deed::MakesReference, .number = _number, .object = objectId(), .flag = local() });
     objectDeadSignal().connect([this] { onDeath(); }).detach();
+    const fn::AutoPtr self(this); // As constructors may.
 }
 
 ThingReference::~ThingReference()
@@ -43,9 +45,7 @@ ThingReference::~ThingReference()
 
 void ThingReference::recognize(int thing)
 {
-    if (_thing == thing) return;
-    if (_thing >= 0) violated("a reference stands for two objects");
-    _thing = thing;
+    if (_thing < 0) _thing = thing;
     witness().tell({ .deed = Deed::Recognizes, .number = _number, .other = thing });
 }
 
@@ -56,11 +56,25 @@ void ThingReference::onDeath()
     witness().tell({ .deed = Deed::HearsDeath, .number = _number });
 }
 
+void ThingReference::onObjectDead()
+{
+    if (_number > 0 && witness().choose(4) == 3) throw fn::RuntimeException("on purpose");
+    CallableObjectReference::onObjectDead();
+}
+
 void ThingReference::onEvent(const fn::String&, const fn::Value& argument)
 {
-    const int number = argument.to<int>();
-    if (number <= _lastEvent) violated("events of one object came out of order, or twice");
-    _lastEvent = number;
+    witness().tell({ .deed = Deed::HearsEvent, .number = _number, .value = argument.to<int>() });
+}
+
+Breaking::Reference::Reference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
+{
+    if (initializer.manager && !initializer.instance) throw fn::RuntimeException("broken");
+}
+
+fn::AutoPtr<ipc::ObjectReference> Breaking::createReference(ipc::ObjectReferenceInitializer& initializer)
+{
+    return fn::makeAuto<Reference>(initializer);
 }
 
 Thing::Thing(ipc::Worker& worker) : CallableObjectInstance(worker), number(witness().next(Numbered::Things))
@@ -94,7 +108,14 @@ void Thing::onMethodCall(const CallContext& context, const fn::String& name, con
 {
     const int call = argument.at("call").to<int>();
     witness().tell({ .deed = Deed::GetsCall, .number = call });
+    _calls.emplace_back(context, call);
     answer(context, static_cast<Ask>(name.toInt(0, 10, nullptr)), call, argument);
+}
+
+void Thing::onMethodCallCancelled(const CallContext& context)
+{
+    const auto known = std::ranges::find(_calls.rbegin(), _calls.rend(), context, &std::pair<CallContext, int>::first);
+    if (known != _calls.rend()) witness().tell({ .deed = Deed::GetsCancel, .number = known->second });
 }
 
 void Thing::answer(const CallContext& context, Ask ask, int call, const fn::Value& argument)
@@ -114,7 +135,13 @@ void Thing::answer(const CallContext& context, Ask ask, int call, const fn::Valu
     case Ask::Relay: return callOn(context, call, actor ? actor->someHeld() : fn::AutoPtr<ThingReference>());
     case Ask::CallBack: return callOn(context, call, thingIn(argument.at("thing")));
     case Ask::Unencodable: return sendResult(context, fn::Value(Unsendable()));
-    case Ask::Event: broadcastEvent("event", ++_events); return sendResult(context, call);
+    case Ask::Event:
+        witness().tell({ .deed = Deed::Broadcasts, .number = number, .value = ++_events });
+        broadcastEvent("event", _events);
+        return sendResult(context, call);
+    case Ask::Break:
+        return sendResult(
+            context, argument.find("thing") ? fn::Value(call) : fn::Value(fn::makeAuto<Breaking>(worker())));
     }
 }
 

@@ -13,16 +13,17 @@ public:
     explicit ThingReference(ipc::ObjectReferenceInitializer& initializer);
     ~ThingReference() override;
 
+    int number() const { return _number; } ///< The witness's.
     int thing() const { return _thing; } ///< Its number; -1 until that is known.
     void recognize(int thing);
 
 private:
     void onEvent(const fn::String& name, const fn::Value& argument) override;
+    void onObjectDead() override;
     void onDeath();
 
     int _number = 0; // 0 for samples.
     int _thing = -1;
-    int _lastEvent = 0;
     bool _hasDied = false;
 };
 
@@ -38,11 +39,25 @@ public:
 private:
     fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
+    void onMethodCallCancelled(const CallContext& context) override;
     void answer(const CallContext& context, Ask ask, int call, const fn::Value& argument);
     void answerLater(const CallContext& context, int call);
     void callOn(const CallContext& context, int call, const fn::AutoPtr<ThingReference>& other);
 
     int _events = 0;
+    std::vector<std::pair<CallContext, int>> _calls; // All that have come.
+};
+
+/// An object of which no reference can be made elsewhere.
+class FN_EXPORT Breaking final : public ipc::CallableObjectInstance {
+public:
+    struct Reference final : ipc::CallableObjectReference {
+        explicit Reference(ipc::ObjectReferenceInitializer& initializer);
+    };
+    explicit Breaking(ipc::Worker& worker) : CallableObjectInstance(worker) { }
+
+private:
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
 };
 
 /// The reference in what `Thing::asValue()` gave. The same reference always stands for the same thing.

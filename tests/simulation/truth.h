@@ -4,8 +4,10 @@
 #include "witness.h"
 #include <fmt/format.h>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace simulated {
@@ -38,43 +40,84 @@ protected:
     virtual int mainProcess() const = 0;
     virtual bool isThere(const fn::String& module) const = 0; ///< It runs; whether it is connected the truth knows.
     virtual bool isExplained(const std::string& text) const; ///< A line at warning level.
+    bool isExcused(const std::string& text) const; ///< By more than what has been done to one module.
+    virtual void checkLaunch(const std::string&) { } ///< The supervisor says that it launches somebody.
     virtual void checkWorld() { } ///< What else is to be checked at rest, while there is a hub.
     virtual void print(const std::string& line); ///< Of the story.
 
     bool isAlive(int process) const; ///< Neither killed nor about to end.
     bool isHubDead() const { return !isAlive(mainProcess()); }
     std::map<ipc::ObjectId, std::set<int>> heldObjects() const; ///< By whom, of living owners, elsewhere.
-    std::multiset<std::pair<ipc::ObjectId, int>> registrations() const; ///< With priorities, of living owners.
+    using Registered = std::tuple<ipc::ObjectId, int, bool>; ///< With its priority, hidden or not.
+    std::multiset<Registered> registrations() const; ///< Of living owners.
     std::size_t countedObjects() const; ///< How many the hub must count.
+    std::size_t mistakenReferences() const; ///< For which it may count one more each.
     std::size_t openCalls() const; ///< That must end yet.
     void forget(int process); ///< It has gone: whatever it held and however long it was stopped.
     void excuseFreezes(); ///< Until now: nobody could notice them.
-    const std::map<int, fn::Duration>& connected() const { return _connected; }
+    struct Post {
+        std::int64_t number = 0;
+        fn::Duration time;
+    };
+    const auto& posts() const { return _posts; } ///< The latest, by channel and publisher.
+    struct Connected {
+        fn::Duration since;
+        int worker;
+    };
+    const std::map<int, Connected>& connected() const { return _connected; }
+    bool isSupposedToQuit(int process) const; ///< It has had the time to.
+    bool hasHarmed(const std::string& text,
+        const std::set<std::string>& how) const; ///< Somebody named by it, in one of these ways.
 
     /// Who is silent for so long has been reported: a third of the time until the PING, the time itself, and some more.
     fn::Duration longestSilence = fn::Duration::seconds(5);
 
+    std::map<std::string, std::multiset<std::string>> harms; ///< How, by name of the process.
+    std::optional<fn::Duration> proofTime; ///< When everybody begins to show that it is alive.
+
 private:
+    struct Registration {
+        int priority;
+        bool isHidden = false;
+        int hide = 0; // The last request that concerns it.
+        std::optional<fn::Duration> hiddenSince = {}; // Known to be.
+    };
     struct Thing {
         int owner = 0;
         ipc::ObjectId objectId = 0;
         bool isAlive = false;
-        std::multiset<int> priorities; // Of its registrations.
+        std::vector<Registration> registrations;
+        bool isRegistered = false; // One of these is done.
         int holds = 0; // Of its owner's own.
         std::size_t sends = 0; // By its owner, registrations aside; at most.
+        std::int64_t events = 0;
+        fn::Duration lastEvent;
     };
     struct Reference {
         int holder;
         ipc::ObjectId objectId;
         bool isLocal;
-        int thing = -1; // Once that is known.
+        int thing;
+        bool
+            isMistaken; // It was brought by a message about a dead worker's object, under way when the id was given out again.
+        fn::Duration since;
+        std::int64_t lastEvent = 0;
         bool isDead = false;
+    };
+    struct LookUp {
+        int caller = 0;
+        fn::Duration begin;
+        fn::Duration bound;
+        std::vector<int> things; // Of which one must be found while its owner lives.
+        bool isOver = false;
     };
     struct Call {
         Ask ask;
         int caller = 0;
         int owner = 0;
+        bool isMistaken = false; // By a reference that is.
         bool hasArrived = false;
+        bool hasCancelArrived = false;
         bool isCancelled = false;
         bool isOver = false;
     };
@@ -102,12 +145,22 @@ private:
     void ends(Call& call, int number);
     void hasResult(const Event& event);
     void hasFailure(const Event& event);
-    bool isLateAnswer(const Call& call, const Event& answer) const;
     void hears(const Event& event);
+    void handleLookUp(const Event& event);
+    void looksUp(const Event& event);
+    void finds(const LookUp& lookUp, const Thing& found);
+    void findsNothing(const LookUp& lookUp, const std::string& text);
+    void hides(const Event& event);
+    void leaves(const Event& event);
     void isHarmed(const Event& event);
     void givesUp(const std::string& message);
     bool isOpen(const Call& call) const;
     bool isReferred(const Thing& thing, bool elsewhere) const;
+    bool isNeeded(int owner) const;
+    bool isUsedAgain(const Thing& thing) const;
+    void checkLookUps();
+    void checkProofs();
+    void checkBus();
     void checkCalls();
     void checkReferences();
     void checkThings();
@@ -121,8 +174,13 @@ private:
     std::vector<Call> _calls;
     std::map<int, Reference> _references;
     std::map<std::pair<int, std::pair<int, int>>, std::int64_t> _heard; // Last number by listener, publisher, channel.
-    std::map<std::string, int> _harms; // By name of the process.
-    std::map<int, fn::Duration> _connected; // All that ever were, and since when.
+    std::map<ipc::ObjectId, int> _latest; // The last thing of that id.
+    std::map<int, LookUp> _lookUps;
+    std::map<std::pair<int, int>, Post> _posts; // The latest, by channel and publisher.
+    std::set<int> _hiders; // All that ever hid something.
+    std::set<int> _toldToQuit;
+    std::set<int> _proved;
+    std::map<int, Connected> _connected; // All that ever were.
     std::vector<fn::String> _modules;
     std::vector<Freeze> _freezes;
     std::map<std::string, std::vector<fn::Duration>> _silences; // When which module was said not to respond.

@@ -1,35 +1,49 @@
 #pragma once
 #include "core/ipc/wire/message.h"
+#include "foundation/duration.h"
 #include "foundation/export.h"
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace simulated {
 
 /// What a call asks for.
-enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event };
-inline constexpr std::uint32_t asks = 12;
+enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event, Break };
+inline constexpr std::uint32_t asks = 13;
 
 /// What somebody has done, or what has happened to him. Behind each: what `number`, `other` and the rest say.
 enum class Deed : std::uint8_t {
     None,
     Connects, ///< As this worker.
-    Leaves, ///< Ends by itself.
+    Leaves, ///< Ends by itself; `flag`: since nobody needs it, it has been told to, or has lost its connection.
+    IsToldToQuit,
     MakesThing, ///< This one, known to the library as `object`.
     EndsThing,
     HoldsThing, ///< At home, `other` times more.
     SendsThing,
+    HasRegistered, ///< This thing: the registry has said so.
+    Hides, ///< What it has registered, or shows it if not `flag`; this is request `number`.
+    HasHidden, ///< As asked by request `number`.
+    Broadcasts, ///< Event `value` of this thing.
     Registers, ///< This thing with priority `other`.
     MakesReference, ///< This one to `object`, which is at home if `flag`.
     Recognizes, ///< That this reference stands for thing `other`.
+    HearsEvent, ///< Number `value` by this reference.
     HearsDeath, ///< Of what this reference stands for.
     EndsReference,
-    Calls, ///< Call `number` on thing `other` (-1: not known) with the Ask `value`.
+    Calls, ///< Call `number` by reference `other` with the Ask `value`.
     GetsCall,
+    GetsCancel, ///< Of this call.
     Cancels,
     HasResult, ///< Of call `number`: `other` is the Shape, `value` the number if it is one.
     HasFailure, ///< Of call `number`, told in `text`; `flag`: since the object is dead.
+    LooksUp, ///< Look-up `number`, for `value` ms.
+    Finds, ///< By look-up `number` what reference `other` stands for.
+    FindsNothing, ///< By look-up `number`, told in `text`.
+    Proves, ///< That it is alive: has found and called somebody at rest.
+    Posts, ///< On the bus message `value`, on channel `number`.
     Hears, ///< On the bus message `value` of publisher `other`, on channel `number`.
     Logs, ///< `text` at priority `number`.
     Violates, ///< Saw something that must never happen.
@@ -60,8 +74,10 @@ struct Event {
 };
 
 /// What is numbered in all processes together, from 1.
-enum class Numbered { Things, References, Calls, Posts };
-inline constexpr std::size_t numberedKinds = 4;
+enum class Numbered { Things, References, Calls, Posts, LookUps, Hides };
+inline constexpr std::size_t numberedKinds = 6;
+
+inline constexpr int proofPriority = 7; ///< Of what is registered at rest: the highest.
 
 /// To whom the load tells what it does before it does it, and what it hears; and who decides what it does. One that sees all processes (the
 /// simulated world), or one in each.
@@ -73,6 +89,8 @@ public:
     virtual std::uint32_t choose(std::uint32_t count) = 0; ///< 0 to `count` - 1; 0 is the tame answer.
     virtual bool isResting() const = 0; ///< Nobody begins anything new.
     virtual bool mayEndIdle() const = 0; ///< Modules end by themselves when nobody needs them.
+    /// How long from now on until everybody, at rest, shows that it is alive. Nothing: nobody has to.
+    virtual std::optional<fn::Duration> timeUntilProof() const { return {}; }
     virtual int process() const = 0; ///< The number of the one that asks.
     virtual int next(Numbered what) = 0;
     virtual void tell(Event event) = 0;

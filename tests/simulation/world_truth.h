@@ -16,13 +16,17 @@ public:
     WorldTruth(World& world, bool tells) : Truth(tells), _world(world) { }
 
     ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
-    void rest();
+    void rest(); ///< From now on; after a while everybody is to show that it is alive.
+    void expectLateNotices() { longestSilence = longestSilence + longestSilence; }
+    void stopped() { _hasStopped = true; } ///< Nobody is launched any more.
+    void checkQuit(); ///< All should have been told to, a while ago.
     void harmed(const fn::String& name, const char* harm, fn::Duration time);
 
     // Witness.
     std::uint32_t choose(std::uint32_t count) override { return _world.decisions().choose(Choice::Load, count); }
     bool isResting() const override { return _isResting; }
     bool mayEndIdle() const override { return modulesEndIdle; }
+    std::optional<fn::Duration> timeUntilProof() const override { return *proofTime - _world.now(); }
     int process() const override;
     int next(Numbered what) override { return ++_numbers[static_cast<std::size_t>(what)]; }
     void tell(Event event) override;
@@ -33,13 +37,18 @@ private:
     std::string nameOf(int process) const override;
     int mainProcess() const override { return _world.processes().front()->id(); }
     bool isThere(const fn::String& module) const override;
+    bool isExplained(const std::string& text) const override;
+    void checkLaunch(const std::string& line) override;
     void checkWorld() override;
+    void checkHub();
     void checkCounts();
     void checkRegistry();
     void checkStickyBodies();
 
     World& _world;
     bool _isResting = false;
+    bool _hasStopped = false;
+    std::map<std::string, std::size_t> _launches;
     std::array<int, numberedKinds> _numbers {};
 };
 

@@ -1,12 +1,9 @@
 #pragma once
-#include "core/simulation/decisions.h"
+#include "core/simulation/search.h"
 #include <folly/Function.h>
 #include <optional>
-#include <string>
 
-namespace simulated {
-
-using Story = core::simulation::Decisions::Story;
+namespace core::simulation {
 
 struct Failure {
     std::uint64_t seed = 0;
@@ -26,10 +23,7 @@ struct Shared {
 std::optional<Failure> inChild(
     folly::Function<std::string(Shared&)> body, folly::Function<void(const Shared&)> account = {});
 
-std::optional<Failure> runStory(const Story& story, bool tells); ///< In a child.
-Story storyOf(std::uint64_t seed); ///< The decisions of that run, as far as it came.
+std::optional<Failure> runStory(const Run& run, const Decisions::Story& story, bool tells); ///< In a child.
+Decisions::Story storyOf(const Run& run, std::uint64_t seed); ///< The decisions of that run, as far as it came.
 
-/// The smallest story found that still fails in the same way, within half a minute: shorter, and with tamer decisions.
-Story shrink(Story story, const Failure& failure);
-
-} // namespace simulated
+} // namespace core::simulation
