@@ -69,7 +69,7 @@ void ThingReference::onEvent(const fn::String&, const fn::Value& argument)
 
 Breaking::Reference::Reference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
 {
-    if (initializer.manager && !initializer.instance) throw fn::RuntimeException("broken");
+    if (initializer.manager && !initializer.instance) throw fn::RuntimeException("broken on purpose");
 }
 
 fn::AutoPtr<ipc::ObjectReference> Breaking::createReference(ipc::ObjectReferenceInitializer& initializer)

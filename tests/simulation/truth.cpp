@@ -261,7 +261,7 @@ void Truth::hasFailure(const Event& event)
     if (known.ask == Ask::Unencodable && known.hasArrived) return;
     const bool shouldFail = known.ask == Ask::Throw || known.ask == Ask::Error;
     if (shouldFail && event.text == fmt::format("RuntimeException: call {}", event.number)) return;
-    if (known.ask == Ask::Break && event.text == "RuntimeException: broken") return;
+    if (known.ask == Ask::Break && event.text == "RuntimeException: broken on purpose") return;
     // Asked to call somebody else, who may have died.
     const bool asksOthers = known.ask == Ask::Relay || known.ask == Ask::CallBack;
     if (event.flag && (isEnding || asksOthers || !isAlive(known.owner) || !isAlive(known.caller) || isHubDead()))
