@@ -62,7 +62,8 @@ protected:
     MainContext() { GMainContextIntegration::init(*loop); }
     ~MainContext() override
     {
-        while (GMainContextIntegration::instance()) GMainContextIntegration::quit();
+        GMainContextIntegration::quit();
+        EXPECT_EQ(GMainContextIntegration::instance(), nullptr);
     }
 
     /// Runs the loop until somebody stops it; false where nobody does.
