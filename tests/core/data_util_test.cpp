@@ -241,14 +241,18 @@ TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
     Access access(1, path, loop);
     const ScopedConnection connection(access);
     const test::LogCapture log;
-    const std::pair<const char*, std::size_t> rows[] = { { "database is locked", 0 },
-        { "database disk image is malformed", 1 }, { "database disk image is malformed", 3 } }; // Lines in the log.
-    for (const auto& [message, lines] : rows) {
+    const auto refuse = [&](const char* message) {
         sqlite::SQLiteException exception(message);
         access.handleException(exception);
-        EXPECT_EQ(log.lines().size(), lines) << message;
-        EXPECT_EQ(std::filesystem::exists(path.toStdString()), lines == 0);
-    }
+        return log.lines().size();
+    };
+    EXPECT_EQ(refuse("database is locked"), 0);
+    EXPECT_TRUE(std::filesystem::exists(path.toStdString()));
+    EXPECT_EQ(refuse("database disk image is malformed"), 1);
+    EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
+    std::filesystem::create_directories(path.toStdString() + "/a folder");
+    EXPECT_EQ(refuse("database disk image is malformed"), 3) << "it cannot be removed";
+    EXPECT_TRUE(std::filesystem::exists(path.toStdString())) << "what is no file";
 }
 
 } // namespace

@@ -144,6 +144,7 @@ TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)
     EXPECT_NO_THROW(tooFew->subImage(0, 0, 8, 6)->clone({}, 0));
     EXPECT_THROW(tooFew->subImage(0, 1000, 8, 6)->clone({}, 0), fn::RangeException); // Not inside, as it ought to be.
     const auto image = patterned(Format::YUV_420, 4, 4);
+    EXPECT_EQ(image->clone({}, 0)->height(), 4u);
     for (const Margins margins : { Margins { 0xffff'fffd, 0, 0, 0 }, Margins { 0, 0, 0, 0xffff'ffff },
              Margins { 0x8000'0000, 0, 0x8000'0000, 0 }, Margins { 0xffff, 0xffff, 0xffff, 0xffff } })
         EXPECT_THROW(image->clone(margins, 0), fn::RangeException);
