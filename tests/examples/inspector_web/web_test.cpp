@@ -2,6 +2,7 @@
 // holds up or ends the module, a link that leads nowhere, a page that outlives what it shows.
 #include "examples/media_server/skyfold_fixture.h"
 #include "web_client.h"
+#include <array>
 
 namespace {
 
@@ -126,6 +127,15 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndGarbageIsRefusedAndEndsNothing)
     const auto odd = address.get(workers + "&action=qDxzY3JpcHQ-"); // "<script>", which no inspector has made.
     EXPECT_EQ(odd.body.find("<script"), std::string::npos) << odd.body;
 
+    std::vector<WebConnection> many;
+    for (const auto* name : { "Modules", "Registry", "Workers", "Modules", "Registry", "Workers" }) {
+        many.emplace_back(address.port);
+        ASSERT_TRUE(many.back().send(address.request(test::linkOf(list, name))));
+    }
+    for (std::size_t i = 0; i < many.size(); ++i) {
+        const auto expected = std::array { "<title>Modules", "<title>Registry", "<title>Workers" }.at(i % 3);
+        EXPECT_NE(many[i].reply().body.find(expected), std::string::npos) << "another's page";
+    }
     const WebConnection flooding(address.port);
     flooding.send("GET /" + std::string(10'000'000, 'x')); // It may be cut off.
     EXPECT_NE(flooding.reply().status, 200);
