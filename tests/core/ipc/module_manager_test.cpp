@@ -13,15 +13,9 @@ using Texts = std::vector<std::string>;
 
 class FakeModule final : public ipc::ModuleDefinition {
 public:
-    FakeModule(Texts& told, const char* name, bool isApart, bool isMain)
-        : _told(told),
-          _name(name),
-          _isApart(isApart),
-          _isMain(isMain)
-    {
-    }
+    FakeModule(Texts& told, std::string name) : _told(told), _name(std::move(name)) { }
     ~FakeModule() override { _told.push_back("delete " + _name); }
-    bool runsMainLoop() override { return _isMain; }
+    bool runsMainLoop() override { return isMain; }
     void launch(ipc::Dispatcher&, const fn::String& workerTag) override
     {
         if (isFailing) throw fn::RuntimeException("no such file");
@@ -29,26 +23,24 @@ public:
         _told.push_back("launch " + _name);
     }
     void kill() override { _told.push_back("kill " + _name); }
-    bool isSeparateProcess() override { return _isApart; }
+    bool isSeparateProcess() override { return isApart; }
     std::optional<fn::String> executablePath() override { return std::nullopt; }
     fn::String name() override { return _name; }
     void exit(std::int64_t status, int signal) { onExit().fire(status, signal); }
 
-    bool isFailing = false;
+    bool isApart = true, isMain = false, isFailing = false;
     std::vector<fn::String> tags; ///< Of its launches.
 
 private:
     Texts& _told;
     const std::string _name;
-    const bool _isApart;
-    const bool _isMain;
 };
 
 class ModuleManagerTest : public HubTest {
 protected:
-    FakeModule& add(const char* name, bool isApart = true, bool isMain = false)
+    FakeModule& add(const char* name)
     {
-        auto* const module = new FakeModule(told, name, isApart, isMain);
+        auto* const module = new FakeModule(told, name);
         _definitions.push_back(module); // The manager takes it.
         return *module;
     }
@@ -173,7 +165,8 @@ TEST_F(ModuleManagerTest, RelaunchesWhatExitsUntilItIsStopped)
 TEST_F(ModuleManagerTest, KillsAndRelaunchesWhoStopsAnsweringUnlessItIsInThisProcess)
 {
     const auto& apart = add("apart");
-    const auto& within = add("within", false);
+    auto& within = add("within");
+    within.isApart = false;
     start();
     const auto a = connect(apart);
     const auto b = connect(within);
@@ -189,7 +182,7 @@ TEST_F(ModuleManagerTest, KillsAndRelaunchesWhoStopsAnsweringUnlessItIsInThisPro
 
 TEST_F(ModuleManagerTest, TheMainLoopModuleIsLaunchedByStartItself)
 {
-    add("main", false, true);
+    add("main").isMain = true;
     add("other");
     // Its entry point would run the loop; this one returns at once, so start() does.
     make();
