@@ -2,13 +2,10 @@
 // that loses its class or details, an answer that is none, a reference that acts while it is made, anything that outlives its
 // worker or its loop.
 #include "core/fraction.h"
-#include "core/ipc/object/object_dead_exception.h"
 #include "core/typed_byte_array.h"
 #include "foundation/exceptions.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
-#include <algorithm>
-#include <map>
 #include <optional>
 
 namespace {

@@ -3,7 +3,6 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/registry_impl.h"
-#include "foundation/exceptions.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
