@@ -1,8 +1,11 @@
 #include "foundation/detail/large_blocks.h"
+#include "foundation/idle_memory.h"
 #include <array>
 #include <bit>
 #include <cstdlib>
+#include <malloc.h>
 #include <new>
+#include <utility>
 
 namespace fn::largeBlocks {
 namespace {
@@ -36,19 +39,26 @@ struct Cache {
     std::array<Block*, (mostBits - leastBits + 1) * stepsPerPower> blocks;
     std::size_t bytes;
     bool isClosed;
+    bool wasUsed; // Since the last look.
 };
 constinit thread_local Cache cache {};
+
+void freeAll() noexcept
+{
+    for (auto*& first : cache.blocks) {
+        while (auto* block = first) {
+            first = block->next;
+            std::free(block);
+        }
+    }
+    cache.bytes = 0;
+}
 
 struct Closer {
     ~Closer()
     {
         cache.isClosed = true;
-        for (auto*& first : cache.blocks) {
-            while (auto* block = first) {
-                first = block->next;
-                std::free(block);
-            }
-        }
+        freeAll();
     }
     void arm() const noexcept { }
 };
@@ -75,6 +85,7 @@ std::size_t blockSize(std::size_t bytes) noexcept
 
 void* allocate(std::size_t blockSize) noexcept
 {
+    cache.wasUsed = true;
     auto*& first = cache.blocks[placeOf(blockSize)];
     if (!first) return std::malloc(blockSize);
     auto* block = first;
@@ -93,3 +104,11 @@ void free(void* memory, std::size_t blockSize) noexcept
 }
 
 } // namespace fn::largeBlocks
+
+void fn::giveBackIdleMemory() noexcept
+{
+    using namespace largeBlocks;
+    if (std::exchange(cache.wasUsed, false) || cache.bytes == 0) return;
+    freeAll();
+    malloc_trim(0); // Most of them lie within the heap.
+}

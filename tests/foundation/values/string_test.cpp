@@ -2,6 +2,9 @@
 // must not, lenient parsing.
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
+#include "foundation/idle_memory.h"
+#include <algorithm>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -204,5 +207,28 @@ TEST(String, TrimsAndChangesCaseOfASCIIOnlyAndReplacesUnpairedSurrogates)
     const char16_t broken[] = { 0xDC00, u'x', 0xD83D, 0xD83D, 0xDE00, 0xD800 };
     EXPECT_EQ(String::fromUTF16({ broken, std::size(broken) }), "\uFFFDx\uFFFD\U0001F600\uFFFD");
 }
+
+#ifndef __SANITIZE_ADDRESS__ // Which keeps what is freed on purpose.
+TEST(ByteArray, IdleMemoryGoesBackToTheSystem)
+{
+    const auto residentPages = [] {
+        std::size_t size = 0;
+        std::size_t resident = 0;
+        std::ifstream("/proc/self/statm") >> size >> resident;
+        return resident;
+    };
+    constexpr std::size_t pages = 2 * 700; // Of what is made and freed here.
+    fn::giveBackIdleMemory();
+    for (std::vector<ByteArray> arrays(2); auto& array : arrays) {
+        array.resizeUninitialized(pages / 2 * 4096);
+        std::ranges::fill(std::span(array.mutableData(), array.size()), 1);
+    }
+    const auto kept = residentPages();
+    fn::giveBackIdleMemory();
+    EXPECT_GT(residentPages() + pages / 2, kept) << "was just used";
+    fn::giveBackIdleMemory();
+    EXPECT_LT(residentPages() + pages / 2, kept);
+}
+#endif
 
 } // namespace

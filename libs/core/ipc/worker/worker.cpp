@@ -6,6 +6,7 @@
 #include "core/ipc/worker/idle_termination_private.h"
 #include "foundation/assertion.h"
 #include "foundation/exceptions.h"
+#include "foundation/idle_memory.h"
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
 
@@ -151,7 +152,10 @@ void Worker::onMessage(const fn::Value& message)
         _isConnected = true;
         _delegate.workerDidConnect(*this);
         break;
-    case type::PING: sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::PONG } })); break;
+    case type::PING:
+        sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::PONG } }));
+        fn::giveBackIdleMemory(); // Every process has a worker, and the hub's pulse comes seldom.
+        break;
     case type::MESSAGE: onObjectMessage(message); break;
     case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
     case type::WORKER_DEAD: onWorkerDead(message); break;
