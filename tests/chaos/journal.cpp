@@ -1,5 +1,6 @@
 #include "journal.h"
 #include "foundation/logging/category_manager.h"
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
@@ -11,14 +12,16 @@
 namespace chaos {
 namespace {
 
-constexpr std::uint64_t records = 16 * 1024 * 1024; // Two hours of load. The file is as large as what is not read yet.
+constexpr std::uint64_t mostRecords = 4 * 1024 * 1024; // Hours of load. The file takes what is written.
 constexpr std::size_t headerBytes = 4096;
-constexpr std::uint64_t readAtOnce = 16 * 1024; // Then their pages are given back.
 constexpr std::int64_t patience = 20'000'000; // Longer than anybody is stopped in the middle of a record.
 
-[[noreturn]] void fail(const char* what) { throw std::system_error(errno, std::generic_category(), what); }
+std::int64_t now()
+{
+    const auto time = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+}
 
-/// Everything that a process logs at level 4 and above.
 class JournalSink final : public fn::logging::Sink {
     int threshold(const fn::logging::Category&) const override { return 4; }
     void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override
@@ -31,125 +34,79 @@ class JournalSink final : public fn::logging::Sink {
 } // namespace
 
 struct Journal::Header {
-    std::atomic<std::uint64_t> written;
-    std::atomic<bool> isResting;
     std::uint64_t seed;
+    std::atomic<bool> isResting;
+    std::atomic<std::uint64_t> written;
     std::atomic<int> processes;
     std::array<std::atomic<int>, simulated::numberedKinds> numbers;
 };
 
 struct Journal::Record {
-    std::atomic<bool> isWhole;
-    Deed deed;
-    bool flag;
-    std::uint8_t textBytes;
-    int number;
-    int other;
-    int process;
-    std::int64_t value;
-    ipc::ObjectId object;
+    Event event; // Its text lies below, at another address in each process.
     std::int64_t microseconds;
-    char text[216];
+    std::atomic<bool> isWhole;
+    char text[191];
 };
 
-void Journal::create(const std::filesystem::path& path)
+Journal::Journal(const std::filesystem::path& path, int flags)
 {
-    const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    if (file < 0 || ::ftruncate(file, headerBytes + records * sizeof(Record)) != 0) fail("make the journal");
+    const int file = ::open(path.c_str(), O_RDWR | O_CLOEXEC | flags, 0600);
+    constexpr auto bytes = headerBytes + mostRecords * sizeof(Record);
+    void* memory = MAP_FAILED;
+    if (file >= 0 && ::ftruncate(file, bytes) == 0)
+        memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_NORESERVE, file, 0);
+    if (memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), path);
     ::close(file);
+    _header = static_cast<Header*>(memory);
+    _records = reinterpret_cast<Record*>(static_cast<char*>(memory) + headerBytes);
 }
 
-Journal::Journal(const std::filesystem::path& path)
-    : _file(::open(path.c_str(), O_RDWR | O_CLOEXEC)),
-      _memory(_file < 0 ? MAP_FAILED
-                        : ::mmap(nullptr, headerBytes + records * sizeof(Record), PROT_READ | PROT_WRITE,
-                            MAP_SHARED | MAP_NORESERVE, _file, 0))
+Journal::Journal(const std::filesystem::path& path, std::uint64_t seed) : Journal(path, O_CREAT | O_EXCL)
 {
-    static_assert(sizeof(Record) == 256 && sizeof(Header) <= headerBytes);
-    if (_memory == MAP_FAILED) fail("share the journal");
+    _header->seed = seed;
 }
 
-Journal::~Journal()
+Journal::Journal(const char* name) : Journal(std::filesystem::path(std::getenv(pathVariable)), 0)
 {
-    ::munmap(_memory, headerBytes + records * sizeof(Record));
-    ::close(_file);
+    _process = ++_header->processes;
+    _random.seed(_header->seed + static_cast<std::uint64_t>(_process));
+    tell({ .deed = Deed::Starts, .number = ::getpid(), .text = name });
+    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<JournalSink>());
 }
 
-Journal::Header& Journal::header() const noexcept { return *static_cast<Header*>(_memory); }
+Journal::~Journal() { ::munmap(_header, headerBytes + mostRecords * sizeof(Record)); }
 
-Journal::Record& Journal::record(std::uint64_t index) const noexcept
+bool Journal::isResting() const { return _header->isResting; }
+void Journal::setResting(bool isResting) { _header->isResting = isResting; }
+int Journal::next(simulated::Numbered what) { return ++_header->numbers[static_cast<std::size_t>(what)]; }
+
+void Journal::tell(Event event)
 {
-    return reinterpret_cast<Record*>(static_cast<char*>(_memory) + headerBytes)[index];
+    const auto index = _header->written.fetch_add(1);
+    if (index >= mostRecords) std::abort();
+    auto& record = _records[index];
+    event.process = _process;
+    event.text = { record.text, event.text.copy(record.text, sizeof(record.text)) };
+    event.how = {};
+    record.event = event;
+    record.microseconds = now();
+    record.isWhole.store(true, std::memory_order_release);
 }
 
-std::int64_t Journal::now() noexcept
+std::optional<std::pair<Event, std::int64_t>> Journal::read()
 {
-    const auto time = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
-}
-
-void Journal::append(const Event& event) noexcept
-{
-    const auto index = header().written.fetch_add(1);
-    if (index >= records) std::abort();
-    auto& written = record(index);
-    written.deed = event.deed;
-    written.flag = event.flag;
-    written.number = event.number;
-    written.other = event.other;
-    written.process = event.process;
-    written.value = event.value;
-    written.object = event.object;
-    written.microseconds = now();
-    written.textBytes = static_cast<std::uint8_t>(event.text.copy(written.text, sizeof(written.text)));
-    written.isWhole.store(true, std::memory_order_release);
-}
-
-std::optional<Journal::Entry> Journal::read()
-{
-    if (_read >= header().written.load()) return {};
-    if (_read > 0 && _read % readAtOnce == 0) {
-        const auto begin = headerBytes + (_read - readAtOnce) * sizeof(Record);
-        ::fallocate(
-            _file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, static_cast<off_t>(begin), readAtOnce * sizeof(Record));
-    }
-    const auto& next = record(_read);
-    if (!next.isWhole.load(std::memory_order_acquire)) {
+    if (_read >= _header->written.load()) return {};
+    const auto& record = _records[_read];
+    if (!record.isWhole.load(std::memory_order_acquire)) {
         if (_missingSince == 0) _missingSince = now();
         if (now() - _missingSince > patience) ++_read;
         return {};
     }
     _missingSince = 0;
     ++_read;
-    return Entry { { .deed = next.deed,
-                       .number = next.number,
-                       .other = next.other,
-                       .value = next.value,
-                       .object = next.object,
-                       .flag = next.flag,
-                       .text = { next.text, next.textBytes },
-                       .process = next.process },
-        next.microseconds };
-}
-
-int Journal::next(simulated::Numbered what) noexcept { return ++header().numbers[static_cast<std::size_t>(what)]; }
-int Journal::nextProcess() noexcept { return ++header().processes; }
-std::atomic<bool>& Journal::isResting() noexcept { return header().isResting; }
-std::uint64_t& Journal::seed() noexcept { return header().seed; }
-
-JournalWitness::JournalWitness(const std::string& name)
-    : _journal(std::getenv(Journal::pathVariable)),
-      _process(_journal.nextProcess()),
-      _random(_journal.seed() + static_cast<std::uint64_t>(_process))
-{
-    tell({ .deed = Deed::Starts, .number = ::getpid(), .text = name });
-    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<JournalSink>());
-}
-
-void JournalWitness::tell(Event event)
-{
-    event.process = _process;
-    _journal.append(event);
+    auto event = record.event;
+    event.text = { record.text, event.text.size() };
+    return std::pair(event, record.microseconds);
 }
 
 } // namespace chaos

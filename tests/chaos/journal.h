@@ -1,6 +1,5 @@
 #pragma once
 #include "witness.h"
-#include <array>
 #include <atomic>
 #include <filesystem>
 #include <optional>
@@ -11,63 +10,45 @@ namespace chaos {
 using simulated::Deed;
 using simulated::Event;
 
-/// What all processes of one run tell, in one order, in a file that they share as memory: what a process has written outlives
-/// its death at any moment. Written before the deed that it tells, so a cause always stands before what follows from it.
-class Journal {
+// The application that is harmed.
+inline constexpr int modules = 6;
+inline constexpr const char* moduleName = "chaos_module_"; ///< And a number from 1.
+
+/// What all processes of one run tell, in one order, in a file that they share as memory: what a process has told outlives its
+/// death at any moment. A cause stands before what follows from it, since a deed is told before it is done.
+class Journal final : public simulated::Witness {
 public:
     static constexpr const char* pathVariable = "CHAOS_JOURNAL"; ///< Of the environment: where it lies.
 
-    static void create(const std::filesystem::path& path);
-    explicit Journal(const std::filesystem::path& path);
-    Journal(const Journal&) = delete;
-    ~Journal();
-
-    void append(const Event& event) noexcept; ///< By any thread. A long text is cut.
-
-    /// The next event and its time, if there is one; valid until the next call. One that was begun and not ended by a process that died is
-    /// passed over after a while.
-    struct Entry {
-        Event event;
-        std::int64_t microseconds;
-    };
-    std::optional<Entry> read();
-
-    // What the processes share beside.
-    int next(simulated::Numbered what) noexcept;
-    int nextProcess() noexcept;
-    std::atomic<bool>& isResting() noexcept;
-    std::uint64_t& seed() noexcept;
-
-    static std::int64_t now() noexcept; ///< Microseconds on the clock that all processes share.
-
-private:
-    struct Record;
-    struct Header;
-    Header& header() const noexcept;
-    Record& record(std::uint64_t index) const noexcept;
-
-    int _file;
-    void* _memory;
-    std::uint64_t _read = 0; // How many.
-    std::int64_t _missingSince = 0;
-};
-
-/// The witness of one process, which it tells the journal named by the environment.
-class JournalWitness final : public simulated::Witness {
-public:
-    explicit JournalWitness(const std::string& name); ///< Of the process. Log lines are told from now on, too.
+    /// For who judges: makes the file, and is nobody of the application.
+    Journal(const std::filesystem::path& path, std::uint64_t seed);
+    /// For a process of the application, of that name. Its log lines are told, too.
+    explicit Journal(const char* name);
+    ~Journal() override;
 
     std::uint32_t choose(std::uint32_t count) override { return static_cast<std::uint32_t>(_random() % count); }
-    bool isResting() const override { return _journal.isResting(); }
+    bool isResting() const override;
+    void setResting(bool isResting);
     bool mayEndIdle() const override { return false; }
     int process() const override { return _process; }
-    int next(simulated::Numbered what) override { return _journal.next(what); }
-    void tell(Event event) override;
+    int next(simulated::Numbered what) override;
+    void tell(Event event) override; ///< By any thread. A long text is cut.
+
+    /// The next event and its time in microseconds, if there is one. Valid until the journal goes. What was begun by a process that died
+    /// is passed over after a while.
+    std::optional<std::pair<Event, std::int64_t>> read();
 
 private:
-    mutable Journal _journal;
-    const int _process;
+    struct Header;
+    struct Record;
+    Journal(const std::filesystem::path& path, int flags);
+
+    Header* _header;
+    Record* _records;
+    int _process = 0;
     std::mt19937_64 _random;
+    std::uint64_t _read = 0; // How many.
+    std::int64_t _missingSince = 0;
 };
 
 } // namespace chaos

@@ -1,27 +1,19 @@
 #include "judge.h"
-#include "hub.h"
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
+#include <regex>
 
 namespace chaos {
 namespace {
 
-constexpr std::size_t storyLines = 100'000; // A minute or two.
-constexpr std::size_t linesTold = 60;
+constexpr std::size_t storyLines = 100'000; // Minutes.
+constexpr std::ptrdiff_t lastLines = 60;
 
 } // namespace
 
-std::string Counts::toString() const
-{
-    return fmt::format(
-        "{} objects, {} registrations, {} waiters, {} workers", objects, registrations, waiters, workers);
-}
-
 Judge::Judge() : Truth(true)
 {
-    // Real machines are late.
-    longestSilence = fn::Duration::seconds(7);
+    longestSilence = fn::Duration::seconds(7); // Real machines are late.
     for (int number = 1; number <= modules; ++number) {
         const auto name = fmt::format("{}{}", moduleName, number);
         _modules[name];
@@ -29,119 +21,101 @@ Judge::Judge() : Truth(true)
     }
 }
 
-void Judge::handleNext(const Journal::Entry& entry)
+void Judge::handleNext(const Event& event, std::int64_t microseconds)
 {
-    _now = fn::Duration::microseconds(entry.microseconds);
-    ++events;
-    const auto& event = entry.event;
+    _now = fn::Duration::microseconds(microseconds);
+    const std::string name(event.text);
     switch (event.deed) {
-    case Deed::Starts: return starts(event);
-    case Deed::Exits: return exits(event);
-    case Deed::IsHarmed: return isHarmed(event);
+    case Deed::Starts: return starts(event, name);
+    case Deed::Exits: return exits(event, name);
+    case Deed::IsHarmed: return isHarmed(event, name);
     case Deed::Counts:
-        counts = Counts { event.number, event.other, event.value, static_cast<std::int64_t>(event.object) };
+        counts = { event.number, event.other, event.value, static_cast<std::int64_t>(event.object) };
         return;
     case Deed::GivesUp: ++givenUp; break;
-    case Deed::FindsSilent: findsSilent(std::string(event.text)); break;
+    case Deed::FindsSilent: isSilent(name); break;
     default: break;
     }
     handle(event);
 }
 
-// --- Who lives
-
-bool Judge::isRunning(int process) const
+void Judge::starts(const Event& event, const std::string& name)
 {
-    const auto found = _processes.find(process);
-    return found != _processes.end() && !found->second.isDead;
-}
-
-void Judge::starts(const Event& event)
-{
-    const std::string name(event.text);
-    auto& process = _processes[event.process] = { .name = name };
-    _processOf[event.number] = event.process;
+    print(fmt::format("{} ({}) starts as process {}", name, event.process, event.number));
+    _names[event.process] = name;
     if (name == "hub") {
         _hub = event.process;
         return;
     }
-    auto& module = _modules[name];
+    auto& module = _modules.at(name);
     if (isRunning(module.process)) violated(fmt::format("{} starts a second time while it runs", name));
     module.process = event.process;
-    process.isDead = _doomed.erase(event.number) > 0;
-    print(fmt::format("{} ({}) starts as process {}", name, event.process, event.number));
-}
-
-void Judge::dies(const std::string& name)
-{
-    auto& module = _modules[name];
-    if (const auto found = _processes.find(module.process); found != _processes.end()) {
-        found->second.isDead = true;
-        forget(module.process);
-    }
-    module.process = 0;
-    module.signals.clear();
-    std::erase_if(_doomed, [&](const auto& entry) { return entry.second == name; });
-    ++deaths;
+    module.systemId = event.number;
+    if (module.doomed == event.number) _dead.insert(event.process);
 }
 
 /// `event.number` is the system's id of the process, `event.other` the signal.
-void Judge::isHarmed(Event event)
+void Judge::isHarmed(Event event, const std::string& name)
 {
-    const std::string name(event.text);
     const auto how = fmt::format("gets SIG{}", sigabbrev_np(event.other));
-    if (name == "hub") return hubIsHarmed(event.other);
-    const auto found = _processOf.find(event.number);
-    const int process = found == _processOf.end() || !isRunning(found->second) ? 0 : found->second;
-    const bool isStop = event.other == SIGSTOP;
-    if (!isStop && !process) _doomed[event.number] = name;
+    if (name == "hub") {
+        print("the hub " + how);
+        excuseFreezes();
+        excuseSlowness();
+        isEnding = event.other == SIGKILL;
+        if (isEnding) _dead.insert(_hub);
+        return;
+    }
+    auto& module = _modules.at(name);
+    const int systemId = event.number;
+    const int process = module.systemId == systemId ? module.process : 0;
     event.number = process;
     event.how = how;
     handle(event);
-    auto& module = _modules[name];
     module.signals.insert(event.other);
-    if (isStop) module.lastStop = _now;
-    if (!isStop && process) {
-        _processes[process].isDead = true;
-        forget(process);
+    if (event.other == SIGSTOP) {
+        module.lastStop = _now;
+        return;
     }
+    module.doomed = systemId;
+    _dead.insert(process);
+    forget(process);
 }
 
-void Judge::hubIsHarmed(int signal)
+void Judge::exits(const Event& event, const std::string& name)
 {
-    print(fmt::format("the hub gets SIG{}", sigabbrev_np(signal)));
-    excuseFreezes();
-    _starvedUntil = _now + recently;
-    if (signal == SIGKILL) _processes[_hub].isDead = isEnding = true;
-}
-
-void Judge::exits(const Event& event)
-{
-    const std::string name(event.text);
-    const auto& module = _modules[name];
-    const auto status = event.value;
+    auto& module = _modules.at(name);
+    print(fmt::format("{} ({}) exits with status {}, signal {}", name, module.process, event.value, event.other));
     const bool wasAsked = module.signals.contains(SIGTERM);
-    const bool isClean = status == 0 && (wasAsked || (module.process && !isAlive(module.process)));
-    // The loader ends a module that takes longer than two seconds for its end.
-    const bool wasSlow = status == 1 && wasAsked && (_now - module.lastStop < recently || _now < _starvedUntil);
-    print(fmt::format("{} ({}) exits with status {}, signal {}", name, module.process, status, event.other));
-    if (event.other ? !module.signals.contains(event.other) : !isClean && !wasSlow)
-        violated(fmt::format("{} ended with status {}, signal {}", name, status, event.other));
-    dies(name);
+    const bool hasLeft = module.process && !isAlive(module.process);
+    // One that takes more than two seconds for its end is ended by the loader, with 1.
+    const bool isRight = event.other != 0
+        ? module.signals.contains(event.other)
+        : (event.value == 0 && (wasAsked || hasLeft)) || (event.value == 1 && wasAsked && isSlow(module));
+    if (!isRight) violated(fmt::format("{} ended with status {}, signal {}", name, event.value, event.other));
+    dies(module);
 }
 
-void Judge::findsSilent(const std::string& name)
+void Judge::isSilent(const std::string& name)
 {
+    auto& module = _modules.at(name);
     ++silences;
-    const bool isExplained = _now - _modules[name].lastStop < recently || _now < _starvedUntil;
-    if (!isExplained) violated(fmt::format("{} was said not to respond and had not been stopped", name));
-    dies(name); // The supervisor kills it.
+    if (!isSlow(module)) violated(fmt::format("{} was said not to respond and had not been stopped", name));
+    dies(module); // The supervisor kills it.
+}
+
+void Judge::dies(Module& module)
+{
+    ++deaths;
+    _dead.insert(module.process);
+    forget(module.process);
+    module = { .signals = {}, .lastStop = module.lastStop };
 }
 
 bool Judge::isThere(const fn::String& name) const
 {
-    const auto process = _modules.at(name.toStdString()).process;
-    return process && isAlive(process) && connected().contains(process);
+    const int process = _modules.at(name.toStdString()).process;
+    return isAlive(process) && connected().contains(process);
 }
 
 bool Judge::areAllThere() const
@@ -149,28 +123,28 @@ bool Judge::areAllThere() const
     return std::ranges::all_of(_modules, [&](const auto& module) { return isThere(module.first); });
 }
 
-// --- What is said
-
+/// What one manager says of another's module; its own has more to say.
 bool Judge::isExplained(const std::string& text) const
 {
-    // The manager of one module about the others' workers; its own has a line of its own.
-    if (text.starts_with("ipc.moduleManager: Received Not Responding notification for unmanaged workerId"))
-        return silences > 0;
-    return Truth::isExplained(text);
+    const bool isOfAnother = text.find("Not Responding notification for unmanaged") != std::string::npos;
+    return isOfAnother ? givenUp > 0 : Truth::isExplained(text);
 }
 
-bool Judge::agrees(const Counts& seen) const
+bool Judge::agree() const
 {
-    return seen.objects == static_cast<std::int64_t>(countedObjects())
-        && seen.registrations - countsAtStart->registrations == static_cast<std::int64_t>(registrations().size())
-        && seen.waiters == countsAtStart->waiters && seen.workers == countsAtStart->workers;
+    const Counts expected { static_cast<std::int64_t>(countedObjects()),
+        countsAtStart.registrations + static_cast<std::int64_t>(registrations().size()), countsAtStart.waiters,
+        countsAtStart.workers };
+    return counts == expected;
 }
 
 void Judge::checkWorld()
 {
-    if (counts && !agrees(*counts))
-        violated(fmt::format("the hub counts {}; the living hold {} objects and have registered {}", counts->toString(),
-            countedObjects(), registrations().size()));
+    if (agree()) return;
+    violated(fmt::format("the hub counts {} objects, {} registrations, {} waiters, {} workers; "
+                         "the living hold {} objects and have registered {} times",
+        counts->objects, counts->registrations - countsAtStart.registrations, counts->waiters, counts->workers,
+        countedObjects(), registrations().size()));
 }
 
 void Judge::print(const std::string& line)
@@ -179,26 +153,14 @@ void Judge::print(const std::string& line)
     _story.push_back(fmt::format("{:.6f} {}", _now.totalSeconds(), line));
 }
 
-/// The lines with a word and number that the violation names ("call 12"), and the last ones.
 void Judge::printStory(const std::string& violation) const
 {
-    std::vector<std::string> names;
-    for (const char* word : { "call ", "thing ", "process " }) {
-        const auto begin = violation.find(word);
-        if (begin == std::string::npos) continue;
-        auto end = begin + std::string_view(word).size();
-        while (end < violation.size() && std::isdigit(violation[end])) ++end;
-        names.push_back(violation.substr(begin, end - begin));
-    }
-    const auto isConcerned = [&](const std::string& line) {
-        return std::ranges::any_of(names, [&](const std::string& name) {
-            const auto at = line.find(name);
-            return at != std::string::npos && !std::isdigit(line.c_str()[at + name.size()]);
-        });
-    };
-    const auto firstTold = _story.size() - std::min(_story.size(), linesTold);
-    for (std::size_t index = 0; index < _story.size(); ++index) {
-        if (index >= firstTold || isConcerned(_story[index])) fmt::print("{}\n", _story[index]);
+    const std::regex name("(call|thing|object|process|chaos_module_)[ ]?[0-9]+");
+    std::smatch found;
+    const bool hasName = std::regex_search(violation, found, name);
+    const std::regex concerned(hasName ? found.str() + "\\b" : "VIOLATED");
+    for (auto line = _story.begin(); line != _story.end(); ++line) {
+        if (_story.end() - line <= lastLines || std::regex_search(*line, concerned)) fmt::print("{}\n", *line);
     }
 }
 

@@ -5,73 +5,66 @@
 
 namespace chaos {
 
-/// What the hub counts, in one moment.
+/// What the hub counts in one moment.
 struct Counts {
-    std::int64_t objects = 0;
-    std::int64_t registrations = 0;
-    std::int64_t waiters = 0;
-    std::int64_t workers = 0;
+    std::int64_t objects, registrations, waiters, workers;
     bool operator==(const Counts&) const = default;
-    std::string toString() const;
 };
 
 /// The truth about real processes, told by their journal. A process counts as dead from the moment in which somebody is about to
-/// kill it; what it still does until then is true, but nothing is asked of it.
+/// kill it: what it still does until then is true, but nothing is asked of it.
 class Judge final : public simulated::Truth {
 public:
     Judge();
 
-    void handleNext(const Journal::Entry& entry);
-    void tookTooLong() { _starvedUntil = _now + recently; } ///< Nobody here got the processor when he should have.
+    void handleNext(const Event& event, std::int64_t microseconds);
+    /// Nobody got the processor when he should have: silence and slowness are explained for a while.
+    void excuseSlowness() { _slowUntil = _now + recently; }
 
     bool areAllThere() const; ///< All modules run and are connected.
     bool isQuiet() const { return openCalls() == 0 && areAllThere(); }
-    bool agrees(const Counts& counts) const; ///< With what the living hold.
-    std::optional<Counts> counts; ///< The latest ones.
-    std::optional<Counts> countsAtStart;
+    bool agree() const; ///< The counts, with what the living hold.
+    void printStory(const std::string& violation) const; ///< Of whom it names, and how it ended.
 
-    std::size_t deaths = 0; ///< Of modules.
-    std::size_t givenUp = 0;
-    std::size_t silences = 0;
-    std::size_t events = 0;
-    void printStory(const std::string& violation) const; ///< What is told of whom it names.
+    std::optional<Counts> counts; ///< The latest ones.
+    Counts countsAtStart {};
+    int deaths = 0; ///< Of modules.
+    int givenUp = 0;
+    int silences = 0;
 
 private:
-    static constexpr auto recently = fn::Duration::seconds(20); // How long a stop may be felt.
+    static constexpr auto recently = fn::Duration::seconds(20);
 
-    struct Process {
-        std::string name;
-        bool isDead = false;
-    };
     struct Module {
         int process = 0; // The latest; 0 until it has said that it starts.
-        std::set<int> signals; // Sent to its latest process.
+        int systemId = 0;
+        int doomed = 0; // The system's id of one that is killed, and may not have said yet that it starts.
+        std::set<int> signals; // Sent to the latest.
         fn::Duration lastStop = fn::Duration() - recently;
     };
 
     fn::Duration now() const override { return _now; }
-    bool isRunning(int process) const override;
-    std::string nameOf(int process) const override { return _processes.at(process).name; }
+    bool isRunning(int process) const override { return process && !_dead.contains(process); }
+    std::string nameOf(int process) const override { return _names.at(process); }
     int mainProcess() const override { return _hub; }
     bool isThere(const fn::String& module) const override;
     bool isExplained(const std::string& text) const override;
     void checkWorld() override;
     void print(const std::string& line) override;
 
-    void starts(const Event& event);
-    void isHarmed(Event event);
-    void hubIsHarmed(int signal);
-    void exits(const Event& event);
-    void dies(const std::string& module);
-    void findsSilent(const std::string& module);
+    bool isSlow(const Module& module) const { return _now - module.lastStop < recently || _now < _slowUntil; }
+    void starts(const Event& event, const std::string& name);
+    void isHarmed(Event event, const std::string& name);
+    void exits(const Event& event, const std::string& name);
+    void isSilent(const std::string& name);
+    void dies(Module& module);
 
     fn::Duration _now;
-    fn::Duration _starvedUntil;
+    fn::Duration _slowUntil;
     int _hub = 0;
-    std::map<int, Process> _processes;
     std::map<std::string, Module> _modules;
-    std::map<int, int> _processOf; // By the system's id.
-    std::map<int, std::string> _doomed; // Who was killed before it said that it starts, by the system's id.
+    std::map<int, std::string> _names;
+    std::set<int> _dead; // Processes.
     std::deque<std::string> _story;
 };
 

@@ -7,8 +7,7 @@
 extern "C" FN_EXPORT void moduleEntryPoint(
     const char* pipePath, const char* workerTag, std::intptr_t separateProcess, std::intptr_t)
 {
-    static auto& witness =
-        *new chaos::JournalWitness(program_invocation_short_name); // Named for the library by the loader.
-    (void)witness;
+    [[maybe_unused]] static auto* const journal =
+        new chaos::Journal(program_invocation_short_name); // The loader sets it.
     ipc::runModule<simulated::Actor>("Module", pipePath, workerTag, separateProcess);
 }

@@ -1,5 +1,4 @@
 #pragma once
-#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <sys/types.h>
@@ -7,43 +6,28 @@
 
 namespace chaos {
 
-/// One process of the system, held so that its id cannot come to mean another one.
-class Target {
-public:
-    explicit Target(pid_t id); ///< Check whose it is after this.
-    Target(Target&& other) noexcept;
-    Target& operator=(Target&& other) noexcept;
-    ~Target();
-
-    pid_t id() const { return _id; }
-    bool send(int signal) const; ///< False: it has gone.
-
-private:
-    pid_t _id;
-    int _file;
-};
-
-/// What runs: `moduleOf` each living process, "" for one that is no module (yet).
+// Of living processes. What has gone has no children, no name, no memory and no files.
 std::vector<pid_t> childrenOf(pid_t parent);
-std::string moduleOf(pid_t process);
-std::size_t privateMemory(pid_t process); ///< Bytes that are its own and in memory.
-std::size_t openFiles(pid_t process);
+std::string moduleOf(pid_t process); ///< "" if it is none, or not yet.
+std::int64_t privateKilobytes(pid_t process); ///< In memory; the journal, a shared file, is not in it.
+std::ptrdiff_t openFiles(pid_t process);
 
-/// All that this process starts and what those leave behind: whose parent dies becomes a child of this process. Ends
-/// them all when it goes.
+/// The main process, and all that it leaves behind: whose parent dies becomes a child of this process. Ends them all when it goes.
 class Family {
 public:
-    Family();
+    Family(const std::filesystem::path& program, const std::filesystem::path& output);
     Family(const Family&) = delete;
     ~Family();
 
-    pid_t start(const std::vector<std::string>& command, const std::filesystem::path& output);
-    std::size_t reap(); ///< How many are left.
-    int hubStatus() const { return _hubStatus; } ///< As of waitpid; -1 while it runs.
+    pid_t hub() const { return _hub; }
+    bool hasHubEnded() const { return _hasHubEnded; }
+    /// Signals a child of the hub, if it still is that module. A number that means another process by now is not signalled.
+    void send(pid_t child, const std::string& module, int signal) const;
+    bool reap(); ///< Whether anybody is left.
 
 private:
-    pid_t _hub = 0;
-    int _hubStatus = -1;
+    pid_t _hub;
+    bool _hasHubEnded = false;
 };
 
 } // namespace chaos
