@@ -18,6 +18,7 @@ Actor*& actor()
 
 Witness& witness() { return Witness::current(); }
 
+constexpr int manyCalls = 20; // At once: the table of those that are pending grows.
 constexpr int channels = 3; // Of the bus; the first one is sticky.
 
 fn::String channelName(int channel) { return fmt::format("load.{}", channel); }
@@ -87,6 +88,10 @@ void Actor::terminate()
 
 void Actor::onAboutToQuit()
 {
+    const bool isAlone = !worker().isConnected();
+    const auto lives = [](const auto& held) { return !held->local() && !held->dead(); };
+    if (isAlone && std::ranges::any_of(_held, lives))
+        witness().tell({ .deed = Deed::Violates, .text = "objects live though the connection is lost" });
     witness().tell({ .deed = Deed::IsToldToQuit });
     Module::onAboutToQuit();
 }
@@ -132,6 +137,7 @@ void Actor::restLater()
 
 void Actor::proveAlive()
 {
+    for (const auto& held : _held) witness().tell({ .deed = Deed::KeepsReference, .number = held->number() });
     find({}).then(
         [this](fn::AutoPtr<ThingReference>&& found) {
             int number = 0;
@@ -253,6 +259,15 @@ void Actor::callSomething()
 {
     const auto reference = someHeld();
     if (!reference) return findSomething();
+    for (auto count = witness().choose(16) == 15 ? manyCalls : 1; count > 0; --count) callOn(reference);
+    if (witness().choose(8) == 7) { // A time-out, or at once.
+        const auto time = fn::Duration::milliseconds(witness().choose(30));
+        worker().loop().schedule(time, [this] { cancelSomething(); }).detach();
+    }
+}
+
+void Actor::callOn(const fn::AutoPtr<ThingReference>& reference)
+{
     const auto ask = static_cast<Ask>(witness().choose(asks));
     int number = 0;
     const auto promise = call(reference, ask, number);
@@ -270,10 +285,6 @@ void Actor::callSomething()
             tellFailure(number, failure);
         });
     _pending.push_back({ number, std::move(ended) });
-    if (witness().choose(8) == 7) { // A time-out, or at once.
-        const auto time = fn::Duration::milliseconds(witness().choose(30));
-        worker().loop().schedule(time, [this] { cancelSomething(); }).detach();
-    }
 }
 
 void Actor::cancelSomething()

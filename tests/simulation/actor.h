@@ -31,6 +31,7 @@ private:
     void actLater();
     void act();
     void callSomething();
+    void callOn(const fn::AutoPtr<ThingReference>& reference);
     void cancelSomething();
     void dropSomething();
     void registerThing(const fn::AutoPtr<Thing>& thing, int priority);

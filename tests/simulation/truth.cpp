@@ -175,6 +175,7 @@ void Truth::handleReference(const Event& event)
     if (event.deed == Deed::Recognizes && event.other != found->second.thing
         && (found->second.objectId != thing(event.other).objectId || !isUsedAgain(thing(event.other))))
         violated("a reference stands for two objects");
+    if (event.deed == Deed::KeepsReference) found->second.isKept = true;
     if (event.deed == Deed::HearsEvent && event.value <= std::exchange(found->second.lastEvent, event.value))
         violated("events of one object came out of order, or twice");
     if (event.deed == Deed::HearsDeath) {
@@ -228,6 +229,7 @@ void Truth::begins(const Event& event)
     call(event.number) = { .ask = static_cast<Ask>(event.value),
         .caller = event.process,
         .owner = thing(reference.thing).owner,
+        .reference = event.other,
         .isMistaken = reference.isMistaken };
 }
 

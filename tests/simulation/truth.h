@@ -103,6 +103,7 @@ private:
         fn::Duration since;
         std::int64_t lastEvent = 0;
         bool isDead = false;
+        bool isKept = false; // At rest.
     };
     struct LookUp {
         int caller = 0;
@@ -115,6 +116,7 @@ private:
         Ask ask;
         int caller = 0;
         int owner = 0;
+        int reference = 0;
         bool isMistaken = false; // By a reference that is.
         bool hasArrived = false;
         bool hasCancelArrived = false;

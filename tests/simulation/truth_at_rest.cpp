@@ -57,6 +57,14 @@ void Truth::checkReferences()
             violated(fmt::format("{}'s reference to thing {} is {}", nameOf(reference.holder), reference.thing,
                 shouldBeDead ? "alive though its owner is dead" : "dead though its owner is alive"));
         }
+        const auto isOfThis = [&](const Call& call) {
+            return call.reference == id && !call.isOver && !call.isCancelled;
+        };
+        if (_proved.contains(reference.holder) && !reference.isLocal && !reference.isKept
+            && std::ranges::none_of(_calls, isOfThis)) {
+            violated(fmt::format(
+                "{}'s reference to thing {} lives though nobody holds it", nameOf(reference.holder), reference.thing));
+        }
     }
 }
 

@@ -30,6 +30,7 @@ enum class Deed : std::uint8_t {
     Registers, ///< This thing with priority `other`.
     MakesReference, ///< This one to `object`, which is at home if `flag`.
     Recognizes, ///< That this reference stands for thing `other`.
+    KeepsReference, ///< Still at rest.
     HearsEvent, ///< Number `value` by this reference.
     HearsDeath, ///< Of what this reference stands for.
     EndsReference,

@@ -20,7 +20,7 @@ struct Report {
 using Run = std::function<Report(Decisions& decisions, bool tells)>;
 
 /// The main function of a program that looks for decisions with which `run` goes wrong: from seed after seed, each of them twice,
-/// since both runs must be the same to the byte. The first failure (also a crash, or 40 s without an end) is shrunk to a short
+/// since both runs must be the same to the byte. The first failure (also a crash, or 40 s on a processor without an end) is shrunk to a short
 /// story, told, and kept in a file. `--help` tells the options. Gives 0 where nothing went wrong.
 FN_EXPORT int searchMain(int argc, char** argv, const Run& run);
 

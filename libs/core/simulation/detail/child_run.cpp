@@ -7,6 +7,7 @@
 #include <new>
 #include <span>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -14,7 +15,7 @@
 namespace core::simulation {
 namespace {
 
-constexpr unsigned mostSeconds = 40; // Of one child: longer is a hang.
+constexpr rlim_t mostSeconds = 40; // Of one child, on a processor: longer is a hang.
 constexpr std::size_t journalEntries = 8 * 1024 * 1024;
 
 /// Memory that this process and its children see.
@@ -45,7 +46,8 @@ std::optional<Failure> inChild(folly::Function<std::string(Shared&)> body, folly
     const pid_t child = ::fork();
     if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) {
-        ::alarm(mostSeconds);
+        const rlimit bound { mostSeconds, mostSeconds + 1 };
+        ::setrlimit(RLIMIT_CPU, &bound);
         const auto what = body(shared);
         std::strncpy(shared.what, what.c_str(), sizeof(shared.what) - 1);
         std::fflush(stdout);
