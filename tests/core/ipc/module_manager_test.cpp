@@ -134,32 +134,15 @@ TEST_F(ModuleManagerTest, AnExitBeforeTheConnectionIsForgivenOnce)
         Texts { "2 ipc.moduleManager Module m has ended unexpectedly (exit code 1) and will be started again in a "
                 "second" });
     EXPECT_EQ(news(second), (Texts { "launch m", "launch m" }));
+    connect(module);
+    EXPECT_EQ(news(), Texts { "all connected" });
+    module.exit(0, 9);
+    EXPECT_TRUE(log.contains("Module m has ended unexpectedly (signal SIGKILL)"));
+    EXPECT_EQ(news(second), Texts { "launch m" });
     module.exit(3, 11);
-    EXPECT_EQ(log.lines().size(), 2u) << "the fatal line says it";
+    EXPECT_EQ(log.lines().size(), 3u) << "the fatal line says it";
     EXPECT_EQ(news(fn::Duration::seconds(100)),
         Texts { "fatal: Module m did exit before connection was established (status: 3, signal 11)" });
-}
-
-TEST_F(ModuleManagerTest, RelaunchesWhatExitsUntilItIsStopped)
-{
-    auto& one = add("one");
-    auto& two = add("two");
-    start();
-    const auto first = connect(one);
-    EXPECT_EQ(news(), (Texts { "launch one", "launch two" }));
-    const auto other = connect(two);
-    EXPECT_EQ(news(), Texts { "all connected" });
-    const LogCapture log(2);
-    one.exit(0, 9);
-    EXPECT_TRUE(log.contains("Module one has ended unexpectedly (signal SIGKILL)"));
-    EXPECT_EQ(news(second), Texts { "launch one" });
-    const auto again = connect(one);
-    EXPECT_EQ(news(), Texts { "all connected" });
-    one.exit(0, 0);
-    manager->stop();
-    two.exit(0, 9);
-    EXPECT_EQ(log.lines().size(), 1u) << "asked to end, both of them";
-    EXPECT_EQ(news(second), nothing) << "nor what was to come in a second";
 }
 
 TEST_F(ModuleManagerTest, KillsAndRelaunchesWhoStopsAnsweringUnlessItIsInThisProcess)

@@ -6,7 +6,6 @@
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
-#include <optional>
 
 namespace {
 
@@ -23,12 +22,6 @@ protected:
     static ObjectId found(Outcome outcome)
     {
         return outcome.isFulfilled() ? outcome.value().object<ipc::ObjectReference>()->objectId() : 0;
-    }
-
-    void hide(Client& client, bool hidden)
-    {
-        EXPECT_TRUE(
-            outcome([&] { return client.worker->registry()->callMethod("setInstancesHidden", hidden); }).isFulfilled());
     }
 
     std::unique_ptr<Client> a = client("A"), b = client("B"), user = client("User");
@@ -53,40 +46,6 @@ struct EarlyPost {
 class BusTest : EarlyPost, public HubTest { };
 
 } // namespace
-
-TEST_F(RegistryTest, GivesTheBestOfThoseThatAreShownAndWakesWhoWaitsForIt)
-{
-    // Several of each owner in one class, among each other by priority; and the later one first where it is the same.
-    const auto a9 = offer(*a, 9), earlier = offer(*b, 7), b7 = offer(*b, 7), a5 = offer(*a, 5);
-    struct Row {
-        const char* what;
-        std::function<void()> does;
-        ObjectId expected;
-    };
-    const Row rows[] {
-        { "the highest priority", [] {}, a9->objectId() },
-        { "who has none has hidden none", [&] { hide(*user, true); }, a9->objectId() },
-        { "others are hidden", [&] { hide(*b, true); }, a9->objectId() },
-        { "all are hidden", [&] { hide(*a, true); }, 0 },
-        { "the best of those shown again, the later of two", [&] { hide(*b, false); }, b7->objectId() },
-        { "what was shown already", [&] { hide(*b, false); }, b7->objectId() },
-        { "the dead leave the table", [&] { b->worker->stop(); }, 0 },
-        { "the other ones' have ended meanwhile", [&] { hide(*a, false); }, a9->objectId() },
-    };
-    std::optional<Outcome> waiting;
-    for (const auto& row : rows) {
-        row.does();
-        settle();
-        EXPECT_EQ(found(look(fn::Duration())), row.expected) << row.what;
-        if (waiting) {
-            EXPECT_EQ(found(*std::exchange(waiting, {})), row.expected) << row.what << ", for who waits";
-        }
-        if (row.expected == 0) waiting = look();
-    }
-    a->worker->stop();
-    settle();
-    EXPECT_EQ(dispatcher->registryImpl()->registrationCount(), 1u) << "the bus is left";
-}
 
 TEST_F(RegistryTest, WaitersAreAnsweredOnceByWhoComesFirst)
 {
@@ -169,33 +128,29 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
     EXPECT_EQ(found(look()), service->objectId());
 }
 
-TEST_F(BusTest, KeepsTheLatestStickyBodiesUpToItsBoundAndTellsThemAnew)
+TEST_F(BusTest, RefusesWhatIsTooMuchToKeepAndNothingElse)
 {
-    dispatcher->worker().registerObjectReferenceClass<ipc::MessageBus>();
-    const auto bus = findInstance<ipc::MessageBus>(loop, dispatcher->worker());
-    ASSERT_EQ(&fn::MessageBus::instance(), bus.get());
     std::vector<std::pair<fn::String, Value>> heard;
-    const auto listener = bus->onMessage("com.x").connect(
+    const auto listener = fn::MessageBus::instance().onMessage("com.x").connect(
         [&](const fn::String& name, const Value& body) { heard.emplace_back(name, body); });
     const LogCapture log(2);
     loop.post([] {
-        auto& instance = fn::MessageBus::instance();
-        instance.postMessage("com.x.plain", 1);
-        instance.postStickyMessage("com.x.b", "old");
-        instance.postStickyMessage("com.x.b", "new");
-        instance.postStickyMessage("com.x.a", Value::map({ { "k", 1 } }));
-        instance.postMessage("com.xy", "not for com.x");
-        instance.postStickyMessage("com.x.large", fn::ByteArray(unsigned(ipc::limits::stickyBytes)));
-        instance.postMessage("com.x.after", {});
+        auto& bus = fn::MessageBus::instance();
+        bus.postStickyMessage("com.x.a", Value::map({ { "k", Value::array({ 1, "text" }) } }));
+        bus.postStickyMessage("com.x.large", fn::ByteArray(unsigned(ipc::limits::stickyBytes)));
+        bus.postMessage("com.xy", "not for com.x");
+        bus.postMessage("com.x.after", {});
     });
     settle();
-    EXPECT_EQ(heard.size(), 5u) << "once each, by way of the relay";
+    EXPECT_EQ(heard.size(), 2u) << "once each, by way of the relay";
     EXPECT_EQ(heard.back().first, "com.x.after");
     EXPECT_TRUE(log.contains("Refusing the sticky message com.x.large"));
-    EXPECT_EQ(fn::MessageBus::instance().getStickyMessage("com.x.b"), Value("new"));
+    dispatcher->worker().registerObjectReferenceClass<ipc::MessageBus>();
+    const auto bus = findInstance<ipc::MessageBus>(loop, dispatcher->worker());
+    ASSERT_EQ(&fn::MessageBus::instance(), bus.get());
     heard.clear();
     outcome([&] { return bus->getStickyMessages(); });
     EXPECT_EQ(heard,
         (std::vector<std::pair<fn::String, Value>> { { "com.x.0", "before the hub was ready" },
-            { "com.x.a", Value::map({ { "k", 1 } }) }, { "com.x.b", "new" } }));
+            { "com.x.a", Value::map({ { "k", Value::array({ 1, "text" }) } }) } }));
 }

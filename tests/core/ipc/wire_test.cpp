@@ -8,7 +8,6 @@
 #include "support/peer.h"
 #include "support/run_until.h"
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace {
@@ -169,23 +168,6 @@ TEST_F(MessageHelperTest, ABodyLastsAsLongAsItIsHandledThoughTheHelperHasGone)
     ASSERT_TRUE(test::runUntil(loop, [&] { return !helper; }));
     EXPECT_EQ(small, "\xa5small");
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // They end the process instead.
-TEST_F(MessageHelperTest, ABodyThatThereIsNoMemoryForEndsTheConversation)
-{
-    connect(UINT32_MAX);
-    rlimit before;
-    ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
-    const rlimit scarce { rlim_t(1) << 31, before.rlim_max };
-    ASSERT_EQ(::setrlimit(RLIMIT_AS, &scarce), 0);
-    write(header(UINT32_MAX - 8) + "x");
-    write(test::frame(7));
-    ::setrlimit(RLIMIT_AS, &before);
-    ASSERT_EQ(errors.size(), 1u);
-    EXPECT_EQ(errors.front().code(), -ENOMEM);
-    EXPECT_TRUE(received.empty());
-}
-#endif
 
 TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
 {

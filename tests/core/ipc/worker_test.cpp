@@ -7,7 +7,6 @@
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include <algorithm>
-#include <set>
 
 namespace {
 
@@ -105,35 +104,6 @@ TEST_F(WorkerTest, SharesNothingThatItHadBeforeItWasConnected)
     }
 }
 
-TEST_F(WorkerTest, ObjectsOfTheDeadAreDeadUntilTheirIdIsUsedAgain)
-{
-    const auto nobody = static_cast<WorkerId>(peer->id() + 1); // As good as dead.
-    const auto x = objectOf(nobody, 7);
-    const auto counted = dispatcher->usageCounts().objectCount();
-    /// Whether others get it.
-    const auto isGiven = [&](const fn::AutoPtr<ServiceReference>& reference) {
-        peer->clear();
-        service->postEvent(peer->id(), "given", reference);
-        settle();
-        return peer->last(type::MESSAGE)->at(field::OBJECTS).size() == 1;
-    };
-    deliver(bringing(x));
-    const auto dead = taken();
-    EXPECT_TRUE(dead->dead() && isGiven(dead));
-    EXPECT_EQ(dispatcher->usageCounts().objectCount(), counted) << "what belongs to nobody is not counted";
-    const auto heir = join();
-    ASSERT_EQ(heir->id(), nobody);
-    heir->send(bringing(x));
-    settle();
-    const auto alive = taken();
-    EXPECT_TRUE(!alive->dead() && isGiven(alive));
-    EXPECT_TRUE(dead->dead() && !isGiven(dead)) << "its id names the new worker's object";
-    heir->clear();
-    dead->sendMessage("for the old one");
-    settle();
-    EXPECT_TRUE(heir->messages().empty());
-}
-
 TEST_F(WorkerTest, DropsPayloadsThatItCannotReadAndGoesOn)
 {
     struct Row {
@@ -170,22 +140,6 @@ TEST_F(WorkerTest, DropsPayloadsThatItCannotReadAndGoesOn)
         deliver(message(call("after")));
         EXPECT_EQ(service->calls.back().name, "after");
     }
-}
-
-TEST_F(WorkerTest, WhatABrokenPayloadListsIsReleasedAllTheSame)
-{
-    const auto behind = foreign + (1 << 16);
-    const auto whole = callWithObjects({ foreign, behind });
-    const fn::ByteArray cut(whole.view().substr(0, whole.view().find("METHOD_NAME") - 5)); // In the second id.
-    const ExpectUnhandled expected;
-    deliver(carrying(cut, { { foreign, className }, { behind, className }, { service->objectId(), className } }));
-    std::set<ObjectId> released;
-    for (const auto& sent : peer->messages()) {
-        ASSERT_EQ(sent.at(field::TYPE), Value(type::INSTANCE_RELEASE));
-        released.insert(sent.at(field::OBJECT_ID).to<ObjectId>());
-    }
-    EXPECT_EQ(released, (std::set { foreign, behind }));
-    EXPECT_EQ(expected.messages().size(), 1u);
 }
 
 TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
