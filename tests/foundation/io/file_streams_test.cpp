@@ -43,7 +43,6 @@ TEST(FileDescriptor, IsOpenedAsAskedForThisProcessAloneAndClosedOnceByItsOwner)
     EXPECT_EQ(test::readFile(path), "x");
     FileDescriptor second = FileDescriptor::write(path, 0600);
     EXPECT_EQ(test::readFile(path), "") << "It begins anew.";
-
     const auto first = writer.get();
     second = std::move(writer);
     EXPECT_FALSE(writer);
@@ -165,25 +164,6 @@ TEST(BufferedStreams, CarryTheSameBytesWhereverTheyAreCut)
     }
 }
 
-TEST(BufferedOutputStream, FlushesTheStreamsBelowOnlyWhereAskedAndNothingWhileUnwinding)
-{
-    enum { Unwinds, Closes, ClosesAll };
-    for (const int end : { Unwinds, Closes, ClosesAll }) {
-        fn::ByteArray bytes;
-        fn::ByteArrayOutputStream target(bytes);
-        fn::BufferedOutputStream below(target, 100);
-        {
-            fn::BufferedOutputStream buffered(below, 8);
-            buffered.write("12345678");
-            buffered.write("9");
-            if (end != Unwinds) buffered.close(end == ClosesAll);
-        }
-        EXPECT_EQ(bytes.view(), end == ClosesAll ? "123456789" : "") << end;
-        below.flush();
-        EXPECT_EQ(bytes.view(), end == Unwinds ? "12345678" : "123456789") << end;
-    }
-}
-
 TEST(StreamReader, ReadsEverythingAndLinesOfEitherEndUpToALimit)
 {
     const std::string_view text = "one\r\n\ntw\ro\r\r\n\r\nlast\n123456\n";
@@ -211,42 +191,6 @@ TEST(StreamReader, ReadsEverythingAndLinesOfEitherEndUpToALimit)
     EXPECT_TRUE(StreamReader::readLine(last, line, 6));
     EXPECT_EQ(line, "123456");
     EXPECT_FALSE(StreamReader::readLine(last, line, 6));
-}
-
-/// Gives its bytes one at a time and does not know how many are left.
-class Trickle final : public fn::InputStream {
-public:
-    explicit Trickle(std::string bytes) : _bytes(std::move(bytes)) { }
-    std::uint64_t position() const override { return _position; }
-
-private:
-    std::size_t readSlow(void* data, std::size_t size) override
-    {
-        if (size == 0 || _position == _bytes.size()) return 0;
-        *static_cast<char*>(data) = _bytes[_position++];
-        return 1;
-    }
-    std::string _bytes;
-    std::size_t _position = 0;
-};
-
-TEST(InputStream, EndsWithAnErrorThatNamesTheOffset)
-{
-    char rest[10];
-    const std::function<void(Trickle&)> reads[] = { [&](Trickle& stream) { stream.readExactly(rest, 10); },
-        [](Trickle& stream) { stream.readByteArray(0xFFFF'FFFF); }, // Four gigabytes announced, three bytes sent.
-        [](Trickle& stream) { stream.skip(4); } };
-    for (const auto& read : reads) {
-        Trickle stream("abcdef");
-        EXPECT_EQ(stream.readString(2), "ab");
-        stream.skip(1);
-        try {
-            read(stream);
-            FAIL();
-        } catch (const fn::EndOfStreamException& e) {
-            EXPECT_TRUE(e.find<fn::DetailInfo>()->contains("Offset: 6"));
-        }
-    }
 }
 
 } // namespace

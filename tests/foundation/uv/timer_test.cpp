@@ -117,19 +117,4 @@ TEST(Timers, AHandleThatEndsOnAnotherThreadEndsTheTimerOnTheLoop)
     loop.run(); // What the handle has posted is left to the loop's end.
 }
 
-TEST(SystemTimers, WaitAtLeastTheirTimeAndWakeASleepingLoop)
-{
-    Loop loop;
-    const auto start = loop.clock().monotonic();
-    bool isLate = false;
-    const auto late = loop.schedule(Duration::milliseconds(60), [&] {
-        isLate = true;
-        loop.stop();
-    });
-    const auto early = loop.schedule(Duration::milliseconds(30), [&] { EXPECT_FALSE(isLate); });
-    loop.schedule(Duration::milliseconds(10), [] {}).detach(); // Ends a wait while others go on.
-    loop.run();
-    EXPECT_GE(loop.clock().monotonic() - start, Duration::milliseconds(60));
-}
-
 } // namespace
