@@ -153,9 +153,9 @@ TEST_F(MainContext, GoesOnWhereACallbackRunsTheLoopOrThrows)
         });
         loop->run();
         order += "end";
+        callWhenIdle([&] { loop->stop(); });
         throw std::runtime_error("from a callback");
     });
-    callAfter(50, [&] { loop->stop(); });
     EXPECT_TRUE(runUntilStopped());
     EXPECT_EQ(order, "begin inner end");
     EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "from a callback" });
