@@ -62,7 +62,6 @@ TEST_F(InspectorWebTest, OnlyWhoKnowsTheTokenAndComesFromHereIsAnswered)
         { "/x" + base, host, "GET", 404 },
         { "http://" + address.host + wrong, host, "GET", 404 },
         { "http://evil.example" + base, host, "GET", 403 },
-        { "http://" + address.host + base, evil, "GET", 403 },
         { base, "", "GET", 403 },
         { base, evil, "GET", 403 },
         { base, "Host: 127.0.0.1\r\n", "GET", 403 },
@@ -70,11 +69,8 @@ TEST_F(InspectorWebTest, OnlyWhoKnowsTheTokenAndComesFromHereIsAnswered)
         { base, host + "Origin: null\r\n", "GET", 403 },
         { base, host + "Origin: https://" + address.host + "\r\n", "GET", 403 },
         { base, host + "Content-Length: 1000000000\r\n", "POST", 405 },
-        { wrong, host, "POST", 404 },
         { base, host, "GARBAGE", 400 },
-        { base, "", "GARBAGE", 403 },
         { base + "?" + std::string(9000, 'x'), host, "GET", 414 },
-        { wrong + "?" + std::string(9000, 'x'), host, "GET", 404 },
         { base, host + "Range: bytes=1-0\r\n", "GET", 416 },
     };
     for (const auto& row : rows) {

@@ -150,11 +150,6 @@ pid_t Program::awaitModule(const std::string& name) const
     return found;
 }
 
-bool Program::awaitFile(const std::filesystem::path& path) const
-{
-    return await([&] { return std::filesystem::exists(path); });
-}
-
 bool Program::awaitOutput(std::string_view text, std::size_t from)
 {
     return await([&] { return output().find(text, from) != std::string::npos; });

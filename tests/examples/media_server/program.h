@@ -1,6 +1,5 @@
 #pragma once
 #include "foundation/value.h"
-#include <filesystem>
 #include <functional>
 #include <string>
 #include <sys/types.h>
@@ -37,8 +36,8 @@ public:
     /// Waits until this module has a process that attends to signals. Throws beyond a bound.
     pid_t awaitModule(const std::string& name) const;
 
-    bool awaitFile(const std::filesystem::path& path) const; ///< False beyond a bound.
-    bool awaitOutput(std::string_view text, std::size_t from = 0); ///< The same, in what is written behind `from`.
+    /// False where this is not written behind `from` within a bound.
+    bool awaitOutput(std::string_view text, std::size_t from = 0);
 
     /// Waits for the end. The exit code, 128 + the signal that ended it, or -1 beyond a bound. Fails the test where a process is
     /// left behind.

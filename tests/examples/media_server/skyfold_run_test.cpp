@@ -63,8 +63,8 @@ TEST_F(SkyfoldTest, ARunTakesFoldersFromLaterStartsAndIsInspectedAndSwitchedMean
     Program first(arguments());
     const auto scanner = first.awaitModule("scanner");
     ::kill(scanner, SIGSTOP);
-    ASSERT_TRUE(
-        first.awaitFile(data / "catalogue.lock")); // The library has opened its catalogue: the scan is not over.
+    // The library has opened its catalogue: the scan is not over.
+    ASSERT_TRUE(test::await([&] { return fs::exists(data / "catalogue.lock"); }));
 
     const auto handOver = [&](const fs::path& what, const fs::path& where) {
         Program second({ what.string(), "--json", "--data", where.string() });

@@ -86,7 +86,8 @@ TEST_F(SkyfoldTest, AScanSurvivesItsLibrary)
     const auto library = program.awaitModule("library");
     const auto scanner = program.awaitModule("scanner");
     ::kill(scanner, SIGSTOP); // The scan is not over.
-    ASSERT_TRUE(program.awaitFile(data / "catalogue.sqlite")); // The console has found the library.
+    // The console has found the library.
+    ASSERT_TRUE(test::await([&] { return fs::exists(data / "catalogue.sqlite"); }));
     ::kill(library, SIGKILL);
     ::kill(scanner, SIGCONT);
     EXPECT_EQ(program.wait(), 0);
