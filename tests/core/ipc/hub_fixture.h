@@ -25,7 +25,8 @@ class HubTest : public testing::Test {
 protected:
     static constexpr auto timeout = fn::Duration::seconds(30);
 
-    HubTest()
+    explicit HubTest(const ipc::HubLimits& limits = {})
+        : dispatcher(std::make_unique<ipc::Dispatcher>(loop, timeout, limits))
     {
         core::AppInfo::initialize(core::AppInfo::App::Skyfold);
         dispatcher->onWorkerConnected()
@@ -105,7 +106,7 @@ protected:
     fn::ManualClock clock;
     std::unique_ptr<fn::uv::Loop> ownedLoop = std::make_unique<fn::uv::Loop>(clock);
     fn::uv::Loop& loop = *ownedLoop;
-    std::unique_ptr<ipc::Dispatcher> dispatcher = std::make_unique<ipc::Dispatcher>(loop, timeout);
+    std::unique_ptr<ipc::Dispatcher> dispatcher;
     std::vector<fn::String> connected;
     std::vector<WorkerId> silent;
     std::vector<WorkerId> gone;
