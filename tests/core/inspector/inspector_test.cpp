@@ -197,6 +197,11 @@ TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnc
         answer();
         EXPECT_TRUE(meanwhile.isFulfilled()) << name;
     }
+    auto again = find(fn::ByteArray(std::string_view("Disks again")).SHA256().base64(0));
+    const auto other = inspect(*again, {});
+    answer();
+    EXPECT_TRUE(other.isFulfilled()) << "by the way that the call has come";
+    again.reset();
     // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
     for (const unsigned number : { id.to<unsigned>(), 2u })
         outcome([&] { return publishing->unregisterInspector(number); });
