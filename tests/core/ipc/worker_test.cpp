@@ -104,6 +104,35 @@ TEST_F(WorkerTest, SharesNothingThatItHadBeforeItWasConnected)
     }
 }
 
+TEST_F(WorkerTest, ObjectsOfTheDeadAreDeadUntilTheirIdIsUsedAgain)
+{
+    const auto nobody = static_cast<WorkerId>(peer->id() + 1); // As good as dead.
+    const auto x = objectOf(nobody, 7);
+    const auto counted = dispatcher->usageCounts().objectCount();
+    /// Whether others get it.
+    const auto isGiven = [&](const fn::AutoPtr<ServiceReference>& reference) {
+        peer->clear();
+        service->postEvent(peer->id(), "given", reference);
+        settle();
+        return peer->last(type::MESSAGE)->at(field::OBJECTS).size() == 1;
+    };
+    deliver(bringing(x));
+    const auto dead = taken();
+    EXPECT_TRUE(dead->dead() && isGiven(dead));
+    EXPECT_EQ(dispatcher->usageCounts().objectCount(), counted) << "what belongs to nobody is not counted";
+    const auto heir = join();
+    ASSERT_EQ(heir->id(), nobody);
+    heir->send(bringing(x));
+    settle();
+    const auto alive = taken();
+    EXPECT_TRUE(!alive->dead() && isGiven(alive));
+    EXPECT_TRUE(dead->dead() && !isGiven(dead)) << "its id names the new worker's object";
+    heir->clear();
+    dead->sendMessage("for the old one");
+    settle();
+    EXPECT_TRUE(heir->messages().empty());
+}
+
 TEST_F(WorkerTest, DropsPayloadsThatItCannotReadAndGoesOn)
 {
     struct Row {
