@@ -224,7 +224,9 @@ void Truth::handleCall(const Event& event)
 
 void Truth::begins(const Event& event)
 {
-    const auto& reference = _references.at(event.other);
+    const auto found = _references.find(event.other);
+    if (found == _references.end()) return; // Its holder is being killed: nothing is asked of its calls.
+    const auto& reference = found->second;
     tell("makes call {} ({}) on thing {}", event.number, event.value, reference.thing);
     call(event.number) = { .ask = static_cast<Ask>(event.value),
         .caller = event.process,
