@@ -108,7 +108,7 @@ void Actor::actLater()
 
 void Actor::act()
 {
-    switch (witness().choose(14)) {
+    switch (witness().choose(15)) {
     case 0: return;
     case 1: return registerThing(someThing(), static_cast<int>(witness().choose(5)));
     case 2: return findSomething();
@@ -120,6 +120,7 @@ void Actor::act()
         witness().tell({ .deed = Deed::Leaves });
         return Module::terminate();
     case 7: return hideAll();
+    case 8: return callAnew();
     default: return callSomething();
     }
 }
@@ -259,16 +260,32 @@ void Actor::callSomething()
 {
     const auto reference = someHeld();
     if (!reference) return findSomething();
-    for (auto count = witness().choose(16) == 15 ? manyCalls : 1; count > 0; --count) callOn(reference);
+    for (auto count = witness().choose(16) == 15 ? manyCalls : 1; count > 0; --count)
+        callOn(reference, static_cast<Ask>(witness().choose(asks)));
     if (witness().choose(8) == 7) { // A time-out, or at once.
         const auto time = fn::Duration::milliseconds(witness().choose(30));
         worker().loop().schedule(time, [this] { cancelSomething(); }).detach();
     }
 }
 
-void Actor::callOn(const fn::AutoPtr<ThingReference>& reference)
+/// Cancels a call, lets go of the object, gets it anew and calls it again: all before the first call is answered.
+void Actor::callAnew()
 {
-    const auto ask = static_cast<Ask>(witness().choose(asks));
+    const auto bound = fn::Duration::seconds(1);
+    find(bound).then(
+        [this, bound](fn::AutoPtr<ThingReference>&& found) {
+            callOn(found, Ask::Later);
+            cancel(_pending.back());
+            const auto again = [this](fn::AutoPtr<ThingReference>&& sameAgain) { callOn(sameAgain, Ask::Later); };
+            worker().loop().post([this, bound, again] {
+                if (actor() == this) find(bound).then(again, [](std::exception_ptr) {});
+            });
+        },
+        [](std::exception_ptr) {});
+}
+
+void Actor::callOn(const fn::AutoPtr<ThingReference>& reference, Ask ask)
+{
     int number = 0;
     const auto promise = call(reference, ask, number);
     const auto end = [this, number] {
@@ -289,10 +306,16 @@ void Actor::callOn(const fn::AutoPtr<ThingReference>& reference)
 
 void Actor::cancelSomething()
 {
-    if (actor() != this || _pending.empty()) return;
-    const auto pending = takeSome(_pending);
-    witness().tell({ .deed = Deed::Cancels, .number = pending.call });
-    pending.promise.cancel();
+    if (actor() == this && !_pending.empty())
+        cancel(_pending[witness().choose(static_cast<std::uint32_t>(_pending.size()))]);
+}
+
+void Actor::cancel(const Pending& pending)
+{
+    const auto [number, promise] = pending;
+    std::erase_if(_pending, [&](const Pending& other) { return other.call == number; });
+    witness().tell({ .deed = Deed::Cancels, .number = number });
+    promise.cancel();
 }
 
 // --- The bus

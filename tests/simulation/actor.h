@@ -31,8 +31,10 @@ private:
     void actLater();
     void act();
     void callSomething();
-    void callOn(const fn::AutoPtr<ThingReference>& reference);
+    void callAnew();
+    void callOn(const fn::AutoPtr<ThingReference>& reference, Ask ask);
     void cancelSomething();
+    void cancel(const Pending& pending);
     void dropSomething();
     void registerThing(const fn::AutoPtr<Thing>& thing, int priority);
     fn::Promise<fn::AutoPtr<ThingReference>> find(fn::Duration bound);

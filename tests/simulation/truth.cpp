@@ -134,13 +134,17 @@ void Truth::hides(const Event& event)
     }
 }
 
-/// Its owner is dead, and its id may be that of a later worker's object.
+/// Its owner is dead, and its id may be that of a later worker's object. A message about it that was under way meanwhile is mistaken
+/// for one about that.
 bool Truth::isUsedAgain(const Thing& thing) const
 {
+    const bool wasAnyStopped = !_freezes.empty() || longestSilence > shortSilence;
+    const auto longest = wasAnyStopped ? fn::Duration::seconds(15) : fn::Duration::milliseconds(500);
     const auto owner = _connected.find(thing.owner);
     return owner != _connected.end() && !isAlive(thing.owner)
         && std::ranges::any_of(_connected, [&](const auto& other) {
-               return other.second.worker == owner->second.worker && other.second.since > owner->second.since;
+               return other.second.worker == owner->second.worker && other.second.since > owner->second.since
+                   && other.second.since + longest > now();
            });
 }
 

@@ -70,7 +70,8 @@ protected:
         const std::set<std::string>& how) const; ///< Somebody named by it, in one of these ways.
 
     /// Who is silent for so long has been reported: a third of the time until the PING, the time itself, and some more.
-    fn::Duration longestSilence = fn::Duration::seconds(5);
+    static constexpr auto shortSilence = fn::Duration::seconds(5);
+    fn::Duration longestSilence = shortSilence;
 
     std::map<std::string, std::multiset<std::string>> harms; ///< How, by name of the process.
     std::optional<fn::Duration> proofTime; ///< When everybody begins to show that it is alive.
