@@ -54,6 +54,10 @@ TEST_F(PipePath, NoNameLeadsOutOfTheFolder)
     }
     EXPECT_FALSE(platform::isPipeName("/tmp/x"));
     EXPECT_TRUE(platform::isPipeName(other));
+    // An address holds the path whole or not at all.
+    const fn::String longest(std::string(107, 'x'));
+    EXPECT_EQ(std::string_view(platform::socketAddress(longest).sun_path), longest.view());
+    EXPECT_THROW(platform::socketAddress(longest + "x"), fn::IOException);
 }
 
 TEST_F(PipePath, AFolderThatOthersOwnOrMayEnterIsRefused)
@@ -73,13 +77,6 @@ TEST_F(PipePath, AFolderThatOthersOwnOrMayEnterIsRefused)
     fs::permissions(pipes, fs::perms::owner_all);
     ASSERT_EQ(::chown(pipes.c_str(), 65534, 65534), 0);
     EXPECT_THAT(refusal(name), testing::HasSubstr("another user"));
-}
-
-TEST_F(PipePath, AnAddressHoldsThePathWholeOrNotAtAll)
-{
-    const fn::String longest(std::string(107, 'x'));
-    EXPECT_EQ(std::string_view(platform::socketAddress(longest).sun_path), longest.view());
-    EXPECT_THROW(platform::socketAddress(longest + "x"), fn::IOException);
 }
 
 } // namespace

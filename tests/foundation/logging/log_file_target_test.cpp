@@ -23,8 +23,7 @@ namespace {
 using fn::LogFileTarget;
 using testing::ElementsAre;
 
-class LogFileTargetTest : public testing::Test {
-protected:
+struct LogFileTargetTest : testing::Test {
     fn::AutoPtr<LogFileTarget> makeTarget(std::uint64_t maximumSize, int maximumCount)
     {
         auto target = fn::makeAuto<LogFileTarget>(log, clock);
@@ -43,9 +42,6 @@ protected:
             result.push_back(test::readFile(numbered(number)));
         return result;
     }
-
-    /// Lets the targets look what has become of the log.
-    void lookAgain() { clock.advance(fn::Duration::milliseconds(10)); }
 
     test::TemporaryFolder temporary;
     const fn::String log = temporary.file("logs/name.log");
@@ -98,24 +94,19 @@ TEST_F(LogFileTargetTest, FollowsALogThatOthersHaveMovedOrRemoved)
     target->write("1\n");
     rotating->write("2\n");
     target->write("3\n");
-    lookAgain();
+    clock.advance(fn::Duration::milliseconds(10)); // Now they look what has become of it.
     target->write("4\n");
     EXPECT_THAT(files(), ElementsAre("2\n4\n", "1\n3\n")) << "what comes a moment too late is not lost";
 
-    ASSERT_EQ(std::rename(log.c_str(), temporary.file("elsewhere").c_str()), 0);
-    lookAgain();
-    target->write("5\n");
-    EXPECT_EQ(files().at(0), "5\n");
-
     std::filesystem::remove_all(temporary.path() / "logs");
     test::writeFile(temporary.file("logs"), "in the way");
-    lookAgain();
+    clock.advance(fn::Duration::milliseconds(10)); // Now they look what has become of it.
     target->write("lost\n");
     const auto newcomer = makeTarget(0, 1);
     newcomer->write("lost, too\n");
     std::filesystem::remove(temporary.path() / "logs");
     newcomer->write("6\n");
-    lookAgain();
+    clock.advance(fn::Duration::milliseconds(10)); // Now they look what has become of it.
     target->write("7\n");
     EXPECT_THAT(files(), ElementsAre("(log entries lost: 1; the log took no more)\r\n6\n7\n"));
 }
@@ -154,11 +145,7 @@ TEST_F(LogFileTargetTest, WaitsForNoReaderOfAPipeInItsPlace)
 TEST_F(LogFileTargetTest, LosesOnlyWhatIsTooOldWhileManyThreadsOfManyProcessesRotateIt)
 {
     constexpr int processes = 8, threads = 4;
-#if defined(__SANITIZE_THREAD__)
-    constexpr int lines = 2'000;
-#else
-    constexpr int lines = 10'000;
-#endif
+    constexpr int lines = 5'000;
     for (const bool keepsAll : { true, false }) {
         const auto [maximumSize, maximumCount] = keepsAll ? std::pair(lines * 6, 100'000) : std::pair(lines * 60, 9);
         std::deque<test::ChildProcess> children;

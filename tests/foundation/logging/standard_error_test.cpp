@@ -21,17 +21,10 @@ const std::string entry(99, 'x');
 
 using Pair = std::pair<fn::FileDescriptor, fn::FileDescriptor>; // The reader's end and that of standard error.
 
-Pair pipeEnds()
+template <bool isSocket> Pair twoEnds()
 {
     int ends[2];
-    EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
-    return { fn::FileDescriptor(ends[0]), fn::FileDescriptor(ends[1]) };
-}
-
-Pair socketEnds()
-{
-    int ends[2];
-    EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    EXPECT_EQ(isSocket ? ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) : ::pipe(ends), 0);
     return { fn::FileDescriptor(ends[0]), fn::FileDescriptor(ends[1]) };
 }
 
@@ -116,7 +109,7 @@ TEST_P(StandardError, HoldsUpNobodyAndTellsWhatIsLost)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, StandardError,
-    testing::Values(
-        Kind { pipeEnds, true }, Kind { pipeEnds, false }, Kind { socketEnds, true }, Kind { terminalEnds, true }));
+    testing::Values(Kind { twoEnds<false>, true }, Kind { twoEnds<false>, false }, Kind { twoEnds<true>, true },
+        Kind { terminalEnds, true }));
 
 } // namespace

@@ -220,17 +220,6 @@ TEST(MPack, ReadersAndWritersAgreeOnTheDepth)
         EXPECT_THROW(decode(repeated(level, 1'000'000)), fn::DataFormatException);
 }
 
-TEST(MPack, ALargePayloadIsASliceOfTheBytesRead)
-{
-    for (const unsigned size : { 40u, 1000u }) {
-        const auto bytes = encode(Value::map({ { 1, std::string(100, 'x') }, { 8, ByteArray(size) } }));
-        fn::MemoryInputStream stream(bytes);
-        const auto value = fn::mpack::Deserializer(stream).deserialize();
-        const auto* const payload = value->at(8).byteArray().data();
-        EXPECT_EQ(payload >= bytes.data() && payload < bytes.data() + bytes.size(), size == 1000u);
-    }
-}
-
 TEST(MPack, TimestampsComeBackExactlyOverTheirWholeRange)
 {
     const std::pair<std::int64_t, std::size_t> rows[] = { { 0, 6 }, { 4294967295'000000, 6 }, { 4294967296'000000, 10 },

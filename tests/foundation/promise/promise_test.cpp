@@ -1,6 +1,5 @@
 // What can break here: a callable run twice, never, or at the wrong moment; a failure lost on its way; a cancellation that
-// does not reach the producer; captures that outlive their promise, or die while they are in use; a call of an empty function that
-// crashes.
+// does not reach the producer; captures that outlive their promise, or die while they are in use.
 #include "foundation/exceptions.h"
 #include "foundation/promise.h"
 #include "foundation/uv/loop.h"
@@ -223,7 +222,6 @@ TEST(Promise, CancellingReachesEveryHandlerAlsoBehindOneThatThrowsAndAnswersTheP
         const auto settled = Promise<int>::fulfilled(1);
         settled.onCancel([] { FAIL() << "nobody works for it"; });
         settled.cancel();
-        EXPECT_FALSE(settled.isCancelled());
         settled.then([](int) { FAIL() << "its outcome is on its way already"; }).cancel();
     });
     EXPECT_THAT(unhandled.messages(), ElementsAre("handler"));
@@ -257,45 +255,21 @@ TEST(Promise, ReportsMisuseAndGoesOn)
 {
     const test::ExpectAssertions assertions;
     std::vector<int> got;
-    const auto watchTwice = [&](const Promise<int>& promise) {
-        promise.then([](int) { FAIL() << "the latest one counts"; });
-        promise.then([&](int value) { got.push_back(value); });
-    };
     onLoop([&] {
         const auto promise = Promise<int>::create();
-        watchTwice(promise);
-        promise.onCancel([&] { FAIL(); });
-        promise.onCancel([&] { got.push_back(-1); });
+        promise.then([](int) { FAIL() << "the latest one counts"; });
+        promise.then([&](int value) { got.push_back(value); });
+        for (int times = 0; times < 2; ++times) promise.onCancel([] { FAIL(); });
         promise.fulfill(1);
-        watchTwice(Promise<int>::fulfilled(2));
     });
     // Off a loop, the default loop carries it.
-    Promise<int>::fulfilled(3).then([&](int value) { got.push_back(value); });
+    Promise<int>::fulfilled(2).then([&](int value) { got.push_back(value); });
     test::runTurns(fn::RunLoop::defaultLoop());
-    EXPECT_THAT(got, ElementsAre(1, 2, 3));
-
-    const std::string second =
-        "libs/foundation/promise:277 then There can only be one fulfillment and rejection handler";
+    EXPECT_THAT(got, ElementsAre(1, 2));
     EXPECT_THAT(assertions.reports(),
-        ElementsAre(second, "libs/foundation/promise:308 onCancel Cancellation handler already set", second,
+        ElementsAre("libs/foundation/promise:277 then There can only be one fulfillment and rejection handler",
+            "libs/foundation/promise:308 onCancel Cancellation handler already set",
             "libs/foundation/promise:482 then Function must be called on main thread, and no loop runs on it"));
-}
-
-TEST(Function, ThrowsWhenItIsEmptyWhereverTheEmptinessComesFrom)
-{
-    using Function = folly::Function<int(int)>;
-    Function moved = [](int value) { return 2 * value; };
-    auto taken = std::move(moved);
-    EXPECT_EQ(taken(2), 4);
-    taken = nullptr;
-    Function functions[] = { std::move(moved), std::move(taken), static_cast<int (*)(int)>(nullptr),
-        std::function<int(int)>(), folly::Function<int(int) const>() };
-    for (auto& function : functions) {
-        EXPECT_EQ(function, nullptr);
-        EXPECT_THROW(function(1), std::bad_function_call);
-    }
-    static_assert(!std::is_copy_constructible_v<Function>);
-    static_assert(!std::is_constructible_v<folly::Function<int(int) noexcept>, int (*)(int)>);
 }
 
 } // namespace

@@ -1,21 +1,30 @@
-// What can break here: a library that goes while its code is in use, names cut at a NUL byte, ids that repeat.
+// What can break here: a library that goes while its code is in use, names cut at a NUL byte, ids that repeat, a folder that others
+// can read, a build tree taken for an installation; a task that is lost, run twice or after the pool's end.
 #include "foundation/exceptions.h"
+#include "foundation/io/file.h"
 #include "foundation/system/environment.h"
-#include "foundation/system/sha1_engine.h"
+#include "foundation/system/path_manager.h"
 #include "foundation/system/shared_library.h"
+#include "foundation/system/thread_pool.h"
 #include "foundation/system/uuid.h"
-#include "support/forked_child.h"
+#include "support/expectations.h"
+#include "support/temporary_folder.h"
 #include <cstdlib>
 #include <dlfcn.h>
+#include <filesystem>
 #include <gtest/gtest.h>
-#include <pwd.h>
+#include <latch>
 #include <regex>
 #include <set>
-#include <unistd.h>
+#include <sys/stat.h>
+#include <thread>
 
 namespace {
 
 using fn::Environment;
+using fn::File;
+using fn::PathManager;
+using fn::ThreadPool;
 
 TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
 {
@@ -29,18 +38,7 @@ TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
     EXPECT_EQ(::getenv("CORE_TEST"), nullptr);
 }
 
-TEST(Environment, NamesTheUserByNumberWhereTheSystemHasNoName)
-{
-    const auto* entry = ::getpwuid(::geteuid());
-    EXPECT_EQ(Environment::userName(), entry ? fn::String(entry->pw_name) : fn::String::number(::geteuid()));
-
-    constexpr uid_t unknown = 3'987'654'321; // Above what fits a signed number.
-    if (::geteuid() != 0 || ::getpwuid(unknown)) GTEST_SKIP() << "another user is needed";
-    test::ForkedChild child([] { return ::seteuid(unknown) == 0 && Environment::userName() == "3987654321"; });
-    EXPECT_TRUE(child.succeeds());
-}
-
-TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)
+TEST(UUIDGenerator, MakesRandomIds)
 {
     const std::regex form("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}");
     std::set<fn::String> seen;
@@ -49,25 +47,6 @@ TEST(UUIDGenerator, MakesRandomIdsUnlessReplaced)
         ASSERT_TRUE(std::regex_match(text.toStdString(), form)) << text.view();
         ASSERT_TRUE(seen.insert(text).second);
     }
-    struct Constant final : fn::UUIDGenerator {
-        fn::UUID createOne() override { return fn::UUID("1"); }
-    } constant;
-    fn::UUIDGenerator::setDefaultGenerator(&constant);
-    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString(), "1");
-    fn::UUIDGenerator::setDefaultGenerator(nullptr);
-    EXPECT_EQ(fn::UUIDGenerator::defaultGenerator().createOne().toString().size(), 36U);
-}
-
-TEST(SHA1Engine, AddsUpPiecesAndStartsAnew)
-{
-    fn::SHA1Engine engine;
-    EXPECT_EQ(engine.digest().hex(), "da39a3ee5e6b4b0d3255bfef95601890afd80709");
-    engine.update("a", 1);
-    engine.update("", 0);
-    engine.update("bc", 2);
-    EXPECT_EQ(engine.digest().hex(), "a9993e364706816aba3e25717850c26c9cd0d89d");
-    engine.update("abc", 3);
-    EXPECT_EQ(engine.digest().hex(), "a9993e364706816aba3e25717850c26c9cd0d89d");
 }
 
 TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)
@@ -78,7 +57,6 @@ TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)
         EXPECT_FALSE(library.isLoaded());
         EXPECT_THROW(library.symbol("main"), fn::RuntimeException); // Not the program's own.
         library.load(SAMPLE_LIBRARY, 9);
-        EXPECT_TRUE(library.isLoaded());
         countCalls = reinterpret_cast<int (*)()>(library.symbol("countCallsOfSample"));
         EXPECT_EQ(countCalls(), 1);
         EXPECT_THROW(library.symbol("countCallsOfAnother"), fn::RuntimeException);
@@ -105,6 +83,101 @@ TEST(SharedLibrary, FailsAtOnceWhereSomethingIsMissing)
         }
     }
     EXPECT_THROW(library.load(SAMPLE_LIBRARY, 16), fn::RangeException);
+}
+
+struct PathManagerTest : testing::Test {
+    ~PathManagerTest() override
+    {
+        for (const int type : { 0, 3, 7, 8, 9 }) paths.overrideFolder(type, std::nullopt);
+        paths.setApplicationName(paths.namePrefix());
+    }
+
+    std::uint32_t modeOf(std::string_view name) const { return File(folder.file(name)).info().mode; }
+
+    const test::TemporaryFolder folder;
+    PathManager& paths = PathManager::instance();
+};
+
+TEST_F(PathManagerTest, TellsAnInstallationByItsMarkerAlone)
+{
+    EXPECT_FALSE(paths.hasInstalledLayout());
+    EXPECT_TRUE(paths.getPath(8, "logging_profiles", false).endsWith("/resources/logging_profiles"));
+    paths.overrideFolder(0, folder.file("root/bin"));
+    std::filesystem::create_directories(folder.path() / "root/bin");
+    std::filesystem::create_directories(folder.path() / "root/modules");
+    EXPECT_FALSE(paths.hasInstalledLayout());
+    test::writeFile(folder.file("root/skyfold.installed"), "");
+    EXPECT_TRUE(paths.hasInstalledLayout());
+    EXPECT_TRUE(
+        std::filesystem::equivalent(paths.getPath(8, "modules", false).toStdString(), folder.path() / "root/modules"));
+}
+
+TEST_F(PathManagerTest, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneThatCannotBeMade)
+{
+    paths.setApplicationName("lumenhall");
+    EXPECT_TRUE(paths.getPath(9, "x.log", false).endsWith("/lumenhall/logs/x.log"));
+    EXPECT_THROW(paths.getPath(10, "x", false), fn::RangeException);
+    const auto mask = ::umask(0);
+    paths.overrideFolder(7, folder.file("config/app"));
+    paths.overrideFolder(9, folder.file("state/app/logs"));
+
+    EXPECT_EQ(paths.getPath(7, "sub/Passwords.prefs", false), folder.file("config/app/sub/Passwords.prefs"));
+    EXPECT_EQ(modeOf("config/app"), 0700u); // Nobody asked; still the first writer must find it private.
+    paths.getPath(7, "sub/Passwords.prefs", true);
+    EXPECT_EQ(modeOf("config/app/sub"), 0700u);
+    EXPECT_EQ(paths.getPath(9, false), folder.file("state/app/logs"));
+    EXPECT_FALSE(File(folder.file("state")).exists());
+    paths.getPath(9, true);
+    EXPECT_EQ(modeOf("state/app/logs"), 0700u);
+    ::umask(mask);
+
+    test::writeFile(folder.file("file"), "");
+    paths.overrideFolder(7, folder.file("file/app"));
+    EXPECT_EQ(paths.getPath(7, "Instance.prefs", false), folder.file("file/app/Instance.prefs"));
+    EXPECT_THROW(paths.getPath(7, "Instance.prefs", true), fn::FileException);
+}
+
+TEST(ThreadPool, RunsFourTasksThatNeedEachOtherAtOnce)
+{
+    std::latch together(4);
+    std::latch over(4);
+    for (int i = 0; i < 4; ++i) {
+        ThreadPool::defaultPool().schedule([&] {
+            together.arrive_and_wait();
+            over.count_down();
+        });
+    }
+    over.wait();
+}
+
+TEST(ThreadPool, RunsEachTaskOfEveryThreadBeforeItStopsAndNoneAfterwards)
+{
+    constexpr int count = 2000;
+    const test::ExpectUnhandled unhandled;
+    const test::ExpectAssertions assertions;
+    std::vector<int> runs(count); // Each element belongs to one task.
+    ThreadPool pool(1);
+    std::latch isFull(1);
+    pool.schedule([&] {
+        isFull.wait(); // All others are still to be run when it stops.
+        throw std::runtime_error("from a task");
+    });
+    const auto schedule = [&](int begin) {
+        for (int i = begin; i < count; i += 2) pool.schedule([&, i] { ++runs[static_cast<std::size_t>(i)]; });
+    };
+    std::thread even(schedule, 0);
+    schedule(1);
+    even.join();
+    isFull.count_down();
+    pool.stop();
+    pool.stop();
+    EXPECT_EQ(runs, std::vector<int>(count, 1));
+    EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "from a task" });
+
+    const auto token = std::make_shared<int>();
+    pool.schedule([token] { FAIL() << "runs on a stopped pool"; });
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_EQ(assertions.reports().size(), 1U);
 }
 
 } // namespace

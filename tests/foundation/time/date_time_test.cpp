@@ -3,7 +3,6 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/date_time_formatter.h"
 #include "foundation/time/date_time_parser.h"
-#include "support/scoped_variable.h"
 #include <gtest/gtest.h>
 #include <random>
 
@@ -98,17 +97,6 @@ TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedFor)
     EXPECT_EQ(Timestamp(INT64_MIN).toString(), "-9223372036854775808 us");
     EXPECT_THROW(DateTimeFormatter::format(Timestamp(0), RFC1123_FORMAT, 24 * hour), fn::RangeException);
     EXPECT_THROW(DateTimeFormatter::format(Timestamp(INT64_MAX), RFC1123_FORMAT, hour), fn::RangeException);
-}
-
-TEST(LocalDateTime, IsWrittenAsTheClocksOfThisMachineShowIt)
-{
-    // Two and a half hours ahead, in summer one more.
-    const test::ScopedVariable zone("TZ", "XXX-2:30YYY-3:30,M3.5.0,M10.5.0");
-    const fn::LocalDateTime winter { Timestamp(1'704'067'200 * second) };
-    EXPECT_EQ(winter.timeZoneDifferential(), 2 * hour + 1800);
-    EXPECT_EQ(DateTimeFormatter::format(winter, SORTABLE_FORMAT), "2024-01-01 02:30:00");
-    const fn::LocalDateTime summer { Timestamp(1'719'792'000 * second) };
-    EXPECT_EQ(DateTimeFormatter::format(summer, RFC1123_FORMAT), "Mon, 01 Jul 2024 03:30:00 +0330");
 }
 
 TEST(DateTimeParser, ReadsTheFormsThatOthersWriteAndTakesNothingElseForADate)

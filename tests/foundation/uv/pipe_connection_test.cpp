@@ -1,7 +1,6 @@
 // What can break here: a connection lost or announced twice, strangers let in, an endpoint left behind or one removed that
 // is another's.
 #include "foundation/exceptions.h"
-#include "foundation/time/clock.h"
 #include "pipe_pair.h"
 #include "platform/pipe_path.h"
 #include "support/forked_child.h"
@@ -80,33 +79,6 @@ TEST_F(PipeConnection, FiveHundredAtOnceAllComeThroughAShortQueueWithWhatTheyHad
     EXPECT_THAT(received, testing::UnorderedElementsAreArray(expected));
     runTurns(loop);
     EXPECT_EQ(accepted.size(), 500U);
-}
-
-TEST_F(PipeConnection, OneThatWaitsForAFullQueueEndsWithTheEndpointOrWithItsOwnClose)
-{
-    auto listener = makePipe();
-    listener->bind(name);
-    std::size_t letIn = 0;
-    listener->listen(1, [&](const Status&) { ++letIn; });
-    fn::ManualClock clock;
-    Loop clients(clock); // The listener's loop does not run.
-    std::vector<PipePtr> waiting;
-    std::vector<int> codes;
-    for (int i = 0; i < 6; ++i) {
-        waiting.push_back(fn::makeAuto<PipeStream>(clients));
-        waiting.back()->connect(name, [&codes](const Status& status) { codes.push_back(status.code()); });
-    }
-    runTurns(clients);
-    const auto full = codes.size();
-    EXPECT_LT(full, 5U);
-    waiting.back()->close();
-    listener->listenEnd(); // Who is in the queue is let in, nobody else.
-    clock.advance(fn::Duration::milliseconds(1));
-    runTurns(clients);
-    EXPECT_EQ(codes.size(), 5U);
-    EXPECT_EQ(codes.back(), -ECONNREFUSED);
-    listener->listenPending();
-    EXPECT_EQ(letIn, full);
 }
 
 TEST_F(PipeConnection, WhatIsWrongWithAnEndpointReachesTheCallbackAndTheSameStreamMayTryAgain)

@@ -276,36 +276,6 @@ TEST(PipeStream, ReadsToTheEndAtOnceAlsoOneThatItAsksFor)
     }
 }
 
-TEST(PipeStream, MayEndInItsReadCallbackWhichIsWholeUntilItReturnsAndRunsNoMore)
-{
-    Loop loop;
-    PipeAndSocket* current = nullptr;
-    const std::function<void()> ends[] = { [&] { current->pipe->close(); }, [&] { current->pipe.reset(); },
-        [&] {
-            current->pipe.reset();
-            runTurns(loop); // It is not freed under libuv.
-        } };
-    for (const auto& end : ends) {
-        PipeAndSocket pair(loop);
-        current = &pair;
-        int calls = 0;
-        auto token = std::make_shared<int>();
-        const std::weak_ptr<int> callbackLives = token;
-        pair.pipe->readStart([&, token](std::ptrdiff_t, const std::uint8_t*) {
-            end();
-            ++calls;
-            EXPECT_EQ(token.use_count(), 1);
-        });
-        token.reset();
-        pair.send("first");
-        EXPECT_TRUE(runUntil(loop, [&] { return calls == 1; }));
-        pair.hangUp();
-        runTurns(loop);
-        EXPECT_EQ(calls, 1);
-        EXPECT_TRUE(callbackLives.expired());
-    }
-}
-
 TEST(PipeStream, ACallbackThatRunsTheLoopAgainOrReplacesItselfKeepsItsBytesAndTheirOrder)
 {
     Loop loop;

@@ -7,10 +7,8 @@
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
-#include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -108,27 +106,6 @@ TEST_P(Watchers, MayRunTheLoopAgainAndEndInTheirCallbackWhichIsWholeUntilItThrow
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, Watchers, testing::Values(async, poll, turnWatcher, signalWatcher));
-
-TEST(Async, ShowsWhatWasWrittenBeforeASendThatFindsAnotherOneOnItsWay)
-{
-    // ThreadSanitizer is who sees it: the flag orders nothing.
-    Loop loop;
-    int written = 0;
-    std::atomic<bool> isSent = false;
-    Async async(loop, [&] {
-        const int seen = written; // Here: gtest's own code is not watched.
-        EXPECT_EQ(seen, 1);
-        loop.stop();
-    });
-    async.send();
-    const std::jthread other([&] {
-        written = 1;
-        async.send();
-        isSent.store(true, std::memory_order_relaxed);
-    });
-    while (!isSent.load(std::memory_order_relaxed)) std::this_thread::yield();
-    loop.run();
-}
 
 TEST(Poll, AnnouncesWhatIsNotReadAndAnErrorAgainAndAgainAndRefusesWhatCannotBeWatched)
 {

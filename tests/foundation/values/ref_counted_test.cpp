@@ -1,8 +1,6 @@
 // What can break here: an object deleted twice or revived while it dies, a weak link that outlives its target.
 #include "foundation/weak_ptr.h"
 #include <gtest/gtest.h>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -49,24 +47,6 @@ TEST(RefCounted, ADeferredDeletionIsAskedForOnceAndCountsAsDeath)
     EXPECT_EQ(object->requests, 1);
     delete object;
     EXPECT_FALSE(weak.lock());
-}
-
-TEST(RefCounted, ThreadsThatShareAnObjectDeleteItOnce)
-{
-    int deletions = 0;
-    auto object = fn::makeAuto<Tracked>(deletions);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([mine = object] {
-            for (int n = 0; n < 10000; ++n) {
-                const auto copy = mine;
-                if (copy->tryRetain()) fn::AutoPtr<Tracked>::adopt(copy.get()).reset();
-            }
-        });
-    }
-    object.reset();
-    threads.clear();
-    EXPECT_EQ(deletions, 1);
 }
 
 } // namespace

@@ -153,17 +153,6 @@ TEST(ByteArray, Base64ComesBackAndForeignTextIsRefused)
     EXPECT_EQ(ByteArray().SHA256().hex(), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
 }
 
-TEST(String, SplitsAtLimitsEmptyPartsAndBlanks)
-{
-    using Parts = std::vector<String>;
-    EXPECT_EQ(String("").split('/', String::KeepEmptyParts), Parts {});
-    EXPECT_EQ(String("a//b/").split('/'), (Parts { "a", "b" }));
-    EXPECT_EQ(String("a//b/").split('/', String::KeepEmptyParts), (Parts { "a", "", "b", "" }));
-    EXPECT_EQ(String("a, b ,, c").split(',', String::TrimParts), (Parts { "a", "b", "c" }));
-    EXPECT_EQ(String("k = v = w").split('=', String::TrimParts | String::KeepEmptyParts, 2), (Parts { "k", "v = w" }));
-    EXPECT_EQ(String("a=b").split('=', 0, 1), Parts { "a=b" });
-}
-
 TEST(String, ReadsNumbersWholeOrNotAtAll)
 {
     struct Row {
@@ -184,16 +173,6 @@ TEST(String, ReadsNumbersWholeOrNotAtAll)
     EXPECT_EQ(String("9223372036854775808").toInt64(5), 5);
     EXPECT_TRUE(String("YES").toBool());
     EXPECT_FALSE(String("yes!").toBool());
-}
-
-TEST(String, WritesNumbersThatReadBack)
-{
-    EXPECT_EQ(String::number(UINT64_MAX), "18446744073709551615");
-    EXPECT_EQ(String::number(INT64_MIN), "-9223372036854775808");
-    EXPECT_EQ(String::number(0.1), "0.1");
-    EXPECT_EQ(String::numberHex(0xAB, 4, '0'), "00ab");
-    EXPECT_EQ(String::numberHex(0xABCDE, 2, '0'), "abcde");
-    EXPECT_EQ(fmt::format("[{:>4}]", String("ab")), "[  ab]");
 }
 
 TEST(String, TrimsAndChangesCaseOfASCIIOnlyAndReplacesUnpairedSurrogates)

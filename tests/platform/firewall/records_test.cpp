@@ -4,6 +4,7 @@
 #include "platform/firewall/detail/records_file.h"
 #include "platform/firewall/firewall_file.h"
 #include "support/temporary_folder.h"
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <gtest/gtest.h>
@@ -42,6 +43,13 @@ struct FirewallFile : testing::Test {
 
 TEST_F(FirewallFile, GivesBackEveryRecordAsItWasAdded)
 {
+    const auto fieldsOfRule = [](const detail::RuleRecord& rule) {
+        return std::tie(rule.name, rule.description, rule.applicationName, rule.protocol, rule.profiles, rule.direction,
+            rule.action, rule.isEnabled);
+    };
+    const auto fieldsOfApplication = [](const auto& application) {
+        return std::tie(application.imageFileName, application.name, application.isEnabled);
+    };
     EXPECT_TRUE(readRecords().rules.empty());
     FirewallRecords all;
     all.profiles = { 5, false, true, false };
@@ -56,20 +64,8 @@ TEST_F(FirewallFile, GivesBackEveryRecordAsItWasAdded)
     const auto& profiles = found.profiles;
     EXPECT_TRUE(
         profiles.currentTypes == 5 && !profiles.isOnForDomain && profiles.isOnForPrivate && !profiles.isOnForPublic);
-    ASSERT_EQ(found.rules.size(), all.rules.size());
-    for (std::size_t i = 0; i < all.rules.size(); ++i) {
-        const auto fields = [](const detail::RuleRecord& rule) {
-            return std::tie(rule.name, rule.description, rule.applicationName, rule.protocol, rule.profiles,
-                rule.direction, rule.action, rule.isEnabled);
-        };
-        EXPECT_EQ(fields(found.rules[i]), fields(all.rules[i])) << i;
-    }
-    ASSERT_EQ(found.applications.size(), all.applications.size());
-    for (std::size_t i = 0; i < all.applications.size(); ++i) {
-        EXPECT_EQ(found.applications[i].imageFileName, all.applications[i].imageFileName);
-        EXPECT_EQ(found.applications[i].name, all.applications[i].name);
-        EXPECT_FALSE(found.applications[i].isEnabled);
-    }
+    EXPECT_TRUE(std::ranges::equal(found.rules, all.rules, {}, fieldsOfRule, fieldsOfRule));
+    EXPECT_TRUE(std::ranges::equal(found.applications, all.applications, {}, fieldsOfApplication, fieldsOfApplication));
 }
 
 TEST_F(FirewallFile, IsRefusedDamagedAndLeftAsItIs)
@@ -106,16 +102,8 @@ TEST_F(FirewallFile, IsTrustedOnlyWhereItIsItsUsersOwn)
                 fs::rename(path.view(), folder.path() / "other");
                 fs::create_symlink(folder.path() / "other", path.view());
             } },
-        { "a folder",
-            [&] {
-                fs::remove(path.view());
-                fs::create_directory(path.view());
-            } },
-        { "a pipe, and nobody waits for its writer",
-            [&] {
-                fs::remove(path.view());
-                ::mkfifo(path.c_str(), 0600);
-            } },
+        { "a folder", [&] { fs::remove(path.view()), fs::create_directory(path.view()); } },
+        { "a pipe, and nobody waits for its writer", [&] { fs::remove(path.view()), ::mkfifo(path.c_str(), 0600); } },
         { "too large", [&] { write("# " + std::string(4 * 1024 * 1024, 'x') + "\n"); } },
     };
     for (const auto& [what, makeBad] : rows) {

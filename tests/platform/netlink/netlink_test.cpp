@@ -3,7 +3,6 @@
 #include "foundation/exceptions.h"
 #include "platform/detail/network_adapters.h"
 #include <gmock/gmock.h>
-#include <random>
 
 namespace {
 
@@ -115,7 +114,7 @@ TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
                 EXPECT_TRUE(messages.take(end.bytes()));
                 EXPECT_NE(code, -ENETUNREACH);
             } catch (const fn::IOException& exception) {
-                EXPECT_EQ(*exception.find<fn::ErrnoInfo>(), -code);
+                EXPECT_EQ(*exception.find<fn::ErrnoInfo>(), ENETUNREACH);
             }
         }
     }
@@ -153,23 +152,6 @@ TEST(NetlinkAttributes, EndWhereALengthLies)
     }
     message.nlmsg_len = MNL_NLMSG_HDRLEN + 2; // Ends within the header.
     EXPECT_TRUE(NetlinkAttributes(message, sizeof(rtmsg)).bytes(RTA_TABLE).empty());
-}
-
-// Any bytes of other shapes, and routes of several hops, come from the fuzz target.
-TEST(NetworkAdapters, AreReadWhateverBytesOfTheKernelsAnswersAreWrong)
-{
-    const auto real = platform::readNetworkTables();
-    std::mt19937 random(1);
-    for (int round = 0; round < 5000; ++round) {
-        auto tables = real;
-        for (const auto* messages : { &tables.links, &tables.addresses, &tables.routes, &tables.routes6 }) {
-            const auto bytes = messages->bytes();
-            if (bytes.empty()) continue;
-            const_cast<std::byte&>(bytes[random() % bytes.size()]) = static_cast<std::byte>(random());
-        }
-        std::size_t most = tables.links.bytes().size() / sizeof(nlmsghdr);
-        EXPECT_LE(platform::networkAdapters(tables).size(), most) << round;
-    }
 }
 
 } // namespace

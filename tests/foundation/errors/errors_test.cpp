@@ -1,4 +1,5 @@
-// What can break here: a report that throws, ends the process, or reports itself without end.
+// What can break here: a detail lost or shared where it was changed; a class that is another after its way through a process; a
+// trace that names the wrong code; a report that throws, ends the process, or reports itself without end.
 #include "foundation/assertion.h"
 #include "foundation/exception_factory.h"
 #include "foundation/exceptions.h"
@@ -10,13 +11,106 @@
 #include "support/expectations.h"
 #include "support/log_capture.h"
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <thread>
+#include <typeindex>
 #include <unistd.h>
 
 namespace {
 
-using fn::ExceptionFactory;
+using fn::Exception;
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+TEST(Exception, SaysItsMessageAndThenItsDetails)
+{
+    const auto full = with(fn::FileException("Could not read the file"), fn::PathInfo { "/a/b" }, fn::ErrnoInfo { 2 },
+        fn::DetailInfo { "Type: x" }, fn::UVErrnoInfo { -32 }, fn::WinErrorInfo { 5 }, fn::ErrorCodeInfo { -7 });
+    EXPECT_STREQ(full.what(),
+        "Could not read the file\nType: x\nPath: /a/b\nErrno: 2 (No such file or directory)\n"
+        "UV errno: -32 (Broken pipe)\nWindows error: 0x00000005\nError code: -7");
+    EXPECT_EQ(full.message(), "Could not read the file");
+    EXPECT_STREQ(fn::RuntimeException().what(), "");
+    // libuv has numbers of its own, which are none of the system's.
+    EXPECT_STREQ(with(fn::IOException("eof"), fn::UVErrnoInfo { -4095 }).what(), "eof\nUV errno: -4095");
+}
+
+TEST(Exception, SharesDetailsWithItsCopiesUntilOneChanges)
+{
+    const auto original = with(fn::RuntimeException("a"), fn::ErrnoInfo { 2 });
+    auto copy = original;
+    EXPECT_EQ(copy.what(), original.what()) << "the very same text";
+    for (const auto* detail : { "more", "other" }) { // The text is made anew.
+        copy.attach(fn::ErrnoInfo { 13 }).attach(fn::DetailInfo { detail });
+        EXPECT_EQ(copy.what(), fmt::format("a\n{}\nErrno: 13 (Permission denied)", detail));
+    }
+    EXPECT_STREQ(original.what(), "a\nErrno: 2 (No such file or directory)");
+}
+
+TEST(Exception, CrossesProcessesAsTheSameClass)
+{
+    const std::pair<const char*, std::type_index> rows[] = { { "RangeException", typeid(fn::RangeException) },
+        { "OperationTimedOutException", typeid(fn::OperationTimedOutException) },
+        { "Exception", typeid(fn::Exception) }, { "NoSuchException", typeid(fn::RuntimeException) },
+        { "", typeid(fn::RuntimeException) } };
+    for (const auto& [name, type] : rows) {
+        const auto rebuilt = fn::ExceptionFactory::createException(name, "message", Exception::StackTrace::None);
+        EXPECT_TRUE(rebuilt->stackTrace().empty());
+        try {
+            rebuilt->attach(fn::DetailInfo { "detail" }).raise();
+        } catch (const Exception& raised) {
+            EXPECT_TRUE(std::type_index(typeid(raised)) == type) << name;
+            EXPECT_STREQ(raised.what(), "message\ndetail");
+        }
+    }
+}
+
+// Hidden from everybody but the symbol table.
+[[gnu::noinline]] void throwDeeply(int depth)
+{
+    if (depth > 0)
+        throwDeeply(depth - 1);
+    else
+        throw fn::RuntimeException("deep");
+    asm volatile(""); // No tail call.
+}
+
+TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
+{
+    try {
+        throwDeeply(3);
+        FAIL();
+    } catch (const fn::RuntimeException& exception) {
+        const auto trace = exception.stackTrace().resolve();
+        EXPECT_TRUE(trace.frames.front().symbolName.contains("RuntimeException"));
+        std::vector<std::uint32_t> ours;
+        for (const auto& frame : trace.frames) {
+            if (!frame.symbolName.contains("throwDeeply(int)")) continue;
+            ours.push_back(frame.address);
+            EXPECT_TRUE(frame.moduleName.endsWith("errors_tests")) << frame.moduleName.view();
+            EXPECT_TRUE(frame.fileName.endsWith("errors_test.cpp")) << frame.fileName.view();
+            EXPECT_GT(frame.fileLine, 0);
+        }
+        ASSERT_EQ(ours.size(), 4u);
+        EXPECT_NE(ours[0], ours[1]) << "the throw and the call";
+        EXPECT_EQ(ours[1], ours[2]);
+        EXPECT_LT(ours[0] - ours[1] + 0x1000, 0x2000u) << "offsets, in one function";
+    }
+}
+
+TEST(Exception, MayBeReadByManyThreadsAtOnce)
+{
+    const auto shared = with(fn::RuntimeException("shared"), fn::ErrnoInfo { 2 });
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([copy = shared, &shared] {
+            EXPECT_EQ(std::string(copy.what()), "shared\nErrno: 2 (No such file or directory)");
+            EXPECT_EQ(copy.what(), shared.what());
+            EXPECT_FALSE(copy.stackTrace().resolve().frames.empty());
+            EXPECT_EQ(fn::ExceptionFactory::createException("RangeException", "a")->className(), "RangeException");
+        });
+    }
+}
 
 /// A sink that fails in some way of its own.
 class BadSink final : public fn::logging::Sink {
@@ -32,8 +126,7 @@ private:
     const std::function<void()> _fails;
 };
 
-class Hooks : public testing::Test {
-protected:
+struct Hooks : testing::Test {
     void TearDown() override { test::installFailureHooks(); }
 
     const test::LogCapture log { fn::logging::Warning };
@@ -78,7 +171,7 @@ TEST_F(Hooks, SurviveHooksThatThrow)
     sink->remove();
 }
 
-TEST_F(Hooks, NameEveryKindOfException)
+TEST_F(Hooks, NameEveryKindOfExceptionWithTheTraceForThoseWhoWantIt)
 {
     const test::ExpectUnhandled unhandled;
     const std::pair<std::exception_ptr, const char*> rows[] = {
@@ -98,18 +191,11 @@ TEST_F(Hooks, NameEveryKindOfException)
     }
     fn::unhandledException(); // None at all.
     EXPECT_THAT(log.lines().back(), HasSubstr("std::logic_error: no exception is being handled"));
-    fn::logException(std::out_of_range("c"));
-    EXPECT_EQ(log.lines().back(), "1 core.exception std::out_of_range: c");
-}
 
-TEST_F(Hooks, AddTheTraceForThoseWhoWantIt)
-{
     const test::LogCapture debugger(fn::logging::Debug);
     fn::logException(fn::RuntimeException("traced"));
-    fn::logException(fn::RuntimeException("untraced", fn::Exception::StackTrace::None));
-    EXPECT_EQ(log.lines().size(), 2u);
-    ASSERT_EQ(debugger.lines().size(), 3u);
-    EXPECT_THAT(debugger.lines()[1], HasSubstr("AddTheTraceForThoseWhoWantIt"));
+    ASSERT_EQ(debugger.lines().size(), 2u);
+    EXPECT_THAT(debugger.lines()[1], HasSubstr("WithTheTraceForThoseWhoWantIt"));
 }
 
 TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
@@ -142,15 +228,6 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
         ElementsAre(start + "Greeter.greet: RangeException: a", start + "Greeter.part: RangeException: b",
             start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)",
             start + "std::logic_error: rejected with an empty exception pointer"));
-}
-
-TEST_F(Hooks, TellOfAnExceptionClassWhoseNameIsTaken)
-{
-    const ExceptionFactory::Factory factory = [](const fn::String&, auto) { return std::unique_ptr<fn::Exception>(); };
-    ExceptionFactory::_registerException("RangeException", typeid(fn::RangeException), factory); // Known already.
-    ExceptionFactory::_registerException("RangeException", typeid(BadSink), factory);
-    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("The exception class name RangeException is")));
-    EXPECT_TRUE(dynamic_cast<fn::RangeException*>(ExceptionFactory::createException("RangeException", "a").get()));
 }
 
 } // namespace
