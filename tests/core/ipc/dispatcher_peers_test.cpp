@@ -15,7 +15,12 @@ constexpr std::size_t kibibyte = 1024;
 /// Its queues are small.
 class HubPeersTest : public HubTest {
 protected:
-    HubPeersTest() : HubTest({ .stalledQueueBytes = 1024 * kibibyte, .pausingQueueBytes = 4096 * kibibyte }) { }
+    HubPeersTest()
+        : HubTest({ .stalledQueueBytes = 1024 * kibibyte,
+            .pausingQueueBytes = 4096 * kibibyte,
+            .queueBytes = 8192 * kibibyte })
+    {
+    }
 };
 
 /// Lets this process have no more than `files` open, for a scope.
@@ -223,6 +228,12 @@ TEST_F(HubPeersTest, AReceiverThatTakesNothingIsReportedAndClosedAndTheMemoryRet
     pass(timeout);
     EXPECT_EQ(gone, std::vector { stalled->id() });
     EXPECT_EQ(std::ranges::count(silent, stalled->id()), 1);
+    const auto flooded = join();
+    flooded->stream()->readStop();
+    sender->send(objectMessage(x, flooded->id(), Value(fn::ByteArray(unsigned(9216 * kibibyte)))));
+    settle();
+    EXPECT_EQ(gone.back(), flooded->id()) << "at once, where it is far too much";
+    EXPECT_EQ(silent.back(), flooded->id()) << "also before its first PING";
     sender->send(objectMessage(x, witness->id(), "still here"));
     settle();
     EXPECT_EQ(witness->count(type::MESSAGE), 1u);

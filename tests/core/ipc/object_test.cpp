@@ -2,6 +2,7 @@
 // that loses its class or details, an answer that is none, a reference that acts while it is made, anything that outlives its
 // worker or its loop.
 #include "core/fraction.h"
+#include "core/ipc/limits.h"
 #include "core/typed_byte_array.h"
 #include "foundation/exceptions.h"
 #include "hub_fixture.h"
@@ -241,10 +242,23 @@ TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)
     Value deep;
     for (int i = 0; i < 600; ++i) deep = Value::array({ deep });
     EXPECT_EQ(call(reference, "echo", deep).error(), "DataFormatException: Value is nested too deeply");
+    fn::ByteArray huge;
+    huge.resizeUninitialized(ipc::limits::hubFrameBytes);
+    EXPECT_TRUE(call(reference, "echo", huge).error().starts_with("RangeException: A message of "));
     const Client newcomer(loop, dispatcher->pipePath());
     const auto early = outcome([&] { return newcomer.worker->registry()->callMethod("x"); });
     EXPECT_EQ(early.error(), "RuntimeException: The worker is not connected yet") << "it could not be answered";
     EXPECT_EQ(call(reference, "echo", 1).value(), Value(1));
+}
+
+TEST_F(ObjectTest, WhatIsSaidLastArrives)
+{
+    loop.post([&] {
+        reference->callMethod("last", fn::ByteArray(4'000'000u)); // More than a socket holds.
+        user->worker->stop();
+    });
+    settle();
+    EXPECT_EQ(service->calls.size(), 1u);
 }
 
 TEST_F(ObjectTest, ObjectsMayOutliveTheirWorkerInEveryOrder)
