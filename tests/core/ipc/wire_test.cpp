@@ -130,6 +130,9 @@ TEST_F(MessageHelperTest, BadFramesEndTheConversation)
     converse();
     write(test::frame(7));
     EXPECT_EQ(received.size(), 1u) << "another conversation";
+    connect(1);
+    write(test::frame(7));
+    EXPECT_EQ(received.size(), 1u) << "as large as it may be";
 }
 
 TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)

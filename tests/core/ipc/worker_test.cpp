@@ -171,6 +171,15 @@ TEST_F(WorkerTest, DropsPayloadsThatItCannotReadAndGoesOn)
     }
 }
 
+TEST_F(WorkerTest, ReleasesWhatIsListedBesideItsOwn)
+{
+    deliver(carrying(callWithObjects({ foreign }), { { service->objectId(), className }, { foreign, className } }));
+    EXPECT_EQ(peer->count(type::INSTANCE_RELEASE), 0u);
+    service->calls.clear();
+    settle();
+    EXPECT_EQ(peer->count(type::INSTANCE_RELEASE), 1u);
+}
+
 TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
 {
     const auto other = join();
