@@ -1,5 +1,4 @@
-// What can break here: an error swallowed or without its cause, a lock kept by a statement or a transaction nobody needs any
-// more, a value that does not come back as it was bound, a statement that outlives its database.
+// What can break here: an error swallowed, a lock kept that nobody needs, a value that comes back as another.
 #include "sqlite/database.h"
 #include "sqlite/sqlite_exception.h"
 #include "sqlite/statement.h"
@@ -18,7 +17,7 @@ using sqlite::Statement;
 using sqlite::Transaction;
 
 constexpr int readWriteCreate = 6;
-enum Code { Error = 1, Busy = 5, Corrupt = 11, CannotOpen = 14, Constraint = 19, Range = 25, NotADatabase = 26 };
+enum Code { Error = 1, Busy = 5, CannotOpen = 14, Constraint = 19, Range = 25, NotADatabase = 26 };
 
 struct SQLite : testing::Test {
     SQLite() { database.execute("create table t (id integer primary key, value unique)"); }
@@ -80,8 +79,7 @@ TEST_F(SQLite, GivesValuesBackAsTheyWereBound)
 
 TEST_F(SQLite, CountsTheRowsThatItChangesAndStopsAtTheFirstStatementThatFails)
 {
-    EXPECT_EQ(
-        database.execute("insert into t values (1, 'a'), (2, 'b'); -- two\n insert into t values (3, 'c');\n"), 3);
+    EXPECT_EQ(database.execute("insert into t values (1, 1), (2, 2); -- two\n insert into t values (3, 3);\n"), 3);
     EXPECT_EQ(database.execute("create table log (id integer)"), 0); // Not the 1 of the insertion before.
     EXPECT_EQ(failureOf([&] { database.execute("insert into t values (4, 4); bad; insert into t values (5, 5)"); }),
         std::pair(int(Error), std::string("near \"bad\": syntax error")));
@@ -90,7 +88,7 @@ TEST_F(SQLite, CountsTheRowsThatItChangesAndStopsAtTheFirstStatementThatFails)
         EXPECT_NE(failureOf([&] { Statement(database, notOne); }).first, 0) << notOne;
     EXPECT_NE(failureOf([&] { database.execute(cut); }).first, 0);
     EXPECT_EQ(count(), 4);
-    Statement update(database, "update t set value = 'a' where id = ?");
+    Statement update(database, "update t set value = 1 where id = ?");
     update.bindAt(1, 3);
     EXPECT_EQ(failureOf([&] { update.execute(); }).first, Constraint);
     update.clearBindings();
@@ -187,13 +185,8 @@ TEST_F(SQLite, KeepsThreadsApartThatShareAConnection)
 
 TEST_F(SQLite, SaysWhatIsWrongWithAFile)
 {
-    database.execute("insert into t (value) values (randomblob(20000))");
-    auto content = test::readFile(path);
-    std::fill(content.begin() + 100, content.end(), '\x7f'); // The header stays, the pages do not.
-    test::writeFile(folder.file("malformed.db"), content);
     test::writeFile(folder.file("text.db"), std::string(5000, 'x'));
     const std::pair<std::string_view, std::pair<int, std::string>> rows[] = {
-        { "malformed.db", { Corrupt, "database disk image is malformed" } },
         { "text.db", { NotADatabase, "file is not a database" } },
         { "none/new.db", { CannotOpen, "unable to open database file" } },
         { std::string_view("a.db\0x", 6), { CannotOpen, "The path holds a NUL byte" } },

@@ -1,5 +1,4 @@
-// What can break here: a listener that hears too much, too little or in the wrong order; a bus that delivers although
-// another is installed, or sends after its end; a post that runs its listeners on the wrong thread.
+// What can break here: a listener that hears too much, too little or out of order; a bus that delivers though another is installed.
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
 #include "support/expectations.h"

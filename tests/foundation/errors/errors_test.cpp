@@ -1,5 +1,4 @@
-// What can break here: a detail lost or shared where it was changed; a class that is another after its way through a process; a
-// trace that names the wrong code; a report that throws, ends the process, or reports itself without end.
+// What can break here: a detail lost or shared, a class or trace that is another's; a report that throws or reports itself.
 #include "foundation/assertion.h"
 #include "foundation/exception_factory.h"
 #include "foundation/exceptions.h"

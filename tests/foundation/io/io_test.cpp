@@ -1,5 +1,4 @@
-// What can break here: bytes lost or doubled where a system call does less than asked or a buffer is cut, an error without its
-// path, a link followed while removing, a descriptor that a child process inherits.
+// What can break here: bytes lost where a call does less than asked, an error without its path, a link followed while removing.
 #include "foundation/exceptions.h"
 #include "foundation/io/buffered_input_stream.h"
 #include "foundation/io/buffered_output_stream.h"

@@ -1,5 +1,4 @@
-// What can break here: a line lost or torn while other threads and processes write and rotate; a file dropped too early;
-// a target that goes on writing where nobody looks; a full disk that ruins more than what it does not take.
+// What can break here: a line lost or torn while others write and rotate; a file dropped too early; a full disk that ruins more.
 #include "foundation/auto_ptr.h"
 #include "foundation/io/file_descriptor.h"
 #include "foundation/logging/log_file_target.h"

@@ -1,5 +1,4 @@
-// What can break here: a thread that waits for a reader who never reads, an entry that is lost without a word, a descriptor
-// that other processes find changed.
+// What can break here: a thread that waits for a reader who never reads, an entry that is lost without a word.
 #include "foundation/io/file_descriptor.h"
 #include "foundation/logging/log_console_target.h"
 #include "foundation/uv/loop.h"

@@ -1,5 +1,4 @@
-// What can break here: a form read or written wrongly at the border of two, hostile bytes that crash or make us allocate,
-// an extension that takes or leaves bytes of its neighbours; that we agree with ourselves alone.
+// What can break here: a form wrong at the border of two, hostile bytes that crash or allocate; that we agree with ourselves alone.
 #include "foundation/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"

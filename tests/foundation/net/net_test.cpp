@@ -1,5 +1,4 @@
-// What can break here: text that is no address, a range that is a bit too wide, a socket address that is cut short, a watch that
-// outlives its failure, or does not come back after it.
+// What can break here: text that is no address, a range a bit too wide; a watch that outlives its failure or does not come back.
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"
 #include "foundation/time/clock.h"

@@ -1,5 +1,4 @@
-// What can break here: a callback called after its connection ended, or on freed memory; one missed or called twice when
-// the list changes under a fire; a handle that points at a dead connection.
+// What can break here: a callback after its connection's end; one missed or called twice when the list changes under a fire.
 #include "foundation/signal.h"
 #include "support/expectations.h"
 #include <deque>

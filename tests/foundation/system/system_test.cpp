@@ -1,5 +1,4 @@
-// What can break here: a library that goes while its code is in use, names cut at a NUL byte, ids that repeat, a folder that others
-// can read, a build tree taken for an installation; a task that is lost, run twice or after the pool's end.
+// What can break here: names cut at a NUL byte, a folder that others can read, a library that goes; a task lost or run twice.
 #include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/system/environment.h"

@@ -1,5 +1,4 @@
-// What can break here: the calendar before 1970 and far from now, a moment that does not read back, a text that is no date
-// and yet gives one.
+// What can break here: the calendar before 1970 and far from now; a text that is no date and yet gives one.
 #include "foundation/exceptions.h"
 #include "foundation/time/date_time_formatter.h"
 #include "foundation/time/date_time_parser.h"

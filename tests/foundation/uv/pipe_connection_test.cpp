@@ -1,5 +1,4 @@
-// What can break here: a connection lost or announced twice, strangers let in, an endpoint left behind or one removed that
-// is another's.
+// What can break here: a connection lost or announced twice, strangers let in, another's endpoint removed.
 #include "foundation/exceptions.h"
 #include "pipe_pair.h"
 #include "platform/pipe_path.h"

@@ -1,5 +1,4 @@
-// What can break here: an exit that is not reported or reported to somebody who has gone, a zombie, descriptors that leak
-// into children, two libraries that wait for children in one process.
+// What can break here: an exit not reported, a zombie, descriptors that leak into children, two libraries that wait for children.
 #include "foundation/auto_ptr.h"
 #include "foundation/exceptions.h"
 #include "foundation/uv/process.h"

@@ -1,5 +1,4 @@
-// What can break here: a watcher that ends, or whose loop ends, while it is being called; one that misses what it is to
-// watch, or that an error stops for good.
+// What can break here: a watcher that ends, or whose loop ends, while it is called; one that an error stops for good.
 #include "foundation/exceptions.h"
 #include "foundation/uv/async.h"
 #include "foundation/uv/poll.h"

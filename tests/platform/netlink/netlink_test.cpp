@@ -1,5 +1,4 @@
-// What can break here: a length that lies, bytes that end early, an answer that is not ours, one that is torn, an error taken for
-// an answer.
+// What can break here: a length that lies, bytes that end early, an answer that is torn or not ours, an error taken for an answer.
 #include "foundation/exceptions.h"
 #include "platform/detail/network_adapters.h"
 #include <gmock/gmock.h>
