@@ -142,6 +142,8 @@ TEST(StreamReader, ReadsEverythingAndLinesOfEitherEndUpToALimit)
         EXPECT_EQ(line, expected);
     }
     EXPECT_THROW(StreamReader::readLine(stream, line, 5), fn::RangeException);
+    auto returns = streamOf("12345\r\r\r\n");
+    EXPECT_THROW(StreamReader::readLine(returns, line, 5), fn::RangeException);
     auto last = streamOf("123456");
     EXPECT_TRUE(StreamReader::readLine(last, line, 6));
     EXPECT_EQ(line, "123456");
