@@ -159,8 +159,8 @@ private:
 
     void rest()
     {
+        _journal.setResting(true); // At once: what the last ones left behind is not to be cancelled by chance.
         await("those who are stopped", [&] { return _stopped.empty(); });
-        _journal.setResting(true);
         // For a while: what a process had begun before it heard that all rest may still follow.
         const auto end = Clock::now() + bound;
         for (auto since = Clock::now(); Clock::now() < end && Clock::now() - since < seconds(1);) {

@@ -30,6 +30,7 @@ public:
     bool isResting() const override;
     void setResting(bool isResting);
     bool mayEndIdle() const override { return false; }
+    std::uint32_t pace() const override { return 10; } // Nobody lives for long.
     int process() const override { return _process; }
     int next(simulated::Numbered what) override;
     void tell(Event event) override; ///< By any thread. A long text is cut.

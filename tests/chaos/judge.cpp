@@ -8,6 +8,8 @@ namespace {
 
 constexpr std::size_t storyLines = 100'000; // Minutes.
 constexpr std::ptrdiff_t lastLines = 60;
+constexpr auto longestHearing =
+    fn::Duration::seconds(30); // Of a death, by somebody who is stopped, from a hub that is.
 
 } // namespace
 
@@ -24,6 +26,7 @@ Judge::Judge() : Truth(true)
 void Judge::handleNext(const Event& event, std::int64_t microseconds)
 {
     _now = fn::Duration::microseconds(microseconds);
+    checkLeftCalls();
     const std::string name(event.text);
     switch (event.deed) {
     case Deed::Starts: return starts(event, name);
@@ -109,7 +112,17 @@ void Judge::dies(Module& module)
     ++deaths;
     _dead.insert(module.process);
     forget(module.process);
+    for (const int call : module.process ? openCallsTo(module.process) : std::vector<int>())
+        _leftCalls.emplace_back(call, _now + longestHearing);
     module = { .signals = {}, .lastStop = module.lastStop };
+}
+
+void Judge::checkLeftCalls()
+{
+    for (; !_leftCalls.empty() && _leftCalls.front().second < _now; _leftCalls.pop_front()) {
+        if (isOpen(_leftCalls.front().first) && !isEnding)
+            violated(fmt::format("call {} has not ended with its owner", _leftCalls.front().first));
+    }
 }
 
 bool Judge::isThere(const fn::String& name) const

@@ -58,6 +58,7 @@ private:
     void exits(const Event& event, const std::string& name);
     void isSilent(const std::string& name);
     void dies(Module& module);
+    void checkLeftCalls();
 
     fn::Duration _now;
     fn::Duration _slowUntil;
@@ -65,6 +66,7 @@ private:
     std::map<std::string, Module> _modules;
     std::map<int, std::string> _names;
     std::set<int> _dead; // Processes.
+    std::deque<std::pair<int, fn::Duration>> _leftCalls; // Whose owner has died, and until when they must have ended.
     std::deque<std::string> _story;
 };
 

@@ -98,7 +98,8 @@ void Actor::onAboutToQuit()
 
 void Actor::actLater()
 {
-    const auto delay = fn::Duration::milliseconds(100 - witness().choose(100)); // The tame answer is to be quiet.
+    const auto delay = fn::Duration::milliseconds(
+        witness().pace() - witness().choose(witness().pace())); // The tame answer is to be quiet.
     _next = worker().loop().schedule(delay, [this] {
         if (witness().isResting()) return restLater();
         act();

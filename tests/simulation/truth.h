@@ -53,6 +53,8 @@ protected:
     std::size_t countedObjects() const; ///< How many the hub must count.
     std::size_t mistakenReferences() const; ///< For which it may count one more each.
     std::size_t openCalls() const; ///< That must end yet.
+    std::vector<int> openCallsTo(int process) const;
+    bool isOpen(int call) const { return isOpen(_calls[static_cast<std::size_t>(call)]); }
     void forget(int process); ///< It has gone: whatever it held and however long it was stopped.
     void excuseFreezes(); ///< Until now: nobody could notice them.
     struct Post {

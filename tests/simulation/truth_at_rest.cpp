@@ -42,6 +42,15 @@ std::size_t Truth::openCalls() const
     return static_cast<std::size_t>(std::ranges::count_if(_calls, [&](const Call& call) { return isOpen(call); }));
 }
 
+std::vector<int> Truth::openCallsTo(int process) const
+{
+    std::vector<int> calls;
+    for (std::size_t number = 0; number < _calls.size(); ++number) {
+        if (_calls[number].owner == process && isOpen(_calls[number])) calls.push_back(static_cast<int>(number));
+    }
+    return calls;
+}
+
 void Truth::checkReferences()
 {
     for (const auto& [id, reference] : _references) {
