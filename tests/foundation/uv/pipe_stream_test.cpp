@@ -43,6 +43,9 @@ public:
         EXPECT_TRUE(takeUntil([&] { return _pair.received.size() == _written.size() && _awaited.empty() && _isTold; }));
         EXPECT_EQ(_pair.pipe->queuedBytes(), 0U);
         EXPECT_TRUE(_heard == _toHear);
+        _isTold = false;
+        _pair.pipe->whenQueuedAtMost(0, [this] { _isTold = true; }); // As it is already.
+        EXPECT_TRUE(runUntil(_loop, [&] { return _isTold; }));
     }
 
     void closeGently()
