@@ -321,7 +321,8 @@ void Truth::findsNothing(const LookUp& lookUp, const std::string& text)
     if (text.find("is not available") == std::string::npos) violated(fmt::format("a look-up failed: {}", text));
     if (now() - lookUp.begin < lookUp.bound) violated("a look-up failed before its time-out");
     for (const int number : lookUp.things) {
-        if (isAlive(thing(number).owner)) violated(fmt::format("thing {} was not found", number));
+        const int owner = thing(number).owner;
+        if (isAlive(owner) && !_hiders.contains(owner)) violated(fmt::format("thing {} was not found", number));
     }
 }
 

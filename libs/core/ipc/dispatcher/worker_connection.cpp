@@ -15,7 +15,10 @@ namespace {
 
 constexpr std::uint64_t frameHeaderBytes = 4;
 
-// A loop whose timers are so late has not run meanwhile.
+// Of the loop, behind the time-out. They take no time, and a few are enough for all that is ready.
+constexpr int turnsOfGrace = 10;
+
+// A loop whose timers are so late has not run meanwhile: then the whole time once more.
 constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace
@@ -150,18 +153,18 @@ void Dispatcher::WorkerConnection::schedulePing()
 void Dispatcher::WorkerConnection::onPingDue()
 {
     _isPongAwaited = true;
-    _isAwaitedTwice = false;
+    _turnsLeft = turnsOfGrace;
+    _pongDue = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
     _wasReported = false;
-    awaitPong();
+    awaitPong(_dispatcher._timeout);
     send(fn::Value::map({ { field::TYPE, type::PING } }));
 }
 
-void Dispatcher::WorkerConnection::awaitPong()
+void Dispatcher::WorkerConnection::awaitPong(fn::Duration time)
 {
     // While this connection is not read for another's sake its silence means nothing.
     if (_pauses > 0) return;
-    _pongDue = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
-    _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this] { onPongOverdue(); });
+    _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, time, [this] { onPongOverdue(); });
 }
 
 void Dispatcher::WorkerConnection::onPongOverdue()
@@ -170,9 +173,12 @@ void Dispatcher::WorkerConnection::onPongOverdue()
     _stream->readPending();
     // What was read may have paused this connection before its PONG: it is waited for again once that is over.
     if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
-    // A hub that was itself starved has kept others from answering, those in its own process above all.
-    const bool isLate = _dispatcher._loop.clock().monotonic() > _pongDue + starvedFrom;
-    if (isLate && !std::exchange(_isAwaitedTwice, true)) return awaitPong();
+    // A loop that has not run has kept the workers of its own process from answering.
+    if (_turnsLeft > 0) {
+        const bool isStarved = _dispatcher._loop.clock().monotonic() > _pongDue + starvedFrom;
+        _turnsLeft = isStarved ? 0 : _turnsLeft - 1;
+        return awaitPong(isStarved ? _dispatcher._timeout : fn::Duration());
+    }
     _wasReported = true;
     _dispatcher._onWorkerNotResponding.fire(_info);
 }
@@ -240,7 +246,7 @@ void Dispatcher::WorkerConnection::resume()
 {
     if (--_pauses > 0 || isClosed()) return;
     _stream->readResume();
-    if (_isPongAwaited) awaitPong();
+    if (_isPongAwaited) awaitPong(_dispatcher._timeout);
 }
 
 void Dispatcher::WorkerConnection::resumeSenders()

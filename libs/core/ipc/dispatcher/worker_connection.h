@@ -8,8 +8,8 @@ namespace ipc {
 /// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of what waits for it.
 ///
 /// Pings: a third of the time-out after HELLO and after each PONG. When a PONG is overdue the socket is read once more
-/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits once more for those that it has
-/// kept from answering.
+/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits some
+/// turns more for those that it has kept from answering.
 ///
 /// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed.
 /// One that still takes bytes is waited for: those who send to it are read no further until half has left.
@@ -45,7 +45,7 @@ private:
     template <typename Handler> void guarded(Handler handler);
     void onHelloOverdue();
     void onPingDue();
-    void awaitPong();
+    void awaitPong(fn::Duration time);
     void onPongOverdue();
     void watchQueue();
     void onQueueWatched(std::uint64_t sentBefore);
@@ -70,9 +70,9 @@ private:
     int _pauses = 0; // Receivers for whose sake this connection is not read.
     bool _isIdentified = false;
     bool _isPongAwaited = false;
-    bool _isAwaitedTwice = false;
-    bool _wasReported = false; // Not responding, since the last PING.
+    int _turnsLeft = 0; // Of grace, for the PONG.
     fn::Duration _pongDue; // By the loop's clock.
+    bool _wasReported = false; // Not responding, since the last PING.
 };
 
 } // namespace ipc
