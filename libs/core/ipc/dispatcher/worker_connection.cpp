@@ -154,7 +154,6 @@ void Dispatcher::WorkerConnection::onPingDue()
 {
     _isPongAwaited = true;
     _turnsLeft = turnsOfGrace;
-    _pongDue = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
     _wasReported = false;
     awaitPong(_dispatcher._timeout);
     send(fn::Value::map({ { field::TYPE, type::PING } }));
@@ -164,6 +163,7 @@ void Dispatcher::WorkerConnection::awaitPong(fn::Duration time)
 {
     // While this connection is not read for another's sake its silence means nothing.
     if (_pauses > 0) return;
+    _pongDue = _dispatcher._loop.clock().monotonic() + time;
     _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, time, [this] { onPongOverdue(); });
 }
 
