@@ -67,9 +67,9 @@ TEST(NetlinkMessages, AreThoseOfTheAnswerUntilItsEndThatAreWantedAndNoOthers)
         const auto* const header = platform::headerOf<ifinfomsg>(message);
         return header && header->ifi_index > 2;
     });
-    auto cut = link(4);
-    for (auto bytes : { link(3, sequence, 1).bytes(), link(3, sequence - 1).bytes(), link(2).bytes(),
-             cut.bytes().first(cut.bytes().size() - 1), std::span<std::byte>() }) {
+    auto foreign = link(3, sequence, 1), late = link(3, sequence - 1), unwanted = link(2), cut = link(4);
+    for (auto bytes : { foreign.bytes(), late.bytes(), unwanted.bytes(), cut.bytes().first(cut.bytes().size() - 1),
+             std::span<std::byte>() }) {
         EXPECT_FALSE(messages.take(bytes));
         EXPECT_TRUE(messages.bytes().empty());
     }
