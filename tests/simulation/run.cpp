@@ -112,7 +112,7 @@ ipc::HubLimits someLimits(core::simulation::Decisions& decisions)
     if (decisions.choose(Choice::Fault, 2) == 1) limits.workerIds = 8;
     if (decisions.choose(Choice::Fault, 2) == 1) {
         limits.pausingQueueBytes = std::size_t(1024) << decisions.choose(Choice::Fault, 6);
-        limits.stalledQueueBytes = 2 * limits.pausingQueueBytes;
+        limits.stalledQueueBytes = limits.pausingQueueBytes / 4;
         limits.queueBytes = 1024 * limits.pausingQueueBytes;
     }
     return limits;
@@ -126,9 +126,9 @@ void strike(World& world, WorldTruth& truth, Process& main)
     if (kind < 5) return;
     world.runFor(fn::Duration::milliseconds(decisions.choose(Choice::Fault, 3000)));
     if (kind == 5) {
-        truth.expectLateNotices();
-
-        return world.freeze(main, fn::Duration::milliseconds(decisions.choose(Choice::Fault, 10'000)));
+        const auto time = fn::Duration::milliseconds(decisions.choose(Choice::Fault, 10'000));
+        truth.expectLateNotices(time + Truth::pongTime); // Nobody is noticed meanwhile, and all are given more time.
+        return world.freeze(main, time);
     }
     truth.isEnding = true; // The modules of a dead hub end.
     if (kind == 7) truth.harmed(main.name(), "is killed", {});

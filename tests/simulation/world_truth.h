@@ -17,7 +17,7 @@ public:
 
     ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
     void rest(); ///< From now on; after a while everybody is to show that it is alive.
-    void expectLateNotices() { longestSilence = longestSilence + longestSilence; }
+    void expectLateNotices(fn::Duration by = shortSilence) { longestSilence = longestSilence + by; }
     void stopped() { _hasStopped = true; } ///< Nobody is launched any more.
     void checkQuit(); ///< All should have been told to, a while ago.
     void harmed(const fn::String& name, const char* harm, fn::Duration time);
