@@ -45,6 +45,7 @@ class Session {
 public:
     Session() : _session(dwfl_begin(&callbacks))
     {
+        if (!_session) return;
         dwfl_report_begin(_session);
         _isReported = dwfl_linux_proc_report(_session, getpid()) == 0;
         dwfl_report_end(_session, nullptr, nullptr);
