@@ -33,7 +33,11 @@ FiberStack::FiberStack() : _guard(static_cast<std::size_t>(::getpagesize())), _b
     ::mprotect(_memory, _guard, PROT_NONE); // The stack grows down: into this it must not.
 }
 
-FiberStack::~FiberStack() { ::munmap(_memory, _bytes); }
+FiberStack::~FiberStack()
+{
+    clean(); // What is mapped there next is nobody's frame.
+    ::munmap(_memory, _bytes);
+}
 
 void FiberStack::clean() noexcept
 {
