@@ -17,7 +17,6 @@ namespace {
 
 using ScopedConnection = core::DatabaseAccess::ScopedConnection;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class Access : public core::DatabaseAccess {
 public:
@@ -35,13 +34,11 @@ public:
         return statement.executeStep() ? statement.getColumn(0).getInt(-1) : -1;
     }
     bool isOpen()
-    {
-        try {
-            database();
-            return true;
-        } catch (const sqlite::SQLiteException&) {
-            return false;
-        }
+    try {
+        database();
+        return true;
+    } catch (const sqlite::SQLiteException&) {
+        return false;
     }
 
 protected:
@@ -94,14 +91,14 @@ TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndAnewForAnotherVersion)
         EXPECT_FALSE(access.isOpen());
         const ScopedConnection connection(&access);
         EXPECT_EQ(access.calls, calls) << version;
-        EXPECT_EQ(access.ask("select count(*) from schema_version"), 1);
-        EXPECT_EQ(access.ask("select version from schema_version"), version);
-        EXPECT_EQ(access.ask("pragma foreign_keys"), 1);
-        EXPECT_EQ(access.ask("select count(*) from sqlite_master where name = 'other'"), calls.size() == 1);
-        EXPECT_EQ(access.ask("select count(*) from entry"), 1);
-        EXPECT_EQ(access.ask("select max(id) from entry"), 1) << "Counting begins anew, too.";
-        EXPECT_EQ(access.ask("select count(*) from pragma_integrity_check where integrity_check = 'ok'"), 1);
-        if (access.calls.size() == 1) continue;
+        const bool isAsBefore = calls.size() == 1;
+        const std::pair<const char*, int> facts[] = { { "select count(*) from schema_version", 1 },
+            { "select version from schema_version", version }, { "pragma foreign_keys", 1 },
+            { "select count(*) from sqlite_master where name = 'other'", isAsBefore },
+            { "select count(*) from entry", 1 }, { "select max(id) from entry", 1 }, // Counting begins anew, too.
+            { "select count(*) from pragma_integrity_check where integrity_check = 'ok'", 1 } };
+        for (const auto& [sql, fact] : facts) EXPECT_EQ(access.ask(sql), fact) << sql;
+        if (isAsBefore) continue;
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");
         access.database().execute("insert into other values (1)");
     }
@@ -197,45 +194,37 @@ TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
     EXPECT_THAT(access.calls, ElementsAre("ready")); // It was not taken for ready.
 }
 
-TEST_F(DatabaseAccessTest, AFileThatIsNoneIsToldOfAndOneThatHasGoneIsMadeAnew)
+TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
 {
     test::writeFile(path, std::string(4096, 'x'));
     const test::LogCapture log(1);
     Access access(1, path, loop);
-    const std::vector<std::string> whole { "init", "ready" };
-    for (const auto& calls : { std::vector<std::string> { "ready" }, whole, whole }) {
-        {
-            const ScopedConnection connection(access);
-        }
-        EXPECT_EQ(std::exchange(access.calls, {}), calls);
-        EXPECT_TRUE(log.contains("file is not a database") && log.contains(path.view()));
-        if (calls.size() == 1)
-            std::filesystem::remove(path.toStdString());
-        else
-            access.deleteDatabase();
-        EXPECT_EQ(access.isOpen(), calls.size() == 1);
-    }
+    const auto open = [&] {
+        const ScopedConnection connection(access);
+        return std::exchange(access.calls, {});
+    };
+    EXPECT_THAT(open(), ElementsAre("ready"));
+    EXPECT_TRUE(log.contains("file is not a database") && log.contains(path.view()));
+    std::filesystem::remove(path.toStdString());
+    EXPECT_THAT(open(), ElementsAre("init", "ready")) << "what has gone is made anew";
     access.deleteDatabase();
-    EXPECT_TRUE(log.contains("Could not delete database"));
-}
+    EXPECT_FALSE(access.isOpen());
+    EXPECT_THAT(open(), ElementsAre("init", "ready"));
 
-TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)
-{
-    Access access(1, path, loop);
-    const ScopedConnection connection(access);
-    const test::LogCapture log;
-    const auto refuse = [&](const char* message) {
+    const auto isThereAfter = [&](const char* message) {
         sqlite::SQLiteException exception(message);
         access.handleException(exception);
-        return log.lines().size();
+        return std::filesystem::exists(path.toStdString());
     };
-    EXPECT_EQ(refuse("database is locked"), 0);
-    EXPECT_TRUE(std::filesystem::exists(path.toStdString()));
-    EXPECT_EQ(refuse("database disk image is malformed"), 1);
-    EXPECT_FALSE(std::filesystem::exists(path.toStdString()));
+    EXPECT_TRUE(isThereAfter("database is locked"));
+    EXPECT_EQ(log.lines().size(), 1U);
+    EXPECT_FALSE(isThereAfter("database disk image is malformed"));
+    EXPECT_EQ(log.lines().size(), 2U);
     std::filesystem::create_directories(path.toStdString() + "/a folder");
-    EXPECT_EQ(refuse("database disk image is malformed"), 3) << "it cannot be removed";
-    EXPECT_TRUE(std::filesystem::exists(path.toStdString())) << "what is no file";
+    EXPECT_TRUE(isThereAfter("database disk image is malformed")) << "what is no file";
+    EXPECT_EQ(log.lines().size(), 4U) << "it cannot be removed";
+    access.deleteDatabase();
+    EXPECT_TRUE(log.contains("Could not delete database"));
 }
 
 } // namespace

@@ -1,17 +1,17 @@
 // What can break here: a source that is not heard, one that is heard on another thread, a loop that spins; a wait on the pool
 // that outlives whoever it works for, and one that keeps the context for itself.
 #include "core/g_main_context_integration.h"
+#include "foundation/io/file_descriptor.h"
 #include "foundation/system/thread_pool.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
 #include <algorithm>
-#include <fcntl.h>
 #include <future>
 #include <glib-unix.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/eventfd.h>
 
 namespace {
 
@@ -120,24 +120,22 @@ TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
 {
     for (const std::size_t size : { 3u, 100u, 1u }) {
         std::size_t left = size;
-        std::vector<std::array<int, 2>> pipes(size);
-        std::vector<guint> sources;
+        std::vector<std::pair<fn::FileDescriptor, guint>> sources(size);
         const auto read = [](gint descriptor, GIOCondition, gpointer data) -> gboolean {
-            char byte = 0;
-            EXPECT_EQ(::read(descriptor, &byte, 1), 1);
+            eventfd_t value = 0;
+            EXPECT_EQ(::eventfd_read(descriptor, &value), 0);
             --*static_cast<std::size_t*>(data);
             return G_SOURCE_CONTINUE;
         };
-        for (auto& ends : pipes) {
-            ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
-            sources.push_back(g_unix_fd_add(ends[0], G_IO_IN, read, &left));
+        for (auto& [descriptor, source] : sources) {
+            descriptor = fn::FileDescriptor(::eventfd(0, EFD_CLOEXEC));
+            source = g_unix_fd_add(descriptor.get(), G_IO_IN, read, &left);
         }
         callAfter(1, [&] { // The wait is out by then.
-            for (const auto& ends : pipes) EXPECT_EQ(::write(ends[1], "x", 1), 1);
+            for (const auto& [descriptor, source] : sources) EXPECT_EQ(::eventfd_write(descriptor.get(), 1), 0);
         });
         EXPECT_TRUE(test::runUntil(*loop, [&] { return left == 0; }));
-        std::ranges::for_each(sources, g_source_remove);
-        for (const auto& ends : pipes) std::ranges::for_each(ends, ::close);
+        for (const auto& [descriptor, source] : sources) g_source_remove(source);
     }
 }
 
@@ -194,10 +192,8 @@ TEST_F(MainContext, LivesFromTheFirstInitToTheLastQuit)
 {
     const auto* const first = GMainContextIntegration::instance();
     EXPECT_EQ(GMainContextIntegration::instance()->context(), g_main_context_default());
-    {
-        fn::uv::Loop ignored;
-        GMainContextIntegration::init(ignored);
-    }
+    fn::uv::Loop ignored;
+    GMainContextIntegration::init(ignored);
     EXPECT_EQ(GMainContextIntegration::instance(), first);
     GMainContextIntegration::quit();
     EXPECT_TRUE(hearsASource());
@@ -219,19 +215,21 @@ TEST_F(MainContext, IsMadeAnewAtAnyMomentAlsoInACallbackOfGLib)
 {
     for (int i = 0; i < 300; ++i) {
         test::runTurns(*loop, i % 5); // The wait of the old one is still out, or not yet.
-        const bool isOtherLoop = i % 2 == 0;
-        if (i % 3 == 0) {
-            callWhenIdle([&] {
-                GMainContextIntegration::quit();
-                GMainContextIntegration::init(*loop);
-                loop->stop();
-            });
-            ASSERT_TRUE(runUntilStopped()) << i;
-        } else {
+        const bool isOtherLoop = i % 3 == 1;
+        const auto renew = [&] {
             if (isOtherLoop) loop.reset(); // Goes first.
             GMainContextIntegration::quit();
             if (isOtherLoop) loop.emplace();
             GMainContextIntegration::init(*loop);
+        };
+        if (i % 3 == 0) {
+            callWhenIdle([&] {
+                renew();
+                loop->stop();
+            });
+            ASSERT_TRUE(runUntilStopped()) << i;
+        } else {
+            renew();
         }
         ASSERT_TRUE(hearsASource()) << i;
     }
