@@ -1,16 +1,29 @@
-// What can break here: a line of a profile that is read otherwise than its author means it; a message that reaches a
-// profile which does not want it, or misses one that does.
-#include "core/logging_profile/logging_profile.h"
+// What can break here: a line of a profile that is read otherwise than its author means it; a profile that writes to the wrong
+// place, takes what it does not want or misses what it does; one bad file that takes the others with it; a message lost, or a
+// profile used after its end, while profiles are reloaded; verbose logging that is switched before this process listens.
+#include "core/logging_profile/logging_profiles.h"
 #include "core/logging_profile/profile_reader.h"
+#include "core/logging_profile/simple_sink.h"
 #include "foundation/io/memory_input_stream.h"
+#include "foundation/logging/logging.h"
+#include "foundation/message_bus.h"
+#include "foundation/system/environment.h"
+#include "foundation/system/path_manager.h"
 #include "recorder.h"
-#include <gtest/gtest.h>
+#include "support/expectations.h"
+#include "support/temporary_folder.h"
+#include <gmock/gmock.h>
 #include <map>
+#include <sys/stat.h>
+#include <thread>
 
 namespace {
 
 using core::LoggingProfile;
+using fn::PathManager;
 using fn::logging::Category;
+using testing::ElementsAre;
+using testing::HasSubstr;
 
 fn::AutoPtr<LoggingProfile> read(std::string_view text)
 {
@@ -18,6 +31,14 @@ fn::AutoPtr<LoggingProfile> read(std::string_view text)
     fn::MemoryInputStream stream(text.data(), text.size());
     core::readLoggingProfile(stream, *profile);
     return profile;
+}
+
+std::string describe(const LoggingProfile::ThresholdMap& thresholds)
+{
+    std::string text;
+    for (const auto& [category, priority] : std::map<fn::String, int>(thresholds.begin(), thresholds.end()))
+        text += fmt::format("{}={} ", category, priority);
+    return text;
 }
 
 // Every setting that is not as in a new profile, in a fixed order.
@@ -31,8 +52,7 @@ std::string describe(const LoggingProfile& profile)
     if (profile.simple()) text += "simple ";
     if (profile.verbose()) text += "verbose ";
     if (profile.rootThreshold() != 0) add("root", static_cast<int>(profile.rootThreshold()));
-    const std::map<fn::String, int> thresholds(profile.thresholdMap().begin(), profile.thresholdMap().end());
-    for (const auto& [category, priority] : thresholds) add(category.c_str(), priority);
+    text += describe(profile.thresholdMap());
     for (const auto& tag : profile.allowedTags()) add("allowed", tag);
     for (const auto& tag : profile.forbiddenTags()) add("forbidden", tag);
     for (const auto& filter : profile.filters()) add("filter", filter);
@@ -41,54 +61,234 @@ std::string describe(const LoggingProfile& profile)
 
 TEST(LoggingProfile, IsReadLineByLine)
 {
-    const std::vector<std::pair<std::string_view, std::string>> table {
+    const std::pair<std::string_view, std::string> rows[] = {
         { "name=A\ndescription= of b \nenabled=true\r\nsimple=YES\nverbose=1",
             "name[A]description[ of b ]enabled simple verbose " },
-        { "NAME=Mixed=Case\nthreshold=4", "name[Mixed=Case]root[4]" },
-        { "threshold=1\nthreshold=5\nenabled=on\nenabled=off", "root[5]" },
+        { "NAME=Mixed=Case\nthreshold=4\nthreshold=5\nenabled=on\nenabled=off", "name[Mixed=Case]root[5]" },
         { "name=a # b # c\n#name=d\n # x\n\n=e\nname\n#", "name[a ]" },
         { "name =a\n name=b\nenabled= true\nunknown=1\nthreshold.=3", "" },
-        { "threshold= 4 \nthreshold.IPC.Worker=7\nthreshold.a=-1", "root[4]a[-1]ipc.worker[7]" },
-        { "threshold=high\nthreshold.a=99999999999\nthreshold.b=", "a[0]b[0]" },
+        { "threshold= 4 \nthreshold.IPC.Worker=7\nthreshold.a=-1", "root[4]a=-1 ipc.worker=7 " },
+        { "threshold=high\nthreshold.a=99999999999\nthreshold.b=", "a=0 b=0 " },
         { "allowedtags=a, b\nAllowedTags=c\nforbiddentags=d,,e",
             "allowed[a]allowed[b]allowed[c]forbidden[d]forbidden[]forbidden[e]" },
         { "allowedtags=\nforbiddentags= ", "forbidden[]" },
         { "filter=b\nfilter=a=1, 2\nfilter=b\nfilter=", "filter[]filter[a=1, 2]filter[b]" },
         { { "name=a\0b\n\0=c\nthreshold=3", 24 }, std::string("name[a\0b]root[3]", 16) },
-        { "\xEF\xBB\xBF"
-          "name=A\n\xEF\xBB\xBF"
-          "name=B",
-            "name[A]" }, // Some editors begin a text so.
-        { "", "" },
+        { "\xEF\xBB\xBFname=a\n\xEF\xBB\xBFname=b", "name[a]" }, // Some editors begin a text so.
     };
-    for (const auto& [text, expected] : table) EXPECT_EQ(describe(*read(text)), expected) << text;
+    for (const auto& [text, expected] : rows) EXPECT_EQ(describe(*read(text)), expected) << text;
 }
 
 TEST(LoggingProfile, ForbidsTagsBeforeItAllowsThemAndFiltersTextsButNoErrors)
 {
     const auto tags = "allowedtags=yes,both\nforbiddentags=both";
     const auto filters = "filter=text\nfilter=costarring";
-    struct Row {
-        const char* profile;
-        int priority;
-        const char *text, *tag;
-        bool isTaken;
-    };
-    const Row rows[] = { { "forbiddentags=no", 4, "x", "", true }, { "forbiddentags=no", 5, "x", "", false },
+    const std::tuple<const char*, int, const char*, const char*, bool> rows[] = {
         { "forbiddentags=no", 4, "x", "any", true }, { "forbiddentags=no", 1, "x", "no", false },
         { tags, 4, "x", "yes", true }, { tags, 4, "x", "Yes", false }, { tags, 1, "x", "both", false },
         { tags, 1, "x", "", false }, { "allowedtags=yes,", 4, "x", "", true }, // No tag is the empty tag.
         { filters, 1, "text", "", true }, { filters, 2, "text", "", false }, { filters, 2, "texts", "", true },
-        { filters, 2, "", "", true }, { filters, 2, "costarring", "", false },
-        { filters, 2, "liquid", "", true } }; // Its hash is that of a filter.
-    const Category core("core");
+        { filters, 2, "", "", true }, { filters, 2, "costarring", "", false }, { filters, 2, "liquid", "", true }
+    }; // Its hash is that of a filter.
     for (const auto& [settings, priority, text, tag, isTaken] : rows) {
-        const auto sink = fn::makeAuto<test::RecordingSink>();
+        const auto target = fn::makeAuto<test::RecordingTarget>();
         const auto profile = read(std::string("threshold=4\n") + settings);
-        profile->setSink(sink);
-        profile->log(core, test::message(priority, text, tag));
-        EXPECT_EQ(sink->texts.size(), isTaken) << settings << ": " << priority << text << tag;
+        profile->setSink(fn::makeAuto<core::SimpleSink>(target));
+        profile->log(Category("core"), test::message(priority, text, tag));
+        EXPECT_EQ(target->entries.size(), isTaken) << settings << ": " << priority << text << tag;
     }
+}
+
+class LoggingProfileSink : public testing::Test {
+protected:
+    LoggingProfileSink() { PathManager::instance().overrideFolder(PathManager::LogFolder, logs()); }
+    ~LoggingProfileSink() override { PathManager::instance().overrideFolder(PathManager::LogFolder, {}); }
+
+    fn::String logs() const { return folder.file("logs"); }
+    fn::String profiles() const { return folder.file("profiles"); }
+    void addProfile(const std::string& name, std::string_view content = "enabled=true\nsimple=true\nthreshold=4\n")
+    {
+        std::filesystem::create_directories(profiles().toStdString());
+        test::writeFile(profiles() + "/" + std::string_view(name), content);
+    }
+    fn::AutoPtr<core::LoggingProfileSink> load(const char* baseName = "server") const
+    {
+        auto sink = fn::makeAuto<core::LoggingProfileSink>(baseName);
+        sink->reload(profiles());
+        return sink;
+    }
+    static std::string namesOf(const core::LoggingProfileSink& sink)
+    {
+        std::string names;
+        for (const auto& profile : sink.profiles()) names += profile->fileName().toStdString() + "|";
+        return names;
+    }
+
+    const test::TemporaryFolder folder;
+    const Category category { "core" };
+};
+
+TEST_F(LoggingProfileSink, NamesFilesAfterProcessAndProfile)
+{
+    addProfile("debug");
+    addProfile("server", "enabled=true\nthreshold=4");
+    addProfile("Memory-x");
+    addProfile("off.txt", "threshold=7\n");
+    const auto sink = load();
+    EXPECT_EQ(namesOf(*sink), "debug|off.txt|server|");
+    sink->logMessage(category, test::message(4, "a text"));
+    sink->logMessage(category, test::message(5, "not wanted"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(logs().toStdString()), {}), 2);
+    EXPECT_EQ(test::readFile(logs() + "/server.debug.log"), "a text\r\n");
+    EXPECT_THAT(test::readFile(logs() + "/server.log"), testing::EndsWith("- - a text\r\n"));
+    load("")->logMessage(category, test::message(4, "b"));
+    EXPECT_EQ(test::readFile(logs() + "/debug.log"), "b\r\n");
+}
+
+TEST_F(LoggingProfileSink, KeepsOneConsoleProfileTheUsersOwnBeforeTheCommonOne)
+{
+    const auto own = "Console." + fn::Environment::userName().toUpperCase().toStdString();
+    for (const auto* name : { "console", "console.nobody-else", "console2", "a", "z" }) addProfile(name);
+    EXPECT_EQ(namesOf(*load()), "a|console|z|");
+    addProfile(own, "enabled=true\nsimple=true\nthreshold=2\n");
+    const auto sink = load();
+    EXPECT_EQ(namesOf(*sink), own + "|a|z|");
+    testing::internal::CaptureStderr();
+    for (const int priority : { 2, 3 }) sink->logMessage(category, test::message(priority));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "text\r\n");
+}
+
+TEST_F(LoggingProfileSink, LeavesOutWhatItCanNotRead)
+{
+    const auto fits = "threshold=3\n" + std::string(core::loggingProfileBytes - 12, '#');
+    addProfile("good", fits);
+    addProfile("huge", fits + "#");
+    std::filesystem::create_directory((profiles() + "/a folder").toStdString());
+    std::filesystem::create_symlink("nowhere", (profiles() + "/dangling").toStdString());
+    ASSERT_EQ(::mkfifo((profiles() + "/pipe").c_str(), 0600), 0);
+    const test::ExpectUnhandled unhandled;
+    const auto sink = load();
+    EXPECT_THAT(unhandled.messages(),
+        ElementsAre(HasSubstr("directory"), HasSubstr("No such file"), HasSubstr("longer than allowed"),
+            HasSubstr("Invalid argument")));
+    sink->reload(folder.file("missing"));
+    EXPECT_EQ(unhandled.messages().size(), 5);
+    EXPECT_EQ(namesOf(*sink), "good|") << "as before";
+}
+
+TEST_F(LoggingProfileSink, AsksForExactlyTheMessagesThatSomeProfileTakesByTheNearestThresholdAbove)
+{
+    addProfile("first", "enabled=true\nthreshold=2\nthreshold.A=5\nthreshold.a.b=1\nthreshold.a.=8\n");
+    addProfile("loud", "enabled=true\nverbose=true\nthreshold=3\nthreshold.a.b.C=7\nthreshold.a.d=-1\n");
+    addProfile("off", "threshold=6\nthreshold.a=3\nthreshold.a.b=4\n");
+    const auto sink = load();
+    EXPECT_EQ(sink->maxRootThreshold(), 6);
+    EXPECT_EQ(describe(sink->maxThresholdMap()), "a=5 a.=8 a.b=4 a.b.c=7 a.d=-1 ");
+    const auto target = fn::makeAuto<test::RecordingTarget>();
+    for (const auto& profile : sink->profiles()) profile->setSink(fn::makeAuto<core::SimpleSink>(target));
+    const Category a("a"), ab("a.B", &a), abc("a.B.c", &ab), ad("a.d", &a), other("ab");
+    struct Row {
+        const Category& category;
+        int quiet, loud; // The highest priority that is taken, without the verbose profiles and with them.
+    };
+    for (const auto& [category, quiet, loud] :
+        { Row { a, 5, 5 }, { ab, 1, 3 }, { abc, 1, 7 }, { ad, 5, 5 }, { other, 2, 3 } }) {
+        for (const bool isLoud : { false, true }) {
+            sink->setAllowVerboseLogging(isLoud);
+            const int expected = isLoud ? loud : quiet;
+            EXPECT_EQ(sink->threshold(category), expected) << category.name();
+            for (int priority = 1; priority <= 8; ++priority) {
+                target->entries.clear();
+                sink->logMessage(category, test::message(priority));
+                EXPECT_EQ(!target->entries.empty(), priority <= expected) << category.name() << " at " << priority;
+            }
+        }
+    }
+}
+
+TEST_F(LoggingProfileSink, ReadsTheProfilesThatComeAlong)
+{
+    const auto sink = fn::makeAuto<core::LoggingProfileSink>("skyfold");
+    sink->reload(PathManager::instance().getPath(PathManager::ResourceFolder, "logging_profiles", false));
+    EXPECT_EQ(sink->threshold(category), 4);
+    sink->setAllowVerboseLogging(true);
+    EXPECT_EQ(sink->threshold(category), 7);
+}
+
+TEST_F(LoggingProfileSink, LosesNothingWhileProfilesAreReloadedAndThenCostsNothing)
+{
+    constexpr int threads = 4;
+    constexpr int messagesEach = 1000;
+    addProfile("a");
+    addProfile("b", "enabled=true\nverbose=true\nthreshold=7\nthreshold.profiles=5\nfilter=x\n");
+    const auto sink = load();
+    auto& manager = fn::logging::CategoryManager::instance();
+    manager.addSink(sink);
+    const auto& used = manager.getCategory("profiles.reloaded");
+    std::atomic<int> running { threads };
+    std::vector<std::jthread> writers;
+    for (int t = 0; t < threads; ++t) {
+        writers.emplace_back([&used, &running] {
+            for (int i = 0; i < messagesEach; ++i) FN_LOG_TO(used, 4, fn::logging::Tag(), "libs/test", "{}", i);
+            --running;
+        });
+    }
+    for (int i = 0; i < 20 || running > 0; ++i) {
+        sink->reload(profiles());
+        sink->setAllowVerboseLogging(i % 2 == 0);
+    }
+    writers.clear();
+    const auto written = test::readFile(logs() + "/server.a.log");
+    EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), threads * messagesEach);
+
+    sink->setAllowVerboseLogging(true);
+    EXPECT_TRUE(used.wants(5) && !used.wants(6));
+    sink->setAllowVerboseLogging(false);
+    EXPECT_TRUE(used.wants(4) && !used.wants(5));
+    addProfile("a", "enabled=true\nthreshold=6\n");
+    sink->reload(profiles());
+    EXPECT_TRUE(used.wants(6) && !used.wants(7));
+    manager.removeSink(sink);
+}
+
+// The sink is the process's: one test makes it.
+TEST(LoggingProfiles, ServeTheProcessAndFollowTheBus)
+{
+    static const test::TemporaryFolder folder; // As long as the sink.
+    auto& paths = PathManager::instance();
+    paths.overrideFolder(PathManager::ResourceFolder, folder.file(""));
+    paths.overrideFolder(PathManager::LogFolder, folder.file("logs"));
+    std::filesystem::create_directories(folder.path() / "logging_profiles" / "folder");
+    test::writeFile(folder.file("logging_profiles/loud"), "enabled=true\nsimple=true\nverbose=true\nthreshold=7\n");
+    const auto& category = fn::logging::CategoryManager::instance().getCategory("profiles.process");
+    core::setEnableVerboseLogging(true);
+
+    testing::internal::CaptureStderr();
+    const test::ExpectUnhandled unhandled;
+    const auto sink = core::initLoggingProfiles("process");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+        testing::ContainsRegex("^Unhandled exception in .*: FileException: .*\n$"));
+    EXPECT_EQ(unhandled.messages().size(), 1) << "the folder is no profile";
+    EXPECT_EQ(core::initLoggingProfiles("other"), sink);
+    EXPECT_TRUE(sink->allowVerboseLogging()) << "switched before";
+    FN_LOG_TO(category, 7, fn::logging::Tag(), "libs/test", "one");
+    EXPECT_EQ(test::readFile(folder.file("logs/process.loud.log")), "one\r\n");
+
+    core::setEnableVerboseLogging(false);
+    EXPECT_FALSE(category.wants(1));
+    const auto post = [](const char* name, const fn::Value& body) {
+        fn::MessageBus::instance().postMessage(name, body);
+    };
+    for (const auto* other : { "com.tidewerk.logging-profile", "com.tidewerk.logging-profile.allow-verbose-logging.x" })
+        post(other, true);
+    EXPECT_FALSE(sink->allowVerboseLogging()) << "not for us";
+    for (const auto& body : { fn::Value("yes"), fn::Value(fn::Value::MAP) }) { // The latter is no switch.
+        post("com.tidewerk.logging-profile.allow-verbose-logging", body);
+        EXPECT_TRUE(sink->allowVerboseLogging());
+    }
+    EXPECT_EQ(unhandled.messages().size(), 2);
+    core::setEnableVerboseLogging(false);
+    paths.overrideFolder(PathManager::ResourceFolder, {});
 }
 
 } // namespace

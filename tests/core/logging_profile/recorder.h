@@ -16,19 +16,6 @@ private:
     ~RecordingTarget() override = default;
 };
 
-/// Keeps the texts of messages. For one thread.
-class RecordingSink final : public fn::logging::Sink {
-public:
-    void logMessage(const fn::logging::Category&, const fn::logging::Message& message) override
-    {
-        texts.push_back(message.text.toStdString());
-    }
-    std::vector<std::string> texts;
-
-private:
-    ~RecordingSink() override = default;
-};
-
 inline fn::logging::Message message(int priority, fn::String text = "text", fn::String tag = {})
 {
     fn::logging::Message message;

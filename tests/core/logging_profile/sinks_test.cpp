@@ -56,20 +56,14 @@ protected:
 
 TEST_F(FormattedSink, PutsTheTextInAnEvenColumnBehindHeadersOfAnyLength)
 {
-    struct Row {
-        int priority;
-        std::uint8_t thread;
-        const char* file;
-        std::string expected;
-    };
-    const Row rows[] = {
-        { 1, 0, "a", "12:34:56 ERR 00 a:212 - - - - - - - - - - - - - text\r\n" },
-        { 2, 255, "C:\\x.y\\b.c.cpp", "12:34:56 WRN ff b.c:212 - - - - - - - - - - - - text\r\n" },
-        { 3, 1, "", "12:34:56 FIX 01 :212  - - - - - - - - - - - - - text\r\n" },
-        { 5, 1, "libs/core", "12:34:56 DBG 01 core:212  - - - - - - - - - - - text\r\n" },
-        { 6, 1, "xx.d/core", "12:34:56 LOG 01 core:212  - - - - - - - - - - - text\r\n" },
-        { 7, 1, "01234567890123456789012345", "12:34:56 TRC 01 01234567890123456789012345:212  text\r\n" },
-        { 8, 1, "0123456789012345678901234567", "12:34:56     01 0123456789012345678901234567:212  text\r\n" },
+    const std::tuple<int, std::uint8_t, const char*, const char*> rows[] = {
+        { 1, 0, "a", "ERR 00 a:212 - - - - - - - - - - - - - text\r\n" },
+        { 2, 255, "C:\\x.y\\b.c.cpp", "WRN ff b.c:212 - - - - - - - - - - - - text\r\n" },
+        { 3, 1, "", "FIX 01 :212  - - - - - - - - - - - - - text\r\n" },
+        { 5, 1, "libs/core", "DBG 01 core:212  - - - - - - - - - - - text\r\n" },
+        { 6, 1, "xx.d/core", "LOG 01 core:212  - - - - - - - - - - - text\r\n" },
+        { 7, 1, "01234567890123456789012345", "TRC 01 01234567890123456789012345:212  text\r\n" },
+        { 8, 1, "0123456789012345678901234567", "    01 0123456789012345678901234567:212  text\r\n" },
     };
     write(messageOf(""));
     for (const auto& [priority, thread, file, expected] : rows) {
@@ -77,7 +71,7 @@ TEST_F(FormattedSink, PutsTheTextInAnEvenColumnBehindHeadersOfAnyLength)
         message.priority = priority;
         message.thread = thread;
         message.file = file;
-        EXPECT_THAT(write(message), ElementsAre(expected));
+        EXPECT_THAT(write(message), ElementsAre(std::string("12:34:56 ") + expected));
     }
 }
 
@@ -113,22 +107,15 @@ TEST_F(FormattedSink, WrapsWhereATextMayBreakAndBetweenCharactersWhateverTheirBy
 
 TEST_F(FormattedSink, AnnouncesEachLocalDayOnce)
 {
-    const std::pair<std::int64_t, const char*> rows[] = {
-        { 1'709'243'999, "2024-02-29" }, // A second before the local midnight.
-        { 1'709'243'000, "" },
-        { 1'709'244'000, "2024-03-01" },
-        { 1'709'250'000, "" },
-        { 1'709'250'000 + 366 * 86'400, "2025-03-02" },
-        { -7'201, "1969-12-31" },
-        { -7'200, "1970-01-01" },
-    };
+    const std::pair<std::int64_t, const char*> rows[] = { { 1'709'243'999, "2024-02-29" }, // Before the local midnight.
+        { 1'709'243'000, "" }, { 1'709'244'000, "2024-03-01" }, { 1'709'250'000, "" },
+        { 1'709'250'000 + 366 * 86'400, "2025-03-02" }, { -7'201, "1969-12-31" }, { -7'200, "1970-01-01" } };
     for (const auto& [seconds, day] : rows) {
         auto message = messageOf("t");
         message.time = Duration::seconds(seconds);
         auto entries = write(message);
         entries.pop_back();
-        const auto line = fmt::format("\r\n>>>>>> {} <<<<<<\r\n\r\n", day);
-        EXPECT_EQ(entries, *day ? Strings { line } : Strings()) << seconds;
+        EXPECT_EQ(entries, *day ? Strings { fmt::format("\r\n>>>>>> {} <<<<<<\r\n\r\n", day) } : Strings());
     }
 }
 
