@@ -29,8 +29,7 @@ std::string unzip(const char* options, const fn::String& archive, const std::str
     FILE* const output = ::popen(fmt::format("unzip {} {} {} 2>&1", options, archive, member).c_str(), "re");
     if (!output) return "popen";
     std::string result;
-    char buffer[4096];
-    while (const auto count = std::fread(buffer, 1, sizeof buffer, output)) result.append(buffer, count);
+    for (int byte; (byte = std::fgetc(output)) != EOF;) result += static_cast<char>(byte);
     ::pclose(output);
     return result;
 }
@@ -101,8 +100,7 @@ TEST_F(LogArchive, HoldsEveryLogAsItIsUnderTheLocalTimeAndReplacesAnEarlierOne)
     const auto bytes = test::readFile(archive);
     for (const auto flags : { bytes.find("ü.log") - 24, bytes.rfind("ü.log") - 38 }) // In both of its headers.
         EXPECT_EQ(bytes.substr(flags, 2), std::string_view("\0\x08", 2)) << "UTF-8";
-    // The first local header: no flags, deflated; no time, and the day 0 of a month 1 that a zeroed record stands for.
-    EXPECT_EQ(bytes.substr(6, 8), std::string_view("\0\0\x08\0\0\0\x20\0", 8));
+    EXPECT_EQ(bytes.substr(6, 4), std::string_view("\0\0\x08\0", 4)) << "no flags, deflated";
     EXPECT_EQ(std::filesystem::status(archive.toStdString()).permissions(), std::filesystem::perms(0600));
 }
 
@@ -124,15 +122,15 @@ TEST_F(LogArchive, WhatCanNotBeReadAbortsItAndLeavesAPieceBehind)
         const test::LogCapture log;
         EXPECT_EQ(core::LogArchive::createLogArchive(), "");
         EXPECT_EQ(log.lines().size(), 1u);
-        EXPECT_TRUE(log.contains("1 core.logArchive Unexpected exception") && log.contains(reason)) << reason;
+        EXPECT_TRUE(log.contains(reason)) << reason;
     }
-    int pieces = 0;
+    std::map<std::filesystem::path, int> kinds;
     for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
-        const bool isZip = file.path().extension() == ".zip";
-        EXPECT_TRUE(!isZip || test::readFile(file.path().string()) == "of before") << file.path();
-        if (file.path().extension() == ".part") ++pieces;
+        ++kinds[file.path().extension()];
+        if (file.path().extension() != ".zip") continue;
+        EXPECT_EQ(test::readFile(file.path().string()), "of before");
     }
-    EXPECT_GE(pieces, 1);
+    EXPECT_GE(kinds[".part"], 1);
 }
 
 TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)
@@ -156,13 +154,10 @@ TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)
 
 TEST_F(LogArchive, LogsMayBeRotatedMeanwhileAndLoseNothing)
 {
-    const auto rotate = [this](const char* log, const char* numbered) {
-        std::filesystem::rename(logs / log, logs / numbered);
-    };
     writeLog("a.log", "");
     std::filesystem::resize_file(logs / "a.log", 300'000'000); // Takes a while.
     for (const char* log : { "b.log", "c.log", "c.log.1" }) writeLog(log, log);
-    std::jthread rotation([&](std::stop_token stop) {
+    std::jthread rotation([&](const std::stop_token& stop) {
         const auto isPacking = [this] {
             const std::filesystem::directory_iterator files(folder.path());
             return std::ranges::any_of(files, [](const auto& file) {
@@ -171,16 +166,15 @@ TEST_F(LogArchive, LogsMayBeRotatedMeanwhileAndLoseNothing)
             });
         };
         while (!stop.stop_requested() && !isPacking()) std::this_thread::yield();
-        rotate("b.log", "b.log.1"); // Nothing takes its place yet.
-        rotate("c.log.1", "c.log.2");
-        rotate("c.log", "c.log.1");
+        // Nothing takes the place of the first one yet.
+        for (const auto& [log, numbered] :
+            { std::pair("b.log", "b.log.1"), { "c.log.1", "c.log.2" }, { "c.log", "c.log.1" } })
+            std::filesystem::rename(logs / log, logs / numbered);
         writeLog("c.log", "new");
     });
     const auto archive = core::LogArchive::createLogArchive();
     EXPECT_EQ(unzip("-Z1", archive), "a.log\nc.log\nc.log.1\nb.log.1\nc.log.2\n");
-    const std::pair<const char*, const char*> expected[] = { { "b.log.1", "b.log" }, { "c.log", "new" },
-        { "c.log.1", "c.log" }, { "c.log.2", "c.log.1" } };
-    for (const auto& [member, content] : expected) EXPECT_EQ(unpacked(archive, member), content);
+    EXPECT_EQ(unpacked(archive, "[bc].log*"), "newc.logb.logc.log.1");
 }
 
 TEST_F(LogArchive, ALogThatGrowsWithoutEndIsCut)
