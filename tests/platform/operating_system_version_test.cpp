@@ -15,6 +15,7 @@ TEST(OperatingSystemVersion, IsTheKernelsAndOnlyForARecordOfTheRightSize)
     std::ifstream("/proc/sys/kernel/osrelease") >> release;
     EXPECT_TRUE(release.starts_with(fmt::format("{}.{}", information.dwMajorVersion, information.dwMinorVersion)));
     EXPECT_EQ(information.szCSDVersion[0], u'\0');
+    EXPECT_EQ(information.dwPlatformId, 2U);
 }
 
 } // namespace

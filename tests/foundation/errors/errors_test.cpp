@@ -12,7 +12,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <thread>
-#include <typeindex>
 #include <unistd.h>
 
 namespace {
@@ -21,79 +20,51 @@ using fn::Exception;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-TEST(Exception, SaysItsMessageAndThenItsDetails)
+TEST(Exception, SaysItsMessageAndThenItsDetailsWhichCopiesShareUntilOneChanges)
 {
-    const auto full = with(fn::FileException("Could not read the file"), fn::PathInfo { "/a/b" }, fn::ErrnoInfo { 2 },
-        fn::DetailInfo { "Type: x" }, fn::UVErrnoInfo { -32 }, fn::WinErrorInfo { 5 }, fn::ErrorCodeInfo { -7 });
-    EXPECT_STREQ(full.what(),
-        "Could not read the file\nType: x\nPath: /a/b\nErrno: 2 (No such file or directory)\n"
-        "UV errno: -32 (Broken pipe)\nWindows error: 0x00000005\nError code: -7");
-    EXPECT_EQ(full.message(), "Could not read the file");
-    EXPECT_STREQ(fn::RuntimeException().what(), "");
-    // libuv has numbers of its own, which are none of the system's.
-    EXPECT_STREQ(with(fn::IOException("eof"), fn::UVErrnoInfo { -4095 }).what(), "eof\nUV errno: -4095");
-}
-
-TEST(Exception, SharesDetailsWithItsCopiesUntilOneChanges)
-{
-    const auto original = with(fn::RuntimeException("a"), fn::ErrnoInfo { 2 });
+    const auto original =
+        with(fn::FileException("Could not read the file"), fn::PathInfo { "/a/b" }, fn::ErrnoInfo { 2 },
+            fn::DetailInfo { "Type: x" }, fn::UVErrnoInfo { -32 }, fn::WinErrorInfo { 5 }, fn::ErrorCodeInfo { -7 });
+    const std::string text = "Could not read the file\nType: x\nPath: /a/b\nErrno: 2 (No such file or directory)\n"
+                             "UV errno: -32 (Broken pipe)\nWindows error: 0x00000005\nError code: -7";
     auto copy = original;
     EXPECT_EQ(copy.what(), original.what()) << "the very same text";
     for (const auto* detail : { "more", "other" }) { // The text is made anew.
-        copy.attach(fn::ErrnoInfo { 13 }).attach(fn::DetailInfo { detail });
-        EXPECT_EQ(copy.what(), fmt::format("a\n{}\nErrno: 13 (Permission denied)", detail));
+        copy.attach(fn::UVErrnoInfo { -4095 }).attach(fn::DetailInfo { detail });
+        EXPECT_THAT(copy.what(), HasSubstr(detail));
     }
-    EXPECT_STREQ(original.what(), "a\nErrno: 2 (No such file or directory)");
+    EXPECT_THAT(copy.what(), HasSubstr("UV errno: -4095\n"))
+        << "a number of libuv's own, which is none of the system's";
+    EXPECT_EQ(original.what(), text);
+    EXPECT_EQ(original.message(), "Could not read the file");
 }
 
-TEST(Exception, CrossesProcessesAsTheSameClass)
+// Hidden from everybody but the symbol table. The call is the end of passOn(): it would return to what comes behind.
+[[noreturn, gnu::noinline]] void throwDeeply(int depth);
+[[noreturn, gnu::noinline]] void passOn(int depth) { throwDeeply(depth - 1); }
+void throwDeeply(int depth)
 {
-    const std::pair<const char*, std::type_index> rows[] = { { "RangeException", typeid(fn::RangeException) },
-        { "OperationTimedOutException", typeid(fn::OperationTimedOutException) },
-        { "Exception", typeid(fn::Exception) }, { "NoSuchException", typeid(fn::RuntimeException) },
-        { "", typeid(fn::RuntimeException) } };
-    for (const auto& [name, type] : rows) {
-        const auto rebuilt = fn::ExceptionFactory::createException(name, "message", Exception::StackTrace::None);
-        EXPECT_TRUE(rebuilt->stackTrace().empty());
-        try {
-            rebuilt->attach(fn::DetailInfo { "detail" }).raise();
-        } catch (const Exception& raised) {
-            EXPECT_TRUE(std::type_index(typeid(raised)) == type) << name;
-            EXPECT_STREQ(raised.what(), "message\ndetail");
-        }
-    }
-}
-
-// Hidden from everybody but the symbol table.
-[[gnu::noinline]] void throwDeeply(int depth)
-{
-    if (depth > 0)
-        throwDeeply(depth - 1);
-    else
-        throw fn::RuntimeException("deep");
-    asm volatile(""); // No tail call.
+    if (depth > 0) passOn(depth);
+    throw fn::RuntimeException("deep");
 }
 
 TEST(StackTrace, NamesHiddenFunctionsWithTheirModuleAndOffset)
 {
     try {
         throwDeeply(3);
-        FAIL();
     } catch (const fn::RuntimeException& exception) {
         const auto trace = exception.stackTrace().resolve();
         EXPECT_TRUE(trace.frames.front().symbolName.contains("RuntimeException"));
         std::vector<std::uint32_t> ours;
         for (const auto& frame : trace.frames) {
-            if (!frame.symbolName.contains("throwDeeply(int)")) continue;
+            if (!frame.symbolName.contains("passOn(int)")) continue;
             ours.push_back(frame.address);
             EXPECT_TRUE(frame.moduleName.endsWith("errors_tests")) << frame.moduleName.view();
             EXPECT_TRUE(frame.fileName.endsWith("errors_test.cpp")) << frame.fileName.view();
             EXPECT_GT(frame.fileLine, 0);
         }
-        ASSERT_EQ(ours.size(), 4u);
-        EXPECT_NE(ours[0], ours[1]) << "the throw and the call";
-        EXPECT_EQ(ours[1], ours[2]);
-        EXPECT_LT(ours[0] - ours[1] + 0x1000, 0x2000u) << "offsets, in one function";
+        EXPECT_EQ(ours, std::vector(3, ours.at(0)));
+        EXPECT_LT(ours[0], 0x1000000U) << "an offset";
     }
 }
 
@@ -107,6 +78,7 @@ TEST(Exception, MayBeReadByManyThreadsAtOnce)
             EXPECT_EQ(copy.what(), shared.what());
             EXPECT_FALSE(copy.stackTrace().resolve().frames.empty());
             EXPECT_EQ(fn::ExceptionFactory::createException("RangeException", "a")->className(), "RangeException");
+            EXPECT_EQ(fn::ExceptionFactory::createException("NoSuch", "a")->className(), "RuntimeException");
         });
     }
 }
@@ -214,6 +186,7 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
         fail("c").then([] { FAIL(); });
         loop->post([&] {
             clock.advance(fn::Duration::seconds(1));
+            fail("a new place", "Greeter.new");
             fail("d", "Greeter.greet");
             fn::Promise<void>::rejected({});
             loop->stop();
@@ -225,7 +198,8 @@ TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
     const std::string start = "2 core.promise A promise failed and nobody looked: ";
     EXPECT_THAT(log.lines(),
         ElementsAre(start + "Greeter.greet: RangeException: a", start + "Greeter.part: RangeException: b",
-            start + "RangeException: c", start + "Greeter.greet: RangeException: d (and 1 more before)",
+            start + "RangeException: c", start + "Greeter.new: RangeException: a new place",
+            start + "Greeter.greet: RangeException: d (and 1 more before)",
             start + "std::logic_error: rejected with an empty exception pointer"));
 }
 

@@ -60,38 +60,28 @@ TEST(DateTime, RefusesFieldsThatAreNoDate)
     EXPECT_EQ(last.timestamp().microseconds(), INT64_MAX - second);
 }
 
-TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedFor)
+TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedForAsTheParserReadsIt)
 {
-    struct Row {
-        std::int64_t moment;
-        int zone;
-        const char* rfc1123;
-        const char* sortable;
-    };
-    const Row rows[] = {
-        { 0, 0xFFFF, "Thu, 01 Jan 1970 00:00:00 GMT", "1970-01-01 00:00:00" },
-        { -1, 0xFFFF, "Wed, 31 Dec 1969 23:59:59 GMT", "1969-12-31 23:59:59" },
-        { 784'111'777 * second + 999'999, 0xFFFF, "Sun, 06 Nov 1994 08:49:37 GMT", "1994-11-06 08:49:37" },
-        { 784'111'777 * second, 5 * hour + 1800, "Sun, 06 Nov 1994 14:19:37 +0530", "1994-11-06 14:19:37" },
-        { 784'111'777 * second, -9 * hour, "Sat, 05 Nov 1994 23:49:37 -0900", "1994-11-05 23:49:37" },
-        { 0, -1800, "Wed, 31 Dec 1969 23:30:00 -0030", "1969-12-31 23:30:00" },
-        { 0, 0, "Thu, 01 Jan 1970 00:00:00 +0000", "1970-01-01 00:00:00" },
-        { 253'402'300'800 * second, 0xFFFF, "Sat, 01 Jan 10000 00:00:00 GMT", "10000-01-01 00:00:00" },
-        { -62'167'219'201 * second, 0xFFFF, "Fri, 31 Dec -0001 23:59:59 GMT", "-0001-12-31 23:59:59" },
-    };
-    for (const auto& row : rows) {
-        const Timestamp moment(row.moment);
-        EXPECT_EQ(DateTimeFormatter::format(moment, RFC1123_FORMAT, row.zone), row.rfc1123);
-        EXPECT_EQ(DateTimeFormatter::format(moment, SORTABLE_FORMAT, row.zone), row.sortable);
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 3000; ++i) {
+        const auto moment = static_cast<std::int64_t>(random()) >> (1 + random() % 40);
+        const auto zone = (static_cast<int>(random() % 2879) - 1439) * 60;
         for (const auto format : { RFC1123_FORMAT, SORTABLE_FORMAT }) {
-            int zone = -1;
-            auto date = DateTimeParser::parse(DateTimeFormatter::format(moment, format, row.zone), format, zone);
-            EXPECT_EQ(zone, format == SORTABLE_FORMAT || row.zone == 0xFFFF ? 0 : row.zone);
-            if (format == SORTABLE_FORMAT && row.zone != 0xFFFF) zone = row.zone; // This form does not tell.
+            int read = -1;
+            auto date = DateTimeParser::parse(DateTimeFormatter::format(Timestamp(moment), format, zone), format, read);
+            ASSERT_EQ(read, format == SORTABLE_FORMAT ? 0 : zone); // The first form does not tell.
             date.makeUTC(zone);
-            EXPECT_EQ(date.timestamp().microseconds(), row.moment - (row.moment % second + second) % second);
+            ASSERT_EQ(date.timestamp().microseconds(), moment - (moment % second + second) % second);
         }
     }
+    const std::tuple<std::int64_t, int, const char*> rows[] = { { -1, 0xFFFF, "Wed, 31 Dec 1969 23:59:59 GMT" },
+        { 784'111'777, 5 * hour + 1800, "Sun, 06 Nov 1994 14:19:37 +0530" },
+        { 0, 0, "Thu, 01 Jan 1970 00:00:00 +0000" }, { 784'111'777, -9 * hour, "Sat, 05 Nov 1994 23:49:37 -0900" },
+        { 253'402'300'800, 0xFFFF, "Sat, 01 Jan 10000 00:00:00 GMT" },
+        { -62'167'219'201, 0xFFFF, "Fri, 31 Dec -0001 23:59:59 GMT" } };
+    for (const auto& [seconds, zone, text] : rows)
+        EXPECT_EQ(DateTimeFormatter::format(Timestamp(seconds * second), RFC1123_FORMAT, zone), text);
+    EXPECT_EQ(DateTimeFormatter::format(Timestamp(-1), SORTABLE_FORMAT, 0xFFFF), "1969-12-31 23:59:59");
     EXPECT_EQ(Timestamp(1'000'000'000'000'001).toString(), "2001-09-09 01:46:40.000001");
     EXPECT_EQ(Timestamp(INT64_MIN).toString(), "-9223372036854775808 us");
     EXPECT_THROW(DateTimeFormatter::format(Timestamp(0), RFC1123_FORMAT, 24 * hour), fn::RangeException);
@@ -124,19 +114,6 @@ TEST(DateTimeParser, ReadsTheFormsThatOthersWriteAndTakesNothingElseForADate)
              "Sun, 06 Nov 1994 08:49:37 +0160", "Sun, 06 Nov 1994 08:49:37.5 GMT", "Sun, 06 Nov 999999 08:49:37 GMT",
              "Sun, 06 Nov 99999999999 08:49:37 GMT", "Sun, -6 Nov 1994 08:49:37 GMT" })
         expectRefused(text);
-
-    // Any single byte may be wrong: then it is another date or none, and never anything worse.
-    for (std::size_t i = 0; i < valid.size(); ++i) {
-        for (int byte = 0; byte < 256; ++byte) {
-            auto text = valid;
-            text[i] = static_cast<char>(byte);
-            try {
-                parse(text);
-                EXPECT_TRUE(std::isalnum(byte) || byte == '-' || text == valid) << text;
-            } catch (const fn::DataFormatException&) {
-            }
-        }
-    }
 }
 
 } // namespace

@@ -64,9 +64,7 @@ TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
     CoUninitialize();
     EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE) << "The first use goes on.";
     std::jthread([] {
-        void* object = nullptr;
-        EXPECT_EQ(CoCreateInstance(CLSID_NetFwRule, nullptr, CLSCTX_INPROC_SERVER, IID_INetFwRule, &object),
-            CO_E_NOTINITIALIZED);
+        EXPECT_EQ(elevate(), CO_E_NOTINITIALIZED);
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         CoUninitialize();
         CoUninitialize(); // Once too often takes nothing from anybody.
@@ -77,20 +75,14 @@ TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
 
 TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
 {
-    const auto refused = HRESULT_FROM_WIN32(ERROR_CANCELLED);
     const char* const action = "change which programs the firewall admits";
     testing::internal::CaptureStderr();
-    EXPECT_EQ(elevate(), refused) << "Nobody to ask.";
+    EXPECT_EQ(elevate(), HRESULT_FROM_WIN32(ERROR_CANCELLED)) << "Nobody to ask.";
     EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::HasSubstr(action));
-
-    bool answer = false;
-    const ScopedElevationPrompt prompt([&](const fn::String& what) {
-        EXPECT_EQ(what, action);
-        return answer;
-    });
-    EXPECT_EQ(elevate(), refused);
-    answer = true;
-    EXPECT_EQ(elevate(), S_OK);
+    for (const bool answer : { false, true }) {
+        const ScopedElevationPrompt prompt([&](const fn::String& what) { return what == action && answer; });
+        EXPECT_EQ(elevate(), answer ? S_OK : HRESULT_FROM_WIN32(ERROR_CANCELLED));
+    }
     const ScopedElevationPrompt broken([](const fn::String&) -> bool { throw std::runtime_error("no terminal"); });
     EXPECT_EQ(elevate(), E_UNEXPECTED);
 }
@@ -109,9 +101,10 @@ TEST_F(Com, RulesTakeNoNonsenseAndAreNotChangedWithoutRights)
     EXPECT_EQ(rule.put_Action(static_cast<NET_FW_ACTION>(2)), E_INVALIDARG);
     EXPECT_EQ(rule.put_Protocol(257), E_INVALIDARG);
     EXPECT_EQ(rule.put_Profiles(8), E_INVALIDARG);
-    BSTR cut = SysAllocStringLen(u"a\0b", 3);
+    BSTR cut = SysAllocStringLen(u"a\0b", 3), whole = SysAllocString(u"ab");
     EXPECT_EQ(rule.put_Name(cut), E_INVALIDARG);
-    SysFreeString(cut);
+    EXPECT_EQ(SysStringLen(whole), 2U);
+    for (BSTR text : { cut, whole }) SysFreeString(text);
     auto& policy = made<INetFwPolicy2>(CLSID_NetFwPolicy2, IID_INetFwPolicy2);
     INetFwRules* rules = nullptr;
     EXPECT_EQ(policy.get_Rules(&rules), S_OK);
