@@ -34,19 +34,15 @@ Pair terminalEnds()
     return { std::move(master), fn::FileDescriptor(::open(::ptsname(master.get()), O_RDWR | O_NOCTTY | O_CLOEXEC)) };
 }
 
-struct Kind {
-    Pair (*make)();
-    bool canBeOpened; // Anew.
-};
+using Kind = std::pair<Pair (*)(), bool>; // What it is, and whether it can be opened anew.
 
-class StandardError : public testing::TestWithParam<Kind> {
-protected:
+struct StandardError : testing::TestWithParam<Kind> {
     StandardError()
     {
         ::dup2(ends.second.get(), STDERR_FILENO);
         ::getrlimit(RLIMIT_NOFILE, &_limit);
         const rlimit none { STDERR_FILENO + 1, _limit.rlim_max };
-        if (!GetParam().canBeOpened) ::setrlimit(RLIMIT_NOFILE, &none); // Nothing can be opened any more.
+        if (!GetParam().second) ::setrlimit(RLIMIT_NOFILE, &none); // Nothing can be opened any more.
     }
     ~StandardError() override
     {
@@ -67,10 +63,8 @@ protected:
     }
 
     fn::uv::Loop loop;
-    const Pair ends = GetParam().make();
+    const Pair ends = GetParam().first();
     const fn::AutoPtr<fn::LogConsoleTarget> target = fn::makeAuto<fn::LogConsoleTarget>();
-
-private:
     const fn::FileDescriptor _before { ::dup(STDERR_FILENO) };
     rlimit _limit = {};
 };
@@ -108,7 +102,7 @@ TEST_P(StandardError, HoldsUpNobodyAndTellsWhatIsLost)
 }
 
 INSTANTIATE_TEST_SUITE_P(Kinds, StandardError,
-    testing::Values(Kind { twoEnds<false>, true }, Kind { twoEnds<false>, false }, Kind { twoEnds<true>, true },
-        Kind { terminalEnds, true }));
+    testing::Values(
+        Kind(twoEnds<false>, true), Kind(twoEnds<false>, false), Kind(twoEnds<true>, true), Kind(terminalEnds, true)));
 
 } // namespace

@@ -76,8 +76,6 @@ TEST_F(PipeConnection, FiveHundredAtOnceAllComeThroughAShortQueueWithWhatTheyHad
     EXPECT_TRUE(runUntil(loop, [&] { return std::ranges::all_of(heard, &test::Inbox::end); }));
     for (const auto& inbox : heard) received.push_back(inbox.text);
     EXPECT_THAT(received, testing::UnorderedElementsAreArray(expected));
-    runTurns(loop);
-    EXPECT_EQ(accepted.size(), 500U);
 }
 
 TEST_F(PipeConnection, WhatIsWrongWithAnEndpointReachesTheCallbackAndTheSameStreamMayTryAgain)

@@ -4,7 +4,6 @@
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <cmath>
-#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -25,17 +24,6 @@ struct Thing : fn::RefCountedObject {
     ~Thing() override = default;
     fn::String toString() const override { return "a thing"; }
 };
-
-template <typename Exception, typename Call> std::string messageOf(const Call& call)
-{
-    try {
-        call();
-    } catch (const Exception& e) {
-        EXPECT_TRUE(e.template find<fn::DetailInfo>());
-        return e.message().toStdString();
-    }
-    return "no exception";
-}
 
 Value nested(int levels, Value innermost)
 {
@@ -118,12 +106,10 @@ TEST(Value, ChangesShowInNoCopy)
     map.mutableEntries().clear();
     again = map;
     again.set(1, 2);
-    EXPECT_TRUE(map.empty());
     list.mutableElements().clear();
     again = list;
     again.append(1);
-    EXPECT_TRUE(list.empty());
-    EXPECT_EQ(again.size(), 1U);
+    EXPECT_TRUE(map.empty() && list.empty());
 }
 
 TEST(Value, ConvertsWithoutLossOrNotAtAll)
@@ -141,24 +127,23 @@ TEST(Value, ConvertsWithoutLossOrNotAtAll)
         { std::nan(""), none, none, none }, { UINT64_MAX, none, none, UINT64_MAX },
         { 9223372036854774784.0, none, 9223372036854774784, 9223372036854774784U },
         { 9223372036854775808.0, none, none, 9223372036854775808U }, { 18446744073709551616.0, none, none, none } };
-    const auto converted = [](const Value& value, auto expected) {
+    const auto expect = [](const Value& value, auto expected) {
         using Target = typename decltype(expected)::value_type;
-        decltype(expected) result;
-        const auto error = messageOf<fn::RangeException>([&] { result = value.to<Target>(); });
-        EXPECT_EQ(result, expected) << value.toString();
-        EXPECT_TRUE(result || error == "Value can not be converted to requested type without loss") << error;
+        if (expected)
+            EXPECT_EQ(value.to<Target>(), *expected) << value.toString();
+        else
+            EXPECT_THROW(value.to<Target>(), fn::RangeException) << value.toString();
     };
     for (const auto& row : rows) {
-        converted(row.value, row.small);
-        converted(row.value, row.large);
-        converted(row.value, row.natural);
+        expect(row.value, row.small);
+        expect(row.value, row.large);
+        expect(row.value, row.natural);
     }
-    const auto notIntegral = "Value can not be implicitly converted to integral type";
     for (const Value& value : { Value("1"), Value(fn::ByteArray()), Value(Value::MAP), Value(Temperature { 1 }) }) {
-        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.to<int>(); }), notIntegral);
-        EXPECT_EQ(messageOf<fn::RangeException>([&] { value.toDouble(); }), notIntegral);
+        EXPECT_THROW(value.to<int>(), fn::RangeException);
+        EXPECT_THROW(value.toDouble(), fn::RangeException);
     }
-    EXPECT_EQ(messageOf<fn::RangeException>([&] { Value(Value::ARRAY).toBool(); }), notIntegral);
+    EXPECT_THROW(Value(Value::ARRAY).toBool(), fn::RangeException);
     EXPECT_TRUE(Value("on").toBool());
     EXPECT_FALSE(Value(0.0).toBool());
     EXPECT_EQ(Value().asString(), "");
@@ -168,14 +153,10 @@ TEST(Value, ConvertsWithoutLossOrNotAtAll)
 TEST(Value, RefusesWhatItDoesNotHold)
 {
     Value map = Value::map({ { "k", 1 } }), text = "x";
-    const std::pair<std::function<void()>, const char*> rows[] = {
-        { [] { Value(Temperature { 1 }).boxed<fn::Timestamp>(); }, "Invalid boxed type" },
-        { [&] { map.byteArray(); }, "Invalid boxed type" },
-        { [&] { map.string(); }, "Invalid boxed type" },
-        { [&] { map.object<Thing>(); }, "Value can not be converted to object" },
-        { [&] { map.at(5); }, "Missing key: integer 5" },
-    };
-    for (const auto& [call, message] : rows) EXPECT_EQ(messageOf<fn::RangeException>(call), message);
+    EXPECT_THROW(Value(Temperature { 1 }).boxed<fn::Timestamp>(), fn::RangeException);
+    EXPECT_THROW(map.byteArray(), fn::RangeException);
+    EXPECT_THROW(map.object<Thing>(), fn::RangeException);
+    EXPECT_THROW(map.at(5), fn::RangeException);
     EXPECT_THROW(Value::array({ 1 })[1], fn::RangeException);
     EXPECT_THROW(text.elements(), fn::RangeException);
     EXPECT_THROW(text.set(1, 2), fn::RangeException);
@@ -216,15 +197,13 @@ TEST(Value, TextForPeopleIsBoundedAndQuotedInsideContainers)
 
 void expectSame(const ValueMap& map, const std::map<int, int>& expected)
 {
-    std::map<int, int> found;
-    auto next = expected.begin();
-    for (const auto& [key, value] : map) {
-        ASSERT_EQ(key, Value((next++)->first)) << "order";
-        ASSERT_EQ(map.find(key), &value);
-        found[key.to<int>()] = value.to<int>();
-    }
-    ASSERT_EQ(found, expected);
     ASSERT_EQ(map.size(), expected.size());
+    auto next = expected.begin();
+    for (const auto& entry : map) {
+        ASSERT_EQ(entry.key, Value(next->first)) << "order";
+        ASSERT_EQ(entry.value, Value((next++)->second));
+        ASSERT_EQ(map.find(entry.key), &entry.value);
+    }
 }
 
 TEST(ValueMap, HoldsWhatWasSetInEveryHistory)
@@ -276,11 +255,9 @@ TEST(ValuePath, LeadsThroughMapsAndMakesThoseThatAreMissing)
     root.mapForPath("..").set("x", 4); // Three empty keys.
     root.mapForPath("").set("top", 5);
     EXPECT_EQ(before, Value::map({ { "a", Value::map({ { "kept", 1 } }) }, { "nil", Value() } }));
-    EXPECT_EQ(*root.valueForPathIfExists("a.kept"), Value(1));
-    EXPECT_EQ(*root.valueForPathIfExists("a.b.c.x"), Value(2));
-    EXPECT_EQ(*root.valueForPathIfExists("nil.x"), Value(3));
-    EXPECT_EQ(*root.valueForPathIfExists("...x"), Value(4));
-    EXPECT_EQ(root.at("top"), Value(5));
+    for (const auto& [path, value] :
+        { std::pair("a.kept", 1), { "a.b.c.x", 2 }, { "nil.x", 3 }, { "...x", 4 }, { "top", 5 } })
+        EXPECT_EQ(*root.valueForPathIfExists(path), Value(value)) << path;
     for (const auto* missing : { "b", "a.b.d", "a.kept.x", ".x", "a..b", "a." })
         EXPECT_EQ(root.valueForPathIfExists(missing), nullptr) << missing;
 
