@@ -92,24 +92,18 @@ TEST(Image, FormatsKeepTheirStoredNumbersAndLayouts)
 
 TEST(Image, ADisplaySizeStretchesOneDirectionAndNeverDividesByZero)
 {
-    struct Row {
-        Fraction ratio;
-        std::uint32_t width, height;
-    };
-    const Row rows[] = { { { 4, 3 }, 960, 480 }, { { 3, 4 }, 720, 640 }, { { 1, 1 }, 720, 480 },
+    const std::tuple<Fraction, std::uint32_t, std::uint32_t> rows[] = { { { 4, 3 }, 960, 480 }, { { 3, 4 }, 720, 640 },
         { { 10, 7 }, 1028, 480 }, { { 0, 3 }, 720, 480 }, { { -4, 3 }, 720, 480 }, { { 4, -3 }, 720, 480 },
         { { 0x7fffffff, 2 }, (720u * 0x7fffffffu) / 2, 480 } };
     const auto image = patterned(Format::PACKED_8, 720, 480);
     for (const auto& [ratio, width, height] : rows) {
         const auto viewer = image->overridePixelAspectRatio(ratio);
-        EXPECT_EQ(viewer->displayWidth(), width) << ratio.toString();
-        EXPECT_EQ(viewer->displayHeight(), height) << ratio.toString();
+        EXPECT_EQ(std::pair(viewer->displayWidth(), viewer->displayHeight()), std::pair(width, height));
     }
     for (const Fraction ratio : { Fraction(1, 0), Fraction() }) {
         EXPECT_EQ(image->overridePixelAspectRatio(ratio), image);
-        const auto undefined = fn::makeAuto<BufferImage>(Format::PACKED_8, 9, 9, 0, fn::ByteArray(), ratio);
-        EXPECT_EQ(undefined->displayWidth(), 9u);
-        EXPECT_EQ(undefined->displayHeight(), 9u);
+        const auto undefined = fn::makeAuto<BufferImage>(Format::PACKED_8, 9, 8, 0, fn::ByteArray(), ratio);
+        EXPECT_EQ(std::pair(undefined->displayWidth(), undefined->displayHeight()), std::pair(9u, 8u));
     }
 }
 
@@ -143,11 +137,9 @@ TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)
     EXPECT_THROW(tooFew->clone({}, 0), fn::RangeException);
     EXPECT_NO_THROW(tooFew->subImage(0, 0, 8, 6)->clone({}, 0));
     EXPECT_THROW(tooFew->subImage(0, 1000, 8, 6)->clone({}, 0), fn::RangeException); // Not inside, as it ought to be.
-    const auto image = patterned(Format::YUV_420, 4, 4);
-    EXPECT_EQ(image->clone({}, 0)->height(), 4u);
     for (const Margins margins : { Margins { 0xffff'fffd, 0, 0, 0 }, Margins { 0, 0, 0, 0xffff'ffff },
              Margins { 0x8000'0000, 0, 0x8000'0000, 0 }, Margins { 0xffff, 0xffff, 0xffff, 0xffff } })
-        EXPECT_THROW(image->clone(margins, 0), fn::RangeException);
+        EXPECT_THROW(patterned(Format::YUV_420, 4, 4)->clone(margins, 0), fn::RangeException);
 }
 
 TEST(Clone, EachByteIsAPixelOfTheSourceOrTheFillInAnyFormatAndSize)
@@ -162,6 +154,7 @@ TEST(Clone, EachByteIsAPixelOfTheSourceOrTheFillInAnyFormatAndSize)
                 ASSERT_NO_FATAL_FAILURE(expectClone(*part, margins)) << "format " << format << ", size " << size;
         }
         ASSERT_NO_FATAL_FAILURE(expectClone(*image, {}));
+        EXPECT_EQ(image->clone({}, 0)->height(), 11u) << "no margin unless it is asked for";
         ASSERT_NO_FATAL_FAILURE(expectClone(*image->subImage(0, 0, 24, 11), { 0, 2, 0, 2 }));
         ASSERT_NO_FATAL_FAILURE(expectClone(*view, { 3, 3, 3, 3 }));
     }
@@ -177,9 +170,7 @@ TEST(Clone, AJpegStreamIsCopiedAsItIs)
     const auto stream = fn::makeAuto<BufferImage>(640, 480, std::vector<std::uint8_t> { 0xff, 0xd8, 1, 2, 3 }, square);
     for (const ConstImagePtr& copy : { ConstImagePtr(viewer->clone({ 9, 9, 9, 9 }, 7)),
              ConstImagePtr(fn::makeAuto<BufferImage>(*viewer)), ConstImagePtr(stream->clone({}, 0)) }) {
-        EXPECT_EQ(copy->format(), Format::JPEG);
-        EXPECT_EQ(copy->width(), 640u);
-        EXPECT_EQ(copy->height(), 480u);
+        EXPECT_EQ(std::tuple(copy->format(), copy->width(), copy->height()), std::tuple(Format::JPEG, 640u, 480u));
         EXPECT_THAT(bytesOf(*copy), ElementsAre(0xff, 0xd8, 1, 2, 3));
     }
     EXPECT_EQ(viewer->clone({}, 0)->pixelAspectRatio(), Fraction(2, 1));
@@ -201,8 +192,8 @@ TEST(DeepCopy, HoldsAllBytesThatThereAreAndSharesNone)
             std::fill_n(written, copy->size(p), 0);
             EXPECT_EQ(bytesOf(*again, p), expected) << format;
             EXPECT_EQ(again->stride(p), image->stride(p));
-            EXPECT_EQ(again->pixelAspectRatio(), Fraction(4, 3));
         }
+        EXPECT_EQ(copy->pixelAspectRatio(), Fraction(4, 3));
     }
 }
 
