@@ -108,8 +108,7 @@ TEST_F(FormattedSink, WrapsWhereATextMayBreakAndBetweenCharactersWhateverTheirBy
 TEST_F(FormattedSink, AnnouncesEachLocalDayOnce)
 {
     const std::pair<std::int64_t, const char*> rows[] = { { 1'709'243'999, "2024-02-29" }, // Before the local midnight.
-        { 1'709'243'000, "" }, { 1'709'244'000, "2024-03-01" }, { 1'709'250'000, "" },
-        { 1'709'250'000 + 366 * 86'400, "2025-03-02" }, { -7'201, "1969-12-31" }, { -7'200, "1970-01-01" } };
+        { 1'709'243'000, "" }, { 1'709'244'000, "2024-03-01" }, { -7'201, "1969-12-31" }, { -7'200, "1970-01-01" } };
     for (const auto& [seconds, day] : rows) {
         auto message = messageOf("t");
         message.time = Duration::seconds(seconds);
