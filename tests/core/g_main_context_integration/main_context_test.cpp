@@ -12,6 +12,7 @@
 #include <glib-unix.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <thread>
 
 namespace {
 
@@ -86,8 +87,6 @@ protected:
     std::optional<fn::uv::Loop> loop { std::in_place };
 };
 
-// --- Sources
-
 TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
 {
     constexpr int rounds = 1000;
@@ -108,11 +107,10 @@ TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
         }
         if (++ended == 2) loop->stop();
     };
-    std::thread first(attachAndAwait);
-    std::thread second(attachAndAwait);
-    EXPECT_TRUE(runUntilStopped());
-    first.join();
-    second.join();
+    {
+        const std::jthread first(attachAndAwait), second(attachAndAwait);
+        EXPECT_TRUE(runUntilStopped());
+    }
     EXPECT_EQ(heard, 2 * rounds);
 }
 
@@ -171,22 +169,21 @@ TEST_F(MainContext, SleepsWhileNothingHappensAlsoWhereSomebodyElseHasTheContext)
 
     std::promise<void> isOver;
     std::promise<void> isTaken;
-    std::thread other([&] {
-        while (!g_main_context_acquire(nullptr)) g_main_context_wakeup(nullptr);
-        isTaken.set_value();
-        isOver.get_future().wait();
-        g_main_context_release(nullptr);
-    });
-    isTaken.get_future().wait();
-    turns = 0;
-    runUntilStopped(fn::Duration::milliseconds(300));
-    EXPECT_LE(turns, 60);
-    isOver.set_value();
-    other.join();
+    {
+        const std::jthread other([&] {
+            while (!g_main_context_acquire(nullptr)) g_main_context_wakeup(nullptr);
+            isTaken.set_value();
+            isOver.get_future().wait();
+            g_main_context_release(nullptr);
+        });
+        isTaken.get_future().wait();
+        turns = 0;
+        runUntilStopped(fn::Duration::milliseconds(300));
+        EXPECT_LE(turns, 60);
+        isOver.set_value();
+    }
     EXPECT_TRUE(hearsASource());
 }
-
-// --- Beginning and end
 
 TEST_F(MainContext, LivesFromTheFirstInitToTheLastQuit)
 {

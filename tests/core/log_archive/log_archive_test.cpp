@@ -37,9 +37,8 @@ std::string unpacked(const fn::String& archive, const std::string& name) { retur
 
 std::string randomBytes(std::size_t size)
 {
-    std::mt19937 generator(1);
     std::string result(size, '\0');
-    for (auto& byte : result) byte = static_cast<char>(generator());
+    std::ranges::generate(result, std::mt19937(1));
     return result;
 }
 

@@ -61,8 +61,6 @@ TEST(SleepPreventer, SetsTheStateThatIsKnownFirstAndRestoresItLast)
     }
 }
 
-// --- The login manager
-
 struct SystemSleep : testing::Test {
     std::optional<test::SystemBus> bus { std::in_place };
     std::optional<test::LoginManager> manager { std::in_place };
