@@ -23,30 +23,22 @@ protected:
     }
 };
 
-/// Lets this process have no more than `files` open, for a scope.
-class OpenFilesLimit {
+/// Lets this process open no more than so many files more, for a scope.
+class FewFiles {
 public:
-    explicit OpenFilesLimit(std::uint64_t files)
+    explicit FewFiles(std::uint64_t more)
     {
         ::getrlimit(RLIMIT_NOFILE, &_before);
-        const rlimit limit { files, _before.rlim_max };
+        const auto [most, left] = ipc::openFiles();
+        const rlimit limit { most - left + more, _before.rlim_max };
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
-    OpenFilesLimit(const OpenFilesLimit&) = delete;
-    OpenFilesLimit& operator=(const OpenFilesLimit&) = delete;
-    ~OpenFilesLimit() { ::setrlimit(RLIMIT_NOFILE, &_before); }
+    FewFiles(const FewFiles&) = delete;
+    ~FewFiles() { ::setrlimit(RLIMIT_NOFILE, &_before); }
 
 private:
     rlimit _before = {};
 };
-
-std::uint64_t usedFiles()
-{
-    const auto [limit, left] = ipc::openFiles();
-    return limit - left;
-}
-
-bool isWarning(const std::string& line) { return line.find("Raise the limit") != std::string::npos; }
 
 } // namespace
 
@@ -79,20 +71,6 @@ TEST_F(HubPeersTest, PingsEveryThirdOfTheTimeoutAndReportsSilenceOncePerPing)
     EXPECT_TRUE(gone.empty()) << "the hub itself disconnects nobody for silence";
 }
 
-TEST_F(HubPeersTest, AStarvedHubReadsBeforeItAccuses)
-{
-    const auto peer = join();
-    pass(fn::Duration::seconds(10));
-    ASSERT_EQ(peer->count(type::PING), 1u);
-    // The answer lies in the socket when the deadline is there: timers come before I/O.
-    loop.post([&] {
-        peer->send(Value::map({ { field::TYPE, type::PONG } }));
-        clock.advance(timeout);
-    });
-    settle();
-    EXPECT_TRUE(silent.empty());
-}
-
 TEST_F(HubPeersTest, ClosesWhoSaysNoHello)
 {
     const auto mute = stranger();
@@ -118,13 +96,7 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
         message.remove(key);
         return frame(message);
     };
-    const auto listing = [&](const Value& key) {
-        auto objects = Value::map({ { id, "fine" } });
-        objects.set(key, "bad");
-        return with(field::OBJECTS, objects);
-    };
     const std::pair<const char*, std::string> rows[] {
-        { "length 0", std::string(4, '\0') },
         { "length above the bound", "\xff\xff\xff\xff" },
         { "no MessagePack", std::string("\x01\0\0\0\xc1", 5) },
         { "a type that is text", with(field::TYPE, "MESSAGE") },
@@ -133,8 +105,8 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
         { "a negative target", with(field::TARGET_WORKER_ID, -1) },
         { "no objects", without(field::OBJECTS, good) },
         { "objects that are no map", with(field::OBJECTS, "all") },
-        { "an object key that is text", listing("x") },
-        { "an object key that is negative", listing(-5) },
+        { "an object key that is text", with(field::OBJECTS, Value::map({ { id, "fine" }, { "x", "bad" } })) },
+        { "an object key that is negative", with(field::OBJECTS, Value::map({ { id, "fine" }, { -5, "bad" } })) },
         { "a HELLO without a name", with(field::TYPE, type::HELLO) },
         { "a release without a count", without(field::USAGE_COUNT, release(id, 1)) },
         { "a release of nothing named", without(field::OBJECT_ID, release(id, 1)) },
@@ -149,6 +121,7 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
     }
     // Ignored or told, without closing anybody.
     const auto odd = join();
+    odd->hello("again");
     odd->send("no map");
     odd->send(Value(Value::MAP));
     for (const int unexpected : { type::PING, type::INSTANCE_RELEASE, type::WORKER_DEAD, type::QUIT, 99, -3 }) {
@@ -157,8 +130,8 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
     odd->send(good);
     settle();
     EXPECT_EQ(witness->count(type::MESSAGE), 1u);
-    EXPECT_FALSE(odd->isEnded());
-    EXPECT_FALSE(witness->isEnded());
+    EXPECT_FALSE(odd->isEnded() || witness->isEnded());
+    EXPECT_TRUE(odd->messages().empty());
 }
 
 TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
@@ -166,25 +139,20 @@ TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
     const auto owner = join();
     const auto other = join();
     const auto x = objectOf(owner->id(), 1);
-    const std::string site = "libs/core/ipc/dispatcher:";
-    const auto unknown = site + "229 onReferenceRelease ref != _referenceUsageCount.end()";
-    const auto notHeld = site + "235 onReferenceRelease count != ref->second.end()";
-    const auto tooMany = site + "236 onReferenceRelease count->second >= usageCount";
     struct Row {
         const char* what;
         bool isHolder;
         ObjectId id;
         std::int64_t count;
-        std::string report;
-        bool isClosed;
+        bool isReported, isClosed;
     };
     const Row rows[] {
-        { "an object of somebody who has gone", true, objectOf(999, 1), 1, "", false },
-        { "an object that nobody has", true, objectOf(owner->id(), 99), 1, unknown, false },
-        { "an object of others", false, x, 1, notHeld, false },
-        { "one use too many", true, x, 3, tooMany, true },
-        { "fewer than none", true, x, -1, tooMany, true },
-        { "the fewest", true, x, INT32_MIN, tooMany, true },
+        { "an object of somebody who has gone", true, objectOf(999, 1), 1, false, false },
+        { "an object that nobody has", true, objectOf(owner->id(), 99), 1, true, false },
+        { "an object of others", false, x, 1, true, false },
+        { "one use too many", true, x, 3, true, true },
+        { "fewer than none", true, x, -1, true, true },
+        { "the fewest", true, x, INT32_MIN, true, true },
     };
     for (const auto& row : rows) {
         const auto holder = join();
@@ -194,9 +162,7 @@ TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
         const ExpectAssertions expected;
         (row.isHolder ? holder : other)->send(release(row.id, row.count));
         settle();
-        EXPECT_EQ(expected.reports(),
-            row.report.empty() ? std::vector<std::string>() : std::vector<std::string> { row.report })
-            << row.what;
+        EXPECT_EQ(expected.reports().size(), row.isReported ? 1u : 0u) << row.what;
         EXPECT_EQ(holder->isEnded(), row.isClosed) << row.what;
         if (!row.isClosed) holder->close();
         settle();
@@ -247,23 +213,19 @@ TEST_F(HubPeersTest, AFloodIsHeldBackUntilASlowReceiverHasTakenHalf)
         const auto sender = join();
         const auto slow = join();
         slow->stream()->readStop();
-        auto message = objectMessage(objectOf(sender->id(), 1), slow->id(), Value(large));
-        if (listsObjects) message.set(field::OBJECTS, Value::map({ { objectOf(sender->id(), 1), "X" } }));
+        const auto x = objectOf(sender->id(), 1);
+        auto message = objectMessage(x, slow->id(), Value(large));
+        if (listsObjects) message.set(field::OBJECTS, Value::map({ { x, "X" } }));
         for (std::size_t i = 0; i < messages; ++i) sender->send(message);
         settle();
         const auto heldBack = sender->stream()->queuedBytes();
         EXPECT_LT(heldBack, 4096 * kibibyte) << "the hub reads too little";
         EXPECT_GT(heldBack, 2048 * kibibyte) << "the hub reads on without bound";
-        const bool answers = !listsObjects;
-        if (answers) sender->send(Value::map({ { field::TYPE, type::PONG } }));
         pass(fn::Duration::seconds(20));
-        EXPECT_EQ(std::ranges::count(silent, sender->id()), 0) << "who is not read cannot be accused of silence";
         slow->stream()->readResume();
         settle();
         EXPECT_EQ(slow->count(type::MESSAGE), messages);
-        EXPECT_FALSE(slow->isEnded() || sender->isEnded());
-        pass(timeout);
-        EXPECT_EQ(std::ranges::count(silent, sender->id()), answers ? 0 : 1) << "it is read again";
+        EXPECT_EQ(std::ranges::count(silent, sender->id()), 0) << "who is not read cannot be accused of silence";
     }
 }
 
@@ -275,23 +237,14 @@ TEST_F(HubPeersTest, SaysThatFilesRunOutRefusesWhoComesWithoutAndGoesOn)
     const LogCapture log(2);
     const auto sender = join();
     const auto witness = join();
-    std::vector<std::unique_ptr<Peer>> peers;
-    for (const bool isLater : { false, true }) {
-        EXPECT_EQ(std::ranges::count_if(log.lines(), isWarning), isLater);
-        if (isLater) pass(fn::Duration::seconds(60));
-        peers.clear();
-        settle();
-        // Each has a socket of its own, and little is left to the hub.
-        const OpenFilesLimit few(usedFiles() + 10);
-        for (int i = 0; i < 8; ++i) {
-            peers.push_back(std::make_unique<Peer>(loop, dispatcher->pipePath()));
-            peers.back()->hello();
-        }
-        ASSERT_TRUE(runUntil(
-            loop, [&] { return std::ranges::any_of(peers, [](const auto& peer) { return peer->isEnded(); }); }));
+    {
+        const FewFiles few(10); // Each peer has a socket of its own, and little is left to the hub.
+        std::vector<std::unique_ptr<Peer>> peers;
+        for (int i = 0; i < 8; ++i) peers.push_back(std::make_unique<Peer>(loop, dispatcher->pipePath()));
+        ASSERT_TRUE(runUntil(loop, [&] { return std::ranges::any_of(peers, &Peer::isEnded); }));
         sender->send(objectMessage(sender->id(), witness->id(), "goes on"));
-        EXPECT_TRUE(runUntil(loop, [&] { return witness->count(type::MESSAGE) == isLater + 1u; }));
+        EXPECT_TRUE(runUntil(loop, [&] { return witness->count(type::MESSAGE) == 1; }));
     }
-    EXPECT_EQ(std::ranges::count_if(log.lines(), isWarning), 2);
+    EXPECT_EQ(std::ranges::count_if(log.lines(), [](const auto& line) { return line.contains("Raise the limit"); }), 1);
     EXPECT_NE(join()->id(), ipc::NO_WORKER_ID);
 }

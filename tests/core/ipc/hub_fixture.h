@@ -29,9 +29,6 @@ protected:
         : dispatcher(std::make_unique<ipc::Dispatcher>(loop, timeout, limits))
     {
         core::AppInfo::initialize(core::AppInfo::App::Skyfold);
-        dispatcher->onWorkerConnected()
-            .connect([this](const auto& info) { connected.push_back(info.toString()); })
-            .detach();
         dispatcher->onWorkerNotResponding()
             .connect([this](const auto& info) { silent.push_back(info.workerId); })
             .detach();
@@ -107,7 +104,6 @@ protected:
     std::unique_ptr<fn::uv::Loop> ownedLoop = std::make_unique<fn::uv::Loop>(clock);
     fn::uv::Loop& loop = *ownedLoop;
     std::unique_ptr<ipc::Dispatcher> dispatcher;
-    std::vector<fn::String> connected;
     std::vector<WorkerId> silent;
     std::vector<WorkerId> gone;
 };

@@ -3,11 +3,9 @@
 // worker or its loop.
 #include "core/fraction.h"
 #include "core/ipc/limits.h"
-#include "core/typed_byte_array.h"
 #include "foundation/exceptions.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
-#include <optional>
 
 namespace {
 
@@ -35,25 +33,17 @@ public:
     explicit Talker(ipc::Worker& worker, bool fails) : Service(worker)
     {
         broadcastEvent("born", 1);
-        broadcastEvent("born", 2);
         if (fails) throw std::runtime_error("no");
     }
 };
 
 } // namespace
 
-TEST_F(ObjectTest, CallsTravelWithEveryKindOfValue)
+TEST_F(ObjectTest, ValuesAndErrorsArriveAsWhatTheyWereWithAllDetails)
 {
     const auto argument = Value::map({ { "nil", {} }, { "bytes", fn::ByteArray(std::string(100'000, 'b')) },
-        { "fraction", core::Fraction(16, 9) }, { "labelled", core::TypedByteArray(fn::ByteArray("x"), "image/png") },
-        { "list", Value::array({ 1, -2.5, true, "\xc3\xa4" }) } });
+        { "fraction", core::Fraction(16, 9) }, { "list", Value::array({ 1, -2.5, true, "\xc3\xa4" }) } });
     for (const auto& target : { reference, local }) EXPECT_EQ(call(target, "echo", argument).value(), argument);
-    EXPECT_EQ(service->calls[0].context, (Service::CallContext { user->worker->workerId(), 1 }));
-    EXPECT_TRUE(reference->toString().startsWith("ObjectReference (test::ServiceReference, "));
-}
-
-TEST_F(ObjectTest, ErrorsArriveAsTheClassTheyWereWithAllDetails)
-{
     service->answer = [this](const Service::Call& made) {
         service->sendError(made.context,
             fn::with(fn::RangeException("out of it"), fn::PathInfo { "/some/path" }, fn::WinErrorInfo { 0xdeadbeef },
@@ -92,22 +82,16 @@ TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
         // An empty error: a result.
         { "", [&](const Context& to) { s->sendResult(to); } },
         { "DataFormatException: Value is nested too deeply", [&](const Context& to) { s->sendResult(to, deep); } },
-        { "DataFormatException: Value is nested too deeply", [&](const Context& to) { s->sendError(to, deep); } },
         { "DataFormatException: Unsupported value type",
             [&](const Context& to) { s->sendResult(to, fn::makeAuto<Unshared>()); } },
         { "RuntimeException: An object of worker 2 (User) can not be sent by worker 1 (Owner)",
             [&](const Context& to) { s->sendResult(to, Value::array({ foreign })); } },
         { "RuntimeException: m", [&](const Context& to) { s->sendError(to, record); } },
         { "RuntimeException: {\"code\": 7}", [&](const Context& to) { s->sendError(to, code); } },
-        { "RuntimeException: nil", [&](const Context& to) { s->sendError(to, {}); } },
-        { "RuntimeException: nil", [&](const Context& to) { s->sendError(to, nullptr); } },
         { "RuntimeException: nil", [&](const Context& to) { s->sendError(to); } },
-        { "RuntimeException: text", [&](const Context& to) { s->sendError(to, "text"); } },
         { "RuntimeException: other", [&](const Context& to) { s->sendError(to, std::runtime_error("other")); } },
         { "RangeException: caught", [&](const Context& to) { s->sendError(to, plain); } },
         { "RuntimeException: Unknown Exception", [&](const Context& to) { s->sendError(to, std::exception_ptr()); } },
-        { "RuntimeException: Unknown Exception",
-            [&](const Context& to) { s->sendError(to, std::make_exception_ptr(5)); } },
         { "RangeException: thrown", [](const Context&) { throw fn::RangeException("thrown"); } },
         { "RuntimeException: test::Service has no method answer",
             [&](const Context& to) { s->sendUnknownMethod(to, "answer"); } },
@@ -130,16 +114,6 @@ TEST_F(ObjectTest, EachWayToAnswerEndsTheCallInAnotherWorkerAndInTheOwn)
     loop.post([&] { local->sendMessage(Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "answer" } })); });
     settle();
     EXPECT_EQ(expected.messages().size(), 2u);
-    std::optional<Service::CallContext> outer; // Answered by a call that comes while it runs the loop.
-    service->answer = [&](const Service::Call& made) {
-        if (outer) return service->sendResult(*std::exchange(outer, {}));
-        outer = made.context;
-        local->callMethod("within");
-        runUntil(loop, [&] { return !outer; });
-        throw fn::RangeException("late");
-    };
-    EXPECT_TRUE(call(reference, "answer").isFulfilled());
-    EXPECT_EQ(expected.messages().size(), 3u);
 }
 
 TEST_F(ObjectTest, ACallersReactionToOneAnswerOrDeathMayEndOtherCalls)
@@ -173,37 +147,30 @@ TEST_F(ObjectTest, ACallersReactionToOneAnswerOrDeathMayEndOtherCalls)
     EXPECT_FALSE(weak.lock());
 }
 
-TEST_F(ObjectTest, ALocalReferenceIsWhatOthersHaveAndNeverActsInsideItsCaller)
+TEST_F(ObjectTest, ALocalReferenceNeverActsInsideItsCaller)
 {
-    EXPECT_TRUE(local->local() && !reference->local());
     EXPECT_EQ(service->localReference().get(), local.get()) << "the same one while it is held";
     loop.post([&] {
         local->callMethod("wait", service);
         service->broadcastEvent("tick", 1);
-        service->postEvent(user->worker->workerId(), "only", 2);
         EXPECT_TRUE(service->calls.empty() && local->events.empty());
     });
     settle();
     EXPECT_EQ(service->calls[0].argument.object<ipc::ObjectReference>().get(), local.get());
-    using Events = decltype(local->events);
-    EXPECT_EQ(local->events, (Events { { "tick", 1 } }));
-    EXPECT_EQ(reference->events, (Events { { "tick", 1 }, { "only", 2 } }));
+    EXPECT_EQ(local->events, (decltype(local->events) { { "tick", 1 } }));
 }
 
 TEST_F(ObjectTest, ADeathIsTrueForAllObjectsBeforeAnybodyHearsOfIt)
 {
-    const auto second = fn::makeAuto<Service>(*owner->worker);
-    service->answer = [&](const Service::Call& made) { service->sendResult(made.context, second); };
-    const auto other = call(reference, "give").value().object<ServiceReference>();
+    const auto second = offer(*owner, 1);
+    const auto other = findInstance<ServiceReference>(loop, *user->worker);
     int told = 0;
-    for (const auto& each : { reference, other }) {
-        const auto hear = [&] { told += reference->dead() && other->dead(); };
-        each->objectDeadSignal().connect(hear).detach();
-    }
+    const auto hear = [&] { told += reference->dead() && other->dead(); };
+    for (const auto& each : { reference, other }) each->objectDeadSignal().connect(hear).detach();
     owner->worker->stop();
     settle();
     EXPECT_EQ(told, 2);
-    EXPECT_FALSE(reference->objectDeadSignal().connect([&] { ++told; }));
+    reference->objectDeadSignal().connect(hear).detach();
     EXPECT_EQ(told, 3) << "at once";
 }
 
@@ -212,29 +179,21 @@ TEST_F(ObjectTest, ConstructionIsFinishedBeforeAnythingLeaves)
     const auto talker = fn::makeAuto<Talker>(*owner->worker, false);
     const auto heard = fn::dynamicCast<ServiceReference>(talker->localReference());
     EXPECT_THROW(Talker(*owner->worker, true), std::runtime_error);
-    fn::makeAuto<Service>(*owner->worker); // Nobody keeps it.
-    EXPECT_EQ(Service::alive, 3) << "not before the loop's next turn";
     settle();
-    EXPECT_EQ(Service::alive, 2);
-    EXPECT_EQ(heard->events, (decltype(heard->events) { { "born", 1 }, { "born", 2 } }));
+    EXPECT_EQ(heard->events, (decltype(heard->events) { { "born", 1 } }));
 }
 
 TEST_F(ObjectTest, NobodyAnswersACallerWithoutAnIdToEverybody)
 {
     // Before HELLO there is no id that an answer could be sent to, and somebody waits for a call of the same number.
     const auto waiter = client("Waiter");
-    const auto waiting = outcome([&] {
-        return waiter->worker->registry()->callMethod(
-            "getInstance", Value::map({ { "className", "Nobody" }, { "timeout", 20'000 } }));
-    });
+    const auto waiting = outcome([&] { return waiter->worker->registry()->callMethod("never answered"); });
     const auto nameless = stranger();
     nameless->send(objectMessage(ipc::REGISTRY_OBJECT_ID, 0,
         Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "setInstancesHidden" }, { "ARGUMENT", false },
             { "REQUEST_ID", 1 } })));
     settle();
     EXPECT_FALSE(waiting.isOver());
-    pass(fn::Duration::seconds(20));
-    EXPECT_TRUE(waiting.error().starts_with("OperationTimedOutException"));
 }
 
 TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)

@@ -1,8 +1,7 @@
-// The registry and the bus through a real hub. What can break here: the wrong one of several registrations, a waiter answered
-// twice or never, an instance that cannot be hidden or shown again, sticky bodies lost, kept twice or without bound.
+// The registry and the bus through a real hub. What can break here: arguments that harm others, an object of another class than was
+// asked for, sticky bodies that are lost or kept without bound.
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
-#include "core/ipc/registry_impl.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
@@ -18,13 +17,7 @@ protected:
         return outcome([&] { return user->worker->registry()->getInstance<ServiceReference>(bound); });
     }
 
-    /// 0: it still waits.
-    static ObjectId found(Outcome outcome)
-    {
-        return outcome.isFulfilled() ? outcome.value().object<ipc::ObjectReference>()->objectId() : 0;
-    }
-
-    std::unique_ptr<Client> a = client("A"), b = client("B"), user = client("User");
+    std::unique_ptr<Client> provider = client("Provider"), user = client("User");
 };
 
 /// An object whose reference says that it is of another class.
@@ -47,51 +40,20 @@ class BusTest : EarlyPost, public HubTest { };
 
 } // namespace
 
-TEST_F(RegistryTest, WaitersAreAnsweredOnceByWhoComesFirst)
+TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrSaysWhyNot)
 {
-    Outcome waiting[3] { look(), look(), look(fn::Duration::seconds(1)) };
-    for (auto& outcome : waiting) EXPECT_FALSE(outcome.isOver());
-    outcome([&] { return b->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)); });
-    b->worker->stop();
-    settle();
-    EXPECT_EQ(dispatcher->registryImpl()->waiterCount(), 3u) << "the dead wait no longer";
-    pass(fn::Duration::seconds(1));
-    EXPECT_EQ(waiting[2].error(),
+    const auto waiting = look();
+    pass(fn::Duration::seconds(20));
+    EXPECT_EQ(waiting.error(),
         "OperationTimedOutException: Object of class test::ServiceReference is not available. Try restarting Skyfold");
-    const auto service = offer(*a, -3);
-    for (const int i : { 0, 1 }) EXPECT_EQ(found(waiting[i]), service->objectId());
-    EXPECT_EQ(dispatcher->registryImpl()->waiterCount(), 0u);
-    pass(fn::Duration::seconds(60)); // Nobody's time-out is left to fire.
-    EXPECT_TRUE(look(fn::Duration::seconds(-5)).isFulfilled()) << "what is there is found without waiting";
-}
-
-TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrFails)
-{
-    // Nobody has registered the class in the hub when the object is, so that the registry's own reference is a plain one.
-    const auto service = offer(*a, 0);
-    for (auto* worker : { user->worker.get(), &dispatcher->worker() }) {
-        const auto first = findInstance<ServiceReference>(loop, *worker);
-        ASSERT_TRUE(first);
-        EXPECT_EQ(first.get(), findInstance<ServiceReference>(loop, *worker).get());
-    }
-    a->worker->stop();
-    settle();
-    EXPECT_EQ(dispatcher->registryImpl()->registrationCount(), 1u)
-        << "the entry goes with its provider, though another reference has taken the place of the registry's";
-
     const auto pretender = fn::makeAuto<Pretender>(*user->worker);
     outcome([&] { return user->worker->registry()->registerObject(pretender, 0); });
     const auto error = look().error();
     EXPECT_TRUE(error.starts_with("RuntimeException: The object found as test::ServiceReference is of class "))
         << error;
-    EXPECT_TRUE(error.find("Pretender::Reference") != std::string::npos) << error;
-
-    auto refused = fn::makeAuto<Service>(*b->worker);
-    const fn::WeakPtr weak(refused);
-    outcome([&] { return user->worker->registry()->registerObject(refused, 0); });
-    refused.reset();
-    settle();
-    EXPECT_FALSE(weak.lock()) << "another worker's object is not kept";
+    EXPECT_TRUE(error.contains("Pretender::Reference")) << error;
+    const auto service = offer(*provider, 1);
+    EXPECT_TRUE(look(fn::Duration::seconds(-5)).isFulfilled()) << "what is there is found without waiting";
 }
 
 TEST_F(RegistryTest, BadArgumentsHarmNobody)
@@ -103,29 +65,24 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
         const char* what;
         const char* method;
         Value argument;
-        std::size_t answers, unhandled;
+        bool isAnswered;
+        std::size_t unhandled;
     };
     const Row rows[] {
-        { "a time-out without end", "getInstance", lookUp("X", INT64_MAX), 0, 0 },
-        { "a missing object is answered, without effect", "registerInstance", Value::map({ { "instance", {} } }), 1,
-            0 },
-        { "an unknown method is not", "unknown", {}, 0, 0 },
-        { "a name that is too long is refused at once", "getInstance",
-            lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), 1, 0 },
-        { "what makes no sense is not answered", "getInstance", lookUp("X", "soon"), 0, 1 },
+        { "a time-out without end", "getInstance", lookUp("X", INT64_MAX), false, 0 },
+        { "a missing object, without effect", "registerInstance", Value::map({ { "instance", {} } }), true, 0 },
+        { "a name that is too long", "getInstance",
+            lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), true, 0 },
+        { "what makes no sense", "getInstance", lookUp("X", "soon"), false, 1 },
     };
-    for (const auto& row : rows) {
-        const auto peer = join();
+    for (const auto& [what, method, argument, isAnswered, unhandled] : rows) {
         const ExpectUnhandled expected;
-        peer->send(objectMessage(0, 0,
-            Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", row.method }, { "ARGUMENT", row.argument },
-                { "REQUEST_ID", 1 } })));
-        settle();
-        EXPECT_EQ(peer->count(type::MESSAGE), row.answers) << row.what;
-        EXPECT_EQ(expected.messages().size(), row.unhandled) << row.what;
+        const auto answer = outcome([&] { return user->worker->registry()->callMethod(method, argument); });
+        EXPECT_EQ(answer.isOver(), isAnswered) << what;
+        EXPECT_EQ(expected.messages().size(), unhandled) << what;
     }
-    const auto service = offer(*a, 0);
-    EXPECT_EQ(found(look()), service->objectId());
+    const auto service = offer(*provider);
+    EXPECT_TRUE(look().isFulfilled());
 }
 
 TEST_F(BusTest, RefusesWhatIsTooMuchToKeepAndNothingElse)

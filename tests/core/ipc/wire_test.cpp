@@ -124,7 +124,6 @@ TEST_F(MessageHelperTest, BadFramesEndTheConversation)
         EXPECT_TRUE(received.empty()) << "good bytes must not heal it";
         ASSERT_EQ(errors.size(), 1u);
         EXPECT_EQ(errors.front().code(), row.code);
-        EXPECT_TRUE(errors.front().what().startsWith("MessageHelper failed to read"));
     }
     EXPECT_THROW(helper->setStream({}), fn::NullPointerException);
     converse();
@@ -133,43 +132,6 @@ TEST_F(MessageHelperTest, BadFramesEndTheConversation)
     connect(1);
     write(test::frame(7));
     EXPECT_EQ(received.size(), 1u) << "as large as it may be";
-}
-
-TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)
-{
-    for (const bool goes : { false, true }) {
-        connect(1024);
-        int heard = 0;
-        const auto end = [&] {
-            ++heard;
-            if (goes)
-                helper.reset();
-            else
-                helper->stream()->close();
-        };
-        helper->onMessage().connect([&](const Value&, unsigned) { end(); }).detach();
-        write(test::frame(1) + test::frame(2));
-        EXPECT_EQ(heard, 1) << (goes ? "gone" : "closed");
-    }
-}
-
-TEST_F(MessageHelperTest, ABodyLastsAsLongAsItIsHandledThoughTheHelperHasGone)
-{
-    connect(4'000'000);
-    ipc::MessageHelper sender(100);
-    sender.setStream(other);
-    std::string small;
-    helper->setFrameHandler([&](const ipc::FrameBody& body) {
-        if (body.bytes.size() > 100) return true;
-        auto& text = small; // What this function has captured goes with the helper.
-        helper.reset();
-        text.assign(body.bytes.begin(), body.bytes.end());
-        return true;
-    });
-    sender.send(Value(std::string(300'000, 'x')));
-    sender.send("small");
-    ASSERT_TRUE(test::runUntil(loop, [&] { return !helper; }));
-    EXPECT_EQ(small, "\xa5small");
 }
 
 TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
@@ -183,15 +145,13 @@ TEST_F(MessageHelperTest, SendsWholeFramesAndRefusesWhatTheReceiverWouldNotTake)
     const auto large =
         Value::map({ { 5, 77 }, { 8, fn::ByteArray(std::string(1'000'000, 'x')) }, { 9, Value(Value::MAP) } });
     const auto largeBytes = static_cast<unsigned>(test::frame(large).size() - 4);
-    std::vector<int> outcomes;
-    sender.send(large, [&](const fn::uv::Status& status) { outcomes.push_back(status.code()); });
-    sender.send(large);
+    int outcome = 1;
+    sender.send(large, [&](const fn::uv::Status& status) { outcome = status.code(); });
     EXPECT_THROW(sender.send(large, {}, 1000), fn::RangeException);
     sender.send(3);
     test::settle(loop);
-    EXPECT_TRUE(received
-        == (std::vector<std::pair<Value, unsigned>> { { large, largeBytes }, { large, largeBytes }, { 3, 1 } }));
-    EXPECT_EQ(outcomes, std::vector { 0 });
+    EXPECT_TRUE(received == (std::vector<std::pair<Value, unsigned>> { { large, largeBytes }, { 3, 1 } }));
+    EXPECT_EQ(outcome, 0);
 }
 
 TEST(ObjectMessage, IsTheSameOnTheWireAsTheGeneralMap)
