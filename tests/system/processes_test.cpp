@@ -1,7 +1,5 @@
-// What only real processes show, beside what chaos says: that none is left behind, how each is started and how it ends.
-#include "foundation/uv/loop.h"
+// What only real processes show, beside what chaos says: how the programs of this library are started, and how they end.
 #include "support/hub.h"
-#include "support/run_until.h"
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -12,45 +10,9 @@ using test::ChildProcess;
 
 const std::string loader = TEST_BINARY_DIR "/skyfold.module_loader";
 
-std::string moduleFile(const char* name) { return TEST_BINARY_DIR "/modules/" + std::string(name) + ".dll"; }
-
-bool ends(pid_t pid)
-{
-    fn::uv::Loop loop;
-    return test::runUntil(loop, [&] { return !test::isRunning(pid); });
-}
-
-/// The process of the main program's module, each time that it connects.
-pid_t nextModule(ChildProcess& program) { return std::stoi(program.readLine().value_or("0")); }
+const std::string busyModule = TEST_BINARY_DIR "/modules/test_busy_module.dll";
 
 } // namespace
-
-TEST(MainProgram, StartsAKilledOrHangingModuleAgainAndTakesItAlongWhenItDies)
-{
-    ChildProcess program { { "test_main_program" } };
-    auto module = nextModule(program);
-    for (const int signal : { SIGKILL, SIGSTOP, SIGTERM }) {
-        SCOPED_TRACE(strsignal(signal));
-        ASSERT_TRUE(module > 0 && test::isRunning(module));
-        kill(module, signal);
-        const auto next = nextModule(program);
-        EXPECT_NE(next, module);
-        EXPECT_TRUE(ends(module));
-        module = next;
-    }
-    program.signal(SIGKILL);
-    EXPECT_TRUE(ends(module));
-}
-
-TEST(MainProgram, StartedWithoutStandardStreamsPassesEmptyOnesOn)
-{
-    const std::string path = TEST_BINARY_DIR "/programs/test_main_program";
-    ChildProcess program { { "/bin/sh", "-c", "exec \"$0\" <&- 2>&-", path } };
-    const auto folder = "/proc/" + std::to_string(nextModule(program)) + "/fd/";
-    for (const char* stream : { "0", "2" }) {
-        EXPECT_EQ(std::filesystem::read_symlink(folder + stream), "/dev/null") << stream;
-    }
-}
 
 TEST(Loader, RefusesAWrongCommandLine)
 {
@@ -61,8 +23,9 @@ TEST(Loader, RefusesAWrongCommandLine)
 
 TEST(Loader, EndsAModuleThatHangsWhenItIsAskedToEnd)
 {
-    ChildProcess module({ loader, moduleFile("test_mute_module"), "pipe", "tag" });
-    ASSERT_EQ(module.readLine(), "mute");
+    const test::Hub hub;
+    ChildProcess module({ loader, busyModule, hub.pipeName, "hang" });
+    ASSERT_EQ(module.readLine(), "busy");
     module.signal(SIGTERM);
     EXPECT_EQ(module.wait(), 1);
 }
@@ -90,8 +53,8 @@ TEST(ModuleEnd, CallsUnderWayEndBeforeTheModuleDoesAndNobodyComplains)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.how);
         const test::Hub hub;
-        ChildProcess module { { "/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1", loader, moduleFile("test_busy_module"),
-            hub.pipeName, row.how } };
+        ChildProcess module { { "/bin/sh", "-c", "exec \"$0\" \"$@\" 2>&1", loader, busyModule, hub.pipeName,
+            row.how } };
         ASSERT_EQ(module.readLine(), "busy");
         if (row.toModule) module.signal(row.toModule);
         if (row.toHub) hub.signal(row.toHub);

@@ -1,16 +1,15 @@
 // A module that ends with calls under way, and prints what becomes of them while it still exists. Launched with the worker tag
-// "terminate" it ends itself.
+// "terminate" it ends itself, with "hang" it never returns to its loop.
 #include "core/ipc/run_module.h"
 #include "support/worker.h"
 #include <cstdio>
+#include <unistd.h>
 
 namespace {
 
 class BusyModule final : public ipc::Module {
 public:
-    explicit BusyModule(const ipc::ModuleInitData& data)
-        : Module(data),
-          _endsItself(data.workerTag() == "terminate") { }
+    explicit BusyModule(const ipc::ModuleInitData& data) : Module(data), _tag(data.workerTag()) { }
     ~BusyModule() override { tell("module destroyed"); }
 
     void onConnected() override
@@ -24,7 +23,8 @@ public:
             .connect([this] { await("call of the dead", _local->callMethod("x", {})); })
             .detach();
         tell("busy");
-        if (_endsItself) terminate();
+        if (_tag == "terminate") terminate();
+        while (_tag == "hang") pause();
     }
 
 private:
@@ -44,7 +44,7 @@ private:
         std::fflush(stdout);
     }
 
-    const bool _endsItself;
+    const fn::String _tag;
     int _lines = 0;
     fn::AutoPtr<test::Service> _service;
     fn::AutoPtr<test::ServiceReference> _local;
