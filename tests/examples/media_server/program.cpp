@@ -1,6 +1,4 @@
 #include "program.h"
-#include "foundation/json/deserializer.h"
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -21,35 +19,21 @@ namespace {
 
 constexpr auto bound = std::chrono::seconds(60); // Sanitizers, and machines that do other things, take their time.
 
-std::string readAll(int descriptor)
+/// Of /proc. Empty where the process has ended or is just about to.
+std::string contents(const std::string& name)
 {
-    std::string text;
-    std::array<char, 4096> buffer;
-    for (off_t at = 0;;) {
-        const auto count = ::pread(descriptor, buffer.data(), buffer.size(), at);
-        if (count <= 0) return text;
-        text.append(buffer.data(), static_cast<std::size_t>(count));
-        at += count;
-    }
+    std::ifstream file("/proc/" + name);
+    return { std::istreambuf_iterator(file), {} };
 }
 
-/// Empty where the process has ended or is just about to.
-std::string commandLine(pid_t pid)
-{
-    std::ifstream file("/proc/" + std::to_string(pid) + "/cmdline");
-    std::string line { std::istreambuf_iterator(file), {} };
-    std::ranges::replace(line, '\0', ' ');
-    return line;
-}
+std::string commandLine(pid_t pid) { return contents(std::to_string(pid) + "/cmdline"); }
 
 /// Whether a process has a handler for this signal.
 bool catches(pid_t pid, int signal)
 {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(file, line);) {
-        if (line.starts_with("SigCgt:")) return std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1;
-    }
-    return false;
+    const auto status = contents(std::to_string(pid) + "/status");
+    const auto at = status.find("SigCgt:");
+    return at != std::string::npos && std::stoull(status.substr(at + 7), nullptr, 16) >> (signal - 1) & 1;
 }
 
 int openOutput(Program::Output output, int& ownSide)
@@ -177,7 +161,7 @@ int Program::wait()
 std::string Program::output()
 {
     if (_output < 0) return {};
-    if (!::isatty(_output)) return readAll(_output);
+    if (!::isatty(_output)) return contents("self/fd/" + std::to_string(_output));
     std::array<char, 4096> buffer;
     for (ssize_t count; (count = ::read(_output, buffer.data(), buffer.size())) > 0;) {
         _terminalText.append(buffer.data(), static_cast<std::size_t>(count));
@@ -185,16 +169,6 @@ std::string Program::output()
     return _terminalText;
 }
 
-std::string Program::errors() { return readAll(_errors); }
-
-fn::Value Program::json()
-{
-    try {
-        return fn::json::deserialize(output());
-    } catch (const std::exception& exception) {
-        ADD_FAILURE() << exception.what() << "\n" << output() << errors();
-        return {};
-    }
-}
+std::string Program::errors() { return contents("self/fd/" + std::to_string(_errors)); }
 
 } // namespace test

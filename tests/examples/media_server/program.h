@@ -1,11 +1,12 @@
 #pragma once
-#include "foundation/value.h"
 #include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
 
 namespace test {
+
+inline constexpr const char* skyfold = TEST_BINARY_DIR "/programs/skyfold";
 
 /// Whether `condition` comes true within a bound; looks again and again.
 bool await(const std::function<bool()>& condition);
@@ -22,7 +23,7 @@ public:
         Output output = Output::Files;
         std::string input = {}; ///< What standard input gives, unless it is a terminal.
         bool mayReadAll = true; ///< False: permissions hold for root, too.
-        std::string program = TEST_BINARY_DIR "/programs/skyfold";
+        std::string program = skyfold;
     };
 
     explicit Program(std::vector<std::string> arguments) : Program(std::move(arguments), Setting()) { }
@@ -45,7 +46,6 @@ public:
 
     std::string output(); ///< What it has written to its standard output.
     std::string errors();
-    fn::Value json(); ///< Standard output, which must be one JSON value, as such.
 
 private:
     std::vector<pid_t> processes() const;

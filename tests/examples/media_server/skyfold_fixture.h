@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/json/deserializer.h"
 #include "program.h"
 #include "support/temporary_folder.h"
 #include <csignal>
@@ -62,8 +63,8 @@ protected:
 
     static fn::Value counts(Program& program)
     {
-        auto result = program.json();
-        EXPECT_TRUE(result.isMap() && result.remove("seconds"));
+        auto result = fn::json::deserialize(program.output());
+        EXPECT_TRUE(result.remove("seconds"));
         return result;
     }
 
