@@ -146,14 +146,12 @@ void Loop::Private::run()
     auto* const previousLoop = internal::exchangeCurrentLoop(&_owner);
     FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, AssertionFile, 1, "run",
         "one thread runs the loop");
-    ++_depth;
     if (!_system) [[likely]] {
         while (!takeStop()) turn();
     } else {
         runSimulated();
     }
     flushStreams();
-    --_depth;
     internal::exchangeCurrentLoop(previousLoop);
     _thread = previousThread;
 }
@@ -207,11 +205,13 @@ void Loop::Private::turn()
 {
     takeRemoteTasks();
     _turnEnd = _tasks.tail();
+    ++_callbacks;
     fireDueTimers();
     uv_run(&_uv, UV_RUN_ONCE);
+    --_callbacks;
     runTasks();
     flushStreams();
-    if (_depth == 1) freeRetired();
+    freeRetired();
 }
 
 // Apart from `run()`, so that its turns know nothing of it.
@@ -228,6 +228,7 @@ void Loop::Private::simulatedTurn()
 {
     takeRemoteTasks();
     _turnEnd = _tasks.tail();
+    ++_callbacks;
     if (_timers.earliest()) _timers.fireDue(_clock.monotonic());
     flushStreams();
     // While others run this loop is nobody's: what they post to it by mistake is noticed.
@@ -238,11 +239,12 @@ void Loop::Private::simulatedTurn()
     internal::exchangeCurrentLoop(current);
     _thread = thread;
     _system->deliver();
+    --_callbacks;
     wokenUp();
     _system->tookSteps(_turnEnd - std::min(_turnEnd, _tasks.head()));
     runTasks();
     flushStreams();
-    if (_depth == 1) freeRetired();
+    freeRetired();
 }
 
 void Loop::Private::takeRemoteTasks()
@@ -289,6 +291,7 @@ void Loop::Private::flushStreams()
 
 void Loop::Private::freeRetired()
 {
+    if (_callbacks > 0) return; // A frame of libuv may know them, in whose callback the loop runs again.
     for (auto* member : std::exchange(_retired, {})) delete member;
 }
 

@@ -133,7 +133,8 @@ struct Loop::Private final : ClockFollower {
     /// Has `member.flush()` called at the end of this turn's tasks, at the latest before the loop waits.
     void flushLater(LoopMember& member) { _unflushed.push_back(&member); }
 
-    void retire(LoopMember& member) { _retired.push_back(&member); } ///< Freed at the end of the outermost run's turn.
+    /// Freed at the end of a turn, unless that is of a run inside of a callback of libuv or of a timer.
+    void retire(LoopMember& member) { _retired.push_back(&member); }
 
     std::unique_ptr<char[]> takeReadBuffer();
     void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }
@@ -171,7 +172,7 @@ private:
     std::optional<Duration> _alarmTime; // What `_alarm` is set for.
 
     std::atomic<std::thread::id> _thread; // That runs the loop.
-    int _depth = 0; // Of nested runs.
+    int _callbacks = 0; // Of libuv and of timers: runs that are inside of one.
     std::atomic<bool> _ended { false }; // Set under `_lock`.
 
     RingQueue<Task> _tasks;

@@ -88,6 +88,7 @@ void PipeStream::Private::deliver(std::ptrdiff_t count, const char* data)
 
 void PipeStream::Private::readPending()
 {
+    const auto self = hold(this);
     for (int reads = 0; reads < mostReadsAtOnce && isReading() && !_delivering; ++reads) {
         const auto memory = takeReadMemory();
         const auto count = receive(memory);

@@ -109,6 +109,7 @@ void PipeStream::Private::listenEnd() noexcept
 
 void PipeStream::Private::listenResume()
 {
+    const auto self = hold(this);
     _listenStopped = false;
     if (_untaken) takeFromLibuv();
 }
