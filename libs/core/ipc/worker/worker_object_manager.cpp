@@ -348,7 +348,7 @@ void WorkerObjectManager::workerDied(WorkerId workerId)
 void WorkerObjectManager::workerIdReused(WorkerId workerId)
 {
     // What is left of the old worker's objects must not be taken for the new one's.
-    if (_deadWorkers.erase(workerId) > 0) _references.erase(workerId);
+    if (_deadWorkers.erase(workerId)) _references.erase(workerId);
 }
 
 void WorkerObjectManager::connectionLost()

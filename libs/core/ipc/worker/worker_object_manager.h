@@ -2,11 +2,11 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/object/request_numbers.h"
 #include "core/ipc/wire/message.h"
+#include "core/ipc/worker/worker_id_set.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
 #include "foundation/value_map.h"
 #include <exception>
-#include <set>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -147,7 +147,7 @@ private:
     fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
     std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
     std::exception_ptr* _failure = nullptr; // Of the payload being decoded.
-    std::set<WorkerId> _deadWorkers;
+    WorkerIdSet _deadWorkers;
     RequestNumbers _requestNumbers;
 };
 
