@@ -35,5 +35,6 @@ int main(int argc, char** argv)
     bench::play(bench::Options(argc, argv),
         { { "subject", inLoop<playSubject> }, { "crowd", inLoop<playCrowd> }, { "calls", inLoop<playCalls> },
             { "objects", inLoop<playObjects> }, { "registry", inLoop<playRegistry> },
-            { "pending", inLoop<playPending> }, { "death", inLoop<playDeath> }, { "bulk", inLoop<playBulk> } });
+            { "pending", inLoop<playPending> }, { "death", inLoop<playDeath> }, { "bulk", inLoop<playBulk> },
+            { "soak", inLoop<playSoak> } });
 }

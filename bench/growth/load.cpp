@@ -99,10 +99,8 @@ std::vector<double> measureLatencies(
     return std::move(load.latencies());
 }
 
-CallFigures measureCalls(Session& session, const fn::AutoPtr<ipc::CallableObjectReference>& object, double seconds)
+double measureRate(Session& session, Load& load, double seconds)
 {
-    auto latencies = measureLatencies(session, object, seconds, smallBytes);
-    Load load(object, manyInFlight);
     load.start();
     session.runFor(seconds / 4);
     load.forget();
@@ -111,7 +109,14 @@ CallFigures measureCalls(Session& session, const fn::AutoPtr<ipc::CallableObject
     const auto answered = static_cast<double>(load.answered());
     const auto elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     finish(session, load);
-    return { percentile(latencies, 0.5), percentile(latencies, 0.99), answered / elapsed };
+    return answered / elapsed;
+}
+
+CallFigures measureCalls(Session& session, const fn::AutoPtr<ipc::CallableObjectReference>& object, double seconds)
+{
+    auto latencies = measureLatencies(session, object, seconds, smallBytes);
+    Load load(object, manyInFlight);
+    return { percentile(latencies, 0.5), percentile(latencies, 0.99), measureRate(session, load, seconds) };
 }
 
 } // namespace bench::growth

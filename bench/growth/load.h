@@ -45,6 +45,9 @@ private:
     std::function<void()> _onAnswered;
 };
 
+/// Answers a second for `seconds`, after a quarter of that which does not count.
+double measureRate(Session& session, Load& load, double seconds);
+
 /// What a small call costs: one at a time, and with 100 in flight.
 struct CallFigures {
     double median;

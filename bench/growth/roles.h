@@ -23,5 +23,6 @@ void playRegistry(const Options& options, fn::uv::Loop& loop);
 void playPending(const Options& options, fn::uv::Loop& loop);
 void playDeath(const Options& options, fn::uv::Loop& loop);
 void playBulk(const Options& options, fn::uv::Loop& loop);
+void playSoak(const Options& options, fn::uv::Loop& loop); ///< Never ends; a report for each piece of about `seconds`.
 
 } // namespace bench::growth

@@ -41,6 +41,8 @@ void Subject::onMethodCall(const CallContext& context, const fn::String& name, c
         sendResult(context, echoOf(argument.byteArray()));
     } else if (name == "items") {
         sendResult(context, items(argument.at("from").to<std::size_t>(), argument.at("to").to<std::size_t>()));
+    } else if (name == "given") {
+        sendResult(context, given(argument.to<std::size_t>()));
     } else if (name == "hold") {
         _held.push_back(argument);
         sendResult(context, {});
@@ -64,6 +66,13 @@ fn::Value Subject::items(std::size_t from, std::size_t to)
     fn::Value::Array found(
         _items.begin() + static_cast<std::ptrdiff_t>(from), _items.begin() + static_cast<std::ptrdiff_t>(to));
     return found;
+}
+
+fn::Value Subject::given(std::size_t count)
+{
+    fn::Value::Array made;
+    while (made.size() < count) made.emplace_back(fn::makeAuto<Item>(_session.worker()));
+    return made;
 }
 
 void Subject::answerOldest(std::size_t count)

@@ -37,6 +37,7 @@ protected:
 /// The object by which a process is told what to do. Methods:
 ///  - "echo" bytes: what they ask for;
 ///  - "items" {"from", "to"}: its items of these numbers, made where they are missing. It keeps them;
+///  - "given" number: so many new items, which only their references keep;
 ///  - "hold" references: keeps them;
 ///  - "later" bytes: an echo that waits for "answer" number: the oldest so many are answered;
 ///  - "probe" boolean: begins to call the owner one call at a time, or ends it: {"median", "worst"} in microseconds;
@@ -59,6 +60,7 @@ private:
     };
 
     fn::Value items(std::size_t from, std::size_t to);
+    fn::Value given(std::size_t count);
     void answerOldest(std::size_t count);
     void probe(const CallContext& context, bool on);
 

@@ -1,0 +1,110 @@
+#!/usr/bin/env python3
+"""Does anything grow or slow down when the same load goes on for long? Started by scripts/bench --soak SECONDS.
+
+Three processes: a hub, an owner of objects, and a caller, which in each piece takes and drops new objects, lets a worker come and
+go, calls one at a time, with 100 in flight, and with 1 MiB as argument. After each piece memory and open files of all are read."""
+
+import argparse
+import os
+import statistics
+import sys
+import time
+
+import processes
+from command import run, write_json
+from growth_scenarios import SYSTEM, start_subject
+from processes import Stage
+from progress import Progress
+from scenarios import PATIENCE, machine
+from soak_plot import plot
+from tables import markdown, number
+
+PIECE_SECONDS = 10
+ROWS = 12
+GROWTH_KIB = 1024  # From the first quarter to the last one, in private memory: what allocators may move about.
+COLUMNS = {"hub": "hub, private KiB", "owner": "owner, private KiB", "caller": "caller, private KiB", "files": "open files of all",
+           "median_us": "one call, median, us", "p99_us": "one call, p99, us", "rate": "100 in flight, calls/s",
+           "megabytes": "1 MiB, 2 in flight, MB/s"}
+
+
+def arguments():
+    parser = argparse.ArgumentParser(prog="scripts/bench --soak", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--soak", type=float, metavar="SECONDS", required=True, help="how long the load goes on")
+    parser.add_argument("--json", metavar="FILE", help="also write every value measured there, and FILE.svg that draws them over time")
+    parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    if options.soak <= 0:
+        parser.error("--soak must be more than 0")
+    return options
+
+
+def private_memory(process):
+    """In KiB, now: not waited for until it is steady, the time between two pieces is short."""
+    with open(f"/proc/{process.pid}/smaps_rollup") as file:
+        return sum(int(line.split()[1]) for line in file if line.startswith(("Private_Clean", "Private_Dirty")))
+
+
+def soak(seconds, progress):
+    """{column: [value after each piece]}, and when each piece ended, in seconds."""
+    piece = min(PIECE_SECONDS, seconds / 4)
+    values = {column: [] for column in COLUMNS}
+    times = []
+    with Stage(SYSTEM, "soak") as stage:
+        players = {"hub": stage.start("hub"), "owner": start_subject(stage, "owner")}
+        players["caller"] = stage.start("soak", seconds=piece)
+        start = time.monotonic()
+        while not times or times[-1] < seconds:
+            found = processes.report(players["caller"], 10 * piece + PATIENCE)
+            times.append(time.monotonic() - start)
+            found |= {name: private_memory(process) for name, process in players.items()}
+            found["files"] = sum(len(os.listdir(f"/proc/{process.pid}/fd")) for process in players.values())
+            for column in COLUMNS:
+                values[column].append(found[column])
+            progress(f"soak: {times[-1]:,.0f} of {seconds:,.0f} s, hub {found['hub']} KiB, {found['rate']:,.0f} calls/s")
+    return values, times
+
+
+def quarters(values):
+    """The medians of the first and of the last quarter."""
+    length = max(len(values) // 4, 1)
+    return statistics.median(values[:length]), statistics.median(values[-length:])
+
+
+def faults(values):
+    """What has grown. Call times are shown, not judged: the machine has other work."""
+    found = []
+    for name, bound in {"hub": GROWTH_KIB, "owner": GROWTH_KIB, "caller": GROWTH_KIB, "files": 0}.items():
+        first, last = quarters(values[name])
+        if last > first + bound:
+            found.append(f"{COLUMNS[name]}: {first:,.0f} in the first quarter, {last:,.0f} in the last one; allowed: {bound:,} more")
+    return found
+
+
+def table(values, times):
+    """A row for each part of the time, of medians."""
+    rows = [["minutes", *COLUMNS.values()]]
+    count = min(ROWS, len(times))
+    for row in range(count):
+        part = slice(row * len(times) // count, (row + 1) * len(times) // count)
+        rows.append([f"to {times[part][-1] / 60:.1f}", *(number(statistics.median(found[part])) for found in values.values())])
+    return markdown(rows)
+
+
+def main():
+    options = arguments()
+    SYSTEM.configure(options.programs)
+    host = machine()
+    with Progress() as progress:
+        values, times = soak(options.soak, progress)
+    print(f"{host['cores']} cores, Linux {host['kernel']}, load {host['load']:.1f} before; {len(times)} pieces in {times[-1]:,.0f} s; medians\n")
+    print(table(values, times))
+    if options.json:
+        write_json(options.json, {"machine": host, "times": times, "values": values})
+        with open(os.path.splitext(options.json)[0] + ".svg", "w") as file:
+            file.write(plot(values, times, COLUMNS))
+    if found := faults(values):
+        sys.exit("bench: grown under the same load\n" + "\n".join(found))
+
+
+if __name__ == "__main__":
+    run(main)
