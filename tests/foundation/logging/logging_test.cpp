@@ -44,25 +44,25 @@ private:
 
 TEST(Logging, AsksForArgumentsOnlyWhereSomeSinkWantsThem)
 {
-    int evaluated = 0;
     const auto& early = manager().getCategory("logging.early");
     const auto general = fn::makeAuto<Counter>(Info), special = fn::makeAuto<Counter>(Debug, "logging.late");
     const auto& late = manager().getCategory("logging.late");
-    const auto logAll = [&] {
+    const auto evaluated = [&] {
+        int count = 0;
         for (const auto* category : { &early, &late }) {
             for (int priority = Error; priority <= Trace; ++priority)
-                FN_LOG_TO(*category, priority, Tag(), site, "{}", ++evaluated);
+                FN_LOG_TO(*category, priority, Tag(), site, "{}", ++count);
         }
-        return std::exchange(evaluated, 0);
+        return count;
     };
-    EXPECT_EQ(logAll(), 4 + 5);
+    EXPECT_EQ(evaluated(), 4 + 5);
     EXPECT_EQ(general->count, 8);
     EXPECT_EQ(special->count, 5);
     general->level = 0;
     manager().reload();
-    EXPECT_EQ(logAll(), 5);
+    EXPECT_EQ(evaluated(), 5);
     special->remove();
-    EXPECT_EQ(logAll(), 0) << "a sink that wants nothing is a sink";
+    EXPECT_EQ(evaluated(), 0) << "a sink that wants nothing is a sink";
     general->remove();
 }
 

@@ -124,14 +124,13 @@ TEST(Signal, FiresOnceForThoseWhoComeLaterToo)
     signal->fire("b"); // Nobody is left.
     signal->fireOnce("c");
     EXPECT_EQ(assertions.reports().size(), 1U);
-    const auto late = signal->connect([&](const std::string& text) {
+    EXPECT_FALSE(signal->connect([&](const std::string& text) {
         signal.reset();
         log.push_back("late " + text);
         throw std::runtime_error("late");
-    });
-    EXPECT_FALSE(late);
+    }));
     EXPECT_THAT(log, ElementsAre("a", "inner a", "late c"));
-    EXPECT_THAT(unhandled.messages(), ElementsAre("late"));
+    EXPECT_EQ(unhandled.messages().size(), 1U);
 }
 
 TEST(Signal, MayDieOfWhatItsCallablesOwn)

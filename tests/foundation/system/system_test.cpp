@@ -70,7 +70,7 @@ TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)
 struct PathManagerTest : testing::Test {
     ~PathManagerTest() override
     {
-        for (const int type : { 0, 3, 7, 8, 9 }) paths.overrideFolder(type, std::nullopt);
+        for (const int type : { 7, 9 }) paths.overrideFolder(type, std::nullopt);
         paths.setApplicationName(paths.namePrefix());
     }
 
@@ -79,20 +79,6 @@ struct PathManagerTest : testing::Test {
     const test::TemporaryFolder folder;
     PathManager& paths = PathManager::instance();
 };
-
-TEST_F(PathManagerTest, TellsAnInstallationByItsMarkerAlone)
-{
-    EXPECT_FALSE(paths.hasInstalledLayout());
-    EXPECT_TRUE(paths.getPath(8, "logging_profiles", false).endsWith("/resources/logging_profiles"));
-    paths.overrideFolder(0, folder.file("root/bin"));
-    std::filesystem::create_directories(folder.path() / "root/bin");
-    std::filesystem::create_directories(folder.path() / "root/modules");
-    EXPECT_FALSE(paths.hasInstalledLayout());
-    test::writeFile(folder.file("root/skyfold.installed"), "");
-    EXPECT_TRUE(paths.hasInstalledLayout());
-    EXPECT_TRUE(
-        std::filesystem::equivalent(paths.getPath(8, "modules", false).toStdString(), folder.path() / "root/modules"));
-}
 
 TEST_F(PathManagerTest, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneThatCannotBeMade)
 {
@@ -116,18 +102,6 @@ TEST_F(PathManagerTest, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneT
     paths.overrideFolder(7, folder.file("file/app"));
     EXPECT_NO_THROW(paths.getPath(7, "Instance.prefs", false));
     EXPECT_THROW(paths.getPath(7, "Instance.prefs", true), fn::FileException);
-}
-
-TEST(ThreadPool, RunsFourTasksThatNeedEachOtherAtOnce)
-{
-    std::latch together(4), over(4);
-    for (int i = 0; i < 4; ++i) {
-        ThreadPool::defaultPool().schedule([&] {
-            together.arrive_and_wait();
-            over.count_down();
-        });
-    }
-    over.wait();
 }
 
 TEST(ThreadPool, RunsEachTaskOfEveryThreadBeforeItStopsAndNoneAfterwards)

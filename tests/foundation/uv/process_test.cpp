@@ -1,11 +1,10 @@
-// What can break here: an exit not reported, a zombie, descriptors that leak into children, two libraries that wait for children.
+// What can break here: an exit not reported, a zombie, descriptors that leak into children.
 #include "foundation/auto_ptr.h"
 #include "foundation/exceptions.h"
 #include "foundation/uv/process.h"
 #include "support/child_process.h"
 #include "support/run_until.h"
 #include <csignal>
-#include <glib.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -102,24 +101,6 @@ TEST_F(ProcessTest, AChildInheritsItsThreeStreamsAndNothingElse)
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "0 1 2 ");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "end\n");
     ::close(leak);
-}
-
-TEST_F(ProcessTest, GlibMayWaitForItsOwnChildrenInTheSameProcess)
-{
-    const char* const arguments[] = { "/bin/sh", "-c", "exit 3", nullptr };
-    GPid pid = 0;
-    ASSERT_TRUE(g_spawn_async(
-        nullptr, const_cast<char**>(arguments), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr, nullptr, &pid, nullptr));
-    int glibStatus = -1;
-    g_child_watch_add(
-        pid, [](GPid, gint status, gpointer result) { *static_cast<int*>(result) = status; }, &glibStatus);
-    const auto process = makeProcess();
-    process->spawn(shell("exit 5"));
-    EXPECT_TRUE(runUntil(*loop, [&] {
-        g_main_context_iteration(nullptr, FALSE);
-        return exits.size() == 1 && glibStatus >= 0;
-    }));
-    EXPECT_EQ(WEXITSTATUS(glibStatus), 3);
 }
 
 } // namespace

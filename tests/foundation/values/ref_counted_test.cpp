@@ -29,24 +29,4 @@ TEST(RefCounted, ADyingObjectIsNeitherRevivedNorDeletedTwice)
     EXPECT_FALSE(weak.lock());
 }
 
-struct Deferred : fn::RefCountedObject {
-    void deleteInstance() override { ++requests; }
-    int requests = 0;
-    ~Deferred() override = default;
-};
-
-TEST(RefCounted, ADeferredDeletionIsAskedForOnceAndCountsAsDeath)
-{
-    auto* object = new Deferred;
-    EXPECT_FALSE(object->tryRetain()); // Nobody has held it yet.
-    fn::WeakPtr<Deferred> weak(object);
-    fn::AutoPtr<Deferred>(object).reset();
-    EXPECT_EQ(object->requests, 1);
-    EXPECT_FALSE(weak.lock());
-    fn::AutoPtr<Deferred>(object).reset();
-    EXPECT_EQ(object->requests, 1);
-    delete object;
-    EXPECT_FALSE(weak.lock());
-}
-
 } // namespace

@@ -4,7 +4,6 @@
 #include "platform/com/elevation_prompt.h"
 #include "platform/firewall/firewall_policy.h"
 #include <gmock/gmock.h>
-#include <thread>
 
 namespace {
 
@@ -57,21 +56,6 @@ struct Com : testing::Test {
         return result;
     }
 };
-
-TEST_F(Com, HasOneModeOnEachThreadForAsLongAsItIsUsed)
-{
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_FALSE);
-    CoUninitialize();
-    EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE) << "The first use goes on.";
-    std::jthread([] {
-        EXPECT_EQ(elevate(), CO_E_NOTINITIALIZED);
-        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
-        CoUninitialize();
-        CoUninitialize(); // Once too often takes nothing from anybody.
-        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
-        CoUninitialize();
-    }).join();
-}
 
 TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
 {
