@@ -5,10 +5,12 @@
 #include "support/forked_child.h"
 #include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
+#include <array>
 #include <functional>
 #include <gmock/gmock.h>
-#include <list>
+#include <map>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -100,13 +102,11 @@ TEST_F(DataProtection, ABadKeyIsReportedAndStays)
 {
     const auto blob = protect("secret").value();
     const auto content = test::readFile(key.string());
-    ASSERT_EQ(content.size(), 32u);
-    const auto elsewhere = root.path() / "elsewhere";
-    fs::copy_file(key, elsewhere);
     std::vector<std::pair<const char*, std::function<void()>>> rows {
         { "wrong size", [&] { test::writeFile(key.string(), content.substr(0, 31)); } },
         { "wrong size", [&] { test::writeFile(key.string(), content + "x"); } },
-        { "protection key", [&] { fs::remove(key), fs::create_symlink(elsewhere, key); } },
+        { "protection key",
+            [&] { fs::rename(key, root.path() / "moved"), fs::create_symlink(root.path() / "moved", key); } },
         { "is no regular file", [&] { fs::remove(key), fs::create_directory(key); } },
         { "is no regular file", [&] { fs::remove(key), ::mkfifo(key.c_str(), 0600); } },
         { "Other users may write", [&] { ::chmod(folder.c_str(), 0770); } },
@@ -126,53 +126,43 @@ TEST_F(DataProtection, ABadKeyIsReportedAndStays)
         }
         EXPECT_EQ(modeOf(key), mode) << reason;
         fs::remove_all(folder);
-        fs::create_directory(folder);
-        ASSERT_EQ(::chmod(folder.c_str(), 0700), 0);
-        fs::copy_file(elsewhere, key);
-        ::chmod(key.c_str(), 0600);
+        EXPECT_TRUE(protect("")); // Makes it anew.
+        test::writeFile(key.string(), content);
         EXPECT_EQ(unprotect(blob), "secret") << "behind: " << reason;
     }
 }
 
 TEST_F(DataProtection, TheKeyIsTheUsersAloneWhateverTheMaskAndMadeOnceByManyAtOnce)
 {
-    const mode_t masks[] = { 0000, 0022, 0277, 0777 };
     for (int round = 0; round < 20; ++round) {
         const bool isAlone = round < 4;
-        const int count = isAlone ? 1 : 6;
-        const auto data = root.path() / std::to_string(round);
+        const mode_t mask = isAlone ? std::array { 0000, 0022, 0277, 0777 }[static_cast<unsigned>(round)] : 0022;
+        const auto data = root.path() / std::to_string(round), made = data / "a" / "b";
         fs::create_directory(data);
         for (const auto& path : { root.path(), data }) fs::permissions(path, fs::perms::all);
-        const platform::ScopedProtectionFolder other((data / "a" / "b").string());
-        int gate[2];
-        ASSERT_EQ(::pipe(gate), 0);
-        std::list<test::ForkedChild> children;
-        for (int i = 0; i < count; ++i) {
-            children.emplace_back([&, i] {
+        const platform::ScopedProtectionFolder other(made.string());
+        std::map<std::string, test::ForkedChild> children;
+        for (const std::string name : { "0", "1", "2", "3", "4", "5" }) {
+            if (isAlone && !children.empty()) break;
+            children.try_emplace(name, [&, name] {
                 // Not as root, whom no missing right would keep out.
                 if (::geteuid() == 0 && ::setuid(nobody) != 0) return false;
-                ::close(gate[1]);
-                char byte;
-                if (::read(gate[0], &byte, 1) != 0) return false; // Opens for all of them when it is closed.
-                ::umask(isAlone ? masks[round] : 0022);
-                const auto blob = protect(std::to_string(i));
+                while (!fs::exists(data / "begin")) std::this_thread::yield(); // All of them at once.
+                ::umask(mask);
+                const auto blob = protect(name);
                 ::umask(0022);
-                if (blob) test::writeFile((data / std::to_string(i)).string(), *blob);
-                return blob && unprotect(*blob) == std::to_string(i);
+                if (blob) test::writeFile((data / name).string(), *blob);
+                return blob && unprotect(*blob) == name;
             });
         }
-        ::close(gate[0]);
-        ::close(gate[1]);
-        for (auto& child : children) EXPECT_TRUE(child.succeeds());
-        const auto made = data / "a" / "b" / "protection.key";
-        EXPECT_EQ(modeOf(data / "a"), 0700u);
-        EXPECT_EQ(modeOf(data / "a" / "b"), 0700u);
-        EXPECT_EQ(modeOf(made), 0600u);
-        EXPECT_EQ(std::distance(fs::directory_iterator(data / "a" / "b"), {}), 1) << "An unfinished key is left.";
+        test::writeFile((data / "begin").string(), "");
+        for (auto& [name, child] : children) EXPECT_TRUE(child.succeeds());
+        for (const auto& path : { made.parent_path(), made }) EXPECT_EQ(modeOf(path), 0700u);
+        EXPECT_EQ(modeOf(made / "protection.key"), 0600u);
+        EXPECT_EQ(std::distance(fs::directory_iterator(made), {}), 1) << "An unfinished key is left.";
         if (::geteuid() != 0) continue;
-        ASSERT_EQ(::chown(made.c_str(), 0, 0) + ::chown(made.parent_path().c_str(), 0, 0), 0);
-        for (int i = 0; i < count; ++i)
-            EXPECT_EQ(unprotect(test::readFile((data / std::to_string(i)).string())), std::to_string(i));
+        ASSERT_EQ(::chown((made / "protection.key").c_str(), 0, 0) + ::chown(made.c_str(), 0, 0), 0);
+        for (const auto& [name, child] : children) EXPECT_EQ(unprotect(test::readFile((data / name).string())), name);
     }
 }
 

@@ -2,7 +2,7 @@
 #include "foundation/auto_ptr.h"
 #include "foundation/io/file_descriptor.h"
 #include "foundation/logging/log_file_target.h"
-#include "support/child_process.h"
+#include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <csignal>
 #include <cstdio>
@@ -15,6 +15,7 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -139,15 +140,25 @@ TEST_F(LogFileTargetTest, LosesOnlyWhatIsTooOldWhileManyThreadsOfManyProcessesRo
 {
     constexpr int processes = 8, threads = 4;
     constexpr int lines = 5'000;
+    const auto lineOf = [](int process, int thread, int number) {
+        return fmt::format("{} {} {} {:x<{}}.\n", process, thread, number, "", number % 90);
+    };
     for (const bool keepsAll : { true, false }) {
         const auto [maximumSize, maximumCount] = keepsAll ? std::pair(lines * 6, 100'000) : std::pair(lines * 60, 9);
-        std::deque<test::ChildProcess> children;
+        std::deque<test::ForkedChild> children;
         for (int process = 0; process < processes; ++process) {
-            children.emplace_back(std::vector<std::string> { "test_log_writer", log.toStdString(),
-                std::to_string(maximumSize), std::to_string(maximumCount), std::to_string(process),
-                std::to_string(threads), std::to_string(lines) });
+            children.emplace_back([&, process, size = maximumSize, count = maximumCount] {
+                const auto target = makeTarget(size, count);
+                std::vector<std::jthread> writers;
+                for (int thread = 0; thread < threads; ++thread) {
+                    writers.emplace_back([&, thread] {
+                        for (int line = 0; line < lines; ++line) target->write(lineOf(process, thread, line));
+                    });
+                }
+                return true;
+            });
         }
-        for (auto& child : children) EXPECT_EQ(child.wait(std::chrono::seconds(60)), 0);
+        for (auto& child : children) EXPECT_TRUE(child.succeeds());
 
         const auto contents = files();
         EXPECT_TRUE(keepsAll ? contents.size() > 50 : contents.size() == 9) << contents.size();
@@ -157,8 +168,7 @@ TEST_F(LogFileTargetTest, LosesOnlyWhatIsTooOldWhileManyThreadsOfManyProcessesRo
             for (std::string line; std::getline(text, line);) {
                 int process = 0, thread = 0, number = 0;
                 std::sscanf(line.c_str(), "%d %d %d", &process, &thread, &number);
-                const std::string filling(static_cast<std::size_t>(number % 90), 'x');
-                ASSERT_EQ(line, fmt::format("{} {} {} {}.", process, thread, number, filling)) << "torn";
+                ASSERT_EQ(line + '\n', lineOf(process, thread, number)) << "torn";
                 auto& expected = next.try_emplace({ process, thread }, keepsAll ? 0 : number).first->second;
                 ASSERT_EQ(number, expected++) << "lost, or out of order";
             }

@@ -42,26 +42,19 @@ public:
 
     void run()
     {
-        const Outcome first { oneIn(3), "s" };
         inTurn([&] {
-            const auto source = pending();
-            const bool isEarly = oneIn(2); // Settled before there is a consumer.
-            if (isEarly) settle(source, first);
-            build(source, first);
+            build({ oneIn(3), "s" });
             EXPECT_EQ(_calls, 0) << "Nothing runs inside of then().";
-            if (isEarly) return;
-            cancelSometimes(source);
-            settle(source, first);
-            settle(source, { false, "ignored" });
-            EXPECT_TRUE(_isFollowing || _isCancelled || _end) << "All runs inside of settling.";
         });
-        while (!_inner.empty()) {
+        while (!_open.empty()) {
             inTurn([&] {
-                const auto [inner, outcome] = _inner.back();
-                _inner.pop_back();
-                EXPECT_FALSE(_end) << "It waits for what a callable has returned.";
-                cancelSometimes(inner);
-                settle(inner, outcome);
+                const auto [promise, outcome] = _open.back();
+                _open.pop_back();
+                EXPECT_FALSE(_end) << "It waits for its source, and for what a callable has returned.";
+                cancelSometimes(promise);
+                settle(promise, outcome);
+                settle(promise, { false, "ignored" });
+                EXPECT_TRUE(_isFollowing || _isCancelled || _end) << "All runs inside of settling.";
             });
         }
         EXPECT_EQ(_cancels, _isCancelled ? 1 : 0);
@@ -78,10 +71,15 @@ private:
         test::runTurns(_loop);
     }
 
-    Text pending()
+    /// Ends that way: at once, or later.
+    Text promiseOf(const Outcome& outcome)
     {
         auto promise = Text::create();
         promise.onCancel([this, kept = _token] { ++_cancels; });
+        if (oneIn(2))
+            settle(promise, outcome);
+        else
+            _open.emplace_back(promise, outcome);
         return promise;
     }
 
@@ -93,9 +91,9 @@ private:
             promise.fulfill(outcome.second);
     }
 
-    void build(const Text& source, const Outcome& first)
+    void build(const Outcome& first)
     {
-        _links = { source };
+        _links = { promiseOf(first) };
         _expected = first;
         for (auto left = _random() % 6; left > 0; --left) {
             const bool fails = oneIn(3), handlesFailures = oneIn(2);
@@ -103,7 +101,7 @@ private:
                 _isFollowing = true;
                 attach(handlesFailures, [this, fails, kept = _token](const std::string& text) {
                     ++_calls;
-                    return follow({ fails, text + "." });
+                    return promiseOf({ fails, text + "." });
                 });
             } else {
                 attach(handlesFailures, [this, fails, kept = _token](const std::string& text) {
@@ -114,13 +112,9 @@ private:
             }
             if (!_expected.first || handlesFailures) _expected = { fails, _expected.second + "." };
         }
-        _links.back().then(
-            [this, kept = _token](const std::string& text) {
-                _end = { false, text };
-            },
-            [this, kept = _token](const std::exception_ptr& e) {
-                _end = { true, textOf(e) };
-            });
+        const auto end = [this, kept = _token](bool isFailure, const std::string& text) { _end = { isFailure, text }; };
+        _links.back().then([end](const std::string& text) { end(false, text); },
+            [end](const std::exception_ptr& e) { end(true, textOf(e)); });
     }
 
     template <typename Callable> void attach(bool handlesFailures, const Callable& callable)
@@ -128,16 +122,6 @@ private:
         const auto onFailure = [callable](const std::exception_ptr& e) { return callable(textOf(e)); };
         const auto last = _links.back();
         _links.push_back(handlesFailures ? last.then(callable, onFailure) : last.then(callable));
-    }
-
-    Text follow(const Outcome& outcome)
-    {
-        auto promise = pending();
-        if (oneIn(2))
-            settle(promise, outcome);
-        else
-            _inner.emplace_back(promise, outcome);
-        return promise;
     }
 
     void cancelSometimes(const Text& source)
@@ -151,7 +135,7 @@ private:
     std::mt19937 _random;
     fn::uv::Loop _loop;
     std::vector<Text> _links;
-    std::vector<std::pair<Text, Outcome>> _inner; ///< Followed, and how they will end.
+    std::vector<std::pair<Text, Outcome>> _open; ///< And how they will end.
     Outcome _expected;
     std::optional<Outcome> _end;
     bool _isFollowing = false;

@@ -2,6 +2,7 @@
 #include "foundation/exceptions.h"
 #include "foundation/time/date_time_formatter.h"
 #include "foundation/time/date_time_parser.h"
+#include <ctime>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -16,26 +17,30 @@ using enum fn::DateTimeFormat;
 constexpr std::int64_t second = 1'000'000;
 constexpr int hour = 60 * 60;
 
-// The C library knows the same calendar.
+std::int64_t wholeSeconds(std::int64_t moment) { return moment / second - (moment % second < 0 ? 1 : 0); }
+
+// As the C library writes it, which knows the same calendar.
+std::string expectedText(std::time_t seconds)
+{
+    std::tm fields;
+    EXPECT_TRUE(::gmtime_r(&seconds, &fields));
+    char text[2][40];
+    std::strftime(text[0], sizeof(text[0]), "%a, %d %b ", &fields);
+    std::strftime(text[1], sizeof(text[1]), " %H:%M:%S GMT", &fields);
+    const int year = fields.tm_year + 1900;
+    return fmt::format("{}{}{:04}{}", text[0], year < 0 ? "-" : "", std::abs(year), text[1]);
+}
+
 TEST(DateTime, KnowsTheCalendarOfEveryTimestamp)
 {
     std::mt19937_64 random(1);
     std::vector<std::int64_t> moments { 0, -1, INT64_MAX, INT64_MIN, INT64_MIN + 86'399 * second };
-    for (int bits = 40; bits < 64; ++bits) {
-        for (int i = 0; i < 200; ++i) moments.push_back(static_cast<std::int64_t>(random()) >> (63 - bits));
-    }
+    for (int i = 0; i < 5000; ++i) moments.push_back(static_cast<std::int64_t>(random()) >> (random() % 24));
     for (const auto moment : moments) {
         const DateTime date { Timestamp(moment) };
-        const auto fraction = (moment % second + second) % second;
-        const std::time_t seconds = moment / second - (moment % second < 0 ? 1 : 0);
-        std::tm expected;
-        ASSERT_TRUE(::gmtime_r(&seconds, &expected));
-        const std::vector<int> fields { date.year(), date.month(), date.day(), date.dayOfWeek(), date.hour(),
-            date.minute(), date.second(), date.microsecond() };
-        ASSERT_EQ(fields,
-            (std::vector<int> { expected.tm_year + 1900, expected.tm_mon + 1, expected.tm_mday, expected.tm_wday,
-                expected.tm_hour, expected.tm_min, expected.tm_sec, static_cast<int>(fraction) }))
-            << moment;
+        ASSERT_EQ(
+            DateTimeFormatter::format(Timestamp(moment), RFC1123_FORMAT, 0xFFFF), expectedText(wholeSeconds(moment)));
+        ASSERT_EQ(date.microsecond(), moment - wholeSeconds(moment) * second);
         const DateTime again(
             date.year(), date.month(), date.day(), date.hour(), date.minute(), date.second(), date.microsecond());
         ASSERT_EQ(again.timestamp().microseconds(), moment);
@@ -53,17 +58,11 @@ TEST(DateTimeFormatter, WritesTheMomentInTheZoneAskedForAsTheParserReadsIt)
             auto date = DateTimeParser::parse(DateTimeFormatter::format(Timestamp(moment), format, zone), format, read);
             ASSERT_EQ(read, format == SORTABLE_FORMAT ? 0 : zone); // The first form does not tell.
             date.makeUTC(zone);
-            ASSERT_EQ(date.timestamp().microseconds(), moment - (moment % second + second) % second);
+            ASSERT_EQ(date.timestamp().microseconds(), wholeSeconds(moment) * second);
         }
     }
-    const std::tuple<std::int64_t, int, const char*> rows[] = { { -1, 0xFFFF, "Wed, 31 Dec 1969 23:59:59 GMT" },
-        { 784'111'777, 5 * hour + 1800, "Sun, 06 Nov 1994 14:19:37 +0530" },
-        { 0, 0, "Thu, 01 Jan 1970 00:00:00 +0000" }, { 784'111'777, -9 * hour, "Sat, 05 Nov 1994 23:49:37 -0900" },
-        { 253'402'300'800, 0xFFFF, "Sat, 01 Jan 10000 00:00:00 GMT" },
-        { -62'167'219'201, 0xFFFF, "Fri, 31 Dec -0001 23:59:59 GMT" } };
-    for (const auto& [seconds, zone, text] : rows)
-        EXPECT_EQ(DateTimeFormatter::format(Timestamp(seconds * second), RFC1123_FORMAT, zone), text);
-    EXPECT_EQ(DateTimeFormatter::format(Timestamp(-1), SORTABLE_FORMAT, 0xFFFF), "1969-12-31 23:59:59");
+    EXPECT_EQ(DateTimeFormatter::format(Timestamp(0), RFC1123_FORMAT, -9 * hour), "Wed, 31 Dec 1969 15:00:00 -0900");
+    EXPECT_EQ(DateTimeFormatter::format(Timestamp(-1), SORTABLE_FORMAT, 5 * hour + 1800), "1970-01-01 05:29:59");
     EXPECT_EQ(Timestamp(1'000'000'000'000'001).toString(), "2001-09-09 01:46:40.000001");
     EXPECT_EQ(Timestamp(INT64_MIN).toString(), "-9223372036854775808 us");
     EXPECT_THROW(DateTimeFormatter::format(Timestamp(0), RFC1123_FORMAT, 24 * hour), fn::RangeException);

@@ -1,5 +1,6 @@
 // What can break here: a watcher that ends, or whose loop ends, while it is called; one that an error stops for good.
 #include "foundation/exceptions.h"
+#include "foundation/io/file_descriptor.h"
 #include "foundation/uv/async.h"
 #include "foundation/uv/poll.h"
 #include "foundation/uv/signal_watcher.h"
@@ -8,6 +9,7 @@
 #include "support/run_until.h"
 #include <csignal>
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 namespace {
@@ -20,22 +22,6 @@ using fn::uv::SignalWatcher;
 using fn::uv::TurnWatcher;
 using test::runTurns;
 using test::runUntil;
-
-struct Pipe {
-    Pipe() { EXPECT_EQ(::pipe(ends), 0); }
-    ~Pipe()
-    {
-        ::close(ends[0]);
-        ::close(ends[1]);
-    }
-    void write() const { EXPECT_EQ(::write(ends[1], "x", 1), 1); }
-    void read() const
-    {
-        char byte;
-        EXPECT_EQ(::read(ends[0], &byte, 1), 1);
-    }
-    int ends[2];
-};
 
 /// Something that calls back after each `trigger()`.
 struct Watcher {
@@ -52,12 +38,14 @@ Watcher async(Loop& loop, Task callback)
 
 Watcher poll(Loop& loop, Task callback)
 {
-    const auto pipe = std::make_shared<Pipe>();
-    auto reads = [pipe, callback = std::move(callback)]() mutable {
-        pipe->read();
+    const auto counter = std::make_shared<fn::FileDescriptor>(::eventfd(0, EFD_SEMAPHORE));
+    auto reads = [counter, callback = std::move(callback)]() mutable {
+        eventfd_t one;
+        ::eventfd_read(counter->get(), &one);
         callback();
     };
-    return { std::make_shared<Poll>(loop, pipe->ends[0], std::move(reads)), [pipe] { pipe->write(); } };
+    return { std::make_shared<Poll>(loop, counter->get(), std::move(reads)),
+        [counter] { ::eventfd_write(counter->get(), 1); } };
 }
 
 Watcher turnWatcher(Loop& loop, Task callback)
@@ -110,18 +98,16 @@ TEST(Poll, AnnouncesWhatIsNotReadAndAnErrorAgainAndAgainAndRefusesWhatCannotBeWa
 {
     Loop loop;
     int calls = 0;
-    Pipe pipe;
-    const Poll unread(loop, pipe.ends[0], [&] {
-        ++calls;
-        pipe.read();
-    });
-    for (int i = 0; i < 3; ++i) pipe.write();
+    const auto watcher = poll(loop, [&] { ++calls; });
+    for (int i = 0; i < 3; ++i) watcher.trigger();
     runTurns(loop);
     EXPECT_EQ(calls, 3);
 
-    Pipe broken; // The writing end of a pipe that nobody can read has an error for good.
-    ::close(std::exchange(broken.ends[0], -1));
-    const Poll failing(loop, broken.ends[1], [&] { ++calls; });
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
+    const fn::FileDescriptor broken(ends[1]); // Of a pipe that nobody can read, which has an error for good.
+    const Poll failing(loop, broken.get(), [&] { ++calls; });
     EXPECT_TRUE(runUntil(loop, [&] { return calls > 5; }));
     EXPECT_THROW(Poll(loop, -1, [] {}), fn::IOException);
     EXPECT_THROW(SignalWatcher(loop, SIGKILL, [] {}), fn::IOException);

@@ -62,19 +62,16 @@ TEST_F(FirewallFile, GivesBackEveryRecordAsItWasAdded)
 TEST_F(FirewallFile, IsRefusedDamagedAndLeftAsItIs)
 {
     const std::string good = "[Rule 1]\nname=a\ndescription=\napplicationName=/a\nprotocol=6\nprofiles=1\ndirection=1\n"
-                             "action=1\nenabled=true\n";
+                             "action=1\nenabled=true\n[Profiles]\ncurrent=7\ndomain=true\nprivate=true\npublic=true\n";
     write(good);
     EXPECT_EQ(readRecords().rules.size(), 1U);
-    std::vector<std::string> bad { std::string("\0", 1), "x", "[Rule 1", "key=value\n", "[Unknown]\na=b\n",
-        "[Rule 1]\nname=a\n", "[Application 1]\nimageFileName=/a\nname=a\nenabled=perhaps\n",
-        "[Profiles]\ncurrent=8\ndomain=true\nprivate=true\npublic=true\n",
-        "[Profiles]\ncurrent=99999999999999999999\ndomain=true\nprivate=true\npublic=true\n" };
+    std::vector<std::string> bad { std::string("\0", 1), "x", "[Rule 1", "key=value\n", "[Unknown]\na=b\n" };
     // One impossible value after the other.
-    for (const auto& [was, is] : { std::pair("name=a", "name=\xFF"), { "protocol=6", "protocol=-1" },
-             { "profiles=1", "profiles=0" }, { "direction=1", "direction=0" }, { "action=1", "action=2" } }) {
-        bad.push_back(good);
-        bad.back().replace(good.find(was), std::strlen(was), is);
-    }
+    for (const auto& [was, is] : { std::pair("name=a", "name=\xFF"), { "description=\n", "" },
+             { "protocol=6", "protocol=-1" }, { "profiles=1", "profiles=0" }, { "direction=1", "direction=0" },
+             { "action=1", "action=2" }, { "enabled=true", "enabled=perhaps" }, { "current=7", "current=8" },
+             { "current=7", "current=99999999999999999999" } })
+        bad.push_back(std::string(good).replace(good.find(was), std::strlen(was), is));
     for (const auto& content : bad) {
         write(content);
         EXPECT_THROW(readRecords(), fn::DataFormatException) << content;
