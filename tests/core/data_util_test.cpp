@@ -22,7 +22,6 @@ using testing::ElementsAre;
 class Access : public core::DatabaseAccess {
 public:
     using DatabaseAccess::DatabaseAccess;
-    using DatabaseAccess::dropSchema;
     using DatabaseAccess::handleException;
 
     std::vector<std::string> calls;
@@ -99,16 +98,6 @@ TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndAnewForAnotherVersion)
         if (isAsBefore) continue;
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");
         access.database().execute("insert into other values (1)");
-    }
-    {
-        Access locked(4, path, loop); // A drop that fails leaves no writable schema.
-        EXPECT_THROW(locked.dropSchema(), sqlite::SQLiteException); // It is closed.
-        const ScopedConnection connection(locked);
-        locked.database().setBusyTimeout({});
-        sqlite::Database other(path, 6);
-        const sqlite::Transaction lock(other);
-        EXPECT_THROW(locked.dropSchema(), sqlite::SQLiteException);
-        EXPECT_EQ(locked.ask("pragma writable_schema"), 0);
     }
     Access migrating(5, path, loop);
     migrating.migratesItself = true;

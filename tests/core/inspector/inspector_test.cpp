@@ -138,16 +138,11 @@ TEST(InspectionResultTest, ComesBackFromItsSerializedFormAndReadsUnexpectedShape
         EXPECT_EQ(result.serialize(), Value::map({ { "redirectAction", action } }));
         EXPECT_EQ(InspectionResult::deserialize(result.serialize()).redirectAction, action);
     }
-
-    const auto lines = Value::array({ 5, Value::array({ "x" }), {}, Value::map({ { "action", 1 } }),
-        Value::map({ { "text", 12 } }), Value::map({ { 3, 4 } }) });
+    const auto lines = Value::array({ 5, Value::array({ "x" }), {}, Value::map({ { "action", 1 } }) });
     const auto odd = InspectionResult::deserialize(Value::map({ { "items", lines } }));
-    EXPECT_EQ(odd.serialize().toString(), R"({"items": ["", "", "", {"action": 1, "text": ""}, "12", ""]})");
-    for (const auto& value : { Value(), Value("items"), Value::array({ "items" }),
-             Value::map({ { "items", Value::map({ { 0, "a" } }) } }) }) {
-        const auto other = InspectionResult::deserialize(value);
-        EXPECT_TRUE(!other.redirectAction && other.items.empty()) << value;
-    }
+    EXPECT_EQ(odd.serialize().toString(), R"({"items": ["", "", "", {"action": 1, "text": ""}]})");
+    for (const auto& value : { Value(), Value::array({ "items" }), Value::map({ { "items", Value(Value::MAP) } }) })
+        EXPECT_TRUE(InspectionResult::deserialize(value).items.empty()) << value;
 }
 
 TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
@@ -217,7 +212,6 @@ TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
         { "registerInspector", Value::map({ { "name", "a" }, { "reference", service } }),
             "RuntimeException: Only an inspector" },
         { "registerInspector", Value::map({ { "reference", "text" } }), "RangeException: " },
-        { "unregisterInspector", -1, "RangeException: " },
         { "unregisterInspector", "one", "RangeException: " },
     };
     for (const auto& [method, argument, error] : rows)

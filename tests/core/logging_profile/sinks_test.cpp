@@ -83,14 +83,12 @@ TEST_F(FormattedSink, WrapsWhereATextMayBreakAndBetweenCharactersWhateverTheirBy
         { "one\ntwo\n\nlast\n", { "one", "two", "", "last" } },
         { "a\r\n\x1b[2J", { "a\r", "\x1b[2J" } },
         { x(300), { x(140), x(140), x(20) } },
-        { x(140) + "\n" + x(140) + "\n", { x(140), x(140) } },
         { x(141), { x(140), "x" } },
         { x(139) + " " + x(5), { x(139) + " ", x(5) } },
         { x(140) + " " + x(5), { x(140), " " + x(5) } },
         { x(50) + " " + x(20) + "." + x(100), { x(50) + " " + x(20) + ".", x(100) } },
         { x(50) + "::" + x(100), { x(50) + "::" + x(88), x(12) } },
         { x(139) + "::" + x(200), { x(139) + ":", ":" + x(139), x(61) } },
-        { "." + x(150), { ".", x(140), x(10) } },
         { "\xf0\nx", { "\xf0", "x" } }, // A character cut short takes no line end.
         { x(139) + "\xe2\x82", { x(139) + "\xe2\x82" } },
     };

@@ -131,9 +131,8 @@ TEST_F(PasswordManager, WhatCanNotBeProtectedIsRefusedAndWhatWasThereStays)
     manager.setPassword("g", "k", "secret");
     const auto before = test::readFile(path);
     const test::LogCapture log(1);
-    const platform::ScopedDataProtection::Call calls[] = { [](const auto&, auto&) { return 0; },
-        [](const auto&, auto&) -> int { throw fn::IOException("no luck"); } };
-    for (const auto& call : calls) {
+    for (const bool throws : { false, true }) {
+        const auto call = [&](const auto&, auto&) { return throws ? throw fn::IOException("no luck") : 0; };
         const platform::ScopedDataProtection failing(call, call);
         EXPECT_EQ(manager.getPassword("g", "k"), "");
         EXPECT_THROW(manager.setPassword("g", "k", "x"), fn::RuntimeException);

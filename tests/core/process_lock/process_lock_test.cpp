@@ -91,8 +91,7 @@ TEST_F(ProcessLocks, TheFileIsThisUsersAloneAndMadeAnewWhereItIsRemovedBeforeItI
     EXPECT_FALSE(ProcessLock(name).exclusive()); // The own process has no second one either.
     EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
 
-    for (const auto& bad : { std::string("../x"), std::string("a\0b", 3), std::string(300, 'x') })
-        EXPECT_THROW(ProcessLock { fn::String(bad) }, fn::IOException) << bad;
+    EXPECT_THROW(ProcessLock { "../x" }, fn::IOException);
     fs::create_symlink(folder.path() / "elsewhere", folder.path() / "linked.lock"); // Somebody's: it is not followed.
     EXPECT_THROW(fn::NamedMutex("linked", true), fn::FileException);
     EXPECT_FALSE(fs::exists(folder.path() / "elsewhere"));
