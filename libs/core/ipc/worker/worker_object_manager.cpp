@@ -82,7 +82,7 @@ void WorkerObjectManager::unregisterInstance(ObjectInstance* instance)
 void WorkerObjectManager::registerReference(ObjectReference& reference)
 {
     auto& place = _references[ownerOf(reference.objectId())][reference.objectId()];
-    if (place) _displaced.insert(place);
+    if (place) _displaced.push_back(place);
     place = &reference;
 }
 
@@ -90,7 +90,7 @@ void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 {
     if (!FN_ASSERT(reference, site, 245, "objectReferenceGone", "reference")) return;
     const auto objectId = reference->objectId();
-    _displaced.erase(reference);
+    std::erase(_displaced, reference);
     const auto table = _references.find(ownerOf(objectId));
     if (table != _references.end()) {
         const auto found = table->second.find(objectId);
@@ -326,7 +326,7 @@ void WorkerObjectManager::collectLive(LiveReferences& live, ObjectReference& ref
 /// All are dead before the first one hears of it: no callback sees a half-updated set.
 void WorkerObjectManager::markDead(LiveReferences references)
 {
-    std::ranges::sort(references, {}, [](const auto& reference) { return reference->objectId(); });
+    std::ranges::stable_sort(references, {}, [](const auto& reference) { return reference->objectId(); });
     for (const auto& reference : references) reference->markObjectDead();
     for (const auto& reference : references) reference->notifyObjectDead();
 }

@@ -8,7 +8,6 @@
 #include "foundation/value_map.h"
 #include <exception>
 #include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -140,8 +139,7 @@ private:
     WorkerId _workerId = NO_WORKER_ID;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
-    std::unordered_set<ObjectReference*>
-        _displaced; // Not destroyed yet, while another one is in the table for the object.
+    std::vector<ObjectReference*> _displaced; // Not destroyed yet, while another one is in the table for the object.
     std::uint64_t _nextSequence = 0;
     std::uint64_t _nextEarlySequence = 0; // Of objects that were made before the worker was connected.
     fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
