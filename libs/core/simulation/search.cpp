@@ -43,7 +43,10 @@ std::optional<Failure> runSeeds(const Run& run, std::uint64_t seed, std::uint64_
                 shared.virtualSeconds += report.seconds;
                 if (!report.violations.empty()) return report.violations.front();
                 Decisions second(current);
-                if (run(second, false).hash != report.hash) return std::string("the same seed gave two different runs");
+                const auto again = run(second, false);
+                if (again.hash == report.hash) continue;
+                std::string what = "the same seed gave two different runs";
+                return again.violations.empty() ? what : what + ", the second: " + again.violations.front();
             }
             return std::string();
         },

@@ -152,10 +152,8 @@ void World::harm(Process& process)
     if (!process._isExposed || process._isDead) return;
     if (_decisions.happens(Choice::Fault, _options.deaths)) {
         tellHarm(process.name(), "is killed");
-        if (_decisions.choose(Choice::Fault, 2) == 0)
-            process.die(0, SIGKILL);
-        else
-            process._diesInWrite = true;
+        if (_decisions.choose(Choice::Fault, 2) == 0) return process.die(0, SIGKILL);
+        process._diesInWrite = true;
     }
     if (_decisions.happens(Choice::Fault, _options.freezes)) {
         const auto most = static_cast<std::uint32_t>(_options.longestFreeze.totalMilliseconds());

@@ -7,6 +7,7 @@
 #include <new>
 #include <span>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <system_error>
@@ -16,6 +17,7 @@ namespace core::simulation {
 namespace {
 
 constexpr rlim_t mostSeconds = 40; // Of one child, on a processor: longer is a hang.
+constexpr unsigned mostWallSeconds = 600; // A lock taken twice uses no processor.
 constexpr std::size_t journalEntries = 8 * 1024 * 1024;
 
 /// Memory that this process and its children see.
@@ -48,6 +50,8 @@ std::optional<Failure> inChild(folly::Function<std::string(Shared&)> body, folly
     if (child == 0) {
         const rlimit bound { mostSeconds, mostSeconds + 1 };
         ::setrlimit(RLIMIT_CPU, &bound);
+        ::alarm(mostWallSeconds);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // A search that is ended leaves nobody behind.
         const auto what = body(shared);
         std::strncpy(shared.what, what.c_str(), sizeof(shared.what) - 1);
         std::fflush(stdout);

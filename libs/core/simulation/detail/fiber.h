@@ -6,7 +6,7 @@
 
 namespace core::simulation {
 
-/// A stack of its own for each simulated process. Kept between processes: making one costs several system calls.
+/// A stack of its own for each simulated process.
 class FiberStack {
 public:
     FiberStack();
@@ -36,9 +36,6 @@ public:
 
     /// Goes back to who resumed it. On its own stack.
     void pause();
-
-    bool hasEnded() const noexcept { return _hasEnded; }
-    std::unique_ptr<FiberStack> takeStack() noexcept { return std::move(_stack); } ///< Once it has ended.
 
 private:
     // What the language keeps of a thread's exceptions: those being handled here are none of the others' business.
