@@ -1,5 +1,4 @@
 #include "journal.h"
-#include "foundation/logging/category_manager.h"
 #include <array>
 #include <chrono>
 #include <cstdlib>
@@ -21,15 +20,6 @@ std::int64_t now()
     const auto time = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::microseconds>(time).count();
 }
-
-class JournalSink final : public fn::logging::Sink {
-    int threshold(const fn::logging::Category&) const override { return 4; }
-    void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override
-    {
-        const auto line = fmt::format("{}: {}", category.name(), message.text);
-        simulated::Witness::current().tell({ .deed = Deed::Logs, .number = message.priority, .text = line });
-    }
-};
 
 } // namespace
 
@@ -71,7 +61,7 @@ Journal::Journal(const char* name) : Journal(std::filesystem::path(std::getenv(p
     _process = ++_header->processes;
     _random.seed(_header->seed + static_cast<std::uint64_t>(_process));
     tell({ .deed = Deed::Starts, .number = ::getpid(), .text = name });
-    fn::logging::CategoryManager::instance().addSink(fn::makeAuto<JournalSink>());
+    hearLog();
 }
 
 Journal::~Journal() { ::munmap(_header, headerBytes + mostRecords * sizeof(Record)); }

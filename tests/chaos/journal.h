@@ -29,7 +29,6 @@ public:
     std::uint32_t choose(std::uint32_t count) override { return static_cast<std::uint32_t>(_random() % count); }
     bool isResting() const override;
     void setResting(bool isResting);
-    bool mayEndIdle() const override { return false; }
     std::uint32_t pace() const override { return 10; } // Nobody lives for long.
     int process() const override { return _process; }
     int next(simulated::Numbered what) override;

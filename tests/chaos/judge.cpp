@@ -112,7 +112,7 @@ void Judge::dies(Module& module)
     ++deaths;
     _dead.insert(module.process);
     forget(module.process);
-    for (const int call : module.process ? openCallsTo(module.process) : std::vector<int>())
+    for (const int call : module.process ? openCalls(module.process) : std::vector<int>())
         _leftCalls.emplace_back(call, _now + longestHearing);
     module = { .signals = {}, .lastStop = module.lastStop };
 }

@@ -22,7 +22,7 @@ public:
     void excuseSlowness() { _slowUntil = _now + recently; }
 
     bool areAllThere() const; ///< All modules run and are connected.
-    bool isQuiet() const { return openCalls() == 0 && areAllThere(); }
+    bool isQuiet() const { return openCalls().empty() && areAllThere() && keepOneBody(); }
     bool agree() const; ///< The counts, with what the living hold.
     void printStory(const std::string& violation) const; ///< Of whom it names, and how it ended.
 

@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/module.h"
 #include "thing.h"
+#include <map>
 
 namespace simulated {
 
@@ -20,37 +21,32 @@ public:
     void hold(fn::AutoPtr<ThingReference> reference);
     fn::AutoPtr<Thing> someThing(); ///< A new one or one of its own.
     fn::AutoPtr<ThingReference> someHeld();
-    fn::Promise<fn::Value> call(const fn::AutoPtr<ThingReference>& reference, Ask ask, int& number);
+    /// The number of the call, and its answer.
+    std::pair<int, fn::Promise<fn::Value>> call(const fn::AutoPtr<ThingReference>& reference, Ask ask);
 
 private:
-    struct Pending {
-        int call;
-        fn::Promise<void> promise; // Of what follows from it.
-    };
-
     void actLater();
     void act();
     void callSomething();
     void callAnew();
-    void callOn(const fn::AutoPtr<ThingReference>& reference, Ask ask);
+    int callOn(const fn::AutoPtr<ThingReference>& reference, Ask ask);
+    fn::Value argumentOf(int call, Ask ask);
     void cancelSomething();
-    void cancel(const Pending& pending);
+    void cancel(int call);
     void dropSomething();
     void registerThing(const fn::AutoPtr<Thing>& thing, int priority);
     fn::Promise<fn::AutoPtr<ThingReference>> find(fn::Duration bound);
     void findSomething();
     void hideAll();
     void post();
-    void restLater();
     void proveAlive();
-    void listen(int channel);
 
     std::vector<fn::AutoPtr<Thing>> _things;
     std::vector<fn::AutoPtr<ThingReference>> _held;
-    std::vector<Pending> _pending;
+    std::map<int, fn::Promise<void>> _pending; // By the number of the call: what follows from it.
     const bool _hasOwnProcess;
     fn::Handle _next;
-    std::vector<fn::Handle> _listening;
+    fn::Handle _listening;
 };
 
 } // namespace simulated

@@ -48,23 +48,9 @@ private:
     std::vector<std::pair<CallContext, int>> _calls; // All that have come.
 };
 
-/// An object of which no reference can be made elsewhere.
-class FN_EXPORT Breaking final : public ipc::CallableObjectInstance {
-public:
-    struct Reference final : ipc::CallableObjectReference {
-        explicit Reference(ipc::ObjectReferenceInitializer& initializer);
-    };
-    explicit Breaking(ipc::Worker& worker) : CallableObjectInstance(worker) { }
-
-private:
-    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
-};
-
 /// The reference in what `Thing::asValue()` gave. The same reference always stands for the same thing.
 fn::AutoPtr<ThingReference> thingIn(const fn::Value& value);
 
-// How a call has ended, for the witness.
-void tellResult(int call, const fn::Value& result);
-void tellFailure(int call, const std::exception_ptr& failure);
+fn::Value bulk(); ///< What fills many reads.
 
 } // namespace simulated

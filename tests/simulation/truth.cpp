@@ -57,13 +57,6 @@ void Truth::handle(const Event& event)
 
 // --- Objects
 
-Truth::Thing& Truth::thing(int number)
-{
-    const auto index = static_cast<std::size_t>(number);
-    if (_things.size() <= index) _things.resize(index + 1);
-    return _things[index];
-}
-
 void Truth::handleObject(const Event& event)
 {
     switch (event.deed) {
@@ -78,27 +71,22 @@ void Truth::handleObject(const Event& event)
         return;
     case Deed::MakesThing:
         tell("makes thing {}", event.number);
-        thing(event.number) = {};
-        thing(event.number).owner = event.process;
-        thing(event.number).objectId = event.object;
-        thing(event.number).isAlive = true;
+        _things[event.number] = { .owner = event.process, .objectId = event.object, .isAlive = true };
         _latest[event.object] = event.number;
         return;
-    case Deed::EndsThing: return endsThing(event.number);
-    case Deed::HoldsThing: thing(event.number).holds += event.other; return;
-    case Deed::SendsThing: ++thing(event.number).sends; return;
+    case Deed::EndsThing: return ends(event.number);
+    case Deed::HoldsThing: _things[event.number].holds += event.other; return;
+    case Deed::SendsThing: ++_things[event.number].sends; return;
     case Deed::Registers:
         tell("registers thing {} with priority {}", event.number, event.other);
-        thing(event.number).registrations.push_back({ event.other });
+        _things[event.number].registrations.push_back({ event.other });
         return;
-    case Deed::HasRegistered: thing(event.number).isRegistered = true; return;
-    case Deed::Hides:
-    case Deed::HasHidden: return hides(event);
+    case Deed::HasRegistered: _things[event.number].isRegistered = true; return;
     case Deed::Broadcasts:
-        thing(event.number).events = event.value;
-        thing(event.number).lastEvent = now();
+        _things[event.number].events = event.value;
+        _things[event.number].lastEvent = now();
         return;
-    default: return;
+    default: return hides(event);
     }
 }
 
@@ -109,11 +97,9 @@ void Truth::leaves(const Event& event)
     tell("ends itself");
     harms[nameOf(event.process)].insert("ends itself");
     if (!event.flag || isEnding || isHubDead() || _toldToQuit.contains(event.process)) return;
-    for (const auto& [id, reference] : _references) {
-        const auto& held = thing(reference.thing);
-        if (held.owner == event.process && isAlive(reference.holder) && !reference.isDead && !reference.isMistaken
-            && held.registrations.empty())
-            violated(fmt::format("{} ends though thing {} is held", nameOf(event.process), reference.thing));
+    for (const auto& [number, thing] : _things) {
+        if (thing.owner == event.process && thing.registrations.empty() && isReferred(number, true))
+            violated(fmt::format("{} ends though thing {} is held", nameOf(event.process), number));
     }
 }
 
@@ -123,7 +109,7 @@ void Truth::hides(const Event& event)
         tell("{} what it has registered", event.flag ? "hides" : "shows");
         if (event.flag) _hiders.insert(event.process);
     }
-    for (auto& thing : _things) {
+    for (auto& [number, thing] : _things) {
         if (thing.owner != event.process) continue;
         for (auto& registration : thing.registrations) {
             if (event.deed == Deed::Hides)
@@ -134,30 +120,51 @@ void Truth::hides(const Event& event)
     }
 }
 
+/// It is the worker that has got the id of `owner`, which is dead.
+bool Truth::succeeds(int process, int owner) const
+{
+    const auto first = _connected.find(owner);
+    const auto second = _connected.find(process);
+    return first != _connected.end() && second != _connected.end() && first->second.worker == second->second.worker
+        && first->second.since < second->second.since;
+}
+
 /// Its owner is dead, and its id may be that of a later worker's object. A message about it that was under way meanwhile is mistaken
 /// for one about that.
 bool Truth::isUsedAgain(const Thing& thing) const
 {
     const bool wasAnyStopped = !_freezes.empty() || longestSilence > shortSilence;
     const auto longest = wasAnyStopped ? fn::Duration::seconds(15) : fn::Duration::milliseconds(500);
-    const auto owner = _connected.find(thing.owner);
-    return owner != _connected.end() && !isAlive(thing.owner)
-        && std::ranges::any_of(_connected, [&](const auto& other) {
-               return other.second.worker == owner->second.worker && other.second.since > owner->second.since
-                   && other.second.since + longest > now();
-           });
+    return !isAlive(thing.owner) && std::ranges::any_of(_connected, [&](const auto& other) {
+        return succeeds(other.first, thing.owner) && other.second.since + longest > now();
+    });
 }
 
-void Truth::endsThing(int number)
+/// It has heard of a living worker that has got the id of `owner`: before that it was told so.
+bool Truth::knowsSuccessor(int process, int owner) const
 {
-    tell("thing {} ends", number);
-    auto& ended = thing(number);
+    return process != mainProcess() && std::ranges::any_of(_heard, [&](const auto& heard) {
+        const auto [listener, publisher, channel] = heard.first;
+        return listener == process && isAlive(publisher) && succeeds(publisher, owner);
+    });
+}
+
+void Truth::ends(int thing)
+{
+    tell("thing {} ends", thing);
+    auto& ended = _things[thing];
+    if (isAlive(ended.owner) && !isEnding && !isHubDead() && isReferred(thing, true))
+        violated(fmt::format("thing {} ended though somebody holds a reference", thing));
     ended.isAlive = false;
-    if (isEnding || !isAlive(ended.owner) || isHubDead()) return;
-    for (const auto& [id, reference] : _references) {
-        if (reference.thing == number && isAlive(reference.holder) && !reference.isDead && !reference.isLocal)
-            violated(fmt::format("thing {} ended though {} holds a reference", number, nameOf(reference.holder)));
-    }
+}
+
+bool Truth::isReferred(int thing, bool elsewhere) const
+{
+    return std::ranges::any_of(_references, [&](const auto& entry) {
+        const auto& reference = entry.second;
+        return reference.thing == thing && isAlive(reference.holder)
+            && !(elsewhere && (reference.isLocal || reference.isDead || reference.isMistaken));
+    });
 }
 
 void Truth::handleReference(const Event& event)
@@ -169,111 +176,108 @@ void Truth::handleReference(const Event& event)
                 .objectId = event.object,
                 .isLocal = event.flag,
                 .thing = known,
-                .isMistaken = isUsedAgain(thing(known)),
+                .isMistaken = isUsedAgain(_things[known]),
                 .since = now() });
         return;
     }
     const auto found = _references.find(event.number);
     if (found == _references.end()) return;
-    if (event.deed == Deed::EndsReference) _references.erase(found);
-    if (event.deed == Deed::Recognizes && event.other != found->second.thing
-        && (found->second.objectId != thing(event.other).objectId || !isUsedAgain(thing(event.other))))
-        violated("a reference stands for two objects");
-    if (event.deed == Deed::KeepsReference) found->second.isKept = true;
-    if (event.deed == Deed::HearsEvent && event.value <= std::exchange(found->second.lastEvent, event.value))
-        violated("events of one object came out of order, or twice");
-    if (event.deed == Deed::HearsDeath) {
-        found->second.isDead = true;
-        hearsDeath(found->second);
+    auto& reference = found->second;
+    switch (event.deed) {
+    case Deed::Recognizes: {
+        const auto& other = _things[event.other];
+        if (event.other != reference.thing && (reference.objectId != other.objectId || !isUsedAgain(other)))
+            violated("a reference stands for two objects");
+        return;
+    }
+    case Deed::KeepsReference: reference.isKept = true; return;
+    case Deed::HearsEvent:
+        if (event.value <= std::exchange(reference.lastEvent, event.value))
+            violated("events of one object came out of order, or twice");
+        return;
+    case Deed::HearsDeath: return hearsDeath(reference);
+    default: _references.erase(found);
     }
 }
 
-void Truth::hearsDeath(const Reference& reference)
+void Truth::hearsDeath(Reference& reference)
 {
     tell("hears that thing {} is dead", reference.thing);
-    const bool isWrong = isAlive(thing(reference.thing).owner) && !reference.isMistaken;
+    reference.isDead = true;
+    const bool isWrong = isAlive(_things[reference.thing].owner) && !reference.isMistaken;
     if (isWrong && isAlive(reference.holder) && !isHubDead() && !isEnding)
         violated(fmt::format("thing {} was told dead", reference.thing));
 }
 
 // --- Calls
 
-Truth::Call& Truth::call(int number)
-{
-    const auto index = static_cast<std::size_t>(number);
-    if (_calls.size() <= index) _calls.resize(index + 1);
-    return _calls[index];
-}
-
 void Truth::handleCall(const Event& event)
 {
-    auto& known = call(event.number);
+    auto& call = _calls[event.number];
     switch (event.deed) {
-    case Deed::Calls: return begins(event);
+    case Deed::Calls: return begins(event, call);
+    case Deed::Passes: {
+        const auto passed = _references.find(event.other);
+        if (passed == _references.end()) return;
+        const auto& [number, thing] = *_things.find(passed->second.thing);
+        tell("passes on thing {}", number);
+        if (thing.owner == event.process) ++_things[number].sends;
+        call.bringsNothing = passed->second.isDead && knowsSuccessor(event.process, thing.owner);
+        return;
+    }
     case Deed::GetsCall:
         tell("gets call {}", event.number);
-        if (std::exchange(known.hasArrived, true)) violated(fmt::format("call {} arrived twice", event.number));
-        known.owner = event.process;
+        if (std::exchange(call.hasArrived, true)) violated(fmt::format("call {} arrived twice", event.number));
+        if (call.bringsNothing && event.flag) violated("an object that is gone for good was sent");
+        call.owner = event.process;
         return;
-    case Deed::GetsCancel: known.hasCancelArrived = true; return;
+    case Deed::GetsCancel: call.hasCancelArrived = true; return;
     case Deed::Cancels:
         tell("cancels call {}", event.number);
-        known.isCancelled = true;
+        call.isCancelled = true;
         return;
-    case Deed::HasResult: return hasResult(event);
-    case Deed::HasFailure: return hasFailure(event);
-    default: return;
+    default:
+        if (std::exchange(call.isOver, true)) violated(fmt::format("call {} ended twice", event.number));
+        if (call.isCancelled) violated(fmt::format("call {} ended after it was cancelled", event.number));
+        event.deed == Deed::HasResult ? hasResult(event, call) : hasFailure(event, call);
     }
 }
 
-void Truth::begins(const Event& event)
+void Truth::begins(const Event& event, Call& call)
 {
     const auto found = _references.find(event.other);
     if (found == _references.end()) return; // Its holder is being killed: nothing is asked of its calls.
     const auto& reference = found->second;
     tell("makes call {} ({}) on thing {}", event.number, event.value, reference.thing);
-    call(event.number) = { .ask = static_cast<Ask>(event.value),
+    call = { .ask = static_cast<Ask>(event.value),
         .caller = event.process,
-        .owner = thing(reference.thing).owner,
+        .owner = _things[reference.thing].owner,
         .reference = event.other,
         .isMistaken = reference.isMistaken };
 }
 
-void Truth::ends(Call& call, int number)
-{
-    if (std::exchange(call.isOver, true)) violated(fmt::format("call {} ended twice", number));
-    if (call.isCancelled) violated(fmt::format("call {} ended after it was cancelled", number));
-}
-
-void Truth::hasResult(const Event& event)
+void Truth::hasResult(const Event& event, const Call& call)
 {
     ++_answers;
     tell("has the answer of call {}", event.number);
-    auto& known = call(event.number);
-    ends(known, event.number);
-    const bool mayHaveResult = known.ask != Ask::Never && known.ask != Ask::Throw && known.ask != Ask::Error
-        && known.ask != Ask::Unencodable && (known.ask != Ask::Break || known.owner == known.caller);
-    const auto shape = static_cast<Shape>(event.other);
-    const bool isRight = known.ask == Ask::Give
-        ? shape == Shape::Map || shape == Shape::Nil
-        : known.ask == Ask::Break || (shape == Shape::Number && event.value == event.number);
-    if (!isRight || !mayHaveResult || !known.hasArrived)
+    const bool mayHaveResult =
+        call.ask != Ask::Never && call.ask != Ask::Throw && call.ask != Ask::Error && call.ask != Ask::Unencodable;
+    const bool isRight = call.ask == Ask::Give ? event.flag : event.value == event.number;
+    if (!isRight || !mayHaveResult || !call.hasArrived)
         violated(fmt::format("call {} has a wrong result", event.number));
 }
 
-void Truth::hasFailure(const Event& event)
+void Truth::hasFailure(const Event& event, const Call& call)
 {
     tell("call {} fails: {}", event.number, event.text);
-    auto& known = call(event.number);
-    ends(known, event.number);
-    if (known.ask == Ask::Unencodable && known.hasArrived) return;
-    const bool shouldFail = known.ask == Ask::Throw || known.ask == Ask::Error;
+    if (call.ask == Ask::Unencodable && call.hasArrived) return;
+    const bool shouldFail = call.ask == Ask::Throw || call.ask == Ask::Error;
     if (shouldFail && event.text == fmt::format("RuntimeException: call {}", event.number)) return;
-    if (known.ask == Ask::Break && event.text == "RuntimeException: broken on purpose") return;
+    const bool bringsObject = call.ask == Ask::Give || call.ask == Ask::Keep || call.ask == Ask::CallBack;
+    if (bringsObject && event.text == "RuntimeException: broken on purpose") return;
     // Asked to call somebody else, who may have died.
-    const bool asksOthers = known.ask == Ask::Relay || known.ask == Ask::CallBack;
-    if (event.flag && (isEnding || asksOthers || !isAlive(known.owner) || !isAlive(known.caller) || isHubDead()))
-        return;
+    const bool asksOthers = call.ask == Ask::Relay || call.ask == Ask::CallBack;
+    if (event.flag && (isEnding || asksOthers || !isAlive(call.owner) || !isAlive(call.caller) || isHubDead())) return;
     violated(fmt::format("call {} failed: {}", event.number, event.text));
 }
 
@@ -282,22 +286,21 @@ void Truth::hasFailure(const Event& event)
 void Truth::handleLookUp(const Event& event)
 {
     auto& known = _lookUps[event.number];
-    if (event.deed == Deed::LooksUp) return looksUp(event);
+    if (event.deed == Deed::LooksUp) return looksUp(event, known);
     if (std::exchange(known.isOver, true)) violated("a look-up ended twice");
     if (event.deed == Deed::FindsNothing) return findsNothing(known, std::string(event.text));
     const auto found = _references.find(event.other);
-    if (found != _references.end() && !found->second.isMistaken) finds(known, thing(found->second.thing));
+    if (found != _references.end() && !found->second.isMistaken) finds(known, _things[found->second.thing]);
 }
 
-void Truth::looksUp(const Event& event)
+void Truth::looksUp(const Event& event, LookUp& lookUp)
 {
-    auto& lookUp = _lookUps[event.number] = {
-        .caller = event.process, .begin = now(), .bound = fn::Duration::milliseconds(event.value), .things = {}
-    };
-    for (std::size_t number = 0; number < _things.size(); ++number) {
-        const auto& thing = _things[number];
+    lookUp.caller = event.process;
+    lookUp.begin = now();
+    lookUp.bound = fn::Duration::milliseconds(event.value);
+    for (const auto& [number, thing] : _things) {
         if (thing.isRegistered && isAlive(thing.owner) && !modulesEndIdle && !_hiders.contains(thing.owner))
-            lookUp.things.push_back(static_cast<int>(number));
+            lookUp.things.push_back(number);
     }
 }
 
@@ -318,10 +321,11 @@ void Truth::findsNothing(const LookUp& lookUp, const std::string& text)
 {
     tell("finds nothing: {}", text);
     if (isEnding || isHubDead() || !isAlive(lookUp.caller)) return;
+    if (text.find("broken on purpose") != std::string::npos) return;
     if (text.find("is not available") == std::string::npos) violated(fmt::format("a look-up failed: {}", text));
     if (now() - lookUp.begin < lookUp.bound) violated("a look-up failed before its time-out");
     for (const int number : lookUp.things) {
-        const int owner = thing(number).owner;
+        const int owner = _things[number].owner;
         if (isAlive(owner) && !_hiders.contains(owner)) violated(fmt::format("thing {} was not found", number));
     }
 }
@@ -332,51 +336,41 @@ void Truth::handleOther(const Event& event)
 {
     const std::string text(event.text);
     switch (event.deed) {
-    case Deed::Hears: return hears(event);
-    case Deed::Posts: _posts[{ event.number, event.process }] = { event.value, now() }; return;
+    case Deed::Hears:
+        if (event.value <= std::exchange(_heard[{ event.process, event.other, event.number }], event.value))
+            violated(fmt::format("a message of process {} came out of order on the bus, or twice", event.other));
+        return;
+    case Deed::Posts: _posts[{ event.number, event.process }] = { event.process, event.value, now() }; return;
+    case Deed::KeepsBody: _bodies[event.process] = { event.other, event.value }; return;
     case Deed::Proves: _proved.insert(event.process); return;
     case Deed::Logs:
         tell("logs at {}: {}", event.number, text);
-        if (text.starts_with("ipc.moduleManager: Launching module")) checkLaunch(text);
         if (event.number <= 2 && !isExplained(text)) violated(fmt::format("a line without a reason: {}", text));
         return;
     case Deed::Violates: return violated(text);
-    case Deed::GivesUp: return givesUp(text);
+    case Deed::GivesUp:
+        tell("gives up: {}", text);
+        _givenUp.insert(text);
+        if (!isExplained(text)) violated(fmt::format("gave up without a reason: {}", text));
+        return;
     case Deed::FindsSilent:
         tell("{} does not respond", text);
         _silences[text].push_back(now());
         if (!isExplained(fmt::format("Module {} stopped responding", text)))
             violated(fmt::format("{} was said not to respond without a reason", text));
         return;
-    case Deed::IsHarmed: return isHarmed(event);
-    case Deed::Rests: return tell("all rest");
+    case Deed::IsHarmed: return isHarmed(event, text);
     default: return;
     }
 }
 
-void Truth::hears(const Event& event)
+void Truth::isHarmed(const Event& event, const std::string& name)
 {
-    auto& previous = _heard[{ event.process, { event.other, event.number } }];
-    if (event.value <= previous)
-        violated(fmt::format("a message of process {} came out of order on the bus, or twice", event.other));
-    previous = event.value;
-}
-
-void Truth::isHarmed(const Event& event)
-{
-    const std::string name(event.text);
     harms[name].emplace(event.how);
     if (event.how == "has no memory") _leaving.insert(event.number); // It loses its connection, and ends.
     const auto time = fn::Duration::milliseconds(event.value);
     tell("{} {}{}", name, event.how, event.value > 0 ? fmt::format(" for {} ms", event.value) : "");
     if (event.value > 0) _freezes.push_back({ event.number, name, now(), now() + time });
-}
-
-void Truth::givesUp(const std::string& message)
-{
-    tell("gives up: {}", message);
-    _givenUp.insert(message);
-    if (!isExplained(message)) violated(fmt::format("gave up without a reason: {}", message));
 }
 
 bool Truth::hasHarmed(const std::string& text, const std::set<std::string>& how) const

@@ -26,6 +26,7 @@ public:
     void handle(const Event& event);
     void expects(const fn::String& module) { _modules.push_back(module); } ///< The application has it.
     void checkAtRest();
+    void checkQuit(); ///< All should have been told to, a while ago.
     void violated(std::string what);
 
     std::size_t answers() const { return _answers; }
@@ -41,33 +42,31 @@ protected:
     virtual bool isThere(const fn::String& module) const = 0; ///< It runs; whether it is connected the truth knows.
     virtual bool isExplained(const std::string& text) const; ///< A line at warning level.
     bool isExcused(const std::string& text) const; ///< By more than what has been done to one module.
-    virtual void checkLaunch(const std::string&) { } ///< The supervisor says that it launches somebody.
     virtual void checkWorld() { } ///< What else is to be checked at rest, while there is a hub.
     virtual void print(const std::string& line); ///< Of the story.
 
+    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args)
+    {
+        if (_tells) print(fmt::format("{}: {}", speaker(), fmt::format(text, std::forward<Args>(args)...)));
+    }
+
     bool isAlive(int process) const; ///< Neither killed nor about to end.
     bool isHubDead() const { return !isAlive(mainProcess()); }
-    std::map<ipc::ObjectId, std::set<int>> heldObjects() const; ///< By whom, of living owners, elsewhere.
-    using Registered = std::tuple<ipc::ObjectId, int, bool>; ///< With its priority, hidden or not.
-    std::multiset<Registered> registrations() const; ///< Of living owners.
+    std::map<ipc::ObjectId, std::set<int>> holders() const; ///< Workers, the registry's among them; of living owners.
     std::size_t countedObjects() const; ///< How many the hub must count.
     std::size_t mistakenReferences() const; ///< For which it may count one more each.
-    std::size_t openCalls() const; ///< That must end yet.
-    std::vector<int> openCallsTo(int process) const;
-    bool isOpen(int call) const { return isOpen(_calls[static_cast<std::size_t>(call)]); }
+    using Registered = std::tuple<ipc::ObjectId, int, bool>; ///< With its priority, hidden or not.
+    std::multiset<Registered> registrations() const; ///< Of living owners.
+    std::vector<int> openCalls(int process = 0) const; ///< That must end yet: all, or those to this one.
+    bool isOpen(int call) const { return isOpen(_calls.at(call)); }
+    bool keepOneBody() const; ///< All the same sticky one, the newest of who has posted it.
     void forget(int process); ///< It has gone: whatever it held and however long it was stopped.
     void excuseFreezes(); ///< Until now: nobody could notice them.
-    struct Post {
-        std::int64_t number = 0;
-        fn::Duration time;
-    };
-    const auto& posts() const { return _posts; } ///< The latest, by channel and publisher.
     struct Connected {
         fn::Duration since;
         int worker;
     };
     const std::map<int, Connected>& connected() const { return _connected; }
-    bool isSupposedToQuit(int process) const; ///< It has had the time to.
     bool hasHarmed(const std::string& text,
         const std::set<std::string>& how) const; ///< Somebody named by it, in one of these ways.
 
@@ -89,12 +88,12 @@ private:
         int owner = 0;
         ipc::ObjectId objectId = 0;
         bool isAlive = false;
-        std::vector<Registration> registrations;
+        std::vector<Registration> registrations = {};
         bool isRegistered = false; // One of these is done.
         int holds = 0; // Of its owner's own.
         std::size_t sends = 0; // By its owner, registrations aside; at most.
         std::int64_t events = 0;
-        fn::Duration lastEvent;
+        fn::Duration lastEvent = {};
     };
     struct Reference {
         int holder;
@@ -102,7 +101,7 @@ private:
         bool isLocal;
         int thing;
         bool
-            isMistaken; // It was brought by a message about a dead worker's object, under way when the id was given out again.
+            isMistaken; // Brought by a message about a dead worker's object that was under way when the id was given out again.
         fn::Duration since;
         std::int64_t lastEvent = 0;
         bool isDead = false;
@@ -116,15 +115,21 @@ private:
         bool isOver = false;
     };
     struct Call {
-        Ask ask;
+        Ask ask = Ask::Echo;
         int caller = 0;
         int owner = 0;
         int reference = 0;
         bool isMistaken = false; // By a reference that is.
+        bool bringsNothing = false; // The caller knows that its object is gone for good.
         bool hasArrived = false;
         bool hasCancelArrived = false;
         bool isCancelled = false;
         bool isOver = false;
+    };
+    struct Post {
+        int publisher;
+        std::int64_t number;
+        fn::Duration time = {};
     };
     struct Freeze {
         int process;
@@ -133,55 +138,45 @@ private:
         fn::Duration end;
     };
 
-    template <typename... Args> void tell(fmt::format_string<Args...> text, Args&&... args)
-    {
-        if (_tells) print(fmt::format("{}: {}", speaker(), fmt::format(text, std::forward<Args>(args)...)));
-    }
     std::string speaker() const;
     void handleObject(const Event& event);
     void handleReference(const Event& event);
     void handleCall(const Event& event);
-    void handleOther(const Event& event);
-    Thing& thing(int number);
-    Call& call(int number);
-    void endsThing(int number);
-    void hearsDeath(const Reference& reference);
-    void begins(const Event& event);
-    void ends(Call& call, int number);
-    void hasResult(const Event& event);
-    void hasFailure(const Event& event);
-    void hears(const Event& event);
     void handleLookUp(const Event& event);
-    void looksUp(const Event& event);
+    void handleOther(const Event& event);
+    void ends(int thing);
+    void hearsDeath(Reference& reference);
+    void begins(const Event& event, Call& call);
+    void hasResult(const Event& event, const Call& call);
+    void hasFailure(const Event& event, const Call& call);
+    void looksUp(const Event& event, LookUp& lookUp);
     void finds(const LookUp& lookUp, const Thing& found);
     void findsNothing(const LookUp& lookUp, const std::string& text);
     void hides(const Event& event);
     void leaves(const Event& event);
-    void isHarmed(const Event& event);
-    void givesUp(const std::string& message);
+    void isHarmed(const Event& event, const std::string& name);
     bool isOpen(const Call& call) const;
-    bool isReferred(const Thing& thing, bool elsewhere) const;
-    bool isNeeded(int owner) const;
+    bool isReferred(int thing, bool elsewhere) const;
     bool isUsedAgain(const Thing& thing) const;
-    void checkLookUps();
-    void checkProofs();
-    void checkBus();
+    bool knowsSuccessor(int process, int owner) const;
+    bool succeeds(int process, int owner) const;
     void checkCalls();
-    void checkReferences();
+    void checkReference(int number, const Reference& reference);
+    void checkBus();
     void checkThings();
-    void checkModules();
-    void checkFreezes();
+    void checkSupervisor();
     void checkIdle();
 
     const bool _tells;
     int _speaker = 0; // Whose event is handled.
-    std::vector<Thing> _things;
-    std::vector<Call> _calls;
+    std::map<int, Thing> _things;
+    std::map<int, Call> _calls;
     std::map<int, Reference> _references;
-    std::map<std::pair<int, std::pair<int, int>>, std::int64_t> _heard; // Last number by listener, publisher, channel.
+    std::map<std::tuple<int, int, int>, std::int64_t> _heard; // Last number by listener, publisher, channel.
     std::map<ipc::ObjectId, int> _latest; // The last thing of that id.
     std::map<int, LookUp> _lookUps;
     std::map<std::pair<int, int>, Post> _posts; // The latest, by channel and publisher.
+    std::map<int, Post> _bodies; // The sticky one that each process keeps.
     std::set<int> _hiders; // All that ever hid something.
     std::set<int> _toldToQuit;
     std::set<int> _proved;

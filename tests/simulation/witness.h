@@ -2,6 +2,7 @@
 #include "core/ipc/wire/message.h"
 #include "foundation/duration.h"
 #include "foundation/export.h"
+#include "foundation/logging/sink.h"
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,8 +11,8 @@
 namespace simulated {
 
 /// What a call asks for.
-enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event, Break };
-inline constexpr std::uint32_t asks = 13;
+enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event };
+inline constexpr std::uint32_t asks = 12;
 
 /// What somebody has done, or what has happened to him. Behind each: what `number`, `other` and the rest say.
 enum class Deed : std::uint8_t {
@@ -35,10 +36,11 @@ enum class Deed : std::uint8_t {
     HearsDeath, ///< Of what this reference stands for.
     EndsReference,
     Calls, ///< Call `number` by reference `other` with the Ask `value`.
-    GetsCall,
+    Passes, ///< In call `number` what reference `other` stands for.
+    GetsCall, ///< `flag`: with an object.
     GetsCancel, ///< Of this call.
     Cancels,
-    HasResult, ///< Of call `number`: `other` is the Shape, `value` the number if it is one.
+    HasResult, ///< Of call `number`: the number `value`, else -1; `flag`: an object or nothing.
     HasFailure, ///< Of call `number`, told in `text`; `flag`: since the object is dead.
     LooksUp, ///< Look-up `number`, for `value` ms.
     Finds, ///< By look-up `number` what reference `other` stands for.
@@ -46,21 +48,18 @@ enum class Deed : std::uint8_t {
     Proves, ///< That it is alive: has found and called somebody at rest.
     Posts, ///< On the bus message `value`, on channel `number`.
     Hears, ///< On the bus message `value` of publisher `other`, on channel `number`.
+    KeepsBody, ///< The sticky one, message `value` of publisher `other`; 0: none.
     Logs, ///< `text` at priority `number`.
     Violates, ///< Saw something that must never happen.
     // Of the main process and of who does harm:
     GivesUp, ///< A module, says the supervisor.
     FindsSilent, ///< The module named by `text`.
     IsHarmed, ///< A process of name `text`, for `value` ms if it is a freeze; `number` is it, if known; `how` says more.
-    Rests, ///< Nobody begins anything new from now on.
     // Of real processes alone:
     Starts, ///< As `text`, with the id `number` of the system.
     Exits, ///< The module `text`, with status `value` and signal `other`, says the supervisor.
     Counts, ///< The hub: `number` objects, `other` registrations, `value` waiters, `object` workers.
 };
-
-/// Of a call's result.
-enum class Shape { Number, Map, Nil, Other };
 
 struct Event {
     Deed deed = Deed::None;
@@ -90,7 +89,7 @@ public:
     virtual std::uint32_t choose(std::uint32_t count) = 0; ///< 0 to `count` - 1; 0 is the tame answer.
     virtual bool isResting() const = 0; ///< Nobody begins anything new.
     virtual std::uint32_t pace() const { return 100; } ///< Milliseconds between two things that one begins, at most.
-    virtual bool mayEndIdle() const = 0; ///< Modules end by themselves when nobody needs them.
+    virtual bool mayEndIdle() const { return false; } ///< Modules end by themselves when nobody needs them.
     /// How long from now on until everybody, at rest, shows that it is alive. Nothing: nobody has to.
     virtual std::optional<fn::Duration> timeUntilProof() const { return {}; }
     virtual int process() const = 0; ///< The number of the one that asks.
@@ -100,6 +99,14 @@ public:
 protected:
     Witness() noexcept;
     virtual ~Witness();
+    void hearLog(); ///< Each line at warning level and above, and some more, until it goes.
+
+private:
+    fn::AutoPtr<fn::logging::Sink> _logSink;
 };
+
+// Of the current one.
+inline void tell(const Event& event) { Witness::current().tell(event); }
+inline std::uint32_t choose(std::uint32_t count) { return Witness::current().choose(count); }
 
 } // namespace simulated

@@ -1,7 +1,5 @@
 #include "world_truth.h"
 #include "core/ipc/registry_impl.h"
-#include "foundation/message_bus.h"
-#include "foundation/value_map.h"
 #include <algorithm>
 #include <climits>
 
@@ -12,7 +10,7 @@ void WorldTruth::rest()
     constexpr auto untilProof = fn::Duration::seconds(38); // Longer than any launch, look-up, freeze or answer takes.
     _isResting = true;
     proofTime = _world.now() + untilProof;
-    handle({ .deed = Deed::Rests });
+    Truth::tell("all rest");
 }
 
 void WorldTruth::harmed(const fn::String& name, const char* harm, fn::Duration time)
@@ -33,17 +31,13 @@ void WorldTruth::tell(Event event)
     event.process = process();
     if (event.process && Process::current()->isDead()) return;
     handle(event);
+    if (event.deed == Deed::Logs && event.text.starts_with("ipc.moduleManager: Launching module"))
+        checkLaunch(event.text);
 }
 
-bool WorldTruth::isRunning(int process) const
-{
-    return process && !_world.processes()[static_cast<std::size_t>(process) - 1]->isDead(); // Numbered in their order.
-}
+bool WorldTruth::isRunning(int process) const { return process && !_world.find(process)->isDead(); }
 
-std::string WorldTruth::nameOf(int process) const
-{
-    return _world.processes()[static_cast<std::size_t>(process) - 1]->name().toStdString();
-}
+std::string WorldTruth::nameOf(int process) const { return _world.find(process)->name().toStdString(); }
 
 bool WorldTruth::isThere(const fn::String& module) const
 {
@@ -69,61 +63,45 @@ bool WorldTruth::isExplained(const std::string& text) const
 }
 
 /// A module is launched once, and once more for each of its ends.
-void WorldTruth::checkLaunch(const std::string& line)
+void WorldTruth::checkLaunch(std::string_view line)
 {
     if (_hasStopped) violated("a module is launched though the application ends");
     const auto begin = line.find("simulated_module_");
     if (begin == std::string::npos) return;
-    const auto name = line.substr(begin, line.find(' ', begin) - begin);
+    const std::string name(line.substr(begin, line.find(' ', begin) - begin));
     if (++_launches[name] > 1 + harms[name].size())
         violated(fmt::format("{} is launched again without a reason", name));
 }
 
-void WorldTruth::checkQuit()
-{
-    for (const auto& [process, connected] : connected()) {
-        if (isSupposedToQuit(process)) violated(fmt::format("{} is not told to quit", nameOf(process)));
-    }
-}
-
+/// Nothing waits in the hub.
 void WorldTruth::checkWorld()
 {
-    if (!hub) return;
-    checkHub();
-    checkCounts();
-    checkRegistry();
-    checkStickyBodies();
-}
-
-/// The hub counts what living holders hold of living owners, and nothing else.
-void WorldTruth::checkCounts()
-{
-    const auto& counts = hub->usageCounts();
-    for (const auto& [objectId, holders] : heldObjects()) {
-        if (counts.receivers(objectId).size() < holders.size())
-            violated(fmt::format("object {} is counted too rarely", objectId));
-    }
-    const auto expected = countedObjects();
-    if (counts.objectCount() < expected || counts.objectCount() > expected + mistakenReferences())
-        violated(fmt::format("{} objects are counted, {} are held", counts.objectCount(), expected));
-}
-
-/// Nothing waits in it, and nothing is kept of the dead.
-void WorldTruth::checkHub()
-{
     constexpr std::size_t mostWaiting = 64; // A PING.
-    std::set<int> living;
+    if (!hub) return;
     for (const auto& worker : hub->workers()) {
-        living.insert(worker.info.workerId);
         if (worker.bytesWaiting > mostWaiting)
             violated(fmt::format("{} bytes wait for worker {}", worker.bytesWaiting, worker.info));
     }
-    for (const auto& [process, known] : connected()) {
-        if (!living.contains(known.worker)
-            && hub->usageCounts().concerned(static_cast<ipc::WorkerId>(known.worker)) > 0)
-            violated(fmt::format("the dead worker {} has objects", known.worker));
-    }
     if (hub->registryImpl()->waiterCount() > 0) violated("look-ups wait in the registry");
+    checkCounts();
+    checkRegistry();
+}
+
+/// It counts what living holders hold of living owners, and nothing else.
+void WorldTruth::checkCounts()
+{
+    const auto& counts = hub->usageCounts();
+    const auto mistaken = mistakenReferences();
+    for (const auto& [object, workers] : holders()) {
+        std::set<int> receivers;
+        for (const auto& receiver : counts.receivers(object)) receivers.insert(receiver.workerId);
+        if (mistaken > 0 ? !std::ranges::includes(receivers, workers) : receivers != workers)
+            violated(fmt::format(
+                "object {} is counted for {} workers, {} hold it", object, receivers.size(), workers.size()));
+    }
+    const auto expected = countedObjects();
+    if (counts.objectCount() < expected || counts.objectCount() > expected + mistaken)
+        violated(fmt::format("{} objects are counted, {} are held", counts.objectCount(), expected));
 }
 
 /// The registry knows the objects of the living, and gives them in their order.
@@ -141,26 +119,6 @@ void WorldTruth::checkRegistry()
     if (modulesEndIdle ? found.size() != expected.size() : found != expected) // Who ends idle hides them, too.
         violated(fmt::format(
             "{} registrations are kept, {} were made, or others are hidden", found.size(), expected.size()));
-}
-
-/// All that are on the bus keep the same sticky body, the newest of who has posted it.
-void WorldTruth::checkStickyBodies()
-{
-    std::set<fn::Value> bodies;
-    for (const auto& [id, since] : connected()) {
-        if (!isAlive(id)) continue;
-        auto* const outer = fn::uv::System::exchangeCurrent(_world.find(id));
-        bodies.insert(fn::MessageBus::instance().getStickyMessage("load.0").value_or(fn::Value()));
-        fn::uv::System::exchangeCurrent(outer);
-    }
-    if (bodies.size() > 1) violated(fmt::format("{} different sticky bodies are kept", bodies.size()));
-    for (const auto& [key, post] : posts()) {
-        if (key.first != 0 || !isAlive(key.second) || bodies.empty()) continue;
-        const auto& body = *bodies.begin();
-        if (body.isNil()
-            || (body.at("publisher") == fn::Value(key.second) && body.at("number") != fn::Value(post.number)))
-            violated("the newest sticky body is not kept");
-    }
 }
 
 } // namespace simulated

@@ -11,15 +11,14 @@ using core::simulation::Process;
 using core::simulation::World;
 
 /// The truth about a simulated world, told at once. What the code of a killed process does on its way out is not asked about.
-class FN_EXPORT WorldTruth final : public Truth, public Witness {
+class WorldTruth final : public Truth, public Witness {
 public:
-    WorldTruth(World& world, bool tells) : Truth(tells), _world(world) { }
+    WorldTruth(World& world, bool tells) : Truth(tells), _world(world) { hearLog(); }
 
     ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
     void rest(); ///< From now on; after a while everybody is to show that it is alive.
     void expectLateNotices(fn::Duration by = shortSilence) { longestSilence = longestSilence + by; }
     void stopped() { _hasStopped = true; } ///< Nobody is launched any more.
-    void checkQuit(); ///< All should have been told to, a while ago.
     void harmed(const fn::String& name, const char* harm, fn::Duration time);
 
     // Witness.
@@ -38,12 +37,10 @@ private:
     int mainProcess() const override { return _world.processes().front()->id(); }
     bool isThere(const fn::String& module) const override;
     bool isExplained(const std::string& text) const override;
-    void checkLaunch(const std::string& line) override;
+    void checkLaunch(std::string_view line);
     void checkWorld() override;
-    void checkHub();
     void checkCounts();
     void checkRegistry();
-    void checkStickyBodies();
 
     World& _world;
     bool _isResting = false;

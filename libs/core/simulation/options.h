@@ -1,4 +1,5 @@
 #pragma once
+#include "core/simulation/decisions.h"
 #include "foundation/duration.h"
 #include <cstddef>
 #include <cstdint>
@@ -24,6 +25,12 @@ struct Options {
     std::uint32_t failingLaunches = 0; ///< The system starts no process.
     std::uint32_t hangingLaunches = 0; ///< It does, and the process never does anything.
     std::uint32_t fullQueues = 0; ///< A connect finds the listener's queue full. Not in the listener's own process.
+
+    /// The same without faults: what a world is given for an application to come to rest.
+    Options calm() const { return { .turnTime = turnTime, .cuts = cuts, .socketBytes = socketBytes }; }
 };
+
+/// For a run among many: each kind of fault is absent from half of them, and in the others so rare that an application goes on in between.
+FN_EXPORT Options drawOptions(Decisions& decisions);
 
 } // namespace core::simulation

@@ -49,13 +49,11 @@ public:
     /// Over all that was read from pipes, by whom and when. Two runs that have the same are the same.
     std::uint64_t traceHash() const noexcept { return _trace; }
 
-    const std::vector<std::unique_ptr<Process>>& processes() const noexcept
-    {
-        return _processes;
-    } ///< In order of birth.
-    Process* find(
-        const fn::String& name) const; ///< The latest living one of that name, or null. A module has its library's.
-    Process* find(int id) const;
+    /// In order of birth.
+    const std::vector<std::unique_ptr<Process>>& processes() const noexcept { return _processes; }
+    /// The latest living one of that name, or null. A module has its library's.
+    Process* find(const fn::String& name) const;
+    Process* find(int id) const; ///< Dead or alive; null if there was none.
 
     void signal(Process& process, int signal); ///< SIGSTOP and SIGCONT included.
     void freeze(Process& process, fn::Duration time);
