@@ -1,4 +1,5 @@
 // An application of real processes, hit by real signals for a while, and judged by the truth of the simulated one.
+#include "journal.h"
 #include "judge.h"
 #include "processes.h"
 #include <CLI/CLI.hpp>
@@ -24,10 +25,10 @@ constexpr std::int64_t mostKilobytesKept = 1536;
 
 class Run {
 public:
-    Run(const std::filesystem::path& folder, const std::filesystem::path& hub, std::uint64_t seed)
+    Run(const std::filesystem::path& folder, std::uint64_t seed)
         : _journal(folder / "journal", seed),
           _random(seed),
-          _family(hub, folder / "output")
+          _family(folder / "output")
     {
         _journal.setResting(true);
     }
@@ -55,10 +56,10 @@ public:
     const Judge& judge() const { return _judge; }
 
 private:
-    struct Stopped {
+    struct Hit {
         pid_t id;
         std::string name;
-        Clock::time_point until;
+        Clock::time_point until; // If it is stopped.
     };
 
     /// Reads what has been told, and does what is due. Throws at the first violation.
@@ -66,9 +67,9 @@ private:
     {
         const auto now = Clock::now();
         if (now - std::exchange(_lastTurn, now) > milliseconds(500)) _judge.excuseSlowness();
-        std::erase_if(_stopped, [&](const Stopped& stopped) {
+        std::erase_if(_stopped, [&](const Hit& stopped) {
             if (stopped.until > now) return false;
-            send(stopped.id, stopped.name, SIGCONT);
+            send(stopped, SIGCONT);
             return true;
         });
         while (const auto told = _journal.read()) _judge.handleNext(told->first, told->second);
@@ -140,19 +141,20 @@ private:
 
     void hit(pid_t id, const std::string& name, int signal, milliseconds time = {})
     {
+        const Hit hit { id, name, Clock::now() + time };
         if (time > milliseconds()) {
-            if (std::ranges::any_of(_stopped, [&](const Stopped& other) { return other.id == id; })) return;
-            _stopped.push_back({ id, name, Clock::now() + time });
+            if (std::ranges::find(_stopped, id, &Hit::id) != _stopped.end()) return;
+            _stopped.push_back(hit);
         }
-        _journal.tell({ .deed = Deed::IsHarmed, .number = id, .other = signal, .value = time.count(), .text = name });
-        send(id, name, signal);
+        send(hit, signal, time);
     }
 
-    void send(pid_t id, const std::string& name, int signal)
+    void send(const Hit& hit, int signal, milliseconds time = {})
     {
-        if (id != _family.hub()) return _family.send(id, name, signal);
-        if (signal == SIGCONT) _journal.tell({ .deed = Deed::IsHarmed, .other = signal, .text = name });
-        ::kill(id, signal);
+        if (signal != SIGCONT || hit.id == _family.hub())
+            _journal.tell(
+                { .deed = Deed::IsHarmed, .number = hit.id, .other = signal, .value = time.count(), .text = hit.name });
+        _family.send(hit.id, hit.name, signal);
     }
 
     // --- What is left
@@ -165,7 +167,7 @@ private:
         const auto end = Clock::now() + bound;
         for (auto since = Clock::now(); Clock::now() < end && Clock::now() - since < seconds(1);) {
             askForCounts();
-            if (!_judge.isQuiet() || !_judge.agree()) since = Clock::now();
+            if (!_judge.isQuiet()) since = Clock::now();
         }
         _judge.checkAtRest();
         turn();
@@ -201,11 +203,11 @@ private:
         std::fflush(stdout);
     }
 
-    Journal _journal;
+    simulated::Journal _journal;
     std::mt19937_64 _random;
     Family _family;
     Judge _judge;
-    std::vector<Stopped> _stopped;
+    std::vector<Hit> _stopped;
     bool _isAnybodyLeft = true;
     Clock::time_point _lastTurn = Clock::now();
 };
@@ -213,8 +215,8 @@ private:
 int run(const std::filesystem::path& folder, seconds time, std::uint64_t seed)
 {
     fmt::print("Seed {}, {} s.\n", seed, time.count());
-    ::setenv(Journal::pathVariable, (folder / "journal").c_str(), 1);
-    Run run(folder, std::filesystem::read_symlink("/proc/self/exe").replace_filename("chaos_hub"), seed);
+    ::setenv(simulated::Journal::pathVariable, (folder / "journal").c_str(), 1);
+    Run run(folder, seed);
     try {
         run.go(time);
         return 0;

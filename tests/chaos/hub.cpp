@@ -6,14 +6,13 @@
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include "journal.h"
-#include "truth.h"
+#include "judge.h"
+#include "processes.h"
 #include <csignal>
 #include <cstring>
-#include <numeric>
 
+namespace chaos {
 namespace {
-
-using chaos::Deed;
 
 class Hub {
 public:
@@ -22,41 +21,35 @@ public:
         _dispatcher.bind();
         _dispatcher.start();
         const fn::uv::SignalWatcher count(_loop.uvLoop(), SIGUSR1, [this] { tellCounts(); });
-        std::vector<int> all(chaos::modules);
-        std::iota(all.begin(), all.end(), 1);
-        supervise(0, all);
+        std::vector<ipc::ModuleDefinition*> all;
+        for (int module = 1; module <= modules; ++module) all.push_back(define(module));
+        supervise(0, std::move(all));
         _loop.run();
     }
 
 private:
-    ipc::ModuleDefinition* define(int module)
+    static ipc::ModuleDefinition* define(int module)
     {
-        const auto name = fmt::format("{}{}", chaos::moduleName, module);
+        const auto name = fmt::format("{}{}", simulated::moduleName, module);
         auto* const definition = ipc::ModuleDefinition::create(name, "module_loader", false, false, false);
         definition->onExit()
-            .connect([this, name](std::int64_t status, int signal) {
-                _journal.tell({ .deed = Deed::Exits, .other = signal, .value = status, .text = name });
+            .connect([name](std::int64_t status, int signal) {
+                simulated::tell({ .deed = Deed::Exits, .other = signal, .value = status, .text = name });
             })
             .detach();
         return definition;
     }
 
     /// Manager 0 begins with all modules; each of the others has the one of its number.
-    void supervise(int number, const std::vector<int>& modules)
+    void supervise(int number, std::vector<ipc::ModuleDefinition*> definitions)
     {
-        std::vector<ipc::ModuleDefinition*> definitions;
-        for (const int module : modules) definitions.push_back(define(module));
         auto& manager = _managers[number] = std::make_unique<ipc::ModuleManager>(_dispatcher, std::move(definitions));
-        manager->onModuleNotResponding()
-            .connect(
-                [this](const fn::String& name) { _journal.tell({ .deed = Deed::FindsSilent, .text = name.view() }); })
-            .detach();
+        simulated::listenTo(*manager);
         manager->onFatalError()
             .connect([this](const fn::String& message) {
                 const auto text = message.view();
-                _journal.tell({ .deed = Deed::GivesUp, .text = text });
-                const int module = text[text.find(chaos::moduleName) + std::strlen(chaos::moduleName)] - '0';
-                _loop.post([this, module] { supervise(module, { module }); }); // Once it has given up.
+                const int module = text[text.find(simulated::moduleName) + std::strlen(simulated::moduleName)] - '0';
+                _loop.post([this, module] { supervise(module, { define(module) }); }); // Once it has given up.
             })
             .detach();
         _loop.post([this] { _loop.stop(); }); // It launches and is back at once.
@@ -66,24 +59,25 @@ private:
     void tellCounts()
     {
         const auto& registry = *_dispatcher.registryImpl();
-        _journal.tell({ .deed = Deed::Counts,
+        simulated::tell({ .deed = Deed::Counts,
             .number = static_cast<int>(_dispatcher.usageCounts().objectCount()),
             .other = static_cast<int>(registry.registrationCount()),
             .value = static_cast<std::int64_t>(registry.waiterCount()),
             .object = _dispatcher.workers().size() });
     }
 
-    chaos::Journal _journal { "hub" };
     fn::RunLoop& _loop = fn::RunLoop::defaultLoop();
-    ipc::Dispatcher _dispatcher { _loop.uvLoop(), simulated::Truth::pongTime };
+    ipc::Dispatcher _dispatcher { _loop.uvLoop(), Judge::pongTime };
     std::map<int, std::unique_ptr<ipc::ModuleManager>> _managers;
 };
 
 } // namespace
 
-int main()
+void runHub()
 {
+    const simulated::Journal journal("hub");
     core::AppInfo::initialize(core::AppInfo::App::Skyfold);
     Hub().run();
-    return 0;
 }
+
+} // namespace chaos

@@ -8,8 +8,6 @@ namespace {
 
 constexpr std::size_t storyLines = 100'000; // Minutes.
 constexpr std::ptrdiff_t lastLines = 60;
-constexpr auto longestHearing =
-    fn::Duration::seconds(30); // Of a death, by somebody who is stopped, from a hub that is.
 
 } // namespace
 
@@ -17,7 +15,7 @@ Judge::Judge() : Truth(true)
 {
     longestSilence = fn::Duration::seconds(7); // Real machines are late.
     for (int number = 1; number <= modules; ++number) {
-        const auto name = fmt::format("{}{}", moduleName, number);
+        const auto name = fmt::format("{}{}", simulated::moduleName, number);
         _modules[name];
         expects(name);
     }
@@ -26,7 +24,6 @@ Judge::Judge() : Truth(true)
 void Judge::handleNext(const Event& event, std::int64_t microseconds)
 {
     _now = fn::Duration::microseconds(microseconds);
-    checkLeftCalls();
     const std::string name(event.text);
     switch (event.deed) {
     case Deed::Starts: return starts(event, name);
@@ -36,7 +33,11 @@ void Judge::handleNext(const Event& event, std::int64_t microseconds)
         counts = { event.number, event.other, event.value, static_cast<std::int64_t>(event.object) };
         return;
     case Deed::GivesUp: ++givenUp; break;
-    case Deed::FindsSilent: isSilent(name); break;
+    case Deed::FindsSilent:
+        ++silences;
+        if (!isSlow(_modules.at(name))) violated(name + " was said not to respond and had not been stopped");
+        dies(_modules.at(name)); // The supervisor kills it.
+        break;
     default: break;
     }
     handle(event);
@@ -71,8 +72,7 @@ void Judge::isHarmed(Event event, const std::string& name)
     }
     auto& module = _modules.at(name);
     const int systemId = event.number;
-    const int process = module.systemId == systemId ? module.process : 0;
-    event.number = process;
+    event.number = module.systemId == systemId ? module.process : 0;
     event.how = how;
     handle(event);
     module.signals.insert(event.other);
@@ -81,8 +81,8 @@ void Judge::isHarmed(Event event, const std::string& name)
         return;
     }
     module.doomed = systemId;
-    _dead.insert(process);
-    forget(process);
+    _dead.insert(event.number);
+    forget(event.number);
 }
 
 void Judge::exits(const Event& event, const std::string& name)
@@ -99,30 +99,12 @@ void Judge::exits(const Event& event, const std::string& name)
     dies(module);
 }
 
-void Judge::isSilent(const std::string& name)
-{
-    auto& module = _modules.at(name);
-    ++silences;
-    if (!isSlow(module)) violated(fmt::format("{} was said not to respond and had not been stopped", name));
-    dies(module); // The supervisor kills it.
-}
-
 void Judge::dies(Module& module)
 {
     ++deaths;
     _dead.insert(module.process);
     forget(module.process);
-    for (const int call : module.process ? openCalls(module.process) : std::vector<int>())
-        _leftCalls.emplace_back(call, _now + longestHearing);
     module = { .signals = {}, .lastStop = module.lastStop };
-}
-
-void Judge::checkLeftCalls()
-{
-    for (; !_leftCalls.empty() && _leftCalls.front().second < _now; _leftCalls.pop_front()) {
-        if (isOpen(_leftCalls.front().first) && !isEnding)
-            violated(fmt::format("call {} has not ended with its owner", _leftCalls.front().first));
-    }
 }
 
 bool Judge::isThere(const fn::String& name) const
@@ -136,6 +118,8 @@ bool Judge::areAllThere() const
     return std::ranges::all_of(_modules, [&](const auto& module) { return isThere(module.first); });
 }
 
+bool Judge::isQuiet() const { return openCalls().empty() && areAllThere() && keepOneBody() && counts == expected(); }
+
 /// What one manager says of another's module; its own has more to say.
 bool Judge::isExplained(const std::string& text) const
 {
@@ -143,21 +127,21 @@ bool Judge::isExplained(const std::string& text) const
     return isOfAnother ? givenUp > 0 : Truth::isExplained(text);
 }
 
-bool Judge::agree() const
+Counts Judge::expected() const
 {
-    const Counts expected { static_cast<std::int64_t>(countedObjects()),
+    return { static_cast<std::int64_t>(countedObjects()),
         countsAtStart.registrations + static_cast<std::int64_t>(registrations().size()), countsAtStart.waiters,
         countsAtStart.workers };
-    return counts == expected;
 }
 
 void Judge::checkWorld()
 {
-    if (agree()) return;
-    violated(fmt::format("the hub counts {} objects, {} registrations, {} waiters, {} workers; "
-                         "the living hold {} objects and have registered {} times",
-        counts->objects, counts->registrations - countsAtStart.registrations, counts->waiters, counts->workers,
-        countedObjects(), registrations().size()));
+    const auto right = expected();
+    if (counts == right) return;
+    violated(
+        fmt::format("the hub counts {} objects, {} registrations, {} waiters, {} workers; right are {}, {}, {}, {}",
+            counts->objects, counts->registrations, counts->waiters, counts->workers, right.objects,
+            right.registrations, right.waiters, right.workers));
 }
 
 void Judge::print(const std::string& line)
@@ -168,7 +152,7 @@ void Judge::print(const std::string& line)
 
 void Judge::printStory(const std::string& violation) const
 {
-    const std::regex name("(call|thing|object|process|chaos_module_)[ ]?[0-9]+");
+    const std::regex name("(call|thing|object|process|load_module_)[ ]?[0-9]+");
     std::smatch found;
     const bool hasName = std::regex_search(violation, found, name);
     const std::regex concerned(hasName ? found.str() + "\\b" : "VIOLATED");

@@ -1,9 +1,13 @@
 #pragma once
-#include "journal.h"
 #include "truth.h"
 #include <deque>
 
 namespace chaos {
+
+using simulated::Deed;
+using simulated::Event;
+
+inline constexpr int modules = 6;
 
 /// What the hub counts in one moment.
 struct Counts {
@@ -22,8 +26,7 @@ public:
     void excuseSlowness() { _slowUntil = _now + recently; }
 
     bool areAllThere() const; ///< All modules run and are connected.
-    bool isQuiet() const { return openCalls().empty() && areAllThere() && keepOneBody(); }
-    bool agree() const; ///< The counts, with what the living hold.
+    bool isQuiet() const; ///< Nothing is left to be done, and the counts agree with what the living hold.
     void printStory(const std::string& violation) const; ///< Of whom it names, and how it ended.
 
     std::optional<Counts> counts; ///< The latest ones.
@@ -53,12 +56,11 @@ private:
     void print(const std::string& line) override;
 
     bool isSlow(const Module& module) const { return _now - module.lastStop < recently || _now < _slowUntil; }
+    Counts expected() const;
     void starts(const Event& event, const std::string& name);
     void isHarmed(Event event, const std::string& name);
     void exits(const Event& event, const std::string& name);
-    void isSilent(const std::string& name);
     void dies(Module& module);
-    void checkLeftCalls();
 
     fn::Duration _now;
     fn::Duration _slowUntil;
@@ -66,7 +68,6 @@ private:
     std::map<std::string, Module> _modules;
     std::map<int, std::string> _names;
     std::set<int> _dead; // Processes.
-    std::deque<std::pair<int, fn::Duration>> _leftCalls; // Whose owner has died, and until when they must have ended.
     std::deque<std::string> _story;
 };
 

@@ -1,5 +1,4 @@
 #include "processes.h"
-#include <algorithm>
 #include <csignal>
 #include <fcntl.h>
 #include <fstream>
@@ -52,7 +51,7 @@ std::ptrdiff_t openFiles(pid_t process)
     return std::distance(begin(files), end(files));
 }
 
-Family::Family(const std::filesystem::path& program, const std::filesystem::path& output)
+Family::Family(const std::filesystem::path& output)
 {
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0 || (_hub = ::fork()) < 0)
         throw std::system_error(errno, std::generic_category(), "start the hub");
@@ -64,7 +63,7 @@ Family::Family(const std::filesystem::path& program, const std::filesystem::path
     const int file = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     ::dup2(file, STDOUT_FILENO);
     ::dup2(file, STDERR_FILENO);
-    ::execl(program.c_str(), program.c_str(), nullptr);
+    runHub();
     ::_exit(127);
 }
 
@@ -77,13 +76,11 @@ Family::~Family()
     }
 }
 
-void Family::send(pid_t child, const std::string& module, int signal) const
+void Family::send(pid_t process, const std::string& name, int signal) const
 {
-    const auto file = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+    const auto file = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
     if (file < 0) return;
-    const auto children = childrenOf(_hub);
-    if (moduleOf(child) == module && std::ranges::find(children, child) != children.end())
-        ::syscall(SYS_pidfd_send_signal, file, signal, nullptr, 0);
+    if (process == _hub || moduleOf(process) == name) ::syscall(SYS_pidfd_send_signal, file, signal, nullptr, 0);
     ::close(file);
 }
 

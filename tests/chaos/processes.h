@@ -6,6 +6,8 @@
 
 namespace chaos {
 
+void runHub(); ///< The main process. Ends with its process alone.
+
 // Of living processes. What has gone has no children, no name, no memory and no files.
 std::vector<pid_t> childrenOf(pid_t parent);
 std::string moduleOf(pid_t process); ///< "" if it is none, or not yet.
@@ -15,14 +17,14 @@ std::ptrdiff_t openFiles(pid_t process);
 /// The main process, and all that it leaves behind: whose parent dies becomes a child of this process. Ends them all when it goes.
 class Family {
 public:
-    Family(const std::filesystem::path& program, const std::filesystem::path& output);
+    explicit Family(const std::filesystem::path& output);
     Family(const Family&) = delete;
     ~Family();
 
     pid_t hub() const { return _hub; }
     bool hasHubEnded() const { return _hasHubEnded; }
-    /// Signals a child of the hub, if it still is that module. A number that means another process by now is not signalled.
-    void send(pid_t child, const std::string& module, int signal) const;
+    /// Signals the hub, or what still is that module. A number that means another process by now is not signalled.
+    void send(pid_t process, const std::string& name, int signal) const;
     bool reap(); ///< Whether anybody is left.
 
 private:

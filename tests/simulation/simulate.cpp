@@ -34,19 +34,14 @@ int mainProgram(WorldTruth& truth, const Program& program)
     dispatcher.start();
     std::vector<ipc::ModuleDefinition*> definitions;
     const auto addModule = [&](std::uint32_t number, bool isInProcess) {
-        const auto name = fmt::format("simulated_module_{}", number);
+        const auto name = fmt::format("{}{}", moduleName, number);
         if (!isInProcess) truth.expects(name);
         definitions.push_back(ipc::ModuleDefinition::create(name, "module_loader", isInProcess, false, false));
     };
     for (std::uint32_t i = 1; i <= program.modules; ++i) addModule(i, false);
     if (program.hasOwnModule) addModule(5, true);
     ipc::ModuleManager manager(dispatcher, std::move(definitions));
-    manager.onFatalError()
-        .connect([&](const fn::String& message) { truth.tell({ .deed = Deed::GivesUp, .text = message.view() }); })
-        .detach();
-    manager.onModuleNotResponding()
-        .connect([&](const fn::String& name) { truth.tell({ .deed = Deed::FindsSilent, .text = name.view() }); })
-        .detach();
+    listenTo(manager);
     const auto end = [&] {
         manager.stop();
         truth.stopped();

@@ -57,8 +57,7 @@ protected:
     std::size_t mistakenReferences() const; ///< For which it may count one more each.
     using Registered = std::tuple<ipc::ObjectId, int, bool>; ///< With its priority, hidden or not.
     std::multiset<Registered> registrations() const; ///< Of living owners.
-    std::vector<int> openCalls(int process = 0) const; ///< That must end yet: all, or those to this one.
-    bool isOpen(int call) const { return isOpen(_calls.at(call)); }
+    std::vector<int> openCalls() const; ///< That must end yet.
     bool keepOneBody() const; ///< All the same sticky one, the newest of who has posted it.
     void forget(int process); ///< It has gone: whatever it held and however long it was stopped.
     void excuseFreezes(); ///< Until now: nobody could notice them.
@@ -155,7 +154,6 @@ private:
     void hides(const Event& event);
     void leaves(const Event& event);
     void isHarmed(const Event& event, const std::string& name);
-    bool isOpen(const Call& call) const;
     bool isReferred(int thing, bool elsewhere) const;
     bool isUsedAgain(const Thing& thing) const;
     bool knowsSuccessor(int process, int owner) const;

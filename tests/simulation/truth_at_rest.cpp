@@ -33,17 +33,13 @@ void Truth::checkCalls()
     }
 }
 
-bool Truth::isOpen(const Call& call) const
-{
-    if (call.isOver || call.isCancelled || call.isMistaken || !isAlive(call.caller)) return false;
-    return call.ask != Ask::Never || !isAlive(call.owner) || isHubDead();
-}
-
-std::vector<int> Truth::openCalls(int process) const
+std::vector<int> Truth::openCalls() const
 {
     std::vector<int> calls;
     for (const auto& [number, call] : _calls) {
-        if ((!process || call.owner == process) && isOpen(call)) calls.push_back(number);
+        const bool mayEnd = call.ask != Ask::Never || !isAlive(call.owner) || isHubDead();
+        if (mayEnd && isAlive(call.caller) && !call.isOver && !call.isCancelled && !call.isMistaken)
+            calls.push_back(number);
     }
     return calls;
 }

@@ -1,5 +1,8 @@
 #include "witness.h"
+#include "core/ipc/module_manager/module_manager.h"
 #include "foundation/logging/category_manager.h"
+#include "journal.h"
+#include <cerrno>
 #include <fmt/format.h>
 
 namespace simulated {
@@ -25,12 +28,25 @@ Witness::~Witness()
     theWitness = nullptr;
 }
 
-Witness& Witness::current() noexcept { return *theWitness; }
+Witness& Witness::current()
+{
+    if (!theWitness) new Journal(program_invocation_short_name); // The loader sets it. It stays as long as the process.
+    return *theWitness;
+}
 
 void Witness::hearLog()
 {
     _logSink = fn::makeAuto<LogSink>();
     fn::logging::CategoryManager::instance().addSink(_logSink);
+}
+
+void listenTo(ipc::ModuleManager& manager)
+{
+    const auto tellAs = [](Deed deed) {
+        return [deed](const fn::String& text) { tell({ .deed = deed, .text = text.view() }); };
+    };
+    manager.onFatalError().connect(tellAs(Deed::GivesUp)).detach();
+    manager.onModuleNotResponding().connect(tellAs(Deed::FindsSilent)).detach();
 }
 
 } // namespace simulated

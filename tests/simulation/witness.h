@@ -8,7 +8,13 @@
 #include <string>
 #include <string_view>
 
+namespace ipc {
+class ModuleManager;
+}
+
 namespace simulated {
+
+inline constexpr const char* moduleName = "load_module_"; ///< And a number from 1.
 
 /// What a call asks for.
 enum class Ask { Echo, Later, Never, Throw, Error, Twice, Give, Keep, Relay, CallBack, Unencodable, Event };
@@ -80,11 +86,11 @@ inline constexpr std::size_t numberedKinds = 6;
 inline constexpr int proofPriority = 7; ///< Of what is registered at rest: the highest.
 
 /// To whom the load tells what it does before it does it, and what it hears; and who decides what it does. One that sees all processes (the
-/// simulated world), or one in each.
+/// simulated world), or one in each: the journal, where there is no other one.
 class FN_EXPORT Witness {
 public:
     Witness(const Witness&) = delete;
-    static Witness& current() noexcept;
+    static Witness& current();
 
     virtual std::uint32_t choose(std::uint32_t count) = 0; ///< 0 to `count` - 1; 0 is the tame answer.
     virtual bool isResting() const = 0; ///< Nobody begins anything new.
@@ -108,5 +114,6 @@ private:
 // Of the current one.
 inline void tell(const Event& event) { Witness::current().tell(event); }
 inline std::uint32_t choose(std::uint32_t count) { return Witness::current().choose(count); }
+FN_EXPORT void listenTo(ipc::ModuleManager& manager); ///< Tells what it says of its modules.
 
 } // namespace simulated

@@ -66,7 +66,7 @@ bool WorldTruth::isExplained(const std::string& text) const
 void WorldTruth::checkLaunch(std::string_view line)
 {
     if (_hasStopped) violated("a module is launched though the application ends");
-    const auto begin = line.find("simulated_module_");
+    const auto begin = line.find(moduleName);
     if (begin == std::string::npos) return;
     const std::string name(line.substr(begin, line.find(' ', begin) - begin));
     if (++_launches[name] > 1 + harms[name].size())

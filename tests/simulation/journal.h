@@ -5,18 +5,11 @@
 #include <optional>
 #include <random>
 
-namespace chaos {
-
-using simulated::Deed;
-using simulated::Event;
-
-// The application that is harmed.
-inline constexpr int modules = 6;
-inline constexpr const char* moduleName = "chaos_module_"; ///< And a number from 1.
+namespace simulated {
 
 /// What all processes of one run tell, in one order, in a file that they share as memory: what a process has told outlives its
 /// death at any moment. A cause stands before what follows from it, since a deed is told before it is done.
-class Journal final : public simulated::Witness {
+class FN_EXPORT Journal final : public Witness {
 public:
     static constexpr const char* pathVariable = "CHAOS_JOURNAL"; ///< Of the environment: where it lies.
 
@@ -31,7 +24,7 @@ public:
     void setResting(bool isResting);
     std::uint32_t pace() const override { return 10; } // Nobody lives for long.
     int process() const override { return _process; }
-    int next(simulated::Numbered what) override;
+    int next(Numbered what) override;
     void tell(Event event) override; ///< By any thread. A long text is cut.
 
     /// The next event and its time in microseconds, if there is one. Valid until the journal goes. What was begun by a process that died
@@ -51,4 +44,4 @@ private:
     std::int64_t _missingSince = 0;
 };
 
-} // namespace chaos
+} // namespace simulated

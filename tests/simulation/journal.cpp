@@ -8,7 +8,7 @@
 #include <system_error>
 #include <unistd.h>
 
-namespace chaos {
+namespace simulated {
 namespace {
 
 constexpr std::uint64_t mostRecords = 4 * 1024 * 1024; // Hours of load. The file takes what is written.
@@ -28,7 +28,7 @@ struct Journal::Header {
     std::atomic<bool> isResting;
     std::atomic<std::uint64_t> written;
     std::atomic<int> processes;
-    std::array<std::atomic<int>, simulated::numberedKinds> numbers;
+    std::array<std::atomic<int>, numberedKinds> numbers;
 };
 
 struct Journal::Record {
@@ -68,7 +68,7 @@ Journal::~Journal() { ::munmap(_header, headerBytes + mostRecords * sizeof(Recor
 
 bool Journal::isResting() const { return _header->isResting; }
 void Journal::setResting(bool isResting) { _header->isResting = isResting; }
-int Journal::next(simulated::Numbered what) { return ++_header->numbers[static_cast<std::size_t>(what)]; }
+int Journal::next(Numbered what) { return ++_header->numbers[static_cast<std::size_t>(what)]; }
 
 void Journal::tell(Event event)
 {
@@ -99,4 +99,4 @@ std::optional<std::pair<Event, std::int64_t>> Journal::read()
     return std::pair(event, record.microseconds);
 }
 
-} // namespace chaos
+} // namespace simulated
