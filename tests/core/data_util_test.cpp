@@ -124,10 +124,8 @@ TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuardAndNotUnde
     EXPECT_TRUE(access.isOpen());
     connection.reset();
     turn();
-    // A guard of another thread, which the loop must not wait for.
-    std::latch opened(1);
-    std::latch done(1);
-    std::thread other([&] {
+    std::latch opened(1), done(1);
+    std::thread other([&] { // The loop must not wait for its guard.
         const ScopedConnection guard(access);
         opened.count_down();
         done.wait();
@@ -139,7 +137,6 @@ TEST_F(DatabaseAccessTest, ClosesFiveMinutesAfterTheLastOutermostGuardAndNotUnde
     other.join();
     pass(299);
     EXPECT_TRUE(access.isOpen());
-    EXPECT_THAT(access.calls, ElementsAre("init", "ready"));
     pass(1);
     EXPECT_FALSE(access.isOpen());
     connection.emplace(access);

@@ -187,11 +187,9 @@ TEST_F(MainContext, SleepsWhileNothingHappensAlsoWhereSomebodyElseHasTheContext)
 
 TEST_F(MainContext, LivesFromTheFirstInitToTheLastQuit)
 {
-    const auto* const first = GMainContextIntegration::instance();
     EXPECT_EQ(GMainContextIntegration::instance()->context(), g_main_context_default());
     fn::uv::Loop ignored;
     GMainContextIntegration::init(ignored);
-    EXPECT_EQ(GMainContextIntegration::instance(), first);
     GMainContextIntegration::quit();
     EXPECT_TRUE(hearsASource());
 

@@ -257,25 +257,22 @@ TEST_F(SystemInspectorsTest, TellWhatHasGoneToAndFroAndWhoHoldsWhat)
     const auto id = peer->id();
     const auto target = holder->id();
     const auto shared = test::objectMessage(unknownObject(target), target, {}, { { id, "x" }, { id + 65536u, "y" } });
-    const auto plain = test::objectMessage(unknownObject(0), 0, "for nobody");
-    peer->send(shared);
-    peer->send(shared);
-    peer->send(plain);
+    for (int time = 0; time < 2; ++time) peer->send(shared);
     settle();
     const auto hello = Value::map({ { 1, 1 }, { 2, "Peer" }, { 3, "tag" } });
-    const auto bytesIn = test::frame(hello).size() + 2 * test::frame(shared).size() + test::frame(plain).size();
-    std::size_t bytesOut = 0;
-    for (const auto& message : peer->messages()) bytesOut += test::frame(message).size();
+    const auto in = fmt::format("3 ({} bytes)", test::frame(hello).size() + 2 * test::frame(shared).size());
+    std::size_t bytes = 0;
+    for (const auto& message : peer->messages()) bytes += test::frame(message).size();
+    const auto out = fmt::format("{} ({} bytes)", peer->messages().size(), bytes);
 
     EXPECT_THAT(textsOf(*workers, workerAction(id)),
-        ElementsAre(fmt::format("Peer (tag, {})", id), fmt::format("Messages in: 4 ({} bytes)", bytesIn),
-            fmt::format("Messages out: {} ({} bytes)", peer->messages().size(), bytesOut), "Waiting for it: 0 bytes",
-            "Objects in use: 2", fmt::format("Object {}: sent 2 times, held by worker {} (2)", id, target),
+        ElementsAre(fmt::format("Peer (tag, {})", id), "Messages in: " + in, "Messages out: " + out,
+            "Waiting for it: 0 bytes", "Objects in use: 2",
+            fmt::format("Object {}: sent 2 times, held by worker {} (2)", id, target),
             fmt::format("Object {}: sent 2 times, held by worker {} (2)", id + 65536u, target)));
     EXPECT_THAT(textsOf(*workers),
         ElementsAre(StartsWith("DispatcherWorker (0): "), StartsWith("Client (1): 0 objects"),
-            fmt::format("Peer (tag, {}): 2 objects in use, 4 messages ({} bytes) in, {} ({} bytes) out", id, bytesIn,
-                peer->messages().size(), bytesOut),
+            HasSubstr(fmt::format(" ({} bytes) out", bytes)),
             StartsWith(fmt::format("Holder ({}): 0 objects", target))));
 
     peer->close();

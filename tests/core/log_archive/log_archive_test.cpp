@@ -123,13 +123,13 @@ TEST_F(LogArchive, WhatCanNotBeReadAbortsItAndLeavesAPieceBehind)
         EXPECT_EQ(log.lines().size(), 1u);
         EXPECT_TRUE(log.contains(reason)) << reason;
     }
-    std::map<std::filesystem::path, int> kinds;
+    std::size_t pieces = 0;
     for (const auto& file : std::filesystem::directory_iterator(folder.path())) {
-        ++kinds[file.path().extension()];
-        if (file.path().extension() != ".zip") continue;
-        EXPECT_EQ(test::readFile(file.path().string()), "of before");
+        const auto kind = file.path().extension();
+        pieces += kind == ".part";
+        EXPECT_TRUE(kind != ".zip" || test::readFile(file.path().string()) == "of before") << file.path();
     }
-    EXPECT_GE(kinds[".part"], 1);
+    EXPECT_GE(pieces, 1U);
 }
 
 TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)

@@ -83,8 +83,7 @@ TEST_F(SystemSleep, IsHeldOffWhileAPreventerLivesWhateverBecomesOfTheBusAndNoChi
     }
     EXPECT_THAT(log.lines(), ElementsAre());
     EXPECT_EQ(SetThreadExecutionState(0x80000001), 0x80000000U);
-    for (const auto unsupported : { 0x80000041U, 0x80000003U, 0x80000002U, 0x80000004U, 1U, 0U })
-        EXPECT_EQ(SetThreadExecutionState(unsupported), 0U) << unsupported; // The state is as before.
+    EXPECT_EQ(SetThreadExecutionState(0x80000041), 0U); // Not known here: the state is as before.
     bus.reset();
     EXPECT_EQ(SetThreadExecutionState(0x80000000), 0x80000001U);
     EXPECT_EQ(SetThreadExecutionState(0x80000001), 0U);
