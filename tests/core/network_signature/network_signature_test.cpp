@@ -16,7 +16,6 @@
 #include <fcntl.h>
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
-#include <net/if.h>
 #include <sched.h>
 #include <set>
 #include <sys/prctl.h>
@@ -114,53 +113,18 @@ TEST_F(Kernel, WritesNothingBeyondTheBufferAndSaysWhatItNeeds)
     EXPECT_THAT(answers, ElementsAre(ERROR_SUCCESS, ERROR_BUFFER_OVERFLOW));
 }
 
-TEST_F(Kernel, KnowsNeighboursByAddressAndAdapter)
-{
-    ip(R"(
-address add 192.168.1.10/24 dev v0
-address add 192.168.1.11/24 dev v1
-neighbour add 192.168.1.1 lladdr 00:11:22:33:44:00 dev v0
-neighbour add 192.168.1.1 lladdr 00:11:22:33:44:01 dev v1
-neighbour add 192.168.1.2 lladdr 00:11:22:33:44:02 dev v1 nud stale
-neighbour add 192.168.1.3 lladdr 00:11:22:33:44:03 dev v1 nud failed
-neighbour add 192.168.1.5 lladdr 00:11:22:33:44:05 dev v1
-neighbour add 192.168.1.5 lladdr 00:11:22:33:44:04 dev v0
-neighbour add proxy 192.168.1.4 dev v0
-neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:00 dev v0
-neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:01 dev v1
-route add 192.168.1.1 dev v0
-route add 192.168.1.5 dev v1
-)");
-    const auto onAdapter = [](const char* name) { return "fe80::1%" + std::to_string(::if_nametoindex(name)); };
-    const std::pair<std::string, const char*> rows[] = {
-        { "192.168.1.1", "00:11:22:33:44:00" }, // Known on two adapters: the one counts that leads there.
-        { "192.168.1.5", "00:11:22:33:44:05" },
-        { "192.168.1.2", "00:11:22:33:44:02" },
-        { "192.168.1.3", unknown }, // Failed.
-        { "192.168.1.4", unknown }, // A proxy entry.
-        { "::ffff:192.168.1.2", unknown },
-        { onAdapter("v0"), "aa:bb:cc:dd:ee:00" },
-        { onAdapter("v1"), "aa:bb:cc:dd:ee:01" },
-        { onAdapter("p1"), unknown },
-    };
-    for (const auto& [address, expected] : rows) {
-        try {
-            EXPECT_EQ(fn::MacAddress::fromIPAddress(*fn::IPAddress::fromString(address)).toString(), expected)
-                << address;
-        } catch (const fn::IOException&) {
-            EXPECT_EQ(expected, unknown) << address;
-        }
-    }
-}
-
 TEST_F(Kernel, NamesTheNetworkByTheGatewaysOfQualifyingAdaptersEachOnceAndInOrder)
 {
     const std::string known = R"(
 address add 192.168.1.10/24 dev v0
 address add 192.168.1.11/24 dev v1
 neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v0
-neighbour add 192.168.1.1 lladdr 00:11:22:33:44:55 dev v1
+neighbour add 192.168.1.1 lladdr 00:11:22:33:44:66 dev v1
+neighbour add 192.168.1.2 lladdr 00:11:22:33:44:77 dev v1 nud stale
+neighbour add 192.168.1.3 lladdr 00:11:22:33:44:88 dev v1 nud failed
+neighbour add proxy 192.168.1.4 dev v1
 neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:ff dev v0
+neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:00 dev v1
 )";
     const std::string unreachable = "address add 169.254.7.7/16 dev v0\naddress add 127.0.0.5/32 dev v0\n"
                                     "address add 2001:db8::5/64 dev v0 nodad\nroute add default via 169.254.7.1\n";
@@ -176,10 +140,16 @@ route add default via 192.168.1.1 dev v0 metric 1
 route add default via 192.168.1.9 dev v0 metric 2
 route add default via 192.168.1.1 dev v1 metric 3)",
             "c0a80101:001122334455/c0a80109:000000000000" },
+        { known + R"(
+route add 192.168.1.1 dev v1
+route add default metric 1 nexthop via 192.168.1.1 dev v1 nexthop via 192.168.1.2 dev v1
+route add default metric 2 nexthop via 192.168.1.3 dev v1 nexthop via 192.168.1.4 dev v1)", // Known where the way leads.
+            "c0a80101:001122334466/c0a80102:001122334477/c0a80103:000000000000/c0a80104:000000000000" },
         { unreachable, unknown },
         { unreachable + "address add 10.1.1.1/24 dev v0", "a9fe0701:000000000000" },
         { known + "route add default metric 5 nexthop via fe80::1 dev v0 nexthop via fe80::1 dev v1",
             "fe800000000000000000000000000001:aabbccddeeff" },
+        { known + "route add default via fe80::1 dev v1", "fe800000000000000000000000000001:aabbccddee00" },
         { known + "route add default via fe80::1 dev v0\nroute add default via 192.168.1.1 dev v1",
             "c0a80101:001122334455" },
         { many, "0a023b02:000000000000" },
@@ -192,6 +162,7 @@ route add default via 192.168.1.1 dev v1 metric 3)",
         EXPECT_EQ(NetworkSignature(loop, notifier).get(), expected) << commands;
     }
     test::runTurns(loop); // What they had posted finds them gone.
+    EXPECT_EQ(fn::MacAddress({ 0, 1, 2, 10, 254, 255 }).toString(), "00:01:02:0a:fe:ff");
 }
 
 TEST_F(Kernel, AdaptersAreTakenByTheirKindAndFailuresAreToldInTheLog)
