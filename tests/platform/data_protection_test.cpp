@@ -168,16 +168,15 @@ TEST_F(DataProtection, TheKeyIsTheUsersAloneWhateverTheMaskAndMadeOnceByManyAtOn
 
 TEST(DataProtectionFolder, LiesWithTheUsersDataAsTheFirewallsFileDoes)
 {
-    const test::ScopedVariable anyData("XDG_DATA_HOME", ""), anyHome("HOME", "");
-    const std::tuple<const char*, const char*, const char*> rows[] = { { "/data", "/home/u", "/data/core" },
-        { "", "/home/u", "/home/u/.local/share/core" }, { "relative", "/home/u", "/home/u/.local/share/core" } };
-    for (const auto& [data, home, expected] : rows) {
-        ::setenv("XDG_DATA_HOME", data, 1);
-        ::setenv("HOME", home, 1);
+    const test::ScopedVariable home("HOME", "/home/u");
+    for (const auto& [data, expected] : { std::pair("/data", "/data/core"), { "", "/home/u/.local/share/core" },
+             { "relative", "/home/u/.local/share/core" } }) {
+        const test::ScopedVariable folder("XDG_DATA_HOME", data);
         EXPECT_EQ(platform::protectionFolder(), expected);
         EXPECT_EQ(platform::firewallFile(), platform::protectionFolder() + "/firewall.rules");
     }
-    ::setenv("HOME", "relative", 1); // Then it is that of the passwd entry.
+    const test::ScopedVariable noData("XDG_DATA_HOME", ""),
+        badHome("HOME", "relative"); // Then it is that of the passwd entry.
     EXPECT_TRUE(platform::protectionFolder().startsWith("/"));
 }
 

@@ -7,7 +7,7 @@
 #include "foundation/time/timestamp.h"
 #include "foundation/value_map.h"
 #include <cmath>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <random>
 
 namespace {
@@ -72,13 +72,8 @@ TEST(JSON, ErrorsNameSourceLineAndColumn)
         { "[1, 2", "line 1, column" }, { "{} x", "line 1, column 4" }, { "[1e999]", "line 1, column" },
         { "\"\xFF\"", "line 1, column 2" }, { "", "line 1, column 1" }, { "[1]\0"sv, "line 1, column 4" } };
     for (const auto& [text, place] : rows) {
-        try {
-            fn::json::deserialize(text, nullptr, "some.prefs");
-            ADD_FAILURE() << text;
-        } catch (const fn::DataFormatException& e) {
-            EXPECT_TRUE(e.find<fn::DetailInfo>()->startsWith(std::string("some.prefs: ") + place))
-                << *e.find<fn::DetailInfo>();
-        }
+        EXPECT_THAT([&] { fn::json::deserialize(text, nullptr, "some.prefs"); },
+            testing::ThrowsMessage<fn::DataFormatException>(testing::HasSubstr(std::string("\nsome.prefs: ") + place)));
     }
     EXPECT_EQ(fn::json::deserialize(R"({"k": 1, "a": 2, "k": 3})"), Value::map({ { "a", 2 }, { "k", 3 } }));
 }

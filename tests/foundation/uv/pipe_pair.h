@@ -15,12 +15,10 @@ using PipePtr = fn::AutoPtr<fn::uv::PipeStream>;
 struct Inbox {
     std::string text;
     std::ptrdiff_t end = 0; ///< The negative count that ended reading.
-    int calls = 0;
 
     void readFrom(fn::uv::PipeStream& stream)
     {
         stream.readStart([this](std::ptrdiff_t count, const std::uint8_t* data) {
-            ++calls;
             if (count < 0)
                 end = count;
             else

