@@ -6,34 +6,23 @@ import re
 import sys
 
 IGNORED = re.compile(r'//[^\n]*|^\s*#(?:[^\n]*\\\n)*[^\n]*|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])\'', re.MULTILINE)
-TOKEN = re.compile(
-    r"(?P<namespace>\bnamespace [\w:]+\s*\{)|(?P<open>\{)|(?P<close>\})"
-    r"|(?:class|struct) FN_EXPORT (?P<name>\w+)(?! *;)\b|FN_DECLARE_EXCEPTION\((?P<exception>\w+),")
+BLOCK = re.compile(r"(template <.*>)? ?(namespace|class|struct)\b ?([\w:]*)")
+EXPORTED = re.compile(r"(?:class|struct) FN_EXPORT (\w+)|FN_DECLARE_EXCEPTION\((\w+),")
+headers, classes, missing = [], [], []
 
 
-def exported_classes(text):
-    """The exported classes of a header with their namespaces; those inside of another class come with it."""
-    blocks = []  # What is open, outermost first: namespaces by name, anything else as None.
-    for match in TOKEN.finditer(IGNORED.sub("", text)):
-        if match["namespace"]:
-            blocks.append(match["namespace"].removeprefix("namespace ").rstrip("{ \n"))
-        elif match["open"]:
-            blocks.append(None)
-        elif match["close"]:
-            blocks.pop()
-        elif None not in blocks:
-            yield "::".join([*blocks, match["name"] or match["exception"]])
-
-
-def unlinkable(text):
-    """The declarations of functions in a header that are neither exported nor defined there. Private ones are left out: nobody
-    can call them."""
-    blocks, start, text = [["namespace", "public"]], 0, IGNORED.sub("", text)  # What is open, and who may see what comes.
+def scan(header, text):
+    """Notes the exported classes with their namespaces, and the functions that are neither exported nor defined there. What is
+    inside of an exported class comes with it; private functions are left out: nobody can call them."""
+    blocks, start = [["namespace", "public", ""]], 0  # What is open, who may see what comes, and the namespace's name.
     for match in re.finditer(r"[{};]|\b(public|protected|private):", text):
         head = " ".join(text[start : match.start()].split())
         start = match.end()
-        kind, access = blocks[-1]
-        named = re.match(r"(template <.*>)? ?(namespace|class|struct)\b", head)
+        kind, access, _ = blocks[-1]
+        named = BLOCK.match(head)
+        exported = EXPORTED.search(head)
+        if kind == "namespace" and exported and (match[0] == "{" or exported[2]):
+            classes.append("::".join([block[2] for block in blocks if block[2]] + [exported[1] or exported[2]]))
         if match[1]:
             blocks[-1][1] = match[1]
         elif match[0] == "}":
@@ -41,21 +30,20 @@ def unlinkable(text):
         elif match[0] == "{" and named:
             # A template is defined where it is declared, a nested class is exported with the one around it.
             linkable = kind == "other" or named[1] or re.search(r"FN_EXPORT|gnu::visibility|\w::\w+( final)?( :.*)?$", head)
-            blocks.append(["other" if linkable and named[2] != "namespace" else named[2],
-                           "private" if named[2] == "class" else "public"])
+            is_namespace = named[2] == "namespace"
+            blocks.append(["other" if linkable and not is_namespace else named[2],
+                           "private" if named[2] == "class" else "public", named[3] if is_namespace else ""])
         elif match[0] == "{":
-            blocks.append(["other", access])
+            blocks.append(["other", access, ""])
         elif kind != "other" and access != "private" and re.search(r"\w\(.*\)[ \w]*$", head):
             if not re.search(r"\b(FN_\w+|using|typedef|friend|template|static_assert|constexpr|operator)\b|=", head):
-                yield head
+                missing.append(f"{header.name}: {head}")
 
 
-headers, classes, missing = [], [], []
 for folder in map(pathlib.Path, sys.argv[1:]):
     for header in sorted(folder.rglob("*.h")):
         headers.append(header.relative_to(folder))
-        classes += exported_classes(header.read_text())
-        missing += [f"{header.name}: {head}" for head in unlinkable(header.read_text())]
+        scan(header, IGNORED.sub("", header.read_text()))
 
 for header in headers:
     print(f"#include <{header}>")
