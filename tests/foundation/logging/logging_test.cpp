@@ -1,5 +1,4 @@
 // What can break here: a message lost or formatted for nobody; a sink used after its removal; lines forged by a message's text.
-#include "foundation/logging/console_sink.h"
 #include "foundation/logging/log_console_target.h"
 #include "foundation/logging/logging.h"
 #include "support/log_capture.h"
@@ -53,17 +52,21 @@ TEST(Logging, LosesNothingWhileSinksComeAndGo)
     manager().removeSink(permanent);
 }
 
-TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSink)
+TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSinkAndLetsNoTextPassForAMessage)
 {
     testing::internal::CaptureStderr();
     const auto& category = manager().getCategory("logging.none");
-    FN_LOG_TO(category, Warning, Tag(), site, "seen");
     int evaluated = 0;
+    FN_LOG_TO(category, Warning, Tag(), site, "a\tb\r\nERR \x1b[2J\x7f ü\n\nend\n");
     FN_LOG_TO(category, Fixme, Tag(), site, "unseen {}", ++evaluated);
-    EXPECT_EQ(evaluated, 0) << "what nobody wants costs nothing";
     write(category, Fixme, Tag(), { site, 1, "f" }, "unseen");
-    EXPECT_THAT(
-        testing::internal::GetCapturedStderr(), MatchesRegex("[0-9:]{8}\\.[0-9]{3} WRN logging\\.none: seen\n"));
+    const auto text = testing::internal::GetCapturedStderr();
+    const auto header = text.substr(0, text.find('a', 20));
+    const std::string indent(header.size(), ' ');
+    EXPECT_THAT(header, MatchesRegex("[0-9:]{8}\\.[0-9]{3} WRN logging\\.none: "));
+    EXPECT_EQ(text.substr(header.size()),
+        "a\tb\\x0d\n" + indent + "ERR \\x1b[2J\\x7f ü\n" + indent + "\n" + indent + "end\n");
+    EXPECT_EQ(evaluated, 0) << "what nobody wants costs nothing";
 }
 
 TEST(Logging, FormatsTextsOfAnyLengthAndReportsBadFormats)
@@ -79,23 +82,6 @@ TEST(Logging, FormatsTextsOfAnyLengthAndReportsBadFormats)
     }
     writeFormatted(category, 4, Tag(), { site, 1, "f" }, "{} {}", fmt::make_format_args(1));
     EXPECT_THAT(log.lines().back(), HasSubstr("Could not format the message \"{} {}\""));
-}
-
-TEST(ConsoleSink, ShowsLineEndsAndLetsNoTextPassForAMessage)
-{
-    const auto console = fn::makeAuto<ConsoleSink>(Debug);
-    const auto& category = manager().getCategory("logging.console");
-    manager().addSink(console);
-    testing::internal::CaptureStderr();
-    FN_LOG_TO(category, Debug, Tag(), site, "a\tb\r\nERR \x1b[2J\x7f ü\n\nend\n");
-    FN_LOG_TO(category, Log, Tag(), site, "unseen");
-    const auto text = testing::internal::GetCapturedStderr();
-    manager().removeSink(console);
-    const auto header = text.substr(0, text.find('a', 20));
-    const std::string indent(header.size(), ' ');
-    EXPECT_THAT(header, MatchesRegex("[0-9:]{8}\\.[0-9]{3} DBG logging\\.console: "));
-    EXPECT_EQ(text.substr(header.size()),
-        "a\tb\\x0d\n" + indent + "ERR \\x1b[2J\\x7f ü\n" + indent + "\n" + indent + "end\n");
 }
 
 TEST(LogConsoleTarget, LetsNoTextCommandTheTerminal)

@@ -10,7 +10,6 @@
 #include "support/temporary_folder.h"
 #include <cstdlib>
 #include <dlfcn.h>
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <latch>
 #include <set>
@@ -21,7 +20,6 @@ namespace {
 
 using fn::Environment;
 using fn::File;
-using fn::PathManager;
 using fn::ThreadPool;
 
 TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
@@ -67,21 +65,11 @@ TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)
     EXPECT_EQ(countCalls(), 2);
 }
 
-struct PathManagerTest : testing::Test {
-    ~PathManagerTest() override
-    {
-        for (const int type : { 7, 9 }) paths.overrideFolder(type, std::nullopt);
-        paths.setApplicationName(paths.namePrefix());
-    }
-
-    std::uint32_t modeOf(std::string_view name) const { return File(folder.file(name)).info().mode; }
-
-    const test::TemporaryFolder folder;
-    PathManager& paths = PathManager::instance();
-};
-
-TEST_F(PathManagerTest, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneThatCannotBeMade)
+TEST(PathManager, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneThatCannotBeMade)
 {
+    const test::TemporaryFolder folder;
+    auto& paths = fn::PathManager::instance();
+    const auto modeOf = [&](std::string_view name) { return File(folder.file(name)).info().mode; };
     paths.setApplicationName("lumenhall");
     EXPECT_TRUE(paths.getPath(9, "x.log", false).endsWith("/lumenhall/logs/x.log"));
     EXPECT_THROW(paths.getPath(10, "x", false), fn::RangeException);
@@ -102,6 +90,8 @@ TEST_F(PathManagerTest, MakesTheUsersFoldersPrivateWhateverTheMaskAndReportsOneT
     paths.overrideFolder(7, folder.file("file/app"));
     EXPECT_NO_THROW(paths.getPath(7, "Instance.prefs", false));
     EXPECT_THROW(paths.getPath(7, "Instance.prefs", true), fn::FileException);
+    for (const int type : { 7, 9 }) paths.overrideFolder(type, std::nullopt);
+    paths.setApplicationName(paths.namePrefix());
 }
 
 TEST(ThreadPool, RunsEachTaskOfEveryThreadBeforeItStopsAndNoneAfterwards)
