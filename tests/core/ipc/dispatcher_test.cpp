@@ -1,6 +1,4 @@
 // The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting.
-#include "core/ipc/dispatcher/instance_release.h"
-#include "core/ipc/limits.h"
 #include "hub_fixture.h"
 
 namespace {
@@ -86,19 +84,8 @@ TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOw
     });
     loop.run();
     EXPECT_EQ(told, (std::vector<std::string> { "call rejected", "callback" }));
-    for (const auto* peer : { named.get(), unnamed.get() }) EXPECT_EQ(peer->count(type::QUIT), 1u);
-}
-
-TEST(InstanceRelease, IsWhatTheGeneralEncoderWrites)
-{
-    for (const ObjectId objectId : { 0ull, 127ull, 128ull, 255ull, 256ull, 65'535ull, 65'536ull, 0xFFFF'FFFFull,
-             0x1'0000'0000ull, 0x7FFF'FFFF'FFFF'FFFFull, 0xFFFF'FFFF'FFFF'FFFFull }) {
-        for (const std::uint32_t count : { 1u, 127u, 128u, 256u, 65'536u, ipc::limits::uses }) {
-            const auto message = Value::map({ { field::TYPE, type::INSTANCE_RELEASE }, { field::OBJECT_ID, objectId },
-                { field::USAGE_COUNT, count } });
-            const auto frame = ipc::encodeInstanceRelease(objectId, count);
-            ASSERT_EQ(frame.count(), 1u);
-            EXPECT_EQ(frame.parts().front(), ipc::MessageHelper::encode(message).parts().front());
-        }
-    }
+    const auto late = stranger();
+    late->hello();
+    settle();
+    for (const auto* peer : { named.get(), unnamed.get(), late.get() }) EXPECT_EQ(peer->count(type::QUIT), 1u);
 }

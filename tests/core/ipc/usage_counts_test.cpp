@@ -1,22 +1,14 @@
 // What can break here: a peer that makes the hub hold without bound. That the counts are right is seen in the simulated application.
 #include "core/ipc/dispatcher/usage_counts.h"
+#include "hub_fixture.h"
 #include "support/expectations.h"
-#include <gtest/gtest.h>
 
-using ipc::ObjectId;
-using ipc::UsageCounts;
-using ipc::WorkerId;
-
-namespace {
-
-ObjectId objectOf(WorkerId owner, std::uint64_t sequence) { return (sequence << 16) + owner; }
-
-} // namespace
+using namespace test;
 
 TEST(UsageCounts, BoundsWhatOneSenderMakesItHold)
 {
     constexpr std::size_t bound = 100;
-    UsageCounts counts(bound);
+    ipc::UsageCounts counts(bound);
     const std::vector<WorkerId> receivers { 3 };
     const std::vector<ObjectId> own { objectOf(1, bound) };
     const std::vector<ObjectId> others { objectOf(2, bound) };
@@ -30,7 +22,7 @@ TEST(UsageCounts, BoundsWhatOneSenderMakesItHold)
     counts.workerDied(1);
     EXPECT_TRUE(counts.canCount(1, own, receivers)) << "what has gone is charged no longer";
     EXPECT_FALSE(counts.canCount(4, others, receivers)) << "who dies and comes again fills no second share";
-    const test::ExpectAssertions unbacked; // Worker 1 listed objects that their owner never sent.
+    const ExpectAssertions unbacked; // Worker 1 listed objects that their owner never sent.
     counts.workerDied(3);
     EXPECT_TRUE(counts.canCount(1, others, receivers));
 }

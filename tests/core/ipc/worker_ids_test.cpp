@@ -14,7 +14,7 @@ TEST(WorkerIds, PrefersIdsWhoseDeathNobodyRemembers)
     EXPECT_FALSE(ids.next(others)) << "all are in use";
     ids.died(0);
     EXPECT_FALSE(ids.next(others)) << "0 is the dispatcher's own for ever";
-    const auto elder = ids.accept();
+    auto elder = ids.accept();
     ids.died(8);
     ids.died(7);
     auto younger = ids.accept();
@@ -24,4 +24,7 @@ TEST(WorkerIds, PrefersIdsWhoseDeathNobodyRemembers)
     EXPECT_EQ(ids.next(others), 7) << "8 is remembered now";
     others.push_back(&elder);
     EXPECT_EQ(ids.next(others), 8) << "all are remembered: the longest dead";
+    for (auto* listener : { &elder, &younger }) ids.forget(*listener, 8);
+    ids.giveOut(8);
+    EXPECT_FALSE(ids.isTold(elder, 8) || ids.isTold(younger, 8));
 }

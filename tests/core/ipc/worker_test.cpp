@@ -94,9 +94,7 @@ TEST_F(WorkerTest, TellsOfPayloadsThatItCannotReadAndGoesOn)
     const std::pair<const char*, Value> rows[] {
         { "text", carrying("text") },
         { "no MessagePack", carrying(fn::ByteArray("\xc1")) },
-        { "an object id that is cut",
-            carrying(fn::ByteArray("\xd6\x01"
-                                   "abcd")) },
+        { "an object id that is cut", carrying(fn::ByteArray("\xd6\x01wxyz")) },
         { "an object of its own that it does not have", carrying(callWith(objectOf(worker->worker->workerId(), 99))) },
         { "an object of a class that nobody registered", bringing(foreign, "some::Class") },
     };
@@ -111,6 +109,35 @@ TEST_F(WorkerTest, TellsOfPayloadsThatItCannotReadAndGoesOn)
         deliver(message(call("after")));
         EXPECT_EQ(service->calls.back().name, "after") << what;
     }
+}
+
+TEST_F(WorkerTest, ObjectsOfTheDeadAreNotThoseOfWhoHasTheirIdLater)
+{
+    const auto x = objectOf(static_cast<WorkerId>(peer->id() + 1), 7); // Of nobody: as good as dead.
+    deliver(bringing(x));
+    const auto dead = service->calls.back().argument.object<ServiceReference>();
+    const auto isGiven = [&] {
+        peer->clear();
+        service->postEvent(peer->id(), "given", dead);
+        settle();
+        return peer->last(type::MESSAGE)->at(field::OBJECTS).size() == 1;
+    };
+    EXPECT_TRUE(dead->dead() && isGiven());
+    const auto heir = join();
+    ASSERT_EQ(heir->id(), ipc::ownerOf(x));
+    heir->send(bringing(x));
+    settle();
+    EXPECT_FALSE(service->calls.back().argument.object<ServiceReference>()->dead());
+    EXPECT_TRUE(dead->dead() && !isGiven()) << "its id names the new worker's object";
+}
+
+TEST_F(WorkerTest, ReleasesWhatIsListedBesideItsOwn)
+{
+    const char* name = "test::ServiceReference";
+    deliver(carrying(callWith(foreign), Value::map({ { service->objectId(), name }, { foreign, name } })));
+    service->calls.clear();
+    settle();
+    EXPECT_EQ(peer->count(type::INSTANCE_RELEASE), 1u);
 }
 
 TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
@@ -176,7 +203,6 @@ TEST_F(WorkerTest, AHubThatSaysNonsenseIsReportedAndServed)
     };
     const Row rows[] {
         { "no object", without(field::OBJECT_ID), 1, 0 },
-        { "no source", without(field::SOURCE_WORKER_ID), 1, 0 },
         { "no list", without(field::OBJECTS), 1, 0 },
         { "no payload", without(field::PAYLOAD), 0, 0 },
         { "no type", Value(Value::MAP), 1, 0 },
@@ -198,6 +224,17 @@ TEST_F(WorkerTest, AHubThatSaysNonsenseIsReportedAndServed)
     EXPECT_TRUE(held->calls.empty());
 }
 
+TEST_F(WorkerTest, ALostHubIsToldOnceAndEndsAModuleProcess)
+{
+    const auto within = client("Within the main process");
+    loop.post([&] { dispatcher->stop(timeout, {}); });
+    settle();
+    dispatcher.reset();
+    settle();
+    EXPECT_TRUE(worker->delegate.quits == 1 && within->delegate.quits == 1);
+    EXPECT_TRUE(worker->delegate.terminationRequests == 1 && within->delegate.terminationRequests == 0);
+}
+
 TEST_F(WorkerTest, AFailedConnectionIsReportedAndEndsLikeALostOne)
 {
     const ExpectUnhandled expected;
@@ -207,8 +244,6 @@ TEST_F(WorkerTest, AFailedConnectionIsReportedAndEndsLikeALostOne)
     EXPECT_EQ(client.delegate.terminationRequests, 1);
     EXPECT_EQ(expected.messages().size(), 1u);
     EXPECT_THROW(client.worker->connect(), fn::RuntimeException) << "a worker connects once";
-    ipc::Worker fresh(worker->delegate, loop, "\\\\.\\pipe\\x", "Name", {}, false);
-    EXPECT_THROW(fresh.stop(), fn::NullPointerException);
 }
 
 TEST_F(WorkerTest, AnIdleModuleHidesLooksAgainAndAsksToBeEnded)
