@@ -40,12 +40,7 @@ template <auto Call> std::optional<std::string> resultOf(std::string input)
 }
 constexpr auto protect = resultOf<platform::CryptProtectData>, unprotect = resultOf<platform::CryptUnprotectData>;
 
-mode_t modeOf(const fs::path& path)
-{
-    struct stat status { };
-    EXPECT_EQ(::lstat(path.c_str(), &status), 0) << path;
-    return status.st_mode & 07777;
-}
+fs::perms modeOf(const fs::path& path) { return fs::symlink_status(path).permissions(); }
 
 struct DataProtection : testing::Test {
     test::TemporaryFolder root;
@@ -157,8 +152,8 @@ TEST_F(DataProtection, TheKeyIsTheUsersAloneWhateverTheMaskAndMadeOnceByManyAtOn
         }
         test::writeFile((data / "begin").string(), "");
         for (auto& [name, child] : children) EXPECT_TRUE(child.succeeds());
-        for (const auto& path : { made.parent_path(), made }) EXPECT_EQ(modeOf(path), 0700u);
-        EXPECT_EQ(modeOf(made / "protection.key"), 0600u);
+        for (const auto& path : { made.parent_path(), made }) EXPECT_EQ(modeOf(path), fs::perms(0700));
+        EXPECT_EQ(modeOf(made / "protection.key"), fs::perms(0600));
         EXPECT_EQ(std::distance(fs::directory_iterator(made), {}), 1) << "An unfinished key is left.";
         if (::geteuid() != 0) continue;
         ASSERT_EQ(::chown((made / "protection.key").c_str(), 0, 0) + ::chown(made.c_str(), 0, 0), 0);

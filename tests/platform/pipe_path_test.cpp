@@ -4,7 +4,6 @@
 #include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
 #include <gmock/gmock.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -21,9 +20,7 @@ struct PipePath : testing::Test {
 TEST_F(PipePath, LiesInAFolderOfThisUserAlone)
 {
     EXPECT_EQ(pipePath(R"(\\.\pipe\a b)").toStdString(), folder.path().string() + "/core-pipes/a b");
-    struct stat status;
-    ASSERT_EQ(::stat((folder.path() / "core-pipes").c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777, 0700U);
+    EXPECT_EQ(fs::status(folder.path() / "core-pipes").permissions(), fs::perms(0700));
 
     // Where no runtime folder is usable, the one for temporary files serves, apart for each user.
     const ScopedVariable temporary("TMPDIR", folder.path().string());

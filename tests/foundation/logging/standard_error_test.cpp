@@ -2,12 +2,12 @@
 #include "foundation/io/file_descriptor.h"
 #include "foundation/logging/log_console_target.h"
 #include "foundation/uv/loop.h"
+#include "support/child_process.h"
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -51,10 +51,9 @@ struct StandardError : testing::TestWithParam<Kind> {
     }
 
     /// Adds what comes to `text`; false if nothing does within the bound.
-    bool readSome(std::string& text, int boundInMilliseconds) const
+    bool readSome(std::string& text, std::chrono::seconds bound) const
     {
-        pollfd reader { ends.first.get(), POLLIN, 0 };
-        if (::poll(&reader, 1, boundInMilliseconds) <= 0) return false;
+        if (!test::awaitReadable(ends.first.get(), bound)) return false;
         char buffer[65536];
         const auto count = ::read(ends.first.get(), buffer, sizeof buffer);
         text.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
@@ -83,11 +82,11 @@ TEST_P(StandardError, HoldsUpNobodyAndTellsWhatIsLost)
     std::string text;
     int written = 2 * entries;
     for (; !text.contains(" lost") && written < 3 * entries; ++written) {
-        while (readSome(text, 0)) { }
+        while (readSome(text, std::chrono::seconds(0))) { }
         target->write(entry + "\n");
     }
     target->write("end\n");
-    while (!text.ends_with("end\n") && readSome(text, 20'000)) { }
+    while (!text.ends_with("end\n") && readSome(text, std::chrono::seconds(20))) { }
     int whole = 0, lost = 0, notices = 0; // Some for entries that came when there was room for a notice only.
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
