@@ -133,7 +133,7 @@ neighbour add fe80::1 lladdr aa:bb:cc:dd:ee:00 dev v1
         many += fmt::format("link add a{0} type bridge\naddress add 10.2.{0}.1/24 dev a{0}\n", i);
     many += "link set a59 up\nroute add default via 10.2.59.2 dev a59 onlink\n";
     const std::pair<std::string, std::string> rows[] = {
-        { known, unknown },
+        { known + "route add default dev v0", unknown },
         { manyRoutes, "c0a801fe:000000000000/c0a80101:000000000000/c0a80102:000000000000/c0a80103:000000000000" },
         { known + R"(
 route add default via 192.168.1.1 dev v0 metric 1
@@ -175,6 +175,7 @@ TEST_F(Kernel, AdaptersAreTakenByTheirKindAndFailuresAreToldInTheLog)
     EXPECT_EQ(GetAdaptersAddresses(AF_UNIX, 0xae, nullptr, adapter, &room), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(GetAdaptersAddresses(AF_UNSPEC, 0xae, nullptr, adapter, nullptr), ERROR_INVALID_PARAMETER);
     while (!adapter->FirstGatewayAddress) adapter = adapter->Next;
+    EXPECT_EQ(adapter->IfType, IF_TYPE_ETHERNET_CSMACD);
     std::vector<ULONG> answers; // To the two calls of each look.
     std::size_t calls = 0;
     const ScopedAdaptersAddresses backend([&](ULONG, ULONG, IP_ADAPTER_ADDRESSES* result, ULONG* size) {
