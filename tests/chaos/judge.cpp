@@ -14,6 +14,9 @@ constexpr std::ptrdiff_t lastLines = 60;
 Judge::Judge() : Truth(true)
 {
     longestSilence = fn::Duration::seconds(7); // Real machines are late.
+    leastFreeze = fn::Duration::seconds(1);
+    earliness = fn::Duration::milliseconds(200);
+    lateness = fn::Duration::seconds(10);
     for (int number = 1; number <= modules; ++number) {
         const auto name = fmt::format("{}{}", simulated::moduleName, number);
         _modules[name];
@@ -35,7 +38,6 @@ void Judge::handleNext(const Event& event, std::int64_t microseconds)
     case Deed::GivesUp: ++givenUp; break;
     case Deed::FindsSilent:
         ++silences;
-        if (!isSlow(_modules.at(name))) violated(name + " was said not to respond and had not been stopped");
         dies(_modules.at(name)); // The supervisor kills it.
         break;
     default: break;
@@ -61,9 +63,8 @@ void Judge::starts(const Event& event, const std::string& name)
 /// `event.number` is the system's id of the process, `event.other` the signal.
 void Judge::isHarmed(Event event, const std::string& name)
 {
-    const auto how = fmt::format("gets SIG{}", sigabbrev_np(event.other));
+    print(fmt::format("{} gets SIG{}", name, sigabbrev_np(event.other)));
     if (name == "hub") {
-        print("the hub " + how);
         excuseFreezes();
         excuseSlowness();
         isEnding = event.other == SIGKILL;
@@ -73,16 +74,12 @@ void Judge::isHarmed(Event event, const std::string& name)
     auto& module = _modules.at(name);
     const int systemId = event.number;
     event.number = module.systemId == systemId ? module.process : 0;
-    event.how = how;
+    event.how = event.other == SIGSTOP ? "is frozen" : event.other == SIGTERM ? "is asked to end" : "is killed";
     handle(event);
     module.signals.insert(event.other);
-    if (event.other == SIGSTOP) {
-        module.lastStop = _now;
-        return;
-    }
+    if (event.other == SIGSTOP) return;
     module.doomed = systemId;
     _dead.insert(event.number);
-    forget(event.number);
 }
 
 void Judge::exits(const Event& event, const std::string& name)
@@ -94,7 +91,7 @@ void Judge::exits(const Event& event, const std::string& name)
     // One that takes more than two seconds for its end is ended by the loader, with 1.
     const bool isRight = event.other != 0
         ? module.signals.contains(event.other)
-        : (event.value == 0 && (wasAsked || hasLeft)) || (event.value == 1 && wasAsked && isSlow(module));
+        : (event.value == 0 && (wasAsked || hasLeft)) || (event.value == 1 && wasAsked && wasFrozen(name));
     if (!isRight) violated(fmt::format("{} ended with status {}, signal {}", name, event.value, event.other));
     dies(module);
 }
@@ -104,12 +101,12 @@ void Judge::dies(Module& module)
     ++deaths;
     _dead.insert(module.process);
     forget(module.process);
-    module = { .signals = {}, .lastStop = module.lastStop };
+    module = {};
 }
 
-bool Judge::isThere(const fn::String& name) const
+bool Judge::isThere(const std::string& name) const
 {
-    const int process = _modules.at(name.toStdString()).process;
+    const int process = _modules.at(name).process;
     return isAlive(process) && connected().contains(process);
 }
 

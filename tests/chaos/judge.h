@@ -23,7 +23,7 @@ public:
 
     void handleNext(const Event& event, std::int64_t microseconds);
     /// Nobody got the processor when he should have: silence and slowness are explained for a while.
-    void excuseSlowness() { _slowUntil = _now + recently; }
+    void excuseSlowness() { slowUntil = _now + fn::Duration::seconds(20); }
 
     bool areAllThere() const; ///< All modules run and are connected.
     bool isQuiet() const; ///< Nothing is left to be done, and the counts agree with what the living hold.
@@ -36,26 +36,22 @@ public:
     int silences = 0;
 
 private:
-    static constexpr auto recently = fn::Duration::seconds(20);
-
     struct Module {
         int process = 0; // The latest; 0 until it has said that it starts.
         int systemId = 0;
         int doomed = 0; // The system's id of one that is killed, and may not have said yet that it starts.
         std::set<int> signals; // Sent to the latest.
-        fn::Duration lastStop = fn::Duration() - recently;
     };
 
     fn::Duration now() const override { return _now; }
     bool isRunning(int process) const override { return process && !_dead.contains(process); }
     std::string nameOf(int process) const override { return _names.at(process); }
     int mainProcess() const override { return _hub; }
-    bool isThere(const fn::String& module) const override;
+    bool isThere(const std::string& module) const override;
     bool isExplained(const std::string& text) const override;
     void checkWorld() override;
     void print(const std::string& line) override;
 
-    bool isSlow(const Module& module) const { return _now - module.lastStop < recently || _now < _slowUntil; }
     Counts expected() const;
     void starts(const Event& event, const std::string& name);
     void isHarmed(Event event, const std::string& name);
@@ -63,7 +59,6 @@ private:
     void dies(Module& module);
 
     fn::Duration _now;
-    fn::Duration _slowUntil;
     int _hub = 0;
     std::map<std::string, Module> _modules;
     std::map<int, std::string> _names;

@@ -44,7 +44,7 @@ int mainProgram(WorldTruth& truth, const Program& program)
     listenTo(manager);
     const auto end = [&] {
         manager.stop();
-        truth.stopped();
+        truth.isStopped = true;
         dispatcher.stop(stopDelay, [&] { truth.checkQuit(); });
     };
     const fn::uv::SignalWatcher terminated(loop, SIGTERM, end);
@@ -76,6 +76,7 @@ void strike(World& world, WorldTruth& truth, Process& main)
     if (kind == 5) {
         const auto time = fn::Duration::milliseconds(decisions.choose(Choice::Fault, 10'000));
         truth.expectLateNotices(time + Truth::pongTime); // Nobody is noticed meanwhile, and all are given more time.
+        truth.harmed(main.name(), "is frozen", time);
         return world.freeze(main, time);
     }
     truth.isEnding = true; // The modules of a dead hub end.
@@ -114,6 +115,7 @@ core::simulation::Report runOnce(core::simulation::Decisions& decisions, bool te
     truth.rest();
     world.options() = world.options().calm();
     world.runFor(truth.modulesEndIdle ? idleRest : rest);
+    if (main.isDead() && !truth.isEnding) truth.violated("the main process has ended by itself");
     truth.checkAtRest();
     checkEnd(world, truth, main);
     report.violations = truth.violations();

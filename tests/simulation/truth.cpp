@@ -63,6 +63,7 @@ void Truth::handleObject(const Event& event)
     case Deed::Connects:
         tell("is connected as worker {}", event.number);
         _connected.emplace(event.process, Connected { now(), event.number });
+        _supervised[nameOf(event.process)].wasConnected = true;
         return;
     case Deed::Leaves: return leaves(event);
     case Deed::IsToldToQuit:
@@ -95,7 +96,7 @@ void Truth::leaves(const Event& event)
     const bool isNews = _leaving.insert(event.process).second;
     if (!isNews) return;
     tell("ends itself");
-    harms[nameOf(event.process)].insert("ends itself");
+    _supervised[nameOf(event.process)].harms.emplace("ends itself");
     if (!event.flag || isEnding || isHubDead() || _toldToQuit.contains(event.process)) return;
     for (const auto& [number, thing] : _things) {
         if (thing.owner == event.process && thing.registrations.empty() && isReferred(number, true))
@@ -345,12 +346,15 @@ void Truth::handleOther(const Event& event)
     case Deed::Proves: _proved.insert(event.process); return;
     case Deed::Logs:
         tell("logs at {}: {}", event.number, text);
+        if (text.starts_with("ipc.moduleManager: Module ") || text.starts_with("ipc.moduleManager: Launching"))
+            supervises(text);
         if (event.number <= 2 && !isExplained(text)) violated(fmt::format("a line without a reason: {}", text));
         return;
     case Deed::Violates: return violated(text);
     case Deed::GivesUp:
         tell("gives up: {}", text);
         _givenUp.insert(text);
+        for (auto& [name, module] : _supervised) module.isGivenUp |= text.find(name) != std::string::npos;
         if (!isExplained(text)) violated(fmt::format("gave up without a reason: {}", text));
         return;
     case Deed::FindsSilent:
@@ -366,24 +370,14 @@ void Truth::handleOther(const Event& event)
 
 void Truth::isHarmed(const Event& event, const std::string& name)
 {
-    harms[name].emplace(event.how);
+    _supervised[name].harms.emplace(event.how);
     if (event.how == "has no memory") _leaving.insert(event.number); // It loses its connection, and ends.
     const auto time = fn::Duration::milliseconds(event.value);
     tell("{} {}{}", name, event.how, event.value > 0 ? fmt::format(" for {} ms", event.value) : "");
     if (event.value > 0) _freezes.push_back({ event.number, name, now(), now() + time });
 }
 
-bool Truth::hasHarmed(const std::string& text, const std::set<std::string>& how) const
-{
-    return std::ranges::any_of(harms, [&](const auto& harm) {
-        return text.find(harm.first) != std::string::npos
-            && (how.empty() || std::ranges::any_of(harm.second, [&](const auto& each) { return how.contains(each); }));
-    });
-}
-
-/// What is said of a module that was harmed is explained by that, if it names it.
-bool Truth::isExplained(const std::string& text) const { return isExcused(text) || hasHarmed(text, {}); }
-
+/// By more than what has been done to one module.
 bool Truth::isExcused(const std::string& text) const
 {
     if (text.find("on purpose") != std::string::npos) return true;

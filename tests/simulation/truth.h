@@ -2,6 +2,7 @@
 #include "foundation/duration.h"
 #include "foundation/string.h"
 #include "witness.h"
+#include <algorithm>
 #include <fmt/format.h>
 #include <map>
 #include <optional>
@@ -20,11 +21,12 @@ public:
     virtual ~Truth();
 
     bool isEnding = false; ///< All have been told to end.
+    bool isStopped = false; ///< Nobody is launched any more.
     bool modulesEndIdle = false; ///< By themselves, when nobody needs them.
     static constexpr auto pongTime = fn::Duration::seconds(3); ///< For the answer to a PING.
 
     void handle(const Event& event);
-    void expects(const fn::String& module) { _modules.push_back(module); } ///< The application has it.
+    void expects(const std::string& module) { _supervised[module].isExpected = true; } ///< The application has it.
     void checkAtRest();
     void checkQuit(); ///< All should have been told to, a while ago.
     void violated(std::string what);
@@ -39,9 +41,8 @@ protected:
     virtual bool isRunning(int process) const = 0;
     virtual std::string nameOf(int process) const = 0;
     virtual int mainProcess() const = 0;
-    virtual bool isThere(const fn::String& module) const = 0; ///< It runs; whether it is connected the truth knows.
+    virtual bool isThere(const std::string& module) const = 0; ///< It runs; whether it is connected the truth knows.
     virtual bool isExplained(const std::string& text) const; ///< A line at warning level.
-    bool isExcused(const std::string& text) const; ///< By more than what has been done to one module.
     virtual void checkWorld() { } ///< What else is to be checked at rest, while there is a hub.
     virtual void print(const std::string& line); ///< Of the story.
 
@@ -66,17 +67,38 @@ protected:
         int worker;
     };
     const std::map<int, Connected>& connected() const { return _connected; }
-    bool hasHarmed(const std::string& text,
-        const std::set<std::string>& how) const; ///< Somebody named by it, in one of these ways.
+    bool wasFrozen(const std::string& name) const; ///< Just now, for so long that it may count as silent.
 
     /// Who is silent for so long has been reported: a third of the time until the PING, the time itself, and some more.
     static constexpr auto shortSilence = fn::Duration::seconds(5);
     fn::Duration longestSilence = shortSilence;
 
-    std::map<std::string, std::multiset<std::string>> harms; ///< How, by name of the process.
+    fn::Duration leastFreeze = fn::Duration::seconds(2); ///< Less explains no silence.
+    fn::Duration earliness; ///< Of the supervisor's timers.
+    fn::Duration lateness = fn::Duration::seconds(1); ///< Of what the supervisor does, and of what it notices.
+    fn::Duration slowUntil; ///< Nobody got the processor when he should have.
     std::optional<fn::Duration> proofTime; ///< When everybody begins to show that it is alive.
 
 private:
+    /// What the supervisor starts, by its name, and the main process.
+    struct Supervised {
+        bool isExpected = false;
+        std::string tag = {}; // The rest is of its latest launch, or of all by one supervisor.
+        int launches = 0;
+        int timeouts = 0;
+        bool isConnecting = false;
+        bool wasConnected = false;
+        bool isGivenUp = false;
+        fn::Duration launched = {};
+        std::optional<fn::Duration> end = {};
+        std::set<std::string, std::less<>> harms = {};
+
+        bool hasEnded() const
+        {
+            const auto ends = { "is killed", "is asked to end", "has no memory", "ends itself" };
+            return std::ranges::any_of(ends, [this](const char* harm) { return harms.contains(harm); });
+        }
+    };
     struct Registration {
         int priority;
         bool isHidden = false;
@@ -154,6 +176,12 @@ private:
     void hides(const Event& event);
     void leaves(const Event& event);
     void isHarmed(const Event& event, const std::string& name);
+    bool isExcused(const std::string& text) const;
+    void supervises(const std::string& line);
+    void isLaunched(const std::string& name, Supervised& module, const std::string& line);
+    void ends(const std::string& name, Supervised& module);
+    void checkTime(const std::string& what, fn::Duration due);
+    fn::Duration frozen(const std::string& name, fn::Duration since) const; // Until now.
     bool isReferred(int thing, bool elsewhere) const;
     bool isUsedAgain(const Thing& thing) const;
     bool knowsSuccessor(int process, int owner) const;
@@ -179,7 +207,7 @@ private:
     std::set<int> _toldToQuit;
     std::set<int> _proved;
     std::map<int, Connected> _connected; // All that ever were.
-    std::vector<fn::String> _modules;
+    std::map<std::string, Supervised> _supervised;
     std::vector<Freeze> _freezes;
     std::map<std::string, std::vector<fn::Duration>> _silences; // When which module was said not to respond.
     std::set<std::string> _givenUp; // Messages.

@@ -151,27 +151,6 @@ void Truth::checkQuit()
     }
 }
 
-/// Who was silent for longer than a PING may stay unanswered has been reported, and each module runs, unless it has been given up.
-void Truth::checkSupervisor()
-{
-    for (const auto& [process, name, begin, end] : _freezes) {
-        const auto connected = _connected.find(process);
-        if (end - begin < longestSilence || connected == _connected.end() || connected->second.since > begin) continue;
-        const auto isThen = [&](fn::Duration moment) { return moment > begin && moment < end; };
-        if (std::ranges::none_of(_silences[name], isThen) && !isHubDead() && !_leaving.contains(process))
-            violated(fmt::format("the silence of {} was not noticed", name));
-    }
-    for (const auto& module : _modules) {
-        // A launch that fails ends the launches of those behind it.
-        const bool mayBeMissing = std::ranges::any_of(_givenUp, [&](const auto& message) {
-            return message.find(module.view()) != std::string::npos
-                || message.find("Failed to start") != std::string::npos;
-        });
-        if (!isThere(module) && !mayBeMissing && !modulesEndIdle && !isHubDead())
-            violated(fmt::format("{} is not there", module));
-    }
-}
-
 /// Whom nobody needs has ended.
 void Truth::checkIdle()
 {

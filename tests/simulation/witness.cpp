@@ -11,7 +11,10 @@ namespace {
 Witness* theWitness = nullptr;
 
 class LogSink final : public fn::logging::Sink {
-    int threshold(const fn::logging::Category&) const override { return 4; }
+    int threshold(const fn::logging::Category& category) const override
+    {
+        return category.name() == "ipc.moduleManager" ? 5 : 4;
+    }
     void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override
     {
         const auto line = fmt::format("{}: {}", category.name(), message.text);

@@ -18,7 +18,6 @@ public:
     ipc::Dispatcher* hub = nullptr; ///< While the main process has one.
     void rest(); ///< From now on; after a while everybody is to show that it is alive.
     void expectLateNotices(fn::Duration by = shortSilence) { longestSilence = longestSilence + by; }
-    void stopped() { _hasStopped = true; } ///< Nobody is launched any more.
     void harmed(const fn::String& name, const char* harm, fn::Duration time);
 
     // Witness.
@@ -35,17 +34,13 @@ private:
     bool isRunning(int process) const override;
     std::string nameOf(int process) const override;
     int mainProcess() const override { return _world.processes().front()->id(); }
-    bool isThere(const fn::String& module) const override;
-    bool isExplained(const std::string& text) const override;
-    void checkLaunch(std::string_view line);
+    bool isThere(const std::string& module) const override;
     void checkWorld() override;
     void checkCounts();
     void checkRegistry();
 
     World& _world;
     bool _isResting = false;
-    bool _hasStopped = false;
-    std::map<std::string, std::size_t> _launches;
     std::array<int, numberedKinds> _numbers {};
 };
 
