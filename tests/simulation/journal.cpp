@@ -89,8 +89,10 @@ std::optional<std::pair<Event, std::int64_t>> Journal::read()
     const auto& record = _records[_read];
     if (!record.isWhole.load(std::memory_order_acquire)) {
         if (_missingSince == 0) _missingSince = now();
-        if (now() - _missingSince > patience) ++_read;
-        return {};
+        if (now() - _missingSince < patience) return {};
+        _missingSince = 0;
+        ++_read;
+        return read();
     }
     _missingSince = 0;
     ++_read;
