@@ -193,6 +193,7 @@ private:
         for (const auto end = Clock::now() + seconds(1); Clock::now() < end;) turn();
         hit(_family.hub(), "hub", SIGKILL);
         await("the processes to end with their hub", [&] { return _judge.isEnding && !_isAnybodyLeft; });
+        if (_judge.answers() == 0) throw std::runtime_error("nobody has answered");
         report();
     }
 
