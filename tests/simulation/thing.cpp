@@ -94,7 +94,7 @@ void Thing::onMethodCall(const CallContext& context, const fn::String& name, con
 {
     const int call = argument.at("call").to<int>();
     const bool hasObject = argument.get("thing").get("object").isObject();
-    tell({ .deed = Deed::GetsCall, .number = call, .flag = hasObject });
+    tell({ .deed = Deed::GetsCall, .number = call, .other = number, .flag = hasObject });
     const auto* const large = argument.find("bulk");
     if (large && *large != bulk()) violated("a large argument has changed on its way");
     _calls.emplace_back(context, call);

@@ -230,6 +230,8 @@ void Truth::handleCall(const Event& event)
         tell("gets call {}", event.number);
         if (std::exchange(call.hasArrived, true)) violated(fmt::format("call {} arrived twice", event.number));
         if (call.bringsNothing && event.flag) violated("an object that is gone for good was sent");
+        if (call.thing && event.other != call.thing && !call.isMistaken && !isUsedAgain(_things[call.thing]))
+            violated(fmt::format("call {} arrived at thing {}", event.number, event.other));
         call.owner = event.process;
         return;
     case Deed::GetsCancel: call.hasCancelArrived = true; return;
@@ -253,6 +255,7 @@ void Truth::begins(const Event& event, Call& call)
     call = { .ask = static_cast<Ask>(event.value),
         .caller = event.process,
         .owner = _things[reference.thing].owner,
+        .thing = reference.thing,
         .reference = event.other,
         .isMistaken = reference.isMistaken };
 }

@@ -139,6 +139,7 @@ private:
         Ask ask = Ask::Echo;
         int caller = 0;
         int owner = 0;
+        int thing = 0;
         int reference = 0;
         bool isMistaken = false; // By a reference that is.
         bool bringsNothing = false; // The caller knows that its object is gone for good.

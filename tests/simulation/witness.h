@@ -43,7 +43,7 @@ enum class Deed : std::uint8_t {
     EndsReference,
     Calls, ///< Call `number` by reference `other` with the Ask `value`.
     Passes, ///< In call `number` what reference `other` stands for.
-    GetsCall, ///< `flag`: with an object.
+    GetsCall, ///< This call, thing `other`; `flag`: with an object.
     GetsCancel, ///< Of this call.
     Cancels,
     HasResult, ///< Of call `number`: the number `value`, else -1; `flag`: an object or nothing.
