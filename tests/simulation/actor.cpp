@@ -203,8 +203,8 @@ void Actor::hideAll()
     const bool hides = choose(3) == 2;
     const int number = Witness::current().next(Numbered::Hides);
     tell({ .deed = Deed::Hides, .number = number, .flag = hides });
-    tellOnce(
-        worker().registry()->callMethod("setInstancesHidden", hides), { .deed = Deed::HasHidden, .number = number });
+    tellOnce(worker().registry()->callMethod("setInstancesHidden", hides),
+        { .deed = Deed::HasHidden, .number = number, .flag = hides });
 }
 
 // --- Calls

@@ -143,7 +143,10 @@ void Thing::callOn(const CallContext& context, int call, const fn::AutoPtr<Thing
     if (!other || !actor) return sendResult(context, call);
     actor->call(other, Ask::Echo)
         .second.then([self = fn::AutoPtr(this), context, call](fn::Value&&) { self->sendResult(context, call); },
-            [self = fn::AutoPtr(this), context](std::exception_ptr failure) { self->sendError(context, failure); });
+            [self = fn::AutoPtr(this), context, call](std::exception_ptr failure) {
+                tell({ .deed = Deed::LetsFail, .number = call });
+                self->sendError(context, failure);
+            });
 }
 
 } // namespace simulated

@@ -108,8 +108,10 @@ void Truth::hides(const Event& event)
 {
     if (event.deed == Deed::Hides) {
         tell("{} what it has registered", event.flag ? "hides" : "shows");
-        if (event.flag) _hiders.insert(event.process);
+        _hidings[event.process] = { event.number, now(), false };
     }
+    auto& hiding = _hidings[event.process];
+    hiding.isShown = event.deed == Deed::HasHidden && hiding.request == event.number && !event.flag;
     for (auto& [number, thing] : _things) {
         if (thing.owner != event.process) continue;
         for (auto& registration : thing.registrations) {
@@ -234,6 +236,7 @@ void Truth::handleCall(const Event& event)
             violated(fmt::format("call {} arrived at thing {}", event.number, event.other));
         call.owner = event.process;
         return;
+    case Deed::LetsFail: call.mayFail = true; return;
     case Deed::GetsCancel: call.hasCancelArrived = true; return;
     case Deed::Cancels:
         tell("cancels call {}", event.number);
@@ -279,9 +282,8 @@ void Truth::hasFailure(const Event& event, const Call& call)
     if (shouldFail && event.text == fmt::format("RuntimeException: call {}", event.number)) return;
     const bool bringsObject = call.ask == Ask::Give || call.ask == Ask::Keep || call.ask == Ask::CallBack;
     if (bringsObject && event.text == "RuntimeException: broken on purpose") return;
-    // Asked to call somebody else, who may have died.
-    const bool asksOthers = call.ask == Ask::Relay || call.ask == Ask::CallBack;
-    if (event.flag && (isEnding || asksOthers || !isAlive(call.owner) || !isAlive(call.caller) || isHubDead())) return;
+    if (event.flag && (isEnding || call.mayFail || !isAlive(call.owner) || !isAlive(call.caller) || isHubDead()))
+        return;
     violated(fmt::format("call {} failed: {}", event.number, event.text));
 }
 
@@ -303,9 +305,16 @@ void Truth::looksUp(const Event& event, LookUp& lookUp)
     lookUp.begin = now();
     lookUp.bound = fn::Duration::milliseconds(event.value);
     for (const auto& [number, thing] : _things) {
-        if (thing.isRegistered && isAlive(thing.owner) && !modulesEndIdle && !_hiders.contains(thing.owner))
+        if (thing.isRegistered && isAlive(thing.owner) && !modulesEndIdle && isShown(thing.owner, now()))
             lookUp.things.push_back(number);
     }
+}
+
+/// What it has registered, all the time.
+bool Truth::isShown(int owner, fn::Duration since) const
+{
+    const auto found = _hidings.find(owner);
+    return found == _hidings.end() || (found->second.isShown && found->second.since <= since);
 }
 
 void Truth::finds(const LookUp& lookUp, const Thing& found)
@@ -330,7 +339,7 @@ void Truth::findsNothing(const LookUp& lookUp, const std::string& text)
     if (now() - lookUp.begin < lookUp.bound) violated("a look-up failed before its time-out");
     for (const int number : lookUp.things) {
         const int owner = _things[number].owner;
-        if (isAlive(owner) && !_hiders.contains(owner)) violated(fmt::format("thing {} was not found", number));
+        if (isAlive(owner) && isShown(owner, lookUp.begin)) violated(fmt::format("thing {} was not found", number));
     }
 }
 

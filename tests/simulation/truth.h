@@ -144,9 +144,15 @@ private:
         bool isMistaken = false; // By a reference that is.
         bool bringsNothing = false; // The caller knows that its object is gone for good.
         bool hasArrived = false;
+        bool mayFail = false; // What it led to has failed.
         bool hasCancelArrived = false;
         bool isCancelled = false;
         bool isOver = false;
+    };
+    struct Hiding {
+        int request = 0;
+        fn::Duration since = {};
+        bool isShown = false; // Again, as the registry has said.
     };
     struct Post {
         int publisher;
@@ -172,6 +178,7 @@ private:
     void hasResult(const Event& event, const Call& call);
     void hasFailure(const Event& event, const Call& call);
     void looksUp(const Event& event, LookUp& lookUp);
+    bool isShown(int owner, fn::Duration since) const;
     void finds(const LookUp& lookUp, const Thing& found);
     void findsNothing(const LookUp& lookUp, const std::string& text);
     void hides(const Event& event);
@@ -204,7 +211,7 @@ private:
     std::map<int, LookUp> _lookUps;
     std::map<std::pair<int, int>, Post> _posts; // The latest, by channel and publisher.
     std::map<int, Post> _bodies; // The sticky one that each process keeps.
-    std::set<int> _hiders; // All that ever hid something.
+    std::map<int, Hiding> _hidings; // The last one of each process.
     std::set<int> _toldToQuit;
     std::set<int> _proved;
     std::map<int, Connected> _connected; // All that ever were.

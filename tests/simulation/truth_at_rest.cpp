@@ -131,11 +131,17 @@ bool Truth::keepOneBody() const
     for (const auto& [process, body] : _bodies) {
         if (isAlive(process)) bodies.emplace(body.publisher, body.number);
     }
+    // Where nobody is held up, what was posted a second before the last one is older in the hub as well.
+    const bool isPrompt = _freezes.empty() && longestSilence == shortSilence;
     const auto isOutdated = [&](const auto& entry) {
         const auto& [channel, publisher] = entry.first;
         if (channel != 0 || !isAlive(publisher) || bodies.empty()) return false;
-        return bodies.begin()->first == 0
-            || (bodies.begin()->first == publisher && bodies.begin()->second != entry.second.number);
+        const auto& [keptPublisher, kept] = *bodies.begin();
+        if (keptPublisher == 0) return true;
+        if (keptPublisher == publisher) return kept != entry.second.number;
+        const auto other = _posts.find({ 0, keptPublisher });
+        return isPrompt && other != _posts.end() && other->second.number == kept
+            && other->second.time + fn::Duration::seconds(1) < entry.second.time;
     };
     return bodies.size() <= 1 && std::ranges::none_of(_posts, isOutdated);
 }

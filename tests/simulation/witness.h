@@ -32,7 +32,7 @@ enum class Deed : std::uint8_t {
     SendsThing,
     HasRegistered, ///< This thing: the registry has said so.
     Hides, ///< What it has registered, or shows it if not `flag`; this is request `number`.
-    HasHidden, ///< As asked by request `number`.
+    HasHidden, ///< As asked by request `number`, or shown if not `flag`.
     Broadcasts, ///< Event `value` of this thing.
     Registers, ///< This thing with priority `other`.
     MakesReference, ///< This one to `object`, which is at home if `flag`.
@@ -44,6 +44,7 @@ enum class Deed : std::uint8_t {
     Calls, ///< Call `number` by reference `other` with the Ask `value`.
     Passes, ///< In call `number` what reference `other` stands for.
     GetsCall, ///< This call, thing `other`; `flag`: with an object.
+    LetsFail, ///< This call, as the one to which it led.
     GetsCancel, ///< Of this call.
     Cancels,
     HasResult, ///< Of call `number`: the number `value`, else -1; `flag`: an object or nothing.
