@@ -170,10 +170,10 @@ TEST(ByteArray, IdleMemoryGoesBackToTheSystem)
         return resident;
     };
     std::vector<ByteArray> arrays(600); // Of the smallest size that is kept for the next ones.
-    constexpr std::size_t pages = 600 * 9'000 / 4'096;
+    constexpr std::size_t pages = 600 * 8'192 / 4'096;
     fn::giveBackIdleMemory();
     for (auto& array : arrays) {
-        array.resizeUninitialized(9'000);
+        array.resizeUninitialized(8'184); // With its header 8,192 bytes.
         std::ranges::fill(std::span(array.mutableData(), array.size()), 1);
     }
     arrays.clear();
