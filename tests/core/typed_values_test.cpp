@@ -58,24 +58,6 @@ TEST(Fraction, ComparisonsWrapIn32BitsAndLookAtValidityOnlyWhereTheyShould)
     }
 }
 
-TEST(Fraction, IsAKeyByItsExactSize)
-{
-    // Ascending; within a group all are one key. Most products of them do not fit in 32 bits.
-    const std::vector<std::vector<Fraction>> groups = { { { least, 1 } }, { { most, -1 } },
-        { { -1, 2 }, { 1, -2 }, { 1 << 30, least } }, { { 0, 5 }, { 0, least } }, { { 1, most } },
-        { { 1, 2 }, { 2, 4 }, { -1, -2 } }, { { 23976, 1000 } }, { { 2400000, 100100 }, { 24000, 1001 } },
-        { { 2997000, 100000 } }, { { 30000, 1001 } }, { { most, 1 } }, { { least, -1 } },
-        { { 0, 0 }, { 7, 0 }, { -7, 0 } } };
-    std::vector<std::pair<Fraction, std::size_t>> all;
-    for (std::size_t group = 0; group < groups.size(); ++group) {
-        for (const auto& fraction : groups[group]) all.emplace_back(fraction, group);
-    }
-    for (const auto& [left, a] : all) {
-        for (const auto& [right, b] : all)
-            EXPECT_EQ(fn::Value(left) <=> fn::Value(right), a <=> b) << left.toString() << right.toString();
-    }
-}
-
 TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
 {
     const std::tuple<Fraction, int, const char*> rows[] = { { { 4, 6 }, 2, "2/3" }, { { 0, 5 }, 5, "0/1" },

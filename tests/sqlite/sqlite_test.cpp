@@ -123,23 +123,6 @@ TEST_F(SQLite, KeepsAStatementUsableWhenItsDatabaseHasGone)
     EXPECT_EQ(database.execute("insert into t values (2, 'b')"), 1);
 }
 
-TEST_F(SQLite, RollsBackWhatWasNotCommitted)
-{
-    for (const auto* statement : { "begin", "insert or rollback into t values (1, 'b')" }) { // Or SQLite does itself.
-        Transaction transaction(database);
-        database.execute("insert into t values (1, 'a')");
-        EXPECT_NE(failureOf([&] { database.execute(statement); }).first, 0);
-    }
-    EXPECT_EQ(count(), 0);
-    std::optional<Transaction> first(std::in_place, database);
-    first->commit();
-    Transaction second(database);
-    first.reset(); // Has nothing to do with the second any more.
-    database.execute("insert into t values (2, 'b')");
-    second.commit();
-    EXPECT_EQ(count(), 1);
-}
-
 TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
 {
     Database other(path, readWriteCreate);

@@ -2,12 +2,10 @@
 // that outlives whoever it works for, and one that keeps the context for itself.
 #include "core/g_main_context_integration.h"
 #include "foundation/io/file_descriptor.h"
-#include "foundation/system/thread_pool.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
-#include <algorithm>
 #include <future>
 #include <glib-unix.h>
 #include <gtest/gtest.h>
@@ -228,30 +226,6 @@ TEST_F(MainContext, IsMadeAnewAtAnyMomentAlsoInACallbackOfGLib)
         }
         ASSERT_TRUE(hearsASource()) << i;
     }
-}
-
-TEST_F(MainContext, ForgetsAWaitThatHasNotBegunWhenItEnds)
-{
-    GMainContextIntegration::quit();
-    std::promise<void> release;
-    const std::shared_future<void> end(release.get_future());
-    const auto threads = std::max(4u, std::thread::hardware_concurrency()); // All of the pool are busy.
-    for (unsigned i = 0; i < threads; ++i) fn::ThreadPool::defaultPool().schedule([end] { end.wait(); });
-    GMainContextIntegration::init(*loop);
-    test::runTurns(*loop);
-    GMainContextIntegration::quit();
-    g_main_context_iteration(nullptr, FALSE); // Takes the wake-up: the wait would have no end, and keep the context.
-    release.set_value();
-    std::promise<void> isNext;
-    fn::ThreadPool::defaultPool().schedule([&] { isNext.set_value(); });
-    isNext.get_future().wait();
-    EXPECT_TRUE(test::runUntil(*loop, [] {
-        const bool isFree = g_main_context_acquire(nullptr);
-        if (isFree) g_main_context_release(nullptr);
-        return isFree;
-    }));
-    GMainContextIntegration::init(*loop);
-    EXPECT_TRUE(hearsASource());
 }
 
 } // namespace

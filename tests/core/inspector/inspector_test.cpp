@@ -3,7 +3,6 @@
 // object, a stranger who makes the service hold without bound or end; numbers that are not true, entries that are skipped or
 // shown twice between two pages, a view that touches what has gone.
 #include "core/inspector/dispatcher_inspector.h"
-#include "core/inspector/inspection_result_writer.h"
 #include "core/inspector/inspector.h"
 #include "core/inspector/inspector_registry.h"
 #include "core/inspector/limits.h"
@@ -20,7 +19,6 @@
 namespace {
 
 using core::InspectionResult;
-using core::InspectionResultWriter;
 using core::Inspector;
 using fn::Value;
 using test::Outcome;
@@ -125,25 +123,6 @@ protected:
 };
 
 } // namespace
-
-TEST(InspectionResultTest, ComesBackFromItsSerializedFormAndReadsUnexpectedShapesAsEmpty)
-{
-    InspectionResult result;
-    InspectionResultWriter(result).append("first").append("second", 7).append("third", "");
-    EXPECT_EQ(result.serialize().toString(),
-        R"({"items": ["first", {"action": 7, "text": "second"}, {"action": "", "text": "third"}]})");
-    EXPECT_EQ(InspectionResult::deserialize(result.serialize()).serialize(), result.serialize());
-    for (const auto& action : { Value(), Value(Value::array({ 1, "x" })) }) {
-        result.redirectAction = action;
-        EXPECT_EQ(result.serialize(), Value::map({ { "redirectAction", action } }));
-        EXPECT_EQ(InspectionResult::deserialize(result.serialize()).redirectAction, action);
-    }
-    const auto lines = Value::array({ 5, Value::array({ "x" }), {}, Value::map({ { "action", 1 } }) });
-    const auto odd = InspectionResult::deserialize(Value::map({ { "items", lines } }));
-    EXPECT_EQ(odd.serialize().toString(), R"({"items": ["", "", "", {"action": 1, "text": ""}]})");
-    for (const auto& value : { Value(), Value::array({ "items" }), Value::map({ { "items", Value(Value::MAP) } }) })
-        EXPECT_TRUE(InspectionResult::deserialize(value).items.empty()) << value;
-}
 
 TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
 {

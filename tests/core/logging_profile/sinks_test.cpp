@@ -1,8 +1,6 @@
 // What can break here: the bytes of an entry, which people and programs read; a text that passes for an entry of its own
 // or is torn within a character; a day without its line.
 #include "core/logging_profile/formatted_sink.h"
-#include "core/logging_profile/simple_sink.h"
-#include "core/logging_profile/throttled_sink.h"
 #include "recorder.h"
 #include "support/scoped_variable.h"
 #include <gmock/gmock.h>
@@ -114,16 +112,6 @@ TEST_F(FormattedSink, AnnouncesEachLocalDayOnce)
         entries.pop_back();
         EXPECT_EQ(entries, *day ? Strings { fmt::format("\r\n>>>>>> {} <<<<<<\r\n\r\n", day) } : Strings());
     }
-}
-
-TEST(SimpleSink, WritesTheTextAlone)
-{
-    const auto target = fn::makeAuto<test::RecordingTarget>();
-    const auto sink = fn::makeAuto<core::SimpleSink>(target);
-    const auto throttled = fn::makeAuto<core::ThrottledSink>(sink);
-    const fn::logging::Category category("core");
-    for (const auto* text : { "a\n\nb", "c\r\n", "" }) throttled->logMessage(category, test::message(4, text));
-    EXPECT_THAT(target->entries, ElementsAre("a\r\n\r\nb\r\n", "c\r\r\n\r\n", "\r\n"));
 }
 
 } // namespace

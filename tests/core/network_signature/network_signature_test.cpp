@@ -302,24 +302,6 @@ TEST_F(LiveSignature, CallsItsListenersInOrderWhateverTheyDo)
     handles[3].invalidate();
 }
 
-TEST_F(LiveSignature, TellsTheLatestTextLastAlsoWhenAListenerRunsTheLoop)
-{
-    fn::Handle second;
-    const auto first = add('a', [&] {
-        if (heard.size() > 1) return;
-        second.invalidate();
-        setGateway(3);
-        EXPECT_TRUE(test::runUntil(loop, [&] { return lastHeard == textOf(3); }));
-        loop.stop(); // The outer run.
-    });
-    second = add('b');
-    const auto third = add('c');
-    setGateway(2);
-    loop.run();
-    EXPECT_EQ(heard, "aac");
-    EXPECT_EQ(lastHeard, textOf(3));
-}
-
 TEST_F(Kernel, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
 {
     ip("address add 192.168.1.10/24 dev v0\nroute add default via 192.168.1.1");

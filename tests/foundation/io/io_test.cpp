@@ -12,7 +12,6 @@
 #include "support/temporary_folder.h"
 #include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -31,25 +30,6 @@ std::string pattern(std::size_t size)
     std::string result(size, '\0');
     for (std::size_t i = 0; i < size; ++i) result[i] = static_cast<char>('a' + i * i % 23);
     return result;
-}
-
-TEST(FileDescriptor, IsOpenedAsAskedForThisProcessAloneAndClosedByItsOwner)
-{
-    const test::TemporaryFolder folder;
-    const auto path = folder.file("file");
-    auto first = FileDescriptor::write(path, 0600);
-    EXPECT_EQ(fs::status(path.view()).permissions(), fs::perms(0600));
-    fn::FileOutputStream(FileDescriptor(::dup(first.get()))).write("x");
-    EXPECT_EQ(test::readFile(path), "x");
-    auto second = FileDescriptor::write(path, 0600);
-    EXPECT_EQ(test::readFile(path), "") << "It begins anew.";
-    const auto number = first.get();
-    second = std::move(first);
-    second = FileDescriptor::read(path);
-    EXPECT_EQ(::fcntl(number, F_GETFD), -1);
-    EXPECT_TRUE(::fcntl(second.get(), F_GETFD) & FD_CLOEXEC);
-    EXPECT_THROW(FileDescriptor::read(folder.file("none")), fn::FileException);
-    EXPECT_THROW(FileDescriptor::write(folder.file("none/file"), 0600), fn::FileException);
 }
 
 // A signal during a write to a full pipe makes it return early, with or without some bytes written.

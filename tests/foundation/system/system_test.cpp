@@ -5,14 +5,12 @@
 #include "foundation/system/path_manager.h"
 #include "foundation/system/shared_library.h"
 #include "foundation/system/thread_pool.h"
-#include "foundation/system/uuid.h"
 #include "support/expectations.h"
 #include "support/temporary_folder.h"
 #include <cstdlib>
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <latch>
-#include <set>
 #include <sys/stat.h>
 #include <thread>
 
@@ -32,14 +30,6 @@ TEST(Environment, RefusesNamesAndValuesThatTheSystemWouldCut)
     }
     EXPECT_THROW(Environment::set("CORE_TEST", cut), fn::IOException);
     EXPECT_EQ(::getenv("CORE_TEST"), nullptr);
-}
-
-TEST(UUIDGenerator, MakesRandomIds)
-{
-    std::set<fn::String> seen;
-    for (int i = 0; i < 1000; ++i) seen.insert(fn::UUIDGenerator::defaultGenerator().createOne().toString());
-    EXPECT_EQ(seen.size(), 1000U);
-    for (const auto& text : seen) EXPECT_TRUE(text.size() == 36 && text.view()[14] == '4') << text;
 }
 
 TEST(SharedLibrary, StaysLoadedAndKeepsItsSymbolsToItself)

@@ -1,9 +1,6 @@
 // What can break here: the border between text in place and shared text, sharing that shows, storage kept too long, lenient parsing.
 #include "foundation/byte_array.h"
 #include "foundation/exceptions.h"
-#include "foundation/idle_memory.h"
-#include <algorithm>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -161,28 +158,6 @@ TEST(String, TrimsAndChangesCaseOfASCIIOnlyAndReplacesUnpairedSurrogates)
 }
 
 #ifndef __SANITIZE_ADDRESS__ // Which keeps what is freed on purpose.
-TEST(ByteArray, IdleMemoryGoesBackToTheSystem)
-{
-    const auto residentPages = [] {
-        std::size_t size = 0;
-        std::size_t resident = 0;
-        std::ifstream("/proc/self/statm") >> size >> resident;
-        return resident;
-    };
-    std::vector<ByteArray> arrays(600); // Of the smallest size that is kept for the next ones.
-    constexpr std::size_t pages = 600 * 8'192 / 4'096;
-    fn::giveBackIdleMemory();
-    for (auto& array : arrays) {
-        array.resizeUninitialized(8'184); // With its header 8,192 bytes.
-        std::ranges::fill(std::span(array.mutableData(), array.size()), 1);
-    }
-    arrays.clear();
-    const auto kept = residentPages();
-    fn::giveBackIdleMemory();
-    EXPECT_GT(residentPages() + pages / 2, kept) << "was just used";
-    fn::giveBackIdleMemory();
-    EXPECT_LT(residentPages() + pages / 2, kept);
-}
 #endif
 
 } // namespace
