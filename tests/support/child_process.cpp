@@ -1,7 +1,6 @@
 #include "support/child_process.h"
 #include <csignal>
 #include <fcntl.h>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
@@ -82,15 +81,6 @@ std::optional<int> ChildProcess::wait(std::chrono::milliseconds bound)
 {
     if (!_status) _status = awaitEnd(_pid, bound);
     return _status;
-}
-
-bool isRunning(pid_t pid)
-{
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string text;
-    if (!std::getline(file, text)) return false;
-    const auto name = text.rfind(')');
-    return name != std::string::npos && name + 2 < text.size() && text[name + 2] != 'Z' && text[name + 2] != 'X';
 }
 
 } // namespace test

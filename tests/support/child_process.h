@@ -37,7 +37,4 @@ bool awaitReadable(int descriptor, std::chrono::milliseconds bound = std::chrono
 /// Waits for the end of a child of this process: exit status, or 128 + signal; nothing beyond the bound.
 std::optional<int> awaitEnd(pid_t child, std::chrono::milliseconds bound = std::chrono::seconds(20));
 
-/// Whether a process of that id exists and is no zombie.
-bool isRunning(pid_t pid);
-
 } // namespace test
