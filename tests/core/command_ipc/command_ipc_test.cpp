@@ -183,6 +183,18 @@ TEST_F(CommandPipe, TheLastOfTheServersToStopPutsBackWhatStoodThereFirst)
     EXPECT_THAT(entries(), ElementsAre());
 }
 
+TEST_F(CommandPipe, APeerThatBreaksTheRulesIsClosedAndNobodyElse)
+{
+    server.bind();
+    Peer other(loop, pipeName), hostile(loop, pipeName); // What else it may say, the fuzz target tries.
+    hostile.sendRaw(std::string(4, '\0') + test::frame("after it"));
+    EXPECT_TRUE(runUntil(loop, [&] { return hostile.isEnded(); }));
+    EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("EPROTO")));
+    other.send("still there");
+    EXPECT_TRUE(awaitCommands(1));
+    EXPECT_THAT(server.commands, ElementsAre("still there"));
+}
+
 TEST_F(CommandPipe, APeerThatBringsNothingInTimeIsClosedUnlessItsCommandLiesUnread)
 {
     server.bind();
