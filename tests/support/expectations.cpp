@@ -4,61 +4,55 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <mutex>
+#include <optional>
 
 namespace test {
 namespace {
 
 /// Reports of one kind: collected, or failures of the test.
-class Reports {
-public:
-    explicit Reports(const char* kind) : _kind(kind) { }
-    void add(std::string text)
+struct Reports {
+    void add(const std::string& text)
     {
-        const std::lock_guard guard(_lock);
-        if (_collects)
-            _texts.push_back(std::move(text));
+        const std::lock_guard guard(lock);
+        if (collected)
+            collected->push_back(text);
         else
-            ADD_FAILURE() << _kind << ": " << text;
+            ADD_FAILURE() << kind << ": " << text;
     }
-    void collect(bool collects)
+    void collect(std::optional<std::vector<std::string>> begin)
     {
-        const std::lock_guard guard(_lock);
-        _collects = collects;
-        if (collects) _texts.clear();
+        const std::lock_guard guard(lock);
+        collected = std::move(begin);
     }
     std::vector<std::string> texts()
     {
-        const std::lock_guard guard(_lock);
-        return _texts;
+        const std::lock_guard guard(lock);
+        return *collected;
     }
 
-private:
-    const char* const _kind;
-    std::mutex _lock;
-    bool _collects = false;
-    std::vector<std::string> _texts;
+    const char* kind;
+    std::mutex lock = {};
+    std::optional<std::vector<std::string>> collected = {};
 };
 
-Reports assertions("broken invariant");
-Reports unhandled("unhandled exception");
+Reports assertions { "broken invariant" };
+Reports unhandled { "unhandled exception" };
 
 void onAssertion(const fn::AssertionSite& site)
 {
     assertions.add(fmt::format("{}:{} {} {}", site.file, site.line, site.function, site.expression));
 }
 
-std::string describe(const std::exception_ptr& exception)
+void onUnhandled(std::exception_ptr exception)
 {
     try {
         std::rethrow_exception(exception);
     } catch (const std::exception& e) {
-        return e.what();
+        unhandled.add(e.what());
     } catch (...) {
-        return "unknown exception";
+        unhandled.add("unknown exception");
     }
 }
-
-void onUnhandled(std::exception_ptr exception) { unhandled.add(describe(exception)); }
 
 } // namespace
 
@@ -68,12 +62,12 @@ void installFailureHooks()
     fn::setUnhandledExceptionHook(onUnhandled);
 }
 
-ExpectAssertions::ExpectAssertions() { assertions.collect(true); }
-ExpectAssertions::~ExpectAssertions() { assertions.collect(false); }
+ExpectAssertions::ExpectAssertions() { assertions.collect(std::vector<std::string>()); }
+ExpectAssertions::~ExpectAssertions() { assertions.collect({}); }
 std::vector<std::string> ExpectAssertions::reports() const { return assertions.texts(); }
 
-ExpectUnhandled::ExpectUnhandled() { unhandled.collect(true); }
-ExpectUnhandled::~ExpectUnhandled() { unhandled.collect(false); }
+ExpectUnhandled::ExpectUnhandled() { unhandled.collect(std::vector<std::string>()); }
+ExpectUnhandled::~ExpectUnhandled() { unhandled.collect({}); }
 std::vector<std::string> ExpectUnhandled::messages() const { return unhandled.texts(); }
 
 } // namespace test

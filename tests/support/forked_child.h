@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <sys/types.h>
@@ -14,15 +15,24 @@ public:
     ForkedChild(const ForkedChild&) = delete;
     ~ForkedChild() { kill(); }
 
-    bool isRunning() { return !status(false); }
-    bool succeeds() { return status(true) == 0; } ///< Waits for the end: whether `body` returned true.
+    pid_t pid() const { return _pid; }
+    void signal(int number) const;
     void kill(); ///< At once, and waits for its end.
+    bool isRunning() { return !wait(std::chrono::milliseconds(0)); }
+    bool succeeds() { return wait(std::chrono::minutes(5)) == 0; } ///< Waits for the end: whether `body` returned true.
+
+    /// Exit status, or 128 + signal; nothing beyond the bound.
+    std::optional<int> wait(std::chrono::milliseconds bound = std::chrono::seconds(20));
 
 private:
-    std::optional<int> status(bool waits);
-
     const pid_t _pid;
     std::optional<int> _status;
 };
+
+/// Waits until `descriptor` can be read; false beyond the bound.
+bool awaitReadable(int descriptor, std::chrono::milliseconds bound);
+
+/// Waits for the end of a child of this process: exit status, or 128 + signal; nothing beyond the bound.
+std::optional<int> awaitEnd(pid_t child, std::chrono::milliseconds bound = std::chrono::seconds(20));
 
 } // namespace test

@@ -1,31 +1,21 @@
 #pragma once
 #include "support/child_process.h"
+#include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
-#include <optional>
 
 namespace test {
 
 /// A system bus of the test's own: DBUS_SYSTEM_BUS_ADDRESS leads to it, also in programs that are started meanwhile.
 class SystemBus {
-public:
-    SystemBus(); ///< Fails the test where there is no dbus-daemon.
-    SystemBus(const SystemBus&) = delete;
-    ~SystemBus();
-
-private:
     TemporaryFolder _folder;
-    std::optional<ChildProcess> _daemon;
+    ChildProcess _daemon { { "/usr/bin/dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
+        "--address=unix:dir=" + _folder.path().string() } };
+    ScopedVariable _address { "DBUS_SYSTEM_BUS_ADDRESS", _daemon.readLine().value() };
 };
 
 /// A login manager on the system bus that tells what it is asked for: see login_manager.py, also for `mode`.
-class LoginManager {
-public:
+struct LoginManager : ChildProcess {
     explicit LoginManager(const std::string& mode = "");
-
-    std::optional<std::string> readLine() { return _program.readLine(); } ///< The next thing that has happened.
-
-private:
-    ChildProcess _program;
 };
 
 } // namespace test
