@@ -26,15 +26,17 @@ constexpr std::int64_t mostKilobytesKept = 1536;
 class Run {
 public:
     Run(const std::filesystem::path& folder, std::uint64_t seed)
-        : _journal(folder / "journal", seed),
+        : _folder(folder),
+          _journal(folder / "journal", seed),
           _random(seed),
           _family(folder / "output")
     {
         _journal.setResting(true);
     }
 
-    void go(seconds time)
-    {
+    /// Gives the status to exit with.
+    int go(seconds time)
+    try {
         await("the modules to be there", [&] { return _judge.areAllThere(); });
         askForCounts();
         _judge.countsAtStart = *_judge.counts;
@@ -51,9 +53,15 @@ public:
         checkHub(memory, files);
         load();
         killHub();
+        return 0;
+    } catch (const std::exception& failure) {
+        if (isInterrupted) return 130;
+        _judge.printStory(failure.what());
+        std::ifstream output(_folder / "output");
+        for (std::string line; std::getline(output, line);) fmt::print("written: {}\n", line);
+        fmt::print("\nFAILED: {}\n", failure.what());
+        return 1;
     }
-
-    const Judge& judge() const { return _judge; }
 
 private:
     struct Hit {
@@ -204,6 +212,7 @@ private:
         std::fflush(stdout);
     }
 
+    const std::filesystem::path _folder;
     simulated::Journal _journal;
     std::mt19937_64 _random;
     Family _family;
@@ -212,24 +221,6 @@ private:
     bool _isAnybodyLeft = true;
     Clock::time_point _lastTurn = Clock::now();
 };
-
-int run(const std::filesystem::path& folder, seconds time, std::uint64_t seed)
-{
-    fmt::print("Seed {}, {} s.\n", seed, time.count());
-    ::setenv(simulated::Journal::pathVariable, (folder / "journal").c_str(), 1);
-    Run run(folder, seed);
-    try {
-        run.go(time);
-        return 0;
-    } catch (const std::exception& failure) {
-        if (isInterrupted) return 130;
-        run.judge().printStory(failure.what());
-        std::ifstream output(folder / "output");
-        for (std::string line; std::getline(output, line);) fmt::print("written: {}\n", line);
-        fmt::print("\nFAILED with seed {}: {}\n", seed, failure.what());
-        return 1;
-    }
-}
 
 } // namespace
 
@@ -244,7 +235,9 @@ int main(int argc, char** argv)
     for (const int signal : { SIGINT, SIGTERM, SIGHUP }) std::signal(signal, [](int) { isInterrupted = 1; });
     std::string pattern = std::filesystem::temp_directory_path() / "chaos.XXXXXX";
     const std::filesystem::path folder = ::mkdtemp(pattern.data());
-    const int status = run(folder, seconds(time), seed);
+    ::setenv(simulated::Journal::pathVariable, (folder / "journal").c_str(), 1);
+    fmt::print("Seed {}, {} s.\n", seed, time);
+    const int status = Run(folder, seed).go(seconds(time));
     std::filesystem::remove_all(folder);
     return status;
 }

@@ -94,17 +94,16 @@ void Actor::actLater()
     const auto& witness = Witness::current();
     const auto delay = witness.pace() - choose(witness.pace()); // The tame answer is to be quiet.
     _next = worker().loop().schedule(fn::Duration::milliseconds(delay), [this, &witness] {
-        const auto time = witness.timeUntilProof();
-        if (!witness.isResting())
+        if (!witness.isResting()) {
             act();
-        else if (!time)
-            tellBody();
-        else {
+        } else if (const auto time = witness.timeUntilProof()) {
             _next = worker().loop().schedule(std::max(*time, fn::Duration()), [this] {
                 registerThing(fn::makeAuto<Thing>(worker()), proofPriority);
                 _next = worker().loop().schedule(fn::Duration::seconds(4), [this] { proveAlive(); });
             });
             return;
+        } else {
+            tellBody();
         }
         actLater();
     });
@@ -237,7 +236,7 @@ fn::Value Actor::argumentOf(int call, Ask ask)
     if (choose(256) == 255) argument.set("bulk", bulk());
     if (ask == Ask::Keep || ask == Ask::CallBack) {
         const auto other = someHeld(); // Of anybody: a third party's as well.
-        if (other && other->thing() >= 0 && choose(2) == 0) {
+        if (other && other->thing() >= 0 && (other->dead() || choose(2) == 0)) {
             tell({ .deed = Deed::Passes, .number = call, .other = other->number() });
             argument.set("thing", fn::Value::map({ { "number", other->thing() }, { "object", other } }));
         } else {

@@ -82,7 +82,9 @@ void Truth::handleObject(const Event& event)
         tell("registers thing {} with priority {}", event.number, event.other);
         _things[event.number].registrations.push_back({ event.other });
         return;
-    case Deed::HasRegistered: _things[event.number].isRegistered = true; return;
+    case Deed::HasRegistered:
+        if (auto& since = _things[event.number].registeredSince; !since) since = now();
+        return;
     case Deed::Broadcasts:
         _things[event.number].events = event.value;
         _things[event.number].lastEvent = now();
@@ -292,22 +294,14 @@ void Truth::hasFailure(const Event& event, const Call& call)
 void Truth::handleLookUp(const Event& event)
 {
     auto& known = _lookUps[event.number];
-    if (event.deed == Deed::LooksUp) return looksUp(event, known);
+    if (event.deed == Deed::LooksUp) {
+        known = { event.process, now(), fn::Duration::milliseconds(event.value) };
+        return;
+    }
     if (std::exchange(known.isOver, true)) violated("a look-up ended twice");
     if (event.deed == Deed::FindsNothing) return findsNothing(known, std::string(event.text));
     const auto found = _references.find(event.other);
     if (found != _references.end() && !found->second.isMistaken) finds(known, _things[found->second.thing]);
-}
-
-void Truth::looksUp(const Event& event, LookUp& lookUp)
-{
-    lookUp.caller = event.process;
-    lookUp.begin = now();
-    lookUp.bound = fn::Duration::milliseconds(event.value);
-    for (const auto& [number, thing] : _things) {
-        if (thing.isRegistered && isAlive(thing.owner) && !modulesEndIdle && isShown(thing.owner, now()))
-            lookUp.things.push_back(number);
-    }
 }
 
 /// What it has registered, all the time.
@@ -337,9 +331,10 @@ void Truth::findsNothing(const LookUp& lookUp, const std::string& text)
     if (text.find("broken on purpose") != std::string::npos) return;
     if (text.find("is not available") == std::string::npos) violated(fmt::format("a look-up failed: {}", text));
     if (now() - lookUp.begin < lookUp.bound) violated("a look-up failed before its time-out");
-    for (const int number : lookUp.things) {
-        const int owner = _things[number].owner;
-        if (isAlive(owner) && isShown(owner, lookUp.begin)) violated(fmt::format("thing {} was not found", number));
+    for (const auto& [number, thing] : _things) {
+        const bool isOffered = isAlive(thing.owner) && !modulesEndIdle && isShown(thing.owner, lookUp.begin);
+        if (isOffered && thing.registeredSince && *thing.registeredSince <= lookUp.begin)
+            violated(fmt::format("thing {} was not found", number));
     }
 }
 

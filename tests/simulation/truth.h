@@ -110,7 +110,7 @@ private:
         ipc::ObjectId objectId = 0;
         bool isAlive = false;
         std::vector<Registration> registrations = {};
-        bool isRegistered = false; // One of these is done.
+        std::optional<fn::Duration> registeredSince = {}; // One of these is done.
         int holds = 0; // Of its owner's own.
         std::size_t sends = 0; // By its owner, registrations aside; at most.
         std::int64_t events = 0;
@@ -132,7 +132,6 @@ private:
         int caller = 0;
         fn::Duration begin;
         fn::Duration bound;
-        std::vector<int> things; // Of which one must be found while its owner lives.
         bool isOver = false;
     };
     struct Call {
@@ -177,7 +176,6 @@ private:
     void begins(const Event& event, Call& call);
     void hasResult(const Event& event, const Call& call);
     void hasFailure(const Event& event, const Call& call);
-    void looksUp(const Event& event, LookUp& lookUp);
     bool isShown(int owner, fn::Duration since) const;
     void finds(const LookUp& lookUp, const Thing& found);
     void findsNothing(const LookUp& lookUp, const std::string& text);

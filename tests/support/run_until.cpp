@@ -1,6 +1,6 @@
 #include "support/run_until.h"
 #include "foundation/uv/loop.h"
-#include "support/child_process.h"
+#include "support/forked_child.h"
 #include <gtest/gtest.h>
 #include <uv.h>
 
