@@ -17,8 +17,6 @@
 #include <random>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -149,31 +147,6 @@ TEST_F(LogArchive, AFullDiskIsAFailureWhereverItStrikes)
         EXPECT_EQ(archive, "") << room;
         EXPECT_TRUE(log.contains(std::strerror(EFBIG))) << room;
     }
-}
-
-TEST_F(LogArchive, LogsMayBeRotatedMeanwhileAndLoseNothing)
-{
-    writeLog("a.log", "");
-    std::filesystem::resize_file(logs / "a.log", 300'000'000); // Takes a while.
-    for (const char* log : { "b.log", "c.log", "c.log.1" }) writeLog(log, log);
-    std::jthread rotation([&](const std::stop_token& stop) {
-        const auto isPacking = [this] {
-            const std::filesystem::directory_iterator files(folder.path());
-            return std::ranges::any_of(files, [](const auto& file) {
-                std::error_code gone; // It is renamed in the end.
-                return file.path().extension() == ".part" && file.file_size(gone) > 0;
-            });
-        };
-        while (!stop.stop_requested() && !isPacking()) std::this_thread::yield();
-        // Nothing takes the place of the first one yet.
-        for (const auto& [log, numbered] :
-            { std::pair("b.log", "b.log.1"), { "c.log.1", "c.log.2" }, { "c.log", "c.log.1" } })
-            std::filesystem::rename(logs / log, logs / numbered);
-        writeLog("c.log", "new");
-    });
-    const auto archive = core::LogArchive::createLogArchive();
-    EXPECT_EQ(unzip("-Z1", archive), "a.log\nc.log\nc.log.1\nb.log.1\nc.log.2\n");
-    EXPECT_EQ(unpacked(archive, "[bc].log*"), "newc.logb.logc.log.1");
 }
 
 TEST_F(LogArchive, ALogThatGrowsWithoutEndIsCut)

@@ -39,15 +39,6 @@ TEST(Exception, SaysItsMessageAndThenItsDetailsWhichCopiesShareUntilOneChanges)
     EXPECT_EQ(original.message(), "Could not read the file");
 }
 
-// Hidden from everybody but the symbol table. The call is the end of passOn(): it would return to what comes behind.
-[[noreturn, gnu::noinline]] void throwDeeply(int depth);
-[[noreturn, gnu::noinline]] void passOn(int depth) { throwDeeply(depth - 1); }
-void throwDeeply(int depth)
-{
-    if (depth > 0) passOn(depth);
-    throw fn::RuntimeException("deep");
-}
-
 TEST(Exception, MayBeReadByManyThreadsAtOnce)
 {
     const auto shared = with(fn::RuntimeException("shared"), fn::ErrnoInfo { 2 });

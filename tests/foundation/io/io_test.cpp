@@ -179,18 +179,4 @@ TEST_F(Files, AreRemovedAndNothingBehindALinkAndMovedOverAnother)
     EXPECT_TRUE(fs::is_empty(folder.path()));
 }
 
-TEST_F(Files, AreListedInTheOrderOfTheirBytes)
-{
-    for (const auto* name : { "B", "ä", ".hidden", "..c" }) test::writeFile(folder.file(name), "");
-    ASSERT_EQ(::mkfifo(folder.file("fifo").c_str(), 0600), 0);
-    for (const auto& path : { folder.file(""), fn::String(folder.path().string()) }) { // With and without '/'.
-        std::string found;
-        for (const auto& entry : fn::DirectoryIterator(path)) {
-            found += fmt::format("{}:{} ", "fdlspo"[static_cast<int>(entry.kind)], entry.name);
-            EXPECT_EQ(entry.path, folder.file(entry.name));
-        }
-        EXPECT_EQ(found, "f:..c f:.hidden f:B l:dangling p:fifo f:file l:link d:tree f:ä ");
-    }
-}
-
 } // namespace

@@ -2,7 +2,7 @@
 #include "foundation/signal.h"
 #include "support/expectations.h"
 #include <deque>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <list>
 #include <map>
 #include <random>
@@ -12,7 +12,6 @@ namespace {
 
 using fn::Handle;
 using fn::Signal;
-using testing::ElementsAre;
 
 /// Random histories of one signal against a copy of the list per fire.
 class History {
@@ -106,31 +105,6 @@ TEST(Signal, CallsWhomASnapshotOfTheListWouldCall)
         SCOPED_TRACE(seed);
         History(seed).run();
     }
-}
-
-TEST(Signal, FiresOnceForThoseWhoComeLaterToo)
-{
-    const test::ExpectAssertions assertions;
-    const test::ExpectUnhandled unhandled;
-    std::vector<std::string> log;
-    auto signal = std::make_unique<Signal<std::string>>();
-    Handle inner;
-    const auto handle = signal->connect([&](const std::string& text) {
-        log.push_back(text);
-        inner = signal->connect([&](const std::string& again) { log.push_back("inner " + again); });
-    });
-    signal->fireOnce("a");
-    EXPECT_FALSE(handle || inner);
-    signal->fire("b"); // Nobody is left.
-    signal->fireOnce("c");
-    EXPECT_EQ(assertions.reports().size(), 1U);
-    EXPECT_FALSE(signal->connect([&](const std::string& text) {
-        signal.reset();
-        log.push_back("late " + text);
-        throw std::runtime_error("late");
-    }));
-    EXPECT_THAT(log, ElementsAre("a", "inner a", "late c"));
-    EXPECT_EQ(unhandled.messages().size(), 1U);
 }
 
 TEST(Signal, MayDieOfWhatItsCallablesOwn)

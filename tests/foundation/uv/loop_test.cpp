@@ -2,9 +2,7 @@
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "pipe_pair.h"
-#include "support/expectations.h"
 #include "support/run_until.h"
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <map>
 #include <random>
@@ -14,93 +12,8 @@ namespace {
 
 using fn::Duration;
 using fn::Handle;
-using fn::RunLoop;
 using fn::uv::Loop;
 using test::runUntil;
-using testing::ElementsAre;
-
-/// Tasks that post others and run the loop again, while threads post.
-class Tasks {
-public:
-    explicit Tasks(unsigned seed) : _random(seed) { }
-
-    void run()
-    {
-        std::vector<std::jthread> threads;
-        for (std::size_t thread = 0; thread < threadCount; ++thread) {
-            threads.emplace_back([this, thread] {
-                for (int i = 0; i < each; ++i) {
-                    _loop.post([this, thread, i] {
-                        EXPECT_EQ(_nextOfThread[thread]++, i);
-                        post();
-                        endsOne();
-                    });
-                }
-            });
-        }
-        post();
-        _loop.run();
-        EXPECT_EQ(_nextRun, _nextPosted);
-        EXPECT_EQ(RunLoop::currentLoop(), nullptr);
-    }
-
-private:
-    static constexpr std::size_t threadCount = 3;
-    static constexpr int each = 300;
-
-    void post()
-    {
-        ++_unended;
-        _loop.post([this, number = _nextPosted++] {
-            EXPECT_EQ(number, _nextRun++);
-            if (_random() % 2 && _nextPosted < 10'000) post();
-            if (_random() % 50 == 0) runAgain();
-            endsOne();
-            if (number == 10) throw std::runtime_error("The next task runs all the same.");
-        });
-    }
-
-    void runAgain()
-    {
-        if (_depth > 3) return;
-        ++_depth;
-        _loop.post([this, depth = _depth] { keepStopping(depth); });
-        _loop.run();
-        EXPECT_EQ(RunLoop::currentLoop(), &_loop);
-        --_depth;
-    }
-
-    // Until the run of that depth has ended: a stop ends the innermost one, and two at once are one.
-    void keepStopping(int depth)
-    {
-        if (_depth < depth) return;
-        _loop.stop();
-        _loop.post([this, depth] { keepStopping(depth); });
-    }
-
-    void endsOne()
-    {
-        if (--_unended == 0) keepStopping(0);
-    }
-
-    std::mt19937 _random;
-    Loop _loop;
-    std::vector<int> _nextOfThread = std::vector<int>(threadCount, 0);
-    int _nextPosted = 0;
-    int _nextRun = 0;
-    int _depth = 0;
-    std::size_t _unended = threadCount * each;
-};
-
-TEST(Loop, RunsEachTaskOnceInTheOrderOfItsThreadAlsoWhereTasksRunItAgain)
-{
-    for (unsigned seed = 0; seed < 20 && !testing::Test::HasFailure(); ++seed) {
-        SCOPED_TRACE(seed);
-        const test::ExpectUnhandled expected;
-        Tasks(seed).run();
-        EXPECT_EQ(expected.messages().size(), 1U);
-    }
-}
 
 TEST(Loop, ATaskOrTimerThatAlwaysComesBackNeitherBlocksNorStarvesInputAndTimers)
 {

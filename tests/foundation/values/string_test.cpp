@@ -157,7 +157,4 @@ TEST(String, TrimsAndChangesCaseOfASCIIOnlyAndReplacesUnpairedSurrogates)
     EXPECT_EQ(String::fromUTF16({ broken, std::size(broken) }), "\uFFFD\u20ac\uFFFD\U0001F600\uFFFD");
 }
 
-#ifndef __SANITIZE_ADDRESS__ // Which keeps what is freed on purpose.
-#endif
-
 } // namespace

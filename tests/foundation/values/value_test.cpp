@@ -232,23 +232,4 @@ TEST(ValueMap, HoldsWhatWasSetInEveryHistory)
     }
 }
 
-TEST(ValuePath, LeadsThroughMapsAndMakesThoseThatAreMissing)
-{
-    auto root = Value::map({ { "a", Value::map({ { "kept", 1 } }) }, { "nil", Value() } });
-    root.mapForPath("a.b.c").set("x", 2);
-    root.mapForPath("nil").set("x", 3);
-    root.mapForPath("..").set("x", 4); // Three empty keys.
-    root.mapForPath("").set("top", 5);
-    for (const auto& [path, value] :
-        { std::pair("a.kept", 1), { "a.b.c.x", 2 }, { "nil.x", 3 }, { "...x", 4 }, { "top", 5 } })
-        EXPECT_EQ(*root.valueForPathIfExists(path), Value(value)) << path;
-    for (const auto* missing : { "b", "a.kept.x", ".x", "a..b", "a." })
-        EXPECT_EQ(root.valueForPathIfExists(missing), nullptr) << missing;
-    // A value of another kind is neither passed nor replaced.
-    const auto before = root;
-    for (const auto* path : { "a.kept", "a.kept.0", "a.kept.b.c" })
-        EXPECT_THROW(root.mapForPath(path), fn::RangeException) << path;
-    EXPECT_EQ(root, before);
-}
-
 } // namespace
