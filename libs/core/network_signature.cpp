@@ -4,6 +4,7 @@
 #include "foundation/logging/logging.h"
 #include "foundation/net/mac_address.h"
 #include "foundation/system/process_local.h"
+#include "foundation/unhandled_exception.h"
 #include "platform/adapters_addresses.h"
 #include <algorithm>
 #include <sys/socket.h>
@@ -95,6 +96,50 @@ fn::String hex(std::span<const std::uint8_t> bytes) { return fn::ByteArray(bytes
 
 } // namespace
 
+/// Belongs to the list; its handle, if any, can end it.
+class NetworkSignature::Listener final : public fn::HandleTarget {
+public:
+    Listener(NetworkSignature& owner, folly::Function<void(const fn::String&)> callback)
+        : _owner(owner),
+          _callback(std::move(callback))
+    {
+    }
+
+    void setPosition(std::list<Listener>::iterator position) { _position = position; }
+
+    void call(const fn::String& signature) noexcept
+    {
+        try {
+            _callback(signature);
+        } catch (...) {
+            fn::unhandledException();
+        }
+    }
+
+    bool isRemoved() const { return _isRemoved; }
+    void markRemoved() { _isRemoved = true; }
+
+    void ownerIsEnding()
+    {
+        if (_handle) _handle->detach();
+    }
+
+    void attachHandle(fn::Handle& handle) override { _handle = &handle; }
+    void detachHandle() override { _handle = nullptr; }
+    void invalidateTarget() override
+    {
+        _handle = nullptr;
+        _owner.removeListener(_position);
+    }
+
+private:
+    NetworkSignature& _owner;
+    folly::Function<void(const fn::String&)> _callback;
+    std::list<Listener>::iterator _position;
+    fn::Handle* _handle = nullptr;
+    bool _isRemoved = false;
+};
+
 NetworkSignature& NetworkSignature::instance()
 {
     static fn::ProcessLocal<NetworkSignature> signature(
@@ -120,7 +165,10 @@ NetworkSignature::NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& 
     });
 }
 
-NetworkSignature::~NetworkSignature() = default;
+NetworkSignature::~NetworkSignature()
+{
+    for (auto& listener : _listeners) listener.ownerIsEnding();
+}
 
 void NetworkSignature::subscribe()
 {
@@ -129,11 +177,17 @@ void NetworkSignature::subscribe()
 
 fn::Handle NetworkSignature::addChangeListener(folly::Function<void(const fn::String&)> listener)
 {
-    return _changed.connect(
-        [this, listener = std::move(listener)](const fn::String& signature, unsigned number) mutable {
-            if (number == _changes)
-                listener(signature); // Else a listener ran the loop, and all have heard of a later change.
-        });
+    auto& added = _listeners.emplace_back(*this, std::move(listener));
+    added.setPosition(std::prev(_listeners.end()));
+    return fn::Handle(added);
+}
+
+void NetworkSignature::removeListener(std::list<Listener>::iterator listener)
+{
+    listener->markRemoved();
+    if (_notifying > 0) return; // notify() removes it.
+    std::list<Listener> removed; // Its end may do anything.
+    removed.splice(removed.end(), _listeners, listener);
 }
 
 void NetworkSignature::networkStateChanged()
@@ -147,9 +201,27 @@ void NetworkSignature::maybeUpdate()
 {
     auto signature = computeNetworkSignature();
     if (signature == _signature) return;
-    _signature = signature;
+    _signature = std::move(signature);
+    notify();
+}
+
+void NetworkSignature::notify()
+{
+    const auto signature = _signature;
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Notifying network signature change: {}", signature);
-    _changed.fire(signature, ++_changes);
+    const auto notification = ++_notifications;
+    ++_notifying;
+    auto left = _listeners.size(); // Those that are added meanwhile come behind; none leaves.
+    for (auto listener = _listeners.begin(); left > 0; ++listener, --left) {
+        if (_notifications != notification) break; // A listener ran the loop, and all have heard of a later change.
+        if (!listener->isRemoved()) listener->call(signature);
+    }
+    if (--_notifying > 0) return;
+    std::list<Listener> removed; // Their end may do anything.
+    for (auto listener = _listeners.begin(); listener != _listeners.end();) {
+        const auto current = listener++;
+        if (current->isRemoved()) removed.splice(removed.end(), _listeners, current);
+    }
 }
 
 std::vector<fn::IPAddress> NetworkSignature::getActiveGateways()

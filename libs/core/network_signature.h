@@ -3,10 +3,10 @@
 #include "foundation/handle.h"
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"
-#include "foundation/signal.h"
 #include "foundation/string.h"
 #include <array>
 #include <folly/Function.h>
+#include <list>
 #include <memory>
 #include <vector>
 
@@ -45,20 +45,25 @@ public:
     static std::vector<fn::IPAddress> getActiveGateways();
 
 private:
+    class Listener;
+
     static fn::String computeNetworkSignature();
     void subscribe();
     void networkStateChanged();
     void maybeUpdate();
+    void notify();
+    void removeListener(std::list<Listener>::iterator listener);
 
     fn::String _signature;
-    fn::Signal<fn::String, unsigned> _changed; // With the number of the change.
-    unsigned _changes = 0;
+    std::list<Listener> _listeners; // While they are being told the removed ones stay, marked.
     fn::Handle _subscription;
     std::array<fn::Handle, 3> _rechecks;
 
     fn::RunLoop& _loop;
     fn::NetworkStateNotifier& _notifier;
     std::shared_ptr<bool> _lifetime; // For the task that subscribes.
+    int _notifying = 0; // Depth of notify(): a listener may run the loop.
+    unsigned _notifications = 0;
 };
 
 } // namespace core

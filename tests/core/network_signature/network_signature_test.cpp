@@ -1,5 +1,6 @@
 // Against the real kernel, in a network of the test's own. What can break here: a gateway of another table, kind or adapter
-// that is taken, or taken twice, or in another order; a failure that reaches the caller or is silent; a change that is missed.
+// that is taken, or taken twice, or in another order; a failure that reaches the caller or is silent; a change that is missed;
+// a listener list that changes while it is being walked.
 #include "core/network_signature.h"
 #include "foundation/exceptions.h"
 #include "foundation/io/file_descriptor.h"
@@ -7,6 +8,7 @@
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "platform/adapters_addresses.h"
+#include "support/expectations.h"
 #include "support/log_capture.h"
 #include "support/run_until.h"
 #include "support/temporary_folder.h"
@@ -215,22 +217,42 @@ struct LiveSignature : Kernel {
 
     std::string text() const { return signature->get().toStdString(); }
 
+    /// Adds a listener that notes `name` and the text, and then does something.
+    fn::Handle add(
+        char name, folly::Function<void()> then = [] {})
+    {
+        return signature->addChangeListener([this, name, then = std::move(then)](const fn::String& text) mutable {
+            heard += name;
+            lastHeard = text.toStdString();
+            then();
+        });
+    }
+
+    static void setGateway(int number) { ip(fmt::format("route replace default via 10.0.0.{} dev v1 onlink", number)); }
     static std::string textOf(int gateway, int mac = 0) { return fmt::format("0a0000{:02x}:{:012x}", gateway, mac); }
+
+    /// Who hears when a gateway 10.0.0.`number` has taken the place of the former one.
+    std::string afterGateway(int number)
+    {
+        setGateway(number);
+        EXPECT_TRUE(test::runUntil(loop, [&] { return text() == textOf(number); })) << text();
+        return std::exchange(heard, {});
+    }
 
     fn::ManualClock clock;
     fn::uv::Loop loop { clock };
     fn::NetworkStateNotifier notifier { loop };
     std::unique_ptr<NetworkSignature> signature;
+    std::string heard;
+    std::string lastHeard;
 };
 
 TEST_F(LiveSignature, LooksAgainThreeSixAndTenSecondsAfterTheLastChange)
 {
-    std::vector<fn::String> heard;
-    const auto listener = signature->addChangeListener([&](const fn::String& text) { heard.push_back(text); });
+    const auto listener = add('a');
     bool isAvailable = false;
     const auto state = notifier.addChangeListener([&](bool hasNetwork) { isAvailable = hasNetwork; });
-    ip("route replace default via 10.0.0.1 dev v1 onlink");
-    EXPECT_TRUE(test::runUntil(loop, [&] { return text() == textOf(1); })) << text();
+    afterGateway(1);
     std::vector<int> seconds; // When a change behind the gateway is seen, which nobody announces.
     for (int second = 1; second <= 20; ++second) {
         ip(fmt::format("neighbour replace 10.0.0.1 lladdr 00:00:00:00:00:{:02x} dev v1", second));
@@ -243,10 +265,41 @@ TEST_F(LiveSignature, LooksAgainThreeSixAndTenSecondsAfterTheLastChange)
         if (text() == textOf(1, second)) seconds.push_back(second);
     }
     EXPECT_THAT(seconds, ElementsAre(2, 5, 8, 12));
-    EXPECT_EQ(heard.size(), 5u);
+    EXPECT_EQ(heard, "aaaa");
     EXPECT_TRUE(isAvailable);
     ip("link delete v1");
-    EXPECT_TRUE(test::runUntil(loop, [&] { return heard.back() == unknown; }));
+    EXPECT_TRUE(test::runUntil(loop, [&] { return lastHeard == unknown; }));
+}
+
+TEST_F(LiveSignature, CallsItsListenersInOrderWhateverTheyDo)
+{
+    std::vector<fn::Handle> handles(6);
+    const auto token = std::make_shared<int>();
+    handles[0] = add('a', [&] { handles[2].invalidate(); }); // One that is to come.
+    handles[1] = add('b', [&, token] {
+        handles[1].invalidate(); // Itself, which lives until it returns.
+        EXPECT_EQ(token.use_count(), 2);
+        handles[0].invalidate(); // One that has been.
+        throw std::runtime_error("no");
+    });
+    handles[2] = add('c');
+    handles[3] = add('d', [&] {
+        if (!handles[5]) handles[5] = add('f'); // Not told this time.
+    });
+    handles[4] = add('e');
+    {
+        const test::ExpectUnhandled unhandled;
+        EXPECT_EQ(afterGateway(2), "abde");
+        EXPECT_THAT(unhandled.messages(), ElementsAre("no"));
+    }
+    EXPECT_EQ(token.use_count(), 1);
+    EXPECT_EQ(afterGateway(3), "def");
+    handles[4].detach(); // Lives on.
+    handles.resize(4);
+    EXPECT_EQ(afterGateway(4), "de");
+    signature.reset();
+    EXPECT_FALSE(handles[3]) << "it outlives what it was for";
+    handles[3].invalidate();
 }
 
 TEST_F(Kernel, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
