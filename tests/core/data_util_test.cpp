@@ -1,5 +1,4 @@
-// What can break here: a schema made twice or not at all, a migration that fails on an open statement, a lock that stays
-// behind after a failed opening, a connection closed under its user or never closed, a task that outlives the object.
+// What can break here: a schema made twice or not at all, a migration that fails on an open statement, a connection closed under its user or never closed, a task that outlives the object.
 #include "core/data_util.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
@@ -25,7 +24,6 @@ public:
     using DatabaseAccess::handleException;
 
     std::vector<std::string> calls;
-    bool isReadyAtOnce = true;
     bool migratesItself = false;
 
     int ask(const char* sql)
@@ -57,11 +55,7 @@ protected:
         updateSchemaVersion();
         all.commit();
     }
-    void onDatabaseReady() override
-    {
-        if (!std::exchange(isReadyAtOnce, true)) throw std::runtime_error("not yet");
-        calls.push_back("ready");
-    }
+    void onDatabaseReady() override { calls.push_back("ready"); }
 };
 
 class DatabaseAccessTest : public testing::Test {
@@ -162,19 +156,6 @@ TEST_F(DatabaseAccessTest, ScopesOfDistinctThreadsExcludeEachOther)
     EXPECT_THAT(access->calls, ElementsAre("init", "ready"));
     std::thread([&] { access.reset(); }).join(); // Its tasks are still queued, and leave no timer.
     pass(300);
-}
-
-TEST_F(DatabaseAccessTest, AnOpeningThatFailsFreesTheLock)
-{
-    Access access(1, folder.file("missing/test.db"), loop);
-    EXPECT_THROW(ScopedConnection { access }, sqlite::SQLiteException);
-    EXPECT_FALSE(access.isOpen());
-    std::filesystem::create_directory(folder.path() / "missing");
-    access.isReadyAtOnce = false;
-    EXPECT_THROW(ScopedConnection { access }, std::runtime_error);
-    EXPECT_THAT(std::exchange(access.calls, {}), ElementsAre("init"));
-    std::thread([&] { const ScopedConnection connection(access); }).join();
-    EXPECT_THAT(access.calls, ElementsAre("ready")); // It was not taken for ready.
 }
 
 TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)

@@ -77,22 +77,6 @@ TEST_F(DataProtection, GivesBackWhatWasProtectedAndNothingThatWasChangedOrCut)
     EXPECT_THAT(platform::dataProtectionFailure().toStdString(), testing::HasSubstr("another key"));
 }
 
-TEST_F(DataProtection, WhatIsNotSupportedIsRefusedRatherThanLeftOut)
-{
-    std::string text = "x";
-    auto in = blobOf(text);
-    DATA_BLOB out {}, none { 1, nullptr };
-    platform::CRYPTPROTECT_PROMPTSTRUCT prompt {};
-    using platform::CryptProtectData, platform::CryptUnprotectData;
-    EXPECT_FALSE(CryptProtectData(&in, u"name", nullptr, nullptr, nullptr, 0, &out));
-    EXPECT_FALSE(CryptProtectData(&in, nullptr, &in, nullptr, nullptr, 0, &out));
-    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, nullptr, &prompt, 0, &out));
-    EXPECT_FALSE(CryptProtectData(&in, nullptr, nullptr, nullptr, nullptr, 4, &out)); // For the whole machine.
-    EXPECT_FALSE(CryptProtectData(&none, nullptr, nullptr, nullptr, nullptr, 0, &out));
-    EXPECT_FALSE(CryptUnprotectData(&in, nullptr, &in, nullptr, nullptr, 0, &out));
-    EXPECT_FALSE(fs::exists(folder));
-}
-
 TEST_F(DataProtection, ABadKeyIsReportedAndStays)
 {
     const auto blob = protect("secret").value();

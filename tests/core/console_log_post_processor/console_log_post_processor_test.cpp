@@ -8,10 +8,8 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
@@ -165,32 +163,6 @@ TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
     // Passed on in two pieces, for fear of filling the memory.
     EXPECT_GE(output[3].size(), 64u * 1024 * 1024);
     EXPECT_EQ(output[3].size() + output[4].size(), endless.size() + 4);
-}
-
-TEST(ConsoleLogPostProcessor, LosesNothingForAReaderThatIsSlowWhereWritingDoesNotBlock)
-{
-    outputOf([] {
-        int ends[2];
-        ASSERT_EQ(::pipe2(ends, O_NONBLOCK), 0);
-        ::dup2(ends[1], STDERR_FILENO);
-        ConsoleLogPostProcessor::init();
-        const auto text = std::string(1024 * 1024, 'x') + "\n";
-        const std::jthread writer([&] { print(text); });
-        const int full = ::fcntl(ends[0], F_GETPIPE_SZ) - 4096; // But for the rest of a page.
-        EXPECT_TRUE(await([&] {
-            int held = 0;
-            ::ioctl(ends[0], FIONREAD, &held);
-            return held >= full;
-        })) << "it waits for us";
-        std::string output;
-        EXPECT_TRUE(await([&] {
-            char buffer[16384];
-            const auto count = ::read(ends[0], buffer, sizeof buffer);
-            if (count > 0) output.append(buffer, static_cast<std::size_t>(count));
-            return output.size() >= text.size();
-        }));
-        EXPECT_TRUE(output == text);
-    });
 }
 
 } // namespace

@@ -2,10 +2,12 @@
 // that outlives whoever it works for, and one that keeps the context for itself.
 #include "core/g_main_context_integration.h"
 #include "foundation/io/file_descriptor.h"
+#include "foundation/system/thread_pool.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
+#include <algorithm>
 #include <future>
 #include <glib-unix.h>
 #include <gtest/gtest.h>
@@ -112,29 +114,6 @@ TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
     EXPECT_EQ(heard, 2 * rounds);
 }
 
-TEST_F(MainContext, HearsMoreSocketsThanItHadRoomForAndFewerAgain)
-{
-    for (const std::size_t size : { 3u, 100u, 1u }) {
-        std::size_t left = size;
-        std::vector<std::pair<fn::FileDescriptor, guint>> sources(size);
-        const auto read = [](gint descriptor, GIOCondition, gpointer data) -> gboolean {
-            eventfd_t value = 0;
-            EXPECT_EQ(::eventfd_read(descriptor, &value), 0);
-            --*static_cast<std::size_t*>(data);
-            return G_SOURCE_CONTINUE;
-        };
-        for (auto& [descriptor, source] : sources) {
-            descriptor = fn::FileDescriptor(::eventfd(0, EFD_CLOEXEC));
-            source = g_unix_fd_add(descriptor.get(), G_IO_IN, read, &left);
-        }
-        callAfter(1, [&] { // The wait is out by then.
-            for (const auto& [descriptor, source] : sources) EXPECT_EQ(::eventfd_write(descriptor.get(), 1), 0);
-        });
-        EXPECT_TRUE(test::runUntil(*loop, [&] { return left == 0; }));
-        for (const auto& [descriptor, source] : sources) g_source_remove(source);
-    }
-}
-
 TEST_F(MainContext, GoesOnWhereACallbackRunsTheLoopOrThrows)
 {
     std::string order;
@@ -226,6 +205,30 @@ TEST_F(MainContext, IsMadeAnewAtAnyMomentAlsoInACallbackOfGLib)
         }
         ASSERT_TRUE(hearsASource()) << i;
     }
+}
+
+TEST_F(MainContext, ForgetsAWaitThatHasNotBegunWhenItEnds)
+{
+    GMainContextIntegration::quit();
+    std::promise<void> release;
+    const std::shared_future<void> end(release.get_future());
+    const auto threads = std::max(4u, std::thread::hardware_concurrency()); // All of the pool are busy.
+    for (unsigned i = 0; i < threads; ++i) fn::ThreadPool::defaultPool().schedule([end] { end.wait(); });
+    GMainContextIntegration::init(*loop);
+    test::runTurns(*loop);
+    GMainContextIntegration::quit();
+    g_main_context_iteration(nullptr, FALSE); // Takes the wake-up: the wait would have no end, and keep the context.
+    release.set_value();
+    std::promise<void> isNext;
+    fn::ThreadPool::defaultPool().schedule([&] { isNext.set_value(); });
+    isNext.get_future().wait();
+    EXPECT_TRUE(test::runUntil(*loop, [] {
+        const bool isFree = g_main_context_acquire(nullptr);
+        if (isFree) g_main_context_release(nullptr);
+        return isFree;
+    }));
+    GMainContextIntegration::init(*loop);
+    EXPECT_TRUE(hearsASource());
 }
 
 } // namespace

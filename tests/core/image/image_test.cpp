@@ -89,23 +89,6 @@ TEST(Image, FormatsKeepTheirStoredNumbersAndLayouts)
     EXPECT_EQ(patterned(Format::YUV_420, 8, 8)->offsetForPixel(3, 5, 1), 4u * 2 + 1);
 }
 
-TEST(Image, ADisplaySizeStretchesOneDirectionAndNeverDividesByZero)
-{
-    const std::tuple<Fraction, std::uint32_t, std::uint32_t> rows[] = { { { 4, 3 }, 960, 480 }, { { 3, 4 }, 720, 640 },
-        { { 10, 7 }, 1028, 480 }, { { 0, 3 }, 720, 480 }, { { -4, 3 }, 720, 480 }, { { 4, -3 }, 720, 480 },
-        { { 0x7fffffff, 2 }, (720u * 0x7fffffffu) / 2, 480 } };
-    const auto image = patterned(Format::PACKED_8, 720, 480);
-    for (const auto& [ratio, width, height] : rows) {
-        const auto viewer = image->overridePixelAspectRatio(ratio);
-        EXPECT_EQ(std::pair(viewer->displayWidth(), viewer->displayHeight()), std::pair(width, height));
-    }
-    for (const Fraction ratio : { Fraction(1, 0), Fraction() }) {
-        EXPECT_EQ(image->overridePixelAspectRatio(ratio), image);
-        const auto undefined = fn::makeAuto<BufferImage>(Format::PACKED_8, 9, 8, 0, fn::ByteArray(), ratio);
-        EXPECT_EQ(std::pair(undefined->displayWidth(), undefined->displayHeight()), std::pair(9u, 8u));
-    }
-}
-
 TEST(BufferImage, PixelsAreContinuedOrCutToWholeRowsWithoutTouchingTheGivenArray)
 {
     const fn::ByteArray given("0123456789abcdefXYZ", 19);
@@ -157,22 +140,6 @@ TEST(Clone, EachByteIsAPixelOfTheSourceOrTheFillInAnyFormatAndSize)
         ASSERT_NO_FATAL_FAILURE(expectClone(*image->subImage(0, 0, 24, 11), { 0, 2, 0, 2 }));
         ASSERT_NO_FATAL_FAILURE(expectClone(*view, { 3, 3, 3, 3 }));
     }
-}
-
-TEST(Clone, AJpegStreamIsCopiedAsItIs)
-{
-    // A stride, which a stream has not, counts bytes that are not there.
-    const std::array<fn::ByteArray, 3> planes { fn::ByteArray("\xff\xd8\1\2\3", 5) };
-    const auto image =
-        fn::makeAuto<BufferImage>(Format::JPEG, 640, 480, std::array { 640u, 0u, 0u }, planes, Fraction(4, 3));
-    const auto viewer = image->overridePixelAspectRatio({ 2, 1 });
-    const auto stream = fn::makeAuto<BufferImage>(640, 480, std::vector<std::uint8_t> { 0xff, 0xd8, 1, 2, 3 }, square);
-    for (const ConstImagePtr& copy : { ConstImagePtr(viewer->clone({ 9, 9, 9, 9 }, 7)),
-             ConstImagePtr(fn::makeAuto<BufferImage>(*viewer)), ConstImagePtr(stream->clone({}, 0)) }) {
-        EXPECT_EQ(std::tuple(copy->format(), copy->width(), copy->height()), std::tuple(Format::JPEG, 640u, 480u));
-        EXPECT_THAT(bytesOf(*copy), ElementsAre(0xff, 0xd8, 1, 2, 3));
-    }
-    EXPECT_EQ(viewer->clone({}, 0)->pixelAspectRatio(), Fraction(2, 1));
 }
 
 TEST(DeepCopy, HoldsAllBytesThatThereAreAndSharesNone)

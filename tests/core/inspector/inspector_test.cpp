@@ -1,7 +1,6 @@
 // Inspectors published, listed and asked through a real dispatcher, and those of the object system beside the system itself. What
-// can break here: a registration that outlives its publisher or keeps a place it has given up, an answer that comes after its
-// object, a stranger who makes the service hold without bound or end; numbers that are not true, entries that are skipped or
-// shown twice between two pages, a view that touches what has gone.
+// can break here: a registration that outlives its publisher or keeps a place it has given up, a stranger who makes the service
+// hold without bound or end; numbers that are not true, entries that are skipped or shown twice, a view that touches what has gone.
 #include "core/inspector/dispatcher_inspector.h"
 #include "core/inspector/inspector.h"
 #include "core/inspector/inspector_registry.h"
@@ -18,7 +17,6 @@
 
 namespace {
 
-using core::InspectionResult;
 using core::Inspector;
 using fn::Value;
 using test::Outcome;
@@ -29,25 +27,6 @@ using testing::StartsWith;
 
 constexpr const char* keyOfDisks = "fUhlfDbNF0+VcEK+XoE6D19FEMx9E63n93u7C6KZjrE=";
 const fn::String tooLong(std::string(core::limits::inspectorNameBytes + 1, 'x'));
-
-fn::String keyOf(std::string_view name) { return fn::ByteArray(name).SHA256().base64(0); }
-
-/// Answers when the test says so.
-class SlowInspector final : public Inspector {
-public:
-    using Inspector::inspect;
-    void inspect(const Value& action, const Value& referer, const CallContext& context) override
-    {
-        asked = action.toString() + " from " + referer.toString();
-        waiting.push_back(context);
-    }
-    void answer()
-    {
-        for (const auto& context : waiting) sendResult(context, {});
-    }
-    fn::String asked;
-    std::vector<CallContext> waiting;
-};
 
 class InspectorTest : public test::HubTest {
 protected:
@@ -84,10 +63,6 @@ protected:
     }
 
     /// How the call ends.
-    Outcome inspect(core::InspectorReference& inspector, const Value& action, const Value& referer = {})
-    {
-        return outcome([&] { return inspector.inspect(action, referer).then([](InspectionResult&&) {}); });
-    }
     Outcome call(const char* method, const Value& argument)
     {
         return outcome([&] { return browsing->callMethod(method, argument); });
@@ -144,43 +119,6 @@ TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
     EXPECT_FALSE(all().contains(keyOfDisks));
     EXPECT_EQ(publish("Disks", anInspector()), Value(4));
     EXPECT_TRUE(all().contains(keyOfDisks) && all().contains(other));
-}
-
-TEST_F(InspectorTest, AnswersLateWhateverBecomesOfItsRegistrationsAndNotAtAllOnceItIsGone)
-{
-    const auto slow = fn::makeAuto<SlowInspector>();
-    const auto id = publish("Disks", slow);
-    auto inspector = find(keyOfDisks);
-    const auto answer = [&] {
-        loop.post([&] { slow->answer(); });
-        settle();
-    };
-    const auto first = inspect(*inspector, {});
-    const auto second = inspect(*inspector, 7, "start");
-    EXPECT_EQ(slow->asked, "7 from start");
-    EXPECT_FALSE(first.isOver());
-    answer();
-    EXPECT_TRUE(first.isFulfilled() && second.isFulfilled());
-
-    for (const auto& name : { tooLong, fn::String("Disks again") }) { // What is refused has gone.
-        const auto meanwhile = inspect(*inspector, {});
-        outcome([&] { return publishing->registerInspector(name, slow); });
-        answer();
-        EXPECT_TRUE(meanwhile.isFulfilled()) << name;
-    }
-    const auto other = inspect(*find(keyOf("Disks again")), {});
-    answer();
-    EXPECT_TRUE(other.isFulfilled()) << "by the way that the call has come";
-    // A browser that still has it can go on; with the last reference the published object goes, not the inspector.
-    for (const unsigned number : { id.to<unsigned>(), 2u })
-        outcome([&] { return publishing->unregisterInspector(number); });
-    const auto last = inspect(*inspector, {});
-    answer();
-    EXPECT_TRUE(last.isFulfilled());
-    inspector.reset();
-    settle();
-    EXPECT_EQ(slow->referenceCount(), 1u);
-    answer(); // Into the void.
 }
 
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)

@@ -302,24 +302,4 @@ TEST_F(LiveSignature, CallsItsListenersInOrderWhateverTheyDo)
     handles[3].invalidate();
 }
 
-TEST_F(Kernel, OfTheProcessMayBeMadeOnAnyThreadAndHearsOfChangesOnTheDefaultLoop)
-{
-    ip("address add 192.168.1.10/24 dev v0\nroute add default via 192.168.1.1");
-    NetworkSignature* made = nullptr;
-    std::thread([&] { made = &NetworkSignature::instance(); }).join();
-    ASSERT_EQ(made, &NetworkSignature::instance());
-    EXPECT_EQ(made->get(), "c0a80101:000000000000");
-    auto& loop = fn::RunLoop::defaultLoop();
-    std::string heard;
-    const auto handle = made->addChangeListener([&](const auto& text) {
-        EXPECT_EQ(fn::RunLoop::currentLoop(), &loop);
-        heard = text.toStdString();
-    });
-    for (int number = 2; number <= 3; ++number) { // At first before the loop runs.
-        ip(fmt::format("route replace default via 192.168.1.{}", number));
-        const auto expected = fmt::format("c0a8010{}:000000000000", number);
-        EXPECT_TRUE(test::runUntil(loop, [&] { return heard == expected; })) << heard;
-    }
-}
-
 } // namespace

@@ -1,9 +1,8 @@
 // What happens beside a scan. What can break here: a folder that is lost between two starts, or scanned in the wrong catalogue;
 // a start that waits for nobody; a visitor who disturbs what he looks at; a switch that reaches some processes only, a secret
-// that is seen, lost or stored where it should not be; a change that nobody allowed.
+// that is seen, lost or stored where it should not be.
 #include "core/password_manager/password_manager.h"
 #include "skyfold_fixture.h"
-#include "support/system_bus.h"
 
 namespace {
 
@@ -121,19 +120,6 @@ TEST_F(SkyfoldTest, WithoutARunOneIsMadeForWhoInspects)
     EXPECT_FALSE(fs::exists(folder.path() / "run" / "core-pipes" / "skyfold-hub")) << "The address of nobody.";
 }
 
-TEST_F(SkyfoldTest, TheSystemIsKeptAwakeDuringAScanAndNoLonger)
-{
-    const test::SystemBus bus;
-    test::LoginManager manager;
-    writeMuch();
-    Program program(arguments({ "--inspect-web" })); // Stays when the scan is over.
-    EXPECT_EQ(manager.readLine(), "sleep block held");
-    EXPECT_EQ(manager.readLine(), "released");
-    EXPECT_TRUE(program.awaitOutput("Done in")) << program.errors();
-    program.signal(SIGINT);
-    EXPECT_EQ(program.wait(), 128 + SIGINT);
-}
-
 TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
 {
     const std::vector<std::string> command { "--set-password", "mail", "anna" };
@@ -150,35 +136,6 @@ TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
     EXPECT_EQ(none.wait(), 1);
     EXPECT_EQ(none.errors(), "skyfold: No secret was given\n");
     EXPECT_EQ(stored(), "s3cret with blanks ");
-}
-
-TEST_F(SkyfoldTest, TheFirewallIsShownAndChangedOnlyWhenTheUserSaysSo)
-{
-    struct Row {
-        std::vector<const char*> answers;
-        int exitCode;
-        const char* last; // What is shown of the firewall.
-    };
-    const Row rows[] = { { { "n\n" }, 0, "Inbound:  not admitted" }, { { "y\n", "n\n" }, 1, "Inbound:  not admitted" },
-        { { "y\n", "y\n" }, 0, "Inbound:  admitted\r\nOutbound: admitted" }, { {}, 0, "Inbound:  admitted" } };
-    for (const auto& [answers, exitCode, last] : rows) {
-        Program program({ "--firewall" }, { .output = Output::Terminal });
-        const char* question = "admit Skyfold? [y/N] ";
-        for (const auto* answer : answers) {
-            EXPECT_TRUE(program.awaitOutput(std::exchange(question, "Allow it? [y/N] "))) << program.output();
-            program.type(answer);
-        }
-        EXPECT_EQ(program.wait(), exitCode) << program.output();
-        EXPECT_NE(program.output().find(last), std::string::npos) << program.output();
-    }
-}
-
-TEST_F(SkyfoldTest, TheNetworkIsFollowedUntilInterrupted)
-{
-    Program program({ "--network" });
-    ASSERT_TRUE(program.awaitOutput(":")) << program.output();
-    program.signal(SIGINT);
-    EXPECT_EQ(program.wait(), 128 + SIGINT);
 }
 
 } // namespace

@@ -91,25 +91,6 @@ TEST_F(Hooks, LogABrokenInvariantAndGoOn)
     EXPECT_EQ(log.lines().size(), 2u);
 }
 
-TEST_F(Hooks, SurviveHooksThatThrow)
-{
-    const test::ExpectUnhandled unhandled;
-    fn::setAssertionHook([](const fn::AssertionSite&) { throw std::runtime_error("hook"); });
-    EXPECT_FALSE(FN_ASSERT(false, "libs/a", 1, "f", "broken"));
-    EXPECT_THAT(unhandled.messages(), ElementsAre("hook"));
-
-    fn::setUnhandledExceptionHook([](std::exception_ptr) { throw 1; });
-    const BadSink sink([] { throw std::runtime_error("sink"); });
-    testing::internal::CaptureStderr();
-    try {
-        throw fn::RangeException("lost");
-    } catch (...) {
-        fn::unhandledException();
-    }
-    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("hook for unhandled exceptions failed"));
-    EXPECT_TRUE(log.contains("1 core.exception Unhandled exception " + here + "RangeException: lost"));
-}
-
 TEST_F(Hooks, NameEveryKindOfExceptionWithTheTraceForThoseWhoWantIt)
 {
     const test::ExpectUnhandled unhandled;

@@ -60,20 +60,6 @@ TEST_F(LogFileTargetTest, KeepsTheNewestFilesAndNoneLargerThanTheMaximum)
     EXPECT_THAT(files(), ElementsAre("8.......\n", "5.................\n", "4......\n"));
 }
 
-TEST_F(LogFileTargetTest, DropsNothingAfterARotationThatWasBrokenOffAndGoesOnPastAFolderInTheWay)
-{
-    const auto target = makeTarget(2, 5);
-    target->write("2\n");
-    test::writeFile(numbered(1), "1\n");
-    test::writeFile(numbered(3), "0\n");
-    target->write("3\n");
-    EXPECT_THAT(files(), ElementsAre("3\n", "2\n", "1\n", "0\n"));
-    std::filesystem::remove(numbered(2).view());
-    std::filesystem::create_directories((numbered(2) + "/x").view());
-    for (const char* entry : { "4\n", "5\n", "6\n", "7\n" }) target->write(entry);
-    EXPECT_THAT(files(), ElementsAre("7\n", "6\n", "5\n", "4\n"));
-}
-
 TEST_F(LogFileTargetTest, GoesOnWritingWhateverTheHolderOfTheLockDoes)
 {
     const auto target = makeTarget(2, 3);

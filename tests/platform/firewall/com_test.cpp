@@ -1,8 +1,7 @@
-// What can break here: text that is cut, misread or written beyond its room; an object made or changed without COM or rights.
+// What can break here: text that is cut, misread or written beyond its room; rights without asking.
 #include "platform/com/com.h"
 #include "platform/com/com_backend.h"
 #include "platform/com/elevation_prompt.h"
-#include "platform/firewall/firewall_policy.h"
 #include <gmock/gmock.h>
 
 namespace {
@@ -62,32 +61,6 @@ TEST_F(Com, AsksForElevationAndTakesNoForAnAnswer)
     }
     const ScopedElevationPrompt broken([](const fn::String&) -> bool { throw std::runtime_error("no terminal"); });
     EXPECT_EQ(elevate(), E_UNEXPECTED);
-}
-
-template <typename T> T& made(REFCLSID clsid, REFIID iid)
-{
-    void* object = nullptr;
-    EXPECT_EQ(CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, &object), S_OK);
-    return *static_cast<T*>(object);
-}
-
-TEST_F(Com, RulesTakeNoNonsenseAndAreNotChangedWithoutRights)
-{
-    auto& rule = made<INetFwRule>(CLSID_NetFwRule, IID_INetFwRule);
-    EXPECT_EQ(rule.put_Direction(static_cast<NET_FW_RULE_DIRECTION>(3)), E_INVALIDARG);
-    EXPECT_EQ(rule.put_Action(static_cast<NET_FW_ACTION>(2)), E_INVALIDARG);
-    EXPECT_EQ(rule.put_Protocol(257), E_INVALIDARG);
-    EXPECT_EQ(rule.put_Profiles(8), E_INVALIDARG);
-    BSTR cut = SysAllocStringLen(u"a\0b", 3), whole = SysAllocString(u"ab");
-    EXPECT_EQ(rule.put_Name(cut), E_INVALIDARG);
-    EXPECT_EQ(SysStringLen(whole), 2U);
-    for (BSTR text : { cut, whole }) SysFreeString(text);
-    auto& policy = made<INetFwPolicy2>(CLSID_NetFwPolicy2, IID_INetFwPolicy2);
-    INetFwRules* rules = nullptr;
-    EXPECT_EQ(policy.get_Rules(&rules), S_OK);
-    EXPECT_EQ(rules->Add(nullptr), E_POINTER);
-    EXPECT_EQ(rules->Add(&rule), E_ACCESSDENIED);
-    for (IUnknown* object : std::initializer_list<IUnknown*> { rules, &policy, &rule }) object->Release();
 }
 
 } // namespace
