@@ -194,19 +194,22 @@ void Dispatcher::WorkerConnection::watchQueue()
         return;
     }
     if (_queueTimer) return;
-    // Looked at in a task: a hub that was itself starved finds room in the kernel only after its timers.
-    _queueTimer =
-        fn::uv::Timer::schedule(_dispatcher._loop, _dispatcher._timeout, [this, sentBefore = _stream->sentBytes()] {
-            _dispatcher._loop.post([self = fn::AutoPtr(this), sentBefore] { self->onQueueWatched(sentBefore); });
+    // Looked at in a task: room in the kernel is found only after the timers.
+    const auto due = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
+    _queueTimer = fn::uv::Timer::schedule(
+        _dispatcher._loop, _dispatcher._timeout, [this, due, sentBefore = _stream->sentBytes()] {
+            const bool isStarved = _dispatcher._loop.clock().monotonic() > due + starvedFrom;
+            _dispatcher._loop.post(
+                [self = fn::AutoPtr(this), sentBefore, isStarved] { self->onQueueWatched(sentBefore, isStarved); });
         });
 }
 
-void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore)
+void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore, bool isStarved)
 {
     if (isClosed()) return;
     _queueTimer = {};
     if (_stream->queuedBytes() <= _dispatcher._limits.stalledQueueBytes) return;
-    if (_stream->sentBytes() == sentBefore)
+    if (_stream->sentBytes() == sentBefore && !isStarved)
         closeStalled();
     else
         watchQueue();

@@ -48,7 +48,7 @@ private:
     void awaitPong(fn::Duration time);
     void onPongOverdue();
     void watchQueue();
-    void onQueueWatched(std::uint64_t sentBefore);
+    void onQueueWatched(std::uint64_t sentBefore, bool isStarved);
     void closeStalled();
     void pause();
     void resume();
