@@ -91,9 +91,8 @@ void Actor::onAboutToQuit()
 /// When all that went wrong is over: offers an object, finds the one that must be found, and calls it.
 void Actor::actLater()
 {
-    const auto& witness = Witness::current();
-    const auto delay = witness.pace() - choose(witness.pace()); // The tame answer is to be quiet.
-    _next = worker().loop().schedule(fn::Duration::milliseconds(delay), [this, &witness] {
+    auto& witness = Witness::current();
+    _next = worker().loop().schedule(fn::Duration::milliseconds(witness.pause()), [this, &witness] {
         if (!witness.isResting()) {
             act();
         } else if (const auto time = witness.timeUntilProof()) {

@@ -22,7 +22,7 @@ public:
     std::uint32_t choose(std::uint32_t count) override { return static_cast<std::uint32_t>(_random() % count); }
     bool isResting() const override;
     void setResting(bool isResting);
-    std::uint32_t pace() const override { return 10; } // Nobody lives for long.
+    std::uint32_t pause() override { return 10 - choose(10); } // Nobody lives for long.
     int process() const override { return _process; }
     int next(Numbered what) override;
     void tell(Event event) override; ///< By any thread. A long text is cut.

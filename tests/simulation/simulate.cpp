@@ -15,7 +15,8 @@ using namespace simulated;
 
 constexpr auto rest = fn::Duration::seconds(50); // Longer than any launch, look-up, freeze or answer takes.
 constexpr auto stopDelay = fn::Duration::seconds(3);
-constexpr auto idleRest = fn::Duration::seconds(2000); // Longer than any module is idle.
+constexpr auto idleLoad = fn::Duration::seconds(7200);
+constexpr auto idleRest = fn::Duration::seconds(2700); // Longer than any module is idle.
 
 /// What the main program is like in this run.
 struct Program {
@@ -111,7 +112,7 @@ core::simulation::Report runOnce(core::simulation::Decisions& decisions, bool te
     const auto time = fn::Duration::milliseconds(500 << decisions.choose(Choice::Load, 5));
     auto& main = world.start("skyfold", [&] { return mainProgram(truth, program); });
     strike(world, truth, main);
-    world.runFor(time);
+    world.runFor(truth.modulesEndIdle ? idleLoad : time);
     truth.rest();
     world.options() = world.options().calm();
     world.runFor(truth.modulesEndIdle ? idleRest : rest);

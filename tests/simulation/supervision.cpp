@@ -93,6 +93,14 @@ bool Truth::wasFrozen(const std::string& name) const
     return now() < slowUntil || frozen(name, now() - pongTime - lateness) > leastFreeze;
 }
 
+/// By more than what has been done to one module.
+bool Truth::isExcused(const std::string& text) const
+{
+    if (text.find("on purpose") != std::string::npos) return true;
+    if (!_givenUp.empty() && text == "ipc.moduleManager: Aborting launch") return true;
+    return isHubDead() && text.find("connect to ") != std::string::npos;
+}
+
 /// What is said of a module is explained by what has been done to it since it was launched.
 bool Truth::isExplained(const std::string& text) const
 {

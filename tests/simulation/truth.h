@@ -150,8 +150,8 @@ private:
     };
     struct Hiding {
         int request = 0;
-        fn::Duration since = {};
         bool isShown = false; // Again, as the registry has said.
+        fn::Duration since = {}; // All of this.
     };
     struct Post {
         int publisher;

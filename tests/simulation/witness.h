@@ -95,7 +95,7 @@ public:
 
     virtual std::uint32_t choose(std::uint32_t count) = 0; ///< 0 to `count` - 1; 0 is the tame answer.
     virtual bool isResting() const = 0; ///< Nobody begins anything new.
-    virtual std::uint32_t pace() const { return 100; } ///< Milliseconds between two things that one begins, at most.
+    virtual std::uint32_t pause() { return 100 - choose(100); } ///< Milliseconds until one begins something again.
     virtual bool mayEndIdle() const { return false; } ///< Modules end by themselves when nobody needs them.
     /// How long from now on until everybody, at rest, shows that it is alive. Nothing: nobody has to.
     virtual std::optional<fn::Duration> timeUntilProof() const { return {}; }

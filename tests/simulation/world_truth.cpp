@@ -5,9 +5,19 @@
 
 namespace simulated {
 
+namespace {
+constexpr std::uint32_t longPause = 602'000; // A little more than until a module that nobody needs is about to end.
+}
+
+std::uint32_t WorldTruth::pause()
+{
+    return modulesEndIdle && choose(3) == 0 ? longPause - choose(4000) : Witness::pause();
+}
+
 void WorldTruth::rest()
 {
-    constexpr auto untilProof = fn::Duration::seconds(38); // Longer than any launch, look-up, freeze or answer takes.
+    // Longer than any launch, look-up, freeze or answer takes.
+    const auto untilProof = fn::Duration::milliseconds(38'000 + (modulesEndIdle ? longPause : 0));
     _isResting = true;
     proofTime = _world.now() + untilProof;
     Truth::tell("all rest");

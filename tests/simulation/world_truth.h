@@ -23,6 +23,7 @@ public:
     // Witness.
     std::uint32_t choose(std::uint32_t count) override { return _world.decisions().choose(Choice::Load, count); }
     bool isResting() const override { return _isResting; }
+    std::uint32_t pause() override;
     bool mayEndIdle() const override { return modulesEndIdle; }
     std::optional<fn::Duration> timeUntilProof() const override { return *proofTime - _world.now(); }
     int process() const override;
