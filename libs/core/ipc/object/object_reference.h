@@ -118,6 +118,7 @@ private:
     const fn::String _className;
     ConstructionHold* _constructionHold = nullptr; // While it holds this.
     bool _dead = false;
+    bool _isOutdated = false; // Its owner's id has been given out again: it may name another worker's object.
     std::int32_t _usageCount = 0; // Messages that brought a remote reference and are not released yet.
 };
 

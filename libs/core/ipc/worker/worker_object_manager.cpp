@@ -158,18 +158,12 @@ std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
     if (value.isObject()) {
         const auto* object = value.objectPointer();
         if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
-            return isOutdated(*reference) ? fn::mpack::typeNil : extension::OBJECT;
+            return reference->_isOutdated ? fn::mpack::typeNil : extension::OBJECT;
         return dynamic_cast<const ObjectInstance*>(object) ? extension::OBJECT : -1;
     }
     if (value.isBoxed<core::Fraction>()) return extension::FRACTION;
     if (value.isBoxed<core::TypedByteArray>()) return extension::TYPED_BYTE_ARRAY;
     return -1;
-}
-
-/// Its owner's id has been given out again: what it names now is another worker's object, if any.
-bool WorkerObjectManager::isOutdated(const ObjectReference& reference) const
-{
-    return reference.dead() && !reference.local() && !_deadWorkers.contains(ownerOf(reference.objectId()));
 }
 
 std::uint32_t WorkerObjectManager::serializedLengthForValue(const fn::Value& value)
@@ -348,7 +342,12 @@ void WorkerObjectManager::workerDied(WorkerId workerId)
 void WorkerObjectManager::workerIdReused(WorkerId workerId)
 {
     // What is left of the old worker's objects must not be taken for the new one's.
-    if (_deadWorkers.erase(workerId)) _references.erase(workerId);
+    if (!_deadWorkers.erase(workerId)) return;
+    for (const auto& [objectId, reference] : _references[workerId]) reference->_isOutdated = true;
+    for (auto* reference : _displaced) {
+        if (ownerOf(reference->objectId()) == workerId) reference->_isOutdated = true;
+    }
+    _references.erase(workerId);
 }
 
 void WorkerObjectManager::connectionLost()

@@ -120,7 +120,6 @@ private:
     std::uint32_t serializedLengthForValue(const fn::Value& value) override;
     fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override;
 
-    bool isOutdated(const ObjectReference& reference) const;
     fn::Value decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream);
     fn::Value decodeObject(ObjectId objectId);
     bool isOutgrown(const ObjectReference& reference) const;
