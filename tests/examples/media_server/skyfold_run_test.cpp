@@ -107,19 +107,6 @@ TEST_F(SkyfoldTest, ARunTakesFoldersFromLaterStartsAndIsInspectedAndSwitchedMean
     EXPECT_TRUE(archiving.output().ends_with(".zip\n")) << archiving.output() << archiving.errors();
 }
 
-TEST_F(SkyfoldTest, WithoutARunOneIsMadeForWhoInspects)
-{
-    write("one", "1");
-    Visitor visitor(arguments({ "--inspect" }));
-    visitor.repeat("l", "Library");
-    visitor.follow("Library", "Catalogue in");
-    visitor.repeat("r", ": 1 files");
-    visitor.follow(": 1 files", "Distinct: 1");
-    visitor.repeat("nonsense", "NUMBER follows a link");
-    visitor.quit();
-    EXPECT_FALSE(fs::exists(folder.path() / "run" / "core-pipes" / "skyfold-hub")) << "The address of nobody.";
-}
-
 TEST_F(SkyfoldTest, ASecretIsAskedForWithoutShowingIt)
 {
     const std::vector<std::string> command { "--set-password", "mail", "anna" };
