@@ -51,9 +51,13 @@ TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
             for (int i = 0; i < 50; ++i, std::this_thread::yield()) ::pthread_kill(writingThread, SIGUSR1);
         }
     });
-    fn::FileOutputStream(FileDescriptor(ends[1])).write(content);
+    {
+        fn::FileOutputStream stream { FileDescriptor(ends[1]) };
+        stream.write(content);
+        stream.write("x"); // A single byte, too.
+    }
     reader.join();
-    EXPECT_EQ(received, content);
+    EXPECT_EQ(received, content + "x");
 }
 
 TEST(BufferedStreams, CarryTheSameBytesWhereverTheyAreCut)
