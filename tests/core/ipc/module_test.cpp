@@ -8,6 +8,7 @@
 #include "support/worker.h"
 #include <csignal>
 #include <gtest/gtest.h>
+#include <set>
 
 namespace {
 
@@ -50,10 +51,11 @@ protected:
         return std::make_unique<TestModule>(hub.pipeName, name, told, ownProcess);
     }
 
-    void await(const std::vector<std::string>& names)
+    /// In any order: two that are on their way to the hub arrive as it happens.
+    void await(const std::set<std::string>& names)
     {
         EXPECT_TRUE(test::runUntil(loop, [&] { return told.size() >= names.size(); }));
-        EXPECT_EQ(told, names);
+        EXPECT_EQ(std::multiset(told.begin(), told.end()), std::multiset(names.begin(), names.end()));
     }
 
     test::Hub hub;
@@ -63,7 +65,7 @@ protected:
 
 } // namespace
 
-TEST_F(ModuleTest, OneBusStartServesAllModulesInTheOrderTheyConnectedAlsoWhereOneFails)
+TEST_F(ModuleTest, OneBusStartServesAllModulesAlsoWhereOneFails)
 {
     // A sticky body that somebody else has posted before.
     test::Client other(loop, hub.pipeName);

@@ -27,4 +27,7 @@ TEST(WorkerIds, PrefersIdsWhoseDeathNobodyRemembers)
     for (auto* listener : { &elder, &younger }) ids.forget(*listener, 8);
     ids.giveOut(8);
     EXPECT_FALSE(ids.isTold(elder, 8) || ids.isTold(younger, 8));
+    EXPECT_EQ(ids.next(others), 7);
+    ids.giveOut(7);
+    EXPECT_FALSE(ids.next(others)) << "all are in use again";
 }

@@ -95,6 +95,7 @@ TEST_F(InspectorWebTest, EveryLinkLeadsToAPageAndGarbageIsRefusedAndEndsNothing)
         for (const auto& [link, text] : test::links(page.body)) EXPECT_EQ(address.get(link).status, 200) << link;
     }
     const auto workers = test::linkOf(list, "Workers");
+    ASSERT_TRUE(await([&] { return address.get(workers).body.contains("library ("); })) << "it has started";
     const auto worker = address.get(test::linkOf(address.get(workers).body, "library (")).body;
     EXPECT_TRUE(address.get(test::linkOf(worker, "Back")).body.contains("library ("));
 
