@@ -3,11 +3,10 @@
 #include "foundation/export.h"
 #include <bitset>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <span>
-#include <unordered_map>
+#include <vector>
 
 namespace ipc {
 
@@ -54,12 +53,20 @@ public:
     void forget(Listener& listener, WorkerId id) const; ///< It has been told that the id is given out again.
 
 private:
+    static constexpr std::uint64_t alive = UINT64_MAX;
+    struct State {
+        std::uint64_t death = alive; // Its number in the sequence.
+        WorkerId previous = NO_WORKER_ID, next = NO_WORKER_ID; // Among those that are free.
+    };
+
+    std::uint64_t deathOf(WorkerId id) const { return id < _states.size() ? _states[id].death : alive; }
+
     std::uint64_t _nextSerial = 0;
     const WorkerId _count;
     WorkerId _next = 0; // The first round; `_count` when it is over.
-    std::unordered_map<WorkerId, std::uint64_t> _deaths;
-    std::map<std::uint64_t, WorkerId>
-        _free; // By their deaths. Never 0: the dispatcher's own worker to everybody, for ever.
+    std::vector<State> _states; // By id, of those up to the greatest that has died: many die in a long life.
+    // The ends of a list by their deaths. 0 is never in it: the dispatcher's own worker to everybody, for ever.
+    WorkerId _longestFree = NO_WORKER_ID, _latestFree = NO_WORKER_ID;
 };
 
 } // namespace ipc
