@@ -81,6 +81,7 @@ void Truth::handleObject(const Event& event)
     case Deed::Registers:
         tell("registers thing {} with priority {}", event.number, event.other);
         _things[event.number].registrations.push_back({ event.other });
+        _registered[_things[event.number].owner].insert(event.number);
         return;
     case Deed::HasRegistered:
         if (auto& since = _things[event.number].registeredSince; !since) since = now();
@@ -115,9 +116,8 @@ void Truth::hides(const Event& event)
     auto& hiding = _hidings[event.process];
     hiding.isShown = event.deed == Deed::HasHidden && hiding.request == event.number && !event.flag;
     hiding.since = now();
-    for (auto& [number, thing] : _things) {
-        if (thing.owner != event.process) continue;
-        for (auto& registration : thing.registrations) {
+    for (const int number : _registered[event.process]) {
+        for (auto& registration : _things[number].registrations) {
             if (event.deed == Deed::Hides)
                 registration = { registration.priority, event.flag, event.number };
             else if (registration.hide == event.number && registration.isHidden)
@@ -333,10 +333,12 @@ void Truth::findsNothing(const LookUp& lookUp, const std::string& text)
     if (text.find("broken on purpose") != std::string::npos) return;
     if (text.find("is not available") == std::string::npos) violated(fmt::format("a look-up failed: {}", text));
     if (now() - lookUp.begin < lookUp.bound) violated("a look-up failed before its time-out");
-    for (const auto& [number, thing] : _things) {
-        const bool isOffered = isAlive(thing.owner) && !modulesEndIdle && isShown(thing.owner, lookUp.begin);
-        if (isOffered && thing.registeredSince && *thing.registeredSince <= lookUp.begin)
-            violated(fmt::format("thing {} was not found", number));
+    for (const auto& [owner, numbers] : _registered) {
+        if (!isAlive(owner) || modulesEndIdle || !isShown(owner, lookUp.begin)) continue;
+        for (const int number : numbers) {
+            if (const auto since = _things[number].registeredSince; since && *since <= lookUp.begin)
+                violated(fmt::format("thing {} was not found", number));
+        }
     }
 }
 

@@ -202,6 +202,7 @@ private:
     const bool _tells;
     int _speaker = 0; // Whose event is handled.
     std::map<int, Thing> _things;
+    std::map<int, std::set<int>> _registered; // Of these, by owner: there are many, and all are kept.
     std::map<int, Call> _calls;
     std::map<int, Reference> _references;
     std::map<std::tuple<int, int, int>, std::int64_t> _heard; // Last number by listener, publisher, channel.
