@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -32,9 +33,14 @@ template <typename Condition> bool await(Condition condition)
 std::string outputOf(const std::function<void()>& body, const std::string& end = "")
 {
     const fn::FileDescriptor file(::memfd_create("output", MFD_CLOEXEC));
-    const auto lastBytes = [&](std::size_t count) { // All writing is at the end, so the seeking changes nothing.
+    const auto size = [&] { // Seeking would move the place where the other side is writing.
+        struct stat status { };
+        ::fstat(file.get(), &status);
+        return static_cast<std::size_t>(status.st_size);
+    };
+    const auto lastBytes = [&](std::size_t count) {
         std::string text(count, '\0');
-        (void)::pread(file.get(), text.data(), count, ::lseek(file.get(), 0, SEEK_END) - static_cast<off_t>(count));
+        (void)::pread(file.get(), text.data(), count, static_cast<off_t>(size()) - static_cast<off_t>(count));
         return text;
     };
     test::ForkedChild process([&] {
@@ -46,7 +52,7 @@ std::string outputOf(const std::function<void()>& body, const std::string& end =
         return isWhole && !testing::Test::HasFailure();
     });
     EXPECT_TRUE(process.succeeds());
-    return lastBytes(static_cast<std::size_t>(::lseek(file.get(), 0, SEEK_END)));
+    return lastBytes(size());
 }
 
 void print(std::string_view text)
