@@ -8,10 +8,11 @@ namespace ipc {
 /// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of what waits for it.
 ///
 /// Pings: a third of the time-out after HELLO and after each PONG. When a PONG is overdue the socket is read once more
-/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits some
-/// turns more for those that it has kept from answering.
+/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits some turns
+/// more for those that it has kept from answering.
 ///
-/// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed.
+/// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed;
+/// where the hub was itself starved at the end of that time, it is watched anew.
 /// One that still takes bytes is waited for: those who send to it are read no further until half has left.
 class Dispatcher::WorkerConnection final : public fn::RefCountedObject {
 public:
