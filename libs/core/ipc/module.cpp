@@ -73,7 +73,8 @@ void Module::becomeConnected()
 
 void Module::workerDidConnect(Worker&)
 {
-    if (MessageBus::isInstalled()) {
+    // While a start is under way the bus is there, but not what was posted to it before: nobody is told too early.
+    if (MessageBus::isInstalled() && !busStart().starter) {
         becomeConnected();
         return;
     }
