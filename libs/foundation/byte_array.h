@@ -43,10 +43,8 @@ public:
         if (_buffer) release();
     }
 
-    const std::uint8_t* data() const noexcept
-    {
-        return _buffer ? _buffer->bytes() + _offset : &noByte;
-    } ///< Never null.
+    /// Never null.
+    const std::uint8_t* data() const noexcept { return _buffer ? _buffer->bytes() + _offset : &noByte; }
     std::size_t size() const noexcept { return _size; }
     bool empty() const noexcept { return _size == 0; }
     std::span<const std::uint8_t> bytes() const noexcept { return { data(), _size }; }

@@ -10,10 +10,8 @@ public:
     explicit LocalDateTime(Timestamp timestamp);
 
     Timestamp timestamp() const noexcept { return _timestamp; }
-    int timeZoneDifferential() const noexcept
-    {
-        return _timeZoneDifferential;
-    } ///< Seconds ahead of UTC, then and there.
+    /// Seconds ahead of UTC, then and there.
+    int timeZoneDifferential() const noexcept { return _timeZoneDifferential; }
 
 private:
     Timestamp _timestamp;

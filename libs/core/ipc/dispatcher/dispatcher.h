@@ -77,18 +77,12 @@ public:
 
     /// Its own worker is participant 0, the registry is there, and this process is on the message bus. Fires once.
     fn::Signal<>& onReady() { return _onReady; }
-    fn::Signal<const WorkerInfo&>& onWorkerConnected()
-    {
-        return _onWorkerConnected;
-    } ///< Before its HELLO reply is sent.
-    fn::Signal<const WorkerInfo&>& onWorkerNotResponding()
-    {
-        return _onWorkerNotResponding;
-    } ///< Once per unanswered PING.
-    fn::Signal<const WorkerInfo&>& onWorkerDisconnected()
-    {
-        return _onWorkerDisconnected;
-    } ///< After everybody was told.
+    /// Before its HELLO reply is sent.
+    fn::Signal<const WorkerInfo&>& onWorkerConnected() { return _onWorkerConnected; }
+    /// Once per unanswered PING.
+    fn::Signal<const WorkerInfo&>& onWorkerNotResponding() { return _onWorkerNotResponding; }
+    /// After everybody was told.
+    fn::Signal<const WorkerInfo&>& onWorkerDisconnected() { return _onWorkerDisconnected; }
 
 private:
     class WorkerConnection;

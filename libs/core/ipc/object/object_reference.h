@@ -71,10 +71,8 @@ public:
     ObjectId objectId() const { return _objectId; }
     bool local() const { return static_cast<bool>(_instance); }
     bool dead() const { return _dead; } ///< Its worker has gone; it comes back no more.
-    fn::Signal<>& objectDeadSignal()
-    {
-        return _objectDeadSignal;
-    } ///< Fires once; who connects later is called at once.
+    /// Fires once; who connects later is called at once.
+    fn::Signal<>& objectDeadSignal() { return _objectDeadSignal; }
     fn::RunLoop& loop() const; ///< Without a worker: `fn::NullPointerException`.
 
     /// The class this object is shared as: what the sender named, else the name of the reference's own type.

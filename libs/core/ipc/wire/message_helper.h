@@ -51,10 +51,8 @@ public:
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
-    fn::Signal<const fn::Value&, unsigned int>& onMessage()
-    {
-        return _onMessage;
-    } ///< A value and the length of its body.
+    /// A value and the length of its body.
+    fn::Signal<const fn::Value&, unsigned int>& onMessage() { return _onMessage; }
 
 private:
     void onRead(std::ptrdiff_t count, const std::uint8_t* data);
