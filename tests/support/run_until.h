@@ -5,10 +5,14 @@
 
 namespace test {
 
-/// Runs `loop` until `condition` holds, which is looked at after every turn; false when it does not within the bound
-/// (of real time, whatever clock the loop follows).
+/// Runs `loop` until `condition` holds; false when it does not within the bound (of real time, whatever clock the loop follows).
+/// The loop blocks between its turns, so a wake-up that is missed shows as a time-out. `condition` is looked at after each turn and
+/// does not run the loop itself.
 bool runUntil(
     fn::RunLoop& loop, folly::Function<bool()> condition, std::chrono::milliseconds bound = std::chrono::seconds(20));
+
+/// The same for a condition that becomes true outside `loop`, which nobody tells it: the loop does not block.
+bool spinUntil(fn::RunLoop& loop, folly::Function<bool()> condition);
 
 /// Runs `loop` until nothing is on its way any more among those who are all on it: a local socket's bytes can be read as soon as
 /// they are written. Timers wait. For a loop that follows a manual clock.

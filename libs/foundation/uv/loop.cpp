@@ -306,7 +306,9 @@ void Loop::Private::wokenUp()
 void Loop::Private::beforeWait()
 {
     flushStreams();
-    if (!_tasks.empty() || _stopRequested)
+    // A manual clock does not go on while the loop waits: what is due by it is due now.
+    const bool isDue = _manualClock && _timers.earliest() && *_timers.earliest() <= _clock.monotonic();
+    if (!_tasks.empty() || _stopRequested || isDue)
         uv_idle_start(&_dontWait, [](uv_idle_t*) {});
     else
         uv_idle_stop(&_dontWait);

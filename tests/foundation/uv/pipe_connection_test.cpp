@@ -129,7 +129,7 @@ TEST_F(PipeConnection, AStrangerIsRefusedBeforeAnybodyHearsOfHim)
             && ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0
             && ::recv(socket, &byte, 1, 0) == 0; // Closed without a word.
     });
-    EXPECT_TRUE(runUntil(loop, [&] { return !child.isRunning(); }));
+    EXPECT_TRUE(test::spinUntil(loop, [&] { return !child.isRunning(); }));
     EXPECT_TRUE(child.succeeds());
     EXPECT_TRUE(accepted.empty());
     EXPECT_THAT(log.lines(), testing::ElementsAre(HasSubstr("65534")));

@@ -51,7 +51,7 @@ Watcher poll(Loop& loop, Task callback)
 Watcher turnWatcher(Loop& loop, Task callback)
 {
     const auto holder = std::make_shared<TurnWatcher>(loop, TurnWatcher::Moment::AfterPoll, std::move(callback));
-    return { holder, [] {} }; // Each turn.
+    return { holder, [&loop] { loop.post([] {}); } }; // Each turn, which need not wait for anything.
 }
 
 Watcher signalWatcher(Loop& loop, Task callback)
