@@ -35,11 +35,6 @@ void RefCountedBase::lastReferenceGone() const noexcept
 
 namespace internal {
 
-void releaseWeakLink(WeakLink* link) noexcept
-{
-    if (link->references.fetch_sub(1, std::memory_order_acq_rel) == 1) delete link;
-}
-
 void throwNullPointer(const std::type_info& type)
 {
     throw NullPointerException(
@@ -48,19 +43,7 @@ void throwNullPointer(const std::type_info& type)
 
 } // namespace internal
 
-WeakReferencableObject::~WeakReferencableObject()
-{
-    if (!_weakLink) return;
-    _weakLink->target = nullptr;
-    internal::releaseWeakLink(_weakLink);
-}
-
-internal::WeakLink* WeakReferencableObject::weakLink() const
-{
-    if (!_weakLink) _weakLink = new internal::WeakLink { .target = this };
-    return _weakLink;
-}
-
+WeakReferencableObject::~WeakReferencableObject() = default;
 RefCountedObject::~RefCountedObject() = default;
 
 } // namespace fn

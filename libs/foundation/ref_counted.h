@@ -1,4 +1,5 @@
 #pragma once
+#include "foundation/lifetime.h"
 #include "foundation/object.h"
 #include <atomic>
 #include <cstdint>
@@ -40,17 +41,6 @@ private:
     mutable std::atomic<std::uint32_t> _count { 0 }; // The top bit marks a dying object.
 };
 
-namespace internal {
-
-/// What weak links share with their target. `target` is null once the target's destructor has run.
-struct WeakLink {
-    std::atomic<std::uint32_t> references { 1 };
-    const RefCountedBase* target = nullptr;
-};
-FN_EXPORT void releaseWeakLink(WeakLink* link) noexcept;
-
-} // namespace internal
-
 /// Can be the target of a WeakPtr. Weak links of one object are made, read and ended on the thread that destroys the
 /// object: the objects concerned live on one run loop.
 class FN_EXPORT WeakReferencableObject : public RefCountedBase {
@@ -59,9 +49,7 @@ protected:
 
 private:
     template <typename T> friend class WeakPtr;
-    internal::WeakLink* weakLink() const; // Borrowed; made at the first call.
-
-    mutable internal::WeakLink* _weakLink = nullptr;
+    Lifetime _lifetime; // Of the weak links.
 };
 
 /// Base of the shared objects: reference counted, weakly referencable, printable.

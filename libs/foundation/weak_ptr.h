@@ -7,42 +7,31 @@ namespace fn {
 template <typename T> class WeakPtr {
 public:
     WeakPtr() noexcept = default;
-    explicit WeakPtr(T* object) : _object(object), _link(object ? object->weakLink() : nullptr)
+    explicit WeakPtr(T* object) : _object(object)
     {
-        if (_link) _link->references.fetch_add(1, std::memory_order_relaxed);
+        if (object) _isThere = static_cast<const WeakReferencableObject*>(object)->_lifetime.watch();
     }
     WeakPtr(const AutoPtr<T>& object) : WeakPtr(object.get()) { }
-    WeakPtr(const WeakPtr& other) noexcept : _object(other._object), _link(other._link)
-    {
-        if (_link) _link->references.fetch_add(1, std::memory_order_relaxed);
-    }
-    WeakPtr(WeakPtr&& other) noexcept
-        : _object(std::exchange(other._object, nullptr)),
-          _link(std::exchange(other._link, nullptr))
-    {
-    }
-    WeakPtr& operator=(WeakPtr other) noexcept
-    {
-        std::swap(_object, other._object);
-        std::swap(_link, other._link);
-        return *this;
-    }
-    ~WeakPtr()
-    {
-        if (_link) internal::releaseWeakLink(_link);
-    }
 
     /// The target, or empty once its last strong reference has gone (even where its deletion is still to come).
     AutoPtr<T> lock() const noexcept
     {
-        return _link && _link->target && _link->target->tryRetain() ? AutoPtr<T>::adopt(_object) : AutoPtr<T>();
+        return _isThere && _object->tryRetain() ? AutoPtr<T>::adopt(_object) : AutoPtr<T>();
+    }
+
+    /// `callback`, for whoever may call it when the target has gone: it does nothing then, and holds the target else.
+    template <typename Callback> auto guard(Callback callback) const
+    {
+        return [weak = *this, callback = std::move(callback)](auto&&... arguments) mutable {
+            if (const auto held = weak.lock()) callback(std::forward<decltype(arguments)>(arguments)...);
+        };
     }
 
     void reset() noexcept { *this = WeakPtr(); }
 
 private:
     T* _object = nullptr;
-    internal::WeakLink* _link = nullptr;
+    Lifetime::Watch _isThere;
 };
 
 } // namespace fn

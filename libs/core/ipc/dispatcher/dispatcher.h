@@ -5,6 +5,7 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/exceptions.h"
+#include "foundation/lifetime.h"
 #include "foundation/logging/logging.h"
 #include "foundation/signal.h"
 #include "foundation/uv/loop.h"
@@ -69,6 +70,10 @@ public:
     const fn::AutoPtr<fn::uv::PipeStream>& pipeStream() const { return _pipeStream; } ///< Empty before `bind()`.
     fn::uv::Loop& loop() const { return _loop; }
     Worker& worker() { return *_worker; } ///< The dispatcher's own worker: services of the main process live on it.
+
+    /// For whoever may outlive it: `dispatcher.lifetime().watch()` says whether it is still there. Ends behind `~Dispatcher()`'s
+    /// own steps and before its members, the own worker with its pending calls among them.
+    const fn::Lifetime& lifetime() const { return _lifetime; }
 
     // For inspectors.
     std::vector<WorkerStatistics> workers() const; ///< Those that have said HELLO, ascending by id.
@@ -149,6 +154,7 @@ private:
     fn::Signal<const WorkerInfo&> _onWorkerConnected;
     fn::Signal<const WorkerInfo&> _onWorkerNotResponding;
     fn::Signal<const WorkerInfo&> _onWorkerDisconnected;
+    fn::Lifetime _lifetime;
 };
 
 } // namespace ipc

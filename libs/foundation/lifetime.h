@@ -1,0 +1,82 @@
+#pragma once
+#include <cstdint>
+#include <utility>
+
+namespace fn {
+
+/// Tells whoever may outlive an object whether it is still there, without holding it. A member of an object that has one owner,
+/// its last one: it ends before the others do, whose ends may call out. (A counted object holds itself while it calls
+/// out, and is known by `WeakPtr`.)
+///
+/// Everything belongs to the thread that destroys the object. The first watch of an object allocates a few bytes, no other one does.
+class Lifetime {
+    struct Mark {
+        std::uint32_t holders = 1; // The lifetime itself and all watches.
+        bool hasEnded = false;
+    };
+
+public:
+    /// True as long as the object is there. A copy is a pointer and a count.
+    class Watch {
+    public:
+        Watch() noexcept = default; ///< Of nothing: false.
+        Watch(const Watch& other) noexcept : _mark(other._mark)
+        {
+            if (_mark) ++_mark->holders;
+        }
+        Watch(Watch&& other) noexcept : _mark(std::exchange(other._mark, nullptr)) { }
+        Watch& operator=(Watch other) noexcept
+        {
+            std::swap(_mark, other._mark);
+            return *this;
+        }
+        ~Watch() { release(_mark); }
+
+        explicit operator bool() const noexcept { return _mark && !_mark->hasEnded; }
+
+    private:
+        friend Lifetime;
+        explicit Watch(Mark* mark) noexcept : _mark(mark) { ++mark->holders; }
+
+        Mark* _mark = nullptr;
+    };
+
+    Lifetime() noexcept = default;
+    Lifetime(const Lifetime&) = delete;
+    Lifetime& operator=(const Lifetime&) = delete;
+    ~Lifetime()
+    {
+        if (_mark) _mark->hasEnded = true;
+        release(_mark);
+    }
+
+    /// For a method that calls out and goes on: `const auto watch = _lifetime.watch(); onEnd.fire(); if (!watch) return;`
+    Watch watch() const { return Watch(mark()); }
+
+    /// `callback`, for whoever may call it when the object has gone: it does nothing then.
+    template <typename Callback> auto guard(Callback callback) const
+    {
+        return [isThere = watch(), callback = std::move(callback)](auto&&... arguments) mutable {
+            if (isThere) callback(std::forward<decltype(arguments)>(arguments)...);
+        };
+    }
+
+    /// Counts as gone from now on: for an object that is closed before it is destroyed.
+    void end() { mark()->hasEnded = true; }
+
+private:
+    static void release(Mark* mark) noexcept
+    {
+        if (mark && --mark->holders == 0) delete mark;
+    }
+
+    Mark* mark() const
+    {
+        if (!_mark) _mark = new Mark;
+        return _mark;
+    }
+
+    mutable Mark* _mark = nullptr; // Made by the first watch.
+};
+
+} // namespace fn
