@@ -1,10 +1,10 @@
 # The install tree: bin/ (programs), modules/ (module libraries), lib/ and include/core/ (for developers), and in its root
 # the marker by which fn::PathManager tells it from a build tree. find_package(core) gives core::core, core::foundation,
-# core::sqlite, and core::simulation for tests.
+# core::sqlite, and, where CORE_SIMULATION is on, core::simulation for tests.
 include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/core)
 
-install(TARGETS foundation sqlite core simulation EXPORT coreTargets
+install(TARGETS ${CORE_LIBRARIES} EXPORT coreTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core)
 if(NOT CORE_USES_FOLLY)

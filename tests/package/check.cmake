@@ -10,7 +10,7 @@ run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
 function(build project)
     run(${CMAKE_COMMAND} -S ${SOURCE}/${project} -B ${WORK}/${project} -G Ninja -DCMAKE_BUILD_TYPE=Debug
         -DCMAKE_PREFIX_PATH=${WORK}/prefix -DCMAKE_INSTALL_PREFIX=${WORK}/prefix)
-    run(${CMAKE_COMMAND} --build ${WORK}/${project} --parallel 2)
+    run(${CMAKE_COMMAND} --build ${WORK}/${project})
 endfunction()
 
 build(tests/package/every_class)
