@@ -2,20 +2,14 @@
 #include "platform/detail/network_adapters.h"
 #include <cstring>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <utility>
 
 namespace platform {
+
+template class ScopedOverride<GetAdaptersAddresses>;
+
 namespace {
-
-std::mutex overrideLock;
-
-ScopedAdaptersAddresses::Backend& overriddenBackend() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& backend = *new ScopedAdaptersAddresses::Backend;
-    return backend;
-}
 
 // What is reported beyond the need: between two calls an adapter may appear, or another address.
 constexpr std::size_t spareBytes = 4096;
@@ -106,12 +100,8 @@ ULONG adaptersAddresses(ULONG family, ULONG flags, IP_ADAPTER_ADDRESSES* address
 
 ULONG GetAdaptersAddresses(ULONG Family, ULONG Flags, void*, IP_ADAPTER_ADDRESSES* AdapterAddresses, ULONG* SizePointer)
 {
-    ScopedAdaptersAddresses::Backend backend;
-    {
-        const std::lock_guard guard(overrideLock);
-        backend = overriddenBackend();
-    }
-    if (backend) return backend(Family, Flags, AdapterAddresses, SizePointer);
+    if (const auto answer = ScopedAdaptersAddresses::current())
+        return answer(Family, Flags, nullptr, AdapterAddresses, SizePointer);
     try {
         return adaptersAddresses(Family, Flags, AdapterAddresses, SizePointer);
     } catch (const std::bad_alloc&) {
@@ -119,18 +109,6 @@ ULONG GetAdaptersAddresses(ULONG Family, ULONG Flags, void*, IP_ADAPTER_ADDRESSE
     } catch (const std::exception&) {
         return ERROR_GEN_FAILURE;
     }
-}
-
-ScopedAdaptersAddresses::ScopedAdaptersAddresses(Backend backend)
-{
-    const std::lock_guard guard(overrideLock);
-    _previous = std::exchange(overriddenBackend(), std::move(backend));
-}
-
-ScopedAdaptersAddresses::~ScopedAdaptersAddresses()
-{
-    const std::lock_guard guard(overrideLock);
-    overriddenBackend() = std::move(_previous);
 }
 
 } // namespace platform

@@ -1,7 +1,7 @@
 #pragma once
 #include "foundation/export.h"
+#include "platform/scoped_override.h"
 #include "platform/windows_types.h"
-#include <functional>
 
 struct sockaddr;
 
@@ -73,18 +73,8 @@ struct IP_ADAPTER_ADDRESSES {
 FN_EXPORT ULONG GetAdaptersAddresses(
     ULONG Family, ULONG Flags, void* Reserved, IP_ADAPTER_ADDRESSES* AdapterAddresses, ULONG* SizePointer);
 
-/// For tests: `GetAdaptersAddresses()` is answered by `backend` while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedAdaptersAddresses {
-public:
-    using Backend = std::function<ULONG(ULONG family, ULONG flags, IP_ADAPTER_ADDRESSES* addresses, ULONG* size)>;
-
-    explicit ScopedAdaptersAddresses(Backend backend);
-    ScopedAdaptersAddresses(const ScopedAdaptersAddresses&) = delete;
-    ScopedAdaptersAddresses& operator=(const ScopedAdaptersAddresses&) = delete;
-    ~ScopedAdaptersAddresses();
-
-private:
-    Backend _previous;
-};
+/// For tests: answers `GetAdaptersAddresses()`.
+using ScopedAdaptersAddresses = ScopedOverride<GetAdaptersAddresses>;
+extern template class FN_EXPORT ScopedOverride<GetAdaptersAddresses>;
 
 } // namespace platform

@@ -5,12 +5,14 @@
 #include <cerrno>
 #include <fmt/format.h>
 #include <limits>
-#include <mutex>
 #include <new>
 #include <sodium.h>
 #include <utility>
 
 namespace platform {
+
+template class ScopedOverride<CryptProtectData, DataProtectionCall>;
+
 namespace {
 
 // A protected blob: mark and version of the form, nonce, encrypted bytes with their authenticator. The mark is
@@ -21,19 +23,6 @@ constexpr std::size_t authenticatorBytes = crypto_aead_xchacha20poly1305_ietf_AB
 constexpr std::size_t headerBytes = mark.size() + nonceBytes;
 constexpr std::size_t overheadBytes = headerBytes + authenticatorBytes;
 static_assert(ProtectionKey::sizeBytes == crypto_aead_xchacha20poly1305_ietf_KEYBYTES);
-
-struct Calls {
-    ScopedDataProtection::Call protect;
-    ScopedDataProtection::Call unprotect;
-};
-
-std::mutex overrideLock;
-
-Calls& overriddenCalls() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& calls = *new Calls;
-    return calls;
-}
 
 fn::String& lastFailure()
 {
@@ -106,17 +95,11 @@ bool areSupported(const DATA_BLOB* in, bool hasOptions, const DATA_BLOB* out)
 }
 
 /// Runs `call`, or what a test has put in its place.
-BOOL run(ScopedDataProtection::Call Calls::*replacement, void (*call)(const DATA_BLOB&, DATA_BLOB&),
-    const DATA_BLOB& in, DATA_BLOB& out)
+BOOL run(void (*call)(const DATA_BLOB&, DATA_BLOB&), const DATA_BLOB& in, DATA_BLOB& out)
 {
     const DATA_BLOB source = in; // `out` may be the same blob.
     out = DATA_BLOB {};
-    ScopedDataProtection::Call replaced;
-    {
-        const std::lock_guard guard(overrideLock);
-        replaced = overriddenCalls().*replacement;
-    }
-    if (replaced) return replaced(source, out);
+    if (const auto answer = ScopedDataProtection::current()) return answer(source, out);
     try {
         initializeSodium();
         call(source, out);
@@ -136,7 +119,7 @@ BOOL CryptProtectData(DATA_BLOB* pDataIn, const char16_t* szDataDescr, DATA_BLOB
 {
     lastFailure() = fn::String();
     const bool hasOptions = szDataDescr || pOptionalEntropy || pvReserved || pPromptStruct || dwFlags;
-    if (areSupported(pDataIn, hasOptions, pDataOut)) return run(&Calls::protect, protect, *pDataIn, *pDataOut);
+    if (areSupported(pDataIn, hasOptions, pDataOut)) return run(protect, *pDataIn, *pDataOut);
     lastFailure() = "An argument is missing or not supported";
     return 0;
 }
@@ -146,7 +129,7 @@ BOOL CryptUnprotectData(DATA_BLOB* pDataIn, char16_t** ppszDataDescr, DATA_BLOB*
 {
     lastFailure() = fn::String();
     const bool hasOptions = ppszDataDescr || pOptionalEntropy || pvReserved || pPromptStruct || dwFlags;
-    if (areSupported(pDataIn, hasOptions, pDataOut)) return run(&Calls::unprotect, unprotect, *pDataIn, *pDataOut);
+    if (areSupported(pDataIn, hasOptions, pDataOut)) return run(unprotect, *pDataIn, *pDataOut);
     lastFailure() = "An argument is missing or not supported";
     return 0;
 }
@@ -158,21 +141,5 @@ void* LocalFree(void* memory)
 }
 
 fn::String dataProtectionFailure() { return lastFailure(); }
-
-ScopedDataProtection::ScopedDataProtection(Call protect, Call unprotect)
-{
-    const std::lock_guard guard(overrideLock);
-    auto& calls = overriddenCalls();
-    _previousProtect = std::exchange(calls.protect, std::move(protect));
-    _previousUnprotect = std::exchange(calls.unprotect, std::move(unprotect));
-}
-
-ScopedDataProtection::~ScopedDataProtection()
-{
-    const std::lock_guard guard(overrideLock);
-    auto& calls = overriddenCalls();
-    calls.protect = std::move(_previousProtect);
-    calls.unprotect = std::move(_previousUnprotect);
-}
 
 } // namespace platform

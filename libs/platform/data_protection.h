@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/string.h"
+#include "platform/scoped_override.h"
 #include "platform/windows_types.h"
 #include <functional>
 
@@ -41,20 +42,9 @@ FN_EXPORT void* LocalFree(void* memory);
 /// Why the last of these calls on this thread has failed, for logs: it names files, never their content.
 FN_EXPORT fn::String dataProtectionFailure();
 
-/// For tests: the calls are answered by these functions while this lives; what they throw goes to the caller. Nested ones
-/// end in reverse order.
-class FN_EXPORT ScopedDataProtection {
-public:
-    using Call = std::function<BOOL(const DATA_BLOB& in, DATA_BLOB& out)>;
-
-    ScopedDataProtection(Call protect, Call unprotect);
-    ScopedDataProtection(const ScopedDataProtection&) = delete;
-    ScopedDataProtection& operator=(const ScopedDataProtection&) = delete;
-    ~ScopedDataProtection();
-
-private:
-    Call _previousProtect;
-    Call _previousUnprotect;
-};
+/// For tests: answers both calls. What it throws goes to the caller.
+using DataProtectionCall = std::function<BOOL(const DATA_BLOB& in, DATA_BLOB& out)>;
+using ScopedDataProtection = ScopedOverride<CryptProtectData, DataProtectionCall>;
+extern template class FN_EXPORT ScopedOverride<CryptProtectData, DataProtectionCall>;
 
 } // namespace platform

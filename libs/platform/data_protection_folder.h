@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/exceptions.h"
 #include "foundation/string.h"
+#include "platform/scoped_override.h"
 
 namespace platform {
 
@@ -8,17 +9,8 @@ namespace platform {
 /// It need not exist. `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String protectionFolder();
 
-/// For tests: the key lies in `folder`, which is made where it is missing, while this lives. Nested ones end in reverse
-/// order.
-class FN_EXPORT ScopedProtectionFolder {
-public:
-    explicit ScopedProtectionFolder(fn::String folder);
-    ScopedProtectionFolder(const ScopedProtectionFolder&) = delete;
-    ScopedProtectionFolder& operator=(const ScopedProtectionFolder&) = delete;
-    ~ScopedProtectionFolder();
-
-private:
-    fn::String _previous;
-};
+/// For tests: the folder of the key, which is made where it is missing.
+using ScopedProtectionFolder = ScopedOverride<protectionFolder, fn::String>;
+extern template class FN_EXPORT ScopedOverride<protectionFolder, fn::String>;
 
 } // namespace platform

@@ -5,15 +5,10 @@
 #include <utility>
 
 namespace platform {
+
+template class ScopedOverride<SetThreadExecutionState>;
+
 namespace {
-
-std::mutex overrideLock;
-
-ScopedExecutionState::Backend& overriddenBackend() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& backend = *new ScopedExecutionState::Backend;
-    return backend;
-}
 
 /// What the login manager was asked for in this process's name.
 class SleepInhibition {
@@ -44,25 +39,9 @@ private:
 
 EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags)
 {
-    ScopedExecutionState::Backend backend;
-    {
-        const std::lock_guard guard(overrideLock);
-        backend = overriddenBackend();
-    }
+    if (const auto answer = ScopedExecutionState::current()) return answer(flags);
     static auto& inhibition = *new SleepInhibition; // Ends with the process.
-    return backend ? backend(flags) : inhibition.set(flags);
-}
-
-ScopedExecutionState::ScopedExecutionState(Backend backend)
-{
-    const std::lock_guard guard(overrideLock);
-    _previous = std::exchange(overriddenBackend(), std::move(backend));
-}
-
-ScopedExecutionState::~ScopedExecutionState()
-{
-    const std::lock_guard guard(overrideLock);
-    overriddenBackend() = std::move(_previous);
+    return inhibition.set(flags);
 }
 
 } // namespace platform

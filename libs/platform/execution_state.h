@@ -1,7 +1,7 @@
 #pragma once
 #include "foundation/export.h"
+#include "platform/scoped_override.h"
 #include "platform/windows_types.h"
-#include <functional>
 
 namespace platform {
 
@@ -21,18 +21,8 @@ inline constexpr EXECUTION_STATE ES_CONTINUOUS = 0x80000000; ///< The state hold
 /// it. Thread-safe.
 FN_EXPORT EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags);
 
-/// For tests: `SetThreadExecutionState()` is answered by `backend` while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedExecutionState {
-public:
-    using Backend = std::function<EXECUTION_STATE(EXECUTION_STATE)>;
-
-    explicit ScopedExecutionState(Backend backend);
-    ScopedExecutionState(const ScopedExecutionState&) = delete;
-    ScopedExecutionState& operator=(const ScopedExecutionState&) = delete;
-    ~ScopedExecutionState();
-
-private:
-    Backend _previous;
-};
+/// For tests: answers `SetThreadExecutionState()`.
+using ScopedExecutionState = ScopedOverride<SetThreadExecutionState>;
+extern template class FN_EXPORT ScopedOverride<SetThreadExecutionState>;
 
 } // namespace platform

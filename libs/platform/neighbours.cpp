@@ -3,21 +3,13 @@
 #include "platform/detail/netlink.h"
 #include <algorithm>
 #include <linux/neighbour.h>
-#include <mutex>
 #include <utility>
 
 namespace platform {
+
 namespace {
 
 using Address = std::span<const BYTE>;
-
-std::mutex overrideLock;
-
-ScopedNeighbours::Backend& overriddenBackend() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& backend = *new ScopedNeighbours::Backend;
-    return backend;
-}
 
 struct Neighbour {
     DWORD adapterIndex;
@@ -86,29 +78,11 @@ DWORD find(Address address, DWORD adapterIndex, HardwareAddress& hardwareAddress
 
 DWORD findNeighbour(std::span<const BYTE> address, DWORD adapterIndex, HardwareAddress& hardwareAddress)
 {
-    ScopedNeighbours::Backend backend;
-    {
-        const std::lock_guard guard(overrideLock);
-        backend = overriddenBackend();
-    }
-    if (backend) return backend(address, adapterIndex, hardwareAddress);
     try {
         return find(address, adapterIndex, hardwareAddress);
     } catch (const std::exception&) {
         return ERROR_GEN_FAILURE;
     }
-}
-
-ScopedNeighbours::ScopedNeighbours(Backend backend)
-{
-    const std::lock_guard guard(overrideLock);
-    _previous = std::exchange(overriddenBackend(), std::move(backend));
-}
-
-ScopedNeighbours::~ScopedNeighbours()
-{
-    const std::lock_guard guard(overrideLock);
-    overriddenBackend() = std::move(_previous);
 }
 
 } // namespace platform

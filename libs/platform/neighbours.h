@@ -2,7 +2,6 @@
 #include "foundation/export.h"
 #include "platform/windows_types.h"
 #include <array>
-#include <functional>
 #include <span>
 
 namespace platform {
@@ -16,19 +15,5 @@ using HardwareAddress = std::array<BYTE, 6>;
 ///
 /// 0, `ERROR_NOT_FOUND`, `ERROR_INVALID_PARAMETER` or `ERROR_GEN_FAILURE`. Thread-safe.
 FN_EXPORT DWORD findNeighbour(std::span<const BYTE> address, DWORD adapterIndex, HardwareAddress& hardwareAddress);
-
-/// For tests: `findNeighbour()` is answered by `backend` while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedNeighbours {
-public:
-    using Backend = std::function<DWORD(std::span<const BYTE>, DWORD, HardwareAddress&)>;
-
-    explicit ScopedNeighbours(Backend backend);
-    ScopedNeighbours(const ScopedNeighbours&) = delete;
-    ScopedNeighbours& operator=(const ScopedNeighbours&) = delete;
-    ~ScopedNeighbours();
-
-private:
-    Backend _previous;
-};
 
 } // namespace platform

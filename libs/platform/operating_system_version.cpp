@@ -1,22 +1,15 @@
 #include "platform/operating_system_version.h"
 #include <cstdio>
-#include <mutex>
 #include <sys/utsname.h>
-#include <utility>
 
 namespace platform {
+
+template class ScopedOverride<GetVersionExW>;
+
 namespace {
 
 constexpr DWORD platformNT = 2; // VER_PLATFORM_WIN32_NT
 constexpr BYTE workstation = 1; // VER_NT_WORKSTATION
-
-std::mutex overrideLock;
-
-ScopedOperatingSystemVersion::Query& overriddenQuery() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& query = *new ScopedOperatingSystemVersion::Query;
-    return query;
-}
 
 BOOL queryKernel(OSVERSIONINFOEXW& information)
 {
@@ -38,24 +31,8 @@ BOOL queryKernel(OSVERSIONINFOEXW& information)
 BOOL GetVersionExW(OSVERSIONINFOEXW* information)
 {
     if (!information || information->dwOSVersionInfoSize != sizeof(*information)) return 0;
-    ScopedOperatingSystemVersion::Query query;
-    {
-        const std::lock_guard guard(overrideLock);
-        query = overriddenQuery();
-    }
-    return query ? query(*information) : queryKernel(*information);
-}
-
-ScopedOperatingSystemVersion::ScopedOperatingSystemVersion(Query query)
-{
-    const std::lock_guard guard(overrideLock);
-    _previous = std::exchange(overriddenQuery(), std::move(query));
-}
-
-ScopedOperatingSystemVersion::~ScopedOperatingSystemVersion()
-{
-    const std::lock_guard guard(overrideLock);
-    overriddenQuery() = std::move(_previous);
+    const auto answer = ScopedOperatingSystemVersion::current();
+    return answer ? answer(information) : queryKernel(*information);
 }
 
 } // namespace platform

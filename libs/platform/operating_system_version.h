@@ -1,7 +1,7 @@
 #pragma once
 #include "foundation/export.h"
+#include "platform/scoped_override.h"
 #include "platform/windows_types.h"
-#include <functional>
 
 namespace platform {
 
@@ -24,18 +24,8 @@ static_assert(sizeof(OSVERSIONINFOEXW) == 284);
 /// Thread-safe.
 FN_EXPORT BOOL GetVersionExW(OSVERSIONINFOEXW* information);
 
-/// For tests: `GetVersionExW()` is answered by `query` while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedOperatingSystemVersion {
-public:
-    using Query = std::function<BOOL(OSVERSIONINFOEXW&)>;
-
-    explicit ScopedOperatingSystemVersion(Query query);
-    ScopedOperatingSystemVersion(const ScopedOperatingSystemVersion&) = delete;
-    ScopedOperatingSystemVersion& operator=(const ScopedOperatingSystemVersion&) = delete;
-    ~ScopedOperatingSystemVersion();
-
-private:
-    Query _previous;
-};
+/// For tests: answers `GetVersionExW()`.
+using ScopedOperatingSystemVersion = ScopedOverride<GetVersionExW>;
+extern template class FN_EXPORT ScopedOverride<GetVersionExW>;
 
 } // namespace platform

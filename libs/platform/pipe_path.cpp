@@ -4,24 +4,18 @@
 #include <cstdlib>
 #include <cstring>
 #include <fmt/format.h>
-#include <mutex>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform {
+
+template class ScopedOverride<privatePath, fn::String>;
+
 namespace {
 
 constexpr std::string_view prefix = R"(\\.\pipe\)";
 constexpr mode_t onlyOwner = 0700;
-
-std::mutex overrideLock;
-
-fn::String& overriddenFolder() // Empty: none. Guarded by `overrideLock`.
-{
-    static auto& folder = *new fn::String;
-    return folder;
-}
 
 [[noreturn]] void fail(const fn::String& message, int error)
 {
@@ -63,10 +57,7 @@ void requirePrivateFolder(const fn::String& folder)
 
 fn::String privateFolder()
 {
-    {
-        const std::lock_guard guard(overrideLock);
-        if (!overriddenFolder().empty()) return overriddenFolder();
-    }
+    if (const auto folder = ScopedPipeFolder::current(); !folder.empty()) return folder;
     auto folder = folderPath();
     requirePrivateFolder(folder);
     return folder;
@@ -102,18 +93,6 @@ sockaddr_un socketAddress(const fn::String& path)
     }
     std::memcpy(address.sun_path, path.data(), path.size());
     return address;
-}
-
-ScopedPipeFolder::ScopedPipeFolder(fn::String folder)
-{
-    const std::lock_guard guard(overrideLock);
-    _previous = std::exchange(overriddenFolder(), std::move(folder));
-}
-
-ScopedPipeFolder::~ScopedPipeFolder()
-{
-    const std::lock_guard guard(overrideLock);
-    overriddenFolder() = std::move(_previous);
 }
 
 } // namespace platform

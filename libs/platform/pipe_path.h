@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/exceptions.h"
 #include "foundation/string.h"
+#include "platform/scoped_override.h"
 #include <sys/un.h>
 
 namespace platform {
@@ -24,16 +25,8 @@ FN_EXPORT fn::String pipePath(const fn::String& pipeName);
 /// The address of a socket at `path`. `fn::IOException` (ENAMETOOLONG) where the system's 107 bytes do not hold it.
 FN_EXPORT sockaddr_un socketAddress(const fn::String& path);
 
-/// For tests: private paths lie in `folder`, which must exist, while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedPipeFolder {
-public:
-    explicit ScopedPipeFolder(fn::String folder);
-    ScopedPipeFolder(const ScopedPipeFolder&) = delete;
-    ScopedPipeFolder& operator=(const ScopedPipeFolder&) = delete;
-    ~ScopedPipeFolder();
-
-private:
-    fn::String _previous;
-};
+/// For tests: the folder of private paths, which must exist.
+using ScopedPipeFolder = ScopedOverride<privatePath, fn::String>;
+extern template class FN_EXPORT ScopedOverride<privatePath, fn::String>;
 
 } // namespace platform

@@ -43,11 +43,11 @@ TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
 
 TEST(AppInfo, DescribesTheOperatingSystem)
 {
-    const platform::ScopedOperatingSystemVersion fake([](platform::OSVERSIONINFOEXW& version) {
-        version.dwMajorVersion = 6;
-        version.dwMinorVersion = 10;
-        std::u16string_view(u" Service Pack 1 ").copy(version.szCSDVersion, 127);
-        return version.dwOSVersionInfoSize == 284;
+    const platform::ScopedOperatingSystemVersion fake([](platform::OSVERSIONINFOEXW* version) {
+        version->dwMajorVersion = 6;
+        version->dwMinorVersion = 10;
+        std::u16string_view(u" Service Pack 1 ").copy(version->szCSDVersion, 127);
+        return version->dwOSVersionInfoSize == 284;
     });
     EXPECT_EQ(AppInfo().operatingSystemVersion(), "6.10 (Service Pack 1)");
 }

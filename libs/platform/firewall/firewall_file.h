@@ -1,6 +1,7 @@
 #pragma once
 #include "foundation/exceptions.h"
 #include "foundation/string.h"
+#include "platform/scoped_override.h"
 
 namespace platform {
 
@@ -13,16 +14,8 @@ namespace platform {
 /// filter is changed. `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String firewallFile();
 
-/// For tests: `firewallFile()` is `path` while this lives. Nested ones end in reverse order.
-class FN_EXPORT ScopedFirewallFile {
-public:
-    explicit ScopedFirewallFile(fn::String path);
-    ScopedFirewallFile(const ScopedFirewallFile&) = delete;
-    ScopedFirewallFile& operator=(const ScopedFirewallFile&) = delete;
-    ~ScopedFirewallFile();
-
-private:
-    fn::String _previous;
-};
+/// For tests: another path for it.
+using ScopedFirewallFile = ScopedOverride<firewallFile, fn::String>;
+extern template class FN_EXPORT ScopedOverride<firewallFile, fn::String>;
 
 } // namespace platform

@@ -178,7 +178,7 @@ TEST_F(Kernel, AdaptersAreTakenByTheirKindAndFailuresAreToldInTheLog)
     EXPECT_EQ(adapter->IfType, IF_TYPE_ETHERNET_CSMACD);
     std::vector<ULONG> answers; // To the two calls of each look.
     std::size_t calls = 0;
-    const ScopedAdaptersAddresses backend([&](ULONG, ULONG, IP_ADAPTER_ADDRESSES* result, ULONG* size) {
+    const ScopedAdaptersAddresses backend([&](ULONG, ULONG, void*, IP_ADAPTER_ADDRESSES* result, ULONG* size) {
         const auto answer = answers.at(calls++ % answers.size());
         *size = 300;
         if (answer == ERROR_SUCCESS) (*result = *adapter).Next = nullptr;

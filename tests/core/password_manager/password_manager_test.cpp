@@ -133,7 +133,7 @@ TEST_F(PasswordManager, WhatCanNotBeProtectedIsRefusedAndWhatWasThereStays)
     const test::LogCapture log(1);
     for (const bool throws : { false, true }) {
         const auto call = [&](const auto&, auto&) { return throws ? throw fn::IOException("no luck") : 0; };
-        const platform::ScopedDataProtection failing(call, call);
+        const platform::ScopedDataProtection failing(call);
         EXPECT_EQ(manager.getPassword("g", "k"), "");
         EXPECT_THROW(manager.setPassword("g", "k", "x"), fn::RuntimeException);
     }
