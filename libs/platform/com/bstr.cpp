@@ -1,66 +1,61 @@
 #include "platform/com/bstr.h"
-#include "platform/com/com_backend.h"
+#include "platform/com/detail/com_object.h"
 #include <cstdlib>
 #include <cstring>
 #include <glib.h>
 #include <limits>
+#include <string>
 
 namespace platform {
 namespace {
 
 constexpr std::size_t lengthBytes = sizeof(UINT); // In front of the text: its size in bytes.
+constexpr std::size_t mostUnits = (std::numeric_limits<UINT>::max() - lengthBytes) / sizeof(OLECHAR) - 1;
 
-/// The first character of UTF-8 text and its size in bytes.
-struct Character {
-    char32_t code;
-    int bytes;
-};
-
-Character firstCharacter(const char* text, int bytes)
+void append(std::u16string& units, char32_t code)
 {
-    const auto first = static_cast<unsigned char>(*text);
-    if (first < 0x80) return { first, 1 };
-    const gunichar code = g_utf8_get_char_validated(text, bytes);
-    if (code >= static_cast<gunichar>(-2)) return { 0xFFFD, 1 };
-    return { code, g_utf8_skip[first] };
+    if (code >= 0x10000) {
+        units += static_cast<OLECHAR>(0xD800 + ((code - 0x10000) >> 10));
+        units += static_cast<OLECHAR>(0xDC00 + ((code - 0x10000) & 0x3FF));
+    } else {
+        units += static_cast<OLECHAR>(code);
+    }
 }
 
-/// Writes a character at `position` if it has room there, and gives the position behind it.
-std::int64_t append(char32_t code, OLECHAR* output, std::int64_t position, std::int64_t length)
+std::u16string toUTF16(std::string_view text)
 {
-    const std::int64_t end = position + (code >= 0x10000 ? 2 : 1);
-    if (end > length) return end;
-    if (code >= 0x10000) {
-        output[position] = static_cast<OLECHAR>(0xD800 + ((code - 0x10000) >> 10));
-        output[position + 1] = static_cast<OLECHAR>(0xDC00 + ((code - 0x10000) & 0x3FF));
-    } else {
-        output[position] = static_cast<OLECHAR>(code);
+    std::u16string units;
+    while (!text.empty()) {
+        // GLib takes a 0 for the end.
+        const auto code = text.front() == '\0'
+            ? gunichar(0)
+            : g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));
+        const bool isValid = code < static_cast<gunichar>(-2);
+        append(units, isValid ? code : 0xFFFD);
+        text.remove_prefix(isValid ? static_cast<std::size_t>(g_utf8_next_char(text.data()) - text.data()) : 1);
     }
-    return end;
+    return units;
 }
 
 } // namespace
 
-BSTR ComBackend::sysAllocStringLen(const OLECHAR* text, UINT length)
+BSTR SysAllocStringLen(const OLECHAR* text, UINT length)
 {
-    if (length > (std::numeric_limits<UINT>::max() - lengthBytes) / sizeof(OLECHAR) - 1) return nullptr;
-    const std::size_t textBytes = length * sizeof(OLECHAR);
-    auto* const memory = static_cast<char*>(std::malloc(lengthBytes + textBytes + sizeof(OLECHAR)));
+    if (detail::isToFail() || length > mostUnits) return nullptr;
+    const auto textBytes = static_cast<UINT>(length * sizeof(OLECHAR));
+    auto* const memory = static_cast<char*>(std::calloc(1, lengthBytes + textBytes + sizeof(OLECHAR)));
     if (!memory) return nullptr;
-    const auto stated = static_cast<UINT>(textBytes);
-    std::memcpy(memory, &stated, lengthBytes);
-    auto* const result = reinterpret_cast<BSTR>(memory + lengthBytes);
-    if (text)
-        std::memcpy(result, text, textBytes);
-    else
-        std::memset(result, 0, textBytes);
-    result[length] = 0;
-    return result;
+    ++detail::objectCount();
+    std::memcpy(memory, &textBytes, lengthBytes);
+    if (length > 0) std::memcpy(memory + lengthBytes, text, textBytes);
+    return reinterpret_cast<BSTR>(memory + lengthBytes);
 }
 
-void ComBackend::sysFreeString(BSTR text)
+void SysFreeString(BSTR text)
 {
-    if (text) std::free(reinterpret_cast<char*>(text) - lengthBytes);
+    if (!text) return;
+    std::free(reinterpret_cast<char*>(text) - lengthBytes);
+    --detail::objectCount();
 }
 
 UINT SysStringLen(BSTR text)
@@ -71,20 +66,12 @@ UINT SysStringLen(BSTR text)
     return textBytes / sizeof(OLECHAR);
 }
 
-int MultiByteToWideChar(UINT codePage, DWORD flags, const char* text, int bytes, OLECHAR* output, int outputLength)
+BSTR allocText(const fn::String& text)
 {
-    if (codePage != CP_UTF8 || flags != 0 || !text || outputLength < 0 || (outputLength > 0 && !output)) return 0;
-    constexpr auto most = std::numeric_limits<int>::max();
-    const std::size_t size = bytes == -1 ? std::strlen(text) + 1 : static_cast<std::size_t>(bytes);
-    if (bytes < -1 || size > static_cast<std::size_t>(most)) return 0;
-    const char* const end = text + size;
-    std::int64_t position = 0;
-    while (text < end) {
-        const auto character = firstCharacter(text, static_cast<int>(end - text));
-        position = append(character.code, output, position, outputLength);
-        text += character.bytes;
-    }
-    return outputLength > 0 && position > outputLength ? 0 : static_cast<int>(position);
+    const auto units = toUTF16(text);
+    return units.size() > mostUnits ? nullptr : SysAllocStringLen(units.data(), static_cast<UINT>(units.size()));
 }
+
+fn::String textOf(BSTR text) { return text ? fn::String::fromUTF16({ text, SysStringLen(text) }) : fn::String(); }
 
 } // namespace platform

@@ -1,5 +1,6 @@
 #pragma once
 #include "foundation/export.h"
+#include "foundation/string.h"
 #include "platform/windows_types.h"
 
 namespace platform {
@@ -10,21 +11,15 @@ using OLECHAR = char16_t;
 /// UTF-16 text that knows its length and ends with a 0, made and freed by the calls below. Null reads as "".
 using BSTR = OLECHAR*;
 
-/// The copy of a text that ends with a 0; null for null, or if there is no memory. Thread-safe, like those below.
-FN_EXPORT BSTR SysAllocString(const OLECHAR* text);
-
-/// Room for `length` units and a 0 behind them, filled from `text` unless that is null. Null if there is no memory.
+/// The copy of `length` units, with a 0 behind them. Null if there is no memory. Thread-safe, like those below.
 FN_EXPORT BSTR SysAllocStringLen(const OLECHAR* text, UINT length);
 
 FN_EXPORT void SysFreeString(BSTR text); ///< Null is allowed.
 FN_EXPORT UINT SysStringLen(BSTR text); ///< In units; 0 for null.
 
-inline constexpr UINT CP_UTF8 = 65001;
+/// The copy of a text in UTF-8; each byte that is none becomes U+FFFD. Null if there is no memory.
+FN_EXPORT BSTR allocText(const fn::String& text);
 
-/// Converts `bytes` bytes of UTF-8 to UTF-16 and gives the number of units; with `outputLength` 0 it only counts them.
-/// With -1 for `bytes` the text ends with a 0, which is converted, too. What is no UTF-8 becomes U+FFFD, byte by byte.
-/// 0 where nothing is to be converted, the output is too small, or for any other code page or flags. Thread-safe.
-FN_EXPORT int MultiByteToWideChar(
-    UINT codePage, DWORD flags, const char* text, int bytes, OLECHAR* output, int outputLength);
+FN_EXPORT fn::String textOf(BSTR text); ///< In UTF-8; half of a pair becomes U+FFFD.
 
 } // namespace platform

@@ -2,6 +2,7 @@
 #include "platform/com/bstr.h"
 #include "platform/com/result_codes.h"
 #include "platform/com/unknown.h"
+#include "platform/scoped_override.h"
 
 namespace platform {
 
@@ -46,7 +47,13 @@ FN_EXPORT HRESULT CoGetObject(const OLECHAR* moniker, BIND_OPTS* options, REFIID
 /// Writes "{XXXXXXXX-XXXX-XXXX-XXXX-XXXXXXXXXXXX}" and a 0. Gives 39, or 0 if `length` units do not suffice.
 FN_EXPORT int StringFromGUID2(REFGUID guid, OLECHAR* text, int length);
 
-/// `S_OK` if no object of this layer exists any more, else `S_FALSE`. Thread-safe.
+/// `S_OK` if no object and no BSTR of this layer exists any more, else `S_FALSE`. Thread-safe.
 FN_EXPORT HRESULT DllCanUnloadNow();
+
+/// For tests: asked at the beginning of each call of COM and of its objects whether that is to fail. What it throws comes out
+/// of the call, unless that is an object's.
+using ComFailure = std::function<bool()>;
+using ScopedComFailure = ScopedOverride<CoCreateInstance, ComFailure>;
+extern template class FN_EXPORT ScopedOverride<CoCreateInstance, ComFailure>;
 
 } // namespace platform

@@ -1,6 +1,6 @@
 #pragma once
 #include "foundation/string.h"
-#include <functional>
+#include "platform/com/com.h"
 
 namespace platform {
 
@@ -8,19 +8,11 @@ namespace platform {
 /// that wants it, which waits. An exception counts as a failure.
 using ElevationPrompt = std::function<bool(const fn::String& action)>;
 
-/// `CoGetObject()` asks `prompt` while this lives; nested ones end in reverse order. A program installs one in `main()`. Without
-/// any, elevation is refused, with a line on standard error that says so.
+/// Whom `CoGetObject()` asks. A program installs one in `main()`. Without any, elevation is refused, with a line on standard
+/// error that says so.
 ///
-/// Elevation here means that the layer's own objects accept changes; the process gets no other rights.
-class FN_EXPORT ScopedElevationPrompt {
-public:
-    explicit ScopedElevationPrompt(ElevationPrompt prompt);
-    ScopedElevationPrompt(const ScopedElevationPrompt&) = delete;
-    ScopedElevationPrompt& operator=(const ScopedElevationPrompt&) = delete;
-    ~ScopedElevationPrompt();
-
-private:
-    ElevationPrompt _previous;
-};
+/// Elevation here is the question alone: what the process may do stays as it is.
+using ScopedElevationPrompt = ScopedOverride<CoGetObject, ElevationPrompt>;
+extern template class FN_EXPORT ScopedOverride<CoGetObject, ElevationPrompt>;
 
 } // namespace platform

@@ -24,12 +24,9 @@ inline constexpr auto E_OUTOFMEMORY = static_cast<HRESULT>(0x8007000EU);
 inline constexpr auto E_INVALIDARG = static_cast<HRESULT>(0x80070057U);
 inline constexpr auto RPC_E_CHANGED_MODE = static_cast<HRESULT>(0x80010106U); ///< COM is in the other mode already.
 inline constexpr auto CO_E_NOTINITIALIZED = static_cast<HRESULT>(0x800401F0U);
-inline constexpr auto CO_E_ELEVATION_DISABLED = static_cast<HRESULT>(0x80080017U); ///< Not for this class.
-inline constexpr auto CLASS_E_NOAGGREGATION = static_cast<HRESULT>(0x80040110U);
 inline constexpr auto REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154U);
 inline constexpr auto MK_E_SYNTAX = static_cast<HRESULT>(0x800401E4U); ///< A moniker that nobody understands.
 inline constexpr auto DISP_E_TYPEMISMATCH = static_cast<HRESULT>(0x80020005U);
-inline constexpr auto DISP_E_BADVARTYPE = static_cast<HRESULT>(0x80020008U);
 
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;
 inline constexpr DWORD ERROR_CANCELLED = 1223; ///< The user has said no.

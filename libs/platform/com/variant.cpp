@@ -1,6 +1,5 @@
 #include "platform/com/variant.h"
-#include "platform/com/com_backend.h"
-#include "platform/com/result_codes.h"
+#include "platform/com/detail/com_object.h"
 
 namespace platform {
 namespace {
@@ -14,52 +13,26 @@ IUnknown* objectOf(const VARIANT& variant)
 
 } // namespace
 
-void VariantInit(VARIANT* variant)
-{
-    if (variant) *variant = VARIANT {};
-}
+void VariantInit(VARIANT* variant) { *variant = VARIANT {}; }
 
 HRESULT VariantClear(VARIANT* variant)
 {
-    if (!variant) return E_INVALIDARG;
-    switch (variant->vt) {
-    case VT_EMPTY:
-    case VT_I4:
-    case VT_BOOL: break;
-    case VT_BSTR: SysFreeString(variant->bstrVal); break;
-    case VT_UNKNOWN:
-    case VT_DISPATCH:
-        if (auto* const object = objectOf(*variant)) object->Release();
-        break;
-    default: return DISP_E_BADVARTYPE;
-    }
+    if (auto* const object = objectOf(*variant)) object->Release();
     VariantInit(variant);
     return S_OK;
 }
 
-HRESULT ComBackend::variantChangeType(VARIANT* target, const VARIANT* source, WORD, VARTYPE type)
+HRESULT VariantChangeType(VARIANT* target, const VARIANT* source, WORD, VARTYPE type)
 {
-    if (!target || !source) return E_INVALIDARG;
-    const bool isDispatch = type == VT_DISPATCH;
+    if (detail::isToFail()) return E_FAIL;
     auto* const object = objectOf(*source);
-    if (!object || (type != VT_UNKNOWN && !isDispatch)) return DISP_E_TYPEMISMATCH;
-
-    void* converted = nullptr;
-    if (FAILED(object->QueryInterface(isDispatch ? IID_IDispatch : IID_IUnknown, &converted))) {
+    void* dispatch = nullptr;
+    if (!object || type != VT_DISPATCH || FAILED(object->QueryInterface(IID_IDispatch, &dispatch))) {
         return DISP_E_TYPEMISMATCH;
     }
-    VARIANT result {};
-    result.vt = type;
-    if (isDispatch)
-        result.pdispVal = static_cast<IDispatch*>(converted);
-    else
-        result.punkVal = static_cast<IUnknown*>(converted);
-    const HRESULT cleared = VariantClear(target);
-    if (FAILED(cleared)) {
-        VariantClear(&result);
-        return cleared;
-    }
-    *target = result;
+    VariantClear(target);
+    target->vt = VT_DISPATCH;
+    target->pdispVal = static_cast<IDispatch*>(dispatch);
     return S_OK;
 }
 

@@ -11,22 +11,16 @@ inline constexpr VARIANT_BOOL VARIANT_TRUE = -1;
 inline constexpr VARIANT_BOOL VARIANT_FALSE = 0;
 
 inline constexpr VARTYPE VT_EMPTY = 0;
-inline constexpr VARTYPE VT_I4 = 3;
-inline constexpr VARTYPE VT_BSTR = 8;
 inline constexpr VARTYPE VT_DISPATCH = 9;
-inline constexpr VARTYPE VT_BOOL = 11;
 inline constexpr VARTYPE VT_UNKNOWN = 13;
 
-/// One value of the kind that `vt` says. It owns its text or its reference until `VariantClear()`.
+/// One value of the kind that `vt` says: an object here, of which it owns a reference until `VariantClear()`.
 struct VARIANT {
     VARTYPE vt;
     WORD wReserved1;
     WORD wReserved2;
     WORD wReserved3;
     union {
-        LONG lVal;
-        VARIANT_BOOL boolVal;
-        BSTR bstrVal;
         IUnknown* punkVal;
         IDispatch* pdispVal;
     };
@@ -34,11 +28,10 @@ struct VARIANT {
 
 FN_EXPORT void VariantInit(VARIANT* variant); ///< Makes it `VT_EMPTY` without looking at what it was.
 
-/// Frees or releases what it holds and makes it empty. `DISP_E_BADVARTYPE` for a kind that is not listed above.
-FN_EXPORT HRESULT VariantClear(VARIANT* variant);
+FN_EXPORT HRESULT VariantClear(VARIANT* variant); ///< Releases what it holds and makes it empty.
 
-/// Puts `source`, as a value of kind `type`, into `target`, whose content is cleared first; both may be the same. On failure
-/// both are as before. Offered here: objects as `VT_UNKNOWN` or `VT_DISPATCH`; else `DISP_E_TYPEMISMATCH`.
+/// Puts the object of `source` as `type` into `target`, whose content is released first; both may be the same. `DISP_E_TYPEMISMATCH`,
+/// after which both are as before, if there is none, or if it is none of that kind; offered here is `VT_DISPATCH`.
 FN_EXPORT HRESULT VariantChangeType(VARIANT* target, const VARIANT* source, WORD flags, VARTYPE type);
 
 inline constexpr IID IID_IEnumVARIANT { 0x00020404, 0x0000, 0x0000,
@@ -47,8 +40,8 @@ inline constexpr IID IID_IEnumVARIANT { 0x00020404, 0x0000, 0x0000,
 /// Goes once through a list as it was when the enumeration began.
 class FN_EXPORT IEnumVARIANT : public IUnknown {
 public:
-    /// Fills up to `count` variants, which the caller clears, and says in `fetched` how many (null is allowed for one).
-    /// `S_FALSE`: there were fewer.
+    /// Fills one variant, which the caller clears, and says in `fetched` how many (null is allowed). `S_FALSE`: there was none
+    /// any more. Offered here is a `count` of 1.
     virtual HRESULT Next(ULONG count, VARIANT* variants, ULONG* fetched) = 0;
 
 protected:

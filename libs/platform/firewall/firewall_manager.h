@@ -20,15 +20,12 @@ inline constexpr IID IID_INetFwAuthorizedApplications { 0x644EFD52, 0xCCF9, 0x48
 inline constexpr IID IID_INetFwAuthorizedApplication { 0xB5E64FFA, 0xC2C5, 0x444E,
     { 0xA3, 0x01, 0xFB, 0x5E, 0x00, 0x01, 0x80, 0x50 } };
 
-/// A program that may communicate. A new one is enabled. Those from the list are read-only here: `E_ACCESSDENIED`.
+/// A program that may communicate. A new one is enabled. That from the list is a copy.
 class FN_EXPORT INetFwAuthorizedApplication : public IDispatch {
 public:
-    virtual HRESULT get_Name(BSTR* name) = 0; ///< The caller frees the text; so with all getters.
     virtual HRESULT put_Name(BSTR name) = 0;
-    virtual HRESULT get_ProcessImageFileName(BSTR* path) = 0;
     virtual HRESULT put_ProcessImageFileName(BSTR path) = 0;
     virtual HRESULT get_Enabled(VARIANT_BOOL* enabled) = 0;
-    virtual HRESULT put_Enabled(VARIANT_BOOL enabled) = 0;
 
 protected:
     ~INetFwAuthorizedApplication() = default;
@@ -36,10 +33,8 @@ protected:
 
 class FN_EXPORT INetFwAuthorizedApplications : public IDispatch {
 public:
-    virtual HRESULT get_Count(LONG* count) = 0;
-
-    /// Records a copy of `application`, in place of one with the same path. `E_ACCESSDENIED` without an administrator's rights,
-    /// `E_INVALIDARG` without a path.
+    /// Records a copy of `application`, in place of one with the same path. `E_INVALIDARG` without a path, or for an
+    /// object that is not of this layer.
     virtual HRESULT Add(INetFwAuthorizedApplication* application) = 0;
 
     /// `HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)` and null if the path is not in the list; letters count as they are.
@@ -66,7 +61,7 @@ protected:
     ~INetFwPolicy() = default;
 };
 
-/// The root, `CLSID_NetFwMgr`. What is got from an elevated one is elevated, too.
+/// The root, `CLSID_NetFwMgr`.
 class FN_EXPORT INetFwMgr : public IDispatch {
 public:
     virtual HRESULT get_LocalPolicy(INetFwPolicy** policy) = 0;

@@ -24,31 +24,23 @@ enum NET_FW_PROFILE_TYPE2 : LONG {
 };
 enum NET_FW_RULE_DIRECTION : LONG { NET_FW_RULE_DIR_IN = 1, NET_FW_RULE_DIR_OUT = 2 };
 enum NET_FW_ACTION : LONG { NET_FW_ACTION_BLOCK = 0, NET_FW_ACTION_ALLOW = 1 };
-enum NET_FW_IP_PROTOCOL : LONG {
-    NET_FW_IP_PROTOCOL_TCP = 6,
-    NET_FW_IP_PROTOCOL_UDP = 17,
-    NET_FW_IP_PROTOCOL_ANY = 256,
-};
+inline constexpr LONG NET_FW_IP_PROTOCOL_ANY = 256;
 
 /// A new rule is disabled, and blocks what comes in by any protocol on all networks, whatever the program. Those from the list are
-/// read-only here: `E_ACCESSDENIED`. A value that is none of the above, or a text with a 0 in it, is `E_INVALIDARG`.
+/// copies. A text with a 0 in it is `E_INVALIDARG`.
 class FN_EXPORT INetFwRule : public IDispatch {
 public:
     virtual HRESULT get_Name(BSTR* name) = 0; ///< The caller frees the text; so with all getters.
     virtual HRESULT put_Name(BSTR name) = 0;
-    virtual HRESULT get_Description(BSTR* description) = 0;
     virtual HRESULT put_Description(BSTR description) = 0;
     virtual HRESULT get_ApplicationName(BSTR* path) = 0;
     virtual HRESULT put_ApplicationName(BSTR path) = 0;
     virtual HRESULT get_Protocol(LONG* protocol) = 0;
-    virtual HRESULT put_Protocol(LONG protocol) = 0; ///< 0 to 256.
     virtual HRESULT get_Direction(NET_FW_RULE_DIRECTION* direction) = 0;
     virtual HRESULT put_Direction(NET_FW_RULE_DIRECTION direction) = 0;
     virtual HRESULT get_Enabled(VARIANT_BOOL* enabled) = 0;
     virtual HRESULT put_Enabled(VARIANT_BOOL enabled) = 0;
-    virtual HRESULT get_Profiles(LONG* profiles) = 0;
     virtual HRESULT put_Profiles(LONG profiles) = 0;
-    virtual HRESULT get_Action(NET_FW_ACTION* action) = 0;
     virtual HRESULT put_Action(NET_FW_ACTION action) = 0;
 
 protected:
@@ -59,7 +51,7 @@ class FN_EXPORT INetFwRules : public IDispatch {
 public:
     virtual HRESULT get_Count(LONG* count) = 0;
 
-    /// Appends a copy of `rule`, also where there is an equal one. `E_ACCESSDENIED` without an administrator's rights.
+    /// Appends a copy of `rule`, also where there is an equal one. `E_INVALIDARG` for an object that is not of this layer.
     virtual HRESULT Add(INetFwRule* rule) = 0;
 
     virtual HRESULT get__NewEnum(IUnknown** enumeration) = 0; ///< An IEnumVARIANT of the rules, as `VT_DISPATCH`.
@@ -68,7 +60,7 @@ protected:
     ~INetFwRules() = default;
 };
 
-/// The root, `CLSID_NetFwPolicy2`. What is got from an elevated one is elevated, too.
+/// The root, `CLSID_NetFwPolicy2`.
 class FN_EXPORT INetFwPolicy2 : public IDispatch {
 public:
     virtual HRESULT get_CurrentProfileTypes(LONG* types) = 0; ///< Bits of NET_FW_PROFILE_TYPE2.

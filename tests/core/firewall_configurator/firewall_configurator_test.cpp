@@ -1,7 +1,6 @@
 // What can break here, with the firewall that programs get: what one asks for and another is told; rights without the user's
 // consent; a failure that is taken for success; objects, texts or uses of COM left behind, or taken from somebody else.
 #include "core/firewall_configurator/firewall_configurator.h"
-#include "platform/com/com_backend.h"
 #include "platform/com/elevation_prompt.h"
 #include "platform/firewall/firewall_file.h"
 #include "support/log_capture.h"
@@ -16,58 +15,14 @@ using namespace platform;
 using Make = std::unique_ptr<FirewallConfigurator> (*)();
 
 const fn::String path = "/opt/Zürich 𝄞/server";
-const fn::String name = "Lumen Hall";
-
-/// The program's own COM, of which one call fails, or throws as when there is no memory.
-class FailingCom final : public ComBackend {
-public:
-    int failing = -1; ///< The index of that call; no such call: none.
-    bool isThrowing = false;
-    int calls = 0;
-    int texts = 0; ///< Those that nobody has freed.
-
-    HRESULT coInitializeEx(void* reserved, DWORD mode) override
-    {
-        return fails() ? E_FAIL : ComBackend::coInitializeEx(reserved, mode);
-    }
-    HRESULT coCreateInstance(REFCLSID clsid, IUnknown* outer, DWORD context, REFIID iid, void** object) override
-    {
-        return fails() ? E_FAIL : ComBackend::coCreateInstance(clsid, outer, context, iid, object);
-    }
-    HRESULT coGetObject(const OLECHAR* moniker, BIND_OPTS* options, REFIID iid, void** object) override
-    {
-        return fails() ? E_FAIL : ComBackend::coGetObject(moniker, options, iid, object);
-    }
-    BSTR sysAllocStringLen(const OLECHAR* text, UINT length) override
-    {
-        if (fails()) return nullptr;
-        ++texts;
-        return ComBackend::sysAllocStringLen(text, length);
-    }
-    void sysFreeString(BSTR text) override
-    {
-        if (text) --texts;
-        ComBackend::sysFreeString(text);
-    }
-    HRESULT variantChangeType(VARIANT* target, const VARIANT* source, WORD flags, VARTYPE type) override
-    {
-        return fails() ? E_FAIL : ComBackend::variantChangeType(target, source, flags, type);
-    }
-
-private:
-    bool fails()
-    {
-        if (calls++ != failing) return false;
-        return isThrowing ? throw std::bad_alloc() : true;
-    }
-};
+const fn::String name = "Lumen \xFC Hall";
+const fn::String recordedName = "Lumen \uFFFD Hall";
 
 struct Firewall : testing::TestWithParam<Make> {
     ~Firewall() override
     {
         configurator.reset();
-        EXPECT_EQ(com.texts, 0);
-        EXPECT_EQ(DllCanUnloadNow(), S_OK) << "An object is left.";
+        EXPECT_EQ(DllCanUnloadNow(), S_OK) << "An object or a text is left.";
         // The mode of this thread is free again.
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
         CoUninitialize();
@@ -75,8 +30,13 @@ struct Firewall : testing::TestWithParam<Make> {
 
     test::TemporaryFolder folder;
     ScopedFirewallFile file { folder.file("firewall.rules") };
-    FailingCom com;
-    ScopedComBackend backend { com };
+    int failing = -1; // The number of the call of COM or of its objects that fails; no such one: none.
+    bool isThrowing = false; // As when there is no memory.
+    int calls = 0;
+    ScopedComFailure failure { [this] {
+        const bool fails = calls++ == failing;
+        return fails && isThrowing ? throw std::bad_alloc() : fails;
+    } };
     bool isGranted = true;
     int asked = 0;
     ScopedElevationPrompt prompt { [this](const fn::String&) {
@@ -123,8 +83,8 @@ TEST_P(Firewall, TellsOthersWhatWasAuthorized)
     const auto entry = isAdvanced ? fmt::format("description=Allow incoming network traffic to {0}\n"
                                                 "applicationName={1}\nprotocol=256\nprofiles=2147483647\n"
                                                 "direction=2\naction=1\nenabled=true\n",
-                           name, path)
-                                  : fmt::format("imageFileName={}\nname={}\nenabled=true\n", path, name);
+                           recordedName, path)
+                                  : fmt::format("imageFileName={}\nname={}\nenabled=true\n", path, recordedName);
     EXPECT_THAT(recorded, testing::HasSubstr(entry));
 }
 
@@ -132,32 +92,32 @@ TEST_P(Firewall, TellsOthersWhatWasAuthorized)
 TEST_P(Firewall, TellsTheTruthAndKeepsNothingWhicheverCallFails)
 {
     const test::LogCapture log;
-    for (const bool isThrowing : { false, true }) {
-        com.isThrowing = isThrowing;
-        for (int failing = 0, calls = 1; failing <= calls; ++failing) { // In the end none fails.
-            SCOPED_TRACE(fmt::format("call {} {}", failing, isThrowing ? "throws" : "fails"));
+    for (const bool throws : { false, true }) {
+        isThrowing = throws;
+        for (int number = 0, last = 1; number <= last; ++number) { // In the end none fails.
+            SCOPED_TRACE(fmt::format("call {} {}", number, throws ? "throws" : "fails"));
             std::filesystem::remove(firewallFile().toStdString());
             configurator = GetParam()();
-            com.failing = failing;
-            com.calls = 0;
+            failing = number;
+            calls = 0;
             const bool isAuthorized = configurator->authorizeApplication(path, name, true, true);
-            calls = com.calls;
-            EXPECT_TRUE(isAuthorized || failing < calls);
-            com.failing = -1;
+            last = calls;
+            EXPECT_TRUE(isAuthorized || number < last);
+            failing = -1;
             const auto admitted = directions(path);
             EXPECT_EQ(admitted.ends_with("out"), isAuthorized) << "The last direction decides: " << admitted;
             EXPECT_TRUE(configurator->initialize(false)) << "The older one ends its use of COM only now.";
 
-            com.failing = failing;
-            com.calls = 0;
+            failing = number;
+            calls = 0;
             bool inbound = false;
             bool outbound = false;
             configurator->isApplicationAuthorized(inbound, outbound, path);
             EXPECT_TRUE(!admitted.empty() || !(inbound || outbound));
-            com.failing = -1;
-            calls = std::max(calls, com.calls);
+            failing = -1;
+            last = std::max(last, calls);
             configurator.reset();
-            EXPECT_EQ(com.texts, 0);
+            EXPECT_EQ(DllCanUnloadNow(), S_OK);
         }
     }
 }
@@ -177,6 +137,13 @@ TEST_P(Firewall, ConnectsAnewOnlyForMoreRightsAndChangesNothingIfTheyAreRefused)
     EXPECT_TRUE(configurator->initialize(false)) << "Nor are the rights taken for granted.";
     EXPECT_EQ(directions(path), "");
     isGranted = true;
+    for (const auto& noAnswer : { ElevationPrompt(), ElevationPrompt([](auto&) -> bool { throw 1; }) }) {
+        const ScopedElevationPrompt nobody(noAnswer);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(configurator->authorizeApplication(path, name, true, true));
+        const auto told = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(told.contains("Refused: a request to change which programs the firewall admits."), !noAnswer);
+    }
     for (const bool isElevated : { true, true, false }) EXPECT_TRUE(configurator->initialize(isElevated));
     EXPECT_EQ(asked, 2);
     EXPECT_EQ(isOn(), true) << "Where nothing is recorded.";

@@ -1,5 +1,4 @@
 #pragma once
-#include "foundation/string.h"
 #include "platform/com/bstr.h"
 
 namespace core::detail {
@@ -9,7 +8,7 @@ class Bstr {
 public:
     Bstr() = default;
     /// Empty afterwards if there is no memory for it. What is no UTF-8 becomes U+FFFD.
-    explicit Bstr(const fn::String& text);
+    explicit Bstr(const fn::String& text) : _text(platform::allocText(text)) { }
     Bstr(const Bstr&) = delete;
     Bstr& operator=(const Bstr&) = delete;
     ~Bstr() { platform::SysFreeString(_text); }
@@ -17,7 +16,6 @@ public:
     platform::BSTR get() const noexcept { return _text; }
     explicit operator bool() const noexcept { return _text != nullptr; }
     platform::BSTR* receive() noexcept { return &_text; } ///< Where a call puts a text. Once, and into an empty one.
-    fn::String text() const;
 
 private:
     platform::BSTR _text = nullptr;

@@ -20,7 +20,7 @@ HRESULT read(INetFwRule& rule, HRESULT (INetFwRule::*getter)(BSTR*), fn::String&
 {
     Bstr text;
     const HRESULT result = (rule.*getter)(text.receive());
-    if (SUCCEEDED(result)) value = text.text();
+    if (SUCCEEDED(result)) value = platform::textOf(text.get());
     return result;
 }
 

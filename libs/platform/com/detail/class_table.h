@@ -1,19 +1,18 @@
 #pragma once
 #include "platform/com/guid.h"
 #include "platform/com/unknown.h"
+#include <span>
 
 namespace platform::detail {
-
-enum class Rights { User, Administrator };
 
 /// A class whose objects this layer can make.
 struct ClassEntry {
     CLSID id;
-    HRESULT (*make)(Rights rights, REFIID iid, void** object); ///< May throw.
-    const char* elevatedAction; ///< What an administrator's object can do; null: there is none.
+    HRESULT (*make)(REFIID iid, void** object); ///< May throw.
+    const char* elevatedAction; ///< For which its user is to be asked; null: there is none.
 };
 
-/// The class of that id, or null.
-const ClassEntry* findClass(REFCLSID id) noexcept;
+/// The classes of this layer.
+std::span<const ClassEntry> classes() noexcept;
 
 } // namespace platform::detail

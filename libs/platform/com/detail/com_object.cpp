@@ -3,6 +3,8 @@
 
 namespace platform {
 
+template class ScopedOverride<CoCreateInstance, ComFailure>;
+
 std::atomic<std::int64_t>& detail::objectCount() noexcept
 {
     static std::atomic<std::int64_t> count = 0;
@@ -15,6 +17,12 @@ HRESULT detail::resultOf(const fn::Exception& exception) noexcept
     const auto* const error = exception.find<fn::ErrnoInfo>();
     if (error && (*error == EACCES || *error == EPERM || *error == EROFS)) return E_ACCESSDENIED;
     return E_FAIL;
+}
+
+bool detail::isToFail()
+{
+    const auto failure = ScopedComFailure::current();
+    return failure && failure();
 }
 
 HRESULT DllCanUnloadNow() { return detail::objectCount() == 0 ? S_OK : S_FALSE; }

@@ -10,16 +10,20 @@
 
 namespace platform::detail {
 
-/// The number of objects that live. Thread-safe.
+/// The number of objects and texts that live. Thread-safe.
 std::atomic<std::int64_t>& objectCount() noexcept;
 
 /// The result that stands for an exception about a file.
 HRESULT resultOf(const fn::Exception& exception) noexcept;
 
+/// Whether a test wants this call to fail (`ScopedComFailure`), which may also throw.
+bool isToFail();
+
 /// The result of `call`; what it throws becomes one, since no exception may leave an object.
 template <typename Call> HRESULT guarded(Call&& call) noexcept
 {
     try {
+        if (isToFail()) return E_FAIL;
         return std::forward<Call>(call)();
     } catch (const std::bad_alloc&) {
         return E_OUTOFMEMORY;

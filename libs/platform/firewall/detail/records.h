@@ -11,8 +11,8 @@ struct RuleRecord {
     fn::String applicationName; ///< Empty: for all.
     LONG protocol = NET_FW_IP_PROTOCOL_ANY;
     LONG profiles = NET_FW_PROFILE2_ALL;
-    NET_FW_RULE_DIRECTION direction = NET_FW_RULE_DIR_IN;
-    NET_FW_ACTION action = NET_FW_ACTION_BLOCK;
+    LONG direction = NET_FW_RULE_DIR_IN;
+    LONG action = NET_FW_ACTION_BLOCK;
     bool isEnabled = false;
 };
 
@@ -28,6 +28,14 @@ struct ProfileRecord {
     bool isOnForDomain = true;
     bool isOnForPrivate = true;
     bool isOnForPublic = true;
+
+    /// Whether it is on for all kinds among `types`.
+    bool isOnFor(LONG types) const
+    {
+        return (!(types & NET_FW_PROFILE2_DOMAIN) || isOnForDomain)
+            && (!(types & NET_FW_PROFILE2_PRIVATE) || isOnForPrivate)
+            && (!(types & NET_FW_PROFILE2_PUBLIC) || isOnForPublic);
+    }
 };
 
 /// What the user's file says.
@@ -36,10 +44,5 @@ struct FirewallRecords {
     std::vector<RuleRecord> rules;
     std::vector<ApplicationRecord> applications;
 };
-
-constexpr bool isProtocol(LONG value) noexcept { return value >= 0 && value <= NET_FW_IP_PROTOCOL_ANY; }
-constexpr bool isDirection(LONG value) noexcept { return value == NET_FW_RULE_DIR_IN || value == NET_FW_RULE_DIR_OUT; }
-constexpr bool isAction(LONG value) noexcept { return value == NET_FW_ACTION_BLOCK || value == NET_FW_ACTION_ALLOW; }
-constexpr bool areProfiles(LONG value) noexcept { return value == NET_FW_PROFILE2_ALL || (value >= 1 && value <= 7); }
 
 } // namespace platform::detail

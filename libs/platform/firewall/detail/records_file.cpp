@@ -112,7 +112,7 @@ void updateRecords(const std::function<void(FirewallRecords&)>& change)
     const UpdateLock lock(folder, where);
     auto records = readRecords(folder, where);
     change(records);
-    const auto text = recordsText(records);
+    const auto text = recordsText(std::move(records));
     if (text.size() > largestFileBytes) failAt("write", where.path.view(), EFBIG);
     replaceFile(folder, where, text);
 }

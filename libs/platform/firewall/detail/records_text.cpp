@@ -6,7 +6,7 @@
 namespace platform::detail {
 namespace {
 
-constexpr std::string_view profilesGroup = "Profiles";
+constexpr const char* profilesGroup = "Profiles";
 constexpr std::string_view rulePrefix = "Rule ";
 constexpr std::string_view applicationPrefix = "Application ";
 constexpr const char* comment = " What programs have asked a firewall to do. No packet filter reads this file.";
@@ -31,113 +31,84 @@ void requireNoError(GError* error, std::string_view group)
     refuse(group, owned->message);
 }
 
-/// The values of one group.
-class Group {
-public:
-    Group(GKeyFile* file, std::string_view name) : _file(file), _name(name) { }
+/// Gives each value of a group its key, and each number its bounds.
+void visit(ProfileRecord& profiles, auto&& group)
+{
+    group("current", profiles.currentTypes, 0, 7);
+    group("domain", profiles.isOnForDomain);
+    group("private", profiles.isOnForPrivate);
+    group("public", profiles.isOnForPublic);
+}
 
-    void setText(const char* key, const fn::String& value)
-    {
-        g_key_file_set_string(_file, _name.c_str(), key, value.c_str());
-    }
-    void setNumber(const char* key, LONG value) { g_key_file_set_integer(_file, _name.c_str(), key, value); }
-    void setFlag(const char* key, bool value) { g_key_file_set_boolean(_file, _name.c_str(), key, value); }
+void visit(RuleRecord& rule, auto&& group)
+{
+    group("name", rule.name);
+    group("description", rule.description);
+    group("applicationName", rule.applicationName);
+    group("protocol", rule.protocol, 0, NET_FW_IP_PROTOCOL_ANY);
+    group("profiles", rule.profiles, 1, NET_FW_PROFILE2_ALL);
+    group("direction", rule.direction, NET_FW_RULE_DIR_IN, NET_FW_RULE_DIR_OUT);
+    group("action", rule.action, NET_FW_ACTION_BLOCK, NET_FW_ACTION_ALLOW);
+    group("enabled", rule.isEnabled);
+}
 
-    fn::String text(const char* key) const
+void visit(ApplicationRecord& application, auto&& group)
+{
+    group("imageFileName", application.imageFileName);
+    group("name", application.name);
+    group("enabled", application.isEnabled);
+}
+
+struct WrittenGroup {
+    GKeyFile* file;
+    std::string name;
+
+    void operator()(const char* key, fn::String& text) { g_key_file_set_string(file, name.c_str(), key, text.c_str()); }
+    void operator()(const char* key, bool& flag) { g_key_file_set_boolean(file, name.c_str(), key, flag); }
+    void operator()(const char* key, LONG& number, LONG, LONG)
     {
-        GError* error = nullptr;
-        const Owned<gchar> value(g_key_file_get_string(_file, _name.c_str(), key, &error));
-        requireNoError(error, _name);
-        return value.get();
+        g_key_file_set_integer(file, name.c_str(), key, number);
     }
-    LONG number(const char* key, bool (*isAllowed)(LONG)) const
+};
+
+struct ReadGroup {
+    GKeyFile* file;
+    const char* name;
+
+    void operator()(const char* key, fn::String& text) const
     {
-        GError* error = nullptr;
-        const LONG value = g_key_file_get_integer(_file, _name.c_str(), key, &error);
-        requireNoError(error, _name);
-        if (!isAllowed(value)) refuse(_name, fmt::format("{} can not be {}", key, value));
-        return value;
+        text = Owned<gchar>(read(g_key_file_get_string, key)).get();
     }
-    bool flag(const char* key) const
+    void operator()(const char* key, bool& flag) const { flag = read(g_key_file_get_boolean, key); }
+    void operator()(const char* key, LONG& number, LONG least, LONG most) const
     {
-        GError* error = nullptr;
-        const bool value = g_key_file_get_boolean(_file, _name.c_str(), key, &error);
-        requireNoError(error, _name);
-        return value;
+        number = read(g_key_file_get_integer, key);
+        if (number < least || number > most) refuse(name, fmt::format("{} can not be {}", key, number));
     }
 
 private:
-    GKeyFile* const _file;
-    const std::string _name;
+    template <typename T>
+    T read(T (*get)(GKeyFile*, const gchar* group, const gchar* key, GError**), const char* key) const
+    {
+        GError* error = nullptr;
+        const T value = get(file, name, key, &error);
+        requireNoError(error, name);
+        return value;
+    }
 };
 
-constexpr bool areCurrentTypes(LONG value) noexcept { return value >= 0 && value <= 7; }
-
-void write(Group group, const ProfileRecord& profiles)
+template <typename Record> void writeAll(GKeyFile* file, std::string_view prefix, std::vector<Record>& records)
 {
-    group.setNumber("current", profiles.currentTypes);
-    group.setFlag("domain", profiles.isOnForDomain);
-    group.setFlag("private", profiles.isOnForPrivate);
-    group.setFlag("public", profiles.isOnForPublic);
-}
-
-ProfileRecord readProfiles(const Group& group)
-{
-    return { .currentTypes = group.number("current", areCurrentTypes),
-        .isOnForDomain = group.flag("domain"),
-        .isOnForPrivate = group.flag("private"),
-        .isOnForPublic = group.flag("public") };
-}
-
-void write(Group group, const RuleRecord& rule)
-{
-    group.setText("name", rule.name);
-    group.setText("description", rule.description);
-    group.setText("applicationName", rule.applicationName);
-    group.setNumber("protocol", rule.protocol);
-    group.setNumber("profiles", rule.profiles);
-    group.setNumber("direction", rule.direction);
-    group.setNumber("action", rule.action);
-    group.setFlag("enabled", rule.isEnabled);
-}
-
-RuleRecord readRule(const Group& group)
-{
-    return { .name = group.text("name"),
-        .description = group.text("description"),
-        .applicationName = group.text("applicationName"),
-        .protocol = group.number("protocol", isProtocol),
-        .profiles = group.number("profiles", areProfiles),
-        .direction = static_cast<NET_FW_RULE_DIRECTION>(group.number("direction", isDirection)),
-        .action = static_cast<NET_FW_ACTION>(group.number("action", isAction)),
-        .isEnabled = group.flag("enabled") };
-}
-
-void write(Group group, const ApplicationRecord& application)
-{
-    group.setText("imageFileName", application.imageFileName);
-    group.setText("name", application.name);
-    group.setFlag("enabled", application.isEnabled);
-}
-
-ApplicationRecord readApplication(const Group& group)
-{
-    return {
-        .imageFileName = group.text("imageFileName"), .name = group.text("name"), .isEnabled = group.flag("enabled")
-    };
-}
-
-template <typename Record> void writeAll(GKeyFile* file, std::string_view prefix, const std::vector<Record>& records)
-{
-    for (std::size_t i = 0; i < records.size(); ++i) write(Group(file, fmt::format("{}{}", prefix, i + 1)), records[i]);
+    int number = 0;
+    for (auto& record : records) visit(record, WrittenGroup { file, fmt::format("{}{}", prefix, ++number) });
 }
 
 } // namespace
 
-std::string recordsText(const FirewallRecords& records)
+std::string recordsText(FirewallRecords records)
 {
     const Owned<GKeyFile> file(g_key_file_new());
-    write(Group(file.get(), profilesGroup), records.profiles);
+    visit(records.profiles, WrittenGroup { file.get(), profilesGroup });
     writeAll(file.get(), rulePrefix, records.rules);
     writeAll(file.get(), applicationPrefix, records.applications);
     g_key_file_set_comment(file.get(), nullptr, nullptr, comment, nullptr);
@@ -158,13 +129,13 @@ FirewallRecords readRecordsText(std::string_view text)
     const Owned<gchar*> names(g_key_file_get_groups(file.get(), nullptr));
     for (auto* name = names.get(); *name; ++name) {
         const std::string_view title(*name);
-        const Group group(file.get(), title);
+        const ReadGroup group { file.get(), *name };
         if (title == profilesGroup)
-            records.profiles = readProfiles(group);
+            visit(records.profiles, group);
         else if (title.starts_with(rulePrefix))
-            records.rules.push_back(readRule(group));
+            visit(records.rules.emplace_back(), group);
         else if (title.starts_with(applicationPrefix))
-            records.applications.push_back(readApplication(group));
+            visit(records.applications.emplace_back(), group);
         else
             refuse(title, "is no group of this file");
     }

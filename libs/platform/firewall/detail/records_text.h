@@ -6,7 +6,7 @@
 namespace platform::detail {
 
 /// The records as the text of a key file: groups "Profiles", "Rule N" and "Application N".
-std::string recordsText(const FirewallRecords& records);
+std::string recordsText(FirewallRecords records);
 
 /// Reads that text, which is hostile: `fn::DataFormatException` for other groups, missing keys and impossible values.
 FirewallRecords readRecordsText(std::string_view text);
