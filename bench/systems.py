@@ -110,7 +110,6 @@ SYSTEMS = [
     Floor("F1", "libuv relay, each frame written by itself", "bench_floor", mode="each"),
     Floor("F2", "libuv relay, one write a loop iteration", "bench_floor", mode="coalesced"),
     Logger("spdlog", "spdlog, flushing each line", "bench_spdlog"),
-    Logger("GLib", "GLib's structured logging, one write a line", "bench_glib"),
 ]
 
 # With --peers: these beside ours and the floors.

@@ -8,7 +8,6 @@ namespace bench {
 
 /// The text of every message, for a number of the thread and of the message.
 constexpr auto logFormat = "message {} {} from a worker that has connected to the hub, end";
-#define BENCH_LOG_PRINTF_FORMAT "message %u %" G_GUINT64_FORMAT " from a worker that has connected to the hub, end"
 
 /// The load of a logger, the same for every library: logs from so many threads without a pause for the time of the
 /// measurement, looks whether the files hold what they should, and reports the time that a message took, over all
