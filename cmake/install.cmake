@@ -9,7 +9,7 @@ install(TARGETS ${CORE_LIBRARIES} EXPORT coreTargets
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core)
 if(NOT CORE_USES_FOLLY)
     # Programs must be compiled with the very folly::Function that the libraries were.
-    install(FILES libs/foundation/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core/folly)
+    install(FILES libs/base/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/core/folly)
 endif()
 
 # The layout that fn::PathManager looks for; core_add_module() installs the modules themselves. The marker must not lie in

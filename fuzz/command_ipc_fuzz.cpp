@@ -1,6 +1,6 @@
 // Any bytes from a client of the command pipe: exactly the commands of the whole frames before the first fault are signalled,
 // and the connection ends. A real server, since what is read and what becomes of the connection go together.
-#include "core/command_ipc.h"
+#include "core/ipc_services/command_ipc.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/mpack/deserializer.h"

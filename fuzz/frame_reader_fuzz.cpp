@@ -1,8 +1,8 @@
 // Any bytes as the stream of a peer. Cut into single bytes or given in one piece they make the same frames and end in the
 // same error; what is read as a plain message is what the general reading gives; a frame that is sent again is read again.
+#include "base/exceptions.h"
 #include "core/ipc/wire/message_helper.h"
 #include "core/ipc/wire/object_message.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include <algorithm>

@@ -1,6 +1,6 @@
 // Any bytes as MessagePack. Read in one piece and byte by byte they give the same value or the same error; what is read
 // comes back from its own encoding; and no announced size makes the reader allocate more than the bytes can fill.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"

@@ -1,6 +1,6 @@
 // Any bytes as the kernel's answers about adapters, addresses and routes: datagrams, each behind a byte for its table and two
 // for its length.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/detail/network_adapters.h"
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 // Any bytes as a preferences file. What loads must save, read back, and load as the same document.
-#include "core/preferences.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/preferences.h"
 #include "foundation/unhandled_exception.h"
 #include <cstdlib>
 #include <filesystem>

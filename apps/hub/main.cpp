@@ -1,8 +1,8 @@
 // A dispatcher alone: for tests, benchmarks and tools. Prints the native path of its socket on the first line of standard
 // output as soon as it is ready, then serves until SIGINT or SIGTERM.
-#include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
-#include "core/logging_profile/logging_profiles.h"
+#include "core/services/app_info.h"
+#include "core/services/logging_profile/logging_profiles.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include <CLI/CLI.hpp>

@@ -1,7 +1,7 @@
 // What does a source of GLib lose by running on our loop instead of GLib's own? The time from a write by another thread to
 // the source's callback, on both in turn; what a bare hand-over from a thread that waits to another one costs, as that is what
 // the integration adds; and how often an idle process wakes up. Started by scripts/bench main-context.
-#include "core/g_main_context_integration.h"
+#include "core/services/g_main_context_integration.h"
 #include "driver/driver.h"
 #include "foundation/uv/loop.h"
 #include "main_context/writer.h"

@@ -1,7 +1,7 @@
 // What do loop, pipes and the hub cost by themselves? Everybody is on one loop here, one message under way at a time.
-#include "core/app_info.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/wire/message.h"
+#include "core/services/app_info.h"
 #include "driver/driver.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"

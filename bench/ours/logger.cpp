@@ -1,5 +1,5 @@
 #include "ours/logger.h"
-#include "core/logging_profile/logging_profile_sink.h"
+#include "core/services/logging_profile/logging_profile_sink.h"
 #include "driver/log_load.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/path_manager.h"

@@ -1,7 +1,7 @@
 // Starts the greeter in a process of its own, asks it for a greeting, and ends both.
-#include "core/app_info.h"
 #include "core/ipc/module_manager/module_manager.h"
 #include "core/ipc/registry.h"
+#include "core/services/app_info.h"
 #include "foundation/uv/loop.h"
 #include "greeter.h"
 #include <cstdio>

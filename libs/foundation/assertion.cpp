@@ -1,5 +1,5 @@
 #include "foundation/assertion.h"
-#include "foundation/debug.h"
+#include "base/debug.h"
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/process_local.h"

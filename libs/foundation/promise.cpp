@@ -1,7 +1,7 @@
 #include "foundation/promise.h"
+#include "base/exceptions.h"
 #include "foundation/assertion.h"
 #include "foundation/detail/unseen_failures.h"
-#include "foundation/exceptions.h"
 #include "foundation/run_loop.h"
 #include "foundation/unhandled_exception.h"
 #include <unistd.h>

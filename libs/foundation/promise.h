@@ -1,7 +1,7 @@
 #pragma once
-#include "foundation/auto_ptr.h"
-#include "foundation/exceptions.h"
-#include "foundation/export.h"
+#include "base/auto_ptr.h"
+#include "base/exceptions.h"
+#include "base/export.h"
 #include <exception>
 #include <folly/Function.h>
 #include <functional>

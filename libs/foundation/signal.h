@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/export.h"
+#include "base/export.h"
 #include "foundation/handle.h"
 #include "foundation/unhandled_exception.h"
 #include <cstdint>

@@ -1,5 +1,5 @@
 #include "foundation/value.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/value_map.h"
 #include "foundation/value_private.h"
 

@@ -1,8 +1,8 @@
 #pragma once
-#include "foundation/auto_ptr.h"
-#include "foundation/byte_array.h"
-#include "foundation/exceptions.h"
-#include "foundation/string.h"
+#include "base/auto_ptr.h"
+#include "base/byte_array.h"
+#include "base/exceptions.h"
+#include "base/string.h"
 #include <compare>
 #include <concepts>
 #include <cstdint>

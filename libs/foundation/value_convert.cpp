@@ -1,4 +1,4 @@
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <cmath>

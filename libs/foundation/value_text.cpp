@@ -1,4 +1,4 @@
-#include "foundation/utf8.h"
+#include "base/utf8.h"
 #include "foundation/value.h"
 #include "foundation/value_map.h"
 #include <fmt/format.h>

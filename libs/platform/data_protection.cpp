@@ -1,5 +1,5 @@
 #include "platform/data_protection.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/data_protection_key_private.h"
 #include <algorithm>
 #include <cerrno>

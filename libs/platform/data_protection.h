@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/string.h"
+#include "base/string.h"
 #include "platform/scoped_override.h"
 #include "platform/windows_types.h"
 #include <functional>

@@ -1,4 +1,4 @@
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/data_protection_folder.h"
 #include "platform/data_protection_key_private.h"
 #include "platform/detail/private_folder.h"

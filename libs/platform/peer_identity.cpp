@@ -1,5 +1,5 @@
 #include "platform/peer_identity.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>

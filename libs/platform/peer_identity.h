@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/exceptions.h"
-#include "foundation/export.h"
+#include "base/exceptions.h"
+#include "base/export.h"
 #include <cstdint>
 
 namespace platform {

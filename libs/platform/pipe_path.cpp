@@ -1,5 +1,5 @@
 #include "platform/pipe_path.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

@@ -1,5 +1,5 @@
 #include "sqlite/sqlite_exception.h"
-#include "foundation/exception_factory.h"
+#include "base/exception_factory.h"
 
 namespace sqlite {
 

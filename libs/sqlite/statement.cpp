@@ -1,5 +1,5 @@
 #include "sqlite/statement.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "sqlite/database.h"
 #include "sqlite/detail/connection.h"
 #include "sqlite/sqlite_exception.h"

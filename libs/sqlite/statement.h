@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/byte_array.h"
-#include "foundation/string.h"
+#include "base/byte_array.h"
+#include "base/string.h"
 #include "sqlite/column.h"
 #include "sqlite/sqlite_exception.h"
 #include <concepts>

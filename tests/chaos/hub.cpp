@@ -1,8 +1,8 @@
 // The main process: a dispatcher, and a module manager for each module that another one has given up. It tells what they say,
 // and at SIGUSR1 what it counts.
-#include "core/app_info.h"
 #include "core/ipc/module_manager/module_manager.h"
 #include "core/ipc/registry_impl.h"
+#include "core/services/app_info.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
 #include "journal.h"

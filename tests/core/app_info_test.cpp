@@ -1,7 +1,7 @@
 // What can break here: the wrong application, an instance where there is none, an id that is not kept, a failing file that
 // takes its caller down.
-#include "core/app_info.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/app_info.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
 #include "platform/operating_system_version.h"

@@ -1,5 +1,5 @@
 // What can break here: a schema made twice or not at all, a migration that fails on an open statement, a connection closed under its user or never closed, a task that outlives the object.
-#include "core/data_util.h"
+#include "core/services/data_util.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "sqlite/statement.h"

@@ -1,9 +1,9 @@
 // What can break here: a file that does not read back, a byte lost where a chunk of text ends, a tagged value that comes
 // back as a plain map, an old file lost to a write that failed, a document lost to a read that failed.
-#include "core/fraction.h"
-#include "core/preferences.h"
-#include "core/typed_byte_array.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/fraction.h"
+#include "core/services/preferences.h"
+#include "core/services/typed_byte_array.h"
 #include "foundation/time/timestamp.h"
 #include "support/expectations.h"
 #include "support/temporary_folder.h"

@@ -1,7 +1,7 @@
 // What can break here: a stretch read from the wrong place, a size border off by one, a file that hashes as zeros because
 // reading it failed.
-#include "core/resource_hash.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/resource_hash.h"
 #include "support/temporary_folder.h"
 #include <gtest/gtest.h>
 #include <sys/stat.h>

@@ -1,7 +1,7 @@
 // What can break here: a division that traps, fields that come back swapped or from a stream that has ended.
-#include "core/fraction.h"
-#include "core/typed_byte_array.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/fraction.h"
+#include "core/services/typed_byte_array.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/serializer.h"

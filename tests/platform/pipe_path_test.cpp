@@ -1,5 +1,5 @@
 // What can break here: a name that leads out of the folder, a folder that others can enter or have put there.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/pipe_path.h"
 #include "support/scoped_variable.h"
 #include "support/temporary_folder.h"

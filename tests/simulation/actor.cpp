@@ -1,6 +1,6 @@
 #include "actor.h"
+#include "base/exceptions.h"
 #include "core/ipc/registry.h"
-#include "foundation/exceptions.h"
 #include "foundation/message_bus.h"
 #include "foundation/system/process_local.h"
 #include "foundation/value_map.h"

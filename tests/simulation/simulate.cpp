@@ -1,7 +1,7 @@
 // A whole application from its start to its end, with everything that can go wrong in it, from seed after seed.
-#include "core/app_info.h"
 #include "core/ipc/module_manager/module_manager.h"
 #include "core/ipc/run_module.h"
+#include "core/services/app_info.h"
 #include "core/simulation/search.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/uv/signal_watcher.h"

@@ -1,6 +1,6 @@
 #include "thing.h"
 #include "actor.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 

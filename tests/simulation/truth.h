@@ -1,6 +1,6 @@
 #pragma once
+#include "base/string.h"
 #include "foundation/duration.h"
-#include "foundation/string.h"
 #include "witness.h"
 #include <algorithm>
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #pragma once
+#include "base/export.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/duration.h"
-#include "foundation/export.h"
 #include "foundation/logging/sink.h"
 #include <cstdint>
 #include <optional>

@@ -1,5 +1,5 @@
 #include "support/worker.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 
 namespace test {
 

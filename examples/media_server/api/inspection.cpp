@@ -1,7 +1,7 @@
 #include "api/inspection.h"
 #include "api/text.h"
+#include "base/exceptions.h"
 #include "core/ipc/registry.h"
-#include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 
 namespace media {

@@ -1,6 +1,6 @@
 #pragma once
-#include "core/inspector/inspector_registry.h"
 #include "core/ipc/worker/worker.h"
+#include "core/ipc_services/inspector/inspector_registry.h"
 
 namespace media {
 

@@ -1,6 +1,6 @@
 #include "api/inspector_browser.h"
 #include "api/text.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <algorithm>
 #include <charconv>
 #include <cstdio>

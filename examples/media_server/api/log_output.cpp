@@ -1,6 +1,6 @@
 #include "api/log_output.h"
-#include "core/app_info.h"
-#include "core/logging_profile/logging_profiles.h"
+#include "core/services/app_info.h"
+#include "core/services/logging_profile/logging_profiles.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "core/inspector/inspector.h"
+#include "core/ipc_services/inspector/inspector.h"
 
 namespace media {
 

@@ -1,6 +1,6 @@
 #include "api/text.h"
+#include "base/exception.h"
 #include "core/ipc/object/object_dead_exception.h"
-#include "foundation/exception.h"
 #include "foundation/logging/logging.h"
 #include <fmt/format.h>
 #include <glib.h>

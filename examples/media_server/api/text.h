@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/export.h"
-#include "foundation/string.h"
+#include "base/export.h"
+#include "base/string.h"
 #include <exception>
 
 namespace media {

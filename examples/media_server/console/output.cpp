@@ -1,5 +1,5 @@
 #include "console/output.h"
-#include "foundation/io/posix.h"
+#include "base/posix.h"
 #include "foundation/system/environment.h"
 #include <cerrno>
 #include <poll.h>

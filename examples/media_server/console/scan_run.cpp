@@ -1,8 +1,8 @@
 #include "console/scan_run.h"
 #include "api/text.h"
 #include "console/scan_observer_service.h"
-#include "core/app_info.h"
 #include "core/ipc/registry.h"
+#include "core/services/app_info.h"
 #include "foundation/time/clock.h"
 #include <cerrno>
 #include <csignal>

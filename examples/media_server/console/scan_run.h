@@ -6,7 +6,7 @@
 #include "console/progress_display.h"
 #include "console/summary.h"
 #include "core/ipc/worker/worker.h"
-#include "core/sleep_preventer.h"
+#include "core/services/sleep_preventer.h"
 #include <memory>
 #include <optional>
 

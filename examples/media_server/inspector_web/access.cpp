@@ -1,5 +1,5 @@
 #include "inspector_web/access.h"
-#include "foundation/byte_array.h"
+#include "base/byte_array.h"
 #include "inspector_web/request_head.h"
 #include <array>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "inspector_web/action_text.h"
-#include "foundation/byte_array.h"
-#include "foundation/exceptions.h"
+#include "base/byte_array.h"
+#include "base/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"

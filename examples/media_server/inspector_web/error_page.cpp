@@ -1,7 +1,7 @@
 #include "inspector_web/error_page.h"
 #include "api/text.h"
+#include "base/exceptions.h"
 #include "core/ipc/object/object_dead_exception.h"
-#include "foundation/exceptions.h"
 #include "inspector_web/html_page.h"
 
 namespace media {

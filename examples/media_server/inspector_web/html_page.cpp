@@ -1,5 +1,5 @@
 #include "inspector_web/html_page.h"
-#include "foundation/byte_array.h"
+#include "base/byte_array.h"
 #include <glib.h>
 #include <memory>
 

@@ -1,5 +1,5 @@
 #include "inspector_web/http_server.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/file_descriptor.h"
 #include "foundation/unhandled_exception.h"
 #include "inspector_web/access.h"
 #include "inspector_web/bounded_stream.h"

@@ -1,6 +1,6 @@
 #include "library/catalogue_lock.h"
+#include "base/posix.h"
 #include "foundation/io/file.h"
-#include "foundation/io/posix.h"
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/file.h>

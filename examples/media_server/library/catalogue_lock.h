@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/io/file_descriptor.h"
+#include "base/file_descriptor.h"
 
 namespace media {
 

@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/string.h"
+#include "base/string.h"
 
 namespace media {
 

@@ -1,8 +1,8 @@
 #include "library/library_service.h"
 #include "api/library.h"
 #include "api/text.h"
-#include "core/inspector/inspection_result_writer.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include "foundation/io/file.h"
 #include "foundation/logging/logging.h"
 #include <filesystem>

@@ -1,6 +1,6 @@
 #pragma once
 #include "api/scan_types.h"
-#include "core/data_util.h"
+#include "core/services/data_util.h"
 #include <vector>
 
 namespace media {

@@ -1,5 +1,5 @@
 #include "scanner/folder_walk.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <cerrno>
 #include <sys/stat.h>
 

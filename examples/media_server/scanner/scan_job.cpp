@@ -1,7 +1,7 @@
 #include "scanner/scan_job.h"
 #include "api/text.h"
-#include "core/resource_hash.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/resource_hash.h"
 #include "foundation/logging/logging.h"
 #include "foundation/time/clock.h"
 #include <algorithm>

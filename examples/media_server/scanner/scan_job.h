@@ -1,7 +1,7 @@
 #pragma once
 #include "api/library.h"
 #include "api/scan_observer.h"
-#include "foundation/ref_counted.h"
+#include "base/ref_counted.h"
 #include "scanner/folder_walk.h"
 #include <deque>
 #include <memory>

@@ -1,8 +1,8 @@
 #include "scanner/scanner_service.h"
 #include "api/scanner.h"
 #include "api/text.h"
-#include "core/inspector/inspection_result_writer.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include <fmt/format.h>
 #include <unistd.h>
 

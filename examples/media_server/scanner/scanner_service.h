@@ -1,6 +1,6 @@
 #pragma once
-#include "core/inspector/inspection_result.h"
 #include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc_services/inspector/inspection_result.h"
 #include "scanner/scan_job.h"
 
 namespace media {

@@ -1,5 +1,5 @@
 #include "skyfold/command.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <climits>
 #include <filesystem>
 

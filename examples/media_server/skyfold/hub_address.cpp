@@ -1,8 +1,8 @@
 #include "skyfold/hub_address.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "base/file_descriptor.h"
+#include "base/posix.h"
 #include "foundation/io/file.h"
-#include "foundation/io/file_descriptor.h"
-#include "foundation/io/posix.h"
 #include "platform/pipe_path.h"
 #include <array>
 #include <cerrno>

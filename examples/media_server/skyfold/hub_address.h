@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/string.h"
+#include "base/string.h"
 #include <optional>
 
 /// Where the hub of the program that runs can be found by another start of it: a file that only its user can read.

@@ -1,7 +1,7 @@
 #include "skyfold/inspect.h"
 #include "api/inspector_browser.h"
 #include "core/ipc/worker/worker.h"
-#include "core/process_lock.h"
+#include "core/services/process_lock.h"
 #include "skyfold/hub_address.h"
 #include "skyfold/run_until_signal.h"
 #include "skyfold/single_instance.h"

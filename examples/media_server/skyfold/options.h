@@ -1,6 +1,6 @@
 #pragma once
 #include "api/application.h"
-#include "core/app_info.h"
+#include "core/services/app_info.h"
 #include <optional>
 
 namespace media {

@@ -1,5 +1,5 @@
 #include "skyfold/secret_prompt.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/file.h"
 #include <array>
 #include <cerrno>

@@ -1,5 +1,5 @@
 #include "skyfold/single_instance.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/sink.h"
 #include "foundation/time/clock.h"

@@ -1,6 +1,6 @@
 #pragma once
-#include "core/command_ipc.h"
-#include "core/process_lock.h"
+#include "core/ipc_services/command_ipc.h"
+#include "core/services/process_lock.h"
 #include "foundation/uv/loop.h"
 #include <folly/Function.h>
 #include <optional>

@@ -1,5 +1,5 @@
 #include "skyfold/terminal_errors.h"
-#include "core/console_log_post_processor.h"
+#include "core/services/console_log_post_processor.h"
 #include "foundation/system/environment.h"
 #include <chrono>
 #include <condition_variable>

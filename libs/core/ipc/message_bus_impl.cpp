@@ -2,7 +2,7 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/message_bus_message.h"
-#include "core/typed_byte_array.h"
+#include "core/services/typed_byte_array.h"
 #include "foundation/logging/logging.h"
 #include "foundation/value_map.h"
 #include <optional>

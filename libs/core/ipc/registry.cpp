@@ -1,7 +1,7 @@
 #include "core/ipc/registry.h"
+#include "base/debug.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker_object_manager.h"
-#include "foundation/debug.h"
 #include <cstdint>
 
 namespace ipc {

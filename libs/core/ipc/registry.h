@@ -1,7 +1,7 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/worker/worker.h"
-#include "foundation/exceptions.h"
 #include <set>
 
 namespace ipc {

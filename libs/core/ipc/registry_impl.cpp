@@ -1,11 +1,11 @@
 #include "core/ipc/registry_impl.h"
-#include "core/app_info.h"
+#include "base/exceptions.h"
+#include "base/weak_ptr.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/registry.h"
-#include "foundation/exceptions.h"
+#include "core/services/app_info.h"
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
-#include "foundation/weak_ptr.h"
 #include <algorithm>
 
 namespace ipc {

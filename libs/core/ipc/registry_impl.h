@@ -1,6 +1,6 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/ipc/object/callable_object_instance.h"
-#include "foundation/exceptions.h"
 #include <compare>
 #include <map>
 #include <set>

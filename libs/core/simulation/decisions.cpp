@@ -1,5 +1,5 @@
 #include "core/simulation/decisions.h"
-#include "foundation/string.h"
+#include "base/string.h"
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>

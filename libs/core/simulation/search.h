@@ -1,6 +1,6 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/simulation/decisions.h"
-#include "foundation/exceptions.h"
 #include <cstdint>
 #include <functional>
 #include <string>

@@ -1,5 +1,5 @@
 #include "foundation/detail/unseen_failures.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/process_local.h"
 #include "foundation/time/clock.h"

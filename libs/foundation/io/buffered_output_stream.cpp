@@ -1,5 +1,5 @@
 #include "foundation/io/buffered_output_stream.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 
 namespace fn {
 

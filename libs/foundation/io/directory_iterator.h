@@ -1,7 +1,7 @@
 #pragma once
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "base/string.h"
 #include "foundation/io/file_info.h"
-#include "foundation/string.h"
 #include <vector>
 
 namespace fn {

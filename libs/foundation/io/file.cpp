@@ -1,5 +1,6 @@
 #include "foundation/io/file.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "base/posix.h"
 #include "platform/pipe_path.h"
 #include <algorithm>
 #include <cerrno>
@@ -90,9 +91,6 @@ void File::moveTo(const String& path) const
 
 void File::handleErrno(const String& path) { handleErrno(path, errno); }
 
-void File::handleErrno(const String& path, int error)
-{
-    throw with(FileException(std::generic_category().message(error)), PathInfo { path }, ErrnoInfo { error });
-}
+void File::handleErrno(const String& path, int error) { posix::throwErrno(path, error); }
 
 } // namespace fn

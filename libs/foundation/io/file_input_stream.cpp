@@ -1,6 +1,6 @@
 #include "foundation/io/file_input_stream.h"
+#include "base/posix.h"
 #include "foundation/io/file.h"
-#include "foundation/io/posix.h"
 #include <utility>
 
 namespace fn {

@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/exceptions.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/exceptions.h"
+#include "base/file_descriptor.h"
 #include "foundation/io/output_stream.h"
 
 namespace fn {

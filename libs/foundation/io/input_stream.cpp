@@ -1,5 +1,5 @@
 #include "foundation/io/input_stream.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <algorithm>
 
 namespace fn {

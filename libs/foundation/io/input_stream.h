@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/byte_array.h"
-#include "foundation/exceptions.h"
+#include "base/byte_array.h"
+#include "base/exceptions.h"
 #include <cstdint>
 #include <cstring>
 #include <optional>

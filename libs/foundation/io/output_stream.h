@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/byte_array.h"
+#include "base/byte_array.h"
 #include <cstdint>
 #include <cstring>
 

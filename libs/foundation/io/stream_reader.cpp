@@ -1,5 +1,5 @@
 #include "foundation/io/stream_reader.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <array>
 #include <string>
 

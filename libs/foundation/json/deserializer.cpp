@@ -1,5 +1,5 @@
 #include "foundation/json/deserializer.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/mpack/hooks.h"
 #include "foundation/value_map.h"
 #include <algorithm>

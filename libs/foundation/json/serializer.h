@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/output_stream.h"
 #include "foundation/json/hooks.h"
 

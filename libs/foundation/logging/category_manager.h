@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/auto_ptr.h"
+#include "base/auto_ptr.h"
 #include "foundation/logging/category.h"
 #include "foundation/logging/sink.h"
 #include <memory>

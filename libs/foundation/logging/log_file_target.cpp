@@ -1,6 +1,6 @@
 #include "foundation/logging/log_file_target.h"
+#include "base/posix.h"
 #include "foundation/io/path.h"
-#include "foundation/io/posix.h"
 #include <algorithm>
 #include <cerrno>
 #include <chrono>

@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/ref_counted.h"
-#include "foundation/string.h"
+#include "base/ref_counted.h"
+#include "base/string.h"
 
 namespace fn {
 

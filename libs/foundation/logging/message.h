@@ -1,7 +1,7 @@
 #pragma once
+#include "base/string.h"
 #include "foundation/duration.h"
 #include "foundation/logging/category.h"
-#include "foundation/string.h"
 
 namespace fn::logging {
 

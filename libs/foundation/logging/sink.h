@@ -1,7 +1,7 @@
 #pragma once
+#include "base/ref_counted.h"
 #include "foundation/logging/category.h"
 #include "foundation/logging/message.h"
-#include "foundation/ref_counted.h"
 
 namespace fn::logging {
 

@@ -1,5 +1,5 @@
 #include "foundation/mpack/deserializer.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/limited_input_stream.h"
 #include "foundation/mpack/format_private.h"
 #include "foundation/value_map.h"

@@ -1,5 +1,5 @@
 #include "foundation/mpack/hooks.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <limits>
 
 namespace fn::mpack {

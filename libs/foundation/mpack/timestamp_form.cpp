@@ -1,4 +1,4 @@
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/input_stream.h"
 #include "foundation/io/output_stream.h"
 #include "foundation/mpack/format_private.h"

@@ -1,5 +1,5 @@
 #include "foundation/net/mac_address.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/net/ip_address.h"
 #include "platform/neighbours.h"
 #include <fmt/ranges.h>

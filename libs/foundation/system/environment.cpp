@@ -1,5 +1,5 @@
 #include "foundation/system/environment.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/uv/system.h"
 #include <cerrno>
 #include <cstdlib>

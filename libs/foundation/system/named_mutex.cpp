@@ -1,7 +1,7 @@
 #include "foundation/system/named_mutex.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "base/posix.h"
 #include "foundation/io/file.h"
-#include "foundation/io/posix.h"
 #include "platform/pipe_path.h"
 #include <cerrno>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 #include "foundation/system/path_manager.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"
 #include "foundation/system/process_local.h"

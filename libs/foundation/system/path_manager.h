@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/exceptions.h"
-#include "foundation/string.h"
+#include "base/exceptions.h"
+#include "base/string.h"
 #include <concepts>
 #include <map>
 #include <mutex>

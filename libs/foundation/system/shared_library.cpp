@@ -1,5 +1,5 @@
 #include "foundation/system/shared_library.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <dlfcn.h>
 
 namespace fn {

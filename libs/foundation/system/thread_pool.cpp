@@ -1,6 +1,6 @@
 #include "foundation/system/thread_pool.h"
+#include "base/exceptions.h"
 #include "foundation/assertion.h"
-#include "foundation/exceptions.h"
 #include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>

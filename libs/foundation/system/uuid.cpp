@@ -1,5 +1,5 @@
 #include "foundation/system/uuid.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/uv/system.h"
 #include <array>
 #include <atomic>

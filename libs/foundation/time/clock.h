@@ -1,6 +1,6 @@
 #pragma once
+#include "base/export.h"
 #include "foundation/duration.h"
-#include "foundation/export.h"
 
 namespace fn {
 

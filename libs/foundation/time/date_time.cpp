@@ -1,5 +1,5 @@
 #include "foundation/time/date_time.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <chrono>
 
 namespace fn {

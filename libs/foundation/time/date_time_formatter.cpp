@@ -1,5 +1,5 @@
 #include "foundation/time/date_time_formatter.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/time/detail/english_names.h"
 #include <cstdlib>
 #include <fmt/format.h>

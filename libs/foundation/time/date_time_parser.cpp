@@ -1,5 +1,5 @@
 #include "foundation/time/date_time_parser.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/time/detail/english_names.h"
 #include <algorithm>
 #include <charconv>

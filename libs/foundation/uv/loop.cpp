@@ -1,6 +1,6 @@
 #include "foundation/uv/loop.h"
+#include "base/exceptions.h"
 #include "foundation/assertion.h"
-#include "foundation/exceptions.h"
 #include "foundation/unhandled_exception.h"
 #include "foundation/uv/detail/scheduled_task.h"
 #include "foundation/uv/loop_private.h"

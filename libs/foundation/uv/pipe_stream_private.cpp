@@ -1,5 +1,5 @@
 #include "foundation/uv/pipe_stream_private.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "platform/peer_identity.h"
 #include "platform/pipe_path.h"

@@ -1,5 +1,5 @@
 #include "foundation/uv/process.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/uv/loop_private.h"
 #include "foundation/uv/status.h"
 #include <algorithm>

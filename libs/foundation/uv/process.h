@@ -1,7 +1,7 @@
 #pragma once
-#include "foundation/exceptions.h"
-#include "foundation/ref_counted.h"
-#include "foundation/string.h"
+#include "base/exceptions.h"
+#include "base/ref_counted.h"
+#include "base/string.h"
 #include "foundation/uv/loop.h"
 #include <cstdint>
 #include <vector>

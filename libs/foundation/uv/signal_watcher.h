@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/uv/loop.h"
 
 namespace fn::uv {

@@ -1,5 +1,5 @@
 #include "foundation/uv/status.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <array>
 #include <fmt/format.h>
 #include <uv.h>

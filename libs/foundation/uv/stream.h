@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/byte_array.h"
-#include "foundation/ref_counted.h"
+#include "base/byte_array.h"
+#include "base/ref_counted.h"
 #include "foundation/uv/status.h"
 #include <folly/Function.h>
 #include <span>

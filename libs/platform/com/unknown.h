@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/export.h"
+#include "base/export.h"
 #include "platform/com/guid.h"
 
 namespace platform {

@@ -1,5 +1,5 @@
 #include "platform/detail/private_folder.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>

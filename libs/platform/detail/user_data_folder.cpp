@@ -1,5 +1,5 @@
 #include "platform/detail/user_data_folder.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <cerrno>
 #include <cstdlib>
 #include <pwd.h>

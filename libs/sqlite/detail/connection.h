@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/string.h"
+#include "base/string.h"
 #include "sqlite/statement.h"
 #include <sqlite3.h>
 #include <string_view>

@@ -1,8 +1,8 @@
 // What can break here: a command lost, doubled or out of order, a sender that never hears the end or hears it twice, an
 // endpoint that is another's removed or not put back, a peer that holds us up or brings us down, handlers that end the server.
-#include "core/command_ipc.h"
-#include "core/fraction.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/ipc_services/command_ipc.h"
+#include "core/services/fraction.h"
 #include "foundation/system/environment.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"

@@ -1,8 +1,8 @@
 // What can break here: a line torn, lost, doubled or out of order; a reader that stops or ends the process, so that
 // everybody who writes to standard error waits for ever; descriptors that reach other programs. The redirection belongs to
 // the process, so each case runs in one of its own.
-#include "core/console_log_post_processor.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "core/services/console_log_post_processor.h"
 #include "support/forked_child.h"
 #include <algorithm>
 #include <atomic>

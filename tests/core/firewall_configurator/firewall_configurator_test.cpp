@@ -1,6 +1,6 @@
 // What can break here, with the firewall that programs get: what one asks for and another is told; rights without the user's
 // consent; a failure that is taken for success; objects, texts or uses of COM left behind, or taken from somebody else.
-#include "core/firewall_configurator/firewall_configurator.h"
+#include "core/services/firewall_configurator/firewall_configurator.h"
 #include "platform/com/elevation_prompt.h"
 #include "platform/firewall/firewall_file.h"
 #include "support/log_capture.h"

@@ -1,7 +1,7 @@
 // What can break here: a source that is not heard, one that is heard on another thread, a loop that spins; a wait on the pool
 // that outlives whoever it works for, and one that keeps the context for itself.
-#include "core/g_main_context_integration.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/file_descriptor.h"
+#include "core/services/g_main_context_integration.h"
 #include "foundation/system/thread_pool.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"

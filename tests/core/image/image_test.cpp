@@ -1,8 +1,8 @@
 // What can break here: bytes read or written outside of a plane, a size that wraps, a margin or padding that nobody writes,
 // subsampled planes of odd sizes, pixels that are copied where they are shared (or the other way round), a source that ends
 // before its viewers.
-#include "core/image/buffer_image.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/image/buffer_image.h"
 #include <algorithm>
 #include <gmock/gmock.h>
 

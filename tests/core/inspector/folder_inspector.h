@@ -1,6 +1,6 @@
 #pragma once
-#include "core/inspector/inspection_result_writer.h"
-#include "core/inspector/inspector.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
+#include "core/ipc_services/inspector/inspector.h"
 #include <map>
 #include <vector>
 

@@ -1,16 +1,16 @@
 // Inspectors published, listed and asked through a real dispatcher, and those of the object system beside the system itself. What
 // can break here: a registration that outlives its publisher or keeps a place it has given up, a stranger who makes the service
 // hold without bound or end; numbers that are not true, entries that are skipped or shown twice, a view that touches what has gone.
-#include "core/inspector/dispatcher_inspector.h"
-#include "core/inspector/inspector.h"
-#include "core/inspector/inspector_registry.h"
-#include "core/inspector/limits.h"
-#include "core/inspector/modules_inspector.h"
-#include "core/inspector/register_inspector_registry.h"
-#include "core/inspector/registry_inspector.h"
+#include "base/exceptions.h"
 #include "core/ipc/hub_fixture.h"
+#include "core/ipc_services/inspector/dispatcher_inspector.h"
+#include "core/ipc_services/inspector/inspector.h"
+#include "core/ipc_services/inspector/inspector_registry.h"
+#include "core/ipc_services/inspector/limits.h"
+#include "core/ipc_services/inspector/modules_inspector.h"
+#include "core/ipc_services/inspector/register_inspector_registry.h"
+#include "core/ipc_services/inspector/registry_inspector.h"
 #include "folder_inspector.h"
-#include "foundation/exceptions.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 #include <gmock/gmock.h>

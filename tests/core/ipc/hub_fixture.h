@@ -1,5 +1,5 @@
 #pragma once
-#include "core/app_info.h"
+#include "core/services/app_info.h"
 #include "foundation/time/clock.h"
 #include "support/peer.h"
 #include "support/worker.h"

@@ -1,7 +1,7 @@
 // Supervision to the second, with modules that do what the test says; the simulated application shows the rest. What can break here: a
 // fatal error missed or told twice, words that name no cause, a module that is launched by nobody.
+#include "base/exceptions.h"
 #include "core/ipc/module_manager/module_manager.h"
-#include "foundation/exceptions.h"
 #include "hub_fixture.h"
 #include "support/log_capture.h"
 

@@ -1,8 +1,8 @@
 // The module runtime on the default loop; the hub is another process, as there is a bus in its own. What can break here: a bus
 // started twice or never, a module told too early, twice or not at all, one that goes while its start is pending and takes the
 // others with it.
+#include "base/exceptions.h"
 #include "core/ipc/run_module.h"
-#include "foundation/exceptions.h"
 #include "support/expectations.h"
 #include "support/hub.h"
 #include "support/worker.h"

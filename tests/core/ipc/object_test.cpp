@@ -1,9 +1,9 @@
 // Objects between two workers through a real hub: what the simulated application does not show. What can break here: an error
 // that loses its class or details, an answer that is none, a reference that acts while it is made, anything that outlives its
 // worker or its loop.
-#include "core/fraction.h"
+#include "base/exceptions.h"
 #include "core/ipc/limits.h"
-#include "foundation/exceptions.h"
+#include "core/services/fraction.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 

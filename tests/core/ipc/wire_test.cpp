@@ -1,11 +1,11 @@
 // What can break here: a frame cut at any byte, a length that lies, bytes that are no value, a plain message that others would read
 // in another way, a dump that hides or crashes.
+#include "base/exceptions.h"
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/message_helper.h"
 #include "core/ipc/wire/object_message.h"
-#include "foundation/exceptions.h"
 #include "foundation/uv/loop.h"
 #include "support/peer.h"
 #include "support/run_until.h"

@@ -1,7 +1,7 @@
 // A worker among strangers. What can break here: its reaction to bad bytes and cut pipes, whoever ends it while it works, and the
 // countdown to its own end.
+#include "base/exceptions.h"
 #include "core/ipc/registry_impl.h"
-#include "foundation/exceptions.h"
 #include "foundation/system/uuid.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"

@@ -1,7 +1,7 @@
 // What can break here: an archive that no other program opens, a log that is cut or missing, a failure that is taken for
 // success or leaks. The archives are read by unzip.
-#include "core/app_info.h"
-#include "core/log_archive.h"
+#include "core/services/app_info.h"
+#include "core/services/log_archive.h"
 #include "foundation/system/path_manager.h"
 #include "support/log_capture.h"
 #include "support/scoped_variable.h"

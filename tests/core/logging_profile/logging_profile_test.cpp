@@ -1,9 +1,9 @@
 // What can break here: a line of a profile that is read otherwise than its author means it; a profile that writes to the wrong
 // place, takes what it does not want or misses what it does; one bad file that takes the others with it; a message lost, or a
 // profile used after its end, while profiles are reloaded; verbose logging that is switched before this process listens.
-#include "core/logging_profile/logging_profiles.h"
-#include "core/logging_profile/profile_reader.h"
-#include "core/logging_profile/simple_sink.h"
+#include "core/services/logging_profile/logging_profiles.h"
+#include "core/services/logging_profile/profile_reader.h"
+#include "core/services/logging_profile/simple_sink.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/logging/logging.h"
 #include "foundation/message_bus.h"

@@ -1,6 +1,6 @@
 // What can break here: the bytes of an entry, which people and programs read; a text that passes for an entry of its own
 // or is torn within a character; a day without its line.
-#include "core/logging_profile/formatted_sink.h"
+#include "core/services/logging_profile/formatted_sink.h"
 #include "recorder.h"
 #include "support/scoped_variable.h"
 #include <gmock/gmock.h>

@@ -1,9 +1,9 @@
 // Against the real kernel, in a network of the test's own. What can break here: a gateway of another table, kind or adapter
 // that is taken, or taken twice, or in another order; a failure that reaches the caller or is silent; a change that is missed;
 // a listener list that changes while it is being walked.
-#include "core/network_signature.h"
-#include "foundation/exceptions.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/exceptions.h"
+#include "base/file_descriptor.h"
+#include "core/services/network_signature.h"
 #include "foundation/net/mac_address.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"

@@ -1,8 +1,8 @@
 // What can break here: a secret that stands readable in the file, a damaged or foreign entry that throws or takes the
 // others with it, a change of another process that is not seen, a file that stays half written when a writer is killed.
-#include "core/password_manager/password_manager_generic.h"
-#include "core/password_manager/windows_encryption.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/password_manager/password_manager_generic.h"
+#include "core/services/password_manager/windows_encryption.h"
 #include "platform/data_protection.h"
 #include "platform/data_protection_folder.h"
 #include "support/forked_child.h"

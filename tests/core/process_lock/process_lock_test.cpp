@@ -1,7 +1,7 @@
 // What can break here: two holders at once, a lock that outlives its process or ends before the last copy, one that a child
 // keeps, a name that leads out of the private folder.
-#include "core/process_lock.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
+#include "core/services/process_lock.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/named_mutex.h"
 #include "platform/pipe_path.h"

@@ -1,6 +1,6 @@
 // What can break here: a state set twice or never given back, a refusal that is silent or noisy, a request that outlives its
 // process or is handed to a child, a login manager that hangs us.
-#include "core/sleep_preventer.h"
+#include "core/services/sleep_preventer.h"
 #include "foundation/uv/loop.h"
 #include "platform/execution_state.h"
 #include "support/child_process.h"

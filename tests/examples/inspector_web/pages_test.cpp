@@ -1,9 +1,9 @@
 // The pages of inspectors that mean no good, through a real hub. What can break here: text that becomes HTML, a link that is
 // too long to be followed or leads elsewhere, an inspector that is broken, slow or dead and takes the browser along.
-#include "core/inspector/inspection_result_writer.h"
-#include "core/inspector/register_inspector_registry.h"
+#include "base/exceptions.h"
 #include "core/ipc/hub_fixture.h"
-#include "foundation/exceptions.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
+#include "core/ipc_services/inspector/register_inspector_registry.h"
 #include "inspector_web/action_text.h"
 #include "inspector_web/inspector_pages.h"
 #include "web_client.h"

@@ -1,7 +1,7 @@
 // What happens beside a scan. What can break here: a folder that is lost between two starts, or scanned in the wrong catalogue;
 // a start that waits for nobody; a visitor who disturbs what he looks at; a switch that reaches some processes only, a secret
 // that is seen, lost or stored where it should not be.
-#include "core/password_manager/password_manager.h"
+#include "core/services/password_manager/password_manager.h"
 #include "skyfold_fixture.h"
 
 namespace {

@@ -1,5 +1,5 @@
 #pragma once
-#include "core/app_info.h"
+#include "core/services/app_info.h"
 #include "core/simulation/world.h"
 #include "foundation/system/environment.h"
 #include "library/media_library.h"

@@ -1,7 +1,7 @@
 // What can break here: a detail lost or shared, a class or trace that is another's; a report that throws or reports itself.
+#include "base/exception_factory.h"
+#include "base/exceptions.h"
 #include "foundation/assertion.h"
-#include "foundation/exception_factory.h"
-#include "foundation/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "foundation/promise.h"
 #include "foundation/time/clock.h"

@@ -1,5 +1,5 @@
 // What can break here: bytes lost where a call does less than asked, an error without its path, a link followed while removing.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/buffered_input_stream.h"
 #include "foundation/io/buffered_output_stream.h"
 #include "foundation/io/byte_array_output_stream.h"

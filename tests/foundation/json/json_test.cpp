@@ -1,5 +1,5 @@
 // What can break here: text that does not read back as what was written, an error that does not say where.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/json/deserializer.h"
 #include "foundation/json/serializer.h"

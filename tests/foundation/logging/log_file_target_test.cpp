@@ -1,6 +1,6 @@
 // What can break here: a line lost or torn while others write and rotate; a file dropped too early; a full disk that ruins more.
-#include "foundation/auto_ptr.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/auto_ptr.h"
+#include "base/file_descriptor.h"
 #include "foundation/logging/log_file_target.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"

@@ -1,5 +1,5 @@
 // What can break here: a thread that waits for a reader who never reads, an entry that is lost without a word.
-#include "foundation/io/file_descriptor.h"
+#include "base/file_descriptor.h"
 #include "foundation/logging/log_console_target.h"
 #include "foundation/uv/loop.h"
 #include "support/child_process.h"

@@ -1,6 +1,6 @@
 // What can break here: a form wrong at the border of two, hostile bytes that are believed; that we agree with ourselves alone.
 // What lies about its size is the fuzz target's.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"

@@ -1,5 +1,5 @@
 // What can break here: a callable run twice, never or too early; a failure or cancellation that gets lost; captures that live on.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/promise.h"
 #include "foundation/uv/loop.h"
 #include "support/expectations.h"

@@ -1,5 +1,5 @@
 // What can break here: names cut at a NUL byte, a folder that others can read, a library that goes; a task lost or run twice.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"

@@ -1,5 +1,5 @@
 // What can break here: the calendar before 1970 and far from now; a text that is no date and yet gives one.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/time/date_time_formatter.h"
 #include "foundation/time/date_time_parser.h"
 #include <ctime>

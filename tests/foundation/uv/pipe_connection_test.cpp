@@ -1,5 +1,5 @@
 // What can break here: a connection lost or announced twice, strangers let in, another's endpoint removed.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "pipe_pair.h"
 #include "platform/pipe_path.h"
 #include "support/forked_child.h"

@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/auto_ptr.h"
+#include "base/auto_ptr.h"
 #include "foundation/uv/pipe_stream.h"
 #include "support/run_until.h"
 #include <gtest/gtest.h>

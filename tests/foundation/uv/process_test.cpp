@@ -1,6 +1,6 @@
 // What can break here: an exit not reported, a zombie, descriptors that leak into children.
-#include "foundation/auto_ptr.h"
-#include "foundation/exceptions.h"
+#include "base/auto_ptr.h"
+#include "base/exceptions.h"
 #include "foundation/uv/process.h"
 #include "support/child_process.h"
 #include "support/run_until.h"

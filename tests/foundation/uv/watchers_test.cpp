@@ -1,6 +1,6 @@
 // What can break here: a watcher that ends, or whose loop ends, while it is called; one that an error stops for good.
-#include "foundation/exceptions.h"
-#include "foundation/io/file_descriptor.h"
+#include "base/exceptions.h"
+#include "base/file_descriptor.h"
 #include "foundation/uv/async.h"
 #include "foundation/uv/poll.h"
 #include "foundation/uv/signal_watcher.h"

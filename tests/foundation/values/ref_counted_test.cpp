@@ -1,5 +1,5 @@
 // What can break here: an object deleted twice or revived while it dies, a weak link or a guarded callback that outlives its target.
-#include "foundation/weak_ptr.h"
+#include "base/weak_ptr.h"
 #include <gtest/gtest.h>
 #include <optional>
 

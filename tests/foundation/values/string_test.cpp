@@ -1,6 +1,6 @@
 // What can break here: the border between text in place and shared text, sharing that shows, storage kept too long, lenient parsing.
-#include "foundation/byte_array.h"
-#include "foundation/exceptions.h"
+#include "base/byte_array.h"
+#include "base/exceptions.h"
 #include <gtest/gtest.h>
 #include <random>
 

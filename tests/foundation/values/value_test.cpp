@@ -1,5 +1,5 @@
 // What can break here: an order that is none, a change that shows in a copy, a lossy conversion, entries lost where runs split.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "foundation/time/timestamp.h"
 #include "foundation/value.h"
 #include "foundation/value_map.h"

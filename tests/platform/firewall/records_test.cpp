@@ -1,5 +1,5 @@
 // What can break here: a rule lost, changed or shown to others; a damaged or foreign file that is believed or replaced.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/firewall/detail/records_file.h"
 #include "platform/firewall/firewall_file.h"
 #include "support/temporary_folder.h"

@@ -1,6 +1,6 @@
 // What can break here: an answer that is torn or not ours, one that goes on behind its end, an error taken for an answer. What
 // lies about its lengths is the fuzz target's.
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/detail/netlink.h"
 #include <climits>
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "base/exceptions.h"
 #include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
@@ -7,7 +8,6 @@
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/object_message.h"
 #include "foundation/assertion.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
 #include "foundation/value_map.h"

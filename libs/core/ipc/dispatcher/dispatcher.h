@@ -1,11 +1,11 @@
 #pragma once
+#include "base/exceptions.h"
+#include "base/lifetime.h"
 #include "core/ipc/dispatcher/open_files.h"
 #include "core/ipc/dispatcher/usage_counts.h"
 #include "core/ipc/dispatcher/worker_ids.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/worker/worker.h"
-#include "foundation/exceptions.h"
-#include "foundation/lifetime.h"
 #include "foundation/logging/logging.h"
 #include "foundation/signal.h"
 #include "foundation/uv/loop.h"

@@ -1,7 +1,7 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/wire/message_helper.h"
-#include "foundation/exceptions.h"
 
 namespace ipc {
 

@@ -1,6 +1,6 @@
 #pragma once
+#include "base/export.h"
 #include "core/ipc/wire/message.h"
-#include "foundation/export.h"
 #include <bitset>
 #include <cstdint>
 #include <memory>

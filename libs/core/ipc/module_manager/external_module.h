@@ -1,6 +1,6 @@
 #pragma once
+#include "base/auto_ptr.h"
 #include "core/ipc/module_manager/module_definition.h"
-#include "foundation/auto_ptr.h"
 #include "foundation/uv/process.h"
 #include <vector>
 

@@ -1,6 +1,6 @@
 #pragma once
+#include "base/string.h"
 #include "foundation/signal.h"
-#include "foundation/string.h"
 #include <cstdint>
 #include <optional>
 

@@ -1,6 +1,6 @@
 #pragma once
+#include "base/weak_ptr.h"
 #include "core/ipc/module_manager/module_manager.h"
-#include "foundation/weak_ptr.h"
 #include <list>
 
 namespace ipc {

@@ -1,6 +1,6 @@
 #include "core/ipc/object/callable_object_instance.h"
+#include "base/debug.h"
 #include "core/ipc/object/exception_record_private.h"
-#include "foundation/debug.h"
 #include "foundation/unhandled_exception.h"
 
 namespace ipc {

@@ -1,5 +1,5 @@
+#include "base/exception_factory.h"
 #include "core/ipc/object/exception_record_private.h"
-#include "foundation/exception_factory.h"
 
 namespace ipc {
 namespace {

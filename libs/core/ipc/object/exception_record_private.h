@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/exception.h"
+#include "base/exception.h"
 #include "foundation/value.h"
 
 namespace ipc {

@@ -1,8 +1,8 @@
+#include "base/exceptions.h"
 #include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker_object_manager.h"
 #include "foundation/assertion.h"
-#include "foundation/exceptions.h"
 #include "foundation/mpack/hooks.h"
 #include "foundation/value_map.h"
 

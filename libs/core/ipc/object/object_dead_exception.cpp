@@ -1,5 +1,5 @@
 #include "core/ipc/object/object_dead_exception.h"
-#include "foundation/exception_factory.h"
+#include "base/exception_factory.h"
 
 namespace ipc {
 

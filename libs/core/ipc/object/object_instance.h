@@ -1,8 +1,8 @@
 #pragma once
+#include "base/exceptions.h"
+#include "base/weak_ptr.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/message_fields.h"
-#include "foundation/exceptions.h"
-#include "foundation/weak_ptr.h"
 
 namespace ipc {
 

@@ -1,10 +1,10 @@
 #include "core/ipc/object/object_reference.h"
+#include "base/debug.h"
 #include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/object/local_delivery_private.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
-#include "foundation/debug.h"
 #include "foundation/unhandled_exception.h"
 #include <memory>
 

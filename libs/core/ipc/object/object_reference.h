@@ -1,8 +1,8 @@
 #pragma once
+#include "base/exceptions.h"
+#include "base/ref_counted.h"
 #include "core/ipc/wire/message.h"
 #include "core/ipc/wire/message_fields.h"
-#include "foundation/exceptions.h"
-#include "foundation/ref_counted.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
 #include <type_traits>

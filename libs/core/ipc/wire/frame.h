@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/byte_array.h"
-#include "foundation/byte_view.h"
+#include "base/byte_array.h"
+#include "base/byte_view.h"
 #include <array>
 #include <cstddef>
 #include <span>

@@ -1,5 +1,5 @@
 #include "core/ipc/wire/frame_output_stream.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <algorithm>
 #include <cstdint>
 #include <fmt/format.h>

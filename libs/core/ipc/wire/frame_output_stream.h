@@ -1,7 +1,7 @@
 #pragma once
+#include "base/byte_view.h"
+#include "base/exceptions.h"
 #include "core/ipc/wire/frame.h"
-#include "foundation/byte_view.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/output_stream.h"
 
 namespace ipc {

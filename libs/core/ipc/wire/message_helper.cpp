@@ -1,7 +1,7 @@
 #include "core/ipc/wire/message_helper.h"
+#include "base/exceptions.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/frame_output_stream.h"
-#include "foundation/exceptions.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/mpack/serializer.h"

@@ -1,6 +1,6 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/ipc/wire/frame.h"
-#include "foundation/exceptions.h"
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"

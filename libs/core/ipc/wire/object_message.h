@@ -1,7 +1,7 @@
 #pragma once
+#include "base/exceptions.h"
 #include "core/ipc/wire/frame_output_stream.h"
 #include "core/ipc/wire/message.h"
-#include "foundation/exceptions.h"
 #include "foundation/value.h"
 #include <optional>
 

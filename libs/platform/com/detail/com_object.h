@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include "platform/com/result_codes.h"
 #include "platform/com/unknown.h"
 #include <atomic>

@@ -1,5 +1,5 @@
 #include "platform/firewall/detail/records_text.h"
-#include "foundation/exceptions.h"
+#include "base/exceptions.h"
 #include <glib.h>
 #include <memory>
 

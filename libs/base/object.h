@@ -1,0 +1,20 @@
+#pragma once
+#include "base/export.h"
+
+namespace fn {
+
+class String;
+
+/// Root of the polymorphic classes: something that a Value can hold and that can say what it is.
+class FN_EXPORT Object {
+public:
+    Object() = default;
+    Object(const Object&) = default;
+    Object& operator=(const Object&) = default;
+    virtual ~Object();
+
+    /// For people and logs. Default: class name and address.
+    virtual String toString() const;
+};
+
+} // namespace fn

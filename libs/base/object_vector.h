@@ -1,0 +1,10 @@
+#pragma once
+#include "base/auto_ptr.h"
+#include <vector>
+
+namespace fn {
+
+/// A list that shares its objects.
+template <typename T> using ObjectVector = std::vector<AutoPtr<T>>;
+
+} // namespace fn

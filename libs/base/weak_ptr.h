@@ -1,0 +1,37 @@
+#pragma once
+#include "base/auto_ptr.h"
+
+namespace fn {
+
+/// A link to a WeakReferencableObject that does not keep it alive. Belongs to the thread of its target.
+template <typename T> class WeakPtr {
+public:
+    WeakPtr() noexcept = default;
+    explicit WeakPtr(T* object) : _object(object)
+    {
+        if (object) _isThere = static_cast<const WeakReferencableObject*>(object)->_lifetime.watch();
+    }
+    WeakPtr(const AutoPtr<T>& object) : WeakPtr(object.get()) { }
+
+    /// The target, or empty once its last strong reference has gone (even where its deletion is still to come).
+    AutoPtr<T> lock() const noexcept
+    {
+        return _isThere && _object->tryRetain() ? AutoPtr<T>::adopt(_object) : AutoPtr<T>();
+    }
+
+    /// `callback`, for whoever may call it when the target has gone: it does nothing then, and holds the target else.
+    template <typename Callback> auto guard(Callback callback) const
+    {
+        return [weak = *this, callback = std::move(callback)](auto&&... arguments) mutable {
+            if (const auto held = weak.lock()) callback(std::forward<decltype(arguments)>(arguments)...);
+        };
+    }
+
+    void reset() noexcept { *this = WeakPtr(); }
+
+private:
+    T* _object = nullptr;
+    Lifetime::Watch _isThere;
+};
+
+} // namespace fn

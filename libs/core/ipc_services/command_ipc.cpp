@@ -1,0 +1,226 @@
+#include "core/ipc_services/command_ipc.h"
+#include "core/ipc/wire/message_helper.h"
+#include "core/ipc_services/command_ipc_connection_private.h"
+#include "foundation/io/directory_iterator.h"
+#include "foundation/io/file.h"
+#include "foundation/io/path.h"
+#include "foundation/logging/logging.h"
+#include "foundation/system/environment.h"
+#include "foundation/system/uuid.h"
+#include "foundation/uv/timer.h"
+#include <cerrno>
+#include <vector>
+
+namespace core {
+namespace {
+
+constexpr auto site = "libs/core/command_ipc";
+constexpr auto backupMark = ".bk-"; // Between the endpoint's name and a UUID.
+
+const fn::logging::Category& category()
+{
+    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.commandIPC");
+    return result;
+}
+
+fn::uv::Loop& loopHere()
+{
+    auto* const current = fn::RunLoop::currentLoop();
+    return (current ? *current : fn::RunLoop::defaultLoop()).uvLoop();
+}
+
+/// Runs what may fail without harm.
+template <typename Action> void attempt(Action action)
+{
+    try {
+        action();
+    } catch (const std::exception&) {
+    }
+}
+
+/// Of the entry itself; none: 0.
+std::uint64_t inodeOf(const fn::String& path)
+{
+    const fn::File file(path);
+    return file.exists(fn::File::Links::Keep) ? file.info(fn::File::Links::Keep).inode : 0;
+}
+
+/// One `CommandIPC::send()`. What it waits for holds it.
+class IPCSender final : public fn::RefCountedObject {
+public:
+    IPCSender(fn::Value command, fn::uv::Loop& loop, folly::Function<void()> done)
+        : _loop(loop),
+          _command(std::move(command)),
+          _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
+          _messageHelper(0), // Nothing is answered; a server that does is not listened to.
+          _done(std::move(done))
+    {
+    }
+
+    void start(const fn::String& pipePath)
+    {
+        _deadline = fn::uv::Timer::schedule(_loop, CommandIPC::sendLimit,
+            [self = fn::AutoPtr(this)] { self->finish(fn::uv::Status("send a command", -ETIMEDOUT).what()); });
+        _stream->connect(pipePath, [self = fn::AutoPtr(this)](const fn::uv::Status& status) {
+            if (status.ok())
+                self->write();
+            else
+                self->finish(status.what());
+        });
+    }
+
+private:
+    ~IPCSender() override = default;
+
+    void write()
+    {
+        try {
+            _messageHelper.setStream(_stream);
+            const auto onWritten = [self = fn::AutoPtr(this)](const fn::uv::Status& status) {
+                self->finish(status.ok() ? fn::String() : status.what());
+            };
+            _messageHelper.send(_command, onWritten, CommandIPC::maxCommandBytes);
+        } catch (const std::exception& exception) {
+            finish(exception.what()); // No value of the wire's, or too large: nothing was written.
+        }
+    }
+
+    void finish(const fn::String& error)
+    {
+        if (_stream->isClosed()) return; // A write that the deadline has ended.
+        if (!error.empty()) FN_LOG_TO(category(), fn::logging::Error, {}, site, "CommandIPC failed: {}", error.view());
+        _stream->close();
+        _deadline.invalidate();
+        auto done = std::exchange(_done, {});
+        if (done) done();
+    }
+
+    fn::uv::Loop& _loop;
+    const fn::Value _command;
+    fn::AutoPtr<fn::uv::PipeStream> _stream;
+    ipc::MessageHelper _messageHelper;
+    folly::Function<void()> _done;
+    fn::Handle _deadline;
+};
+
+} // namespace
+
+CommandIPC::CommandIPC() : _connections(std::make_shared<detail::CommandConnections>()) { }
+
+CommandIPC::~CommandIPC()
+{
+    if (_listener) close(); // It may have been closed by the end of its loop.
+    while (!_connections->open.empty()) { // Who writes now must not believe that he is heard.
+        fn::AutoPtr(_connections->open.back())->close();
+    }
+}
+
+fn::String CommandIPC::pipePath()
+{
+    return R"(\\.\pipe\)" + fn::String("skyfold-command-ipc.") + fn::Environment::userName();
+}
+
+void CommandIPC::bind()
+{
+    if (_listener) {
+        acceptAll();
+        close();
+    }
+    _listener = fn::makeAuto<fn::uv::PipeStream>(loopHere(), false);
+    const auto path = pipePath();
+    moveAside(path);
+    _listener->bind(path);
+    _inode = inodeOf(path);
+    _listener->listen(backlog, [this](const fn::uv::Status& status) {
+        status.throwOnError();
+        onConnection();
+    });
+}
+
+void CommandIPC::moveAside(const fn::String& path)
+{
+    attempt([&] { // What can not be moved is told by the bind that follows.
+        const fn::File file(path);
+        if (!file.exists(fn::File::Links::Keep)) return;
+        _backupPath = path + backupMark + fn::UUIDGenerator::defaultGenerator().createOne().toString();
+        file.moveTo(_backupPath);
+    });
+}
+
+void CommandIPC::onConnection()
+{
+    if (_admitsAll || !_connections->areFull()) return accept();
+    _connections->othersWait = true;
+    _listener->listenStop(); // All further ones stay where they are.
+}
+
+void CommandIPC::onRoom()
+{
+    while (_connections->othersWait && !_connections->areFull()) {
+        _connections->othersWait = false;
+        accept();
+        _listener->listenResume(); // Who is next may be heard of at once.
+    }
+}
+
+void CommandIPC::accept()
+{
+    fn::makeAuto<detail::CommandConnection>(*this, loopHere(), _connections)->start(*_listener);
+}
+
+void CommandIPC::acceptAll()
+{
+    if (_listener->isClosed()) return;
+    _listener->listenEnd(); // Who comes later must not believe that he is let in.
+    _admitsAll = true;
+    if (std::exchange(_connections->othersWait, false)) accept();
+    _listener->listenPending();
+    _admitsAll = false;
+}
+
+void CommandIPC::stop()
+{
+    const fn::AutoPtr self(this);
+    acceptAll();
+    close();
+    // From here on their callbacks may do anything.
+    const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(
+        _connections->open.begin(), _connections->open.end());
+    for (const auto& client : clients) client->readPending();
+}
+
+/// The endpoint is removed where it is, and what was moved aside for it takes its place: that may be the backup of a server that
+/// came later, and puts it back in its turn.
+void CommandIPC::close()
+{
+    const auto moved = movedTo(); // Told by its inode, which is nobody else's as long as it is open.
+    _listener->close({});
+    _connections->othersWait = false;
+    if (!moved.empty()) attempt([&] { fn::File(moved).remove(false); });
+    if (_backupPath.empty()) return;
+    attempt([&] { // It may have been removed; what stands at the endpoint now is another server's.
+        const auto place = moved.empty() ? pipePath() : moved;
+        if (!moved.empty() || !fn::File(place).exists(fn::File::Links::Keep)) fn::File(_backupPath).moveTo(place);
+    });
+}
+
+/// Where another server has moved this one's endpoint to; empty if none has.
+fn::String CommandIPC::movedTo() const
+{
+    fn::String result;
+    attempt([&] {
+        const auto path = _listener->nativePath();
+        if (_listener->isClosed() || path.empty() || inodeOf(path) == _inode) return;
+        for (const auto& entry : fn::DirectoryIterator(fn::Path::parsePath(path).directory)) {
+            if (entry.path.startsWith(path + backupMark) && inodeOf(entry.path) == _inode) result = entry.path;
+        }
+    });
+    return result;
+}
+
+/*static*/ void CommandIPC::send(fn::Value command, folly::Function<void()> done)
+{
+    fn::makeAuto<IPCSender>(std::move(command), loopHere(), std::move(done))->start(pipePath());
+}
+
+} // namespace core

@@ -1,0 +1,22 @@
+#pragma once
+#include "core/ipc/module_manager/module_manager.h"
+#include "core/ipc_services/inspector/inspector.h"
+
+namespace core {
+
+/// Shows the modules that a manager supervises: what each is doing, and how often it had to be launched. Published in the
+/// main process. The manager may move; shows nothing once it has gone.
+class FN_EXPORT ModulesInspector final : public Inspector {
+public:
+    explicit ModulesInspector(const ipc::ModuleManager& manager);
+
+    using Inspector::inspect;
+    InspectionResult inspect(const fn::Value& action, const fn::Value& refererAction) override;
+
+private:
+    ~ModulesInspector() override;
+
+    const std::function<std::vector<ipc::ModuleStatus>()> _modules;
+};
+
+} // namespace core

@@ -1,0 +1,227 @@
+#include "core/services/console_log_post_processor.h"
+#include "base/exceptions.h"
+#include "base/file_descriptor.h"
+#include "base/posix.h"
+#include "foundation/system/lock.h"
+#include "platform/pipe.h"
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <deque>
+#include <fcntl.h>
+#include <poll.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+/// Of the sanitizers' run-time library; null in a build without.
+extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
+
+namespace core {
+namespace {
+
+using Callback = void (*)(fn::String&);
+
+constexpr std::size_t chunkBytes = 16 * 1024;
+constexpr std::size_t longestLine = 64 * 1024 * 1024;
+
+struct Redirection {
+    fn::FileDescriptor saved; // Standard error as it was before.
+    fn::FileDescriptor readEnd; // Of the pipe.
+};
+
+struct State {
+    fn::Lock lock;
+    std::vector<Callback> callbacks; // Guarded by `lock`.
+    std::deque<Redirection> unread; // Those without a reader. Guarded by `lock`.
+};
+
+// Never destroyed: the reader goes on while the process ends.
+State& state()
+{
+    static auto& result = *new State;
+    return result;
+}
+
+/// Threads that are started while this lives do not get SIGPIPE, which would end the process.
+class PipeSignalBlocked {
+public:
+    PipeSignalBlocked()
+    {
+        sigset_t signals;
+        ::sigemptyset(&signals);
+        ::sigaddset(&signals, SIGPIPE);
+        ::pthread_sigmask(SIG_BLOCK, &signals, &_previous);
+    }
+    PipeSignalBlocked(const PipeSignalBlocked&) = delete;
+    ~PipeSignalBlocked() { ::pthread_sigmask(SIG_SETMASK, &_previous, nullptr); }
+
+private:
+    sigset_t _previous = {};
+};
+
+[[noreturn]] void fail(const char* message)
+{
+    const int error = errno;
+    throw with(fn::IOException(message), fn::ErrnoInfo { error });
+}
+
+void replaceStandardError(int descriptor)
+{
+    int result = -1;
+    do result = ::dup2(descriptor, STDERR_FILENO);
+    while (result < 0 && errno == EINTR);
+    if (result < 0) fail("Standard error can not be redirected");
+}
+
+/// A process may have been started without: nothing else must then become descriptor 2.
+void ensureStandardError()
+{
+    if (::fcntl(STDERR_FILENO, F_GETFD) >= 0) return;
+    fn::FileDescriptor nowhere(fn::posix::open("/dev/null", O_WRONLY));
+    if (nowhere.get() == STDERR_FILENO)
+        nowhere.release();
+    else if (nowhere)
+        replaceStandardError(nowhere.get());
+}
+
+fn::FileDescriptor saveStandardError()
+{
+    fn::FileDescriptor result(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!result) fail("Standard error can not be kept");
+    return result;
+}
+
+/// What does not go there is lost: there is no other place to tell it.
+void writeAll(const fn::FileDescriptor& saved, std::string_view text) noexcept
+{
+    while (!text.empty()) {
+        const auto count = fn::posix::write(saved.get(), text.data(), text.size());
+        if (count > 0) {
+            text.remove_prefix(static_cast<std::size_t>(count));
+        } else if (count < 0 && errno == EAGAIN) {
+            // Whoever shares it has made it non-blocking; its reader is waited for all the same.
+            pollfd output { saved.get(), POLLOUT, 0 };
+            ::poll(&output, 1, -1);
+        } else {
+            return;
+        }
+    }
+}
+
+/// Past `fn::unhandledException()`: what that logs is a new line for the callback that has just failed, without end.
+void tellFailure(const fn::FileDescriptor& saved, const char* reason) noexcept
+{
+    writeAll(saved, "A line of standard error could not be processed: ");
+    writeAll(saved, reason);
+    writeAll(saved, "\n");
+}
+
+/// Calls `action`, which may throw anything.
+template <typename Action> void guarded(const fn::FileDescriptor& saved, Action&& action) noexcept
+{
+    try {
+        action();
+    } catch (const std::exception& exception) {
+        tellFailure(saved, exception.what());
+    } catch (...) {
+        tellFailure(saved, "exception of an unknown type");
+    }
+}
+
+void deliver(const fn::FileDescriptor& saved, fn::String line)
+{
+    std::vector<Callback> callbacks;
+    {
+        const fn::ScopedLock guard(state().lock);
+        callbacks = state().callbacks;
+    }
+    for (const auto callback : callbacks) guarded(saved, [&] { callback(line); });
+    writeAll(saved, line);
+}
+
+/// Cuts what is read into lines. Each byte is looked at once, however long a line becomes.
+void takeChunk(const fn::FileDescriptor& saved, fn::String& pending, std::string_view chunk)
+{
+    for (std::size_t lineFeed; (lineFeed = chunk.find('\n')) != chunk.npos; chunk.remove_prefix(lineFeed + 1)) {
+        pending += chunk.substr(0, lineFeed + 1);
+        deliver(saved, std::exchange(pending, fn::String()));
+    }
+    pending += chunk;
+    if (pending.size() >= longestLine) deliver(saved, std::exchange(pending, fn::String()));
+}
+
+void readLines(const Redirection& redirection)
+{
+    fn::String pending;
+    std::array<char, chunkBytes> chunk;
+    for (;;) {
+        const auto count = fn::posix::read(redirection.readEnd.get(), chunk.data(), chunk.size());
+        if (count < 1) return;
+        guarded(redirection.saved, [&] {
+            takeChunk(redirection.saved, pending, { chunk.data(), static_cast<std::size_t>(count) });
+        });
+    }
+}
+
+} // namespace
+
+void ConsoleLogPostProcessor::init()
+{
+    ensureStandardError();
+    Redirection redirection { saveStandardError(), {} };
+    int ends[2];
+    if (platform::_pipe(ends, 1, platform::_O_NOINHERIT) != 0) fail("There is no pipe for standard error");
+    redirection.readEnd = fn::FileDescriptor(ends[0]);
+    // Descriptor 2 becomes its only copy: the reader ends when the process has given that up, too.
+    const fn::FileDescriptor writeEnd(ends[1]);
+    const auto saved = static_cast<std::intptr_t>(redirection.saved.get());
+
+    auto& unread = state().unread;
+    {
+        const fn::ScopedLock guard(state().lock);
+        unread.push_back(std::move(redirection));
+    }
+    // Before descriptor 2 is replaced: without its reader the pipe would soon hold up everybody who writes.
+    try {
+        const PipeSignalBlocked blocked;
+        std::thread(runStandardError).detach();
+    } catch (...) {
+        const fn::ScopedLock guard(state().lock);
+        unread.pop_back();
+        throw;
+    }
+    replaceStandardError(writeEnd.get());
+    // A report that ends the process would not make it through the pipe.
+    if (__sanitizer_set_report_fd) __sanitizer_set_report_fd(reinterpret_cast<void*>(saved));
+}
+
+void ConsoleLogPostProcessor::registerStandardErrorCallback(void (*callback)(fn::String&))
+{
+    const fn::ScopedLock guard(state().lock);
+    state().callbacks.push_back(callback);
+}
+
+void ConsoleLogPostProcessor::unregisterStandardErrorCallback(void (*callback)(fn::String&))
+{
+    const fn::ScopedLock guard(state().lock);
+    std::erase(state().callbacks, callback);
+}
+
+void ConsoleLogPostProcessor::runStandardError()
+{
+    Redirection redirection;
+    {
+        const fn::ScopedLock guard(state().lock);
+        auto& unread = state().unread;
+        if (unread.empty()) return;
+        redirection = std::move(unread.front());
+        unread.pop_front();
+    }
+    readLines(redirection);
+    redirection.saved.release(); // Stays open: a sanitizer may still report there.
+}
+
+} // namespace core

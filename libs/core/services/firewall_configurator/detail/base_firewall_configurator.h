@@ -1,0 +1,32 @@
+#pragma once
+#include "core/services/firewall_configurator/detail/com_root.h"
+#include "core/services/firewall_configurator/firewall_configurator.h"
+#include "platform/firewall/firewall_manager.h"
+
+namespace core {
+
+/// By the list of authorized applications.
+class BaseFirewallConfigurator final : public FirewallConfigurator {
+public:
+    /// Where it fails, COM stays initialized until the next call.
+    bool initialize(bool elevated) override;
+    bool isFirewallEnabled(bool& enabled) override;
+    bool isApplicationAuthorized(bool& inbound, bool& outbound, const fn::String& applicationPath) override;
+    bool authorizeApplication(
+        const fn::String& applicationPath, const fn::String& name, bool inbound, bool outbound) override;
+    ~BaseFirewallConfigurator() override;
+
+private:
+    void close();
+    bool open(bool elevated);
+    bool getApplications(detail::ComPtr<platform::INetFwAuthorizedApplications>& applications);
+
+    // All three or none.
+    detail::ComPtr<platform::INetFwMgr> _manager;
+    bool _elevated = false;
+    detail::ComPtr<platform::INetFwPolicy> _policy;
+    detail::ComPtr<platform::INetFwProfile> _profile;
+    platform::HRESULT _comResult = detail::comNotInitialized;
+};
+
+} // namespace core

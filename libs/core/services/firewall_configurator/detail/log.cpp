@@ -1,0 +1,25 @@
+#include "core/services/firewall_configurator/detail/log.h"
+#include "foundation/unhandled_exception.h"
+
+namespace core::detail {
+
+const fn::logging::Category& firewallLog()
+{
+    static const auto& category = fn::logging::CategoryManager::instance().getCategory("core.firewall");
+    return category;
+}
+
+bool failure(const char* message, const std::source_location& where)
+{
+    const fn::logging::Site site { firewallSite, static_cast<int>(where.line()), where.function_name() };
+    fn::logging::writePrintf(firewallLog(), fn::logging::Error, {}, site, "%s", message);
+    return false;
+}
+
+bool caught() noexcept
+{
+    fn::logException();
+    return false;
+}
+
+} // namespace core::detail

@@ -1,0 +1,19 @@
+#include "core/services/firewall_configurator/firewall_configurator.h"
+#include "core/services/firewall_configurator/detail/advanced_firewall_configurator.h"
+#include "core/services/firewall_configurator/detail/base_firewall_configurator.h"
+
+namespace core {
+
+FirewallConfigurator::~FirewallConfigurator() = default;
+
+std::unique_ptr<FirewallConfigurator> FirewallConfigurator::createBaseConfigurator()
+{
+    return std::make_unique<BaseFirewallConfigurator>();
+}
+
+std::unique_ptr<FirewallConfigurator> FirewallConfigurator::createAdvancedConfigurator()
+{
+    return std::make_unique<AdvancedFirewallConfigurator>();
+}
+
+} // namespace core

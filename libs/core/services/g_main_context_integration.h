@@ -1,0 +1,50 @@
+#pragma once
+#include "base/export.h"
+#include <memory>
+
+typedef struct _GMainContext GMainContext;
+
+namespace fn::uv {
+class Loop;
+}
+
+namespace core {
+
+/// Runs GLib's default main context on a libuv loop: time-outs, idle functions, child watches, sockets and D-Bus connections
+/// of libraries built on GLib work, and their callbacks run on the loop's thread.
+///
+/// Sources may be attached and destroyed from any thread, as GLib has it. The wait for them takes place on a thread of the
+/// default `fn::ThreadPool`, one wait at a time: only this thread or the loop's owns the context meanwhile, and nobody
+/// else iterates it. Without this object, or while the loop does not run, GLib's sources wait.
+///
+/// One for the process, for whoever needs it first: `init()` and `quit()` are counted. Everything here belongs to the
+/// loop's thread.
+class FN_EXPORT GMainContextIntegration {
+public:
+    /// The first call attaches the context to `loop`. Later ones only count, whatever loop they name.
+    static void init(fn::uv::Loop& loop);
+
+    /// The call that matches the first `init()` detaches the context, at once: also inside a GLib callback. Those that GLib
+    /// has found ready together with it still run, and then none. A wait that is still out is ended and not waited for.
+    /// The loop may have gone before.
+    static void quit();
+
+    static GMainContextIntegration* instance() noexcept; ///< Null while nobody needs it.
+
+    GMainContextIntegration(const GMainContextIntegration&) = delete;
+    GMainContextIntegration& operator=(const GMainContextIntegration&) = delete;
+
+    GMainContext* context(); ///< GLib's default context.
+
+private:
+    explicit GMainContextIntegration(fn::uv::Loop& loop);
+    ~GMainContextIntegration();
+
+    struct Private;
+    std::shared_ptr<Private> _private; // Outlives this object while one of its callbacks runs.
+
+    static GMainContextIntegration* _instance;
+    static int _refCount;
+};
+
+} // namespace core

@@ -1,0 +1,91 @@
+#pragma once
+#include "base/auto_ptr.h"
+#include "base/exceptions.h"
+#include "core/services/fraction.h"
+#include "core/services/image/margins.h"
+#include <cstddef>
+#include <cstdint>
+
+namespace core {
+
+/// Pixels in up to three planes, or a compressed JPEG stream. Rectangles and other aspect ratios of an image are images,
+/// too: they share its pixels and keep it alive.
+///
+/// An image may be held, read and released on any thread. Who writes pixels sees to it that nobody else uses them
+/// meanwhile; `mutableData()` counts as writing.
+///
+/// Wherever a plane is asked for, it is one below `planeCount()`.
+class FN_EXPORT Image : public fn::RefCountedObject {
+public:
+    /// Values are stored. Any other value is a format without planes. What the channels of the packed formats
+    /// mean is agreed between those who make images and those who use them.
+    enum class Format {
+        JPEG = 1, ///< The compressed stream is plane 0.
+        PACKED_8 = 2,
+        YUV_444 = 3,
+        YUV_422 = 4,
+        YUV_420 = 5,
+        PACKED_32_A = 6,
+        PACKED_32_B = 7,
+        PACKED_32_C = 8,
+        PACKED_32_D = 9,
+    };
+
+    static unsigned int planeCountForFormat(Format format) noexcept;
+    static unsigned int pixelSizeForFormat(Format format) noexcept; ///< Bytes per pixel, the same for each plane.
+    /// Planes 1 and 2 have the width of plane 0 divided by 2 to the power of this, truncated.
+    static unsigned int horizontalChromaSubsamplingForFormat(Format format) noexcept;
+    static unsigned int verticalChromaSubsamplingForFormat(Format format) noexcept; ///< The same for the height.
+
+    virtual Format format() const = 0;
+    virtual std::uint32_t width() const = 0; ///< Pixels.
+    virtual std::uint32_t height() const = 0; ///< Pixels.
+    virtual std::uint32_t stride(unsigned int plane) const = 0; ///< Bytes from one row of the plane to the next.
+    virtual unsigned char* mutableData(unsigned int plane) = 0;
+    virtual const unsigned char* data(unsigned int plane) const = 0;
+    virtual std::size_t size(unsigned int plane) const = 0; ///< Bytes of the plane.
+    virtual Fraction pixelAspectRatio() const = 0; ///< Width of a pixel by its height.
+
+    /// How many of the `size()` bytes may be read: fewer where the image is a rectangle of another one that ends in that
+    /// one's last rows, since whole strides are counted. Default: all of them.
+    virtual std::size_t readableSize(unsigned int plane) const;
+
+    unsigned int planeCount() const { return planeCountForFormat(format()); }
+    unsigned int pixelSize() const { return pixelSizeForFormat(format()); }
+    /// The plane has the image's width divided by 2 to the power of this, truncated.
+    unsigned int horizontalSubsampling(unsigned int plane) const;
+    unsigned int verticalSubsampling(unsigned int plane) const; ///< The same for the height.
+
+    /// Bytes from `data(plane)` to the pixel at (x, y) of plane 0.
+    std::size_t offsetForPixel(std::uint32_t x, std::uint32_t y, unsigned int plane) const;
+
+    /// The size on a display with square pixels: one direction is stretched (modulo 2^32), none is shrunk. The stored size
+    /// where the pixel aspect ratio is not positive.
+    std::uint32_t displayWidth() const;
+    std::uint32_t displayHeight() const; ///< See `displayWidth()`.
+
+    /// A rectangle of this image, sharing its pixels. Subsampled planes begin at the position divided and truncated. No
+    /// bounds are checked: the rectangle lies inside of this image. One of a JPEG stream, which has no rows, has no bytes.
+    fn::AutoPtr<Image> subImage(std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height);
+    fn::AutoPtr<const Image> subImage(
+        std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height) const;
+
+    /// The same pixels with another ratio; this image itself if the ratio's denominator is 0.
+    fn::AutoPtr<Image> overridePixelAspectRatio(const Fraction& ratio);
+    fn::AutoPtr<const Image> overridePixelAspectRatio(const Fraction& ratio) const;
+
+    /// A copy (a BufferImage) with margins around it, rows padded to a multiple of 8 bytes. All that is not copied is
+    /// filled: with `fill` as a 32-bit little-endian pixel, or, where a pixel is one byte, plane p with bits 8p to 8p+7
+    /// of `fill`. Margins and size are divided and truncated one by one for subsampled planes; what is then missing of
+    /// such a plane's size is filled to the right and below.
+    /// A JPEG stream is copied as it is.
+    ///
+    /// `fn::RangeException` if the copy would be too large (4 GiB a plane), or if a plane has fewer bytes than its size
+    /// needs.
+    fn::AutoPtr<Image> clone(const Margins& margins, unsigned int fill) const;
+
+protected:
+    ~Image() override;
+};
+
+} // namespace core

@@ -1,0 +1,68 @@
+#pragma once
+#include "base/object_vector.h"
+#include "core/services/logging_profile/logging_profile.h"
+#include "foundation/logging/log_target.h"
+#include "foundation/logging/sink.h"
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+namespace core {
+
+/// Hands each message to the profiles of a folder (docs/logging.md). Thread-safe; a message takes no lock, also while
+/// another thread reloads.
+class FN_EXPORT LoggingProfileSink final : public fn::logging::Sink {
+public:
+    using Priority = LoggingProfile::Priority;
+
+    static constexpr std::uint64_t logFileBytes = 1'048'576; ///< A log of this size makes way for a new one.
+    static constexpr int logFileCount = 9; ///< So many are kept of each, the current one among them.
+
+    /// Without profiles. `baseName` is what the names of its log files begin with.
+    explicit LoggingProfileSink(const fn::String& baseName);
+
+    fn::ObjectVector<LoggingProfile> profiles() const; ///< In use, enabled or not, in the order of their file names.
+
+    /// Reads the profiles of the folder and uses them from now on. What fails goes to `fn::unhandledException()`: a file
+    /// that can not be read is left out; if the folder can not be read the profiles stay as they were.
+    void reload(const fn::String& directory);
+
+    bool allowVerboseLogging() const noexcept { return _allowVerboseLogging.load(std::memory_order_relaxed); }
+    void setAllowVerboseLogging(bool allow); ///< Whether verbose profiles take messages. Initially not.
+
+    Priority maxRootThreshold() const; ///< The highest of all profiles, enabled or not; 0 without any.
+
+    /// By category name, in lower case: the highest threshold that a profile, enabled or not, gives it.
+    LoggingProfile::ThresholdMap maxThresholdMap() const;
+
+    int threshold(const fn::logging::Category& category) const override;
+    void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override;
+
+private:
+    /// What one reload brings. Immutable.
+    struct Generation {
+        fn::ObjectVector<LoggingProfile> profiles;
+        Priority maxRootThreshold = static_cast<Priority>(0);
+        LoggingProfile::ThresholdMap maxThresholdMap;
+    };
+    class Reading;
+
+    ~LoggingProfileSink() override;
+    fn::ObjectVector<LoggingProfile> loadProfiles(const fn::String& directory) const;
+    fn::AutoPtr<LoggingProfile> loadProfile(const fn::String& path) const;
+    fn::AutoPtr<fn::LogTarget> createTarget(const LoggingProfile& profile) const;
+    static void filterProfiles(fn::ObjectVector<LoggingProfile>& profiles);
+    void publish(std::unique_ptr<const Generation> generation);
+    bool isUsed(const LoggingProfile& profile) const;
+
+    const fn::String _baseName;
+    std::atomic<bool> _allowVerboseLogging { false };
+
+    std::atomic<const Generation*> _current;
+    mutable std::atomic<unsigned> _readers { 0 }; // Those that use some generation.
+    std::mutex _publishing;
+    // The current one last; the others wait until nobody reads. Guarded by _publishing.
+    std::vector<std::unique_ptr<const Generation>> _generations;
+};
+
+} // namespace core

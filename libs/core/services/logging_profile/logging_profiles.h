@@ -1,0 +1,18 @@
+#pragma once
+#include "core/services/logging_profile/logging_profile_sink.h"
+
+namespace core {
+
+/// Sends the log messages of this process to the profiles in the application's folder `logging_profiles`, for good. Later
+/// calls give the same sink and ignore `baseName`. Call it once the application's folders are known, on the main thread.
+FN_EXPORT fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName);
+
+/// Has the profile of the console take messages up to this priority, whatever its file says: what a program's option for
+/// more output does. After `initLoggingProfiles()`, before other threads log.
+FN_EXPORT void setConsoleThreshold(int priority);
+
+/// Lets verbose profiles take messages, or not, in every process of the application, also in those that start later.
+/// Reaches other processes where this one's message bus does. Thread-safe.
+FN_EXPORT void setEnableVerboseLogging(bool enable);
+
+} // namespace core

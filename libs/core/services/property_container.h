@@ -1,0 +1,24 @@
+#pragma once
+#include "base/export.h"
+#include "foundation/value.h"
+#include <string_view>
+#include <vector>
+
+namespace core {
+
+/// Something with named values.
+class FN_EXPORT PropertyContainer {
+public:
+    /// The value of that name, else the very `defaultValue` passed in: keep that alive as long as the result.
+    virtual const fn::Value& property(std::string_view name, const fn::Value& defaultValue) const = 0;
+    virtual void setProperty(std::string_view name, fn::Value value) = 0;
+    virtual void removeProperty(std::string_view name) = 0; ///< A missing one is no error.
+    virtual bool hasProperty(std::string_view name) const = 0;
+    virtual std::vector<fn::String> propertyNames() const = 0;
+    virtual ~PropertyContainer();
+
+    /// Whether there is a value of that name and it is of that type.
+    bool hasProperty(std::string_view name, fn::Value::Type type) const;
+};
+
+} // namespace core

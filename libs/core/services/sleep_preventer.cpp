@@ -1,0 +1,62 @@
+#include "core/services/sleep_preventer.h"
+#include "foundation/assertion.h"
+#include "foundation/logging/logging.h"
+#include "foundation/run_loop.h"
+#include "foundation/system/process_local.h"
+#include "platform/execution_state.h"
+
+namespace core {
+namespace {
+
+using platform::ES_AWAYMODE_REQUIRED;
+using platform::ES_CONTINUOUS;
+using platform::ES_SYSTEM_REQUIRED;
+using platform::SetThreadExecutionState;
+
+constexpr auto site = "libs/core/sleep_preventer";
+constexpr auto onMainThread = "Function must be called on main thread";
+
+/// Of one process, and of the thread of its run loop.
+struct Holders {
+    int count = 0;
+    platform::EXECUTION_STATE previousState = 0; // In force before the first one; 0 is unknown.
+};
+
+Holders& holders()
+{
+    static fn::ProcessLocal<Holders> holders;
+    return holders.get();
+}
+
+const fn::logging::Category& category()
+{
+    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.sleepPreventer");
+    return result;
+}
+
+void addHolder()
+{
+    (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 1, "SleepPreventer", onMainThread);
+    if (++holders().count > 1) return;
+    auto& previousState = holders().previousState;
+    previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_AWAYMODE_REQUIRED);
+    if (previousState == 0) previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
+    if (previousState == 0) FN_LOG_TO(category(), fn::logging::Error, {}, site, "Failed to set system sleep state");
+}
+
+} // namespace
+
+// Objects carry no data, so one that was made on the wrong thread counts, too: its end will be counted.
+SleepPreventer::SleepPreventer() { addHolder(); }
+SleepPreventer::SleepPreventer(const SleepPreventer&) { addHolder(); }
+SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept { return *this; }
+
+SleepPreventer::~SleepPreventer()
+{
+    (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 2, "~SleepPreventer", onMainThread);
+    if (--holders().count > 0) return;
+    const auto previousState = holders().previousState;
+    SetThreadExecutionState(previousState != 0 ? previousState : ES_CONTINUOUS);
+}
+
+} // namespace core
