@@ -1,8 +1,8 @@
 // Any bytes as the stream of a peer. Cut into single bytes or given in one piece they make the same frames and end in the
 // same error; what is read as a plain message is what the general reading gives; a frame that is sent again is read again.
 #include "base/exceptions.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/wire/message_helper.h"
-#include "core/ipc/wire/object_message.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include <algorithm>
@@ -69,20 +69,23 @@ struct Result {
     friend bool operator==(const Result&, const Result&) = default;
 };
 
-void checkPlain(const ipc::FrameBody& body)
+/// What is read of a message is what the general reading gives, and a forwarded one differs in its source alone.
+void checkMessage(std::string_view bytes)
 {
-    const auto plain = ipc::ObjectMessage::parse(body);
-    if (!plain) return;
-    fn::MemoryInputStream stream(body.bytes.data(), body.bytes.size());
-    const auto general = fn::mpack::Deserializer(stream).deserialize();
-    require(general && stream.remaining() == 0);
-    require(general->at(ipc::field::TYPE) == fn::Value(ipc::type::MESSAGE));
-    require(general->at(ipc::field::OBJECT_ID) == fn::Value(plain->objectId));
-    require(general->at(ipc::field::TARGET_WORKER_ID) == fn::Value(plain->target));
-    require(general->at(ipc::field::PAYLOAD) == fn::Value(fn::ByteArray(plain->payload.data(), plain->payload.size())));
-    require(!body.array || std::ranges::equal(plain->shared.bytes(), plain->payload));
-    require(general->at(ipc::field::OBJECTS).size() == 0);
-    require(general->has(ipc::field::SOURCE_WORKER_ID) == plain->source.has_value());
+    const fn::ByteArray body(bytes);
+    const auto message = ipc::MessageView::parse({ body.bytes(), &body });
+    if (!message) return;
+    const auto general = message->toValue();
+    for (int code = ipc::field::TYPE; code <= ipc::field::LAST; ++code) {
+        require(!message->has(code) || general.at(code) == message->value(code));
+    }
+    if (!general.isMap()) return;
+    auto expected = general;
+    expected.set(ipc::field::SOURCE_WORKER_ID, 300);
+    std::string forwarded;
+    for (const auto& part : message->forwardedFrom(300).parts()) forwarded += part.view();
+    fn::MemoryInputStream stream(forwarded.data() + 4, forwarded.size() - 4);
+    require(fn::mpack::Deserializer(stream).deserialize() == expected && stream.remaining() == 0);
 }
 
 Result read(std::string_view bytes, std::size_t chunkSize)
@@ -90,10 +93,6 @@ Result read(std::string_view bytes, std::size_t chunkSize)
     Result result;
     const auto stream = fn::makeAuto<ScriptedStream>();
     ipc::MessageHelper helper(maxBytes);
-    helper.setFrameHandler([](const ipc::FrameBody& body) {
-        checkPlain(body);
-        return false;
-    });
     helper.onMessage()
         .connect([&](const fn::Value& value, unsigned length) { result.frames.emplace_back(value, length); })
         .detach();
@@ -114,6 +113,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     require(read(bytes, 1) == whole);
     require(read(bytes, 7) == whole);
     require(whole.errors.size() <= 1);
+
+    for (auto rest = bytes; rest.size() >= sizeof(std::uint32_t);) {
+        std::uint32_t length = 0;
+        rest.copy(reinterpret_cast<char*>(&length), sizeof(length));
+        rest.remove_prefix(sizeof(length));
+        checkMessage(rest.substr(0, length));
+        rest.remove_prefix(std::min<std::size_t>(length, rest.size()));
+    }
 
     const auto sink = fn::makeAuto<ScriptedStream>();
     ipc::MessageHelper sender(maxBytes);

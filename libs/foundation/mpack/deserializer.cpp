@@ -1,7 +1,7 @@
 #include "foundation/mpack/deserializer.h"
 #include "base/exceptions.h"
 #include "foundation/io/limited_input_stream.h"
-#include "foundation/mpack/format_private.h"
+#include "foundation/mpack/format.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 

@@ -1,6 +1,6 @@
 #include "foundation/mpack/serializer.h"
 #include "base/exceptions.h"
-#include "foundation/mpack/format_private.h"
+#include "foundation/mpack/format.h"
 #include "foundation/value_map.h"
 #include <limits>
 
@@ -96,7 +96,7 @@ void Serializer::serialize(const Value& value) { write(value, 0); }
 
 void Serializer::serializeMap(std::span<const Field> fields)
 {
-    beginContainer(fields.size(), true, 0);
+    beginMap(fields.size());
     for (const auto& [key, value] : fields) {
         writeText(_stream, key);
         write(value, 1);

@@ -20,6 +20,9 @@ public:
     /// type"; the same class for containers deeper than `maxDepth`.
     void serialize(const Value& value);
 
+    /// Begins a map: so many keys, each with its value behind it, follow.
+    void beginMap(std::size_t count) { beginContainer(count, true, 0); }
+
     /// An entry of a map with text keys.
     struct Field {
         std::string_view key;

@@ -1,7 +1,7 @@
 #include "base/exceptions.h"
 #include "foundation/io/input_stream.h"
 #include "foundation/io/output_stream.h"
-#include "foundation/mpack/format_private.h"
+#include "foundation/mpack/format.h"
 
 namespace fn::mpack {
 namespace {

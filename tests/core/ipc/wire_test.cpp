@@ -1,11 +1,10 @@
-// What can break here: a frame cut at any byte, a length that lies, bytes that are no value, a plain message that others would read
-// in another way, a dump that hides or crashes.
+// What can break here: a frame cut at any byte, a length that lies, bytes that are no value, fields that
+// others would read in another way, a dump that hides or crashes.
 #include "base/exceptions.h"
-#include "core/ipc/dispatcher/instance_release.h"
-#include "core/ipc/limits.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/wire/message_dump.h"
 #include "core/ipc/wire/message_helper.h"
-#include "core/ipc/wire/object_message.h"
+#include "foundation/mpack/deserializer.h"
 #include "foundation/uv/loop.h"
 #include "support/peer.h"
 #include "support/run_until.h"
@@ -70,6 +69,18 @@ std::string joined(const ipc::Frame& frame)
     std::string bytes;
     for (const auto& part : frame.parts()) bytes += part.view();
     return bytes;
+}
+
+Value bodyOf(const ipc::Frame& frame)
+{
+    const auto bytes = joined(frame);
+    fn::MemoryInputStream stream(bytes.data() + 4, bytes.size() - 4);
+    return *fn::mpack::Deserializer(stream).deserialize();
+}
+
+Value plainMessage(ipc::ObjectId id, const std::string& payload)
+{
+    return Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
 }
 
 } // namespace
@@ -150,63 +161,46 @@ TEST_F(MessageHelperTest, NothingOfAChunkIsDeliveredOnceItsOwnerHasClosedOrGone)
     }
 }
 
-TEST(PlainMessages, AreTheSameOnTheWireAsTheGeneralMap)
+TEST(MessageCodec, WritesWhatTheGeneralMapWouldBe)
 {
-    const std::string payloads[] = { "", "x", std::string(255, 'a'), std::string(70'000, 'b') };
     for (const ipc::ObjectId id : { 0ull, 127ull, 128ull, 255ull, 256ull, 65'535ull, 65'536ull, 1ull << 32, ~0ull }) {
-        for (const std::uint32_t uses : { 1u, 127u, 128u, 256u, 65'536u, ipc::limits::uses }) {
-            const auto map = Value::map({ { 1, 6 }, { 5, id }, { 10, uses } });
-            ASSERT_EQ(joined(ipc::encodeInstanceRelease(id, uses)), test::frame(map));
-        }
-        for (const auto& payload : payloads) {
-            for (const bool forwarded : { false, true }) {
-                const fn::ByteArray payloadBytes(payload);
-                ipc::ObjectMessage message { id, {}, 0xFFFF, payloadBytes.bytes(), {} };
-                auto map =
-                    Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, payloadBytes }, { 9, Value(Value::MAP) } });
-                if (forwarded) {
-                    message.source = 300;
-                    map.set(6, 300);
-                }
-                const auto frame = message.encode(1 << 20);
-                const auto bytes = joined(frame);
-                ASSERT_EQ(bytes, test::frame(map));
-                EXPECT_LT(frame.parts().front().capacity(), bytes.size() * 4 / 3 + 200) << "what waits in a queue";
-                message.shared = payloadBytes;
-                EXPECT_EQ(joined(message.encode(1 << 20)), bytes);
-                const fn::ByteArray body(std::string_view(bytes).substr(4));
-                const auto parsed = ipc::ObjectMessage::parse({ body.bytes(), &body });
-                ASSERT_TRUE(parsed);
-                EXPECT_EQ(joined(parsed->encode(1 << 20)), bytes);
-            }
+        const auto release = ipc::encodeMessage(ipc::type::INSTANCE_RELEASE, { { 5, id }, { 10, 300 } }, 100);
+        ASSERT_EQ(joined(release), test::frame(Value::map({ { 1, 6 }, { 5, id }, { 10, 300 } })));
+        for (const auto& payload : { std::string("x"), std::string(255, 'a'), std::string(70'000, 'b') }) {
+            ipc::MessageWriter writer(id, 0xFFFF);
+            writer.payload().writeShared(fn::ByteArray(payload));
+            const auto frame = writer.finish({}, 1 << 20);
+            EXPECT_EQ(bodyOf(frame), plainMessage(id, payload));
+            EXPECT_LT(frame.parts().front().capacity(), joined(frame).size() * 4 / 3 + 200) << "what waits in a queue";
         }
     }
-    const fn::ByteArray large(100u);
-    EXPECT_THROW(ipc::ObjectMessage({ 1, {}, 2, large.bytes(), {} }).encode(50), fn::RangeException);
+    EXPECT_THROW(ipc::encodeMessage(ipc::type::HELLO, { { 2, std::string(100, 'a') } }, 50), fn::RangeException);
 }
 
-TEST(ObjectMessage, LeavesEverythingElseToTheGeneralWay)
+TEST(MessageCodec, ForwardsFieldsInAnyOrderAndOfAnyKindAsTheyCame)
 {
-    const auto plain =
-        Value::map({ { 1, 4 }, { 5, 9 }, { 7, 2 }, { 8, fn::ByteArray("p") }, { 9, Value(Value::MAP) } });
-    const auto parses = [](const Value& message) {
-        const fn::ByteArray body(std::string_view(test::frame(message)).substr(4));
-        return ipc::ObjectMessage::parse({ body.bytes() }).has_value();
+    using namespace std::string_literals;
+    const auto large = "\x08\xc5\x50\0"s + std::string(0x5000, 'b');
+    const std::string bodies[] = {
+        "\x85\x01\x04\x05\x09\x07\x02\x08\xc4\x01x\x09\x80"s,
+        "\x85\x01\x04\x05\x09\x07\x02"s + large + "\x09\x80",
+        "\xde\0\x05\x09\x80\x08\xc0\x07\xcc\x02\x06\xa1x\x01\xd0\x04"s, // Backwards, with a source of its own.
+        "\x86\x01\x04\x05\x09"s + large + "\x06\x01\x07\x02\x09\x80",
+        "\x84\xa1k\x93\x01\xc0\x80\x01\x04\xcb\x40\x59\0\0\0\0\0\0\x01\x4d\xc7\x02\x05zz"s,
+        "\x80"s,
     };
-    ASSERT_TRUE(parses(plain));
-    const std::pair<int, Value> changes[] = { { 1, 5 }, { 1, "4" }, { 5, -1 }, { 5, "9" }, { 6, -1 }, { 6, 65'536 },
-        { 7, 65'536 }, { 7, {} }, { 8, "p" }, { 9, Value::map({ { 9, "X" } }) }, { 9, {} }, { 10, 1 },
-        { 77, "unknown" } };
-    for (const auto& [key, value] : changes) {
-        auto changed = plain;
-        changed.set(key, value);
-        EXPECT_FALSE(parses(changed)) << changed.toString().view();
-        changed = plain;
-        if (changed.remove(key)) {
-            EXPECT_FALSE(parses(changed)) << changed.toString().view();
+    for (const auto& bytes : bodies) {
+        const fn::ByteArray body(bytes);
+        for (const bool isShared : { false, true }) {
+            const auto view = ipc::MessageView::parse({ body.bytes(), isShared ? &body : nullptr });
+            ASSERT_TRUE(view);
+            auto expected = view->toValue();
+            expected.set(ipc::field::SOURCE_WORKER_ID, 300);
+            EXPECT_EQ(bodyOf(view->forwardedFrom(300)), expected);
         }
     }
-    EXPECT_FALSE(parses("text"));
+    const std::string refused[] = { "", "\x81\x01", "\x80\xc0", "\x82\x05\x01\xcd\0\x05\x02"s, "\x81\x4d\xd4\xff\x01" };
+    for (const auto& bytes : refused) EXPECT_FALSE(ipc::MessageView::parse({ fn::ByteArray(bytes).bytes() })) << bytes;
 }
 
 TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)

@@ -1,12 +1,11 @@
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "base/exceptions.h"
-#include "core/ipc/dispatcher/instance_release.h"
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/registry_impl.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/wire/message_dump.h"
-#include "core/ipc/wire/object_message.h"
 #include "foundation/assertion.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
@@ -31,23 +30,11 @@ fn::String newPipePath()
     return "\\\\.\\pipe\\skyfold-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
 }
 
+Frame plainMessage(int type) { return encodeMessage(type, {}, limits::workerFrameBytes); }
+
 Frame aboutWorker(int type, WorkerId id)
 {
-    return MessageHelper::encode(
-        fn::Value::map({ { field::TYPE, type }, { field::WORKER_ID, id } }), limits::workerFrameBytes);
-}
-
-fn::Value quitMessage() { return fn::Value::map({ { field::TYPE, type::QUIT } }); }
-
-/// The keys of a message's OBJECTS, all converted before anything is done with one of them.
-std::vector<ObjectId> listedObjects(const fn::Value& message)
-{
-    const auto& objects = message.at(field::OBJECTS);
-    std::vector<ObjectId> ids;
-    if (objects.size() == 0 && objects.isMap()) return ids;
-    ids.reserve(objects.entries().size());
-    for (const auto& [key, className] : objects.entries()) ids.push_back(key.to<ObjectId>());
-    return ids;
+    return encodeMessage(type, { { field::WORKER_ID, id } }, limits::workerFrameBytes);
 }
 
 } // namespace
@@ -98,7 +85,7 @@ void Dispatcher::start()
 void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callback)
 {
     _isStopping = true;
-    const auto quit = WorkerConnection::encode(quitMessage());
+    const auto quit = plainMessage(type::QUIT);
     for (const auto& connection : _connections) connection->send(quit);
     auto end = [&loop = _loop, callback = std::move(callback)]() mutable {
         loop.stop();
@@ -142,14 +129,14 @@ std::vector<Dispatcher::WorkerStatistics> Dispatcher::workers() const
 
 // --- Messages
 
-void Dispatcher::onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length)
+void Dispatcher::onWorkerMessage(const Connection& connection, const MessageView& message)
 {
     const auto& info = connection->info();
     const auto* address = static_cast<const void*>(connection.get());
-    const auto messageType = message.get(field::TYPE).to<std::int64_t>();
+    const auto messageType = message.type();
     if (messageType == type::INVALID) {
         LOG(2, "Received malformed message from worker {} ({}) ({})\n{}", info.displayName, info.workerId, address,
-            MessageDebugFormat { message });
+            MessageDebugFormat { message.toValue() });
         return;
     }
     if (messageType == type::PONG) {
@@ -157,8 +144,8 @@ void Dispatcher::onWorkerMessage(const Connection& connection, const fn::Value& 
         if (connection->isIdentified()) connection->schedulePing();
         return;
     }
-    LOG(5, "Receiving from worker {} ({}) ({}) {} bytes\n{}", info.displayName, info.workerId, address, length,
-        MessageDebugFormat { message });
+    LOG(5, "Receiving from worker {} ({}) ({}) {} bytes\n{}", info.displayName, info.workerId, address, message.size(),
+        MessageDebugFormat { message.toValue() });
     switch (messageType) {
     case type::HELLO: onHello(connection, message); break;
     case type::MESSAGE: onMessage(connection, message); break;
@@ -167,21 +154,21 @@ void Dispatcher::onWorkerMessage(const Connection& connection, const fn::Value& 
     }
 }
 
-void Dispatcher::onHello(const Connection& connection, const fn::Value& message)
+void Dispatcher::onHello(const Connection& connection, const MessageView& message)
 {
     if (connection->isIdentified()) {
         LOG(2, "Ignoring a second HELLO from worker {}", connection->info());
         return;
     }
-    const auto displayName = message.at(field::DISPLAY_NAME).asString();
-    const auto tag = message.get(field::TAG).asString();
+    const auto displayName = message.required(field::DISPLAY_NAME).asString();
+    const auto tag = message.value(field::TAG).asString();
     const auto id = takeWorkerId();
     LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, id);
     connection->identify({ id, displayName, tag });
     _workers[id] = connection;
     _onWorkerConnected.fire(connection->info());
-    connection->send(fn::Value::map({ { field::TYPE, type::HELLO }, { field::WORKER_ID, id } }));
-    if (_isStopping) connection->send(quitMessage());
+    connection->send(aboutWorker(type::HELLO, id));
+    if (_isStopping) connection->send(plainMessage(type::QUIT));
     if (!connection->isClosed()) connection->schedulePing();
 }
 
@@ -210,39 +197,37 @@ Dispatcher::Connection Dispatcher::connectionOf(WorkerId workerId) const
     return found == _workers.end() ? Connection() : found->second;
 }
 
-std::vector<Dispatcher::Connection> Dispatcher::receiversOf(WorkerId target, ObjectId objectId) const
+/// Who has references to an object: for the registry everybody, but for its owner.
+std::vector<Dispatcher::Connection> Dispatcher::holdersOf(ObjectId objectId) const
 {
-    std::vector<Connection> receivers;
-    if (target != NO_WORKER_ID) {
-        if (auto connection = connectionOf(target)) receivers.push_back(std::move(connection));
-    } else if (objectId == REGISTRY_OBJECT_ID) {
+    std::vector<Connection> holders;
+    if (objectId == REGISTRY_OBJECT_ID) {
         for (const auto& connection : _connections) {
-            if (connection->info().workerId != 0) receivers.push_back(connection);
+            if (connection->info().workerId != 0) holders.push_back(connection);
         }
     } else {
         for (const auto& receiver : _counts.receivers(objectId)) {
-            if (auto connection = connectionOf(receiver.workerId)) receivers.push_back(std::move(connection));
+            if (auto connection = connectionOf(receiver.workerId)) holders.push_back(std::move(connection));
         }
     }
-    return receivers;
+    return holders;
 }
 
-Frame Dispatcher::encodeForwarded(const fn::Value& message, WorkerId source)
+/// Everything is read and checked before anything is counted or sent.
+void Dispatcher::onMessage(const Connection& connection, const MessageView& message)
 {
-    auto forwarded = message;
-    forwarded.set(field::SOURCE_WORKER_ID, source);
-    return WorkerConnection::encode(forwarded);
-}
-
-void Dispatcher::onMessage(const Connection& connection, const fn::Value& message)
-{
-    // Everything is read and checked before anything is counted or sent.
     const auto source = connection->info().workerId;
-    const auto target = message.at(field::TARGET_WORKER_ID).to<WorkerId>();
-    const auto objectId = target == NO_WORKER_ID ? message.at(field::OBJECT_ID).to<ObjectId>() : ObjectId(0);
-    auto objectIds = listedObjects(message);
-    const auto receivers = receiversOf(target, objectId);
-    const auto frame = receivers.empty() ? Frame() : encodeForwarded(message, source);
+    const auto target = message.integer<WorkerId>(field::TARGET_WORKER_ID);
+    auto objectIds = message.objectIds();
+    std::vector<Connection> holders;
+    std::span<const Connection> receivers;
+    if (target == NO_WORKER_ID) {
+        holders = holdersOf(message.integer<ObjectId>(field::OBJECT_ID));
+        receivers = holders;
+    } else if (const auto found = _workers.find(target); found != _workers.end()) {
+        receivers = { &found->second, 1 };
+    }
+    const auto frame = receivers.empty() ? Frame() : message.forwardedFrom(source);
 
     // Nobody would ever end a count of what belongs to nobody, nor of the registry, which everybody has for ever.
     const auto uncounted = std::ranges::partition(objectIds, [&](ObjectId id) {
@@ -250,7 +235,7 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
     });
     const std::span counted(objectIds.begin(), uncounted.begin());
     if (!counted.empty()) countObjects(source, counted, receivers);
-    tellOwnersAreDead(uncounted, receivers);
+    if (!uncounted.empty()) tellOwnersAreDead(uncounted, receivers);
     for (const auto& receiver : receivers) {
         receiver->send(frame);
         receiver->slowDown(connection);
@@ -259,25 +244,6 @@ void Dispatcher::onMessage(const Connection& connection, const fn::Value& messag
         if (ownerOf(id) != source) continue;
         if (const auto due = _counts.countSent(id)) sendRelease(*due);
     }
-}
-
-/// The plain case of `onMessage()`: nothing is counted.
-void Dispatcher::forward(const Connection& connection, ObjectMessage&& message)
-{
-    message.source = connection->info().workerId;
-    const auto sendTo = [&](const Connection& receiver, const Frame& frame) {
-        receiver->send(frame);
-        receiver->slowDown(connection);
-    };
-    if (message.target != NO_WORKER_ID) {
-        const auto receiver = _workers.find(message.target);
-        if (receiver != _workers.end()) sendTo(receiver->second, message.encode(limits::workerFrameBytes));
-        return;
-    }
-    const auto receivers = receiversOf(message.target, message.objectId);
-    if (receivers.empty()) return;
-    const auto frame = message.encode(limits::workerFrameBytes);
-    for (const auto& receiver : receivers) sendTo(receiver, frame);
 }
 
 void Dispatcher::countObjects(
@@ -298,7 +264,6 @@ void Dispatcher::countObjects(
 /// would have references that stay silent for ever.
 void Dispatcher::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers)
 {
-    if (objectIds.empty()) return;
     std::bitset<NO_WORKER_ID + 1> seen; // One message may mention very many objects.
     for (const auto objectId : objectIds) {
         const auto owner = ownerOf(objectId);
@@ -310,11 +275,11 @@ void Dispatcher::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::spa
     }
 }
 
-void Dispatcher::onReferenceRelease(const Connection& connection, const fn::Value& message)
+void Dispatcher::onReferenceRelease(const Connection& connection, const MessageView& message)
 {
-    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
+    const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     if (!connectionOf(ownerOf(objectId))) return; // What was counted for it went with its owner.
-    const auto count = message.at(field::USAGE_COUNT).to<std::int32_t>();
+    const auto count = message.integer<std::int32_t>(field::USAGE_COUNT);
     std::optional<UsageCounts::Release> due;
     const auto outcome = _counts.release(connection->info().workerId, objectId, count, due);
     if (outcome == UsageCounts::Outcome::BadCount) {
@@ -329,7 +294,8 @@ void Dispatcher::sendRelease(const UsageCounts::Release& release)
 {
     const auto owner = connectionOf(ownerOf(release.objectId));
     if (!owner) return;
-    owner->send(encodeInstanceRelease(release.objectId, release.count));
+    owner->send(encodeMessage(type::INSTANCE_RELEASE,
+        { { field::OBJECT_ID, release.objectId }, { field::USAGE_COUNT, release.count } }, limits::workerFrameBytes));
 }
 
 // --- Ends

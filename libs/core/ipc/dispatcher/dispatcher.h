@@ -21,7 +21,7 @@ namespace ipc {
 
 class MessageBus;
 class RegistryImpl;
-struct ObjectMessage;
+class MessageView;
 
 /// The hub of the object system, once in the main process: listens on a local pipe, gives every participant that says HELLO
 /// a WorkerId, routes each message to its receivers, keeps the usage counts that decide when an object may go, pings
@@ -107,13 +107,11 @@ private:
     void joinBus(ObjectInstance& relay);
     void leaveBus();
     void closeOwnWorker();
-    void onWorkerMessage(const Connection& connection, const fn::Value& message, unsigned int length);
-    void onHello(const Connection& connection, const fn::Value& message);
-    void onMessage(const Connection& connection, const fn::Value& message);
-    void forward(const Connection& connection, ObjectMessage&& message);
-    void onReferenceRelease(const Connection& connection, const fn::Value& message);
-    std::vector<Connection> receiversOf(WorkerId target, ObjectId objectId) const;
-    static Frame encodeForwarded(const fn::Value& message, WorkerId source);
+    void onWorkerMessage(const Connection& connection, const MessageView& message);
+    void onHello(const Connection& connection, const MessageView& message);
+    void onMessage(const Connection& connection, const MessageView& message);
+    void onReferenceRelease(const Connection& connection, const MessageView& message);
+    std::vector<Connection> holdersOf(ObjectId objectId) const;
     void countObjects(WorkerId source, std::span<const ObjectId> objectIds, std::span<const Connection> receivers);
     void tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers);
     void sendRelease(const UsageCounts::Release& release);

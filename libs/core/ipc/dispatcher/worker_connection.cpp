@@ -1,6 +1,6 @@
 #include "core/ipc/dispatcher/worker_connection.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/wire/object_message.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
@@ -12,8 +12,6 @@
 
 namespace ipc {
 namespace {
-
-constexpr std::uint64_t frameHeaderBytes = 4;
 
 // Of the loop, behind the time-out. They take no time, and a few are enough for all that is ready.
 constexpr int turnsOfGrace = 10;
@@ -44,14 +42,7 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds
             _dispatcher.onWorkerEOS(self);
         })
         .detach();
-    _messageHelper.setFrameHandler([this](const FrameBody& body) {
-        ++_framesReceived;
-        _bytesReceived += frameHeaderBytes + body.bytes.size();
-        return handlePlainly(body);
-    });
-    _messageHelper.onMessage()
-        .connect([this](const fn::Value& message, unsigned int length) { handle(message, length); })
-        .detach();
+    _messageHelper.setFrameHandler([this](const FrameBody& body) { return handle(body); });
 }
 
 void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
@@ -62,32 +53,22 @@ void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
     _messageHelper.setStream(_stream);
 }
 
-/// A MESSAGE that mentions no objects and that nobody wants to see in a log: forwarded without a map in between.
-bool Dispatcher::WorkerConnection::handlePlainly(const FrameBody& body)
-{
-    if (_fn_getLoggingCategoryStatic().wants(fn::logging::Debug)) return false;
-    auto message = ObjectMessage::parse(body);
-    if (!message) return false;
-    guarded([&](const Connection& self) { _dispatcher.forward(self, std::move(*message)); });
-    return true;
-}
-
-void Dispatcher::WorkerConnection::handle(const fn::Value& message, unsigned int length)
-{
-    guarded([&](const Connection& self) { _dispatcher.onWorkerMessage(self, message, length); });
-}
-
 /// Whatever a handler throws ends this connection, and nobody else's.
-template <typename Handler> void Dispatcher::WorkerConnection::guarded(Handler handler)
+bool Dispatcher::WorkerConnection::handle(const FrameBody& body)
 {
+    ++_framesReceived;
+    _bytesReceived += FrameOutputStream::headerBytes + body.bytes.size();
+    const auto message = MessageView::parse(body);
+    if (!message) return false;
     const Connection self(this);
     try {
-        handler(self);
+        _dispatcher.onWorkerMessage(self, *message);
     } catch (const std::exception& exception) {
         _dispatcher.closeConnection(self, exception.what());
     } catch (...) {
         _dispatcher.closeConnection(self, "unknown exception");
     }
+    return true;
 }
 
 void Dispatcher::WorkerConnection::identify(WorkerInfo info)
@@ -108,16 +89,6 @@ void Dispatcher::WorkerConnection::onHelloOverdue()
     const fn::AutoPtr self(this);
     _stream->readPending();
     if (!_isIdentified && !isClosed()) _dispatcher.closeConnection(self, "it has not said HELLO in time");
-}
-
-void Dispatcher::WorkerConnection::send(const fn::Value& message)
-{
-    if (!isClosed()) send(encode(message));
-}
-
-Frame Dispatcher::WorkerConnection::encode(const fn::Value& message)
-{
-    return MessageHelper::encode(message, limits::workerFrameBytes);
 }
 
 void Dispatcher::WorkerConnection::send(const Frame& frame)
@@ -156,7 +127,7 @@ void Dispatcher::WorkerConnection::onPingDue()
     _turnsLeft = turnsOfGrace;
     _wasReported = false;
     awaitPong(_dispatcher._timeout);
-    send(fn::Value::map({ { field::TYPE, type::PING } }));
+    send(encodeMessage(type::PING, {}, limits::workerFrameBytes));
 }
 
 void Dispatcher::WorkerConnection::awaitPong(fn::Duration time)

@@ -28,9 +28,7 @@ public:
     WorkerStatistics statistics() const;
     WorkerIds::Listener& listener() { return _listener; } ///< Which deaths it has been told.
 
-    static Frame encode(const fn::Value& message); ///< Larger than any receiver takes: `fn::RangeException`.
-    void send(const fn::Value& message);
-    void send(const Frame& frame); ///< A message for several receivers, encoded once.
+    void send(const Frame& frame); ///< Several receivers share it.
     void schedulePing(); ///< A PONG has come, or HELLO has been answered.
 
     /// Reads no further from `sender` while too much of it waits for this connection.
@@ -41,9 +39,7 @@ public:
 private:
     ~WorkerConnection() override = default;
 
-    bool handlePlainly(const FrameBody& body);
-    void handle(const fn::Value& message, unsigned int length);
-    template <typename Handler> void guarded(Handler handler);
+    bool handle(const FrameBody& body);
     void onHelloOverdue();
     void onPingDue();
     void awaitPong(fn::Duration time);

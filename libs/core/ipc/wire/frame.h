@@ -14,8 +14,8 @@ public:
 
     void add(fn::ByteArray part) { _parts[_count++] = std::move(part); }
     std::span<const fn::ByteArray> parts() const noexcept { return { _parts.data(), _count }; }
-    fn::ByteArray& front() noexcept { return _parts[0]; }
     std::size_t count() const noexcept { return _count; }
+    std::uint8_t* begin() { return _parts[0].mutableData(); } ///< Of the first part, for who has made the frame.
 
 private:
     std::array<fn::ByteArray, maxParts> _parts;

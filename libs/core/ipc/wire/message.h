@@ -32,6 +32,7 @@ inline constexpr int TARGET_WORKER_ID = 7;
 inline constexpr int PAYLOAD = 8; ///< Bytes: one MessagePack value of its own.
 inline constexpr int OBJECTS = 9; ///< Map from ObjectId to class name: what the payload mentions.
 inline constexpr int USAGE_COUNT = 10;
+inline constexpr int LAST = USAGE_COUNT; ///< Those above it are unknown, and carried on.
 } // namespace field
 
 /// Values of `field::TYPE`.

@@ -1,6 +1,6 @@
 #include "core/ipc/wire/message_dump.h"
 #include "base/exceptions.h"
-#include "core/ipc/wire/extension_data.h"
+#include "core/ipc/wire/detail/extension_data.h"
 #include "core/services/fraction.h"
 #include "core/services/typed_byte_array.h"
 #include "foundation/io/memory_input_stream.h"

@@ -1,7 +1,7 @@
 #include "core/ipc/wire/message_helper.h"
 #include "base/exceptions.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/wire/frame_output_stream.h"
+#include "core/ipc/wire/detail/frame_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/mpack/serializer.h"
@@ -153,14 +153,16 @@ bool MessageHelper::reserveBody()
 bool MessageHelper::deliver(const FrameBody& body)
 {
     _headerReceived = 0;
-    if (_frameHandler && _frameHandler(body)) return true;
+    if (_frameHandler ? _frameHandler(body) : signal(body)) return true;
+    fail(-EPROTO);
+    return false;
+}
+
+bool MessageHelper::signal(const FrameBody& body)
+{
     const auto value = decode(body);
-    if (!value) {
-        fail(-EPROTO);
-        return false;
-    }
-    _onMessage.fire(*value, static_cast<unsigned>(body.bytes.size()));
-    return true;
+    if (value) _onMessage.fire(*value, static_cast<unsigned>(body.bytes.size()));
+    return value.has_value();
 }
 
 /// The rest of a large body is read straight into its place, however little it is: a larger read would bring much of the next

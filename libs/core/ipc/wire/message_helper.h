@@ -1,6 +1,6 @@
 #pragma once
-#include "base/exceptions.h"
 #include "core/ipc/wire/frame.h"
+#include "base/exceptions.h"
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"
@@ -45,8 +45,7 @@ public:
     static Frame encode(const fn::Value& value, std::size_t maxBytes = UINT32_MAX);
     void send(const Frame& frame);
 
-    /// Sees the body of each frame before it is decoded; what it takes (true) is not decoded and not signalled. It does not
-    /// throw. For messages that need no general map.
+    /// Takes the body of each frame instead of `onMessage()`; false says that it is not exactly one value. It does not throw.
     void setFrameHandler(folly::Function<bool(const FrameBody& body)> handler) { _frameHandler = std::move(handler); }
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
@@ -61,6 +60,7 @@ private:
     bool readBody(fn::ByteView& chunk);
     bool reserveBody();
     bool deliver(const FrameBody& body);
+    bool signal(const FrameBody& body);
     void chooseReadMemory();
     void fail(int code);
 

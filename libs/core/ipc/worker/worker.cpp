@@ -4,7 +4,7 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/registry.h"
-#include "core/ipc/wire/object_message.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/worker/idle_termination_private.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
@@ -49,7 +49,6 @@ Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath
       _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
 {
     _messageHelper.setFrameHandler([this](const FrameBody& body) { return onFrame(body); });
-    _messageHelper.onMessage().connect([this](const fn::Value& message, unsigned int) { onMessage(message); }).detach();
     _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
     _messageHelper.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
     ObjectReferenceInitializer initializer { _objectManager.get(), REGISTRY_OBJECT_ID, {}, fn::String() };
@@ -76,8 +75,7 @@ void Worker::onConnected(const fn::uv::Status& status)
     try {
         status.throwOnError();
         _messageHelper.setStream(_pipe);
-        _messageHelper.send(fn::Value::map(
-            { { field::TYPE, type::HELLO }, { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } }));
+        sendMessageToDispatcher(type::HELLO, { { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } });
     } catch (...) {
         fn::unhandledException();
         onConnectionLost();
@@ -144,52 +142,46 @@ void Worker::adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry)
 
 // --- Messages
 
-void Worker::onMessage(const fn::Value& message)
-{
-    switch (message.at(field::TYPE).to<std::int64_t>()) {
-    case type::HELLO:
-        _objectManager->setWorkerId(message.at(field::WORKER_ID).to<WorkerId>());
-        _isConnected = true;
-        _delegate.workerDidConnect(*this);
-        break;
-    case type::PING:
-        sendMessageToDispatcher(fn::Value::map({ { field::TYPE, type::PONG } }));
-        fn::giveBackIdleMemory(); // Every process has a worker, and the hub's pulse comes seldom.
-        break;
-    case type::MESSAGE: onObjectMessage(message); break;
-    case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
-    case type::WORKER_DEAD: onWorkerDead(message); break;
-    case type::QUIT: tellAboutToQuit(); break;
-    case type::WORKER_ID_REUSED: _objectManager->workerIdReused(message.at(field::WORKER_ID).to<WorkerId>()); break;
-    default: break;
-    }
-}
-
-/// The plain case of a MESSAGE, without a map in between. Anything else is left to `onMessage()`.
 bool Worker::onFrame(const FrameBody& body)
 {
-    const auto message = ObjectMessage::parse(body);
-    if (!message || !message->source) return false;
+    const auto message = MessageView::parse(body);
+    if (!message) return false;
     try {
-        deliver(message->objectId, *message->source, [&] { return _objectManager->decode(*message); });
+        onMessage(*message);
     } catch (...) {
         fn::unhandledException();
     }
     return true;
 }
 
-void Worker::onObjectMessage(const fn::Value& message)
+void Worker::onMessage(const MessageView& message)
 {
-    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
-    const auto source = message.at(field::SOURCE_WORKER_ID).to<WorkerId>();
-    deliver(objectId, source, [&] { return _objectManager->decode(message); });
+    switch (message.integer<std::int64_t>(field::TYPE)) {
+    case type::HELLO:
+        _objectManager->setWorkerId(message.integer<WorkerId>(field::WORKER_ID));
+        _isConnected = true;
+        _delegate.workerDidConnect(*this);
+        break;
+    case type::PING:
+        sendMessageToDispatcher(type::PONG);
+        fn::giveBackIdleMemory(); // Every process has a worker, and the hub's pulse comes seldom.
+        break;
+    case type::MESSAGE: onObjectMessage(message); break;
+    case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
+    case type::WORKER_DEAD: onWorkerDead(message); break;
+    case type::QUIT: tellAboutToQuit(); break;
+    case type::WORKER_ID_REUSED: _objectManager->workerIdReused(message.integer<WorkerId>(field::WORKER_ID)); break;
+    default: break;
+    }
 }
 
-/// Hands the payload that `decode` gives to the object concerned.
-template <typename Decode> void Worker::deliver(ObjectId objectId, WorkerId source, Decode decode)
+/// Hands the payload to the object concerned.
+void Worker::onObjectMessage(const MessageView& message)
 {
+    const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
+    const auto source = message.integer<WorkerId>(field::SOURCE_WORKER_ID);
     const auto manager = _objectManager; // Decoding tells of deaths: as a receiver, who hears may destroy this worker.
-    const auto [payload, failure] = decode();
+    const auto [payload, failure] = manager->decode(message);
     if (failure) [[unlikely]] {
         if (manager->worker()) failCall(objectId, source, payload, failure);
     } else if (ownerOf(objectId) == manager->workerId()) {
@@ -215,20 +207,20 @@ void Worker::failCall(
     if (!isCall) std::rethrow_exception(failure);
 }
 
-void Worker::onInstanceRelease(const fn::Value& message)
+void Worker::onInstanceRelease(const MessageView& message)
 {
-    const auto objectId = message.at(field::OBJECT_ID).to<ObjectId>();
-    const auto count = message.at(field::USAGE_COUNT).to<std::int32_t>();
+    const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
+    const auto count = message.integer<std::int32_t>(field::USAGE_COUNT);
     const auto instance = _objectManager->instance(objectId);
     if (!FN_ASSERT(instance, site, 169, "onMessage", "instance")) return;
     instance->releaseUsage(count);
     _idleTermination->scheduleTermination();
 }
 
-void Worker::onWorkerDead(const fn::Value& message)
+void Worker::onWorkerDead(const MessageView& message)
 {
     const auto manager = _objectManager; // Who hears of it may destroy this worker.
-    const auto id = message.at(field::WORKER_ID).to<WorkerId>();
+    const auto id = message.integer<WorkerId>(field::WORKER_ID);
     manager->workerDied(id);
     if (manager->worker()) _workerDied.fire(id);
 }
@@ -238,9 +230,9 @@ std::size_t Worker::maxSendBytes() const
     return workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
 }
 
-void Worker::sendMessageToDispatcher(const fn::Value& message)
+void Worker::sendMessageToDispatcher(int type, std::initializer_list<MessageField> fields)
 {
-    if (!_hasEnded) _messageHelper.send(message, {}, maxSendBytes());
+    if (!_hasEnded) _messageHelper.send(encodeMessage(type, fields, maxSendBytes()));
 }
 
 void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
@@ -257,9 +249,9 @@ template <typename Write> void Worker::sendPayload(WorkerId target, ObjectId obj
 {
     if (_hasEnded) return;
     if (!_isConnected) throw fn::RuntimeException("The worker is not connected yet");
-    ObjectMessageWriter writer;
+    MessageWriter writer(objectId, target);
     const auto objects = _objectManager->encode(writer.payload(), write);
-    _messageHelper.send(writer.finish(objectId, target, objects, maxSendBytes()));
+    _messageHelper.send(writer.finish(objects, maxSendBytes()));
     _objectManager->countSent(objects);
 }
 

@@ -12,7 +12,9 @@
 namespace ipc {
 
 class IdleTermination;
+class MessageView;
 class Registry;
+struct MessageField;
 
 /// One participant of the object system: connects to the dispatcher's pipe, says HELLO, receives its WorkerId, and is from
 /// then on the only way its objects reach other workers. Objects may be created once it is connected.
@@ -105,14 +107,13 @@ private:
     void adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry);
 
     void onConnected(const fn::uv::Status& status);
-    void onMessage(const fn::Value& message);
     bool onFrame(const FrameBody& body);
-    void onObjectMessage(const fn::Value& message);
-    template <typename Decode> void deliver(ObjectId objectId, WorkerId source, Decode decode);
+    void onMessage(const MessageView& message);
+    void onObjectMessage(const MessageView& message);
     void failCall(
         ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const;
-    void onInstanceRelease(const fn::Value& message);
-    void onWorkerDead(const fn::Value& message);
+    void onInstanceRelease(const MessageView& message);
+    void onWorkerDead(const MessageView& message);
     void endConnection();
     void closePipe(folly::Function<void()> closed);
     void onConnectionLost();
@@ -123,7 +124,7 @@ private:
     void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
     void sendMessageToWorker(WorkerId target, ObjectId objectId, MessageFields payload);
     template <typename Write> void sendPayload(WorkerId target, ObjectId objectId, Write write);
-    void sendMessageToDispatcher(const fn::Value& message);
+    void sendMessageToDispatcher(int type, std::initializer_list<MessageField> fields = {});
     std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
 
     std::unique_ptr<IdleTermination> _idleTermination;

@@ -3,8 +3,8 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/wire/extension_data.h"
-#include "core/ipc/wire/object_message.h"
+#include "core/ipc/wire/detail/extension_data.h"
+#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/worker/worker.h"
 #include "core/services/fraction.h"
 #include "core/services/typed_byte_array.h"
@@ -103,8 +103,8 @@ void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 void WorkerObjectManager::sendRelease(ObjectId objectId, std::int32_t count)
 {
     if (count == 0 || !_worker || !_worker->isConnected()) return;
-    _worker->sendMessageToDispatcher(fn::Value::map(
-        { { field::TYPE, type::REFERENCE_RELEASE }, { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, count } }));
+    _worker->sendMessageToDispatcher(
+        type::REFERENCE_RELEASE, { { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, count } });
 }
 
 fn::AutoPtr<ObjectInstance> WorkerObjectManager::instance(ObjectId objectId) const
@@ -192,24 +192,11 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
 
 // --- Decoding
 
-WorkerObjectManager::Decoded WorkerObjectManager::decode(const fn::Value& message)
+WorkerObjectManager::Decoded WorkerObjectManager::decode(const MessageView& message)
 {
-    const auto* payload = message.find(field::PAYLOAD);
-    if (!payload) return {};
-    const auto& objects = message.at(field::OBJECTS);
-    fn::MemoryInputStream stream(payload->byteArray());
-    return decode(stream, objects);
-}
-
-WorkerObjectManager::Decoded WorkerObjectManager::decode(const ObjectMessage& message)
-{
-    auto stream = message.shared.empty() ? fn::MemoryInputStream(message.payload.data(), message.payload.size())
-                                         : fn::MemoryInputStream(message.shared);
-    return decode(stream, {});
-}
-
-WorkerObjectManager::Decoded WorkerObjectManager::decode(fn::InputStream& stream, fn::Value objects)
-{
+    if (!message.has(field::PAYLOAD)) return {};
+    auto objects = message.mentionsObjects() ? message.required(field::OBJECTS) : fn::Value();
+    auto stream = message.payload();
     const Scope scope(_objects, objects);
     std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
     const Scope madeScope(_made, made);

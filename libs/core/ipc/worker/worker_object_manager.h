@@ -16,7 +16,7 @@ namespace ipc {
 class Worker;
 class ObjectInstance;
 class ObjectReference;
-struct ObjectMessage;
+class MessageView;
 
 /// An object that was made before its worker was connected cannot be shared: `fn::RuntimeException`.
 FN_EXPORT void requireConnectedOwner(ObjectId objectId);
@@ -90,8 +90,7 @@ public:
 
     /// What the message lists is counted for the references that it brought, and released where it brought none, also when
     /// this throws: the bytes are no payload.
-    Decoded decode(const fn::Value& message);
-    Decoded decode(const ObjectMessage& message);
+    Decoded decode(const MessageView& message);
 
     void workerDied(WorkerId workerId);
     /// The id of a dead worker has been given out again. Old references to its objects stay dead, and are nil to others.
@@ -125,7 +124,6 @@ private:
     bool isOutgrown(const ObjectReference& reference) const;
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId, const fn::String& className);
     void checkOwner(const WorkerObjectManager* owner) const;
-    Decoded decode(fn::InputStream& stream, fn::Value objects);
     void countReceived(const fn::Value& objects);
     void sendRelease(ObjectId objectId, std::int32_t count);
     static void collectLive(LiveReferences& live, ObjectReference& reference, bool withLocal);

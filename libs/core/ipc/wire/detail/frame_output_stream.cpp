@@ -1,4 +1,4 @@
-#include "core/ipc/wire/frame_output_stream.h"
+#include "core/ipc/wire/detail/frame_output_stream.h"
 #include "base/exceptions.h"
 #include <algorithm>
 #include <cstdint>
@@ -7,23 +7,20 @@
 namespace ipc {
 namespace {
 
-constexpr std::size_t headerBytes = 4; // The length, little-endian.
-
 // Most frames are calls and answers with small arguments: one allocation.
 constexpr std::size_t leastCapacity = 112;
 
 } // namespace
 
-FrameOutputStream::FrameOutputStream(std::size_t expectedBytes, std::size_t prefixBytes)
-    : _room(headerBytes + prefixBytes)
+FrameOutputStream::FrameOutputStream(std::size_t expectedBytes)
 {
-    startBuffer(_room + std::max(leastCapacity, expectedBytes));
-    _window += _room;
+    startBuffer(headerBytes + std::max(leastCapacity, expectedBytes));
+    _window += headerBytes;
 }
 
 std::size_t FrameOutputStream::size() const noexcept
 {
-    return _finishedBytes + (_window ? static_cast<std::size_t>(_window - _buffer.data()) : 0) - _room;
+    return _finishedBytes + (_window ? static_cast<std::size_t>(_window - _buffer.data()) : 0) - headerBytes;
 }
 
 void FrameOutputStream::startBuffer(std::size_t capacity)
@@ -62,21 +59,18 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
     _frame.add(bytes);
 }
 
-Frame FrameOutputStream::finish(std::size_t maxBytes, fn::ByteView prefix)
+Frame FrameOutputStream::finish(std::size_t maxBytes)
 {
     endBuffer();
-    const auto bodyBytes = prefix.size() + size();
+    const auto bodyBytes = size();
     const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
     if (bodyBytes > bound) {
         throw fn::RangeException(
             fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
     }
-    auto& front = _frame.front();
-    front.removePrefix(_room - headerBytes - prefix.size());
-    auto* header = front.mutableData();
+    auto* header = _frame.begin();
     for (std::size_t byte = 0; byte < headerBytes; ++byte)
         header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
-    std::ranges::copy(prefix, header + headerBytes);
     return std::move(_frame);
 }
 
