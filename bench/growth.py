@@ -2,15 +2,12 @@
 """How do the hub and its workers behave as the work grows? Started by scripts/bench --growth."""
 
 import argparse
-import datetime
 import resource
 import statistics
 
-from command import run, write_json
+from command import Progress, add_plan, begin, parser, run, write_json
+from growth_page import heading, table
 from growth_scenarios import SCENARIOS, SMALL, SYSTEM
-from growth_tables import heading, table
-from progress import Progress
-from scenarios import machine
 
 PLANS = {  # Repeats, and seconds of each measurement.
     "full": (5, 0.8),
@@ -22,23 +19,10 @@ OPEN_FILES = 4096  # A connection each, and some.
 
 
 def arguments():
-    names = [scenario.name for scenario in SCENARIOS]
-    parser = argparse.ArgumentParser(prog="scripts/bench --growth", description=__doc__)
-    parser.add_argument("scenarios", nargs="*", metavar="SCENARIO", help="of " + ", ".join(names) + " (default: all)")
-    parser.add_argument("--growth", action="store_true", help=argparse.SUPPRESS)
-    parser.add_argument("--quick", dest="plan", action="store_const", const="quick", default="full",
-                        help="each once and short, for a first look")
-    parser.add_argument("--smoke", dest="plan", action="store_const", const="smoke",
-                        help=f"sizes up to {SMOKE_SIZES} and very short: are the results right? No table")
-    parser.add_argument("--repeat", type=int, metavar="N", help="how often each measurement is made")
-    parser.add_argument("--json", metavar="FILE", help="also write every value measured there")
-    parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
-    options = parser.parse_args()
-    if unknown := set(options.scenarios) - set(names):
-        parser.error("no such scenario: " + ", ".join(sorted(unknown)))
-    if options.repeat is not None and options.repeat < 1:
-        parser.error("--repeat must be at least 1")
-    return options
+    known = parser("scripts/bench --growth", __doc__)
+    add_plan(known, SCENARIOS, f"sizes up to {SMOKE_SIZES}")
+    known.add_argument("--growth", action="store_true", help=argparse.SUPPRESS)
+    return known.parse_args()
 
 
 def sizes_for(scenario, plan):
@@ -78,24 +62,20 @@ def main():
     SYSTEM.configure(options.programs)
     repeats, seconds = PLANS[options.plan]
     repeats = options.repeat or repeats
-    host = machine()
     measured = {}
+    result = begin(repeats=repeats, seconds=seconds, growth=measured)
     with Progress() as progress:
-        for scenario in [s for s in SCENARIOS if not options.scenarios or s.name in options.scenarios]:
+        for scenario in options.scenarios or SCENARIOS:
             sizes = sizes_for(scenario, options.plan)
             values = measure(scenario, sizes, min(repeats, scenario.repeats or repeats), seconds, progress)
             measured[scenario.name] = {
                 "title": scenario.title, "note": scenario.note, "grows": scenario.grows, "row_head": scenario.row_head,
                 "columns": scenario.columns, "values": values,
                 "verdicts": scenario.verdicts(medians(values)) if options.plan != "smoke" else []}
-    result = {"machine": host, "date": datetime.date.today().isoformat(), "repeats": repeats, "seconds": seconds,
-              "growth": measured}
     if options.plan == "smoke":
         print(f"bench: growth, {len(measured)} scenarios, all results right")
     else:
-        print(heading(result))
-        for name, scenario in measured.items():
-            print("\n" + table(name, scenario))
+        print("\n\n".join([heading(result), *(table(name, scenario) for name, scenario in measured.items())]))
     if options.json:
         write_json(options.json, result)
 

@@ -1,16 +1,40 @@
-"""The plot and the page of scripts/bench --growth."""
+"""What scripts/bench --growth has measured: its tables, plot and page."""
 
 import math
+import statistics
 
+import tables
 from drawing import PANEL_WIDTH, ROW, decades, document, line, panel, text, tick
-from growth_tables import heading, table
-from tables import ratio
+from tables import markdown, number, ratio
 
 CURVES_WIDTH = PANEL_WIDTH - 60
 CURVES_HEIGHT = 130
 LEFT = 40
 COLOURS = ("#cc3311", "#4477aa", "#228833", "#aa7700", "#882288")
 NAMES_WIDTH = 235  # Of the rows that do not grow.
+
+
+def heading(result):
+    return tables.heading(result, "medians of {repeats} runs, {seconds} s a measurement.")
+
+
+def rows(scenario):
+    """A size a row; where it grows, the last row says how many times the smallest size's value the largest one's is, as the
+    median of the ratios of runs made side by side."""
+    columns = scenario["columns"]
+    values = scenario["values"]
+    names = list(next(iter(values.values())))
+    found = [[scenario["row_head"], *columns.values()]]
+    for name in names:
+        found.append([name, *(number(statistics.median(values[key][name])) if values[key][name] else "" for key in columns)])
+    if scenario["grows"]:
+        first, last = names[0], names[-1]
+        found.append([f"{last} / {first}", *(f"{ratio(values[key][last], values[key][first]):.2f}" for key in columns)])
+    return found
+
+
+def table(name, scenario):
+    return "\n\n".join([f"### {scenario['title']}", f"`{name}`. {scenario['note']}", markdown(rows(scenario)), *scenario["verdicts"]])
 
 
 def curves(scenario):

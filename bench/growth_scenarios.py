@@ -10,6 +10,7 @@ from systems import Ours
 
 SYSTEM = Ours("growth", "core", "bench_growth")
 SMALL = 0.02  # Seconds for a measurement that only has to happen.
+ENTRIES = 100_000  # Of the registry.
 
 
 def label(size):
@@ -52,74 +53,64 @@ class Growth:
         return {label(size): processes.report(process, limit) for size in sizes}
 
 
-class Workers(Growth):
-    def run(self, sizes, seconds):
-        result = {}
-        for size in sizes:
-            with stage(self.name) as play:
-                start_hub(play, size)
-                start_subject(play, "owner")
-                result |= self._reports(play.start("calls", seconds=seconds), [size], seconds)
-        return result
+class Anew(Growth):
+    """`play` sets the stage for one size and gives the process that reports."""
 
-
-def start_hub(play, workers):
-    """A hub with so many workers, the two who are measured later among them. The others do nothing."""
-    hub = play.start("hub")
-    if workers > 2:
-        play.start("crowd", workers=workers - 2)
-    return hub
-
-
-class Objects(Growth):
-    def run(self, sizes, seconds):
-        with stage(self.name) as play:
-            play.start("hub")
-            start_subject(play, "owner")
-            return self._reports(play.start("objects", sizes=joined(sizes), seconds=seconds), sizes, seconds)
-
-
-class Registry(Growth):
-    """`grows`: entries, or those who wait at a given number of entries."""
-
-    def __init__(self, *arguments, grows, entries=0):
+    def __init__(self, *arguments, play):
         super().__init__(*arguments)
-        self._grows = grows
-        self._entries = entries
-
-    def run(self, sizes, seconds):
-        entries = min(self._entries, 100 * sizes[-1])
-        with stage(self.name) as play:
-            play.start("hub")
-            measured = play.start("registry", grows=self._grows, entries=entries, sizes=joined(sizes))
-            return self._reports(measured, sizes, seconds)
-
-
-class Pending(Growth):
-    def run(self, sizes, seconds):
-        with stage(self.name) as play:
-            play.start("hub")
-            start_subject(play, "owner")
-            return self._reports(play.start("pending", sizes=joined(sizes), seconds=seconds), sizes, seconds)
-
-
-class Death(Growth):
-    """`others`: whether the references grow that others hold, while the one who dies holds 10."""
-
-    def __init__(self, *arguments, others):
-        super().__init__(*arguments)
-        self._others = others
+        self._play = play
 
     def run(self, sizes, seconds):
         result = {}
         for size in sizes:
             with stage(self.name) as play:
-                play.start("hub")
-                for part in ("owner", "holder", "other", "prober"):
-                    start_subject(play, part)
-                held, others = (10, size) if self._others else (size, 0)
-                result |= self._reports(play.start("death", held=held, others=others), [size], seconds)
+                result |= self._reports(self._play(play, size, seconds), [size], seconds)
         return result
+
+
+def calls_among_workers(play, size, seconds):
+    """The two who are measured are among so many; the others do nothing."""
+    play.start("hub")
+    if size > 2:
+        play.start("crowd", workers=size - 2)
+    start_subject(play, "owner")
+    return play.start("calls", seconds=seconds)
+
+
+def death(play, held, others):
+    """Of a worker with references to what it alone holds, and to as much as others hold."""
+    play.start("hub")
+    for part in ("owner", "holder", "other", "prober"):
+        start_subject(play, part)
+    return play.start("death", held=held, others=others)
+
+
+class Steps(Growth):
+    """A process that grows to one size after the other, and reports at each."""
+
+    def __init__(self, *arguments, role, has_owner=True, **parameters):
+        super().__init__(*arguments)
+        self._role = role
+        self._has_owner = has_owner
+        self._parameters = parameters
+
+    def run(self, sizes, seconds):
+        with stage(self.name) as play:
+            return self._reports(self._start(play, sizes, seconds), sizes, seconds)
+
+    def _start(self, play, sizes, seconds):
+        play.start("hub")
+        if self._has_owner:
+            start_subject(play, "owner")
+        return play.start(self._role, sizes=joined(sizes), seconds=seconds, **self._parameters)
+
+
+class Waiters(Steps):
+    """Those who wait, at so many entries; less of them for a smoke test."""
+
+    def run(self, sizes, seconds):
+        self._parameters["entries"] = min(ENTRIES, 100 * sizes[-1])
+        return super().run(sizes, seconds)
 
 
 class Idle(Growth):
@@ -156,7 +147,7 @@ def activity(process):
     return wake_ups, nanoseconds
 
 
-class Bulk(Growth):
+class Bulk(Steps):
     """Rows are the calls of 1 MiB in flight; the first one has none."""
 
     grows = False
@@ -166,9 +157,7 @@ class Bulk(Growth):
 
     def run(self, sizes, seconds):
         with stage(self.name) as play:
-            play.start("hub")
-            start_subject(play, "owner")
-            measured = play.start("bulk", sizes=joined(sizes), seconds=seconds)
+            measured = self._start(play, sizes, seconds)
             alone = processes.report(measured, 3 * seconds + PATIENCE)
             result = {"none": alone} | self._reports(measured, sizes, seconds)
         for row in result.values():
@@ -255,29 +244,30 @@ DEATHS = {"freed_ms": "until all is freed, ms", "worst_ms": "slowest call of oth
           "idle_worst_ms": "the same without a death, ms", "idle_us": "their median call, us"}
 
 SCENARIOS = [
-    Workers("workers", "Connected workers", [2, 10, 100, 1000], "workers", CALLS,
-            "Two of them call each other; the others are connected and answer pings."),
-    Objects("objects", "Live objects", [1, 1000, 100_000, 1_000_000], "objects", CALLS,
-            "One worker owns them, the other one holds references to all, and calls one of them."),
-    Registry("registry", "Entries of the registry", [1, 1000, 100_000], "entries", STEPS,
-             "Each is of a class of its own. Releasing has no answer: 50 are released and a look-up behind them is awaited. "
-             "Who dies has one entry and waits for one. Who hides its entries, as a worker does before it ends, has none.",
-             grows="entries"),
-    Registry("waiters", "Look-ups that wait", [0, 100, 10_000], "waiters", STEPS,
-             "In a registry of 100,000 entries, for classes that never come.", grows="waiters", entries=100_000),
-    Pending("pending", "Pending calls", [1, 1000, 100_000], "pending",
-            {"make_us": "make one, us", "resolve_us": "have it answered, us", "call_us": "one other call, median, us"},
-            "To one object that answers later. 100 are made, then the 100 oldest are answered, again and again."),
-    Death("death", "Death of a worker that holds references", [1, 1000, 100_000], "references", DEATHS,
-          "It alone holds them. Meanwhile two other workers call each other, one call at a time.", others=False),
-    Death("bystanders", "Death of a worker that holds 10 references", [0, 1000, 100_000], "held by others", DEATHS,
-          "The other references are held by a worker that lives on.", others=True),
+    Anew("workers", "Connected workers", [2, 10, 100, 1000], "workers", CALLS,
+         "Two of them call each other; the others are connected and answer pings.", play=calls_among_workers),
+    Steps("objects", "Live objects", [1, 1000, 100_000, 1_000_000], "objects", CALLS,
+          "One worker owns them, the other one holds references to all, and calls one of them.", role="objects"),
+    Steps("registry", "Entries of the registry", [1, 1000, ENTRIES], "entries", STEPS,
+          "Each is of a class of its own. Releasing has no answer: 50 are released and a look-up behind them is awaited. "
+          "Who dies has one entry and waits for one. Who hides its entries, as a worker does before it ends, has none.",
+          role="registry", has_owner=False, grows="entries"),
+    Waiters("waiters", "Look-ups that wait", [0, 100, 10_000], "waiters", STEPS,
+            "In a registry of 100,000 entries, for classes that never come.", role="registry", has_owner=False, grows="waiters"),
+    Steps("pending", "Pending calls", [1, 1000, 100_000], "pending",
+          {"make_us": "make one, us", "resolve_us": "have it answered, us", "call_us": "one other call, median, us"},
+          "To one object that answers later. 100 are made, then the 100 oldest are answered, again and again.", role="pending"),
+    Anew("death", "Death of a worker that holds references", [1, 1000, 100_000], "references", DEATHS,
+         "It alone holds them. Meanwhile two other workers call each other, one call at a time.",
+         play=lambda play, size, _: death(play, held=size, others=0)),
+    Anew("bystanders", "Death of a worker that holds 10 references", [0, 1000, 100_000], "held by others", DEATHS,
+         "The other references are held by a worker that lives on.", play=lambda play, size, _: death(play, held=10, others=size)),
     Idle("idle", "Idle hub", [2, 100, 1000], "workers",
          {"wake_ups": "wake-ups a second", "cpu_us": "CPU time a second, us"},
          "Over 10 s, the time between two pings of a worker."),
     Bulk("bulk", "A small call beside calls of 1 MiB", [1, 4], "1 MiB in flight",
          {"median_us": "small call, median, us", "p99_us": "small call, p99, us", "bulk_us": "one call of 1 MiB alone, us"},
-         "Between the same two workers, over the same connections."),
+         "Between the same two workers, over the same connections.", role="bulk"),
     Memory("memory", "Memory", [1_000_000], "", {"bytes": "bytes each"},
            "Private dirty memory of a process with many of them less that of one with a hundredth, divided by their number."),
 ]

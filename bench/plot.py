@@ -14,10 +14,11 @@ import sys
 import growth_page
 from drawing import document, panel
 from scenarios import SCENARIOS
-from tables import columns, goal_rows, markdown, peer_rows
+from tables import columns, goal_rows, heading, markdown, peer_tables
 
 BEGIN = "<!-- Written by bench/plot.py from here -->\n"
 END = "<!-- to here. -->\n"
+
 
 def plot(result):
     def kind(name):
@@ -31,21 +32,17 @@ def plot(result):
 
 
 def page(result, picture):
-    machine = result["machine"]
-    medians, ratios = peer_rows(list(result["systems"]), result["values"])
-    lines = [f"{result['date']}, {machine['processor']}, {machine['cores']} cores, Linux {machine['kernel']}, load "
-             f"{machine['load']:.1f} before; {result['repeats']} runs of {result['seconds']} s each, interleaved.", ""]
-    if machine["load"] > machine["cores"] / 2:
-        lines += ["**The machine was busy: a first look, not numbers to keep.**", ""]
-    lines += ["Medians of the runs:", "", markdown(medians), "",
-              "How many times better the first system is, as the median of the ratios of runs made side by side (above 1: it "
-              "is faster, or smaller):", "", markdown(ratios), "", "Goals, as ratios in that one run:", "",
-              markdown(goal_rows(SCENARIOS, next(iter(result["systems"])), result["values"])), "", f"![The same as a plot]({picture})", "", "What was compared:",
-              ""]
+    names = list(result["systems"])
+    medians, ratios = peer_tables(names, result["values"])
+    parts = [heading(result, "{repeats} runs of {seconds} s each, interleaved."), "Medians of the runs:", medians,
+             "How many times better the first system is, as the median of the ratios of runs made side by side (above 1: it "
+             "is faster, or smaller):", ratios, "Goals, as ratios in that one run:",
+             markdown(goal_rows(SCENARIOS, names[0], result["values"])), f"![The same as a plot]({picture})", "What was compared:"]
+    lines = []
     for name, system in result["systems"].items():
         packages = ", ".join(f"{package} {version}" for package, version in system["versions"].items())
         lines.append(f"- **{name}**: {system['title']}" + (f" ({packages})" if packages else ""))
-    return "\n".join(lines) + "\n"
+    return "\n\n".join([*parts, "\n".join(lines)]) + "\n"
 
 
 def main():

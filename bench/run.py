@@ -1,17 +1,13 @@
 #!/usr/bin/env python3
-"""How fast is a call through the hub, beside what the same hops cost at least? And a log message, beside other
-libraries? And beside other ways between processes? Started by scripts/bench."""
+"""How fast is a call through the hub, beside what the same hops cost at least? And a log message, beside another
+library? And beside other ways between processes? Started by scripts/bench."""
 
-import argparse
-import datetime
-import statistics
 import subprocess
 
-from command import run, write_json
-from progress import Progress
-from scenarios import SCENARIOS, Timing, machine
+from command import Progress, add_plan, begin, parser, run, write_json
+from scenarios import SCENARIOS, Timing
 from systems import PEERS, SYSTEMS, Floor, Ours
-from tables import goal_rows, markdown, peer_tables, ratio, spread, verdicts
+from tables import goal_rows, heading, markdown, peer_tables, ratio, spread, verdicts
 
 PEER_SCENARIOS = ("latency", "calls-100", "calls-1000", "large", "events", "memory")
 
@@ -23,32 +19,24 @@ PLANS = {  # Repeats, and seconds of each measurement.
 
 
 def arguments():
-    names = [scenario.name for scenario in SCENARIOS]
-    parser = argparse.ArgumentParser(prog="scripts/bench", description=__doc__)
-    parser.add_argument("scenarios", nargs="*", metavar="SCENARIO", help="of " + ", ".join(names) + " (default: all)")
-    parser.add_argument("--quick", dest="plan", action="store_const", const="quick", default="full",
-                        help="short measurements, for a first look")
-    parser.add_argument("--smoke", dest="plan", action="store_const", const="smoke",
-                        help="every scenario once and very short: are the results right? No table")
-    parser.add_argument("--repeat", type=int, metavar="N", help="how often each measurement is made")
-    parser.add_argument("--peers", action="store_true", help="beside what others offer between processes; first: "
-                        "scripts/setup peers")
-    parser.add_argument("--systems", metavar="NAME,...", help="what to compare; ours is always the first (default: "
-                        + ",".join(system.name for system in SYSTEMS) + "; with --peers these for calls and "
-                        + ",".join(system.name for system in PEERS) + ")")
-    parser.add_argument("--json", metavar="FILE", help="also write every value measured there")
-    parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
-    options = parser.parse_args()
-    if unknown := set(options.scenarios) - set(names):
-        parser.error("no such scenario: " + ", ".join(sorted(unknown)))
-    options.candidates = [system for system in SYSTEMS if not options.peers or isinstance(system, (Ours, Floor))]
-    options.candidates += PEERS if options.peers else []
-    wanted = options.systems.split(",") if options.systems else [system.name for system in options.candidates]
-    if unknown := set(wanted) - {system.name for system in options.candidates}:
-        parser.error("no such system: " + ", ".join(sorted(unknown)))
-    options.systems = [system for system in options.candidates if system.name in wanted]
-    if options.repeat is not None and options.repeat < 1:
-        parser.error("--repeat must be at least 1")
+    known = parser("scripts/bench", __doc__)
+    add_plan(known, SCENARIOS, "every scenario once")
+    known.add_argument("--peers", action="store_true", help="beside what others offer between processes; first: scripts/setup peers")
+    known.add_argument("--systems", metavar="NAME,...", help="what to compare; ours is always the first (default: "
+                       + ",".join(system.name for system in SYSTEMS) + "; with --peers these for calls and "
+                       + ",".join(system.name for system in PEERS) + ")")
+    options = known.parse_args()
+    candidates = [system for system in SYSTEMS if not options.peers or isinstance(system, (Ours, Floor))]
+    candidates += PEERS if options.peers else []
+    if options.systems:
+        wanted = set(options.systems.split(","))
+        if unknown := wanted - {system.name for system in candidates}:
+            known.error("no such system: " + ", ".join(sorted(unknown)))
+        candidates = [system for system in candidates if system.name in wanted]
+    options.systems = candidates
+    options.scenarios = [scenario for scenario in SCENARIOS if scenario in options.scenarios or not options.scenarios]
+    if options.peers:
+        options.scenarios = [scenario for scenario in options.scenarios if scenario.name in PEER_SCENARIOS]
     return options
 
 
@@ -105,8 +93,7 @@ def table(scenarios, systems, values):
                          *(spread(by_system[name]) if name in by_system else "-" for name in [first, *others]),
                          *(f"{ratios[name]:.2f}" if name in ratios else "-" for name in others),
                          ", ".join(str(goal) for goal, _ in goals), verdict])
-    widths = [max(len(row[column]) for row in rows) for column in range(len(rows[0]))]
-    return "\n".join("  ".join(cell.ljust(width) for cell, width in zip(row, widths)).rstrip() for row in rows)
+    return markdown(rows)
 
 
 def versions(packages):
@@ -119,44 +106,36 @@ def versions(packages):
     return dict(line.split() for line in shown.stdout.splitlines()) if shown else {}
 
 
+def show(options, result):
+    values, systems = result["values"], options.systems
+    print(heading(result, "{repeats} runs of {seconds} s each, interleaved; median (least-most); ratios are medians of runs side by side"))
+    print("; ".join(f"{system.name}: {system.title}" for system in systems))
+    if result["frames"]:
+        print("bytes a frame: " + "; ".join(name + " " + ", ".join(f"{key.removesuffix('_frame')} {size}" for key, size in sizes.items())
+                                            for name, sizes in result["frames"].items()))
+    if options.peers:
+        print("\n".join(["", *peer_tables([system.name for system in systems], values), "", markdown(goal_rows(options.scenarios, systems[0].name, values))]))
+    else:
+        for played, players in groups(options.scenarios, systems):
+            print("\n" + table(played, players, values))
+
+
 def main():
     options = arguments()
-    scenarios = [s for s in SCENARIOS if not options.scenarios or s.name in options.scenarios]
-    if options.peers:
-        scenarios = [s for s in scenarios if s.name in PEER_SCENARIOS]
-    systems = options.systems
-    for system in [SYSTEMS[0], *systems]:
+    for system in {*SYSTEMS[:1], *options.systems}:
         system.configure(options.programs)
     repeats, seconds = PLANS[options.plan]
     repeats = options.repeat or repeats
-    host = machine()
+    result = begin(repeats=repeats, seconds=seconds, systems={
+        system.name: {"title": system.title, "versions": versions(system.packages)} for system in options.systems})
     with Progress() as progress:
-        frames = frame_sizes(scenarios, seconds)
-        values = measure(scenarios, systems, repeats, seconds, frames, progress)
+        result["frames"] = frame_sizes(options.scenarios, seconds)
+        result["values"] = measure(options.scenarios, options.systems, repeats, seconds, result["frames"], progress)
     if options.plan == "smoke":
-        print(f"bench: {len(scenarios)} scenarios, {len(systems)} systems, all results right")
+        print(f"bench: {len(options.scenarios)} scenarios, {len(options.systems)} systems, all results right")
     else:
-        print(f"{host['cores']} cores, Linux {host['kernel']}, load {host['load']:.1f} before; {repeats} runs of "
-              f"{seconds} s each, interleaved; median (least-most); ratios are medians of runs side by side")
-        print("; ".join(f"{system.name}: {system.title}" for system in systems))
-        if frames:
-            print("bytes a frame: " + "; ".join(
-                name + " " + ", ".join(f"{key.removesuffix('_frame')} {size}" for key, size in sizes.items())
-                for name, sizes in frames.items()))
-        if host["load"] > host["cores"] / 2:
-            print("The machine was busy: these numbers are not to be kept.")
-        if options.peers:
-            print(peer_tables(systems, values))
-            print("\n" + markdown(goal_rows(scenarios, systems[0].name, values)))
-        else:
-            for played, players in groups(scenarios, systems):
-                print()
-                print(table(played, players, values))
+        show(options, result)
     if options.json:
-        result = {"machine": host, "date": datetime.date.today().isoformat(), "repeats": repeats, "seconds": seconds,
-                  "systems": {system.name: {"title": system.title, "versions": versions(system.packages)}
-                              for system in systems},
-                  "frames": frames, "values": values}
         write_json(options.json, result)
 
 

@@ -1,6 +1,5 @@
 """What is measured. A scenario runs one system once and gives its metrics."""
 
-import os
 from dataclasses import dataclass
 
 import processes
@@ -213,12 +212,3 @@ SCENARIOS = [
         Metric("written", "line written, 1 thread", "ns", at_most(1, "spdlog")),
         Metric("written_by_4", "line written, 4 threads", "ns", at_most(1, "spdlog"))]),
 ]
-
-
-def machine():
-    with open("/proc/loadavg") as file:
-        load = float(file.read().split()[0])
-    with open("/proc/cpuinfo") as file:
-        models = [line.split(":")[1].strip() for line in file if line.startswith("model name")]
-    return {"cores": len(os.sched_getaffinity(0)), "processor": models[0] if models else os.uname().machine,
-            "kernel": os.uname().release, "load": load}

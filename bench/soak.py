@@ -4,20 +4,18 @@
 Three processes: a hub, an owner of objects, and a caller, which in each piece takes and drops new objects, lets a worker come and
 go, calls one at a time, with 100 in flight, and with 1 MiB as argument. After each piece memory and open files of all are read."""
 
-import argparse
 import os
 import statistics
 import sys
 import time
 
 import processes
-from command import run, write_json
+from command import Progress, begin, parser, positive, run, write_json
+from drawing import PANEL_WIDTH, document, line, text
 from growth_scenarios import SYSTEM, start_subject
 from processes import Stage
-from progress import Progress
-from scenarios import PATIENCE, machine
-from soak_plot import plot
-from tables import markdown, number
+from scenarios import PATIENCE
+from tables import heading, markdown, number
 
 PIECE_SECONDS = 10
 ROWS = 12
@@ -25,17 +23,6 @@ GROWTH_KIB = 1024  # From the first quarter to the last one, in private memory: 
 COLUMNS = {"hub": "hub, private KiB", "owner": "owner, private KiB", "caller": "caller, private KiB", "files": "open files of all",
            "median_us": "one call, median, us", "p99_us": "one call, p99, us", "rate": "100 in flight, calls/s",
            "megabytes": "1 MiB, 2 in flight, MB/s"}
-
-
-def arguments():
-    parser = argparse.ArgumentParser(prog="scripts/bench --soak", description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--soak", type=float, metavar="SECONDS", required=True, help="how long the load goes on")
-    parser.add_argument("--json", metavar="FILE", help="also write every value measured there, and FILE.svg that draws them over time")
-    parser.add_argument("--programs", required=True, help=argparse.SUPPRESS)
-    options = parser.parse_args()
-    if options.soak <= 0:
-        parser.error("--soak must be more than 0")
-    return options
 
 
 def private_memory(process):
@@ -90,18 +77,36 @@ def table(values, times):
     return markdown(rows)
 
 
+def panel(head, values, times):
+    """Over time, from nothing up to a quarter above the greatest value, so that what is small looks small."""
+    left, height = 60, 90
+    width = PANEL_WIDTH - left - 20
+    top = max(*values, 1) * 1.25
+    bottom = 26 + height
+    parts = [text(0, 14, head, "head")]
+    for part in (0, 0.4, 0.8):
+        y = bottom - height * part
+        parts += [line(left, y, left + width, y, "grid"), text(left - 6, y + 3, number(top * part), "axis", "end")]
+    for part in (0, 0.5, 1):
+        parts.append(text(left + width * part, bottom + 14, f"{times[-1] * part / 60:.0f} min", "axis", "middle"))
+    places = " ".join(f"{left + width * time / times[-1]:.1f},{bottom - height * value / top:.1f}" for time, value in zip(times, values, strict=True))
+    parts.append(f'<polyline points="{places}" fill="none" stroke="#cc3311" stroke-width="1.5"/>')
+    return "\n".join(parts), bottom + 24
+
+
 def main():
-    options = arguments()
+    known = parser("scripts/bench --soak", __doc__ + "\nBeside a FILE of --json, FILE.svg draws its values over time.")
+    known.add_argument("--soak", type=positive(float), metavar="SECONDS", required=True, help="how long the load goes on")
+    options = known.parse_args()
     SYSTEM.configure(options.programs)
-    host = machine()
+    result = begin()
     with Progress() as progress:
         values, times = soak(options.soak, progress)
-    print(f"{host['cores']} cores, Linux {host['kernel']}, load {host['load']:.1f} before; {len(times)} pieces in {times[-1]:,.0f} s; medians\n")
-    print(table(values, times))
+    print(heading(result, f"{len(times)} pieces in {times[-1]:,.0f} s; medians") + "\n\n" + table(values, times))
     if options.json:
-        write_json(options.json, {"machine": host, "times": times, "values": values})
+        write_json(options.json, {**result, "times": times, "values": values})
         with open(os.path.splitext(options.json)[0] + ".svg", "w") as file:
-            file.write(plot(values, times, COLUMNS))
+            file.write(document([panel(head, values[column], times) for column, head in COLUMNS.items()]))
     if found := faults(values):
         sys.exit("bench: grown under the same load\n" + "\n".join(found))
 

@@ -28,6 +28,16 @@ def ratio(values, baseline):
     return statistics.median(ours / theirs for ours, theirs in zip(values, baseline, strict=True))
 
 
+def heading(result, how):
+    """When and where it was measured; `how` may name the result's repeats and seconds."""
+    host = result["machine"]
+    lines = [f"{result['date']}, {host['processor']}, {host['cores']} cores, Linux {host['kernel']}, load {host['load']:.1f} before; "
+             + how.format_map(result)]
+    if host["load"] > host["cores"] / 2:
+        lines += ["", "**The machine was busy: a first look, not numbers to keep.**"]
+    return "\n".join(lines)
+
+
 def columns(values):
     """Those of `COLUMNS` that were measured."""
     return [column for column in COLUMNS if column[1] in values.get(column[0], {})]
@@ -38,8 +48,8 @@ def better(values, baseline, less_is_better):
     return ratio(baseline, values) if less_is_better else ratio(values, baseline)
 
 
-def peer_rows(names, values):
-    """Two tables as rows of cells, a system a row: medians, and how many times better the first system is."""
+def peer_tables(names, values):
+    """Two tables, a system a row: medians, and how many times better the first system is."""
     shown = columns(values)
     medians = [["", *(head for _, _, head, _ in shown)]]
     ratios = [[f"{names[0]} is so many times better than", *(head.rsplit(", ", 1)[0] for _, _, head, _ in shown)]]
@@ -50,7 +60,7 @@ def peer_rows(names, values):
         if name != names[0]:
             ratios.append([name, *(f"{better(ours, theirs, less):.2f}" if theirs and ours else "-"
                                    for theirs, ours, less in found)])
-    return medians, ratios
+    return markdown(medians), markdown(ratios)
 
 
 def markdown(rows):
@@ -86,6 +96,3 @@ def goal_rows(scenarios, first, values):
     return rows
 
 
-def peer_tables(systems, values):
-    medians, ratios = peer_rows([system.name for system in systems], values)
-    return "\n" + markdown(medians) + "\n\n" + markdown(ratios)

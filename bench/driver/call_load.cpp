@@ -1,5 +1,4 @@
 #include "driver/call_load.h"
-#include <algorithm>
 #include <fmt/format.h>
 
 namespace bench {
@@ -9,14 +8,6 @@ namespace {
 constexpr std::uint64_t answersPerClockReading = 32;
 
 using Microseconds = std::chrono::duration<double, std::micro>;
-
-double percentile(std::vector<double>& values, double fraction)
-{
-    if (values.empty()) fail("no call was timed");
-    const auto nth = values.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), nth, values.end());
-    return *nth;
-}
 
 } // namespace
 

@@ -1,4 +1,5 @@
 #include "driver/driver.h"
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <fmt/format.h>
@@ -64,6 +65,23 @@ void fail(const std::string& message)
     std::fputs((message + "\n").c_str(), stderr);
     std::fflush(stderr);
     ::_exit(1); // Nothing is unwound: callbacks of an event loop may be on the stack.
+}
+
+void failWith(const char* step, std::exception_ptr exception)
+{
+    try {
+        std::rethrow_exception(exception);
+    } catch (const std::exception& error) {
+        fail(fmt::format("{}: {}", step, error.what()));
+    }
+}
+
+double percentile(std::vector<double>& values, double fraction)
+{
+    if (values.empty()) fail("nothing was timed");
+    const auto nth = values.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), nth, values.end());
+    return *nth;
 }
 
 } // namespace bench

@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <string>
 #include <string_view>
@@ -32,5 +33,11 @@ void report(const std::vector<std::pair<std::string, double>>& results);
 
 /// Ends the process at once with a message: a measurement that went wrong must not look like a fast one.
 [[noreturn]] void fail(const std::string& message);
+
+/// The same for the exception with which a step has failed.
+[[noreturn]] void failWith(const char* step, std::exception_ptr exception);
+
+/// That fraction of the values lies below. They get another order; where there are none the program ends.
+double percentile(std::vector<double>& values, double fraction);
 
 } // namespace bench

@@ -2,6 +2,7 @@
 // way. What remains is the cost of the sockets, of libuv and of the scheduler, in two ways of writing (`mode`).
 #include "driver/call_load.h"
 #include "driver/event_load.h"
+#include "driver/roles.h"
 #include "driver/stamp.h"
 #include "floor/connection.h"
 #include <csignal>
@@ -213,31 +214,16 @@ void runSubscriber(const Options& options)
         });
 }
 
-void run(const Options& options)
-{
-    const auto& role = options.role();
-    if (role == "hub")
-        Hub(options).run();
-    else if (role == "idle")
-        runIdle(options);
-    else if (role == "owner")
-        runOwner(options);
-    else if (role == "caller")
-        runCaller(options);
-    else if (role == "publisher")
-        runPublisher(options);
-    else if (role == "subscriber")
-        runSubscriber(options);
-    else
-        fail("no such role: " + role);
-}
+void runHub(const Options& options) { Hub(options).run(); }
 
 } // namespace
 } // namespace bench::floor
 
 int main(int argc, char** argv)
 {
+    using namespace bench::floor;
     std::signal(SIGPIPE, SIG_IGN);
-    bench::floor::run(bench::Options(argc, argv));
-    return 1; // A role runs until it is killed.
+    bench::play(bench::Options(argc, argv),
+        { { "hub", runHub }, { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller },
+            { "publisher", runPublisher }, { "subscriber", runSubscriber } });
 }

@@ -1,6 +1,5 @@
 #include "growth/load.h"
 #include "driver/stamp.h"
-#include <algorithm>
 
 namespace bench::growth {
 namespace {
@@ -19,25 +18,9 @@ void finish(Session& session, Load& load)
 
 } // namespace
 
-fn::ByteArray stamped(std::uint64_t number, std::size_t size)
-{
-    fn::ByteArray body;
-    body.resizeUninitialized(size);
-    stamp({ body.mutableData(), size }, number);
-    return body;
-}
-
 fn::ByteArray echoOf(const fn::ByteArray& argument)
 {
     return stamped(answerTo(readStamp(argument.bytes())), smallBytes);
-}
-
-double percentile(std::vector<double>& values, double fraction)
-{
-    if (values.empty()) fail("nothing was timed");
-    const auto nth = values.begin() + static_cast<std::ptrdiff_t>(fraction * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), nth, values.end());
-    return *nth;
 }
 
 Load::Load(fn::AutoPtr<ipc::CallableObjectReference> object, unsigned window, std::size_t argumentBytes)

@@ -9,12 +9,8 @@ using Clock = std::chrono::steady_clock;
 using Microseconds = std::chrono::duration<double, std::micro>;
 
 /// What an object answers to the method "echo": the stamp of the argument, turned over.
-fn::ByteArray stamped(std::uint64_t number, std::size_t size);
 fn::ByteArray echoOf(const fn::ByteArray& argument);
 inline constexpr std::size_t smallBytes = 16;
-
-/// That fraction of the values lies below. `values` must not be empty and gets another order.
-double percentile(std::vector<double>& values, double fraction);
 
 /// Keeps `window` calls of "echo" on one object in flight and checks every answer.
 class Load {

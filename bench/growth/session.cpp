@@ -1,18 +1,6 @@
 #include "growth/session.h"
-#include <fmt/format.h>
 
 namespace bench::growth {
-
-std::function<void(std::exception_ptr)> failing(const char* step)
-{
-    return [step](std::exception_ptr exception) {
-        try {
-            std::rethrow_exception(exception);
-        } catch (const std::exception& error) {
-            fail(fmt::format("{}: {}", step, error.what()));
-        }
-    };
-}
 
 Session::Session(const Options& options, fn::uv::Loop& loop)
     : _loop(loop),

@@ -3,13 +3,11 @@
 #include "core/ipc/worker/worker.h"
 #include "driver/driver.h"
 #include "foundation/uv/loop.h"
+#include "ours/stamped.h"
 #include <functional>
 #include <optional>
 
 namespace bench::growth {
-
-/// For a `then()`: ends the program, since a measurement with a failed step must not look like a fast one.
-std::function<void(std::exception_ptr)> failing(const char* step);
 
 /// A worker that a plain sequence of steps can use: each step runs the loop until it is done.
 class Session final : ipc::Worker::Delegate {

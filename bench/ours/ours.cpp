@@ -5,32 +5,13 @@
 #include "core/ipc/worker/worker.h"
 #include "driver/call_load.h"
 #include "driver/event_load.h"
-#include "driver/stamp.h"
+#include "driver/roles.h"
 #include "foundation/uv/loop.h"
 #include "ours/logger.h"
-#include <fmt/format.h>
+#include "ours/stamped.h"
 #include <functional>
 
 namespace bench::ours { // Not unnamed: the names of reference classes travel on the wire.
-
-fn::ByteArray stamped(std::uint64_t number, std::size_t size)
-{
-    fn::ByteArray body;
-    body.resizeUninitialized(size);
-    stamp({ body.mutableData(), size }, number);
-    return body;
-}
-
-auto failing(const char* action)
-{
-    return [action](std::exception_ptr exception) {
-        try {
-            std::rethrow_exception(exception);
-        } catch (const std::exception& error) {
-            fail(fmt::format("{}: {}", action, error.what()));
-        }
-    };
-}
 
 /// A process at the hub.
 class Participant final : ipc::Worker::Delegate {
@@ -235,31 +216,12 @@ void runSubscriber(const Options& options)
     });
 }
 
-void run(const Options& options)
-{
-    const auto& role = options.role();
-    if (role == "idle")
-        runIdle(options);
-    else if (role == "owner")
-        runOwner(options);
-    else if (role == "caller")
-        runCaller(options);
-    else if (role == "local")
-        runLocal(options);
-    else if (role == "logger")
-        runLogger(options);
-    else if (role == "publisher")
-        runPublisher(options);
-    else if (role == "subscriber")
-        runSubscriber(options);
-    else
-        fail("no such role: " + role);
-}
-
 } // namespace bench::ours
 
 int main(int argc, char** argv)
 {
-    bench::ours::run(bench::Options(argc, argv));
-    return 1; // A role runs until it is killed.
+    using namespace bench::ours;
+    bench::play(bench::Options(argc, argv),
+        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "local", runLocal },
+            { "logger", runLogger }, { "publisher", runPublisher }, { "subscriber", runSubscriber } });
 }

@@ -71,13 +71,7 @@ private:
                 const std::lock_guard guard(_lock); // Only the first calls are sent by another thread.
                 _load.answered(answerTo(readStamp(bytes(result))));
             },
-            [](std::exception_ptr exception) {
-                try {
-                    std::rethrow_exception(exception);
-                } catch (const std::exception& error) {
-                    fail(error.what());
-                }
-            });
+            [](std::exception_ptr exception) { failWith("call", exception); });
     }
 
     Ice::CommunicatorHolder _communicator;
