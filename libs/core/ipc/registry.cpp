@@ -1,7 +1,7 @@
 #include "core/ipc/registry.h"
 #include "base/debug.h"
 #include "core/ipc/object/object_instance.h"
-#include "core/ipc/worker/worker_object_manager.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include <cstdint>
 
 namespace ipc {
@@ -44,7 +44,7 @@ fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::D
 fn::AutoPtr<ObjectReference> Registry::typedReference(const fn::Value& found) const
 {
     const auto reference = found.object<ObjectReference>();
-    return hasWorker() ? worker()._objectManager->typedReference(reference) : reference;
+    return hasWorker() ? worker().objectManager()->typedReference(reference) : reference;
 }
 
 void Registry::throwOtherClass(const fn::String& wanted, const fn::AutoPtr<ObjectReference>& found)

@@ -25,8 +25,7 @@ public:
     template <typename T> fn::Promise<fn::AutoPtr<T>> getInstance(fn::Duration timeout)
     {
         const auto className = classNameOf<T>();
-        if (hasWorker() && !worker().hasFactory(className))
-            worker().registerFactory(className, Worker::makeReference<T>);
+        if (hasWorker()) worker().registerFactory(className, Worker::makeReference<T>, false);
         return findInstance(className, timeout).then([self = fn::AutoPtr(this), className](fn::Value&& found) {
             const auto reference = self->typedReference(found);
             auto instance = fn::dynamicCast<T>(reference);
@@ -39,7 +38,6 @@ public:
 
 private:
     friend class IdleTermination;
-    friend class Worker;
 
     fn::Promise<fn::Value> findInstance(const fn::String& className, fn::Duration timeout);
     fn::AutoPtr<ObjectReference> typedReference(const fn::Value& found) const;

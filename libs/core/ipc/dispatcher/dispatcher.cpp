@@ -91,13 +91,13 @@ void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callbac
         loop.stop();
         if (callback) callback();
     };
-    _loop
-        .schedule(delay,
-            [this, &loop = _loop, manager = _worker->_objectManager, end = std::move(end)]() mutable {
-                if (manager->worker()) closeOwnWorker(); // Else this dispatcher has gone.
-                loop.post(std::move(end)); // Behind what that has posted.
-            })
-        .detach();
+    // The loop stops also where this dispatcher has gone meanwhile.
+    auto close = _lifetime.guard([this] { closeOwnWorker(); });
+    auto task = [&loop = _loop, close = std::move(close), end = std::move(end)]() mutable {
+        close();
+        loop.post(std::move(end)); // Behind what that has posted.
+    };
+    _loop.schedule(delay, std::move(task)).detach();
 }
 
 void Dispatcher::onConnection(const fn::uv::Status& status)

@@ -4,6 +4,7 @@
 #include "core/ipc/message_bus_impl.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/registry_impl.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "foundation/assertion.h"
 
 // The dispatcher's own worker: the objects it hosts, and the message bus of its process.
@@ -16,8 +17,8 @@ void Dispatcher::workerDidConnect(Worker& worker)
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
         "this->_registry->objectId() == REGISTRY_OBJECT_ID");
     // Not before its calls that are still under way have been handled.
-    worker._workerDied.connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
-    worker.adoptRegistry(_registry);
+    worker.objectManager()->onWorkerDied().connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
+    WorkerObjectManager::makeLocal(fn::AutoPtr<ObjectReference>(worker.registry()), _registry);
     const auto relay = fn::makeAuto<MessageBusImpl>(worker);
     worker.registry()->registerObject(relay, 0);
     joinBus(*relay);

@@ -1,6 +1,6 @@
 #include "core/ipc/object/callable_object_instance.h"
 #include "base/debug.h"
-#include "core/ipc/object/exception_record_private.h"
+#include "core/ipc/object/detail/exception_record.h"
 #include "foundation/unhandled_exception.h"
 
 namespace ipc {

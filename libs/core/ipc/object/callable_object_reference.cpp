@@ -1,8 +1,8 @@
 #include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/object/call_message.h"
-#include "core/ipc/object/exception_record_private.h"
+#include "core/ipc/object/detail/exception_record.h"
 #include "core/ipc/object/object_dead_exception.h"
-#include "core/ipc/worker/worker.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 
 namespace ipc {
 namespace {
@@ -59,7 +59,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
 
 std::uint32_t CallableObjectReference::nextRequestId()
 {
-    if (_requestCounter == 0) _requestCounter = worker()._objectManager->requestNumbers().last(objectId());
+    if (_requestCounter == 0) _requestCounter = manager().requestNumbers().last(objectId());
     do {
         ++_requestCounter;
     } while (_requestCounter == 0 || _requestCounter == call::NO_REQUEST_ID || _pendingCalls.contains(_requestCounter));
@@ -69,7 +69,7 @@ std::uint32_t CallableObjectReference::nextRequestId()
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
     if (!_pendingCalls.take(requestId)) return;
-    if (hasWorker() && !dead()) worker()._objectManager->requestNumbers().cancelled(objectId(), requestId);
+    if (hasWorker() && !dead()) manager().requestNumbers().cancelled(objectId(), requestId);
     sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
 }
 

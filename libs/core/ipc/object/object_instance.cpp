@@ -1,5 +1,6 @@
 #include "core/ipc/object/object_instance.h"
-#include "core/ipc/object/local_delivery_private.h"
+#include "core/ipc/object/detail/local_delivery.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include <algorithm>
@@ -33,7 +34,7 @@ private:
     fn::AutoPtr<ObjectInstance> _instance;
 };
 
-ObjectInstance::ObjectInstance(Worker& worker) : _manager(worker._objectManager), _objectId(_manager->nextObjectId())
+ObjectInstance::ObjectInstance(Worker& worker) : _manager(worker.objectManager()), _objectId(_manager->nextObjectId())
 {
     const auto task = fn::makeAuto<ConstructionTask>(this);
     _constructionTask = task.get();
@@ -56,11 +57,7 @@ void ObjectInstance::deleteInstance()
     loop().post([owned = std::unique_ptr<ObjectInstance, Deleter>(this)]() mutable { owned.reset(); });
 }
 
-Worker& ObjectInstance::worker() const
-{
-    if (!_manager->worker()) fn::internal::throwNullPointer(typeid(Worker));
-    return *_manager->worker();
-}
+Worker& ObjectInstance::worker() const { return _manager->worker(); }
 
 fn::RunLoop& ObjectInstance::loop() const { return _manager->loop(); }
 
@@ -82,9 +79,8 @@ void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
         afterConstruction([this, workerId, value] { sendMessage(workerId, value); });
         return;
     }
-    auto* worker = _manager->worker();
-    if (!worker) return;
-    if (workerId != _manager->workerId()) worker->sendMessageToWorker(workerId, _objectId, value);
+    if (!_manager->isAlive()) return;
+    if (workerId != _manager->workerId()) _manager->send(workerId, _objectId, value);
     if (workerId == NO_WORKER_ID || workerId == _manager->workerId()) deliverLocally(value);
 }
 
@@ -97,11 +93,10 @@ void ObjectInstance::afterConstruction(fn::Task task)
 
 void ObjectInstance::sendFields(WorkerId workerId, MessageFields fields)
 {
-    auto* worker = _manager->worker();
     const bool hasLocalReceiver =
         workerId == _manager->workerId() || (workerId == NO_WORKER_ID && _localReference.lock());
-    if (_ready && worker && !hasLocalReceiver)
-        worker->sendMessageToWorker(workerId, _objectId, fields);
+    if (_ready && !hasLocalReceiver)
+        _manager->send(workerId, _objectId, fields);
     else
         sendMessage(workerId, toMap(fields));
 }

@@ -1,8 +1,9 @@
 #include "core/ipc/object/object_reference.h"
 #include "base/debug.h"
 #include "core/ipc/object/callable_object_reference.h"
-#include "core/ipc/object/local_delivery_private.h"
+#include "core/ipc/object/detail/local_delivery.h"
 #include "core/ipc/object/object_instance.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include "foundation/unhandled_exception.h"
@@ -72,12 +73,14 @@ void ObjectReference::deleteInstance()
 
 fn::RunLoop& ObjectReference::loop() const { return _manager->loop(); }
 
-bool ObjectReference::hasWorker() const { return _manager && _manager->worker(); }
+bool ObjectReference::hasWorker() const { return _manager && _manager->isAlive(); }
+
+WorkerObjectManager& ObjectReference::manager() const { return *_manager; }
 
 Worker& ObjectReference::worker() const
 {
-    if (!hasWorker()) fn::internal::throwNullPointer(typeid(Worker));
-    return *_manager->worker();
+    if (!_manager) fn::internal::throwNullPointer(typeid(Worker));
+    return _manager->worker();
 }
 
 fn::String ObjectReference::className() const
@@ -96,7 +99,7 @@ void ObjectReference::sendMessage(const fn::Value& value)
     if (!hasWorker()) return;
     if (!local()) {
         if (_dead) return; // Its id may name a later worker's object.
-        worker().sendMessageToWorker(ownerOf(_objectId), _objectId, value);
+        _manager->send(ownerOf(_objectId), _objectId, value);
         return;
     }
     loop().post(
@@ -109,7 +112,7 @@ void ObjectReference::sendFields(MessageFields fields)
     if (local())
         sendMessage(toMap(fields));
     else if (hasWorker() && !_dead)
-        worker().sendMessageToWorker(ownerOf(_objectId), _objectId, fields);
+        _manager->send(ownerOf(_objectId), _objectId, fields);
 }
 
 void ObjectReference::onMessage(const fn::Value&) { }

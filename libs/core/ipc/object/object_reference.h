@@ -91,6 +91,7 @@ protected:
     Worker& worker() const; ///< Without a worker, or after its end: `fn::NullPointerException`.
     bool hasWorker() const; ///< Whether `worker()` is there.
 
+    WorkerObjectManager& manager() const; // The library's own. Where `hasWorker()`.
     void sendFields(MessageFields fields); ///< As `sendMessage()` of that map.
 
     virtual void onMessage(const fn::Value& message); ///< A message of the instance. Default: nothing.

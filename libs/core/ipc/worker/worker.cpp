@@ -5,9 +5,10 @@
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/wire/detail/message_codec.h"
-#include "core/ipc/worker/idle_termination_private.h"
+#include "core/ipc/worker/detail/idle_termination.h"
+#include "core/ipc/worker/detail/worker_link.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "foundation/assertion.h"
-#include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
 
 namespace ipc {
@@ -18,35 +19,48 @@ constexpr const char* site = "libs/core/ipc/worker";
 // So long a worker that ends waits for the dispatcher to see it. One that is alive takes a part of a millisecond.
 constexpr auto closingTime = fn::Duration::milliseconds(200);
 
-const fn::logging::Category& factoryCategory()
-{
-    static const auto& category =
-        fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
-    return category;
-}
-
-/// What a reference that nobody registered a class for reports.
-const fn::String& plainClassName()
-{
-    static const fn::String name = ObjectReference::classNameOf<ObjectReference>();
-    return name;
-}
-
 } // namespace
+
+class Worker::Link final : public WorkerLink {
+public:
+    explicit Link(Worker& worker) : _worker(worker) { }
+
+    Worker& worker() override { return _worker; }
+
+    fn::Value sendMessage(WorkerId target, ObjectId objectId, const Payload& payload) override
+    {
+        if (_worker._state == State::Ended) return {};
+        if (!_worker.isConnected()) throw fn::RuntimeException("The worker is not connected yet");
+        MessageWriter writer(objectId, target);
+        auto objects = payload(writer.payload());
+        _worker._messageHelper.send(writer.finish(objects, _worker.maxSendBytes()));
+        return objects;
+    }
+
+    void sendRelease(ObjectId objectId, std::int32_t count) override
+    {
+        if (!_worker.isConnected()) return;
+        _worker.send(type::REFERENCE_RELEASE, { { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, count } });
+    }
+
+private:
+    Worker& _worker;
+};
 
 Worker::Delegate::~Delegate() = default;
 
 Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath, const fn::String& displayName,
     const fn::String& tag, bool idleTermination)
-    : _idleTermination(std::make_unique<IdleTermination>(*this)),
-      _delegate(delegate),
+    : _delegate(delegate),
       _loop(loop),
       _pipePath(pipePath),
       _displayName(displayName),
       _tag(tag),
       _hasOwnProcess(idleTermination),
+      _idleTermination(std::make_unique<IdleTermination>(*this, delegate, idleTermination)),
       _messageHelper(limits::workerFrameBytes),
-      _objectManager(fn::makeAuto<WorkerObjectManager>(*this, loop))
+      _link(std::make_unique<Link>(*this)),
+      _objectManager(fn::makeAuto<WorkerObjectManager>(*_link, loop))
 {
     _messageHelper.setFrameHandler([this](const FrameBody& body) { return onFrame(body); });
     _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
@@ -61,13 +75,29 @@ Worker::~Worker()
     _objectManager->close();
 }
 
+WorkerId Worker::workerId() const { return _objectManager->workerId(); }
+
+bool Worker::isConnected() const
+{
+    // A dispatcher that is stopping says so also to whom it has not answered yet.
+    return _state == State::Connected || (_state == State::Quitting && workerId() != NO_WORKER_ID);
+}
+
+void Worker::registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces)
+{
+    _objectManager->registerFactory(className, factory, replaces);
+}
+
+// --- The connection
+
 void Worker::connect()
 {
-    if (_pipe || _hasEnded) throw fn::RuntimeException("A worker connects once; make a new one");
+    if (_state != State::New) throw fn::RuntimeException("A worker connects once; make a new one");
+    _state = State::Joining;
     _pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
-    _pipe->connect(_pipePath, [this, manager = _objectManager](const fn::uv::Status& status) {
-        if (manager->worker() && !_hasEnded) onConnected(status);
-    });
+    _pipe->connect(_pipePath, _lifetime.guard([this](const fn::uv::Status& status) {
+        if (_state != State::Ended) onConnected(status);
+    }));
 }
 
 void Worker::onConnected(const fn::uv::Status& status)
@@ -75,7 +105,7 @@ void Worker::onConnected(const fn::uv::Status& status)
     try {
         status.throwOnError();
         _messageHelper.setStream(_pipe);
-        sendMessageToDispatcher(type::HELLO, { { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } });
+        send(type::HELLO, { { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } });
     } catch (...) {
         fn::unhandledException();
         onConnectionLost();
@@ -85,27 +115,27 @@ void Worker::onConnected(const fn::uv::Status& status)
 void Worker::stop()
 {
     if (!_pipe) fn::internal::throwNullPointer(typeid(fn::uv::PipeStream));
-    if (_hasEnded) return;
+    if (_state == State::Ended) return;
     closePipe({});
-    const auto manager = _objectManager; // Who hears of it may destroy this worker.
+    const fn::AutoPtr manager = _objectManager; // Who hears of it may destroy this worker.
     manager->connectionLost();
 }
 
 void Worker::close(folly::Function<void()> closed)
 {
-    const auto manager = _objectManager; // Who hears of it may destroy this worker.
-    if (_pipe && !_hasEnded)
+    _lifetime.end();
+    if (_pipe && _state != State::Ended)
         closePipe(std::move(closed));
     else if (closed)
         _loop.post(std::move(closed));
     endConnection();
+    const fn::AutoPtr manager = _objectManager; // Who hears of it may destroy this worker.
     manager->close();
 }
 
 void Worker::endConnection()
 {
-    _hasEnded = true;
-    _isConnected = false;
+    _state = State::Ended;
     _idleTermination->stop();
 }
 
@@ -118,29 +148,25 @@ void Worker::closePipe(folly::Function<void()> closed)
 
 void Worker::onConnectionLost()
 {
-    if (_hasEnded) return;
-    const auto manager = _objectManager; // What follows may destroy this worker; the manager tells.
-    const bool hasOwnProcess = _hasOwnProcess;
+    if (_state == State::Ended) return;
+    const bool wasTold = _state == State::Quitting;
+    const auto watch = _lifetime.watch();
     endConnection();
     _pipe->close();
+    const fn::AutoPtr manager = _objectManager;
     manager->connectionLost();
-    if (manager->worker()) tellAboutToQuit();
-    if (manager->worker() && hasOwnProcess) _delegate.workerRequestsTermination(*this);
+    if (watch && !wasTold) _delegate.aboutToQuit(*this);
+    if (watch && _hasOwnProcess) _delegate.workerRequestsTermination(*this);
 }
 
 void Worker::tellAboutToQuit()
 {
-    if (std::exchange(_toldAboutToQuit, true)) return;
+    if (_state == State::Quitting) return;
+    _state = State::Quitting;
     _delegate.aboutToQuit(*this);
 }
 
-void Worker::adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry)
-{
-    _registry->_instance = registry;
-    registry->_localReference = fn::AutoPtr<ObjectReference>(_registry);
-}
-
-// --- Messages
+// --- What comes
 
 bool Worker::onFrame(const FrameBody& body)
 {
@@ -157,22 +183,25 @@ bool Worker::onFrame(const FrameBody& body)
 void Worker::onMessage(const MessageView& message)
 {
     switch (message.integer<std::int64_t>(field::TYPE)) {
-    case type::HELLO:
-        _objectManager->setWorkerId(message.integer<WorkerId>(field::WORKER_ID));
-        _isConnected = true;
-        _delegate.workerDidConnect(*this);
-        break;
+    case type::HELLO: onHello(message); break;
     case type::PING:
-        sendMessageToDispatcher(type::PONG);
+        send(type::PONG);
         fn::giveBackIdleMemory(); // Every process has a worker, and the hub's pulse comes seldom.
         break;
     case type::MESSAGE: onObjectMessage(message); break;
     case type::INSTANCE_RELEASE: onInstanceRelease(message); break;
-    case type::WORKER_DEAD: onWorkerDead(message); break;
+    case type::WORKER_DEAD: _objectManager->workerDied(message.integer<WorkerId>(field::WORKER_ID)); break;
     case type::QUIT: tellAboutToQuit(); break;
     case type::WORKER_ID_REUSED: _objectManager->workerIdReused(message.integer<WorkerId>(field::WORKER_ID)); break;
     default: break;
     }
+}
+
+void Worker::onHello(const MessageView& message)
+{
+    _objectManager->setWorkerId(message.integer<WorkerId>(field::WORKER_ID));
+    if (_state == State::Joining) _state = State::Connected;
+    _delegate.workerDidConnect(*this);
 }
 
 /// Hands the payload to the object concerned.
@@ -180,16 +209,17 @@ void Worker::onObjectMessage(const MessageView& message)
 {
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     const auto source = message.integer<WorkerId>(field::SOURCE_WORKER_ID);
-    const auto manager = _objectManager; // Decoding tells of deaths: as a receiver, who hears may destroy this worker.
+    const auto watch = _lifetime.watch(); // Decoding tells of deaths: as a receiver, who hears may destroy this worker.
+    const fn::AutoPtr manager = _objectManager;
     const auto [payload, failure] = manager->decode(message);
     if (failure) [[unlikely]] {
-        if (manager->worker()) failCall(objectId, source, payload, failure);
+        if (watch) failCall(objectId, source, payload, failure);
     } else if (ownerOf(objectId) == manager->workerId()) {
         if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
     } else if (const auto reference = manager->reference(objectId)) {
         reference->onMessage(payload);
     }
-    if (manager->worker()) _idleTermination->scheduleTermination();
+    if (watch) _idleTermination->scheduleTermination();
 }
 
 /// Ends the call that a payload which is not whole belongs to. For anything else nobody waits: throws `failure`.
@@ -217,73 +247,16 @@ void Worker::onInstanceRelease(const MessageView& message)
     _idleTermination->scheduleTermination();
 }
 
-void Worker::onWorkerDead(const MessageView& message)
+// --- What leaves
+
+void Worker::send(int type, std::initializer_list<MessageField> fields)
 {
-    const auto manager = _objectManager; // Who hears of it may destroy this worker.
-    const auto id = message.integer<WorkerId>(field::WORKER_ID);
-    manager->workerDied(id);
-    if (manager->worker()) _workerDied.fire(id);
+    if (_state != State::Ended) _messageHelper.send(encodeMessage(type, fields, maxSendBytes()));
 }
 
 std::size_t Worker::maxSendBytes() const
 {
     return workerId() == 0 ? limits::workerFrameBytes - limits::forwardingOverhead : limits::hubFrameBytes;
-}
-
-void Worker::sendMessageToDispatcher(int type, std::initializer_list<MessageField> fields)
-{
-    if (!_hasEnded) _messageHelper.send(encodeMessage(type, fields, maxSendBytes()));
-}
-
-void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload)
-{
-    sendPayload(target, objectId, [&](auto& serializer) { serializer.serialize(payload); });
-}
-
-void Worker::sendMessageToWorker(WorkerId target, ObjectId objectId, MessageFields payload)
-{
-    sendPayload(target, objectId, [&](auto& serializer) { serializer.serializeMap(payload); });
-}
-
-template <typename Write> void Worker::sendPayload(WorkerId target, ObjectId objectId, Write write)
-{
-    if (_hasEnded) return;
-    if (!_isConnected) throw fn::RuntimeException("The worker is not connected yet");
-    MessageWriter writer(objectId, target);
-    const auto objects = _objectManager->encode(writer.payload(), write);
-    _messageHelper.send(writer.finish(objects, maxSendBytes()));
-    _objectManager->countSent(objects);
-}
-
-// --- Reference classes
-
-void Worker::registerFactory(const fn::String& className, Factory factory)
-{
-    _referenceClasses.factories[className] = factory;
-}
-
-fn::AutoPtr<ObjectReference> Worker::createReference(
-    const fn::String& className, ObjectReferenceInitializer& initializer)
-{
-    return _referenceClasses.createInstance(className, initializer);
-}
-
-fn::AutoPtr<ObjectReference> Worker::ObjectReferenceFactory::createInstance(
-    const fn::String& className, ObjectReferenceInitializer& initializer)
-{
-    const auto factory = factories.find(className);
-    if (factory != factories.end()) return factory->second(initializer);
-    // The dispatcher's own worker sees objects of every class through the registry.
-    if (initializer.manager->workerId() != 0 && className != plainClassName()) {
-        const auto& category = factoryCategory();
-        if (category.wants(2)) {
-            fn::logging::writeFormatted(category, 2, {},
-                { site, __LINE__, "ipc::Worker::ObjectReferenceFactory::createInstance" },
-                "Couldn't create reference for class {}. Did you call 'registerObjectReferenceClass()'?",
-                fmt::make_format_args(className));
-        }
-    }
-    return fn::makeAuto<ObjectReference>(initializer);
 }
 
 } // namespace ipc

@@ -1,12 +1,10 @@
 #pragma once
+#include "base/lifetime.h"
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/wire/message_fields.h"
 #include "core/ipc/wire/message_helper.h"
-#include "core/ipc/worker/worker_object_manager.h"
 #include "foundation/uv/pipe_stream.h"
 #include <folly/Function.h>
-#include <map>
 #include <memory>
 
 namespace ipc {
@@ -18,6 +16,10 @@ struct MessageField;
 
 /// One participant of the object system: connects to the dispatcher's pipe, says HELLO, receives its WorkerId, and is from
 /// then on the only way its objects reach other workers. Objects may be created once it is connected.
+///
+///     new --connect()--> joining --HELLO is answered--> connected --QUIT--> quitting
+///                           |  '------------QUIT-----------------------------^ |
+///                           '---- pipe ends, stop(), close() ---> ended <------'   (from each state)
 ///
 /// Everything runs on its run loop's thread; the loop outlives the worker. Objects may outlive the worker: they send nothing
 /// any more, and calls on them fail with `ipc::ObjectDeadException`.
@@ -57,10 +59,10 @@ public:
     /// the owner's members have gone already. `closed`, if given, is called when the pipe is closed.
     void close(folly::Function<void()> closed = {});
 
-    WorkerId workerId() const { return _objectManager->workerId(); } ///< NO_WORKER_ID until connected.
+    WorkerId workerId() const; ///< NO_WORKER_ID until connected.
     const fn::String& displayName() const { return _displayName; }
     fn::RunLoop& loop() const { return _loop; }
-    bool isConnected() const { return _isConnected; }
+    bool isConnected() const; ///< From `workerDidConnect()` on, until the connection ends.
 
     /// The way to find objects by class. Calls before the worker is connected are rejected: it could not be answered.
     const fn::AutoPtr<Registry>& registry() const { return _registry; }
@@ -72,77 +74,52 @@ public:
     /// Replaces an earlier registration. `Registry::getInstance<T>()` registers T itself where nobody has.
     template <typename T> void registerObjectReferenceClass()
     {
-        registerFactory(ObjectReference::classNameOf<T>(), makeReference<T>);
+        registerFactory(ObjectReference::classNameOf<T>(), makeReference<T>, true);
     }
 
-private:
-    friend class CallableObjectReference;
-    friend class Dispatcher;
-    friend class IdleTermination;
-    friend class ObjectInstance;
-    friend class ObjectReference;
-    friend class Registry;
-    friend class WorkerObjectManager;
-
-    using Factory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
-
-    /// Makes references by class name.
-    class ObjectReferenceFactory {
-    public:
-        fn::AutoPtr<ObjectReference> createInstance(
-            const fn::String& className, ObjectReferenceInitializer& initializer);
-        std::map<fn::String, Factory> factories;
-    };
-
+    // The library's own.
+    using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
     template <typename T> static fn::AutoPtr<ObjectReference> makeReference(ObjectReferenceInitializer& initializer)
     {
         return fn::AutoPtr<ObjectReference>(new T(initializer));
     }
+    void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
+    /// What its objects know of it.
+    const fn::AutoPtr<WorkerObjectManager>& objectManager() const { return _objectManager; }
 
-    bool hasFactory(const fn::String& className) const { return _referenceClasses.factories.contains(className); }
-    void registerFactory(const fn::String& className, Factory factory);
-    fn::AutoPtr<ObjectReference> createReference(const fn::String& className, ObjectReferenceInitializer& initializer);
-
-    /// The dispatcher's own worker reaches the registry locally, also through a reference that somebody kept before.
-    void adoptRegistry(const fn::AutoPtr<ObjectInstance>& registry);
+private:
+    class Link;
+    enum class State { New, Joining, Connected, Quitting, Ended };
 
     void onConnected(const fn::uv::Status& status);
     bool onFrame(const FrameBody& body);
     void onMessage(const MessageView& message);
+    void onHello(const MessageView& message);
     void onObjectMessage(const MessageView& message);
     void failCall(
         ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const;
     void onInstanceRelease(const MessageView& message);
-    void onWorkerDead(const MessageView& message);
     void endConnection();
     void closePipe(folly::Function<void()> closed);
     void onConnectionLost();
     void tellAboutToQuit();
-
-    /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been
-    /// sent or counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
-    void sendMessageToWorker(WorkerId target, ObjectId objectId, const fn::Value& payload);
-    void sendMessageToWorker(WorkerId target, ObjectId objectId, MessageFields payload);
-    template <typename Write> void sendPayload(WorkerId target, ObjectId objectId, Write write);
-    void sendMessageToDispatcher(int type, std::initializer_list<MessageField> fields = {});
+    void send(int type, std::initializer_list<MessageField> fields = {});
     std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
 
-    std::unique_ptr<IdleTermination> _idleTermination;
     Delegate& _delegate;
     fn::RunLoop& _loop;
     const fn::String _pipePath;
     const fn::String _displayName;
     const fn::String _tag;
     const bool _hasOwnProcess;
-    bool _isConnected = false;
-    bool _hasEnded = false; // The pipe has ended, failed or been closed.
-    bool _toldAboutToQuit = false;
+    State _state = State::New;
+    std::unique_ptr<IdleTermination> _idleTermination;
     fn::AutoPtr<Registry> _registry;
     fn::AutoPtr<fn::uv::PipeStream> _pipe;
     MessageHelper _messageHelper;
+    std::unique_ptr<Link> _link;
     fn::AutoPtr<WorkerObjectManager> _objectManager;
-    ObjectReferenceFactory _referenceClasses;
-    fn::Signal<WorkerId> _workerDied; // Everything of it has been handled, and its objects are dead.
+    fn::Lifetime _lifetime; // Ends with `close()`.
 };
 
 } // namespace ipc

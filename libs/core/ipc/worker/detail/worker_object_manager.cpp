@@ -1,15 +1,16 @@
-#include "core/ipc/worker/worker_object_manager.h"
+#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "base/exceptions.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/detail/extension_data.h"
 #include "core/ipc/wire/detail/message_codec.h"
+#include "core/ipc/worker/detail/worker_link.h"
 #include "core/ipc/worker/worker.h"
 #include "core/services/fraction.h"
 #include "core/services/typed_byte_array.h"
 #include "foundation/assertion.h"
-#include "foundation/io/memory_input_stream.h"
+#include "foundation/logging/logging.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/time/timestamp.h"
 #include <algorithm>
@@ -18,6 +19,20 @@ namespace ipc {
 namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
+
+const fn::logging::Category& factoryCategory()
+{
+    static const auto& category =
+        fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
+    return category;
+}
+
+/// What a reference that nobody registered a class for reports.
+const fn::String& plainClassName()
+{
+    static const fn::String name = ObjectReference::classNameOf<ObjectReference>();
+    return name;
+}
 
 /// The reference that stands for a value's object on the wire.
 fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
@@ -37,9 +52,8 @@ fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
 fn::String describe(const WorkerObjectManager* manager)
 {
     if (!manager) return "no worker";
-    const auto* worker = manager->worker();
-    return worker ? fmt::format("worker {} ({})", manager->workerId(), worker->displayName())
-                  : fmt::format("worker {}", manager->workerId());
+    return manager->isAlive() ? fmt::format("worker {} ({})", manager->workerId(), manager->worker().displayName())
+                              : fmt::format("worker {}", manager->workerId());
 }
 
 } // namespace
@@ -50,11 +64,17 @@ void requireConnectedOwner(ObjectId objectId)
     throw fn::RuntimeException("The object cannot be shared: it was made before the worker was connected");
 }
 
-WorkerObjectManager::WorkerObjectManager(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
+WorkerObjectManager::WorkerObjectManager(WorkerLink& link, fn::RunLoop& loop) : _link(&link), _loop(loop) { }
+
+Worker& WorkerObjectManager::worker() const
+{
+    if (!_link) fn::internal::throwNullPointer(typeid(Worker));
+    return _link->worker();
+}
 
 void WorkerObjectManager::close()
 {
-    _worker = nullptr;
+    _link = nullptr;
     markAllDead(true);
     dropUsageHolds();
 }
@@ -102,9 +122,14 @@ void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 
 void WorkerObjectManager::sendRelease(ObjectId objectId, std::int32_t count)
 {
-    if (count == 0 || !_worker || !_worker->isConnected()) return;
-    _worker->sendMessageToDispatcher(
-        type::REFERENCE_RELEASE, { { field::OBJECT_ID, objectId }, { field::USAGE_COUNT, count } });
+    if (count != 0 && _link) _link->sendRelease(objectId, count);
+}
+
+void WorkerObjectManager::makeLocal(
+    const fn::AutoPtr<ObjectReference>& reference, const fn::AutoPtr<ObjectInstance>& instance)
+{
+    reference->_instance = instance;
+    instance->_localReference = reference;
 }
 
 fn::AutoPtr<ObjectInstance> WorkerObjectManager::instance(ObjectId objectId) const
@@ -125,6 +150,36 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 
 // --- Encoding
 
+void WorkerObjectManager::send(WorkerId target, ObjectId objectId, const fn::Value& payload)
+{
+    sendPayload(target, objectId, [&](auto& serializer) { serializer.serialize(payload); });
+}
+
+void WorkerObjectManager::send(WorkerId target, ObjectId objectId, MessageFields payload)
+{
+    sendPayload(target, objectId, [&](auto& serializer) { serializer.serializeMap(payload); });
+}
+
+template <typename Write> void WorkerObjectManager::sendPayload(WorkerId target, ObjectId objectId, Write write)
+{
+    if (!_link) return;
+    const auto self = [this, &write](fn::OutputStream& stream) { return encode(stream, write); };
+    countSent(_link->sendMessage(target, objectId, self));
+}
+
+/// Has `write(fn::mpack::Serializer&)` encode a payload into `stream`. Gives the shared objects that it mentions, by ObjectId,
+/// with their class names; nil if there is none.
+template <typename Write> fn::Value WorkerObjectManager::encode(fn::OutputStream& stream, Write& write)
+{
+    fn::Value objects;
+    const Scope scope(_objects, objects);
+    fn::mpack::Serializer serializer(stream, this);
+    serializer.setMaxValues(limits::payloadValues);
+    write(serializer);
+    return objects;
+}
+
+/// The worker's own instances among `objects` have been sent once more.
 void WorkerObjectManager::countSent(const fn::Value& objects)
 {
     if (objects.size() == 0) return;
@@ -269,8 +324,8 @@ fn::Value WorkerObjectManager::decodeObject(ObjectId objectId)
 /// A plain one whose class has been registered since.
 bool WorkerObjectManager::isOutgrown(const ObjectReference& reference) const
 {
-    return typeid(reference) == typeid(ObjectReference) && !reference.local() && _worker
-        && _worker->hasFactory(reference.className());
+    return typeid(reference) == typeid(ObjectReference) && !reference.local() && _link
+        && _factories.contains(reference.className());
 }
 
 fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoPtr<ObjectReference>& found)
@@ -285,12 +340,38 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoP
 
 fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objectId, const fn::String& className)
 {
-    if (!_worker) return {};
+    if (!_link) return {};
     ObjectReferenceInitializer initializer { this, objectId, {}, className };
     const ConstructionHold hold(initializer);
-    auto reference = _worker->createReference(className, initializer);
+    auto reference = createInstance(className, initializer);
     if (_deadWorkers.contains(ownerOf(objectId))) markDead({ reference });
     return reference;
+}
+
+void WorkerObjectManager::registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces)
+{
+    if (replaces)
+        _factories[className] = factory;
+    else
+        _factories.try_emplace(className, factory);
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::createInstance(
+    const fn::String& className, ObjectReferenceInitializer& initializer)
+{
+    const auto factory = _factories.find(className);
+    if (factory != _factories.end()) return factory->second(initializer);
+    // The dispatcher's own worker sees objects of every class through the registry.
+    if (_workerId != 0 && className != plainClassName()) {
+        const auto& category = factoryCategory();
+        if (category.wants(2)) {
+            fn::logging::writeFormatted(category, 2, {},
+                { site, __LINE__, "ipc::Worker::ObjectReferenceFactory::createInstance" },
+                "Couldn't create reference for class {}. Did you call 'registerObjectReferenceClass()'?",
+                fmt::make_format_args(className));
+        }
+    }
+    return fn::makeAuto<ObjectReference>(initializer);
 }
 
 // --- Deaths
@@ -314,6 +395,7 @@ void WorkerObjectManager::markDead(LiveReferences references)
 
 void WorkerObjectManager::workerDied(WorkerId workerId)
 {
+    const fn::AutoPtr self(this); // Who hears of it may destroy the worker.
     _deadWorkers.insert(workerId);
     _requestNumbers.forget(workerId);
     LiveReferences live;
@@ -324,6 +406,7 @@ void WorkerObjectManager::workerDied(WorkerId workerId)
         if (ownerOf(reference->objectId()) == workerId) collectLive(live, *reference, false);
     }
     markDead(std::move(live));
+    if (isAlive()) _onWorkerDied.fire(workerId);
 }
 
 void WorkerObjectManager::workerIdReused(WorkerId workerId)

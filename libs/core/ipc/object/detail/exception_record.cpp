@@ -1,5 +1,5 @@
+#include "core/ipc/object/detail/exception_record.h"
 #include "base/exception_factory.h"
-#include "core/ipc/object/exception_record_private.h"
 
 namespace ipc {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
+#include "base/lifetime.h"
+#include "core/ipc/worker/worker.h"
 #include "foundation/duration.h"
 #include "foundation/handle.h"
 
 namespace ipc {
-
-class Worker;
 
 /// Ends a worker that nobody needs.
 ///
@@ -15,7 +15,12 @@ class Worker;
 /// Hiding first, so that nobody new is handed an instance between the last look and the end.
 class IdleTermination {
 public:
-    explicit IdleTermination(Worker& worker) : _worker(worker) { }
+    IdleTermination(Worker& worker, Worker::Delegate& delegate, bool hasOwnProcess)
+        : _worker(worker),
+          _delegate(delegate),
+          _hasOwnProcess(hasOwnProcess)
+    {
+    }
 
     bool wantsTermination() const;
     bool canTerminate() const;
@@ -31,9 +36,12 @@ private:
     void giveUp();
 
     Worker& _worker;
+    Worker::Delegate& _delegate;
+    const bool _hasOwnProcess;
     fn::Handle _idleTimer; // Not started again by each message: when it fires, it looks at the time of the last one.
     fn::Duration _lastActivity; // By the loop's clock.
     bool _terminating = false;
+    fn::Lifetime _lifetime;
 };
 
 } // namespace ipc

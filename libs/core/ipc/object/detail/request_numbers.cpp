@@ -1,4 +1,4 @@
-#include "core/ipc/object/request_numbers.h"
+#include "core/ipc/object/detail/request_numbers.h"
 #include <algorithm>
 #include <utility>
 

@@ -1,40 +1,46 @@
 #pragma once
-#include "core/ipc/limits.h"
-#include "core/ipc/object/request_numbers.h"
+#include "core/ipc/object/detail/request_numbers.h"
 #include "core/ipc/wire/message.h"
-#include "core/ipc/worker/worker_id_set.h"
+#include "core/ipc/wire/message_fields.h"
+#include "core/ipc/worker/detail/worker_id_set.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
+#include "foundation/signal.h"
 #include "foundation/value_map.h"
 #include <exception>
+#include <map>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace ipc {
 
-class Worker;
+class MessageView;
 class ObjectInstance;
 class ObjectReference;
-class MessageView;
+class Worker;
+class WorkerLink;
+struct ObjectReferenceInitializer;
 
 /// An object that was made before its worker was connected cannot be shared: `fn::RuntimeException`.
-FN_EXPORT void requireConnectedOwner(ObjectId objectId);
+void requireConnectedOwner(ObjectId objectId);
 
-/// The tables of a worker's instances and references, and the codec of its payloads.
+/// What the objects of a worker have of it: a way to send, its loop and id, and whether it is still there; the tables of its
+/// instances and references, and the codec of payloads.
 ///
-/// The objects of a worker share it, so that they may outlive the worker: once the worker has gone (`close()`), `worker()`
-/// is null, and what objects unregister or send goes nowhere. The run loop outlives both. Belongs to the worker's loop.
+/// The objects of a worker share it, so that they may outlive the worker: once the worker has gone (`close()`), `isAlive()` is
+/// false, and what objects unregister or send goes nowhere. The run loop outlives both. Belongs to the worker's loop.
 ///
 /// The tables hold plain pointers; objects add and remove themselves. An object whose last reference has gone counts as
 /// absent, although its entry stays until its deletion on the loop.
-class FN_EXPORT WorkerObjectManager final : public fn::RefCountedBase,
-                                            public fn::mpack::ValueSerializer,
-                                            public fn::mpack::ValueDeserializer {
+class WorkerObjectManager final : public fn::RefCountedBase,
+                                  public fn::mpack::ValueSerializer,
+                                  public fn::mpack::ValueDeserializer {
 public:
-    WorkerObjectManager(Worker& worker, fn::RunLoop& loop);
+    WorkerObjectManager(WorkerLink& link, fn::RunLoop& loop);
 
-    Worker* worker() const noexcept { return _worker; } ///< Null once the worker has gone.
+    bool isAlive() const noexcept { return _link; } ///< False once the worker has gone.
+    Worker& worker() const; ///< Once it has gone: `fn::NullPointerException`.
     fn::RunLoop& loop() const noexcept { return _loop; }
     WorkerId workerId() const noexcept { return _workerId; }
     void setWorkerId(WorkerId workerId) noexcept { _workerId = workerId; }
@@ -42,6 +48,21 @@ public:
 
     /// The worker has gone: what is left of its references is dead, and is notified.
     void close();
+
+    /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been sent or
+    /// counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
+    void send(WorkerId target, ObjectId objectId, const fn::Value& payload);
+    void send(WorkerId target, ObjectId objectId, MessageFields payload);
+
+    /// Makes references by class name.
+    using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
+    void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
+
+    /// `reference` reaches its object here from now on, also for who has kept it.
+    static void makeLocal(const fn::AutoPtr<ObjectReference>& reference, const fn::AutoPtr<ObjectInstance>& instance);
+
+    /// Everything of a dead worker has been handled, and its objects are dead.
+    fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
 
     /// Before the worker is connected: an id of its own, of nobody (NO_WORKER_ID), and reported as a mistake.
     ObjectId nextObjectId();
@@ -63,24 +84,9 @@ public:
         return false;
     }
 
-    /// Has `write(fn::mpack::Serializer&)` encode a payload into `stream`. Gives the shared objects it mentions, by ObjectId,
-    /// with their class names; nil if there is none.
-    template <typename Write> fn::Value encode(fn::OutputStream& stream, Write write)
-    {
-        fn::Value objects;
-        const Scope scope(_objects, objects);
-        fn::mpack::Serializer serializer(stream, this);
-        serializer.setMaxValues(limits::payloadValues);
-        write(serializer);
-        return objects;
-    }
-
     /// Throws for a boxed value or object that no receiver could use: one that is not shared, or that another worker of this
     /// process shares, which would not know that it has been sent.
     void checkSendable(const fn::Value& value) const;
-
-    /// The worker's own instances among `objects` have been sent once more.
-    void countSent(const fn::Value& objects);
 
     /// The payload of a MESSAGE. Where something in it could not be made (a reference class may throw), nil stands for it.
     struct Decoded {
@@ -119,10 +125,14 @@ private:
     std::uint32_t serializedLengthForValue(const fn::Value& value) override;
     fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override;
 
+    template <typename Write> void sendPayload(WorkerId target, ObjectId objectId, Write write);
+    template <typename Write> fn::Value encode(fn::OutputStream& stream, Write& write);
+    void countSent(const fn::Value& objects);
     fn::Value decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream);
     fn::Value decodeObject(ObjectId objectId);
     bool isOutgrown(const ObjectReference& reference) const;
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId, const fn::String& className);
+    fn::AutoPtr<ObjectReference> createInstance(const fn::String& className, ObjectReferenceInitializer& initializer);
     void checkOwner(const WorkerObjectManager* owner) const;
     void countReceived(const fn::Value& objects);
     void sendRelease(ObjectId objectId, std::int32_t count);
@@ -131,8 +141,10 @@ private:
     void dropUsageHolds();
     static void markDead(LiveReferences references);
 
-    Worker* _worker;
+    WorkerLink* _link; // Null once the worker has gone.
     fn::RunLoop& _loop;
+    std::map<fn::String, ReferenceFactory> _factories; // By class name.
+    fn::Signal<WorkerId> _onWorkerDied;
     WorkerId _workerId = NO_WORKER_ID;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
