@@ -46,7 +46,6 @@ MessageHelper::MessageHelper(std::size_t maxReadBytes) : _maxReadBytes(maxReadBy
 
 MessageHelper::~MessageHelper()
 {
-    _kept->isAlive = false;
     if (_stream) _stream->close();
 }
 
@@ -87,13 +86,19 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
         fail(static_cast<int>(count));
         return;
     }
-    const auto kept = _kept; // A listener may end this object.
+    // A listener may end this object, or give it another stream.
+    const auto watch = _lifetime.watch();
     const auto stream = _stream;
+    std::array<std::uint8_t, std::tuple_size_v<decltype(_nextHead)>> head;
+    if (data == _nextHead.data()) {
+        std::copy_n(data, count, head.begin());
+        data = head.data();
+    }
     fn::ByteView chunk(data, static_cast<std::size_t>(count));
     while (!chunk.empty() && readFrame(chunk)) {
-        if (!kept->isAlive || stream->isClosed() || stream != _stream) return;
+        if (!watch || stream->isClosed() || stream != _stream) return;
     }
-    if (kept->isAlive && stream == _stream) chooseReadMemory();
+    if (watch && stream == _stream) chooseReadMemory();
 }
 
 /// Takes the bytes of one frame from the front; false ends the chunk. A frame that lies in it whole is handled where it is.
@@ -173,7 +178,7 @@ void MessageHelper::chooseReadMemory()
     if (missing >= readInPlaceFrom || (missing > 0 && _length >= largeFrom))
         _stream->readInto({ _body.mutableData() + _body.size(), missing });
     else if (std::exchange(_expectsLargeFrame, false) && _headerReceived == 0)
-        _stream->readInto(_kept->nextHead);
+        _stream->readInto(_nextHead);
 }
 
 void MessageHelper::fail(int code)

@@ -1,6 +1,7 @@
 #pragma once
-#include "core/ipc/wire/frame.h"
 #include "base/exceptions.h"
+#include "base/lifetime.h"
+#include "core/ipc/wire/frame.h"
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"
@@ -8,7 +9,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <folly/Function.h>
-#include <memory>
 
 namespace ipc {
 
@@ -75,13 +75,8 @@ private:
     std::size_t _maxReadBytes;
     bool _expectsLargeFrame = false; // Like the last one.
     bool _failed = false;
-
-    /// What is needed while a chunk is handled, though this object may have gone.
-    struct Kept {
-        bool isAlive = true; // Asked after each signal.
-        std::array<std::uint8_t, 256> nextHead {}; // For a read that is to take little more than a header.
-    };
-    const std::shared_ptr<Kept> _kept = std::make_shared<Kept>();
+    std::array<std::uint8_t, 256> _nextHead; // For a read that is to take little more than a header.
+    fn::Lifetime _lifetime;
 };
 
 } // namespace ipc
