@@ -17,11 +17,11 @@ std::vector<std::unique_ptr<Module>>& keptModules()
 
 /// The last turns of the default loop for a module: until its worker's pipe is closed, and then those that do not wait. Shared by
 /// the callbacks that end it, of which one may come too late.
-struct LastTurns : std::enable_shared_from_this<LastTurns> {
+struct LastTurns final : fn::RefCountedObject {
     void next()
     {
         if (isOver || ++turns > mostTurns) return finish();
-        fn::RunLoop::defaultLoop().post([self = shared_from_this()] { self->next(); });
+        fn::RunLoop::defaultLoop().post([self = fn::AutoPtr(this)] { self->next(); });
     }
 
     void finish()
@@ -38,7 +38,7 @@ struct LastTurns : std::enable_shared_from_this<LastTurns> {
 void endModule(std::unique_ptr<Module> module)
 {
     auto& loop = fn::RunLoop::defaultLoop();
-    const auto last = std::make_shared<LastTurns>();
+    const auto last = fn::makeAuto<LastTurns>();
     fn::Handle bound;
     loop.post([&] {
         bound = loop.schedule(mostTime, [last] { last->finish(); });

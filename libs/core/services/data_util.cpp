@@ -161,11 +161,8 @@ void DatabaseAccess::cancelClose()
 
 void DatabaseAccess::scheduleClose()
 {
-    auto close = [connection = std::weak_ptr(_connection)] {
-        if (const auto alive = connection.lock()) alive->closeUnlessUsed();
-    };
-    _closeTimer->loop.post([timer = _closeTimer, close = std::move(close)]() mutable {
-        timer->handle = timer->loop.schedule(closeDelay, std::move(close));
+    _closeTimer->loop.post([timer = _closeTimer, connection = _connection] {
+        timer->handle = timer->loop.schedule(closeDelay, [connection] { connection->closeUnlessUsed(); });
     });
 }
 

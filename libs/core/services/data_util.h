@@ -88,7 +88,7 @@ private:
     const int _currentVersion;
     const fn::String _path;
     const int _openFlags = 6; // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
-    const std::shared_ptr<Connection> _connection; // Tasks of the loop hold it weakly.
+    const std::shared_ptr<Connection> _connection; // With tasks of the loop.
     const std::shared_ptr<CloseTimer> _closeTimer;
 };
 

@@ -14,7 +14,7 @@ constexpr auto AssertionFile = "libs/core/g_main_context_integration";
 ///
 ///     doPrepare --task--> pool waits --wake-up--> pollDone ---> doCheck, which dispatches ---> doPrepare of the next turn
 ///     polling             polling                 poll done     neither
-struct GMainContextIntegration::Private : std::enable_shared_from_this<Private> {
+struct GMainContextIntegration::Private final : fn::RefCountedObject {
     explicit Private(fn::uv::Loop& loop);
 
     GMainContext* context() const { return _context; }
@@ -57,7 +57,7 @@ void GMainContextIntegration::Private::close()
 void GMainContextIntegration::Private::doPrepare()
 {
     if (_polling || _pollDone) return;
-    const auto self = shared_from_this(); // What GLib asks of its sources may end us.
+    const fn::AutoPtr self(this); // What GLib asks of its sources may end us.
     _polling = true;
     try {
         _wait->prepare();
@@ -81,14 +81,14 @@ void GMainContextIntegration::Private::doCheck()
 {
     _pollDone = false;
     if (_polling) return;
-    const auto self = shared_from_this(); // A callback may end us.
+    const fn::AutoPtr self(this); // A callback may end us.
     _wait->checkAndDispatch();
 }
 
 GMainContextIntegration* GMainContextIntegration::_instance = nullptr;
 int GMainContextIntegration::_refCount = 0;
 
-GMainContextIntegration::GMainContextIntegration(fn::uv::Loop& loop) : _private(std::make_shared<Private>(loop)) { }
+GMainContextIntegration::GMainContextIntegration(fn::uv::Loop& loop) : _private(fn::makeAuto<Private>(loop)) { }
 
 GMainContextIntegration::~GMainContextIntegration() { _private->close(); }
 

@@ -1,6 +1,5 @@
 #pragma once
-#include "base/export.h"
-#include <memory>
+#include "base/auto_ptr.h"
 
 typedef struct _GMainContext GMainContext;
 
@@ -41,7 +40,7 @@ private:
     ~GMainContextIntegration();
 
     struct Private;
-    std::shared_ptr<Private> _private; // Outlives this object while one of its callbacks runs.
+    fn::AutoPtr<Private> _private; // Outlives this object while one of its callbacks runs.
 
     static GMainContextIntegration* _instance;
     static int _refCount;

@@ -150,19 +150,17 @@ NetworkSignature& NetworkSignature::instance()
 NetworkSignature::NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& notifier)
     : _signature(computeNetworkSignature()),
       _loop(loop),
-      _notifier(notifier),
-      _lifetime(std::make_shared<bool>())
+      _notifier(notifier)
 {
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Initial network signature: {}", _signature);
     if (fn::RunLoop::currentLoop() == &loop) {
         subscribe();
         return;
     }
-    loop.post([this, lifetime = std::weak_ptr(_lifetime)] {
-        if (lifetime.expired()) return;
+    loop.post(_lifetime.guard([this] {
         subscribe();
         maybeUpdate(); // Something may have changed since.
-    });
+    }));
 }
 
 NetworkSignature::~NetworkSignature()

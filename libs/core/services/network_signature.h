@@ -2,12 +2,12 @@
 #include "base/exceptions.h"
 #include "base/string.h"
 #include "foundation/handle.h"
+#include "base/lifetime.h"
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"
 #include <array>
 #include <folly/Function.h>
 #include <list>
-#include <memory>
 #include <vector>
 
 namespace core {
@@ -61,9 +61,9 @@ private:
 
     fn::RunLoop& _loop;
     fn::NetworkStateNotifier& _notifier;
-    std::shared_ptr<bool> _lifetime; // For the task that subscribes.
     int _notifying = 0; // Depth of notify(): a listener may run the loop.
     unsigned _notifications = 0;
+    fn::Lifetime _lifetime;
 };
 
 } // namespace core
