@@ -105,14 +105,13 @@ private:
 
 } // namespace
 
-CommandIPC::CommandIPC() : _connections(std::make_shared<detail::CommandConnections>()) { }
+CommandIPC::CommandIPC() = default;
 
 CommandIPC::~CommandIPC()
 {
     if (_listener) close(); // It may have been closed by the end of its loop.
-    while (!_connections->open.empty()) { // Who writes now must not believe that he is heard.
-        fn::AutoPtr(_connections->open.back())->close();
-    }
+    // Who writes now must not believe that he is heard.
+    for (auto* const connection : std::exchange(_connections, {})) connection->close();
 }
 
 fn::String CommandIPC::pipePath()
@@ -149,15 +148,15 @@ void CommandIPC::moveAside(const fn::String& path)
 
 void CommandIPC::onConnection()
 {
-    if (_admitsAll || !_connections->areFull()) return accept();
-    _connections->othersWait = true;
+    if (_admitsAll || !isFull()) return accept();
+    _othersWait = true;
     _listener->listenStop(); // All further ones stay where they are.
 }
 
 void CommandIPC::onRoom()
 {
-    while (_connections->othersWait && !_connections->areFull()) {
-        _connections->othersWait = false;
+    while (_othersWait && !isFull()) {
+        _othersWait = false;
         accept();
         _listener->listenResume(); // Who is next may be heard of at once.
     }
@@ -165,7 +164,9 @@ void CommandIPC::onRoom()
 
 void CommandIPC::accept()
 {
-    fn::makeAuto<detail::CommandConnection>(*this, loopHere(), _connections)->start(*_listener);
+    const auto connection = fn::makeAuto<detail::CommandConnection>(*this, loopHere());
+    _connections.push_back(connection.get());
+    connection->start(*_listener);
 }
 
 void CommandIPC::acceptAll()
@@ -173,7 +174,7 @@ void CommandIPC::acceptAll()
     if (_listener->isClosed()) return;
     _listener->listenEnd(); // Who comes later must not believe that he is let in.
     _admitsAll = true;
-    if (std::exchange(_connections->othersWait, false)) accept();
+    if (std::exchange(_othersWait, false)) accept();
     _listener->listenPending();
     _admitsAll = false;
 }
@@ -184,8 +185,7 @@ void CommandIPC::stop()
     acceptAll();
     close();
     // From here on their callbacks may do anything.
-    const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(
-        _connections->open.begin(), _connections->open.end());
+    const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(_connections.begin(), _connections.end());
     for (const auto& client : clients) client->readPending();
 }
 
@@ -195,7 +195,7 @@ void CommandIPC::close()
 {
     const auto moved = movedTo(); // Told by its inode, which is nobody else's as long as it is open.
     _listener->close({});
-    _connections->othersWait = false;
+    _othersWait = false;
     if (!moved.empty()) attempt([&] { fn::File(moved).remove(false); });
     if (_backupPath.empty()) return;
     attempt([&] { // It may have been removed; what stands at the endpoint now is another server's.

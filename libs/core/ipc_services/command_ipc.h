@@ -6,13 +6,12 @@
 #include "foundation/uv/pipe_stream.h"
 #include "foundation/value.h"
 #include <folly/Function.h>
-#include <memory>
+#include <vector>
 
 namespace core {
 
 namespace detail {
 class CommandConnection;
-struct CommandConnections;
 } // namespace detail
 
 /// A pipe by which processes of this user hand commands to an application that runs: each command is one value in one
@@ -65,6 +64,7 @@ private:
     ~CommandIPC() override;
     static fn::String pipePath();
     void moveAside(const fn::String& path);
+    bool isFull() const noexcept { return _connections.size() >= maxConnections; }
     void onConnection();
     void onRoom();
     void accept();
@@ -77,7 +77,8 @@ private:
     fn::String _backupPath; // Empty unless something was moved aside.
     std::uint64_t _inode = 0; // Of the endpoint: others may move it.
     bool _admitsAll = false; // For the end.
-    const std::shared_ptr<detail::CommandConnections> _connections;
+    std::vector<detail::CommandConnection*> _connections; // Those that are open. Each takes itself out.
+    bool _othersWait = false; // Until one of these has gone.
 };
 
 } // namespace core

@@ -17,18 +17,19 @@ const fn::logging::Category& category()
 
 } // namespace
 
-CommandConnection::CommandConnection(
-    CommandIPC& server, fn::uv::Loop& loop, std::shared_ptr<CommandConnections> connections)
+CommandConnection::CommandConnection(CommandIPC& server, fn::uv::Loop& loop)
     : _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
       _messageHelper(CommandIPC::maxCommandBytes),
       _loop(loop),
-      _server(&server),
-      _connections(std::move(connections))
+      _server(&server)
 {
-    _connections->open.push_back(this);
 }
 
-CommandConnection::~CommandConnection() { std::erase(_connections->open, this); }
+CommandConnection::~CommandConnection()
+{
+    // It is still among them where its loop has ended.
+    if (const auto server = _server.lock()) std::erase(server->_connections, this);
+}
 
 void CommandConnection::start(fn::uv::PipeStream& listener)
 {
@@ -46,8 +47,8 @@ void CommandConnection::close()
     const fn::AutoPtr self(this);
     _stream->close();
     _self.invalidate();
-    if (std::erase(_connections->open, this) == 0) return;
-    if (const auto server = _server.lock()) server->onRoom();
+    const auto server = _server.lock();
+    if (server && std::erase(server->_connections, this) > 0) server->onRoom();
 }
 
 void CommandConnection::awaitCommand()
@@ -72,10 +73,16 @@ void CommandConnection::receive(const fn::Value& command)
     if (!_stream->isClosed()) awaitCommand();
 }
 
+bool CommandConnection::othersWait() const
+{
+    const auto server = _server.lock();
+    return server && server->_othersWait;
+}
+
 void CommandConnection::onTimer()
 {
     const fn::AutoPtr self(this);
-    const auto limit = _connections->othersWait ? CommandIPC::crowdedSilenceLimit : CommandIPC::silenceLimit;
+    const auto limit = othersWait() ? CommandIPC::crowdedSilenceLimit : CommandIPC::silenceLimit;
     const auto since = _silentSince;
     if (_loop.clock().monotonic() - since < limit) return lookAgainLater();
     _stream->readPending(); // A loop that was busy finds the timer due while the command lies unread.

@@ -2,24 +2,13 @@
 #include "base/weak_ptr.h"
 #include "core/ipc/wire/message_helper.h"
 #include "core/ipc_services/command_ipc.h"
-#include <vector>
 
 namespace core::detail {
-
-class CommandConnection;
-
-/// The clients of one server, who may outlive it.
-struct CommandConnections {
-    bool areFull() const noexcept { return open.size() >= CommandIPC::maxConnections; }
-
-    std::vector<CommandConnection*> open; // Each takes itself out.
-    bool othersWait = false; // Until one of these has gone.
-};
 
 /// A client of the command pipe. Its timer holds it, and runs as long as the stream is open and no handler of a command runs.
 class CommandConnection final : public fn::RefCountedObject {
 public:
-    CommandConnection(CommandIPC& server, fn::uv::Loop& loop, std::shared_ptr<CommandConnections> connections);
+    CommandConnection(CommandIPC& server, fn::uv::Loop& loop);
 
     void start(fn::uv::PipeStream& listener);
     void readPending() { _stream->readPending(); } ///< It may be closed afterwards.
@@ -30,6 +19,7 @@ private:
     void awaitCommand();
     void lookAgainLater();
     void receive(const fn::Value& command);
+    bool othersWait() const;
     void onTimer();
     void fail(const fn::uv::Status& status);
 
@@ -38,7 +28,6 @@ private:
     fn::Handle _self; // The timer.
     fn::uv::Loop& _loop;
     const fn::WeakPtr<CommandIPC> _server;
-    const std::shared_ptr<CommandConnections> _connections;
     fn::Duration _silentSince;
 };
 
