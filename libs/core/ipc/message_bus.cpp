@@ -26,22 +26,10 @@ void MessageBus::onEvent(const fn::String& name, const fn::Value& argument)
 
 fn::Promise<void> MessageBus::getStickyMessages()
 {
-    const auto call = callMethod(bus::GET_STICKY_MESSAGES);
-    auto done = fn::Promise<void>::create();
-    done.onCancel([call] { call.cancel(); });
-    call.then(
-        [done, self = fn::AutoPtr(this)](fn::Value&& messages) {
-            try {
-                for (const auto& message : messages.elements()) {
-                    self->receiveMessage(message.get(bus::NAMESPACE).asString(), message.get(bus::BODY), true);
-                }
-                done.fulfill();
-            } catch (...) {
-                done.reject(std::current_exception());
-            }
-        },
-        [done](std::exception_ptr failure) { done.reject(failure); });
-    return done;
+    return callMethod(bus::GET_STICKY_MESSAGES).then([self = fn::AutoPtr(this)](fn::Value&& messages) {
+        for (const auto& message : messages.elements())
+            self->receiveMessage(message.get(bus::NAMESPACE).asString(), message.get(bus::BODY), true);
+    });
 }
 
 } // namespace ipc

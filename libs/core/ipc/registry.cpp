@@ -9,19 +9,6 @@ namespace ipc {
 Registry::Registry(ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer) { }
 Registry::~Registry() = default;
 
-namespace {
-
-/// A call whose result says no more than that it has been done. Cancelling it cancels the call.
-fn::Promise<void> withoutResult(const fn::Promise<fn::Value>& call)
-{
-    auto done = fn::Promise<void>::create();
-    done.onCancel([call] { call.cancel(); });
-    call.then([done](fn::Value&&) { done.fulfill(); }, [done](std::exception_ptr failure) { done.reject(failure); });
-    return done;
-}
-
-} // namespace
-
 fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority)
 {
     try {
@@ -32,7 +19,7 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     const auto call =
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
     if (call.isPending()) _registeredInstances.insert(instance); // Else it is refused already, and not kept.
-    return withoutResult(call);
+    return call.then([](fn::Value&&) {});
 }
 
 fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::Duration timeout)
@@ -57,7 +44,7 @@ void Registry::throwOtherClass(const fn::String& wanted, const fn::AutoPtr<Objec
 
 fn::Promise<void> Registry::setInstancesHidden(bool hidden)
 {
-    return withoutResult(callMethod("setInstancesHidden", hidden));
+    return callMethod("setInstancesHidden", hidden).then([](fn::Value&&) {});
 }
 
 bool Registry::isInstanceRegistered(const fn::AutoPtr<ObjectInstance>& instance) const

@@ -7,6 +7,7 @@
 #include "foundation/logging/logging.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>
+#include <ranges>
 
 namespace ipc {
 namespace {
@@ -18,6 +19,12 @@ template <typename Index, typename Key> void takeOut(Index& index, WorkerId work
     if (found == index.end()) return;
     found->second.erase(key);
     if (found->second.empty()) index.erase(found);
+}
+
+/// `most` entries of a table behind its first `skip`.
+template <typename Table> auto pageOf(const Table& table, std::size_t skip, std::size_t most)
+{
+    return table | std::views::drop(std::min(skip, table.size())) | std::views::take(most);
 }
 
 } // namespace
@@ -125,13 +132,9 @@ void RegistryImpl::forgetWorker(WorkerId workerId)
 std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::size_t skip, std::size_t most) const
 {
     std::vector<RegistrationInfo> found;
-    for (const auto& [key, registration] : _registrations) {
-        if (found.size() == most) return found;
-        if (skip > 0)
-            --skip;
-        else
-            found.push_back({ key.first, key.second.priority, registration.reference->objectId(),
-                registration.registeredBy, registration.hidden });
+    for (const auto& [key, registration] : pageOf(_registrations, skip, most)) {
+        found.push_back({ key.first, key.second.priority, registration.reference->objectId(), registration.registeredBy,
+            registration.hidden });
     }
     return found;
 }
@@ -139,13 +142,8 @@ std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::siz
 std::vector<RegistryImpl::WaiterInfo> RegistryImpl::waiters(std::size_t skip, std::size_t most) const
 {
     std::vector<WaiterInfo> found;
-    for (const auto& [key, waiter] : _waiters) {
-        if (found.size() == most) return found;
-        if (skip > 0)
-            --skip;
-        else
-            found.push_back({ key.first, waiter.context.workerId });
-    }
+    for (const auto& [key, waiter] : pageOf(_waiters, skip, most))
+        found.push_back({ key.first, waiter.context.workerId });
     return found;
 }
 
@@ -176,11 +174,7 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
     _registrationsOf[ownerOf(reference->objectId())].insert(key);
     answerWaiters(className, reference);
     // The connection lives as long as the reference, which may outlive the registry.
-    reference->objectDeadSignal()
-        .connect([self = fn::WeakPtr(this), key] {
-            if (const auto registry = self.lock()) registry->removeRegistration(key);
-        })
-        .detach();
+    reference->objectDeadSignal().connect(fn::WeakPtr(this).guard([this, key] { removeRegistration(key); })).detach();
     sendResult(context, {});
 }
 
