@@ -43,9 +43,12 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
     options.arguments.push_back(_executablePath);
     for (auto& argument : arguments(dispatcher, workerTag)) options.arguments.push_back(std::move(argument));
     for (const int handle : standardHandles) options.streams.push_back({ inherit, handle });
-    options.onExit = [this, process = fn::WeakPtr(_process)](std::int64_t status, int signal) {
+    options.onExit = [this](std::int64_t status, int signal) {
+        const auto watch = _lifetime.watch();
+        const auto process = _process;
         onExit().fire(status, signal);
-        if (process.lock()) _process.reset(); // Else whoever heard it has ended this module, or dropped the process.
+        if (watch && _process == process)
+            _process.reset(); // Else a listener has ended this module, or launched it anew.
     };
     FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
     try {

@@ -1,5 +1,6 @@
 #pragma once
 #include "base/auto_ptr.h"
+#include "base/lifetime.h"
 #include "core/ipc/module_manager/module_definition.h"
 #include "foundation/uv/process.h"
 #include <vector>
@@ -28,6 +29,7 @@ private:
     const fn::String _executablePath;
     fn::AutoPtr<fn::uv::Process> _process; // Empty while idle.
     const bool _extendedSpawnFlags;
+    fn::Lifetime _lifetime;
 };
 
 /// A module library that the generic loader runs: `LOADER LIBRARY PIPE_PATH WORKER_TAG`.

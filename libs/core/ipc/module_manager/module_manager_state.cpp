@@ -34,6 +34,7 @@ std::string describeExit(std::int64_t status, int signal)
 
 ModuleManager::State::State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions)
     : _dispatcher(dispatcher),
+      _isDispatcherThere(dispatcher.lifetime().watch()),
       _loop(dispatcher.loop())
 {
     for (auto* definition : definitions) _modules.emplace_back().definition.reset(definition);
@@ -47,23 +48,16 @@ void ModuleManager::State::connectSignals()
     const fn::WeakPtr weak(this);
     for (auto& module : _modules) {
         module.definition->onExit()
-            .connect([weak, &module](std::int64_t status, int signal) {
-                if (const auto self = weak.lock()) self->moduleDidExit(module, status, signal);
-            })
+            .connect(
+                weak.guard([this, &module](std::int64_t status, int signal) { moduleDidExit(module, status, signal); }))
             .detach();
     }
-    // The dispatcher's signal owns the token with the callback: where it has gone, so has the dispatcher.
-    const auto token = std::make_shared<bool>();
-    _dispatcherToken = token;
-    _dispatcher.onWorkerConnected()
-        .connect([weak, token](const Dispatcher::WorkerInfo& info) {
-            if (const auto self = weak.lock()) self->onWorkerConnected(info);
-        })
-        .detach();
+    _dispatcher.onWorkerConnected().connect(weak.guard([this](const auto& info) { onWorkerConnected(info); })).detach();
     _dispatcher.onWorkerNotResponding()
-        .connect([weak](const Dispatcher::WorkerInfo& info) {
-            if (const auto self = weak.lock()) self->onWorkerNotResponding(info);
-        })
+        .connect(weak.guard([this](const auto& info) { onWorkerNotResponding(info); }))
+        .detach();
+    _dispatcher.onWorkerDisconnected()
+        .connect(weak.guard([this](const auto& info) { onWorkerDisconnected(info); }))
         .detach();
 }
 
@@ -75,10 +69,9 @@ void ModuleManager::State::start()
         std::ranges::find_if(_modules, [](const ModuleState& module) { return module.definition->runsMainLoop(); });
     auto* const except = mainLoopModule == _modules.end() ? nullptr : &*mainLoopModule;
     auto& mainLoop = fn::RunLoop::defaultLoop();
-    mainLoop.post([weak = fn::WeakPtr(this), except] {
-        const auto self = weak.lock();
-        if (self && !self->_dispatcherToken.expired()) self->launchAll(except);
-    });
+    mainLoop.post(fn::WeakPtr(this).guard([this, except] {
+        if (_isDispatcherThere) launchAll(except);
+    }));
     if (except && !_stopped)
         launchModule(*except); // Its entry point runs the loop.
     else
@@ -102,18 +95,16 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     module.workerTag = fn::UUIDGenerator::defaultGenerator().createOne().toString();
     ++module.launches;
     LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
-    module.isBeingLaunched = true;
+    module.state = ModuleStatus::State::Launching;
     try {
         module.definition->launch(_dispatcher, module.workerTag);
-        module.isBeingLaunched = false;
         module.connectionTimer =
             fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
-        module.overdue = false;
         return true;
     } catch (const std::exception& exception) {
         const fn::String message =
             fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
-        module.isBeingLaunched = false;
+        module.state = ModuleStatus::State::Ended;
         LOG(2, "{}", message);
         onFatalError.fire(message);
         return false;
@@ -123,29 +114,19 @@ bool ModuleManager::State::launchModule(ModuleState& module)
 void ModuleManager::State::restart(ModuleState& module)
 {
     if (_stopped) return;
-    fn::uv::Timer::schedule(_loop, relaunchDelay, [weak = fn::WeakPtr(this), &module] {
+    const auto relaunch = [this, &module] {
         // Stopped meanwhile: a module launched now would outlive the application.
-        const auto self = weak.lock();
-        if (self && !self->_stopped && !self->_dispatcherToken.expired()) self->launchModule(module);
-    }).detach();
+        if (!_stopped && _isDispatcherThere) launchModule(module);
+    };
+    fn::uv::Timer::schedule(_loop, relaunchDelay, fn::WeakPtr(this).guard(relaunch)).detach();
 }
 
 std::vector<ModuleStatus> ModuleManager::State::modules() const
 {
-    std::vector<Dispatcher::WorkerStatistics> workers;
-    if (!_dispatcherToken.expired()) workers = _dispatcher.workers();
-    const auto stateOf = [&](const ModuleState& module) {
-        if (module.launches == 0) return ModuleStatus::State::NotLaunched;
-        const bool isRunning = std::ranges::any_of(
-            workers, [&](const Dispatcher::WorkerStatistics& worker) { return worker.info.tag == module.workerTag; });
-        if (isRunning) return ModuleStatus::State::Running;
-        const bool isAwaited = module.isBeingLaunched || (module.connectionTimer && !module.overdue);
-        return isAwaited ? ModuleStatus::State::Launching : ModuleStatus::State::Ended;
-    };
     std::vector<ModuleStatus> statuses;
     for (const auto& module : _modules) {
         auto& definition = *module.definition;
-        statuses.push_back({ definition.name(), module.workerTag, stateOf(module), definition.isSeparateProcess(),
+        statuses.push_back({ definition.name(), module.workerTag, module.state, definition.isSeparateProcess(),
             module.launches, module.timeouts });
     }
     return statuses;
@@ -170,6 +151,7 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     }
     LOG(5, "Module {} has connected", info);
     module->connectionTimer.invalidate();
+    module->state = ModuleStatus::State::Running;
     module->connected = true;
     if (std::ranges::all_of(_modules, &ModuleState::connected)) onAllModulesConnected.fire();
 }
@@ -192,11 +174,16 @@ void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& i
     restart(*module);
 }
 
+void ModuleManager::State::onWorkerDisconnected(const Dispatcher::WorkerInfo& info)
+{
+    if (auto* const module = stateForWorkerTag(info.tag)) module->state = ModuleStatus::State::Ended;
+}
+
 void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
 {
     const fn::AutoPtr self(this);
     const auto name = module.definition->name();
-    module.overdue = true;
+    module.state = ModuleStatus::State::Overdue;
     if (++module.timeouts <= toleratedTimeouts) {
         LOG(2, "Module {} timed out at launch, will attempt to restart", name);
         module.definition->kill();
@@ -210,7 +197,8 @@ void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
 
 void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t status, int signal)
 {
-    const bool wasConnecting = static_cast<bool>(module.connectionTimer);
+    const auto before = std::exchange(module.state, ModuleStatus::State::Ended);
+    const bool wasConnecting = before == ModuleStatus::State::Launching || before == ModuleStatus::State::Overdue;
     module.connectionTimer.invalidate();
     const auto name = module.definition->name();
     if (wasConnecting && module.launches > toleratedEarlyExits) {

@@ -11,9 +11,8 @@ public:
     struct ModuleState {
         std::unique_ptr<ModuleDefinition> definition;
         fn::String workerTag; ///< Of the current launch; empty before the first.
-        fn::Handle connectionTimer; ///< Set from a launch until the worker connects or the process exits, fired or not.
-        bool overdue = false; ///< The connection timer has fired.
-        bool isBeingLaunched = false; ///< All its life for the module that runs the main loop.
+        ModuleStatus::State state = ModuleStatus::State::NotLaunched;
+        fn::Handle connectionTimer; ///< From a launch until the worker connects or the process exits.
         int timeouts = 0; ///< Connection time-outs, ever.
         int launches = 0; ///< Ever.
         bool connected = false; ///< Has connected once.
@@ -37,13 +36,14 @@ private:
     bool launchModule(ModuleState& module);
     void onWorkerConnected(const Dispatcher::WorkerInfo& info);
     void onWorkerNotResponding(const Dispatcher::WorkerInfo& info);
+    void onWorkerDisconnected(const Dispatcher::WorkerInfo& info);
     void moduleConnectionDidTimeout(ModuleState& module);
     void moduleDidExit(ModuleState& module, std::int64_t status, int signal);
     void restart(ModuleState& module);
     ModuleState* stateForWorkerTag(const fn::String& tag);
 
     Dispatcher& _dispatcher; // May go first; then nothing is launched any more.
-    std::weak_ptr<bool> _dispatcherToken;
+    const fn::Lifetime::Watch _isDispatcherThere;
     fn::uv::Loop& _loop;
     std::list<ModuleState> _modules; // In the order given. Elements never move or go while this lives.
     bool _stopped = false;

@@ -5,10 +5,19 @@ namespace ipc {
 
 /// What a ModuleManager knows of one module, for inspectors.
 struct ModuleStatus {
+    /// Of the latest launch.
+    ///
+    ///     any                         -> Launching    a launch
+    ///     Launching                   -> Overdue      30 s
+    ///     Launching, Overdue          -> Running      its worker connects
+    ///     Running                     -> Ended        its worker disconnects
+    ///     Launching, Overdue, Running -> Ended        its process exits
+    ///     Launching                   -> Ended        the launch throws
     enum class State {
         NotLaunched,
         Launching, ///< Its worker is awaited.
-        Running, ///< Its worker is connected.
+        Overdue, ///< Its worker did not connect in time; relaunched in a moment, or given up.
+        Running, ///< Its worker is connected, or was when the dispatcher went.
         Ended, ///< Relaunched in a moment, or given up.
     };
 

@@ -40,7 +40,7 @@ std::string holdersOf(std::span<const ipc::UsageCounts::Receiver> holders)
 
 DispatcherInspector::DispatcherInspector(ipc::Dispatcher& dispatcher)
     : _dispatcher(dispatcher),
-      _dispatcherLife(dispatcher.onWorkerConnected().connect([](const auto&) {}))
+      _isThere(dispatcher.lifetime().watch())
 {
 }
 
@@ -48,7 +48,7 @@ DispatcherInspector::~DispatcherInspector() = default;
 
 InspectionResult DispatcherInspector::inspect(const fn::Value& action, const fn::Value&)
 {
-    if (!_dispatcherLife) return {};
+    if (!_isThere) return {};
     if (action.isNil()) return allWorkers();
     return oneWorker(action.at(workerKey).to<ipc::WorkerId>(), action.get(fromKey).to<ipc::ObjectId>());
 }

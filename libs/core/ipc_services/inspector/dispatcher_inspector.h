@@ -26,7 +26,7 @@ private:
     void appendObjects(InspectionResult& result, ipc::WorkerId owner, ipc::ObjectId from) const;
 
     ipc::Dispatcher& _dispatcher;
-    fn::Handle _dispatcherLife; // Of a connection to one of its signals: empty once it has gone.
+    const fn::Lifetime::Watch _isThere; // The dispatcher.
 };
 
 } // namespace core

@@ -10,6 +10,7 @@ const char* nameOf(ipc::ModuleStatus::State state)
     case ipc::ModuleStatus::State::NotLaunched: return "not launched";
     case ipc::ModuleStatus::State::Launching: return "launching";
     case ipc::ModuleStatus::State::Running: return "running";
+    case ipc::ModuleStatus::State::Overdue:
     case ipc::ModuleStatus::State::Ended: return "ended";
     }
     return "";
