@@ -38,10 +38,10 @@ void Module::leaveMessageBus()
 {
     busStart().callbacks.remove_if([this](const BusCallback& callback) { return callback.module == this; });
     std::erase(busStart().connected, this);
-    // The bus is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
+    // The loop deletes the bus later, or never. Until there is another one, posted messages are to reach this process at least.
     if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
     if (busStart().starter == this)
-        busStart().starter = nullptr; // Another one begins anew.
+        busStart().starter = nullptr; // Another module starts it anew.
     else if (!_messageBus)
         return;
     _messageBus.reset();
@@ -73,7 +73,7 @@ void Module::becomeConnected()
 
 void Module::workerDidConnect(Worker&)
 {
-    // While a start is under way the bus is there, but not what was posted to it before: nobody is told too early.
+    // While it starts, the bus is installed but its sticky messages have not come: modules are told when they have.
     if (MessageBus::isInstalled() && !busStart().starter) {
         becomeConnected();
         return;

@@ -18,7 +18,7 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     }
     const auto call =
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
-    if (call.isPending()) _registeredInstances.insert(instance); // Else it is refused already, and not kept.
+    if (call.isPending()) _registeredInstances.insert(instance); // Otherwise it has been refused, and is not kept.
     return call.then([](fn::Value&&) {});
 }
 

@@ -12,7 +12,7 @@
 namespace ipc {
 namespace {
 
-/// Takes `key` from a worker's set in `index`.
+/// Takes `key` out of the worker's set, and the set with its last key.
 template <typename Index, typename Key> void takeOut(Index& index, WorkerId workerId, const Key& key)
 {
     const auto found = index.find(workerId);

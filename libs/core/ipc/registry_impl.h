@@ -51,7 +51,8 @@ private:
         fn::AutoPtr<ObjectReference> reference;
         WorkerId registeredBy;
         bool hidden = false;
-        /// Whose share it takes. What is registered for others outlives who did it: all of that shares one.
+        /// The worker whose share it takes. A registration of another worker's object outlives the worker that made it:
+        /// all of those take one share.
         WorkerId chargedTo() const
         {
             return ownerOf(reference->objectId()) == registeredBy ? registeredBy : NO_WORKER_ID;
@@ -61,7 +62,7 @@ private:
     struct Place {
         std::int32_t priority;
         std::uint64_t sequence;
-        /// Before everybody else in a class.
+        /// Before all others in a class.
         static constexpr Place first() { return { INT32_MAX, UINT64_MAX }; }
         bool operator==(const Place&) const = default;
         std::strong_ordering operator<=>(const Place& other) const
@@ -79,7 +80,7 @@ private:
         fn::Handle timer;
     };
 
-    /// What concerns each worker, in the order of the table of all; nobody's set is empty.
+    /// The keys that concern each worker, in the order of the table. No set is empty.
     template <typename Key> using Index = std::unordered_map<WorkerId, std::set<Key>>;
 
     void getInstance(const CallContext& context, const fn::Value& argument);

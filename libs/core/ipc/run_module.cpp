@@ -44,7 +44,7 @@ void endModule(std::unique_ptr<Module> module)
         bound = loop.schedule(mostTime, [last] { last->finish(); });
         module->close([last] { last->next(); });
     });
-    // A stop may be left of what has ended the module. Any other one was meant for the run around these.
+    // A run that returns before it is over was stopped by somebody else, who may have meant the run around this one.
     const bool isNested = fn::RunLoop::currentLoop() == &loop;
     bool wasStopped = false;
     for (loop.run(); !last->isOver; loop.run()) wasStopped = true;

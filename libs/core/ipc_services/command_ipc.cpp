@@ -29,7 +29,7 @@ fn::uv::Loop& loopHere()
     return (current ? *current : fn::RunLoop::defaultLoop()).uvLoop();
 }
 
-/// Runs what may fail without harm.
+/// Runs `action`, whose failure does no harm.
 template <typename Action> void attempt(Action action)
 {
     try {
@@ -38,7 +38,7 @@ template <typename Action> void attempt(Action action)
     }
 }
 
-/// Of the entry itself; none: 0.
+/// The inode of the entry itself, not of what it links to; 0 where there is none.
 std::uint64_t inodeOf(const fn::String& path)
 {
     const fn::File file(path);
@@ -110,7 +110,7 @@ CommandIPC::CommandIPC() = default;
 CommandIPC::~CommandIPC()
 {
     if (_listener) close(); // It may have been closed by the end of its loop.
-    // Who writes now must not believe that he is heard.
+    // A client that writes from now on is to get an error, not to believe that it is heard.
     for (auto* const connection : std::exchange(_connections, {})) connection->close();
 }
 
@@ -138,7 +138,7 @@ void CommandIPC::bind()
 
 void CommandIPC::moveAside(const fn::String& path)
 {
-    attempt([&] { // What can not be moved is told by the bind that follows.
+    attempt([&] { // Where it can not be moved, the bind that follows fails and says so.
         const fn::File file(path);
         if (!file.exists(fn::File::Links::Keep)) return;
         _backupPath = path + backupMark + fn::UUIDGenerator::defaultGenerator().createOne().toString();
@@ -150,7 +150,7 @@ void CommandIPC::onConnection()
 {
     if (_admitsAll || !isFull()) return accept();
     _othersWait = true;
-    _listener->listenStop(); // All further ones stay where they are.
+    _listener->listenStop(); // The system keeps all further ones.
 }
 
 void CommandIPC::onRoom()
@@ -158,7 +158,7 @@ void CommandIPC::onRoom()
     while (_othersWait && !isFull()) {
         _othersWait = false;
         accept();
-        _listener->listenResume(); // Who is next may be heard of at once.
+        _listener->listenResume(); // It may tell of the next one at once.
     }
 }
 
@@ -172,7 +172,7 @@ void CommandIPC::accept()
 void CommandIPC::acceptAll()
 {
     if (_listener->isClosed()) return;
-    _listener->listenEnd(); // Who comes later must not believe that he is let in.
+    _listener->listenEnd(); // A client that comes later is to get an error.
     _admitsAll = true;
     if (std::exchange(_othersWait, false)) accept();
     _listener->listenPending();
@@ -184,7 +184,7 @@ void CommandIPC::stop()
     const fn::AutoPtr self(this);
     acceptAll();
     close();
-    // From here on their callbacks may do anything.
+    // The listeners of their commands may do anything, close connections too.
     const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(_connections.begin(), _connections.end());
     for (const auto& client : clients) client->readPending();
 }

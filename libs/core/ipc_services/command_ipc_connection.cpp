@@ -41,7 +41,7 @@ void CommandConnection::start(fn::uv::PipeStream& listener)
     awaitCommand();
 }
 
-/// It may be gone afterwards.
+/// The connection may have gone afterwards.
 void CommandConnection::close()
 {
     const fn::AutoPtr self(this);
@@ -68,7 +68,7 @@ void CommandConnection::receive(const fn::Value& command)
     const fn::AutoPtr self(this);
     const auto server = _server.lock();
     if (!server) return close();
-    _self.invalidate(); // A handler takes its time: what lies behind this command is not late.
+    _self.invalidate(); // The time that a handler takes does not make the next command late.
     server->onCommand().fire(command);
     if (!_stream->isClosed()) awaitCommand();
 }
@@ -85,10 +85,10 @@ void CommandConnection::onTimer()
     const auto limit = othersWait() ? CommandIPC::crowdedSilenceLimit : CommandIPC::silenceLimit;
     const auto since = _silentSince;
     if (_loop.clock().monotonic() - since < limit) return lookAgainLater();
-    _stream->readPending(); // A loop that was busy finds the timer due while the command lies unread.
+    _stream->readPending(); // After a busy turn the command may lie unread while the timer is due.
     if (_silentSince != since || _stream->isClosed()) return;
     FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection that brought no command in time");
-    _stream->readEnd(); // Who writes in this moment is read, or knows that he is not.
+    _stream->readEnd(); // What the client writes in this moment is read, or its write fails.
     close();
 }
 

@@ -62,7 +62,7 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 void ExternalModule::kill()
 {
     if (!_process) return;
-    // The exit belongs to the dropped process: one kill leads to one relaunch, by whoever killed.
+    // Nobody hears of the exit of a process that was dropped: one kill leads to one relaunch, by whoever killed it.
     const auto process = std::exchange(_process, {});
     process->kill(killSignal);
 }

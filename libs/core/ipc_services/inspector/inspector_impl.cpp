@@ -7,7 +7,7 @@ InspectorImpl::InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& 
     : CallableObjectInstance(worker),
       _inspector(inspector)
 {
-    // Otherwise calls that another publication has taken are still waiting for their answers.
+    // While another publication lives, its callers may wait for answers, which leave by it.
     if (!inspector->_published.lock()) inspector->_published = fn::WeakPtr(this);
 }
 
@@ -21,7 +21,7 @@ fn::AutoPtr<ipc::ObjectReference> InspectorImpl::createReference(ipc::ObjectRefe
 void InspectorImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
     if (name != "inspect") return;
-    _inspector->_published = fn::WeakPtr(this); // The answer takes the way of the call, whoever else publishes it.
+    _inspector->_published = fn::WeakPtr(this); // The answer leaves where the call has come in.
     _inspector->inspect(argument.get("action"), argument.get("refererAction"), context);
 }
 

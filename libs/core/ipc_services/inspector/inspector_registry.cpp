@@ -45,7 +45,7 @@ fn::Promise<std::map<fn::String, fn::String>> InspectorRegistry::allInspectors()
 
 fn::Promise<fn::AutoPtr<InspectorReference>> InspectorRegistry::getInspector(const fn::String& key)
 {
-    // Who looks for inspectors need not know that their class must be known, too.
+    // The class must be registered before one arrives; the caller need not know that.
     if (hasWorker()) worker().registerObjectReferenceClass<InspectorReference>();
     return callMethod("getInspector", key).then([](fn::Value&& answer) { return answer.object<InspectorReference>(); });
 }

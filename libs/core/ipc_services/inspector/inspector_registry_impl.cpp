@@ -35,7 +35,8 @@ fn::Value InspectorRegistryImpl::registerInspector(const CallContext& context, c
     const auto name = argument.get("name").asString();
     const auto reference = argument.get("reference").object<InspectorReference>();
     if (!reference) throw fn::RuntimeException("Only an inspector can be registered");
-    // Those of others would stay when this worker goes, and its next life could fill the service with more of them.
+    // A registration ends with the worker of its inspector. A worker that registered those of others could connect again and
+    // again, and each of its lives would leave more of them.
     if (ipc::ownerOf(reference->objectId()) != context.workerId)
         throw fn::RuntimeException("Only the worker of an inspector can register it");
     checkRoom(context.workerId, name);
@@ -45,7 +46,7 @@ fn::Value InspectorRegistryImpl::registerInspector(const CallContext& context, c
     ++_counts[context.workerId];
     _keys.emplace(key, id);
     _registrations.emplace(id, Registration { name, key, reference, {} });
-    // One that is dead already is removed at once.
+    // A reference that is dead already calls back at once: then there is no registration left to keep the connection.
     auto death = reference->objectDeadSignal().connect([this, id] { removeRegistration(id); });
     const auto registration = _registrations.find(id);
     if (registration != _registrations.end()) registration->second.death = std::move(death);

@@ -9,7 +9,7 @@ namespace {
 constexpr const char* registrationsKey = "registrations";
 constexpr const char* waitersKey = "waiters";
 
-/// The line that leads on, where `shown` entries do not end a list of `count`.
+/// Appends the line that leads on where a list of `count` entries is longer than the `shown` ones.
 void appendMore(InspectionResult& result, const char* key, std::size_t shown, std::size_t count)
 {
     if (shown >= count) return;
