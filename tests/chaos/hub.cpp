@@ -1,7 +1,7 @@
 // The main process: a dispatcher, and a module manager for each module that another one has given up. It tells what they say,
 // and at SIGUSR1 what it counts.
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "core/ipc/module_manager/module_manager.h"
-#include "core/ipc/registry_impl.h"
 #include "core/services/app_info.h"
 #include "foundation/run_loop.h"
 #include "foundation/uv/signal_watcher.h"
@@ -58,11 +58,11 @@ private:
 
     void tellCounts()
     {
-        const auto& registry = *_dispatcher.registryImpl();
+        const ipc::HubInspection inside(_dispatcher);
         simulated::tell({ .deed = Deed::Counts,
-            .number = static_cast<int>(_dispatcher.usageCounts().objectCount()),
-            .other = static_cast<int>(registry.registrationCount()),
-            .value = static_cast<std::int64_t>(registry.waiterCount()),
+            .number = static_cast<int>(inside.objectCount()),
+            .other = static_cast<int>(inside.registrationCount()),
+            .value = static_cast<std::int64_t>(inside.waiterCount()),
             .object = _dispatcher.workers().size() });
     }
 

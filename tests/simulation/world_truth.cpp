@@ -1,5 +1,5 @@
 #include "world_truth.h"
-#include "core/ipc/registry_impl.h"
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include <algorithm>
 #include <climits>
 
@@ -62,7 +62,7 @@ void WorldTruth::checkWorld()
         if (worker.bytesWaiting > mostWaiting)
             violated(fmt::format("{} bytes wait for worker {}", worker.bytesWaiting, worker.info));
     }
-    if (hub->registryImpl()->waiterCount() > 0) violated("look-ups wait in the registry");
+    if (ipc::HubInspection(*hub).waiterCount() > 0) violated("look-ups wait in the registry");
     checkCounts();
     checkRegistry();
 }
@@ -70,11 +70,11 @@ void WorldTruth::checkWorld()
 /// It counts what living holders hold of living owners, and nothing else.
 void WorldTruth::checkCounts()
 {
-    const auto& counts = hub->usageCounts();
+    const ipc::HubInspection counts(*hub);
     const auto mistaken = mistakenReferences();
     for (const auto& [object, workers] : holders()) {
         std::set<int> receivers;
-        for (const auto& receiver : counts.receivers(object)) receivers.insert(receiver.workerId);
+        for (const auto& receiver : counts.holders(object)) receivers.insert(receiver.workerId);
         if (!std::ranges::includes(receivers, workers) || receivers.size() > workers.size() + mistaken)
             violated(fmt::format(
                 "object {} is counted for {} workers, {} hold it", object, receivers.size(), workers.size()));
@@ -90,7 +90,7 @@ void WorldTruth::checkRegistry()
     auto expected = registrations();
     std::multiset<Registered> found;
     int previous = INT_MAX;
-    for (const auto& registration : hub->registryImpl()->registrations(0, SIZE_MAX)) {
+    for (const auto& registration : ipc::HubInspection(*hub).registrations(0, SIZE_MAX)) {
         if (ipc::ownerOf(registration.objectId) == 0) continue; // The relay of the bus.
         if (registration.priority > previous) violated("registrations are not in their order");
         previous = registration.priority;

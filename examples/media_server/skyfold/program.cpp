@@ -130,7 +130,7 @@ void Program::publishInspectors()
     auto& worker = _dispatcher->worker();
     core::registerInspectorRegistry(worker);
     publish(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
-    publish(worker, "Registry", fn::makeAuto<core::RegistryInspector>(_dispatcher->registryImpl()));
+    publish(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
     publish(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
 }
 

@@ -1,5 +1,5 @@
 #include "core/ipc/message_bus.h"
-#include "core/ipc/message_bus_message.h"
+#include "core/ipc/detail/message_bus_message.h"
 #include "core/ipc/worker/worker.h"
 
 namespace ipc {

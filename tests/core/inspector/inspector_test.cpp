@@ -94,7 +94,7 @@ protected:
 
     std::unique_ptr<test::Client> user = client("Client");
     fn::AutoPtr<core::DispatcherInspector> workers = fn::makeAuto<core::DispatcherInspector>(*dispatcher);
-    fn::AutoPtr<core::RegistryInspector> registry = fn::makeAuto<core::RegistryInspector>(dispatcher->registryImpl());
+    fn::AutoPtr<core::RegistryInspector> registry = fn::makeAuto<core::RegistryInspector>(*dispatcher);
 };
 
 } // namespace

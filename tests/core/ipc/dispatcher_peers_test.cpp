@@ -1,6 +1,6 @@
 // The hub and peers that are silent, slow, hostile or very many. What can break here: a ping that fires twice, memory that
 // grows without end, one bad peer that disturbs the others.
-#include "core/ipc/dispatcher/open_files.h"
+#include "core/ipc/dispatcher/detail/open_files.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"

@@ -1,4 +1,5 @@
 // The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting.
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "hub_fixture.h"
 
 namespace {
@@ -33,9 +34,9 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
     owner->send(listing(*owner, *holder));
     other->send(listing(*other, *holder));
     settle();
-    const auto before = dispatcher->usageCounts().objectCount();
+    const auto before = ipc::HubInspection(*dispatcher).objectCount();
     holder->close();
-    ASSERT_TRUE(runUntil([&] { return dispatcher->usageCounts().objectCount() < before; }));
+    ASSERT_TRUE(runUntil([&] { return ipc::HubInspection(*dispatcher).objectCount() < before; }));
 
     // Before all of it has been dropped its objects are sent again, and one of their owners dies.
     owner->send(listing(*owner, *heir));
@@ -50,7 +51,7 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
     for (std::uint64_t i = 0; i < many; ++i) heir->send(release(objectOf(owner->id(), i), 1));
     settle();
     EXPECT_EQ(owner->count(type::INSTANCE_RELEASE) - releases, many) << "those of the heir alone";
-    EXPECT_EQ(dispatcher->usageCounts().objectCount(), before - 2 * many);
+    EXPECT_EQ(ipc::HubInspection(*dispatcher).objectCount(), before - 2 * many);
 }
 
 TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)

@@ -1,3 +1,5 @@
 add_dependencies(${name}_tests hub) # The module runtime needs one in another process.
-target_sources(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/libs/core/ipc/wire/detail/message_codec.cpp
-    ${PROJECT_SOURCE_DIR}/libs/core/ipc/wire/detail/frame_output_stream.cpp) # Not exported.
+foreach(internal dispatcher/detail/open_files dispatcher/detail/usage_counts dispatcher/detail/worker_ids wire/detail/frame_output_stream
+        wire/detail/message_codec)
+    target_sources(${name}_tests PRIVATE ${PROJECT_SOURCE_DIR}/libs/core/ipc/${internal}.cpp) # Not exported.
+endforeach()

@@ -1,8 +1,8 @@
 // The registry and the bus through a real hub. What can break here: arguments that harm others, an object of another class than was
 // asked for, sticky bodies that are lost or kept without bound.
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
-#include "core/ipc/registry_impl.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
@@ -48,7 +48,7 @@ TEST_F(RegistryTest, ALookUpGivesTheClassThatItAsksForOrSaysWhyNot)
     outcome([&] { return dying->worker->registry()->getInstance<ServiceReference>(fn::Duration::seconds(20)); });
     dying.reset();
     settle();
-    EXPECT_EQ(dispatcher->registryImpl()->waiterCount(), 1u) << "the dead wait no longer";
+    EXPECT_EQ(ipc::HubInspection(*dispatcher).waiterCount(), 1u) << "the dead wait no longer";
     pass(fn::Duration::seconds(20));
     EXPECT_EQ(waiting.error(),
         "OperationTimedOutException: Object of class test::ServiceReference is not available. Try restarting Skyfold");

@@ -1,5 +1,5 @@
 // What can break here: a peer that makes the hub hold without bound. That the counts are right is seen in the simulated application.
-#include "core/ipc/dispatcher/usage_counts.h"
+#include "core/ipc/dispatcher/detail/usage_counts.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
 

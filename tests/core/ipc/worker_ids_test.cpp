@@ -1,6 +1,6 @@
 // What can break here: an id given out while its old bearer is still known somewhere. Who is told of a death is seen in the simulated
 // application.
-#include "core/ipc/dispatcher/worker_ids.h"
+#include "core/ipc/dispatcher/detail/worker_ids.h"
 #include <gtest/gtest.h>
 
 TEST(WorkerIds, PrefersIdsWhoseDeathNobodyRemembers)

@@ -1,7 +1,7 @@
 // A worker among strangers. What can break here: its reaction to bad bytes and cut pipes, whoever ends it while it works, and the
 // countdown to its own end.
 #include "base/exceptions.h"
-#include "core/ipc/registry_impl.h"
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "foundation/system/uuid.h"
 #include "hub_fixture.h"
 #include "support/expectations.h"
@@ -253,7 +253,7 @@ TEST_F(WorkerTest, AnIdleModuleHidesLooksAgainAndAsksToBeEnded)
     /// Whether its objects are hidden after so long, and whether it has asked.
     const auto state = [&](std::int64_t seconds) {
         pass(fn::Duration::seconds(seconds));
-        const auto registrations = dispatcher->registryImpl()->registrations(0, 10);
+        const auto registrations = ipc::HubInspection(*dispatcher).registrations(0, 10);
         const bool isHidden = std::ranges::any_of(registrations, [](const auto& each) { return each.hidden; });
         return worker->delegate.terminationRequests > 0 ? "asks" : isHidden ? "hidden" : "shown";
     };

@@ -1,5 +1,5 @@
 #include "core/ipc/module_manager/module_manager.h"
-#include "core/ipc/module_manager/module_manager_state.h"
+#include "core/ipc/module_manager/detail/module_manager_state.h"
 
 namespace ipc {
 

@@ -26,7 +26,7 @@ fn::String nameOf(const ipc::Dispatcher::WorkerInfo& info)
 }
 
 /// "worker 3 (2), worker 4 (1)".
-std::string holdersOf(std::span<const ipc::UsageCounts::Receiver> holders)
+std::string holdersOf(std::span<const ipc::HubInspection::Holder> holders)
 {
     std::string text;
     const auto shown = std::min(holders.size(), shownHolders);
@@ -38,17 +38,12 @@ std::string holdersOf(std::span<const ipc::UsageCounts::Receiver> holders)
 
 } // namespace
 
-DispatcherInspector::DispatcherInspector(ipc::Dispatcher& dispatcher)
-    : _dispatcher(dispatcher),
-      _isThere(dispatcher.lifetime().watch())
-{
-}
-
+DispatcherInspector::DispatcherInspector(ipc::Dispatcher& dispatcher) : _hub(dispatcher) { }
 DispatcherInspector::~DispatcherInspector() = default;
 
 InspectionResult DispatcherInspector::inspect(const fn::Value& action, const fn::Value&)
 {
-    if (!_isThere) return {};
+    if (!_hub.isAlive()) return {};
     if (action.isNil()) return allWorkers();
     return oneWorker(action.at(workerKey).to<ipc::WorkerId>(), action.get(fromKey).to<ipc::ObjectId>());
 }
@@ -57,11 +52,11 @@ InspectionResult DispatcherInspector::allWorkers() const
 {
     InspectionResult result;
     InspectionResultWriter writer(result);
-    for (const auto& worker : _dispatcher.workers()) {
+    for (const auto& worker : _hub.workers()) {
         const auto id = worker.info.workerId;
-        writer.append(fmt::format("{}: {} objects in use, {} messages ({} bytes) in, {} ({} bytes) out",
-                          nameOf(worker.info), _dispatcher.usageCounts().ownedCount(id), worker.framesReceived,
-                          worker.bytesReceived, worker.framesSent, worker.bytesSent),
+        writer.append(
+            fmt::format("{}: {} objects in use, {} messages ({} bytes) in, {} ({} bytes) out", nameOf(worker.info),
+                _hub.ownedCount(id), worker.framesReceived, worker.bytesReceived, worker.framesSent, worker.bytesSent),
             pageOf(id));
     }
     return result;
@@ -70,7 +65,7 @@ InspectionResult DispatcherInspector::allWorkers() const
 InspectionResult DispatcherInspector::oneWorker(ipc::WorkerId workerId, ipc::ObjectId from) const
 {
     InspectionResult result;
-    const auto workers = _dispatcher.workers();
+    const auto workers = _hub.workers();
     const auto worker = std::ranges::find(workers, workerId, [](const auto& entry) { return entry.info.workerId; });
     if (worker == workers.end()) {
         result.redirectAction = fn::Value();
@@ -81,19 +76,18 @@ InspectionResult DispatcherInspector::oneWorker(ipc::WorkerId workerId, ipc::Obj
         .append(fmt::format("Messages in: {} ({} bytes)", worker->framesReceived, worker->bytesReceived))
         .append(fmt::format("Messages out: {} ({} bytes)", worker->framesSent, worker->bytesSent))
         .append(fmt::format("Waiting for it: {} bytes", worker->bytesWaiting))
-        .append(fmt::format("Objects in use: {}", _dispatcher.usageCounts().ownedCount(workerId)));
+        .append(fmt::format("Objects in use: {}", _hub.ownedCount(workerId)));
     appendObjects(result, workerId, from);
     return result;
 }
 
 void DispatcherInspector::appendObjects(InspectionResult& result, ipc::WorkerId owner, ipc::ObjectId from) const
 {
-    const auto& counts = _dispatcher.usageCounts();
     InspectionResultWriter writer(result);
-    const auto ids = counts.owned(owner, from, limits::inspectorLines + 1);
+    const auto ids = _hub.owned(owner, from, limits::inspectorLines + 1);
     for (const auto id : ids | std::views::take(limits::inspectorLines)) {
-        writer.append(fmt::format(
-            "Object {}: sent {} times, held by {}", id, counts.sentCount(id), holdersOf(counts.receivers(id))));
+        writer.append(
+            fmt::format("Object {}: sent {} times, held by {}", id, _hub.sentCount(id), holdersOf(_hub.holders(id))));
     }
     if (ids.size() > limits::inspectorLines) writer.append("More objects", pageOf(owner, ids.back()));
 }

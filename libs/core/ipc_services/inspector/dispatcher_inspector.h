@@ -1,5 +1,5 @@
 #pragma once
-#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "core/ipc_services/inspector/inspector.h"
 
 namespace core {
@@ -25,8 +25,7 @@ private:
     InspectionResult oneWorker(ipc::WorkerId workerId, ipc::ObjectId from) const;
     void appendObjects(InspectionResult& result, ipc::WorkerId owner, ipc::ObjectId from) const;
 
-    ipc::Dispatcher& _dispatcher;
-    const fn::Lifetime::Watch _isThere; // The dispatcher.
+    const ipc::HubInspection _hub;
 };
 
 } // namespace core

@@ -1,17 +1,16 @@
 #pragma once
-#include "core/ipc/registry_impl.h"
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "core/ipc_services/inspector/inspector.h"
 
 namespace core {
 
 /// Shows what is registered in the object registry: by class and in the order of looking up, with priority, owner and
-/// whether it is hidden; and the look-ups that wait. Published in the main process. Shows nothing once the registry has gone.
+/// whether it is hidden; and the look-ups that wait. Published in the main process. Shows nothing once the dispatcher has gone.
 ///
 /// Actions: nil, the beginning of both lists; {"registrations": n} and {"waiters": n}, one of them behind its first n.
 class FN_EXPORT RegistryInspector final : public Inspector {
 public:
-    /// The dispatcher's (`Dispatcher::registryImpl()`), held weakly.
-    explicit RegistryInspector(const fn::AutoPtr<ipc::RegistryImpl>& registry);
+    explicit RegistryInspector(ipc::Dispatcher& dispatcher);
 
     using Inspector::inspect;
     InspectionResult inspect(const fn::Value& action, const fn::Value& refererAction) override;
@@ -19,7 +18,7 @@ public:
 private:
     ~RegistryInspector() override;
 
-    const fn::WeakPtr<ipc::RegistryImpl> _registry;
+    const ipc::HubInspection _hub;
 };
 
 } // namespace core

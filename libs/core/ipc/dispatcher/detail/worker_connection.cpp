@@ -1,4 +1,4 @@
-#include "core/ipc/dispatcher/worker_connection.h"
+#include "core/ipc/dispatcher/detail/worker_connection.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/detail/message_codec.h"
 #include "foundation/time/clock.h"
@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #define LOG(priority, ...) \
-    FN_LOG_TO(Dispatcher::_fn_getLoggingCategoryStatic(), priority, Dispatcher::_fn_getLoggingTagStatic(), \
+    FN_LOG_TO(Hub::_fn_getLoggingCategoryStatic(), priority, Hub::_fn_getLoggingTagStatic(), \
         "libs/core/ipc/dispatcher", __VA_ARGS__)
 
 namespace ipc {
@@ -21,8 +21,8 @@ constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace
 
-Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds::Listener listener)
-    : _dispatcher(dispatcher),
+Hub::WorkerConnection::WorkerConnection(Hub& hub, WorkerIds::Listener listener)
+    : _hub(hub),
       _listener(std::move(listener)),
       _messageHelper(limits::hubFrameBytes)
 {
@@ -30,7 +30,7 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds
     _messageHelper.onEOS()
         .connect([this] {
             const fn::AutoPtr self(this);
-            _dispatcher.onWorkerEOS(self);
+            _hub.onWorkerEOS(self);
         })
         .detach();
     _messageHelper.onReadError()
@@ -39,22 +39,22 @@ Dispatcher::WorkerConnection::WorkerConnection(Dispatcher& dispatcher, WorkerIds
             // A peer that has ended or died with something unread.
             const bool isEnd = status.code() == -ECONNRESET || status.code() == -EPIPE;
             LOG(isEnd ? 5 : 1, "Received read error {} from {}", status.what(), _info.displayName);
-            _dispatcher.onWorkerEOS(self);
+            _hub.onWorkerEOS(self);
         })
         .detach();
     _messageHelper.setFrameHandler([this](const FrameBody& body) { return handle(body); });
 }
 
-void Dispatcher::WorkerConnection::accept(fn::uv::PipeStream& listener)
+void Hub::WorkerConnection::accept(fn::uv::PipeStream& listener)
 {
-    _stream = fn::makeAuto<fn::uv::PipeStream>(_dispatcher._loop, false);
+    _stream = fn::makeAuto<fn::uv::PipeStream>(_hub._loop, false);
     _stream->accept(listener);
-    _helloTimer = fn::uv::Timer::schedule(_dispatcher._loop, limits::helloTimeout, [this] { onHelloOverdue(); });
+    _helloTimer = fn::uv::Timer::schedule(_hub._loop, limits::helloTimeout, [this] { onHelloOverdue(); });
     _messageHelper.setStream(_stream);
 }
 
 /// Whatever a handler throws ends this connection, and nobody else's.
-bool Dispatcher::WorkerConnection::handle(const FrameBody& body)
+bool Hub::WorkerConnection::handle(const FrameBody& body)
 {
     ++_framesReceived;
     _bytesReceived += FrameOutputStream::headerBytes + body.bytes.size();
@@ -62,16 +62,16 @@ bool Dispatcher::WorkerConnection::handle(const FrameBody& body)
     if (!message) return false;
     const Connection self(this);
     try {
-        _dispatcher.onWorkerMessage(self, *message);
+        _hub.onWorkerMessage(self, *message);
     } catch (const std::exception& exception) {
-        _dispatcher.closeConnection(self, exception.what());
+        _hub.closeConnection(self, exception.what());
     } catch (...) {
-        _dispatcher.closeConnection(self, "unknown exception");
+        _hub.closeConnection(self, "unknown exception");
     }
     return true;
 }
 
-void Dispatcher::WorkerConnection::identify(WorkerInfo info)
+void Hub::WorkerConnection::identify(WorkerInfo info)
 {
     _info = std::move(info);
     _isIdentified = true;
@@ -79,28 +79,28 @@ void Dispatcher::WorkerConnection::identify(WorkerInfo info)
     if (isOwnWorker()) _messageHelper.setMaxReadBytes(limits::workerFrameBytes);
 }
 
-Dispatcher::WorkerStatistics Dispatcher::WorkerConnection::statistics() const
+Hub::WorkerStatistics Hub::WorkerConnection::statistics() const
 {
     return { _info, _framesReceived, _bytesReceived, _framesSent, _stream->sentBytes(), _stream->queuedBytes() };
 }
 
-void Dispatcher::WorkerConnection::onHelloOverdue()
+void Hub::WorkerConnection::onHelloOverdue()
 {
     const fn::AutoPtr self(this);
     _stream->readPending();
-    if (!_isIdentified && !isClosed()) _dispatcher.closeConnection(self, "it has not said HELLO in time");
+    if (!_isIdentified && !isClosed()) _hub.closeConnection(self, "it has not said HELLO in time");
 }
 
-void Dispatcher::WorkerConnection::send(const Frame& frame)
+void Hub::WorkerConnection::send(const Frame& frame)
 {
     if (isClosed()) return;
     ++_framesSent;
     _messageHelper.send(frame);
-    if (_stream->queuedBytes() > _dispatcher._limits.stalledQueueBytes) [[unlikely]]
+    if (_stream->queuedBytes() > _hub._limits.stalledQueueBytes) [[unlikely]]
         watchQueue();
 }
 
-void Dispatcher::WorkerConnection::close()
+void Hub::WorkerConnection::close()
 {
     _helloTimer.invalidate();
     _notRespondingTimer.invalidate();
@@ -112,33 +112,32 @@ void Dispatcher::WorkerConnection::close()
 
 // --- Pings
 
-void Dispatcher::WorkerConnection::schedulePing()
+void Hub::WorkerConnection::schedulePing()
 {
     _notRespondingTimer.invalidate();
     _isPongAwaited = false;
-    const auto interval = std::max<std::int64_t>(_dispatcher._timeout.totalMilliseconds(0) / 3, 1);
-    _pingTimer =
-        fn::uv::Timer::schedule(_dispatcher._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
+    const auto interval = std::max<std::int64_t>(_hub._timeout.totalMilliseconds(0) / 3, 1);
+    _pingTimer = fn::uv::Timer::schedule(_hub._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
 }
 
-void Dispatcher::WorkerConnection::onPingDue()
+void Hub::WorkerConnection::onPingDue()
 {
     _isPongAwaited = true;
     _turnsLeft = turnsOfGrace;
     _wasReported = false;
-    awaitPong(_dispatcher._timeout);
+    awaitPong(_hub._timeout);
     send(encodeMessage(type::PING, {}, limits::workerFrameBytes));
 }
 
-void Dispatcher::WorkerConnection::awaitPong(fn::Duration time)
+void Hub::WorkerConnection::awaitPong(fn::Duration time)
 {
     // While this connection is not read for another's sake its silence means nothing.
     if (_pauses > 0) return;
-    _pongDue = _dispatcher._loop.clock().monotonic() + time;
-    _notRespondingTimer = fn::uv::Timer::schedule(_dispatcher._loop, time, [this] { onPongOverdue(); });
+    _pongDue = _hub._loop.clock().monotonic() + time;
+    _notRespondingTimer = fn::uv::Timer::schedule(_hub._loop, time, [this] { onPongOverdue(); });
 }
 
-void Dispatcher::WorkerConnection::onPongOverdue()
+void Hub::WorkerConnection::onPongOverdue()
 {
     const fn::AutoPtr self(this);
     _stream->readPending();
@@ -146,84 +145,83 @@ void Dispatcher::WorkerConnection::onPongOverdue()
     if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
     // A loop that has not run has kept the workers of its own process from answering.
     if (_turnsLeft > 0) {
-        const bool isStarved = _dispatcher._loop.clock().monotonic() > _pongDue + starvedFrom;
+        const bool isStarved = _hub._loop.clock().monotonic() > _pongDue + starvedFrom;
         _turnsLeft = isStarved ? 0 : _turnsLeft - 1;
-        return awaitPong(isStarved ? _dispatcher._timeout : fn::Duration());
+        return awaitPong(isStarved ? _hub._timeout : fn::Duration());
     }
     _wasReported = true;
-    _dispatcher._onWorkerNotResponding.fire(_info);
+    _hub.onWorkerNotResponding.fire(_info);
 }
 
 // --- The queue
 
-void Dispatcher::WorkerConnection::watchQueue()
+void Hub::WorkerConnection::watchQueue()
 {
     if (isOwnWorker()) return;
-    if (_stream->queuedBytes() > _dispatcher._limits.queueBytes) {
+    if (_stream->queuedBytes() > _hub._limits.queueBytes) {
         // Not inside the send: the sender is still walking the tables.
-        _dispatcher._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
+        _hub._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
         return;
     }
     if (_queueTimer) return;
     // Looked at in a task: room in the kernel is found only after the timers.
-    const auto due = _dispatcher._loop.clock().monotonic() + _dispatcher._timeout;
-    _queueTimer = fn::uv::Timer::schedule(
-        _dispatcher._loop, _dispatcher._timeout, [this, due, sentBefore = _stream->sentBytes()] {
-            const bool isStarved = _dispatcher._loop.clock().monotonic() > due + starvedFrom;
-            _dispatcher._loop.post(
-                [self = fn::AutoPtr(this), sentBefore, isStarved] { self->onQueueWatched(sentBefore, isStarved); });
-        });
+    const auto due = _hub._loop.clock().monotonic() + _hub._timeout;
+    _queueTimer = fn::uv::Timer::schedule(_hub._loop, _hub._timeout, [this, due, sentBefore = _stream->sentBytes()] {
+        const bool isStarved = _hub._loop.clock().monotonic() > due + starvedFrom;
+        _hub._loop.post(
+            [self = fn::AutoPtr(this), sentBefore, isStarved] { self->onQueueWatched(sentBefore, isStarved); });
+    });
 }
 
-void Dispatcher::WorkerConnection::onQueueWatched(std::uint64_t sentBefore, bool isStarved)
+void Hub::WorkerConnection::onQueueWatched(std::uint64_t sentBefore, bool isStarved)
 {
     if (isClosed()) return;
     _queueTimer = {};
-    if (_stream->queuedBytes() <= _dispatcher._limits.stalledQueueBytes) return;
+    if (_stream->queuedBytes() <= _hub._limits.stalledQueueBytes) return;
     if (_stream->sentBytes() == sentBefore && !isStarved)
         closeStalled();
     else
         watchQueue();
 }
 
-void Dispatcher::WorkerConnection::closeStalled()
+void Hub::WorkerConnection::closeStalled()
 {
     if (isClosed()) return;
     const fn::AutoPtr self(this);
-    if (!_wasReported) _dispatcher._onWorkerNotResponding.fire(_info);
+    if (!_wasReported) _hub.onWorkerNotResponding.fire(_info);
     _wasReported = true;
     const auto reason = fmt::format("it does not take the {} bytes that wait for it", _stream->queuedBytes());
-    if (!isClosed()) _dispatcher.closeConnection(self, reason.c_str());
+    if (!isClosed()) _hub.closeConnection(self, reason.c_str());
 }
 
-void Dispatcher::WorkerConnection::slowDown(const fn::AutoPtr<WorkerConnection>& sender)
+void Hub::WorkerConnection::slowDown(const fn::AutoPtr<WorkerConnection>& sender)
 {
-    if (isClosed() || _stream->queuedBytes() <= _dispatcher._limits.pausingQueueBytes || isOwnWorker()
+    if (isClosed() || _stream->queuedBytes() <= _hub._limits.pausingQueueBytes || isOwnWorker()
         || sender->isOwnWorker())
         return;
     if (std::ranges::find(_waitingSenders, sender) != _waitingSenders.end()) return;
     if (_waitingSenders.empty()) {
-        _stream->whenQueuedAtMost(_dispatcher._limits.pausingQueueBytes / 2, [this] { resumeSenders(); });
+        _stream->whenQueuedAtMost(_hub._limits.pausingQueueBytes / 2, [this] { resumeSenders(); });
     }
     _waitingSenders.push_back(sender);
     sender->pause();
 }
 
-void Dispatcher::WorkerConnection::pause()
+void Hub::WorkerConnection::pause()
 {
     if (_pauses++ > 0 || isClosed()) return;
     _stream->readStop();
     _notRespondingTimer.invalidate();
 }
 
-void Dispatcher::WorkerConnection::resume()
+void Hub::WorkerConnection::resume()
 {
     if (--_pauses > 0 || isClosed()) return;
     _stream->readResume();
-    if (_isPongAwaited) awaitPong(_dispatcher._timeout);
+    if (_isPongAwaited) awaitPong(_hub._timeout);
 }
 
-void Dispatcher::WorkerConnection::resumeSenders()
+void Hub::WorkerConnection::resumeSenders()
 {
     for (const auto& sender : std::exchange(_waitingSenders, {})) sender->resume();
 }

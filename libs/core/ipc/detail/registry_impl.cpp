@@ -1,4 +1,4 @@
-#include "core/ipc/registry_impl.h"
+#include "core/ipc/detail/registry_impl.h"
 #include "base/exceptions.h"
 #include "base/weak_ptr.h"
 #include "core/ipc/limits.h"
@@ -129,9 +129,9 @@ void RegistryImpl::forgetWorker(WorkerId workerId)
 
 // --- For inspectors
 
-std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::size_t skip, std::size_t most) const
+std::vector<HubInspection::Registration> RegistryImpl::registrations(std::size_t skip, std::size_t most) const
 {
-    std::vector<RegistrationInfo> found;
+    std::vector<HubInspection::Registration> found;
     for (const auto& [key, registration] : pageOf(_registrations, skip, most)) {
         found.push_back({ key.first, key.second.priority, registration.reference->objectId(), registration.registeredBy,
             registration.hidden });
@@ -139,9 +139,9 @@ std::vector<RegistryImpl::RegistrationInfo> RegistryImpl::registrations(std::siz
     return found;
 }
 
-std::vector<RegistryImpl::WaiterInfo> RegistryImpl::waiters(std::size_t skip, std::size_t most) const
+std::vector<HubInspection::Waiter> RegistryImpl::waiters(std::size_t skip, std::size_t most) const
 {
-    std::vector<WaiterInfo> found;
+    std::vector<HubInspection::Waiter> found;
     for (const auto& [key, waiter] : pageOf(_waiters, skip, most))
         found.push_back({ key.first, waiter.context.workerId });
     return found;

@@ -1,4 +1,4 @@
-#include "core/ipc/dispatcher/open_files.h"
+#include "core/ipc/dispatcher/detail/open_files.h"
 #include "foundation/logging/logging.h"
 #include "foundation/time/clock.h"
 #include <sys/eventfd.h>

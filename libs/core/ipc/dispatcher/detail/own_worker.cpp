@@ -1,9 +1,9 @@
-#include "core/ipc/dispatcher/dispatcher.h"
-#include "core/ipc/dispatcher/worker_connection.h"
+#include "core/ipc/detail/message_bus_impl.h"
+#include "core/ipc/detail/registry_impl.h"
+#include "core/ipc/dispatcher/detail/hub.h"
+#include "core/ipc/dispatcher/detail/worker_connection.h"
 #include "core/ipc/message_bus.h"
-#include "core/ipc/message_bus_impl.h"
 #include "core/ipc/registry.h"
-#include "core/ipc/registry_impl.h"
 #include "core/ipc/worker/detail/worker_object_manager.h"
 #include "foundation/assertion.h"
 
@@ -11,7 +11,7 @@
 
 namespace ipc {
 
-void Dispatcher::workerDidConnect(Worker& worker)
+void Hub::workerDidConnect(Worker& worker)
 {
     _registry = fn::makeAuto<RegistryImpl>(worker);
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
@@ -23,10 +23,10 @@ void Dispatcher::workerDidConnect(Worker& worker)
     worker.registry()->registerObject(relay, 0);
     joinBus(*relay);
     for (; _waitingConnections > 0; --_waitingConnections) accept();
-    _onReady.fireOnce();
+    onReady.fireOnce();
 }
 
-void Dispatcher::joinBus(ObjectInstance& relay)
+void Hub::joinBus(ObjectInstance& relay)
 {
     if (MessageBus::isInstalled()) return;
     _bus = fn::dynamicCast<MessageBus>(relay.localReference());
@@ -34,14 +34,14 @@ void Dispatcher::joinBus(ObjectInstance& relay)
     fn::MessageBus::repostStickyMessages();
 }
 
-void Dispatcher::leaveBus()
+void Hub::leaveBus()
 {
     // It is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
     if (_bus) fn::MessageBus::removeInstance(*_bus);
     _bus.reset();
 }
 
-void Dispatcher::closeOwnWorker()
+void Hub::closeOwnWorker()
 {
     leaveBus();
     _worker->close();

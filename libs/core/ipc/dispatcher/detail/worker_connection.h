@@ -1,6 +1,6 @@
 #pragma once
 #include "base/exceptions.h"
-#include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/dispatcher/detail/hub.h"
 #include "core/ipc/wire/message_helper.h"
 
 namespace ipc {
@@ -14,9 +14,9 @@ namespace ipc {
 /// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed;
 /// where the hub was itself starved at the end of that time, it is watched anew.
 /// One that still takes bytes is waited for: those who send to it are read no further until half has left.
-class Dispatcher::WorkerConnection final : public fn::RefCountedObject {
+class Hub::WorkerConnection final : public fn::RefCountedObject {
 public:
-    WorkerConnection(Dispatcher& dispatcher, WorkerIds::Listener listener);
+    WorkerConnection(Hub& hub, WorkerIds::Listener listener);
 
     void accept(fn::uv::PipeStream& listener); ///< Takes the waiting connection and starts reading.
 
@@ -51,7 +51,7 @@ private:
     void resume();
     void resumeSenders();
 
-    Dispatcher& _dispatcher;
+    Hub& _hub;
     WorkerIds::Listener _listener;
     WorkerInfo _info;
     fn::AutoPtr<fn::uv::PipeStream> _stream;

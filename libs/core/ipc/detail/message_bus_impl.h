@@ -8,7 +8,7 @@ namespace ipc {
 /// The relay of the message bus, once in the dispatcher's own worker: sends every posted message to every worker that holds
 /// the bus, and keeps the latest sticky body of each namespace for late starters. A sticky message beyond what it may hold
 /// (core/ipc/limits.h) is refused with a log line.
-class FN_EXPORT MessageBusImpl final : public CallableObjectInstance {
+class MessageBusImpl final : public CallableObjectInstance {
 public:
     explicit MessageBusImpl(Worker& worker);
 

@@ -1,4 +1,4 @@
-#include "core/ipc/module_manager/module_manager_state.h"
+#include "core/ipc/module_manager/detail/module_manager_state.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/uuid.h"
 #include "foundation/uv/timer.h"

@@ -21,7 +21,7 @@ FN_EXPORT OpenFiles openFiles() noexcept;
 
 /// Says in the log, at most once a minute, that few files are left to open. Who connects when there is none is dropped by
 /// the system's side of the listener, which tells nobody: so it is said before.
-class FN_EXPORT OpenFilesWarning {
+class OpenFilesWarning {
 public:
     void check(const fn::Clock& clock); ///< A file has been opened.
 

@@ -1,4 +1,4 @@
-#include "core/ipc/dispatcher/usage_counts.h"
+#include "core/ipc/dispatcher/detail/usage_counts.h"
 #include "foundation/assertion.h"
 #include <algorithm>
 #include <iterator>

@@ -1,5 +1,6 @@
 #pragma once
 #include "base/exceptions.h"
+#include "core/ipc/dispatcher/hub_inspection.h"
 #include "core/ipc/object/callable_object_instance.h"
 #include <compare>
 #include <map>
@@ -16,25 +17,13 @@ namespace ipc {
 /// Methods: "getInstance" {"className", "timeout" in ms} gives the reference, or fails with
 /// `fn::OperationTimedOutException`; "registerInstance" {"instance", "priority"}; "setInstancesHidden" boolean, for the
 /// instances of the calling worker. Other methods, and arguments of another kind, are not answered. What one worker may register and wait for is bounded (core/ipc/limits.h).
-class FN_EXPORT RegistryImpl final : public CallableObjectInstance {
+class RegistryImpl final : public CallableObjectInstance {
 public:
     explicit RegistryImpl(Worker& worker);
 
     // What is registered and awaited, for inspectors: `most` of them behind the first `skip`.
-    struct RegistrationInfo {
-        fn::String className;
-        std::int32_t priority;
-        ObjectId objectId;
-        WorkerId registeredBy;
-        bool hidden;
-    };
-    struct WaiterInfo {
-        fn::String className;
-        WorkerId workerId;
-    };
-    std::vector<RegistrationInfo> registrations(
-        std::size_t skip, std::size_t most) const; ///< Of a class, as looked up.
-    std::vector<WaiterInfo> waiters(std::size_t skip, std::size_t most) const;
+    std::vector<HubInspection::Registration> registrations(std::size_t skip, std::size_t most) const;
+    std::vector<HubInspection::Waiter> waiters(std::size_t skip, std::size_t most) const;
     std::size_t registrationCount() const { return _registrations.size(); }
     std::size_t waiterCount() const { return _waiters.size(); }
 

@@ -1,4 +1,4 @@
-#include "core/ipc/dispatcher/worker_ids.h"
+#include "core/ipc/dispatcher/detail/worker_ids.h"
 #include <algorithm>
 #include <utility>
 

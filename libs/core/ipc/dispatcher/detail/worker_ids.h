@@ -14,10 +14,10 @@ namespace ipc {
 ///
 /// Accepted connections and told deaths are numbered in one sequence: who was accepted before a death has heard of it with
 /// everybody else. What is told to one connection alone is noted with it.
-class FN_EXPORT WorkerIds {
+class WorkerIds {
 public:
     /// The part of one connection.
-    class FN_EXPORT Listener {
+    class Listener {
     public:
         /// Connections are ordered by it.
         std::uint64_t acceptedAt() const noexcept { return _acceptedAt; }

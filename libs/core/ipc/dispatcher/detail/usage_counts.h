@@ -20,7 +20,7 @@ namespace ipc {
 /// receivers does not exist. A death costs what it frees: both roles of a worker are indexed.
 ///
 /// Broken counts are reported as assertions of the dispatcher and change nothing else.
-class FN_EXPORT UsageCounts {
+class UsageCounts {
 public:
     /// The owner of `objectId` is to drop `count` holds.
     struct Release {
