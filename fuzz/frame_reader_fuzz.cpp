@@ -73,17 +73,17 @@ struct Result {
 void checkMessage(std::string_view bytes)
 {
     const fn::ByteArray body(bytes);
-    const auto message = ipc::MessageView::parse({ body.bytes(), &body });
-    if (!message) return;
-    const auto general = message->toValue();
+    const ipc::MessageView message({ body.bytes(), &body });
+    if (!message.isValid()) return;
+    const auto general = message.toValue();
     for (int code = ipc::field::TYPE; code <= ipc::field::LAST; ++code) {
-        require(!message->has(code) || general.at(code) == message->value(code));
+        require(!message.has(code) || general.at(code) == message.value(code));
     }
     if (!general.isMap()) return;
     auto expected = general;
     expected.set(ipc::field::SOURCE_WORKER_ID, 300);
     std::string forwarded;
-    for (const auto& part : message->forwardedFrom(300).parts()) forwarded += part.view();
+    for (const auto& part : message.forwardedFrom(300).parts()) forwarded += part.view();
     fn::MemoryInputStream stream(forwarded.data() + 4, forwarded.size() - 4);
     require(fn::mpack::Deserializer(stream).deserialize() == expected && stream.remaining() == 0);
 }

@@ -192,15 +192,15 @@ TEST(MessageCodec, ForwardsFieldsInAnyOrderAndOfAnyKindAsTheyCame)
     for (const auto& bytes : bodies) {
         const fn::ByteArray body(bytes);
         for (const bool isShared : { false, true }) {
-            const auto view = ipc::MessageView::parse({ body.bytes(), isShared ? &body : nullptr });
-            ASSERT_TRUE(view);
-            auto expected = view->toValue();
+            const ipc::MessageView view({ body.bytes(), isShared ? &body : nullptr });
+            ASSERT_TRUE(view.isValid());
+            auto expected = view.toValue();
             expected.set(ipc::field::SOURCE_WORKER_ID, 300);
-            EXPECT_EQ(bodyOf(view->forwardedFrom(300)), expected);
+            EXPECT_EQ(bodyOf(view.forwardedFrom(300)), expected);
         }
     }
     const std::string refused[] = { "", "\x81\x01", "\x80\xc0", "\x82\x05\x01\xcd\0\x05\x02"s, "\x81\x4d\xd4\xff\x01" };
-    for (const auto& bytes : refused) EXPECT_FALSE(ipc::MessageView::parse({ fn::ByteArray(bytes).bytes() })) << bytes;
+    for (const auto& bytes : refused) EXPECT_FALSE(ipc::MessageView({ fn::ByteArray(bytes).bytes() }).isValid()) << bytes;
 }
 
 TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)

@@ -170,10 +170,10 @@ void Worker::tellAboutToQuit()
 
 bool Worker::onFrame(const FrameBody& body)
 {
-    const auto message = MessageView::parse(body);
-    if (!message) return false;
+    const MessageView message(body);
+    if (!message.isValid()) return false;
     try {
-        onMessage(*message);
+        onMessage(message);
     } catch (...) {
         fn::unhandledException();
     }

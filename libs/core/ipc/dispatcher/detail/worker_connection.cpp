@@ -58,11 +58,11 @@ bool Hub::WorkerConnection::handle(const FrameBody& body)
 {
     ++_framesReceived;
     _bytesReceived += FrameOutputStream::headerBytes + body.bytes.size();
-    const auto message = MessageView::parse(body);
-    if (!message) return false;
+    const MessageView message(body);
+    if (!message.isValid()) return false;
     const Connection self(this);
     try {
-        _hub.onWorkerMessage(self, *message);
+        _hub.onWorkerMessage(self, message);
     } catch (const std::exception& exception) {
         _hub.closeConnection(self, exception.what());
     } catch (...) {

@@ -19,9 +19,12 @@ namespace ipc {
 /// Fields are converted as `fn::Value` converts them: a missing one, or one that does not fit, is `fn::RangeException`.
 class MessageView {
 public:
-    /// Empty where `body` is not exactly one MessagePack value, nests too deeply, holds more values than a frame may, or has
-    /// one of the known fields twice. A value that is no map is a message without fields.
-    static std::optional<MessageView> parse(const FrameBody& body);
+    explicit MessageView(const FrameBody& body);
+
+    /// Whether the body is exactly one MessagePack value, does not nest too deeply, holds no more values than a frame may, and
+    /// has none of the known fields twice. Nothing else may be asked of another one. A value that is no map is a message
+    /// without fields.
+    bool isValid() const { return _isValid; }
 
     bool has(int code) const { return !_values[code].isEmpty(); }
     std::int64_t type() const; ///< `type::INVALID` where it has none.
@@ -61,12 +64,13 @@ private:
         bool isEmpty() const { return begin == end; }
     };
 
-    explicit MessageView(const FrameBody& body) : _body(body) { }
+    bool readField(class MessageScanner& scanner);
     fn::ByteView bytes(Span span) const { return _body.bytes.subspan(span.begin, span.end - span.begin); }
     fn::ByteView bytesOf(int code) const { return bytes(_values[code]); }
     static std::optional<std::uint64_t> plainInteger(fn::ByteView bytes);
 
-    FrameBody _body;
+    const FrameBody _body;
+    bool _isValid = false;
     std::array<Span, field::LAST + 1> _values; // By field code.
     std::uint32_t _fieldCount = 0; // Of the map.
     std::uint32_t _fields = 0; // Where they begin.
