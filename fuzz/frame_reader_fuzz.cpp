@@ -82,8 +82,9 @@ void checkMessage(std::string_view bytes)
     if (!general.isMap()) return;
     auto expected = general;
     expected.set(ipc::field::SOURCE_WORKER_ID, 300);
+    const auto frame = message.forwardedFrom(300);
     std::string forwarded;
-    for (const auto& part : message.forwardedFrom(300).parts()) forwarded += part.view();
+    for (const auto& part : frame.parts()) forwarded += part.view();
     fn::MemoryInputStream stream(forwarded.data() + 4, forwarded.size() - 4);
     require(fn::mpack::Deserializer(stream).deserialize() == expected && stream.remaining() == 0);
 }
