@@ -114,7 +114,8 @@ def show(options, result):
         print("bytes a frame: " + "; ".join(name + " " + ", ".join(f"{key.removesuffix('_frame')} {size}" for key, size in sizes.items())
                                             for name, sizes in result["frames"].items()))
     if options.peers:
-        print("\n".join(["", *peer_tables([system.name for system in systems], values), "", markdown(goal_rows(options.scenarios, systems[0].name, values))]))
+        goals = markdown(goal_rows(options.scenarios, systems[0].name, values))
+        print("", *peer_tables([system.name for system in systems], values), goals, sep="\n\n")
     else:
         for played, players in groups(options.scenarios, systems):
             print("\n" + table(played, players, values))

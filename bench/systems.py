@@ -24,14 +24,20 @@ class System:
         """`directory` is empty, private and removed afterwards. Nothing of the user's is touched."""
         return {**os.environ, "XDG_RUNTIME_DIR": directory, "HOME": directory}
 
+    def hub_program(self, directory):
+        """The command of a hub that is no driver and prints its address alone, else None."""
+        return None
+
     def command(self, role, scenario, parameters):
+        if role == "hub" and (command := self.hub_program(parameters["directory"])):
+            return command
         pairs = {**self._options, **parameters}
         program = os.path.join(self._programs, self._program)
         return [program, role, scenario, *(f"{key}={value}" for key, value in pairs.items())]
 
     def ready_prefix(self, role):
         """How the line starts that says the process is ready."""
-        return "ready"
+        return "" if role == "hub" and self.hub_program("") else "ready"
 
     def address(self, text):
         """How the others reach the hub, from what follows `ready_prefix` in its line."""
@@ -47,13 +53,8 @@ class System:
 class Ours(System):
     """The hub is the program that tools use; it prints the path of its socket alone."""
 
-    def command(self, role, scenario, parameters):
-        if role == "hub":
-            return [os.path.join(self._programs, "hub")]
-        return super().command(role, scenario, parameters)
-
-    def ready_prefix(self, role):
-        return "" if role == "hub" else super().ready_prefix(role)
+    def hub_program(self, directory):
+        return [os.path.join(self._programs, "hub")]
 
     def address(self, text):
         return "\\\\.\\pipe\\" + os.path.basename(text)
@@ -85,14 +86,9 @@ class Peer(System):
 class DBusDaemon(Peer):
     """Over dbus-daemon with the configuration of a session, as it is installed."""
 
-    def command(self, role, scenario, parameters):
-        if role == "hub":
-            return ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
-                    f"--address=unix:path={parameters['directory']}/bus"]
-        return super().command(role, scenario, parameters)
-
-    def ready_prefix(self, role):
-        return "" if role == "hub" else super().ready_prefix(role)
+    def hub_program(self, directory):
+        return ["dbus-daemon", "--session", "--nofork", "--nopidfile", "--print-address",
+                f"--address=unix:path={directory}/bus"]
 
 
 class Direct(Peer):

@@ -1,8 +1,6 @@
 // The floor: the same processes and hops as a call through the hub, but nothing is decoded, counted or allocated on the
 // way. What remains is the cost of the sockets, of libuv and of the scheduler, in two ways of writing (`mode`).
-#include "driver/call_load.h"
-#include "driver/event_load.h"
-#include "driver/roles.h"
+#include "driver/peer_roles.h"
 #include "driver/stamp.h"
 #include "floor/connection.h"
 #include <csignal>
@@ -82,31 +80,75 @@ private:
     std::vector<Connection*> _participants; // By id.
 };
 
-/// A process at the hub.
-class Participant {
-public:
-    using OnFrame = std::function<void(const FrameHeader&, std::span<const std::uint8_t> body)>;
+std::uint16_t idOf(const Options& options)
+{
+    if (options.role() == "owner" || options.role() == "publisher") return ownerId;
+    return options.role() == "subscriber" ? static_cast<std::uint16_t>(firstSubscriberId + options.count("index"))
+                                          : callerId;
+}
 
-    Participant(const Options& options, std::uint16_t id)
+/// Without a frame size of its own a role sends bodies alone.
+std::size_t frameBytes(const Options& options)
+{
+    const auto& role = options.role();
+    return role == "owner"    ? options.count("result_frame")
+        : role == "caller"    ? options.count("argument_frame")
+        : role == "publisher" ? options.count("event_frame")
+                              : 0;
+}
+
+class Participant final : public Peer {
+public:
+    /// Returns once the hub knows this participant.
+    explicit Participant(const Options& options)
         : _node(writeMode(options)),
           _connection(_node),
-          _id(id),
-          _address(options.text("address"))
+          _id(idOf(options)),
+          _frameBytes(frameBytes(options))
     {
-    }
-
-    /// Runs for the life of the process. `onReady` is called once the hub knows this participant.
-    void run(std::function<void()> onReady, OnFrame onFrame)
-    {
-        _onReady = std::move(onReady);
-        _onFrame = std::move(onFrame);
         _request.data = this;
         const auto connected = [](uv_connect_t* request, int status) {
             require(status, "connect");
             static_cast<Participant*>(request->data)->greet();
         };
-        uv_pipe_connect(&_request, &_connection.pipe(), _address.c_str(), connected);
+        uv_pipe_connect(&_request, &_connection.pipe(), options.text("address").c_str(), connected);
         _node.run();
+    }
+
+    void run() { _node.run(); }
+    void serve(std::size_t resultBytes) { _resultBytes = resultBytes; }
+    void call(std::uint64_t number, std::size_t argumentBytes) { sendStamped(ownerId, number, argumentBytes); }
+    void publish(std::span<const std::uint8_t> body) { send(everybody, body, _frameBytes); }
+    void subscribe() { }
+
+    void acknowledge(std::uint64_t, std::uint64_t events)
+    {
+        send(ownerId, { reinterpret_cast<const std::uint8_t*>(&events), sizeof events }, 0);
+    }
+
+private:
+    void greet()
+    {
+        _connection.startReading([this](const Frame& frame) { onFrame(frame.header(), frame.body()); },
+            [] { fail("the hub has closed the connection"); });
+        send(hub, {}, 0);
+    }
+
+    void onFrame(const FrameHeader& header, std::span<const std::uint8_t> body)
+    {
+        if (header.target == hub) {
+            uv_stop(&_node.loop()); // Greeted.
+        } else if (answered) {
+            answered(answerTo(readStamp(body)));
+        } else if (heard) {
+            heard(body);
+        } else if (acknowledged) {
+            std::uint64_t events = 0;
+            std::memcpy(&events, body.data(), std::min(body.size(), sizeof events));
+            acknowledged(header.source - firstSubscriberId, events);
+        } else {
+            sendStamped(header.source, answerTo(readStamp(body)), _resultBytes);
+        }
     }
 
     void send(std::uint16_t target, std::span<const std::uint8_t> body, std::size_t frameBytes)
@@ -117,102 +159,21 @@ public:
     }
 
     /// A stamped body of its own in each frame.
-    void sendStamped(std::uint16_t target, std::uint64_t number, std::size_t bodyBytes, std::size_t frameBytes)
+    void sendStamped(std::uint16_t target, std::uint64_t number, std::size_t bodyBytes)
     {
-        const auto frame = _writer.make(target, _id, bodyBytes, frameBytes);
+        const auto frame = _writer.make(target, _id, bodyBytes, _frameBytes);
         stamp(frame.body(), number);
         _connection.send(frame);
-    }
-
-    /// An acknowledgement: so many events.
-    void sendCount(std::uint16_t target, std::uint64_t count)
-    {
-        send(target, { reinterpret_cast<const std::uint8_t*>(&count), sizeof count }, 0);
-    }
-
-private:
-    void greet()
-    {
-        _connection.startReading(
-            [this](const Frame& frame) {
-                const auto header = frame.header();
-                if (header.target == hub)
-                    _onReady();
-                else
-                    _onFrame(header, frame.body());
-            },
-            [] { fail("the hub has closed the connection"); });
-        send(hub, {}, 0);
     }
 
     Node _node;
     Connection _connection;
     FrameWriter _writer;
     const std::uint16_t _id;
-    const std::string _address;
+    const std::size_t _frameBytes;
+    std::size_t _resultBytes = 0;
     uv_connect_t _request;
-    std::function<void()> _onReady;
-    OnFrame _onFrame;
 };
-
-void runIdle(const Options& options)
-{
-    Participant participant(options, callerId);
-    participant.run([] { announceReady(); }, [](const auto&, auto) {});
-}
-
-void runOwner(const Options& options)
-{
-    Participant owner(options, ownerId);
-    const auto resultBytes = options.count("result_bytes");
-    const auto frameBytes = options.count("result_frame");
-    owner.run([] { announceReady(); },
-        [&](const FrameHeader& header, std::span<const std::uint8_t> argument) {
-            owner.sendStamped(header.source, answerTo(readStamp(argument)), resultBytes, frameBytes);
-        });
-}
-
-void runCaller(const Options& options)
-{
-    Participant caller(options, callerId);
-    const auto argumentBytes = options.count("argument_bytes");
-    const auto frameBytes = options.count("argument_frame");
-    CallLoad load(
-        options, [&](std::uint64_t number) { caller.sendStamped(ownerId, number, argumentBytes, frameBytes); });
-    caller.run(
-        [&] {
-            announceReady();
-            load.start();
-        },
-        [&](const FrameHeader&, std::span<const std::uint8_t> result) { load.answered(answerTo(readStamp(result))); });
-}
-
-void runPublisher(const Options& options)
-{
-    Participant publisher(options, ownerId);
-    const auto frameBytes = options.count("event_frame");
-    EventLoad load(options, [&](std::span<const std::uint8_t> body) { publisher.send(everybody, body, frameBytes); });
-    publisher.run([] { announceReady(); },
-        [&](const FrameHeader& header, std::span<const std::uint8_t> acknowledgement) {
-            std::uint64_t events = 0;
-            std::memcpy(&events, acknowledgement.data(), std::min(acknowledgement.size(), sizeof events));
-            load.acknowledged(header.source - firstSubscriberId, events);
-        });
-}
-
-void runSubscriber(const Options& options)
-{
-    Participant subscriber(options, static_cast<std::uint16_t>(firstSubscriberId + options.count("index")));
-    EventCount count(options);
-    subscriber.run(
-        [&] {
-            announceReady();
-            subscriber.sendCount(ownerId, 0);
-        },
-        [&](const FrameHeader&, std::span<const std::uint8_t> body) {
-            if (const auto events = count.received(body)) subscriber.sendCount(ownerId, *events);
-        });
-}
 
 void runHub(const Options& options) { Hub(options).run(); }
 
@@ -223,7 +184,5 @@ int main(int argc, char** argv)
 {
     using namespace bench::floor;
     std::signal(SIGPIPE, SIG_IGN);
-    bench::play(bench::Options(argc, argv),
-        { { "hub", runHub }, { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller },
-            { "publisher", runPublisher }, { "subscriber", runSubscriber } });
+    bench::play(bench::Options(argc, argv), bench::PeerRoles<Participant>::all({ { "hub", runHub } }));
 }

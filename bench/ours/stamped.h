@@ -1,7 +1,7 @@
 #pragma once
+#include "base/byte_array.h"
 #include "driver/driver.h"
 #include "driver/stamp.h"
-#include "base/byte_array.h"
 
 namespace bench {
 

@@ -1,8 +1,6 @@
 // GDBus over a broker of D-Bus: asynchronous calls, signals that are matched by interface and member. Its connections read
 // and write in a thread of their own and hand over to the main loop.
-#include "driver/call_load.h"
-#include "driver/event_load.h"
-#include "driver/roles.h"
+#include "driver/peer_roles.h"
 #include "driver/stamp.h"
 #include <algorithm>
 #include <fmt/format.h>
@@ -56,8 +54,7 @@ template <typename Use> auto withBytes(GVariant* tuple, const Use& use)
     return result;
 }
 
-/// A process at the bus.
-class Participant {
+class Participant final : public Peer {
 public:
     explicit Participant(const Options& options)
     {
@@ -69,21 +66,53 @@ public:
         require(error, "connect");
     }
 
-    GDBusConnection* connection() const { return _connection; }
+    void run() { g_main_loop_run(g_main_loop_new(nullptr, FALSE)); }
 
     /// Registers the object, then takes the name.
-    void serve(GDBusInterfaceMethodCallFunc onCall, void* context)
+    void serve(std::size_t resultBytes)
     {
+        _resultBytes = resultBytes;
         GError* error = nullptr;
         GDBusNodeInfo* const node = g_dbus_node_info_new_for_xml(description, &error);
         require(error, "description");
         const GDBusInterfaceVTable functions { onCall, nullptr, nullptr, {} };
-        g_dbus_connection_register_object(_connection, path, node->interfaces[0], &functions, context, nullptr, &error);
+        g_dbus_connection_register_object(_connection, path, node->interfaces[0], &functions, this, nullptr, &error);
         require(error, "object");
         g_dbus_node_info_unref(node);
         callBus("RequestName", g_variant_new("(su)", ownerName, 0U));
     }
 
+    void call(std::uint64_t number, std::size_t argumentBytes)
+    {
+        Body argument(argumentBytes);
+        stamp(argument.bytes(), number);
+        g_dbus_connection_call(_connection, ownerName, path, interface, "Echo", argument.toTuple(),
+            G_VARIANT_TYPE("(ay)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, onReply, this);
+    }
+
+    void publish(std::span<const std::uint8_t> body)
+    {
+        Body event(body.size());
+        std::ranges::copy(body, event.bytes().begin());
+        GError* error = nullptr;
+        g_dbus_connection_emit_signal(_connection, nullptr, path, interface, "Event", event.toTuple(), &error);
+        require(error, "signal");
+    }
+
+    void subscribe()
+    {
+        g_dbus_connection_signal_subscribe(_connection, ownerName, interface, "Event", path, nullptr,
+            G_DBUS_SIGNAL_FLAGS_NONE, onEvent, this, nullptr);
+        callBus("GetId", nullptr); // When it has answered, it knows of the subscription.
+    }
+
+    void acknowledge(std::uint64_t index, std::uint64_t events)
+    {
+        g_dbus_connection_call(_connection, ownerName, path, interface, "Acknowledge",
+            g_variant_new("(tt)", index, events), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+    }
+
+private:
     /// Returns when the bus has answered.
     void callBus(const char* method, GVariant* arguments)
     {
@@ -95,59 +124,21 @@ public:
         g_variant_unref(result);
     }
 
-    void run() { g_main_loop_run(g_main_loop_new(nullptr, FALSE)); } ///< For the life of the process.
-
-private:
-    GDBusConnection* _connection = nullptr;
-};
-
-void runIdle(const Options& options)
-{
-    Participant participant(options);
-    announceReady();
-    participant.run();
-}
-
-void onEcho(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* arguments,
-    GDBusMethodInvocation* invocation, gpointer resultBytes)
-{
-    Body result(*static_cast<std::size_t*>(resultBytes));
-    stamp(result.bytes(), answerTo(withBytes(arguments, readStamp)));
-    g_dbus_method_invocation_return_value(invocation, result.toTuple());
-}
-
-void runOwner(const Options& options)
-{
-    Participant owner(options);
-    std::size_t resultBytes = options.count("result_bytes");
-    owner.serve(onEcho, &resultBytes);
-    announceReady();
-    owner.run();
-}
-
-class Caller {
-public:
-    explicit Caller(const Options& options)
-        : _participant(options),
-          _argumentBytes(options.count("argument_bytes")),
-          _load(options, [this](std::uint64_t number) { call(number); })
+    static void onCall(GDBusConnection*, const char*, const char*, const char*, const char* method, GVariant* arguments,
+        GDBusMethodInvocation* invocation, gpointer self)
     {
-    }
-
-    void run()
-    {
-        announceReady();
-        _load.start();
-        _participant.run();
-    }
-
-private:
-    void call(std::uint64_t number)
-    {
-        Body argument(_argumentBytes);
-        stamp(argument.bytes(), number);
-        g_dbus_connection_call(_participant.connection(), ownerName, path, interface, "Echo", argument.toTuple(),
-            G_VARIANT_TYPE("(ay)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, onReply, this);
+        auto& participant = *static_cast<Participant*>(self);
+        if (std::string_view(method) == "Echo") {
+            Body result(participant._resultBytes);
+            stamp(result.bytes(), answerTo(withBytes(arguments, readStamp)));
+            g_dbus_method_invocation_return_value(invocation, result.toTuple());
+            return;
+        }
+        std::uint64_t index = 0;
+        std::uint64_t events = 0;
+        g_variant_get(arguments, "(tt)", &index, &events);
+        g_dbus_method_invocation_return_value(invocation, nullptr); // Sends nothing, as no reply is expected.
+        participant.acknowledged(index, events);
     }
 
     static void onReply(GObject* connection, GAsyncResult* result, gpointer self)
@@ -157,95 +148,21 @@ private:
         require(error, "call");
         const auto number = answerTo(withBytes(reply, readStamp));
         g_variant_unref(reply);
-        static_cast<Caller*>(self)->_load.answered(number);
-    }
-
-    Participant _participant;
-    const std::size_t _argumentBytes;
-    CallLoad _load;
-};
-
-void runCaller(const Options& options) { Caller(options).run(); }
-
-class Publisher {
-public:
-    explicit Publisher(const Options& options)
-        : _participant(options),
-          _load(options, [this](std::span<const std::uint8_t> body) { publish(body); })
-    {
-    }
-
-    void run()
-    {
-        _participant.serve(onCall, this);
-        announceReady();
-        _participant.run();
-    }
-
-private:
-    void publish(std::span<const std::uint8_t> body)
-    {
-        Body event(body.size());
-        std::ranges::copy(body, event.bytes().begin());
-        GError* error = nullptr;
-        g_dbus_connection_emit_signal(
-            _participant.connection(), nullptr, path, interface, "Event", event.toTuple(), &error);
-        require(error, "signal");
-    }
-
-    static void onCall(GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* arguments,
-        GDBusMethodInvocation* invocation, gpointer self)
-    {
-        std::uint64_t index = 0;
-        std::uint64_t events = 0;
-        g_variant_get(arguments, "(tt)", &index, &events);
-        g_dbus_method_invocation_return_value(invocation, nullptr); // Sends nothing, as no reply is expected.
-        static_cast<Publisher*>(self)->_load.acknowledged(index, events);
-    }
-
-    Participant _participant;
-    EventLoad _load;
-};
-
-void runPublisher(const Options& options) { Publisher(options).run(); }
-
-class Subscriber {
-public:
-    explicit Subscriber(const Options& options) : _participant(options), _index(options.count("index")), _count(options)
-    {
-    }
-
-    void run()
-    {
-        g_dbus_connection_signal_subscribe(_participant.connection(), ownerName, interface, "Event", path, nullptr,
-            G_DBUS_SIGNAL_FLAGS_NONE, onEvent, this, nullptr);
-        _participant.callBus("GetId", nullptr); // When it has answered, it knows of the subscription.
-        announceReady();
-        acknowledge(0);
-        _participant.run();
-    }
-
-private:
-    void acknowledge(std::uint64_t events)
-    {
-        g_dbus_connection_call(_participant.connection(), ownerName, path, interface, "Acknowledge",
-            g_variant_new("(tt)", _index, events), nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+        static_cast<Participant*>(self)->answered(number);
     }
 
     static void onEvent(
         GDBusConnection*, const char*, const char*, const char*, const char*, GVariant* body, gpointer self)
     {
-        auto& subscriber = *static_cast<Subscriber*>(self);
-        const auto events = withBytes(body, [&](auto bytes) { return subscriber._count.received(bytes); });
-        if (events) subscriber.acknowledge(*events);
+        withBytes(body, [&](auto bytes) {
+            static_cast<Participant*>(self)->heard(bytes);
+            return true;
+        });
     }
 
-    Participant _participant;
-    const std::uint64_t _index;
-    EventCount _count;
+    GDBusConnection* _connection = nullptr;
+    std::size_t _resultBytes = 0;
 };
-
-void runSubscriber(const Options& options) { Subscriber(options).run(); }
 
 } // namespace
 } // namespace bench::gdbus
@@ -253,7 +170,5 @@ void runSubscriber(const Options& options) { Subscriber(options).run(); }
 int main(int argc, char** argv)
 {
     using namespace bench::gdbus;
-    bench::play(bench::Options(argc, argv),
-        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "publisher", runPublisher },
-            { "subscriber", runSubscriber } });
+    bench::play(bench::Options(argc, argv), bench::PeerRoles<Participant>::all());
 }

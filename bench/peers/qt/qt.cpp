@@ -1,8 +1,6 @@
 // Qt Remote Objects from process to process over Unix sockets: slots that answer, and a signal that the source itself writes
 // to each replica.
-#include "driver/call_load.h"
-#include "driver/event_load.h"
-#include "driver/roles.h"
+#include "driver/peer_roles.h"
 #include "driver/stamp.h"
 #include "rep_peer_merged.h"
 #include <QCoreApplication>
@@ -26,115 +24,76 @@ QByteArray stamped(std::uint64_t number, std::size_t size)
     return body;
 }
 
-class Source : public PeerSource {
+class Source final : public PeerSource {
 public:
-    QByteArray echo(QByteArray) override { fail("a call for somebody else arrived"); }
-    void acknowledge(quint64, quint64) override { fail("an acknowledgement for somebody else arrived"); }
-};
+    explicit Source(const Peer& peer) : _peer(peer) { }
 
-class EchoSource final : public Source {
-public:
-    explicit EchoSource(std::size_t resultBytes) : _resultBytes(resultBytes) { }
-    QByteArray echo(QByteArray argument) override
-    {
-        return stamped(answerTo(readStamp(bytes(argument))), _resultBytes);
-    }
+    QByteArray echo(QByteArray argument) override { return stamped(answerTo(readStamp(bytes(argument))), resultBytes); }
+    void acknowledge(quint64 index, quint64 events) override { _peer.acknowledged(index, events); }
+
+    std::size_t resultBytes = stampBytes;
 
 private:
-    const std::size_t _resultBytes;
+    const Peer& _peer;
 };
 
-class FeedSource final : public Source {
-public:
-    explicit FeedSource(const Options& options)
-        : _load(options, [this](std::span<const std::uint8_t> body) {
-              Q_EMIT event(QByteArray(reinterpret_cast<const char*>(body.data()), static_cast<qsizetype>(body.size())));
-          })
-    {
-    }
-    void acknowledge(quint64 index, quint64 events) override { _load.acknowledged(index, events); }
-
-private:
-    EventLoad _load;
-};
-
-void serve(const Options& options, Source& source)
-{
-    const auto path = options.text("directory") + "/qt";
-    QRemoteObjectHost host(QUrl(QString::fromStdString("local:" + path)));
-    if (!host.enableRemoting(&source)) fail("can not serve at " + path);
-    announceReady("local:" + path);
-    QCoreApplication::exec();
-}
-
-void runIdle(const Options& options)
-{
-    EchoSource source(stampBytes);
-    serve(options, source);
-}
-
-void runOwner(const Options& options)
-{
-    EchoSource source(options.count("result_bytes"));
-    serve(options, source);
-}
-
-void runPublisher(const Options& options)
-{
-    FeedSource source(options);
-    serve(options, source);
-}
-
-/// A process with a replica of the source.
-class Participant {
+class Participant final : public Peer {
 public:
     explicit Participant(const Options& options)
     {
-        if (!_node.connectToNode(QUrl(QString::fromStdString(options.text("address"))))) fail("no connection");
-        _replica.reset(_node.acquire<PeerReplica>());
-        if (!_replica->waitForSource(patienceMilliseconds)) fail("no source");
+        if (options.role() == "caller" || options.role() == "subscriber")
+            connect(options.text("address"));
+        else
+            host("local:" + options.text("directory") + "/qt");
     }
 
-    PeerReplica& replica() { return *_replica; }
+    void run() { QCoreApplication::exec(); }
+    void serve(std::size_t resultBytes) { _source.resultBytes = resultBytes; }
 
-private:
-    QRemoteObjectNode _node;
-    std::unique_ptr<PeerReplica> _replica;
-};
-
-void runCaller(const Options& options)
-{
-    Participant participant(options);
-    const auto argumentBytes = options.count("argument_bytes");
-    std::function<void(std::uint64_t)> answered;
-    CallLoad load(options, [&](std::uint64_t number) {
-        auto* const watcher =
-            new QRemoteObjectPendingCallWatcher(participant.replica().echo(stamped(number, argumentBytes)));
-        QObject::connect(watcher, &QRemoteObjectPendingCallWatcher::finished, watcher, [&, watcher] {
+    void call(std::uint64_t number, std::size_t argumentBytes)
+    {
+        auto* const watcher = new QRemoteObjectPendingCallWatcher(_replica->echo(stamped(number, argumentBytes)));
+        QObject::connect(watcher, &QRemoteObjectPendingCallWatcher::finished, watcher, [this, watcher] {
             if (watcher->error() != QRemoteObjectPendingCall::NoError) fail("a call has failed");
             watcher->deleteLater();
             answered(answerTo(readStamp(bytes(watcher->returnValue().toByteArray()))));
         });
-    });
-    answered = [&](std::uint64_t number) { load.answered(number); };
-    announceReady();
-    load.start();
-    QCoreApplication::exec();
-}
+    }
 
-void runSubscriber(const Options& options)
-{
-    Participant participant(options);
-    auto& replica = participant.replica();
-    EventCount count(options);
-    const auto index = options.count("index");
-    QObject::connect(&replica, &PeerReplica::event, &replica, [&](const QByteArray& body) {
-        if (const auto events = count.received(bytes(body))) replica.acknowledge(index, *events);
-    });
-    announceReady();
-    replica.acknowledge(index, 0);
-    QCoreApplication::exec();
-}
+    void publish(std::span<const std::uint8_t> body)
+    {
+        Q_EMIT _source.event(
+            QByteArray(reinterpret_cast<const char*>(body.data()), static_cast<qsizetype>(body.size())));
+    }
+
+    void subscribe()
+    {
+        QObject::connect(_replica.get(), &PeerReplica::event, _replica.get(),
+            [this](const QByteArray& body) { heard(bytes(body)); });
+    }
+
+    void acknowledge(std::uint64_t index, std::uint64_t events) { _replica->acknowledge(index, events); }
+
+private:
+    void host(const std::string& url)
+    {
+        _host.setHostUrl(QUrl(QString::fromStdString(url)));
+        if (!_host.enableRemoting(&_source)) fail("can not serve at " + url);
+        address = url;
+    }
+
+    void connect(const std::string& url)
+    {
+        if (!_node.connectToNode(QUrl(QString::fromStdString(url)))) fail("no connection");
+        _replica.reset(_node.acquire<PeerReplica>());
+        if (!_replica->waitForSource(patienceMilliseconds)) fail("no source");
+    }
+
+    Source _source { *this };
+    QRemoteObjectHost _host;
+    QRemoteObjectNode _node;
+    std::unique_ptr<PeerReplica> _replica;
+};
 
 } // namespace
 } // namespace bench::qt
@@ -144,7 +103,5 @@ int main(int argc, char** argv)
     using namespace bench::qt;
     const bench::Options options(argc, argv);
     const QCoreApplication application(argc, argv);
-    bench::play(options,
-        { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "publisher", runPublisher },
-            { "subscriber", runSubscriber } });
+    bench::play(options, bench::PeerRoles<Participant>::all());
 }

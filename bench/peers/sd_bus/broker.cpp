@@ -1,5 +1,5 @@
 #include "peers/sd_bus/broker.h"
-#include "peers/sd_bus/participant.h"
+#include "peers/sd_bus/message.h"
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>

@@ -1,12 +1,11 @@
 // ZeroMQ over Unix sockets. Calls go from a DEALER over the hub's ROUTER to the owner's DEALER, and back; events from a PUB
 // over an XSUB and an XPUB to each SUB, in a thread of the hub's own, as a proxy is run.
-#include "driver/call_load.h"
-#include "driver/event_load.h"
-#include "driver/roles.h"
+#include "driver/peer_roles.h"
 #include "driver/stamp.h"
 #include "peers/zeromq/socket.h"
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <thread>
 
 namespace bench::zeromq {
@@ -59,140 +58,123 @@ void runHub(const Options& options)
     }
 }
 
-/// A process at the hub: its end of the calls.
-class Participant {
+class Participant final : public Peer {
 public:
-    Participant(const Options& options, std::string_view id)
-        : address(options.text("address")),
-          socket(_context, ZMQ_DEALER)
+    explicit Participant(const Options& options) : _address(options.text("address")), _calls(_context, ZMQ_DEALER)
     {
-        socket.name(id);
-        socket.connect(calls(address));
+        const auto& role = options.role();
+        const bool serves = role == "owner" || role == "publisher";
+        _calls.name(serves ? std::string(ownerId) : role == "caller" ? role : role + " " + options.text("index"));
+        _calls.connect(calls(_address));
         Frame greeting;
         send({}, greeting);
-        receive([](Frame&, Frame&) {}); // When it comes back, the hub knows this participant.
+        receive(-1); // When it comes back, the hub knows this participant.
+        if (role != "publisher" && role != "subscriber") return;
+        _events.emplace(_context, role == "publisher" ? ZMQ_PUB : ZMQ_SUB);
+        if (role == "subscriber") _events->subscribeToAll();
+        _events->connect(role == "publisher" ? publications(_address) : events(_address));
+        _isProbing = role == "publisher";
     }
 
-    Context& context() { return _context; }
+    void run()
+    {
+        if (heard) return hear();
+        for (;;) {
+            if (_isProbing) { // A subscription takes its time through the proxy: who hears an empty event has arrived.
+                Frame probe;
+                _events->send(probe, More::No);
+            }
+            receive(_isProbing ? probePauseMilliseconds : -1);
+        }
+    }
 
+    void serve(std::size_t resultBytes) { _resultBytes = resultBytes; }
+
+    void call(std::uint64_t number, std::size_t argumentBytes)
+    {
+        Frame argument(argumentBytes);
+        stamp(argument.bytes(), number);
+        send(ownerId, argument);
+    }
+
+    void publish(std::span<const std::uint8_t> body)
+    {
+        _isProbing = false;
+        Frame event(body.size());
+        std::ranges::copy(body, event.bytes().begin());
+        _events->send(event, More::No);
+    }
+
+    void subscribe()
+    {
+        Frame probe;
+        do _events->wait(-1);
+        while (!_events->receive(probe));
+        if (!probe.bytes().empty()) fail("an event for others arrived");
+    }
+
+    void acknowledge(std::uint64_t index, std::uint64_t events)
+    {
+        Frame body(sizeof(Acknowledgement));
+        const Acknowledgement acknowledgement { index, events };
+        std::memcpy(body.bytes().data(), &acknowledgement, sizeof acknowledgement);
+        send(ownerId, body);
+    }
+
+private:
     void send(std::string_view target, Frame& body)
     {
         Frame to(target.size());
         std::ranges::copy(target, to.bytes().begin());
-        socket.send(to, More::Yes);
-        socket.send(body, More::No);
+        _calls.send(to, More::Yes);
+        _calls.send(body, More::No);
     }
 
-    /// Waits, then hands over all that has come.
-    template <typename OnMessage> void receive(const OnMessage& onMessage, int milliseconds = -1)
+    /// Waits, then handles all that has come.
+    void receive(int milliseconds)
     {
         Frame from;
         Frame body;
-        socket.wait(milliseconds);
-        while (socket.receive(from)) {
-            if (!socket.receive(body)) fail("a message without a body arrived");
-            onMessage(from, body);
-        }
-    }
-
-private:
-    Context _context;
-
-public:
-    const std::string address;
-    Socket socket;
-};
-
-void runIdle(const Options& options)
-{
-    Participant participant(options, "idle-" + options.text("index"));
-    announceReady();
-    for (;;) participant.receive([](Frame&, Frame&) {});
-}
-
-void runOwner(const Options& options)
-{
-    Participant owner(options, ownerId);
-    const auto resultBytes = options.count("result_bytes");
-    const auto answer = [&](Frame& caller, Frame& argument) {
-        const auto number = readStamp(argument.bytes());
-        Frame result(resultBytes);
-        stamp(result.bytes(), answerTo(number));
-        owner.socket.send(caller, More::Yes);
-        owner.socket.send(result, More::No);
-    };
-    announceReady();
-    for (;;) owner.receive(answer);
-}
-
-void runCaller(const Options& options)
-{
-    Participant caller(options, "caller");
-    const auto argumentBytes = options.count("argument_bytes");
-    CallLoad load(options, [&](std::uint64_t number) {
-        Frame argument(argumentBytes);
-        stamp(argument.bytes(), number);
-        caller.send(ownerId, argument);
-    });
-    announceReady();
-    load.start();
-    for (;;) caller.receive([&](Frame&, Frame& result) { load.answered(answerTo(readStamp(result.bytes()))); });
-}
-
-void runPublisher(const Options& options)
-{
-    Participant publisher(options, ownerId);
-    Socket socket(publisher.context(), ZMQ_PUB);
-    socket.connect(publications(publisher.address));
-    bool begun = false;
-    EventLoad load(options, [&](std::span<const std::uint8_t> body) {
-        begun = true;
-        Frame event(body.size());
-        std::ranges::copy(body, event.bytes().begin());
-        socket.send(event, More::No);
-    });
-    const auto acknowledged = [&](Frame&, Frame& body) {
-        const auto acknowledgement = body.as<Acknowledgement>();
-        load.acknowledged(acknowledgement.index, acknowledgement.events);
-    };
-    announceReady();
-    for (;;) {
-        if (!begun) { // A subscription takes its time through the proxy: who hears an empty event has arrived.
-            Frame probe;
-            socket.send(probe, More::No);
-        }
-        publisher.receive(acknowledged, begun ? -1 : probePauseMilliseconds);
-    }
-}
-
-void runSubscriber(const Options& options)
-{
-    const auto index = options.count("index");
-    Participant subscriber(options, "subscriber " + std::to_string(index));
-    Socket socket(subscriber.context(), ZMQ_SUB);
-    socket.subscribeToAll();
-    socket.connect(events(subscriber.address));
-    EventCount count(options);
-    const auto acknowledge = [&](std::uint64_t number) {
-        Frame body(sizeof(Acknowledgement));
-        const Acknowledgement acknowledgement { index, number };
-        std::memcpy(body.bytes().data(), &acknowledgement, sizeof acknowledgement);
-        subscriber.send(ownerId, body);
-    };
-    announceReady();
-    bool joined = false;
-    for (;;) {
-        socket.wait(-1);
-        for (Frame event; socket.receive(event);) {
-            if (!event.bytes().empty()) {
-                if (const auto number = count.received(event.bytes())) acknowledge(*number);
-            } else if (!joined) {
-                joined = true;
-                acknowledge(0);
+        _calls.wait(milliseconds);
+        while (_calls.receive(from)) {
+            if (!_calls.receive(body)) fail("a message without a body arrived");
+            if (answered) {
+                answered(answerTo(readStamp(body.bytes())));
+            } else if (acknowledged) {
+                const auto acknowledgement = body.as<Acknowledgement>();
+                acknowledged(acknowledgement.index, acknowledgement.events);
+            } else if (!body.bytes().empty()) {
+                answer(from, body);
             }
         }
     }
-}
+
+    void answer(Frame& caller, Frame& argument)
+    {
+        const auto number = readStamp(argument.bytes());
+        Frame result(_resultBytes);
+        stamp(result.bytes(), answerTo(number));
+        _calls.send(caller, More::Yes);
+        _calls.send(result, More::No);
+    }
+
+    [[noreturn]] void hear()
+    {
+        for (;;) {
+            _events->wait(-1);
+            for (Frame event; _events->receive(event);) {
+                if (!event.bytes().empty()) heard(event.bytes());
+            }
+        }
+    }
+
+    Context _context;
+    const std::string _address;
+    Socket _calls;
+    std::optional<Socket> _events; // To the proxy, or from it.
+    bool _isProbing = false;
+    std::size_t _resultBytes = 0;
+};
 
 } // namespace
 } // namespace bench::zeromq
@@ -200,7 +182,5 @@ void runSubscriber(const Options& options)
 int main(int argc, char** argv)
 {
     using namespace bench::zeromq;
-    bench::play(bench::Options(argc, argv),
-        { { "hub", runHub }, { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller },
-            { "publisher", runPublisher }, { "subscriber", runSubscriber } });
+    bench::play(bench::Options(argc, argv), bench::PeerRoles<Participant>::all({ { "hub", runHub } }));
 }
