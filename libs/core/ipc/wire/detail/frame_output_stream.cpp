@@ -59,18 +59,25 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
     _frame.add(bytes);
 }
 
+void FrameOutputStream::replace(std::size_t offset, const void* data, std::size_t size)
+{
+    auto* const header = _frame.count() == 0 ? _window - this->size() - headerBytes : _frame.begin();
+    std::memcpy(header + headerBytes + offset, data, size);
+}
+
 Frame FrameOutputStream::finish(std::size_t maxBytes)
 {
-    endBuffer();
     const auto bodyBytes = size();
     const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
     if (bodyBytes > bound) {
         throw fn::RangeException(
             fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
     }
-    auto* header = _frame.begin();
+    std::uint8_t header[headerBytes];
     for (std::size_t byte = 0; byte < headerBytes; ++byte)
         header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
+    replace(std::size_t(0) - headerBytes, header, headerBytes);
+    endBuffer();
     return std::move(_frame);
 }
 

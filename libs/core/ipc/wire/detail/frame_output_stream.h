@@ -21,6 +21,9 @@ public:
 
     void writeShared(const fn::ByteArray& bytes) override;
 
+    /// Writes over what is there, before anything large, at this offset of the body.
+    void replace(std::size_t offset, const void* data, std::size_t size);
+
     /// Ends the frame: its length, and what was written. A body above `maxBytes`, or above what 32 bits tell:
     /// `fn::RangeException`.
     Frame finish(std::size_t maxBytes);

@@ -2,6 +2,7 @@
 #include "core/ipc/wire/detail/frame_output_stream.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/io/memory_input_stream.h"
+#include "foundation/mpack/format.h"
 #include "foundation/value.h"
 #include <array>
 #include <concepts>
@@ -31,7 +32,9 @@ public:
 
     template <std::integral T> T integer(int code) const
     {
-        if (const auto number = plainInteger(bytesOf(code)); number && *number <= std::numeric_limits<T>::max())
+        const auto bytes = bytesOf(code);
+        if (bytes.size() == 1 && bytes[0] < fn::mpack::code::FixMap) return static_cast<T>(bytes[0]);
+        if (const auto number = plainInteger(bytes); number && *number <= std::numeric_limits<T>::max())
             return static_cast<T>(*number);
         return required(code).to<T>();
     }
@@ -56,15 +59,12 @@ public:
     Frame forwardedFrom(WorkerId source) const;
 
 private:
-    friend class MessageScanner;
-
     struct Span {
         std::uint32_t begin = 0; // Of the body's bytes.
         std::uint32_t end = 0;
         bool isEmpty() const { return begin == end; }
     };
 
-    bool readField(class MessageScanner& scanner);
     fn::ByteView bytes(Span span) const { return _body.bytes.subspan(span.begin, span.end - span.begin); }
     fn::ByteView bytesOf(int code) const { return bytes(_values[code]); }
     static std::optional<std::uint64_t> plainInteger(fn::ByteView bytes);
