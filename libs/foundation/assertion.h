@@ -1,16 +1,8 @@
 #pragma once
 #include "base/export.h"
+#include "foundation/assertion_sites.h"
 
 namespace fn {
-
-/// Where an invariant is checked. `file` and `line` identify the site in crash reports and are grouped there by value:
-/// they are constants of the class concerned and stay as they are when the code moves.
-struct AssertionSite {
-    const char* file;
-    int line;
-    const char* function;
-    const char* expression;
-};
 
 using AssertionHook = void (*)(const AssertionSite&);
 
@@ -24,6 +16,5 @@ FN_EXPORT AssertionHook setAssertionHook(AssertionHook hook) noexcept;
 } // namespace fn
 
 /// Evaluates to the condition. A false one is reported to the assertion hook, and the caller handles the false branch:
-/// `if (!FN_ASSERT(entry, "libs/core/ipc/worker", 169, "onMessage", "instance")) return;`
-#define FN_ASSERT(condition, ...) \
-    (static_cast<bool>(condition) || (::fn::reportAssertion(::fn::AssertionSite { __VA_ARGS__ }), false))
+/// `if (!FN_ASSERT(instance, fn::sites::releasedInstanceIsHeld)) return;`
+#define FN_ASSERT(condition, site) (static_cast<bool>(condition) || (::fn::reportAssertion(site), false))

@@ -49,8 +49,7 @@ void PromiseNodeBase::refuseCycle(const PromiseNodeBase& upstream) const
 
 void PromiseNodeBase::await(PromiseHandlerBase& handler)
 {
-    (void)FN_ASSERT(!_handlerInstalled, "libs/foundation/promise", 277, "then",
-        "There can only be one fulfillment and rejection handler");
+    (void)FN_ASSERT(!_handlerInstalled, sites::promiseHasOneHandler);
     _handlerInstalled = true;
     if (auto* replaced = std::exchange(_handler, &handler)) replaced->dropped();
     if (!_settled) return;
@@ -102,7 +101,7 @@ void PromiseNodeBase::clearCancellation()
 
 void PromiseNodeBase::onCancel(folly::Function<void()> callable)
 {
-    (void)FN_ASSERT(!_cancellationSet, "libs/foundation/promise", 308, "onCancel", "Cancellation handler already set");
+    (void)FN_ASSERT(!_cancellationSet, sites::promiseHasOneCancellation);
     _cancellationSet = true;
     // Settled, it would never run, nor be cleared.
     if (!_settled) std::swap(_cancellation, callable);

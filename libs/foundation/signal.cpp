@@ -120,10 +120,6 @@ void SignalBase::setFiredOnce() noexcept { _state->_hasFiredOnce = true; }
 
 bool SignalBase::hasFiredOnce() const noexcept { return _state && _state->_hasFiredOnce; }
 
-void SignalBase::checkFireOnce() const
-{
-    (void)FN_ASSERT(
-        !hasFiredOnce(), "libs/foundation/signal", 197, "fireOnce", "fireOnce(...) can only be called once per event");
-}
+void SignalBase::checkFireOnce() const { (void)FN_ASSERT(!hasFiredOnce(), sites::eventFiresOnce); }
 
 } // namespace fn::internal

@@ -57,7 +57,7 @@ AppInfo* AppInfo::find()
 AppInfo& AppInfo::instance()
 {
     auto* const existing = find();
-    if (!FN_ASSERT(existing, "libs/core/app_info", 1, "core::AppInfo::instance", "initialized")) {
+    if (!FN_ASSERT(existing, fn::sites::applicationIsKnown)) {
         throw fn::with(fn::RuntimeException("The application is not known: AppInfo::initialize has not been called"),
             fn::DetailInfo { fn::String(appVariable) + ": " + fn::Environment::get(appVariable).value_or("not set") });
     }

@@ -6,10 +6,6 @@
 #include <optional>
 
 namespace core {
-namespace {
-constexpr auto AssertionFile = "libs/core/g_main_context_integration";
-}
-
 /// The cycle, with one wait out at a time:
 ///
 ///     doPrepare --task--> pool waits --wake-up--> pollDone ---> doCheck, which dispatches ---> doPrepare of the next turn
@@ -100,7 +96,7 @@ void GMainContextIntegration::init(fn::uv::Loop& loop)
 
 void GMainContextIntegration::quit()
 {
-    if (!FN_ASSERT(_refCount > 0, AssertionFile, 1, "quit", "_refCount > 0")) return;
+    if (!FN_ASSERT(_refCount > 0, fn::sites::integrationIsRunning)) return;
     if (--_refCount == 0) delete std::exchange(_instance, nullptr);
 }
 

@@ -14,8 +14,6 @@ using platform::ES_SYSTEM_REQUIRED;
 using platform::SetThreadExecutionState;
 
 constexpr auto site = "libs/core/sleep_preventer";
-constexpr auto onMainThread = "Function must be called on main thread";
-
 /// Of one process, and of the thread of its run loop.
 struct Holders {
     int count = 0;
@@ -36,7 +34,7 @@ const fn::logging::Category& category()
 
 void addHolder()
 {
-    (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 1, "SleepPreventer", onMainThread);
+    (void)FN_ASSERT(fn::RunLoop::currentLoop(), fn::sites::preventerBeginsOnLoop);
     if (++holders().count > 1) return;
     auto& previousState = holders().previousState;
     previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_AWAYMODE_REQUIRED);
@@ -53,7 +51,7 @@ SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept { retu
 
 SleepPreventer::~SleepPreventer()
 {
-    (void)FN_ASSERT(fn::RunLoop::currentLoop(), site, 2, "~SleepPreventer", onMainThread);
+    (void)FN_ASSERT(fn::RunLoop::currentLoop(), fn::sites::preventerEndsOnLoop);
     if (--holders().count > 0) return;
     const auto previousState = holders().previousState;
     SetThreadExecutionState(previousState != 0 ? previousState : ES_CONTINUOUS);

@@ -15,8 +15,6 @@ namespace {
 // Less, and a large message takes longer than a participant may be silent.
 constexpr std::size_t leastSocketBytes = 512;
 
-constexpr auto site = "libs/core/simulation/world";
-
 } // namespace
 
 World::World(Decisions& decisions, Options options) : _decisions(decisions), _options(options)
@@ -100,7 +98,7 @@ void World::runFor(fn::Duration time)
 /// One turn of one process. False: nobody will ever have one again.
 bool World::turn()
 {
-    FN_ASSERT(!Process::current(), site, 1, "turn", "a world is not run by its own processes");
+    FN_ASSERT(!Process::current(), fn::sites::worldIsRunFromOutside);
     auto* process = choose();
     while (!process) {
         if (!passTime()) return false;

@@ -12,8 +12,6 @@
 namespace fn {
 namespace {
 
-constexpr auto AssertionFile = "libs/foundation/thread_pool";
-
 /// What GLib's queue carries. The queue orders what the threads do, but by locks that ThreadSanitizer can not see; the
 /// atomics here and in the pool say the same once more.
 struct Job {
@@ -75,7 +73,7 @@ void ThreadPool::Private::schedule(Task task)
     auto job = std::make_unique<Job>();
     job->task = std::move(task);
     const std::lock_guard guard(_lock);
-    if (!FN_ASSERT(_pool, AssertionFile, 1, "schedule", "Can not schedule task on stopped thread pool")) return;
+    if (!FN_ASSERT(_pool, sites::poolTakesTasks)) return;
     ++_unfinished;
     job->isGiven.store(true, std::memory_order_release);
     g_thread_pool_push(_pool, job.release(), nullptr); // Fails only where it would have to start a thread.
@@ -99,7 +97,7 @@ void ThreadPool::Private::stop()
     }
     if (!pool) return;
     g_thread_pool_free(pool, FALSE, TRUE);
-    FN_ASSERT(_unfinished == 0, AssertionFile, 2, "stop", "_unfinished == 0");
+    FN_ASSERT(_unfinished == 0, sites::poolHasFinished);
 }
 
 ThreadPool::ThreadPool(int threads) : _private(std::make_unique<Private>(threads)) { }

@@ -14,8 +14,6 @@ namespace {
 // (what becomes due during those is seen in the next one: the wait before it is cut short).
 constexpr auto knownTimeMargin = Duration::milliseconds(2);
 
-constexpr auto AssertionFile = "libs/foundation/uv/loop";
-
 void ignoreBrokenPipes()
 {
     // A peer that is gone shows as an error of the write.
@@ -140,12 +138,11 @@ bool Loop::Private::mayTouch() const noexcept
 
 void Loop::Private::run()
 {
-    if (!FN_ASSERT(!_ended, AssertionFile, 3, "run", "a loop that is being destroyed does not run")) return;
+    if (!FN_ASSERT(!_ended, sites::loopIsThere)) return;
     const auto thread = std::this_thread::get_id();
     const auto previousThread = _thread.exchange(thread);
     auto* const previousLoop = internal::exchangeCurrentLoop(&_owner);
-    FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, AssertionFile, 1, "run",
-        "one thread runs the loop");
+    FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, sites::loopHasOneThread);
     if (!_system) [[likely]] {
         while (!takeStop()) turn();
     } else {
@@ -178,8 +175,7 @@ void Loop::Private::wake()
     if (!_system) [[likely]]
         uv_async_send(&_wake);
     else
-        FN_ASSERT(
-            _system == System::current(), AssertionFile, 4, "wake", "a simulated loop is its own process's alone");
+        FN_ASSERT(_system == System::current(), sites::loopIsOfThisProcess);
 }
 
 void Loop::Private::post(Task task)
@@ -360,7 +356,7 @@ void Loop::Private::closeHandles()
     };
     uv_walk(&_uv, close, nullptr);
     while (uv_run(&_uv, UV_RUN_DEFAULT) != 0) { }
-    FN_ASSERT(uv_loop_close(&_uv) == 0, AssertionFile, 2, "closeHandles", "uv_loop_close(&_uv) == 0");
+    FN_ASSERT(uv_loop_close(&_uv) == 0, sites::loopIsClosed);
 }
 
 Loop::Loop() : Loop(Clock::system()) { }

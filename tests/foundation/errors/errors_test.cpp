@@ -80,13 +80,15 @@ TEST_F(Hooks, LogABrokenInvariantAndGoOn)
 {
     fn::setAssertionHook(nullptr);
     int evaluations = 0;
-    EXPECT_TRUE(FN_ASSERT(++evaluations == 1, "libs/a", 1, "f", "fine"));
-    EXPECT_FALSE(FN_ASSERT(++evaluations == 1, "libs/a", 2, "f", "broken"));
+    static constexpr fn::AssertionSite broken { "libs/a", 2, "f", "broken" };
+    EXPECT_TRUE(FN_ASSERT(++evaluations == 1, broken));
+    EXPECT_FALSE(FN_ASSERT(++evaluations == 1, broken));
     EXPECT_THAT(log.lines(), ElementsAre("1 core.assertion Assertion failed " + here + "broken (libs/a:2, f)"));
 
-    const BadSink sink([] { (void)FN_ASSERT(false, "libs/a", 3, "g", "within"); }); // Breaks one itself.
+    static constexpr fn::AssertionSite within { "libs/a", 3, "g", "within" };
+    const BadSink sink([] { (void)FN_ASSERT(false, within); }); // Breaks one itself.
     testing::internal::CaptureStderr();
-    (void)FN_ASSERT(false, "libs/a", 4, "f", "outer");
+    (void)FN_ASSERT(false, broken);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("within"));
     EXPECT_EQ(log.lines().size(), 2u);
 }

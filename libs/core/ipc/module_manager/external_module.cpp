@@ -33,7 +33,7 @@ ExternalModule::~ExternalModule() = default;
 
 void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 {
-    if (!FN_ASSERT(!_process, site, 52, "launch", "!_process")) {
+    if (!FN_ASSERT(!_process, fn::sites::moduleRunsOnce)) {
         throw fn::RuntimeException("The process of module " + name() + " is still running");
     }
     _process = fn::makeAuto<fn::uv::Process>(dispatcher.loop());

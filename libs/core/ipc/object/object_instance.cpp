@@ -134,7 +134,7 @@ void ObjectInstance::releaseUsage(std::int32_t count)
     // A dispatcher that releases more than it was sent must not take away what others hold.
     const auto due = std::min(count, _usageCount);
     for (std::int32_t i = 0; i < due; ++i) decreaseUsageCount();
-    FN_ASSERT(count >= 0 && count == due, "libs/core/ipc/worker", 169, "onMessage", "instance");
+    FN_ASSERT(count >= 0 && count == due, fn::sites::releasedInstanceIsHeld);
 }
 
 } // namespace ipc

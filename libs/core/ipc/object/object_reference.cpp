@@ -120,7 +120,7 @@ void ObjectReference::onObjectDead() { }
 
 void ObjectReference::increaseUsageCount()
 {
-    if (!FN_ASSERT(!_instance, "libs/core/ipc/object", 72, "increaseUsageCount", "!_instance")) return;
+    if (!FN_ASSERT(!_instance, fn::sites::onlyRemoteIsCounted)) return;
     ++_usageCount;
 }
 

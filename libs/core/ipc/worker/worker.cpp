@@ -14,8 +14,6 @@
 namespace ipc {
 namespace {
 
-constexpr const char* site = "libs/core/ipc/worker";
-
 // So long a worker that ends waits for the dispatcher to see it. One that is alive takes a part of a millisecond.
 constexpr auto closingTime = fn::Duration::milliseconds(200);
 
@@ -242,7 +240,7 @@ void Worker::onInstanceRelease(const MessageView& message)
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     const auto count = message.integer<std::int32_t>(field::USAGE_COUNT);
     const auto instance = _objectManager->instance(objectId);
-    if (!FN_ASSERT(instance, site, 169, "onMessage", "instance")) return;
+    if (!FN_ASSERT(instance, fn::sites::releasedInstanceIsHeld)) return;
     instance->releaseUsage(count);
     _idleTermination->scheduleTermination();
 }

@@ -11,9 +11,7 @@ bool isOnePlaneOfPixels(Image::Format format)
 {
     return FN_ASSERT(format != Image::Format::JPEG && format != Image::Format::YUV_420
             && format != Image::Format::YUV_422 && format != Image::Format::YUV_444,
-        "libs/core/image", 117, "BufferImage",
-        "format != Image::Format::JPEG && format != Image::Format::YUV_420 && format != Image::Format::YUV_422 && "
-        "format != Image::Format::YUV_444");
+        fn::sites::imageHasPixels);
 }
 
 fn::ByteArray copyOfPlane(const Image& image, unsigned int plane)

@@ -151,7 +151,7 @@ void formatEntry(Buffer& entry, const fn::DateTime& local, const fn::logging::Me
 
 FormattedSink::FormattedSink(fn::AutoPtr<fn::LogTarget> target) : _target(std::move(target))
 {
-    (void)FN_ASSERT(_target, "libs/core/logging_profile", 3, "FormattedSink", "target");
+    (void)FN_ASSERT(_target, fn::sites::formattedSinkHasTarget);
 }
 
 FormattedSink::~FormattedSink() = default;

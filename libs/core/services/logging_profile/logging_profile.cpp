@@ -52,7 +52,7 @@ bool LoggingProfile::hasFilter(const fn::String& text) const
 
 void LoggingProfile::setSink(fn::AutoPtr<fn::logging::Sink> sink)
 {
-    if (!FN_ASSERT(sink, "libs/core/logging_profile", 1, "setSink", "sink")) return;
+    if (!FN_ASSERT(sink, fn::sites::profileHasSink)) return;
     _sink = std::move(sink);
 }
 

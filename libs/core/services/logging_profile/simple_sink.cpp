@@ -5,7 +5,7 @@ namespace core {
 
 SimpleSink::SimpleSink(fn::AutoPtr<fn::LogTarget> target) : _target(std::move(target))
 {
-    (void)FN_ASSERT(_target, "libs/core/logging_profile", 2, "SimpleSink", "target");
+    (void)FN_ASSERT(_target, fn::sites::simpleSinkHasTarget);
 }
 
 SimpleSink::~SimpleSink() = default;

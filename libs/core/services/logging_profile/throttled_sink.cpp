@@ -5,7 +5,7 @@ namespace core {
 
 ThrottledSink::ThrottledSink(fn::AutoPtr<fn::logging::Sink> sink) : _sink(std::move(sink))
 {
-    (void)FN_ASSERT(_sink, "libs/core/logging_profile", 4, "ThrottledSink", "sink");
+    (void)FN_ASSERT(_sink, fn::sites::throttledSinkHasSink);
 }
 
 ThrottledSink::~ThrottledSink() = default;

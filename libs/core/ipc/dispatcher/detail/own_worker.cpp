@@ -14,8 +14,7 @@ namespace ipc {
 void Hub::workerDidConnect(Worker& worker)
 {
     _registry = fn::makeAuto<RegistryImpl>(worker);
-    FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, "libs/core/ipc/dispatcher", 100, "workerDidConnect",
-        "this->_registry->objectId() == REGISTRY_OBJECT_ID");
+    FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, fn::sites::registryIsFirst);
     // Not before its calls that are still under way have been handled.
     worker.objectManager()->onWorkerDied().connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
     WorkerObjectManager::makeLocal(fn::AutoPtr<ObjectReference>(worker.registry()), _registry);

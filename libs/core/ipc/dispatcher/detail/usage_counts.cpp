@@ -6,8 +6,6 @@
 namespace ipc {
 namespace {
 
-constexpr const char* site = "libs/core/ipc/dispatcher";
-
 template <typename Receivers> auto lowerBound(Receivers& receivers, WorkerId workerId)
 {
     return std::lower_bound(receivers.begin(), receivers.end(), workerId,
@@ -134,24 +132,21 @@ std::optional<UsageCounts::Release> UsageCounts::takeRelease(Entries::iterator e
 {
     const Release due { entry->first, entry->second.sent };
     erase(entry);
-    if (!FN_ASSERT(due.count > 0, site, 177, "releaseInstance", "info != _instanceUsageCount.end()"))
-        return std::nullopt;
+    if (!FN_ASSERT(due.count > 0, fn::sites::releasedIsCounted)) return std::nullopt;
     return due;
 }
 
 UsageCounts::Outcome UsageCounts::release(
     WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due)
 {
-    constexpr auto function = "onReferenceRelease";
     const auto found = _entries.find(objectId);
     const bool isReferenced = found != _entries.end() && !found->second.receivers.empty();
-    if (!FN_ASSERT(isReferenced, site, 229, function, "ref != _referenceUsageCount.end()")) return Outcome::NoEntry;
+    if (!FN_ASSERT(isReferenced, fn::sites::objectIsReferenced)) return Outcome::NoEntry;
     auto& receivers = found->second.receivers;
     const auto holder = find(receivers, worker);
-    if (!FN_ASSERT(holder != receivers.end(), site, 235, function, "count != ref->second.end()"))
-        return Outcome::NoEntry;
+    if (!FN_ASSERT(holder != receivers.end(), fn::sites::workerHoldsObject)) return Outcome::NoEntry;
     const bool isCovered = count >= 0 && holder->count >= static_cast<std::uint32_t>(count);
-    if (!FN_ASSERT(isCovered, site, 236, function, "count->second >= usageCount")) return Outcome::BadCount;
+    if (!FN_ASSERT(isCovered, fn::sites::workerHoldsAsMany)) return Outcome::BadCount;
 
     holder->count -= static_cast<std::uint32_t>(count);
     if (holder->count > 0) return Outcome::Done;

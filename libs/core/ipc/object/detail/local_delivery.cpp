@@ -35,7 +35,7 @@ fn::Value replace(const fn::Value& value)
         auto* instance = dynamic_cast<ObjectInstance*>(value.objectPointer());
         if (!instance) return value;
         const auto reference = instance->localReference();
-        FN_ASSERT(reference, "libs/core/ipc/object", 15, "replaceInstanesWithReferences", "o->localReference()");
+        FN_ASSERT(reference, fn::sites::instanceHasReference);
         return reference;
     }
     if (value.isMap()) {

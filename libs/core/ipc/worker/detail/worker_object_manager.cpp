@@ -83,8 +83,7 @@ void WorkerObjectManager::close()
 
 ObjectId WorkerObjectManager::nextObjectId()
 {
-    if (!FN_ASSERT(_workerId != NO_WORKER_ID, site, 207, "nextObjectId",
-            "Worker must be connected before ObjectInstances can be created")) {
+    if (!FN_ASSERT(_workerId != NO_WORKER_ID, fn::sites::workerIsConnected)) {
         return (_nextEarlySequence++ << 16) + NO_WORKER_ID;
     }
     return (_nextSequence++ << 16) + _workerId;
@@ -94,7 +93,7 @@ void WorkerObjectManager::registerInstance(ObjectInstance& instance) { _instance
 
 void WorkerObjectManager::unregisterInstance(ObjectInstance* instance)
 {
-    if (!FN_ASSERT(instance, site, 236, "objectInstanceGone", "instance")) return;
+    if (!FN_ASSERT(instance, fn::sites::endingInstanceIsThere)) return;
     const auto found = _instances.find(instance->objectId());
     if (found != _instances.end() && found->second == instance) _instances.erase(found);
 }
@@ -108,7 +107,7 @@ void WorkerObjectManager::registerReference(ObjectReference& reference)
 
 void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 {
-    if (!FN_ASSERT(reference, site, 245, "objectReferenceGone", "reference")) return;
+    if (!FN_ASSERT(reference, fn::sites::endingReferenceIsThere)) return;
     const auto objectId = reference->objectId();
     std::erase(_displaced, reference);
     const auto table = _references.find(ownerOf(objectId));
@@ -299,7 +298,7 @@ fn::Value WorkerObjectManager::decodeExtension(std::int8_t type, std::uint32_t s
 {
     switch (type) {
     case extension::OBJECT:
-        if (!FN_ASSERT(size == sizeof(ObjectId), site, 377, "deserializeValue", "size == sizeof(ObjectId)")) return {};
+        if (!FN_ASSERT(size == sizeof(ObjectId), fn::sites::objectIdHasItsSize)) return {};
         return decodeObject(readObjectId(stream));
     case extension::FRACTION: return core::Fraction::deserialize(stream);
     case extension::TYPED_BYTE_ARRAY: return core::TypedByteArray::deserialize(stream);
@@ -311,7 +310,7 @@ fn::Value WorkerObjectManager::decodeObject(ObjectId objectId)
 {
     if (ownerOf(objectId) == _workerId) {
         const auto own = instance(objectId);
-        if (!FN_ASSERT(own, site, 384, "deserializeValue", "i")) return {};
+        if (!FN_ASSERT(own, fn::sites::ownObjectIsThere)) return {};
         return own->localReference();
     }
     const auto known = reference(objectId);
