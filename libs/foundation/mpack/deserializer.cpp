@@ -1,7 +1,8 @@
 #include "foundation/mpack/deserializer.h"
 #include "base/exceptions.h"
 #include "foundation/io/limited_input_stream.h"
-#include "foundation/mpack/format.h"
+#include "foundation/mpack/codes.h"
+#include "foundation/mpack/timestamp_form_private.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 

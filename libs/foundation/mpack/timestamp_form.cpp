@@ -1,7 +1,8 @@
 #include "base/exceptions.h"
 #include "foundation/io/input_stream.h"
 #include "foundation/io/output_stream.h"
-#include "foundation/mpack/format.h"
+#include "foundation/mpack/codes.h"
+#include "foundation/mpack/timestamp_form_private.h"
 
 namespace fn::mpack {
 namespace {

@@ -1,7 +1,7 @@
 #include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/limits.h"
 #include "foundation/mpack/deserializer.h"
-#include "foundation/mpack/format.h"
+#include "foundation/mpack/codes.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/value_map.h"
 #include <algorithm>

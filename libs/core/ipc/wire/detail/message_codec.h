@@ -2,7 +2,7 @@
 #include "core/ipc/wire/detail/frame_output_stream.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/io/memory_input_stream.h"
-#include "foundation/mpack/format.h"
+#include "foundation/mpack/codes.h"
 #include "foundation/value.h"
 #include <array>
 #include <concepts>

@@ -1,14 +1,8 @@
 #pragma once
-#include "foundation/time/timestamp.h"
 #include <bit>
 #include <concepts>
 #include <cstdint>
 #include <cstring>
-
-namespace fn {
-class InputStream;
-class OutputStream;
-} // namespace fn
 
 namespace fn::mpack {
 
@@ -36,13 +30,5 @@ template <std::unsigned_integral T> T bigEndian(T value) noexcept
     if constexpr (std::endian::native == std::endian::little && sizeof(T) > 1) value = std::byteswap(value);
     return value;
 }
-
-/// Length of the shortest body that holds the timestamp: 4, 8 or 12 bytes.
-std::uint32_t timestampBytes(Timestamp timestamp) noexcept;
-void writeTimestamp(Timestamp timestamp, OutputStream& stream);
-
-/// A body of `size` bytes; fractions of a microsecond are dropped. What is no timestamp, or beyond what one holds:
-/// `fn::DataFormatException`.
-Timestamp readTimestamp(std::uint32_t size, InputStream& stream);
 
 } // namespace fn::mpack
