@@ -25,9 +25,10 @@ void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
     _bytes += size; // At last: what found no memory is not counted.
 }
 
-// The only write of a turn keeps its own memory. What has been given to the system must not move: a full block is followed
-// by another one, larger as more is written. One behind a write of its own begins small: where large and small ones take
-// turns, no block is ever filled.
+// Small writes of one turn are joined in blocks, so that the system is given few parts. A write that is alone in its turn keeps
+// its own memory and is not copied. The memory of a block must not move once the system has been given it; where a block is
+// full, another block follows, and each is twice as large as the one before it. A block that follows a large write begins with
+// the size of its first small write: where large and small writes alternate, blocks would stay nearly empty.
 bool WriteQueue::join(const ByteArray& bytes)
 {
     if (_entries.empty()) return false;

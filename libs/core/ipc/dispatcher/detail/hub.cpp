@@ -317,10 +317,11 @@ void Hub::workerDied(const Connection& connection)
     if (_dying.size() == 1) endFirstDying();
 }
 
-/// Drops a part of what is counted for who died first, and tells everybody behind the last part: releases come before the
-/// notice, and deaths in their order. A small death is one part; between those of a large one others' messages are
-/// handled, to which its references count as not yet released. What they list of its objects meanwhile makes it no
-/// longer: nobody holds up the notices.
+/// Takes the worker that died first, and drops one part of what is counted for it. Behind the last part everybody is told of
+/// the death: the releases thus leave before the notice, and deaths are told in their order. The death of a worker with few
+/// objects is a single part. Between the parts of a large one the loop handles messages of other workers; for them the
+/// objects that are left count as before. What those messages list anew of the dead worker's objects is not waited for, so
+/// that nobody can hold up the notices.
 void Hub::endFirstDying()
 {
     const auto connection = _dying.front().connection;

@@ -58,11 +58,13 @@ public:
     /// `worker` releases `count` of the messages that brought it the object.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops what the dead worker held and owned, at most so many objects of it: in parts the rest counts as before
-    /// meanwhile. What must be released to other owners now.
+    /// Drops what is counted for a dead worker: the objects that it owned, and its uses of others' objects. At most `most`
+    /// objects in one call; those that are left count as before until the next call. Gives the releases that other owners must
+    /// be sent now.
     std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
 
-    /// How many objects are counted that the worker holds or owns. Others can make those of a dead one more.
+    /// How many objects are counted that the worker holds or owns. For a dead worker the number can still grow: messages of
+    /// others may list its objects.
     std::size_t concerned(WorkerId worker) const;
 
     /// Drops what was counted under an id after its death, when the id is given out again.

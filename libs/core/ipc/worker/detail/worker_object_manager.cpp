@@ -1,18 +1,11 @@
 #include "core/ipc/worker/detail/worker_object_manager.h"
 #include "base/exceptions.h"
-#include "core/ipc/limits.h"
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/wire/detail/extension_data.h"
-#include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/worker/detail/worker_link.h"
 #include "core/ipc/worker/worker.h"
-#include "core/services/fraction.h"
-#include "core/services/typed_byte_array.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
-#include "foundation/mpack/deserializer.h"
-#include "foundation/time/timestamp.h"
 #include <algorithm>
 
 namespace ipc {
@@ -32,28 +25,6 @@ const fn::String& plainClassName()
 {
     static const fn::String name = ObjectReference::classNameOf<ObjectReference>();
     return name;
-}
-
-/// The reference that stands for a value's object on the wire.
-fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
-{
-    auto* object = value.objectPointer();
-    if (auto* reference = dynamic_cast<ObjectReference*>(object)) return fn::AutoPtr(reference);
-    auto reference = dynamic_cast<ObjectInstance&>(*object).localReference();
-    if (!reference) throw fn::RuntimeException("An object can not be sent any more: it is being destroyed");
-    return reference;
-}
-
-[[noreturn]] void throwUnsupported(const fn::Value& value)
-{
-    throw fn::with(fn::DataFormatException("Unsupported value type"), fn::DetailInfo { value.detailInfo() });
-}
-
-fn::String describe(const WorkerObjectManager* manager)
-{
-    if (!manager) return "no worker";
-    return manager->isAlive() ? fmt::format("worker {} ({})", manager->workerId(), manager->worker().displayName())
-                              : fmt::format("worker {}", manager->workerId());
 }
 
 } // namespace
@@ -146,179 +117,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
     if (found == table->second.end() || !found->second->tryRetain()) return {};
     return fn::AutoPtr<ObjectReference>::adopt(found->second);
 }
-
-// --- Encoding
-
-void WorkerObjectManager::send(WorkerId target, ObjectId objectId, const fn::Value& payload)
-{
-    sendPayload(target, objectId, [&](auto& serializer) { serializer.serialize(payload); });
-}
-
-void WorkerObjectManager::send(WorkerId target, ObjectId objectId, MessageFields payload)
-{
-    sendPayload(target, objectId, [&](auto& serializer) { serializer.serializeMap(payload); });
-}
-
-template <typename Write> void WorkerObjectManager::sendPayload(WorkerId target, ObjectId objectId, Write write)
-{
-    if (!_link) return;
-    const auto self = [this, &write](fn::OutputStream& stream) { return encode(stream, write); };
-    countSent(_link->sendMessage(target, objectId, self));
-}
-
-/// Has `write(fn::mpack::Serializer&)` encode a payload into `stream`. Gives the shared objects that it mentions, by ObjectId,
-/// with their class names; nil if there is none.
-template <typename Write> fn::Value WorkerObjectManager::encode(fn::OutputStream& stream, Write& write)
-{
-    fn::Value objects;
-    const Scope scope(_objects, objects);
-    fn::mpack::Serializer serializer(stream, this);
-    serializer.setMaxValues(limits::payloadValues);
-    write(serializer);
-    return objects;
-}
-
-/// The worker's own instances among `objects` have been sent once more.
-void WorkerObjectManager::countSent(const fn::Value& objects)
-{
-    if (objects.size() == 0) return;
-    for (const auto& [key, className] : objects.entries()) {
-        if (const auto sent = instance(key.to<ObjectId>())) sent->increateUsageCount();
-    }
-}
-
-void WorkerObjectManager::checkSendable(const fn::Value& value) const
-{
-    if (value.isBoxed<core::Fraction>() || value.isBoxed<core::TypedByteArray>() || value.isBoxed<fn::Timestamp>())
-        return;
-    if (!value.isObject()) throwUnsupported(value);
-    const auto* object = value.objectPointer();
-    if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
-        checkOwner(reference->_manager.get());
-    else if (const auto* instance = dynamic_cast<const ObjectInstance*>(object))
-        checkOwner(instance->_manager.get());
-    else
-        throwUnsupported(value);
-}
-
-void WorkerObjectManager::checkOwner(const WorkerObjectManager* owner) const
-{
-    if (owner == this) return;
-    throw fn::RuntimeException(fmt::format("An object of {} can not be sent by {}", describe(owner), describe(this)));
-}
-
-std::int8_t WorkerObjectManager::typeForValue(const fn::Value& value)
-{
-    if (value.isObject()) {
-        const auto* object = value.objectPointer();
-        if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
-            return reference->_isOutdated ? fn::mpack::typeNil : extension::OBJECT;
-        return dynamic_cast<const ObjectInstance*>(object) ? extension::OBJECT : -1;
-    }
-    if (value.isBoxed<core::Fraction>()) return extension::FRACTION;
-    if (value.isBoxed<core::TypedByteArray>()) return extension::TYPED_BYTE_ARRAY;
-    return -1;
-}
-
-std::uint32_t WorkerObjectManager::serializedLengthForValue(const fn::Value& value)
-{
-    return value.isObject() ? sizeof(ObjectId) : ValueSerializer::serializedLengthForValue(value);
-}
-
-void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStream& stream)
-{
-    if (value.isBoxed<core::Fraction>()) {
-        value.boxed<core::Fraction>().serialize(stream);
-    } else if (value.isBoxed<core::TypedByteArray>()) {
-        value.boxed<core::TypedByteArray>().serialize(stream);
-    } else {
-        const auto reference = referenceFor(value);
-        requireConnectedOwner(reference->objectId());
-        checkOwner(reference->_manager.get());
-        writeObjectId(stream, reference->objectId());
-        if (_objects->has(reference->objectId())) return;
-        if (reference->local() && reference->_instance->usageCount() >= std::int32_t(limits::uses)) {
-            throw fn::RangeException("An object has been sent more often than can be counted");
-        }
-        _objects->set(reference->objectId(), reference->className());
-    }
-}
-
-// --- Decoding
-
-WorkerObjectManager::Decoded WorkerObjectManager::decode(const MessageView& message)
-{
-    if (!message.has(field::PAYLOAD)) return {};
-    auto objects = message.mentionsObjects() ? message.required(field::OBJECTS) : fn::Value();
-    auto stream = message.payload();
-    const Scope scope(_objects, objects);
-    std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
-    const Scope madeScope(_made, made);
-    Decoded decoded;
-    const Scope failureScope(_failure, decoded.failure);
-    try {
-        fn::mpack::Deserializer deserializer(stream, this);
-        deserializer.setMaxValues(limits::payloadValues);
-        if (auto value = deserializer.deserialize()) decoded.payload = std::move(*value);
-    } catch (...) {
-        countReceived(objects);
-        throw;
-    }
-    countReceived(objects);
-    return decoded;
-}
-
-/// The dispatcher has counted what is listed: either a reference releases it one day, or there is none to do that.
-void WorkerObjectManager::countReceived(const fn::Value& objects)
-{
-    if (objects.size() == 0) return;
-    for (const auto& [key, className] : objects.entries()) {
-        const auto objectId = key.to<ObjectId>();
-        if (ownerOf(objectId) == _workerId) continue;
-        if (const auto received = reference(objectId)) {
-            if (!received->local()) received->increaseUsageCount(); // A stranger can name what is not shared.
-        } else if (!_deadWorkers.contains(ownerOf(objectId))) {
-            sendRelease(objectId, 1);
-        }
-    }
-}
-
-/// What fails takes nothing from the rest: its message may be a call, whose caller is to hear of it.
-fn::Value WorkerObjectManager::deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
-{
-    try {
-        return decodeExtension(type, size, stream);
-    } catch (...) {
-        if (!*_failure) *_failure = std::current_exception();
-        return {};
-    }
-}
-
-fn::Value WorkerObjectManager::decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
-{
-    switch (type) {
-    case extension::OBJECT:
-        if (!FN_ASSERT(size == sizeof(ObjectId), fn::sites::objectIdHasItsSize)) return {};
-        return decodeObject(readObjectId(stream));
-    case extension::FRACTION: return core::Fraction::deserialize(stream);
-    case extension::TYPED_BYTE_ARRAY: return core::TypedByteArray::deserialize(stream);
-    default: return {};
-    }
-}
-
-fn::Value WorkerObjectManager::decodeObject(ObjectId objectId)
-{
-    if (ownerOf(objectId) == _workerId) {
-        const auto own = instance(objectId);
-        if (!FN_ASSERT(own, fn::sites::ownObjectIsThere)) return {};
-        return own->localReference();
-    }
-    const auto known = reference(objectId);
-    if (known && !isOutgrown(*known)) return known;
-    auto created = createReference(objectId, known ? known->className() : _objects->get(objectId).asString());
-    if (created) _made->push_back(created);
-    return created;
-}
+// --- References by class
 
 /// A plain one whose class has been registered since.
 bool WorkerObjectManager::isOutgrown(const ObjectReference& reference) const
