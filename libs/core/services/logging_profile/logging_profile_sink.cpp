@@ -24,47 +24,18 @@ constexpr std::string_view memoryName = "memory";
 
 } // namespace
 
-/// Keeps the generation that was current when it was made, and all later ones.
-class LoggingProfileSink::Reading {
-public:
-    explicit Reading(const LoggingProfileSink& sink) : _readers(sink._readers)
-    {
-        // The order matters: a reload that counts no readers has replaced the generation before it is taken here.
-        _readers.fetch_add(1, std::memory_order_seq_cst);
-        _generation = sink._current.load(std::memory_order_seq_cst);
-    }
-    Reading(const Reading&) = delete;
-    Reading& operator=(const Reading&) = delete;
-    ~Reading() { _readers.fetch_sub(1, std::memory_order_release); }
-
-    const Generation* operator->() const noexcept { return _generation; }
-
-private:
-    std::atomic<unsigned>& _readers;
-    const Generation* _generation;
-};
-
-LoggingProfileSink::LoggingProfileSink(const fn::String& baseName) : _baseName(baseName)
-{
-    publish(std::make_unique<Generation>());
-}
+LoggingProfileSink::LoggingProfileSink(const fn::String& baseName) : _baseName(baseName) { }
 
 LoggingProfileSink::~LoggingProfileSink() = default;
 
-void LoggingProfileSink::publish(std::unique_ptr<const Generation> generation)
+fn::ObjectVector<LoggingProfile> LoggingProfileSink::profiles() const { return _generation.read()->profiles; }
+
+LoggingProfileSink::Priority LoggingProfileSink::maxRootThreshold() const
 {
-    const std::lock_guard guard(_publishing);
-    _generations.push_back(std::move(generation));
-    _current.store(_generations.back().get(), std::memory_order_seq_cst);
-    // Not waited for: where threads log all the time, the count may never be seen at 0. The next reload tries again.
-    if (_readers.load(std::memory_order_seq_cst) == 0) _generations.erase(_generations.begin(), _generations.end() - 1);
+    return _generation.read()->maxRootThreshold;
 }
 
-fn::ObjectVector<LoggingProfile> LoggingProfileSink::profiles() const { return Reading(*this)->profiles; }
-
-LoggingProfileSink::Priority LoggingProfileSink::maxRootThreshold() const { return Reading(*this)->maxRootThreshold; }
-
-LoggingProfile::ThresholdMap LoggingProfileSink::maxThresholdMap() const { return Reading(*this)->maxThresholdMap; }
+LoggingProfile::ThresholdMap LoggingProfileSink::maxThresholdMap() const { return _generation.read()->maxThresholdMap; }
 
 bool LoggingProfileSink::isUsed(const LoggingProfile& profile) const
 {
@@ -74,7 +45,7 @@ bool LoggingProfileSink::isUsed(const LoggingProfile& profile) const
 int LoggingProfileSink::threshold(const fn::logging::Category& category) const
 {
     int highest = 0;
-    const Reading generation(*this);
+    const auto generation = _generation.read();
     for (const auto& profile : generation->profiles) {
         if (isUsed(*profile)) highest = std::max<int>(highest, profile->threshold(category));
     }
@@ -83,7 +54,7 @@ int LoggingProfileSink::threshold(const fn::logging::Category& category) const
 
 void LoggingProfileSink::logMessage(const fn::logging::Category& category, const fn::logging::Message& message)
 {
-    const Reading generation(*this);
+    const auto generation = _generation.read();
     for (const auto& profile : generation->profiles) {
         if (isUsed(*profile)) profile->log(category, message);
     }
@@ -98,7 +69,7 @@ void LoggingProfileSink::setAllowVerboseLogging(bool allow)
 void LoggingProfileSink::reload(const fn::String& directory)
 {
     try {
-        auto generation = std::make_unique<Generation>();
+        auto generation = std::make_shared<Generation>();
         generation->profiles = loadProfiles(directory);
         filterProfiles(generation->profiles);
         for (const auto& profile : generation->profiles) {
@@ -108,7 +79,7 @@ void LoggingProfileSink::reload(const fn::String& directory)
                 highest = std::max(highest, priority);
             }
         }
-        publish(std::move(generation));
+        _generation.replace(std::move(generation));
         fn::logging::CategoryManager::instance().reload();
     } catch (...) {
         fn::unhandledException();

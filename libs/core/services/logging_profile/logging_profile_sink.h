@@ -3,9 +3,9 @@
 #include "core/services/logging_profile/logging_profile.h"
 #include "foundation/logging/log_target.h"
 #include "foundation/logging/sink.h"
+#include "foundation/system/published.h"
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 namespace core {
 
@@ -45,24 +45,17 @@ private:
         Priority maxRootThreshold = static_cast<Priority>(0);
         LoggingProfile::ThresholdMap maxThresholdMap;
     };
-    class Reading;
 
     ~LoggingProfileSink() override;
     fn::ObjectVector<LoggingProfile> loadProfiles(const fn::String& directory) const;
     fn::AutoPtr<LoggingProfile> loadProfile(const fn::String& path) const;
     fn::AutoPtr<fn::LogTarget> createTarget(const LoggingProfile& profile) const;
     static void filterProfiles(fn::ObjectVector<LoggingProfile>& profiles);
-    void publish(std::unique_ptr<const Generation> generation);
     bool isUsed(const LoggingProfile& profile) const;
 
     const fn::String _baseName;
     std::atomic<bool> _allowVerboseLogging { false };
-
-    std::atomic<const Generation*> _current;
-    mutable std::atomic<unsigned> _readers { 0 }; // Those that use some generation.
-    std::mutex _publishing;
-    // The current one last; the others wait until nobody reads. Guarded by _publishing.
-    std::vector<std::unique_ptr<const Generation>> _generations;
+    fn::Published<Generation> _generation { std::make_shared<Generation>() };
 };
 
 } // namespace core

@@ -1,6 +1,6 @@
 #pragma once
 #include "foundation/logging/category_manager.h"
-#include "foundation/logging/detail/published.h"
+#include "foundation/system/published.h"
 #include "foundation/uv/system.h"
 #include <map>
 #include <mutex>

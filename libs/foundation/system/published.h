@@ -4,10 +4,10 @@
 #include <thread>
 #include <utility>
 
-namespace fn::logging {
+namespace fn {
 
-/// An object that many threads read while one replaces it. Readers take a reference without ever waiting; the writer
-/// waits for those that are just taking one, not for what they do with it. (The standard library's atomic shared_ptr of
+/// An object that many threads read while others replace it. Readers take a reference without ever waiting; a writer
+/// waits for those that are just taking one, not for what they do with it. Thread-safe. (The standard library's atomic shared_ptr of
 /// this compiler locks, and in a way that ThreadSanitizer takes for a race.)
 template <typename T> class Published {
 public:
@@ -16,7 +16,6 @@ public:
     Published& operator=(const Published&) = delete;
     ~Published() { delete _slot.load(); }
 
-    /// Thread-safe.
     std::shared_ptr<const T> read() const
     {
         // The order matters: a writer that finds no reader has exchanged the slot before the reader loads it.
@@ -26,7 +25,6 @@ public:
         return object;
     }
 
-    /// By one thread at a time.
     void replace(std::shared_ptr<const T> object)
     {
         auto* next = new std::shared_ptr<const T>(std::move(object));
@@ -39,4 +37,4 @@ private:
     mutable std::atomic<unsigned> _readers { 0 };
 };
 
-} // namespace fn::logging
+} // namespace fn
