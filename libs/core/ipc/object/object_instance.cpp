@@ -4,7 +4,6 @@
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include <algorithm>
-#include <memory>
 
 namespace ipc {
 
@@ -50,11 +49,7 @@ ObjectInstance::~ObjectInstance()
 
 void ObjectInstance::deleteInstance()
 {
-    // Owned by the task: a loop that ends before it runs deletes the object all the same.
-    struct Deleter {
-        void operator()(ObjectInstance* instance) const { delete instance; }
-    };
-    loop().post([owned = std::unique_ptr<ObjectInstance, Deleter>(this)]() mutable { owned.reset(); });
+    loop().postDeletion([this] { delete this; });
 }
 
 Worker& ObjectInstance::worker() const { return _manager->worker(); }

@@ -7,7 +7,6 @@
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include "foundation/unhandled_exception.h"
-#include <memory>
 
 namespace ipc {
 
@@ -60,15 +59,10 @@ ObjectReference::~ObjectReference()
 
 void ObjectReference::deleteInstance()
 {
-    if (!_manager) {
+    if (!_manager)
         delete this;
-        return;
-    }
-    // Owned by the task: a loop that ends before it runs deletes the object all the same.
-    struct Deleter {
-        void operator()(ObjectReference* reference) const { delete reference; }
-    };
-    _manager->loop().post([owned = std::unique_ptr<ObjectReference, Deleter>(this)]() mutable { owned.reset(); });
+    else
+        _manager->loop().postDeletion([this] { delete this; });
 }
 
 fn::RunLoop& ObjectReference::loop() const { return _manager->loop(); }
