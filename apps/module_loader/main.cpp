@@ -1,6 +1,5 @@
 // The process of one module: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG. Started by the module manager.
 #include "core/ipc/module_entry_point.h"
-#include "foundation/logging/console_sink.h"
 #include "foundation/run_loop.h"
 #include "foundation/system/shared_library.h"
 #include <cerrno>

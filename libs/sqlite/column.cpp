@@ -17,8 +17,6 @@ std::int64_t Column::getInt64(std::int64_t defaultValue) const noexcept
     return isNull() ? defaultValue : sqlite3_column_int64(_statement, _index);
 }
 
-double Column::getDouble() const noexcept { return sqlite3_column_double(_statement, _index); }
-
 fn::String Column::getText() const
 {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(_statement, _index));

@@ -14,7 +14,6 @@ public:
     bool isNull() const noexcept;
     int getInt(int defaultValue = -1) const noexcept; ///< The default for NULL and for what an int does not hold.
     std::int64_t getInt64(std::int64_t defaultValue = -1) const noexcept; ///< The default for NULL.
-    double getDouble() const noexcept; ///< NULL is 0.
     fn::String getText() const; ///< NULL is "".
     fn::ByteArray getBlob() const; ///< NULL is no bytes.
 

@@ -1,6 +1,5 @@
 #pragma once
 #include "base/string.h"
-#include "foundation/duration.h"
 #include "sqlite/sqlite_exception.h"
 #include <memory>
 
@@ -11,7 +10,8 @@ class Connection;
 }
 
 /// A connection to a database file. Statements and transactions share it: it is closed when the last of them has gone.
-/// May be used from several threads, which then take turns; a transaction spans what all of them do.
+/// May be used from several threads, which then take turns; a transaction spans what all of them do. A statement waits
+/// 5 seconds for a lock that another connection holds (`pragma busy_timeout`).
 class FN_EXPORT Database {
 public:
     /// `flags` are those of sqlite3_open_v2. The file itself is read by the first statement only, so a file that is no
@@ -27,11 +27,7 @@ public:
     /// number of rows that they inserted, changed or deleted, without those that triggers and foreign keys touched.
     int execute(const fn::String& sql);
 
-    /// How long a statement waits for a lock that another connection holds. Initially 5 seconds.
-    void setBusyTimeout(fn::Duration timeout);
-
     bool isInTransaction() const noexcept; ///< Whoever has begun it.
-    std::int64_t lastInsertRowId() const; ///< Of the latest insert, by whichever thread; 0 before any.
 
 private:
     friend class Statement;

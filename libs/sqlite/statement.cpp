@@ -40,10 +40,6 @@ int Statement::execute()
 
 void Statement::reset() noexcept { sqlite3_reset(_statement.get()); }
 
-void Statement::clearBindings() noexcept { sqlite3_clear_bindings(_statement.get()); }
-
-int Statement::columnCount() const noexcept { return sqlite3_column_count(_statement.get()); }
-
 Column Statement::getColumn(int index) const
 {
     if (index >= 0 && index < sqlite3_data_count(_statement.get())) return Column(_statement.get(), index);
@@ -80,11 +76,6 @@ void Statement::bindAt(int index, std::nullptr_t)
 void Statement::bindInteger(int index, std::int64_t value)
 {
     bind([&](auto* statement) { return sqlite3_bind_int64(statement, index, value); });
-}
-
-void Statement::bindReal(int index, double value)
-{
-    bind([&](auto* statement) { return sqlite3_bind_double(statement, index, value); });
 }
 
 } // namespace sqlite

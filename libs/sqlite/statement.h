@@ -39,11 +39,9 @@ public:
 
     /// Goes back to the start; parameters keep what is bound to them.
     void reset() noexcept;
-    void clearBindings() noexcept; ///< All parameters become NULL.
 
     /// A column of the current row, counted from 0. No row, or no such column: `fn::RangeException`.
     Column getColumn(int index) const;
-    int columnCount() const noexcept;
 
     /// Sets a parameter, counted from 1; a statement that is under way is reset before. Text and bytes are copied.
     template <std::integral T> void bindAt(int index, T value)
@@ -51,14 +49,12 @@ public:
         static_assert(std::signed_integral<T> || sizeof(T) < 8, "SQLite's integers are signed");
         bindInteger(index, value);
     }
-    template <std::floating_point T> void bindAt(int index, T value) { bindReal(index, value); }
     void bindAt(int index, const fn::String& text);
     void bindAt(int index, const fn::ByteArray& bytes);
     void bindAt(int index, std::nullptr_t); ///< NULL.
 
 private:
     void bindInteger(int index, std::int64_t value);
-    void bindReal(int index, double value);
     template <typename Call> void bind(Call call);
 
     std::shared_ptr<internal::Connection> _connection;

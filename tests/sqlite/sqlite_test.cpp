@@ -62,7 +62,6 @@ TEST_F(SQLite, GivesValuesBackAsTheyWereBound)
         EXPECT_EQ(c.getInt(7), 7); // Not the lower half of the number.
         return c.getInt64();
     });
-    roundTrip(-0.1, "real", [](Column c) { return c.getDouble(); });
     for (const auto& text : { fn::String(), fn::String(std::string_view("a\0b", 3)), fn::String("\xFF\xFE") })
         roundTrip(text, "text", [](Column c) { return c.getText(); });
     for (const auto& bytes : { fn::ByteArray(), fn::ByteArray(1'000'000u) }) // No bytes are not NULL.
@@ -87,8 +86,6 @@ TEST_F(SQLite, CountsTheRowsThatItChangesAndStopsAtTheFirstStatementThatFails)
     Statement update(database, "update t set value = 1 where id = ?");
     update.bindAt(1, 3);
     EXPECT_EQ(failureOf([&] { update.execute(); }).first, Constraint);
-    update.clearBindings();
-    EXPECT_EQ(update.execute(), 0);
 }
 
 TEST_F(SQLite, ReadsColumnsOfTheCurrentRowOnlyAndLetsGoOfItsLocksBehindTheLast)
@@ -126,7 +123,7 @@ TEST_F(SQLite, KeepsAStatementUsableWhenItsDatabaseHasGone)
 TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
 {
     Database other(path, readWriteCreate);
-    other.setBusyTimeout(fn::Duration::milliseconds(50));
+    other.execute("pragma busy_timeout = 50");
     const Transaction writing(database);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(failureOf([&] { Transaction second(other); }).first, Busy) << "Not only where it writes.";

@@ -2,7 +2,6 @@
 #include "base/exceptions.h"
 #include "foundation/uv/system.h"
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <fmt/format.h>
 #include <sys/random.h>
@@ -10,11 +9,6 @@
 
 namespace fn {
 namespace {
-
-class RandomGenerator final : public UUIDGenerator {
-public:
-    UUID createOne() override;
-};
 
 void fillRandomly(std::span<unsigned char> bytes)
 {
@@ -26,7 +20,9 @@ void fillRandomly(std::span<unsigned char> bytes)
     }
 }
 
-UUID RandomGenerator::createOne()
+} // namespace
+
+UUID UUIDGenerator::createOne()
 {
     std::array<unsigned char, 16> bytes;
     fillRandomly(bytes);
@@ -42,22 +38,10 @@ UUID RandomGenerator::createOne()
     return UUID(std::string_view(text.data(), text.size()));
 }
 
-std::atomic<UUIDGenerator*> replacement = nullptr;
-
-} // namespace
-
-UUIDGenerator::~UUIDGenerator() = default;
-
 UUIDGenerator& UUIDGenerator::defaultGenerator()
 {
-    if (auto* generator = replacement.load(std::memory_order_acquire)) return *generator;
-    static RandomGenerator random;
-    return random;
-}
-
-void UUIDGenerator::setDefaultGenerator(UUIDGenerator* generator)
-{
-    replacement.store(generator, std::memory_order_release);
+    static UUIDGenerator generator;
+    return generator;
 }
 
 } // namespace fn

@@ -16,11 +16,8 @@ private:
 /// Makes random (version 4) UUIDs. Thread-safe.
 class FN_EXPORT UUIDGenerator {
 public:
-    virtual ~UUIDGenerator();
-    virtual UUID createOne() = 0;
+    UUID createOne();
     static UUIDGenerator& defaultGenerator();
-    /// Replaces the default generator (borrowed; null restores it): a run can be repeated with the same ids.
-    static void setDefaultGenerator(UUIDGenerator* generator);
 };
 
 } // namespace fn
