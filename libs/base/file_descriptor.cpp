@@ -59,10 +59,7 @@ int FileDescriptor::release() noexcept { return std::exchange(_descriptor, -1); 
 
 void FileDescriptor::sync()
 {
-    int result = -1;
-    do result = ::fsync(_descriptor);
-    while (result != 0 && errno == EINTR);
-    if (result != 0) posix::throwErrno(_path);
+    if (posix::uninterrupted([&] { return ::fsync(_descriptor); }) != 0) posix::throwErrno(_path);
 }
 
 void FileDescriptor::close()

@@ -13,31 +13,24 @@ int open(const String& path, int flags, int mode)
         errno = EINVAL;
         return -1;
     }
-    int descriptor = -1;
-    do descriptor = ::open(path.c_str(), flags | O_CLOEXEC, mode);
-    while (descriptor < 0 && errno == EINTR);
-    return descriptor;
+    return uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); });
 }
 
 std::ptrdiff_t read(int descriptor, void* data, std::size_t size)
 {
-    std::ptrdiff_t count = -1;
-    do count = ::read(descriptor, data, size);
-    while (count < 0 && errno == EINTR);
-    return count;
+    return uninterrupted([&] { return ::read(descriptor, data, size); });
 }
 
 std::ptrdiff_t write(int descriptor, const void* data, std::size_t size)
 {
-    std::ptrdiff_t count = -1;
-    do count = ::write(descriptor, data, size);
-    while (count < 0 && errno == EINTR);
-    return count;
+    return uninterrupted([&] { return ::write(descriptor, data, size); });
 }
 
 void throwErrno(const String& path, int error)
 {
     throw with(FileException(std::generic_category().message(error)), PathInfo { path }, ErrnoInfo { error });
 }
+
+void fail(const String& message, int error) { throw with(IOException(message), ErrnoInfo { error }); }
 
 } // namespace fn::posix

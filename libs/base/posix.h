@@ -8,6 +8,14 @@
 /// a negative result and `errno`.
 namespace fn::posix {
 
+/// Makes a call of the system again for as long as signals interrupt it.
+template <typename Call> auto uninterrupted(Call&& call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
+}
+
 /// A descriptor that programs started from here do not inherit, or -1. A path that holds a NUL byte is EINVAL.
 FN_EXPORT int open(const String& path, int flags, int mode = 0);
 
@@ -16,5 +24,8 @@ FN_EXPORT std::ptrdiff_t write(int descriptor, const void* data, std::size_t siz
 
 /// What the system says of a failure on the file `path`: `fn::FileException` with the path and the errno.
 [[noreturn]] FN_EXPORT void throwErrno(const String& path, int error = errno);
+
+/// Throws the `fn::IOException` `message` with the errno.
+[[noreturn]] FN_EXPORT void fail(const String& message, int error = errno);
 
 } // namespace fn::posix

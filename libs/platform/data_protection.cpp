@@ -1,5 +1,6 @@
 #include "platform/data_protection.h"
 #include "base/exceptions.h"
+#include "base/posix.h"
 #include "platform/data_protection_key_private.h"
 #include <algorithm>
 #include <cerrno>
@@ -15,6 +16,8 @@ template class ScopedOverride<CryptProtectData, DataProtectionCall>;
 
 namespace {
 
+using fn::posix::fail;
+
 // A protected blob: mark and version of the form, nonce, encrypted bytes with their authenticator. The mark is
 // authenticated too.
 constexpr std::array<std::uint8_t, 4> mark { 'C', 'P', 'D', 1 };
@@ -28,11 +31,6 @@ fn::String& lastFailure()
 {
     thread_local fn::String text;
     return text;
-}
-
-[[noreturn]] void fail(const char* message, int error)
-{
-    throw fn::with(fn::IOException(message), fn::ErrnoInfo { error });
 }
 
 void initializeSodium()

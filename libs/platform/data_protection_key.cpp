@@ -1,4 +1,5 @@
 #include "base/exceptions.h"
+#include "base/posix.h"
 #include "platform/data_protection_folder.h"
 #include "platform/data_protection_key_private.h"
 #include "platform/detail/private_folder.h"
@@ -13,16 +14,11 @@
 namespace platform {
 namespace {
 
-using detail::Descriptor;
 using detail::PrivateFolder;
-using detail::uninterrupted;
+using fn::posix::fail;
+using fn::posix::uninterrupted;
 
 constexpr const char* keyName = "protection.key";
-
-[[noreturn]] void fail(const fn::String& message, int error)
-{
-    throw fn::with(fn::IOException(message), fn::ErrnoInfo { error });
-}
 
 PrivateFolder keyFolder(ProtectionKey::IfMissing ifMissing)
 {
@@ -33,7 +29,7 @@ PrivateFolder keyFolder(ProtectionKey::IfMissing ifMissing)
     return std::move(*folder);
 }
 
-void requireUsableKey(const Descriptor& key, const fn::String& folder)
+void requireUsableKey(const fn::FileDescriptor& key, const fn::String& folder)
 {
     struct stat status;
     if (::fstat(key.get(), &status) != 0) detail::failAt("look at the protection key in", folder.view());

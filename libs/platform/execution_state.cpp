@@ -1,7 +1,7 @@
 #include "platform/execution_state.h"
+#include "base/file_descriptor.h"
 #include "platform/detail/sleep_inhibitor.h"
 #include <mutex>
-#include <unistd.h>
 #include <utility>
 
 namespace platform {
@@ -18,21 +18,16 @@ public:
         if (flags != ES_CONTINUOUS && flags != (ES_CONTINUOUS | ES_SYSTEM_REQUIRED)) return 0;
         const std::lock_guard guard(_lock);
         if (flags == ES_CONTINUOUS)
-            release();
-        else if (_descriptor < 0 && (_descriptor = inhibitSleep()) < 0)
+            _inhibitor = fn::FileDescriptor();
+        else if (!_inhibitor && !(_inhibitor = fn::FileDescriptor(inhibitSleep())))
             return 0;
         return std::exchange(_state, flags);
     }
 
 private:
-    void release()
-    {
-        if (_descriptor >= 0) ::close(std::exchange(_descriptor, -1));
-    }
-
     std::mutex _lock;
     EXECUTION_STATE _state = ES_CONTINUOUS;
-    int _descriptor = -1; // Open while the system must not sleep.
+    fn::FileDescriptor _inhibitor; // Open while the system must not sleep.
 };
 
 } // namespace

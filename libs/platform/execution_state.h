@@ -8,7 +8,6 @@ namespace platform {
 using EXECUTION_STATE = DWORD;
 
 inline constexpr EXECUTION_STATE ES_SYSTEM_REQUIRED = 0x00000001; ///< The system does not go to sleep.
-inline constexpr EXECUTION_STATE ES_DISPLAY_REQUIRED = 0x00000002;
 inline constexpr EXECUTION_STATE ES_AWAYMODE_REQUIRED = 0x00000040;
 inline constexpr EXECUTION_STATE ES_CONTINUOUS = 0x80000000; ///< The state holds until the next call.
 

@@ -1,4 +1,5 @@
 #include "platform/network_changes.h"
+#include "base/posix.h"
 #include "platform/detail/netlink.h"
 #include <atomic>
 #include <cerrno>
@@ -11,14 +12,14 @@
 namespace platform {
 namespace {
 
+using fn::posix::fail;
+
 std::atomic<ScopedNetworkChanges*> scoped { nullptr }; // The innermost.
 
 constexpr unsigned groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
 
 constexpr int takenAtOnce = 64; // A busy router must not keep the caller here.
-
-[[noreturn]] void fail(const char* what, int error) { throw with(fn::IOException(what), fn::ErrnoInfo { error }); }
 
 } // namespace
 
@@ -74,7 +75,7 @@ bool isNetworkAvailable()
 ScopedNetworkChanges::ScopedNetworkChanges() : _previous(scoped)
 {
     int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) fail("Could not make sockets", errno);
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) fail("Could not make sockets");
     _announcer = ends[0];
     _listener = ends[1];
     scoped = this;
@@ -89,7 +90,7 @@ ScopedNetworkChanges::~ScopedNetworkChanges()
 
 void ScopedNetworkChanges::announce()
 {
-    if (::send(_announcer, "", 1, MSG_NOSIGNAL) != 1) fail("Nobody listens", errno);
+    if (::send(_announcer, "", 1, MSG_NOSIGNAL) != 1) fail("Nobody listens");
 }
 
 } // namespace platform

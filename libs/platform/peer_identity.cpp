@@ -1,5 +1,6 @@
 #include "platform/peer_identity.h"
 #include "base/exceptions.h"
+#include "base/posix.h"
 #include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,7 +14,7 @@ PeerIdentity peerIdentity(int descriptor)
     ucred credentials {};
     socklen_t size = sizeof(credentials);
     if (::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
-        throw fn::with(fn::IOException("Can not tell who is at the other end"), fn::ErrnoInfo { errno });
+        fn::posix::fail("Can not tell who is at the other end");
     }
     return { credentials.uid, credentials.gid, credentials.pid };
 }

@@ -1,5 +1,6 @@
 #include "platform/pipe_path.h"
 #include "base/exceptions.h"
+#include "base/posix.h"
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -14,13 +15,10 @@ template class ScopedOverride<privatePath, fn::String>;
 
 namespace {
 
+using fn::posix::fail;
+
 constexpr std::string_view prefix = R"(\\.\pipe\)";
 constexpr mode_t onlyOwner = 0700;
-
-[[noreturn]] void fail(const fn::String& message, int error)
-{
-    throw fn::with(fn::IOException(message), fn::ErrnoInfo { error });
-}
 
 fn::String environment(const char* name)
 {
@@ -46,10 +44,10 @@ fn::String folderPath()
 void requirePrivateFolder(const fn::String& folder)
 {
     if (::mkdir(folder.c_str(), onlyOwner) != 0 && errno != EEXIST) {
-        fail(fmt::format("Can not make the folder for pipes {}", folder.view()), errno);
+        fail(fmt::format("Can not make the folder for pipes {}", folder.view()));
     }
     struct stat status;
-    if (::lstat(folder.c_str(), &status) != 0) fail(fmt::format("Can not read {}", folder.view()), errno);
+    if (::lstat(folder.c_str(), &status) != 0) fail(fmt::format("Can not read {}", folder.view()));
     if (!S_ISDIR(status.st_mode)) fail(fmt::format("{} is no folder", folder.view()), ENOTDIR);
     if (status.st_uid != ::geteuid()) fail(fmt::format("{} belongs to another user", folder.view()), EPERM);
     if ((status.st_mode & 077) != 0) fail(fmt::format("{} is open to other users", folder.view()), EPERM);

@@ -62,18 +62,10 @@ private:
     sigset_t _previous = {};
 };
 
-[[noreturn]] void fail(const char* message)
-{
-    const int error = errno;
-    throw with(fn::IOException(message), fn::ErrnoInfo { error });
-}
-
 void replaceStandardError(int descriptor)
 {
-    int result = -1;
-    do result = ::dup2(descriptor, STDERR_FILENO);
-    while (result < 0 && errno == EINTR);
-    if (result < 0) fail("Standard error can not be redirected");
+    const auto result = fn::posix::uninterrupted([&] { return ::dup2(descriptor, STDERR_FILENO); });
+    if (result < 0) fn::posix::fail("Standard error can not be redirected");
 }
 
 /// A process may have been started without: nothing else must then become descriptor 2.
@@ -90,7 +82,7 @@ void ensureStandardError()
 fn::FileDescriptor saveStandardError()
 {
     fn::FileDescriptor result(::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-    if (!result) fail("Standard error can not be kept");
+    if (!result) fn::posix::fail("Standard error can not be kept");
     return result;
 }
 
@@ -173,7 +165,7 @@ void ConsoleLogPostProcessor::init()
     ensureStandardError();
     Redirection redirection { saveStandardError(), {} };
     int ends[2];
-    if (platform::_pipe(ends, 1, platform::_O_NOINHERIT) != 0) fail("There is no pipe for standard error");
+    if (platform::_pipe(ends, 1, platform::_O_NOINHERIT) != 0) fn::posix::fail("There is no pipe for standard error");
     redirection.readEnd = fn::FileDescriptor(ends[0]);
     // Descriptor 2 becomes its only copy: the reader ends when the process has given that up, too.
     const fn::FileDescriptor writeEnd(ends[1]);

@@ -40,10 +40,7 @@ constexpr std::int64_t bytesBetweenLooksOfBoundless = 65'536;
 // then. write() would make the threads of the process wait for each other over the position in the file.
 std::ptrdiff_t appendOnce(int descriptor, std::string_view text) noexcept
 {
-    std::ptrdiff_t count = -1;
-    do count = ::pwrite(descriptor, text.data(), text.size(), 0);
-    while (count < 0 && errno == EINTR);
-    return count;
+    return posix::uninterrupted([&] { return ::pwrite(descriptor, text.data(), text.size(), 0); });
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "platform/detail/netlink.h"
+#include "base/posix.h"
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -7,13 +8,13 @@
 namespace platform {
 namespace {
 
+using fn::posix::fail;
+
 // The kernel fills datagrams of up to 32 KiB, larger only for a message that does not fit one.
 constexpr std::size_t datagramBytes = 64 * 1024;
 constexpr std::size_t maxAnswerBytes = 64 * 1024 * 1024;
 constexpr int maxAttempts = 16; // A table that changes this often is not going to stand still.
 constexpr timeval patience = { .tv_sec = 2, .tv_usec = 0 };
-
-[[noreturn]] void fail(const char* what, int error) { throw with(fn::IOException(what), fn::ErrnoInfo { error }); }
 
 // What the last message of an answer says: the errno of a failure, or 0. Both kinds begin with it, negative.
 int endCode(const nlmsghdr& message)
@@ -30,7 +31,7 @@ void receive(const NetlinkSocket& socket, NetlinkMessages& messages)
     for (bool isComplete = false; !isComplete;) {
         const auto size = mnl_socket_recvfrom(socket.get(), datagram.get(), datagramBytes); // Refuses what is cut.
         if (size < 0 && errno == EINTR) continue;
-        if (size < 0) fail("Could not read the routing service's answer", errno);
+        if (size < 0) fail("Could not read the routing service's answer");
         isComplete = messages.take({ datagram.get(), static_cast<std::size_t>(size) });
     }
 }
@@ -40,8 +41,8 @@ void receive(const NetlinkSocket& socket, NetlinkMessages& messages)
 NetlinkSocket::NetlinkSocket(unsigned groups, int flags)
     : _socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | flags))
 {
-    if (!_socket) fail("Could not open a routing socket", errno);
-    if (mnl_socket_bind(_socket.get(), groups, MNL_SOCKET_AUTOPID) < 0) fail("Could not bind a routing socket", errno);
+    if (!_socket) fail("Could not open a routing socket");
+    if (mnl_socket_bind(_socket.get(), groups, MNL_SOCKET_AUTOPID) < 0) fail("Could not bind a routing socket");
 }
 
 NetlinkRequest::NetlinkRequest(std::uint16_t type, std::uint16_t flags)
@@ -88,7 +89,7 @@ NetlinkMessages askNetlink(NetlinkRequest request, NetlinkFilter filter)
         (void)::setsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         const auto sequence = request.message()->nlmsg_seq = ++sequences;
         if (mnl_socket_sendto(socket.get(), request.message(), request.message()->nlmsg_len) < 0)
-            fail("Could not ask the routing service", errno);
+            fail("Could not ask the routing service");
         NetlinkMessages messages(socket.port(), sequence, filter);
         receive(socket, messages);
         if (!messages.isTorn()) return messages;

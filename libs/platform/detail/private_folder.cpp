@@ -1,5 +1,5 @@
 #include "platform/detail/private_folder.h"
-#include "base/exceptions.h"
+#include "base/posix.h"
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -8,6 +8,9 @@
 
 namespace platform::detail {
 namespace {
+
+using fn::posix::fail;
+using fn::posix::uninterrupted;
 
 constexpr mode_t onlyOwner = 0700;
 constexpr mode_t onlyOwnerReadsAndWrites = 0600;
@@ -32,27 +35,17 @@ void makeFolder(const fn::String& folder)
     }
 }
 
-[[noreturn]] void refuse(const std::string& message)
-{
-    throw fn::with(fn::IOException(message), fn::ErrnoInfo { EPERM });
-}
-
 } // namespace
 
 void failAt(std::string_view action, std::string_view path, int error)
 {
     const auto reason = std::generic_category().message(error);
-    throw fn::with(fn::IOException(fmt::format("Could not {} {}: {}", action, path, reason)), fn::ErrnoInfo { error });
-}
-
-Descriptor::~Descriptor()
-{
-    if (_descriptor >= 0) ::close(_descriptor);
+    fail(fmt::format("Could not {} {}: {}", action, path, reason), error);
 }
 
 std::optional<PrivateFolder> PrivateFolder::find(const fn::String& path)
 {
-    Descriptor folder(openFolder(path));
+    fn::FileDescriptor folder(openFolder(path));
     if (!folder && errno == ENOENT) return std::nullopt;
     return PrivateFolder(path, std::move(folder));
 }
@@ -61,29 +54,29 @@ PrivateFolder PrivateFolder::findOrMake(const fn::String& path)
 {
     if (auto folder = find(path)) return std::move(*folder);
     makeFolder(path);
-    return { path, Descriptor(openFolder(path)) };
+    return { path, fn::FileDescriptor(openFolder(path)) };
 }
 
-PrivateFolder::PrivateFolder(const fn::String& path, Descriptor descriptor)
+PrivateFolder::PrivateFolder(const fn::String& path, fn::FileDescriptor descriptor)
     : _path(path),
       _descriptor(std::move(descriptor))
 {
     struct stat status;
     if (!_descriptor) failAt("open the folder", path.view());
     if (::fstat(get(), &status) != 0) failAt("look at the folder", path.view());
-    if (status.st_uid != ::geteuid()) refuse(fmt::format("The folder {} belongs to another user", path.view()));
+    if (status.st_uid != ::geteuid()) fail(fmt::format("The folder {} belongs to another user", path.view()), EPERM);
     // Who may write here could exchange the files.
-    if ((status.st_mode & 022) != 0) refuse(fmt::format("Other users may write to the folder {}", path.view()));
+    if ((status.st_mode & 022) != 0) fail(fmt::format("Other users may write to the folder {}", path.view()), EPERM);
 }
 
-Descriptor PrivateFolder::open(const fn::String& name, int flags) const
+fn::FileDescriptor PrivateFolder::open(const fn::String& name, int flags) const
 {
     constexpr int always = O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    Descriptor file(
+    fn::FileDescriptor file(
         uninterrupted([&] { return ::openat(get(), name.c_str(), flags | always, onlyOwnerReadsAndWrites); }));
     // The process's mask may have taken away the owner's own rights.
     const bool mayBeNew = file && (flags & O_CREAT) != 0;
-    return mayBeNew && ::fchmod(file.get(), onlyOwnerReadsAndWrites) != 0 ? Descriptor(-1) : std::move(file);
+    return mayBeNew && ::fchmod(file.get(), onlyOwnerReadsAndWrites) != 0 ? fn::FileDescriptor(-1) : std::move(file);
 }
 
 void PrivateFolder::sync() const

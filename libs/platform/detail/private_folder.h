@@ -1,38 +1,14 @@
 #pragma once
-#include "base/string.h"
+#include "base/file_descriptor.h"
 #include <cerrno>
 #include <optional>
 #include <string_view>
-#include <utility>
 
 /// Files of the user that no other user can change, or put others in their place.
 namespace platform::detail {
 
 /// Throws the `fn::IOException` "Could not `action` `path`: ..." with ErrnoInfo.
 [[noreturn]] void failAt(std::string_view action, std::string_view path, int error = errno);
-
-/// Makes a call of the system again for as long as signals interrupt it.
-template <typename Call> auto uninterrupted(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
-    return result;
-}
-
-/// Owns a descriptor of the system, or nothing.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) noexcept : _descriptor(descriptor) { }
-    Descriptor(Descriptor&& other) noexcept : _descriptor(std::exchange(other._descriptor, -1)) { }
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor();
-
-    int get() const noexcept { return _descriptor; }
-    explicit operator bool() const noexcept { return _descriptor >= 0; }
-
-private:
-    int _descriptor;
-};
 
 /// A folder that is this user's and that nobody else may write to, opened: what is done in it can not be led elsewhere.
 /// What fails throws `fn::IOException` with ErrnoInfo unless it says something else.
@@ -49,15 +25,15 @@ public:
 
     /// Opens a file, not through a link and without waiting for anybody. One that `flags` make is the user's alone,
     /// whatever the process's mask. On failure the result owns nothing, and `errno` tells.
-    Descriptor open(const fn::String& name, int flags) const;
+    fn::FileDescriptor open(const fn::String& name, int flags) const;
 
     void sync() const; ///< Waits until the names in it are on the disk.
 
 private:
-    PrivateFolder(const fn::String& path, Descriptor descriptor);
+    PrivateFolder(const fn::String& path, fn::FileDescriptor descriptor);
 
     fn::String _path;
-    Descriptor _descriptor;
+    fn::FileDescriptor _descriptor;
 };
 
 /// A new file on its way to its name: it goes at the end, unless it was renamed.
@@ -74,7 +50,7 @@ public:
 private:
     const PrivateFolder& _folder;
     const fn::String _name;
-    const Descriptor _file;
+    const fn::FileDescriptor _file;
 };
 
 } // namespace platform::detail

@@ -1,5 +1,6 @@
 #include "platform/detail/user_data_folder.h"
 #include "base/exceptions.h"
+#include "base/posix.h"
 #include <cerrno>
 #include <cstdlib>
 #include <pwd.h>
@@ -26,7 +27,7 @@ fn::String homeFolder()
         error = ::getpwuid_r(::geteuid(), &entry, buffer.data(), buffer.size(), &found);
     }
     auto home = found ? absolutePath(found->pw_dir) : fn::String();
-    if (home.empty()) throw fn::with(fn::IOException("The user has no home folder"), fn::ErrnoInfo { ENOENT });
+    if (home.empty()) fn::posix::fail("The user has no home folder", ENOENT);
     return home;
 }
 

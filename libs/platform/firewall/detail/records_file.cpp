@@ -1,4 +1,5 @@
 #include "platform/firewall/detail/records_file.h"
+#include "base/posix.h"
 #include "platform/detail/private_folder.h"
 #include "platform/firewall/detail/records_text.h"
 #include "platform/firewall/firewall_file.h"
@@ -14,6 +15,8 @@
 
 namespace platform::detail {
 namespace {
+
+using fn::posix::uninterrupted;
 
 constexpr std::size_t largestFileBytes = 4 * 1024 * 1024;
 
@@ -34,7 +37,7 @@ Location location()
     return { path, parts.parent_path().string(), parts.filename().string() };
 }
 
-void requireOwnFile(const Descriptor& file, const fn::String& path)
+void requireOwnFile(const fn::FileDescriptor& file, const fn::String& path)
 {
     struct stat status;
     if (::fstat(file.get(), &status) != 0) failAt("look at", path.view());
@@ -43,12 +46,12 @@ void requireOwnFile(const Descriptor& file, const fn::String& path)
     if (status.st_uid != ::geteuid() || (status.st_mode & 022) != 0) failAt("trust", path.view(), EPERM);
 }
 
-std::string readAll(const Descriptor& file, const fn::String& path)
+std::string readAll(const fn::FileDescriptor& file, const fn::String& path)
 {
     std::string text;
     char buffer[16 * 1024];
     for (;;) {
-        const auto count = uninterrupted([&] { return ::read(file.get(), buffer, sizeof buffer); });
+        const auto count = fn::posix::read(file.get(), buffer, sizeof buffer);
         if (count < 0) failAt("read", path.view());
         if (count == 0) return text;
         text.append(buffer, static_cast<std::size_t>(count));
@@ -80,7 +83,7 @@ public:
     }
 
 private:
-    const Descriptor _file;
+    const fn::FileDescriptor _file;
 };
 
 /// Only under the lock: the unfinished file is the lock holder's.
