@@ -1,5 +1,4 @@
 #pragma once
-#include "base/export.h"
 #include "foundation/duration.h"
 #include <cstdint>
 #include <optional>
@@ -17,7 +16,7 @@ struct OpenFiles {
 };
 
 /// Costs two system calls, however many are open.
-FN_EXPORT OpenFiles openFiles() noexcept;
+OpenFiles openFiles() noexcept;
 
 /// Says in the log, at most once a minute, that few files are left to open. Who connects when there is none is dropped by
 /// the system's side of the listener, which tells nobody: so it is said before.

@@ -1,5 +1,4 @@
 #pragma once
-#include "base/export.h"
 #include "core/ipc/wire/message.h"
 #include <cstdint>
 #include <unordered_map>
@@ -8,7 +7,7 @@ namespace ipc {
 
 /// Where the references of one worker begin to number their calls. Each counts from 1, but not where an earlier reference to the
 /// same object has cancelled a call: its answer may still come, and would end the call that has its number then.
-class FN_EXPORT RequestNumbers {
+class RequestNumbers {
 public:
     /// A new reference numbers its calls from the one behind this on.
     std::uint32_t last(ObjectId objectId) const;
