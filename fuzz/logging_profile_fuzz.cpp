@@ -1,7 +1,7 @@
 // Any bytes as a logging profile. What is read, however the stream is cut, must be the same again when it is written out
 // and read.
 #include "base/exceptions.h"
-#include "core/services/logging_profile/profile_reader.h"
+#include "core/services/logging_profile/detail/profile_reader.h"
 #include "foundation/io/buffered_input_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include <cstdlib>

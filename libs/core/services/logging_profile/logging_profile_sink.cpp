@@ -1,6 +1,6 @@
 #include "core/services/logging_profile/logging_profile_sink.h"
+#include "core/services/logging_profile/detail/profile_reader.h"
 #include "core/services/logging_profile/formatted_sink.h"
-#include "core/services/logging_profile/profile_reader.h"
 #include "core/services/logging_profile/simple_sink.h"
 #include "core/services/logging_profile/throttled_sink.h"
 #include "foundation/io/buffered_input_stream.h"

@@ -1,4 +1,4 @@
-#include "core/services/logging_profile/profile_reader.h"
+#include "core/services/logging_profile/detail/profile_reader.h"
 #include "base/exceptions.h"
 #include "foundation/io/stream_reader.h"
 

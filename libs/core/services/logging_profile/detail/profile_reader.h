@@ -10,6 +10,6 @@ inline constexpr std::size_t loggingProfileBytes = 1 << 20;
 
 /// Sets in `profile` what the lines of a profile file say (docs/logging.md); what is no setting is skipped. A later line
 /// replaces what an earlier one set, and adds to lists.
-FN_EXPORT void readLoggingProfile(fn::InputStream& stream, LoggingProfile& profile);
+void readLoggingProfile(fn::InputStream& stream, LoggingProfile& profile);
 
 } // namespace core
