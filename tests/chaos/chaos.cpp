@@ -56,7 +56,7 @@ public:
         return 0;
     } catch (const std::exception& failure) {
         if (isInterrupted) return 130;
-        _judge.printStory(failure.what());
+        _judge.printStory();
         std::ifstream output(_folder / "output");
         for (std::string line; std::getline(output, line);) fmt::print("written: {}\n", line);
         fmt::print("\nFAILED: {}\n", failure.what());
@@ -122,7 +122,6 @@ private:
     {
         const auto begin = Clock::now();
         bool wasHubStopped = time < seconds(60);
-        auto nextReport = begin;
         for (auto next = begin; Clock::now() - begin < time; turn()) {
             if (Clock::now() < next) continue;
             next += milliseconds(_random() % 500); // Four a second.
@@ -132,9 +131,6 @@ private:
                 wasHubStopped = true;
                 hit(_family.hub(), "hub", SIGSTOP, seconds(10));
             }
-            if (Clock::now() < nextReport) continue;
-            nextReport += seconds(10);
-            report();
         }
     }
 

@@ -1,13 +1,11 @@
 #include "judge.h"
 #include <algorithm>
 #include <csignal>
-#include <regex>
 
 namespace chaos {
 namespace {
 
-constexpr std::size_t storyLines = 100'000; // Minutes.
-constexpr std::ptrdiff_t lastLines = 60;
+constexpr std::size_t storyLines = 2'000; // Seconds.
 
 } // namespace
 
@@ -147,15 +145,9 @@ void Judge::print(const std::string& line)
     _story.push_back(fmt::format("{:.6f} {}", _now.totalSeconds(), line));
 }
 
-void Judge::printStory(const std::string& violation) const
+void Judge::printStory() const
 {
-    const std::regex name("(call|thing|object|process|load_module_)[ ]?[0-9]+");
-    std::smatch found;
-    const bool hasName = std::regex_search(violation, found, name);
-    const std::regex concerned(hasName ? found.str() + "\\b" : "VIOLATED");
-    for (auto line = _story.begin(); line != _story.end(); ++line) {
-        if (_story.end() - line <= lastLines || std::regex_search(*line, concerned)) fmt::print("{}\n", *line);
-    }
+    for (const auto& line : _story) fmt::print("{}\n", line);
 }
 
 } // namespace chaos

@@ -27,7 +27,7 @@ public:
 
     bool areAllThere() const; ///< All modules run and are connected.
     bool isQuiet() const; ///< Nothing is left to be done, and the counts agree with what the living hold.
-    void printStory(const std::string& violation) const; ///< Of whom it names, and how it ended.
+    void printStory() const; ///< How it ended.
 
     std::optional<Counts> counts; ///< The latest ones.
     Counts countsAtStart {};

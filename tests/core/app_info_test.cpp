@@ -4,7 +4,6 @@
 #include "core/services/app_info.h"
 #include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
-#include "platform/operating_system_version.h"
 #include "support/expectations.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
@@ -14,22 +13,14 @@ namespace {
 
 using core::AppInfo;
 
-void expectNoInstance()
-{
-    const test::ExpectAssertions assertions;
-    EXPECT_THROW(AppInfo::instance(), fn::RuntimeException);
-    EXPECT_EQ(assertions.reports().size(), 1u);
-}
-
 TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
 {
     for (const bool isOther : { false, true }) {
         test::ForkedChild process([&] { // The instance is the process's.
-            fn::Environment::unset("ManagerAppType");
-            expectNoInstance();
+            const test::ExpectAssertions assertions;
             fn::Environment::set("ManagerAppType", "2");
-            expectNoInstance();
-            // What came too early has not settled anything.
+            EXPECT_THROW(AppInfo::instance(), fn::RuntimeException);
+            EXPECT_EQ(assertions.reports().size(), 1u) << "what comes too early settles nothing";
             AppInfo::initialize(isOther ? AppInfo::App::Lumenhall : AppInfo::App::Skyfold);
             auto& info = AppInfo::instance();
             EXPECT_EQ(info.applicationDisplayName(), isOther ? "Lumen Hall" : "Skyfold");
@@ -39,17 +30,6 @@ TEST(AppInfo, IsWhatTheEnvironmentSaysAtTheFirstCall)
         });
         EXPECT_TRUE(process.succeeds());
     }
-}
-
-TEST(AppInfo, DescribesTheOperatingSystem)
-{
-    const platform::ScopedOperatingSystemVersion fake([](platform::OSVERSIONINFOEXW* version) {
-        version->dwMajorVersion = 6;
-        version->dwMinorVersion = 10;
-        std::u16string_view(u" Service Pack 1 ").copy(version->szCSDVersion, 127);
-        return version->dwOSVersionInfoSize == 284;
-    });
-    EXPECT_EQ(AppInfo().operatingSystemVersion(), "6.10 (Service Pack 1)");
 }
 
 TEST(AppInfo, IdIsMadeOnceAndKeptAndItsFileTellsTheAge)

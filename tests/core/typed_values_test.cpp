@@ -16,27 +16,13 @@ using core::TypedByteArray;
 constexpr int least = std::numeric_limits<int>::min();
 constexpr int most = std::numeric_limits<int>::max();
 
-fn::ByteArray packed(std::initializer_list<fn::Value> values)
+template <typename T> T readBack(const T& object)
 {
     fn::ByteArray bytes;
-    fn::ByteArrayOutputStream stream(bytes);
-    fn::mpack::Serializer serializer(stream);
-    for (const auto& value : values) serializer.serialize(value);
-    return bytes;
-}
-
-template <typename T> fn::ByteArray streamForm(const T& object)
-{
-    fn::ByteArray bytes;
-    fn::ByteArrayOutputStream stream(bytes);
-    object.serialize(stream);
-    return bytes;
-}
-
-template <typename T> T readBack(const fn::ByteArray& bytes)
-{
-    fn::MemoryInputStream stream(bytes);
-    return T::deserialize(stream);
+    fn::ByteArrayOutputStream output(bytes);
+    object.serialize(output);
+    fn::MemoryInputStream input(bytes);
+    return T::deserialize(input);
 }
 
 TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
@@ -56,36 +42,18 @@ TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
     for (const auto& [text, read] : texts) EXPECT_EQ(Fraction::fromString(text).toString(), read) << text;
 }
 
-TEST(StreamForm, IsReadBackAndTakesLosslessIntegersAndBytesOnly)
+TEST(StreamForm, IsReadBackAndTakesNothingThatWouldNotFit)
 {
-    const auto readFraction = [](std::initializer_list<fn::Value> values) {
-        return readBack<Fraction>(packed(values)).toString();
-    };
-    EXPECT_EQ(streamForm(Fraction(16, -9)), packed({ 16, -9 }));
-    EXPECT_EQ(readFraction({ least, most }), "-2147483648/2147483647");
-    EXPECT_EQ(readFraction({ fn::Value(), true }), "0/1");
-    EXPECT_EQ(readFraction({ 3.0, 4u }), "3/4");
-    for (const auto& value : { fn::Value(1LL << 31), fn::Value(0.5), fn::Value(UINT64_MAX), fn::Value("1") }) {
-        EXPECT_THROW(readFraction({ value, 1 }), fn::RangeException) << value;
-        EXPECT_THROW(readFraction({ 1, value }), fn::RangeException) << value;
+    EXPECT_EQ(readBack(Fraction(least, most)), Fraction(least, most));
+    const TypedByteArray image(fn::ByteArray("bytes"), "image/png");
+    EXPECT_EQ(readBack(image), image);
+    for (const auto& value : { fn::Value(1LL << 31), fn::Value(0.5), fn::Value("1") }) {
+        fn::ByteArray bytes;
+        fn::ByteArrayOutputStream output(bytes);
+        for (const auto& field : { value, fn::Value(1) }) fn::mpack::Serializer(output).serialize(field);
+        fn::MemoryInputStream input(bytes);
+        EXPECT_THROW(Fraction::deserialize(input), fn::RangeException) << value;
     }
-    EXPECT_THROW(readFraction({ 1 }), fn::EndOfStreamException);
-
-    const auto readBytes = [](const fn::ByteArray& form) { return readBack<TypedByteArray>(form); };
-    const fn::ByteArray bytes(std::string_view("\x01\xff", 2));
-    const TypedByteArray image(bytes, "image/png");
-    EXPECT_EQ(readBytes(streamForm(image)), image);
-    EXPECT_EQ(streamForm(image), packed({ "image/png", bytes }));
-    EXPECT_EQ(readBytes(packed({ fn::Value(), fn::ByteArray() })).toString(), "");
-    for (const auto& value : { fn::Value(), fn::Value("text"), fn::Value(1), fn::Value(fn::Value::MAP) })
-        EXPECT_THROW(readBytes(packed({ "a/b", value })), fn::RangeException) << value;
-    EXPECT_THROW(readBytes(packed({ "a/b" })), fn::EndOfStreamException);
-
-    EXPECT_FALSE(fn::Value(image).isBoxed<fn::ByteArray>());
-    EXPECT_EQ(fn::Value(image), fn::Value(TypedByteArray(bytes, "image/png")));
-    EXPECT_NE(fn::Value(image), fn::Value(TypedByteArray(bytes, "")));
-    EXPECT_EQ(image.toString(), "image/png 01ff");
-    EXPECT_EQ(TypedByteArray(2u).toString(), "0000");
 }
 
 } // namespace

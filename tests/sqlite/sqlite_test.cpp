@@ -4,7 +4,6 @@
 #include "sqlite/statement.h"
 #include "sqlite/transaction.h"
 #include "support/temporary_folder.h"
-#include <chrono>
 #include <gtest/gtest.h>
 #include <optional>
 
@@ -16,7 +15,7 @@ using sqlite::Statement;
 using sqlite::Transaction;
 
 constexpr int readWriteCreate = 6;
-enum Code { Error = 1, Busy = 5, CannotOpen = 14, Constraint = 19, Range = 25 };
+enum Code { Error = 1, Constraint = 19, Range = 25 };
 
 struct SQLite : testing::Test {
     SQLite() { database.execute("create table t (id integer primary key, value unique)"); }
@@ -118,24 +117,6 @@ TEST_F(SQLite, KeepsAStatementUsableWhenItsDatabaseHasGone)
     transaction.reset();
     select = Statement(database, "select 2"); // Closes the other connection.
     EXPECT_EQ(database.execute("insert into t values (2, 'b')"), 1);
-}
-
-TEST_F(SQLite, WaitsForAnotherConnectionUpToTheTimeout)
-{
-    Database other(path, readWriteCreate);
-    other.execute("pragma busy_timeout = 50");
-    const Transaction writing(database);
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(failureOf([&] { Transaction second(other); }).first, Busy) << "Not only where it writes.";
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(50));
-}
-
-TEST_F(SQLite, SaysWhatIsWrongWithAPath)
-{
-    for (const auto& [name, message] : { std::pair(std::string_view("none/new.db"), "unable to open database file"),
-             std::pair(std::string_view("a.db\0x", 6), "The path holds a NUL byte") })
-        EXPECT_EQ(failureOf([&] { Database(folder.file(name), readWriteCreate); }),
-            std::pair(int(CannotOpen), std::string(message)));
 }
 
 } // namespace

@@ -4,10 +4,8 @@
 #include "base/file_descriptor.h"
 #include "core/services/console_log_post_processor.h"
 #include "support/forked_child.h"
-#include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <cstdlib>
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -102,16 +100,15 @@ TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrderAlsoWhereThey
         awaitSeen(7);
         print("a secret\n"); // Empty in the end: not written.
         awaitSeen(8);
-        ConsoleLogPostProcessor::unregisterStandardErrorCallback(hideSecrets);
         ConsoleLogPostProcessor::registerStandardErrorCallback(star);
-        print("fifth, secret\nEND\n");
+        print("END\n");
     };
     // A line that is emptied is so for the callbacks behind, too; what they make of it counts.
     EXPECT_EQ(outputOf(body, "[END]*\n"),
         "[abcdef*]*\n[second*]*\n[*]*\n*\n[third*]*\n"
         "A line of standard error could not be processed: refused\n[bad]\n"
         "A line of standard error could not be processed: exception of an unknown type\n[worse]\n"
-        "[fifth, secret]*\n[END]*\n");
+        "[END]*\n");
 }
 
 TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
@@ -132,43 +129,22 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
     }
 }
 
-TEST(ConsoleLogPostProcessor, OtherProgramsGetStandardErrorAndNothingElseOfItAndLinesAreLeftAloneWithoutCallbacks)
-{
-    const auto text = "one\n\n\r\n a\0b \xFF\x80\n"s;
-    const auto output = outputOf(
-        [&] {
-            ConsoleLogPostProcessor::init();
-            for (const char& byte : text) print({ &byte, 1 });
-            EXPECT_EQ(std::system("readlink /proc/$$/fd/2 /proc/$$/fd/[3-9] /proc/$$/fd/??* >&2; echo END >&2"), 0);
-        },
-        "END\n");
-    ASSERT_EQ(output.substr(0, text.size()), text);
-    const auto lines = fn::String(output.substr(text.size())).split('\n');
-    EXPECT_TRUE(lines.front().startsWith("pipe:[")) << lines.front();
-    EXPECT_EQ(std::ranges::count(lines, lines.front()), 1);
-    EXPECT_FALSE(fn::String(output).contains("memfd:output")) << "what was standard error before";
-}
-
 TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
 {
-    const std::string large(1024 * 1024, 'x');
     const std::string endless(70 * 1024 * 1024, 'y');
     const auto body = [&] {
         init({ bracket });
-        print("a\n" + large + "\nb\n" + endless + "\n");
+        print(endless + "\n");
         std::string many; // Several in a piece of what is read, and some on the border of two.
         for (int line = 0; line < 20'000; ++line) many += fmt::format("{}\n", line);
         print(many + "END\n");
     };
     const auto output = fn::String(outputOf(body, "[END]\n")).split('\n');
-    ASSERT_EQ(output.size(), 20'006u);
-    for (unsigned line = 0; line < 20'000; ++line) ASSERT_EQ(output[5 + line], fmt::format("[{}]", line));
-    EXPECT_EQ(output[0], "[a]");
-    EXPECT_TRUE(output[1] == "[" + large + "]") << output[1].size();
-    EXPECT_EQ(output[2], "[b]");
+    ASSERT_EQ(output.size(), 20'003u);
+    for (unsigned line = 0; line < 20'000; ++line) ASSERT_EQ(output[2 + line], fmt::format("[{}]", line));
     // Passed on in two pieces, for fear of filling the memory.
-    EXPECT_GE(output[3].size(), 64u * 1024 * 1024);
-    EXPECT_EQ(output[3].size() + output[4].size(), endless.size() + 4);
+    EXPECT_GE(output[0].size(), 64u * 1024 * 1024);
+    EXPECT_EQ(output[0].size() + output[1].size(), endless.size() + 4);
 }
 
 } // namespace

@@ -1,13 +1,10 @@
 // What can break here: a source that is not heard, one that is heard on another thread, a loop that spins; a wait on the pool
 // that outlives whoever it works for, and one that keeps the context for itself.
-#include "base/file_descriptor.h"
 #include "core/services/g_main_context_integration.h"
-#include "foundation/system/thread_pool.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
-#include <algorithm>
 #include <future>
 #include <glib-unix.h>
 #include <gtest/gtest.h>
@@ -114,28 +111,6 @@ TEST_F(MainContext, HearsSourcesThatOtherThreadsAttachAndDestroy)
     EXPECT_EQ(heard, 2 * rounds);
 }
 
-TEST_F(MainContext, GoesOnWhereACallbackRunsTheLoopOrThrows)
-{
-    std::string order;
-    const test::ExpectUnhandled unhandled;
-    callWhenIdle([&] {
-        order += "begin ";
-        callAfter(1, [&] {
-            order += "inner ";
-            loop->stop();
-        });
-        loop->run();
-        order += "end";
-        callWhenIdle([&] { loop->stop(); });
-        throw std::runtime_error("from a callback");
-    });
-    EXPECT_TRUE(runUntilStopped());
-    EXPECT_EQ(order, "begin inner end");
-    EXPECT_EQ(unhandled.messages(), std::vector<std::string> { "from a callback" });
-    EXPECT_FALSE(g_main_context_is_owner(nullptr));
-    EXPECT_TRUE(hearsASource());
-}
-
 TEST_F(MainContext, SleepsWhileNothingHappensAlsoWhereSomebodyElseHasTheContext)
 {
     int turns = 0;
@@ -181,54 +156,6 @@ TEST_F(MainContext, LivesFromTheFirstInitToTheLastQuit)
     EXPECT_EQ(assertions.reports().size(), 1u);
     GMainContextIntegration::init(*loop);
     EXPECT_TRUE(test::runUntil(*loop, [&] { return isHeard; }));
-}
-
-TEST_F(MainContext, IsMadeAnewAtAnyMomentAlsoInACallbackOfGLib)
-{
-    for (int i = 0; i < 300; ++i) {
-        test::runTurns(*loop, i % 5); // The wait of the old one is still out, or not yet.
-        const bool isOtherLoop = i % 3 == 1;
-        const auto renew = [&] {
-            if (isOtherLoop) loop.reset(); // Goes first.
-            GMainContextIntegration::quit();
-            if (isOtherLoop) loop.emplace();
-            GMainContextIntegration::init(*loop);
-        };
-        if (i % 3 == 0) {
-            callWhenIdle([&] {
-                renew();
-                loop->stop();
-            });
-            ASSERT_TRUE(runUntilStopped()) << i;
-        } else {
-            renew();
-        }
-        ASSERT_TRUE(hearsASource()) << i;
-    }
-}
-
-TEST_F(MainContext, ForgetsAWaitThatHasNotBegunWhenItEnds)
-{
-    GMainContextIntegration::quit();
-    std::promise<void> release;
-    const std::shared_future<void> end(release.get_future());
-    const auto threads = std::max(4u, std::thread::hardware_concurrency()); // All of the pool are busy.
-    for (unsigned i = 0; i < threads; ++i) fn::ThreadPool::defaultPool().schedule([end] { end.wait(); });
-    GMainContextIntegration::init(*loop);
-    test::runTurns(*loop);
-    GMainContextIntegration::quit();
-    g_main_context_iteration(nullptr, FALSE); // Takes the wake-up: the wait would have no end, and keep the context.
-    release.set_value();
-    std::promise<void> isNext;
-    fn::ThreadPool::defaultPool().schedule([&] { isNext.set_value(); });
-    isNext.get_future().wait();
-    EXPECT_TRUE(test::runUntil(*loop, [] {
-        const bool isFree = g_main_context_acquire(nullptr);
-        if (isFree) g_main_context_release(nullptr);
-        return isFree;
-    }));
-    GMainContextIntegration::init(*loop);
-    EXPECT_TRUE(hearsASource());
 }
 
 } // namespace

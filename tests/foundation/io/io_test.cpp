@@ -11,12 +11,8 @@
 #include "foundation/io/stream_reader.h"
 #include "support/temporary_folder.h"
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -30,34 +26,6 @@ std::string pattern(std::size_t size)
     std::string result(size, '\0');
     for (std::size_t i = 0; i < size; ++i) result[i] = static_cast<char>('a' + i * i % 23);
     return result;
-}
-
-// A signal during a write to a full pipe makes it return early, with or without some bytes written.
-TEST(FileStreams, LoseNothingToSignalsAndShortCounts)
-{
-    struct sigaction action { };
-    action.sa_handler = [](int) {}; // Without SA_RESTART: calls return.
-    ASSERT_EQ(::sigaction(SIGUSR1, &action, nullptr), 0);
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    const auto content = pattern(2'000'000);
-    std::string received;
-    std::jthread reader([&, writingThread = ::pthread_self()] {
-        fn::FileInputStream stream { FileDescriptor(ends[0]) };
-        std::string chunk(30'000, '\0');
-        while (const auto count = StreamReader::tryRead(stream, chunk.data(), chunk.size())) {
-            received.append(chunk, 0, count);
-            // More than one: those after the first find it waiting with nothing written.
-            for (int i = 0; i < 50; ++i, std::this_thread::yield()) ::pthread_kill(writingThread, SIGUSR1);
-        }
-    });
-    {
-        fn::FileOutputStream stream { FileDescriptor(ends[1]) };
-        stream.write(content);
-        stream.write("x"); // A single byte, too.
-    }
-    reader.join();
-    EXPECT_EQ(received, content + "x");
 }
 
 TEST(BufferedStreams, CarryTheSameBytesWhereverTheyAreCut)
@@ -111,8 +79,7 @@ TEST(StreamReader, ReadsEverythingAndLinesOfEitherEndUpToALimit)
     };
     const std::vector<fn::String> expected { "one", "", "tw\ro\r", "", "last", "" };
     EXPECT_EQ(linesOf("one\r\n\ntw\ro\r\r\n\r\nlast", 5), expected);
-    for (const auto* tooLong : { "x\n123456\n", "123456", "12345\r\r\r\n" })
-        EXPECT_THROW(linesOf(tooLong, 5), fn::RangeException) << tooLong;
+    EXPECT_THROW(linesOf("x\n123456\n", 5), fn::RangeException);
     auto tooMuch = streamOf("1234567");
     fn::ByteArray none;
     EXPECT_THROW(StreamReader::readEverything(tooMuch, none, 6), fn::RangeException);
@@ -169,15 +136,16 @@ TEST_F(Files, ErrorsNameTheirPathAndAbsenceIsNone)
         EXPECT_EQ(errorOf(none, [&] { File(none).remove(recursive); }), ENOENT) << recursive;
 }
 
-TEST_F(Files, AreRemovedAndNothingBehindALinkAndMovedOverAnother)
+TEST_F(Files, AreWrittenRemovedAndNothingBehindALinkAndMovedOverAnother)
 {
+    fn::FileOutputStream(FileDescriptor::write(file, 0600)).write("x");
     EXPECT_EQ(errorOf(tree, [&] { File(tree).remove(false); }), ENOTEMPTY);
     EXPECT_EQ(errorOf(file, [&] { File(file).moveTo(tree); }), EISDIR);
     File(tree).remove(true);
     const auto old = folder.file("dangling");
     File(file).moveTo(old); // Over what is there.
     EXPECT_FALSE(File(file).exists());
-    EXPECT_EQ(test::readFile(old), "12345");
+    EXPECT_EQ(test::readFile(old), "x");
     File(folder.file("link")).remove(false);
     File(old).remove(true);
     EXPECT_TRUE(fs::is_empty(folder.path()));

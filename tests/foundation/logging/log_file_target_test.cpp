@@ -1,18 +1,15 @@
 // What can break here: a line lost or torn while others write and rotate; a file dropped too early; a full disk that ruins more.
 #include "base/auto_ptr.h"
-#include "base/file_descriptor.h"
 #include "foundation/logging/log_file_target.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
 #include <csignal>
 #include <cstdio>
 #include <deque>
-#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <map>
 #include <sstream>
-#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
@@ -60,20 +57,6 @@ TEST_F(LogFileTargetTest, KeepsTheNewestFilesAndNoneLargerThanTheMaximum)
     EXPECT_THAT(files(), ElementsAre("8.......\n", "5.................\n", "4......\n"));
 }
 
-TEST_F(LogFileTargetTest, GoesOnWritingWhateverTheHolderOfTheLockDoes)
-{
-    const auto target = makeTarget(2, 3);
-    target->write("1\n");
-    {
-        const auto holder = fn::FileDescriptor::read(log);
-        ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
-        target->write("2\n");
-    }
-    EXPECT_THAT(files(), ElementsAre("1\n2\n"));
-    target->write("3\n");
-    EXPECT_THAT(files(), ElementsAre("3\n", "1\n2\n"));
-}
-
 TEST_F(LogFileTargetTest, FollowsALogThatOthersHaveMovedOrRemovedAndWaitsForNothingInItsPlace)
 {
     const auto target = makeTarget(0, 1), rotating = makeTarget(2, 3);
@@ -96,14 +79,10 @@ TEST_F(LogFileTargetTest, FollowsALogThatOthersHaveMovedOrRemovedAndWaitsForNoth
     std::filesystem::create_directory(temporary.path() / "logs");
     ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0);
     newcomer->write("lost without a reader\n");
-    {
-        const fn::FileDescriptor reader(::open(log.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-        newcomer->write("lost with one\n");
-    }
     std::filesystem::remove_all(temporary.path() / "logs");
     newcomer->write("6\n");
     writeLater("7\n");
-    EXPECT_THAT(files(), ElementsAre("(log entries lost: 3; the log took no more)\r\n6\n7\n"));
+    EXPECT_THAT(files(), ElementsAre("(log entries lost: 2; the log took no more)\r\n6\n7\n"));
 }
 
 TEST_F(LogFileTargetTest, WritesWholeEntriesAgainOnceTheDiskHasRoom)
@@ -122,47 +101,42 @@ TEST_F(LogFileTargetTest, WritesWholeEntriesAgainOnceTheDiskHasRoom)
     EXPECT_THAT(files(), ElementsAre("first\nseco\r\n(log entries lost: 2; the log took no more)\r\nfourth\nfifth\n"));
 }
 
-TEST_F(LogFileTargetTest, LosesOnlyWhatIsTooOldWhileManyThreadsOfManyProcessesRotateIt)
+TEST_F(LogFileTargetTest, LosesNothingWhileManyThreadsOfManyProcessesRotateIt)
 {
     constexpr int processes = 8, threads = 4;
     constexpr int lines = 5'000;
     const auto lineOf = [](int process, int thread, int number) {
         return fmt::format("{} {} {} {:x<{}}.\n", process, thread, number, "", number % 90);
     };
-    for (const bool keepsAll : { true, false }) {
-        const auto [maximumSize, maximumCount] = keepsAll ? std::pair(lines * 6, 100'000) : std::pair(lines * 60, 9);
-        std::deque<test::ForkedChild> children;
-        for (int process = 0; process < processes; ++process) {
-            children.emplace_back([&, process, size = maximumSize, count = maximumCount] {
-                const auto target = makeTarget(size, count);
-                std::vector<std::jthread> writers;
-                for (int thread = 0; thread < threads; ++thread) {
-                    writers.emplace_back([&, thread] {
-                        for (int line = 0; line < lines; ++line) target->write(lineOf(process, thread, line));
-                    });
-                }
-                return true;
-            });
-        }
-        for (auto& child : children) EXPECT_TRUE(child.succeeds());
-
-        const auto contents = files();
-        EXPECT_TRUE(keepsAll ? contents.size() > 50 : contents.size() == 9) << contents.size();
-        std::map<std::pair<int, int>, int> next; // By process and thread.
-        for (auto content = contents.rbegin(); content != contents.rend(); ++content) {
-            std::istringstream text(*content);
-            for (std::string line; std::getline(text, line);) {
-                int process = 0, thread = 0, number = 0;
-                std::sscanf(line.c_str(), "%d %d %d", &process, &thread, &number);
-                ASSERT_EQ(line + '\n', lineOf(process, thread, number)) << "torn";
-                auto& expected = next.try_emplace({ process, thread }, keepsAll ? 0 : number).first->second;
-                ASSERT_EQ(number, expected++) << "lost, or out of order";
+    std::deque<test::ForkedChild> children;
+    for (int process = 0; process < processes; ++process) {
+        children.emplace_back([&, process] {
+            const auto target = makeTarget(lines * 6, 100'000);
+            std::vector<std::jthread> writers;
+            for (int thread = 0; thread < threads; ++thread) {
+                writers.emplace_back([&, thread] {
+                    for (int line = 0; line < lines; ++line) target->write(lineOf(process, thread, line));
+                });
             }
-        }
-        EXPECT_TRUE(!keepsAll || next.size() == processes * threads);
-        for (const auto& [writer, end] : next) EXPECT_EQ(end, lines) << "the newest";
-        std::filesystem::remove_all(temporary.path() / "logs");
+            return true;
+        });
     }
+    for (auto& child : children) EXPECT_TRUE(child.succeeds());
+
+    const auto contents = files();
+    EXPECT_GT(contents.size(), 50U);
+    std::map<std::pair<int, int>, int> next; // By process and thread.
+    for (auto content = contents.rbegin(); content != contents.rend(); ++content) {
+        std::istringstream text(*content);
+        for (std::string line; std::getline(text, line);) {
+            int process = 0, thread = 0, number = 0;
+            std::sscanf(line.c_str(), "%d %d %d", &process, &thread, &number);
+            ASSERT_EQ(line + '\n', lineOf(process, thread, number)) << "torn";
+            ASSERT_EQ(number, (next[{ process, thread }]++)) << "lost, or out of order";
+        }
+    }
+    EXPECT_EQ(next.size(), processes * threads);
+    for (const auto& [writer, end] : next) EXPECT_EQ(end, lines);
 }
 
 } // namespace

@@ -1,5 +1,4 @@
 // What can break here: a message lost or formatted for nobody; a sink used after its removal; lines forged by a message's text.
-#include "foundation/logging/log_console_target.h"
 #include "foundation/logging/logging.h"
 #include "support/log_capture.h"
 #include <atomic>
@@ -82,17 +81,6 @@ TEST(Logging, FormatsTextsOfAnyLengthAndReportsBadFormats)
     }
     writeFormatted(category, 4, Tag(), { site, 1, "f" }, "{} {}", fmt::make_format_args(1));
     EXPECT_THAT(log.lines().back(), HasSubstr("Could not format the message \"{} {}\""));
-}
-
-TEST(LogConsoleTarget, LetsNoTextCommandTheTerminal)
-{
-    const auto target = fn::makeAuto<fn::LogConsoleTarget>();
-    testing::internal::CaptureStderr();
-    target->write(fn::String(std::string_view("a\tb\r\n\x1b]0;title\x07\0\b\x7f\xc2\x9b\x32J\r\n", 24)));
-    target->write("ü € \xc2\xa0 \x9b \xff \xc2");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-        "a\tb\r\n\\x1b]0;title\\x07\\x00\\x08\\x7f\\x9b2J\r\nü € \xc2\xa0 \x9b \xff \xc2")
-        << "all other bytes as they are";
 }
 
 } // namespace

@@ -7,7 +7,6 @@
 #include "support/log_capture.h"
 #include "support/run_until.h"
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 
 namespace {
 
@@ -21,22 +20,6 @@ TEST(IPAddress, IsReadAndWrittenAsTextAndNothingElseIsOne)
     for (const std::string_view text : { "", "1.2.3", "1.2.3.4.5", "256.1.1.1", " 1.2.3.4", "1.2.3.4%1", "fe80::1%",
              "fe80::1%eth0", "fe80::1%-1", "fe80::1%4294967296", "fe80:::1", "host" })
         EXPECT_FALSE(IPAddress::fromString(fn::String(text))) << text;
-    EXPECT_FALSE(IPAddress::fromString(fn::String(std::string_view("1.2.3.4\0", 8))));
-}
-
-TEST(IPAddress, IsTakenFromWholeSocketAddressesAndEqualsThoseOfItsFamilyAndBytes)
-{
-    sockaddr_in6 address {};
-    const auto* const any = reinterpret_cast<const sockaddr*>(&address);
-    const std::pair<int, std::size_t> rows[] = { { AF_INET, sizeof(sockaddr_in) }, { AF_INET6, sizeof(address) } };
-    for (const auto& [family, size] : rows) {
-        address.sin6_family = static_cast<sa_family_t>(family);
-        EXPECT_TRUE(IPAddress::fromSocketAddress(any, size));
-        for (const auto less : { size - 1, std::size_t(1) }) EXPECT_FALSE(IPAddress::fromSocketAddress(any, less));
-    }
-    EXPECT_EQ(IPAddress::fromString("fe80::1%2"), IPAddress::fromString("fe80::1%3")) << "wherever it is reached";
-    EXPECT_NE(IPAddress::fromString("fe80::1"), IPAddress::fromString("fe80::2"));
-    EXPECT_NE(IPAddress::fromString("1.2.3.4"), IPAddress::fromString("102:304::"));
 }
 
 TEST(NetworkStateNotifier, TellsItsListenersUntilTheSystemTellsNothingMoreAndThenStartsAnew)

@@ -5,7 +5,6 @@
 #include "support/run_until.h"
 #include <gtest/gtest.h>
 #include <map>
-#include <random>
 #include <thread>
 
 namespace {
@@ -79,78 +78,39 @@ TEST(Loop, AThreadMayEndTheLoopWithItsLastPostOrStopAlsoBeforeItRuns)
     }
 }
 
-/// Timers that are scheduled and cancelled at random, also by those that fire, beside a model.
-class TimerHistory {
-public:
-    explicit TimerHistory(unsigned seed) : _random(seed) { }
-
-    void run()
-    {
-        for (int step = 0; step < 300; ++step) {
-            change();
-            ASSERT_EQ(_token.use_count(), 1 + static_cast<long>(_model.size())) << "What is over is freed at once.";
-            if (below(3) > 0) continue;
-            const auto time = Duration::microseconds(below(4'000));
-            _now = _now + time;
-            _clock.advance(time);
-            test::runTurns(_loop, 10); // What is scheduled for now by one that fires comes a turn later.
-            ASSERT_TRUE(_model.empty() || _model.begin()->first > _now) << "late: " << _model.begin()->second;
-        }
-    }
-
-private:
-    int below(int limit) { return static_cast<int>(_random() % static_cast<unsigned>(limit)); }
-
-    void change()
-    {
-        if (below(3) > 0) schedule();
-        if (below(2) > 0 || _handles.empty()) return;
-        const auto victim = below(static_cast<int>(_handles.size()));
-        switch (below(3)) {
-        case 0: _handles[victim].invalidate(); break;
-        case 1: _handles[victim] = Handle(); break;
-        default: Handle(std::move(_handles[victim]));
-        }
-        std::erase_if(_model, [&](const auto& entry) { return entry.second == victim; });
-    }
-
-    void schedule()
-    {
-        const auto number = static_cast<int>(_handles.size());
-        const Duration delays[] = { Duration::microseconds(below(5'000)), Duration::milliseconds(below(5)), Duration(),
-            Duration::seconds(-5), Duration(INT64_MIN), Duration(INT64_MAX) };
-        const auto delay = delays[below(20) ? below(3) : below(6)];
-        _handles.push_back(_loop.schedule(delay, [this, number, kept = _token] { fire(number); }));
-        const auto rounded = delay > Duration() ? (delay.totalMicroseconds() - 1) / 1'000 + 1 : 0;
-        _model.emplace(_now + Duration::milliseconds(rounded), number);
-    }
-
-    void fire(int number)
-    {
-        ASSERT_FALSE(_model.empty());
-        EXPECT_TRUE(_handles[number]);
-        EXPECT_LE(_model.begin()->first, _now) << "early";
-        EXPECT_EQ(_model.begin()->second, number) << "Those of one time in the order in which they were scheduled.";
-        _model.erase(_model.begin());
-        if (below(3) == 0) _handles[number].invalidate(); // Its own, while it runs.
-        change();
-    }
-
-    std::mt19937 _random;
-    fn::ManualClock _clock;
-    Loop _loop { _clock };
-    Duration _now = _clock.monotonic();
-    std::vector<Handle> _handles;
-    std::multimap<Duration, int> _model; ///< By deadline, and those of one deadline in order.
-    const std::shared_ptr<int> _token = std::make_shared<int>();
-};
-
-TEST(Timers, FireAsAModelSays)
+TEST(Timers, FireInTheOrderOfTheirTimesUnlessTheyAreCancelledAlsoByOneThatFires)
 {
-    for (unsigned seed = 0; seed < 60 && !testing::Test::HasFailure(); ++seed) {
-        SCOPED_TRACE(seed);
-        TimerHistory(seed).run();
-    }
+    fn::ManualClock clock;
+    Loop loop { clock };
+    std::string fired;
+    std::map<char, Handle> handles;
+    const auto token = std::make_shared<int>();
+    const auto add = [&](
+                         char name, Duration delay, std::function<void()> then = [] {}) {
+        handles[name] = loop.schedule(delay, [&fired, name, then, kept = token] {
+            fired += name;
+            then();
+        });
+    };
+    const auto firedAfter = [&](std::int64_t microseconds) {
+        clock.advance(Duration::microseconds(microseconds));
+        test::runTurns(loop);
+        return std::exchange(fired, {});
+    };
+    add('c', Duration::milliseconds(3));
+    add('x', Duration::milliseconds(2), [&] { handles['x'].invalidate(); });
+    add('y', Duration::milliseconds(2), [&] { handles['z'].invalidate(); });
+    add('z', Duration::milliseconds(2));
+    add('a', Duration::microseconds(1)); // Whole milliseconds, and none too early.
+    add('e', Duration(INT64_MAX));
+    add('n', Duration(INT64_MIN), [&] { add('m', Duration()); }); // What is scheduled for now by one that fires, too.
+    EXPECT_EQ(firedAfter(0), "nm");
+    EXPECT_EQ(firedAfter(999), "");
+    EXPECT_EQ(firedAfter(1), "a");
+    EXPECT_EQ(firedAfter(1'000), "xy");
+    handles.erase('c');
+    EXPECT_EQ(firedAfter(10'000'000), "");
+    EXPECT_EQ(token.use_count(), 2) << "what is over is freed at once; one waits for ever";
 }
 
 TEST(Timers, AHandleThatEndsOnAnotherThreadEndsTheTimerOnTheLoop)

@@ -16,7 +16,6 @@ using fn::uv::Loop;
 using fn::uv::PipeStream;
 using fn::uv::Status;
 using test::PipePtr;
-using test::runTurns;
 using test::runUntil;
 using testing::HasSubstr;
 

@@ -1,23 +1,17 @@
-// What can break here: a watcher that ends, or whose loop ends, while it is called; one that an error stops for good.
-#include "base/exceptions.h"
-#include "base/file_descriptor.h"
+// What can break here: a watcher that ends, or whose loop ends, while it is called.
 #include "foundation/uv/async.h"
-#include "foundation/uv/poll.h"
 #include "foundation/uv/signal_watcher.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
 #include <csignal>
 #include <gtest/gtest.h>
-#include <sys/eventfd.h>
-#include <unistd.h>
 
 namespace {
 
 using fn::Task;
 using fn::uv::Async;
 using fn::uv::Loop;
-using fn::uv::Poll;
 using fn::uv::SignalWatcher;
 using fn::uv::TurnWatcher;
 using test::runTurns;
@@ -34,18 +28,6 @@ Watcher async(Loop& loop, Task callback)
 {
     const auto holder = std::make_shared<Async>(loop, std::move(callback));
     return { holder, [sender = holder.get()] { sender->send(); } };
-}
-
-Watcher poll(Loop& loop, Task callback)
-{
-    const auto counter = std::make_shared<fn::FileDescriptor>(::eventfd(0, EFD_SEMAPHORE));
-    auto reads = [counter, callback = std::move(callback)]() mutable {
-        eventfd_t one;
-        ::eventfd_read(counter->get(), &one);
-        callback();
-    };
-    return { std::make_shared<Poll>(loop, counter->get(), std::move(reads)),
-        [counter] { ::eventfd_write(counter->get(), 1); } };
 }
 
 Watcher turnWatcher(Loop& loop, Task callback)
@@ -92,26 +74,6 @@ TEST_P(Watchers, MayRunTheLoopAgainAndEndInTheirCallbackWhichIsWholeUntilItThrow
     EXPECT_EQ(token.use_count(), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Watchers, testing::Values(async, poll, turnWatcher, signalWatcher));
-
-TEST(Poll, AnnouncesWhatIsNotReadAndAnErrorAgainAndAgainAndRefusesWhatCannotBeWatched)
-{
-    Loop loop;
-    int calls = 0;
-    const auto watcher = poll(loop, [&] { ++calls; });
-    for (int i = 0; i < 3; ++i) watcher.trigger();
-    runTurns(loop);
-    EXPECT_EQ(calls, 3);
-
-    int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
-    ::close(ends[0]);
-    const fn::FileDescriptor broken(ends[1]); // Of a pipe that nobody can read, which has an error for good.
-    const Poll failing(loop, broken.get(), [&] { ++calls; });
-    EXPECT_TRUE(runUntil(loop, [&] { return calls > 5; }));
-    EXPECT_THROW(Poll(loop, -1, [] {}), fn::IOException);
-    EXPECT_THROW(SignalWatcher(loop, SIGKILL, [] {}), fn::IOException);
-    runTurns(loop);
-}
+INSTANTIATE_TEST_SUITE_P(Kinds, Watchers, testing::Values(async, turnWatcher, signalWatcher));
 
 } // namespace

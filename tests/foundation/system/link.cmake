@@ -1,7 +1,0 @@
-foreach(library sample incomplete)
-    add_library(foundation_system_${library} MODULE ${CMAKE_CURRENT_LIST_DIR}/library/${library}.cpp)
-    target_link_options(foundation_system_${library} PRIVATE -Wl,-z,lazy)
-    add_dependencies(${name}_tests foundation_system_${library})
-    string(TOUPPER ${library} macro)
-    target_compile_definitions(${name}_tests PRIVATE ${macro}_LIBRARY="$<TARGET_FILE:foundation_system_${library}>")
-endforeach()
