@@ -36,7 +36,7 @@ ByteArray::Buffer* ByteArray::allocate(std::size_t capacity, Fill fill)
     auto size = sizeof(Buffer) + capacity;
     void* memory = nullptr;
     if (fill == Fill::Zero) {
-        memory = std::calloc(1, size); // Leaves a large block untouched: its pages are zero already.
+        memory = std::calloc(1, size); // Writes nothing to a large block: fresh pages are zero.
     } else if (isLargeBlock(size)) {
         size = largeBlocks::blockSize(size);
         memory = largeBlocks::allocate(size);
@@ -59,7 +59,7 @@ ByteArray::Buffer* ByteArray::reallocate(Buffer* buffer, std::size_t capacity)
 void ByteArray::free(Buffer* buffer) noexcept
 {
     const auto size = sizeof(Buffer) + buffer->capacity;
-    // Memory of any origin comes from malloc; only what has the size of a block is kept.
+    // All buffers come from malloc() in the end. Those that have exactly the size of a block are kept for the next ones.
     if (isLargeBlock(size) && largeBlocks::blockSize(size) == size)
         largeBlocks::free(buffer, size);
     else
@@ -80,7 +80,7 @@ ByteArray::Buffer* ByteArray::copyOf(const void* data, std::size_t size)
 std::uint8_t* ByteArray::mutableData()
 {
     makeOwn(_size);
-    return _buffer ? _buffer->bytes() + _offset : const_cast<std::uint8_t*>(&noByte); // Of size 0: nothing to write.
+    return _buffer ? _buffer->bytes() + _offset : const_cast<std::uint8_t*>(&noByte); // The array is empty.
 }
 
 void ByteArray::makeOwnSlow(std::size_t capacity)

@@ -17,7 +17,7 @@ class FN_EXPORT ByteArray {
 public:
     ByteArray() noexcept = default;
     explicit ByteArray(unsigned int size); ///< `size` zero bytes.
-    /// Copies. Above the largest size: `fn::RangeException`.
+    /// Copies the bytes. More than 4 GiB - 1 of them: `fn::RangeException`.
     ByteArray(const void* data, std::size_t size) : ByteArray(copyOf(data, size), 0, static_cast<std::uint32_t>(size))
     {
     }
@@ -50,8 +50,8 @@ public:
     std::span<const std::uint8_t> bytes() const noexcept { return { data(), _size }; }
     std::string_view view() const noexcept { return { reinterpret_cast<const char*>(data()), _size }; }
 
-    std::uint8_t* mutableData(); ///< Makes the buffer this array's own first.
-    /// Bytes it can hold without moving; 0 while shared.
+    std::uint8_t* mutableData(); ///< Copies a shared buffer first.
+    /// Bytes that the array can hold without moving; 0 while its buffer is shared.
     std::size_t capacity() const noexcept { return _buffer && _buffer->isUnique() ? _buffer->capacity - _offset : 0; }
     /// Whether another array refers to the same buffer.
     bool isShared() const noexcept { return _buffer && !_buffer->isUnique(); }
@@ -79,7 +79,7 @@ public:
     ByteArray slice(std::size_t offset, std::size_t size) const noexcept;
 
     String hex() const; ///< Lower case.
-    /// Base64 text; `lineLength` > 0 puts CRLF after each that many characters, but not at the end.
+    /// Base64 text, with CRLF after every `lineLength` characters except at the end; 0: without line breaks.
     String base64(int lineLength = 0) const;
     /// Skips blanks and line ends; anything else that is not Base64: `fn::DataFormatException`.
     static ByteArray fromBase64(std::string_view text);
@@ -95,7 +95,7 @@ public:
     }
 
 private:
-    struct Buffer { // The bytes follow.
+    struct Buffer { // The bytes lie right behind it.
         std::atomic<std::uint32_t> references;
         std::uint32_t capacity;
 
@@ -104,7 +104,7 @@ private:
     };
     static constexpr std::uint8_t noByte = 0;
 
-    /// Takes over one reference.
+    /// Takes over one reference to the buffer from the caller.
     ByteArray(Buffer* buffer, std::uint32_t offset, std::uint32_t size) noexcept
     {
         static_assert(sizeof(ByteArray) == 16 && sizeof(void*) == 8 && std::endian::native == std::endian::little);

@@ -12,16 +12,16 @@ struct Exception::Details {
     Details(const Details& other) : trace(other.trace), infos(other.infos) { }
 
     CapturedStackTrace trace;
-    std::vector<std::pair<std::type_index, std::any>> infos; // Few: searched from the front.
+    std::vector<std::pair<std::type_index, std::any>> infos; // Few: a linear search is enough.
 
-    // Made when somebody asks. Copies on several threads may ask at once.
+    // The text of what(), made at its first call. Copies on several threads may call it at once.
     std::mutex textLock;
     std::string text;
 };
 
 namespace {
 
-constexpr int ownFrames = 1; // The constructor of Exception.
+constexpr int ownFrames = 1; // The constructor of Exception, left out of the trace.
 
 std::string systemText(int code)
 {
@@ -41,7 +41,7 @@ std::string describe(const Exception& exception)
     append<PathInfo>(text, exception, [](const String& value) { return fmt::format("Path: {}", value.view()); });
     append<ErrnoInfo>(
         text, exception, [](int value) { return fmt::format("Errno: {} ({})", value, systemText(value)); });
-    // On this platform libuv's numbers are the system's with the sign changed; its own lie beyond those.
+    // On this platform libuv's numbers are those of errno with the sign changed; numbers below -4000 are libuv's own.
     append<UVErrnoInfo>(text, exception, [](int value) {
         const bool isSystems = value < 0 && value > -4000;
         return isSystems ? fmt::format("UV errno: {} ({})", value, systemText(-value))
@@ -80,7 +80,7 @@ const char* Exception::what() const noexcept
         if (_details->text.empty()) _details->text = describe(*this);
         return _details->text.c_str();
     } catch (...) {
-        return _message.c_str(); // No memory for more.
+        return _message.c_str(); // There is no memory for the details.
     }
 }
 

@@ -27,20 +27,20 @@ struct CallTag;
 } // namespace internal
 
 using DetailInfo = ErrorInfo<String, internal::DetailTag>; ///< Free text.
-using PathInfo = ErrorInfo<String, internal::PathTag>; ///< File concerned.
+using PathInfo = ErrorInfo<String, internal::PathTag>; ///< The path of the file concerned.
 using ErrnoInfo = ErrorInfo<std::int32_t, internal::ErrnoTag>;
 using UVErrnoInfo = ErrorInfo<std::int32_t, internal::UVErrnoTag>; ///< Negative, as libuv gives it.
 using WinErrorInfo = ErrorInfo<std::uint32_t, internal::WinErrorTag>;
-using ErrorCodeInfo = ErrorInfo<std::int32_t, internal::ErrorCodeTag>; ///< Of no particular system.
-using CallInfo = ErrorInfo<String, internal::CallTag>; ///< What was called, "Class.method"; not part of `what()`.
+using ErrorCodeInfo = ErrorInfo<std::int32_t, internal::ErrorCodeTag>; ///< A code that belongs to no system.
+using CallInfo = ErrorInfo<String, internal::CallTag>; ///< The call that failed, "Class.method"; not part of `what()`.
 using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTraceTag>; ///< A trace from elsewhere.
 
-/// Root of the library's exceptions. Copies share their details until one of them changes.
-/// `what()` is the message followed by the details, one a line.
+/// Root of the library's exceptions. Copies share their details until one of them changes. `what()` is the message followed by
+/// the details, one on each line.
 class FN_EXPORT Exception : public std::exception {
 public:
     enum class StackTrace : int {
-        Capture = 0, ///< Of the constructing thread.
+        Capture = 0, ///< Takes the trace of the constructing thread.
         None = 1,
     };
 
@@ -52,14 +52,14 @@ public:
     Exception& operator=(Exception&&) noexcept;
     ~Exception() override;
 
-    /// Without namespace; it names the class in another process.
+    /// The class without its namespace. Another process finds the class by this name (`fn::ExceptionFactory`).
     virtual String className() const;
     const String& message() const noexcept { return _message; }
     String displayText() const { return _message; } ///< The message alone, for people.
     const char* what() const noexcept override;
 
     const CapturedStackTrace& stackTrace() const noexcept;
-    void removeStackTrace(); ///< From this copy: for what is expected and merely logged.
+    void removeStackTrace(); ///< From this copy alone: for exceptions that are expected and merely logged.
 
     /// Adds or replaces the detail of that type.
     template <typename T, typename Tag> Exception& attach(ErrorInfo<T, Tag> info)

@@ -21,10 +21,10 @@ struct Table {
         const std::type_info* type;
         const std::type_info* first;
     };
-    std::vector<Taken> unreported; // Libraries are loaded in any order.
+    std::vector<Taken> unreported; // Found before a reporter was set.
 };
 
-// Made by the first registration of whichever library comes first, and never destroyed: exceptions outlast statics.
+// Made by the first registration, whichever library it comes from, and never destroyed: exceptions outlast static variables.
 Table& table()
 {
     static auto& instance = *new Table;

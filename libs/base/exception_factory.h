@@ -11,16 +11,16 @@ class FN_EXPORT ExceptionFactory {
 public:
     using Factory = std::unique_ptr<Exception> (*)(const String& message, Exception::StackTrace choice);
 
-    /// Registers a class under its name (without namespace). The first type of a name keeps it: another one is told to the
-    /// reporter, and arrives elsewhere as the first one. Returns true, for use in an initialiser that runs when the library is
-    /// loaded; no order among libraries is assumed.
+    /// Registers a class under its name (without namespace). The first class of a name keeps it: another class is told to the
+    /// reporter, and its exceptions arrive elsewhere as those of the first. Returns true, for an initialiser that runs when the
+    /// library is loaded; libraries are loaded in any order.
     static bool _registerException(const char* className, const std::type_info& type, Factory factory);
 
     /// An exception of that class; of `fn::RuntimeException` where the name is unknown.
     static std::unique_ptr<Exception> createException(
         const String& className, const String& message, Exception::StackTrace choice = Exception::StackTrace::Capture);
 
-    /// Hears of each class whose name is taken, also of those that came before it. The layer that logs sets it.
+    /// Called for each class whose name is taken already, also for those that came before it. The layer that logs sets it.
     using Reporter = void (*)(const char* className, const std::type_info& type, const std::type_info& first);
     static void setReporter(Reporter reporter);
 };

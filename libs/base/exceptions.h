@@ -10,10 +10,10 @@ FN_DECLARE_EXCEPTION(DataFormatException, RuntimeException); ///< Bytes or text 
 FN_DECLARE_EXCEPTION(EndOfStreamException, RuntimeException);
 FN_DECLARE_EXCEPTION(OperationTimedOutException, RuntimeException);
 FN_DECLARE_EXCEPTION(
-    EndedException, RuntimeException); ///< Who was asked has ended: expected, and no failure of its own.
-FN_DECLARE_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException); ///< Somebody holds that name.
+    EndedException, RuntimeException); ///< The object that was asked has ended. Expected: promises do not log it.
+FN_DECLARE_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException); ///< Somebody else holds a mutex of that name.
 FN_DECLARE_EXCEPTION(
     IOException, RuntimeException); ///< The system refused an operation; carries errno or the uv errno.
-FN_DECLARE_EXCEPTION(FileException, IOException); ///< The same on a file; carries its path.
+FN_DECLARE_EXCEPTION(FileException, IOException); ///< The same for a file; carries its path.
 
 } // namespace fn

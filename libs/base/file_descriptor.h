@@ -13,15 +13,15 @@ public:
     FileDescriptor& operator=(FileDescriptor&& other) noexcept;
     ~FileDescriptor();
 
-    /// Opens an existing file to read. Else `fn::FileException`. A FIFO waits for its writer.
+    /// Opens an existing file for reading, or throws `fn::FileException`. For a FIFO the call waits for a writer.
     static FileDescriptor read(const String& path);
 
-    /// The same for a regular file. What else may lie in its place is refused and not waited for: `fn::FileException` with
-    /// EISDIR or EINVAL.
+    /// Opens a regular file for reading. Anything else at that path is refused without waiting: `fn::FileException` with EISDIR
+    /// or EINVAL.
     static FileDescriptor readRegular(const String& path);
 
-    /// Creates a file with these permission bits (less the process's mask), or empties an existing one, which keeps its
-    /// own. Else `fn::FileException`. A FIFO waits for its reader.
+    /// Creates a file with these permission bits (less the process's mask), or empties an existing file, which keeps its own
+    /// bits. Throws `fn::FileException` on failure. For a FIFO the call waits for a reader.
     static FileDescriptor write(const String& path, int mode);
 
     int get() const noexcept { return _descriptor; } ///< -1 when nothing is owned.
@@ -30,11 +30,10 @@ public:
 
     int release() noexcept; ///< Gives the descriptor to the caller.
 
-    /// Waits until what was written has reached the disk. Else `fn::FileException`.
+    /// Waits until everything written has reached the disk, or throws `fn::FileException`.
     void sync();
 
-    /// Some file systems report a failed write only here: then `fn::FileException`. The descriptor is gone in every
-    /// case.
+    /// Throws `fn::FileException` where the file system reports a failed write only now. The descriptor is closed in every case.
     void close();
 
 private:

@@ -4,11 +4,11 @@
 
 namespace fn {
 
-/// Tells whoever may outlive an object whether it is still there, without holding it. A member of an object that has one owner,
-/// its last one: it ends before the others do, whose ends may call out. (A counted object holds itself while it calls
-/// out, and is known by `WeakPtr`.)
+/// Tells whoever may outlive an object whether it is still there, without holding it. It is the last member of an object that
+/// has one owner, so it ends before the others, whose destructors may call out. (A counted object holds itself while it calls
+/// out, and is watched by a `WeakPtr`.)
 ///
-/// Everything belongs to the thread that destroys the object. The first watch of an object allocates a few bytes, no other one does.
+/// Everything belongs to the thread that destroys the object. The first watch of an object allocates a few bytes, later ones nothing.
 class Lifetime {
     struct Mark {
         std::uint32_t holders = 1; // The lifetime itself and all watches.
@@ -19,7 +19,7 @@ public:
     /// True as long as the object is there. A copy is a pointer and a count.
     class Watch {
     public:
-        Watch() noexcept = default; ///< Of nothing: false.
+        Watch() noexcept = default; ///< Watches nothing, and is false.
         Watch(const Watch& other) noexcept : _mark(other._mark)
         {
             if (_mark) ++_mark->holders;
@@ -53,7 +53,7 @@ public:
     /// For a method that calls out and goes on: `const auto watch = _lifetime.watch(); onEnd.fire(); if (!watch) return;`
     Watch watch() const { return Watch(mark()); }
 
-    /// `callback`, for whoever may call it when the object has gone: it does nothing then.
+    /// Wraps a callback: the call does nothing if the object has gone.
     template <typename Callback> auto guard(Callback callback) const
     {
         return [isThere = watch(), callback = std::move(callback)](auto&&... arguments) mutable {
@@ -61,7 +61,7 @@ public:
         };
     }
 
-    /// Counts as gone from now on: for an object that is closed before it is destroyed.
+    /// The object counts as gone from now on: for objects that are closed before they are destroyed.
     void end() { mark()->hasEnded = true; }
 
 private:

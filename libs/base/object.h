@@ -5,7 +5,7 @@ namespace fn {
 
 class String;
 
-/// Root of the polymorphic classes: something that a Value can hold and that can say what it is.
+/// Root of the polymorphic classes: a Value can hold an Object, and an Object can describe itself.
 class FN_EXPORT Object {
 public:
     Object() = default;

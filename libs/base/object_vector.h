@@ -4,7 +4,7 @@
 
 namespace fn {
 
-/// A list that shares its objects.
+/// A list that holds a strong reference to each of its objects.
 template <typename T> using ObjectVector = std::vector<AutoPtr<T>>;
 
 } // namespace fn

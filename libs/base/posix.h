@@ -16,13 +16,13 @@ template <typename Call> auto uninterrupted(Call&& call)
     return result;
 }
 
-/// A descriptor that programs started from here do not inherit, or -1. A path that holds a NUL byte is EINVAL.
+/// Opens a file. Programs that this process starts do not inherit the descriptor. A path with a NUL byte fails with EINVAL.
 FN_EXPORT int open(const String& path, int flags, int mode = 0);
 
 FN_EXPORT std::ptrdiff_t read(int descriptor, void* data, std::size_t size);
-FN_EXPORT std::ptrdiff_t write(int descriptor, const void* data, std::size_t size); ///< May write less.
+FN_EXPORT std::ptrdiff_t write(int descriptor, const void* data, std::size_t size); ///< May write less than `size`.
 
-/// What the system says of a failure on the file `path`: `fn::FileException` with the path and the errno.
+/// Throws `fn::FileException` with the system's text for the failure, the path and the errno.
 [[noreturn]] FN_EXPORT void throwErrno(const String& path, int error = errno);
 
 /// Throws the `fn::IOException` `message` with the errno.

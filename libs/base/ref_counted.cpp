@@ -28,7 +28,7 @@ void RefCountedBase::deleteInstance() { delete this; }
 
 void RefCountedBase::lastReferenceGone() const noexcept
 {
-    // References taken from here on, by destructors say, count above the mark and never come back to 1.
+    // References taken from here on (by destructors, say) count above the mark, and their release does not come here again.
     _count.fetch_or(dying, std::memory_order_relaxed);
     const_cast<RefCountedBase*>(this)->deleteInstance();
 }

@@ -49,7 +49,7 @@ protected:
 
 private:
     template <typename T> friend class WeakPtr;
-    Lifetime _lifetime; // Of the weak links.
+    Lifetime _lifetime; // Watched by the weak links.
 };
 
 /// Base of the shared objects: reference counted, weakly referencable, printable.

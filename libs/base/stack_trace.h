@@ -5,7 +5,7 @@
 
 namespace fn {
 
-/// One frame for people. `address` is the offset in its module (so that it fits 32 bits and can be looked up in the file).
+/// One frame in readable form. `address` is the offset in its module (so that it fits 32 bits and can be looked up in the file).
 struct ResolvedFrame {
     std::uint32_t address = 0;
     String moduleName; ///< Base name of the file the code comes from.
@@ -23,7 +23,7 @@ struct ResolvedStackTrace {
 /// Code addresses of this process, innermost first. Capturing is cheap; resolving happens only when somebody looks.
 class FN_EXPORT CapturedStackTrace {
 public:
-    /// The innermost frame is the caller's, or lies `skipFrames` further out. At most some 60 frames.
+    /// The frames from the caller's outwards, less the innermost `skipFrames`. At most some 60.
     static CapturedStackTrace capture(int skipFrames = 0);
 
     bool empty() const noexcept { return _addresses.empty(); }

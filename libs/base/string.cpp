@@ -125,7 +125,7 @@ void String::release() noexcept
 
 String& String::operator+=(std::string_view text)
 {
-    // `text` may lie within this string; every branch writes behind it or copies it before it goes.
+    // `text` may lie within this string: every branch writes behind it, or copies it before the old buffer is released.
     if (text.empty()) return *this;
     const auto oldSize = size();
     const auto newSize = checkedSize(oldSize + text.size());
@@ -144,7 +144,7 @@ String& String::operator+=(std::string_view text)
             return *this;
         }
     }
-    // Room for more, so that appending piece by piece costs a constant a byte.
+    // Growing by half bounds how often a byte is copied when a text is appended piece by piece.
     const auto room = std::max<std::uint64_t>(newSize, std::uint64_t(oldSize) + oldSize / 2);
     char* grown = allocateText(static_cast<std::uint32_t>(std::min<std::uint64_t>(room, UINT32_MAX)));
     std::memcpy(grown, data(), oldSize);

@@ -19,7 +19,7 @@ namespace fn {
 class String;
 
 namespace internal {
-/// The standard library's texts, and literals.
+/// Literals and the standard library's classes of text.
 template <typename T>
 concept OtherText = std::convertible_to<const T&, std::string_view> && !std::derived_from<T, String>;
 } // namespace internal
@@ -63,7 +63,7 @@ public:
             release();
     }
 
-    /// A text of `size` bytes that `fill(char*)` writes, all of them.
+    /// A text of `size` bytes. `fill(char*)` must write all of them.
     template <typename Fill> static String build(std::size_t size, Fill&& fill)
     {
         String result;
@@ -86,7 +86,7 @@ public:
 
     friend bool operator==(const String& a, const String& b) noexcept
     {
-        // Short texts have zeros behind them: equal ones are equal bit by bit.
+        // The unused bytes of a short text are zero: equal short texts have equal words.
         const auto x = a.words(), y = b.words();
         if (x.first == y.first && x.second == y.second) return true;
         return !a.isInline() && !b.isInline() && a.view() == b.view();
@@ -101,7 +101,7 @@ public:
         return a.view() <=> std::string_view(b);
     }
 
-    /// Negative, 0, positive.
+    /// Negative if `a` comes first, positive if `b` does, 0 if they are equal.
     static int compare(const String& a, const String& b) noexcept
     {
         if (!a.isInline() || !b.isInline()) [[unlikely]]
@@ -110,7 +110,7 @@ public:
         if (x.first != y.first) return x.first < y.first ? -1 : 1;
         const auto inLast = [](std::uint64_t word) { return word >> 8; }; // Without the tag.
         if (inLast(x.second) != inLast(y.second)) return inLast(x.second) < inLast(y.second) ? -1 : 1;
-        return static_cast<int>(a.size()) - static_cast<int>(b.size()); // They differ by zeros at the end, if at all.
+        return static_cast<int>(a.size()) - static_cast<int>(b.size()); // At most zeros at the end differ.
     }
 
     friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const String& text);
@@ -125,7 +125,7 @@ public:
     String toLower() const { return toLowerCase(); }
     String toUpper() const { return toUpperCase(); }
 
-    /// Without ASCII blanks (space, tab, CR, LF, VT, FF) in front and behind; `bothEnds` false: only behind.
+    /// The text without ASCII blanks (space, tab, CR, LF, VT, FF) at both ends, or without those at its end alone.
     String trim(bool bothEnds = true) const;
 
     static constexpr int KeepEmptyParts = 1;
@@ -168,7 +168,7 @@ private:
     };
 
     static String concatenate(std::string_view a, std::string_view b);
-    /// Both halves of what is stored.
+    /// The 16 bytes of `_storage` as two numbers.
     struct Words {
         std::uint64_t first, second;
     };
@@ -222,8 +222,8 @@ private:
     void retain() noexcept;
     void release() noexcept;
 
-    // In place: up to 15 bytes and, in the last byte, 15 - size (the terminator of a full one). Else: a pointer to the
-    // shared text, the size in 32 bits, and 0xFF in the last byte.
+    // A text of up to 15 bytes lies here itself, and the last byte is 15 - size (which terminates a text of 15). For a longer
+    // one: a pointer to the text, the size in 32 bits, and 0xFF.
     alignas(8) char _storage[16];
 };
 

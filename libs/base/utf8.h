@@ -8,8 +8,8 @@ namespace fn {
 /// Whether a text is UTF-8 from end to end. Overlong forms and surrogates are not.
 FN_EXPORT bool isUTF8(std::string_view text) noexcept;
 
-/// The beginning of a text, of at most `mostBytes`. It ends where a character does, unless that would take more than three
-/// bytes away: the text is no UTF-8 then.
+/// The beginning of a text, at most `mostBytes` long. Up to three bytes less are taken so that it ends between two characters;
+/// a text in which that is not enough is not UTF-8.
 FN_EXPORT std::string_view cutText(std::string_view text, std::size_t mostBytes) noexcept;
 
 } // namespace fn

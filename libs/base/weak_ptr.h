@@ -19,7 +19,7 @@ public:
         return _isThere && _object->tryRetain() ? AutoPtr<T>::adopt(_object) : AutoPtr<T>();
     }
 
-    /// `callback`, for whoever may call it when the target has gone: it does nothing then, and holds the target else.
+    /// Wraps a callback. The call holds the target, and does nothing if the target has gone.
     template <typename Callback> auto guard(Callback callback) const
     {
         return [weak = *this, callback = std::move(callback)](auto&&... arguments) mutable {

@@ -4,8 +4,8 @@
 
 namespace fn::internal {
 
-/// Sets 16 bytes by one write. Strings, byte arrays and values are moved by one read of as many, right after they have been
-/// made: that read would wait until separate writes of the parts have reached the cache, longer than all else it costs.
+/// Sets 16 bytes by one write. Strings, byte arrays and values are often moved right after they were made, by one read of 16
+/// bytes. After two writes of 8 bytes it would wait until both have reached the cache: longer than the rest of the move takes.
 inline void storeWords(void* to, std::uint64_t first, std::uint64_t second) noexcept
 {
     typedef std::uint64_t Pair __attribute__((vector_size(16)));

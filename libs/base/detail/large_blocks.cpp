@@ -10,7 +10,7 @@
 namespace fn::largeBlocks {
 namespace {
 
-// How GCC, and how Clang tells of a sanitizer.
+// GCC tells of a sanitizer by macros, Clang by __has_feature.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define FN_KEEPS_NO_BLOCKS
 #elif defined(__has_feature)
@@ -20,13 +20,13 @@ namespace {
 #endif
 
 #ifdef FN_KEEPS_NO_BLOCKS
-constexpr std::size_t keptBytes = 0; // Memory that is used after it was freed is to be seen.
+constexpr std::size_t keptBytes = 0; // A sanitizer must see memory that is used after it was freed.
 #else
-constexpr std::size_t keptBytes = 8 * 1024 * 1024; // By one thread.
+constexpr std::size_t keptBytes = 8 * 1024 * 1024; // By each thread.
 #endif
 
-constexpr int leastBits =
-    std::bit_width(leastBytes - 1) - 1; // Of a size less one: a power of two belongs to those below it.
+// Sizes are grouped by the highest bit of the size less one: a power of two is the last size of its group.
+constexpr int leastBits = std::bit_width(leastBytes - 1) - 1;
 constexpr int mostBits = std::bit_width(mostBytes - 1) - 1;
 constexpr std::size_t stepsPerPower = 4;
 
@@ -34,12 +34,12 @@ struct Block {
     Block* next;
 };
 
-/// No destructor: buffers are freed after a thread's other variables have gone, too.
+/// Has no destructor, since buffers are also freed after the thread's other variables have been destroyed.
 struct Cache {
     std::array<Block*, (mostBits - leastBits + 1) * stepsPerPower> blocks;
     std::size_t bytes;
     bool isClosed;
-    bool wasUsed; // Since the last look.
+    bool wasUsed; // Since the last giveBackIdleMemory().
 };
 constinit thread_local Cache cache {};
 
@@ -110,5 +110,5 @@ void fn::giveBackIdleMemory() noexcept
     using namespace largeBlocks;
     if (std::exchange(cache.wasUsed, false) || cache.bytes == 0) return;
     freeAll();
-    malloc_trim(0); // Most of them lie within the heap.
+    malloc_trim(0); // Most blocks lie within the heap, which keeps their pages otherwise.
 }

@@ -1,17 +1,17 @@
 #pragma once
 #include <cstddef>
 
-/// Memory for large buffers. What a thread frees is kept for its next ones, up to a bound: the system gives fresh memory page
-/// by page, each with a fault and filled with zeros, which costs more than copying into it.
+/// Memory for large buffers. Blocks that a thread frees are kept for its next buffers, up to a bound: the system gives fresh
+/// memory page by page, each with a fault and filled with zeros, which costs more than copying the bytes into it.
 namespace fn::largeBlocks {
 
-inline constexpr std::size_t leastBytes = 8 * 1024; ///< Smaller ones are a matter for malloc.
-inline constexpr std::size_t mostBytes = 4 * 1024 * 1024; ///< So are larger ones.
+inline constexpr std::size_t leastBytes = 8 * 1024; ///< Smaller buffers come from malloc().
+inline constexpr std::size_t mostBytes = 4 * 1024 * 1024; ///< So do larger ones.
 
 /// The size of the block that holds `bytes` (between the bounds): at most a quarter more.
 std::size_t blockSize(std::size_t bytes) noexcept;
 
-void* allocate(std::size_t blockSize) noexcept; ///< Null where there is no memory. Not zeroed.
+void* allocate(std::size_t blockSize) noexcept; ///< Null if there is no memory. Not zeroed.
 void free(void* memory, std::size_t blockSize) noexcept;
 
 } // namespace fn::largeBlocks

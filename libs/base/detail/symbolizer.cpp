@@ -13,7 +13,7 @@
 namespace fn::internal {
 namespace {
 
-// As dwfl_linux_proc_find_elf, which leaves its descriptors to child processes.
+// Does what dwfl_linux_proc_find_elf does, but child processes do not inherit the descriptor.
 int openModule(Dwfl_Module*, void**, const char* path, Dwarf_Addr, char** fileName, Elf**)
 {
     const int descriptor = *path == '/' ? open(path, O_RDONLY | O_CLOEXEC) : -1;
@@ -21,7 +21,7 @@ int openModule(Dwfl_Module*, void**, const char* path, Dwarf_Addr, char** fileNa
     return descriptor;
 }
 
-// Modules describe themselves or not at all: the library's own search may go as far as a server in the network.
+// Separate debug files are not looked for: the search of libdw may go as far as a server in the network.
 int findNoDebugFile(Dwfl_Module*, void**, const char*, Dwarf_Addr, const char*, const char*, GElf_Word, char**)
 {
     return -1;
@@ -29,7 +29,7 @@ int findNoDebugFile(Dwfl_Module*, void**, const char*, Dwarf_Addr, const char*, 
 
 String readableSymbol(const char* symbol)
 {
-    // Only mangled names: "f", a function of C, would read as the type float.
+    // Only mangled names are demangled: "f", the name of a function of C, would come out as the type float.
     return std::strncmp(symbol, "_Z", 2) == 0 ? debug::demangleTypeName(symbol) : String(symbol);
 }
 
@@ -40,7 +40,7 @@ const Dwfl_Callbacks callbacks {
     .debuginfo_path = nullptr,
 };
 
-/// The tables of all modules, for a few addresses.
+/// The tables of all modules, read for the addresses of one call.
 class Session {
 public:
     Session() : _session(dwfl_begin(&callbacks))
@@ -54,13 +54,13 @@ public:
     ~Session()
     {
         dwfl_end(_session);
-        malloc_trim(0); // Else most of it stays in the heap between what is still used.
+        malloc_trim(0); // Most freed tables would stay in the heap, between memory in use.
     }
 
     ResolvedFrame lookUp(std::uintptr_t returnAddress) const
     {
         ResolvedFrame frame;
-        const auto call = returnAddress - 1; // The return may lie beyond the function, or on the next line.
+        const auto call = returnAddress - 1; // The return address may lie beyond the function, or on the next line.
         Dl_info info = {};
         if (!dladdr(reinterpret_cast<void*>(call), &info)) return frame;
         frame.address = static_cast<std::uint32_t>(returnAddress - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
@@ -91,7 +91,7 @@ private:
         frame.fileLine = line;
     }
 
-    Dwfl* const _session; // Null without memory.
+    Dwfl* const _session; // Null if there was no memory.
     bool _isReported = false;
 };
 
@@ -116,7 +116,7 @@ public:
 
 private:
     std::mutex _lock;
-    std::unordered_map<void*, ResolvedFrame> _frames; // Bounded by the places that can throw.
+    std::unordered_map<void*, ResolvedFrame> _frames; // Bounded by the places in the code that can throw.
 };
 
 } // namespace

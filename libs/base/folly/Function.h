@@ -11,7 +11,7 @@ template <typename Signature> class Function;
 
 namespace internal {
 
-/// What can be null itself (pointers, std::function and its like) and then makes an empty Function.
+/// Callables that can be null themselves (pointers, std::function and the like). A null one makes an empty Function.
 template <typename F>
 concept Nullable = std::is_pointer_v<F> || std::is_member_pointer_v<F> || requires(const F& callee)
 {
@@ -19,7 +19,7 @@ concept Nullable = std::is_pointer_v<F> || std::is_member_pointer_v<F> || requir
     callee == nullptr;
 };
 
-/// What the signatures have in common.
+/// The part of Function that is the same for all signatures.
 template <typename Signature> class FunctionStorage {
     using Callee = std::move_only_function<Signature>;
 
@@ -41,7 +41,7 @@ public:
     friend bool operator==(const FunctionStorage& function, std::nullptr_t) noexcept { return !function._callee; }
 
 protected:
-    // Called empty, the standard's class is undefined: tested here first.
+    // Calling an empty std::move_only_function is undefined, so each call tests for it first.
     void requireCallee() const
     {
         if (!_callee) [[unlikely]]
@@ -53,8 +53,8 @@ protected:
 
 } // namespace internal
 
-/// A callable of any type that takes `Args` and gives R. Move-only, so that it can hold move-only captures; three words
-/// are stored in place. Calling an empty one throws std::bad_function_call. Moving from one leaves it empty.
+/// A callable of any type that takes `Args` and gives R. Move-only, so that it can hold move-only captures; three words are
+/// stored in place. Calling an empty Function throws std::bad_function_call. A Function that was moved from is empty.
 ///
 /// `Function<R(Args...) const>` can be called through a const reference; a noexcept signature takes noexcept callables.
 template <typename R, typename... Args, bool isNoexcept>
