@@ -22,7 +22,7 @@ void failOnReports()
     fn::setAssertionHook([](const fn::AssertionSite& site) {
         fail(fmt::format("broken invariant: {} ({}, {})", site.expression, site.file, site.line));
     });
-    fn::setUnhandledExceptionHook(failing("unhandled exception"));
+    fn::setUnhandledExceptionHook([](std::exception_ptr exception) { failWith("unhandled exception", exception); });
 }
 
 } // namespace
