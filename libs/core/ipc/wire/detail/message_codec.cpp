@@ -1,7 +1,7 @@
 #include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/limits.h"
-#include "foundation/mpack/deserializer.h"
 #include "foundation/mpack/codes.h"
+#include "foundation/mpack/deserializer.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/value_map.h"
 #include <algorithm>
@@ -24,8 +24,8 @@ public:
     Byte* skip(Byte* at, int depth)
     {
         if (at == _end) return nullptr;
-        // What nearly every message is made of: 18 ns for all its fields, and 24 where these two are among the others.
-        if (*at < code::FixMap) return at + 1;
+        // What nearly every message is made of: 16 ns for all its fields, and 24 where these are among the others.
+        if (*at <= code::FixMap) return *at < code::FixMap || depth < fn::mpack::maxDepth ? at + 1 : nullptr;
         if (*at == code::UInt32) return pass(at, 5);
         if (*at == code::Bin32) return passCounted<std::uint32_t>(at + 1);
         return skipLong(at, depth);
@@ -173,7 +173,7 @@ MessageView::MessageView(const FrameBody& body) : _body(body)
         return;
     }
     _fields = offset(at);
-    _behindSource = offset(end);
+    auto* behindSource = end;
     for (auto left = _fieldCount; left > 0; --left) {
         auto* const key = at;
         auto* const value = scanner.skip(key, 1);
@@ -181,14 +181,14 @@ MessageView::MessageView(const FrameBody& body) : _body(body)
         at = scanner.skip(value, 1);
         if (!at) return;
         const auto code = *key < code::FixMap ? *key : plainInteger({ key, value }).value_or(0);
-        if (code == 0 || code > field::LAST) continue;
-        if (!_values[code].isEmpty()) return; // Readers would not agree which of them counts.
+        if (code - 1 >= field::LAST) continue;
+        if (has(static_cast<int>(code))) return; // Readers would not agree which of them counts.
         _values[code] = { offset(value), offset(at) };
-        if (code == field::SOURCE_WORKER_ID)
+        if (code == field::SOURCE_WORKER_ID) [[unlikely]]
             _source = { offset(key), offset(at) };
-        else if (code > field::SOURCE_WORKER_ID)
-            _behindSource = std::min(_behindSource, offset(key));
+        if (code > field::SOURCE_WORKER_ID && behindSource == end) behindSource = key;
     }
+    _behindSource = offset(behindSource);
     _isValid = at == end;
 }
 
