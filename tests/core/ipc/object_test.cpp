@@ -181,3 +181,13 @@ TEST_F(ObjectTest, WhatCannotBeSentRejectsItsCallAndKeepsNothing)
     EXPECT_EQ(early.error(), "RuntimeException: The worker is not connected yet") << "it could not be answered";
     EXPECT_EQ(call(reference, "echo", 1).value(), Value(1));
 }
+
+TEST_F(ObjectTest, WhatIsSaidLastArrives)
+{
+    loop.post([&] {
+        reference->callMethod("last", fn::ByteArray(4'000'000u)); // More than a socket holds.
+        user->worker->stop();
+    });
+    settle();
+    EXPECT_EQ(service->calls.size(), 1u);
+}
