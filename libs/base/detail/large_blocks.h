@@ -3,6 +3,8 @@
 
 /// Memory for large buffers. Blocks that a thread frees are kept for its next buffers, up to a bound: the system gives fresh
 /// memory page by page, each with a fault and filled with zeros, which costs more than copying the bytes into it.
+/// (With malloc alone a call with an argument of 1 MiB took 1.36 times the processor time of caller, hub and owner, and one of 1,000
+/// small ones in flight 1.09 times: medians of 6 rounds in turn.)
 namespace fn::largeBlocks {
 
 inline constexpr std::size_t leastBytes = 8 * 1024; ///< Smaller buffers come from malloc().
