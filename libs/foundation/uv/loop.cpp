@@ -180,7 +180,7 @@ void Loop::Private::wake()
 
 void Loop::Private::post(Task task)
 {
-    if (isCurrentThread()) return _tasks.push(std::move(task));
+    if (isCurrentThread()) return _tasks.push_back(std::move(task));
     const std::lock_guard guard(_lock);
     _remoteTasks.push_back(std::move(task));
     if (!_hasRemoteTasks.exchange(true) && !_ended) wake();
@@ -200,7 +200,7 @@ Handle Loop::Private::schedule(Duration delay, Task task)
 void Loop::Private::turn()
 {
     takeRemoteTasks();
-    _turnEnd = _tasks.tail();
+    _turnEnd = postedTasks();
     ++_callbacks;
     fireDueTimers();
     uv_run(&_uv, UV_RUN_ONCE);
@@ -223,7 +223,7 @@ void Loop::Private::turn()
 void Loop::Private::simulatedTurn()
 {
     takeRemoteTasks();
-    _turnEnd = _tasks.tail();
+    _turnEnd = postedTasks();
     ++_callbacks;
     if (_timers.earliest()) _timers.fireDue(_clock.monotonic());
     flushStreams();
@@ -237,7 +237,7 @@ void Loop::Private::simulatedTurn()
     _system->deliver();
     --_callbacks;
     wokenUp();
-    _system->tookSteps(_turnEnd - std::min(_turnEnd, _tasks.head()));
+    _system->tookSteps(_turnEnd - std::min(_turnEnd, _takenTasks));
     runTasks();
     flushStreams();
     freeRetired();
@@ -248,11 +248,11 @@ void Loop::Private::takeRemoteTasks()
     if (!_hasRemoteTasks.load(std::memory_order_relaxed)) return;
     {
         const std::lock_guard guard(_lock);
-        _takenTasks.swap(_remoteTasks);
+        _arrivedTasks.swap(_remoteTasks);
         _hasRemoteTasks.store(false, std::memory_order_relaxed);
     }
-    for (auto& task : _takenTasks) _tasks.push(std::move(task));
-    _takenTasks.clear();
+    for (auto& task : _arrivedTasks) _tasks.push_back(std::move(task));
+    _arrivedTasks.clear();
 }
 
 void Loop::Private::fireDueTimers()
@@ -270,8 +270,9 @@ void Loop::Private::fireDueTimers()
 void Loop::Private::runTasks()
 {
     const auto end = _turnEnd; // A task that runs the loop again moves the member on.
-    while (_tasks.head() < end) {
-        Task task = _tasks.pop();
+    while (_takenTasks < end) {
+        ++_takenTasks;
+        auto task = takeFirst(_tasks);
         callGuarded(task);
     }
 }
@@ -294,9 +295,9 @@ void Loop::Private::freeRetired()
 void Loop::Private::wokenUp()
 {
     // What ends the wait counts as present at the turn's start, unless I/O has posted something before it.
-    const bool nothingPostedSince = _turnEnd == _tasks.tail();
+    const bool nothingPostedSince = _turnEnd == postedTasks();
     takeRemoteTasks();
-    if (nothingPostedSince) _turnEnd = _tasks.tail();
+    if (nothingPostedSince) _turnEnd = postedTasks();
 }
 
 void Loop::Private::beforeWait()
@@ -337,7 +338,7 @@ std::unique_ptr<char[]> Loop::Private::takeReadBuffer()
 void Loop::Private::destroyTasks()
 {
     for (takeRemoteTasks(); !_tasks.empty(); takeRemoteTasks()) {
-        while (!_tasks.empty()) _tasks.pop();
+        while (!_tasks.empty()) takeFirst(_tasks);
     }
 }
 

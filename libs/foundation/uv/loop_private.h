@@ -1,11 +1,11 @@
 #pragma once
 #include "foundation/time/clock_private.h"
 #include "foundation/unhandled_exception.h"
-#include "foundation/uv/detail/ring_queue.h"
 #include "foundation/uv/detail/timer_queue.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/system.h"
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -33,6 +33,14 @@ template <typename Callable, typename... Args> void callGuarded(Callable&& calla
     } catch (...) {
         unhandledException();
     }
+}
+
+/// Takes the first element out of a queue. What its end runs finds it gone.
+template <typename T> T takeFirst(std::deque<T>& queue)
+{
+    T first = std::move(queue.front());
+    queue.pop_front();
+    return first;
 }
 
 /// Something that a loop's end has to end: a timer, a stream, a child process.
@@ -147,6 +155,7 @@ private:
     void runSimulated();
     void simulatedTurn();
     void takeRemoteTasks();
+    std::uint64_t postedTasks() const noexcept { return _takenTasks + _tasks.size(); } // Ever.
     void fireDueTimers();
     void runTasks();
     void flushStreams();
@@ -175,8 +184,9 @@ private:
     int _callbacks = 0; // Of libuv and of timers: runs that are inside of one.
     std::atomic<bool> _ended { false }; // Set under `_lock`.
 
-    RingQueue<Task> _tasks;
-    std::uint64_t _turnEnd = 0; // Number of the first task that this turn leaves to the next one.
+    std::deque<Task> _tasks;
+    std::uint64_t _takenTasks = 0; // So many have left `_tasks` in order to run.
+    std::uint64_t _turnEnd = 0; // Of all that were posted, so many run in this turn or have run.
     TimerQueue _timers;
     LoopMembers _members;
     LoopMembers _endedMembers; // Told of the loop's end, but libuv or a user still knows them.
@@ -189,7 +199,7 @@ private:
     // destructor takes the lock once before it goes on.
     std::mutex _lock;
     std::vector<Task> _remoteTasks; // Guarded by `_lock`.
-    std::vector<Task> _takenTasks; // Empty but for its memory, between calls.
+    std::vector<Task> _arrivedTasks; // Empty but for its memory, between calls.
     std::atomic<bool> _hasRemoteTasks { false }; // Written under `_lock`.
     std::atomic<bool> _stopRequested { false }; // Set under `_lock` by other threads.
 

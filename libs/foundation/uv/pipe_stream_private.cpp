@@ -140,7 +140,7 @@ void PipeStream::Private::announcePeer(Hold<Private> peer, int code)
     if (code == 0) {
         peer->becomeConnected();
         if (isTrusted(*peer)) {
-            _waiting.push(peer.release());
+            _waiting.push_back(peer.release());
             return announce(0);
         }
     }
@@ -165,9 +165,9 @@ bool PipeStream::Private::isTrusted(const Private& peer) const noexcept
 
 void PipeStream::Private::announce(int code)
 {
-    _announcements.push(code);
+    _announcements.push_back(code);
     while (!_announcements.empty() && _onConnection) {
-        const auto next = _announcements.pop();
+        const auto next = takeFirst(_announcements);
         auto callback = std::exchange(_onConnection, {});
         callGuarded(callback, next < 0 ? Status("accept a connection", next) : Status());
         if (!isClosed() && !_onConnection) _onConnection = std::move(callback);
@@ -177,7 +177,7 @@ void PipeStream::Private::announce(int code)
 PipeStream::Private* PipeStream::Private::takeWaiting()
 {
     if (_waiting.empty()) Status("accept a connection", UV_EAGAIN).throwOnError();
-    return _waiting.pop();
+    return takeFirst(_waiting);
 }
 
 void PipeStream::Private::connect(const String& name, ConnectionCallback callback)
@@ -242,7 +242,7 @@ void PipeStream::Private::close(folly::Function<void()> completion)
     _onClosed = std::move(completion);
     closeSocket();
     while (!_waiting.empty()) {
-        const Hold<Private> peer(_waiting.pop());
+        const Hold<Private> peer(takeFirst(_waiting));
         peer->close({});
     }
     // These go last: what they hold may be the last reference to this stream.

@@ -111,8 +111,8 @@ private:
     int _backlog = 0;
     bool _listenStopped = false;
     bool _untaken = false; // libuv holds a connection, and looks for no other until that is taken.
-    RingQueue<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
-    RingQueue<int> _announcements; // Codes that `_onConnection` is to be called with.
+    std::deque<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
+    std::deque<int> _announcements; // Codes that `_onConnection` is to be called with.
 
     ConnectionCallback _onConnect;
     String _connectAction; // For reports.

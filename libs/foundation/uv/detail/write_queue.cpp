@@ -19,7 +19,7 @@ void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
 {
     const auto size = bytes.size();
     if (completion || size > joinedBytes || !join(bytes)) {
-        _entries.push({ std::move(bytes), std::move(completion) });
+        _entries.push_back({ std::move(bytes), std::move(completion) });
         _isJoining = false;
     }
     _bytes += size; // At last: what found no memory is not counted.
@@ -32,7 +32,7 @@ void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
 bool WriteQueue::join(const ByteArray& bytes)
 {
     if (_entries.empty()) return false;
-    auto& last = _entries[_entries.size() - 1].bytes;
+    auto& last = _entries.back().bytes;
     if (_isJoining && last.capacity() - last.size() >= bytes.size()) {
         last.append(bytes.data(), bytes.size());
         return true;
@@ -41,7 +41,7 @@ bool WriteQueue::join(const ByteArray& bytes)
     const auto wanted = _isJoining ? 2 * (last.size() + bytes.size()) : bytes.size();
     block.reserve(std::clamp(wanted, leastBlockBytes, mostBlockBytes));
     block.append(bytes.data(), bytes.size());
-    _entries.push({ std::move(block), {} });
+    _entries.push_back({ std::move(block), {} });
     _isJoining = true;
     return true;
 }
@@ -79,7 +79,7 @@ void WriteQueue::fail(int code)
 
 void WriteQueue::refuse(Stream::Completion completion, int code)
 {
-    if (completion) _finished.push({ std::move(completion), code });
+    if (completion) _finished.push_back({ std::move(completion), code });
 }
 
 void WriteQueue::drop()
@@ -94,14 +94,14 @@ void WriteQueue::drop()
 void WriteQueue::complete()
 {
     for (auto count = _finished.size(); count > 0 && hasFinished(); --count) {
-        auto finished = _finished.pop();
+        auto finished = takeFirst(_finished);
         callGuarded(finished.completion, finished.code < 0 ? Status("write to a pipe", finished.code) : Status());
     }
 }
 
 void WriteQueue::finishFirst(int code)
 {
-    auto entry = _entries.pop();
+    auto entry = takeFirst(_entries);
     refuse(std::move(entry.completion), code);
 }
 

@@ -1,6 +1,6 @@
 #pragma once
-#include "foundation/uv/detail/ring_queue.h"
 #include "foundation/uv/stream.h"
+#include <deque>
 #include <uv.h>
 
 namespace fn::uv {
@@ -42,11 +42,11 @@ private:
     bool join(const ByteArray& bytes);
     void finishFirst(int code);
 
-    RingQueue<Entry> _entries;
+    std::deque<Entry> _entries;
     bool _isJoining = false; // The last entry is a block of the queue's own: more may be appended.
     std::size_t _sentOfFirst = 0; // Bytes of the first entry that have left.
     std::size_t _bytes = 0;
-    RingQueue<Finished> _finished;
+    std::deque<Finished> _finished;
 };
 
 } // namespace fn::uv
