@@ -2,6 +2,7 @@
 #include "foundation/promise.h"
 #include "foundation/value.h"
 #include <cstdint>
+#include <unordered_map>
 #include <vector>
 
 namespace ipc {
@@ -22,12 +23,11 @@ private:
     void wasCancelled() override;
 
     fn::AutoPtr<CallableObjectReference> _reference; // Until the call leaves the table.
-    fn::AutoPtr<PendingCall> _next; // In its bucket.
     const fn::String _method;
     const std::uint32_t _requestId;
 };
 
-/// The pending calls of one reference by request id. Ids count up, so that the buckets of their lowest bits fill evenly.
+/// The pending calls of one reference by request id.
 class FN_EXPORT PendingCalls {
 public:
     /// A call that has left the table. It lets go of the reference after it has been settled.
@@ -43,14 +43,9 @@ public:
     std::vector<Ended> takeAll(); ///< Ascending by id.
 
 private:
-    using Bucket = fn::AutoPtr<PendingCall>;
-
-    Bucket& bucketOf(std::uint32_t requestId) { return _buckets[requestId & (_buckets.size() - 1)]; }
-    void resize(std::size_t buckets);
     static Ended end(fn::AutoPtr<PendingCall> call);
 
-    std::vector<Bucket> _buckets; // As many as a power of two, or none.
-    std::size_t _count = 0;
+    std::unordered_map<std::uint32_t, fn::AutoPtr<PendingCall>> _calls;
 };
 
 } // namespace ipc
