@@ -5,9 +5,12 @@
 namespace fn::uv {
 
 struct Poll::Private final : SharedMember {
-    Private(Loop::Private& loop, Task task)
-        : SharedMember(loop, 2),
-          _callback(std::move(task)) { } // Its user and libuv.
+    Private(Loop::Private& loop, Task task, Event event)
+        : SharedMember(loop, 2), // Its user and libuv.
+          _callback(std::move(task)),
+          _events(event == Event::Readable ? UV_READABLE : UV_WRITABLE)
+    {
+    }
 
     int start(int descriptor)
     {
@@ -26,16 +29,15 @@ private:
 
     uv_poll_t _poll;
     RepeatedCallback _callback;
+    const int _events;
     bool _isOpen = false; // libuv knows it.
     bool _closed = false;
 };
 
 int Poll::Private::listen()
 {
-    const auto onReadable = [](uv_poll_t* handle, int status, int) {
-        static_cast<Private*>(handle->data)->run(status);
-    };
-    return uv_poll_start(&_poll, UV_READABLE, onReadable);
+    const auto onEvent = [](uv_poll_t* handle, int status, int) { static_cast<Private*>(handle->data)->run(status); };
+    return uv_poll_start(&_poll, _events, onEvent);
 }
 
 void Poll::Private::run(int status)
@@ -57,8 +59,8 @@ void Poll::Private::close()
     _callback.drop();
 }
 
-Poll::Poll(Loop& loop, int descriptor, Task callback)
-    : _private(new Private(loop.internals().requireReal("A watched descriptor"), std::move(callback)))
+Poll::Poll(Loop& loop, int descriptor, Task callback, Event event)
+    : _private(new Private(loop.internals().requireReal("A watched descriptor"), std::move(callback), event))
 {
     const auto code = _private->start(descriptor);
     if (code == 0) return;
