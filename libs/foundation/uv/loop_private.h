@@ -144,6 +144,9 @@ struct Loop::Private final : ClockFollower {
     /// Freed at the end of a turn, unless that is of a run inside of a callback of libuv or of a timer.
     void retire(LoopMember& member) { _retired.push_back(&member); }
 
+    int children = 0; ///< Started on this loop and not reaped yet.
+    bool endsWithChildren = false; ///< The last one stops the loop.
+
     std::unique_ptr<char[]> takeReadBuffer();
     void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }
 

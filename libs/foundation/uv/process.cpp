@@ -76,7 +76,10 @@ void Process::Private::spawn(ProcessOptions options)
     _open = true;
     auto* const system = loop()->system();
     const auto code = system ? startSimulated(*system, options) : start(options, std::move(streams));
-    if (code >= 0) return;
+    if (code >= 0) {
+        ++loop()->children;
+        return;
+    }
     forget();
     close();
     Status(action, code).throwOnError();
@@ -121,6 +124,7 @@ void Process::Private::kill(int signal)
 void Process::Private::exited(std::int64_t status, int signal)
 {
     auto callback = std::exchange(_onExit, {});
+    if (--loop()->children == 0 && loop()->endsWithChildren) loop()->stop();
     close();
     if (callback) callGuarded(callback, status, signal);
 }
@@ -145,6 +149,20 @@ void Process::Private::loopIsEnding()
 {
     close();
     forget();
+}
+
+bool Process::awaitAll(Loop& loop, Duration most)
+{
+    auto& internals = loop.internals();
+    bool isOver = false;
+    const auto timer = loop.schedule(most, [&] {
+        isOver = true;
+        loop.stop();
+    });
+    internals.endsWithChildren = true;
+    while (internals.children > 0 && !isOver) loop.run();
+    internals.endsWithChildren = false;
+    return internals.children == 0;
 }
 
 Process::Process(Loop& loop) : _private(new Private(loop.internals())) { }

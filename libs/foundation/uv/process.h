@@ -33,6 +33,11 @@ public:
     void spawn(ProcessOptions options); ///< Once. `fn::IOException` naming the file if it cannot be started.
     void kill(int signal); ///< A child that has ended already is no error.
     int pid() const noexcept; ///< 0 before `spawn()`.
+
+    /// Runs the loop until every child that was started on it has ended and been reaped, also those whose Process was released;
+    /// no longer than `most`. False beyond that. Where the loop may be run.
+    static bool awaitAll(Loop& loop, Duration most);
+
     unsigned flags() const noexcept; ///< As given to `spawn()`.
 
     struct Private;

@@ -20,6 +20,12 @@ void ModuleManager::start()
 
 void ModuleManager::stop() { _state->stop(); }
 
+void ModuleManager::end(fn::Duration graceTime)
+{
+    const auto state = _state;
+    state->end(graceTime);
+}
+
 std::vector<ModuleStatus> ModuleManager::modules() const { return _state->modules(); }
 
 std::function<std::vector<ModuleStatus>()> ModuleManager::modulesSource() const

@@ -32,6 +32,11 @@ public:
 
     void stop(); ///< From now on nothing is launched any more. Running modules are left alone.
 
+    /// The end of the application, once the loop has stopped: stops, and runs the loop until the processes of all modules have
+    /// gone. They have been told by `Dispatcher::stop()`, or see that the dispatcher is not there any more; those that are only
+    /// just starting are killed at once, and after `graceTime` those that are left.
+    void end(fn::Duration graceTime);
+
     std::vector<ModuleStatus> modules() const; ///< In the order given.
     /// Tells what `modules()` tells, for those who may outlive the manager or see it move: nothing once it has gone.
     std::function<std::vector<ModuleStatus>()> modulesSource() const;

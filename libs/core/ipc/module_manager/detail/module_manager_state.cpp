@@ -1,6 +1,7 @@
 #include "core/ipc/module_manager/detail/module_manager_state.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/uuid.h"
+#include "foundation/uv/process.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
 #include <cstring>
@@ -13,6 +14,8 @@ namespace {
 
 constexpr auto connectionTimeout = fn::Duration::seconds(30);
 constexpr auto relaunchDelay = fn::Duration::seconds(1);
+constexpr auto reapTime =
+    fn::Duration::milliseconds(300); // Of those that were killed. One that hangs in the kernel stays.
 constexpr int toleratedTimeouts = 1;
 constexpr int toleratedEarlyExits = 1; // Launches after which an exit before the connection is no longer tolerated.
 
@@ -119,6 +122,21 @@ void ModuleManager::State::restart(ModuleState& module)
         if (!_stopped && _isDispatcherThere) launchModule(module);
     };
     fn::uv::Timer::schedule(_loop, relaunchDelay, fn::WeakPtr(this).guard(relaunch)).detach();
+}
+
+void ModuleManager::State::end(fn::Duration graceTime)
+{
+    stop();
+    const auto killAll = [this](auto condition) {
+        for (auto& module : _modules) {
+            if (module.definition->isSeparateProcess() && condition(module)) module.definition->kill();
+        }
+    };
+    // They have nothing to end, and would complain that they find no hub.
+    killAll([](const ModuleState& module) { return module.state == ModuleStatus::State::Launching; });
+    fn::uv::Process::awaitAll(_loop, graceTime);
+    killAll([](const ModuleState&) { return true; });
+    fn::uv::Process::awaitAll(_loop, reapTime);
 }
 
 std::vector<ModuleStatus> ModuleManager::State::modules() const

@@ -23,6 +23,7 @@ public:
     void connectSignals();
     void start();
     void stop() { _stopped = true; }
+    void end(fn::Duration graceTime);
     std::vector<ModuleStatus> modules() const;
 
     fn::Signal<fn::String> onFatalError;
