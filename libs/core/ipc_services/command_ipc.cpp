@@ -48,7 +48,10 @@ std::uint64_t inodeOf(const fn::String& path)
 /// One `CommandIPC::send()`. What it waits for holds it.
 class IPCSender final : public fn::RefCountedObject {
 public:
-    IPCSender(fn::Value command, fn::uv::Loop& loop, folly::Function<void()> done)
+    /// Called once with what went wrong, or with "".
+    using Done = folly::Function<void(const fn::String& error)>;
+
+    IPCSender(fn::Value command, fn::uv::Loop& loop, Done done)
         : _loop(loop),
           _command(std::move(command)),
           _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
@@ -88,18 +91,16 @@ private:
     void finish(const fn::String& error)
     {
         if (_stream->isClosed()) return; // A write that the deadline has ended.
-        if (!error.empty()) FN_LOG_TO(category(), fn::logging::Error, {}, site, "CommandIPC failed: {}", error.view());
         _stream->close();
         _deadline.invalidate();
-        auto done = std::exchange(_done, {});
-        if (done) done();
+        std::exchange(_done, {})(error);
     }
 
     fn::uv::Loop& _loop;
     const fn::Value _command;
     fn::AutoPtr<fn::uv::PipeStream> _stream;
     ipc::MessageHelper _messageHelper;
-    folly::Function<void()> _done;
+    Done _done;
     fn::Handle _deadline;
 };
 
@@ -220,7 +221,24 @@ fn::String CommandIPC::movedTo() const
 
 /*static*/ void CommandIPC::send(fn::Value command, folly::Function<void()> done)
 {
-    fn::makeAuto<IPCSender>(std::move(command), loopHere(), std::move(done))->start(pipePath());
+    auto tell = [done = std::move(done)](const fn::String& error) mutable {
+        if (!error.empty()) FN_LOG_TO(category(), fn::logging::Error, {}, site, "CommandIPC failed: {}", error.view());
+        if (done) done();
+    };
+    fn::makeAuto<IPCSender>(std::move(command), loopHere(), std::move(tell))->start(pipePath());
+}
+
+/*static*/ fn::Promise<void> CommandIPC::send(fn::Value command)
+{
+    const auto result = fn::Promise<void>::create();
+    const auto settle = [result](const fn::String& error) {
+        if (error.empty())
+            result.fulfill();
+        else
+            result.reject(std::make_exception_ptr(fn::IOException(error, fn::Exception::StackTrace::None)));
+    };
+    fn::makeAuto<IPCSender>(std::move(command), loopHere(), settle)->start(pipePath());
+    return result;
 }
 
 } // namespace core

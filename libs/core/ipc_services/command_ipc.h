@@ -2,6 +2,7 @@
 #include "base/exceptions.h"
 #include "base/ref_counted.h"
 #include "foundation/duration.h"
+#include "foundation/promise.h"
 #include "foundation/signal.h"
 #include "foundation/uv/pipe_stream.h"
 #include "foundation/value.h"
@@ -58,6 +59,9 @@ public:
     /// On the loop that runs here, else on the default loop, which must run for this to go on; should it end first, `done`
     /// is dropped.
     static void send(fn::Value command, folly::Function<void()> done);
+
+    /// The same for those who need to know: fulfilled where it went well, else rejected with the `fn::IOException` that says why.
+    static fn::Promise<void> send(fn::Value command);
 
 private:
     friend class detail::CommandConnection;

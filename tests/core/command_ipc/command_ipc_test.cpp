@@ -12,6 +12,7 @@
 #include "support/peer.h"
 #include "support/run_until.h"
 #include "support/temporary_folder.h"
+#include "support/worker.h"
 #include <deque>
 #include <fmt/ranges.h>
 #include <gmock/gmock.h>
@@ -104,6 +105,8 @@ TEST_F(CommandPipe, ASenderHandsOverOneCommandAndHearsTheEndOnce)
     sendAndAwait(fn::ByteArray(largest + 1));
     sendAndAwait(core::Fraction(1, 2)); // Without a form on this wire.
     EXPECT_EQ(done, 5);
+    const auto refused = test::outcomeOf(loop, [] { return CommandIPC::send(core::Fraction(1, 2)); }); // Not logged.
+    EXPECT_THAT(refused.error(), HasSubstr("Unsupported value type"));
     EXPECT_EQ(server.commands.size(), 3U);
     EXPECT_THAT(
         log.lines(), ElementsAre(HasSubstr("ENOENT"), HasSubstr("A message of"), HasSubstr("Unsupported value type")));
