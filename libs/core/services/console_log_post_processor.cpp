@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <fcntl.h>
+#include <future>
 #include <poll.h>
 #include <thread>
 #include <unistd.h>
@@ -32,8 +33,14 @@ struct Redirection {
     fn::FileDescriptor readEnd; // Of the pipe.
 };
 
+struct Reader {
+    int saved; // Standard error as it was before. Stays open.
+    std::future<void> end;
+};
+
 struct State {
     fn::Lock lock;
+    std::vector<Reader> readers; // The latest last. Guarded by `lock`.
     std::vector<Callback> callbacks; // Guarded by `lock`.
     std::deque<Redirection> unread; // Those without a reader. Guarded by `lock`.
 };
@@ -169,25 +176,45 @@ void ConsoleLogPostProcessor::init()
     redirection.readEnd = fn::FileDescriptor(ends[0]);
     // Descriptor 2 becomes its only copy: the reader ends when the process has given that up, too.
     const fn::FileDescriptor writeEnd(ends[1]);
-    const auto saved = static_cast<std::intptr_t>(redirection.saved.get());
+    const int saved = redirection.saved.get();
+    std::promise<void> end;
 
     auto& unread = state().unread;
     {
         const fn::ScopedLock guard(state().lock);
         unread.push_back(std::move(redirection));
+        state().readers.push_back({ saved, end.get_future() });
     }
     // Before descriptor 2 is replaced: without its reader the pipe would soon hold up everybody who writes.
     try {
         const PipeSignalBlocked blocked;
-        std::thread(runStandardError).detach();
+        std::thread([end = std::move(end)]() mutable {
+            runStandardError();
+            end.set_value();
+        }).detach();
     } catch (...) {
         const fn::ScopedLock guard(state().lock);
         unread.pop_back();
+        state().readers.pop_back();
         throw;
     }
     replaceStandardError(writeEnd.get());
     // A report that ends the process would not make it through the pipe.
-    if (__sanitizer_set_report_fd) __sanitizer_set_report_fd(reinterpret_cast<void*>(saved));
+    if (__sanitizer_set_report_fd)
+        __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(saved)));
+}
+
+void ConsoleLogPostProcessor::quit(fn::Duration most)
+{
+    Reader reader {};
+    {
+        const fn::ScopedLock guard(state().lock);
+        if (state().readers.empty()) return;
+        reader = std::move(state().readers.back());
+        state().readers.pop_back();
+    }
+    replaceStandardError(reader.saved); // The pipe's last writer goes with that, in this process.
+    reader.end.wait_for(std::chrono::microseconds(most.totalMicroseconds()));
 }
 
 void ConsoleLogPostProcessor::registerStandardErrorCallback(void (*callback)(fn::String&))

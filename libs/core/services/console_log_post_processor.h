@@ -2,6 +2,7 @@
 #include "base/exceptions.h"
 #include "base/export.h"
 #include "base/string.h"
+#include "foundation/duration.h"
 
 namespace core {
 
@@ -10,7 +11,7 @@ namespace core {
 ///
 /// Descriptor 2 becomes a pipe. A thread reads it, takes each line through the callbacks and writes what remains to the
 /// standard error as it was before. A line without its line feed waits for it (or for 64 MiB, which are passed on as they
-/// are). The end of the process does not wait for the thread: the last lines may be lost. Of a sanitizer's reports none
+/// are). The end of the process does not wait for the thread: the last lines may be lost without `quit()`. Of a sanitizer's reports none
 /// is, they go to the standard error from before.
 ///
 /// A callback runs on that thread, also while the process ends. It gets the line with its line feed, as its predecessors
@@ -24,6 +25,10 @@ public:
     /// the first, so that each line meets the callbacks twice. Failures leave standard error as it was: `fn::IOException`,
     /// and `std::system_error` where the thread can not be started.
     static void init();
+
+    /// Ends the latest redirection: puts standard error back as it was before, and waits until what was written until then has
+    /// been passed on; no longer than `most`, since programs that have inherited the pipe keep it open. Without `init()` nothing.
+    static void quit(fn::Duration most);
 
     /// Adds a callback behind the others, also when it is among them already. Thread-safe.
     static void registerStandardErrorCallback(void (*callback)(fn::String&));

@@ -102,13 +102,15 @@ TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrderAlsoWhereThey
         awaitSeen(8);
         ConsoleLogPostProcessor::registerStandardErrorCallback(star);
         print("END\n");
+        ConsoleLogPostProcessor::quit(fn::Duration::seconds(20));
+        print("as before\n");
     };
     // A line that is emptied is so for the callbacks behind, too; what they make of it counts.
-    EXPECT_EQ(outputOf(body, "[END]*\n"),
+    EXPECT_EQ(outputOf(body, "as before\n"),
         "[abcdef*]*\n[second*]*\n[*]*\n*\n[third*]*\n"
         "A line of standard error could not be processed: refused\n[bad]\n"
         "A line of standard error could not be processed: exception of an unknown type\n[worse]\n"
-        "[END]*\n");
+        "[END]*\nas before\n");
 }
 
 TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
