@@ -5,6 +5,12 @@
 
 namespace core {
 
+/// What an inspector shows where no redirection is left.
+struct OpenedPage {
+    fn::Value action; ///< Of what is shown.
+    std::vector<Item> items;
+};
+
 /// A published inspector as its browsers see it. Belongs to its worker's loop.
 class FN_EXPORT InspectorReference final : public ipc::CallableObjectReference {
 public:
@@ -15,7 +21,13 @@ public:
     /// tells it nothing.
     fn::Promise<InspectionResult> inspect(const fn::Value& action, const fn::Value& refererAction);
 
+    /// The same, and follows redirections; more than ten in a row are a `fn::RuntimeException`.
+    fn::Promise<OpenedPage> open(const fn::Value& action, const fn::Value& refererAction);
+
     ~InspectorReference() override;
+
+private:
+    fn::Promise<OpenedPage> follow(const fn::Value& action, const fn::Value& refererAction, int redirectionsLeft);
 };
 
 } // namespace core
