@@ -1,6 +1,8 @@
 // The process of one module: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG. Started by the module manager.
 #include "core/ipc/module_entry_point.h"
+#include "core/services/app_info.h"
 #include "foundation/run_loop.h"
+#include "foundation/system/path_manager.h"
 #include "foundation/system/shared_library.h"
 #include <cerrno>
 #include <csignal>
@@ -66,6 +68,7 @@ int runModule(const char* library, const char* pipePath, const char* workerTag)
     std::signal(SIGINT, SIG_IGN);
     static auto& name = *new std::string(std::filesystem::path(library).stem());
     program_invocation_short_name = name.data(); // By which reports name this process.
+    if (const auto* app = core::AppInfo::find()) fn::PathManager::instance().setApplicationName(app->folderName());
     fn::SharedLibrary module;
     module.load(library);
     const auto entryPoint = reinterpret_cast<ipc::ModuleEntryPoint>(module.symbol(ipc::moduleEntryPointName));

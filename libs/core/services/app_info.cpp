@@ -32,7 +32,21 @@ AppInfo::AppInfo(const char* shortName, const char* displayName, const char* pub
 {
 }
 
-void AppInfo::initialize(App app) { fn::Environment::set(appVariable, fn::String::number(static_cast<int>(app))); }
+void AppInfo::initialize(App app)
+{
+    fn::Environment::set(appVariable, fn::String::number(static_cast<int>(app)));
+    if (const auto info = make(app)) fn::PathManager::instance().setApplicationName(info->folderName());
+}
+
+/// Null for a number that is no application's: it may come from anywhere.
+std::unique_ptr<AppInfo> AppInfo::make(App app)
+{
+    switch (app) {
+    case App::Skyfold: return std::unique_ptr<AppInfo>(new AppInfo("Skyfold", "Skyfold", "3.3.7", 168700.0));
+    case App::Lumenhall: return std::unique_ptr<AppInfo>(new AppInfo("Lumenhall", "Lumen Hall", "3.0.0-alpha0", 300.0));
+    }
+    return nullptr;
+}
 
 AppInfo* AppInfo::find()
 {
@@ -40,17 +54,7 @@ AppInfo* AppInfo::find()
     auto& existing = instance.get();
     if (existing) return existing.get();
 
-    const auto app = fn::Environment::get(appVariable);
-    if (app) {
-        switch (app->toInt(0, 10, nullptr)) {
-        case static_cast<int>(App::Skyfold):
-            existing.reset(new AppInfo("Skyfold", "Skyfold", "3.3.7", 168700.0));
-            break;
-        case static_cast<int>(App::Lumenhall):
-            existing.reset(new AppInfo("Lumenhall", "Lumen Hall", "3.0.0-alpha0", 300.0));
-            break;
-        }
-    }
+    if (const auto app = fn::Environment::get(appVariable)) existing = make(static_cast<App>(app->toInt(0)));
     return existing.get();
 }
 

@@ -3,6 +3,7 @@
 #include "base/export.h"
 #include "base/string.h"
 #include "foundation/duration.h"
+#include <memory>
 
 namespace core {
 
@@ -14,8 +15,9 @@ public:
 
     AppInfo() = default;
 
-    /// Says which application this process and those started from it belong to. Call it first thing in `main()`: it
-    /// changes the environment, and an instance that exists already stays as it is.
+    /// Says which application this process and those started from it belong to, and has `fn::PathManager` name the folders
+    /// of this process after it. Call it first thing in `main()`: it changes the environment, and an instance that exists already
+    /// stays as it is.
     static void initialize(App app);
 
     /// The instance of the process, made at the first call and never destroyed. Where neither this process nor its parent
@@ -24,6 +26,7 @@ public:
     static AppInfo* find(); ///< The same, but null where nobody has called `initialize()`.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
+    fn::String folderName() const { return _shortName.toLower(); } ///< Of its folders below the user's own.
     fn::String applicationDisplayName() const { return _displayName; } ///< For people.
     fn::String applicationPublicVersion() const { return _publicVersion; } ///< For people.
     double applicationInternalVersion() const { return _internalVersion; }
@@ -41,6 +44,7 @@ public:
     fn::Duration installationDuration() const;
 
 private:
+    static std::unique_ptr<AppInfo> make(App app);
     AppInfo(const char* shortName, const char* displayName, const char* publicVersion, double internalVersion);
 
     fn::String _shortName;

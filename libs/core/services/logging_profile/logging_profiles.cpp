@@ -2,6 +2,7 @@
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/log_console_target.h"
 #include "foundation/message_bus.h"
+#include "foundation/system/environment.h"
 #include "foundation/system/path_manager.h"
 #include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
@@ -11,6 +12,8 @@ namespace core {
 namespace {
 
 constexpr auto busNamespace = "com.tidewerk.logging-profile";
+constexpr auto consoleVariable =
+    "CORE_CONSOLE_LOG"; // By the environment, since that reaches a process before its first message.
 constexpr auto allowVerboseMessage = "com.tidewerk.logging-profile.allow-verbose-logging";
 
 /// Shows what goes wrong before there are profiles.
@@ -61,6 +64,15 @@ void followVerboseLogging(const fn::AutoPtr<LoggingProfileSink>& sink)
     subscription.detach();
 }
 
+void applyConsoleThreshold(LoggingProfileSink& sink, const fn::String& priority)
+{
+    for (const auto& profile : sink.profiles()) {
+        if (!profile->fileName().toLower().startsWith("console")) continue; // There is one at most.
+        profile->setEnabled(true);
+        profile->setRootThreshold(static_cast<LoggingProfile::Priority>(priority.toInt(fn::logging::Warning)));
+    }
+}
+
 fn::AutoPtr<LoggingProfileSink> start(const fn::String& baseName)
 {
     auto sink = fn::makeAuto<LoggingProfileSink>(baseName);
@@ -69,6 +81,7 @@ fn::AutoPtr<LoggingProfileSink> start(const fn::String& baseName)
         auto& paths = fn::PathManager::instance();
         sink->reload(paths.getPath(fn::PathManager::ResourceFolder, "logging_profiles", false));
     }
+    if (const auto priority = fn::Environment::get(consoleVariable)) applyConsoleThreshold(*sink, *priority);
     fn::logging::CategoryManager::instance().addSink(sink);
     followVerboseLogging(sink);
     return sink;
@@ -90,13 +103,13 @@ fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName)
 
 void setConsoleThreshold(int priority)
 {
-    for (const auto& profile : initLoggingProfiles({})->profiles()) {
-        if (!profile->fileName().toLower().startsWith("console")) continue; // There is one at most.
-        profile->setEnabled(true);
-        profile->setRootThreshold(static_cast<LoggingProfile::Priority>(priority));
-    }
+    const auto text = fn::String::number(priority);
+    fn::Environment::set(consoleVariable, text);
+    applyConsoleThreshold(*initLoggingProfiles({}), text);
     fn::logging::CategoryManager::instance().reload();
 }
+
+bool isVerboseLoggingEnabled() { return initLoggingProfiles({})->allowVerboseLogging(); }
 
 void setEnableVerboseLogging(bool enable) { fn::MessageBus::instance().postStickyMessage(allowVerboseMessage, enable); }
 

@@ -8,11 +8,13 @@ namespace core {
 FN_EXPORT fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName);
 
 /// Has the profile of the console take messages up to this priority, whatever its file says: what a program's option for
-/// more output does. After `initLoggingProfiles()`, before other threads log.
+/// more output does. In this process, and in those that are started from now on. After `initLoggingProfiles()`, before other
+/// threads log.
 FN_EXPORT void setConsoleThreshold(int priority);
 
 /// Lets verbose profiles take messages, or not, in every process of the application, also in those that start later.
 /// Reaches other processes where this one's message bus does. Thread-safe.
 FN_EXPORT void setEnableVerboseLogging(bool enable);
+FN_EXPORT bool isVerboseLoggingEnabled(); ///< In this process. After `initLoggingProfiles()`.
 
 } // namespace core
