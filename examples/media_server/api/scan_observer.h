@@ -7,11 +7,13 @@ namespace media {
 /// Whoever ordered a scan, as the scanner sees it.
 class FN_EXPORT ScanObserver final : public ipc::CallableObjectReference {
 public:
-    explicit ScanObserver(ipc::ObjectReferenceInitializer& initializer);
-    ~ScanObserver() override;
+    using CallableObjectReference::CallableObjectReference;
 
     /// Tells how far the scan is. An observer that does not answer holds the scanner up.
-    fn::Promise<void> progress(const ScanProgress& progress);
+    fn::Promise<void> progress(const ScanProgress& progress)
+    {
+        return callMethod("progress", progress.toValue()).then([](fn::Value&&) {});
+    }
 };
 
 } // namespace media

@@ -8,8 +8,7 @@ namespace media {
 /// The scanner as its users see it: it reads folders, one at a time, for a library.
 class FN_EXPORT Scanner final : public ipc::CallableObjectReference {
 public:
-    explicit Scanner(ipc::ObjectReferenceInitializer& initializer);
-    ~Scanner() override;
+    using CallableObjectReference::CallableObjectReference;
 
     /// Brings what the library knows of a folder up to date, up to `Library::finishScan()`. Gives the folders that could
     /// not be read: what lies in them was not found.
@@ -18,7 +17,14 @@ public:
     /// answered. Cancelling ends the scan: what is in the catalogue by then stays there, and the next attempt with the
     /// same ScanId finds it.
     fn::Promise<PathSample> scan(const fn::String& folder, const ScanId& scan, const fn::AutoPtr<Library>& library,
-        const fn::AutoPtr<ipc::ObjectInstance>& observer);
+        const fn::AutoPtr<ipc::ObjectInstance>& observer)
+    {
+        const auto argument = fn::Value::map(
+            { { "folder", folder }, { "scan", scan.toValue() }, { "library", library }, { "observer", observer } });
+        return callMethod("scan", argument).then([](fn::Value&& unreadable) {
+            return PathSample::fromValue(unreadable);
+        });
+    }
 };
 
 } // namespace media

@@ -1,10 +1,10 @@
 #include "api/text.h"
 #include "base/exception.h"
-#include "core/ipc/object/object_dead_exception.h"
-#include "foundation/logging/logging.h"
+#include "foundation/system/environment.h"
 #include <fmt/format.h>
 #include <glib.h>
 #include <iterator>
+#include <unistd.h>
 
 namespace media {
 
@@ -45,15 +45,9 @@ std::string describe(std::exception_ptr failure)
     }
 }
 
-int logPriority(std::exception_ptr failure)
+bool isTerminal(int descriptor)
 {
-    try {
-        std::rethrow_exception(failure);
-    } catch (const ipc::ObjectDeadException&) {
-        return fn::logging::Debug;
-    } catch (...) {
-        return fn::logging::Warning;
-    }
+    return ::isatty(descriptor) && fn::Environment::get("TERM").value_or("dumb") != "dumb";
 }
 
 } // namespace media

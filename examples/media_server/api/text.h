@@ -12,8 +12,9 @@ FN_EXPORT std::string printable(std::string_view text);
 /// What a failure says to people: its message and the file concerned, printable.
 FN_EXPORT std::string describe(std::exception_ptr failure);
 
-/// How a failure of a call is logged: as a warning; what the end of a worker explains, as at the end of the application, is
-/// nothing that people need to see.
-FN_EXPORT int logPriority(std::exception_ptr failure);
+/// Whether lines that this descriptor shows may be drawn over again: it is a terminal, and no dumb one.
+FN_EXPORT bool isTerminal(int descriptor);
+
+inline constexpr const char* eraseLine = "\r\033[K"; ///< On such a terminal: what the line shows is gone.
 
 } // namespace media

@@ -1,10 +1,9 @@
 #include "console/output.h"
+#include "api/text.h"
 #include "base/posix.h"
-#include "foundation/system/environment.h"
 #include <cerrno>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 namespace media {
 namespace {
@@ -28,10 +27,7 @@ void Output::write(std::string_view text)
     }
 }
 
-bool Output::isTerminal() const
-{
-    return ::isatty(_descriptor) && fn::Environment::get("TERM").value_or("dumb") != "dumb";
-}
+bool Output::isTerminal() const { return media::isTerminal(_descriptor); }
 
 int Output::columns() const
 {

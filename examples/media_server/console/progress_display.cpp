@@ -1,4 +1,5 @@
 #include "console/progress_display.h"
+#include "api/text.h"
 #include "console/format.h"
 #include "foundation/time/clock.h"
 #include <algorithm>
@@ -11,8 +12,6 @@ constexpr auto barInterval = fn::Duration::milliseconds(100);
 constexpr auto lineInterval = fn::Duration::seconds(2);
 constexpr int widestBar = 40;
 constexpr int narrowestBar = 5; // On a narrower terminal there is none.
-
-constexpr std::string_view eraseLine = "\r\033[K";
 
 } // namespace
 

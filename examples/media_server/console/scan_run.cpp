@@ -1,6 +1,6 @@
 #include "console/scan_run.h"
 #include "api/text.h"
-#include "console/scan_observer_service.h"
+#include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/services/app_info.h"
 #include "foundation/time/clock.h"
@@ -18,6 +18,32 @@ constexpr int mostRelaunches = 3; // A file that brings the scanner down each ti
 
 constexpr int failed = 1;
 constexpr int readerGone = 128 + SIGPIPE; // What a shell reports of programs that leave it to the signal.
+
+/// The observer that goes to the scanner with its order. The scanner goes on when `onProgress` has returned.
+class ScanObserverService final : public ipc::CallableObjectInstance {
+public:
+    using OnProgress = folly::Function<void(const ScanProgress& progress)>;
+
+    ScanObserverService(ipc::Worker& worker, OnProgress onProgress)
+        : CallableObjectInstance(worker),
+          _onProgress(std::move(onProgress))
+    {
+    }
+
+private:
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override
+    {
+        if (name != "progress") return sendUnknownMethod(context, name);
+        _onProgress(ScanProgress::fromValue(argument));
+        sendResult(context);
+    }
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<ScanObserver>(initializer);
+    }
+
+    OnProgress _onProgress;
+};
 
 } // namespace
 
@@ -45,16 +71,7 @@ void ScanRun::stop()
     _stopped = true;
     if (_work) _work.cancel();
     endScan();
-    if (_browser) _browser->stop();
     _observer.reset();
-}
-
-void ScanRun::browse()
-{
-    _browser = fn::makeAuto<InspectorBrowser>(_worker, [self = fn::WeakPtr(this)] {
-        if (const auto run = self.lock()) run->finish(0);
-    });
-    _browser->start();
 }
 
 void ScanRun::endScan()
@@ -71,11 +88,8 @@ void ScanRun::begin(RunOptions&& options)
     _relaunches = 0;
     _hasKilled = false;
     _awake.emplace();
-    if (_options.inspect && !_browser) browse();
     auto& output = _options.json ? _progressOutput : _output;
-    if (_options.inspect) {
-        // Neither progress nor result: the pages show them.
-    } else if (!_options.json || output.isTerminal()) {
+    if (!_options.quiet && (!_options.json || output.isTerminal())) {
         _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] {
             // In a task of its own: it destroys the display.
             _worker.loop().post([self = fn::AutoPtr(this)] { self->checkOutput(); });
@@ -153,7 +167,7 @@ void ScanRun::onDone(Totals&& totals)
     const auto time = _worker.loop().clock().monotonic() - _started;
     const Summary summary { _options.folder, std::move(totals), _unreadableFolders, _relaunches, time };
     endScan();
-    if (!_options.inspect) _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
+    if (!_options.quiet) _output.write(_options.json ? summaryJson(summary) : summaryText(summary));
     checkOutput();
     if (!_stopped) next();
 }

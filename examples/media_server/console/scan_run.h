@@ -1,6 +1,5 @@
 #pragma once
 #include "api/application.h"
-#include "api/inspector_browser.h"
 #include "api/scanner.h"
 #include "console/output.h"
 #include "console/progress_display.h"
@@ -28,7 +27,6 @@ private:
     void begin(RunOptions&& options);
     void next();
     void endScan();
-    void browse();
     void attempt();
     fn::Promise<void> findLibrary();
     fn::Promise<void> findScanner();
@@ -54,7 +52,6 @@ private:
     fn::String _openFolder; // Whose catalogue the library has open.
     fn::AutoPtr<Scanner> _scanner; // The same.
     fn::AutoPtr<ipc::ObjectInstance> _observer;
-    fn::AutoPtr<InspectorBrowser> _browser; // Where the user inspects.
     std::optional<ScanId> _scan;
     PathSample _unreadableFolders;
     int _relaunches = 0;

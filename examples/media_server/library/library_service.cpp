@@ -2,7 +2,6 @@
 #include "api/library.h"
 #include "api/text.h"
 #include "base/exceptions.h"
-#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include "foundation/io/file.h"
 #include "foundation/logging/logging.h"
 #include <filesystem>
@@ -82,10 +81,8 @@ MediaLibrary& LibraryService::catalogue()
     return *_catalogue;
 }
 
-core::InspectionResult LibraryService::inspect(const fn::Value& action)
+void LibraryService::inspect(const fn::Value& action, core::InspectionResultWriter& page)
 {
-    core::InspectionResult result;
-    core::InspectionResultWriter page(result);
     if (!_catalogue) {
         page.append("No catalogue is open");
     } else if (action.isNil()) {
@@ -101,7 +98,6 @@ core::InspectionResult LibraryService::inspect(const fn::Value& action)
         for (const auto& [kind, files, bytes] : totals.kinds)
             page.append(fmt::format("{}: {} files, {} bytes", kind.view(), files, bytes));
     }
-    return result;
 }
 
 void LibraryService::open(const CallContext& context, const fn::String& dataFolder)

@@ -1,6 +1,6 @@
 #pragma once
 #include "core/ipc/object/callable_object_instance.h"
-#include "core/ipc_services/inspector/inspection_result.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include "library/catalogue_lock.h"
 #include "library/media_library.h"
 #include <memory>
@@ -13,7 +13,8 @@ public:
     explicit LibraryService(ipc::Worker& worker);
     ~LibraryService() override;
 
-    core::InspectionResult inspect(const fn::Value& action); ///< What is in the catalogue, by folder.
+    /// What is in the catalogue, by folder.
+    void inspect(const fn::Value& action, core::InspectionResultWriter& page);
 
 private:
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;

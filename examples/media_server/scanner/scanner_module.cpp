@@ -1,20 +1,15 @@
 // Reads folders, in a process of its own: a file that brings it down brings down nothing else.
-#include "api/inspection.h"
-#include "api/log_output.h"
-#include "api/service_inspector.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
+#include "core/ipc_services/inspector/publish_inspector.h"
+#include "core/services/logging_profile/logging_profiles.h"
 #include "scanner/scanner_service.h"
 
 namespace media {
 
 class ScannerModule final : public ipc::Module {
 public:
-    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data)
-    {
-        chooseFolders();
-        startLogging("scanner");
-    }
+    explicit ScannerModule(const ipc::ModuleInitData& data) : Module(data) { core::initLoggingProfiles("scanner"); }
 
     void onConnected() override
     {
@@ -22,7 +17,9 @@ public:
         worker().registerObjectReferenceClass<ScanObserver>();
         const auto service = fn::makeAuto<ScannerService>(worker());
         worker().registry()->registerObject(service, 0);
-        publish(worker(), "Scanner", fn::makeAuto<ServiceInspector<ScannerService>>(service));
+        core::publishInspector(worker(), "Scanner", [weak = fn::WeakPtr(service)](const fn::Value&, auto& page) {
+            if (const auto service = weak.lock()) service->inspect(page);
+        });
     }
 };
 

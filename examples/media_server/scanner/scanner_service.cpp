@@ -2,7 +2,6 @@
 #include "api/scanner.h"
 #include "api/text.h"
 #include "base/exceptions.h"
-#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -48,24 +47,21 @@ void ScannerService::scan(const CallContext& context, const fn::Value& argument)
         });
 }
 
-core::InspectionResult ScannerService::inspect() const
+void ScannerService::inspect(core::InspectionResultWriter& page) const
 {
-    core::InspectionResult result;
-    core::InspectionResultWriter page(result);
     page.append(fmt::format("Scans begun: {}", _scans));
     page.append(fmt::format("Process: {}", ::getpid()));
     page.append(fmt::format("Slices of {} ms, batches of {} files, {} batches under way at most",
         ScanJob::sliceTime.totalMilliseconds(), ScanJob::largestBatch, ScanJob::batchesUnderWay));
     if (!_job) {
         page.append("Nothing is being scanned");
-        return result;
+        return;
     }
     const auto progress = _job->progress();
     page.append(fmt::format("Scanning {}", printable(_job->folder())));
     page.append(progress.walking ? fmt::format("Looking for files: {} found", progress.found)
                                  : fmt::format("{} of {} files are done", progress.done, progress.found));
     page.append(fmt::format("Batches under way: {}", _job->underWay()));
-    return result;
 }
 
 void ScannerService::onMethodCallCancelled(const CallContext& context)

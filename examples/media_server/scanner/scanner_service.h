@@ -1,6 +1,6 @@
 #pragma once
 #include "core/ipc/object/callable_object_instance.h"
-#include "core/ipc_services/inspector/inspection_result.h"
+#include "core/ipc_services/inspector/inspection_result_writer.h"
 #include "scanner/scan_job.h"
 
 namespace media {
@@ -10,7 +10,7 @@ class ScannerService final : public ipc::CallableObjectInstance {
 public:
     explicit ScannerService(ipc::Worker& worker);
 
-    core::InspectionResult inspect() const; ///< What is being scanned, and how far it has come.
+    void inspect(core::InspectionResultWriter& page) const; ///< What is being scanned, and how far it has come.
 
 private:
     ~ScannerService() override;

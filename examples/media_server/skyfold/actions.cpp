@@ -8,7 +8,7 @@
 #include "foundation/run_loop.h"
 #include "platform/com/elevation_prompt.h"
 #include "platform/firewall/firewall_file.h"
-#include "skyfold/run_until_signal.h"
+#include "skyfold/ending_signals.h"
 #include "skyfold/secret_prompt.h"
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +17,8 @@
 
 namespace media {
 namespace {
+
+constexpr int signalled = 128; // And the signal's number.
 
 bool hasTerminal() { return ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO); }
 
@@ -66,18 +68,10 @@ int archiveLogs()
 
 int setPassword(const Options& options)
 {
-    auto secret = askForSecret("Secret for " + options.passwordGroup + ", " + options.passwordKey);
-    try {
-        auto& passwords = core::PasswordManager::instance();
-        passwords.setPassword(options.passwordGroup, options.passwordKey, secret);
-        if (passwords.getPassword(options.passwordGroup, options.passwordKey) != std::string_view(secret))
-            throw fn::RuntimeException(
-                "The secret could not be encrypted; the log tells why", fn::Exception::StackTrace::None);
-    } catch (...) {
-        wipe(secret);
-        throw;
-    }
-    wipe(secret);
+    Secret secret;
+    if (const int signal = askForSecret("Secret for " + options.passwordGroup + ", " + options.passwordKey, secret))
+        return signalled + signal;
+    core::PasswordManager::instance().setPassword(options.passwordGroup, options.passwordKey, secret.text);
     return 0;
 }
 
@@ -91,7 +85,7 @@ int followNetwork()
     };
     const auto listener = network.addChangeListener(print);
     print(network.get());
-    return 128 + runUntilSignal(loop);
+    return signalled + runUntilSignal(loop);
 }
 
 int showFirewall()

@@ -23,9 +23,6 @@ void ApplicationService::onMethodCall(const CallContext& context, const fn::Stri
         _owner.nextScan([self = fn::AutoPtr(this), context](const std::optional<RunOptions>& options) {
             self->sendResult(context, options ? options->toValue() : fn::Value());
         });
-    } else if (name == "announce") {
-        _owner.announce(argument.string());
-        sendResult(context);
     } else if (name == "finish") {
         _owner.finish(argument.at("exitCode").to<int>(), argument.at("message").string());
         sendResult(context);

@@ -15,7 +15,6 @@ public:
         virtual RunOptions options() = 0;
         using NextScan = folly::Function<void(const std::optional<RunOptions>& options)>;
         virtual void nextScan(NextScan answer) = 0; ///< Now or later.
-        virtual void announce(const fn::String& line) = 0;
         virtual void finish(int exitCode, const fn::String& message) = 0;
 
     protected:

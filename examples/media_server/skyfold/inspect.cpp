@@ -1,9 +1,8 @@
 #include "skyfold/inspect.h"
-#include "api/inspector_browser.h"
-#include "core/ipc/worker/worker.h"
-#include "core/services/process_lock.h"
+#include "core/ipc/run_module.h"
+#include "skyfold/ending_signals.h"
 #include "skyfold/hub_address.h"
-#include "skyfold/run_until_signal.h"
+#include "skyfold/inspector_browser.h"
 #include "skyfold/single_instance.h"
 #include <cstdio>
 
@@ -13,15 +12,10 @@ namespace {
 constexpr int signalled = 128;
 
 /// A participant that only looks.
-class Visitor final : public ipc::Worker::Delegate {
+class Visitor final : public ipc::Module {
 public:
-    Visitor(fn::uv::Loop& loop, const fn::String& pipePath)
-        : _loop(loop),
-          _worker(*this, loop, pipePath, "inspect", fn::String(), false)
-    {
-        _worker.connect();
-    }
-    ~Visitor()
+    explicit Visitor(const fn::String& pipePath) : Module(ipc::ModuleInitData(pipePath, "inspect", {}, {}, true)) { }
+    ~Visitor() override
     {
         if (_browser) _browser->stop();
     }
@@ -29,23 +23,18 @@ public:
     int exitCode = 0;
 
 private:
-    void workerDidConnect(ipc::Worker& worker) override
+    void onConnected() override
     {
-        _browser = fn::makeAuto<InspectorBrowser>(worker, [this] { _loop.stop(); });
+        _browser = fn::makeAuto<InspectorBrowser>(worker(), [this] { terminate(); });
         _browser->start();
     }
-    bool wantsIdleTermination(ipc::Worker&) override { return false; }
-    bool workerCanTerminate(ipc::Worker&) override { return true; }
-    void workerRequestsTermination(ipc::Worker&) override { }
-    void aboutToQuit(ipc::Worker&) override
+    void onAboutToQuit() override
     {
         std::fputs("skyfold: the Skyfold that was running has ended\n", stderr);
         exitCode = 1;
-        _loop.stop();
+        terminate();
     }
 
-    fn::uv::Loop& _loop;
-    ipc::Worker _worker;
     fn::AutoPtr<InspectorBrowser> _browser; // Once connected.
 };
 
@@ -55,10 +44,11 @@ int inspectRunning()
 {
     const auto address = SingleInstance::isRunning() ? HubAddress::find() : std::nullopt;
     if (!address) return -1;
-    auto& loop = fn::RunLoop::defaultLoop().uvLoop();
-    Visitor visitor(loop, *address);
-    const int received = runUntilSignal(loop);
-    return received == 0 ? visitor.exitCode : signalled + received;
+    auto visitor = std::make_unique<Visitor>(*address);
+    const int received = runUntilSignal(fn::RunLoop::defaultLoop().uvLoop());
+    const int exitCode = received == 0 ? visitor->exitCode : signalled + received;
+    ipc::endModule(std::move(visitor));
+    return exitCode;
 }
 
 } // namespace media

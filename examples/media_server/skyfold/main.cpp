@@ -1,4 +1,3 @@
-#include "api/log_output.h"
 #include "api/text.h"
 #include "core/services/app_info.h"
 #include "core/services/logging_profile/logging_profiles.h"
@@ -13,7 +12,11 @@
 
 namespace {
 
-void startLogging(const media::Options& options) { media::startLogging("skyfold", options.logPriority); }
+void startLogging(const media::Options& options)
+{
+    core::initLoggingProfiles("skyfold");
+    if (options.logPriority) core::setConsoleThreshold(*options.logPriority);
+}
 
 /// What this start of the program asks of one that runs already.
 media::Command toCommand(const media::Options& options)
@@ -29,7 +32,7 @@ int scan(media::Options options)
     if (options.run.dataFolder.empty())
         options.run.dataFolder =
             fn::PathManager::instance().getPath(fn::PathManager::PreferencesFolder, "catalogue", true);
-    if (options.run.inspect) {
+    if (options.inspect) {
         if (const auto exitCode = media::inspectRunning(); exitCode >= 0) return exitCode;
     }
     media::SingleInstance instance;
@@ -53,7 +56,6 @@ int main(int argc, char** argv)
         media::Options options;
         if (const auto exitCode = media::parseOptions(argc, argv, options)) return *exitCode;
         core::AppInfo::initialize(options.app);
-        media::chooseFolders();
         switch (options.action) {
         case media::Options::Action::ArchiveLogs: startLogging(options); return media::archiveLogs();
         case media::Options::Action::SetPassword: startLogging(options); return media::setPassword(options);

@@ -39,10 +39,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.footer(notes);
     std::string folder = "/usr/share";
     std::string dataFolder;
-    bool isLumenHall = false;
-    bool archiveLogs = false;
-    bool followNetwork = false;
-    bool showFirewall = false;
+    const auto choose = [&](Options::Action action) { return [&options, action] { options.action = action; }; };
     std::vector<std::string> password;
     const auto* named = app.add_option("FOLDER", folder, "What to catalogue; links in it are not followed")
                             ->check(CLI::ExistingDirectory)
@@ -51,21 +48,23 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     app.add_flag("--kill-scanner", options.run.killScanner, "Kill the scanner half way, to see the scan survive it");
     app.add_option("--data", dataFolder, "Where the catalogue lies (default: a folder of the user's)")
         ->option_text("DIR");
-    app.add_flag("--lumen-hall", isLumenHall, "Run as Lumen Hall instead of Skyfold");
+    app.add_flag_callback(
+        "--lumen-hall", [&] { options.app = core::AppInfo::App::Lumenhall; }, "Run as Lumen Hall instead of Skyfold");
     app.add_option("--log", options.logPriority, "Log up to this priority to standard error, 1 (errors) to 7 (traces)")
         ->option_text("PRIORITY")
         ->check(CLI::Range(0, 7));
     app.add_flag("--verbose", options.verbose,
         "Switch verbose logging on or off in all processes that run; with none, on in a new run");
-    app.add_flag("--archive-logs", archiveLogs, "Pack the logs into a zip file, print its path and end");
-    app.add_flag("--inspect", options.run.inspect,
+    app.add_flag_callback("--archive-logs", choose(Options::Action::ArchiveLogs),
+        "Pack the logs into a zip file, print its path and end");
+    app.add_flag("--inspect", options.inspect,
         "Browse what goes on inside a Skyfold that runs, or, with none, inside a new run");
     app.add_flag("--inspect-web", options.inspectWeb,
         "Show what goes on inside as web pages on this machine; runs until interrupted");
-    app.add_flag(
-        "--network", followNetwork, "Print a text that stands for this network, and each new one until interrupted");
-    app.add_flag(
-        "--firewall", showFirewall, "Show whether the firewall admits Skyfold; on a terminal, offer to let it");
+    app.add_flag_callback("--network", choose(Options::Action::FollowNetwork),
+        "Print a text that stands for this network, and each new one until interrupted");
+    app.add_flag_callback("--firewall", choose(Options::Action::ShowFirewall),
+        "Show whether the firewall admits Skyfold; on a terminal, offer to let it");
     app.add_option("--set-password", password, "Store a secret, asked for on the terminal or read from standard input")
         ->option_text("GROUP KEY")
         ->expected(2);
@@ -77,9 +76,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : wrongUsage;
     }
-    if (archiveLogs) options.action = Options::Action::ArchiveLogs;
-    if (followNetwork) options.action = Options::Action::FollowNetwork;
-    if (showFirewall) options.action = Options::Action::ShowFirewall;
+    options.run.quiet = options.inspect;
     if (!password.empty()) {
         options.action = Options::Action::SetPassword;
         options.passwordGroup = password[0];
@@ -87,7 +84,6 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
     }
     if (options.action == Options::Action::Scan && options.verbose && named->count() == 0)
         options.action = Options::Action::FlipVerbose;
-    if (isLumenHall) options.app = core::AppInfo::App::Lumenhall;
     return std::nullopt;
 }
 

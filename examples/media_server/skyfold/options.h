@@ -13,6 +13,7 @@ struct Options {
     bool verbose = false; ///< Verbose logging is to be flipped, or on from the start.
     RunOptions run; ///< `dataFolder` is empty where none was named.
     core::AppInfo::App app = core::AppInfo::App::Skyfold;
+    bool inspect = false; ///< Browse the inspectors on the terminal, until the user has had enough.
     bool inspectWeb = false; ///< Serve the inspectors to a browser; the program stays until a signal ends it.
     std::optional<int> logPriority;
     std::string passwordGroup;

@@ -1,19 +1,20 @@
 #include "skyfold/program.h"
-#include "api/inspection.h"
-#include "api/log_output.h"
+#include "api/text.h"
 #include "base/exceptions.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "core/ipc_services/inspector/dispatcher_inspector.h"
 #include "core/ipc_services/inspector/modules_inspector.h"
+#include "core/ipc_services/inspector/publish_inspector.h"
 #include "core/ipc_services/inspector/register_inspector_registry.h"
 #include "core/ipc_services/inspector/registry_inspector.h"
 #include "core/services/logging_profile/logging_profiles.h"
 #include "foundation/logging/logging.h"
+#include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
-#include "skyfold/children.h"
+#include "inspector_web/announcement.h"
+#include "skyfold/ending_signals.h"
 #include "skyfold/hub_address.h"
-#include <csignal>
 #include <cstdio>
 
 namespace media {
@@ -26,9 +27,6 @@ constexpr auto notRespondingTimeout = fn::Duration::seconds(30);
 
 // Where a module hangs, someone who has pressed Ctrl-C waits so long. A busy machine needs a part of it for those that do not.
 constexpr auto graceTime = fn::Duration::seconds(2);
-constexpr auto reapTime = fn::Duration::milliseconds(300);
-
-constexpr const char* loader = "module_loader";
 
 constexpr std::size_t mostWaitingScans = 1000;
 
@@ -38,6 +36,16 @@ const fn::logging::Category& category()
     return category;
 }
 
+std::vector<ipc::ModuleDefinition*> modulesOf(const Options& options)
+{
+    const auto create = [](const char* name, bool isConsole) {
+        return ipc::ModuleDefinition::create(name, "module_loader", isConsole, isConsole, false);
+    };
+    std::vector result { create("console", true), create("library", false), create("scanner", false) };
+    if (options.inspectWeb) result.push_back(create("inspector_web", false));
+    return result;
+}
+
 } // namespace
 
 Program::Program(Options options, SingleInstance& instance)
@@ -45,7 +53,7 @@ Program::Program(Options options, SingleInstance& instance)
       _instance(instance),
       _loop(fn::RunLoop::defaultLoop().uvLoop()),
       _dispatcher(std::in_place, _loop, notRespondingTimeout),
-      _manager(*_dispatcher, modules()),
+      _manager(*_dispatcher, modulesOf(_options)),
       _exitCode(failed),
       _message("The console has ended unexpectedly.")
 {
@@ -53,47 +61,39 @@ Program::Program(Options options, SingleInstance& instance)
 
 Program::~Program() = default;
 
-/// All of them are the manager's; we keep an eye on those with a process of their own.
-std::vector<ipc::ModuleDefinition*> Program::modules()
-{
-    std::vector<const char*> names { "library", "scanner" };
-    if (_options.inspectWeb) names.push_back("inspector_web");
-    for (const auto* name : names)
-        _processes.push_back(ipc::ModuleDefinition::create(name, loader, false, false, false));
-    auto all = _processes;
-    all.insert(all.begin(), ipc::ModuleDefinition::create("console", loader, true, true, false));
-    return all;
-}
-
 int Program::run()
 {
-    for (const int signal : { SIGINT, SIGTERM, SIGHUP }) {
-        _signals.push_back(
-            std::make_unique<fn::uv::SignalWatcher>(_loop, signal, [this, signal] { end(signalled + signal); }));
-    }
-    _connections.push_back(_dispatcher->onReady().connect([this] {
-        auto& worker = _dispatcher->worker();
-        worker.registry()->registerObject(
-            fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
-        publishInspectors();
-    }));
+    const EndingSignals signals(_loop, [this](int signal) { end(signalled + signal); });
+    _connections.push_back(_dispatcher->onReady().connect([this] { onReady(); }));
     _connections.push_back(
         _manager.onFatalError().connect([this](const fn::String& message) { end(failed, message); }));
-    using WorkerInfo = ipc::Dispatcher::WorkerInfo;
-    _connections.push_back(_dispatcher->onWorkerConnected().connect(
-        [this](const WorkerInfo& info) { _connected.insert(info.displayName); }));
-    for (auto* process : _processes) {
-        _connections.push_back(
-            process->onExit().connect([this, name = process->name()](std::int64_t, int) { _connected.erase(name); }));
+    for (const auto* name : { inspector_web::addressMessage, inspector_web::failureMessage }) {
+        _connections.push_back(fn::MessageBus::instance().onMessage(name).connect(
+            [this](const fn::String& name, const fn::Value& body) { onAnnouncement(name, body); }));
     }
     _instance.accept([this](const fn::Value& value) { onCommand(value); });
     _dispatcher->bind();
     const HubAddress address(_dispatcher->pipePath());
     _dispatcher->start();
     _manager.start(); // Runs the loop, through the console.
-    endModules();
+    endAll();
     if (!_message.empty()) std::fprintf(stderr, "skyfold: %s\n", _message.c_str());
     return _exitCode;
+}
+
+void Program::onReady()
+{
+    auto& worker = _dispatcher->worker();
+    worker.registry()->registerObject(
+        fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
+    core::registerInspectorRegistry(worker);
+    // The main process's own. Other modules publish theirs.
+    core::publishInspector(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
+    core::publishInspector(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
+    core::publishInspector(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
+    if (!_options.inspect) return;
+    _browser = fn::makeAuto<InspectorBrowser>(worker, [this] { end(0); });
+    _browser->start();
 }
 
 void Program::nextScan(NextScan answer)
@@ -102,36 +102,28 @@ void Program::nextScan(NextScan answer)
         const auto next = std::move(_nextScans.front());
         _nextScans.pop_front();
         answer(next);
-    } else if (_options.inspectWeb || _options.run.inspect) {
+    } else if (_options.inspectWeb || _options.inspect) {
         _onNextScan = std::move(answer);
     } else {
         // Who comes when we have closed runs by himself once we have ended.
-        _instance.closeWhenQuiet(
-            _loop, [this] { return !_nextScans.empty(); },
-            [this, answer = std::move(answer)]() mutable {
-                if (_nextScans.empty())
-                    answer(std::nullopt);
-                else
-                    nextScan(std::move(answer));
-            });
+        _instance.whenQuiet(_loop, [this, answer = std::move(answer)]() mutable {
+            if (_nextScans.empty()) {
+                answer(std::nullopt);
+                return false;
+            }
+            nextScan(std::move(answer));
+            return true;
+        });
     }
 }
 
-void Program::announce(const fn::String& line)
+/// Each time the module of the web pages has started. Standard output is for the result alone where that is JSON.
+void Program::onAnnouncement(const fn::String& name, const fn::Value& body)
 {
     auto* stream = _options.run.json ? stderr : stdout;
-    std::fprintf(stream, "%s\n", line.c_str());
+    const auto* what = name == inspector_web::addressMessage ? "Inspect at" : "The inspectors cannot be shown:";
+    std::fprintf(stream, "%s %s\n", what, printable(body.asString()).c_str());
     std::fflush(stream);
-}
-
-/// The main process's own. Other modules publish theirs.
-void Program::publishInspectors()
-{
-    auto& worker = _dispatcher->worker();
-    core::registerInspectorRegistry(worker);
-    publish(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
-    publish(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
-    publish(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
 }
 
 /// From another start of the program, or from whoever else of this user writes to the pipe.
@@ -139,7 +131,7 @@ void Program::onCommand(const fn::Value& value)
 {
     try {
         auto command = Command::fromValue(value);
-        if (command.flipVerbose) core::setEnableVerboseLogging(!isVerbose());
+        if (command.flipVerbose) core::setEnableVerboseLogging(!core::isVerboseLoggingEnabled());
         if (!command.scan) return;
         if (_nextScans.size() >= mostWaitingScans) throw fn::RuntimeException("Too many folders are waiting");
         command.scan->json = _options.run.json;
@@ -164,20 +156,15 @@ void Program::end(int exitCode, const fn::String& message)
     _dispatcher->stop(fn::Duration(), {});
 }
 
-void Program::endModules()
+void Program::endAll()
 {
     _isEnding = true; // Also where the loop has ended for another reason: signals change nothing any more.
+    if (_browser) _browser->stop();
     _manager.stop();
     ipc::endModules();
-    // One that has just been launched has nothing to end, and would complain that it finds no hub.
-    for (auto* process : _processes) {
-        if (!_connected.contains(process->name())) process->kill();
-    }
     _connections.clear();
     _dispatcher.reset(); // What others have not read of their end they see now.
-    awaitChildren(_loop, graceTime);
-    for (auto* process : _processes) process->kill();
-    reapChildren(reapTime);
+    _manager.end(graceTime);
 }
 
 } // namespace media

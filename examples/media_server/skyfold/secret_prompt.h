@@ -3,13 +3,17 @@
 
 namespace media {
 
-/// Asks on the terminal for a line that is not shown while it is typed; reads it from standard input where that is no
-/// terminal. Without its line end. A signal that ends the program ends it with the terminal as it was.
-/// `fn::IOException` where nothing can be read, `fn::RuntimeException` where nothing is given or it is longer than 4,096 bytes.
-/// The result is the caller's to wipe.
-std::string askForSecret(const std::string& question);
+/// What was asked for. Overwritten when it goes.
+struct Secret {
+    Secret() = default;
+    Secret(const Secret&) = delete;
+    ~Secret();
 
-/// Overwrites what was asked for.
-void wipe(std::string& secret) noexcept;
+    std::string text;
+};
+
+/// Asks on the terminal for a line that is not shown while it is typed; reads it from standard input where that is no
+/// terminal. Gives the number of the signal that came first, else 0. `fn::RuntimeException` where nothing is given, or too much.
+int askForSecret(const std::string& question, Secret& secret);
 
 } // namespace media

@@ -1,7 +1,5 @@
 #include "skyfold/single_instance.h"
 #include "base/exceptions.h"
-#include "foundation/logging/category_manager.h"
-#include "foundation/logging/sink.h"
 #include "foundation/time/clock.h"
 
 namespace media {
@@ -12,42 +10,16 @@ constexpr const char* handOverLockName = "skyfold-handover"; // Of who is handin
 constexpr auto handOverTime = fn::Duration::seconds(10);
 constexpr auto attemptInterval = fn::Duration::milliseconds(50);
 
-// What a client has sent before it gave up the lock is here after that many: accepted, read, told.
-constexpr int turnsToRead = 5;
-
-void afterTurns(fn::uv::Loop& loop, int turns, folly::Function<void()> task)
-{
-    loop.post([&loop, turns, task = std::move(task)]() mutable {
-        if (turns == 0)
-            task();
-        else
-            afterTurns(loop, turns - 1, std::move(task));
-    });
-}
-
-/// Hears whether a command could not be delivered: that is logged, and told nowhere else.
-class FailureListener final : public fn::logging::Sink {
-public:
-    bool hasFailed = false;
-
-    int threshold(const fn::logging::Category& category) const override
-    {
-        return category.name() == "core.commandIPC" ? fn::logging::Error : 0;
-    }
-    void logMessage(const fn::logging::Category&, const fn::logging::Message&) override { hasFailed = true; }
-
-private:
-    ~FailureListener() override = default;
-};
-
 bool deliver(fn::uv::Loop& loop, const fn::Value& command)
 {
-    const auto failures = fn::makeAuto<FailureListener>();
-    fn::logging::CategoryManager::instance().addSink(failures);
-    loop.post([&] { core::CommandIPC::send(command, [&loop] { loop.stop(); }); });
+    bool isDelivered = false;
+    loop.post([&] {
+        core::CommandIPC::send(command)
+            .then([&] { isDelivered = true; }, [](std::exception_ptr) {}) // Nobody listens, or not any more.
+            .then([&] { loop.stop(); });
+    });
     loop.run();
-    fn::logging::CategoryManager::instance().removeSink(failures);
-    return !failures->hasFailed;
+    return isDelivered;
 }
 
 } // namespace
@@ -82,34 +54,27 @@ void SingleInstance::accept(OnCommand onCommand)
     _commands->bind();
 }
 
-struct SingleInstance::Closing {
-    fn::uv::Loop& loop;
-    folly::Function<bool()> isNeeded;
-    folly::Function<void()> done;
-};
-
-void SingleInstance::closeWhenQuiet(fn::uv::Loop& loop, folly::Function<bool()> isNeeded, folly::Function<void()> done)
+void SingleInstance::whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesOn)
 {
-    tryToClose(std::make_shared<Closing>(loop, std::move(isNeeded), std::move(done)));
-}
-
-void SingleInstance::tryToClose(const std::shared_ptr<Closing>& closing)
-{
-    auto handOver = std::make_shared<core::ProcessLock>(handOverLockName);
-    if (!handOver->exclusive()) {
-        _nextAttempt = closing->loop.schedule(attemptInterval, [this, closing] { tryToClose(closing); });
+    if (!_commands) return; // The program is ending.
+    const core::ProcessLock handOver(handOverLockName);
+    if (!handOver.exclusive()) {
+        _nextAttempt = loop.schedule(attemptInterval,
+            [this, &loop, goesOn = std::move(goesOn)]() mutable { whenQuiet(loop, std::move(goesOn)); });
         return;
     }
-    afterTurns(closing->loop, turnsToRead, [this, closing, handOver] {
-        if (!closing->isNeeded()) close();
-        closing->done();
-    });
+    _commands->stop(); // What has been sent is told before this returns.
+    if (goesOn())
+        _commands->bind();
+    else
+        close();
 }
 
 void SingleInstance::close()
 {
+    _nextAttempt.invalidate();
     _connection.invalidate();
-    if (_commands) std::exchange(_commands, {})->stop();
+    _commands.reset();
 }
 
 } // namespace media

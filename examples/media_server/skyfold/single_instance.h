@@ -26,18 +26,15 @@ public:
     void accept(OnCommand onCommand); ///< From now on the first takes what others are asked to do.
     void close(); ///< It takes nothing more: those that come now wait for its end.
 
-    /// Closes once nobody is just handing something over, unless `isNeeded` says by then that something has come. Calls
-    /// `done` in either case. Nobody is told that he has handed over what is then lost.
-    void closeWhenQuiet(fn::uv::Loop& loop, folly::Function<bool()> isNeeded, folly::Function<void()> done);
+    /// Calls `goesOn` once nobody is just handing something over and all that was handed over has been told. Where that is false
+    /// nothing more is taken: nobody is told that he has handed over what is then lost.
+    void whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesOn);
 
 private:
-    struct Closing;
-    void tryToClose(const std::shared_ptr<Closing>& closing);
-
     std::optional<core::ProcessLock> _lock; // Held until this process ends.
     fn::AutoPtr<core::CommandIPC> _commands;
     fn::Handle _connection;
-    fn::Handle _nextAttempt; // To close.
+    fn::Handle _nextAttempt; // To find it quiet.
 };
 
 } // namespace media

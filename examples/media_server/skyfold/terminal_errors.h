@@ -8,7 +8,6 @@ class TerminalErrors {
 public:
     TerminalErrors();
     TerminalErrors(const TerminalErrors&) = delete;
-    TerminalErrors& operator=(const TerminalErrors&) = delete;
     ~TerminalErrors(); ///< Waits until what was written has reached the terminal, a second at most.
 
 private:

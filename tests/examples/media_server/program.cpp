@@ -7,10 +7,9 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <linux/capability.h>
 #include <poll.h>
+#include <pty.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,32 +27,6 @@ std::string contents(const std::string& name)
 
 std::string commandLine(pid_t pid) { return contents(std::to_string(pid) + "/cmdline"); }
 
-/// Whether a process has a handler for this signal.
-bool catches(pid_t pid, int signal)
-{
-    const auto status = contents(std::to_string(pid) + "/status");
-    const auto at = status.find("SigCgt:");
-    return at != std::string::npos && std::stoull(status.substr(at + 7), nullptr, 16) >> (signal - 1) & 1;
-}
-
-int openOutput(Program::Output output, int& ownSide)
-{
-    if (output == Program::Output::Files) return ::dup(ownSide = ::memfd_create("output", MFD_CLOEXEC));
-    if (output == Program::Output::Full) return ::open("/dev/full", O_WRONLY);
-    ownSide = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ::grantpt(ownSide);
-    ::unlockpt(ownSide);
-    ::fcntl(ownSide, F_SETFL, O_NONBLOCK);
-    return ::open(::ptsname(ownSide), O_RDWR | O_NOCTTY);
-}
-
-/// In the child, between fork and exec.
-void dropOverride()
-{
-    ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
-    ::prctl(PR_CAPBSET_DROP, CAP_DAC_READ_SEARCH, 0, 0, 0);
-}
-
 } // namespace
 
 bool await(const std::function<bool()>& condition)
@@ -66,32 +39,29 @@ bool await(const std::function<bool()>& condition)
     return true;
 }
 
-Program::Program(std::vector<std::string> arguments, const Setting& setting)
+Program::Program(std::vector<std::string> command, Streams streams) : _hasTerminal(streams == Streams::Terminal)
 {
-    arguments.insert(arguments.begin(), setting.program);
     std::vector<char*> pointers;
-    for (auto& argument : arguments) pointers.push_back(argument.data());
+    for (auto& argument : command) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     ::setenv("TERM", "xterm", 1);
-
-    const int output = openOutput(setting.output, _output);
-    _errors = ::memfd_create("errors", MFD_CLOEXEC);
-    const int input = ::memfd_create("input", MFD_CLOEXEC);
-    static_cast<void>(::pwrite(input, setting.input.data(), setting.input.size(), 0));
-    const bool onTerminal = setting.output == Output::Terminal;
-    _pid = ::fork();
+    if (!_hasTerminal) {
+        _output = ::memfd_create("output", MFD_CLOEXEC);
+        _errors = ::memfd_create("errors", MFD_CLOEXEC);
+    }
+    _pid = _hasTerminal ? ::forkpty(&_output, nullptr, nullptr, nullptr) : ::fork();
     if (_pid < 0) throw std::runtime_error("fork");
     if (_pid == 0) {
-        ::setsid();
-        ::dup2(onTerminal ? output : input, STDIN_FILENO);
-        ::dup2(output, STDOUT_FILENO);
-        ::dup2(onTerminal ? output : _errors, STDERR_FILENO);
-        if (!setting.mayReadAll) dropOverride();
+        if (!_hasTerminal) {
+            ::setsid();
+            ::dup2(::open("/dev/null", O_RDONLY), STDIN_FILENO);
+            ::dup2(_output, STDOUT_FILENO);
+            ::dup2(_errors, STDERR_FILENO);
+        }
         ::execv(pointers[0], pointers.data());
         ::_exit(127);
     }
-    ::close(output);
-    ::close(input);
+    if (_hasTerminal) ::fcntl(_output, F_SETFL, O_NONBLOCK);
 }
 
 Program::~Program()
@@ -100,7 +70,7 @@ Program::~Program()
         ::kill(-_pid, SIGKILL);
         ::waitpid(_pid, nullptr, 0);
     }
-    if (_output >= 0) ::close(_output);
+    ::close(_output);
     ::close(_errors);
 }
 
@@ -126,7 +96,7 @@ pid_t Program::awaitModule(const std::string& name) const
     pid_t found = 0;
     await([&] {
         for (const auto pid : processes()) {
-            if (commandLine(pid).find("/" + name + ".dll") != std::string::npos && catches(pid, SIGTERM)) found = pid;
+            if (commandLine(pid).contains("/" + name + ".dll")) found = pid;
         }
         return found > 0;
     });
@@ -142,13 +112,12 @@ bool Program::awaitOutput(std::string_view text, std::size_t from)
 int Program::wait()
 {
     int status = 0;
-    const bool ended = await([&] {
-        if (_output >= 0) output(); // A terminal that is not read would hold it up.
+    _hasEnded = await([&] {
+        output(); // A terminal that is not read would hold it up.
         return ::waitpid(_pid, &status, WNOHANG) == _pid;
     });
-    EXPECT_TRUE(ended) << "The program does not end.\n" << output() << errors();
-    if (!ended) return -1;
-    _hasEnded = true;
+    EXPECT_TRUE(_hasEnded) << "The program does not end.\n" << output() << errors();
+    if (!_hasEnded) return -1;
     for (const auto pid : processes()) {
         const auto line = commandLine(pid);
         if (line.empty()) continue; // A leak checker's helper outlives its process for a moment.
@@ -160,8 +129,7 @@ int Program::wait()
 
 std::string Program::output()
 {
-    if (_output < 0) return {};
-    if (!::isatty(_output)) return contents("self/fd/" + std::to_string(_output));
+    if (!_hasTerminal) return contents("self/fd/" + std::to_string(_output));
     std::array<char, 4096> buffer;
     for (ssize_t count; (count = ::read(_output, buffer.data(), buffer.size())) > 0;) {
         _terminalText.append(buffer.data(), static_cast<std::size_t>(count));
@@ -169,6 +137,6 @@ std::string Program::output()
     return _terminalText;
 }
 
-std::string Program::errors() { return contents("self/fd/" + std::to_string(_errors)); }
+std::string Program::errors() const { return contents("self/fd/" + std::to_string(_errors)); }
 
 } // namespace test

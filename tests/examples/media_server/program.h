@@ -11,30 +11,23 @@ inline constexpr const char* skyfold = TEST_BINARY_DIR "/programs/skyfold";
 /// Whether `condition` comes true within a bound; looks again and again.
 bool await(const std::function<bool()>& condition);
 
-/// A run of the program, in a session of its own. All that it started is killed when this goes.
+/// A run of a program, in a session of its own. All that it started is killed when this goes.
 class Program {
 public:
-    enum class Output {
-        Files,
-        Full, ///< Standard output takes nothing.
+    enum class Streams {
+        Files, ///< Nothing comes in; output and errors are kept.
         Terminal, ///< Standard input, output and error are one.
     };
-    struct Setting {
-        Output output = Output::Files;
-        std::string input = {}; ///< What standard input gives, unless it is a terminal.
-        bool mayReadAll = true; ///< False: permissions hold for root, too.
-        std::string program = skyfold;
-    };
 
-    explicit Program(std::vector<std::string> arguments) : Program(std::move(arguments), Setting()) { }
-    Program(std::vector<std::string> arguments, const Setting& setting);
+    /// `command[0]` is a path. Standard input is empty, or the terminal.
+    explicit Program(std::vector<std::string> command, Streams streams = Streams::Files);
     Program(const Program&) = delete;
     ~Program();
 
     void type(std::string_view text) const; ///< On its terminal.
     void signal(int number) const; ///< To the program and all that it started, as a terminal does it.
 
-    /// Waits until this module has a process that attends to signals. Throws beyond a bound.
+    /// Waits until this module has a process. Throws beyond a bound.
     pid_t awaitModule(const std::string& name) const;
 
     /// False where this is not written behind `from` within a bound.
@@ -45,13 +38,14 @@ public:
     int wait();
 
     std::string output(); ///< What it has written to its standard output.
-    std::string errors();
+    std::string errors() const;
 
 private:
     std::vector<pid_t> processes() const;
 
     pid_t _pid = -1;
     bool _hasEnded = false;
+    const bool _hasTerminal;
     int _output = -1; // A nameless file, or the terminal's other side.
     int _errors = -1;
     std::string _terminalText;

@@ -1,0 +1,183 @@
+#include "inspector_web/inspector_pages.h"
+#include "base/exceptions.h"
+#include "core/ipc/object/object_dead_exception.h"
+#include "core/ipc/registry.h"
+#include "inspector_web/action_text.h"
+#include "inspector_web/html_page.h"
+#include <algorithm>
+#include <fmt/format.h>
+#include <vector>
+
+namespace inspector_web {
+namespace {
+
+constexpr std::string_view unnamed = "(no name)";
+
+/// What an address says about one page of an inspector.
+struct Place {
+    fn::String key;
+    fn::Value action;
+    std::optional<fn::Value> from; // The action of the page whose line was followed.
+};
+
+/// Empty where the address is damaged.
+std::optional<Place> placeFrom(const WebRequest& request)
+{
+    Place place;
+    for (const auto& [name, text] : request.parameters) {
+        if (name == "key") place.key = text;
+        if (name != "action" && name != "from") continue;
+        auto action = actionFromText(text);
+        if (!action) return std::nullopt;
+        if (name == "action")
+            place.action = std::move(*action);
+        else
+            place.from = std::move(*action);
+    }
+    return place;
+}
+
+/// Empty where one of the actions cannot be written down.
+std::string addressOf(const Place& place)
+{
+    auto address = "inspector?key=" + queryText(place.key.view());
+    const auto append = [&](const char* name, const fn::Value& action) {
+        const auto text = actionText(action);
+        if (!text) return false;
+        address += fmt::format("&{}={}", name, *text);
+        return true;
+    };
+    if (!place.action.isNil() && !append("action", place.action)) return {};
+    if (place.from && !append("from", *place.from)) return {};
+    return address;
+}
+
+/// As many as the page takes, and how many are left.
+template <typename Entry, typename Write>
+void writeLines(HtmlPage& page, const std::vector<Entry>& entries, Write write)
+{
+    auto left = entries.size();
+    for (const auto& entry : entries) {
+        if (page.isFull()) break;
+        write(entry);
+        --left;
+    }
+    if (left > 0) page.paragraph(fmt::format("And {} more.", left));
+}
+
+std::string listPage(const std::map<fn::String, fn::String>& inspectors)
+{
+    std::vector<std::pair<fn::String, fn::String>> byName;
+    for (const auto& [key, name] : inspectors) byName.emplace_back(name, key);
+    std::ranges::sort(byName);
+    HtmlPage page("Inspectors");
+    page.navigate("Reload", "./");
+    if (byName.empty()) page.paragraph("There are none.");
+    writeLines(page, byName, [&](const auto& inspector) {
+        const auto& [name, key] = inspector;
+        page.line(name.empty() ? unnamed : name.view(), addressOf({ key, {}, {} }));
+    });
+    return std::move(page).finish();
+}
+
+std::string inspectorPage(const fn::String& name, Place place, const core::OpenedPage& opened)
+{
+    place.action = opened.action; // Where redirections have led.
+    HtmlPage page(name.empty() ? unnamed : name.view());
+    page.navigate("All inspectors", "./");
+    if (place.from) page.navigate("Back", addressOf({ place.key, *place.from, {} }));
+    if (const auto own = addressOf(place); !own.empty()) page.navigate("Reload", own);
+    const auto& items = opened.items;
+    if (items.empty()) page.paragraph("Nothing to show.");
+    writeLines(page, items, [&](const core::Item& item) {
+        const bool leadsOn = !item.action.isNil();
+        page.line(item.text.view(), leadsOn ? addressOf({ place.key, item.action, opened.action }) : std::string());
+    });
+    return std::move(page).finish();
+}
+
+/// Tells people what is wrong, with a way back to the list.
+WebAnswer errorPage(int status, std::string_view text)
+{
+    HtmlPage page("No page");
+    page.navigate("All inspectors", "./");
+    page.paragraph(text);
+    return { status, std::move(page).finish() };
+}
+
+WebAnswer errorPage(std::exception_ptr failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const ipc::ObjectDeadException&) {
+        return errorPage(502, "The process of this inspector has ended.");
+    } catch (const fn::OperationTimedOutException&) {
+        return errorPage(504, "The inspector does not answer.");
+    } catch (const std::exception& exception) {
+        return errorPage(502, fmt::format("The inspector fails: {}", exception.what()));
+    }
+}
+
+fn::Promise<WebAnswer> errorAnswer(int status, std::string_view text)
+{
+    return fn::Promise<WebAnswer>::fulfilled(errorPage(status, text));
+}
+
+} // namespace
+
+InspectorPages::InspectorPages(ipc::Worker& worker) : _worker(worker) { }
+InspectorPages::~InspectorPages() = default;
+
+fn::Promise<WebAnswer> InspectorPages::answer(const WebRequest& request)
+{
+    const auto result = fn::Promise<WebAnswer>::create();
+    const auto timer = std::make_shared<fn::Handle>();
+    const auto answered = page(request).then([result, timer](WebAnswer&& answer) { result.fulfill(std::move(answer)); },
+        [result, timer](std::exception_ptr failure) { result.fulfill(errorPage(failure)); });
+    *timer = _worker.loop().schedule(mostTime, [answered, result] {
+        result.fulfill(errorPage(504, "The inspector does not answer."));
+        answered.cancel();
+    });
+    result.onCancel([answered] { answered.cancel(); });
+    return result;
+}
+
+fn::Promise<WebAnswer> InspectorPages::page(const WebRequest& request)
+{
+    if (request.path.empty()) return list();
+    if (request.path == "inspector") return inspector(request);
+    return errorAnswer(404, "There is no such page.");
+}
+
+fn::Promise<WebAnswer> InspectorPages::list()
+{
+    return inspectors().then([](Names&& names) { return WebAnswer { 200, listPage(names) }; });
+}
+
+fn::Promise<WebAnswer> InspectorPages::inspector(const WebRequest& request)
+{
+    auto asked = placeFrom(request);
+    if (!asked) return errorAnswer(400, "The address is damaged.");
+    return inspectors().then([self = fn::AutoPtr(this), place = std::move(*asked)](Names&& names) {
+        return self->_service->getInspector(place.key).then(
+            [place, name = names[place.key]](fn::AutoPtr<core::InspectorReference>&& inspector) {
+                if (!inspector) return errorAnswer(404, "There is no such inspector, or not any more.");
+                return inspector->open(place.action, place.from.value_or(fn::Value()))
+                    .then([place, name](core::OpenedPage&& page) {
+                        return WebAnswer { 200, inspectorPage(name, place, page) };
+                    });
+            });
+    });
+}
+
+fn::Promise<InspectorPages::Names> InspectorPages::inspectors()
+{
+    if (_service) return _service->allInspectors();
+    return _worker.registry()->getInstance<core::InspectorRegistry>(mostTime).then(
+        [self = fn::AutoPtr(this)](fn::AutoPtr<core::InspectorRegistry>&& service) {
+            self->_service = service;
+            return service->allInspectors();
+        });
+}
+
+} // namespace inspector_web
