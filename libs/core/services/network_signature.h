@@ -1,8 +1,8 @@
 #pragma once
 #include "base/exceptions.h"
+#include "base/lifetime.h"
 #include "base/string.h"
 #include "foundation/handle.h"
-#include "base/lifetime.h"
 #include "foundation/net/ip_address.h"
 #include "foundation/net/network_state_notifier.h"
 #include <array>

@@ -194,7 +194,8 @@ TEST(MessageCodec, ForwardsFieldsInAnyOrderAndOfAnyKindAsTheyCame)
         }
     }
     const std::string refused[] = { "", "\x81\x01", "\x80\xc0", "\x82\x05\x01\xcd\0\x05\x02"s, "\x81\x4d\xd4\xff\x01" };
-    for (const auto& bytes : refused) EXPECT_FALSE(ipc::MessageView({ fn::ByteArray(bytes).bytes() }).isValid()) << bytes;
+    for (const auto& bytes : refused)
+        EXPECT_FALSE(ipc::MessageView({ fn::ByteArray(bytes).bytes() }).isValid()) << bytes;
 }
 
 TEST(MessageDump, ShowsWhatIsThereAndNamesWhatItKnows)
