@@ -17,7 +17,7 @@ void logAssertion(const AssertionSite& site)
         site.function);
 }
 
-/// Null: the log.
+/// Null means the log.
 std::atomic<AssertionHook>& currentHook()
 {
     static ProcessLocal<std::atomic<AssertionHook>> hook;

@@ -2,8 +2,8 @@
 
 namespace fn {
 
-/// Where an invariant is checked. `file` and `line` identify the site in crash reports and are grouped there by value:
-/// they stay as they are when the code moves.
+/// Where an invariant is checked. `file` and `line` identify the site in crash reports, which are grouped by them: they keep
+/// their values when the code moves.
 struct AssertionSite {
     const char* file;
     int line;
@@ -11,7 +11,7 @@ struct AssertionSite {
     const char* expression;
 };
 
-/// All of them, of every layer: a crash report names one of these.
+/// The sites of all layers. A crash report names one of them.
 namespace sites {
 
 // foundation

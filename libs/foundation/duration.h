@@ -5,7 +5,7 @@
 
 namespace fn {
 
-/// A span of time in whole microseconds, 64-bit signed. What does not fit becomes the least or the greatest span.
+/// A span of time in whole microseconds, 64-bit signed. Results that do not fit become the least or the greatest span.
 class Duration {
 public:
     constexpr Duration() = default;
@@ -52,7 +52,7 @@ private:
 
 } // namespace fn
 
-/// In the largest unit that says it exactly: "2 s", "1500 ms", "-7 us".
+/// Written in the largest unit that tells the span exactly: "2 s", "1500 ms", "-7 us".
 template <> struct fmt::formatter<fn::Duration> {
     constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
     template <typename Context> auto format(fn::Duration duration, Context& context) const

@@ -15,7 +15,7 @@ Handle::Handle(Handle&& other) noexcept : _target(std::exchange(other._target, n
 Handle& Handle::operator=(Handle&& other) noexcept
 {
     if (this == &other) return *this;
-    // The old target ends last, as `previous` goes: what it runs finds this handle complete.
+    // The old target ends last, with `previous`: the code that its end runs finds this handle complete.
     Handle previous(std::move(*this));
     _target = std::exchange(other._target, nullptr);
     if (_target) _target->attachHandle(*this);

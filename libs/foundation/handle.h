@@ -13,7 +13,7 @@ public:
     HandleTarget(const HandleTarget&) = delete;
     HandleTarget& operator=(const HandleTarget&) = delete;
 
-    virtual void attachHandle(Handle& handle) = 0; ///< `handle` now refers to this target; forget any earlier one.
+    virtual void attachHandle(Handle& handle) = 0; ///< `handle` now refers to this target; forget any other.
     virtual void invalidateTarget() = 0; ///< End what this target stands for. It may destroy itself.
     virtual void detachHandle() = 0; ///< Forget the handle and live on. It may destroy itself if it has ended already.
 
@@ -27,8 +27,8 @@ protected:
 /// handle set; a target that dies first empties it. `invalidate()` inside the target's own callback is allowed.
 /// Belongs to the thread of its target.
 ///
-/// The compiler warns of one that is dropped where it is given. The attribute stands at the class, since GCC 12 passes over
-/// it at a virtual function; beside it FN_EXPORT has to be written in its form.
+/// The compiler warns where a returned handle is dropped. `nodiscard` stands at the class, since GCC 12 ignores it at a virtual
+/// function; beside it, FN_EXPORT has to be written as an attribute of that form.
 class [[nodiscard, gnu::visibility("default")]] Handle
 {
 public:

@@ -10,7 +10,7 @@
 namespace fn {
 namespace {
 
-// What belongs to the process, whichever bus is installed. Used on the thread of the default loop alone.
+// Belongs to the process, whichever bus is installed. Used on the thread of the default loop alone.
 struct Listeners {
     std::map<String, std::unique_ptr<MessageBus::MessageSignal>> signals;
     std::map<String, Value> stickyBodies;
@@ -28,7 +28,7 @@ MessageBus& localBus()
     return bus.get();
 }
 
-/// Null: the local one.
+/// Null means the local bus.
 std::atomic<MessageBus*>& installedBus()
 {
     static ProcessLocal<std::atomic<MessageBus*>> bus;
@@ -42,7 +42,7 @@ bool isBusThread()
     return isMainThread || RunLoop::currentLoop() == &RunLoop::defaultLoop();
 }
 
-// `name` is a copy: a listener may end what the poster's own was part of.
+// `name` is a copy, since a listener may destroy the object that the poster's name is part of.
 void deliver(String name, const Value& body)
 {
     const auto fire = [&](std::string_view listenedTo) {
@@ -80,7 +80,7 @@ void MessageBus::repostStickyMessages()
         try {
             instance().postStickyMessage(name, body);
         } catch (...) {
-            unhandledException(); // It stays where it is: the others travel all the same.
+            unhandledException(); // This body stays here; the others are sent all the same.
         }
     }
 }
@@ -92,7 +92,7 @@ void MessageBus::postStickyMessage(const String& name, Value body) { post(name, 
 void MessageBus::post(const String& name, Value body, bool sticky)
 {
     if (isBusThread()) return sendMessage(name, std::move(body), sticky);
-    // Whoever is installed by then: this bus may have gone.
+    // The bus that is installed by then sends it: this one may have gone.
     RunLoop::defaultLoop().post(
         [name, body = std::move(body), sticky]() mutable { instance().sendMessage(name, std::move(body), sticky); });
 }

@@ -5,8 +5,8 @@
 
 namespace fn {
 
-/// The process-wide publish/subscribe bus. Bodies are posted under a namespace of words joined by '.'; a sticky body is
-/// kept as the latest of its namespace for those who come later.
+/// The process-wide publish/subscribe bus. Bodies are posted under a namespace of words joined by '.'; a sticky body is kept as
+/// the latest of its namespace, for listeners that come later.
 ///
 /// A listener of a namespace hears it and everything below it: "com.x" hears "com.x" and "com.x.y", not "com.xy". General
 /// listeners hear a message before special ones, each in connection order.
@@ -22,7 +22,7 @@ public:
     MessageBus() = default;
     MessageBus(const MessageBus&) = delete;
     MessageBus& operator=(const MessageBus&) = delete;
-    virtual ~MessageBus(); ///< An installed bus that ends puts the plain local bus back.
+    virtual ~MessageBus(); ///< If this bus is installed, the plain local bus is put back.
 
     static MessageBus& instance();
 
@@ -32,8 +32,8 @@ public:
     /// Puts the plain local bus back if `bus` is the one installed: for an owner whose bus will be destroyed later.
     static void removeInstance(MessageBus& bus);
 
-    /// Posts the sticky bodies that this process has kept once more: for a bus that spans more than the one before. One that it
-    /// cannot send goes to `fn::unhandledException()`, and stays in this process.
+    /// Posts the kept sticky bodies of this process once more, so that a newly installed bus carries them to other processes.
+    /// The error of a body that cannot be sent goes to `fn::unhandledException()`; the body stays in this process.
     static void repostStickyMessages();
 
     void postMessage(const String& name, Value body);

@@ -10,12 +10,12 @@ namespace fn::internal {
 namespace {
 
 constexpr auto interval = Duration::seconds(1); // Between two lines about one place.
-constexpr std::size_t mostPlaces = 1000; // In one interval; further ones are one place together.
+constexpr std::size_t mostPlaces = 1000; // In one interval; all further ones count as one.
 
-/// Who has been told of lately.
+/// The places, by the name of the call that failed, about which a line was logged lately.
 class Places {
 public:
-    /// How many were left out since the last line about the place; -1 where this one is left out, too.
+    /// How many failures were left out since the last line about the place; -1 if this failure is left out, too.
     int admit(const String& name)
     {
         const std::lock_guard guard(_lock);
@@ -38,7 +38,7 @@ private:
     struct Place {
         Duration next;
         int leftOut = 0;
-        bool lines = false; // Whether there has been one.
+        bool lines = false; // Whether a line has been logged.
     };
     std::mutex _lock;
     std::map<String, Place> _places;
@@ -72,7 +72,7 @@ try {
     } catch (...) {
         report({}, "exception of an unknown type");
     }
-} catch (...) { // What the exception has to say of itself is its own code.
+} catch (...) { // An exception describes itself by code of its own, which may throw.
     unhandledException();
 }
 

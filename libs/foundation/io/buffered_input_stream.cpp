@@ -16,7 +16,7 @@ BufferedInputStream::~BufferedInputStream() = default;
 std::size_t BufferedInputStream::readSlow(void* data, std::size_t size)
 {
     if (_window == _windowEnd) {
-        const bool direct = size >= _bufferBytes; // Filling the buffer would only add a copy.
+        const bool direct = size >= _bufferBytes; // The buffer would only add a copy.
         const auto count = direct ? _source.read(data, size) : _source.read(_buffer.get(), _bufferBytes);
         _takenFromSource += count;
         if (direct) return count;

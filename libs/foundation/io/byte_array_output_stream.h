@@ -15,7 +15,7 @@ public:
 
 private:
     void writeSlow(const void* data, std::size_t size) override;
-    void grow(std::size_t least); // Opens a window with room for that much more.
+    void grow(std::size_t least); // Opens a window of at least `least` bytes.
 
     ByteArray& _array;
 };

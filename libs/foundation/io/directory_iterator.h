@@ -12,8 +12,8 @@ struct DirectoryEntry {
     FileKind kind = FileKind::Other; ///< Of the entry itself: links are not followed.
 };
 
-/// The entries of one directory, without '.' and '..', ascending by the bytes of their names. They are read when it is
-/// made; a directory that cannot be read is an `fn::FileException`.
+/// The entries of one directory, without '.' and '..', ascending by the bytes of their names. The constructor reads them all,
+/// and throws `fn::FileException` if it cannot read the directory.
 class FN_EXPORT DirectoryIterator {
 public:
     explicit DirectoryIterator(const String& path);

@@ -13,16 +13,16 @@ public:
     const String& path() const noexcept { return _path; } ///< As given.
 
     enum class Links { Follow, Keep };
-    /// Whether there is an entry of that name; with Follow, a link that leads nowhere is none. Throws where the system does not
-    /// tell.
+    /// Whether there is an entry of that name; with Follow, a link that leads nowhere counts as none. Throws if the system
+    /// cannot tell.
     bool exists(Links links = Links::Follow) const;
     FileInfo info(Links links = Links::Follow) const;
 
-    /// Removes a file, a link or an empty directory; `recursive` also a directory with all it holds (links in it are
-    /// removed, not followed). Nothing there to remove is an error.
+    /// Removes a file, a link or an empty directory; with `recursive` also a directory and all it holds (links in it are
+    /// removed, not followed). If there is no such entry, that is an error.
     void remove(bool recursive) const;
 
-    /// Renames in one step, replacing a file of the new name. Stays on one file system.
+    /// Renames in one step, replacing a file of the new name. Both names must be on one file system.
     void moveTo(const String& path) const;
 
     /// Throws the exception for the current `errno`.

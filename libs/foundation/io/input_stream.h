@@ -8,7 +8,7 @@
 
 namespace fn {
 
-/// Where bytes come from. A concrete stream may offer a window of memory that it has already read.
+/// A source of bytes. A concrete stream may offer a window: memory that it has read already.
 class FN_EXPORT InputStream {
 public:
     InputStream() = default;
@@ -38,11 +38,11 @@ public:
         }
     }
 
-    /// Exactly `size` bytes as an array; may share the stream's own buffer. Touched memory grows with bytes received,
-    /// never with the size asked for.
+    /// Exactly `size` bytes as an array, which may share the stream's own buffer; else `fn::EndOfStreamException`. Memory is
+    /// taken for bytes as they come, not for the size asked for.
     virtual ByteArray readByteArray(std::size_t size);
 
-    /// The same as text.
+    /// The same bytes as text.
     String readString(std::size_t size)
     {
         if (fits(size)) [[likely]] {
@@ -54,16 +54,16 @@ public:
 
     void skip(std::size_t size); ///< `size` bytes, else `fn::EndOfStreamException`.
 
-    /// Whether so many bytes are in memory already. False says nothing.
+    /// Whether so many bytes lie in the window already. False does not mean that there are fewer.
     bool holds(std::size_t size) const noexcept { return size <= static_cast<std::size_t>(_windowEnd - _window); }
 
-    /// Bytes left, where the stream knows. Never more than what really comes.
+    /// The number of bytes left, where the stream knows it. Never more than really come.
     virtual std::optional<std::uint64_t> remaining() const;
 
     virtual std::uint64_t position() const = 0; ///< Bytes read so far.
 
 protected:
-    /// `read()` of what the window does not hold in full. `size` may be anything.
+    /// Does `read()` where the window does not hold all of `size`, which may be 0.
     virtual std::size_t readSlow(void* data, std::size_t size) = 0;
     void readExactlySlow(void* data, std::size_t size);
 

@@ -3,8 +3,8 @@
 
 namespace fn {
 
-/// The next `size` bytes of another stream, which it borrows and which must not be used meanwhile. The destructor leaves
-/// that stream behind the last byte read; `finish()` behind all of them.
+/// The next `size` bytes of another stream, which it borrows and which must not be used meanwhile. Afterwards that stream goes
+/// on behind the last byte read, or behind all `size` bytes after `finish()`.
 class FN_EXPORT LimitedInputStream final : public InputStream {
 public:
     LimitedInputStream(InputStream& stream, std::size_t size);
@@ -24,7 +24,7 @@ private:
 
     InputStream& _stream;
     const std::size_t _size;
-    std::size_t _beyond; // Bytes of ours behind our window.
+    std::size_t _beyond; // Bytes of this stream that lie behind its window.
 };
 
 } // namespace fn

@@ -3,8 +3,8 @@
 
 namespace fn {
 
-/// Reads from memory. Made from a ByteArray it shares that array, and `readByteArray()` gives slices of it where they make
-/// up at least half of the whole (a small slice would pin a large buffer); otherwise the memory is borrowed.
+/// Reads from memory. Made from a ByteArray, it shares that array, and `readByteArray()` gives slices of at least half of it (a
+/// smaller one is copied: it would keep a large buffer alive). Other memory is borrowed.
 class FN_EXPORT MemoryInputStream final : public InputStream {
 public:
     explicit MemoryInputStream(ByteArray bytes);

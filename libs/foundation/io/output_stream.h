@@ -5,7 +5,7 @@
 
 namespace fn {
 
-/// Where bytes go. A concrete stream may offer a window of memory, so that small writes are a copy without a virtual call.
+/// A target for bytes. A concrete stream may offer a window of memory, so that small writes are a copy without a virtual call.
 class FN_EXPORT OutputStream {
 public:
     OutputStream() = default;
@@ -13,7 +13,7 @@ public:
     OutputStream& operator=(const OutputStream&) = delete;
     virtual ~OutputStream();
 
-    /// Errors are exceptions of the concrete stream; after one the stream must not be used any more.
+    /// Errors are exceptions of the concrete stream; after an error the stream must not be used any more.
     void write(const void* data, std::size_t size)
     {
         if (fits(size)) [[likely]] {
@@ -32,7 +32,7 @@ public:
             writeSlow(&byte, 1);
     }
 
-    /// Writes all of `bytes`; a stream that can keeps a reference to a large array instead of copying it.
+    /// Writes all of `bytes`; some streams keep a reference to a large array instead of a copy.
     virtual void writeShared(const ByteArray& bytes);
 
     virtual void flush(); ///< Hands on what is buffered. Default: nothing.
@@ -41,7 +41,7 @@ public:
     virtual void close(bool flushAll = true);
 
 protected:
-    /// Takes what does not fit the window. `size` may be anything.
+    /// Does `write()` where `size`, which may be 0, does not fit the window.
     virtual void writeSlow(const void* data, std::size_t size) = 0;
 
     std::uint8_t* _window = nullptr;

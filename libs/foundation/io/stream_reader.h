@@ -12,8 +12,7 @@ public:
     /// Fills `data` unless the stream ends before; returns the bytes read.
     static std::size_t tryRead(InputStream& stream, void* data, std::size_t size);
 
-    /// Appends the rest of the stream. More than `limit` bytes of it (0: as many as an array can hold):
-    /// `fn::RangeException`.
+    /// Appends the rest of the stream. If that is more than `limit` bytes (0: more than an array can hold): `fn::RangeException`.
     static void readEverything(InputStream& stream, ByteArray& into, std::size_t limit = 0);
 
     /// The next line without its LF or CRLF; false at the end of the stream. The last line needs no line end. A line of

@@ -11,10 +11,10 @@ public:
     Transform& operator=(const Transform&) = delete;
     virtual ~Transform();
 
-    /// Takes one chunk and writes what becomes of it. Where the stream is cut into chunks means nothing.
+    /// Takes one chunk and writes its transformed bytes. Chunks may end anywhere: their bounds have no meaning.
     virtual void transform(const std::uint8_t* data, std::size_t size, OutputStream& target) = 0;
 
-    /// Writes what is still held back at the end. Default: nothing.
+    /// Writes the bytes that the transform still holds back at the end. Default: nothing.
     virtual void finish(OutputStream& target);
 };
 

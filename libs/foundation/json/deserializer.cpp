@@ -11,7 +11,7 @@ namespace {
 
 using Parser = nlohmann::json;
 
-constexpr std::size_t mostReasonBytes = 160; // The parser quotes what it read, however long.
+constexpr std::size_t mostReasonBytes = 160; // The parser quotes its input at any length.
 
 /// Builds values from the parser's events. The member functions are those that the parser calls; false would stop it.
 class Builder {
@@ -31,7 +31,7 @@ public:
 
     Value take()
     {
-        // The parser takes it for the end of the text, which it is nowhere.
+        // The parser takes a NUL byte for the end of the text, but JSON allows none.
         if (const auto nul = _text.find('\0'); nul != _text.npos) throwMalformed("NUL byte behind the value", nul + 1);
         return std::move(_result);
     }
@@ -42,7 +42,7 @@ public:
     bool number_unsigned(number_unsigned_t value) { return add(value); }
     bool number_float(number_float_t value, const string_t&) { return add(value); }
     bool string(string_t& value) { return add(value); }
-    bool binary(binary_t&) { return false; } // Not in text.
+    bool binary(binary_t&) { return false; } // JSON text has no such values.
 
     bool start_object(std::size_t) { return open(Value::MAP); }
     bool start_array(std::size_t) { return open(Value::ARRAY); }
@@ -61,7 +61,7 @@ public:
 
     bool parse_error(std::size_t position, const std::string&, const Parser::exception& error)
     {
-        // The parser's own text repeats its class and the place in front of what is wrong.
+        // The parser's message begins with the exception's name and the place, which are told otherwise.
         std::string_view reason = error.what();
         if (const auto end = reason.rfind("syntax error"); end != std::string_view::npos)
             reason.remove_prefix(end);
@@ -73,7 +73,7 @@ public:
 private:
     struct Container {
         Value value;
-        Value key; // Of the entry being read, in a map.
+        Value key; // In a map, the key of the entry being read.
     };
 
     bool open(Value::Type type)
@@ -107,7 +107,7 @@ private:
 
     [[noreturn]] void throwMalformed(std::string_view reason, std::size_t position) const
     {
-        // `position` counts the bytes read, the offending one among them.
+        // `position` counts the bytes read, including the offending byte.
         const auto before = _text.substr(0, position > 0 ? position - 1 : 0);
         const auto line = 1 + std::ranges::count(before, '\n');
         const auto lineStart = before.rfind('\n') + 1; // npos + 1 is 0.

@@ -3,19 +3,19 @@
 
 namespace fn::json {
 
-/// Writes values that JSON has no type for: bytes, boxed values and objects.
+/// Replaces values for which JSON has no type (bytes, boxed values and objects) when they are written.
 class FN_EXPORT ValueSerializer {
 public:
     virtual bool handles(const Value& value) = 0;
-    /// What stands for a value that `handles()`; it may hold further such values, but is none itself.
+    /// The value to write instead of one that `handles()`. It may hold further such values, but must not be one itself.
     virtual Value serialize(const Value& value) = 0;
     virtual ~ValueSerializer();
 };
 
-/// Makes such values of what stands for them.
+/// Makes such values again from the maps that were written for them.
 class FN_EXPORT ValueDeserializer {
 public:
-    /// Given each map that has been read, the inner ones first; gives what to keep in its place.
+    /// Called with each map that has been read, inner maps first. Gives the value to keep in its place.
     virtual Value deserialize(Value value) = 0;
     virtual ~ValueDeserializer();
 };

@@ -43,8 +43,8 @@ private:
     {
         if (!_hook || !_hook->handles(value)) throwUnsupported(value);
         const auto standIn = _hook->serialize(value);
-        // It takes the value's place at the same level, where the reader finds it. One that needs a stand-in itself could
-        // go on for ever.
+        // The stand-in takes the value's place at the same level, where the reader finds it. A stand-in that needed another one
+        // could go on for ever.
         if (standIn.kind() == Value::Kind::Bytes || standIn.kind() >= Value::Kind::Boxed) throwUnsupported(standIn);
         write(standIn, level);
     }
@@ -113,7 +113,7 @@ private:
         }
         const auto text = String::number(number);
         _stream.write(text);
-        // So that it reads back as a double.
+        // The fraction makes it read back as a double.
         if (text.view().find_first_of(".e") == std::string_view::npos) _stream.write(".0");
     }
 

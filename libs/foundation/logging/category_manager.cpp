@@ -9,7 +9,7 @@ namespace {
 using Listeners = Category::Private::Listeners;
 using Sinks = std::vector<CategoryManager::Private::Registered>;
 
-// Those that a simulated process has added end with it.
+// The sinks that a simulated process has added; they are removed when it ends.
 struct OwnSinks {
     ~OwnSinks()
     {
@@ -18,7 +18,7 @@ struct OwnSinks {
     std::vector<AutoPtr<Sink>> sinks;
 };
 
-// Asks every sink about `category`, and makes the answers count.
+// Asks every sink which messages of `category` it wants, and publishes the answers to the threads that log.
 void publish(const Sinks& sinks, const Category& category)
 {
     int highest = sinks.empty() ? thresholdWithoutSinks : 0;

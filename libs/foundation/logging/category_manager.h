@@ -14,8 +14,8 @@ public:
     /// The category of that name, made at the first call. Valid for the life of the process.
     const Category& getCategory(const String& name);
 
-    /// Registers a sink for what it wants (`Sink::threshold()`). Without any, priorities up to Warning go to standard
-    /// error.
+    /// Registers a sink for the messages that it wants (`Sink::threshold()`). Without any sink, priorities up to Warning go to
+    /// standard error.
     void addSink(AutoPtr<Sink> sink);
     void removeSink(const AutoPtr<Sink>& sink);
     void reload(); ///< Asks the sinks again what they want.
@@ -25,7 +25,7 @@ public:
 private:
     CategoryManager();
     ~CategoryManager() = delete; // Lives until the process ends: messages may come from static destructors.
-    const Category& findOrCreate(const String& name); // These two with the lock held.
+    const Category& findOrCreate(const String& name); // Both are called with the lock held.
     void publishAll();
 
     std::unique_ptr<Private> _private;

@@ -3,7 +3,7 @@
 
 namespace fn::logging {
 
-/// One line a message on standard error, "hh:mm:ss.mmm PRIO category: text", in one write. Thread-safe.
+/// Writes each message as one line to standard error, "hh:mm:ss.mmm PRIO category: text", in one write. Thread-safe.
 class FN_EXPORT ConsoleSink final : public Sink {
 public:
     explicit ConsoleSink(int threshold = Info);

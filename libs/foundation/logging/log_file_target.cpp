@@ -14,19 +14,19 @@
 
 // How files are changed while others write:
 //
-// Writers only append to what is under the descriptor. A file that has been renamed still takes their entries, whole and
-// in the order of each thread, so nothing is lost by writing to it a little longer. Looking at the path costs as much
-// as a write, so a target looks only now and then: after some bytes and some milliseconds. It then sees a log that is
-// full, and one that is not its own any more.
+// Writers only append to the file under the descriptor. A file that has been renamed still takes their entries, whole and in
+// the order of each thread, so nothing is lost by writing to it a little longer. Looking at the path costs as much as a write,
+// so a target looks only after some bytes or some milliseconds. Only then does it see that the log is full, or that the path
+// leads to another file.
 //
-// Who finds the log full takes the lock of the log's own inode. If it is taken somebody is about to do the same, and gets
-// a moment's peace for it: many who go on writing would keep him from the file for long. It is no more than a moment, so
-// that nobody stops, whatever the holder of the lock does. Under the lock the path is compared once more, since the inode
-// may have been moved before. Only the holder of the lock on the inode that the path leads to renames files; the last
-// rename takes that position away from it.
+// A target that finds the log full takes the lock of the log's own inode. If another process holds that lock, it is about to
+// rotate; the target then waits for a moment, since many writers would keep the other process from the file for long. It waits
+// no longer, so that nobody is stopped by whatever the holder of the lock does. Under the lock the path is compared once more,
+// since the log may have been rotated before. Only the holder of the lock on the inode that the path leads to renames files;
+// the last rename takes that position away from it.
 //
-// dup3() puts the new file under the old descriptor in one step: a write that is under way ends in the old file, the
-// next goes to the new one, and no thread has to know.
+// dup3() puts the new file under the old descriptor in one step: a write that is under way ends in the old file, the next one
+// goes to the new file, and no other thread has to be told.
 
 namespace fn {
 namespace {
@@ -36,8 +36,8 @@ constexpr std::int64_t microsecondsBetweenLooks = 10'000;
 constexpr std::int64_t looksPerFile = 64;
 constexpr std::int64_t bytesBetweenLooksOfBoundless = 65'536;
 
-// One call that appends, whatever it says about an offset: the file is opened to append, and that is what Linux does
-// then. write() would make the threads of the process wait for each other over the position in the file.
+// Appends in one call: the file is opened with O_APPEND, with which Linux ignores the offset of pwrite(). write() would make
+// the threads of the process wait for each other, since it locks the position in the file.
 std::ptrdiff_t appendOnce(int descriptor, std::string_view text) noexcept
 {
     return posix::uninterrupted([&] { return ::pwrite(descriptor, text.data(), text.size(), 0); });
@@ -68,7 +68,7 @@ void LogFileTarget::write(const String& text)
             appendAfterLoss(text.view());
         }
     } catch (const std::exception&) {
-        ++_lost; // No memory for a copy of the text or the name of a file.
+        ++_lost; // There is no memory for a copy of the text or the name of a file.
     }
 }
 
@@ -79,7 +79,7 @@ void LogFileTarget::prepare(std::int64_t size)
     const bool isOpen = _descriptor.load(std::memory_order_acquire) >= 0;
     std::unique_lock lock(_lock, std::defer_lock);
     if (!isOpen || left < -bytesBetweenLooks()) {
-        lock.lock(); // Others have been looking for so long that they rotate, or open the first file.
+        lock.lock(); // Another thread rotates the log or opens the first file.
         if (isOpen && _bytesUntilLook.load(std::memory_order_relaxed) >= 0) return;
     } else if ((left >= 0 && !isTimeToLook()) || !lock.try_lock()) {
         return;
@@ -96,7 +96,7 @@ bool LogFileTarget::isTimeToLook() const
 void LogFileTarget::look(std::int64_t size)
 {
     auto room = bytesBetweenLooks();
-    for (int steps = 0; steps < 4; ++steps) { // Open, rotate, open the next, see that it is right.
+    for (int steps = 0; steps < 4; ++steps) { // Open, rotate, open the next file, see that it is right.
         const auto log = stateOf(AT_FDCWD, _path.c_str());
         if (_descriptor.load() < 0 || !log || log->identity != _opened) {
             if (!open()) break;
@@ -111,10 +111,10 @@ void LogFileTarget::look(std::int64_t size)
     _nextLook.store(_clock.monotonic().totalMicroseconds() + microsecondsBetweenLooks, std::memory_order_relaxed);
 }
 
-// Whatever the path leads to, or a new file. If that fails the present file stays. With the lock held.
+// Opens the file that the path leads to, or makes one. On failure the present file stays. With the lock held.
 bool LogFileTarget::open()
 {
-    // A pipe in its place would be waited for, and a terminal might become that of the process.
+    // Without these flags the call would wait for a pipe in the log's place, and a terminal might become that of the process.
     constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY;
     int opened = posix::open(_path, flags, 0600);
     if (opened < 0 && errno == ENOENT) {
@@ -134,7 +134,7 @@ bool LogFileTarget::open()
     return usable;
 }
 
-// False if another process is about to, or if it cannot be done. With the lock held.
+// False if another process is about to rotate the log, or if that fails. With the lock held.
 bool LogFileTarget::rotate(std::int64_t size)
 {
     const int descriptor = _descriptor.load();
@@ -149,11 +149,11 @@ bool LogFileTarget::rotate(std::int64_t size)
     return done;
 }
 
-// With the lock of the log's inode.
+// Renames the files. Called with the lock of the log's inode.
 bool LogFileTarget::moveFilesUp() const
 {
     if (_maximumCount <= 1) return ::unlink(_path.c_str()) == 0;
-    // Up to the first free number: after a rotation that was broken off nothing is dropped too early.
+    // Files are moved up to the first free number: after a rotation that was broken off, none is dropped too early.
     const int last = _maximumCount - 1;
     int free = 1;
     while (free < last && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
@@ -165,8 +165,8 @@ bool LogFileTarget::moveFilesUp() const
     return true;
 }
 
-// Removes the last file, or the newer one before it where that is impossible: a folder, say. The number that is free then,
-// or 0. Not left to rename(): a file system may write out what replaces another file, and one waits for it.
+// Removes the file of the last number, or the one before it if that is impossible (it is a folder, say). Gives the number that is
+// free then, or 0. rename() could replace the file, but some file systems then write the replacing file out while the caller waits.
 int LogFileTarget::dropOldest(int last) const
 {
     int number = last;
@@ -189,11 +189,11 @@ bool LogFileTarget::appendOrLose(std::string_view text) noexcept
     return false;
 }
 
-// Behind a line that tells what is missing there.
+// Writes the entry behind a line that tells how many are lost.
 void LogFileTarget::appendAfterLoss(std::string_view text)
 {
     const auto count = _lost.exchange(0);
-    if (count == 0) return void(appendOrLose(text)); // Another thread is telling it.
+    if (count == 0) return void(appendOrLose(text)); // Another thread is telling the number.
     const bool hasNoEnd = _cutOff.exchange(false);
     const auto entry =
         fmt::format("{}(log entries lost: {}; the log took no more)\r\n{}", hasNoEnd ? "\r\n" : "", count, text);
@@ -202,8 +202,8 @@ void LogFileTarget::appendAfterLoss(std::string_view text)
     if (hasNoEnd) _cutOff = true;
 }
 
-// Nothing if there is no file. Not stat(): who asks for times makes the next write set them anew, which costs more than
-// the rest of it.
+// Nothing if there is no file. statx() can leave out the times: after stat() has read them, the next write sets them anew,
+// which costs more than the rest of the write.
 std::optional<LogFileTarget::FileState> LogFileTarget::stateOf(int descriptor, const char* path)
 {
     struct statx status = {};

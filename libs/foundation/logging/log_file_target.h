@@ -7,28 +7,28 @@
 
 namespace fn {
 
-/// A log file, which targets of any number of threads and processes may share. Each entry is appended in one call of
-/// the system. Nobody waits for another but for about a millisecond at a time, where a file is full.
+/// A log file, which targets of any number of threads and processes may share. Each entry is appended in one call of the
+/// system. Writers wait for each other only where a file is full, for about a millisecond at a time.
 ///
-/// A file that is full becomes NAME.1 (the newest), what was NAME.1 becomes NAME.2 and so on, and a new file takes its
-/// place. Only files beyond the maximum count are lost. A folder in the place of the last one takes the place of a file.
+/// A full file is renamed to NAME.1 (the newest), NAME.1 to NAME.2 and so on, and a new file is begun. Only files beyond the
+/// maximum count are lost. If a folder has the last of these names, one file fewer is kept.
 ///
-/// A log that somebody else has moved or removed is made again, with its folder (mode 0700, the file 0600), a few
-/// milliseconds later at most; so is one that could not be opened, at the next entry. While the disk is full, or a folder or
-/// a pipe lies in the log's place, entries are lost and perhaps one is cut off. They are counted: the next one that is
-/// written, whole, comes behind a line that tells how many. But who had the log open before something else took its place
-/// goes on writing to the file that it was. Thread-safe.
+/// A log that somebody else has moved or removed is made again, with its folder (mode 0700, the file 0600), a few milliseconds
+/// later at most; a log that could not be opened is tried again at the next entry. While the disk is full, or a folder or a
+/// pipe lies in the log's place, entries are lost, and one may be cut off. Lost entries are counted: a line before the next
+/// entry that is written tells how many. A target that had the log open before a folder or a pipe took its place goes on
+/// writing to the old file. Thread-safe.
 class FN_EXPORT LogFileTarget final : public LogTarget {
 public:
     /// Opens nothing before the first entry.
     explicit LogFileTarget(String path, const Clock& clock = Clock::system());
 
-    /// An entry that would make the file larger than this begins a new one; 0, as initially, for no bound. What several
-    /// threads and processes write until they see it comes on top: up to a 32nd part for each process, and again for each
-    /// millisecond that another process takes to rotate the log. Before the first entry.
+    /// An entry that would make the file larger than this begins a new file; 0, the initial value, sets no bound. Threads and
+    /// processes notice a full file late, so a file may exceed the bound by a 32nd part for each process, and by as much again
+    /// for each millisecond that another process takes to rotate the log. Call it before the first entry.
     void setMaximumSize(std::uint64_t bytes);
 
-    /// How many files are kept, the log itself among them; at least 1, as initially. Before the first entry.
+    /// How many files are kept, the log itself among them; at least 1, the initial value. Call it before the first entry.
     void setMaximumCount(int files) { _maximumCount = files; }
 
     void write(const String& text) override;
@@ -65,13 +65,13 @@ private:
     std::int64_t _maximumSize = 0;
     int _maximumCount = 1;
 
-    std::mutex _lock; // Held by who looks after the file. Others go on writing, for a while.
+    std::mutex _lock; // Held by the thread that looks after the file; the others go on writing meanwhile.
     Identity _opened; // Guarded by _lock.
-    std::atomic<int> _descriptor { -1 }; // Once set it keeps its number: a new file is put under it.
+    std::atomic<int> _descriptor { -1 }; // Once set, it keeps its number: dup3() puts new files there.
     std::atomic<std::int64_t> _bytesUntilLook { 0 };
     std::atomic<std::int64_t> _nextLook { 0 }; // In microseconds of the clock.
-    std::atomic<std::uint64_t> _lost { 0 }; // Entries, since the last one that went.
-    std::atomic<bool> _cutOff { false }; // The last entry has no end.
+    std::atomic<std::uint64_t> _lost { 0 }; // Entries lost since the last one that was written.
+    std::atomic<bool> _cutOff { false }; // The last entry was written in part.
 };
 
 } // namespace fn

@@ -31,7 +31,7 @@ void deliver(const Category& category, const Message& message)
     }
 }
 
-// As vsnprintf, to any length.
+// Like vsnprintf(), for text of any length.
 String formatPrintf(const char* format, va_list arguments)
 {
     std::array<char, 512> buffer;

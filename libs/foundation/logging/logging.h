@@ -17,11 +17,11 @@ struct Site {
 /// Hands a finished text to the sinks that want it. What a sink throws goes to `fn::unhandledException()`. Thread-safe.
 FN_EXPORT void write(const Category& category, int priority, const Tag& tag, const Site& site, String text) noexcept;
 
-/// Brace-formatted. A format that fails at run time is logged as such.
+/// Writes a brace-formatted message. A format that fails at run time is logged with its error.
 FN_EXPORT void writeFormatted(const Category& category, int priority, const Tag& tag, const Site& site,
     fmt::string_view format, fmt::format_args arguments) noexcept;
 
-/// The same, with the arguments checked when it is compiled.
+/// The same, with the format checked at compile time.
 template <typename... Arguments>
 void writeChecked(const Category& category, int priority, const Tag& tag, const Site& site,
     fmt::format_string<Arguments...> format, Arguments&&... arguments) noexcept
@@ -29,7 +29,7 @@ void writeChecked(const Category& category, int priority, const Tag& tag, const 
     writeFormatted(category, priority, tag, site, format, fmt::make_format_args(arguments...));
 }
 
-/// printf-formatted.
+/// Writes a printf-formatted message.
 FN_EXPORT void writePrintf(const Category& category, int priority, const Tag& tag, const Site& site, const char* format,
     ...) noexcept __attribute__((format(printf, 5, 6)));
 

@@ -11,13 +11,13 @@ namespace fn::logging {
 /// Without any sink messages up to this priority go to standard error.
 inline constexpr int thresholdWithoutSinks = Warning;
 
-/// The sinks of the process, and what each wants of this category. Each category has its own list, so that a new one costs as
-/// much among thousands as among few.
+/// The sinks of the process, and what each wants of this category. Each category has its own list, so that the cost of a new
+/// category does not grow with their number.
 struct Category::Private {
     struct Listener {
         AutoPtr<Sink> sink;
         int threshold;
-        const uv::System* system; // Only what this simulated process logs; null: whatever is logged.
+        const uv::System* system; // Gets only messages of this simulated process; null: all messages.
     };
     using Listeners = std::vector<Listener>;
 
@@ -25,10 +25,10 @@ struct Category::Private {
 };
 
 struct CategoryManager::Private {
-    std::mutex lock; // Of every change.
+    std::mutex lock; // Held for every change.
     struct Registered {
         AutoPtr<Sink> sink;
-        const uv::System* system; // Of the simulated process that has added it.
+        const uv::System* system; // The simulated process that added it, or null.
     };
     std::vector<Registered> sinks;
     std::map<String, std::unique_ptr<Category>> categories;
