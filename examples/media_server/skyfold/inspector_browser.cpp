@@ -1,7 +1,7 @@
 #include "skyfold/inspector_browser.h"
 #include "api/text.h"
-#include "core/ipc/registry.h"
 #include "base/exceptions.h"
+#include "core/ipc/registry.h"
 #include "skyfold/read_line.h"
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 #pragma once
-#include "core/ipc_services/inspector/inspector_registry.h"
 #include "core/ipc/worker/worker.h"
+#include "core/ipc_services/inspector/inspector_registry.h"
 #include <folly/Function.h>
 #include <vector>
 
