@@ -30,7 +30,7 @@ PromiseNodeBase::~PromiseNodeBase()
 
 void PromiseNodeBase::failureGoes() const noexcept
 {
-    // One with a handler was on its way, and goes with its loop.
+    // A failure that has a handler was on its way, and goes with its loop.
     if (!_handlerInstalled) reportUnseenFailure(_failure);
 }
 
@@ -95,7 +95,7 @@ void PromiseNodeBase::reject(std::exception_ptr failure)
 
 void PromiseNodeBase::clearCancellation()
 {
-    // Emptied before what it owns is released: that may come back here.
+    // The member is emptied first: releasing what the callable owns may come back here.
     const auto released = std::exchange(_cancellation, nullptr);
 }
 
@@ -103,7 +103,7 @@ void PromiseNodeBase::onCancel(folly::Function<void()> callable)
 {
     (void)FN_ASSERT(!_cancellationSet, sites::promiseHasOneCancellation);
     _cancellationSet = true;
-    // Settled, it would never run, nor be cleared.
+    // Once the promise is settled, the callable would never run, nor be cleared.
     if (!_settled) std::swap(_cancellation, callable);
 }
 

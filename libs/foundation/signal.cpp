@@ -106,7 +106,7 @@ SignalBase& SignalBase::operator=(SignalBase&& other) noexcept
 
 SignalBase::~SignalBase()
 {
-    // More than once if what a callable owns connects again.
+    // Repeated, since the end of what a callable owns may connect again.
     while (auto* state = std::exchange(_state, nullptr)) state->destroy();
 }
 

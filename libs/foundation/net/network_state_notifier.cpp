@@ -56,7 +56,7 @@ void NetworkStateNotifier::changesArrived()
     try {
         if (!_watch->changes.take()) return;
     } catch (const std::exception& exception) {
-        _watch.reset(); // Else it would be announced in every turn.
+        _watch.reset(); // Else the failure would come in every turn.
         watchFailed(exception);
         return;
     }
