@@ -11,7 +11,7 @@ namespace {
 
 void logAssertion(const AssertionSite& site)
 {
-    static const auto& category = logging::CategoryManager::instance().getCategory("core.assertion");
+    const auto& category = logging::category<"core.assertion">();
     logging::writeChecked(category, logging::Error, {}, { site.file, site.line, site.function },
         "Assertion failed in {}: {} ({}:{}, {})", debug::processName(), site.expression, site.file, site.line,
         site.function);

@@ -7,7 +7,7 @@ namespace {
 
 void report(const char* className, const std::type_info& type, const std::type_info& first)
 {
-    static const auto& category = logging::CategoryManager::instance().getCategory("core.exception");
+    const auto& category = logging::category<"core.exception">();
     logging::writeChecked(category, logging::Warning, {}, { "libs/foundation/exception_factory", 0, "" },
         "The exception class name {} is taken: {} will arrive in other processes as {}", className,
         debug::demangleTypeName(type.name()), debug::demangleTypeName(first.name()));

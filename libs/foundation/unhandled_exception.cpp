@@ -19,11 +19,7 @@ std::atomic<UnhandledExceptionHook>& currentHook()
     return hook.get();
 }
 
-const logging::Category& category()
-{
-    static const auto& category = logging::CategoryManager::instance().getCategory("core.exception");
-    return category;
-}
+constexpr auto& category = logging::category<"core.exception">;
 
 std::string describe(const ResolvedStackTrace& trace)
 {

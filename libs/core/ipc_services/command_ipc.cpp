@@ -17,11 +17,7 @@ namespace {
 constexpr auto site = "libs/core/command_ipc";
 constexpr auto backupMark = ".bk-"; // Between the endpoint's name and a UUID.
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.commandIPC");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.commandIPC">;
 
 fn::uv::Loop& loopHere()
 {

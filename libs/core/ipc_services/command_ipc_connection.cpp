@@ -9,11 +9,7 @@ namespace {
 
 constexpr auto site = "libs/core/command_ipc";
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.commandIPC");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.commandIPC">;
 
 } // namespace
 

@@ -15,11 +15,7 @@ namespace {
 constexpr auto site = "libs/core/data_util";
 constexpr fn::Duration closeDelay(300'000'000); // Five minutes.
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.databaseAccess");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.databaseAccess">;
 
 // Log sites carry the qualified name, which __func__ does not.
 #define LOG_DATABASE(priority, function, ...) \

@@ -28,11 +28,7 @@ constexpr std::string_view partSuffix = ".part";
 // A general purpose bit of the ZIP format. Names without it are read in some old code page.
 constexpr uLong namedInUtf8 = 1 << 11;
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.logArchive");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.logArchive">;
 
 /// The file below minizip. From its first failure on, and once it is told so, it writes nothing and says that all is well:
 /// minizip frees everything only when it believes that.

@@ -17,11 +17,7 @@ constexpr auto unknownSignature = "??????:????????????";
 
 constexpr std::array recheckDelays { fn::Duration(3'000'000), fn::Duration(6'000'000), fn::Duration(10'000'000) };
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.networkSignature");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.networkSignature">;
 
 /// The adapters in their buffer, which their pointers point into.
 using AdapterBuffer = std::unique_ptr<std::byte[]>;

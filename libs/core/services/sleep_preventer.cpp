@@ -26,11 +26,7 @@ Holders& holders()
     return holders.get();
 }
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.sleepPreventer");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.sleepPreventer">;
 
 void addHolder()
 {

@@ -47,7 +47,7 @@ private:
 void report(const String& place, const std::string& text)
 {
     static ProcessLocal<Places> places;
-    static const auto& category = logging::CategoryManager::instance().getCategory("core.promise");
+    const auto& category = logging::category<"core.promise">();
     const int leftOut = places.get().admit(place);
     if (leftOut < 0) return;
     logging::writeChecked(category, logging::Warning, {}, { "libs/foundation/promise", 0, "" },

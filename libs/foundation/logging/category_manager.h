@@ -2,6 +2,8 @@
 #include "base/auto_ptr.h"
 #include "foundation/logging/category.h"
 #include "foundation/logging/sink.h"
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 
 namespace fn::logging {
@@ -30,5 +32,18 @@ private:
 
     std::unique_ptr<Private> _private;
 };
+
+/// A category's name where it is an argument of a template.
+template <std::size_t Size> struct CategoryName {
+    consteval CategoryName(const char (&name)[Size]) { std::copy_n(name, Size, text); }
+    char text[Size];
+};
+
+/// The category of that name, looked up by the first call: `constexpr auto& category = logging::category<"core.promise">;`
+template <CategoryName name> const Category& category()
+{
+    static const auto& result = CategoryManager::instance().getCategory(name.text);
+    return result;
+}
 
 } // namespace fn::logging

@@ -11,11 +11,7 @@ namespace {
 constexpr auto site = "libs/foundation/net/network_state_notifier";
 constexpr Duration retryDelay(5'000'000);
 
-const logging::Category& category()
-{
-    static const auto& result = logging::CategoryManager::instance().getCategory("core.networkState");
-    return result;
-}
+constexpr auto& category = logging::category<"core.networkState">;
 
 } // namespace
 

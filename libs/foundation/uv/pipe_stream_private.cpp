@@ -18,11 +18,7 @@ constexpr std::int64_t longestRetryDelay = 100; // Milliseconds.
 // What the kernel takes of one side before it has to wait for the other one to read. The system bounds it (net.core.wmem_max).
 constexpr int kernelBufferBytes = 512 * 1024;
 
-const logging::Category& category()
-{
-    static const auto& category = logging::CategoryManager::instance().getCategory("uv.pipe");
-    return category;
-}
+constexpr auto& category = logging::category<"uv.pipe">;
 
 int codeOf(const IOException& exception)
 {

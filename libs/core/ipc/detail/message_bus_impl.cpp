@@ -40,11 +40,7 @@ std::optional<std::size_t> encodedSize(const fn::Value& value, int depth = 0)
     return sum;
 }
 
-const fn::logging::Category& category()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.dispatcher");
-    return category;
-}
+constexpr auto& category = fn::logging::category<"ipc.dispatcher">;
 
 } // namespace
 

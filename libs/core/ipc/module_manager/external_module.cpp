@@ -15,11 +15,7 @@ constexpr int inherit = 2; // Kind of a standard stream.
 constexpr int standardHandles[] = { -10, -11, -12 }; // Input, output, error.
 constexpr int killSignal = 9;
 
-const fn::logging::Category& loaderCategory()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.moduleLoader");
-    return category;
-}
+constexpr auto& loaderCategory = fn::logging::category<"ipc.moduleLoader">;
 
 } // namespace
 

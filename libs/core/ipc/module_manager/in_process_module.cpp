@@ -9,11 +9,7 @@ namespace {
 constexpr const char* site = "libs/core/ipc/module_manager";
 constexpr int loadFlags = 9;
 
-const fn::logging::Category& moduleCategory()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.module");
-    return category;
-}
+constexpr auto& moduleCategory = fn::logging::category<"ipc.module">;
 
 } // namespace
 

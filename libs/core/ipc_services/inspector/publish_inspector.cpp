@@ -27,7 +27,7 @@ private:
 
 void tellFailure(const fn::String& name, std::exception_ptr failure)
 {
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("core.inspector");
+    const auto& category = fn::logging::category<"core.inspector">();
     try {
         std::rethrow_exception(failure);
     } catch (const fn::EndedException&) { // As at the end of the application.

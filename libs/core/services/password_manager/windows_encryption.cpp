@@ -11,11 +11,7 @@ namespace {
 constexpr auto site = "libs/core/password_manager";
 constexpr int lineLength = 72;
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("core.password");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"core.password">;
 
 /// What one of the calls gives back; wiped and freed at the end.
 class Output {

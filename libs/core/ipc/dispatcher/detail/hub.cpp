@@ -348,11 +348,7 @@ void Hub::tellDeath(const Connection& connection)
 
 // --- Logging
 
-const fn::logging::Category& Hub::_fn_getLoggingCategoryStatic()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.dispatcher");
-    return category;
-}
+const fn::logging::Category& Hub::_fn_getLoggingCategoryStatic() { return fn::logging::category<"ipc.dispatcher">(); }
 
 fn::logging::Tag Hub::_fn_getLoggingTagStatic() { return { "", 0 }; }
 

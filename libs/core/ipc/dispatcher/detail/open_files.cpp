@@ -31,7 +31,7 @@ void OpenFilesWarning::check(const fn::Clock& clock)
     const auto now = clock.monotonic();
     if (_warnedAt && now - *_warnedAt < warningInterval) return;
     _warnedAt = now;
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.dispatcher");
+    const auto& category = fn::logging::category<"ipc.dispatcher">();
     FN_LOG_TO(category, 2, fn::logging::Tag(), "libs/core/ipc/dispatcher",
         "Of the {} files that this process may have open at most {} are left: who connects when there are none is "
         "refused. Raise the limit (ulimit -n, or LimitNOFILE of its service)",

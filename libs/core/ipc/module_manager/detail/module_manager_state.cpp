@@ -19,11 +19,7 @@ constexpr auto reapTime =
 constexpr int toleratedTimeouts = 1;
 constexpr int toleratedEarlyExits = 1; // Launches after which an exit before the connection is no longer tolerated.
 
-const fn::logging::Category& category()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("ipc.moduleManager");
-    return category;
-}
+constexpr auto& category = fn::logging::category<"ipc.moduleManager">;
 
 /// "exit code 3", "signal SIGSEGV".
 std::string describeExit(std::int64_t status, int signal)

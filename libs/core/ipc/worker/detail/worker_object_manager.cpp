@@ -13,12 +13,7 @@ namespace {
 
 constexpr const char* site = "libs/core/ipc/worker";
 
-const fn::logging::Category& factoryCategory()
-{
-    static const auto& category =
-        fn::logging::CategoryManager::instance().getCategory("core.ipc.ObjectReferenceFactory");
-    return category;
-}
+constexpr auto& factoryCategory = fn::logging::category<"core.ipc.ObjectReferenceFactory">;
 
 /// What a reference that nobody registered a class for reports.
 const fn::String& plainClassName()

@@ -3,12 +3,6 @@
 
 namespace core::detail {
 
-const fn::logging::Category& firewallLog()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("core.firewall");
-    return category;
-}
-
 bool failure(const char* message, const std::source_location& where)
 {
     const fn::logging::Site site { firewallSite, static_cast<int>(where.line()), where.function_name() };

@@ -5,13 +5,11 @@
 
 namespace core::detail {
 
+inline constexpr auto& firewallLog = fn::logging::category<"core.firewall">;
 inline constexpr auto firewallSite = "libs/core/firewall_configurator";
 inline constexpr auto profileMissing = "Firewall profile has not been initialized yet!";
 inline constexpr auto elevationMissing = "Could not get elevated privileges!";
 inline constexpr auto pathNotText = "Conversion of process file name string failed!"; // No rule can name it.
-
-/// The category "core.firewall".
-const fn::logging::Category& firewallLog();
 
 /// Logs why an operation fails, as from where it is called. False, as the operation's result.
 bool failure(const char* message, const std::source_location& where = std::source_location::current());
