@@ -1,6 +1,5 @@
 #include "core/ipc/module_manager/external_module.h"
 #include "base/exceptions.h"
-#include "base/weak_ptr.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
