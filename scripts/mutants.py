@@ -168,7 +168,7 @@ def sites(path, text):
 def dependents(root):
     """For every header the number of sources that include it, however far away."""
     includes = {}
-    for folder in ("libs", "apps", "modules", "examples", "tests", "fuzz"):
+    for folder in ("libs", "apps", "examples", "tests", "fuzz"):
         for file in (root / folder).rglob("*.[ch]*"):
             names = re.findall(r'^#include "([^"]+)"', file.read_text(), re.MULTILINE)
             places = [[root / "libs" / name, root / "tests" / name, file.parent / name] for name in names]
