@@ -1,7 +1,6 @@
-// What can break here: an object deleted twice or revived while it dies, a weak link or a guarded callback that outlives its target.
+// What can break here: an object deleted twice or revived while it dies, a weak link that outlives its target.
 #include "base/weak_ptr.h"
 #include <gtest/gtest.h>
-#include <optional>
 
 namespace {
 
@@ -28,22 +27,6 @@ TEST(RefCounted, ADyingObjectIsNeitherRevivedNorDeletedTwice)
     second = nullptr;
     EXPECT_EQ(deletions, 1);
     EXPECT_FALSE(weak.lock());
-}
-
-TEST(Lifetime, WhatIsGuardedOrWatchedKnowsWhenTheOwnerHasGoneOrEndedEarly)
-{
-    for (const bool endsEarly : { false, true }) {
-        std::optional<fn::Lifetime> owner(std::in_place);
-        int calls = 0;
-        auto guarded = owner->guard([&](int count) { calls += count; });
-        const auto watch = owner->watch();
-        guarded(1);
-        EXPECT_TRUE(watch);
-        endsEarly ? owner->end() : owner.reset();
-        guarded(1);
-        EXPECT_EQ(calls, 1);
-        EXPECT_FALSE(watch || (owner && owner->watch()));
-    }
 }
 
 } // namespace
