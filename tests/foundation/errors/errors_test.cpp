@@ -1,16 +1,13 @@
-// What can break here: a detail lost or shared, a class or trace that is another's; a report that throws or reports itself.
+// What can break here: a detail lost or shared, a class that is another's; a failure that nobody hears of, or hears of without end.
 #include "base/exceptions.h"
-#include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
 #include "foundation/promise.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
 #include "foundation/uv/loop.h"
-#include "support/expectations.h"
 #include "support/log_capture.h"
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 namespace {
 
@@ -37,33 +34,9 @@ TEST(Exception, SaysItsMessageAndThenItsDetailsWhichCopiesShareUntilOneChanges)
     EXPECT_EQ(original.message(), "Could not read the file");
 }
 
-struct Hooks : testing::Test {
-    void TearDown() override { test::installFailureHooks(); }
-
+TEST(UnhandledException, TellsOfPromisesThatFailWhileNobodyLooks)
+{
     const test::LogCapture log { fn::logging::Warning };
-    const std::string here = fmt::format("in foundation_errors_tests[{}]: ", getpid());
-};
-
-TEST_F(Hooks, LogABrokenInvariantAndGoOn)
-{
-    fn::setAssertionHook(nullptr);
-    int evaluations = 0;
-    static constexpr fn::AssertionSite broken { "libs/a", 2, "f", "broken" };
-    EXPECT_TRUE(FN_ASSERT(++evaluations == 1, broken));
-    EXPECT_FALSE(FN_ASSERT(++evaluations == 1, broken));
-    EXPECT_THAT(log.lines(), ElementsAre("1 core.assertion Assertion failed " + here + "broken (libs/a:2, f)"));
-}
-
-TEST_F(Hooks, LogAnExceptionWithItsTraceForThoseWhoWantIt)
-{
-    const test::LogCapture debugger(fn::logging::Debug);
-    fn::logException(with(fn::FileException("a"), fn::PathInfo { "/p" }));
-    EXPECT_EQ(log.lines().back(), "1 core.exception FileException: a\nPath: /p");
-    EXPECT_THAT(debugger.lines().at(1), HasSubstr("WithItsTraceForThoseWhoWantIt"));
-}
-
-TEST_F(Hooks, TellOfPromisesThatFailWhileNobodyLooks)
-{
     fn::ManualClock clock;
     auto loop = std::make_unique<fn::uv::Loop>(clock);
     const auto fail = [](const char* text, const char* call = "") {

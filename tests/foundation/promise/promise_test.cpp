@@ -142,30 +142,4 @@ TEST(Promise, LivesWhileItSettlesThoughItsLastCopyGoesAndFreesAChainThatIsDroppe
     });
 }
 
-TEST(Promise, ReportsMisuseAndGoesOn)
-{
-    const test::ExpectAssertions assertions;
-    std::vector<int> got;
-    int failures = 0;
-    onLoop([&] {
-        const auto promise = Promise<int>::create();
-        promise.then([](int) { FAIL() << "the latest one counts"; });
-        promise.then([&](int value) { got.push_back(value); });
-        promise.fulfill(1);
-        // None can follow itself, or nothing.
-        const auto start = Promise<void>::create();
-        Promise<void> circle;
-        circle = start.then([&] { return circle; }).then([] {});
-        for (const auto& refused : { circle, Promise<void>::fulfilled().then([] { return Promise<void>(); }) })
-            refused.then([] { FAIL(); }, [&](const std::exception_ptr&) { ++failures; });
-        start.fulfill();
-    });
-    EXPECT_EQ(failures, 2);
-    // Off a loop, the default loop carries it.
-    Promise<int>::fulfilled(2).then([&](int value) { got.push_back(value); });
-    test::runTurns(fn::RunLoop::defaultLoop());
-    EXPECT_THAT(got, ElementsAre(1, 2));
-    EXPECT_EQ(assertions.reports().size(), 2U);
-}
-
 } // namespace
