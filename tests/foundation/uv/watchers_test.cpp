@@ -1,10 +1,8 @@
 // What can break here: a watcher that ends, or whose loop ends, while it is called.
 #include "foundation/uv/async.h"
-#include "foundation/uv/signal_watcher.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/expectations.h"
 #include "support/run_until.h"
-#include <csignal>
 #include <gtest/gtest.h>
 
 namespace {
@@ -12,7 +10,6 @@ namespace {
 using fn::Task;
 using fn::uv::Async;
 using fn::uv::Loop;
-using fn::uv::SignalWatcher;
 using fn::uv::TurnWatcher;
 using test::runTurns;
 using test::runUntil;
@@ -34,11 +31,6 @@ Watcher turnWatcher(Loop& loop, Task callback)
 {
     const auto holder = std::make_shared<TurnWatcher>(loop, TurnWatcher::Moment::AfterPoll, std::move(callback));
     return { holder, [&loop] { loop.post([] {}); } }; // Each turn, which need not wait for anything.
-}
-
-Watcher signalWatcher(Loop& loop, Task callback)
-{
-    return { std::make_shared<SignalWatcher>(loop, SIGUSR1, std::move(callback)), [] { ::raise(SIGUSR1); } };
 }
 
 struct Watchers : testing::TestWithParam<Kind> {
@@ -74,6 +66,6 @@ TEST_P(Watchers, MayRunTheLoopAgainAndEndInTheirCallbackWhichIsWholeUntilItThrow
     EXPECT_EQ(token.use_count(), 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Kinds, Watchers, testing::Values(async, turnWatcher, signalWatcher));
+INSTANTIATE_TEST_SUITE_P(Kinds, Watchers, testing::Values(async, turnWatcher));
 
 } // namespace
