@@ -9,6 +9,7 @@ namespace {
 using fn::ByteArray;
 using fn::uv::Loop;
 using fn::uv::Status;
+using test::Inbox;
 using test::PipeAndSocket;
 using test::runTurns;
 using test::runUntil;
@@ -202,6 +203,23 @@ TEST(PipeStream, CarriesWhatAModelSaysWhateverItsUsersDoAndHoweverItEnds)
             History(seed).run(end);
         }
     }
+}
+
+TEST(PipeStream, ACallbackThatRunsTheLoopAgainOrReplacesItselfKeepsItsBytesAndTheirOrder)
+{
+    Loop loop;
+    PipeAndSocket pair(loop), other(loop);
+    Inbox inbox, otherInbox;
+    otherInbox.readFrom(*other.pipe);
+    pair.pipe->readStart([&](std::ptrdiff_t count, const std::uint8_t* data) {
+        pair.send("second");
+        other.send("elsewhere");
+        EXPECT_TRUE(runUntil(loop, [&] { return otherInbox.text == "elsewhere"; }));
+        inbox.readFrom(*pair.pipe);
+        inbox.text.assign(reinterpret_cast<const char*>(data), static_cast<std::size_t>(count));
+    });
+    pair.send("first");
+    EXPECT_TRUE(runUntil(loop, [&] { return inbox.text == "firstsecond"; })) << inbox.text;
 }
 
 } // namespace
