@@ -76,10 +76,6 @@ void failOnBad(fn::String& line)
 
 std::atomic<int> seen = 0;
 void count(fn::String&) { ++seen; }
-void awaitSeen(int lines)
-{
-    EXPECT_TRUE(await([&] { return seen >= lines; }));
-}
 
 void init(std::initializer_list<void (*)(fn::String&)> callbacks)
 {
@@ -90,27 +86,19 @@ void init(std::initializer_list<void (*)(fn::String&)> callbacks)
 TEST(ConsoleLogPostProcessor, EachLineMeetsTheCallbacksInTheirOrderAlsoWhereTheyThrow)
 {
     const auto body = [] {
-        init({ count, failOnBad, star, bracket, hideSecrets, star });
+        init({ failOnBad, bracket, hideSecrets, star });
         print("abc");
         print("def\nsecond\n\na secret\nthi");
         print("rd\n");
-        awaitSeen(5);
-        ConsoleLogPostProcessor::unregisterStandardErrorCallback(star);
         print("bad\nworse\n");
-        awaitSeen(7);
-        print("a secret\n"); // Empty in the end: not written.
-        awaitSeen(8);
-        ConsoleLogPostProcessor::registerStandardErrorCallback(star);
-        print("END\n");
         ConsoleLogPostProcessor::quit(fn::Duration::seconds(20));
         print("as before\n");
     };
     // A line that is emptied is so for the callbacks behind, too; what they make of it counts.
     EXPECT_EQ(outputOf(body, "as before\n"),
-        "[abcdef*]*\n[second*]*\n[*]*\n*\n[third*]*\n"
-        "A line of standard error could not be processed: refused\n[bad]\n"
-        "A line of standard error could not be processed: exception of an unknown type\n[worse]\n"
-        "[END]*\nas before\n");
+        "[abcdef]*\n[second]*\n[]*\n*\n[third]*\n"
+        "A line of standard error could not be processed: refused\n[bad]*\n"
+        "A line of standard error could not be processed: exception of an unknown type\n[worse]*\nas before\n");
 }
 
 TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
@@ -125,7 +113,7 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
             init({ count });
             for (int line = 1; line <= 3; ++line) {
                 print("nobody reads this\n");
-                awaitSeen(line);
+                EXPECT_TRUE(await([&] { return seen == line; }));
             }
         });
     }
@@ -133,20 +121,15 @@ TEST(ConsoleLogPostProcessor, OutlivesItsReaderAndAMissingStandardError)
 
 TEST(ConsoleLogPostProcessor, TakesLinesThatNoPipeHolds)
 {
-    const std::string endless(70 * 1024 * 1024, 'y');
-    const auto body = [&] {
+    const auto body = [] {
         init({ bracket });
-        print(endless + "\n");
         std::string many; // Several in a piece of what is read, and some on the border of two.
         for (int line = 0; line < 20'000; ++line) many += fmt::format("{}\n", line);
         print(many + "END\n");
     };
     const auto output = fn::String(outputOf(body, "[END]\n")).split('\n');
-    ASSERT_EQ(output.size(), 20'003u);
-    for (unsigned line = 0; line < 20'000; ++line) ASSERT_EQ(output[2 + line], fmt::format("[{}]", line));
-    // Passed on in two pieces, for fear of filling the memory.
-    EXPECT_GE(output[0].size(), 64u * 1024 * 1024);
-    EXPECT_EQ(output[0].size() + output[1].size(), endless.size() + 4);
+    ASSERT_EQ(output.size(), 20'001u);
+    for (unsigned line = 0; line < 20'000; ++line) ASSERT_EQ(output[line], fmt::format("[{}]", line));
 }
 
 } // namespace
