@@ -86,8 +86,7 @@ TEST_F(DatabaseAccessTest, MakesTheSchemaOnceAndAnewForAnotherVersion)
         const std::pair<const char*, int> facts[] = { { "select count(*) from schema_version", 1 },
             { "select version from schema_version", version }, { "pragma foreign_keys", 1 },
             { "select count(*) from sqlite_master where name = 'other'", isAsBefore },
-            { "select count(*) from entry", 1 }, { "select max(id) from entry", 1 }, // Counting begins anew, too.
-            { "select count(*) from pragma_integrity_check where integrity_check = 'ok'", 1 } };
+            { "select count(*) from entry", 1 }, { "select max(id) from entry", 1 } }; // Counting begins anew, too.
         for (const auto& [sql, fact] : facts) EXPECT_EQ(access.ask(sql), fact) << sql;
         if (isAsBefore) continue;
         access.database().execute("create table other (a references entry (id)); create index i on other (a)");

@@ -16,15 +16,6 @@ using core::TypedByteArray;
 constexpr int least = std::numeric_limits<int>::min();
 constexpr int most = std::numeric_limits<int>::max();
 
-template <typename T> T readBack(const T& object)
-{
-    fn::ByteArray bytes;
-    fn::ByteArrayOutputStream output(bytes);
-    object.serialize(output);
-    fn::MemoryInputStream input(bytes);
-    return T::deserialize(input);
-}
-
 TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
 {
     const std::tuple<Fraction, int, const char*> rows[] = { { { 4, 6 }, 2, "2/3" }, { { 0, 5 }, 5, "0/1" },
@@ -44,9 +35,12 @@ TEST(Fraction, ReducingFollowsTheTruncatingAlgorithmAndNeverTraps)
 
 TEST(StreamForm, IsReadBackAndTakesNothingThatWouldNotFit)
 {
-    EXPECT_EQ(readBack(Fraction(least, most)), Fraction(least, most));
     const TypedByteArray image(fn::ByteArray("bytes"), "image/png");
-    EXPECT_EQ(readBack(image), image);
+    fn::ByteArray written;
+    fn::ByteArrayOutputStream stream(written);
+    image.serialize(stream);
+    fn::MemoryInputStream again(written);
+    EXPECT_EQ(TypedByteArray::deserialize(again), image);
     for (const auto& value : { fn::Value(1LL << 31), fn::Value(0.5), fn::Value("1") }) {
         fn::ByteArray bytes;
         fn::ByteArrayOutputStream output(bytes);
