@@ -113,16 +113,13 @@ TEST_F(InspectorTest, ListsInspectorsOfOneNameUnderKeysOfTheirOwn)
 TEST_F(InspectorTest, RefusesWhatAStrangerMustNotRegister)
 {
     const auto service = fn::makeAuto<test::Service>(*browser->worker);
-    const std::tuple<const char*, Value, const char*> rows[] = {
-        { "registerInspector", {}, "RuntimeException: Only an inspector" },
-        { "registerInspector", Value::map({ { "name", "a" }, { "reference", service } }),
-            "RuntimeException: Only an inspector" },
-        { "registerInspector", Value::map({ { "reference", "text" } }), "RangeException: " },
+    const std::pair<Value, const char*> rows[] = {
+        { {}, "RuntimeException: Only an inspector" },
+        { Value::map({ { "name", "a" }, { "reference", service } }), "RuntimeException: Only an inspector" },
+        { Value::map({ { "reference", "text" } }), "RangeException: " },
     };
-    for (const auto& [method, argument, error] : rows)
-        EXPECT_TRUE(call(method, argument).error().starts_with(error)) << method << argument;
-    EXPECT_EQ(outcome([&] { return publishing->registerInspector("None", nullptr); }).error(),
-        "NullPointerException: There is no inspector to register");
+    for (const auto& [argument, error] : rows)
+        EXPECT_TRUE(call("registerInspector", argument).error().starts_with(error)) << argument;
     EXPECT_EQ(outcome([&] { return publishing->registerInspector(tooLong, anInspector()); }).error(),
         "RuntimeException: The name of the inspector is too long");
     EXPECT_TRUE(all().empty());
@@ -153,12 +150,10 @@ TEST_F(InspectorTest, BoundsWhatOneWorkerRegistersAndTakesBackWhatItGivesUp)
     EXPECT_TRUE(all().contains(keyOfDisks)) << "its place is free again";
 }
 
-TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoinAndLongNamesBetweenCharacters)
+TEST_F(SystemInspectorsTest, CutLongListsIntoPagesThatJoin)
 {
     constexpr std::size_t count = 2 * core::limits::inspectorLines + 1;
-    const std::string shown(199, 'x');
-    auto peer = join((shown + "ü").c_str(), (shown + "𝄞").c_str());
-    EXPECT_THAT(textsOf(*workers), Contains(StartsWith(fmt::format("{} ({}, {}): ", shown, shown, peer->id()))));
+    const auto peer = join("Owner");
     Value objects(Value::MAP);
     for (std::size_t i = 0; i < count; ++i) objects.set(peer->id() + 65536u * i, "x");
     const auto holder = join("Holder");
