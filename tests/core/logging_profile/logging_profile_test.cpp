@@ -77,13 +77,13 @@ TEST(LoggingProfile, IsReadLineByLine)
 TEST(LoggingProfile, ForbidsTagsBeforeItAllowsThemAndFiltersTextsButNoErrors)
 {
     const auto tags = "allowedtags=yes,both\nforbiddentags=both";
-    const auto filters = "filter=text\nfilter=costarring";
-    const std::tuple<const char*, int, const char*, const char*, bool> rows[] = { { "forbiddentags=no", 4, "x", "any",
-                                                                                      true },
-        { "forbiddentags=no", 1, "x", "no", false }, { tags, 4, "x", "yes", true }, { tags, 4, "x", "Yes", false },
-        { tags, 1, "x", "both", false }, { tags, 1, "x", "", false }, { filters, 1, "text", "", true },
-        { filters, 2, "text", "", false }, { filters, 2, "texts", "", true }, { filters, 2, "", "", true },
-        { filters, 2, "costarring", "", false }, { filters, 2, "liquid", "", true } }; // Its hash is that of a filter.
+    const auto filters = "filter=text\nfilter=costarring"; // "liquid" has the hash of the latter.
+    const std::tuple<const char*, int, const char*, const char*, bool> rows[] = {
+        { "forbiddentags=no", 4, "x", "any", true }, { "forbiddentags=no", 1, "x", "no", false },
+        { tags, 4, "x", "yes", true }, { tags, 4, "x", "Yes", false }, { tags, 1, "x", "both", false },
+        { tags, 1, "x", "", false }, { filters, 1, "text", "", true }, { filters, 2, "text", "", false },
+        { filters, 2, "texts", "", true }, { filters, 2, "costarring", "", false }, { filters, 2, "liquid", "", true }
+    };
     for (const auto& [settings, priority, text, tag, isTaken] : rows) {
         const auto target = fn::makeAuto<test::RecordingTarget>();
         const auto profile = read(std::string("threshold=4\n") + settings);
@@ -143,15 +143,13 @@ TEST_F(LoggingProfileSink, LeavesOutWhatItCanNotRead)
     addProfile("good", fits);
     addProfile("huge", fits + "#");
     std::filesystem::create_directory((profiles() + "/a folder").toStdString());
-    std::filesystem::create_symlink("nowhere", (profiles() + "/dangling").toStdString());
     ASSERT_EQ(::mkfifo((profiles() + "/pipe").c_str(), 0600), 0);
     const test::ExpectUnhandled unhandled;
     const auto sink = load();
     EXPECT_THAT(unhandled.messages(),
-        ElementsAre(HasSubstr("directory"), HasSubstr("No such file"), HasSubstr("longer than allowed"),
-            HasSubstr("Invalid argument")));
+        ElementsAre(HasSubstr("directory"), HasSubstr("longer than allowed"), HasSubstr("Invalid argument")));
     sink->reload(folder.file("missing"));
-    EXPECT_EQ(unhandled.messages().size(), 5);
+    EXPECT_EQ(unhandled.messages().size(), 4);
     EXPECT_EQ(namesOf(*sink), "good|") << "as before";
 }
 
