@@ -8,23 +8,8 @@
 #include "support/child_process.h"
 #include "support/forked_child.h"
 #include "support/temporary_folder.h"
-#include <folly/Function.h>
 #include <gtest/gtest.h>
-#include <sys/syscall.h>
 #include <unistd.h>
-
-namespace {
-
-folly::Function<void()> beforeLocking; // Runs once.
-
-} // namespace
-
-/// Takes the place of the system's own, in the library, too.
-extern "C" FN_EXPORT int flock(int descriptor, int operation)
-{
-    if (auto action = std::exchange(beforeLocking, {})) action();
-    return static_cast<int>(::syscall(SYS_flock, descriptor, operation));
-}
 
 namespace {
 
@@ -80,10 +65,9 @@ TEST_F(ProcessLocks, TheLastCopyEndsItAndAProgramStartedMeanwhileDoesNotKeepIt)
     EXPECT_TRUE(isFree());
 }
 
-TEST_F(ProcessLocks, TheFileIsThisUsersAloneAndMadeAnewWhereItIsRemovedBeforeItIsLocked)
+TEST_F(ProcessLocks, TheFileIsThisUsersAlone)
 {
     const auto path = platform::privatePath(name + "-" + fn::Environment::userName() + ".lock").toStdString();
-    beforeLocking = [&] { EXPECT_TRUE(fs::remove(path)); };
     const ProcessLock lock(name);
     EXPECT_TRUE(lock.exclusive());
     EXPECT_FALSE(ProcessLock(name).exclusive()); // The own process has no second one either.
