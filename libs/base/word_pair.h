@@ -4,13 +4,11 @@
 
 namespace fn::internal {
 
-/// Sets 16 bytes by one write. Strings, byte arrays and values are often moved right after they were made, by one read of 16
-/// bytes. After two writes of 8 bytes it would wait until both have reached the cache: longer than the rest of the move takes.
+/// Sets the 16 bytes that strings, byte arrays and small values are.
 inline void storeWords(void* to, std::uint64_t first, std::uint64_t second) noexcept
 {
-    typedef std::uint64_t Pair __attribute__((vector_size(16)));
-    const Pair pair { first, second };
-    std::memcpy(to, &pair, sizeof pair);
+    const std::uint64_t words[] { first, second };
+    std::memcpy(to, words, sizeof(words));
 }
 
 } // namespace fn::internal
