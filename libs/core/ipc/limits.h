@@ -23,6 +23,9 @@ inline constexpr std::size_t frameValues = 16'000'000;
 /// Values inside of one payload's containers, about 1.5 GiB of memory.
 inline constexpr std::size_t payloadValues = 64'000'000;
 
+/// Values inside of a payload's containers that a log line shows; the bytes of a larger one are shown, as far as fits a line.
+inline constexpr std::size_t dumpedValues = 100'000;
+
 /// A receiver that has taken nothing for the not-responding time-out while more than this waits for it is closed.
 inline constexpr std::size_t stalledQueueBytes = std::size_t(64) << 20;
 

@@ -16,7 +16,8 @@ namespace ipc {
 ///
 /// Methods: "getInstance" {"className", "timeout" in ms} gives the reference, or fails with
 /// `fn::OperationTimedOutException`; "registerInstance" {"instance", "priority"}; "setInstancesHidden" boolean, for the
-/// instances of the calling worker. Other methods, and arguments of another kind, are not answered. What one worker may register and wait for is bounded (core/ipc/limits.h).
+/// instances of the calling worker. Other methods, and arguments of another kind, are not answered. What one worker may register
+/// and wait for is bounded (core/ipc/limits.h).
 class RegistryImpl final : public CallableObjectInstance {
 public:
     explicit RegistryImpl(Worker& worker);

@@ -7,8 +7,8 @@
 
 namespace ipc {
 
-/// Holds a new instance until the loop's next turn, so that nobody's first release destroys it half made, and until what it
-/// sent before has left. A derived constructor may throw: the instance disarms it then.
+/// Holds a new instance until the loop's next turn: a release in its constructor does not delete it. Holds it longer while
+/// messages that were sent in the constructor wait to leave. A derived constructor may throw: the instance disarms it then.
 class ObjectInstance::ConstructionTask final : public fn::RefCountedBase {
 public:
     explicit ConstructionTask(ObjectInstance* instance) : _instance(instance) { }

@@ -14,8 +14,8 @@ class Worker;
 class WorkerObjectManager;
 class ObjectReference;
 
-/// Keeps a reference alive while it is being made: a constructor may take `fn::AutoPtr(this)`, and let go of it again. Lives
-/// with the initializer that it is given, where references are made; on the stack.
+/// Made on the stack by whoever constructs a reference. It holds the reference until its constructor has returned, so that a
+/// temporary `fn::AutoPtr(this)` does not delete it.
 class FN_EXPORT ConstructionHold {
 public:
     explicit ConstructionHold(struct ObjectReferenceInitializer& initializer);

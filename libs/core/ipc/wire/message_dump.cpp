@@ -1,5 +1,6 @@
 #include "core/ipc/wire/message_dump.h"
 #include "base/exceptions.h"
+#include "core/ipc/limits.h"
 #include "core/ipc/wire/detail/extension_data.h"
 #include "core/services/fraction.h"
 #include "core/services/typed_byte_array.h"
@@ -71,7 +72,9 @@ fn::Value translatePayload(const fn::Value& payload)
     try {
         DumpDeserializer hook;
         fn::MemoryInputStream stream(payload.byteArray());
-        auto value = fn::mpack::Deserializer(stream, &hook).deserialize();
+        fn::mpack::Deserializer deserializer(stream, &hook);
+        deserializer.setMaxValues(limits::dumpedValues);
+        auto value = deserializer.deserialize();
         return value ? std::move(*value) : payload;
     } catch (const fn::Exception&) {
         return payload; // A dump shows what is there; the receiver will complain.

@@ -11,7 +11,7 @@ FN_EXPORT fn::Value fieldLabel(std::int64_t code);
 FN_EXPORT fn::Value typeLabel(std::int64_t code);
 
 /// Decodes a payload for a dump, without any worker: object ids become placeholders that tell the owner. Bytes that hold no
-/// value, or broken ones, come back as they are.
+/// value, broken ones, or more values than a log line shows come back as they are.
 FN_EXPORT fn::Value translatePayload(const fn::Value& payload);
 
 /// Formats a message for a log line, made only where somebody wants the line:

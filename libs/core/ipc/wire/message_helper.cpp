@@ -17,8 +17,8 @@ namespace {
 constexpr std::uint32_t headerBytes = 4;
 constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 
-// A body of which so much is missing is read straight into its memory. Below it, and where frames are not large, a read takes the
-// next frames, too.
+// The rest of a body is read straight into its place where it is at least so large. A smaller rest is read into the buffer of
+// the stream, where the next frames come with it.
 constexpr std::size_t readInPlaceFrom = 32 * 1024;
 
 // Frames from here on cost more to copy than one more system call.

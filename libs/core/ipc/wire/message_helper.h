@@ -16,7 +16,8 @@ namespace ipc {
 ///
 /// Trust: the bytes are hostile. The length is checked against a bound before anything is allocated; memory is touched as
 /// bytes arrive. An empty frame and a body that is not exactly one value read as `onReadError` with -EPROTO, a length
-/// above the bound with -EMSGSIZE, one that there is no memory for with -ENOMEM; nothing is delivered after an error or after the stream has been closed.
+/// above the bound with -EMSGSIZE, one that there is no memory for with -ENOMEM; nothing is delivered after an error or after
+/// the stream has been closed.
 ///
 /// Belongs to the loop of its stream. It may be destroyed inside its own signals; it closes its stream then.
 class FN_EXPORT MessageHelper {

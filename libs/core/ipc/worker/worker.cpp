@@ -207,7 +207,8 @@ void Worker::onObjectMessage(const MessageView& message)
 {
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     const auto source = message.integer<WorkerId>(field::SOURCE_WORKER_ID);
-    const auto watch = _lifetime.watch(); // Decoding tells of deaths: as a receiver, who hears may destroy this worker.
+    // Decoding may tell references that their object is dead. Who hears of that may destroy this worker, as the receiver may.
+    const auto watch = _lifetime.watch();
     const fn::AutoPtr manager = _objectManager;
     const auto [payload, failure] = manager->decode(message);
     if (failure) [[unlikely]] {

@@ -13,10 +13,11 @@
 namespace ipc {
 namespace {
 
-// Of the loop, behind the time-out. They take no time, and a few are enough for all that is ready.
+// So many more turns of the loop a late PONG has after its time-out. They take no time; a few are enough to read all that is
+// ready.
 constexpr int turnsOfGrace = 10;
 
-// A loop whose timers are so late has not run meanwhile: then the whole time once more.
+// A timer that fires so late says that the loop was blocked, and that nobody could answer: the whole time-out is given again.
 constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace
@@ -164,7 +165,7 @@ void Hub::WorkerConnection::watchQueue()
         return;
     }
     if (_queueTimer) return;
-    // Looked at in a task: room in the kernel is found only after the timers.
+    // A task looks at the queue: libuv runs timers before it writes, and the queue may be about to shrink.
     const auto due = _hub._loop.clock().monotonic() + _hub._timeout;
     _queueTimer = fn::uv::Timer::schedule(_hub._loop, _hub._timeout, [this, due, sentBefore = _stream->sentBytes()] {
         const bool isStarved = _hub._loop.clock().monotonic() > due + starvedFrom;

@@ -39,8 +39,8 @@ public:
     void died(WorkerId id);
 
     /// Whether `listener` must be told now that this worker, which is not connected, is dead: its connection is younger than
-    /// the death, or the id was never given out. It counts as told from then on. One whose notice everybody still waits for
-    /// is left to that.
+    /// the death, or the id was never given out. It counts as told from then on. False while the
+    /// notice for everybody has not been sent: that notice will reach this listener, too.
     bool mustTell(Listener& listener, WorkerId id) const;
 
     bool isTold(const Listener& listener, WorkerId id) const;

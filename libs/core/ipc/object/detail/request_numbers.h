@@ -17,7 +17,7 @@ public:
 
 private:
     struct Owner {
-        std::uint32_t ofAll = 0; // The highest one of those that are not kept for each object any more.
+        std::uint32_t ofAll = 0; // The least for objects whose own numbers have been dropped.
         std::unordered_map<ObjectId, std::uint32_t> objects;
     };
     std::unordered_map<WorkerId, Owner> _owners;

@@ -61,8 +61,13 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
 
 void FrameOutputStream::replace(std::size_t offset, const void* data, std::size_t size)
 {
-    auto* const header = _frame.count() == 0 ? _window - this->size() - headerBytes : _frame.begin();
-    std::memcpy(header + headerBytes + offset, data, size);
+    std::memcpy(begin() + headerBytes + offset, data, size);
+}
+
+/// Of the frame.
+std::uint8_t* FrameOutputStream::begin()
+{
+    return _frame.count() == 0 ? _window - size() - headerBytes : _frame.begin();
 }
 
 Frame FrameOutputStream::finish(std::size_t maxBytes)
@@ -73,10 +78,9 @@ Frame FrameOutputStream::finish(std::size_t maxBytes)
         throw fn::RangeException(
             fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
     }
-    std::uint8_t header[headerBytes];
+    auto* const header = begin();
     for (std::size_t byte = 0; byte < headerBytes; ++byte)
         header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));
-    replace(std::size_t(0) - headerBytes, header, headerBytes);
     endBuffer();
     return std::move(_frame);
 }

@@ -30,6 +30,7 @@ public:
 
 private:
     void writeSlow(const void* data, std::size_t size) override;
+    std::uint8_t* begin();
     void startBuffer(std::size_t capacity);
     void endBuffer();
 

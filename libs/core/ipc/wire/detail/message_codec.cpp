@@ -159,6 +159,17 @@ fn::Value decode(fn::MemoryInputStream stream)
     return *deserializer.deserialize();
 }
 
+/// The code that a key of any form is equal to; 0 for the key of no known field.
+std::uint64_t fieldCode(fn::ByteView key)
+{
+    if (key[0] < code::Float32 || key[0] > code::Int64) return 0;
+    const auto value = decode({ key.data(), key.size() });
+    for (int code = field::TYPE; code <= field::LAST; ++code) {
+        if (value == fn::Value(code)) return static_cast<std::uint64_t>(code);
+    }
+    return 0;
+}
+
 } // namespace
 
 MessageView::MessageView(const FrameBody& body) : _body(body)
@@ -180,7 +191,7 @@ MessageView::MessageView(const FrameBody& body) : _body(body)
         if (!value) return;
         at = scanner.skip(value, 1);
         if (!at) return;
-        const auto code = *key < code::FixMap ? *key : plainInteger({ key, value }).value_or(0);
+        const auto code = *key < code::FixMap ? *key : fieldCode({ key, value });
         if (code - 1 >= field::LAST) continue;
         if (has(static_cast<int>(code))) return; // Readers would not agree which of them counts.
         _values[code] = { offset(value), offset(at) };

@@ -75,7 +75,8 @@ private:
     std::uint32_t _fieldCount = 0; // Of the map.
     std::uint32_t _fields = 0; // Where they begin.
     Span _source; // SOURCE_WORKER_ID with its key: the sender's word for it does not count.
-    std::uint32_t _behindSource = 0; // Where that field's place is: before the first known one that comes after it.
+    std::uint32_t _behindSource =
+        0; // Where SOURCE_WORKER_ID is written: before the first known field of a greater code.
 };
 
 struct MessageField {

@@ -143,35 +143,38 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
 
 WorkerObjectManager::Decoded WorkerObjectManager::decode(const MessageView& message)
 {
-    if (!message.has(field::PAYLOAD)) return {};
-    auto objects = message.mentionsObjects() ? message.required(field::OBJECTS) : fn::Value();
-    auto stream = message.payload();
+    if (!message.has(field::PAYLOAD)) {
+        if (message.has(field::OBJECTS)) countReceived(message.objectIds());
+        return {};
+    }
+    const auto objectIds = message.objectIds();
+    auto objects = objectIds.empty() ? fn::Value() : message.required(field::OBJECTS);
     const Scope scope(_objects, objects);
     std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
     const Scope madeScope(_made, made);
     Decoded decoded;
     const Scope failureScope(_failure, decoded.failure);
     try {
+        auto stream = message.payload();
         fn::mpack::Deserializer deserializer(stream, this);
         deserializer.setMaxValues(limits::payloadValues);
         if (auto value = deserializer.deserialize()) decoded.payload = std::move(*value);
     } catch (...) {
-        countReceived(objects);
+        countReceived(objectIds);
         throw;
     }
-    countReceived(objects);
+    countReceived(objectIds);
     return decoded;
 }
 
 /// The dispatcher has counted what is listed: either a reference releases it one day, or there is none to do that.
-void WorkerObjectManager::countReceived(const fn::Value& objects)
+void WorkerObjectManager::countReceived(std::span<const ObjectId> objectIds)
 {
-    if (objects.size() == 0) return;
-    for (const auto& [key, className] : objects.entries()) {
-        const auto objectId = key.to<ObjectId>();
+    for (const auto objectId : objectIds) {
         if (ownerOf(objectId) == _workerId) continue;
         if (const auto received = reference(objectId)) {
-            if (!received->local()) received->increaseUsageCount(); // A stranger can name what is not shared.
+            // Local ones are not counted: another worker may list an object that this one never sent.
+            if (!received->local()) received->increaseUsageCount();
         } else if (!_deadWorkers.contains(ownerOf(objectId))) {
             sendRelease(objectId, 1);
         }

@@ -58,13 +58,13 @@ public:
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
 
-    /// `reference` reaches its object here from now on, also for who has kept it.
+    /// Turns `reference` into the local one of `instance`. Whoever holds it already reaches the instance, too.
     static void makeLocal(const fn::AutoPtr<ObjectReference>& reference, const fn::AutoPtr<ObjectInstance>& instance);
 
     /// Everything of a dead worker has been handled, and its objects are dead.
     fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
 
-    /// Before the worker is connected: an id of its own, of nobody (NO_WORKER_ID), and reported as a mistake.
+    /// Before the worker is connected it gives ids whose owner is NO_WORKER_ID, and reports a broken invariant.
     ObjectId nextObjectId();
     void registerInstance(ObjectInstance& instance);
     void unregisterInstance(ObjectInstance* instance);
@@ -134,7 +134,7 @@ private:
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId, const fn::String& className);
     fn::AutoPtr<ObjectReference> createInstance(const fn::String& className, ObjectReferenceInitializer& initializer);
     void checkOwner(const WorkerObjectManager* owner) const;
-    void countReceived(const fn::Value& objects);
+    void countReceived(std::span<const ObjectId> objectIds);
     void sendRelease(ObjectId objectId, std::int32_t count);
     static void collectLive(LiveReferences& live, ObjectReference& reference, bool withLocal);
     void markAllDead(bool withLocal);
