@@ -198,14 +198,8 @@ private:
         hit(_family.hub(), "hub", SIGKILL);
         await("the processes to end with their hub", [&] { return _judge.isEnding && !_isAnybodyLeft; });
         if (_judge.answers() == 0) throw std::runtime_error("nobody has answered");
-        report();
-    }
-
-    void report() const
-    {
         fmt::print("{} deaths of modules ({} for silence), {} given up, {} answers\n", _judge.deaths, _judge.silences,
             _judge.givenUp, _judge.answers());
-        std::fflush(stdout);
     }
 
     const std::filesystem::path _folder;

@@ -93,22 +93,15 @@ bool Truth::wasFrozen(const std::string& name) const
     return now() < slowUntil || frozen(name, now() - pongTime - lateness) > leastFreeze;
 }
 
-/// By more than what has been done to one module.
-bool Truth::isExcused(const std::string& text) const
-{
-    if (text.find("on purpose") != std::string::npos) return true;
-    if (!_givenUp.empty() && text == "ipc.moduleManager: Aborting launch") return true;
-    return isHubDead() && text.find("connect to ") != std::string::npos;
-}
-
 /// What is said of a module is explained by what has been done to it since it was launched.
 bool Truth::isExplained(const std::string& text) const
 {
-    if (isExcused(text)) return true;
+    const auto says = [&](std::string_view part) { return text.find(part) != std::string::npos; };
+    if (says("on purpose") || (isHubDead() && says("connect to "))) return true;
+    if (!_givenUp.empty() && text == "ipc.moduleManager: Aborting launch") return true;
     const auto found = _supervised.find(moduleIn(text));
     if (found == _supervised.end()) return false;
     const auto& [name, module] = *found;
-    const auto says = [&](std::string_view part) { return text.find(part) != std::string::npos; };
     if (says("Failed to start")) return module.harms.contains("is not started");
     if (says("timed out at launch"))
         return module.harms.contains("hangs from the start") || now() < slowUntil

@@ -182,7 +182,6 @@ private:
     void hides(const Event& event);
     void leaves(const Event& event);
     void isHarmed(const Event& event, const std::string& name);
-    bool isExcused(const std::string& text) const;
     void supervises(const std::string& line);
     void isLaunched(const std::string& name, Supervised& module, const std::string& line);
     void ends(const std::string& name, Supervised& module);

@@ -7,11 +7,6 @@
 #include <unistd.h>
 
 namespace test {
-namespace {
-
-[[noreturn]] void run(const std::function<bool()>& body) noexcept { ::_exit(body() ? 0 : 1); }
-
-} // namespace
 
 bool awaitReadable(int descriptor, std::chrono::milliseconds bound)
 {
@@ -32,7 +27,7 @@ std::optional<int> awaitEnd(pid_t child, std::chrono::milliseconds bound)
 
 ForkedChild::ForkedChild(const std::function<bool()>& body) : _pid(::fork())
 {
-    if (_pid == 0) run(body);
+    if (_pid == 0) [&]() noexcept { ::_exit(body() ? 0 : 1); }();
     if (_pid < 0) throw std::runtime_error("fork");
 }
 

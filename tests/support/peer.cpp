@@ -58,7 +58,6 @@ Peer::Peer(fn::uv::Loop& loop, fn::uv::PipeStream& listener)
 
 void Peer::start()
 {
-    _isConnected = true;
     _helper.onEOS().connect([this] { _isEnded = true; }).detach();
     _helper.onReadError().connect([this](const fn::uv::Status&) { _isEnded = true; }).detach();
     _helper.onMessage()
@@ -70,17 +69,6 @@ void Peer::start()
         })
         .detach();
     _helper.setStream(_stream);
-    if (!_early.empty()) sendRaw(std::exchange(_early, {}));
-}
-
-void Peer::send(const fn::Value& message) { sendRaw(frame(message)); }
-
-void Peer::sendRaw(std::string_view bytes)
-{
-    if (_isConnected)
-        _stream->write(fn::ByteArray(bytes));
-    else
-        _early += bytes;
 }
 
 void Peer::hello(const char* name, const char* tag)
@@ -89,22 +77,10 @@ void Peer::hello(const char* name, const char* tag)
         { { ipc::field::TYPE, ipc::type::HELLO }, { ipc::field::DISPLAY_NAME, name }, { ipc::field::TAG, tag } }));
 }
 
-void Peer::close() { _stream->close(); }
-
 std::size_t Peer::count(int type) const
 {
     return static_cast<std::size_t>(std::ranges::count_if(
         _messages, [&](const fn::Value& message) { return message.get(ipc::field::TYPE) == fn::Value(type); }));
 }
-
-const fn::Value* Peer::last(int type) const
-{
-    for (auto message = _messages.rbegin(); message != _messages.rend(); ++message) {
-        if (message->get(ipc::field::TYPE) == fn::Value(type)) return &*message;
-    }
-    return nullptr;
-}
-
-ipc::WorkerId Peer::id() const { return _id; }
 
 } // namespace test

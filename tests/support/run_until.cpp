@@ -2,6 +2,7 @@
 #include "foundation/uv/loop.h"
 #include "foundation/uv/turn_watcher.h"
 #include "support/forked_child.h"
+#include <functional>
 #include <gtest/gtest.h>
 #include <uv.h>
 
@@ -30,20 +31,6 @@ private:
     uv_timer_t* const _timer = new uv_timer_t; // Lives until libuv has closed it.
 };
 
-/// Looks at the condition once a turn: the task posts itself again while the loop does not block.
-struct Watch {
-    fn::RunLoop& loop;
-    folly::Function<bool()> isOver;
-
-    void look()
-    {
-        if (isOver())
-            loop.stop();
-        else
-            loop.post([this] { look(); });
-    }
-};
-
 } // namespace
 
 bool runUntil(fn::RunLoop& loop, folly::Function<bool()> condition, std::chrono::milliseconds bound)
@@ -63,11 +50,15 @@ bool spinUntil(fn::RunLoop& loop, folly::Function<bool()> condition)
 {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     bool holds = false;
-    Watch watch { loop, [&] {
-                     holds = condition();
-                     return holds || std::chrono::steady_clock::now() > end;
-                 } };
-    watch.look();
+    // Once a turn: while a task is posted the loop does not block.
+    const std::function<void()> look = [&] {
+        holds = condition();
+        if (holds || std::chrono::steady_clock::now() > end)
+            loop.stop();
+        else
+            loop.post([&] { look(); });
+    };
+    look();
     loop.run();
     return holds;
 }
@@ -86,9 +77,7 @@ void settle(fn::RunLoop& loop)
 
 void runTurns(fn::RunLoop& loop, int count)
 {
-    Watch watch { loop, [&] { return count-- <= 0; } };
-    watch.look();
-    loop.run();
+    spinUntil(loop, [&] { return count-- <= 0; });
 }
 
 } // namespace test

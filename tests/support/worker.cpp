@@ -3,20 +3,6 @@
 
 namespace test {
 
-ServiceReference::ServiceReference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
-{
-}
-
-void ServiceReference::onEvent(const fn::String& name, const fn::Value& argument)
-{
-    events.emplace_back(name, argument);
-}
-
-fn::AutoPtr<ipc::ObjectReference> Service::createReference(ipc::ObjectReferenceInitializer& initializer)
-{
-    return fn::makeAuto<ServiceReference>(initializer);
-}
-
 void Service::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
     calls.push_back({ context, name, argument });

@@ -46,11 +46,11 @@ public:
 /// A shared object whose calls are answered by the test.
 class ServiceReference : public ipc::CallableObjectReference {
 public:
-    explicit ServiceReference(ipc::ObjectReferenceInitializer& initializer);
+    using CallableObjectReference::CallableObjectReference;
     std::vector<std::pair<fn::String, fn::Value>> events;
 
 protected:
-    void onEvent(const fn::String& name, const fn::Value& argument) override;
+    void onEvent(const fn::String& name, const fn::Value& argument) override { events.emplace_back(name, argument); }
 };
 
 class Service : public ipc::CallableObjectInstance {
@@ -64,20 +64,20 @@ public:
         fn::Value argument;
     };
     std::vector<Call> calls;
-    std::vector<CallContext> cancelled;
     std::function<void(const Call&)> answer; ///< Default: "echo" gives the argument back, others wait.
     static inline int alive = 0;
 
     using CallableObjectInstance::broadcastEvent;
-    using CallableObjectInstance::postEvent;
     using CallableObjectInstance::sendError;
     using CallableObjectInstance::sendResult;
     using CallableObjectInstance::sendUnknownMethod;
 
 protected:
-    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override;
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<ServiceReference>(initializer);
+    }
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
-    void onMethodCallCancelled(const CallContext& context) override { cancelled.push_back(context); }
 };
 
 /// What became of a promise. A promise that settles after the test has let go of it is no harm.
@@ -92,17 +92,12 @@ public:
     /// Attaches to `promise`, from inside the running loop.
     template <typename T> void observe(const fn::Promise<T>& promise)
     {
-        const auto onFailure = [state = _state](std::exception_ptr failure) { state->failure = std::move(failure); };
-        if constexpr (std::is_void_v<T>) {
-            promise.then([state = _state] { state->fulfilled = true; }, onFailure);
-        } else {
-            promise.then(
-                [state = _state](T&& value) {
-                    state->fulfilled = true;
-                    state->value = fn::Value(std::move(value));
-                },
-                onFailure);
-        }
+        promise.then(
+            [state = _state](auto&&... value) { // None of a Promise<void>.
+                state->fulfilled = true;
+                ((state->value = fn::Value(std::move(value))), ...);
+            },
+            [state = _state](std::exception_ptr failure) { state->failure = std::move(failure); });
     }
 
 private:

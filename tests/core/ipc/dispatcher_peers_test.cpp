@@ -6,6 +6,7 @@
 #include "support/log_capture.h"
 #include <algorithm>
 #include <sys/resource.h>
+#include <tuple>
 
 namespace {
 
@@ -81,32 +82,24 @@ TEST_F(HubPeersTest, WrongReleaseCountsAreReportedAndOnlyLiesCloseTheirSender)
     const auto owner = join();
     const auto other = join();
     const auto x = objectOf(owner->id(), 1);
-    struct Row {
-        const char* what;
-        bool isHolder;
-        ObjectId id;
-        std::int64_t count;
-        bool isReported, isClosed;
+    const std::tuple<const char*, bool, ObjectId, std::int64_t, bool> rows[] {
+        { "an object that nobody has", true, objectOf(owner->id(), 99), 1, false },
+        { "an object of others", false, x, 1, false },
+        { "the fewest", true, x, INT32_MIN, true },
     };
-    const Row rows[] {
-        { "an object that nobody has", true, objectOf(owner->id(), 99), 1, true, false },
-        { "an object of others", false, x, 1, true, false },
-        { "the fewest", true, x, INT32_MIN, true, true },
-    };
-    for (const auto& row : rows) {
+    for (const auto& [what, isHolder, id, count, isClosed] : rows) {
         const auto holder = join();
         for (int i = 0; i < 2; ++i) owner->send(objectMessage(x, holder->id(), {}, { { x, "X" } }));
         settle();
         owner->clear();
         const ExpectAssertions expected;
-        (row.isHolder ? holder : other)->send(release(row.id, row.count));
+        (isHolder ? holder : other)->send(release(id, count));
         settle();
-        EXPECT_EQ(expected.reports().size(), row.isReported ? 1u : 0u) << row.what;
-        EXPECT_EQ(holder->isEnded(), row.isClosed) << row.what;
-        if (!row.isClosed) holder->close();
+        EXPECT_EQ(expected.reports().size(), 1u) << what;
+        EXPECT_EQ(holder->isEnded(), isClosed) << what;
+        if (!isClosed) holder->close();
         settle();
-        EXPECT_EQ(owner->last(type::INSTANCE_RELEASE)->at(field::USAGE_COUNT), Value(2))
-            << row.what << ": its death frees what it held";
+        EXPECT_EQ(owner->messages().at(0).at(field::USAGE_COUNT), Value(2)) << what << ": its death frees what it held";
     }
     EXPECT_FALSE(other->isEnded() || owner->isEnded());
 }

@@ -1,8 +1,5 @@
-// The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting, a
-// loader that is missing.
-#include "base/exceptions.h"
+// The hub as strangers see it. What can break here: a large death that holds others up, an end that leaves somebody waiting.
 #include "core/ipc/dispatcher/hub_inspection.h"
-#include "core/ipc/module_manager/module_manager.h"
 #include "hub_fixture.h"
 
 namespace {
@@ -73,19 +70,4 @@ TEST_F(DispatcherTest, StopTellsEverybodyAlsoWithoutADelayAndEndsTheCallsOfItsOw
     late->hello();
     settle();
     for (const auto* peer : { named.get(), unnamed.get(), late.get() }) EXPECT_EQ(peer->count(type::QUIT), 1u);
-}
-
-TEST_F(DispatcherTest, AModuleWhoseLoaderIsMissingIsToldOfAndMayBeLaunchedAgain)
-{
-    auto* const lost = ipc::ModuleDefinition::create("lost", "no_such_loader", false, false, false);
-    ipc::ModuleManager manager(*dispatcher, { lost });
-    std::vector<fn::String> told;
-    manager.onFatalError().connect([&](const fn::String& text) { told.push_back(text); }).detach();
-    auto& mainLoop = fn::RunLoop::defaultLoop(); // Where modules are launched.
-    mainLoop.post([&] { mainLoop.post([&] { mainLoop.stop(); }); });
-    manager.start();
-    settle();
-    ASSERT_EQ(told.size(), 1u);
-    EXPECT_TRUE(told[0].startsWith("Failed to start module lost:\n")) << told[0];
-    EXPECT_THROW(lost->launch(*dispatcher, "tag"), fn::IOException);
 }

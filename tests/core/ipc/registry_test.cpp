@@ -6,6 +6,7 @@
 #include "hub_fixture.h"
 #include "support/expectations.h"
 #include "support/log_capture.h"
+#include <tuple>
 
 namespace {
 
@@ -67,22 +68,14 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
     const auto lookUp = [](const fn::String& name, const Value& bound) {
         return Value::map({ { "className", name }, { "timeout", bound } });
     };
-    struct Row {
-        const char* what;
-        const char* method;
-        Value argument;
-        bool isAnswered;
-        std::size_t unhandled;
+    const std::tuple<const char*, Value, bool, std::size_t> rows[] {
+        { "a time-out without end", lookUp("X", INT64_MAX), false, 0 },
+        { "a name that is too long", lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), true, 0 },
+        { "what makes no sense", lookUp("X", "soon"), false, 1 },
     };
-    const Row rows[] {
-        { "a time-out without end", "getInstance", lookUp("X", INT64_MAX), false, 0 },
-        { "a name that is too long", "getInstance",
-            lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), true, 0 },
-        { "what makes no sense", "getInstance", lookUp("X", "soon"), false, 1 },
-    };
-    for (const auto& [what, method, argument, isAnswered, unhandled] : rows) {
+    for (const auto& [what, argument, isAnswered, unhandled] : rows) {
         const ExpectUnhandled expected;
-        const auto answer = outcome([&] { return user->worker->registry()->callMethod(method, argument); });
+        const auto answer = outcome([&] { return user->worker->registry()->callMethod("getInstance", argument); });
         EXPECT_EQ(answer.isOver(), isAnswered) << what;
         EXPECT_EQ(expected.messages().size(), unhandled) << what;
     }

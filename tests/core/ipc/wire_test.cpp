@@ -10,6 +10,7 @@
 #include "support/run_until.h"
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <tuple>
 
 namespace {
 
@@ -78,11 +79,6 @@ Value bodyOf(const ipc::Frame& frame)
     return *fn::mpack::Deserializer(stream).deserialize();
 }
 
-Value plainMessage(ipc::ObjectId id, const std::string& payload)
-{
-    return Value::map({ { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } });
-}
-
 } // namespace
 
 TEST_F(MessageHelperTest, FramesArriveWholeHoweverTheyAreCut)
@@ -114,25 +110,20 @@ TEST_F(MessageHelperTest, FramesArriveWholeHoweverTheyAreCut)
 TEST_F(MessageHelperTest, BadFramesEndTheConversation)
 {
     const auto nested = std::string(100'000, '\x91') + '\xc0';
-    struct Row {
-        const char* what;
-        std::string bytes;
-        int code;
-    };
-    const Row rows[] = {
+    const std::tuple<const char*, std::string, int> rows[] {
         { "length 0", header(0), -EPROTO },
         { "one byte above the bound", header(200'001), -EMSGSIZE },
         { "two values", header(2) + "\x01\x02", -EPROTO }, // What else is no value, the fuzz target tries.
         { "nested too deep", header(static_cast<std::uint32_t>(nested.size())) + nested, -EPROTO },
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, bytes, code] : rows) {
+        SCOPED_TRACE(what);
         connect(200'000);
-        write(row.bytes + test::frame(7));
+        write(bytes + test::frame(7));
         write(test::frame(7));
         EXPECT_TRUE(received.empty()) << "good bytes must not heal it";
         ASSERT_EQ(errors.size(), 1u);
-        EXPECT_EQ(errors.front().code(), row.code);
+        EXPECT_EQ(errors.front().code(), code);
     }
     EXPECT_THROW(helper->setStream({}), fn::NullPointerException);
     converse();
@@ -164,7 +155,9 @@ TEST(MessageCodec, WritesWhatTheGeneralMapWouldBe)
             ipc::MessageWriter writer(id, 0xFFFF);
             writer.payload().writeShared(fn::ByteArray(payload));
             const auto frame = writer.finish({}, 1 << 20);
-            EXPECT_EQ(bodyOf(frame), plainMessage(id, payload));
+            EXPECT_EQ(bodyOf(frame),
+                Value::map(
+                    { { 1, 4 }, { 5, id }, { 7, 0xFFFF }, { 8, fn::ByteArray(payload) }, { 9, Value(Value::MAP) } }));
             EXPECT_LT(frame.parts().front().capacity(), joined(frame).size() * 4 / 3 + 200) << "what waits in a queue";
         }
     }
