@@ -5,9 +5,6 @@
 #include <utility>
 
 namespace platform {
-
-template class ScopedOverride<SetThreadExecutionState>;
-
 namespace {
 
 /// What the login manager was asked for in this process's name.
@@ -34,7 +31,6 @@ private:
 
 EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags)
 {
-    if (const auto answer = ScopedExecutionState::current()) return answer(flags);
     static auto& inhibition = *new SleepInhibition; // Ends with the process.
     return inhibition.set(flags);
 }

@@ -1,6 +1,5 @@
 #pragma once
 #include "base/export.h"
-#include "platform/scoped_override.h"
 #include "platform/windows_types.h"
 
 namespace platform {
@@ -19,9 +18,5 @@ inline constexpr EXECUTION_STATE ES_CONTINUOUS = 0x80000000; ///< The state hold
 /// are not. No bus or no login manager: 0. The state ends with the process; programs started meanwhile do not inherit
 /// it. Thread-safe.
 FN_EXPORT EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags);
-
-/// For tests: answers `SetThreadExecutionState()`.
-using ScopedExecutionState = ScopedOverride<SetThreadExecutionState>;
-extern template class FN_EXPORT ScopedOverride<SetThreadExecutionState>;
 
 } // namespace platform

@@ -28,39 +28,6 @@ void onLoop(folly::Function<void()> work)
 
 constexpr const char* refused = "1 core.sleepPreventer Failed to set system sleep state";
 
-TEST(SleepPreventer, SetsTheStateThatIsKnownFirstAndRestoresItLast)
-{
-    using States = std::vector<platform::EXECUTION_STATE>;
-    const std::pair<States, States> rows[] = {
-        // What is known besides the state before, and what is asked for.
-        { { 0x80000041, 0x80000001 }, { 0x80000041, 0x80000002 } },
-        { { 0x80000001 }, { 0x80000041, 0x80000001, 0x80000002 } },
-        { {}, { 0x80000041, 0x80000001, 0x80000000 } },
-    };
-    for (const auto& [known, expected] : rows) {
-        States asked;
-        platform::EXECUTION_STATE state = 0x80000002; // Somebody keeps the display on.
-        const platform::ScopedExecutionState backend([&, &known = known](platform::EXECUTION_STATE flags) {
-            asked.push_back(flags);
-            const bool isKnown = std::ranges::count(known, flags) > 0 || flags == 0x80000002;
-            return isKnown ? std::exchange(state, flags) : 0;
-        });
-        for (int time = 0; time < 2; ++time) {
-            const test::LogCapture log(5);
-            onLoop([&, size = expected.size()] {
-                const SleepPreventer first;
-                auto second = std::make_unique<SleepPreventer>(first);
-                SleepPreventer third;
-                third = *second; // There are as many as before.
-                second.reset();
-                EXPECT_EQ(asked.size() + 1, size);
-            });
-            EXPECT_EQ(std::exchange(asked, {}), expected);
-            EXPECT_EQ(log.lines(), known.empty() ? std::vector<std::string> { refused } : std::vector<std::string>());
-        }
-    }
-}
-
 struct SystemSleep : testing::Test {
     std::optional<test::SystemBus> bus { std::in_place };
     std::optional<test::LoginManager> manager { std::in_place };
@@ -72,7 +39,11 @@ TEST_F(SystemSleep, IsHeldOffWhileAPreventerLivesWhateverBecomesOfTheBusAndNoChi
     std::optional<test::ChildProcess> child;
     for (int time = 0; time < 2; ++time) {
         onLoop([&] {
-            const SleepPreventer preventer;
+            const SleepPreventer first;
+            auto second = std::make_unique<SleepPreventer>(first);
+            SleepPreventer third;
+            third = *second; // There are as many as before.
+            second.reset();
             EXPECT_EQ(manager->readLine(), "sleep block held");
             // A program that is started meanwhile lives on, and has nothing of it.
             child.emplace(std::vector<std::string> { "/bin/sh", "-c", "echo up; kill -STOP $$" });
