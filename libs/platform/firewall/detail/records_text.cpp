@@ -77,7 +77,10 @@ struct ReadGroup {
 
     void operator()(const char* key, fn::String& text) const
     {
-        text = Owned<gchar>(read(g_key_file_get_string, key)).get();
+        GError* error = nullptr;
+        const Owned<gchar> value(g_key_file_get_string(file, name, key, &error)); // There may be one beside an error.
+        requireNoError(error, name);
+        text = value.get();
     }
     void operator()(const char* key, bool& flag) const { flag = read(g_key_file_get_boolean, key); }
     void operator()(const char* key, LONG& number, LONG least, LONG most) const
