@@ -107,7 +107,7 @@ void HttpConnection::read()
     constexpr std::string_view emptyLine = "\n\r\n";
     const auto seen = _received.size() - std::min(_received.size(), emptyLine.size() - 1);
     _received.append(chunk.data(), static_cast<std::size_t>(count));
-    const bool isComplete = _received.find(emptyLine, seen) != _received.npos;
+    const bool isComplete = _received.find(emptyLine, seen) != std::string::npos;
     if (isComplete || _received.size() > mostRequestBytes) answer(isComplete);
 }
 

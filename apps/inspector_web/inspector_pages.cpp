@@ -105,7 +105,7 @@ WebAnswer errorPage(int status, std::string_view text)
     return { status, std::move(page).finish() };
 }
 
-WebAnswer errorPage(std::exception_ptr failure)
+WebAnswer errorPage(const std::exception_ptr& failure)
 {
     try {
         std::rethrow_exception(failure);
@@ -133,7 +133,7 @@ fn::Promise<WebAnswer> InspectorPages::answer(const WebRequest& request)
     const auto result = fn::Promise<WebAnswer>::create();
     const auto timer = std::make_shared<fn::Handle>();
     const auto answered = page(request).then([result, timer](WebAnswer&& answer) { result.fulfill(std::move(answer)); },
-        [result, timer](std::exception_ptr failure) { result.fulfill(errorPage(failure)); });
+        [result, timer](const std::exception_ptr& failure) { result.fulfill(errorPage(failure)); });
     *timer = _worker.loop().schedule(mostTime, [answered, result] {
         result.fulfill(errorPage(504, "The inspector does not answer."));
         answered.cancel();
