@@ -94,6 +94,19 @@ TEST_F(WorkerTest, TellsOfPayloadsThatItCannotReadAndGoesOn)
     }
 }
 
+TEST_F(WorkerTest, WhatAMessageListsIsReleasedAlsoWhereItBringsNoPayload)
+{
+    auto bad = carrying("text", Value::map({ { foreign, "test::ServiceReference" } }));
+    const auto before = ipc::HubInspection(*dispatcher).objectCount();
+    const ExpectUnhandled unhandled; // No bytes.
+    for (int time = 0; time < 2; ++time) {
+        deliver(bad);
+        EXPECT_EQ(ipc::HubInspection(*dispatcher).objectCount(), before) << bad.toString().view();
+        bad.remove(field::PAYLOAD);
+    }
+    EXPECT_EQ(unhandled.messages().size(), 1u);
+}
+
 TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
 {
     const auto other = join();
