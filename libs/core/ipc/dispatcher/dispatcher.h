@@ -26,34 +26,34 @@ class FN_EXPORT Dispatcher final {
 public:
     /// Describes one connection.
     struct FN_EXPORT WorkerInfo {
-        WorkerId workerId = NO_WORKER_ID; ///< Until the connection has said HELLO.
+        WorkerId workerId = NO_WORKER_ID; ///< NO_WORKER_ID until the connection has said HELLO.
         fn::String displayName;
         fn::String tag; ///< May be empty.
         fn::String toString() const; ///< "Media (t1, 3)", without a tag "Media (3)".
     };
 
-    /// What one participant does, for inspectors: frames of all kinds and their bytes, since it has connected.
+    /// The traffic of one participant since it has connected, for inspectors: frames of all kinds, and their bytes.
     struct FN_EXPORT WorkerStatistics {
         WorkerInfo info;
-        std::uint64_t framesReceived = 0; ///< By the hub, from it.
+        std::uint64_t framesReceived = 0; ///< Frames that the hub has received from the participant.
         std::uint64_t bytesReceived = 0;
-        std::uint64_t framesSent = 0; ///< To it; some of their bytes may still wait.
-        std::uint64_t bytesSent = 0; ///< Taken by the system.
-        std::size_t bytesWaiting = 0;
+        std::uint64_t framesSent = 0; ///< Frames that the hub has sent to it; some of their bytes may still wait.
+        std::uint64_t bytesSent = 0; ///< Bytes that the system has taken.
+        std::size_t bytesWaiting = 0; ///< Bytes that wait in this process until the system takes them.
     };
 
     /// `timeout`: how long a PING may stay unanswered. Pings are sent every third of it, at least 1 ms apart.
     Dispatcher(fn::uv::Loop& loop, const fn::Duration& timeout, const HubLimits& limits = {});
     Dispatcher(const Dispatcher&) = delete;
     Dispatcher& operator=(const Dispatcher&) = delete;
-    ~Dispatcher(); ///< Sends nothing. Without a `stop()` before it, calls that are still pending are rejected here.
+    ~Dispatcher(); ///< Sends nothing. Without a `stop()` before it, it rejects the pending calls of its own worker.
 
     void bind(); ///< Makes the endpoint. `fn::IOException` if that fails.
     void start(); ///< Listens, and connects the dispatcher's own worker.
 
-    /// Tells everybody to quit, also who says HELLO from now on. After `delay` it closes its own worker (services of the main
-    /// process: their pending calls are rejected, other workers' objects are dead here), and behind what follows from
-    /// that stops the loop and calls `callback`. Cannot be cancelled.
+    /// Sends QUIT to all participants, and to each that says HELLO from now on. After `delay` the dispatcher closes its own
+    /// worker: pending calls of the main process's services are rejected, and other workers' objects are dead here. When the
+    /// tasks that this posts have run, the loop stops and `callback` is called. Cannot be cancelled.
     void stop(const fn::Duration& delay, folly::Function<void()> callback);
 
     fn::String pipePath() const;
@@ -61,19 +61,19 @@ public:
     fn::uv::Loop& loop() const;
     Worker& worker(); ///< The dispatcher's own worker: services of the main process live on it.
 
-    /// For whoever may outlive it: `dispatcher.lifetime().watch()` says whether it is still there. Ends behind `~Dispatcher()`'s
-    /// own steps and before its members, the own worker with its pending calls among them.
+    /// For objects that may outlive the dispatcher: `dispatcher.lifetime().watch()` says whether it is still there. The lifetime
+    /// ends before the own worker is destroyed and its pending calls are rejected.
     const fn::Lifetime& lifetime() const;
 
-    std::vector<WorkerStatistics> workers() const; ///< Those that have said HELLO, ascending by id.
+    std::vector<WorkerStatistics> workers() const; ///< The participants that have said HELLO, ascending by id.
 
-    /// Its own worker is participant 0, the registry is there, and this process is on the message bus. Fires once.
+    /// Fires once: the own worker is participant 0, the registry is there, and this process is on the message bus.
     fn::Signal<>& onReady();
-    /// Before its HELLO reply is sent.
+    /// Fires when a worker has said HELLO, before the reply with its id is sent.
     fn::Signal<const WorkerInfo&>& onWorkerConnected();
-    /// Once per unanswered PING.
+    /// Fires at most once for each PING that stays unanswered, and where a worker takes none of the bytes that wait for it.
     fn::Signal<const WorkerInfo&>& onWorkerNotResponding();
-    /// After everybody was told.
+    /// Fires for each connection that has ended, also before HELLO, after WORKER_DEAD was sent to everybody.
     fn::Signal<const WorkerInfo&>& onWorkerDisconnected();
 
 private:

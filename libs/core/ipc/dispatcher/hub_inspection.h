@@ -4,30 +4,31 @@
 
 namespace ipc {
 
-/// The inside of a running hub, for pages that show it and for tests that judge it: what is counted, registered and awaited.
-/// Reads only. Belongs to the hub's loop; it may outlive the dispatcher, and shows nothing then.
+/// The inside of a running hub, for pages that show it and tests that judge it: its workers, the counts of objects, the
+/// registry. Only reads. Belongs to the hub's loop; it may outlive the dispatcher, and shows nothing then.
 class FN_EXPORT HubInspection final {
 public:
     explicit HubInspection(Dispatcher& dispatcher);
 
     bool isAlive() const { return static_cast<bool>(_watch); } ///< Whether the dispatcher is still there.
 
-    /// Those that have said HELLO, ascending by id.
+    /// The workers that have said HELLO, ascending by id.
     std::vector<Dispatcher::WorkerStatistics> workers() const;
 
-    // Shared objects that somebody uses.
+    // The shared objects that the hub counts (dispatcher/detail/usage_counts.h).
     struct Holder {
         WorkerId workerId;
-        std::uint32_t count; ///< Messages that brought it the object and that it has not released yet.
+        std::uint32_t count; ///< Messages that brought the worker the object and that it has not released yet.
     };
     std::size_t objectCount() const;
     std::size_t ownedCount(WorkerId owner) const;
-    std::vector<ObjectId> owned(
-        WorkerId owner, ObjectId from, std::size_t most) const; ///< The lowest ids from `from` on.
-    std::uint32_t sentCount(ObjectId objectId) const; ///< Messages in which its owner has sent it.
+    /// The `most` lowest ids of the owner's counted objects that are at least `from`.
+    std::vector<ObjectId> owned(WorkerId owner, ObjectId from, std::size_t most) const;
+    std::uint32_t sentCount(ObjectId objectId) const; ///< Messages in which the owner has sent the object.
     std::vector<Holder> holders(ObjectId objectId) const; ///< Ascending by worker.
 
-    // The registry: `most` entries behind the first `skip`, by class, of a class as looked up.
+    // The registry's entries, at most `most` behind the first `skip`: by class name, and within a class in the order in which
+    // a look-up prefers them, or in which the look-ups came.
     struct Registration {
         fn::String className;
         std::int32_t priority;

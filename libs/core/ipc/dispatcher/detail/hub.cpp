@@ -22,7 +22,7 @@ namespace {
 
 constexpr int backlog = 128;
 
-// Objects of a dead worker that are dropped before others have their turn: well below a millisecond.
+// The hub drops so many objects of a dead worker in one turn of the loop, which takes well below a millisecond.
 constexpr std::size_t deathPart = 1000;
 
 fn::String newPipePath()
@@ -59,7 +59,7 @@ Hub::Hub(fn::uv::Loop& loop, const fn::Duration& timeout, const HubLimits& limit
 Hub::~Hub()
 {
     leaveBus();
-    // Listener and connections may be held elsewhere for a moment; none must come back here.
+    // Other code may hold the listener and the connections for a moment longer; once closed, they do not call this hub.
     if (_pipeStream) _pipeStream->close();
     for (const auto& connection : _connections) connection->close();
 }
@@ -85,11 +85,11 @@ void Hub::stop(const fn::Duration& delay, folly::Function<void()> callback)
         loop.stop();
         if (callback) callback();
     };
-    // The loop stops also where this dispatcher has gone meanwhile.
+    // If this hub is destroyed before `delay` is over, its own worker needs no closing, but the loop still stops.
     auto close = _lifetime.guard([this] { closeOwnWorker(); });
     auto task = [&loop = _loop, close = std::move(close), end = std::move(end)]() mutable {
         close();
-        loop.post(std::move(end)); // Behind what that has posted.
+        loop.post(std::move(end)); // Runs behind the tasks that closing the own worker has posted.
     };
     _loop.schedule(delay, std::move(task)).detach();
 }
@@ -97,7 +97,7 @@ void Hub::stop(const fn::Duration& delay, folly::Function<void()> callback)
 void Hub::onConnection(const fn::uv::Status& status)
 {
     status.throwOnError();
-    // The own worker is the first in the queue; nobody else is let in before it has id 0.
+    // The hub's own worker connects first. Other connections wait until it has id 0 and its objects.
     if (!_registry && !_connections.empty())
         ++_waitingConnections;
     else
@@ -166,7 +166,7 @@ void Hub::onHello(const Connection& connection, const MessageView& message)
     if (!connection->isClosed()) connection->schedulePing();
 }
 
-/// An id for a new worker. Whoever knows it as dead is told before anything of the new worker can reach it.
+/// Takes an id for a new worker. Connections that were told of its death hear first that the id is used again.
 WorkerId Hub::takeWorkerId()
 {
     std::vector<const WorkerIds::Listener*> others;
@@ -191,7 +191,7 @@ Hub::Connection Hub::connectionOf(WorkerId workerId) const
     return found == _workers.end() ? Connection() : found->second;
 }
 
-/// Who has references to an object: for the registry everybody, but for its owner.
+/// The connections of the workers that hold references to an object; for the registry all but that of its owner, worker 0.
 std::vector<Hub::Connection> Hub::holdersOf(ObjectId objectId) const
 {
     std::vector<Connection> holders;
@@ -207,7 +207,7 @@ std::vector<Hub::Connection> Hub::holdersOf(ObjectId objectId) const
     return holders;
 }
 
-/// Everything is read and checked before anything is counted or sent.
+/// Reads and checks the whole message before it counts or sends anything, so that a refused message changes nothing.
 void Hub::onMessage(const Connection& connection, const MessageView& message)
 {
     const auto source = connection->info().workerId;
@@ -223,7 +223,8 @@ void Hub::onMessage(const Connection& connection, const MessageView& message)
     }
     const auto frame = receivers.empty() ? Frame() : message.forwardedFrom(source);
 
-    // Nobody would ever end a count of what belongs to nobody, nor of the registry, which everybody has for ever.
+    // Not counted: objects whose owner is not connected, since no death would end their counts, and the registry, which
+    // every worker has for ever. The sender's own objects are always counted.
     const auto uncounted = std::ranges::partition(objectIds, [&](ObjectId id) {
         return ownerOf(id) == source || (id != REGISTRY_OBJECT_ID && _workers.contains(ownerOf(id)));
     });
@@ -253,11 +254,11 @@ void Hub::countObjects(WorkerId source, std::span<const ObjectId> objectIds, std
     }
 }
 
-/// Before a message that mentions objects of workers that are not connected: a receiver that has not heard of the death
-/// would have references that stay silent for ever.
+/// Sends WORKER_DEAD for the owners of these objects to each receiver that has not heard of their death. The notice goes
+/// before the message that lists the objects; without it the receiver's references would stay silent for ever.
 void Hub::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const Connection> receivers)
 {
-    std::bitset<NO_WORKER_ID + 1> seen; // One message may mention very many objects.
+    std::bitset<NO_WORKER_ID + 1> seen; // Owners. One message may list very many objects of one owner.
     for (const auto objectId : objectIds) {
         const auto owner = ownerOf(objectId);
         if (seen.test(owner)) continue;
@@ -271,7 +272,7 @@ void Hub::tellOwnersAreDead(std::span<const ObjectId> objectIds, std::span<const
 void Hub::onReferenceRelease(const Connection& connection, const MessageView& message)
 {
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
-    if (!connectionOf(ownerOf(objectId))) return; // What was counted for it went with its owner.
+    if (!connectionOf(ownerOf(objectId))) return; // The owner's death drops the counts of its objects.
     const auto count = message.integer<std::int32_t>(field::USAGE_COUNT);
     std::optional<UsageCounts::Release> due;
     const auto outcome = _counts.release(connection->info().workerId, objectId, count, due);
@@ -311,17 +312,16 @@ void Hub::onWorkerEOS(const Connection& connection)
 
 void Hub::workerDied(const Connection& connection)
 {
-    if (_connections.erase(connection) == 0) return; // Told already.
+    if (_connections.erase(connection) == 0) return; // Its death is handled already.
     if (connection->isIdentified()) _workers.erase(connection->info().workerId);
     _dying.push_back({ connection, {} });
     if (_dying.size() == 1) endFirstDying();
 }
 
-/// Takes the worker that died first, and drops one part of what is counted for it. Behind the last part everybody is told of
-/// the death: the releases thus leave before the notice, and deaths are told in their order. The death of a worker with few
-/// objects is a single part. Between the parts of a large one the loop handles messages of other workers; for them the
-/// objects that are left count as before. What those messages list anew of the dead worker's objects is not waited for, so
-/// that nobody can hold up the notices.
+/// Takes the worker that died first, and drops one part of the counts of the objects that it owned or held. Behind the last
+/// part the hub tells everybody of the death: releases leave before the notice, and deaths are told in their order. Between
+/// the parts the loop handles messages of other workers; for them the objects that are left count as before. The number of
+/// objects to drop is fixed at the first part, so that no peer can hold up the notices.
 void Hub::endFirstDying()
 {
     const auto connection = _dying.front().connection;
@@ -340,7 +340,7 @@ void Hub::endFirstDying()
 void Hub::tellDeath(const Connection& connection)
 {
     const auto id = connection->info().workerId;
-    if (connection->isIdentified()) _ids.died(id); // Given out again only now.
+    if (connection->isIdentified()) _ids.died(id); // From now on the id may be given out again.
     const auto notice = aboutWorker(type::WORKER_DEAD, id);
     for (const auto& other : _connections) other->send(notice);
     onWorkerDisconnected.fire(connection->info());

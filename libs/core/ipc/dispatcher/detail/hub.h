@@ -17,7 +17,7 @@ class MessageBus;
 class MessageView;
 class RegistryImpl;
 
-/// What a Dispatcher is made of. Its methods are told there.
+/// The inside of a Dispatcher, whose header documents the methods of the same names.
 class Hub final : public Worker::Delegate {
 public:
     using WorkerInfo = Dispatcher::WorkerInfo;
@@ -88,20 +88,20 @@ private:
     const fn::String _pipePath;
     fn::AutoPtr<fn::uv::PipeStream> _pipeStream;
     std::set<Connection, ByAccept> _connections; // Every accepted connection that has not died.
-    int _waitingConnections = 0; // Not accepted before the own worker is there.
+    int _waitingConnections = 0; // Connections that are accepted when the own worker has connected.
     OpenFilesWarning _openFilesWarning;
     std::unordered_map<WorkerId, Connection> _workers; // Those that have said HELLO.
     UsageCounts _counts;
     WorkerIds _ids;
     struct Death {
         Connection connection; // Closed.
-        std::optional<std::size_t> left; // Of the objects counted for it when it began to be ended.
+        std::optional<std::size_t> left; // How many objects are still to be dropped; empty before the first part.
     };
-    std::deque<Death> _dying; // In their order.
-    fn::Handle _dyingTask; // The next part of the first one.
+    std::deque<Death> _dying; // Dead workers that nobody has been told of, in the order of their deaths.
+    fn::Handle _dyingTask; // Drops the next part of the first of them.
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;
-    fn::AutoPtr<MessageBus> _bus; // Installed in this process, unless it had one that spans processes.
+    fn::AutoPtr<MessageBus> _bus; // Installed by this hub; empty where the process had an `ipc::MessageBus` before.
     bool _isStopping = false;
     fn::Lifetime _lifetime;
 };

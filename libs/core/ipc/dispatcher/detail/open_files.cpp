@@ -8,7 +8,7 @@
 namespace ipc {
 namespace {
 
-// Each connection takes one file, and other parts of the process open some, too.
+// The warning comes when at most so many files are left. Each connection opens one, other parts of the process some more.
 constexpr std::uint64_t fewOpenFiles = 16;
 constexpr auto warningInterval = fn::Duration::seconds(60);
 
@@ -18,7 +18,7 @@ OpenFiles openFiles() noexcept
 {
     rlimit limit {};
     ::getrlimit(RLIMIT_NOFILE, &limit);
-    const int lowestFree = ::eventfd(0, EFD_CLOEXEC); // The system gives the lowest number: all below it are open.
+    const int lowestFree = ::eventfd(0, EFD_CLOEXEC); // The system gives the lowest free number: all below it are open.
     if (lowestFree < 0) return { limit.rlim_cur, 0 };
     ::close(lowestFree);
     return { limit.rlim_cur, limit.rlim_cur - static_cast<std::uint64_t>(lowestFree) };

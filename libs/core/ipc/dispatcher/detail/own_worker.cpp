@@ -15,7 +15,7 @@ void Hub::workerDidConnect(Worker& worker)
 {
     _registry = fn::makeAuto<RegistryImpl>(worker);
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, fn::sites::registryIsFirst);
-    // Not before its calls that are still under way have been handled.
+    // The signal fires behind all calls of the dead worker, so that none of them starts waiting after this.
     worker.objectManager()->onWorkerDied().connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
     WorkerObjectManager::makeLocal(fn::AutoPtr<ObjectReference>(worker.registry()), _registry);
     const auto relay = fn::makeAuto<MessageBusImpl>(worker);
@@ -35,7 +35,7 @@ void Hub::joinBus(ObjectInstance& relay)
 
 void Hub::leaveBus()
 {
-    // It is deleted on the loop, later or never: what is posted meanwhile is to reach this process at least.
+    // The loop deletes the bus later, or never. Until then posted messages are to reach this process at least.
     if (_bus) fn::MessageBus::removeInstance(*_bus);
     _bus.reset();
 }

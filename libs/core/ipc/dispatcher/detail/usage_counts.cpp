@@ -127,7 +127,7 @@ std::optional<UsageCounts::Release> UsageCounts::countSent(ObjectId objectId)
     return takeRelease(_entries.find(objectId));
 }
 
-/// The release that is due for an entry without receivers; the entry goes.
+/// Erases an entry that has no receivers. Gives the release that its owner must be sent.
 std::optional<UsageCounts::Release> UsageCounts::takeRelease(Entries::iterator entry)
 {
     const Release due { entry->first, entry->second.sent };
@@ -177,7 +177,7 @@ std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker, std::
 
 void UsageCounts::forget(WorkerId worker)
 {
-    // A dead worker receives nothing, so only its objects can have been counted since.
+    // A dead worker receives nothing, so it holds nothing: only objects that it owned can have been counted since.
     const auto index = _index.find(worker);
     if (index == _index.end()) return;
     const auto owned = std::move(index->second.owned);

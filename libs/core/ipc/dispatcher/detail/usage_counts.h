@@ -9,17 +9,17 @@
 
 namespace ipc {
 
-/// The dispatcher's book of who may still use what. No I/O: it says what is counted, what must be released, and what is
-/// dropped when a worker dies.
+/// The dispatcher's book of which workers may still use which objects. It does no I/O: its methods give the releases that the
+/// dispatcher must send.
 ///
-/// Per object: `sent`, the messages in which its owner sent it and which are not accounted for yet; and per receiving
-/// worker the messages that brought it the object and that it has not released yet. When the last receiver has released
-/// an object, its owner is told how often it sent it (a Release), and drops as many holds.
+/// The book has one entry for each shared object. `sent` counts the messages in which the owner sent the object since the
+/// entry was made. Each receiver has a count of the messages that brought it the object and that it has not released yet.
+/// When the last receiver has released the object, the entry goes, and the owner must be sent a Release: it drops `sent` holds.
 ///
-/// Invariants: no receiver has a count of 0; no object's own owner is among its receivers; an entry without `sent` and
-/// receivers does not exist. A death costs what it frees: both roles of a worker are indexed.
+/// Invariants: no receiver has a count of 0; no owner is among the receivers of its object; each entry has a receiver or a
+/// `sent` above 0. A worker's death costs time for the objects that it owned or held only: an index lists both.
 ///
-/// Broken counts are reported as assertions of the dispatcher and change nothing else.
+/// Counts that do not fit are reported as assertions of the dispatcher and change nothing.
 class UsageCounts {
 public:
     /// The owner of `objectId` is to drop `count` holds.
@@ -34,60 +34,58 @@ public:
     };
     enum class Outcome {
         Done,
-        NoEntry, ///< Nothing is counted there: reported as an assertion, nobody's fault for certain.
-        BadCount, ///< Negative or larger than what is held: the sender broke the protocol.
+        NoEntry, ///< The worker has no count for the object. Reported as an assertion; the sender may have done no wrong.
+        BadCount, ///< The number is negative or above the worker's count: the sender broke the protocol.
     };
 
-    /// `maxObjects`: how many objects of its own one sender may make it count, and all senders of others': what they made it
-    /// count outlives them.
+    /// `maxObjects` bounds the entries that one sender makes for its own objects, and also those that all senders together make
+    /// for objects of other workers: the latter outlive their sender, so that a share for each sender would bound nothing.
     explicit UsageCounts(std::size_t maxObjects = limits::countedObjects) : _maxObjects(maxObjects) { }
 
-    /// Who holds references to the object, ascending by WorkerId. Invalid after any change.
+    /// The workers that hold references to the object, ascending by WorkerId. The span is invalid after any change.
     std::span<const Receiver> receivers(ObjectId objectId) const;
 
-    /// Whether one more message from `sender` that lists `objectIds` can be counted for `receivers` and, where it owns
-    /// them, for itself: no count exceeds `limits::uses`, and `sender` stays within its share.
+    /// Whether one more message from `sender` to `receivers` that lists `objectIds` can be counted: no count would exceed
+    /// `limits::uses`, and the new entries stay within `maxObjects`.
     bool canCount(WorkerId sender, std::span<const ObjectId> objectIds, std::span<const WorkerId> receivers) const;
 
-    /// A message from `sender` listing the object goes to `receiver`. Nothing where the receiver is the owner.
+    /// Counts a message from `sender` to `receiver` that lists the object. Does nothing where `receiver` owns the object.
     void countReceived(WorkerId sender, ObjectId objectId, WorkerId receiver);
 
-    /// The owner has sent its object. If nobody holds a reference, the release that is due at once.
+    /// Counts a message in which the owner has sent its object. If no worker holds a reference, gives the release that is due.
     std::optional<Release> countSent(ObjectId objectId);
 
-    /// `worker` releases `count` of the messages that brought it the object.
+    /// `worker` releases `count` of the messages that brought it the object. Sets `due` where it was the last receiver.
     Outcome release(WorkerId worker, ObjectId objectId, std::int32_t count, std::optional<Release>& due);
 
-    /// Drops what is counted for a dead worker: the objects that it owned, and its uses of others' objects. At most `most`
-    /// objects in one call; those that are left count as before until the next call. Gives the releases that other owners must
-    /// be sent now.
+    /// Drops the counts of a dead worker: first as a receiver of others' objects, then the entries of its own objects. One call
+    /// takes at most `most` objects; those that are left count as before until the next call. Gives the releases that other
+    /// owners must be sent now.
     std::vector<Release> workerDied(WorkerId worker, std::size_t most = SIZE_MAX);
 
-    /// How many objects are counted that the worker holds or owns. For a dead worker the number can still grow: messages of
-    /// others may list its objects.
+    /// How many entries there are of objects that the worker owns or is a receiver of.
     std::size_t concerned(WorkerId worker) const;
 
-    /// Drops what was counted under an id after its death, when the id is given out again.
+    /// Drops the entries of objects whose owner has this id. To be called before the id of a dead worker is given out again.
     void forget(WorkerId worker);
 
     std::size_t objectCount() const noexcept { return _entries.size(); }
     std::uint32_t sentCount(ObjectId objectId) const;
 
-    // For inspectors: the objects of one worker that are counted.
+    // For inspectors: the entries of one owner's objects. `owned()` gives the `most` lowest ids that are at least `from`.
     std::size_t ownedCount(WorkerId owner) const;
-    std::vector<ObjectId> owned(
-        WorkerId owner, ObjectId from, std::size_t most) const; ///< The lowest ids from `from` on.
+    std::vector<ObjectId> owned(WorkerId owner, ObjectId from, std::size_t most) const;
 
 private:
     struct Entry {
         std::uint32_t sent = 0;
-        WorkerId chargedTo = 0; // Whose share it takes.
+        WorkerId chargedTo = 0; // The key in `_charged` under which this entry counts.
         std::vector<Receiver> receivers; // Ascending by WorkerId.
     };
     using Entries = std::unordered_map<ObjectId, Entry>;
     struct WorkerIndex {
-        std::unordered_set<ObjectId> owned; // Entries of its own objects.
-        std::unordered_set<ObjectId> held; // Entries that list it as a receiver.
+        std::unordered_set<ObjectId> owned; // Entries of the worker's own objects.
+        std::unordered_set<ObjectId> held; // Entries in which the worker is a receiver.
     };
 
     Entry& entry(ObjectId objectId, WorkerId sender);
@@ -98,7 +96,8 @@ private:
     const std::size_t _maxObjects;
     Entries _entries;
     std::unordered_map<WorkerId, WorkerIndex> _index;
-    std::unordered_map<WorkerId, std::size_t> _charged; // Entries by the share they take; NO_WORKER_ID's is for all.
+    // How many entries each sender has made for its own objects; under NO_WORKER_ID those made for objects of others.
+    std::unordered_map<WorkerId, std::size_t> _charged;
 };
 
 } // namespace ipc

@@ -13,11 +13,11 @@
 namespace ipc {
 namespace {
 
-// So many more turns of the loop a late PONG has after its time-out. They take no time; a few are enough to read all that is
-// ready.
+// After the time-out a PONG may come so many turns of the loop later. The turns do not wait; a few of them are enough to read
+// everything that has arrived.
 constexpr int turnsOfGrace = 10;
 
-// A timer that fires so late says that the loop was blocked, and that nobody could answer: the whole time-out is given again.
+// A timer that fires so late shows that the loop was blocked: then the worker gets the whole time-out again.
 constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace
@@ -27,7 +27,7 @@ Hub::WorkerConnection::WorkerConnection(Hub& hub, WorkerIds::Listener listener)
       _listener(std::move(listener)),
       _messageHelper(limits::hubFrameBytes)
 {
-    // Each handler holds the connection for its duration: it may be closed and dropped in it.
+    // Each handler holds this connection while it runs: the hub may close and drop the connection inside it.
     _messageHelper.onEOS()
         .connect([this] {
             const fn::AutoPtr self(this);
@@ -37,7 +37,7 @@ Hub::WorkerConnection::WorkerConnection(Hub& hub, WorkerIds::Listener listener)
     _messageHelper.onReadError()
         .connect([this](const fn::uv::Status& status) {
             const fn::AutoPtr self(this);
-            // A peer that has ended or died with something unread.
+            // The peer's process has ended before it had read everything: no fault.
             const bool isEnd = status.code() == -ECONNRESET || status.code() == -EPIPE;
             LOG(isEnd ? 5 : 1, "Received read error {} from {}", status.what(), _info.displayName);
             _hub.onWorkerEOS(self);
@@ -54,7 +54,7 @@ void Hub::WorkerConnection::accept(fn::uv::PipeStream& listener)
     _messageHelper.setStream(_stream);
 }
 
-/// Whatever a handler throws ends this connection, and nobody else's.
+/// An exception of the hub's handler closes this connection, and no other one.
 bool Hub::WorkerConnection::handle(const FrameBody& body)
 {
     ++_framesReceived;
@@ -132,7 +132,7 @@ void Hub::WorkerConnection::onPingDue()
 
 void Hub::WorkerConnection::awaitPong(fn::Duration time)
 {
-    // While this connection is not read for another's sake its silence means nothing.
+    // A PONG of a paused connection cannot be read: its silence means nothing.
     if (_pauses > 0) return;
     _pongDue = _hub._loop.clock().monotonic() + time;
     _notRespondingTimer = fn::uv::Timer::schedule(_hub._loop, time, [this] { onPongOverdue(); });
@@ -142,9 +142,9 @@ void Hub::WorkerConnection::onPongOverdue()
 {
     const fn::AutoPtr self(this);
     _stream->readPending();
-    // What was read may have paused this connection before its PONG: it is waited for again once that is over.
+    // A message that was just read may have paused this connection before its PONG: `resume()` waits for the PONG again.
     if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
-    // A loop that has not run has kept the workers of its own process from answering.
+    // While the loop was blocked, the workers of this process could not answer.
     if (_turnsLeft > 0) {
         const bool isStarved = _hub._loop.clock().monotonic() > _pongDue + starvedFrom;
         _turnsLeft = isStarved ? 0 : _turnsLeft - 1;
@@ -160,12 +160,12 @@ void Hub::WorkerConnection::watchQueue()
 {
     if (isOwnWorker()) return;
     if (_stream->queuedBytes() > _hub._limits.queueBytes) {
-        // Not inside the send: the sender is still walking the tables.
+        // Not inside `send()`: the hub is still walking its table of connections.
         _hub._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
         return;
     }
     if (_queueTimer) return;
-    // A task looks at the queue: libuv runs timers before it writes, and the queue may be about to shrink.
+    // The timer posts a task that looks at the queue: libuv writes after it has run the timers, so the queue may still shrink.
     const auto due = _hub._loop.clock().monotonic() + _hub._timeout;
     _queueTimer = fn::uv::Timer::schedule(_hub._loop, _hub._timeout, [this, due, sentBefore = _stream->sentBytes()] {
         const bool isStarved = _hub._loop.clock().monotonic() > due + starvedFrom;

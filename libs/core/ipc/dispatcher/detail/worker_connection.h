@@ -5,15 +5,15 @@
 
 namespace ipc {
 
-/// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of what waits for it.
+/// One accepted pipe connection of the dispatcher: its identity, its pings, and the queue of frames that wait to be written.
 ///
-/// Pings: a third of the time-out after HELLO and after each PONG. When a PONG is overdue the socket is read once more
-/// before anybody is told: a hub that was itself starved finds answers lying unread, and waits some turns
-/// more for those that it has kept from answering.
+/// Pings: the hub sends a PING a third of the time-out after HELLO and after each PONG. When a PONG is overdue the hub reads
+/// the socket once more and waits some turns before it reports the worker: if the hub's loop was blocked, the PONG may have
+/// arrived unread, and workers of the hub's process could not send theirs.
 ///
-/// Queue: a receiver that takes nothing for the time-out while much waits for it is reported as not responding and closed;
-/// where the hub was itself starved at the end of that time, it is watched anew.
-/// One that still takes bytes is waited for: those who send to it are read no further until half has left.
+/// Queue: a receiver that takes no byte for a whole time-out, while more than `stalledQueueBytes` wait for it, is reported as
+/// not responding and closed; if the hub's loop was blocked when that time ended, the time begins anew. For a receiver that is
+/// slow but takes bytes the hub waits: it reads no further from those who send to it until half of the bound has left.
 class Hub::WorkerConnection final : public fn::RefCountedObject {
 public:
     WorkerConnection(Hub& hub, WorkerIds::Listener listener);
@@ -21,20 +21,20 @@ public:
     void accept(fn::uv::PipeStream& listener); ///< Takes the waiting connection and starts reading.
 
     const WorkerInfo& info() const { return _info; }
-    void identify(WorkerInfo info); ///< It has said HELLO.
+    void identify(WorkerInfo info); ///< The worker has said HELLO; `info` tells its id and names.
     bool isIdentified() const { return _isIdentified; }
     bool isOwnWorker() const { return _isIdentified && _info.workerId == 0; }
     bool isClosed() const { return !_stream || _stream->isClosed(); }
     WorkerStatistics statistics() const;
-    WorkerIds::Listener& listener() { return _listener; } ///< Which deaths it has been told.
+    WorkerIds::Listener& listener() { return _listener; } ///< Knows which deaths the worker has been told.
 
-    void send(const Frame& frame); ///< Several receivers share it.
-    void schedulePing(); ///< A PONG has come, or HELLO has been answered.
+    void send(const Frame& frame); ///< Queues the frame, without copying its bytes. Nothing once closed.
+    void schedulePing(); ///< To be called when HELLO has been answered and when a PONG has come.
 
-    /// Reads no further from `sender` while too much of it waits for this connection.
+    /// Pauses `sender` while too many bytes wait for this connection: it is not read until half of them have left.
     void slowDown(const fn::AutoPtr<WorkerConnection>& sender);
 
-    void close(); ///< Ends the stream and timers; senders that wait for this connection go on.
+    void close(); ///< Ends the stream and the timers. Senders that were paused for this connection are read again.
 
 private:
     ~WorkerConnection() override = default;
@@ -59,17 +59,17 @@ private:
     fn::Handle _pingTimer;
     MessageHelper _messageHelper;
     fn::Handle _helloTimer;
-    fn::Handle _queueTimer; // Runs while more waits for this connection than a stalled one may have.
-    std::vector<fn::AutoPtr<WorkerConnection>> _waitingSenders; // Not read until this connection has taken half.
+    fn::Handle _queueTimer; // Runs while more than `stalledQueueBytes` wait for this connection.
+    std::vector<fn::AutoPtr<WorkerConnection>> _waitingSenders; // Connections that are paused for this one.
     std::uint64_t _framesReceived = 0;
     std::uint64_t _bytesReceived = 0;
     std::uint64_t _framesSent = 0;
-    int _pauses = 0; // Receivers for whose sake this connection is not read.
+    int _pauses = 0; // How many receivers this connection is paused for. It is not read while there is one.
     bool _isIdentified = false;
     bool _isPongAwaited = false;
-    int _turnsLeft = 0; // Of grace, for the PONG.
-    fn::Duration _pongDue; // By the loop's clock.
-    bool _wasReported = false; // Not responding, since the last PING.
+    int _turnsLeft = 0; // Turns of grace that are left for an overdue PONG.
+    fn::Duration _pongDue; // When the time-out of the last PING ends, by the loop's clock.
+    bool _wasReported = false; // Whether the worker was reported as not responding since the last PING.
 };
 
 } // namespace ipc
