@@ -3,16 +3,16 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The wire has its home here: what a message is made of (docs/wire-format.md tells it with examples).
+/// Ids, fields, types and extensions of the messages on the wire. docs/wire-format.md explains them with examples.
 namespace ipc {
 
 /// Names a participant. Given out by the dispatcher in HELLO order; the dispatcher's own worker is 0.
 using WorkerId = std::uint16_t;
 
-/// None yet; as a target: every holder of a reference to the object, or everybody for the registry.
+/// As an id: none yet. As a target: every worker that holds a reference to the object; for the registry all but worker 0.
 inline constexpr WorkerId NO_WORKER_ID = 0xFFFF;
 
-/// Names a shared object: its owner's sequence number above 16 bits of the owner's WorkerId.
+/// Names a shared object: the low 16 bits are its owner's WorkerId, the others the owner's sequence number.
 using ObjectId = std::uint64_t;
 
 /// The registry is the first object of worker 0, so everybody knows its id without having been told.
@@ -32,12 +32,12 @@ inline constexpr int TARGET_WORKER_ID = 7;
 inline constexpr int PAYLOAD = 8; ///< Bytes: one MessagePack value of its own.
 inline constexpr int OBJECTS = 9; ///< Map from ObjectId to class name: what the payload mentions.
 inline constexpr int USAGE_COUNT = 10;
-inline constexpr int LAST = USAGE_COUNT; ///< Those above it are unknown, and carried on.
+inline constexpr int LAST = USAGE_COUNT; ///< Fields above it are unknown; the dispatcher forwards them as they came.
 } // namespace field
 
 /// Values of `field::TYPE`.
 namespace type {
-inline constexpr int INVALID = 0; ///< Never sent: a message without a type.
+inline constexpr int INVALID = 0; ///< What a message without a type counts as; never sent.
 inline constexpr int HELLO = 1;
 inline constexpr int PING = 2;
 inline constexpr int PONG = 3;
@@ -46,7 +46,7 @@ inline constexpr int REFERENCE_RELEASE = 5;
 inline constexpr int INSTANCE_RELEASE = 6;
 inline constexpr int WORKER_DEAD = 7;
 inline constexpr int QUIT = 8;
-inline constexpr int WORKER_ID_REUSED = 9; ///< What is known of the dead worker of this id is no longer so.
+inline constexpr int WORKER_ID_REUSED = 9; ///< The id of a dead worker names a new worker from now on.
 } // namespace type
 
 /// MessagePack extension types inside a payload.

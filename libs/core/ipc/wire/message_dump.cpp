@@ -13,9 +13,9 @@ namespace ipc {
 namespace {
 
 constexpr std::array fieldNames { "TYPE", "DISPLAY_NAME", "TAG", "WORKER_ID", "OBJECT_ID", "SOURCE_WORKER_ID",
-    "TARGET_WORKER_ID", "PAYLOAD", "OBJECTS", "USAGE_COUNT" }; // From code 1 on.
+    "TARGET_WORKER_ID", "PAYLOAD", "OBJECTS", "USAGE_COUNT" }; // By code, from 1 on.
 constexpr std::array typeNames { "INVALID", "HELLO", "PING", "PONG", "MESSAGE", "REFERENCE_RELEASE", "INSTANCE_RELEASE",
-    "WORKER_DEAD" }; // From code 0 on. Those above have none.
+    "WORKER_DEAD" }; // By type, from 0 on. Dumps show greater types as bare numbers.
 
 /// Stands for a shared object in a dump.
 class ObjectPlaceholder final : public fn::RefCountedObject {
@@ -77,7 +77,7 @@ fn::Value translatePayload(const fn::Value& payload)
         auto value = deserializer.deserialize();
         return value ? std::move(*value) : payload;
     } catch (const fn::Exception&) {
-        return payload; // A dump shows what is there; the receiver will complain.
+        return payload; // A dump shows the bytes as they are; reporting the fault is the receiver's part.
     }
 }
 

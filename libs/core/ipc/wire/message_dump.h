@@ -10,11 +10,11 @@ FN_EXPORT fn::Value fieldLabel(std::int64_t code);
 /// The label of a message type in dumps, "4-MESSAGE"; an unknown one (and all above 7) is the integer itself.
 FN_EXPORT fn::Value typeLabel(std::int64_t code);
 
-/// Decodes a payload for a dump, without any worker: object ids become placeholders that tell the owner. Bytes that hold no
-/// value, broken ones, or more values than a log line shows come back as they are.
+/// Decodes a payload for a dump, without any worker: shared objects become placeholders that name the object and its owner.
+/// Bytes that are no MessagePack value, or hold more than `limits::dumpedValues` values, come back as they are.
 FN_EXPORT fn::Value translatePayload(const fn::Value& payload);
 
-/// Formats a message for a log line, made only where somebody wants the line:
+/// Formats a message for a log line, and does so only if a sink wants the line:
 /// `FN_LOG_TO(category, 5, ..., "Received\n{}", MessageDebugFormat { message })`. Borrows the message.
 struct MessageDebugFormat {
     const fn::Value& message;

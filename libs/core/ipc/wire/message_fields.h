@@ -4,10 +4,10 @@
 
 namespace ipc {
 
-/// A payload that is a map with text keys, ascending: sent to other workers without building the map.
+/// A payload that is a map with text keys, which ascend. It is encoded for other workers without building the map.
 using MessageFields = std::span<const fn::mpack::Serializer::Field>;
 
-/// The map, for receivers in the own worker.
+/// Builds the map, for a receiver in the sender's own worker.
 inline fn::Value toMap(MessageFields fields)
 {
     fn::Value::Map entries;

@@ -17,11 +17,11 @@ namespace {
 constexpr std::uint32_t headerBytes = 4;
 constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 
-// The rest of a body is read straight into its place where it is at least so large. A smaller rest is read into the buffer of
-// the stream, where the next frames come with it.
+// A missing rest of a body of at least so many bytes is read straight into `_body`. A smaller one is read into the stream's
+// buffer, together with the next frames.
 constexpr std::size_t readInPlaceFrom = 32 * 1024;
 
-// Frames from here on cost more to copy than one more system call.
+// Copying a frame of at least so many bytes costs more than one more system call.
 constexpr std::size_t largeFrom = 256 * 1024;
 
 /// The value that fills `body` exactly; empty for anything else.
@@ -36,7 +36,7 @@ std::optional<fn::Value> decode(const FrameBody& body)
         if (stream.remaining() != 0) return std::nullopt;
         return value;
     } catch (const std::exception&) {
-        return std::nullopt; // Not MessagePack, or too large for our memory: told by onReadError.
+        return std::nullopt; // The body is no MessagePack, or its value needs too much memory: `deliver()` reports it.
     }
 }
 
@@ -86,7 +86,7 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
         fail(static_cast<int>(count));
         return;
     }
-    // A listener may end this object, or give it another stream.
+    // A listener may destroy this object or give it another stream.
     const auto watch = _lifetime.watch();
     const auto stream = _stream;
     std::array<std::uint8_t, std::tuple_size_v<decltype(_nextHead)>> head;
@@ -101,7 +101,8 @@ void MessageHelper::onRead(std::ptrdiff_t count, const std::uint8_t* data)
     if (watch && stream == _stream) chooseReadMemory();
 }
 
-/// Takes the bytes of one frame from the front; false ends the chunk. A frame that lies in it whole is handled where it is.
+/// Takes one frame from the front of `chunk`, and handles in place what lies in it whole. False if it ends before the frame, or
+/// reading has failed.
 bool MessageHelper::readFrame(fn::ByteView& chunk)
 {
     if (_headerReceived < headerBytes && !readHeader(chunk)) return false;
@@ -149,12 +150,12 @@ bool MessageHelper::reserveBody()
         _body.reserve(_length);
         return true;
     } catch (const std::bad_alloc&) {
-        fail(-ENOMEM); // What follows could not be told from the next frames.
+        fail(-ENOMEM); // Without this body nobody can say where the next frame begins.
         return false;
     }
 }
 
-/// Hands out the complete frame; false if it holds no value. This object may have gone afterwards.
+/// Hands out a complete body; false if it is not exactly one value. This object may be destroyed afterwards.
 bool MessageHelper::deliver(const FrameBody& body)
 {
     _headerReceived = 0;
@@ -170,8 +171,8 @@ bool MessageHelper::signal(const FrameBody& body)
     return value.has_value();
 }
 
-/// The rest of a large body is read straight into its place, however little it is: a larger read would bring much of the next
-/// frame, to be copied. Where one large frame follows another its beginning is read so, too.
+/// Of a large frame every rest is read straight into `_body`, however short: a read into the stream's buffer would bring much
+/// of the next large frame, which would be copied. For the same reason the read behind a large frame takes only a little.
 void MessageHelper::chooseReadMemory()
 {
     const auto missing = _body.empty() ? 0 : _length - _body.size();

@@ -13,7 +13,7 @@ namespace ipc {
 ///
 /// Queue: a receiver that takes no byte for a whole time-out, while more than `stalledQueueBytes` wait for it, is reported as
 /// not responding and closed; if the hub's loop was blocked when that time ended, the time begins anew. For a receiver that is
-/// slow but takes bytes the hub waits: it reads no further from those who send to it until half of the bound has left.
+/// slow but takes bytes the hub waits: it pauses the connections that send to it, which means that it reads no further from them.
 class Hub::WorkerConnection final : public fn::RefCountedObject {
 public:
     WorkerConnection(Hub& hub, WorkerIds::Listener listener);

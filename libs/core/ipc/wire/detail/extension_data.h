@@ -5,7 +5,7 @@
 
 namespace ipc {
 
-/// The data of an object extension: 8 bytes, little-endian.
+/// The data of an object extension is the ObjectId in 8 bytes, little-endian.
 inline ObjectId readObjectId(fn::InputStream& stream)
 {
     std::uint8_t bytes[sizeof(ObjectId)];

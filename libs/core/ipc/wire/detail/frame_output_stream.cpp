@@ -7,7 +7,7 @@
 namespace ipc {
 namespace {
 
-// Most frames are calls and answers with small arguments: one allocation.
+// The least size of a buffer, in bytes. Most frames are calls and answers with small arguments: they fit into one.
 constexpr std::size_t leastCapacity = 112;
 
 } // namespace
@@ -64,7 +64,7 @@ void FrameOutputStream::replace(std::size_t offset, const void* data, std::size_
     std::memcpy(begin() + headerBytes + offset, data, size);
 }
 
-/// Of the frame.
+/// The first byte of the frame's header.
 std::uint8_t* FrameOutputStream::begin()
 {
     return _frame.count() == 0 ? _window - size() - headerBytes : _frame.begin();

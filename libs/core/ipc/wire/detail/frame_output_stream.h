@@ -5,27 +5,26 @@
 
 namespace ipc {
 
-/// Collects the body of one frame. Small writes are gathered in one buffer; a large byte array becomes a part of its own,
-/// shared with its owner instead of copied.
+/// Collects the body of one frame. Writes are gathered in one buffer. The first large byte array becomes a part of its own,
+/// shared with its owner instead of copied; all that follows is gathered behind it.
 class FrameOutputStream final : public fn::OutputStream {
 public:
-    /// Below this, copying is cheaper than a further element of the vectored write.
+    /// An array of fewer bytes is copied, which is cheaper than a further element of the vectored write.
     static constexpr std::size_t sharedFrom = 16 * 1024;
 
     static constexpr std::size_t headerBytes = 4; ///< The length, little-endian.
 
-    /// `expectedBytes` that will be copied, if known: one allocation holds them then.
+    /// `expectedBytes`: how many bytes will be copied, if known; one allocation holds them then.
     explicit FrameOutputStream(std::size_t expectedBytes = 0);
 
     std::size_t size() const noexcept; ///< Bytes written so far.
 
     void writeShared(const fn::ByteArray& bytes) override;
 
-    /// Writes over what is there, before anything large, at this offset of the body.
+    /// Overwrites `size` written bytes at `offset` of the body, which lie before any shared array.
     void replace(std::size_t offset, const void* data, std::size_t size);
 
-    /// Ends the frame: its length, and what was written. A body above `maxBytes`, or above what 32 bits tell:
-    /// `fn::RangeException`.
+    /// Gives the frame, with its length in the header. `fn::RangeException` for a body above `maxBytes`, or of 4 GiB and more.
     Frame finish(std::size_t maxBytes);
 
 private:
@@ -36,7 +35,7 @@ private:
 
     Frame _frame;
     fn::ByteArray _buffer; // The part being written; `_window` points into it.
-    std::size_t _finishedBytes = 0; // Of `_frame`, with the header.
+    std::size_t _finishedBytes = 0; // Bytes in the parts of `_frame`, the header included.
 };
 
 } // namespace ipc

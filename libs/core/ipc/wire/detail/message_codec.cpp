@@ -14,24 +14,24 @@ namespace {
 
 using Byte = const std::uint8_t;
 
-/// Goes over MessagePack value by value, without making any. Where it is malformed there is no next one: null. What is at
-/// hand stays in registers: each frame passes here twice.
+/// Walks over MessagePack bytes without making values. Each method gives the place behind what it has passed, or null where the
+/// bytes are malformed or beyond a bound. That place stays in a register: the hub and the receiver both scan each frame.
 class Scanner {
 public:
     explicit Scanner(fn::ByteView bytes) : _end(bytes.data() + bytes.size()) { }
 
-    /// Behind the value, which lies in so many containers.
+    /// Passes the value at `at`, which lies in `depth` containers.
     Byte* skip(Byte* at, int depth)
     {
         if (at == _end) return nullptr;
-        // What nearly every message is made of: 16 ns for all its fields, and 24 where these are among the others.
+        // Nearly all fields of a message have one of these forms. Tested first, all of them take 16 ns, in `skipLong()` 24.
         if (*at <= code::FixMap) return *at < code::FixMap || depth < fn::mpack::maxDepth ? at + 1 : nullptr;
         if (*at == code::UInt32) return pass(at, 5);
         if (*at == code::Bin32) return passCounted<std::uint32_t>(at + 1);
         return skipLong(at, depth);
     }
 
-    /// Behind the head of the map that begins here. Null for what is none.
+    /// Passes the head of the map that begins at `at`, and sets `count` to its number of entries. Null if no map begins there.
     Byte* enterMap(Byte* at, std::uint32_t& count)
     {
         if (at == _end) return nullptr;
@@ -135,7 +135,7 @@ private:
         return next;
     }
 
-    /// Whoever decodes the whole fails on a timestamp that is none; other extensions are for their reader to judge.
+    /// Null for a malformed timestamp, on which decoding the frame would fail. Other extensions are judged by their readers.
     static Byte* checked(Byte* begin, Byte* end)
     {
         if (!end) return nullptr;
@@ -159,7 +159,7 @@ fn::Value decode(fn::MemoryInputStream stream)
     return *deserializer.deserialize();
 }
 
-/// The code that a key of any form is equal to; 0 for the key of no known field.
+/// The code of the known field that this key names, in whatever form it encodes the number; 0 for any other key.
 std::uint64_t fieldCode(fn::ByteView key)
 {
     if (key[0] < code::Float32 || key[0] > code::Int64) return 0;
@@ -193,7 +193,7 @@ MessageView::MessageView(const FrameBody& body) : _body(body)
         if (!at) return;
         const auto code = *key < code::FixMap ? *key : fieldCode({ key, value });
         if (code - 1 >= field::LAST) continue;
-        if (has(static_cast<int>(code))) return; // Readers would not agree which of them counts.
+        if (has(static_cast<int>(code))) return; // The field occurs twice: readers would not agree which one counts.
         _values[code] = { offset(value), offset(at) };
         if (code == field::SOURCE_WORKER_ID) [[unlikely]]
             _source = { offset(key), offset(at) };
@@ -203,7 +203,7 @@ MessageView::MessageView(const FrameBody& body) : _body(body)
     _isValid = at == end;
 }
 
-/// A non-negative one, of any size; empty for everything else.
+/// The number, if `bytes` hold one in an unsigned form; empty for everything else, also for signed forms of positive numbers.
 std::optional<std::uint64_t> MessageView::plainInteger(fn::ByteView bytes)
 {
     const auto number = [&]<typename T>(T value) -> std::uint64_t {
@@ -233,7 +233,7 @@ fn::Value MessageView::value(int code) const
 
 fn::Value MessageView::required(int code) const
 {
-    return has(code) ? value(code) : toValue().at(code); // Which says that it is missing, and in what.
+    return has(code) ? value(code) : toValue().at(code); // `at()` throws, and names the missing key.
 }
 
 fn::Value MessageView::toValue() const
@@ -256,7 +256,7 @@ std::vector<ObjectId> MessageView::objectIds() const
     Scanner scanner(bytes);
     std::uint32_t count = 0;
     auto* at = scanner.enterMap(bytes.data(), count);
-    if (!at) return static_cast<void>(required(field::OBJECTS).entries()), ids; // Which says that it is no map.
+    if (!at) return static_cast<void>(required(field::OBJECTS).entries()), ids; // Throws: it is missing or no map.
     ids.reserve(count);
     for (; count > 0; --count) {
         auto* const key = at;
@@ -275,7 +275,7 @@ fn::MemoryInputStream MessageView::payload() const
 {
     const auto payload = bytesOf(field::PAYLOAD);
     if (payload.empty() || payload[0] < code::Bin8 || payload[0] > code::Bin32)
-        return fn::MemoryInputStream(required(field::PAYLOAD).byteArray()); // Which says that they are none.
+        return fn::MemoryInputStream(required(field::PAYLOAD).byteArray()); // Throws: it is missing or holds no bytes.
     const auto header = 1 + (std::size_t(1) << (payload[0] - code::Bin8));
     const auto content = payload.subspan(header);
     if (!_body.array) return { content.data(), content.size() };
@@ -287,12 +287,13 @@ fn::MemoryInputStream MessageView::payload() const
 
 namespace {
 
-/// The beginning of a message, in its shortest form.
+/// The bytes of a message up to its first value that needs a serializer. Numbers take their shortest form. A map of more than
+/// 15 fields takes Map32, also where Map16 would do: only messages with unknown fields have so many.
 class Head {
 public:
     Head() = default;
 
-    /// Of a map with so many fields.
+    /// Begins a map of `fields` entries.
     explicit Head(std::uint32_t fields)
     {
         if (fields <= code::FixArray - code::FixMap - 1) {
@@ -326,7 +327,7 @@ public:
     void writeTo(fn::OutputStream& stream) const { stream.write(_bytes.data(), _size); }
 
 private:
-    std::array<std::uint8_t, 32> _bytes; // MESSAGE takes 23.
+    std::array<std::uint8_t, 32> _bytes; // A MESSAGE takes 23 of them at most.
     std::size_t _size = 0;
 };
 
@@ -351,7 +352,7 @@ Frame MessageView::forwardedFrom(WorkerId source) const
     const auto end = static_cast<std::uint32_t>(size());
     const bool isShared =
         _body.array && end - _behindSource >= FrameOutputStream::sharedFrom && _source.end <= _behindSource;
-    constexpr std::size_t addedBytes = 5 + 4; // The largest head of a map, and the field.
+    constexpr std::size_t addedBytes = 5 + 4; // The largest head of a map, and the field SOURCE_WORKER_ID.
     FrameOutputStream stream((isShared ? _behindSource : end) + addedBytes);
     const auto write = [&](std::uint32_t from, std::uint32_t to) {
         const auto part = bytes({ from, to });
@@ -381,7 +382,7 @@ MessageWriter::MessageWriter(ObjectId objectId, WorkerId target)
     head.addField(field::OBJECT_ID, objectId);
     head.addField(field::TARGET_WORKER_ID, target);
     head.add(field::PAYLOAD);
-    head.add(code::Bin32); // The longest form: how long the payload is shows when it has been written.
+    head.add(code::Bin32); // The form for any length: the payload's is known only when it has been written.
     head.addBigEndian(std::uint32_t(0));
     head.writeTo(_stream);
     _payloadBegin = _stream.size();

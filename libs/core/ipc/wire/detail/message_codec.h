@@ -14,8 +14,8 @@
 /// How messages are read and written: the only place that knows how a frame's body is laid out.
 namespace ipc {
 
-/// A message as it lies in its frame: where each field's value is, decoded when it is asked for. Hub and workers read every
-/// message through it, in whatever order its fields come and whatever else it carries. Borrows the frame.
+/// A message in its frame: knows where the value of each field lies, and decodes a value when it is asked for. Hub and workers
+/// read every message through this class; fields may come in any order, unknown ones among them. Borrows the frame.
 ///
 /// Fields are converted as `fn::Value` converts them: a missing one, or one that does not fit, is `fn::RangeException`.
 class MessageView {
@@ -23,12 +23,11 @@ public:
     explicit MessageView(const FrameBody& body);
 
     /// Whether the body is exactly one MessagePack value, does not nest too deeply, holds no more values than a frame may, and
-    /// has none of the known fields twice. Nothing else may be asked of another one. A value that is no map is a message
-    /// without fields.
+    /// has no known field twice. If not, no other method may be called. A value that is no map is a message without fields.
     bool isValid() const { return _isValid; }
 
     bool has(int code) const { return !_values[code].isEmpty(); }
-    std::int64_t type() const; ///< `type::INVALID` where it has none.
+    std::int64_t type() const; ///< `type::INVALID` if the message has no type.
 
     template <std::integral T> T integer(int code) const
     {
@@ -39,28 +38,28 @@ public:
         return required(code).to<T>();
     }
 
-    fn::Value value(int code) const; ///< Nil where it is missing.
+    fn::Value value(int code) const; ///< Nil if the field is missing.
     fn::Value required(int code) const;
 
-    /// Of OBJECTS, which must be there: ascending, each once.
+    /// The ids in OBJECTS, ascending, each once. The field must be there, and a map.
     std::vector<ObjectId> objectIds() const;
-    bool mentionsObjects() const; ///< Whether there are any.
+    bool mentionsObjects() const; ///< False for an empty OBJECTS in its one-byte form; else `objectIds()` must look.
 
-    /// The bytes of PAYLOAD, which must be bytes. Shares them with the frame where that has memory of its own.
+    /// The bytes in PAYLOAD. The field must be there, and hold bytes. Shares them with a frame that has memory of its own.
     fn::MemoryInputStream payload() const;
 
-    /// All of it, for dumps.
+    /// The whole message, for dumps.
     fn::Value toValue() const;
 
     std::size_t size() const { return _body.bytes.size(); } ///< Bytes of the body.
 
-    /// The frame for the receivers of a MESSAGE from `source`: SOURCE_WORKER_ID, in its place, is the only field that is not as
-    /// it came. Above what receivers take: `fn::RangeException`.
+    /// The frame that the hub sends to the receivers of a MESSAGE from `source`: all fields as they came, but SOURCE_WORKER_ID
+    /// names `source`, whatever the sender wrote. `fn::RangeException` for a body that is larger than receivers take.
     Frame forwardedFrom(WorkerId source) const;
 
 private:
     struct Span {
-        std::uint32_t begin = 0; // Of the body's bytes.
+        std::uint32_t begin = 0; // Offset in the body.
         std::uint32_t end = 0;
         bool isEmpty() const { return begin == end; }
     };
@@ -72,11 +71,11 @@ private:
     const FrameBody _body;
     bool _isValid = false;
     std::array<Span, field::LAST + 1> _values; // By field code.
-    std::uint32_t _fieldCount = 0; // Of the map.
-    std::uint32_t _fields = 0; // Where they begin.
-    Span _source; // SOURCE_WORKER_ID with its key: the sender's word for it does not count.
-    std::uint32_t _behindSource =
-        0; // Where SOURCE_WORKER_ID is written: before the first known field of a greater code.
+    std::uint32_t _fieldCount = 0; // Entries of the map, unknown ones included.
+    std::uint32_t _fields = 0; // Offset of the first entry.
+    Span _source; // The sender's own SOURCE_WORKER_ID, key included, which is not forwarded.
+    // Offset of the first known field with a greater code: there the hub writes its SOURCE_WORKER_ID.
+    std::uint32_t _behindSource = 0;
 };
 
 struct MessageField {
@@ -84,7 +83,7 @@ struct MessageField {
     fn::Value value;
 };
 
-/// The frame of a message of this type with these fields, ascending by code. A body above `maxBytes`: `fn::RangeException`.
+/// The frame of a message of this type with `fields`, which ascend by code. `fn::RangeException` for a body above `maxBytes`.
 Frame encodeMessage(int type, std::initializer_list<MessageField> fields, std::size_t maxBytes);
 
 /// Makes a MESSAGE whose payload is written straight into its frame.
@@ -94,8 +93,8 @@ public:
 
     fn::OutputStream& payload() { return _stream; }
 
-    /// The frame. `objects`: what the payload mentions, by ObjectId; nil for none. A body above `maxBytes`:
-    /// `fn::RangeException`.
+    /// Gives the frame. `objects` maps the ids of the shared objects in the payload to their class names, and is nil if there
+    /// are none. `fn::RangeException` for a body above `maxBytes`.
     Frame finish(const fn::Value& objects, std::size_t maxBytes);
 
 private:
