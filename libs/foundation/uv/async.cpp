@@ -5,11 +5,11 @@
 namespace fn::uv {
 
 struct Async::Private final : SharedMember {
-    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // Its user and libuv.
+    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // For user and libuv.
     {
         _async.data = this;
         const auto onSent = [](uv_async_t* async) { static_cast<Private*>(async->data)->run(); };
-        uv_async_init(loop.handle(), &_async, onSent); // Can not fail: the loop's own has opened the descriptor.
+        uv_async_init(loop.handle(), &_async, onSent); // Cannot fail: the loop's `_wake` has opened the descriptor.
     }
 
     void send();
@@ -35,8 +35,8 @@ void Async::Private::run()
 {
     if (_closed) return;
     {
-        // A send that finds another one on its way leaves without a trace that orders what was written before it. Its lock
-        // has: either it was here before, or it comes after and wakes the loop once more.
+        // `uv_async_send()` does nothing, not even order memory, while an earlier send is pending. The lock orders it: a sender has
+        // either held the lock before, and its writes are visible here, or it comes later and wakes the loop once more.
         const std::lock_guard guard(_lock);
     }
     const auto self = hold(this);

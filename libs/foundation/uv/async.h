@@ -3,14 +3,14 @@
 
 namespace fn::uv {
 
-/// Wakes a loop from any thread: `send()` has the callback run on the loop's thread, once for any number of sends before.
-/// What a thread did before its send the callback sees.
+/// Wakes a loop from any thread: after a `send()` the callback runs on the loop's thread, once for all sends that came before.
+/// The callback sees everything that a sending thread has written before its send.
 class FN_EXPORT Async {
 public:
     Async(Loop& loop, Task callback); ///< Loop thread, or before the loop runs.
     Async(const Async&) = delete;
     Async& operator=(const Async&) = delete;
-    ~Async(); ///< Loop thread; the callback itself may do it. No callback begins afterwards.
+    ~Async(); ///< Loop thread; the callback may destroy its own Async. No callback begins afterwards.
 
     void send(); ///< Thread-safe.
 

@@ -10,18 +10,18 @@
 namespace fn::uv {
 namespace {
 
-// How far libuv's idea of the time may lie behind: whole milliseconds of a coarse clock, and the callbacks of one turn
-// (what becomes due during those is seen in the next one: the wait before it is cut short).
+// How far `uv_now()` may lie behind the clock: it counts whole milliseconds of a coarse clock. Callbacks since then have taken time,
+// too; a timer that has become due during those fires in the next turn, and the alarm keeps libuv from waiting before it.
 constexpr auto knownTimeMargin = Duration::milliseconds(2);
 
 void ignoreBrokenPipes()
 {
-    // A peer that is gone shows as an error of the write.
+    // A write to a peer that has gone reports an error; no signal is needed.
     static const auto previous = std::signal(SIGPIPE, SIG_IGN);
     static_cast<void>(previous);
 }
 
-/// Runs a task by freeing it, so that dropping it runs it too.
+/// Runs a task when the task is freed, so that a deletion that is dropped from the queue takes place, too.
 struct RunAndFree {
     void operator()(Task* task) const noexcept
     {
@@ -100,7 +100,7 @@ void Loop::Private::initialize()
     uv_prepare_init(&_uv, &_prepare);
     uv_idle_init(&_uv, &_dontWait);
     uv_timer_init(&_uv, &_alarm);
-    // libuv calls the latest prepare callback first: this one, the oldest, has the last word.
+    // libuv calls the prepare callback that was started last first: this one, the oldest, is called last.
     uv_prepare_start(
         &_prepare, [](uv_prepare_t* prepare) { static_cast<Private*>(prepare->loop->data)->beforeWait(); });
 }
@@ -169,7 +169,7 @@ void Loop::Private::stop()
     if (!_ended) wake();
 }
 
-// With the lock held, or in the life of the loop's owner.
+// Called under `_lock`, or by a manual clock, which the loop's destructor leaves first.
 void Loop::Private::wake()
 {
     if (!_system) [[likely]]
@@ -210,13 +210,13 @@ void Loop::Private::turn()
     freeRetired();
 }
 
-// Apart from `run()`, so that its turns know nothing of it.
+// Apart from `run()`, so that real turns contain no code for simulated ones.
 [[gnu::noinline]] void Loop::Private::runSimulated()
 {
     while (!takeStop()) {
         simulatedTurn();
         if (_system->isDead())
-            return; // A last turn for each run: code that runs the loop until something holds comes to its end.
+            return; // Each run has made one turn: code that runs the loop until a condition holds comes to its end.
     }
 }
 
@@ -227,7 +227,7 @@ void Loop::Private::simulatedTurn()
     ++_callbacks;
     if (_timers.earliest()) _timers.fireDue(_clock.monotonic());
     flushStreams();
-    // While others run this loop is nobody's: what they post to it by mistake is noticed.
+    // While other processes run, no thread runs this loop: a task that one of them posts to it by mistake is noticed.
     const auto thread = _thread.exchange(std::thread::id());
     auto* const current = internal::exchangeCurrentLoop(nullptr);
     const bool mayBlock = _tasks.empty() && !_hasRemoteTasks && !_stopRequested;
@@ -259,7 +259,7 @@ void Loop::Private::fireDueTimers()
 {
     const auto earliest = _timers.earliest();
     if (!earliest) return;
-    // libuv has read the same clock when the wait ended: where that is long before, it is not read again.
+    // libuv has read the same clock when its wait ended. Where that was long before the earliest deadline, it is not read again.
     if (_followsSystemClock) {
         const auto known = Duration::milliseconds(static_cast<std::int64_t>(uv_now(&_uv)));
         if (known + knownTimeMargin < *earliest) return;
@@ -269,7 +269,7 @@ void Loop::Private::fireDueTimers()
 
 void Loop::Private::runTasks()
 {
-    const auto end = _turnEnd; // A task that runs the loop again moves the member on.
+    const auto end = _turnEnd; // A task that runs the loop again changes `_turnEnd`.
     while (_takenTasks < end) {
         ++_takenTasks;
         auto task = takeFirst(_tasks);
@@ -288,13 +288,13 @@ void Loop::Private::flushStreams()
 
 void Loop::Private::freeRetired()
 {
-    if (_callbacks > 0) return; // A frame of libuv may know them, in whose callback the loop runs again.
+    if (_callbacks > 0) return; // This turn runs inside a callback of libuv, which may still use the members.
     for (auto* member : std::exchange(_retired, {})) delete member;
 }
 
 void Loop::Private::wokenUp()
 {
-    // What ends the wait counts as present at the turn's start, unless I/O has posted something before it.
+    // Tasks of other threads that ended the wait run in this turn, unless a callback has posted a task before them.
     const bool nothingPostedSince = _turnEnd == postedTasks();
     takeRemoteTasks();
     if (nothingPostedSince) _turnEnd = postedTasks();
@@ -303,7 +303,7 @@ void Loop::Private::wokenUp()
 void Loop::Private::beforeWait()
 {
     flushStreams();
-    // A manual clock does not go on while the loop waits: what is due by it is due now.
+    // A manual clock sets no alarm: a timer that is due by that clock keeps libuv from waiting here.
     const bool isDue = _manualClock && _timers.earliest() && *_timers.earliest() <= _clock.monotonic();
     if (!_tasks.empty() || _stopRequested || isDue)
         uv_idle_start(&_dontWait, [](uv_idle_t*) {});

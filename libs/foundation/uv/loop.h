@@ -8,10 +8,10 @@ namespace fn::uv {
 
 /// A RunLoop over libuv.
 ///
-/// Destroying it runs nothing that is queued, deletions aside: tasks are destroyed in rounds until none is left (a task
-/// that a destructor posts meanwhile joins the next round), timers and callbacks with them. Streams are closed, then
-/// libuv's handles are closed and awaited. What outlives the loop may still be called and does nothing any more.
-/// SIGPIPE is ignored from the first loop on.
+/// Destroying a loop runs none of its queued tasks, except deletions: tasks, timers and callbacks are destroyed in rounds until
+/// none is left (a task that a destructor posts meanwhile joins the next round). Streams are closed, then libuv's handles are
+/// closed and awaited. Streams, processes and handles that outlive the loop may still be called: they do nothing, or throw.
+/// The first loop has this process ignore SIGPIPE.
 class FN_EXPORT Loop final : public RunLoop {
 public:
     /// `clock` is borrowed for the life of the loop; by default the system's monotonic clock.
@@ -28,7 +28,7 @@ public:
     Loop& uvLoop() override { return *this; }
 
     bool isCurrentThread() const noexcept; ///< Whether the loop runs on the calling thread now.
-    uv_loop_t* uvHandle() noexcept; ///< For the integration of further event sources. Loop thread only.
+    uv_loop_t* uvHandle() noexcept; ///< For integrating further event sources. Loop thread; not in the simulated world.
 
     struct Private;
     Private& internals() noexcept { return *_private; } ///< For the classes of this folder.

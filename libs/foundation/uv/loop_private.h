@@ -16,16 +16,16 @@
 namespace fn {
 
 namespace internal {
-/// Sets what `RunLoop::currentLoop()` gives on this thread, and gives back what it was.
+/// Sets the loop that `RunLoop::currentLoop()` gives on this thread, and returns the loop that it gave before.
 RunLoop* exchangeCurrentLoop(RunLoop* loop) noexcept;
 
-/// How many loops are being destroyed on this thread.
+/// The number of loops that are being destroyed on this thread.
 int& endingLoops() noexcept;
 } // namespace internal
 
 namespace uv {
 
-/// Calls what the user gave; an exception goes to `fn::unhandledException()`.
+/// Calls a function of the user; an exception that it throws goes to `fn::unhandledException()`.
 template <typename Callable, typename... Args> void callGuarded(Callable&& callable, Args&&... args) noexcept
 {
     try {
@@ -35,7 +35,7 @@ template <typename Callable, typename... Args> void callGuarded(Callable&& calla
     }
 }
 
-/// Takes the first element out of a queue. What its end runs finds it gone.
+/// Takes the first element out of a queue. The element is no longer in the queue when its destructor runs.
 template <typename T> T takeFirst(std::deque<T>& queue)
 {
     T first = std::move(queue.front());
@@ -43,16 +43,16 @@ template <typename T> T takeFirst(std::deque<T>& queue)
     return first;
 }
 
-/// Something that a loop's end has to end: a timer, a stream, a child process.
+/// Something that has to end with its loop: a timer, a stream, a child process.
 class LoopMember {
 public:
     LoopMember(const LoopMember&) = delete;
     LoopMember& operator=(const LoopMember&) = delete;
 
-    /// Drop all callbacks, close what libuv holds. It may destroy itself.
+    /// Drops all callbacks and closes what libuv holds. The member may destroy itself.
     virtual void loopIsEnding() = 0;
 
-    virtual void flush() { } ///< Send what waits (see `Loop::Private::flushLater()`). Runs no user code.
+    virtual void flush() { } ///< Sends the bytes that wait (see `Loop::Private::flushLater()`). Runs no user code.
 
 protected:
     explicit LoopMember(Loop::Private& loop);
@@ -71,11 +71,11 @@ private:
     LoopMember* _next = this;
 };
 
-/// A member whose memory several need: its user, libuv until it has closed, tasks on their way. Loop thread.
+/// A member with several holders: its user, libuv until it has closed the member's handle, and posted tasks. Loop thread.
 class SharedMember : public LoopMember {
 public:
-    /// Gives up one hold. The last one has the loop free it, once no frame of libuv can be left that knows it: a task that
-    /// runs the loop again may have closed it inside of its own read callback.
+    /// Gives up one hold. After the last one the loop frees the member, as soon as no function of libuv that knows the member
+    /// can be running: a read callback may run the loop again, and a task in there may close the stream.
     struct Release {
         void operator()(SharedMember* member) const noexcept { member->release(); }
     };
@@ -95,7 +95,7 @@ private:
     int _holders;
 };
 
-/// A list of members. They leave it by themselves, whichever list they are in.
+/// A list of members. A member leaves its list when it is destroyed or added to another list.
 class LoopMembers {
 public:
     void add(LoopMember& member) noexcept;
@@ -109,9 +109,9 @@ private:
 };
 
 /// One turn of a loop: the tasks present are counted, due timers fire, libuv runs one iteration, the counted tasks run,
-/// streams are flushed. libuv waits for I/O only if no task and no stop are pending when it comes to it.
+/// streams are flushed. libuv waits for I/O only if no task, no stop and no due timer is pending at that moment.
 struct Loop::Private final : ClockFollower {
-    /// Read buffer lent to one read. At 128 KiB a socket buffer of the usual size takes two reads.
+    /// Bytes of a buffer that is lent to one read. With 128 KiB a socket buffer of the usual size is emptied by two reads.
     static constexpr std::size_t ReadBufferSize = 128 * 1024;
 
     Private(Loop& owner, const Clock& clock);
@@ -127,25 +127,25 @@ struct Loop::Private final : ClockFollower {
         return _thread.load(std::memory_order_relaxed) == std::this_thread::get_id();
     }
 
-    /// Whether the calling thread may touch what belongs to the loop's thread: while nobody runs the loop, its owner may.
+    /// Whether the calling thread may touch what belongs to the loop's thread: that thread may, and any while nobody runs the loop.
     bool mayTouch() const noexcept;
 
     Loop& owner() const noexcept { return _owner; }
     uv_loop_t* handle() noexcept { return &_uv; } ///< Real life only.
     System* system() const noexcept { return _system; } ///< Null in real life.
-    Private& requireReal(const char* what); ///< Itself; `fn::RuntimeException` in the simulated world.
+    Private& requireReal(const char* what); ///< Returns this; `fn::RuntimeException` in the simulated world.
     const Clock& clock() const noexcept { return _clock; }
     TimerQueue& timers() noexcept { return _timers; }
     LoopMembers& members() noexcept { return _members; }
 
-    /// Has `member.flush()` called at the end of this turn's tasks, at the latest before the loop waits.
+    /// Calls `member.flush()` behind the tasks of this turn, at the latest before the loop waits.
     void flushLater(LoopMember& member) { _unflushed.push_back(&member); }
 
-    /// Freed at the end of a turn, unless that is of a run inside of a callback of libuv or of a timer.
+    /// Frees `member` at the end of the next turn that does not run inside a callback of libuv or of a timer.
     void retire(LoopMember& member) { _retired.push_back(&member); }
 
-    int children = 0; ///< Started on this loop and not reaped yet.
-    bool endsWithChildren = false; ///< The last one stops the loop.
+    int children = 0; ///< Child processes that were started on this loop and are not reaped yet.
+    bool endsWithChildren = false; ///< The end of the last child stops the loop.
 
     std::unique_ptr<char[]> takeReadBuffer();
     void returnReadBuffer(std::unique_ptr<char[]> buffer) { _readBuffers.push_back(std::move(buffer)); }
@@ -158,7 +158,7 @@ private:
     void runSimulated();
     void simulatedTurn();
     void takeRemoteTasks();
-    std::uint64_t postedTasks() const noexcept { return _takenTasks + _tasks.size(); } // Ever.
+    std::uint64_t postedTasks() const noexcept { return _takenTasks + _tasks.size(); } // All that ever were.
     void fireDueTimers();
     void runTasks();
     void flushStreams();
@@ -173,40 +173,40 @@ private:
 
     Loop& _owner;
     const Clock& _clock;
-    ManualClock::Private* const _manualClock; // Null: the clock goes on by itself.
-    const bool _followsSystemClock; // The one that libuv reads, too.
+    ManualClock::Private* const _manualClock; // Null if the clock goes on by itself.
+    const bool _followsSystemClock; // `_clock` is the clock that libuv reads, too.
 
     uv_loop_t _uv;
     uv_async_t _wake; // For other threads; keeps libuv's loop alive.
-    uv_prepare_t _prepare; // The last thing before libuv waits.
-    uv_idle_t _dontWait; // Active while something is left to do.
-    uv_timer_t _alarm; // Ends the wait for the earliest timer; what is due is looked up in `_timers`.
-    std::optional<Duration> _alarmTime; // What `_alarm` is set for.
+    uv_prepare_t _prepare; // Calls `beforeWait()` last before libuv waits.
+    uv_idle_t _dontWait; // Keeps libuv from waiting, while the loop has something to do.
+    uv_timer_t _alarm; // Ends libuv's wait when the earliest timer is due; `_timers` decides which timers fire.
+    std::optional<Duration> _alarmTime; // The deadline that `_alarm` is set for.
 
-    std::atomic<std::thread::id> _thread; // That runs the loop.
-    int _callbacks = 0; // Of libuv and of timers: runs that are inside of one.
+    std::atomic<std::thread::id> _thread; // The thread that runs the loop; none while nobody runs it.
+    int _callbacks = 0; // Turns, one inside the other, that are in the middle of their timers or of libuv.
     std::atomic<bool> _ended { false }; // Set under `_lock`.
 
     std::deque<Task> _tasks;
-    std::uint64_t _takenTasks = 0; // So many have left `_tasks` in order to run.
-    std::uint64_t _turnEnd = 0; // Of all that were posted, so many run in this turn or have run.
+    std::uint64_t _takenTasks = 0; // Counts the tasks that have left `_tasks` in order to run.
+    std::uint64_t _turnEnd = 0; // This turn runs tasks until `_takenTasks` has this value.
     TimerQueue _timers;
     LoopMembers _members;
-    LoopMembers _endedMembers; // Told of the loop's end, but libuv or a user still knows them.
+    LoopMembers _endedMembers; // Members that were told of the loop's end, but that libuv or a user still knows.
     std::vector<LoopMember*> _unflushed;
-    std::vector<LoopMember*> _flushing; // Empty but for its memory, between calls.
+    std::vector<LoopMember*> _flushing; // Empty between calls; kept for its memory.
     std::vector<LoopMember*> _retired;
-    std::vector<std::unique_ptr<char[]>> _readBuffers; // One, unless reads are nested.
+    std::vector<std::unique_ptr<char[]>> _readBuffers; // Buffers that no read uses: one, unless reads were nested.
 
-    // A thread's last act may be a post or a stop that ends the loop, so `_wake` is sent under the lock, and the
-    // destructor takes the lock once before it goes on.
+    // A task or a stop that another thread sends may have the loop destroyed before `post()` or `stop()` returns there. So `_wake`
+    // is sent under the lock, and the destructor takes the lock once before it goes on.
     std::mutex _lock;
     std::vector<Task> _remoteTasks; // Guarded by `_lock`.
-    std::vector<Task> _arrivedTasks; // Empty but for its memory, between calls.
+    std::vector<Task> _arrivedTasks; // Empty between calls; kept for its memory.
     std::atomic<bool> _hasRemoteTasks { false }; // Written under `_lock`.
     std::atomic<bool> _stopRequested { false }; // Set under `_lock` by other threads.
 
-    System* const _system; // In whose process the loop was made. libuv's members are not in use then.
+    System* const _system; // The simulated process of the loop: libuv's members are not in use. Null in real life.
 };
 
 } // namespace uv

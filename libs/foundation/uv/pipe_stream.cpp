@@ -33,7 +33,7 @@ void PipeStream::write(std::span<const ByteArray> parts, Completion completion)
 
 void PipeStream::close(folly::Function<void()> completion)
 {
-    // What the callbacks hold may be the last reference to this object: nothing of it is touched afterwards.
+    // A callback that this destroys may hold the last reference to this object, which is not touched afterwards.
     _private->close(std::move(completion));
 }
 

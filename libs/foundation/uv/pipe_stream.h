@@ -5,42 +5,43 @@
 
 namespace fn::uv {
 
-/// A local pipe by name (`\\.\pipe\NAME`): here a Unix-domain socket that `platform::pipePath()` maps the name to.
+/// A local pipe by name (`\\.\pipe\NAME`): a Unix-domain socket at the path that `platform::pipePath()` makes of the name.
 ///
-/// A listening or connected stream is kept open until `close()` or its last reference goes; libuv's memory lives until the
+/// A listening or connected stream stays open until `close()` or until its last reference goes; libuv's memory lives until the
 /// close has completed.
 class FN_EXPORT PipeStream final : public Stream {
 public:
-    /// `passHandles` is the flag of handle-passing pipes; only false is supported.
+    /// `passHandles` asks for a pipe that passes handles, which is not supported: true throws `fn::IOException`.
     explicit PipeStream(Loop& loop, bool passHandles = false);
 
-    /// Makes the endpoint of that name (mode 0600, in a private folder). `fn::IOException` if it exists, if the name cannot
-    /// be an endpoint or is too long. Closing removes the endpoint only while it is still this one.
+    /// Makes the endpoint of that name (mode 0600, in a private folder). `fn::IOException` if the endpoint exists, or if the name
+    /// is too long or cannot name one. Closing this stream removes the endpoint, unless another one has taken its place.
     void bind(const String& name);
 
-    /// `callback` is called once per waiting connection, with the listener's status. Peers of another user (root excepted)
-    /// are refused with a log line before it hears of them.
+    /// `callback` is called once for each connection that waits, or with an error of the listener. A peer of another user, except
+    /// root, is refused with a log line, and `callback` is not called.
     void listen(int backlog, folly::Function<void(const Status&)> callback);
 
-    /// From here on nobody can connect, and is told so. Who waits in the queue still does: `listenPending()`.
+    /// From here on an attempt to connect fails with an error. Connections that wait already stay in the queue: `listenPending()`.
     void listenEnd();
 
-    /// Pauses and goes on: who connects meanwhile waits in the queue of `backlog`, and the callback hears of him afterwards,
-    /// of the first before `listenResume()` returns.
+    /// Pauses and goes on. Connections that are made meanwhile wait in the queue of `backlog`. The callback is called for them
+    /// afterwards, for one that the loop has seen already before `listenResume()` returns.
     void listenStop();
     void listenResume();
 
-    /// Calls back now for whoever waits in the queue, at most as many as it holds, also while paused.
+    /// Calls the callback now for the connections that wait in the queue, at most as many as the queue holds, also while paused.
     void listenPending();
 
-    /// Takes the waiting connection that `listener`'s callback announced; none waits: `fn::IOException`. Same loop.
+    /// Becomes the connection that the callback of `listener` announced. `fn::IOException` if none waits. Both are on one loop.
     void accept(PipeStream& listener);
 
-    /// `callback` is called once, on a later turn, unless the stream is closed before. What can go wrong reaches it. A full
-    /// queue of the listener is waited for while the endpoint exists. Writes made meanwhile leave once it is connected.
+    /// `callback` is called once, on a later turn, also with an error; it is not called if the stream is closed before. While the
+    /// listener's queue is full, the stream tries again until the endpoint is gone. Writes made meanwhile are sent once the stream
+    /// is connected. `fn::IOException` if the stream is already connecting, connected, listening or closed.
     void connect(const String& name, folly::Function<void(const Status&)> callback);
 
-    /// Adopts a connected socket, and makes it close-on-exec.
+    /// Takes over a connected socket, and makes it close-on-exec.
     void open(int descriptor);
 
     void readStart(ReadCallback callback) override;
@@ -49,8 +50,8 @@ public:
     bool isReading() const noexcept override;
     void readPending() override;
 
-    /// Takes nothing more that the peer writes, who is told so, and reads what it has written before: behind that the read
-    /// callback hears of the end. Nothing is lost in between. While it is not connected: nothing.
+    /// Refuses what the peer writes from now on (its writes fail), and delivers what the peer has written before, followed by the
+    /// end of the stream. No byte is lost in between. Does nothing while the stream is not connected.
     void readEnd();
     void readInto(std::span<std::uint8_t> memory) override;
     void write(ByteArray bytes, Completion completion = {}) override;
@@ -61,8 +62,8 @@ public:
     void close(folly::Function<void()> completion = {}) override;
     bool isClosed() const noexcept override;
 
-    /// Sends what is queued, ends the stream for the peer, discards what comes until the peer's end, and closes; after `most` in
-    /// any case. A close with bytes unread would look to the peer like a broken connection. While it is not connected: `close()`.
+    /// Sends what is queued, ends the stream for the peer, discards what the peer sends until its own end, and then closes, at the
+    /// latest after `most`. With unread bytes, `close()` would look to the peer like a broken connection. Not connected: `close()`.
     void closeGently(Duration most, folly::Function<void()> completion = {});
 
     String nativePath() const; ///< The socket's path after `bind()`; empty otherwise.
@@ -73,7 +74,7 @@ protected:
     ~PipeStream() override;
 
 private:
-    Private* _private; // Owned; outlives this object until libuv has closed.
+    Private* _private; // Held by this object, and by libuv until the pipe is closed.
 };
 
 } // namespace fn::uv

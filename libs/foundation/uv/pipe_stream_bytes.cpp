@@ -10,11 +10,11 @@
 namespace fn::uv {
 namespace {
 
-// Bound on the reads of one readPending(): it ends though the peer sends as fast as it is read.
+// Most reads of one readPending(), which ends even if the peer writes as fast as this side reads.
 constexpr int mostReadsAtOnce = 32;
 
-// A turn that writes much sends it in portions, so that the receiver works meanwhile. The first ones are small, for it may be
-// asleep; their growth keeps the number of system calls low.
+// A turn that writes much sends in portions, so that the receiver works meanwhile. The first portions are small, so that a sleeping
+// receiver is woken early; their growth keeps the number of system calls low.
 constexpr std::size_t firstPortion = 2 * 1024;
 constexpr std::size_t portionGrowth = 4;
 constexpr std::size_t largestPortion = 128 * 1024;
@@ -24,7 +24,7 @@ constexpr std::size_t largestPortion = 128 * 1024;
 void PipeStream::Private::readStart(ReadCallback callback)
 {
     if (_state != State::Connected) Status("read from a pipe", UV_ENOTCONN).throwOnError();
-    const auto previous = std::exchange(_onRead, std::move(callback)); // Goes last: its end may do anything.
+    const auto previous = std::exchange(_onRead, std::move(callback)); // Destroyed last: that may run any code.
     _wantsRead = true;
     startReading();
 }
@@ -48,7 +48,7 @@ void PipeStream::Private::startReading()
     if (code != UV_EALREADY) Status("read from a pipe", code).throwOnError();
 }
 
-/// Nothing while a read is being delivered: `onRead()` hears of it as UV_ENOBUFS.
+/// Gives no memory while a read is being delivered; libuv then calls `onRead()` with UV_ENOBUFS.
 std::span<char> PipeStream::Private::takeReadMemory()
 {
     if (_delivering) return {};
@@ -108,7 +108,7 @@ void PipeStream::Private::write(ByteArray bytes, Completion completion)
 {
     if (isClosed()) {
         if (_state == State::Closing)
-            _queue.push({}, std::move(completion)); // Finished behind those before it.
+            _queue.push({}, std::move(completion)); // Completes behind the writes before it.
         else if (loop())
             _queue.refuse(std::move(completion), UV_ECANCELED);
         return announceProgress();
@@ -153,7 +153,7 @@ void PipeStream::Private::send()
     if (_endsWriting) shutdownSocket();
 }
 
-// The kernel is full: libuv goes on when there is room.
+// The kernel's buffer is full: libuv writes the rest when there is room.
 void PipeStream::Private::sendRest(std::span<uv_buf_t> parts)
 {
     const auto batch = _queue.gather(parts);
@@ -166,7 +166,7 @@ void PipeStream::Private::sendRest(std::span<uv_buf_t> parts)
 
 void PipeStream::Private::onWritten(int code)
 {
-    if (isClosed()) return; // What is left is finished when libuv has closed.
+    if (isClosed()) return; // `onClosed()` finishes the writes that are left.
     const auto bytes = std::exchange(_requestBytes, 0);
     if (code < 0) {
         _writeError = code;
@@ -181,12 +181,12 @@ void PipeStream::Private::onWritten(int code)
 void PipeStream::Private::whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback)
 {
     if (isClosed()) return;
-    const auto previous = std::exchange(_onDrained, std::move(callback)); // Goes last: its end may do anything.
+    const auto previous = std::exchange(_onDrained, std::move(callback)); // Destroyed last: that may run any code.
     _drainedAt = bytes;
     announceProgress();
 }
 
-// Callbacks are called from the loop, never from inside of a call of the user.
+// Completions and `_onDrained` are called from the loop, never inside a call that the user makes.
 void PipeStream::Private::announceProgress()
 {
     if (_reportPosted || !loop() || (!_queue.hasFinished() && !hasDrained())) return;

@@ -8,14 +8,14 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
-// Making, connecting and closing; bytes are in pipe_stream_bytes.cpp.
+// Making, connecting and closing a pipe; pipe_stream_bytes.cpp reads and writes.
 
 namespace fn::uv {
 namespace {
 
 constexpr std::int64_t longestRetryDelay = 100; // Milliseconds.
 
-// What the kernel takes of one side before it has to wait for the other one to read. The system bounds it (net.core.wmem_max).
+// Bytes that the kernel takes from a writer before the other side has read any. The system's bound is net.core.wmem_max.
 constexpr int kernelBufferBytes = 512 * 1024;
 
 constexpr auto& category = logging::category<"uv.pipe">;
@@ -28,7 +28,7 @@ int codeOf(const IOException& exception)
 
 } // namespace
 
-PipeStream::Private::Private(Loop::Private& loop) : SharedMember(loop, 2) // Its user and libuv.
+PipeStream::Private::Private(Loop::Private& loop) : SharedMember(loop, 2) // For user and libuv.
 {
     openSocket();
 }
@@ -117,12 +117,12 @@ void PipeStream::Private::listenPending()
     for (int count = 0; count <= _backlog && _state == State::Bound; ++count) { // One more than `_backlog` may wait.
         Hold<Private> peer(new Private(*loop()));
         const auto code = acceptPending(*peer);
-        if (code == UV_EAGAIN) return; // Nobody, or a fault that libuv will meet and tell.
+        if (code == UV_EAGAIN) return; // Nobody waits, or libuv will meet the same error.
         announcePeer(std::move(peer), code);
     }
 }
 
-/// At once, whether or not the user takes it later: it is known who comes before he hears of it.
+/// Accepts the connection at once, whether or not `accept()` takes it later: its user is checked before the callback is called.
 void PipeStream::Private::takeFromLibuv()
 {
     Hold<Private> peer(new Private(*loop()));
@@ -146,7 +146,7 @@ void PipeStream::Private::announcePeer(Hold<Private> peer, int code)
 
 bool PipeStream::Private::isTrusted(const Private& peer) const noexcept
 {
-    if (_simulated) return true; // All of that world are one user's.
+    if (_simulated) return true; // All processes of that world have one user.
     try {
         const auto identity = platform::peerIdentity(peer.descriptor());
         if (identity.isOwnUserOrRoot()) return true;
@@ -195,7 +195,7 @@ void PipeStream::Private::tryConnect(const String& name)
         return finishConnect(exception.message(), codeOf(exception));
     }
     if (code != UV_EAGAIN) return finishConnect(_connectAction, code);
-    // The listener's queue is full. Once the endpoint is gone this ends with another error.
+    // The listener's queue is full. Once the endpoint is gone, the next try ends with another error.
     _timer = loop()->schedule(Duration::milliseconds(_retryDelay), [this, name] { tryConnect(name); });
     _retryDelay = std::min(_retryDelay * 2, longestRetryDelay);
 }
@@ -241,7 +241,7 @@ void PipeStream::Private::close(folly::Function<void()> completion)
         const Hold<Private> peer(takeFirst(_waiting));
         peer->close({});
     }
-    // These go last: what they hold may be the last reference to this stream.
+    // The callbacks are destroyed last: they may hold the last reference to this stream.
     const auto onRead = std::exchange(_onRead, {});
     const auto onConnection = std::exchange(_onConnection, {});
     const auto onConnect = std::exchange(_onConnect, {});

@@ -8,13 +8,13 @@ namespace fn::uv {
 
 /// The part of a PipeStream that libuv knows.
 ///
-///     Fresh -> Bound                          bind(), listen()
+///     Fresh -> Bound                          bind(), which listen() follows
 ///     Fresh -> Connected                      accept(), open()
 ///     Fresh -> Connecting -> Connected        connect(); back to Fresh if it fails
 ///     any   -> Closing -> Closed              close(); closed once libuv says so
 ///
-/// A callback of the user is moved out of its member while it runs: it may close the stream, replace itself, or let go
-/// of the last reference.
+/// A callback of the user is moved out of its member while it runs: the callback may close the stream, replace itself, or
+/// release the last reference to the stream.
 struct PipeStream::Private final : SharedMember, System::SocketUser {
     using ConnectionCallback = folly::Function<void(const Status&)>;
 
@@ -26,7 +26,7 @@ struct PipeStream::Private final : SharedMember, System::SocketUser {
     void listenStop() noexcept { _listenStopped = true; }
     void listenResume();
     void listenPending();
-    Private* takeWaiting(); ///< A connection that waits, with the hold of its user.
+    Private* takeWaiting(); ///< The first connection that waits. The caller takes over the user's hold on it.
     void connect(const String& name, ConnectionCallback callback);
     void open(int descriptor);
     void requireFresh(const char* action) const;
@@ -86,7 +86,7 @@ private:
 
     void onClosed() override;
 
-    // The system calls of a pipe, as libuv makes them or the simulated world (pipe_stream_system.cpp). Codes are libuv's.
+    // The system calls of a pipe, made by libuv or by the simulated world (pipe_stream_system.cpp). Codes are libuv's.
     void openSocket();
     int listenSocket(int backlog);
     int acceptSocket(Private& peer);
@@ -106,37 +106,37 @@ private:
     State _state = State::Fresh;
     folly::Function<void()> _onClosed;
 
-    PipeEndpoint _endpoint; // Of a listener.
+    PipeEndpoint _endpoint; // The path of a listener.
     ConnectionCallback _onConnection;
     int _backlog = 0;
     bool _listenStopped = false;
-    bool _untaken = false; // libuv holds a connection, and looks for no other until that is taken.
+    bool _untaken = false; // libuv holds a connection, and accepts no other one until that one is taken.
     std::deque<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
     std::deque<int> _announcements; // Codes that `_onConnection` is to be called with.
 
     ConnectionCallback _onConnect;
-    String _connectAction; // For reports.
-    FileDescriptor _socket; // Until it is connected.
+    String _connectAction; // The action that an error of `connect()` names.
+    FileDescriptor _socket; // The socket while it connects; then libuv owns it.
     std::int64_t _retryDelay = 0; // Milliseconds.
-    Handle _timer; // Of the next try to connect, or of the latest end of a gentle close.
+    Handle _timer; // For the next try to connect, or for the latest end of a gentle close.
 
     ReadCallback _onRead;
-    std::span<std::uint8_t> _readTarget; // For the next read; empty: a buffer of the loop's.
-    bool _readsIntoTarget = false; // Between taking the memory of a read and giving it back.
+    std::span<std::uint8_t> _readTarget; // Memory of the user for the next read; empty: a buffer of the loop is used.
+    bool _readsIntoTarget = false; // The read under way goes into memory of the user.
     bool _wantsRead = false;
     bool _delivering = false; // The read callback runs.
     bool _heldBack = false; // Reading was stopped because more arrived while the callback ran the loop again.
 
     WriteQueue _queue;
-    uv_write_t _request; // For what the kernel did not take at once.
-    std::size_t _requestBytes = 0; // Of `_request`; 0 while it is not in use.
-    std::uint64_t _sentBytes = 0; // Without what was taken of `_request`.
-    int _writeError = 0; // Once writing has failed, all further writes fail alike.
+    uv_write_t _request; // Writes the bytes that the kernel did not take at once.
+    std::size_t _requestBytes = 0; // Bytes given to `_request`; 0 while it is not in use.
+    std::uint64_t _sentBytes = 0; // Without the bytes of `_request`.
+    int _writeError = 0; // The code of a write that failed: all further writes fail with it.
     bool _flushPending = false;
-    bool _endsWriting = false; // The peer is told of the end behind what is queued.
-    std::size_t _sendAt = 0; // While a flush is pending: so much in the queue is sent before it.
+    bool _endsWriting = false; // Once the queue is sent, the stream ends for the peer.
+    std::size_t _sendAt = 0; // While a flush is pending: the queue is sent before it when it holds so many bytes.
     bool _reportPosted = false;
-    folly::Function<void()> _onDrained; // To be called when so much is queued:
+    folly::Function<void()> _onDrained; // To be called when at most `_drainedAt` bytes are queued.
     std::size_t _drainedAt = 0;
     std::unique_ptr<System::Socket> _simulated; // In place of `_pipe` and `_socket`; null in real life.
 };

@@ -4,7 +4,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-// The system calls of a pipe: the one place that knows whether libuv makes them or the simulated world.
+// The system calls of a pipe, each made by libuv or by the simulated world.
 
 namespace fn::uv {
 
@@ -34,7 +34,7 @@ int PipeStream::Private::acceptSocket(Private& peer)
     return uv_accept(stream(), peer.stream());
 }
 
-/// Past libuv: a connection that it has not taken yet. UV_EAGAIN: there is none.
+/// Accepts, past libuv, a connection that libuv has not accepted yet. UV_EAGAIN if none waits.
 int PipeStream::Private::acceptPending(Private& peer)
 {
     if (_simulated) [[unlikely]]
@@ -46,7 +46,7 @@ int PipeStream::Private::acceptPending(Private& peer)
     return code;
 }
 
-/// Tries once. What the name alone makes impossible is an exception.
+/// Tries once. `fn::IOException` for a name that cannot be an endpoint's.
 int PipeStream::Private::connectSocket(const String& name)
 {
     if (_simulated) [[unlikely]]
@@ -92,7 +92,7 @@ void PipeStream::Private::stopSocketReads()
     uv_read_stop(stream());
 }
 
-/// Without waiting: bytes, UV_EOF, UV_EAGAIN, or the code of an error.
+/// Reads without waiting. Returns the bytes read, UV_EOF, UV_EAGAIN, or the code of an error.
 std::ptrdiff_t PipeStream::Private::receive(std::span<char> memory)
 {
     if (_simulated) [[unlikely]]
@@ -102,7 +102,7 @@ std::ptrdiff_t PipeStream::Private::receive(std::span<char> memory)
     return count > 0 ? count : std::ptrdiff_t(UV_EOF);
 }
 
-/// Bytes that were taken at once, or the code of an error.
+/// Returns the bytes that the kernel took at once, or the code of an error.
 std::ptrdiff_t PipeStream::Private::tryWrite(std::span<const uv_buf_t> parts)
 {
     if (_simulated) [[unlikely]]

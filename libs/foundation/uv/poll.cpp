@@ -6,7 +6,7 @@ namespace fn::uv {
 
 struct Poll::Private final : SharedMember {
     Private(Loop::Private& loop, Task task, Event event)
-        : SharedMember(loop, 2), // Its user and libuv.
+        : SharedMember(loop, 2), // For user and libuv.
           _callback(std::move(task)),
           _events(event == Event::Readable ? UV_READABLE : UV_WRITABLE)
     {
@@ -30,7 +30,7 @@ private:
     uv_poll_t _poll;
     RepeatedCallback _callback;
     const int _events;
-    bool _isOpen = false; // libuv knows it.
+    bool _isOpen = false; // libuv knows `_poll`.
     bool _closed = false;
 };
 

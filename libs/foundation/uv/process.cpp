@@ -14,7 +14,7 @@ constexpr int inherited = 2;
 constexpr std::size_t standardStreams = 3;
 constexpr unsigned passedFlags = UV_PROCESS_WINDOWS_HIDE;
 
-// The identifiers that name the standard streams elsewhere: -10, -11, -12.
+// On other systems the identifiers -10, -11 and -12 name the standard streams.
 int descriptorOf(int handle) { return handle <= -10 && handle >= -12 ? -10 - handle : handle; }
 
 std::vector<uv_stdio_container_t> containersOf(const std::vector<ProcessStream>& streams)
@@ -31,8 +31,8 @@ std::vector<uv_stdio_container_t> containersOf(const std::vector<ProcessStream>&
     return containers;
 }
 
-// An inherited lock, socket or inhibitor would outlive its owner. Ours are made so that this is not needed; what other
-// libraries open, or this process inherited itself, may not be.
+// A lock, socket or inhibitor that a child inherits would outlive its owner. Descriptors that this library opens are close-on-exec
+// already; those that other libraries open, or that this process has inherited, may not be.
 void keepFromChildren() { ::close_range(standardStreams, ~0U, CLOSE_RANGE_CLOEXEC); }
 
 } // namespace
@@ -57,7 +57,7 @@ private:
     int _pid = 0;
     unsigned _flags = 0;
     bool _spawned = false;
-    bool _open = false; // libuv, or the simulated world, knows this and holds it.
+    bool _open = false; // libuv, or the simulated world, knows this object and holds it.
     folly::Function<void(std::int64_t, int)> _onExit;
 };
 
@@ -72,7 +72,7 @@ void Process::Private::spawn(ProcessOptions options)
     auto streams = containersOf(options.streams);
     _flags = options.flags;
     _onExit = std::move(options.onExit);
-    hold(this).release(); // Until libuv has closed, also where it fails.
+    hold(this).release(); // The hold of libuv, until it has closed the handle, also if starting the child fails.
     _open = true;
     auto* const system = loop()->system();
     const auto code = system ? startSimulated(*system, options) : start(options, std::move(streams));
@@ -131,7 +131,7 @@ void Process::Private::exited(std::int64_t status, int signal)
 
 void Process::Private::forget()
 {
-    const auto callback = std::exchange(_onExit, {}); // Its end may do anything.
+    const auto callback = std::exchange(_onExit, {}); // The member is empty first: the destructor may run any code.
 }
 
 void Process::Private::close()

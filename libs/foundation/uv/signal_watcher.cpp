@@ -5,7 +5,7 @@
 namespace fn::uv {
 
 struct SignalWatcher::Private final : SharedMember, System::SignalUser {
-    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // Its user and libuv.
+    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // For user and libuv.
     {
         if (loop.system()) return;
         uv_signal_init(loop.handle(), &_signal);

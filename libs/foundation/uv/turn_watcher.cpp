@@ -5,8 +5,8 @@ namespace fn::uv {
 
 struct TurnWatcher::Private final : SharedMember {
     Private(Loop::Private& loop, Moment moment, Task task)
-        : SharedMember(loop, 2),
-          _callback(std::move(task)) // Its user and libuv.
+        : SharedMember(loop, 2), // For user and libuv.
+          _callback(std::move(task))
     {
         if (moment == Moment::BeforePoll) {
             uv_prepare_init(loop.handle(), &_handle.prepare);

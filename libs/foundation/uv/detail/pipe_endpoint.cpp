@@ -24,7 +24,7 @@ PipeEndpoint::PipeEndpoint(const String& path)
     const auto address = platform::socketAddress(path);
     FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     check(socket.get(), path);
-    check(::fchmod(socket.get(), onlyOwner), path); // The path takes its mode from here; it is never open to others.
+    check(::fchmod(socket.get(), onlyOwner), path); // `bind()` gives the path this mode: others never have access.
     check(::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), path);
     struct stat status;
     check(::lstat(path.c_str(), &status), path);

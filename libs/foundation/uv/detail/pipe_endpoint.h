@@ -9,14 +9,14 @@ class PipeEndpoint {
 public:
     PipeEndpoint() noexcept = default;
 
-    /// Makes both. `fn::IOException` if something is there already, or if the path is too long.
+    /// Makes the socket at `path`. `fn::IOException` if `path` exists already or is too long.
     explicit PipeEndpoint(const String& path);
 
     const String& path() const noexcept { return _path; }
     int descriptor() const noexcept { return _socket.get(); }
-    void releaseDescriptor() noexcept { _socket.release(); } ///< It has another owner now.
+    void releaseDescriptor() noexcept { _socket.release(); } ///< The socket has another owner now.
 
-    /// Removes the path if it is still this socket: it may have been moved away, and another have taken its place.
+    /// Removes the path if it still leads to this socket: somebody may have moved the socket away and made another one there.
     void remove() noexcept;
 
 private:

@@ -3,8 +3,8 @@
 
 namespace fn::uv {
 
-/// A callback of the user that libuv has called again and again. It stays in its place while it runs: it may run the
-/// loop, and is then called again inside; or end what it belongs to, whose owner holds that meanwhile.
+/// A callback of the user that libuv calls many times. The callback stays in this object while it runs, for it may run the loop,
+/// which may call the callback again inside. It may also end its watcher, which stays in memory until `run()` returns.
 class RepeatedCallback {
 public:
     explicit RepeatedCallback(Task task) : _task(std::move(task)) { }
@@ -16,7 +16,7 @@ public:
         if (--_depth == 0 && _dropped) free();
     }
 
-    /// Frees it, at the latest when it has returned. To be called last: its end may do anything.
+    /// Frees the callback, now or when it has returned. A caller does this last: the callback's destructor may run any code.
     void drop()
     {
         _dropped = true;
@@ -27,7 +27,7 @@ private:
     void free() { const auto freed = std::exchange(_task, {}); }
 
     Task _task;
-    int _depth = 0; // Of calls.
+    int _depth = 0; // Calls that have not returned.
     bool _dropped = false;
 };
 

@@ -38,7 +38,7 @@ void ScheduledTask::detachHandle()
 void ScheduledTask::cancel()
 {
     leaveQueue();
-    const Task dropped = std::exchange(_task, Task()); // Goes last: its end may do anything.
+    const Task dropped = std::exchange(_task, Task()); // Destroyed last: its destructor may run any code.
     release();
 }
 
@@ -59,7 +59,7 @@ void ScheduledTask::loopIsEnding()
     const Task dropped = std::exchange(_task, Task());
     auto* const handle = _handle.load();
     if (handle && !_handleGone)
-        handle->detach(); // Comes back as `detachHandle()`.
+        handle->detach(); // Calls `detachHandle()`.
     else
         release();
 }

@@ -19,7 +19,7 @@ private:
     ~ScheduledTask() override = default;
 
     void cancel();
-    void release(); // By the handle.
+    void release(); // No handle refers to this timer any more.
     void leaveQueue();
 
     Task _task; // Empty once fired or cancelled.
@@ -27,9 +27,8 @@ private:
     std::atomic<Handle*> _handle { nullptr };
     bool _queued = true;
     bool _firing = false;
-    std::atomic<bool> _handleGone {
-        false
-    }; // A handle that ended on another thread has posted what is to be done here.
+    // A handle has ended on another thread, and has posted `cancel()` or `release()` to the loop.
+    std::atomic<bool> _handleGone { false };
 };
 
 } // namespace fn::uv

@@ -17,7 +17,7 @@ std::optional<Duration> TimerQueue::earliest() const
 void TimerQueue::fireDue(Duration now)
 {
     const auto end = _nextNumber;
-    // A clock never goes back, so what is scheduled meanwhile comes behind everything that is due now.
+    // A clock never goes back, so a timer that is scheduled meanwhile stands behind all timers that are due at `now`.
     while (!_entries.empty()) {
         const auto& [deadline, entry] = *_entries.begin();
         if (deadline > now || entry.number >= end) return;

@@ -8,7 +8,7 @@ namespace fn::uv {
 
 class ScheduledTask;
 
-/// The waiting timers of a loop in the order they fire: by deadline, equal ones as they were scheduled.
+/// The waiting timers of a loop in the order in which they fire: by deadline, with one deadline in the order of scheduling.
 class TimerQueue {
 public:
     struct Entry {
@@ -23,8 +23,8 @@ public:
     bool empty() const noexcept { return _entries.empty(); }
     std::optional<Duration> earliest() const;
 
-    /// Fires what is due and was scheduled before this call: a timer that a timer schedules waits for a later call, even
-    /// at no delay, so that timers never keep I/O from its turn.
+    /// Fires the timers that are due at `now` and were scheduled before this call. A timer that another timer schedules meanwhile
+    /// waits for a later call, even without a delay, so that timers never keep the loop from its I/O.
     void fireDue(Duration now);
 
 private:

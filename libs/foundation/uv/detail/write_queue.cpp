@@ -5,10 +5,10 @@
 namespace fn::uv {
 namespace {
 
-// A socket buffer takes far less at once, so more is not looked at; and it is noticed soon enough when this has left.
+// Most bytes of one batch. A socket buffer takes far less at once, and the stream reports its progress batch by batch.
 constexpr std::size_t batchBytes = 1024 * 1024;
 
-// Writes up to this size are joined, in blocks of such sizes.
+// The largest write that is joined with others, and the smallest and largest block that holds joined writes.
 constexpr std::size_t joinedBytes = 2 * 1024;
 constexpr std::size_t leastBlockBytes = 512;
 constexpr std::size_t mostBlockBytes = 16 * 1024;
@@ -22,13 +22,13 @@ void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
         _entries.push_back({ std::move(bytes), std::move(completion) });
         _isJoining = false;
     }
-    _bytes += size; // At last: what found no memory is not counted.
+    _bytes += size; // Counted last: a write for which there was no memory is not in the queue.
 }
 
-// Small writes of one turn are joined in blocks, so that the system is given few parts. A write that is alone in its turn keeps
-// its own memory and is not copied. The memory of a block must not move once the system has been given it; where a block is
-// full, another block follows, and each is twice as large as the one before it. A block that follows a large write begins with
-// the size of its first small write: where large and small writes alternate, blocks would stay nearly empty.
+// Small writes of one turn are joined in blocks, so that the system call gets few parts. A write that is alone in its turn keeps
+// its own memory and is not copied. The memory of a block must not move once the system call has got it; so where a block is full,
+// another block follows, about twice as large. A block that follows a large write is only as large as its first small write needs:
+// where large and small writes alternate, larger blocks would stay nearly empty.
 bool WriteQueue::join(const ByteArray& bytes)
 {
     if (_entries.empty()) return false;
@@ -52,7 +52,7 @@ WriteQueue::Batch WriteQueue::gather(std::span<uv_buf_t> parts) noexcept
     auto skipped = _sentOfFirst;
     while (batch.parts < parts.size() && batch.parts < _entries.size() && batch.bytes < batchBytes) {
         const auto rest = _entries[batch.parts].bytes.bytes().subspan(std::exchange(skipped, 0));
-        auto* const data = reinterpret_cast<char*>(const_cast<std::uint8_t*>(rest.data())); // libuv only reads it.
+        auto* const data = reinterpret_cast<char*>(const_cast<std::uint8_t*>(rest.data())); // libuv only reads.
         const auto size = std::min(rest.size(), batchBytes - batch.bytes);
         parts[batch.parts++] = { data, size };
         batch.bytes += size;
@@ -87,7 +87,7 @@ void WriteQueue::drop()
     _sentOfFirst = 0;
     _bytes = 0;
     _isJoining = false;
-    const auto entries = std::move(_entries); // Go last: a completion's end may do anything.
+    const auto entries = std::move(_entries); // Destroyed last: a completion's destructor may run any code.
     const auto finished = std::move(_finished);
 }
 

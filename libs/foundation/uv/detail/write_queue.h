@@ -5,8 +5,8 @@
 
 namespace fn::uv {
 
-/// What a stream has still to send, and the completions of what it has sent or will never send. Small writes that nobody
-/// waits for are joined in memory: copying them costs less than a place in the queue and in the system call for each.
+/// The writes that a stream has still to send, and the completions of writes that it has sent or will never send. Small writes
+/// without completion are joined in memory: copying them costs less than giving each an entry here and in the system call.
 class WriteQueue {
 public:
     struct Batch {
@@ -19,16 +19,16 @@ public:
     bool empty() const noexcept { return _entries.empty(); }
     std::size_t bytes() const noexcept { return _bytes; } ///< Still to send.
 
-    /// Fills `parts` with what is to be sent next. It stays valid until the entries leave the queue.
+    /// Fills `parts` with the bytes to send next. The memory stays valid until its entries leave the queue.
     Batch gather(std::span<uv_buf_t> parts) noexcept;
 
-    void sent(std::size_t bytes); ///< So many bytes from the front have left.
-    void fail(int code); ///< Nothing of what is queued will leave.
-    void refuse(Stream::Completion completion, int code); ///< Finishes a write that was never queued.
+    void sent(std::size_t bytes); ///< The first `bytes` bytes of the queue have been sent.
+    void fail(int code); ///< No queued byte will be sent: all entries finish with `code`.
+    void refuse(Stream::Completion completion, int code); ///< Finishes a write that is not in the queue.
     void drop(); ///< Forgets everything; no completion is called.
 
     bool hasFinished() const noexcept { return !_finished.empty(); }
-    void complete(); ///< Calls what has finished by now, in order of the writes.
+    void complete(); ///< Calls the completions of the writes that have finished by now, in the order of the writes.
 
 private:
     struct Entry {
@@ -43,7 +43,7 @@ private:
     void finishFirst(int code);
 
     std::deque<Entry> _entries;
-    bool _isJoining = false; // The last entry is a block of the queue's own: more may be appended.
+    bool _isJoining = false; // The last entry is a block of the queue's own: small writes may be appended to it.
     std::size_t _sentOfFirst = 0; // Bytes of the first entry that have left.
     std::size_t _bytes = 0;
     std::deque<Finished> _finished;
