@@ -4,8 +4,8 @@
 
 namespace ipc {
 
-/// The process's message bus, spanning all processes: what is posted here goes to the relay in the dispatcher, and what the
-/// relay sends out is delivered to the local listeners, the poster's own included.
+/// The message bus of a process as a part of the bus that spans all processes: a message posted here goes to the relay in the
+/// dispatcher, and what the relay sends is delivered to the listeners of this process, also those of the poster.
 class FN_EXPORT MessageBus final : public fn::MessageBus, public CallableObjectReference {
 public:
     explicit MessageBus(ObjectReferenceInitializer& initializer);
@@ -22,7 +22,7 @@ public:
     ~MessageBus() override;
 
 protected:
-    using CallableObjectReference::onMessage; // Of this object; nothing that a listener asks for.
+    using CallableObjectReference::onMessage; // Handles messages of the relay. Listeners use the public one.
     void sendMessage(const fn::String& name, fn::Value&& body, bool sticky) override;
     void onEvent(const fn::String& name, const fn::Value& argument) override;
 };

@@ -41,7 +41,7 @@ void Module::leaveMessageBus()
     // The loop deletes the bus later, or never. Until there is another one, posted messages are to reach this process at least.
     if (_messageBus) fn::MessageBus::removeInstance(*_messageBus);
     if (busStart().starter == this)
-        busStart().starter = nullptr; // Another module starts it anew.
+        busStart().starter = nullptr; // The posted task lets another module make the bus.
     else if (!_messageBus)
         return;
     _messageBus.reset();
@@ -73,7 +73,7 @@ void Module::becomeConnected()
 
 void Module::workerDidConnect(Worker&)
 {
-    // While it starts, the bus is installed but its sticky messages have not come: modules are told when they have.
+    // An installed bus may still wait for its sticky messages; then this module becomes connected when they have come.
     if (MessageBus::isInstalled() && !busStart().starter) {
         becomeConnected();
         return;
@@ -82,7 +82,7 @@ void Module::workerDidConnect(Worker&)
     startMessageBus();
 }
 
-/// One start serves all modules of the process: those that wait, and those whose bus has ended with another one.
+/// Lets one module make the bus for all of the process: those that wait for one, and those whose bus ended with its module.
 void Module::startMessageBus()
 {
     if (busStart().starter || MessageBus::isInstalled()) return;
@@ -95,12 +95,12 @@ void Module::startMessageBus()
     busStart().starter->initializeMessageBus();
 }
 
-/// Where a step fails the chain ends, and nobody becomes connected.
+/// If a step fails, the chain of promises ends there, and no waiting module becomes connected.
 void Module::initializeMessageBus()
 {
     _worker.registerObjectReferenceClass<MessageBus>();
     const auto found = _worker.registry()->getInstance<MessageBus>(busTimeout);
-    // Ends with this module: destroying its worker rejects the calls on the way.
+    // The chain ends with this module at the latest: the end of its worker rejects the pending calls.
     found
         .then([this](fn::AutoPtr<MessageBus>&& bus) {
             _messageBus = std::move(bus);
@@ -108,7 +108,7 @@ void Module::initializeMessageBus()
             return _messageBus->getStickyMessages();
         })
         .then([] {
-            // Taken out one by one: a callback may end modules, its own among them. One that throws fails alone.
+            // Each callback is taken out before it runs, since it may end modules, also its own. If it throws, the others run.
             while (!busStart().callbacks.empty()) {
                 auto callback = std::move(busStart().callbacks.front().run);
                 busStart().callbacks.pop_front();

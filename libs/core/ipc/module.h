@@ -9,10 +9,10 @@
 
 namespace ipc {
 
-/// Base class of a module's own code: what a module library creates in its entry point (see run_module.h), in a process of
-/// its own or in the main process. It owns the module's worker, connects it, and makes the process's message bus the one
-/// that spans all processes; then it is *connected*. In a process other than the hub's one module starts the bus for all of
-/// them; when it ends another one starts it anew, and what is posted until that has been answered stays in the process.
+/// Base class of a module's own code. A module library makes its object in the entry point (see run_module.h), in a process of
+/// its own or in the main process. The Module owns its worker, connects it, and joins the process to the message bus of all
+/// processes; then it is *connected*. In a process without the hub one module makes the bus for all modules. When that
+/// module ends, another one makes a new bus; until that is ready, posted messages stay in the process.
 ///
 /// Everything runs on the thread of the default run loop. Whoever runs a module ends it with `endModule()` (run_module.h).
 class FN_EXPORT Module : public Worker::Delegate {
@@ -26,9 +26,9 @@ public:
 
     /// Runs the default run loop unless this thread already runs one (a module in the main process lives in that one).
     virtual void run();
-    virtual void onConnected(); ///< Worker and message bus are ready; once. Default: nothing.
+    virtual void onConnected(); ///< Called once, when worker and message bus are ready. Default: nothing.
     virtual bool wantsIdleTermination(); ///< Whether the module's process may end when nobody needs it. Default: false.
-    virtual bool canTerminate(); ///< The module's veto; asked only once connected. Default: false.
+    virtual bool canTerminate(); ///< Whether the idle module may end now; asked once connected. Default: false.
     virtual void terminate(); ///< Stops the default run loop; waits for nothing.
     /// The application is ending, or the dispatcher has gone; told once. Default: `terminate()` in a process of its own,
     /// nothing in the main process, whose loop is the application's.
@@ -37,22 +37,22 @@ public:
 private:
     friend void endModule(std::unique_ptr<Module> module);
 
-    /// What waits for the message bus of this process, in the order in which the modules connected.
+    /// A module that waits for the message bus of its process.
     struct BusCallback {
         Module* module;
         folly::Function<void()> run;
     };
     /// The message bus of one process.
     struct BusStart {
-        std::list<BusCallback> callbacks;
-        Module* starter = nullptr; // Who starts it for all of them; null when nobody does.
-        std::vector<Module*> connected; // One of them starts it anew when it ends with its module.
+        std::list<BusCallback> callbacks; // In the order in which the modules' workers connected.
+        Module* starter = nullptr; // The module that is making the bus; null if none does.
+        std::vector<Module*> connected; // One of them makes a new bus when the module of the present one ends.
     };
     static BusStart& busStart();
 
     void workerDidConnect(Worker& worker) override;
 #pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Woverloaded-virtual" // Who overrides the public one hides this one, to no harm.
+#pragma GCC diagnostic ignored "-Woverloaded-virtual" // A subclass hides this one when it overrides the public one.
     bool wantsIdleTermination(Worker&) override { return wantsIdleTermination(); }
 #pragma GCC diagnostic pop
     bool workerCanTerminate(Worker&) override { return _connected && canTerminate(); }
@@ -66,7 +66,7 @@ private:
     void close(folly::Function<void()> closed);
 
     Worker _worker;
-    fn::AutoPtr<MessageBus> _messageBus; // Only in the module that made the process's bus.
+    fn::AutoPtr<MessageBus> _messageBus; // Set only in the module that made the process's bus.
     const bool _hasOwnProcess;
     bool _connected = false;
 };

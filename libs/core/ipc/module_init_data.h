@@ -18,8 +18,8 @@ public:
 
     const fn::String& pipePath() const { return _pipePath; } ///< The dispatcher's pipe.
     const fn::String& displayName() const { return _displayName; } ///< For people.
-    const fn::String& workerTag() const { return _workerTag; } ///< Which launch this is.
-    const fn::String& userData() const { return _userData; } ///< The module's own; nobody else reads it.
+    const fn::String& workerTag() const { return _workerTag; } ///< Names this launch.
+    const fn::String& userData() const { return _userData; } ///< For the module alone.
     bool separateProcess() const { return _separateProcess; } ///< Whether the module has a process of its own.
 
 private:

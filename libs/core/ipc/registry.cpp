@@ -18,7 +18,7 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     }
     const auto call =
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
-    if (call.isPending()) _registeredInstances.insert(instance); // Otherwise it has been refused, and is not kept.
+    if (call.isPending()) _registeredInstances.insert(instance); // Otherwise the call has failed at once.
     return call.then([](fn::Value&&) {});
 }
 

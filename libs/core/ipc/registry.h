@@ -6,22 +6,22 @@
 
 namespace ipc {
 
-/// Finds shared objects by the class they are shared as, in whichever worker they live. Every worker has one
-/// (`Worker::registry()`). Belongs to its worker's loop.
+/// Finds shared objects by the class they are shared as, in whichever worker they live. Every worker has a reference to the
+/// registry (`Worker::registry()`), which belongs to the worker's loop.
 class FN_EXPORT Registry final : public CallableObjectReference {
 public:
     explicit Registry(ObjectReferenceInitializer& initializer);
 
-    /// Offers an instance under its reference's class name until its worker dies. Look-ups get the highest priority; among
-    /// equal ones the latest. The registry keeps the instance alive, here and there. Fails where the instance belongs to another
-    /// worker or was made before this one was connected, or where there are too many (core/ipc/limits.h); once the registry
-    /// has gone with `ipc::ObjectDeadException`. Needs a running loop.
+    /// Offers an instance under its reference's class name, and keeps it alive, until its worker ends. A look-up gives the
+    /// instance of the highest priority, and among equal ones the latest. Fails if the instance belongs to another worker or was
+    /// made before this one was connected, or if there are too many (core/ipc/limits.h); when the registry has gone, with
+    /// `ipc::ObjectDeadException`. Needs a running loop.
     fn::Promise<void> registerObject(const fn::AutoPtr<ObjectInstance>& instance, int priority);
 
-    /// The instance shared as T (a reference class, which is registered with the worker where nobody has done that); waits up
-    /// to `timeout` for one to be registered, then fails with `fn::OperationTimedOutException`; never gives null: where the
-    /// object is none of class T it fails with a `fn::RuntimeException` that names both. Cancelling stops waiting here; the
-    /// registry forgets the look-up at its time-out. Needs a running loop.
+    /// Looks up the instance that is shared as T, and registers T with the worker unless its class name is registered. If there is
+    /// none, waits up to `timeout` for one, then fails with `fn::OperationTimedOutException`. Never gives null: if the object
+    /// found is not of class T, fails with a `fn::RuntimeException` that names both classes. Cancelling stops the wait here;
+    /// the registry forgets the look-up at its time-out. Needs a running loop.
     template <typename T> fn::Promise<fn::AutoPtr<T>> getInstance(fn::Duration timeout)
     {
         const auto className = classNameOf<T>();
@@ -43,7 +43,7 @@ private:
     fn::AutoPtr<ObjectReference> typedReference(const fn::Value& found) const;
     [[noreturn]] static void throwOtherClass(const fn::String& wanted, const fn::AutoPtr<ObjectReference>& found);
 
-    /// Look-ups skip (or again find) the instances of this worker.
+    /// Lets look-ups skip the instances of this worker, or find them again.
     fn::Promise<void> setInstancesHidden(bool hidden);
     bool isInstanceRegistered(const fn::AutoPtr<ObjectInstance>& instance) const;
 

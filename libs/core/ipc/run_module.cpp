@@ -5,7 +5,7 @@
 namespace ipc {
 namespace {
 
-// What follows from a worker's end are a few tasks; more of them means that they post each other for ever.
+// The turns of the loop behind a worker's end: far more than its tasks need, and a bound where they post each other for ever.
 constexpr int mostTurns = 100;
 constexpr auto mostTime = fn::Duration::milliseconds(200);
 
@@ -15,8 +15,8 @@ std::vector<std::unique_ptr<Module>>& keptModules()
     return modules.get();
 }
 
-/// The last turns of the default loop for a module: until its worker's pipe is closed, and then those that do not wait. Shared by
-/// the callbacks that end it, of which one may come too late.
+/// The last turns of the default loop for a module: until the worker's pipe is closed, and then `mostTurns` that do not wait.
+/// Reference-counted, since the pipe's callback may come when `endModule()` has returned.
 struct LastTurns final : fn::RefCountedObject {
     void next()
     {
@@ -44,7 +44,7 @@ void endModule(std::unique_ptr<Module> module)
         bound = loop.schedule(mostTime, [last] { last->finish(); });
         module->close([last] { last->next(); });
     });
-    // A run that returns before it is over was stopped by somebody else, who may have meant the run around this one.
+    // If the loop stops before `last` is over, other code has stopped it, which may have meant the run around this one.
     const bool isNested = fn::RunLoop::currentLoop() == &loop;
     bool wasStopped = false;
     for (loop.run(); !last->isOver; loop.run()) wasStopped = true;

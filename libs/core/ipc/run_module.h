@@ -5,19 +5,19 @@
 
 namespace ipc {
 
-/// Ends a module whose default loop has stopped: closes its worker while it still exists (calls that are pending are
-/// rejected, death signals fire, what others held is let go), runs on the loop what follows from that, and destroys it. Takes a
-/// few milliseconds, 200 at most where the dispatcher hangs; waits for no other I/O and no timers.
-/// Also inside a running loop, which it runs once more; a stop that comes meanwhile holds for the run outside.
+/// Ends a module when the default loop has stopped: closes the module's worker while the module exists (pending calls are
+/// rejected, death signals fire, instances that others held are let go), runs the loop for the tasks that this posts, and
+/// destroys the module. Takes a few milliseconds, 200 at most if the dispatcher hangs; waits for no other I/O and no timers.
+/// Inside a running loop it runs the loop once more; if other code stops the loop meanwhile, the outer run ends, too.
 FN_EXPORT void endModule(std::unique_ptr<Module> module);
 
 namespace internal {
-/// Keeps a module of the main process until that process's loop has ended.
+/// Keeps a module of the main process until `endModules()`.
 FN_EXPORT void keepModule(std::unique_ptr<Module> module);
 } // namespace internal
 
-/// The body of a module library's entry point: builds the T, lets it run, and ends it: in a loader process when its loop
-/// has stopped, in the main process when `endModules()` is called.
+/// The body of a module library's entry point: makes the T, runs it, and ends it; in a process of the loader when the loop has
+/// stopped, in the main process when `endModules()` is called.
 template <typename T>
 void runModule(const char* displayName, const char* pipePath, const char* workerTag, std::intptr_t separateProcess)
 {
@@ -30,8 +30,8 @@ void runModule(const char* displayName, const char* pipePath, const char* worker
         endModule(std::move(module));
 }
 
-/// `endModule()` for all modules of this process, latest first. For main programs, after the loop has stopped and while the
-/// dispatcher is still there; a main program that forgets it keeps them until it exits.
+/// Calls `endModule()` for all modules of this process, latest first. Main programs call it when the loop has stopped, while the
+/// dispatcher still exists; without the call the modules stay until the program exits.
 FN_EXPORT void endModules();
 
 } // namespace ipc

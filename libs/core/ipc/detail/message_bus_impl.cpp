@@ -10,10 +10,10 @@
 namespace ipc {
 namespace {
 
-/// About the bytes that a value takes when encoded; nothing if it is nested too deeply to be kept.
+/// Roughly the bytes that a value takes when it is encoded; empty if the value is nested too deeply to be kept.
 std::optional<std::size_t> encodedSize(const fn::Value& value, int depth = 0)
 {
-    constexpr std::size_t perValue = 9; // The largest header or number.
+    constexpr std::size_t perValue = 9; // Bytes of the largest header or number.
     if (depth > limits::stickyDepth) return std::nullopt;
     if (value.isString()) return perValue + value.string().size();
     if (value.isBoxed<fn::ByteArray>()) return perValue + value.byteArray().size();

@@ -5,9 +5,9 @@
 
 namespace ipc {
 
-/// The relay of the message bus, once in the dispatcher's own worker: sends every posted message to every worker that holds
-/// the bus, and keeps the latest sticky body of each namespace for late starters. A sticky message beyond what it may hold
-/// (core/ipc/limits.h) is refused with a log line.
+/// The relay of the message bus, the only one, in the dispatcher's own worker. Sends each posted message to every worker that
+/// has a bus, and keeps the latest sticky body of each namespace for buses that start later. Refuses, with a log line, sticky
+/// messages beyond its bounds (core/ipc/limits.h).
 class MessageBusImpl final : public CallableObjectInstance {
 public:
     explicit MessageBusImpl(Worker& worker);
@@ -21,7 +21,7 @@ protected:
 private:
     struct StickyMessage {
         fn::Value body;
-        std::size_t bytes; // Of namespace and body, about as encoded.
+        std::size_t bytes; // The size of namespace and body, roughly as encoded.
     };
 
     bool keep(const fn::String& name, const fn::Value& body);

@@ -1,6 +1,6 @@
 #pragma once
 
-/// What buses and relay say to each other (payloads of object messages).
+/// Keys and names in the payloads that buses and relay send each other.
 namespace ipc::bus {
 
 inline constexpr const char* TYPE = "TYPE";
@@ -11,7 +11,7 @@ inline constexpr const char* NAMESPACE = "namespace";
 inline constexpr const char* BODY = "body";
 inline constexpr const char* STICKY = "sticky";
 
-inline constexpr const char* EVENT = "busMessage"; ///< Relay to everybody: the PAYLOAD as it came.
-inline constexpr const char* GET_STICKY_MESSAGES = "getStickyMessages"; ///< Array of {NAMESPACE, BODY}, by namespace.
+inline constexpr const char* EVENT = "busMessage"; ///< Event, relay to every bus: the PAYLOAD as it came.
+inline constexpr const char* GET_STICKY_MESSAGES = "getStickyMessages"; ///< Method: {NAMESPACE, BODY} by namespace.
 
 } // namespace ipc::bus

@@ -12,7 +12,7 @@
 namespace ipc {
 namespace {
 
-/// Takes `key` out of the worker's set, and the set with its last key.
+/// Erases `key` from the worker's set, and the set with its last key.
 template <typename Index, typename Key> void takeOut(Index& index, WorkerId workerId, const Key& key)
 {
     const auto found = index.find(workerId);
@@ -47,7 +47,7 @@ void RegistryImpl::onMethodCall(const CallContext& context, const fn::String& na
         else if (name == "setInstancesHidden")
             setInstancesHidden(context, argument.toBool());
     } catch (...) {
-        fn::unhandledException(); // Arguments that make no sense are not answered.
+        fn::unhandledException(); // A call whose arguments make no sense gets no answer.
     }
 }
 
@@ -63,8 +63,8 @@ void RegistryImpl::getInstance(const CallContext& context, const fn::Value& argu
         wait(context, className, timeout);
 }
 
-/// The first visible registration. One whose object is being destroyed ends the search: it is about to leave the table,
-/// and the caller waits for its successor.
+/// The first visible registration. If its object is being destroyed, none: the registration is about to leave the table, and
+/// the caller waits for its successor.
 fn::AutoPtr<ObjectReference> RegistryImpl::findVisible(const fn::String& className) const
 {
     for (auto found = _registrations.lower_bound({ className, Place::first() });
@@ -173,7 +173,7 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
     _registrations.emplace(key, std::move(registration));
     _registrationsOf[ownerOf(reference->objectId())].insert(key);
     answerWaiters(className, reference);
-    // The connection lives as long as the reference, which may outlive the registry.
+    // The connection of the signal lives as long as the reference, which may outlive the registry.
     reference->objectDeadSignal().connect(fn::WeakPtr(this).guard([this, key] { removeRegistration(key); })).detach();
     sendResult(context, {});
 }

@@ -43,7 +43,7 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
         const auto process = _process;
         onExit().fire(status, signal);
         if (watch && _process == process)
-            _process.reset(); // Else a listener has ended this module, or launched it anew.
+            _process.reset(); // Otherwise a listener has destroyed this module, or launched it anew.
     };
     FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
     try {
@@ -57,7 +57,7 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 void ExternalModule::kill()
 {
     if (!_process) return;
-    // Nobody hears of the exit of a process that was dropped: one kill leads to one relaunch, by whoever killed it.
+    // `onExit()` does not fire for a dropped process: the caller of `kill()` relaunches the module, and nobody else does.
     const auto process = std::exchange(_process, {});
     process->kill(killSignal);
 }

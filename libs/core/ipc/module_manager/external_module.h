@@ -7,22 +7,22 @@
 
 namespace ipc {
 
-/// A module that runs as a process of its own. It is idle, or running from `launch()` until its process exits or `kill()`.
+/// A module that runs as a process of its own: from `launch()` until the process exits or `kill()`; else the module is idle.
 /// The process inherits the three standard streams and nothing else.
 class FN_EXPORT ExternalModule : public ModuleDefinition {
 public:
     ExternalModule(fn::String executablePath, bool extendedSpawnFlags);
 
     bool runsMainLoop() override { return false; }
-    /// Only while idle: a second launch is reported as a broken invariant, and `fn::RuntimeException` is thrown beside, so that
-    /// the caller does not wait for a worker of that tag.
+    /// The module must be idle. Otherwise a broken invariant is reported, and `fn::RuntimeException` thrown, so that the caller
+    /// does not wait for a worker of that tag.
     void launch(Dispatcher& dispatcher, const fn::String& workerTag) override;
-    void kill() override; ///< Signal 9. The process is reaped, but its exit is told to nobody.
+    void kill() override; ///< Sends signal 9. The process is reaped, but `onExit()` does not fire.
     bool isSeparateProcess() override { return true; }
     std::optional<fn::String> executablePath() override { return _executablePath; }
     ~ExternalModule() override;
 
-    /// What follows the executable path on the command line.
+    /// The arguments behind the executable path on the command line.
     virtual std::vector<fn::String> arguments(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
 
 private:

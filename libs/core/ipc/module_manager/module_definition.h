@@ -25,21 +25,21 @@ public:
     ModuleDefinition& operator=(const ModuleDefinition&) = delete;
 
     virtual bool runsMainLoop() = 0;
-    /// Starts the module; `workerTag` tells the dispatcher which launch its worker comes from; it is never empty, which
-    /// is the tag of workers that nobody has launched. What fails is thrown.
+    /// Starts the module, or throws why it cannot. `workerTag` tells the dispatcher which launch the module's worker comes from.
+    /// It is not empty: workers that nobody has launched have the empty tag.
     virtual void launch(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
-    virtual void kill() = 0; ///< Ends it by force, where that can be done; its exit is not told then.
+    virtual void kill() = 0; ///< Ends the module by force, if that can be done; `onExit()` does not fire then.
     virtual bool isSeparateProcess() = 0;
-    virtual std::optional<fn::String> executablePath() = 0; ///< Of a separate process.
+    virtual std::optional<fn::String> executablePath() = 0; ///< Empty if the module has no process of its own.
     virtual fn::String name() = 0;
     virtual ~ModuleDefinition();
 
-    /// The module's process has ended: exit status and the signal that ended it, or 0.
+    /// Fires when the module's process has ended, with its exit status and the signal that ended it, or 0.
     fn::Signal<std::int64_t, int>& onExit() { return _onExit; }
 
 protected:
     static fn::String pathForExecutable(const fn::String& name);
-    static fn::String pathForSharedLibrary(const fn::String& name); ///< Without the ending.
+    static fn::String pathForSharedLibrary(const fn::String& name); ///< `name` is without the ending.
 
 private:
     fn::Signal<std::int64_t, int> _onExit;

@@ -26,29 +26,29 @@ public:
     ModuleManager(ModuleManager&&) noexcept;
     ~ModuleManager(); ///< Neither kills modules nor waits for them.
 
-    /// Launches the modules, in the order given, and runs the default run loop until it stops: itself, or through the
-    /// module that runs the main loop. After a `stop()` it launches nobody and runs the loop itself.
+    /// Launches the modules and runs the default run loop until it stops. A module whose entry point runs the main loop is
+    /// launched first, and the others in the order given. After a `stop()` nothing is launched, but the loop runs.
     void start();
 
     void stop(); ///< From now on nothing is launched any more. Running modules are left alone.
 
-    /// The end of the application, once the loop has stopped: stops, and runs the loop until the processes of all modules have
-    /// gone. They have been told by `Dispatcher::stop()`, or see that the dispatcher is not there any more; those that are only
-    /// just starting are killed at once, and after `graceTime` those that are left.
+    /// Ends the application when the loop has stopped: stops launching, and runs the loop until the processes of all modules have
+    /// ended. `Dispatcher::stop()` has told them to quit, or they see that the dispatcher has gone. Modules that are still
+    /// launching are killed at once, those that have not ended within `graceTime` then.
     void end(fn::Duration graceTime);
 
     std::vector<ModuleStatus> modules() const; ///< In the order given.
-    /// Tells what `modules()` tells, for those who may outlive the manager or see it move: nothing once it has gone.
+    /// A function that gives `modules()`, for users that may outlive the manager or see it move; then it gives none.
     std::function<std::vector<ModuleStatus>()> modulesSource() const;
 
-    fn::Signal<fn::String>& onFatalError(); ///< With a message for people.
-    fn::Signal<>& onAllModulesConnected(); ///< Again each time a relaunched module completes the set.
-    fn::Signal<fn::String>& onModuleNotResponding(); ///< With the module's name.
+    fn::Signal<fn::String>& onFatalError(); ///< Fires with a message for people.
+    fn::Signal<>& onAllModulesConnected(); ///< Fires at each connect when every module has connected at least once.
+    fn::Signal<fn::String>& onModuleNotResponding(); ///< Fires with the module's name.
 
 private:
     class State;
-    fn::AutoPtr<State>
-        _state; // Timers and the dispatcher's signals hold it weakly: the manager moves, and may go first.
+    // Timers and the dispatcher's signals refer to the state weakly: the manager moves, and may be destroyed first.
+    fn::AutoPtr<State> _state;
 };
 
 } // namespace ipc

@@ -5,7 +5,7 @@ namespace ipc {
 
 /// What a ModuleManager knows of one module, for inspectors.
 struct ModuleStatus {
-    /// Of the latest launch.
+    /// What became of the latest launch.
     ///
     ///     any                         -> Launching    a launch
     ///     Launching                   -> Overdue      30 s
@@ -15,18 +15,18 @@ struct ModuleStatus {
     ///     Launching                   -> Ended        the launch throws
     enum class State {
         NotLaunched,
-        Launching, ///< Its worker is awaited.
-        Overdue, ///< Its worker did not connect in time; relaunched in a moment, or given up.
-        Running, ///< Its worker is connected, or was when the dispatcher went.
-        Ended, ///< Relaunched in a moment, or given up.
+        Launching, ///< The manager waits for the module's worker.
+        Overdue, ///< The worker did not connect in time; the module is relaunched in a moment, or given up.
+        Running, ///< The worker is connected, or was so when the dispatcher was destroyed.
+        Ended, ///< The module is relaunched in a moment, or given up.
     };
 
     fn::String name;
-    fn::String workerTag; ///< Of the latest launch.
+    fn::String workerTag; ///< The tag of the latest launch; empty before the first.
     State state = State::NotLaunched;
     bool isSeparateProcess = false;
-    int launches = 0; ///< Ever.
-    int timeouts = 0; ///< Launches ever whose worker did not connect in time.
+    int launches = 0; ///< All launches.
+    int timeouts = 0; ///< All launches whose worker did not connect in time.
 };
 
 } // namespace ipc

@@ -14,10 +14,10 @@ namespace {
 
 constexpr auto connectionTimeout = fn::Duration::seconds(30);
 constexpr auto relaunchDelay = fn::Duration::seconds(1);
-constexpr auto reapTime =
-    fn::Duration::milliseconds(300); // Of those that were killed. One that hangs in the kernel stays.
+// How long `end()` waits for the processes that it has killed; one that hangs in the kernel is left.
+constexpr auto reapTime = fn::Duration::milliseconds(300);
 constexpr int toleratedTimeouts = 1;
-constexpr int toleratedEarlyExits = 1; // Launches after which an exit before the connection is no longer tolerated.
+constexpr int toleratedEarlyExits = 1; // Launches of a module whose process may exit before its worker connects.
 
 constexpr auto& category = fn::logging::category<"ipc.moduleManager">;
 
@@ -114,7 +114,7 @@ void ModuleManager::State::restart(ModuleState& module)
 {
     if (_stopped) return;
     const auto relaunch = [this, &module] {
-        // Stopped meanwhile: a module launched now would outlive the application.
+        // After a `stop()` a new process would outlive the application.
         if (!_stopped && _isDispatcherThere) launchModule(module);
     };
     fn::uv::Timer::schedule(_loop, relaunchDelay, fn::WeakPtr(this).guard(relaunch)).detach();
@@ -128,7 +128,7 @@ void ModuleManager::State::end(fn::Duration graceTime)
             if (module.definition->isSeparateProcess() && condition(module)) module.definition->kill();
         }
     };
-    // They have nothing to end, and would complain that they find no hub.
+    // Modules that are still launching have nothing to end, and would complain that they find no hub.
     killAll([](const ModuleState& module) { return module.state == ModuleStatus::State::Launching; });
     fn::uv::Process::awaitAll(_loop, graceTime);
     killAll([](const ModuleState&) { return true; });
@@ -150,7 +150,7 @@ std::vector<ModuleStatus> ModuleManager::State::modules() const
 
 ModuleManager::State::ModuleState* ModuleManager::State::stateForWorkerTag(const fn::String& tag)
 {
-    if (tag.empty()) return nullptr; // A worker that nobody launched is not a module that has not been launched.
+    if (tag.empty()) return nullptr; // Workers that no manager launched have it, and modules before their launch.
     const auto found =
         std::ranges::find_if(_modules, [&](const ModuleState& module) { return module.workerTag == tag; });
     return found == _modules.end() ? nullptr : &*found;

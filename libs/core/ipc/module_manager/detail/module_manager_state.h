@@ -5,17 +5,17 @@
 
 namespace ipc {
 
-/// What a ModuleManager supervises, at an address that does not move.
+/// What a ModuleManager consists of. The manager can be moved; its State keeps its address.
 class ModuleManager::State final : public fn::RefCountedObject {
 public:
     struct ModuleState {
         std::unique_ptr<ModuleDefinition> definition;
-        fn::String workerTag; ///< Of the current launch; empty before the first.
+        fn::String workerTag; ///< The tag of the latest launch; empty before the first.
         ModuleStatus::State state = ModuleStatus::State::NotLaunched;
-        fn::Handle connectionTimer; ///< From a launch until the worker connects or the process exits.
-        int timeouts = 0; ///< Connection time-outs, ever.
-        int launches = 0; ///< Ever.
-        bool connected = false; ///< Has connected once.
+        fn::Handle connectionTimer; ///< Runs from a launch until the worker connects or the process exits.
+        int timeouts = 0; ///< All launches whose worker did not connect in time.
+        int launches = 0; ///< All launches.
+        bool connected = false; ///< Whether the module's worker has connected once.
     };
 
     State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions);
@@ -43,10 +43,10 @@ private:
     void restart(ModuleState& module);
     ModuleState* stateForWorkerTag(const fn::String& tag);
 
-    Dispatcher& _dispatcher; // May go first; then nothing is launched any more.
+    Dispatcher& _dispatcher; // May be destroyed first; then nothing is launched any more.
     const fn::Lifetime::Watch _isDispatcherThere;
     fn::uv::Loop& _loop;
-    std::list<ModuleState> _modules; // In the order given. Elements never move or go while this lives.
+    std::list<ModuleState> _modules; // In the order given. Timers and signals refer to the elements.
     bool _stopped = false;
 };
 
