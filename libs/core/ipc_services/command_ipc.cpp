@@ -15,7 +15,7 @@ namespace core {
 namespace {
 
 constexpr auto site = "libs/core/command_ipc";
-constexpr auto backupMark = ".bk-"; // Between the endpoint's name and a UUID.
+constexpr auto backupMark = ".bk-"; // Stands between the endpoint's name and a UUID.
 
 constexpr auto& category = fn::logging::category<"core.commandIPC">;
 
@@ -41,17 +41,17 @@ std::uint64_t inodeOf(const fn::String& path)
     return file.exists(fn::File::Links::Keep) ? file.info(fn::File::Links::Keep).inode : 0;
 }
 
-/// One `CommandIPC::send()`. What it waits for holds it.
+/// One `CommandIPC::send()`. The callbacks that it waits for hold it.
 class IPCSender final : public fn::RefCountedObject {
 public:
-    /// Called once with what went wrong, or with "".
+    /// Called once with the reason of a failure, or with "".
     using Done = folly::Function<void(const fn::String& error)>;
 
     IPCSender(fn::Value command, fn::uv::Loop& loop, Done done)
         : _loop(loop),
           _command(std::move(command)),
           _stream(fn::makeAuto<fn::uv::PipeStream>(loop, false)),
-          _messageHelper(0), // Nothing is answered; a server that does is not listened to.
+          _messageHelper(0), // No frame fits: servers do not answer.
           _done(std::move(done))
     {
     }
@@ -80,13 +80,13 @@ private:
             };
             _messageHelper.send(_command, onWritten, CommandIPC::maxCommandBytes);
         } catch (const std::exception& exception) {
-            finish(exception.what()); // No value of the wire's, or too large: nothing was written.
+            finish(exception.what()); // The command cannot be encoded, or is too large: nothing was written.
         }
     }
 
     void finish(const fn::String& error)
     {
-        if (_stream->isClosed()) return; // A write that the deadline has ended.
+        if (_stream->isClosed()) return; // The deadline came first, and has ended the write.
         _stream->close();
         _deadline.invalidate();
         std::exchange(_done, {})(error);
@@ -106,8 +106,8 @@ CommandIPC::CommandIPC() = default;
 
 CommandIPC::~CommandIPC()
 {
-    if (_listener) close(); // It may have been closed by the end of its loop.
-    // A client that writes from now on is to get an error, not to believe that it is heard.
+    if (_listener) close();
+    // A client that writes from now on must get an error.
     for (auto* const connection : std::exchange(_connections, {})) connection->close();
 }
 
@@ -135,7 +135,7 @@ void CommandIPC::bind()
 
 void CommandIPC::moveAside(const fn::String& path)
 {
-    attempt([&] { // Where it can not be moved, the bind that follows fails and says so.
+    attempt([&] { // If the file can not be moved, the bind that follows fails and says so.
         const fn::File file(path);
         if (!file.exists(fn::File::Links::Keep)) return;
         _backupPath = path + backupMark + fn::UUIDGenerator::defaultGenerator().createOne().toString();
@@ -147,7 +147,7 @@ void CommandIPC::onConnection()
 {
     if (_admitsAll || !isFull()) return accept();
     _othersWait = true;
-    _listener->listenStop(); // The system keeps all further ones.
+    _listener->listenStop(); // The system keeps further clients in its queue.
 }
 
 void CommandIPC::onRoom()
@@ -155,7 +155,7 @@ void CommandIPC::onRoom()
     while (_othersWait && !isFull()) {
         _othersWait = false;
         accept();
-        _listener->listenResume(); // It may tell of the next one at once.
+        _listener->listenResume(); // May call `onConnection()` for the next client at once.
     }
 }
 
@@ -169,7 +169,7 @@ void CommandIPC::accept()
 void CommandIPC::acceptAll()
 {
     if (_listener->isClosed()) return;
-    _listener->listenEnd(); // A client that comes later is to get an error.
+    _listener->listenEnd(); // A client that comes later must get an error.
     _admitsAll = true;
     if (std::exchange(_othersWait, false)) accept();
     _listener->listenPending();
@@ -181,27 +181,27 @@ void CommandIPC::stop()
     const fn::AutoPtr self(this);
     acceptAll();
     close();
-    // The listeners of their commands may do anything, close connections too.
+    // The connections are held, since the listeners of a command may close any of them.
     const std::vector<fn::AutoPtr<detail::CommandConnection>> clients(_connections.begin(), _connections.end());
     for (const auto& client : clients) client->readPending();
 }
 
-/// The endpoint is removed where it is, and what was moved aside for it takes its place: that may be the backup of a server that
-/// came later, and puts it back in its turn.
+/// Removes the endpoint where it is, and moves the file that was moved aside for it to that place. If a later server has moved
+/// the endpoint aside, that place is the later server's backup, which it will put back when it stops.
 void CommandIPC::close()
 {
-    const auto moved = movedTo(); // Told by its inode, which is nobody else's as long as it is open.
+    const auto moved = movedTo(); // Before the listener is closed: then another file may get the inode.
     _listener->close({});
     _othersWait = false;
     if (!moved.empty()) attempt([&] { fn::File(moved).remove(false); });
     if (_backupPath.empty()) return;
-    attempt([&] { // It may have been removed; what stands at the endpoint now is another server's.
+    attempt([&] { // The backup may have been removed. A file at the endpoint's path now belongs to another server.
         const auto place = moved.empty() ? pipePath() : moved;
         if (!moved.empty() || !fn::File(place).exists(fn::File::Links::Keep)) fn::File(_backupPath).moveTo(place);
     });
 }
 
-/// Where another server has moved this one's endpoint to; empty if none has.
+/// The path to which another server has moved the endpoint of this one; empty if none has.
 fn::String CommandIPC::movedTo() const
 {
     fn::String result;

@@ -23,7 +23,7 @@ CommandConnection::CommandConnection(CommandIPC& server, fn::uv::Loop& loop)
 
 CommandConnection::~CommandConnection()
 {
-    // It is still among them where its loop has ended.
+    // If the loop has ended before the stream was closed, the server still lists this connection.
     if (const auto server = _server.lock()) std::erase(server->_connections, this);
 }
 
@@ -37,7 +37,7 @@ void CommandConnection::start(fn::uv::PipeStream& listener)
     awaitCommand();
 }
 
-/// The connection may have gone afterwards.
+/// This connection may be destroyed afterwards.
 void CommandConnection::close()
 {
     const fn::AutoPtr self(this);
@@ -64,7 +64,7 @@ void CommandConnection::receive(const fn::Value& command)
     const fn::AutoPtr self(this);
     const auto server = _server.lock();
     if (!server) return close();
-    _self.invalidate(); // The time that a handler takes does not make the next command late.
+    _self.invalidate(); // The time that a listener takes is not counted against the client's next command.
     server->onCommand().fire(command);
     if (!_stream->isClosed()) awaitCommand();
 }
@@ -81,10 +81,10 @@ void CommandConnection::onTimer()
     const auto limit = othersWait() ? CommandIPC::crowdedSilenceLimit : CommandIPC::silenceLimit;
     const auto since = _silentSince;
     if (_loop.clock().monotonic() - since < limit) return lookAgainLater();
-    _stream->readPending(); // After a busy turn the command may lie unread while the timer is due.
+    _stream->readPending(); // After a busy turn of the loop the command may have arrived unread.
     if (_silentSince != since || _stream->isClosed()) return;
     FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection that brought no command in time");
-    _stream->readEnd(); // What the client writes in this moment is read, or its write fails.
+    _stream->readEnd(); // Reads what the client has written until now; a later write fails.
     close();
 }
 

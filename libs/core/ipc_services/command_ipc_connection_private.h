@@ -5,13 +5,13 @@
 
 namespace core::detail {
 
-/// A client of the command pipe. Its timer holds it, and runs as long as the stream is open and no handler of a command runs.
+/// One connection of the command pipe. Its timer, which holds it, runs while the stream is open and no listener handles a command.
 class CommandConnection final : public fn::RefCountedObject {
 public:
     CommandConnection(CommandIPC& server, fn::uv::Loop& loop);
 
     void start(fn::uv::PipeStream& listener);
-    void readPending() { _stream->readPending(); } ///< It may be closed afterwards.
+    void readPending() { _stream->readPending(); } ///< The connection may be closed afterwards.
     void close();
 
 private:
@@ -25,7 +25,7 @@ private:
 
     const fn::AutoPtr<fn::uv::PipeStream> _stream;
     ipc::MessageHelper _messageHelper;
-    fn::Handle _self; // The timer.
+    fn::Handle _self; // The timer, whose callback holds this connection.
     fn::uv::Loop& _loop;
     const fn::WeakPtr<CommandIPC> _server;
     fn::Duration _silentSince;

@@ -18,7 +18,7 @@ fn::Value pageOf(ipc::WorkerId workerId, ipc::ObjectId from = 0)
     return fn::Value::map({ { fromKey, from }, { workerKey, workerId } });
 }
 
-/// "Media (t1, 3)". Workers choose their names and tags, of any length.
+/// "Media (t1, 3)". Names and tags are cut, since workers choose them, of any length.
 fn::String nameOf(const ipc::Dispatcher::WorkerInfo& info)
 {
     const auto shortened = [](const fn::String& text) { return fn::String(fn::cutText(text, shownNameBytes)); };

@@ -4,14 +4,14 @@
 
 namespace core {
 
-/// Shows who is connected to the hub, what has gone to and fro, and, of each worker, the objects that others use: how often
-/// its owner has sent it, and who holds it how many times. Published in the main process. Shows nothing once the dispatcher
-/// has gone.
+/// Shows the workers that are connected to the hub and their traffic; for each worker the objects of it that others use: how
+/// often the worker has sent an object, and which workers hold it how many times. Published in the main process. Shows nothing
+/// once the dispatcher has gone.
 ///
-/// Of an object's holders the first 20 are named, names are cut after 200 bytes.
+/// Names the first 20 holders of an object, and cuts names after 200 bytes.
 ///
-/// Actions: nil, all workers; {"worker": id, "from": object id, 0 if absent}, one of them and its objects. A worker that has
-/// gone redirects to all.
+/// Actions: nil shows all workers; {"worker": id, "from": object id, 0 if absent} shows one worker and its objects, or
+/// redirects to all workers if that one is not connected.
 class FN_EXPORT DispatcherInspector final : public Inspector {
 public:
     explicit DispatcherInspector(ipc::Dispatcher& dispatcher);

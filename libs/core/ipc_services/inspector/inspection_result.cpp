@@ -19,7 +19,7 @@ fn::Value serializeItem(const Item& item)
 Item deserializeItem(const fn::Value& value)
 {
     if (value.isString()) return { value.string(), {} };
-    return { value.get(textKey).asString(), value.get(actionKey) }; // A value that is no map has neither of them.
+    return { value.get(textKey).asString(), value.get(actionKey) }; // Both are empty if the value is no map.
 }
 
 } // namespace

@@ -7,12 +7,12 @@ namespace core {
 
 /// What an inspector shows for an action: lines, or another action to show instead.
 struct FN_EXPORT InspectionResult {
-    std::optional<fn::Value> redirectAction; ///< When set, the lines are not used. Nil is an action as any other.
+    std::optional<fn::Value> redirectAction; ///< When set, `items` is not used. Nil is an action like any other.
     std::vector<Item> items; ///< In the order of display.
 
     /// {"redirectAction": action}, or {"items": [text or {"text", "action"}, ...]}.
     fn::Value serialize() const;
-    /// Reads what a stranger may have sent, and throws for nothing: what has an unexpected shape counts as empty.
+    /// Reads a value from any peer and never throws: parts of an unexpected shape count as empty.
     static InspectionResult deserialize(const fn::Value& value);
 };
 

@@ -7,7 +7,7 @@ InspectorImpl::InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& 
     : CallableObjectInstance(worker),
       _inspector(inspector)
 {
-    // While another publication lives, its callers may wait for answers, which leave by it.
+    // While another publication lives, its callers may wait for answers, which must leave by that one.
     if (!inspector->_published.lock()) inspector->_published = fn::WeakPtr(this);
 }
 
@@ -21,7 +21,7 @@ fn::AutoPtr<ipc::ObjectReference> InspectorImpl::createReference(ipc::ObjectRefe
 void InspectorImpl::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
 {
     if (name != "inspect") return;
-    _inspector->_published = fn::WeakPtr(this); // The answer leaves where the call has come in.
+    _inspector->_published = fn::WeakPtr(this); // The answer leaves by the publication that the call came to.
     _inspector->inspect(argument.get("action"), argument.get("refererAction"), context);
 }
 

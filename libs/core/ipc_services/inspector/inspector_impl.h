@@ -3,13 +3,13 @@
 
 namespace core {
 
-/// A published inspector: the shared object behind an `Inspector`, which it keeps alive. It lives while the service, or a
-/// browser, has a reference to it.
+/// A published inspector: the shared object that keeps an `Inspector` alive and calls it. It lives while the service or a
+/// browser has a reference to it.
 ///
 /// Method: "inspect" {"action", "refererAction"} gives a serialized `InspectionResult`.
 class FN_EXPORT InspectorImpl final : public ipc::CallableObjectInstance {
 public:
-    InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& inspector); ///< The inspector is there.
+    InspectorImpl(ipc::Worker& worker, const fn::AutoPtr<Inspector>& inspector); ///< `inspector` is not null.
 
 protected:
     ~InspectorImpl() override;

@@ -5,9 +5,9 @@
 
 namespace core {
 
-/// What an inspector shows where no redirection is left.
+/// A page of an inspector, behind all redirections.
 struct OpenedPage {
-    fn::Value action; ///< Of what is shown.
+    fn::Value action; ///< The action whose page this is.
     std::vector<Item> items;
 };
 
@@ -16,12 +16,12 @@ class FN_EXPORT InspectorReference final : public ipc::CallableObjectReference {
 public:
     explicit InspectorReference(ipc::ObjectReferenceInitializer& initializer);
 
-    /// What the inspector shows for an action (nil: its first page) on the way from another one. A redirection is not
-    /// followed. Waits for as long as the inspector takes. Fails with what it throws, or `ipc::ObjectDeadException`; cancelling
-    /// tells it nothing.
+    /// Asks the inspector for the page of an action (nil: its first one) on the way from `refererAction`, and follows no
+    /// redirection. There is no time-out. Fails with what the inspector throws, or with `ipc::ObjectDeadException`. The
+    /// inspector does not learn that the promise was cancelled.
     fn::Promise<InspectionResult> inspect(const fn::Value& action, const fn::Value& refererAction);
 
-    /// The same, and follows redirections; more than ten in a row are a `fn::RuntimeException`.
+    /// Asks likewise and follows redirections; more than ten in a row fail with a `fn::RuntimeException`.
     fn::Promise<OpenedPage> open(const fn::Value& action, const fn::Value& refererAction);
 
     ~InspectorReference() override;

@@ -45,7 +45,7 @@ fn::Promise<std::map<fn::String, fn::String>> InspectorRegistry::allInspectors()
 
 fn::Promise<fn::AutoPtr<InspectorReference>> InspectorRegistry::getInspector(const fn::String& key)
 {
-    // The class must be registered before one arrives; the caller need not know that.
+    // The class must be registered before a reference of it arrives; callers need not care.
     if (hasWorker()) worker().registerObjectReferenceClass<InspectorReference>();
     return callMethod("getInspector", key).then([](fn::Value&& answer) { return answer.object<InspectorReference>(); });
 }

@@ -7,14 +7,13 @@
 
 namespace core {
 
-/// The inspector service as everybody sees it: publishes inspectors under names, lists them, finds them by key. To get it,
-/// ask the registry:
+/// A reference to the inspector service: publishes inspectors under names, lists them, finds them by key. The object registry
+/// gives it, and waits up to the given time for the service:
 ///
 ///     worker.registry()->getInstance<core::InspectorRegistry>(fn::Duration::seconds(20));
 ///
-/// `getInstance()` waits that long for the service, then it fails. Belongs to its worker's loop, which must run for the answers
-/// to come. Each call fails with `ipc::ObjectDeadException` once the service has gone, and cancelling
-/// its promise cancels the call.
+/// Belongs to its worker's loop, which must run for the answers to come. Each call fails with `ipc::ObjectDeadException` when
+/// the service has gone; cancelling the promise cancels the call.
 class FN_EXPORT InspectorRegistry final : public ipc::CallableObjectReference {
 public:
     explicit InspectorRegistry(ipc::ObjectReferenceInitializer& initializer);

@@ -35,8 +35,8 @@ fn::Value InspectorRegistryImpl::registerInspector(const CallContext& context, c
     const auto name = argument.get("name").asString();
     const auto reference = argument.get("reference").object<InspectorReference>();
     if (!reference) throw fn::RuntimeException("Only an inspector can be registered");
-    // A registration ends with the worker of its inspector. A worker that registered those of others could connect again and
-    // again, and each of its lives would leave more of them.
+    // A registration ends with the worker of its inspector. A process that registered inspectors of other workers could connect
+    // again and again, and leave more registrations each time.
     if (ipc::ownerOf(reference->objectId()) != context.workerId)
         throw fn::RuntimeException("Only the worker of an inspector can register it");
     checkRoom(context.workerId, name);
@@ -46,7 +46,7 @@ fn::Value InspectorRegistryImpl::registerInspector(const CallContext& context, c
     ++_counts[context.workerId];
     _keys.emplace(key, id);
     _registrations.emplace(id, Registration { name, key, reference, {} });
-    // A reference that is dead already calls back at once: then there is no registration left to keep the connection.
+    // If the reference is dead already, the signal fires at once, and the registration has gone.
     auto death = reference->objectDeadSignal().connect([this, id] { removeRegistration(id); });
     const auto registration = _registrations.find(id);
     if (registration != _registrations.end()) registration->second.death = std::move(death);
@@ -63,7 +63,7 @@ void InspectorRegistryImpl::checkRoom(ipc::WorkerId workerId, const fn::String& 
         throw fn::RuntimeException("Too many inspectors are registered");
 }
 
-/// The first inspector of a name is found under the same key whenever it is registered; the others get one of their own.
+/// The key of the first inspector of a name is always the same; each further one of that name gets a new key.
 fn::String InspectorRegistryImpl::newKey(const fn::String& name) const
 {
     auto key = fn::ByteArray(name.view()).SHA256().base64(0);
@@ -83,7 +83,7 @@ fn::Value InspectorRegistryImpl::allInspectors() const
 {
     fn::Value names(fn::Value::MAP);
     for (const auto& [key, id] : _keys)
-        names.set(key, _registrations.at(id).name); // Ascending: appended, not inserted.
+        names.set(key, _registrations.at(id).name); // The keys ascend, so that the map appends them.
     return names;
 }
 

@@ -6,12 +6,11 @@
 
 namespace core {
 
-/// The inspector service itself, once in the system: see `registerInspectorRegistry()`.
+/// The instance of the inspector service, the only one in the system: see `registerInspectorRegistry()`.
 ///
 /// Methods: "registerInspector" {"name", "reference"} gives an id; "unregisterInspector" id; "allInspectors" gives a map of
 /// names by key; "getInspector" key gives the reference, or nil. A worker registers its own inspectors alone, a bounded number
-/// of them (core/ipc_services/inspector/limits.h), and its death ends their registrations. What cannot be understood is answered with an
-/// error.
+/// of them (core/ipc_services/inspector/limits.h), and its death ends their registrations. Any other call fails with an error.
 class FN_EXPORT InspectorRegistryImpl final : public ipc::CallableObjectInstance {
 public:
     explicit InspectorRegistryImpl(ipc::Worker& worker);
@@ -38,8 +37,8 @@ private:
 
     std::map<std::uint32_t, Registration> _registrations;
     std::map<fn::String, std::uint32_t> _keys;
-    std::uint32_t _lastId = 0; // Never given out twice.
-    std::map<ipc::WorkerId, std::size_t> _counts; // Of registrations, by worker.
+    std::uint32_t _lastId = 0; // No id is given out twice.
+    std::map<ipc::WorkerId, std::size_t> _counts; // How many registrations each worker has.
 };
 
 } // namespace core

@@ -3,10 +3,10 @@
 
 namespace core {
 
-/// One line of what an inspector shows.
+/// One line of a page of an inspector.
 struct Item {
     fn::String text;
-    fn::Value action; ///< What to inspect where the line is followed; nil: it leads nowhere.
+    fn::Value action; ///< The action of the page that the line leads to; nil if it leads nowhere.
 };
 
 } // namespace core

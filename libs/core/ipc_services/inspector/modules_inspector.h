@@ -4,8 +4,8 @@
 
 namespace core {
 
-/// Shows the modules that a manager supervises: what each is doing, and how often it had to be launched. Published in the
-/// main process. The manager may move; shows nothing once it has gone.
+/// Shows the modules that a manager supervises: the state of each, and how often it was launched. Published in the main
+/// process. The manager may move; once it has been destroyed, nothing is shown.
 class FN_EXPORT ModulesInspector final : public Inspector {
 public:
     explicit ModulesInspector(const ipc::ModuleManager& manager);

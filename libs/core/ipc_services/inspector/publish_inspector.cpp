@@ -30,7 +30,7 @@ void tellFailure(const fn::String& name, std::exception_ptr failure)
     const auto& category = fn::logging::category<"core.inspector">();
     try {
         std::rethrow_exception(failure);
-    } catch (const fn::EndedException&) { // As at the end of the application.
+    } catch (const fn::EndedException&) { // Comes at the end of the application, and is no fault.
     } catch (const std::exception& exception) {
         FN_LOG_TO(category, fn::logging::Warning, {}, "libs/core/inspector", "The inspector {} is missing: {}",
             name.view(), exception.what());

@@ -6,14 +6,14 @@
 
 namespace core {
 
-/// Publishes an inspector as soon as the service is there, for as long as the worker lives, which is connected. Where it
-/// cannot be published a log line says why: an application does without. On the worker's loop, which must be running.
+/// Publishes an inspector as soon as the service is there, for as long as the worker lives. The worker must be connected, and
+/// its loop running. A log line says why an inspector cannot be published; an application does without it.
 FN_EXPORT void publishInspector(ipc::Worker& worker, const fn::String& name, const fn::AutoPtr<Inspector>& inspector);
 
-/// Writes the page behind an action, nil for the first one. What it throws reaches the browser as the call's failure.
+/// Writes the page of an action, nil for the first one. An exception reaches the browser as the call's failure.
 using WritePage = folly::Function<void(const fn::Value& action, InspectionResultWriter& page)>;
 
-/// The same for one that answers at once and does not ask where its browser comes from.
+/// Publishes an inspector that answers at once and does not use `refererAction`.
 FN_EXPORT void publishInspector(ipc::Worker& worker, const fn::String& name, WritePage writePage);
 
 } // namespace core

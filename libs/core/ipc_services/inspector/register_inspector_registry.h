@@ -3,8 +3,8 @@
 
 namespace core {
 
-/// Creates the inspector service in a worker that is connected, and offers it to all others. Once in the system; the usual
-/// place is the hub's own worker, from `Dispatcher::onReady()` on. On the worker's loop, which must be running. A failure goes to
+/// Makes the inspector service in `worker` and offers it to all other workers; to be called once in the system, usually for the
+/// hub's own worker at `Dispatcher::onReady()`. The worker must be connected, and its loop running. A failure goes to
 /// `fn::unhandledException()`.
 FN_EXPORT void registerInspectorRegistry(ipc::Worker& worker);
 

@@ -4,10 +4,11 @@
 
 namespace core {
 
-/// Shows what is registered in the object registry: by class and in the order of looking up, with priority, owner and
-/// whether it is hidden; and the look-ups that wait. Published in the main process. Shows nothing once the dispatcher has gone.
+/// Shows the registrations of the object registry, by class and in the order in which a look-up prefers them: with priority,
+/// owner and whether the instance is hidden; and the look-ups that wait. Published in the main process. Shows nothing once the
+/// dispatcher has gone.
 ///
-/// Actions: nil, the beginning of both lists; {"registrations": n} and {"waiters": n}, one of them behind its first n.
+/// Actions: nil shows the beginning of both lists; {"registrations": n} and {"waiters": n} show one list behind its first n.
 class FN_EXPORT RegistryInspector final : public Inspector {
 public:
     explicit RegistryInspector(ipc::Dispatcher& dispatcher);
