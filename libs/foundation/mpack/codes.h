@@ -6,7 +6,7 @@
 
 namespace fn::mpack {
 
-/// First bytes of the MessagePack forms. The `Fix` ones hold a number in their low bits.
+/// First bytes of the MessagePack forms. Those of FixInt, FixMap, FixArray and FixStr hold a number in their low bits.
 namespace code {
 inline constexpr std::uint8_t PositiveFixInt = 0x00, FixMap = 0x80, FixArray = 0x90, FixStr = 0xA0;
 inline constexpr std::uint8_t Nil = 0xC0, False = 0xC2, True = 0xC3;
@@ -22,7 +22,7 @@ inline constexpr std::uint8_t NegativeFixInt = 0xE0;
 } // namespace code
 
 inline constexpr std::int8_t timestampType = -1; ///< Extension type of a timestamp.
-inline constexpr std::int8_t plainType = -1; ///< What a hook answers for a value that it does not write.
+inline constexpr std::int8_t plainType = -1; ///< What a hook answers for a value that is to be plain.
 
 /// Numbers are big-endian on the wire.
 template <std::unsigned_integral T> T bigEndian(T value) noexcept

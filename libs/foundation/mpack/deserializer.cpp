@@ -9,7 +9,7 @@
 namespace fn::mpack {
 namespace {
 
-// Bounds what nested containers that lie about their size make us reserve; they grow beyond it as elements come.
+// Most elements that memory is reserved for: a container may lie about its size, and grows beyond this as elements come.
 constexpr std::size_t mostElementsReserved = 256;
 
 template <std::unsigned_integral T> T readNumber(InputStream& stream)
@@ -98,7 +98,7 @@ Value Deserializer::readText(std::uint32_t size) { return _stream.readString(siz
 
 Value Deserializer::readBytes(std::uint32_t size) { return _stream.readByteArray(size); }
 
-/// Checks what is announced before anything is made of it. Each value takes a byte at least.
+/// Checks the announced number of values before memory is reserved for them. Each value takes a byte at least.
 void Deserializer::enterContainer(std::uint64_t values, int depth)
 {
     if (depth >= maxDepth) throwMalformed(_stream, "Value is nested too deeply");

@@ -12,8 +12,8 @@ public:
     /// `stream` and `hook` are borrowed. Without a hook an extension value other than a timestamp reads as nil.
     explicit Deserializer(InputStream& stream, ValueDeserializer* hook = nullptr) : _stream(stream), _hook(hook) { }
 
-    /// Bounds the values inside of containers, all in all: each may be one byte on the wire and is 24 in memory. More is
-    /// `fn::DataFormatException`. Without a bound of their own, what the bytes hold is read.
+    /// Bounds the number of values inside all containers together: a value may take one byte on the wire and takes 24 in memory.
+    /// More values: `fn::DataFormatException`. Default: no bound but the bytes.
     void setMaxValues(std::uint64_t count) noexcept { _valuesLeft = count; }
 
     /// The next value; empty at the end of the stream. Malformed bytes: `fn::DataFormatException`; a stream that ends
@@ -21,7 +21,7 @@ public:
     std::optional<Value> deserialize();
 
 private:
-    // `depth` counts the containers around the value. `code` is its first byte.
+    // `depth` counts the containers around the value; `code` is the first byte of the value.
     Value read(int depth);
     Value read(std::uint8_t code, int depth);
     Value readText(std::uint32_t size);
@@ -30,7 +30,7 @@ private:
     Value readMap(std::uint32_t count, int depth);
     Value readExtension(std::uint32_t size);
     void enterContainer(std::uint64_t values, int depth);
-    void requireBytes(std::uint64_t size) const; // Where the stream knows that it ends before: EndOfStreamException.
+    void requireBytes(std::uint64_t size) const; // EndOfStreamException if the stream knows that it has fewer bytes.
 
     InputStream& _stream;
     ValueDeserializer* _hook;

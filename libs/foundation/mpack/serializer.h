@@ -12,15 +12,15 @@ public:
     /// `stream` and `hook` are borrowed.
     explicit Serializer(OutputStream& stream, ValueSerializer* hook = nullptr) : _stream(stream), _hook(hook) { }
 
-    /// Bounds the values inside of containers, all together, as `Deserializer::setMaxValues()` does: `fn::DataFormatException`
-    /// beyond it. A map's entry is two. Default: no bound.
+    /// Bounds the number of values inside all containers together, as `Deserializer::setMaxValues()` does; an entry of a map counts
+    /// as two. More values: `fn::DataFormatException`. Default: no bound.
     void setMaxValues(std::uint64_t count) noexcept { _valuesLeft = count; }
 
-    /// One value. A boxed value that no hook takes (a timestamp is ext -1): `fn::DataFormatException` "Unsupported value
-    /// type"; the same class for containers deeper than `maxDepth`.
+    /// Writes one value, a timestamp as extension -1. `fn::DataFormatException` "Unsupported value type" for another boxed value
+    /// that no hook takes; the same class for containers deeper than `maxDepth`.
     void serialize(const Value& value);
 
-    /// Begins a map: so many keys, each with its value behind it, follow.
+    /// Begins a map: `count` keys follow, each with its value behind it.
     void beginMap(std::size_t count) { beginContainer(count, true, 0); }
 
     /// An entry of a map with text keys.
@@ -29,7 +29,7 @@ public:
         const Value& value;
     };
 
-    /// What `serialize()` writes of a map with these entries (ascending by key), without the map.
+    /// Writes what `serialize()` would write of a map with these entries (ascending by key), without making the map.
     void serializeMap(std::span<const Field> fields);
 
 private:

@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::int64_t microsecondsPerSecond = 1'000'000;
 constexpr std::uint32_t nanosecondsPerSecond = 1'000'000'000;
-constexpr int secondsBits = 34; // Of the 8-byte form; the nanoseconds lie above them.
+constexpr int secondsBits = 34; // The low bits of the 8-byte form; nanoseconds are above.
 
 struct Parts {
     std::int64_t seconds;
@@ -72,7 +72,7 @@ void writeTimestamp(Timestamp timestamp, OutputStream& stream)
 Timestamp readTimestamp(std::uint32_t size, InputStream& stream)
 {
     const auto [seconds, nanoseconds] = readParts(size, stream);
-    // Before the epoch counted back from the next full second: the one below may lie beyond the earliest timestamp.
+    // A time before the epoch is counted from the full second above it: the full second below may be before the earliest timestamp.
     const bool isBefore = seconds < 0;
     const auto rest = static_cast<std::int64_t>(nanoseconds / 1000) - (isBefore ? microsecondsPerSecond : 0);
     std::int64_t microseconds = 0;

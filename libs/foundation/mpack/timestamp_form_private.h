@@ -13,8 +13,8 @@ namespace fn::mpack {
 std::uint32_t timestampBytes(Timestamp timestamp) noexcept;
 void writeTimestamp(Timestamp timestamp, OutputStream& stream);
 
-/// A body of `size` bytes; fractions of a microsecond are dropped. What is no timestamp, or beyond what one holds:
-/// `fn::DataFormatException`.
+/// Reads a body of `size` bytes; fractions of a microsecond are dropped. `fn::DataFormatException` if the body is no timestamp,
+/// or one that a Timestamp cannot hold.
 Timestamp readTimestamp(std::uint32_t size, InputStream& stream);
 
 } // namespace fn::mpack

@@ -20,7 +20,7 @@ public:
     /// From dotted digits, or IPv6 text with or without "%" and the number of the scope; anything else is none.
     static std::optional<IPAddress> fromString(const String& text);
 
-    /// None for null, for another family and where `size` is too small for it.
+    /// None if `address` is null or of another family, or if `size` is too small for its family.
     static std::optional<IPAddress> fromSocketAddress(const sockaddr* address, std::size_t size);
 
     Family family() const noexcept { return _family; }
@@ -36,9 +36,9 @@ public:
     bool isBroadcast() const noexcept; ///< 255.255.255.255
     bool isUnicast() const noexcept { return !isWildcard() && !isMulticast() && !isBroadcast(); }
 
-    String toString() const; ///< As `fromString()` reads it.
+    String toString() const; ///< The form that `fromString()` reads.
 
-    /// The same family and bytes. The scope says where an address is reached, not which one it is.
+    /// Whether family and bytes are the same. The scope says where an address is reached, not which address it is.
     friend bool operator==(const IPAddress& a, const IPAddress& b) noexcept
     {
         return a._family == b._family && a._bytes == b._bytes;

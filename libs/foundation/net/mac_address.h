@@ -15,8 +15,8 @@ public:
     MacAddress() noexcept = default; ///< All zero.
     explicit MacAddress(const std::array<std::uint8_t, length>& bytes) noexcept : _bytes(bytes) { }
 
-    /// Of the neighbour with that address, as this machine knows it at the moment. Nobody on the network is asked and
-    /// nothing is waited for. `fn::IOException` where it does not know it. Thread-safe.
+    /// The hardware address of the neighbour that has `address`, as this machine knows it at the moment: the call sends nothing to
+    /// the network and does not wait. `fn::IOException` if this machine does not know it. Thread-safe.
     static MacAddress fromIPAddress(const IPAddress& address);
 
     const std::array<std::uint8_t, length>& bytes() const noexcept { return _bytes; }

@@ -19,7 +19,7 @@ struct NetworkStateNotifier::Watch {
     Watch(uv::Loop& loop, Task onChange) : poll(loop, changes.descriptor(), std::move(onChange)) { }
 
     platform::NetworkChanges changes;
-    uv::Poll poll; // Ends before what it watches.
+    uv::Poll poll; // Destroyed before `changes`, which it watches.
 };
 
 NetworkStateNotifier& NetworkStateNotifier::instance()
@@ -52,7 +52,7 @@ void NetworkStateNotifier::changesArrived()
     try {
         if (!_watch->changes.take()) return;
     } catch (const std::exception& exception) {
-        _watch.reset(); // Else the failure would come in every turn.
+        _watch.reset(); // Otherwise the failure would come again in every turn.
         watchFailed(exception);
         return;
     }
@@ -72,7 +72,7 @@ void NetworkStateNotifier::retry()
     if (!_watch) return;
     _hasFailed = false;
     FN_LOG_TO(category(), logging::Info, {}, site, "The network is being watched again");
-    _onChange.fire(platform::isNetworkAvailable()); // What has changed meanwhile nobody has told.
+    _onChange.fire(platform::isNetworkAvailable()); // For changes since the watch failed.
 }
 
 } // namespace fn

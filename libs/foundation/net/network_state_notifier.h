@@ -6,21 +6,21 @@
 
 namespace fn {
 
-/// Tells when something about the network has changed: an adapter, an address, a route. Often nothing that matters has, so
-/// who hears of it looks. What changes in one turn of the loop is told once. Belongs to the thread of its loop.
+/// Calls listeners when something about the network has changed: an adapter, an address, a route. Many changes do not matter to a
+/// listener, so it compares what it needs. Changes of one turn of the loop make one call. Belongs to the thread of its loop.
 class FN_EXPORT NetworkStateNotifier {
 public:
-    /// Of the process, on the default loop. Thread-safe, as opposed to what it gives.
+    /// The notifier of the process, on the default loop. This call is thread-safe, the notifier is not.
     static NetworkStateNotifier& instance();
 
     explicit NetworkStateNotifier(RunLoop& loop);
     NetworkStateNotifier(const NetworkStateNotifier&) = delete;
     NetworkStateNotifier& operator=(const NetworkStateNotifier&) = delete;
-    ~NetworkStateNotifier(); ///< Not in a listener.
+    ~NetworkStateNotifier(); ///< Not to be called in a listener.
 
-    /// Calls `listener` after each change with whether there is a network: an adapter that runs and has an address. The
-    /// first listener starts the watch, which goes on. Where the system does not tell of changes, or not any more, it is
-    /// asked again every 5 seconds, and as soon as it does, the listeners are called once for what they may have missed.
+    /// Calls `listener` after each change and says whether there is a network: an adapter that runs and has an address. The first
+    /// listener starts the watch, which then goes on. If the watch fails, it is tried again every 5 seconds; as soon as it works
+    /// again, the listeners are called once for changes that they may have missed.
     Handle addChangeListener(folly::Function<void(bool)> listener);
 
 private:
@@ -34,7 +34,7 @@ private:
     Signal<bool> _onChange;
     std::unique_ptr<Watch> _watch; // Null before the first listener and after a failure.
     Handle _retry;
-    bool _hasFailed = false; // And is being tried again.
+    bool _hasFailed = false; // The watch has failed, and is tried again.
 };
 
 } // namespace fn

@@ -5,9 +5,9 @@
 
 namespace fn {
 
-/// The variables and the user that this process runs with. These calls exclude each other; code that calls the C
-/// library directly is not held off, so set variables before starting threads. A name that is empty or holds '=' or
-/// NUL: `fn::IOException`.
+/// The variables and the user that this process runs with. These calls exclude each other, but not code that calls the C library
+/// directly, so set variables before starting threads. `set()` and `unset()` throw `fn::IOException` for a name that is empty or
+/// holds '=' or NUL, or for a value that holds NUL.
 class FN_EXPORT Environment {
 public:
     Environment() = delete;

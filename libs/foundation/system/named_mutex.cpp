@@ -22,7 +22,7 @@ bool tryLock(const FileDescriptor& file)
     return true;
 }
 
-/// Somebody may have removed the file between its opening and its locking: the next one who comes would make, and lock, another.
+/// Whether the locked file still has its name. If somebody has removed it before it was locked, another process could lock a new one.
 bool hasItsName(const FileDescriptor& file)
 {
     struct stat locked, named;
@@ -34,7 +34,7 @@ bool hasItsName(const FileDescriptor& file)
 
 NamedMutex::NamedMutex(const String& name, bool exclusive)
 {
-    const auto path = platform::privatePath(name + ".lock"); // Apart from a pipe of the same name.
+    const auto path = platform::privatePath(name + ".lock"); // A pipe NAME has another path.
     if (!exclusive) return;
     do {
         _lock = FileDescriptor(posix::open(path, O_RDWR | O_CREAT | O_NOFOLLOW, onlyOwner), path);
@@ -44,7 +44,7 @@ NamedMutex::NamedMutex(const String& name, bool exclusive)
     } while (!hasItsName(_lock));
 }
 
-// The file stays: whoever has opened it and waits to lock it would hold another one than who makes it anew.
+// The file stays: removing it behind the end of the lock could take it from a process that has just locked it.
 NamedMutex::~NamedMutex() = default;
 
 } // namespace fn

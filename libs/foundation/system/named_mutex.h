@@ -4,24 +4,24 @@
 
 namespace fn {
 
-/// A name that one holder at a time has among all processes of this user. Held until the object goes or its process ends,
-/// however it ends; programs started meanwhile do not inherit it. Thread-safe.
+/// A name that only one holder at a time can have among all processes of this user. An object holds the name until it is destroyed
+/// or its process ends in any way; programs that the process starts do not inherit the name. Thread-safe.
 ///
-/// It is the lock on a file NAME.lock in the user's private folder (`platform::privatePath()`). Processes of one user that see
-/// another `XDG_RUNTIME_DIR`, or without it another `TMPDIR`, have another folder, and each of the two a holder of the name.
-/// So has whoever comes after the file was removed.
+/// The name is a lock on the file NAME.lock in the user's private folder (`platform::privatePath()`). Processes that see another
+/// `XDG_RUNTIME_DIR`, or without it another `TMPDIR`, have another folder, in which the name has another holder. If somebody
+/// removes the file while the name is held, another process can take the name, too.
 class FN_EXPORT NamedMutex {
 public:
-    /// `exclusive` takes the name: `NamedMutexAlreadyExistsException` where somebody, in this process or another, has it.
-    /// Otherwise the object holds nothing, and keeps nobody from taking the name. `fn::IOException` where the name holds
-    /// '/', NUL or '..', or the system does not let us lock.
+    /// With `exclusive` the object takes the name: `NamedMutexAlreadyExistsException` if an object of this process or another one
+    /// holds it. Otherwise the object holds nothing, and everybody may take the name. `fn::IOException` if the name holds '/', NUL
+    /// or '..', or if the file cannot be locked.
     NamedMutex(const String& name, bool exclusive);
     NamedMutex(const NamedMutex&) = delete;
     NamedMutex& operator=(const NamedMutex&) = delete;
     ~NamedMutex();
 
 private:
-    FileDescriptor _lock; // Owns nothing unless exclusive.
+    FileDescriptor _lock; // Owns no file unless exclusive.
 };
 
 } // namespace fn

@@ -43,10 +43,10 @@ String PathManager::getPath(int type, const String& relative, bool create) const
     const auto root = folder(type);
     const auto path = relative.empty() ? root : root + "/" + relative;
 
-    // What the user's own folders hold is nobody else's business; the rest follows the process's mask.
+    // Other users may not enter the user's own folders; the mode of the other folders follows the process's mask.
     const int mode = type == PreferencesFolder || type == LogFolder ? 0700 : 0777;
-    // Made also for those who do not ask: they may create the folder themselves, with a wider mode. Where that fails,
-    // their own opening of the file reports it.
+    // Made without `create`, too: the caller may otherwise make the folder with a wider mode. If this fails, the caller learns it
+    // when opening the file.
     if (type == PreferencesFolder) makeFolders(root, mode);
     if (create) {
         const auto wanted = relative.empty() ? root : Path::parsePath(path).directory;

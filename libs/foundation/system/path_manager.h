@@ -15,31 +15,31 @@ namespace fn {
 class FN_EXPORT PathManager {
 public:
     enum Type : int {
-        ExecutableFolder = 0, ///< Where this process's program lies.
+        ExecutableFolder = 0, ///< The folder of this process's program.
         DesktopFolder = 3, ///< The user's desktop, or the home folder where there is none.
-        PreferencesFolder = 7, ///< Mode 0700, made whenever it is asked for.
+        PreferencesFolder = 7, ///< Mode 0700; each `getPath()` makes it if it is missing.
         ResourceFolder = 8, ///< Root of the installation, or the source's resource folder.
         LogFolder = 9, ///< Mode 0700.
     };
 
     static PathManager& instance();
 
-    /// The path of `relative` (may begin with "../") under that folder; of the folder itself for "". `create` makes the
-    /// folders that lead there, the last part of `relative` excepted; failing that: `fn::FileException`. An unknown
-    /// type: `fn::RangeException`.
+    /// The path of `relative` (may begin with "../") under the folder of that type; "" gives the folder itself. `create` makes the
+    /// folders that lead there, except the last part of `relative`; `fn::FileException` if that fails. An unknown type:
+    /// `fn::RangeException`.
     String getPath(int type, const String& relative, bool create) const;
     String getPath(int type, std::same_as<bool> auto create) const { return getPath(type, String(), create); }
 
-    /// What the names of this family's programs begin with: "skyfold".
+    /// The beginning of the names of this family's programs: "skyfold".
     const String& namePrefix() const noexcept { return _namePrefix; }
 
     /// Whether this process's program belongs to an installation.
     bool hasInstalledLayout() const;
 
-    /// Names this application's folders below the user's own. Initially the name prefix.
+    /// Sets the name of this application's folders inside the user's folders. Initially the name prefix.
     void setApplicationName(const String& name);
 
-    /// Puts another folder in place of that type's own; nothing restores it.
+    /// Replaces the folder of that type by another one, until the next call; no value gives the type its own folder again.
     void overrideFolder(int type, std::optional<String> folder);
 
 private:

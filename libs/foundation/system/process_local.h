@@ -4,12 +4,12 @@
 
 namespace fn {
 
-/// What there is once in each process, made at the first use. In a real process it is never destroyed, so that what ends late
-/// may still use it; in the simulated world each process has one of its own, which goes with it. Static duration.
-/// Thread-safe in real processes, as far as T is.
+/// An object that each process has once, made at the first use. In a real process the object is never destroyed, so that code that
+/// runs at the very end may still use it; each process of the simulated world has an object of its own, which is destroyed with the
+/// process. A ProcessLocal has static duration. Thread-safe in real processes, as far as T is.
 template <typename T> class ProcessLocal final : uv::System::LocalMaker {
 public:
-    /// `make` gives a new one; by default `new T()`.
+    /// `make` returns a new object; by default `new T()`.
     constexpr explicit ProcessLocal(T* (*make)() = [] { return new T(); }) : _make(make) { }
     ProcessLocal(const ProcessLocal&) = delete;
     ProcessLocal& operator=(const ProcessLocal&) = delete;

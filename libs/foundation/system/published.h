@@ -6,9 +6,9 @@
 
 namespace fn {
 
-/// An object that many threads read while others replace it. Readers take a reference without ever waiting; a writer
-/// waits for those that are just taking one, not for what they do with it. Thread-safe. (The standard library's atomic shared_ptr of
-/// this compiler locks, and in a way that ThreadSanitizer takes for a race.)
+/// An object that many threads read while others replace it. Readers take a reference without ever waiting; a writer waits for
+/// readers that are taking one at that moment, not for what they do with the object. Thread-safe. (The atomic shared_ptr of this
+/// compiler's standard library locks, in a way that ThreadSanitizer reports as a race.)
 template <typename T> class Published {
 public:
     explicit Published(std::shared_ptr<const T> object) : _slot(new std::shared_ptr<const T>(std::move(object))) { }

@@ -5,7 +5,7 @@ struct _GChecksum;
 
 namespace fn {
 
-/// Adds up the SHA-1 sum of bytes given in pieces.
+/// Computes the SHA-1 sum of bytes that come in pieces.
 class FN_EXPORT SHA1Engine {
 public:
     SHA1Engine();
@@ -15,7 +15,7 @@ public:
 
     void update(const void* data, std::size_t size);
 
-    /// The 20 bytes of the sum. The engine then starts a new one.
+    /// The 20 bytes of the sum. The engine then starts a new sum.
     ByteArray digest();
 
 private:

@@ -8,15 +8,15 @@ namespace fn {
 /// use anywhere, so neither the destructor nor a failed start of a module unloads it.
 class FN_EXPORT SharedLibrary {
 public:
-    static constexpr int ResolveNow = 1; ///< All symbols at once; a missing one fails the load instead of a later call.
+    static constexpr int ResolveNow = 1; ///< Resolves all symbols now: a missing one fails the load, not a later call.
     static constexpr int KeepLoaded = 8;
 
-    /// Loads it, its symbols hidden from other libraries. `fn::FileException` with the loader's message if that fails
-    /// or if this object has loaded one already. Flags other than those above are `fn::RangeException`.
+    /// Loads a library and hides its symbols from other libraries. `fn::FileException` with the loader's message if that fails,
+    /// `fn::RuntimeException` if this object has loaded one already, `fn::RangeException` for flags other than those above.
     void load(const String& path, int flags = ResolveNow | KeepLoaded);
     bool isLoaded() const noexcept { return _handle != nullptr; }
 
-    /// Address of an exported symbol. Unknown, or nothing loaded: `fn::RuntimeException`.
+    /// The address of an exported symbol. `fn::RuntimeException` if the symbol is unknown or no library is loaded.
     void* symbol(const String& name) const;
 
 private:

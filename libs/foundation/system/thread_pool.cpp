@@ -12,8 +12,8 @@
 namespace fn {
 namespace {
 
-/// What GLib's queue carries. The queue orders what the threads do, but by locks that ThreadSanitizer can not see; the
-/// atomics here and in the pool say the same once more.
+/// A task in GLib's queue. The locks of the queue order the threads, but ThreadSanitizer cannot see those locks; the atomics here
+/// and in the pool tell it the same order.
 struct Job {
     Task task;
     std::atomic<bool> isGiven { false };
@@ -58,7 +58,7 @@ ThreadPool::Private::Private(int threads)
 {
     if (uv::System::current()) return;
     GError* error = nullptr;
-    // Threads of its own, all started now: what can fail fails here and not at some later task.
+    // Exclusive threads, which GLib starts now: an error comes here and not at some later task.
     _pool = g_thread_pool_new(runJob, this, std::max(threads, 1), TRUE, &error);
     if (!error) return;
     const RuntimeException exception(String("Can not start the threads of a pool: ") + error->message);
@@ -76,7 +76,7 @@ void ThreadPool::Private::schedule(Task task)
     if (!FN_ASSERT(_pool, sites::poolTakesTasks)) return;
     ++_unfinished;
     job->isGiven.store(true, std::memory_order_release);
-    g_thread_pool_push(_pool, job.release(), nullptr); // Fails only where it would have to start a thread.
+    g_thread_pool_push(_pool, job.release(), nullptr); // Cannot fail: all threads are started.
 }
 
 void ThreadPool::Private::runJob(gpointer job, gpointer pool)

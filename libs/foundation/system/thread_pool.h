@@ -5,28 +5,28 @@
 
 namespace fn {
 
-/// Threads that run tasks one after the other, each task on whichever of them is free first.
+/// Threads that take tasks in the order of scheduling, each task on the thread that is free first.
 ///
-/// Work that blocks is given to them, so that a run loop does not have to wait for it. An exception out of a task goes to
+/// For work that blocks, so that no run loop has to wait for it. An exception out of a task goes to
 /// `fn::unhandledException()`.
 class FN_EXPORT ThreadPool {
 public:
-    /// Starts `threads` threads, at least one. `fn::RuntimeException` where the system gives no more of them.
+    /// Starts `threads` threads, at least one. `fn::RuntimeException` if the system gives no more threads.
     explicit ThreadPool(int threads);
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;
-    ~ThreadPool(); ///< `stop()`.
+    ~ThreadPool(); ///< Calls `stop()`.
 
     /// The pool of the process, made at the first call and never destroyed: a thread for each core, at least four. Nobody
     /// stops it. Thread-safe.
     static ThreadPool& defaultPool();
 
-    /// Has `task` run, and destroyed, on a thread of the pool. A stopped pool reports an assertion and drops it.
+    /// Runs and destroys `task` on a thread of the pool. A stopped pool reports a broken invariant and drops the task.
     /// Thread-safe.
     void schedule(Task task);
 
-    /// Takes no further tasks and returns when all those taken have run. The second call does nothing. Not from a task
-    /// of this pool. Thread-safe.
+    /// Refuses further tasks, and returns when all tasks that the pool has taken have run. The second call does nothing. Not to be
+    /// called from a task of this pool. Thread-safe.
     void stop();
 
 private:

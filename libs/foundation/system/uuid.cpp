@@ -13,7 +13,7 @@ namespace {
 void fillRandomly(std::span<unsigned char> bytes)
 {
     if (auto* const system = uv::System::current()) return system->fillRandomly(bytes);
-    // So few bytes come whole, once the kernel has gathered any randomness at all.
+    // `getrandom()` waits until the kernel has gathered randomness, and then gives so few bytes in one piece.
     while (::getrandom(bytes.data(), bytes.size(), 0) < 0) {
         const int error = errno;
         if (error != EINTR) throw with(IOException(std::generic_category().message(error)), ErrnoInfo { error });
@@ -27,7 +27,7 @@ UUID UUIDGenerator::createOne()
     std::array<unsigned char, 16> bytes;
     fillRandomly(bytes);
     bytes[6] = (bytes[6] & 0x0f) | 0x40; // Version 4: random.
-    bytes[8] = (bytes[8] & 0x3f) | 0x80; // The variant that this layout belongs to.
+    bytes[8] = (bytes[8] & 0x3f) | 0x80; // The variant: RFC 4122.
 
     std::array<char, 36> text;
     auto* out = text.data();

@@ -29,7 +29,7 @@ const Clock& Clock::system()
 {
     if (const auto* simulated = uv::System::current()) [[unlikely]]
         return simulated->clock();
-    static const auto& clock = *new SystemClock; // Loops of static duration may read it to the very end.
+    static const auto& clock = *new SystemClock; // Never destroyed: loops of static duration may read it.
     return clock;
 }
 

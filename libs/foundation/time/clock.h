@@ -4,7 +4,7 @@
 
 namespace fn {
 
-/// What the system's time is read through, so that a test can drive it.
+/// A source of the time. A test can give a loop, a timer or a log a clock that the test drives.
 class FN_EXPORT Clock {
 public:
     virtual ~Clock();
@@ -14,11 +14,11 @@ public:
     static const Clock& system();
 };
 
-/// A clock that stands until it is told to go on. Loops that follow it are woken to look at their timers.
+/// A clock that stands still between calls of `advance()`, which wakes the loops that follow the clock: they look at their timers.
 class FN_EXPORT ManualClock final : public Clock {
 public:
     ManualClock();
-    ~ManualClock() override; ///< After the loops that follow it.
+    ~ManualClock() override; ///< To be destroyed after the loops that follow it.
 
     Duration monotonic() const override;
     Duration sinceEpoch() const override;

@@ -6,7 +6,7 @@
 
 namespace fn {
 
-/// Told, on any thread, that a manual clock has gone on.
+/// Is told, on any thread, that a manual clock has been advanced.
 class ClockFollower {
 public:
     virtual void clockAdvanced() = 0;
@@ -17,7 +17,7 @@ protected:
 
 struct ManualClock::Private {
     void add(ClockFollower& follower);
-    void remove(ClockFollower& follower); ///< It is not told any more once this returns.
+    void remove(ClockFollower& follower); ///< `follower` is not told any more once this returns.
     void advance(std::int64_t microseconds);
 
     std::atomic<std::int64_t> elapsed { 0 }; // Microseconds.

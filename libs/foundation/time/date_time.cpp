@@ -9,7 +9,7 @@ constexpr std::int64_t microsecondsPerSecond = 1'000'000;
 constexpr std::int64_t microsecondsPerDay = 86'400 * microsecondsPerSecond;
 
 // The calendar repeats after 400 years, which are whole weeks. Timestamps reach further than std::chrono's years, so
-// the calendar is asked about the same day within 1970 to 2369.
+// std::chrono is asked about the same day in the years 1970 to 2369.
 constexpr std::int64_t yearsPerCycle = 400;
 constexpr std::int64_t daysPerCycle = 146'097;
 
@@ -58,7 +58,8 @@ DateTime::DateTime(int year, int month, int day, int hour, int minute, int secon
 
     auto days = std::chrono::sys_days(date).time_since_epoch().count() + cycle * daysPerCycle;
     auto time = ((hour * 60 + minute) * 60 + second) * microsecondsPerSecond + microsecond;
-    if (days < 0) { // Counted back from the next midnight: the one before may lie beyond the earliest timestamp.
+    // A date before 1970 is counted from the midnight after it: the midnight before may be earlier than any timestamp.
+    if (days < 0) {
         ++days;
         time -= microsecondsPerDay;
     }

@@ -6,14 +6,14 @@
 
 namespace fn {
 
-/// A date and time of the Gregorian calendar (also before its introduction), to the microsecond, of no zone of its own:
-/// UTC unless the source says otherwise. Covers every timestamp.
+/// A date and time of the Gregorian calendar (also before its introduction), to the microsecond, without a zone of its own: the
+/// fields are UTC unless their source says otherwise. Covers every timestamp.
 class FN_EXPORT DateTime {
 public:
     DateTime() = default; ///< 1970-01-01 00:00:00.
     explicit DateTime(Timestamp timestamp);
 
-    /// A field out of its range, or a date beyond what timestamps hold: `fn::RangeException`.
+    /// `fn::RangeException` for a field out of its range, or for a date beyond what timestamps hold.
     DateTime(int year, int month, int day, int hour = 0, int minute = 0, int second = 0, int microsecond = 0);
 
     int year() const noexcept { return _year; } ///< Astronomical: 0 is 1 BC.
@@ -26,7 +26,7 @@ public:
     int microsecond() const noexcept { return _microsecond; }
 
     /// Takes the fields as local time that is `timeZoneDifferential` seconds ahead of UTC, and turns them into UTC.
-    /// Beyond what timestamps hold: `fn::RangeException`.
+    /// `fn::RangeException` for a date beyond what timestamps hold.
     void makeUTC(int timeZoneDifferential);
 
     Timestamp timestamp() const; ///< The fields taken as UTC.

@@ -15,7 +15,7 @@ DateTime inZone(Timestamp timestamp, int timeZone)
     return result;
 }
 
-// Four digits at least, which the sign is not one of.
+// At least four digits, and the sign besides.
 std::string yearText(int year) { return fmt::format("{}{:04}", year < 0 ? "-" : "", std::abs(year)); }
 
 String formatSortable(const DateTime& date)
@@ -38,7 +38,7 @@ String DateTimeFormatter::format(Timestamp timestamp, DateTimeFormat format, int
     if (format == DateTimeFormat::SORTABLE_FORMAT) return formatSortable(inZone(timestamp, utc ? 0 : timeZone));
     if (utc) return formatRFC1123(DateTime(timestamp), "GMT");
 
-    const int minutes = timeZone / 60; // The zone is written in minutes, so the time must be the one of those.
+    const int minutes = timeZone / 60; // The text has the zone in minutes, so the date is that of those minutes.
     const auto date = inZone(timestamp, minutes * 60);
     const int distance = std::abs(minutes);
     return formatRFC1123(date, fmt::format("{}{:02}{:02}", minutes < 0 ? '-' : '+', distance / 60, distance % 60));

@@ -12,8 +12,8 @@ public:
 
     static constexpr int UTC = 0xFFFF;
 
-    /// The moment in a zone that is `timeZone` seconds ahead of UTC, or in UTC. A zone of a day or more, or a date
-    /// beyond what timestamps hold: `fn::RangeException`.
+    /// The text of a moment in a zone that is `timeZone` seconds ahead of UTC, or in UTC. `fn::RangeException` for a zone of a day or
+    /// more, or for a date beyond what timestamps hold.
     static String format(Timestamp timestamp, DateTimeFormat format, int timeZone = UTC);
     static String format(const LocalDateTime& dateTime, DateTimeFormat format);
 };

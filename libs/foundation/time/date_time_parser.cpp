@@ -10,7 +10,7 @@ namespace {
 // Timestamps end in the years -290308 and 294247: six digits.
 constexpr std::size_t mostYearDigits = 6;
 
-// What is left of the text to read. Each call takes a piece from its front or throws.
+// The rest of the text to read. Each `take...()` takes a piece from the front of the rest, or throws.
 class Cursor {
 public:
     explicit Cursor(std::string_view text) : _text(text), _rest(text) { }
@@ -39,7 +39,7 @@ public:
         return result;
     }
 
-    // Takes one of the names, all of one length, and gives its index.
+    // Takes one of the names, which all have one length, and returns its index.
     template <typename Names> int takeName(const Names& names)
     {
         const auto found = std::ranges::find(names, _rest.substr(0, names[0].size()));
@@ -134,7 +134,7 @@ DateTime DateTimeParser::parse(const String& text, DateTimeFormat format, int& t
     try {
         return format == DateTimeFormat::RFC1123_FORMAT ? takeRFC1123(cursor, timeZoneDifferential)
                                                         : takeSortable(cursor, timeZoneDifferential);
-    } catch (const RangeException&) { // Well formed, but there is no 31 February.
+    } catch (const RangeException&) { // Well formed, but no date, such as 31 February.
         cursor.fail();
     }
 }

@@ -10,7 +10,7 @@ public:
     explicit LocalDateTime(Timestamp timestamp);
 
     Timestamp timestamp() const noexcept { return _timestamp; }
-    /// Seconds ahead of UTC, then and there.
+    /// The seconds by which the zone is ahead of UTC at that moment.
     int timeZoneDifferential() const noexcept { return _timeZoneDifferential; }
 
 private:

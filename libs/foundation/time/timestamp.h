@@ -20,7 +20,7 @@ public:
     constexpr explicit TimestampBase(Duration sinceEpoch) : _sinceEpoch(sinceEpoch) { }
     constexpr explicit TimestampBase(std::int64_t microseconds) : _sinceEpoch(microseconds) { }
 
-    /// What the system's clock shows. Thread-safe.
+    /// The time that the system's clock shows. Thread-safe.
     static TimestampBase now() requires std::same_as<Clock, std::chrono::system_clock>
     {
         return TimestampBase(internal::wallClock());
@@ -29,7 +29,7 @@ public:
     constexpr Duration sinceEpoch() const { return _sinceEpoch; }
     constexpr std::int64_t microseconds() const { return _sinceEpoch.totalMicroseconds(); }
 
-    /// For people: UTC, 'YYYY-MM-DD hh:mm:ss.ffffff'; microseconds where the calendar does not reach.
+    /// A text for people: UTC, 'YYYY-MM-DD hh:mm:ss.ffffff'; beyond some 32,000 years from 1970 the number of microseconds.
     String toString() const { return internal::timestampText(_sinceEpoch); }
 
     friend constexpr auto operator<=>(TimestampBase, TimestampBase) = default;
