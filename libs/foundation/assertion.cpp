@@ -30,7 +30,7 @@ void reportAssertion(const AssertionSite& site) noexcept
 {
     thread_local bool reporting = false;
     if (reporting) {
-        // The hook, or a log sink that it reached, breaks an invariant itself.
+        // The hook, or a log sink that the hook has called, has broken an invariant itself.
         logging::writeStandardError("Assertion failed while one was reported: ");
         logging::writeStandardError(site.expression);
         return logging::writeStandardError("\n");

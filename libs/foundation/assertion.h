@@ -9,7 +9,7 @@ using AssertionHook = void (*)(const AssertionSite&);
 /// Reports a broken invariant to the hook. Never throws. Thread-safe.
 FN_EXPORT void reportAssertion(const AssertionSite& site) noexcept;
 
-/// Replaces the hook (null restores the default, which logs at priority 1 and goes on) and gives back the previous one.
+/// Replaces the hook (null restores the default, which logs at priority 1 and goes on) and returns the previous one.
 /// Thread-safe. Tests install one that fails the test.
 FN_EXPORT AssertionHook setAssertionHook(AssertionHook hook) noexcept;
 

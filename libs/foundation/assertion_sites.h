@@ -2,8 +2,8 @@
 
 namespace fn {
 
-/// Where an invariant is checked. `file` and `line` identify the site in crash reports, which are grouped by them: they keep
-/// their values when the code moves.
+/// The place of a check of an invariant. Crash reports are grouped by `file` and `line`, which therefore keep their values when
+/// the code moves.
 struct AssertionSite {
     const char* file;
     int line;

@@ -52,7 +52,7 @@ private:
 
 } // namespace fn
 
-/// Written in the largest unit that tells the span exactly: "2 s", "1500 ms", "-7 us".
+/// Writes a span in the largest unit that tells it exactly: "2 s", "1500 ms", "-7 us".
 template <> struct fmt::formatter<fn::Duration> {
     constexpr auto parse(fmt::format_parse_context& context) { return context.begin(); }
     template <typename Context> auto format(fn::Duration duration, Context& context) const

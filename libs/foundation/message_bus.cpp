@@ -10,7 +10,7 @@
 namespace fn {
 namespace {
 
-// Belongs to the process, whichever bus is installed. Used on the thread of the default loop alone.
+// The listeners of the process, whichever bus is installed. Used on the thread of the default loop alone.
 struct Listeners {
     std::map<String, std::unique_ptr<MessageBus::MessageSignal>> signals;
     std::map<String, Value> stickyBodies;
@@ -35,7 +35,7 @@ std::atomic<MessageBus*>& installedBus()
     return bus.get();
 }
 
-// The default loop is the main thread's, so that thread counts also before and after it runs.
+// The default loop belongs to the main thread, which is the bus thread also before and after the loop runs.
 bool isBusThread()
 {
     thread_local const bool isMainThread = gettid() == getpid();
@@ -80,7 +80,7 @@ void MessageBus::repostStickyMessages()
         try {
             instance().postStickyMessage(name, body);
         } catch (...) {
-            unhandledException(); // This body stays here; the others are sent all the same.
+            unhandledException(); // This body stays in this process; the others are still sent.
         }
     }
 }
@@ -92,7 +92,7 @@ void MessageBus::postStickyMessage(const String& name, Value body) { post(name, 
 void MessageBus::post(const String& name, Value body, bool sticky)
 {
     if (isBusThread()) return sendMessage(name, std::move(body), sticky);
-    // The bus that is installed by then sends it: this one may have gone.
+    // The bus that is installed when the task runs sends the message: this bus may have been destroyed.
     RunLoop::defaultLoop().post(
         [name, body = std::move(body), sticky]() mutable { instance().sendMessage(name, std::move(body), sticky); });
 }

@@ -26,10 +26,10 @@ public:
 
     static MessageBus& instance();
 
-    /// Installs `bus` (borrowed; it must outlive its installation) as the one that sends what is posted.
+    /// Installs `bus`, which sends all posted messages from then on. `bus` is borrowed, and must outlive its installation.
     static void setInstance(MessageBus& bus);
 
-    /// Puts the plain local bus back if `bus` is the one installed: for an owner whose bus will be destroyed later.
+    /// Puts the plain local bus back if `bus` is installed: for an owner who destroys `bus` later.
     static void removeInstance(MessageBus& bus);
 
     /// Posts the kept sticky bodies of this process once more, so that a newly installed bus carries them to other processes.
@@ -42,7 +42,7 @@ public:
     MessageSignal& onMessage(const String& name);
 
 protected:
-    /// Called for every message posted in this process. Default: deliver it locally.
+    /// Called for every message that is posted in this process. Default: delivers the message in this process.
     virtual void sendMessage(const String& name, Value&& body, bool sticky);
 
     /// Delivers a message to this process's listeners and keeps a sticky body. Does nothing on a bus that is not

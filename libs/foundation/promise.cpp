@@ -30,7 +30,7 @@ PromiseNodeBase::~PromiseNodeBase()
 
 void PromiseNodeBase::failureGoes() const noexcept
 {
-    // A failure that has a handler was on its way, and goes with its loop.
+    // A failure for which there is a handler was on its way to the handler, and is dropped with the loop.
     if (!_handlerInstalled) reportUnseenFailure(_failure);
 }
 
@@ -54,7 +54,7 @@ void PromiseNodeBase::await(PromiseHandlerBase& handler)
     if (auto* replaced = std::exchange(_handler, &handler)) replaced->dropped();
     if (!_settled) return;
     if (_kept == Outcome::None) {
-        // Cancelled, or consumed already: it will never be called.
+        // The node was cancelled, or its outcome was consumed: the handler would never be called.
         if (auto* hopeless = std::exchange(_handler, nullptr)) hopeless->dropped();
         return;
     }
@@ -95,7 +95,7 @@ void PromiseNodeBase::reject(std::exception_ptr failure)
 
 void PromiseNodeBase::clearCancellation()
 {
-    // The member is emptied first: releasing what the callable owns may come back here.
+    // The member is empty before the callable is destroyed: its destructor may cancel or settle this promise again.
     const auto released = std::exchange(_cancellation, nullptr);
 }
 

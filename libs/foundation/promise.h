@@ -15,16 +15,16 @@ template <typename T> class Promise;
 
 namespace internal {
 
-/// The value of a promise without one, and the onRejected of a `then()` without one.
+/// The value of a promise of void, and the `onRejected` of a `then()` that was given none.
 struct Void { };
 
 template <typename T> using PromiseValue = std::conditional_t<std::is_void_v<T>, Void, T>;
 
-/// What waits for the outcome of a node. One of the operations is called, once, and ends the handler.
+/// Waits for the outcome of a node. One of its functions is called, once, and that ends the handler.
 class PromiseHandlerBase {
 public:
     virtual void rejected(std::exception_ptr failure) = 0;
-    virtual void dropped() = 0; ///< There will be no outcome: the node was cancelled, or has gone.
+    virtual void dropped() = 0; ///< No outcome will come: the node was cancelled or freed, or has another handler now.
 
 protected:
     ~PromiseHandlerBase() = default;
@@ -51,10 +51,10 @@ public:
     /// Reports a `then()` on a thread that runs no loop.
     static void checkLoop();
 
-    /// Gives the outcome to `handler`: when it comes, or in a task of its own when it is there already.
+    /// Gives the outcome to `handler`: when the node is settled, or in a task of its own if the node is settled already.
     void await(PromiseHandlerBase& handler);
 
-    /// `upstream` is cancelled with this node. Its handler, which holds this node, unlinks them first of all.
+    /// Has `upstream` cancelled with this node. The handler of `upstream`, which holds this node, unlinks them first of all.
     void linkUpstream(PromiseNodeBase& upstream) noexcept { _upstream = &upstream; }
     void unlinkUpstream() noexcept { _upstream = nullptr; }
 
@@ -62,34 +62,34 @@ protected:
     PromiseNodeBase();
     ~PromiseNodeBase() override;
 
-    /// Throws where `upstream` waits for this node itself: neither would ever be settled.
+    /// Throws `fn::RuntimeException` if `upstream` waits for this node itself: neither would ever be settled.
     void refuseCycle(const PromiseNodeBase& upstream) const;
 
     enum class Outcome : unsigned char { None, Value, Failure };
 
-    PromiseHandlerBase* settle() noexcept; ///< Gives the handler to call, or null if the outcome must be kept.
+    PromiseHandlerBase* settle() noexcept; ///< Returns the handler to call, or null if the outcome must be kept.
     void keep(Outcome outcome) noexcept { _kept = outcome; }
     void clearCancellation();
 
     virtual void deliverValue(PromiseHandlerBase& handler) = 0;
-    /// Stands for an `onCancel()` of the node's maker's.
+    /// Called when the node is cancelled: a derived node overrides it instead of allocating a callable for `onCancel()`.
     virtual void wasCancelled() { }
-    void reserveCancellation() noexcept { _cancellationSet = true; } ///< One `onCancel()` a promise: this is it.
+    void reserveCancellation() noexcept { _cancellationSet = true; } ///< An `onCancel()` is reported.
 
 private:
     bool cancelThis();
     void deliver();
-    [[gnu::cold, gnu::noinline]] void failureGoes() const noexcept; ///< Apart, since destroying a node is to be cheap.
+    [[gnu::cold, gnu::noinline]] void failureGoes() const noexcept; ///< Apart, so that destroying a node stays cheap.
 
     bool _settled = false;
     bool _handlerInstalled = false;
     bool _cancellationSet = false;
     bool _cancelled = false;
-    Outcome _kept = Outcome::None; // Settled before there was a handler.
+    Outcome _kept = Outcome::None; // The outcome of a node that was settled before it had a handler.
     PromiseHandlerBase* _handler = nullptr;
     std::exception_ptr _failure;
     folly::Function<void()> _cancellation;
-    // A weak link that costs no allocation: the handler of that node, which holds this one, clears it as it ends.
+    // A weak link without an allocation: the handler of the upstream node, which holds this node, clears the link when it ends.
     PromiseNodeBase* _upstream = nullptr;
 };
 
@@ -108,7 +108,7 @@ public:
         clearCancellation();
     }
 
-    /// Settles as `promise` does, and cancels it when cancelled.
+    /// Settles this node as `promise` is settled. Cancelling this node cancels `promise`.
     void follow(const Promise<T>& promise);
 
 protected:
@@ -220,7 +220,7 @@ private:
         static_assert(std::is_void_v<Result> == std::is_void_v<U> || UnwrapPromise<Result>::isPromise,
             "onRejected must give what onFulfilled gives, or a promise of it");
         this->unlinkUpstream();
-        if (this->cancelled()) return end(); // While the outcome was on its way.
+        if (this->cancelled()) return end(); // Cancelled while the outcome was on its way.
         try {
             if constexpr (UnwrapPromise<Result>::isPromise) {
                 this->follow(std::invoke(callable, std::forward<Arguments>(arguments)...));
@@ -247,16 +247,16 @@ private:
 
 } // namespace internal
 
-/// An asynchronous result: of type T, or none for void.
+/// An asynchronous result of type T; void: an asynchronous end without a value.
 ///
 /// The producer creates it, keeps a copy and settles it once; the consumer attaches at most one pair of callables, which
 /// run inside `fulfill()` or `reject()`, or in a later task of the run loop when the promise has been settled before.
 /// Copies share one state. Dropping them all cancels nothing. A null promise throws `fn::NullPointerException` from every
 /// operation; misuse is reported as a broken invariant and never thrown. Belongs to the thread of one run loop.
 ///
-/// Where a promise fails and all copies go without anybody having called `then()`, the failure is logged at priority 2,
-/// category "core.promise": at most one line a second for what was called (`fn::CallInfo`), with the number of those left
-/// out. Not logged is what says that who was asked has ended (`fn::EndedException`), and what goes with its loop.
+/// If a promise fails and all its copies go before anybody has called `then()`, the failure is logged at priority 2, category
+/// "core.promise": at most one line a second for each name of a call (`fn::CallInfo`), with the number of failures left out.
+/// Failures that only say that the object asked has ended (`fn::EndedException`), and failures that go with their loop, are not logged.
 template <typename T> class Promise {
     static_assert(!std::is_reference_v<T>);
 
@@ -292,8 +292,8 @@ public:
     bool isPending() const { return !_node->settled(); }
     bool isCancelled() const { return _node->cancelled(); }
 
-    /// Settles the promise; ignored when it has been settled or cancelled. The consumer's callable runs before this
-    /// returns; what it throws does not come out here.
+    /// Settles the promise; ignored if it has been settled or cancelled. A callable that the consumer has attached already runs
+    /// before this returns; its exceptions do not come out here.
     void fulfill(internal::PromiseValue<T> value) const requires(!std::is_void_v<T>)
     {
         _node->fulfill(std::move(value));
@@ -301,18 +301,18 @@ public:
     void fulfill() const requires std::is_void_v<T> { _node->fulfill(internal::Void()); }
     void reject(std::exception_ptr failure) const { _node->reject(std::move(failure)); }
 
-    /// Sets what runs if the promise is cancelled while it is pending. One a promise. Its exceptions go to
-    /// `fn::unhandledException()`.
+    /// Sets the callable that runs if the promise is cancelled while it is pending: one for each promise. Exceptions of
+    /// the callable go to `fn::unhandledException()`.
     void onCancel(folly::Function<void()> callable) const { _node->onCancel(std::move(callable)); }
 
-    /// Ends the promise without a result: its callables never run, what `onCancel()` set does, and then the promise that
-    /// this one was chained to is cancelled, too. Where that one has been settled, the callable that would have given
-    /// this one's result does not run any more. Ignored when it has been settled.
+    /// Ends the promise without a result. The callables attached to it never run; the callable of `onCancel()` runs, and then the
+    /// promise whose `then()` made this one is cancelled, too. If that promise is settled already, the callables of that `then()`
+    /// do not run any more. Ignored if this promise has been settled.
     void cancel() const { _node->cancel(); }
 
-    /// Chains: the new promise is fulfilled with what the callable that ran gives, rejected with what it throws, and
-    /// follows a promise that it returns (one that waits for the new promise: `fn::RuntimeException`). Without
-    /// `onRejected` a failure passes on. A loop runs on the calling thread.
+    /// Attaches callables. The new promise is fulfilled with the result of the callable that runs, rejected with its exception, and
+    /// follows a promise that it returns (`fn::RuntimeException` if that one waits for the new promise). Without `onRejected` a
+    /// failure passes on. To be called where a loop runs on the thread.
     /// `onFulfilled` takes the value (T&&; nothing for void), `onRejected` the std::exception_ptr.
     template <typename F, typename R = internal::Void> auto then(F&& onFulfilled, R&& onRejected = R()) const
     {

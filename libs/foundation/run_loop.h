@@ -16,7 +16,7 @@ using Task = folly::Function<void()>;
 ///
 /// Tasks run once, on the loop's thread, in posting order: one turn runs the tasks that were present at its start, after
 /// that turn's I/O, and does not block while tasks wait. An exception out of a task goes to `fn::unhandledException()`.
-/// Posting and scheduling need no run: what they are given waits for the next one.
+/// Tasks may be posted and timers scheduled while the loop does not run: they wait for the next run.
 class FN_EXPORT RunLoop {
 public:
     RunLoop() = default;
@@ -31,21 +31,21 @@ public:
     static RunLoop& defaultLoop();
 
     /// Runs until `stop()`, with or without work. A stop while no run was going on ends the next run at once. A task may
-    /// run its own loop again: the inner run goes on with the tasks that wait. Once the loop's destructor has begun it
-    /// does not run any more: what that destroys and calls this has a broken invariant reported. `mode` 0 is the only one.
+    /// run its own loop again: the inner run goes on with the tasks that wait. Once the loop's destructor has begun, a call
+    /// (of a destructor of a task, for example) only reports a broken invariant. `mode` is always 0.
     virtual void run(int mode = 0) = 0;
 
-    /// Ends the innermost run once its turn is over. Several stops before that end one run, not several: what is to end
-    /// an outer run, too, stops the loop again when the inner one has returned. Thread-safe.
+    /// Ends the innermost run once its turn is over. Several stops before that end only one run: to end an outer run, too,
+    /// call this again when the inner run has returned. Thread-safe.
     virtual void stop() = 0;
     virtual void post(Task task) = 0; ///< Thread-safe. From the loop's own thread it costs no system call.
 
-    /// `post()` for tasks that free something: one that the loop's end finds waiting is run then instead of being
-    /// dropped, and one posted while the loop is being destroyed is run at once. Thread-safe.
+    /// `post()` for a task that frees something: a deletion that still waits when the loop is destroyed is run then instead of
+    /// being dropped, and a deletion that is posted while the loop is being destroyed is run at once. Thread-safe.
     virtual void postDeletion(Task deletion) = 0;
 
-    /// Runs `task` once, `delay` from now (negative: now; rounded up to milliseconds). Equal times fire in scheduling
-    /// order. Destroying the handle cancels it. Loop thread only, or before the loop runs.
+    /// Runs `task` once, `delay` from now (negative: now; rounded up to milliseconds). Tasks of one time run in the order of
+    /// scheduling. Destroying the handle cancels the task. Loop thread only, or before the loop runs.
     virtual Handle schedule(Duration delay, Task task) = 0;
 
     /// The clock that timers of this loop follow.

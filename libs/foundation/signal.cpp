@@ -42,14 +42,14 @@ void SignalState::disconnect(SignalRecord& record)
         _signal->_state = nullptr;
         destroy();
     }
-    // From here on this state may have gone. The handle first: what the callable owns may include it.
+    // From here on this state may have been freed. The handle is detached first: the callable may own the handle.
     record.detachFromHandle();
     if (record._running == 0) delete &record;
 }
 
 void SignalState::disconnectAll()
 {
-    const SignalCursor guard(this); // What a callable owns may end the signal.
+    const SignalCursor guard(this); // The destructor of a callable may destroy the signal.
     while (guard.state() && _first) disconnect(*_first);
 }
 
@@ -96,8 +96,8 @@ SignalBase::SignalBase(SignalBase&& other) noexcept { adoptState(std::exchange(o
 
 SignalBase& SignalBase::operator=(SignalBase&& other) noexcept
 {
-    // Either list has an owner all the time, since the end of a callable may come back to both of them. The old one goes
-    // last, as `previous` does.
+    // Both lists have an owner all the time, since the destructor of a callable may use both signals. The old list is freed
+    // last, with `previous`.
     SignalBase moved(std::move(other));
     const SignalBase previous(std::move(*this));
     adoptState(std::exchange(moved._state, nullptr));
@@ -106,7 +106,7 @@ SignalBase& SignalBase::operator=(SignalBase&& other) noexcept
 
 SignalBase::~SignalBase()
 {
-    // Repeated, since the end of what a callable owns may connect again.
+    // Repeated, since the destructor of a callable may connect another one.
     while (auto* state = std::exchange(_state, nullptr)) state->destroy();
 }
 

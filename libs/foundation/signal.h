@@ -15,7 +15,7 @@ class SignalBase;
 class SignalCursor;
 class SignalState;
 
-/// One connection. The list owns it; its handle, if any, can end it.
+/// One connection. The signal's list owns the record; the handle, if the record has one, can end the connection.
 class FN_EXPORT SignalRecord : public HandleTarget {
 public:
     void attachHandle(Handle& handle) final;
@@ -38,14 +38,14 @@ private:
     unsigned _running = 0; // Calls of the callable that are going on; an unlinked record lives until they return.
 };
 
-/// The list of a signal. Made by the first connection and freed with the last one, unless the signal has fired once.
+/// The connections of a signal. Made for the first one and freed with the last one, unless `fireOnce()` has been called.
 class FN_EXPORT SignalState {
 public:
     SignalState() = default;
     SignalState(const SignalState&) = delete;
     SignalState& operator=(const SignalState&) = delete;
 
-    void append(SignalRecord& record) noexcept; ///< Takes it over.
+    void append(SignalRecord& record) noexcept; ///< Takes ownership of `record`.
     void disconnectAll();
 
 protected:
@@ -61,12 +61,12 @@ private:
     SignalBase* _signal = nullptr; // Null while the signal is being destroyed.
     SignalRecord* _first = nullptr;
     SignalRecord* _last = nullptr;
-    SignalCursor* _innermost = nullptr; // The fires going on, each within the one before.
+    SignalCursor* _innermost = nullptr; // The innermost of the fires that are going on, which knows the one around it.
     std::uint64_t _nextSerial = 0;
     bool _hasFiredOnce = false;
 };
 
-/// Walks the records that were connected when it was made and still are when their turn comes.
+/// Walks the records that were connected when the cursor was made and are still connected when their turn comes.
 class FN_EXPORT SignalCursor {
 public:
     explicit SignalCursor(SignalState* state) noexcept;
@@ -74,10 +74,10 @@ public:
     SignalCursor& operator=(const SignalCursor&) = delete;
     ~SignalCursor();
 
-    /// The next record, or null at the end or when the signal has gone. It lives until the following call.
+    /// The next record, or null at the end or when the signal has gone. The record lives until the following call.
     SignalRecord* next();
 
-    /// The state, or null when it has gone meanwhile.
+    /// The signal's state, or null if the state has been freed meanwhile.
     SignalState* state() const noexcept { return _state; }
 
 private:
@@ -88,7 +88,7 @@ private:
     SignalCursor* _outer = nullptr;
     SignalRecord* _current = nullptr;
     SignalRecord* _next = nullptr;
-    std::uint64_t _endSerial = 0; // Of the first record that came too late.
+    std::uint64_t _endSerial = 0; // Records with this serial or a higher one were connected too late.
 };
 
 /// The part of a Signal that does not depend on its arguments.
@@ -119,27 +119,26 @@ namespace fn {
 
 /// An ordered list of callbacks.
 ///
-/// A connection lives as long as its handle, or as the signal where the handle was detached. Callbacks run in
-/// connection order, on the thread that fires; an exception out of one goes to `fn::unhandledException()` and the next
-/// one runs. Callbacks may connect, disconnect (themselves, too), fire and destroy the signal. An argument that is
-/// declared as a value is copied once for all of them, so that it outlives what a callback destroys. Belongs to one
-/// thread.
+/// A connection ends with its handle, or with the signal if the handle was detached. Callbacks run in connection order, on the
+/// thread that fires; an exception out of one goes to `fn::unhandledException()` and the next one runs. Callbacks may connect,
+/// disconnect (themselves, too), fire and destroy the signal. An argument of a value type is copied once for all callbacks, so
+/// that it stays valid if a callback destroys the original. Belongs to one thread.
 template <typename... Args> class Signal : private internal::SignalBase {
     template <typename T> using Passed = std::conditional_t<std::is_reference_v<T> || std::is_scalar_v<T>, T, const T&>;
 
-    // A function: the types of the arguments may be incomplete where only the signal is declared.
+    // A function and no constant: where a signal is only declared, the types of the arguments may be incomplete.
     static constexpr bool argumentsCopy() { return (std::is_copy_constructible_v<std::decay_t<Args>> && ...); }
 
 public:
     using Callback = folly::Function<void(Passed<Args>...)>;
 
     Signal() = default;
-    Signal(Signal&&) noexcept = default; ///< The connections follow, also a fire that is going on.
-    Signal& operator=(Signal&&) noexcept = default; ///< The same; the connections of this one end, last of all.
+    Signal(Signal&&) noexcept = default; ///< Takes over the connections, and a fire that is going on.
+    Signal& operator=(Signal&&) noexcept = default; ///< The same; the former connections of this signal end last.
     ~Signal() = default;
 
-    /// Adds a callback behind the others; a fire that is going on does not call it. On a signal that has fired once the
-    /// callback runs at once with the arguments of then, and the handle is empty.
+    /// Adds a callback behind the others; a fire that is going on does not call the new one. After a `fireOnce()` the callback runs
+    /// at once with the arguments of that call, and the handle is empty.
     Handle connect(Callback callback)
     {
         if (hasFiredOnce()) {
@@ -152,10 +151,10 @@ public:
         return Handle(*record);
     }
 
-    /// Calls those connected now, except who is disconnected before its turn.
+    /// Calls the callbacks that are connected now, except one that is disconnected before its turn.
     void fire(Args... args) { fireRecords(args...); }
 
-    /// Fires for good: all connections end, and whoever connects later is called at once. Can be done once.
+    /// Fires for the last time: all connections end, and a callback that is connected later is called at once. To be called once.
     void fireOnce(Args... args) requires(argumentsCopy())
     {
         checkFireOnce();
@@ -176,7 +175,7 @@ private:
         std::optional<Arguments> firedArguments;
     };
 
-    // Gives the state, or null where the signal (or its state) went while firing.
+    // Returns the state, or null if the signal or its state was freed while firing.
     internal::SignalState* fireRecords(Passed<Args>... args)
     {
         if (!state()) return nullptr;

@@ -33,7 +33,7 @@ std::string describe(const ResolvedStackTrace& trace)
 
 void logTrace(const Exception& exception)
 {
-    if (!category().wants(logging::Debug)) return; // Resolving is dear.
+    if (!category().wants(logging::Debug)) return; // Resolving a trace takes long.
     const auto* elsewhere = exception.find<ResolvedStackTraceInfo>();
     if (!elsewhere && exception.stackTrace().empty()) return;
     const auto text = describe(elsewhere ? *elsewhere : exception.stackTrace().resolve());
@@ -47,7 +47,7 @@ void log(std::string_view introduction, const std::exception& exception)
     if (const auto* ours = dynamic_cast<const Exception*>(&exception)) logTrace(*ours);
 }
 
-// The exception being handled; outside of a catch block that mistake itself.
+// The exception that a catch block handles now; outside of any, an exception that names this mistake.
 std::exception_ptr currentException()
 {
     auto current = std::current_exception();
@@ -96,7 +96,7 @@ void unhandledException() noexcept
 {
     thread_local bool reporting = false;
     if (reporting) {
-        // A log sink or the hook fails itself: reporting that the same way would never end.
+        // A log sink or the hook has failed in its turn: reporting that failure in the same way would never end.
         return logging::writeStandardError("Unhandled exception while one was reported\n");
     }
     reporting = true;

@@ -6,7 +6,7 @@
 namespace fn {
 namespace {
 
-// Functions and not variables: values may be asked for by initialisers of other files.
+// Functions and not variables: initialisers of other files may use them.
 const Value& nil() noexcept
 {
     static const Value value;
@@ -130,7 +130,7 @@ void Value::destroy() noexcept
     }
 }
 
-// A list instead of recursion: a program may nest deeper than its stack reaches.
+// A list instead of recursion: a program may nest containers deeper than its stack allows.
 void Value::destroyContainers(internal::ContainerStorage* first) noexcept
 {
     auto* dead = first;
@@ -262,13 +262,13 @@ const Value& Value::get(const Value& key, const Value& defaultValue) const noexc
 
 void Value::set(const Value& key, Value value)
 {
-    Value ownKey = key; // It may lie in the map that is about to be copied.
+    Value ownKey = key; // `key` may lie in the map that is about to be copied.
     mutableEntries().set(std::move(ownKey), std::move(value));
 }
 
 bool Value::remove(const Value& key)
 {
-    if (!has(key)) return false; // Nothing to change, nothing to copy.
+    if (!has(key)) return false; // A shared map is not copied.
     const Value ownKey = key;
     return mutableEntries().remove(ownKey);
 }

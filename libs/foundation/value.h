@@ -23,12 +23,12 @@ class ValueMap;
 
 namespace internal {
 
-/// What a Value holds of a boxed type. Compared by `std::type_info`, never by address.
+/// A Value's object of a boxed type. Types are compared by `std::type_info`, never by its address.
 class FN_EXPORT BoxBase : public RefCountedBase {
 public:
     virtual const std::type_info& type() const noexcept = 0;
     virtual String toString() const = 0;
-    /// Order among boxes of the same type. Equal boxes give 0.
+    /// Negative, 0 or positive. `other` holds an object of the same type.
     virtual int compare(const BoxBase& other) const noexcept = 0;
 
 protected:
@@ -51,9 +51,9 @@ concept HasValueOrder = requires(const T& a, const T& b)
 
 } // namespace internal
 
-/// Types that a Value boxes. A type joins by specialising this to true; it needs a copy constructor, `toString()` and a
-/// `<` that orders its objects, since a boxed one may be a key. Where it has an `==` too, their text orders those that
-/// are unequal but unordered. A type whose `<` is no such order says what its order as a value is:
+/// True for the types that a Value boxes; a type joins by a specialisation. It needs a copy constructor, `toString()`, and a `<`
+/// that orders its objects, since a boxed object may be a key. If it has an `==`, too, objects that are unequal, but that `<` does
+/// not order, are ordered by their text. A type whose `<` is no such order defines its order as a value:
 /// `static int valueOrder(const T& a, const T& b) noexcept`, negative, 0 or positive.
 template <typename T> inline constexpr bool isBoxable = false;
 
@@ -69,7 +69,7 @@ class FN_EXPORT Value {
 public:
     enum class Kind : std::uint8_t { Nil, Bool, Int, UInt, Double, String, Bytes, Array, Map, Boxed, Object };
 
-    /// What `is()` asks for. INT holds for every integer.
+    /// The types that `is()` tests for. INT stands for every integer.
     enum Type { NIL, BOOL, INT, DOUBLE, STRING, BYTE_ARRAY, ARRAY, MAP, BOXED, OBJECT };
 
     using Array = std::vector<Value>;
@@ -121,7 +121,7 @@ public:
             share(other);
     }
     Value(Value&& other) noexcept : _kind(std::exchange(other._kind, Kind::Nil)) { takeBits(other); }
-    // Through a temporary: `other` may lie within what this value holds.
+    // Through a temporary: `other` may lie inside the array or map that this value holds.
     Value& operator=(const Value& other) noexcept { return *this = Value(other); }
     Value& operator=(Value&& other) noexcept
     {
@@ -149,13 +149,13 @@ public:
     bool isInteger() const noexcept { return _kind == Kind::Int || _kind == Kind::UInt; }
     bool isNumber() const noexcept { return isInteger() || _kind == Kind::Double; }
 
-    /// Nil, "", no bytes, no elements. 0 and false are not empty.
+    /// Whether this is nil, "", no bytes, or no elements. 0 and false are not empty.
     bool empty() const noexcept;
 
     // --- Conversions
 
-    /// Lossless: nil 0, booleans 0 or 1, doubles with an integral value that fits.
-    /// `fn::RangeException` "Value can not be converted to requested type without loss" for a number that does not fit,
+    /// Converts without loss: nil to 0, booleans to 0 or 1, numbers to an equal T.
+    /// `fn::RangeException` "Value can not be converted to requested type without loss" for a number that has no equal T,
     /// "Value can not be implicitly converted to integral type" for another kind; both carry `detailInfo()`.
     template <internal::Integral T> T to() const
     {
@@ -168,21 +168,21 @@ public:
         }
     }
 
-    /// Nil false, numbers != 0, strings by `String::toBool()`; else the RangeException of `to()`.
+    /// Nil gives false, a number whether it is not 0, a string its `String::toBool()`. Other kinds: the RangeException of `to()`.
     bool toBool() const;
-    double toDouble() const; ///< Nil 0, booleans 0 or 1, numbers; else the RangeException of `to()`.
+    double toDouble() const; ///< Converts nil to 0, booleans to 0 or 1, and numbers. Other kinds: as `to()`.
 
-    /// As text: the text itself, nil "", booleans and numbers as text, else `toString()`.
+    /// A string's own text; "" for nil; otherwise `toString()`.
     fn::String asString() const;
 
-    /// For people: text itself at top level; quoted and escaped inside containers, where long texts and bytes are cut
-    /// after 256 bytes and at most 1,000 elements, 64 levels deep, are shown; nil "nil"; bytes in hex.
+    /// A text for people: a string's own text, "nil", bytes in hex. Containers show at most 1,000 elements, 64 levels deep; texts in
+    /// them are quoted and escaped, and texts and bytes are cut after 256 bytes.
     fn::String toString() const;
 
-    /// Kind and text of the value, short, for error details.
+    /// The kind and a short text of the value, for error details.
     fn::String detailInfo() const;
 
-    /// Borrowed text of a string value, valid while the value lives unchanged. Other kinds: `fn::RangeException`.
+    /// The borrowed text of a string value, valid while the value lives unchanged. Another kind: `fn::RangeException`.
     const fn::String& string() const;
     /// The bytes; another kind: `fn::RangeException` "Invalid boxed type".
     const ByteArray& byteArray() const { return boxed<ByteArray>(); }
@@ -217,28 +217,28 @@ public:
     Array& mutableElements();
     Map& mutableEntries();
 
-    /// The entry, or null if there is none or this is no map.
+    /// The value at `key`, borrowed; null if there is none or this is no map.
     const Value* find(const Value& key) const noexcept;
     bool has(const Value& key) const noexcept { return find(key) != nullptr; }
 
-    /// The entry. A missing key or another kind: `fn::RangeException` naming the key.
+    /// The value at `key`, borrowed. A missing key or another kind: `fn::RangeException` that names the key.
     const Value& at(const Value& key) const;
 
-    /// The entry, or nil / the caller's very default. A value that is no map has no entries.
+    /// The value at `key`, borrowed; nil, or `defaultValue` itself, if there is none or this is no map.
     const Value& get(const Value& key) const noexcept;
     const Value& get(const Value& key, const Value& defaultValue) const noexcept;
-    const Value& get(const Value& key, Value&& defaultValue) const = delete; // It would dangle.
+    const Value& get(const Value& key, Value&& defaultValue) const = delete; // The result would dangle.
 
     void set(const Value& key, Value value);
-    bool remove(const Value& key); ///< Whether there was one.
+    bool remove(const Value& key); ///< Returns whether there was an entry.
 
     // A path names an entry of a map in a map, and so on, by text keys with '.' between them: "a.b" is the entry "b" of the
     // map that is the entry "a" of this one. "" is this value; each of the parts of ".." is the key "".
 
-    /// The map at that path; missing or nil ones on the way there are made. Another kind on the way, or there:
-    /// `fn::RangeException`, and nothing has changed.
+    /// The map at that path. Maps that are missing or nil at the path, or on the way, are made. If a value there is of another
+    /// kind: `fn::RangeException`, and nothing has changed.
     Value& mapForPath(std::string_view path);
-    /// The value at that path, of any kind; null if there is none.
+    /// The value of any kind at that path, borrowed; null if there is none.
     const Value* valueForPathIfExists(std::string_view path) const;
 
     const Value& operator[](std::size_t index) const; ///< An element. Out of range: `fn::RangeException`.
@@ -259,7 +259,7 @@ public:
     friend bool operator==(const Value& a, const Value& b) noexcept { return compare(a, b) == 0; }
     friend std::strong_ordering operator<=>(const Value& a, const Value& b) noexcept { return compare(a, b) <=> 0; }
 
-    friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const Value& value); ///< Its `toString()`.
+    friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const Value& value); ///< Writes `toString()`.
 
 private:
     friend class ValueMap;
@@ -268,7 +268,7 @@ private:
     {
         return a._kind == Kind::String && b._kind == Kind::String && a._data.string == b._data.string;
     }
-    // Bits move: none of the members of Data refers to its own place. Ownership is the caller's matter.
+    // Copies the bits: no member of Data refers to its own address. The caller settles who owns what they refer to.
     void takeBits(const Value& other) noexcept
     {
         std::memcpy(static_cast<void*>(&_data), static_cast<const void*>(&other._data), sizeof _data);
@@ -290,7 +290,7 @@ private:
         RefCountedBase* counted;
     };
     union Data {
-        Data() noexcept : bits {} { } // A scalar sets a part of the bits, and moving copies all of them.
+        Data() noexcept : bits {} { } // Sets all bits: a scalar sets only a part of them, and moving copies all.
         ~Data() { }
         std::uint64_t bits[2];
         bool boolean;
@@ -299,7 +299,7 @@ private:
         double real;
         fn::String string;
         ByteArray bytes;
-        internal::ArrayStorage* array; // Null while empty; so is the next one.
+        internal::ArrayStorage* array; // Null for no elements; `map` is null for no entries.
         internal::MapStorage* map;
         internal::BoxBase* box;
         ObjectPair object;
@@ -358,7 +358,7 @@ template <typename T> const T& Value::boxed() const
 
 } // namespace fn
 
-/// As `toString()`.
+/// Formats as `toString()`.
 template <> struct fmt::formatter<fn::Value> : fmt::formatter<fn::String> {
     template <typename Context> auto format(const fn::Value& value, Context& context) const
     {

@@ -11,7 +11,7 @@ template <typename T> int order(const T& a, const T& b) noexcept { return a < b 
 
 int orderText(std::string_view a, std::string_view b) noexcept { return a.compare(b); }
 
-// By exact value: converting the integer to a double would round it.
+// Compares exact values: converting the integer to a double would round it.
 template <internal::Integral T> int orderIntegerAndDouble(T integer, double real) noexcept
 {
     constexpr double above = 2.0 * static_cast<double>(T(1) << (std::numeric_limits<T>::digits - 1));
@@ -27,7 +27,7 @@ int orderDoubles(double a, double b) noexcept
     return order(a, b);
 }
 
-// Kinds that are one in the order have one rank.
+// The place of a kind in the order of kinds; all numbers have the same place.
 int rank(Value::Kind kind) noexcept
 {
     switch (kind) {
@@ -38,7 +38,7 @@ int rank(Value::Kind kind) noexcept
     }
 }
 
-// Walks the elements of an array, or keys and values of a map in turn.
+// Walks the elements of an array, or the keys and values of a map in turn.
 class Cursor {
 public:
     explicit Cursor(const Value& container)
@@ -77,7 +77,7 @@ bool shareStorage(const Value& a, const Value& b) noexcept
     return a.isArray() ? &a.elements() == &b.elements() : &a.entries() == &b.entries();
 }
 
-// Lexicographic, with a list of open containers instead of recursion: a program may nest deeper than its stack reaches.
+// Lexicographic, with a list instead of recursion: a program may nest containers deeper than its stack allows.
 int orderContainers(const Value& a, const Value& b) noexcept
 {
     if (shareStorage(a, b)) return 0;
@@ -112,7 +112,7 @@ int Value::compareSlow(const Value& a, const Value& b) noexcept
             return a._kind == Kind::Int ? orderIntegerAndDouble(a._data.integer, b._data.real)
                                         : orderIntegerAndDouble(a._data.unsignedInteger, b._data.real);
         }
-        return order(a._kind, b._kind); // Unsigned ones are above every signed one.
+        return order(a._kind, b._kind); // A UInt is above every Int.
     }
     switch (a._kind) {
     case Kind::Nil: return 0;
@@ -120,7 +120,7 @@ int Value::compareSlow(const Value& a, const Value& b) noexcept
     case Kind::Int: return order(a._data.integer, b._data.integer);
     case Kind::UInt: return order(a._data.unsignedInteger, b._data.unsignedInteger);
     case Kind::Double: return orderDoubles(a._data.real, b._data.real);
-    case Kind::String: break; // By the caller.
+    case Kind::String: break; // The caller has compared them.
     case Kind::Bytes: return orderText(a._data.bytes.view(), b._data.bytes.view());
     case Kind::Array:
     case Kind::Map: return orderContainers(a, b);

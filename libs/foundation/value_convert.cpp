@@ -30,9 +30,9 @@ std::int64_t Value::toSigned(std::int64_t least, std::int64_t most) const
     case Kind::Nil: return 0;
     case Kind::Bool: return _data.boolean;
     case Kind::Int: result = _data.integer; break;
-    case Kind::UInt: throwLossy(*this); // Above every signed integer.
+    case Kind::UInt: throwLossy(*this); // A UInt is above every signed integer.
     case Kind::Double:
-        // Written so that NaN fails too.
+        // This form of the condition refuses NaN, too.
         if (!(_data.real >= -twoTo63 && _data.real < twoTo63) || std::trunc(_data.real) != _data.real)
             throwLossy(*this);
         result = static_cast<std::int64_t>(_data.real);

@@ -4,7 +4,7 @@
 namespace fn {
 namespace {
 
-// Entries of one run: what an insertion moves at most (3 KiB), while a map of a million needs a few ten thousand runs.
+// Most entries of one run. An insertion moves no more than one run (3 KiB), and a map of a million entries has a few ten thousand.
 constexpr std::size_t runCapacity = 64;
 constexpr std::size_t firstCapacity = 4;
 constexpr std::size_t mostLookedThrough = 8;
@@ -34,7 +34,7 @@ ValueMap::Position ValueMap::locate(const Value& key) const noexcept
 {
     auto* run = const_cast<Run*>(firstRun());
     if (_size == 0) return { run, 0, false };
-    // The last run that begins at or before the key; where the key is before all, the first one.
+    // Finds the last run that begins at or before the key, or the first run if the key is before all.
     std::size_t rest = runCount();
     while (rest > 1) {
         const auto half = rest / 2;
@@ -60,7 +60,7 @@ ValueMap::Position ValueMap::locate(const Value& key) const noexcept
 
 const Value* ValueMap::find(const Value& key) const noexcept
 {
-    // In a small map with short texts as keys, looking at each is faster than ordering them.
+    // In a small map, comparing a text with each key for equality is faster than a search by order.
     if (_runs.empty() && _only.size() <= mostLookedThrough && key.isString()) {
         for (const auto& entry : _only) {
             if (Value::areSameText(entry.key, key)) return &entry.value;
@@ -117,7 +117,7 @@ ValueMap::Entry& ValueMap::add(Position position, Value&& key, Value&& value)
     return *run->emplace(run->begin() + static_cast<std::ptrdiff_t>(index), std::move(key), std::move(value));
 }
 
-// Moves the upper half of a run into a new one behind it. Gives back the lower one.
+// Moves the upper half of `run` into a new run behind it. Returns the lower half, which may lie elsewhere now.
 ValueMap::Run* ValueMap::splitRun(Run* run)
 {
     if (_runs.empty()) {
@@ -145,7 +145,7 @@ bool ValueMap::remove(const Value& key)
     if (run->empty()) {
         _runs.erase(position);
     } else if (const auto next = position + 1; next != _runs.end() && run->size() + next->size() <= runCapacity / 2) {
-        // Runs of a few entries each would make the list of runs as long as the map.
+        // Joined, since runs of a few entries each would make the list of runs as long as the map.
         run->insert(run->end(), std::move_iterator(next->begin()), std::move_iterator(next->end()));
         _runs.erase(next);
     }

@@ -65,7 +65,7 @@ public:
     Value* find(const Value& key) noexcept;
     Value& operator[](const Value& key); ///< The entry; a missing one is added as nil.
     void set(Value key, Value value); ///< Adds or replaces. Appending in key order is the cheapest.
-    bool remove(const Value& key); ///< Whether there was one.
+    bool remove(const Value& key); ///< Returns whether there was an entry.
     void clear() noexcept;
     void reserve(std::size_t entries); ///< A hint before the first entry.
 
@@ -73,7 +73,7 @@ private:
     friend class Value;
     struct Position {
         Run* run;
-        std::size_t index; // Of the entry, or where it would have to stand.
+        std::size_t index; // The place of the entry, or the place where it belongs.
         bool found;
     };
     const Run* firstRun() const noexcept { return _runs.empty() ? &_only : _runs.data(); }

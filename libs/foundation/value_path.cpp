@@ -6,7 +6,7 @@ Value& Value::mapForPath(std::string_view path)
 {
     Value* value = this;
     for (const auto& key : String(path).split('.', String::KeepEmptyParts)) value = &value->mutableEntries()[key];
-    value->mutableEntries(); // Makes nil a map, refuses the rest.
+    value->mutableEntries(); // Makes nil a map, and refuses other kinds.
     return *value;
 }
 

@@ -5,12 +5,12 @@
 
 namespace fn::internal {
 
-/// What equal copies of an array or map share.
+/// The storage that unchanged copies of an array or map share.
 struct ContainerStorage {
     explicit ContainerStorage(Value::Kind storedKind) noexcept : kind(storedKind) { }
 
     bool isUnique() const noexcept { return references.load(std::memory_order_acquire) == 1; }
-    /// Gives up one reference; whether it was the last. The only holder needs no locked instruction.
+    /// Gives up one reference, and returns whether it was the last. A holder that is alone needs no locked instruction.
     bool drop() noexcept { return isUnique() || references.fetch_sub(1, std::memory_order_acq_rel) == 1; }
 
     std::atomic<std::uint32_t> references { 1 };

@@ -9,9 +9,9 @@
 namespace fn {
 namespace {
 
-// Bounds on what is shown of a document. Its text goes into logs and error details, whoever sent it.
+// Bounds on the text of a value: it goes into logs and error details, and the value may come from any sender.
 constexpr std::size_t mostBytesShown = 256; // Of one text or byte value.
-constexpr std::size_t mostElementsShown = 1000; // Of all containers together.
+constexpr std::size_t mostElementsShown = 1000; // Of all containers of the value together.
 constexpr int mostLevelsShown = 64;
 constexpr std::size_t mostDetailBytes = 256;
 constexpr std::string_view dots = "...";
@@ -41,7 +41,7 @@ public:
     std::string take() { return std::move(_text); }
 
 private:
-    // Whether one more element is shown; writes what stands in front of it.
+    // Writes the text in front of an element, and returns whether the element is shown.
     bool beginElement(bool first)
     {
         if (!first) _text += ", ";

@@ -10,7 +10,7 @@ namespace fn::internal {
 namespace {
 
 constexpr auto interval = Duration::seconds(1); // Between two lines about one place.
-constexpr std::size_t mostPlaces = 1000; // In one interval; all further ones count as one.
+constexpr std::size_t mostPlaces = 1000; // In one interval; all further places count as one.
 
 /// The places, by the name of the call that failed, about which a line was logged lately.
 class Places {

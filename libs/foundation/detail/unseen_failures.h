@@ -4,7 +4,7 @@
 
 namespace fn::internal {
 
-/// "RangeException: what it says", for logs.
+/// The text of an exception for logs: "CLASS: MESSAGE".
 std::string exceptionText(const std::exception& exception);
 
 /// Logs the failure of a promise on which nobody has called `then()`; fn::Promise says which and how often. Thread-safe.
