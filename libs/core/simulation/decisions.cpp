@@ -84,7 +84,7 @@ std::uint32_t Decisions::choose(Choice choice, std::uint32_t count)
     if (!_isRepeating)
         decision = static_cast<std::uint32_t>(((next(kind) >> 32) * count) >> 32);
     else if (made.size() < _given[kind].size())
-        decision = _given[kind][made.size()] % count; // A changed program asks other questions.
+        decision = _given[kind][made.size()] % count; // A changed program may ask for smaller numbers.
     made.push_back(decision);
     if (!_journal.empty() && _journal[0] + 1 < _journal.size())
         _journal[++_journal[0]] = std::uint64_t(kind) << 32 | decision;

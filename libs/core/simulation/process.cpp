@@ -47,7 +47,7 @@ void Process::run(Main main)
 void Process::destroyLocals()
 {
     while (!_locals.empty()) {
-        const auto local = _locals.back(); // Stays in the list meanwhile: its end may look for itself.
+        const auto local = _locals.back(); // Stays in the list meanwhile, since its destructor may ask for it.
         local.maker->destroy(local.object);
         std::erase_if(_locals, [&](const Local& other) { return other.maker == local.maker; });
     }
@@ -68,7 +68,7 @@ void Process::wait(bool mayBlock, std::optional<fn::Duration> until)
 {
     finishCloses();
     if (_isDead) {
-        // Code that runs its loop again and again is left where it is.
+        // A dead process whose code runs its loop again and again is left where it is.
         if (++_deadTurns > mostDeadTurns) _fiber->pause();
         return;
     }
@@ -84,13 +84,13 @@ void Process::deliver()
 {
     if (_isDead) return deliverEnds();
     const auto due = _ready.size() + _events.size();
-    // The tame answer is all of it, as after a wait of libuv.
+    // The tame answer delivers everything, as libuv does after a wait.
     const auto left = due > 1 ? _world._decisions.choose(Choice::Schedule, static_cast<std::uint32_t>(due)) : 0;
     for (auto count = due - left; count > 0 && !_isDead && deliverOne(); --count) { }
     finishCloses();
 }
 
-/// All that a dead process hears: each of its connections has ended.
+/// A dead process is told that each of its connections has ended, and nothing else.
 void Process::deliverEnds()
 {
     for (auto* const socket : std::vector(_sockets)) {
@@ -116,7 +116,7 @@ bool Process::deliverOne()
     socket->_isListed = false;
     if (!socket->isReady()) return true;
     socket->deliver();
-    if (std::ranges::find(_sockets, socket) != _sockets.end()) touch(*socket); // It may have more.
+    if (std::ranges::find(_sockets, socket) != _sockets.end()) touch(*socket); // It may be ready for more.
     return true;
 }
 
@@ -175,7 +175,7 @@ void Process::childDied(Process& child)
     if (_isDead || known == _children.end()) return;
     _events.push_back([this, &child] {
         const auto found = std::ranges::find(_children, &child, &Child::process);
-        if (found == _children.end()) return; // Forgotten meanwhile.
+        if (found == _children.end()) return; // `forget()` was called meanwhile.
         auto* const user = found->user;
         _children.erase(found);
         user->exited(child._status, child._signal);
@@ -235,7 +235,7 @@ void Process::unwatchSignal(SignalUser& user) noexcept
 
 void Process::fillRandomly(std::span<std::uint8_t> bytes)
 {
-    // No decision: what is drawn must differ from all that was drawn before, in the tamest story, too.
+    // This is no decision: in the tamest story, too, the bytes must differ from all that were drawn before.
     for (auto& byte : bytes) {
         ++_world._randomBytes;
         byte = static_cast<std::uint8_t>((_world._randomBytes * 0x9e3779b97f4a7c15U) >> 56);
@@ -254,7 +254,7 @@ void* Process::local(const LocalMaker& maker)
 {
     const auto found = std::ranges::find(_locals, &maker, &Local::maker);
     if (found != _locals.end()) return found->object;
-    auto* const object = maker.make(); // May ask for others, which are then older.
+    auto* const object = maker.make(); // May make other locals first, which are then destroyed later.
     _locals.push_back({ &maker, object });
     return object;
 }

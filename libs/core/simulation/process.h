@@ -14,12 +14,12 @@ class World;
 /// One process of a simulated world. Lives as long as the world.
 class FN_EXPORT Process final : public fn::uv::System {
 public:
-    /// What it does; gives its exit status.
+    /// The process's program; gives its exit status.
     using Main = folly::Function<int()>;
 
     ~Process() override;
 
-    /// The one whose code runs now; null between them.
+    /// The process whose code runs now; null outside of the processes' turns.
     static Process* current() noexcept;
 
     World& world() const noexcept { return _world; }
@@ -27,14 +27,14 @@ public:
     const fn::String& name() const noexcept { return _name; }
     bool isDead() const noexcept override { return _isDead; } ///< Killed or ended.
     bool isFrozen() const noexcept;
-    bool isHanging() const noexcept { return _isHanging; } ///< It has been launched and never does anything.
-    std::int64_t status() const noexcept { return _status; } ///< Of its exit, once dead.
-    int signal() const noexcept { return _signal; } ///< That killed it, or 0.
+    bool isHanging() const noexcept { return _isHanging; } ///< It was launched and never does anything.
+    std::int64_t status() const noexcept { return _status; } ///< The exit status of a dead process.
+    int signal() const noexcept { return _signal; } ///< The signal that killed the process, or 0.
 
-    /// Whether `Options::deaths`, `freezes` and `failingAllocations` may hit it. At first not.
+    /// Whether `Options::deaths`, `freezes` and `failingAllocations` may hit this process. False at first.
     void setExposed(bool isExposed) noexcept { _isExposed = isExposed; }
 
-    /// Sends it a signal when its parent dies.
+    /// The process gets this signal when its parent dies.
     void setParentDeathSignal(int signal) noexcept { _parentDeathSignal = signal; }
 
     // fn::uv::System, for the library.
@@ -73,14 +73,14 @@ private:
     bool isStopped() const noexcept { return _frozenUntil == fn::Duration(INT64_MAX); }
     void destroyLocals();
     bool canRun(fn::Duration now) const noexcept;
-    void touch(SimulatedSocket& socket); ///< Something may be due to it.
+    void touch(SimulatedSocket& socket); ///< Lists the socket among the ready ones if it is ready.
     bool deliverOne();
     void deliverEnds();
     void die(std::int64_t status, int signal);
     void childDied(Process& child);
     void receiveSignal(int signal);
 
-    /// The world's time. For a dead process it flies: what its code still waits for on its way out is soon over.
+    /// The world's time. In a dead process a second passes with each wait, so that waits of its code end soon.
     struct ProcessClock final : fn::Clock {
         explicit ProcessClock(Process& process) : process(process) { }
         fn::Duration monotonic() const override;
@@ -105,12 +105,12 @@ private:
     int _signal = 0;
     std::optional<fn::Duration> _frozenUntil;
 
-    bool _mayBlock = false; // While it waits.
+    bool _mayBlock = false; // The arguments of the latest `wait()`.
     std::optional<fn::Duration> _until;
-    int _deadTurns = 0; // On its way out.
+    int _deadTurns = 0; // Waits since the process died.
     std::uint64_t _lastTurn = 0;
 
-    std::vector<SimulatedSocket*> _sockets; // All that are open.
+    std::vector<SimulatedSocket*> _sockets; // All open ones.
     std::vector<SimulatedSocket*> _ready;
     std::vector<SimulatedSocket*> _closing;
     std::deque<folly::Function<void()>> _events; // Exits of children, signals.

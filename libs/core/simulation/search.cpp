@@ -29,7 +29,7 @@ struct Totals {
     }
 };
 
-/// So many seeds from `seed` on in a process of their own, each of them twice: both runs must be the same to the byte.
+/// Runs `count` seeds from `seed` on in a child process, each of them twice: both runs must be the same to the byte.
 std::optional<Failure> runSeeds(const Run& run, std::uint64_t seed, std::uint64_t count, Totals& totals)
 {
     return inChild(
@@ -78,7 +78,7 @@ void tell(const Run& run, const Failure& failure, const std::filesystem::path& k
     fmt::print("\nThe story is kept in {}; seed {}: {}\n", keep.string(), failure.seed, failure.what);
 }
 
-/// `keep` empty: no story is made of a failure.
+/// If `keep` is empty, no story is made of a failure.
 int searchFor(const Run& run, double seconds, std::uint64_t seed, const std::filesystem::path& keep)
 {
     constexpr std::uint64_t batch = 25;

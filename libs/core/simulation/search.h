@@ -8,20 +8,20 @@
 
 namespace core::simulation {
 
-/// What came of one run of an application.
+/// The outcome of one run of an application.
 struct Report {
-    std::vector<std::string> violations; ///< What should not have been, in its order.
+    std::vector<std::string> violations; ///< The broken rules, in the order in which they were seen.
     std::uint64_t hash = 0; ///< `World::traceHash()`.
     std::uint64_t steps = 0;
-    double seconds = 0; ///< Of virtual time.
+    double seconds = 0; ///< In virtual time.
 };
 
-/// An application under test from its start to its end, in a world of its own. `tells`: who does what, on standard output.
+/// Runs an application under test from its start to its end, in a world of its own. `tells`: prints what happens.
 using Run = std::function<Report(Decisions& decisions, bool tells)>;
 
-/// The main function of a program that looks for decisions with which `run` goes wrong: from seed after seed, each of them twice,
-/// since both runs must be the same to the byte. The first failure (also a crash, or 40 s on a processor without an end) is shrunk to a short
-/// story, told, and kept in a file. `--help` tells the options. Gives 0 where nothing went wrong.
+/// The main function of a program that looks for decisions with which `run` fails. It runs each seed twice, since both runs must
+/// be the same to the byte. The first failure (also a crash, or 40 s of processor time) is shrunk to a short story, printed, and
+/// kept in a file. `--help` tells the options. Gives 0 if there was no failure.
 FN_EXPORT int searchMain(int argc, char** argv, const Run& run);
 
 } // namespace core::simulation

@@ -12,7 +12,7 @@
 namespace core::simulation {
 namespace {
 
-// Less, and a large message takes longer than a participant may be silent.
+// With a smaller socket a large message would take longer than a participant may be silent.
 constexpr std::size_t leastSocketBytes = 512;
 
 } // namespace
@@ -61,7 +61,7 @@ int World::launch(Process& parent, const fn::String& file, const std::vector<fn:
 {
     const auto program = _programs.find(fn::Path::parsePath(file).fileName);
     if (program == _programs.end()) return UV_ENOENT;
-    // A module is known by its library.
+    // The process of a module has the name of its library.
     const auto named = program->first == moduleLoaderName && arguments.size() > 1 ? arguments[1] : file;
     const auto fileName = fn::Path::parsePath(named).fileName;
     const fn::String name = fileName.view().substr(0, fileName.view().rfind('.'));
@@ -92,10 +92,10 @@ void World::runFor(fn::Duration time)
 {
     const auto end = _now + time;
     run([&] { return _now >= end; }, time);
-    _now = std::max(_now, end); // Where nobody had anything to do any more.
+    _now = std::max(_now, end); // For a run that ends early, since no process has anything to do any more.
 }
 
-/// One turn of one process. False: nobody will ever have one again.
+/// Gives one process a turn. False if no process will ever have one again.
 bool World::turn()
 {
     FN_ASSERT(!Process::current(), fn::sites::worldIsRunFromOutside);
@@ -117,16 +117,16 @@ Process* World::choose()
 {
     _candidates.clear();
     for (const auto& process : _processes) {
-        if (process->_isDead && process->_fiber) return process.get(); // It only runs out.
+        if (process->_isDead && process->_fiber) return process.get(); // Its code returns first.
         if (process->canRun(_now)) _candidates.push_back(process.get());
     }
     if (_candidates.empty()) return nullptr;
-    // The tame answer is who has waited longest: nobody starves in a story that has come to its end.
+    // The tame answer is the process that has waited longest: none starves when a story has come to its end.
     std::ranges::sort(_candidates, {}, &Process::_lastTurn);
     return _candidates[_decisions.choose(Choice::Schedule, static_cast<std::uint32_t>(_candidates.size()))];
 }
 
-/// All wait: to the first moment at which one does not.
+/// When all processes wait, moves the time to the first moment at which one can go on. False if there is none.
 bool World::passTime()
 {
     std::optional<fn::Duration> next;
@@ -172,7 +172,7 @@ void World::resume(Process& process)
     auto* const outer = fn::uv::System::exchangeCurrent(&process);
     process._fiber->resume();
     fn::uv::System::exchangeCurrent(outer);
-    if (process._isDead) process._fiber.reset(); // It has run out, or never will.
+    if (process._isDead) process._fiber.reset(); // Its code has returned, or never will.
 }
 
 // --- Who is there
@@ -223,7 +223,7 @@ std::size_t World::cut(std::size_t bytes)
     return bytes - _decisions.choose(Choice::Bytes, static_cast<std::uint32_t>(bytes));
 }
 
-/// The tame answer is the full size. Small ones are as likely as large ones of the same number of digits.
+/// The tame answer is the full size; each halving of it down to the least is as likely.
 std::size_t World::socketCapacity()
 {
     const auto digits = static_cast<std::uint32_t>(std::bit_width(_options.socketBytes / leastSocketBytes));

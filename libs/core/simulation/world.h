@@ -5,53 +5,53 @@
 
 namespace core::simulation {
 
-/// A whole application, all of its processes, in one thread of this process and from one sequence of decisions: the same ones
-/// give the same run to the byte. What runs in it is the real thing, dispatcher, module manager, modules in their libraries; only
-/// clock, pipes, starting of processes, signals and random numbers are the world's. Files and SQLite stay real.
+/// A whole application, with all of its processes, in one thread of this process. The same decisions give the same run, to the
+/// byte. The dispatcher, the module manager and the modules in their libraries are the real ones; clock, pipes, starts of
+/// processes, signals and random numbers are the world's. Files and SQLite are real.
 ///
-/// Time is virtual: it goes on by a little with each turn of a process, and where all wait it jumps to what comes next. An hour of
-/// waiting takes no time.
+/// Time is virtual: a little of it passes with each turn of a process, and when all processes wait it jumps to the first moment
+/// at which one can go on. An hour of waiting takes no real time.
 ///
 ///     Decisions decisions(seed);
 ///     World world(decisions);
 ///     world.start("skyfold", [] { return skyfoldMain(); });
 ///     world.run([&] { return isDone; }, fn::Duration::seconds(60));
 ///
-/// What there is once in each process (the default loop, the message bus, ...) there is once in each of these. Static variables
-/// of a module library itself are not: all simulated processes share them.
+/// Each simulated process has its own default loop, message bus and other process-wide services. Static variables of a module
+/// library are different: all simulated processes share them.
 class FN_EXPORT World final {
 public:
-    /// A program that processes can start: what its `main` would do with these arguments.
+    /// A program that processes can start, as its `main()`.
     using Program = folly::Function<int(const std::vector<fn::String>& arguments)>;
 
-    /// `decisions` is borrowed. The module loader is known from the start.
+    /// Borrows `decisions`. The module loader is a program from the beginning.
     explicit World(Decisions& decisions, Options options = {});
     World(const World&) = delete;
-    ~World(); ///< Kills who is left, and lets them run out.
+    ~World(); ///< Kills the processes that are left, and lets their code return.
 
-    Process& start(const fn::String& name, Process::Main main); ///< It runs when the world does.
+    Process& start(const fn::String& name, Process::Main main); ///< The process runs when the world does.
 
-    /// Is told what the world's own faults hit, by the name of the process: one may also never have come to be.
-    /// `time`: of a freeze.
+    /// `observer` is called for each fault that the world causes, with the name of the process (which may never have started)
+    /// and, for a freeze, its length.
     void setHarmObserver(folly::Function<void(const fn::String& name, const char* harm, fn::Duration time)> observer);
 
-    /// What runs where a process starts a file of that name, in whichever folder.
+    /// `program` runs when a process starts a file of that name, in whichever folder.
     void addProgram(const fn::String& fileName, Program program);
 
-    /// Lets the world go on until `condition` holds, which is looked at after every turn of a process. False: `bound` has
-    /// passed before, or nobody will ever do anything again.
+    /// Lets the world go on until `condition` holds, which is checked after every turn of a process. False if `bound` has passed
+    /// before, or if no process will ever do anything again.
     bool run(folly::Function<bool()> condition, fn::Duration bound);
     void runFor(fn::Duration time);
 
     fn::Duration now() const noexcept { return _now; } ///< Since the world began.
-    std::uint64_t steps() const noexcept { return _steps; } ///< Chunks, timers, tasks and exits so far.
+    std::uint64_t steps() const noexcept { return _steps; } ///< Chunks read, timers, tasks and exits so far.
 
-    /// Over all that was read from pipes, by whom and when. Two runs that have the same are the same.
+    /// A hash of all bytes read from pipes, and of the readers and times. Two runs with the same hash are the same.
     std::uint64_t traceHash() const noexcept { return _trace; }
 
-    /// In order of birth.
+    /// In the order of their starts.
     const std::vector<std::unique_ptr<Process>>& processes() const noexcept { return _processes; }
-    /// The latest living one of that name, or null. A module has its library's.
+    /// The latest living process of that name, or null. A module's process has the name of its library.
     Process* find(const fn::String& name) const;
     Process* find(int id) const; ///< Dead or alive; null if there was none.
 
@@ -74,7 +74,7 @@ private:
     Process& add(fn::String name, Process* parent);
     int launch(Process& parent, const fn::String& file, const std::vector<fn::String>& arguments);
 
-    // For its processes and sockets.
+    // Used by the processes and sockets.
     bool addListener(const fn::String& name, SimulatedSocket& listener);
     void removeListener(const fn::String& name, SimulatedSocket& listener) noexcept;
     SimulatedSocket* listener(const fn::String& name) const;
@@ -93,7 +93,7 @@ private:
     std::uint64_t _randomBytes = 0; // Drawn so far.
     std::uint64_t _trace = 0;
     std::vector<std::unique_ptr<Process>> _processes;
-    std::vector<Process*> _candidates; // Empty but for its memory, between turns.
+    std::vector<Process*> _candidates; // A member only to keep its memory between turns.
     std::map<fn::String, SimulatedSocket*> _listeners;
     std::map<fn::String, Program> _programs;
     folly::Function<void(const fn::String&, const char*, fn::Duration)> _onHarm;

@@ -16,8 +16,8 @@
 namespace core::simulation {
 namespace {
 
-constexpr rlim_t mostSeconds = 40; // Of one child, on a processor: longer is a hang.
-constexpr unsigned mostWallSeconds = 600; // A lock taken twice uses no processor.
+constexpr rlim_t mostSeconds = 40; // Processor time of a child; one that takes longer hangs.
+constexpr unsigned mostWallSeconds = 600; // For a child that hangs without a processor, as in a lock taken twice.
 constexpr std::size_t journalEntries = 8 * 1024 * 1024;
 
 /// Memory that this process and its children see.
@@ -44,14 +44,14 @@ std::optional<Failure> inChild(folly::Function<std::string(Shared&)> body, folly
 {
     const SharedMemory<Shared> memory(1);
     auto& shared = memory.span().front();
-    std::fflush(stdout); // Else the child prints it again.
+    std::fflush(stdout); // Otherwise the child would print the buffered text again.
     const pid_t child = ::fork();
     if (child < 0) throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) {
         const rlimit bound { mostSeconds, mostSeconds + 1 };
         ::setrlimit(RLIMIT_CPU, &bound);
         ::alarm(mostWallSeconds);
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // A search that is ended leaves nobody behind.
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // A search that is ended leaves no child behind.
         const auto what = body(shared);
         std::strncpy(shared.what, what.c_str(), sizeof(shared.what) - 1);
         std::fflush(stdout);

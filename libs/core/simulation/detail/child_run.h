@@ -10,7 +10,7 @@ struct Failure {
     std::string what;
 };
 
-/// What a child tells while it runs, so that it is known also when it crashes.
+/// What a child process has told until it ended, also by a crash.
 struct Shared {
     std::uint64_t seed;
     std::uint64_t runs;
@@ -19,11 +19,11 @@ struct Shared {
     char what[4096];
 };
 
-/// Runs `body` in a child process, since an abort or an exit would end this one. It gives "" or what was wrong.
+/// Runs `body` in a child process, since an abort or an exit would end this one. `body` gives "" or the failure.
 std::optional<Failure> inChild(
     folly::Function<std::string(Shared&)> body, folly::Function<void(const Shared&)> account = {});
 
-std::optional<Failure> runStory(const Run& run, const Decisions::Story& story, bool tells); ///< In a child.
-Decisions::Story storyOf(const Run& run, std::uint64_t seed); ///< The decisions of that run, as far as it came.
+std::optional<Failure> runStory(const Run& run, const Decisions::Story& story, bool tells); ///< In a child process.
+Decisions::Story storyOf(const Run& run, std::uint64_t seed); ///< The decisions of a run, until it ended or crashed.
 
 } // namespace core::simulation

@@ -18,7 +18,7 @@ namespace core::simulation {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr std::size_t stackBytes = 2 * 1024 * 1024; // Their frames are several times as large.
+constexpr std::size_t stackBytes = 2 * 1024 * 1024; // The sanitizers make frames several times as large.
 #else
 constexpr std::size_t stackBytes = 512 * 1024;
 #endif
@@ -30,12 +30,12 @@ FiberStack::FiberStack() : _guard(static_cast<std::size_t>(::getpagesize())), _b
     _memory =
         ::mmap(nullptr, _bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK | MAP_NORESERVE, -1, 0);
     if (_memory == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "make a stack");
-    ::mprotect(_memory, _guard, PROT_NONE); // The stack grows down: into this it must not.
+    ::mprotect(_memory, _guard, PROT_NONE); // The stack grows down; an overflow must fault in this page.
 }
 
 FiberStack::~FiberStack()
 {
-    clean(); // What is mapped there next is nobody's frame.
+    clean(); // Memory that is mapped here later holds none of these frames.
     ::munmap(_memory, _bytes);
 }
 

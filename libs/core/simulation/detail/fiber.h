@@ -6,7 +6,7 @@
 
 namespace core::simulation {
 
-/// A stack of its own for each simulated process.
+/// The stack of one simulated process.
 class FiberStack {
 public:
     FiberStack();
@@ -16,7 +16,7 @@ public:
     void* top() const noexcept { return static_cast<char*>(_memory) + _bytes; }
     void* bottom() const noexcept { return static_cast<char*>(_memory) + _guard; } ///< The lowest usable address.
     std::size_t size() const noexcept { return _bytes - _guard; }
-    void clean() noexcept; ///< Forgets what the last owner's frames left, so that the sanitizers do.
+    void clean() noexcept; ///< Tells the sanitizers to forget the frames of the stack's last owner.
 
 private:
     std::size_t _guard = 0;
@@ -29,16 +29,16 @@ class Fiber {
 public:
     Fiber(std::unique_ptr<FiberStack> stack, folly::Function<void()> function);
     Fiber(const Fiber&) = delete;
-    ~Fiber(); ///< What is left on the stack is not destroyed: let it end first.
+    ~Fiber(); ///< Destroys no object on the stack: the function should have ended.
 
-    /// Runs it until it pauses or ends. From the thread's own stack.
+    /// Runs the function until it pauses or ends. To be called on the thread's own stack.
     void resume();
 
-    /// Goes back to who resumed it. On its own stack.
+    /// Goes back to the caller of `resume()`. To be called on the fiber's stack.
     void pause();
 
 private:
-    // What the language keeps of a thread's exceptions: those being handled here are none of the others' business.
+    // The C++ runtime's record of a thread's exceptions. It is exchanged, since each fiber handles exceptions of its own.
     struct Exceptions {
         void* caught = nullptr;
         unsigned int uncaught = 0;
@@ -49,7 +49,7 @@ private:
 
     std::unique_ptr<FiberStack> _stack;
     folly::Function<void()> _function;
-    void* _context = nullptr; // Of the side that does not run now.
+    void* _context = nullptr; // The stack pointer of the side that does not run now.
     Exceptions _exceptions;
     bool _hasEnded = false;
 

@@ -12,8 +12,7 @@ int runModuleLoader(const std::vector<fn::String>& arguments)
 {
     if (arguments.size() != 4) return 2;
     auto& loop = fn::RunLoop::defaultLoop();
-    const fn::uv::SignalWatcher interrupt(
-        loop.uvLoop(), SIGINT, [] {}); // The main program alone decides what it means.
+    const fn::uv::SignalWatcher interrupt(loop.uvLoop(), SIGINT, [] {}); // The main program alone reacts to SIGINT.
     const fn::uv::SignalWatcher end(loop.uvLoop(), SIGTERM, [&] { loop.stop(); });
     Process::current()->setParentDeathSignal(SIGTERM);
     fn::SharedLibrary module;

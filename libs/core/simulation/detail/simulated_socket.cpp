@@ -91,7 +91,7 @@ std::ptrdiff_t SimulatedSocket::receive(std::span<char> memory)
         const auto count = _process.world().cut(std::min(memory.size(), _in->size()));
         _in->take(memory.data(), count);
         _process.world().trace({ memory.data(), count });
-        touchPeer(); // There is room.
+        touchPeer(); // The peer has room to write again.
         return static_cast<std::ptrdiff_t>(count);
     }
     if (std::exchange(_in->isReset, false)) return UV_ECONNRESET;
@@ -100,7 +100,7 @@ std::ptrdiff_t SimulatedSocket::receive(std::span<char> memory)
 
 std::size_t SimulatedSocket::put(const char* data, std::size_t count)
 {
-    if (_process.isDead()) return count; // Into nothing.
+    if (_process.isDead()) return count; // The bytes are dropped.
     const auto taken = std::min(_out->room(), count);
     _out->put(data, taken);
     return taken;
@@ -172,7 +172,7 @@ void SimulatedSocket::deliver()
 {
     if (_isClosed) return;
     if (!_waiting.empty()) return _user.connectionWaits(0);
-    // libuv reads before it writes, at what it has found at once.
+    // libuv reads first if it finds both ready at once; chance decides whether it does.
     if (canRead() && (!canWrite() || _process.world().tosses())) return read();
     if (canWrite()) goOnWriting();
 }

@@ -6,7 +6,7 @@
 
 namespace core::simulation {
 
-/// What one side has written and the other one has not read yet.
+/// One direction of a connection: the bytes that one side has written and the other one has not read yet.
 struct Channel {
     explicit Channel(std::size_t capacity) : capacity(capacity) { }
 
@@ -18,13 +18,13 @@ struct Channel {
     const std::size_t capacity;
     std::string bytes;
     std::size_t taken = 0;
-    bool isEnded = false; ///< Nothing more will be written.
-    bool isReset = false; ///< The writer left bytes unread that were on their way to it: told once.
-    bool isAbandoned = false; ///< Nobody will read.
+    bool isEnded = false; ///< The writer will write nothing more.
+    bool isReset = false; ///< The writer has closed with bytes of the other direction unread; the reader is told once.
+    bool isAbandoned = false; ///< The reader will read nothing more.
 };
 
-/// A pipe's end in the simulated world. It behaves as a local socket under libuv does: what has been written before an end
-/// is read first, an end with unread bytes shows as UV_ECONNRESET, a write to nobody as UV_EPIPE.
+/// One end of a pipe in the simulated world. It behaves as a local socket under libuv does: bytes written before an end are
+/// read before it, an end with unread bytes reads as UV_ECONNRESET, and a write to a closed peer fails with UV_EPIPE.
 class SimulatedSocket final : public fn::uv::System::Socket {
 public:
     SimulatedSocket(Process& process, fn::uv::System::SocketUser& user);
@@ -42,14 +42,14 @@ public:
     void shutdown() override;
     void close() override;
 
-    bool isReady() const noexcept; ///< Whether `deliver()` has something to tell.
+    bool isReady() const noexcept; ///< Whether `deliver()` has something to do.
     void deliver();
-    void deliverEnd(); ///< In a dead process: whoever reads reads the end.
-    void finishClose() { _user.onClosed(); } ///< May destroy it.
-    void cut() noexcept; ///< Its process is dead: the other side sees the end, nothing more passes.
+    void deliverEnd(); ///< To be called in a dead process: a socket that is reading reads the end.
+    void finishClose() { _user.onClosed(); } ///< May destroy this socket.
+    void cut() noexcept; ///< The socket's process has died: the peer sees the end, no more bytes pass.
 
 private:
-    /// One that has connected and waits to be accepted: the channels, and who is at the other end of them.
+    /// A connection that waits to be accepted: its channels, and the socket that has connected.
     struct Waiting {
         SimulatedSocket* peer; // Null once it has closed.
         std::shared_ptr<Channel> in;
@@ -66,19 +66,19 @@ private:
 
     Process& _process;
     fn::uv::System::SocketUser& _user;
-    fn::String _name; // Of a listener.
+    fn::String _name; // The name of a listener.
     int _backlog = 0;
     std::deque<Waiting> _waiting;
-    SimulatedSocket* _listener = nullptr; // In whose queue it waits.
+    SimulatedSocket* _listener = nullptr; // The listener in whose queue this socket waits; null if none.
 
     std::shared_ptr<Channel> _in;
     std::shared_ptr<Channel> _out;
     SimulatedSocket* _peer = nullptr;
-    std::vector<uv_buf_t> _parts; // Of the write that waits for room.
+    std::vector<uv_buf_t> _parts; // What is left of the write that waits for room.
     std::size_t _unwritten = 0;
     bool _isReading = false;
     bool _isClosed = false;
-    bool _isListed = false; // Among the ready ones of its process.
+    bool _isListed = false; // Whether this socket is in `_ready` of its process.
 
     friend class Process;
 };
