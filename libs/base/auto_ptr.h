@@ -88,7 +88,7 @@ template <typename T, typename... Arguments> AutoPtr<T> makeAuto(Arguments&&... 
     return AutoPtr<T>(new T(std::forward<Arguments>(arguments)...));
 }
 
-/// The object as a U, or empty if it is none.
+/// The object as a U, or empty if the object is no U.
 template <typename U, typename T> AutoPtr<U> dynamicCast(const AutoPtr<T>& object) noexcept
 {
     return AutoPtr<U>(dynamic_cast<U*>(object.get()));

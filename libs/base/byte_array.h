@@ -73,9 +73,9 @@ public:
         _offset += removed;
         _size -= removed;
     }
-    void clear() noexcept; ///< Empties it; the storage is kept unless it is shared.
+    void clear() noexcept; ///< Empties the array; its buffer is kept unless it is shared.
 
-    /// `size` bytes from `offset` (both clamped), sharing the buffer.
+    /// An array of `size` bytes from `offset` (both clamped) that shares the buffer.
     ByteArray slice(std::size_t offset, std::size_t size) const noexcept;
 
     String hex() const; ///< Lower case.
@@ -95,7 +95,7 @@ public:
     }
 
 private:
-    struct Buffer { // The bytes lie right behind it.
+    struct Buffer { // The header of a buffer; its bytes follow in memory.
         std::atomic<std::uint32_t> references;
         std::uint32_t capacity;
 

@@ -8,7 +8,7 @@ namespace fn::debug {
 /// on the type alone. A name that cannot be demangled comes back as it is.
 FN_EXPORT String demangleTypeName(const char* mangled);
 
-/// The name and the id of this process, as "scanner[1234]". A module process bears the name of its module.
+/// The name and the id of this process, as "scanner[1234]". A module process has the name of its module.
 FN_EXPORT String processName();
 
 } // namespace fn::debug

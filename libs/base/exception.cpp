@@ -12,7 +12,7 @@ struct Exception::Details {
     Details(const Details& other) : trace(other.trace), infos(other.infos) { }
 
     CapturedStackTrace trace;
-    std::vector<std::pair<std::type_index, std::any>> infos; // Few: a linear search is enough.
+    std::vector<std::pair<std::type_index, std::any>> infos; // So few that a linear search is enough.
 
     // The text of what(), made at its first call. Copies on several threads may call it at once.
     std::mutex textLock;
@@ -21,7 +21,7 @@ struct Exception::Details {
 
 namespace {
 
-constexpr int ownFrames = 1; // The constructor of Exception, left out of the trace.
+constexpr int ownFrames = 1; // The constructor of Exception is left out of the trace.
 
 std::string systemText(int code)
 {

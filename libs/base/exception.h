@@ -33,7 +33,7 @@ using UVErrnoInfo = ErrorInfo<std::int32_t, internal::UVErrnoTag>; ///< Negative
 using WinErrorInfo = ErrorInfo<std::uint32_t, internal::WinErrorTag>;
 using ErrorCodeInfo = ErrorInfo<std::int32_t, internal::ErrorCodeTag>; ///< A code that belongs to no system.
 using CallInfo = ErrorInfo<String, internal::CallTag>; ///< The call that failed, "Class.method"; not part of `what()`.
-using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTraceTag>; ///< A trace from elsewhere.
+using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTraceTag>; ///< Of another process.
 
 /// Root of the library's exceptions. Copies share their details until one of them changes. `what()` is the message followed by
 /// the details, one on each line.

@@ -11,16 +11,17 @@ class FN_EXPORT ExceptionFactory {
 public:
     using Factory = std::unique_ptr<Exception> (*)(const String& message, Exception::StackTrace choice);
 
-    /// Registers a class under its name (without namespace). The first class of a name keeps it: another class is told to the
-    /// reporter, and its exceptions arrive elsewhere as those of the first. Returns true, for an initialiser that runs when the
-    /// library is loaded; libraries are loaded in any order.
+    /// Registers a class under its name (without namespace). The first class of a name keeps the name: a second class is told to the
+    /// reporter, and its exceptions arrive in other processes as exceptions of the first class. Returns true, for an initialiser
+    /// that runs when the library is loaded; libraries are loaded in any order.
     static bool _registerException(const char* className, const std::type_info& type, Factory factory);
 
-    /// An exception of that class; of `fn::RuntimeException` where the name is unknown.
+    /// An exception of the class with that name; of `fn::RuntimeException` if the name is unknown.
     static std::unique_ptr<Exception> createException(
         const String& className, const String& message, Exception::StackTrace choice = Exception::StackTrace::Capture);
 
-    /// Called for each class whose name is taken already, also for those that came before it. The layer that logs sets it.
+    /// Called for each class whose name is taken already, also for classes registered before the reporter was set. The layer that
+    /// logs sets the reporter.
     using Reporter = void (*)(const char* className, const std::type_info& type, const std::type_info& first);
     static void setReporter(Reporter reporter);
 };

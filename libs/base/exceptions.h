@@ -9,11 +9,11 @@ FN_DECLARE_EXCEPTION(NullPointerException, RuntimeException);
 FN_DECLARE_EXCEPTION(DataFormatException, RuntimeException); ///< Bytes or text that do not follow their format.
 FN_DECLARE_EXCEPTION(EndOfStreamException, RuntimeException);
 FN_DECLARE_EXCEPTION(OperationTimedOutException, RuntimeException);
-FN_DECLARE_EXCEPTION(
-    EndedException, RuntimeException); ///< The object that was asked has ended. Expected: promises do not log it.
+/// The object that was asked has ended. Such an end is expected: promises do not log it.
+FN_DECLARE_EXCEPTION(EndedException, RuntimeException);
 FN_DECLARE_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException); ///< Somebody else holds a mutex of that name.
-FN_DECLARE_EXCEPTION(
-    IOException, RuntimeException); ///< The system refused an operation; carries errno or the uv errno.
-FN_DECLARE_EXCEPTION(FileException, IOException); ///< The same for a file; carries its path.
+/// The system refused an operation. The exception carries errno or the uv errno.
+FN_DECLARE_EXCEPTION(IOException, RuntimeException);
+FN_DECLARE_EXCEPTION(FileException, IOException); ///< An IOException for a file; carries the path.
 
 } // namespace fn

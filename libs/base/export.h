@@ -1,4 +1,4 @@
 #pragma once
 
-/// Marks what a shared library offers. Everything else is hidden (see cmake/compiler.cmake).
+/// Marks a symbol that a shared library offers. All other symbols are hidden (see cmake/compiler.cmake).
 #define FN_EXPORT __attribute__((visibility("default")))

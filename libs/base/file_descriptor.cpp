@@ -65,7 +65,7 @@ void FileDescriptor::sync()
 void FileDescriptor::close()
 {
     if (_descriptor < 0) return;
-    // Interrupted or not, Linux has freed the descriptor: a second try could close somebody else's.
+    // Linux has freed the descriptor even if close() was interrupted: a second try could close the descriptor of another thread.
     if (::close(release()) != 0 && errno != EINTR) posix::throwErrno(_path);
 }
 

@@ -16,24 +16,24 @@ public:
     /// Opens an existing file for reading, or throws `fn::FileException`. For a FIFO the call waits for a writer.
     static FileDescriptor read(const String& path);
 
-    /// Opens a regular file for reading. Anything else at that path is refused without waiting: `fn::FileException` with EISDIR
-    /// or EINVAL.
+    /// Opens a regular file for reading. `fn::FileException`, without waiting, if there is none; with EISDIR for a directory, and
+    /// with EINVAL for another kind of file.
     static FileDescriptor readRegular(const String& path);
 
     /// Creates a file with these permission bits (less the process's mask), or empties an existing file, which keeps its own
     /// bits. Throws `fn::FileException` on failure. For a FIFO the call waits for a reader.
     static FileDescriptor write(const String& path, int mode);
 
-    int get() const noexcept { return _descriptor; } ///< -1 when nothing is owned.
+    int get() const noexcept { return _descriptor; } ///< -1 if this owns no descriptor.
     const String& path() const noexcept { return _path; }
     explicit operator bool() const noexcept { return _descriptor >= 0; }
 
     int release() noexcept; ///< Gives the descriptor to the caller.
 
-    /// Waits until everything written has reached the disk, or throws `fn::FileException`.
+    /// Waits until all bytes written have reached the disk, or throws `fn::FileException`.
     void sync();
 
-    /// Throws `fn::FileException` where the file system reports a failed write only now. The descriptor is closed in every case.
+    /// Closes the descriptor in every case. `fn::FileException` if the file system reports the failure of a write only now.
     void close();
 
 private:

@@ -4,11 +4,11 @@
 
 namespace fn {
 
-/// Tells whoever may outlive an object whether it is still there, without holding it. It is the last member of an object that
-/// has one owner, so it ends before the others, whose destructors may call out. (A counted object holds itself while it calls
-/// out, and is watched by a `WeakPtr`.)
+/// Tells code that may outlive an object whether the object is still there, without holding it. A Lifetime is the last member of an
+/// object that has one owner, so it ends before the other members, whose destructors may call out. (A counted object holds itself
+/// while it calls out, and is watched by a `WeakPtr`.)
 ///
-/// Everything belongs to the thread that destroys the object. The first watch of an object allocates a few bytes, later ones nothing.
+/// Lifetime and watches belong to the thread that destroys the object. The first watch allocates a few bytes, later ones nothing.
 class Lifetime {
     struct Mark {
         std::uint32_t holders = 1; // The lifetime itself and all watches.
@@ -16,7 +16,7 @@ class Lifetime {
     };
 
 public:
-    /// True as long as the object is there. A copy is a pointer and a count.
+    /// Is true as long as the object is there. Copying a watch copies a pointer and counts.
     class Watch {
     public:
         Watch() noexcept = default; ///< Watches nothing, and is false.

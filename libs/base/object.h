@@ -13,7 +13,7 @@ public:
     Object& operator=(const Object&) = default;
     virtual ~Object();
 
-    /// For people and logs. Default: class name and address.
+    /// A text for people and logs. Default: the class name and the address.
     virtual String toString() const;
 };
 

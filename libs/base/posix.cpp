@@ -8,7 +8,7 @@ namespace fn::posix {
 
 int open(const String& path, int flags, int mode)
 {
-    // The system would stop at the NUL and open another file.
+    // The system would take the path up to the NUL and open another file.
     if (path.contains(std::string_view("\0", 1))) {
         errno = EINVAL;
         return -1;

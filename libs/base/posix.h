@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstddef>
 
-/// Calls of the operating system, each tried again when a signal interrupts it. They report failure as the system does:
+/// Calls of the operating system, each repeated while a signal interrupts it. These calls report failure as the system does, by
 /// a negative result and `errno`.
 namespace fn::posix {
 

@@ -28,7 +28,7 @@ void RefCountedBase::deleteInstance() { delete this; }
 
 void RefCountedBase::lastReferenceGone() const noexcept
 {
-    // References taken from here on (by destructors, say) count above the mark, and their release does not come here again.
+    // References that are taken from here on (by destructors, for example) count above the mark: their release does not come here.
     _count.fetch_or(dying, std::memory_order_relaxed);
     const_cast<RefCountedBase*>(this)->deleteInstance();
 }

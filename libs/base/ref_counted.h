@@ -6,9 +6,9 @@
 
 namespace fn {
 
-/// An intrusive, atomic reference count. It starts at 0; the first AutoPtr makes it 1. When it falls back to 0 the object
-/// is *dying*: `deleteInstance()` is called once, weak links and `tryRetain()` fail from then on, and an AutoPtr made
-/// meanwhile (by a destructor, say) neither revives the object nor deletes it twice.
+/// An intrusive, atomic reference count. The count starts at 0; the first AutoPtr makes it 1. When the count falls back to 0 the
+/// object is *dying*: `deleteInstance()` is called once, weak links and `tryRetain()` fail from then on, and an AutoPtr that is
+/// made meanwhile (by a destructor, for example) neither revives the object nor deletes it twice.
 class FN_EXPORT RefCountedBase {
 public:
     RefCountedBase() = default;
@@ -25,14 +25,14 @@ public:
     /// Takes a reference unless the object is dying or nobody has held it yet. Thread-safe as long as the memory is valid.
     [[nodiscard]] bool tryRetain() const noexcept;
 
-    /// For tests and inspectors; stale as soon as another thread holds a reference.
+    /// The present count, for tests and inspectors. Other threads that hold references may change it at any time.
     std::uint32_t referenceCount() const noexcept;
 
 protected:
     virtual ~RefCountedBase();
 
-    /// Called once, when the last reference has gone. Default: `delete this`. An override may defer the deletion, but in the
-    /// end it calls its base: nobody else frees the object.
+    /// Called once, when the last reference has gone. Default: `delete this`. An override may defer the deletion, but has to
+    /// call the base's function in the end: nothing else frees the object.
     virtual void deleteInstance();
 
 private:
@@ -41,8 +41,8 @@ private:
     mutable std::atomic<std::uint32_t> _count { 0 }; // The top bit marks a dying object.
 };
 
-/// Can be the target of a WeakPtr. Weak links of one object are made, read and ended on the thread that destroys the
-/// object: the objects concerned live on one run loop.
+/// An object that can be the target of a WeakPtr. The weak links of an object are made, read and ended on the thread that destroys
+/// the object: object and links live on one run loop.
 class FN_EXPORT WeakReferencableObject : public RefCountedBase {
 protected:
     ~WeakReferencableObject() override;

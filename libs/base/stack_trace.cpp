@@ -21,7 +21,7 @@ constexpr int maximumFrames = 64;
 {
     std::array<void*, maximumFrames> frames;
     const auto end = frames.begin() + backtrace(frames.data(), maximumFrames);
-    // How many frames lie below the caller differs between builds.
+    // The number of frames below the caller differs between builds.
     auto first = std::find(frames.begin(), end, __builtin_return_address(0));
     if (first == end) first = frames.begin();
     CapturedStackTrace trace;
@@ -35,7 +35,7 @@ ResolvedStackTrace CapturedStackTrace::resolve() const
     try {
         trace.frames = internal::resolveAddresses(_addresses);
     } catch (const std::bad_alloc&) {
-        // Without a trace there is still the exception.
+        // No memory for the trace: the exception goes on without it.
     }
     return trace;
 }

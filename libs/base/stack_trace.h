@@ -8,22 +8,22 @@ namespace fn {
 /// One frame in readable form. `address` is the offset in its module (so that it fits 32 bits and can be looked up in the file).
 struct ResolvedFrame {
     std::uint32_t address = 0;
-    String moduleName; ///< Base name of the file the code comes from.
+    String moduleName; ///< The base name of the program or library that holds the code.
     String symbolName;
-    String fileName; ///< Empty where unknown.
+    String fileName; ///< The source file; empty if it is unknown.
     std::int32_t fileLine = 0;
     friend bool operator==(const ResolvedFrame&, const ResolvedFrame&) = default;
 };
 
-/// A trace in readable form, innermost frame first; also one that came from another process.
+/// A trace of this or another process in readable form, innermost frame first.
 struct ResolvedStackTrace {
     std::vector<ResolvedFrame> frames;
 };
 
-/// Code addresses of this process, innermost first. Capturing is cheap; resolving happens only when somebody looks.
+/// Return addresses on a stack of this process, innermost first. Capturing is cheap; `resolve()` looks up the names.
 class FN_EXPORT CapturedStackTrace {
 public:
-    /// The frames from the caller's outwards, less the innermost `skipFrames`. At most some 60.
+    /// The addresses from the caller's frame outwards, without the innermost `skipFrames`. At most some 60.
     static CapturedStackTrace capture(int skipFrames = 0);
 
     bool empty() const noexcept { return _addresses.empty(); }

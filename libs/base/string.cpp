@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::string_view blanks = " \t\r\n\v\f";
 
-// Lies in front of the shared text.
+// The header in front of a shared text.
 struct Header {
     std::atomic<std::uint32_t> references;
     std::uint32_t capacity; // Bytes of text, its terminator not counted.

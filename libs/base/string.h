@@ -108,7 +108,7 @@ public:
             return a.view().compare(b.view());
         const auto x = a.bigEndianWords(), y = b.bigEndianWords();
         if (x.first != y.first) return x.first < y.first ? -1 : 1;
-        const auto inLast = [](std::uint64_t word) { return word >> 8; }; // Without the tag.
+        const auto inLast = [](std::uint64_t word) { return word >> 8; }; // The text without the tag.
         if (inLast(x.second) != inLast(y.second)) return inLast(x.second) < inLast(y.second) ? -1 : 1;
         return static_cast<int>(a.size()) - static_cast<int>(b.size()); // At most zeros at the end differ.
     }
@@ -131,8 +131,8 @@ public:
     static constexpr int KeepEmptyParts = 1;
     static constexpr int TrimParts = 2;
 
-    /// The parts between the separators. `limit` (0: none) bounds the number of parts; the last one is then the whole
-    /// rest. Empty text gives no part.
+    /// The parts between the separators. `limit` (0: no limit) bounds the number of parts; the last part is then the whole
+    /// rest. An empty text gives no part.
     std::vector<String> split(char separator, int flags = 0, std::size_t limit = 0) const;
 
     /// The text as an integer; blanks around it and one sign are allowed. Anything else, or an overflow, gives
@@ -146,7 +146,7 @@ public:
     static String number(std::uint64_t value);
     static String number(int value) { return number(static_cast<std::int64_t>(value)); }
     static String number(unsigned value) { return number(static_cast<std::uint64_t>(value)); }
-    static String number(double value); ///< Shortest text that reads back as the same value.
+    static String number(double value); ///< The shortest text that reads back as the same value.
 
     /// Lower-case hexadecimal digits, filled with `fill` in front up to `width` characters.
     static String numberHex(std::uint64_t value, int width = 0, char fill = ' ');
@@ -155,7 +155,7 @@ public:
         return numberHex(value, width, fill);
     }
 
-    /// Unpaired surrogates become U+FFFD.
+    /// Converts UTF-16; unpaired surrogates become U+FFFD.
     static String fromUTF16(std::u16string_view text);
 
 private:
@@ -186,7 +186,7 @@ private:
         std::memcpy(&word, from, sizeof word);
         return word;
     }
-    /// What is stored for a text of at most InlineCapacity bytes, put together from reads of a fixed size that may overlap.
+    /// The words of a text of at most InlineCapacity bytes, put together from reads of a fixed size that may overlap.
     static Words inlineWords(const char* text, std::size_t size) noexcept
     {
         Words words { 0, static_cast<std::uint64_t>(InlineCapacity - size) << 56 };
@@ -222,8 +222,8 @@ private:
     void retain() noexcept;
     void release() noexcept;
 
-    // A text of up to 15 bytes lies here itself, and the last byte is 15 - size (which terminates a text of 15). For a longer
-    // one: a pointer to the text, the size in 32 bits, and 0xFF.
+    // A text of up to 15 bytes is stored here; the last byte is 15 - size, which is 0 and so terminates a text of 15. For a longer
+    // text: a pointer to the shared text, the size in 32 bits, and 0xFF in the last byte.
     alignas(8) char _storage[16];
 };
 

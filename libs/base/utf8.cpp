@@ -7,7 +7,7 @@ bool isUTF8(std::string_view text) noexcept
 {
     const char* end = nullptr;
     while (!g_utf8_validate_len(text.data(), text.size(), &end)) {
-        if (*end != '\0') return false; // GLib stops at a zero byte, too.
+        if (*end != '\0') return false; // GLib also stops at a NUL, which UTF-8 may hold.
         text.remove_prefix(static_cast<std::size_t>(end - text.data()) + 1);
     }
     return true;

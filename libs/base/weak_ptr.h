@@ -13,7 +13,7 @@ public:
     }
     WeakPtr(const AutoPtr<T>& object) : WeakPtr(object.get()) { }
 
-    /// The target, or empty once its last strong reference has gone (even where its deletion is still to come).
+    /// The target, or empty once the target's last strong reference has gone (even if its deletion is still to come).
     AutoPtr<T> lock() const noexcept
     {
         return _isThere && _object->tryRetain() ? AutoPtr<T>::adopt(_object) : AutoPtr<T>();

@@ -4,7 +4,7 @@
 
 namespace fn::internal {
 
-/// Sets the 16 bytes that strings, byte arrays and small values are.
+/// Sets the 16 bytes that make up a string, a byte array or the content of a value.
 inline void storeWords(void* to, std::uint64_t first, std::uint64_t second) noexcept
 {
     const std::uint64_t words[] { first, second };

@@ -22,7 +22,7 @@ namespace {
 #ifdef FN_KEEPS_NO_BLOCKS
 constexpr std::size_t keptBytes = 0; // A sanitizer must see memory that is used after it was freed.
 #else
-constexpr std::size_t keptBytes = 8 * 1024 * 1024; // By each thread.
+constexpr std::size_t keptBytes = 8 * 1024 * 1024; // The most that a thread keeps.
 #endif
 
 // Sizes are grouped by the highest bit of the size less one: a power of two is the last size of its group.
@@ -34,12 +34,12 @@ struct Block {
     Block* next;
 };
 
-/// Has no destructor, since buffers are also freed after the thread's other variables have been destroyed.
+/// The blocks that a thread keeps. No destructor: buffers are also freed after the thread's other variables have been destroyed.
 struct Cache {
     std::array<Block*, (mostBits - leastBits + 1) * stepsPerPower> blocks;
     std::size_t bytes;
     bool isClosed;
-    bool wasUsed; // Since the last giveBackIdleMemory().
+    bool wasUsed; // Whether the thread has used a block since the last giveBackIdleMemory().
 };
 constinit thread_local Cache cache {};
 
@@ -110,5 +110,5 @@ void fn::giveBackIdleMemory() noexcept
     using namespace largeBlocks;
     if (std::exchange(cache.wasUsed, false) || cache.bytes == 0) return;
     freeAll();
-    malloc_trim(0); // Most blocks lie within the heap, which keeps their pages otherwise.
+    malloc_trim(0); // Most blocks lie inside the heap, which would keep their pages.
 }

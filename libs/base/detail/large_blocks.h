@@ -8,9 +8,9 @@
 namespace fn::largeBlocks {
 
 inline constexpr std::size_t leastBytes = 8 * 1024; ///< Smaller buffers come from malloc().
-inline constexpr std::size_t mostBytes = 4 * 1024 * 1024; ///< So do larger ones.
+inline constexpr std::size_t mostBytes = 4 * 1024 * 1024; ///< Larger buffers come from malloc(), too.
 
-/// The size of the block that holds `bytes` (between the bounds): at most a quarter more.
+/// The size of the block for a buffer of `bytes` (between the bounds): at most a quarter more.
 std::size_t blockSize(std::size_t bytes) noexcept;
 
 void* allocate(std::size_t blockSize) noexcept; ///< Null if there is no memory. Not zeroed.

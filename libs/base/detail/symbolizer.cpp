@@ -60,7 +60,7 @@ public:
     ResolvedFrame lookUp(std::uintptr_t returnAddress) const
     {
         ResolvedFrame frame;
-        const auto call = returnAddress - 1; // The return address may lie beyond the function, or on the next line.
+        const auto call = returnAddress - 1; // The return address may be on the next line, or behind the function.
         Dl_info info = {};
         if (!dladdr(reinterpret_cast<void*>(call), &info)) return frame;
         frame.address = static_cast<std::uint32_t>(returnAddress - reinterpret_cast<std::uintptr_t>(info.dli_fbase));
@@ -116,7 +116,7 @@ public:
 
 private:
     std::mutex _lock;
-    std::unordered_map<void*, ResolvedFrame> _frames; // Bounded by the places in the code that can throw.
+    std::unordered_map<void*, ResolvedFrame> _frames; // As many as there are places in the code that throw.
 };
 
 } // namespace
