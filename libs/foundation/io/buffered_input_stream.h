@@ -4,7 +4,7 @@
 
 namespace fn {
 
-/// Reads ahead from the stream below, which it borrows, so that small reads cost no call of that stream.
+/// Reads ahead from `source`, which it borrows, so that small reads cost no call of that stream.
 class FN_EXPORT BufferedInputStream final : public InputStream {
 public:
     BufferedInputStream(InputStream& source, std::size_t bufferBytes);
@@ -19,7 +19,7 @@ private:
     InputStream& _source;
     const std::size_t _bufferBytes;
     const std::unique_ptr<std::uint8_t[]> _buffer;
-    std::uint64_t _takenFromSource = 0; // Bytes read from `_source`, with those still in the window.
+    std::uint64_t _takenFromSource = 0; // Bytes read from `_source`, including those still in the window.
 };
 
 } // namespace fn

@@ -4,8 +4,8 @@
 
 namespace fn {
 
-/// Gathers small writes for the stream below, which it borrows. Call `close()` or `flush()` at the end: the destructor
-/// drops what is still buffered, so that unwinding from an error does not complete a broken document.
+/// Gathers small writes for `target`, which it borrows. `close()` or `flush()` must be called at the end: the destructor drops
+/// the bytes that are still buffered, so that an exception does not complete a broken document.
 class FN_EXPORT BufferedOutputStream final : public OutputStream {
 public:
     BufferedOutputStream(OutputStream& target, std::size_t bufferBytes);

@@ -18,7 +18,7 @@ std::size_t ByteArrayOutputStream::position() const noexcept
 void ByteArrayOutputStream::flush()
 {
     if (!_window) return;
-    _array.resizeUninitialized(position()); // Shrinks: nothing is moved.
+    _array.resizeUninitialized(position()); // The array shrinks: no byte is moved.
     _window = _windowEnd = nullptr;
 }
 

@@ -13,11 +13,11 @@
 namespace fn {
 namespace {
 
-// The path that the system calls take, for a path or a pipe name.
+// The path for the system calls, of a path or a pipe name.
 String systemPath(const String& path)
 {
     if (platform::isPipeName(path)) return platform::pipePath(path);
-    if (path.contains(std::string_view("\0", 1))) File::handleErrno(path, EINVAL); // The system would stop at it.
+    if (path.contains(std::string_view("\0", 1))) File::handleErrno(path, EINVAL); // The system would stop at the NUL.
     return path;
 }
 
@@ -35,7 +35,7 @@ FileKind kindOfMode(unsigned mode)
 
 Timestamp toTimestamp(const statx_timestamp& time)
 {
-    // File systems hold times far beyond what a timestamp can, and anybody may set them.
+    // File systems hold times far beyond what a timestamp can hold, and anybody may set such a time.
     const auto whole = std::min(Duration::seconds(time.tv_sec), Duration(INT64_MAX - 999'999));
     return Timestamp(whole + Duration::microseconds(time.tv_nsec / 1000));
 }

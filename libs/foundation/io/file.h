@@ -5,24 +5,23 @@
 
 namespace fn {
 
-/// A path and what can be done with the entry of that name. Pipe names (`\\.\pipe\NAME`) stand for the endpoint of that
+/// A path, and the operations on the directory entry of that path. A pipe name (`\\.\pipe\NAME`) stands for the endpoint of that
 /// pipe. Failures are `fn::FileException`s with path and errno. Thread-safe.
 class FN_EXPORT File {
 public:
     explicit File(String path);
-    const String& path() const noexcept { return _path; } ///< As given.
+    const String& path() const noexcept { return _path; } ///< The path or pipe name as given.
 
     enum class Links { Follow, Keep };
-    /// Whether there is an entry of that name; with Follow, a link that leads nowhere counts as none. Throws if the system
-    /// cannot tell.
+    /// Whether there is such an entry; with Follow, a link that leads nowhere counts as none. Throws if the system cannot tell.
     bool exists(Links links = Links::Follow) const;
     FileInfo info(Links links = Links::Follow) const;
 
-    /// Removes a file, a link or an empty directory; with `recursive` also a directory and all it holds (links in it are
-    /// removed, not followed). If there is no such entry, that is an error.
+    /// Removes a file, a link or an empty directory; with `recursive` also a directory and everything in it (links in it are
+    /// removed, not followed). Throws if there is no such entry.
     void remove(bool recursive) const;
 
-    /// Renames in one step, replacing a file of the new name. Both names must be on one file system.
+    /// Renames the entry in one step, and replaces a file at `path`. Both paths must be on one file system.
     void moveTo(const String& path) const;
 
     /// Throws the exception for the current `errno`.

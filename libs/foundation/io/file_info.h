@@ -10,7 +10,7 @@ enum class FileKind : std::uint8_t { Regular, Directory, Link, Socket, Pipe, Oth
 struct FileInfo {
     std::uint64_t size = 0; ///< Bytes.
     FileKind kind = FileKind::Other;
-    Timestamp created; ///< Time of the entry's last change where the file system records no creation.
+    Timestamp created; ///< The time of the entry's last change if the file system records no creation.
     Timestamp modified; ///< Time of the content's last change.
     std::uint32_t mode = 0; ///< Permission bits.
     std::uint64_t inode = 0;

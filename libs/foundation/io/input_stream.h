@@ -16,7 +16,7 @@ public:
     InputStream& operator=(const InputStream&) = delete;
     virtual ~InputStream();
 
-    /// Up to `size` bytes; 0 only at the end (or for `size` 0).
+    /// Reads up to `size` bytes and returns their number: 0 only at the end of the stream, or for `size` 0.
     std::size_t read(void* data, std::size_t size)
     {
         if (fits(size)) [[likely]] {
@@ -27,7 +27,7 @@ public:
         return readSlow(data, size);
     }
 
-    /// Exactly `size` bytes, else `fn::EndOfStreamException`.
+    /// Reads exactly `size` bytes; `fn::EndOfStreamException` if the stream has fewer.
     void readExactly(void* data, std::size_t size)
     {
         if (fits(size)) [[likely]] {
@@ -38,11 +38,11 @@ public:
         }
     }
 
-    /// Exactly `size` bytes as an array, which may share the stream's own buffer; else `fn::EndOfStreamException`. Memory is
-    /// taken for bytes as they come, not for the size asked for.
+    /// Reads exactly `size` bytes into an array, which may share the stream's own buffer; `fn::EndOfStreamException` if the stream
+    /// has fewer. Memory is allocated for bytes as they come, not for the announced `size`.
     virtual ByteArray readByteArray(std::size_t size);
 
-    /// The same bytes as text.
+    /// Reads exactly `size` bytes as text, as `readByteArray()` does.
     String readString(std::size_t size)
     {
         if (fits(size)) [[likely]] {
@@ -52,18 +52,18 @@ public:
         return readByteArray(size).view();
     }
 
-    void skip(std::size_t size); ///< `size` bytes, else `fn::EndOfStreamException`.
+    void skip(std::size_t size); ///< Skips exactly `size` bytes; `fn::EndOfStreamException` if the stream has fewer.
 
-    /// Whether so many bytes lie in the window already. False does not mean that there are fewer.
+    /// Whether `size` bytes are in the window already. False does not mean that the stream has fewer.
     bool holds(std::size_t size) const noexcept { return size <= static_cast<std::size_t>(_windowEnd - _window); }
 
-    /// The number of bytes left, where the stream knows it. Never more than really come.
+    /// The number of bytes left, if the stream knows it. At least so many bytes will come.
     virtual std::optional<std::uint64_t> remaining() const;
 
     virtual std::uint64_t position() const = 0; ///< Bytes read so far.
 
 protected:
-    /// Does `read()` where the window does not hold all of `size`, which may be 0.
+    /// Does a `read()` for which the window holds fewer than `size` bytes, or of `size` 0.
     virtual std::size_t readSlow(void* data, std::size_t size) = 0;
     void readExactlySlow(void* data, std::size_t size);
 
@@ -74,7 +74,7 @@ protected:
 
 private:
     friend class LimitedInputStream;
-    // A size of 0 wraps and takes the slow way: memcpy must not see the null pointers that go with it.
+    // A size of 0 wraps around and takes the slow way: memcpy() must not get the null pointers that may come with it.
     bool fits(std::size_t size) const noexcept { return size - 1 < static_cast<std::size_t>(_windowEnd - _window); }
 };
 

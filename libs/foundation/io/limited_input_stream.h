@@ -3,14 +3,14 @@
 
 namespace fn {
 
-/// The next `size` bytes of another stream, which it borrows and which must not be used meanwhile. Afterwards that stream goes
-/// on behind the last byte read, or behind all `size` bytes after `finish()`.
+/// Reads the next `size` bytes of another stream, which it borrows and which must not be used meanwhile. Afterwards the other stream
+/// goes on behind the last byte read, or after `finish()` behind all `size` bytes.
 class FN_EXPORT LimitedInputStream final : public InputStream {
 public:
     LimitedInputStream(InputStream& stream, std::size_t size);
     ~LimitedInputStream() override;
 
-    void finish(); ///< Skips what is left.
+    void finish(); ///< Skips the bytes that are left.
 
     ByteArray readByteArray(std::size_t size) override;
     std::optional<std::uint64_t> remaining() const override;

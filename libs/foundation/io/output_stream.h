@@ -35,20 +35,20 @@ public:
     /// Writes all of `bytes`; some streams keep a reference to a large array instead of a copy.
     virtual void writeShared(const ByteArray& bytes);
 
-    virtual void flush(); ///< Hands on what is buffered. Default: nothing.
+    virtual void flush(); ///< Hands on the bytes that are buffered. Default: does nothing.
 
-    /// Ends the stream; `flushAll` also flushes the streams below. Closing twice does nothing. Default: flushes.
+    /// Ends the stream; `flushAll` also flushes the streams below. A second call does nothing. Default: flushes.
     virtual void close(bool flushAll = true);
 
 protected:
-    /// Does `write()` where `size`, which may be 0, does not fit the window.
+    /// Does a `write()` that does not fit the window, or of `size` 0.
     virtual void writeSlow(const void* data, std::size_t size) = 0;
 
     std::uint8_t* _window = nullptr;
     std::uint8_t* _windowEnd = nullptr;
 
 private:
-    // A size of 0 wraps and takes the slow way: memcpy must not see the null pointers that go with it.
+    // A size of 0 wraps around and takes the slow way: memcpy() must not get the null pointers that may come with it.
     bool fits(std::size_t size) const noexcept { return size - 1 < static_cast<std::size_t>(_windowEnd - _window); }
 };
 

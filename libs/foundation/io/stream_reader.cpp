@@ -39,7 +39,7 @@ bool StreamReader::readLine(InputStream& stream, String& line, std::size_t limit
         any = true;
         if (byte == '\n') break;
         text += byte;
-        // One byte more than allowed is kept, since it may be the CR of the line end.
+        // One byte more than `limit` is taken, since that byte may be the CR of the line end.
         if (limit > 0 && text.size() > limit && (byte != '\r' || text.size() > limit + 1)) {
             throw with(
                 RangeException("The line is longer than allowed"), DetailInfo { "Limit: " + String::number(limit) });

@@ -16,7 +16,7 @@ public:
     static void readEverything(InputStream& stream, ByteArray& into, std::size_t limit = 0);
 
     /// The next line without its LF or CRLF; false at the end of the stream. The last line needs no line end. A line of
-    /// more than `limit` bytes (0: none): `fn::RangeException`.
+    /// more than `limit` bytes (0: no limit): `fn::RangeException`.
     static bool readLine(InputStream& stream, String& line, std::size_t limit = 0);
 };
 

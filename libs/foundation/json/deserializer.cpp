@@ -11,9 +11,9 @@ namespace {
 
 using Parser = nlohmann::json;
 
-constexpr std::size_t mostReasonBytes = 160; // The parser quotes its input at any length.
+constexpr std::size_t mostReasonBytes = 160; // The parser's message may quote the input at any length.
 
-/// Builds values from the parser's events. The member functions are those that the parser calls; false would stop it.
+/// Builds values from the parser's events. The parser calls the public member functions; returning false would stop it.
 class Builder {
 public:
     using number_integer_t = Parser::number_integer_t;
@@ -61,7 +61,7 @@ public:
 
     bool parse_error(std::size_t position, const std::string&, const Parser::exception& error)
     {
-        // The parser's message begins with the exception's name and the place, which are told otherwise.
+        // The parser's message begins with the name of its exception and the place, which the detail tells in another form.
         std::string_view reason = error.what();
         if (const auto end = reason.rfind("syntax error"); end != std::string_view::npos)
             reason.remove_prefix(end);

@@ -12,10 +12,10 @@ public:
     virtual ~ValueSerializer();
 };
 
-/// Makes such values again from the maps that were written for them.
+/// Makes the replaced values again from the maps that a ValueSerializer wrote for them.
 class FN_EXPORT ValueDeserializer {
 public:
-    /// Called with each map that has been read, inner maps first. Gives the value to keep in its place.
+    /// Called with each map that has been read, inner maps first. Returns the value to keep in the map's place.
     virtual Value deserialize(Value value) = 0;
     virtual ~ValueDeserializer();
 };

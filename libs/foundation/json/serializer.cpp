@@ -113,7 +113,7 @@ private:
         }
         const auto text = String::number(number);
         _stream.write(text);
-        // The fraction makes it read back as a double.
+        // With the fraction, readers take the number for a double.
         if (text.view().find_first_of(".e") == std::string_view::npos) _stream.write(".0");
     }
 

@@ -8,7 +8,7 @@ namespace fn::logging {
 /// Priorities, lower being more severe.
 enum Priority : int { Error = 1, Warning = 2, Fixme = 3, Info = 4, Debug = 5, Log = 6, Trace = 7 };
 
-/// A named source of messages. Made by the CategoryManager, lives as long as the process. Thread-safe.
+/// A named source of messages. The CategoryManager makes categories, which live as long as the process. Thread-safe.
 class FN_EXPORT Category {
 public:
     explicit Category(String name, const Category* parent = nullptr);
@@ -18,7 +18,7 @@ public:
 
     const String& name() const noexcept { return _name; }
 
-    /// "ipc" for "ipc.dispatcher"; null for a name without '.'.
+    /// The category "ipc" for "ipc.dispatcher"; null for a name without '.'.
     const Category* parent() const noexcept { return _parent; }
 
     /// Whether some sink wants messages of this priority.

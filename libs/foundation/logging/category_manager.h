@@ -27,13 +27,13 @@ public:
 private:
     CategoryManager();
     ~CategoryManager() = delete; // Lives until the process ends: messages may come from static destructors.
-    const Category& findOrCreate(const String& name); // Both are called with the lock held.
-    void publishAll();
+    const Category& findOrCreate(const String& name); // The caller holds the lock.
+    void publishAll(); // The caller holds the lock.
 
     std::unique_ptr<Private> _private;
 };
 
-/// A category's name where it is an argument of a template.
+/// The name of a category as an argument of a template.
 template <std::size_t Size> struct CategoryName {
     consteval CategoryName(const char (&name)[Size]) { std::copy_n(name, Size, text); }
     char text[Size];

@@ -72,14 +72,14 @@ void LogFileTarget::write(const String& text)
     }
 }
 
-// Sees to it that there is a file, and that it is the right one for an entry of `size` bytes.
+// Opens or rotates the file if that is necessary before an entry of `size` bytes.
 void LogFileTarget::prepare(std::int64_t size)
 {
     const auto left = _bytesUntilLook.fetch_sub(size, std::memory_order_relaxed) - size;
     const bool isOpen = _descriptor.load(std::memory_order_acquire) >= 0;
     std::unique_lock lock(_lock, std::defer_lock);
     if (!isOpen || left < -bytesBetweenLooks()) {
-        lock.lock(); // Another thread rotates the log or opens the first file.
+        lock.lock(); // Waits for another thread that rotates the log or opens the first file.
         if (isOpen && _bytesUntilLook.load(std::memory_order_relaxed) >= 0) return;
     } else if ((left >= 0 && !isTimeToLook()) || !lock.try_lock()) {
         return;
@@ -92,11 +92,11 @@ bool LogFileTarget::isTimeToLook() const
     return _clock.monotonic().totalMicroseconds() >= _nextLook.load(std::memory_order_relaxed);
 }
 
-// With the lock held.
+// Compares the open file with the file at the path, opens another one and rotates. The caller holds `_lock`.
 void LogFileTarget::look(std::int64_t size)
 {
     auto room = bytesBetweenLooks();
-    for (int steps = 0; steps < 4; ++steps) { // Open, rotate, open the next file, see that it is right.
+    for (int steps = 0; steps < 4; ++steps) { // At most: open a full file, rotate, open the next file, compare it.
         const auto log = stateOf(AT_FDCWD, _path.c_str());
         if (_descriptor.load() < 0 || !log || log->identity != _opened) {
             if (!open()) break;
@@ -111,10 +111,10 @@ void LogFileTarget::look(std::int64_t size)
     _nextLook.store(_clock.monotonic().totalMicroseconds() + microsecondsBetweenLooks, std::memory_order_relaxed);
 }
 
-// Opens the file that the path leads to, or makes one. On failure the present file stays. With the lock held.
+// Opens the file that the path leads to, or makes one. On failure the present file stays open. The caller holds `_lock`.
 bool LogFileTarget::open()
 {
-    // Without these flags the call would wait for a pipe in the log's place, and a terminal might become that of the process.
+    // Without these flags the call would wait for a pipe at the path, and a terminal at the path might come to control the process.
     constexpr int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY;
     int opened = posix::open(_path, flags, 0600);
     if (opened < 0 && errno == ENOENT) {
@@ -134,7 +134,7 @@ bool LogFileTarget::open()
     return usable;
 }
 
-// False if another process is about to rotate the log, or if that fails. With the lock held.
+// Renames the full log and its predecessors. False if another process is about to rotate, or on failure. The caller holds `_lock`.
 bool LogFileTarget::rotate(std::int64_t size)
 {
     const int descriptor = _descriptor.load();
@@ -149,11 +149,11 @@ bool LogFileTarget::rotate(std::int64_t size)
     return done;
 }
 
-// Renames the files. Called with the lock of the log's inode.
+// Renames the files. The caller holds the lock of the log's inode.
 bool LogFileTarget::moveFilesUp() const
 {
     if (_maximumCount <= 1) return ::unlink(_path.c_str()) == 0;
-    // Files are moved up to the first free number: after a rotation that was broken off, none is dropped too early.
+    // Files are moved up to the first free number: a rotation that was broken off may have left one, and no file is dropped early.
     const int last = _maximumCount - 1;
     int free = 1;
     while (free < last && ::access(numberedPath(free).c_str(), F_OK) == 0) ++free;
@@ -165,8 +165,8 @@ bool LogFileTarget::moveFilesUp() const
     return true;
 }
 
-// Removes the file of the last number, or the one before it if that is impossible (it is a folder, say). Gives the number that is
-// free then, or 0. rename() could replace the file, but some file systems then write the replacing file out while the caller waits.
+// Removes the file with the number `last`, or the nearest one before it that can be removed (a folder cannot). Returns the free
+// number, or 0. rename() could replace the file, but some file systems then write the new file out while the caller waits.
 int LogFileTarget::dropOldest(int last) const
 {
     int number = last;
@@ -202,8 +202,8 @@ void LogFileTarget::appendAfterLoss(std::string_view text)
     if (hasNoEnd) _cutOff = true;
 }
 
-// Nothing if there is no file. statx() can leave out the times: after stat() has read them, the next write sets them anew,
-// which costs more than the rest of the write.
+// No state if there is no file. statx() is asked for no times: after stat() has read the times, the next write to the file sets
+// them anew, which costs more than the rest of the write.
 std::optional<LogFileTarget::FileState> LogFileTarget::stateOf(int descriptor, const char* path)
 {
     struct statx status = {};

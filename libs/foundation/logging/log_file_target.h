@@ -23,12 +23,12 @@ public:
     /// Opens nothing before the first entry.
     explicit LogFileTarget(String path, const Clock& clock = Clock::system());
 
-    /// An entry that would make the file larger than this begins a new file; 0, the initial value, sets no bound. Threads and
+    /// An entry that would make the file larger than `bytes` begins a new file; 0, the initial value, sets no bound. Threads and
     /// processes notice a full file late, so a file may exceed the bound by a 32nd part for each process, and by as much again
-    /// for each millisecond that another process takes to rotate the log. Call it before the first entry.
+    /// for each millisecond that another process takes to rotate the log. To be called before the first entry.
     void setMaximumSize(std::uint64_t bytes);
 
-    /// How many files are kept, the log itself among them; at least 1, the initial value. Call it before the first entry.
+    /// Sets how many files are kept, the log itself among them; at least 1, the initial value. To be called before the first entry.
     void setMaximumCount(int files) { _maximumCount = files; }
 
     void write(const String& text) override;
@@ -67,10 +67,10 @@ private:
 
     std::mutex _lock; // Held by the thread that looks after the file; the others go on writing meanwhile.
     Identity _opened; // Guarded by _lock.
-    std::atomic<int> _descriptor { -1 }; // Once set, it keeps its number: dup3() puts new files there.
+    std::atomic<int> _descriptor { -1 }; // Keeps its number once it is set: dup3() puts new files there.
     std::atomic<std::int64_t> _bytesUntilLook { 0 };
     std::atomic<std::int64_t> _nextLook { 0 }; // In microseconds of the clock.
-    std::atomic<std::uint64_t> _lost { 0 }; // Entries lost since the last one that was written.
+    std::atomic<std::uint64_t> _lost { 0 }; // Entries lost since an entry was last written.
     std::atomic<bool> _cutOff { false }; // The last entry was written in part.
 };
 

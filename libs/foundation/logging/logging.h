@@ -14,7 +14,7 @@ struct Site {
     const char* function;
 };
 
-/// Hands a finished text to the sinks that want it. What a sink throws goes to `fn::unhandledException()`. Thread-safe.
+/// Hands a finished text to the sinks that want it. An exception of a sink goes to `fn::unhandledException()`. Thread-safe.
 FN_EXPORT void write(const Category& category, int priority, const Tag& tag, const Site& site, String text) noexcept;
 
 /// Writes a brace-formatted message. A format that fails at run time is logged with its error.
@@ -35,7 +35,7 @@ FN_EXPORT void writePrintf(const Category& category, int priority, const Tag& ta
 
 } // namespace fn::logging
 
-/// Costs one load and a compare where no sink wants `category` at `priority`: the arguments are evaluated only then.
+/// Costs one load and a compare if no sink wants `category` at `priority`; the arguments are evaluated only if one does.
 /// `tag` is a Tag; `file` a stable name such as "libs/core/data_util", never a build path.
 #define FN_LOG_TO(category, priority, tag, file, ...) \
     do { \

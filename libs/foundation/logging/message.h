@@ -5,7 +5,7 @@
 
 namespace fn::logging {
 
-/// Tells messages of one category apart, e.g. by object: a text and a number. Mostly empty.
+/// Tells messages of one category apart, for example by object: a text and a number. Most messages have none.
 struct Tag {
     String text;
     std::int64_t number = 0;
@@ -16,8 +16,8 @@ struct Message {
     using Priority = logging::Priority;
 
     int priority = 0;
-    std::uint8_t thread =
-        0; ///< A number of the logging thread, given in the order of their first messages, modulo 256.
+    /// The number of the logging thread: threads are counted in the order of their first messages, modulo 256.
+    std::uint8_t thread = 0;
     Tag tag;
     const char* file = "";
     int line = 0;

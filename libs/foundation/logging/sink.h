@@ -5,13 +5,13 @@
 
 namespace fn::logging {
 
-/// Receives messages, on the threads that log and on several at once. It must take no lock that a logging caller may hold. An
-/// exception out of `logMessage()` goes to `fn::unhandledException()`. It may still be called while and shortly after another
-/// thread removes it.
+/// Receives messages on the threads that log, on several at once. A sink must take no lock that a thread may hold while it logs. An
+/// exception out of `logMessage()` goes to `fn::unhandledException()`. A sink may still be called while another thread removes it,
+/// and shortly afterwards.
 class FN_EXPORT Sink : public RefCountedObject {
 public:
-    /// The highest priority number wanted of that category; 0 for none. Default: every message. Asked when the sink or
-    /// the category is new and at `CategoryManager::reload()`, under the manager's lock: it must not log.
+    /// The highest priority number that the sink wants of the category; 0 for none. Default: every message. Called when the sink or
+    /// the category is new and by `CategoryManager::reload()`, under the manager's lock: an override must not log.
     virtual int threshold(const Category& category) const;
 
     /// Called only with messages that `threshold()` lets through.

@@ -8,16 +8,16 @@
 
 namespace fn::logging {
 
-/// Without any sink messages up to this priority go to standard error.
+/// While there is no sink, messages up to this priority go to standard error.
 inline constexpr int thresholdWithoutSinks = Warning;
 
-/// The sinks of the process, and what each wants of this category. Each category has its own list, so that the cost of a new
-/// category does not grow with their number.
+/// The sinks of the process, and what each of them wants of this category. Each category has a list of its own, so that the cost of
+/// a new category does not grow with the number of categories.
 struct Category::Private {
     struct Listener {
         AutoPtr<Sink> sink;
         int threshold;
-        const uv::System* system; // Gets only messages of this simulated process; null: all messages.
+        const uv::System* system; // The sink gets only messages of this simulated process; null: all messages.
     };
     using Listeners = std::vector<Listener>;
 
@@ -28,7 +28,7 @@ struct CategoryManager::Private {
     std::mutex lock; // Held for every change.
     struct Registered {
         AutoPtr<Sink> sink;
-        const uv::System* system; // The simulated process that added it, or null.
+        const uv::System* system; // The simulated process that added the sink, or null.
     };
     std::vector<Registered> sinks;
     std::map<String, std::unique_ptr<Category>> categories;

@@ -21,7 +21,7 @@ std::string_view label(int priority)
     }
 }
 
-/// Length in bytes of the control character at `offset`, 0 if there is none. Those from U+0080 on command terminals, too.
+/// The bytes of the control character at `offset`, 0 if there is none. U+0080 to U+009F command terminals, too.
 std::size_t controlBytes(std::string_view text, std::size_t offset)
 {
     const auto byte = static_cast<unsigned char>(text[offset]);
@@ -31,7 +31,7 @@ std::size_t controlBytes(std::string_view text, std::size_t offset)
     return next >= 0x80 && next < 0xa0 ? 2 : 0;
 }
 
-/// The text with its lines after the first one indented by `columns`, as in log files. A line end at the end is left out.
+/// The text, with its lines after the first one indented by `columns`, as in log files, and without a line end at its end.
 std::string indented(std::string_view text, std::size_t columns)
 {
     if (text.ends_with('\n')) text.remove_suffix(1);
@@ -55,7 +55,7 @@ std::string escapeControls(std::string_view text, std::string_view kept)
         if (bytes == 0 || kept.find(text[offset]) != kept.npos) {
             result += text[offset];
         } else {
-            // In a control character of two bytes the second byte is its number.
+            // The second byte of a control character of two bytes is its number.
             offset += bytes - 1;
             fmt::format_to(std::back_inserter(result), "\\x{:02x}", static_cast<unsigned char>(text[offset]));
         }

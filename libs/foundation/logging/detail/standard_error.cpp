@@ -19,11 +19,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::atomic<std::uint64_t> lost { 0 }; // Entries lost since the last one that passed.
+std::atomic<std::uint64_t> lost { 0 }; // Entries lost since an entry was last written.
 std::atomic<bool> cutOff { false }; // The last entry was written in part.
 
-/// Writes to descriptor 2, as it is now, without waiting. O_NONBLOCK is not set on it: all processes that have inherited it
-/// would share the flag.
+/// Writes without waiting to the file that descriptor 2 has now. O_NONBLOCK is not set on descriptor 2: all processes that have
+/// inherited the descriptor would share the flag.
 class Output {
 public:
     Output() noexcept;
@@ -36,7 +36,7 @@ public:
     /// Like write(), but EAGAIN where write() would wait.
     ssize_t write(std::string_view text) const noexcept;
 
-    /// Whether standard error can take something within that time.
+    /// Waits until standard error can take bytes. False if it cannot within that time.
     bool await(int milliseconds) const noexcept
     {
         pollfd output { _descriptor, POLLOUT, 0 };
@@ -55,13 +55,13 @@ Output::Output() noexcept
     struct stat status = {};
     if (::fstat(STDERR_FILENO, &status) != 0) return;
     if (S_ISREG(status.st_mode)) {
-        _way = Way::Direct; // A file opened anew would be written from its beginning.
+        _way = Way::Direct; // A file that is opened anew is written from its beginning.
     } else if (S_ISSOCK(status.st_mode)) {
         _way = Way::Send;
     } else if (S_ISFIFO(status.st_mode) || ::isatty(STDERR_FILENO)) {
         // O_APPEND, in case another thread has just put a file there.
         const int opened = ::open("/proc/self/fd/2", O_WRONLY | O_APPEND | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
-        if (opened < 0) return; // It belongs to another user, or has no reader.
+        if (opened < 0) return; // The terminal or pipe belongs to another user, or the pipe has no reader.
         _descriptor = opened;
         _way = Way::Direct;
     }
@@ -75,7 +75,7 @@ ssize_t Output::write(std::string_view text) const noexcept
     case Way::IfReady:
         errno = EAGAIN;
         if (!await(0)) return -1;
-        text = text.substr(0, PIPE_BUF); // A pipe that is ready takes so many without waiting.
+        text = text.substr(0, PIPE_BUF); // A pipe that is ready takes so many bytes at once.
         break;
     }
     return ::write(_descriptor, text.data(), text.size());
@@ -86,7 +86,7 @@ int millisecondsUntil(Clock::time_point time)
     return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(time - Clock::now()).count());
 }
 
-/// Whether all of the text was written.
+/// Writes the text, and returns whether all of it was written.
 bool writeWhole(const Output& output, std::string_view text, Clock::time_point deadline) noexcept
 {
     const auto size = text.size();
