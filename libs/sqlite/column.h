@@ -7,12 +7,12 @@ struct sqlite3_stmt;
 
 namespace sqlite {
 
-/// One value of a statement's current row. Valid until the statement goes on, is reset or goes. Values of another type
+/// One value of a statement's current row. Valid until the statement goes on, is reset or is destroyed. Values of another type
 /// are converted as SQLite does: text that is no number is 0.
 class FN_EXPORT Column {
 public:
     bool isNull() const noexcept;
-    int getInt(int defaultValue = -1) const noexcept; ///< The default for NULL and for what an int does not hold.
+    int getInt(int defaultValue = -1) const noexcept; ///< The default for NULL, and if no int holds the value.
     std::int64_t getInt64(std::int64_t defaultValue = -1) const noexcept; ///< The default for NULL.
     fn::String getText() const; ///< NULL is "".
     fn::ByteArray getBlob() const; ///< NULL is no bytes.

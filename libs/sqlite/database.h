@@ -10,12 +10,12 @@ class Connection;
 }
 
 /// A connection to a database file. Statements and transactions share it: it is closed when the last of them has gone.
-/// May be used from several threads, which then take turns; a transaction spans what all of them do. A statement waits
+/// Several threads may use it, and then take turns; a transaction includes the statements of all threads. A statement waits
 /// 5 seconds for a lock that another connection holds (`pragma busy_timeout`).
 class FN_EXPORT Database {
 public:
-    /// `flags` are those of sqlite3_open_v2. The file itself is read by the first statement only, so a file that is no
-    /// database shows there. Errors here and below: SQLiteException.
+    /// `flags` are the flags of sqlite3_open_v2. Only the first statement reads the file, and fails if the file is no database.
+    /// Errors here and below: SQLiteException.
     Database(const fn::String& path, int flags);
     ~Database();
     Database(const Database&) = delete;
@@ -27,7 +27,7 @@ public:
     /// number of rows that they inserted, changed or deleted, without those that triggers and foreign keys touched.
     int execute(const fn::String& sql);
 
-    bool isInTransaction() const noexcept; ///< Whoever has begun it.
+    bool isInTransaction() const noexcept; ///< A transaction that any user of the connection has begun.
 
 private:
     friend class Statement;

@@ -3,8 +3,8 @@
 
 namespace sqlite {
 
-/// SQLite refused something: `displayText()` is its message. Carries its extended result code (the low byte is the
-/// primary one), the path of the database and, where there was one, the beginning of the statement.
+/// SQLite refused a call: `displayText()` is SQLite's message. Carries SQLite's extended result code (its low byte is the
+/// primary code), the path of the database and the beginning of the statement, if there was one.
 FN_DECLARE_EXCEPTION(SQLiteException, ::fn::RuntimeException);
 
 } // namespace sqlite

@@ -22,7 +22,7 @@ Statement::Statement(Statement&& other) noexcept = default;
 
 Statement& Statement::operator=(Statement&& other) noexcept
 {
-    // Member by member, the old connection would go before its statement.
+    // An assignment of each member would free the old connection before its statement.
     std::swap(_connection, other._connection);
     std::swap(_statement, other._statement);
     return *this;

@@ -58,7 +58,7 @@ private:
     template <typename Call> void bind(Call call);
 
     std::shared_ptr<internal::Connection> _connection;
-    internal::StatementPointer _statement; // Goes before the connection.
+    internal::StatementPointer _statement; // Destroyed before the connection.
 };
 
 } // namespace sqlite

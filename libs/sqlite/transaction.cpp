@@ -11,7 +11,7 @@ Transaction::Transaction(Database& database) : _connection(database._connection)
 
 Transaction::~Transaction()
 {
-    // Some errors have rolled it back already. Called directly, since nothing may be thrown from here.
+    // Some errors have rolled the transaction back already. SQLite is called directly, since a destructor must not throw.
     if (!_open || sqlite3_get_autocommit(_connection->handle())) return;
     sqlite3_exec(_connection->handle(), "ROLLBACK", nullptr, nullptr, nullptr);
 }

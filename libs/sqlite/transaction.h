@@ -10,11 +10,11 @@ namespace internal {
 class Connection;
 }
 
-/// A transaction that is rolled back when destroyed before it was committed. It takes the write lock at once, so that
-/// no later statement of it finds the database locked. Transactions do not nest. Errors: SQLiteException.
+/// A transaction, which is rolled back if it is destroyed before it was committed. It takes the write lock at once, so that
+/// no statement in it finds the database locked. Transactions do not nest. Errors: SQLiteException.
 ///
-/// Some errors, such as a full disk, make SQLite roll back at once. What is executed behind one stands for itself and stays,
-/// until `commit()` fails: leave the scope with the first exception.
+/// After some errors, such as a full disk, SQLite rolls back at once. Statements behind such an error are in no transaction, and
+/// their changes stay although `commit()` fails: leave the scope with the first exception.
 class FN_EXPORT Transaction {
 public:
     explicit Transaction(Database& database);

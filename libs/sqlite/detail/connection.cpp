@@ -36,7 +36,7 @@ Connection::~Connection() { sqlite3_close(_handle); }
 StatementPointer Connection::prepare(std::string_view& sql)
 {
     const Turn turn(*this);
-    // SQLite would stop at the NUL and leave the rest out.
+    // SQLite would stop at the NUL and leave out the rest of the text.
     if (sql.find('\0') != sql.npos) throwError(SQLITE_ERROR, "The statement holds a NUL byte", _path, sql);
     if (sql.size() > INT_MAX) throwError(SQLITE_TOOBIG, sqlite3_errstr(SQLITE_TOOBIG), _path, sql);
 
@@ -66,7 +66,7 @@ bool Connection::step(sqlite3_stmt* statement)
     case SQLITE_ROW: return true;
     case SQLITE_DONE: sqlite3_reset(statement); return false;
     }
-    sqlite3_reset(statement); // Repeats the error, so that it is still the latest; the statement lets go of its locks.
+    sqlite3_reset(statement); // Frees the statement's locks, and repeats the error, which so remains the latest one.
     fail(sqlite3_sql(statement));
 }
 

@@ -6,7 +6,7 @@
 
 namespace sqlite::internal {
 
-/// Owns SQLite's connection, for the database object and everything made from it.
+/// Owns SQLite's connection, for the database object and the statements and transactions that are made from it.
 class Connection {
 public:
     Connection(const fn::String& path, int flags);
@@ -17,7 +17,7 @@ public:
     sqlite3* handle() const noexcept { return _handle; }
     const fn::String& path() const noexcept { return _path; }
 
-    /// Compiles the first statement of the text, cutting it off there; null where only blanks and comments are left.
+    /// Compiles the first statement of `sql` and removes it there; null if `sql` holds only blanks and comments.
     StatementPointer prepare(std::string_view& sql);
 
     /// Runs all statements of the text, see `Database::execute()`.
@@ -26,10 +26,10 @@ public:
     /// Whether there is another row; if not, the statement is reset.
     bool step(sqlite3_stmt* statement);
 
-    /// Steps to the end and resets. The number of rows that the statement itself inserted, changed or deleted.
+    /// Steps to the end and resets. Returns the number of rows that the statement itself inserted, changed or deleted.
     int run(sqlite3_stmt* statement);
 
-    /// Throws the exception for the connection's latest error. To be called in the same turn as what failed.
+    /// Throws the exception for the connection's latest error. To be called in the same Turn as the call that failed.
     [[noreturn]] void fail(std::string_view sql) const;
 
 private:
@@ -37,7 +37,7 @@ private:
     fn::String _path;
 };
 
-/// Holds other threads off the connection, so that its latest error and its row counts are those of this thread.
+/// Keeps other threads from the connection, so that its latest error and its row counts are those of this thread.
 class Turn {
 public:
     explicit Turn(const Connection& connection) : _mutex(sqlite3_db_mutex(connection.handle()))
@@ -49,7 +49,7 @@ public:
     Turn& operator=(const Turn&) = delete;
 
 private:
-    // Null if the caller of the database said that one thread uses it: then nothing is to be held.
+    // Null if the flags of the database say that only one thread uses it; SQLite then does nothing with it.
     sqlite3_mutex* _mutex;
 };
 
