@@ -11,7 +11,7 @@ template class ScopedOverride<GetAdaptersAddresses>;
 
 namespace {
 
-// What is reported beyond the need: between two calls an adapter may appear, or another address.
+// Bytes that are asked for beyond the need: between two calls an adapter or an address may appear.
 constexpr std::size_t spareBytes = 4096;
 
 constexpr std::size_t aligned(std::size_t bytes)
@@ -19,13 +19,13 @@ constexpr std::size_t aligned(std::size_t bytes)
     return (bytes + alignof(void*) - 1) / alignof(void*) * alignof(void*);
 }
 
-/// An entry of a list and what it points at.
+/// An entry of a list and the address that the entry points at.
 template <typename Entry> struct Block {
     Entry entry;
     SocketAddress address;
 };
 
-/// Hands out a buffer piece by piece. Counts on beyond its end, where it gives nothing.
+/// Hands out a buffer piece by piece. Behind the end of the buffer it gives no more, and only counts the bytes.
 class Pieces {
 public:
     Pieces(void* memory, std::size_t bytes) : _memory(static_cast<std::byte*>(memory)), _bytes(bytes) { }

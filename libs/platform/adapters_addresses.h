@@ -23,13 +23,13 @@ inline constexpr DWORD IF_TYPE_TUNNEL = 131;
 
 inline constexpr ULONG ERROR_SUCCESS = 0;
 inline constexpr ULONG ERROR_NOT_ENOUGH_MEMORY = 8;
-inline constexpr ULONG ERROR_GEN_FAILURE = 31; ///< The system refused.
+inline constexpr ULONG ERROR_GEN_FAILURE = 31; ///< The system refused the call.
 inline constexpr ULONG ERROR_INVALID_PARAMETER = 87;
 inline constexpr ULONG ERROR_BUFFER_OVERFLOW = 111;
 inline constexpr ULONG ERROR_NO_DATA = 232;
 inline constexpr ULONG ERROR_NOT_FOUND = 1168;
 
-/// A socket address of this system: its families, its layout. The scope of a link-local IPv6 address is the index of its
+/// A socket address with the families and the layout of Linux. The scope of a link-local IPv6 address is the index of its
 /// adapter.
 struct SOCKET_ADDRESS {
     sockaddr* lpSockaddr;
@@ -50,7 +50,7 @@ struct IP_ADAPTER_GATEWAY_ADDRESS {
     SOCKET_ADDRESS Address;
 };
 
-/// One network adapter; the lists end with null. The members are those that are used here.
+/// One network adapter; the lists end with null. It has only the members that this library uses.
 struct IP_ADAPTER_ADDRESSES {
     ULONG Length;
     DWORD IfIndex;
@@ -61,15 +61,15 @@ struct IP_ADAPTER_ADDRESSES {
     IP_ADAPTER_GATEWAY_ADDRESS* FirstGatewayAddress;
 };
 
-/// Writes the network adapters, in the kernel's order and whatever their state, into the `*SizePointer` bytes at
-/// `AdapterAddresses`, aligned for pointers. All pointers in them point into them.
+/// Writes the network adapters, in the kernel's order and in any state, into the `*SizePointer` bytes at `AdapterAddresses`,
+/// which are aligned for pointers. All pointers that it writes point into those bytes.
 ///
 /// `Family` is AF_UNSPEC, AF_INET or AF_INET6 and chooses among the addresses. Gateways are the next hops of the default
-/// routes in the main table, IPv4 routes first, each in the order of their metrics. Anycast, multicast and DNS lists there
-/// are none.
+/// routes in the main table, IPv4 routes first, each in the order of their metrics. There are no lists of anycast, multicast
+/// and DNS addresses.
 ///
-/// `ERROR_BUFFER_OVERFLOW`: there is not room enough; `*SizePointer` is then what is needed, with some more for what
-/// may appear meanwhile. `ERROR_NO_DATA`: no adapter. Thread-safe.
+/// `ERROR_BUFFER_OVERFLOW`: there is not room enough; `*SizePointer` is then the number of bytes needed, with some more for
+/// adapters that may appear meanwhile. `ERROR_NO_DATA`: no adapter. Thread-safe.
 FN_EXPORT ULONG GetAdaptersAddresses(
     ULONG Family, ULONG Flags, void* Reserved, IP_ADAPTER_ADDRESSES* AdapterAddresses, ULONG* SizePointer);
 

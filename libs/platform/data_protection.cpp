@@ -64,7 +64,7 @@ void protect(const DATA_BLOB& in, DATA_BLOB& out)
     const auto size = in.cbData + overheadBytes;
     auto blob = allocate(size);
     auto* const nonce = std::ranges::copy(mark, blob.get()).out;
-    ::randombytes_buf(nonce, nonceBytes); // Large enough to be drawn at random for each call.
+    ::randombytes_buf(nonce, nonceBytes); // The nonce is so large that each call may draw it at random.
     ::crypto_aead_xchacha20poly1305_ietf_encrypt(
         blob.get() + headerBytes, nullptr, in.pbData, in.cbData, mark.data(), mark.size(), nullptr, nonce, key.data());
     handOver(std::move(blob), size, out);
@@ -92,7 +92,7 @@ bool areSupported(const DATA_BLOB* in, bool hasOptions, const DATA_BLOB* out)
     return in && out && !hasOptions && (in->pbData || in->cbData == 0);
 }
 
-/// Runs `call`, or what a test has put in its place.
+/// Runs `call`, or the function that a test has put in its place.
 BOOL run(void (*call)(const DATA_BLOB&, DATA_BLOB&), const DATA_BLOB& in, DATA_BLOB& out)
 {
     const DATA_BLOB source = in; // `out` may be the same blob.
@@ -134,7 +134,7 @@ BOOL CryptUnprotectData(DATA_BLOB* pDataIn, char16_t** ppszDataDescr, DATA_BLOB*
 
 void* LocalFree(void* memory)
 {
-    ::sodium_free(memory); // Which wipes it first.
+    ::sodium_free(memory); // Wipes the memory first.
     return nullptr;
 }
 

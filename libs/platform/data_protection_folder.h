@@ -9,7 +9,7 @@ namespace platform {
 /// It need not exist. `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String protectionFolder();
 
-/// For tests: the folder of the key, which is made where it is missing.
+/// For tests: the folder of the key, which is made if it is missing.
 using ScopedProtectionFolder = ScopedOverride<protectionFolder, fn::String>;
 extern template class FN_EXPORT ScopedOverride<protectionFolder, fn::String>;
 

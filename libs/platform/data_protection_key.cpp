@@ -46,7 +46,7 @@ void requireUsableKey(const fn::FileDescriptor& key, const fn::String& folder)
     if (!problem.empty()) fail(fmt::format("{}/{} {}", folder.view(), keyName, problem), EPERM);
 }
 
-/// A name of its own for the unfinished key.
+/// A name that no other process gives to its unfinished key.
 fn::String temporaryName()
 {
     std::uint64_t number = 0;
@@ -99,7 +99,7 @@ bool ProtectionKey::read(const PrivateFolder& folder)
     if (!file) detail::failAt("open the protection key in", folder.path().view());
     requireUsableKey(file, folder.path());
     const auto count = uninterrupted([&] { return ::read(file.get(), _bytes.data(), _bytes.size()); });
-    if (count >= 0 && std::cmp_not_equal(count, _bytes.size())) errno = EIO; // Cut since it was looked at.
+    if (count >= 0 && std::cmp_not_equal(count, _bytes.size())) errno = EIO; // Cut since the size was checked.
     if (std::cmp_not_equal(count, _bytes.size())) detail::failAt("read the protection key in", folder.path().view());
     return true;
 }

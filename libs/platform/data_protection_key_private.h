@@ -11,16 +11,16 @@ class PrivateFolder;
 /// The secret key of this user, read from the file `protection.key` of `protectionFolder()`. The copy in memory is wiped at
 /// the end.
 ///
-/// A file that others than this user could have written or read, or that is damaged, is refused with `fn::IOException`
-/// and never replaced: a new key would make everything that was protected with the old one unreadable for good.
+/// A key file that other users could have written or read, or that is damaged, is refused with `fn::IOException` and never
+/// replaced: with a new key, all bytes that were protected with the old key would be unreadable for good.
 class ProtectionKey {
 public:
     static constexpr std::size_t sizeBytes = 32;
 
     enum class IfMissing { Fail, Create };
 
-    /// Reads the key. `Create` makes folder and key where there are none; of several processes that do so at once all get
-    /// the same key. Else `fn::IOException` with ErrnoInfo.
+    /// Reads the key. `Create` makes folder and key if there are none; several processes that do so at once get the same key.
+    /// `fn::IOException` with ErrnoInfo on failure.
     explicit ProtectionKey(IfMissing ifMissing);
     ProtectionKey(const ProtectionKey&) = delete;
     ProtectionKey& operator=(const ProtectionKey&) = delete;
@@ -29,7 +29,7 @@ public:
     const std::uint8_t* data() const noexcept { return _bytes.data(); }
 
 private:
-    bool read(const detail::PrivateFolder& folder); // Whether there is a key.
+    bool read(const detail::PrivateFolder& folder); // False if there is no key.
 
     std::array<std::uint8_t, sizeBytes> _bytes {};
 };

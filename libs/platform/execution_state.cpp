@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-/// What the login manager was asked for in this process's name.
+/// The request of this process to the login manager.
 class SleepInhibition {
 public:
     EXECUTION_STATE set(EXECUTION_STATE flags)
@@ -31,7 +31,7 @@ private:
 
 EXECUTION_STATE SetThreadExecutionState(EXECUTION_STATE flags)
 {
-    static auto& inhibition = *new SleepInhibition; // Ends with the process.
+    static auto& inhibition = *new SleepInhibition; // The request ends with the process.
     return inhibition.set(flags);
 }
 

@@ -38,7 +38,7 @@ std::vector<Neighbour> neighboursOf(Address address)
     return result;
 }
 
-// Through which adapter packets to `address` leave; 0 if they do not.
+// The index of the adapter through which packets to `address` leave; 0 if there is none.
 DWORD adapterTowards(Address address)
 {
     NetlinkRequest request(RTM_GETROUTE, 0);

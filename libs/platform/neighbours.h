@@ -8,12 +8,12 @@ namespace platform {
 
 using HardwareAddress = std::array<BYTE, 6>;
 
-/// The hardware address behind an IPv4 (4 bytes) or IPv6 address (16) of a neighbour, as the kernel knows it at the moment:
-/// nobody on the network is asked, so one that this machine has not talked to is unknown. `adapterIndex` 0: on any adapter.
-/// Where the address exists on several, the one counts through which what is sent to it leaves, else that of the lowest
-/// index.
+/// Finds the hardware address of the neighbour with an IPv4 (4 bytes) or IPv6 address (16 bytes), as the kernel knows it at the
+/// moment. Nothing is sent to the network, so a neighbour that this machine has not talked to is unknown. `adapterIndex` 0: on any
+/// adapter. If several adapters have a neighbour with that address, the adapter counts through which packets to it leave, or
+/// else the adapter with the lowest index.
 ///
-/// 0, `ERROR_NOT_FOUND`, `ERROR_INVALID_PARAMETER` or `ERROR_GEN_FAILURE`. Thread-safe.
+/// Returns 0, `ERROR_NOT_FOUND`, `ERROR_INVALID_PARAMETER` or `ERROR_GEN_FAILURE`. Thread-safe.
 FN_EXPORT DWORD findNeighbour(std::span<const BYTE> address, DWORD adapterIndex, HardwareAddress& hardwareAddress);
 
 } // namespace platform

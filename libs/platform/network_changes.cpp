@@ -14,12 +14,12 @@ namespace {
 
 using fn::posix::fail;
 
-std::atomic<ScopedNetworkChanges*> scoped { nullptr }; // The innermost.
+std::atomic<ScopedNetworkChanges*> scoped { nullptr }; // The innermost one.
 
 constexpr unsigned groups =
     RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
 
-constexpr int takenAtOnce = 64; // A busy router must not keep the caller here.
+constexpr int takenAtOnce = 64; // Most announcements of one take(): a busy router must not keep the caller.
 
 } // namespace
 
@@ -31,7 +31,7 @@ struct NetworkChanges::Private {
         if (!socket) ::close(descriptor);
     }
 
-    std::optional<NetlinkSocket> socket; // None: a test announces.
+    std::optional<NetlinkSocket> socket; // None if a test announces.
     const int descriptor;
 };
 
@@ -48,10 +48,10 @@ int NetworkChanges::descriptor() const noexcept { return _private->descriptor; }
 
 bool NetworkChanges::take()
 {
-    char byte; // What exactly has changed is looked up: the rest of a datagram is dropped.
+    char byte; // The rest of a datagram is dropped: listeners look up what has changed.
     for (int taken = 0; taken < takenAtOnce; ++taken) {
         const auto size = ::recv(_private->descriptor, &byte, sizeof(byte), MSG_DONTWAIT);
-        if (size > 0 || (size < 0 && errno == ENOBUFS)) continue; // That one tells of lost ones.
+        if (size > 0 || (size < 0 && errno == ENOBUFS)) continue; // ENOBUFS: announcements were lost.
         if (size < 0 && errno == EINTR) continue;
         if (size < 0 && errno == EAGAIN) return taken > 0;
         fail("Network changes are not announced any more", size < 0 ? errno : 0);

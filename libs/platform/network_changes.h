@@ -5,18 +5,18 @@
 
 namespace platform {
 
-/// What the kernel announces about the network: adapters, addresses and routes that come, change and go.
+/// The kernel's announcements about the network: adapters, addresses and routes that come, change and go.
 class FN_EXPORT NetworkChanges {
 public:
-    NetworkChanges(); ///< `fn::IOException` where the kernel does not announce them.
+    NetworkChanges(); ///< `fn::IOException` if the kernel gives no announcements.
     NetworkChanges(const NetworkChanges&) = delete;
     NetworkChanges& operator=(const NetworkChanges&) = delete;
     ~NetworkChanges();
 
     int descriptor() const noexcept; ///< Readable while announcements wait. Close-on-exec.
 
-    /// Takes announcements that wait, a bounded number of them; false if there was none. Lost ones count as one. Never
-    /// waits. `fn::IOException` when there will be no more.
+    /// Takes a bounded number of the announcements that wait; false if none waits. Lost announcements count as one. Never waits.
+    /// `fn::IOException` if no more announcements will come.
     bool take();
 
 private:
@@ -27,14 +27,14 @@ private:
 /// Whether some adapter other than the loopback ones runs and has an address. Thread-safe.
 FN_EXPORT bool isNetworkAvailable();
 
-/// For tests: the NetworkChanges that is made while this lives hears what is announced here, and nothing else. Nested ones
-/// end in reverse order.
+/// For tests: a NetworkChanges that is made while this object lives gets the announcements of this object, and no others. Nested
+/// objects end in reverse order.
 class FN_EXPORT ScopedNetworkChanges {
 public:
     ScopedNetworkChanges();
     ScopedNetworkChanges(const ScopedNetworkChanges&) = delete;
     ScopedNetworkChanges& operator=(const ScopedNetworkChanges&) = delete;
-    ~ScopedNetworkChanges(); ///< There will be no more announcements.
+    ~ScopedNetworkChanges(); ///< No more announcements come.
 
     void announce();
 
@@ -42,7 +42,7 @@ private:
     friend NetworkChanges;
     ScopedNetworkChanges* const _previous;
     int _announcer;
-    int _listener; // -1 once it has been taken.
+    int _listener; // -1 once a NetworkChanges has taken it.
 };
 
 } // namespace platform

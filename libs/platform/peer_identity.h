@@ -5,17 +5,17 @@
 
 namespace platform {
 
-/// Who was at the other end of a local socket when it was connected.
+/// The process that was at the other end of a local socket when the socket was connected.
 struct PeerIdentity {
     std::uint32_t userId = 0;
     std::uint32_t groupId = 0;
     std::int32_t processId = 0;
 
-    /// This process's user, or root, who can do all that this user can anyway.
+    /// Whether the peer's user is the user of this process, or root, who can do anyway what this user can do.
     FN_EXPORT bool isOwnUserOrRoot() const noexcept;
 };
 
-/// The peer of a connected Unix-domain socket. `fn::IOException` with ErrnoInfo if this is none.
+/// The peer of a connected Unix-domain socket. `fn::IOException` with ErrnoInfo if `descriptor` is no such socket.
 FN_EXPORT PeerIdentity peerIdentity(int descriptor);
 
 } // namespace platform

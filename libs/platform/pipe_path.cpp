@@ -40,7 +40,7 @@ fn::String folderPath()
     return fmt::format("{}/core-pipes-{}", temporary.empty() ? "/tmp" : temporary.view(), ::geteuid());
 }
 
-// In a folder that everybody can write to, somebody else may have made ours first.
+// In a folder where everybody can write, another user may have made a folder of this name first.
 void requirePrivateFolder(const fn::String& folder)
 {
     if (::mkdir(folder.c_str(), onlyOwner) != 0 && errno != EEXIST) {

@@ -7,10 +7,10 @@
 
 namespace platform {
 
-/// For tests, and for what only a program can know: while this lives, `Call` is answered by a function, or uses some other T. Nested
-/// ones end in reverse order. Thread-safe.
+/// For tests, and for answers that only a program can know: while this object lives, a function answers `Call`, or `Call` uses
+/// another T. Nested objects end in reverse order. Thread-safe.
 ///
-/// Each is instantiated in the source file of its call, so that all libraries of a process share it.
+/// Each override is instantiated in the source file of its call, so that all libraries of a process share it.
 template <auto Call, typename T = std::function<std::remove_pointer_t<decltype(Call)>>> class ScopedOverride {
 public:
     explicit ScopedOverride(T value) : _previous(exchange(std::move(value))) { }
@@ -18,7 +18,7 @@ public:
     ScopedOverride& operator=(const ScopedOverride&) = delete;
     ~ScopedOverride() { exchange(std::move(_previous)); }
 
-    /// The innermost one's; what T is by default where there is none.
+    /// The value of the innermost override; a default T if there is none.
     static T current()
     {
         auto& slot = currentSlot();
@@ -34,7 +34,7 @@ private:
 
     static Slot& currentSlot()
     {
-        static auto& slot = *new Slot; // Calls are made at the very end of a process, too.
+        static auto& slot = *new Slot; // Never destroyed: calls come at the very end of a process, too.
         return slot;
     }
 

@@ -9,7 +9,7 @@
 namespace platform {
 namespace {
 
-constexpr std::size_t lengthBytes = sizeof(UINT); // In front of the text: its size in bytes.
+constexpr std::size_t lengthBytes = sizeof(UINT); // The size in bytes stands in front of the text.
 constexpr std::size_t mostUnits = (std::numeric_limits<UINT>::max() - lengthBytes) / sizeof(OLECHAR) - 1;
 
 void append(std::u16string& units, char32_t code)
@@ -26,7 +26,7 @@ std::u16string toUTF16(std::string_view text)
 {
     std::u16string units;
     while (!text.empty()) {
-        // GLib takes a 0 for the end.
+        // GLib would take a 0 for the end of the text.
         const auto code = text.front() == '\0'
             ? gunichar(0)
             : g_utf8_get_char_validated(text.data(), static_cast<gssize>(text.size()));

@@ -17,9 +17,9 @@ FN_EXPORT BSTR SysAllocStringLen(const OLECHAR* text, UINT length);
 FN_EXPORT void SysFreeString(BSTR text); ///< Null is allowed.
 FN_EXPORT UINT SysStringLen(BSTR text); ///< In units; 0 for null.
 
-/// The copy of a text in UTF-8; each byte that is none becomes U+FFFD. Null if there is no memory.
+/// The copy of a text in UTF-8; each byte that is no UTF-8 becomes U+FFFD. Null if there is no memory.
 FN_EXPORT BSTR allocText(const fn::String& text);
 
-FN_EXPORT fn::String textOf(BSTR text); ///< In UTF-8; half of a pair becomes U+FFFD.
+FN_EXPORT fn::String textOf(BSTR text); ///< In UTF-8; an unpaired surrogate becomes U+FFFD.
 
 } // namespace platform

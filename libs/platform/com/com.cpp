@@ -16,7 +16,7 @@ namespace {
 constexpr std::u16string_view elevationPrefix = u"Elevation:Administrator!new:";
 constexpr int guidUnits = 39;
 
-/// What COM is on a thread.
+/// The state of COM on a thread.
 struct Apartment {
     DWORD mode = 0;
     int initializations = 0;

@@ -3,7 +3,7 @@
 
 namespace platform {
 
-/// Whether a result is none of failure; `S_FALSE` is one of success.
+/// Whether a result tells success, as `S_FALSE` does.
 constexpr bool SUCCEEDED(HRESULT result) noexcept { return result >= 0; }
 constexpr bool FAILED(HRESULT result) noexcept { return result < 0; }
 
@@ -25,7 +25,7 @@ inline constexpr auto E_INVALIDARG = static_cast<HRESULT>(0x80070057U);
 inline constexpr auto RPC_E_CHANGED_MODE = static_cast<HRESULT>(0x80010106U); ///< COM is in the other mode already.
 inline constexpr auto CO_E_NOTINITIALIZED = static_cast<HRESULT>(0x800401F0U);
 inline constexpr auto REGDB_E_CLASSNOTREG = static_cast<HRESULT>(0x80040154U);
-inline constexpr auto MK_E_SYNTAX = static_cast<HRESULT>(0x800401E4U); ///< A moniker that nobody understands.
+inline constexpr auto MK_E_SYNTAX = static_cast<HRESULT>(0x800401E4U); ///< A moniker of an unknown form.
 inline constexpr auto DISP_E_TYPEMISMATCH = static_cast<HRESULT>(0x80020005U);
 
 inline constexpr DWORD ERROR_FILE_NOT_FOUND = 2;

@@ -7,14 +7,14 @@ namespace platform {
 inline constexpr IID IID_IUnknown { 0x00000000, 0x0000, 0x0000, { 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46 } };
 inline constexpr IID IID_IDispatch { 0x00020400, 0x0000, 0x0000, { 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46 } };
 
-/// What every object can do. Whoever gets an interface pointer from a call owns one reference, and gives it back with
-/// `Release()`. Pointers that are handed to a call are borrowed for it.
+/// The functions of every object. A caller who gets an interface pointer from a call owns one reference, and gives it back with
+/// `Release()`. A call borrows the pointers that are passed to it.
 class FN_EXPORT IUnknown {
 public:
-    /// The object as another interface, with a reference of its own; `E_NOINTERFACE` and null if it is none.
+    /// The object as another interface, with a reference of its own; `E_NOINTERFACE` and null if the object has no such interface.
     virtual HRESULT QueryInterface(REFIID iid, void** object) = 0;
 
-    /// Both give the number of references, for diagnostics. The last release deletes the object.
+    /// Both return the number of references, for diagnostics. The last release deletes the object.
     virtual ULONG AddRef() = 0;
     virtual ULONG Release() = 0;
 

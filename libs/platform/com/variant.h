@@ -14,7 +14,7 @@ inline constexpr VARTYPE VT_EMPTY = 0;
 inline constexpr VARTYPE VT_DISPATCH = 9;
 inline constexpr VARTYPE VT_UNKNOWN = 13;
 
-/// One value of the kind that `vt` says: an object here, of which it owns a reference until `VariantClear()`.
+/// One value of the kind `vt`. In this layer the value is an object; the variant owns a reference to it until `VariantClear()`.
 struct VARIANT {
     VARTYPE vt;
     WORD wReserved1;
@@ -26,22 +26,22 @@ struct VARIANT {
     };
 };
 
-FN_EXPORT void VariantInit(VARIANT* variant); ///< Makes it `VT_EMPTY` without looking at what it was.
+FN_EXPORT void VariantInit(VARIANT* variant); ///< Makes the variant `VT_EMPTY` without reading it.
 
-FN_EXPORT HRESULT VariantClear(VARIANT* variant); ///< Releases what it holds and makes it empty.
+FN_EXPORT HRESULT VariantClear(VARIANT* variant); ///< Releases the object and makes the variant empty.
 
-/// Puts the object of `source` as `type` into `target`, whose content is released first; both may be the same. `DISP_E_TYPEMISMATCH`,
-/// after which both are as before, if there is none, or if it is none of that kind; offered here is `VT_DISPATCH`.
+/// Puts the object of `source` as `type` into `target`, whose content is released first; both may be the same. Offered here is
+/// `VT_DISPATCH`. `DISP_E_TYPEMISMATCH`, which changes neither, if `source` holds no object, or none of that kind.
 FN_EXPORT HRESULT VariantChangeType(VARIANT* target, const VARIANT* source, WORD flags, VARTYPE type);
 
 inline constexpr IID IID_IEnumVARIANT { 0x00020404, 0x0000, 0x0000,
     { 0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46 } };
 
-/// Goes once through a list as it was when the enumeration began.
+/// Goes once through the list as the list was when the enumeration began.
 class FN_EXPORT IEnumVARIANT : public IUnknown {
 public:
-    /// Fills one variant, which the caller clears, and says in `fetched` how many (null is allowed). `S_FALSE`: there was none
-    /// any more. Offered here is a `count` of 1.
+    /// Fills one variant, which the caller clears, and sets `fetched` (null is allowed) to the number of variants filled. `S_FALSE`:
+    /// the list has ended. Offered here is a `count` of 1.
     virtual HRESULT Next(ULONG count, VARIANT* variants, ULONG* fetched) = 0;
 
 protected:

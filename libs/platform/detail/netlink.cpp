@@ -10,13 +10,13 @@ namespace {
 
 using fn::posix::fail;
 
-// The kernel fills datagrams of up to 32 KiB, larger only for a message that does not fit one.
+// The kernel fills datagrams of up to 32 KiB, and larger ones only for a larger message.
 constexpr std::size_t datagramBytes = 64 * 1024;
 constexpr std::size_t maxAnswerBytes = 64 * 1024 * 1024;
-constexpr int maxAttempts = 16; // A table that changes this often is not going to stand still.
+constexpr int maxAttempts = 16; // A table that changes this often changes all the time.
 constexpr timeval patience = { .tv_sec = 2, .tv_usec = 0 };
 
-// What the last message of an answer says: the errno of a failure, or 0. Both kinds begin with it, negative.
+// The errno that the last message of an answer tells, or 0. Both kinds of last messages begin with the negative errno.
 int endCode(const nlmsghdr& message)
 {
     int code = 0;
@@ -29,7 +29,7 @@ void receive(const NetlinkSocket& socket, NetlinkMessages& messages)
 {
     const auto datagram = std::make_unique_for_overwrite<std::byte[]>(datagramBytes);
     for (bool isComplete = false; !isComplete;) {
-        const auto size = mnl_socket_recvfrom(socket.get(), datagram.get(), datagramBytes); // Refuses what is cut.
+        const auto size = mnl_socket_recvfrom(socket.get(), datagram.get(), datagramBytes); // Refuses a cut datagram.
         if (size < 0 && errno == EINTR) continue;
         if (size < 0) fail("Could not read the routing service's answer");
         isComplete = messages.take({ datagram.get(), static_cast<std::size_t>(size) });
@@ -85,7 +85,7 @@ NetlinkMessages askNetlink(NetlinkRequest request, NetlinkFilter filter)
 {
     static std::atomic<unsigned> sequences { 0 };
     for (int attempt = 0; attempt < maxAttempts; ++attempt) {
-        const NetlinkSocket socket; // A new one each time: what an earlier answer has left unread goes with its own.
+        const NetlinkSocket socket; // New each time: the unread rest of an answer goes with its socket.
         (void)::setsockopt(socket.descriptor(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
         const auto sequence = request.message()->nlmsg_seq = ++sequences;
         if (mnl_socket_sendto(socket.get(), request.message(), request.message()->nlmsg_len) < 0)

@@ -13,8 +13,8 @@
 
 namespace platform {
 
-/// The message that `bytes` begin with; null where they do not hold one whole. Checked here, as libmnl takes the length for
-/// a signed number.
+/// The message that `bytes` begin with; null if `bytes` do not hold the whole message. The length is checked here, since libmnl
+/// takes it for a signed number.
 inline const nlmsghdr* firstMessage(std::span<const std::byte> bytes) noexcept
 {
     if (bytes.size() < sizeof(nlmsghdr)) return nullptr;
@@ -22,7 +22,7 @@ inline const nlmsghdr* firstMessage(std::span<const std::byte> bytes) noexcept
     return message->nlmsg_len >= sizeof(*message) && message->nlmsg_len <= bytes.size() ? message : nullptr;
 }
 
-/// What comes behind `message`, which `bytes` begin with.
+/// The bytes behind `message`, which `bytes` begin with.
 inline std::span<const std::byte> behind(const nlmsghdr& message, std::span<const std::byte> bytes) noexcept
 {
     return bytes.subspan(std::min<std::size_t>(MNL_ALIGN(std::size_t { message.nlmsg_len }), bytes.size()));
@@ -31,7 +31,7 @@ inline std::span<const std::byte> behind(const nlmsghdr& message, std::span<cons
 /// A socket to the kernel's routing service. Close-on-exec.
 class NetlinkSocket {
 public:
-    /// `groups` are the RTMGRP_... bits whose announcements arrive; `flags` for socket(2). `fn::IOException`.
+    /// `groups` are the RTMGRP_... bits whose announcements arrive; `flags` are for socket(2). `fn::IOException` on failure.
     explicit NetlinkSocket(unsigned groups = 0, int flags = 0);
 
     mnl_socket* get() const noexcept { return _socket.get(); }
@@ -45,7 +45,7 @@ private:
     std::unique_ptr<mnl_socket, Close> _socket;
 };
 
-/// A request to be filled in: the header of its kind, then attributes. There is room for a few small ones.
+/// A request to be filled in: the header of its kind, then attributes. There is room for a few small attributes.
 class NetlinkRequest {
 public:
     NetlinkRequest(std::uint16_t type, std::uint16_t flags);
@@ -62,20 +62,20 @@ private:
     alignas(nlmsghdr) std::array<std::byte, 256> _bytes {};
 };
 
-/// Which messages of an answer are kept. Null: all.
+/// Decides which messages of an answer are kept. Null: all.
 using NetlinkFilter = bool (*)(const nlmsghdr& message);
 
-/// The header of that kind which `message` begins with; null where it is too short for one.
+/// The header with which `message` begins; null if `message` is too short for it.
 template <typename Header> const Header* headerOf(const nlmsghdr& message) noexcept
 {
     if (mnl_nlmsg_get_payload_len(&message) < sizeof(Header)) return nullptr;
     return static_cast<const Header*>(mnl_nlmsg_get_payload(&message));
 }
 
-/// The messages of one answer, one behind the other, as they are taken from its datagrams.
+/// The messages of one answer, one behind the other, which are taken from its datagrams.
 class NetlinkMessages {
 public:
-    /// Of the answer to the request with that number from that socket; all other messages are passed over.
+    /// Collects the answer to request `sequence` of the socket `port`; other messages are passed over.
     NetlinkMessages(unsigned port, unsigned sequence, NetlinkFilter filter = nullptr)
         : _port(port),
           _sequence(sequence),
@@ -83,11 +83,11 @@ public:
     {
     }
 
-    /// True once the answer is complete. `fn::IOException` with the errno that the answer consists of, or where what is
-    /// kept of it gets too large.
+    /// Takes a datagram, and returns whether the answer is complete. `fn::IOException` with the errno of an answer that tells one,
+    /// or if the kept messages get too large.
     bool take(std::span<const std::byte> datagram);
 
-    /// Whether the table changed while it was being given, so that it does not fit together.
+    /// Whether the kernel's table changed during the answer, whose parts then do not fit together.
     bool isTorn() const noexcept { return _isTorn; }
 
     std::span<const std::byte> bytes() const noexcept { return _bytes; }
@@ -109,11 +109,11 @@ private:
     unsigned _sequence;
     NetlinkFilter _filter;
     bool _isTorn = false;
-    std::vector<std::byte> _bytes; // Of whole messages.
+    std::vector<std::byte> _bytes; // Whole messages.
 };
 
-/// Sends `request` and waits for the whole answer, which the kernel gives at once. A torn one is asked for again.
-/// `fn::IOException` with the errno: ENETUNREACH and such are the kernel's own answers. Thread-safe.
+/// Sends `request` and waits for the whole answer, which the kernel gives at once. After a torn answer the request is sent again.
+/// `fn::IOException` with the errno on failure: ENETUNREACH and the like are the kernel's own answers. Thread-safe.
 NetlinkMessages askNetlink(NetlinkRequest request, NetlinkFilter filter = nullptr);
 
 /// The attributes of a message, by number. Valid while the message is.
@@ -124,7 +124,7 @@ public:
     NetlinkAttributes(const nlmsghdr& message, std::size_t headerBytes);
     explicit NetlinkAttributes(std::span<const std::uint8_t> attributes);
 
-    /// Empty where the attribute is missing.
+    /// The bytes of an attribute; empty if the attribute is missing.
     std::span<const std::uint8_t> bytes(std::size_t attribute) const noexcept { return _attributes[attribute]; }
 
     std::optional<std::uint32_t> number(std::size_t attribute) const noexcept

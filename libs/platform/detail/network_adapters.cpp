@@ -12,7 +12,7 @@ namespace {
 using Bytes = std::span<const std::uint8_t>;
 using Adapters = std::vector<NetworkAdapter>;
 
-// Any other family or length: nothing.
+// No address for a family other than IPv4 and IPv6, or for another length.
 std::optional<SocketAddress> socketAddress(int family, Bytes bytes, DWORD adapter)
 {
     SocketAddress result {};
@@ -28,7 +28,7 @@ std::optional<SocketAddress> socketAddress(int family, Bytes bytes, DWORD adapte
     return result;
 }
 
-// The folder is that of the network namespace in which /sys was mounted. Where that is another one a wireless adapter
+// The folder shows the network namespace in which /sys was mounted. If this process is in another one, a wireless adapter
 // counts as Ethernet.
 bool isWireless(const std::string& name)
 {
@@ -44,7 +44,7 @@ DWORD adapterType(unsigned short hardware, const std::string& name)
     case ARPHRD_IEEE80211_RADIOTAP: return IF_TYPE_IEEE80211;
     case ARPHRD_LOOPBACK: return IF_TYPE_SOFTWARE_LOOPBACK;
     case ARPHRD_PPP: return IF_TYPE_PPP;
-    case ARPHRD_NONE: // Point to point, such as WireGuard's and those of tun.
+    case ARPHRD_NONE: // Point-to-point adapters, such as those of WireGuard and tun.
     case ARPHRD_TUNNEL:
     case ARPHRD_TUNNEL6:
     case ARPHRD_SIT:
@@ -78,7 +78,7 @@ void readAddresses(Adapters& adapters, const NetlinkMessages& addresses)
 {
     addresses.forEach<ifaddrmsg>(RTM_NEWADDR, [&](const nlmsghdr& message, const ifaddrmsg& header) {
         const NetlinkAttributes attributes(message, sizeof(header));
-        const auto local = attributes.bytes(IFA_LOCAL); // With a point-to-point link the other one is the peer's.
+        const auto local = attributes.bytes(IFA_LOCAL); // IFA_ADDRESS of a point-to-point link is the peer's.
         const auto bytes = local.empty() ? attributes.bytes(IFA_ADDRESS) : local;
         const auto address = socketAddress(header.ifa_family, bytes, header.ifa_index);
         auto* const adapter = find(adapters, header.ifa_index);
@@ -86,7 +86,7 @@ void readAddresses(Adapters& adapters, const NetlinkMessages& addresses)
     });
 }
 
-// A next hop: of the route's own family, or (RTA_VIA) of another.
+// Adds a next hop, whose address is of the route's own family, or (RTA_VIA) of another one.
 void addGateway(Adapters& adapters, std::optional<DWORD> index, int family, const NetlinkAttributes& attributes)
 {
     auto* const adapter = index ? find(adapters, *index) : nullptr;
@@ -115,7 +115,7 @@ void addMultipathGateways(Adapters& adapters, int family, Bytes hops)
 
 bool isDefault(const rtmsg& route) { return route.rtm_dst_len == 0; }
 
-// A router's table may have a million others.
+// Only default routes are kept: a router's table may have a million others.
 bool isDefaultRoute(const nlmsghdr& message)
 {
     const auto* const route = headerOf<rtmsg>(message);
@@ -138,7 +138,7 @@ NetlinkRequest linksRequest()
 {
     NetlinkRequest request(RTM_GETLINK, NLM_F_DUMP);
     request.putHeader<ifinfomsg>();
-    const std::uint32_t without = RTEXT_FILTER_SKIP_STATS; // They are most of the answer.
+    const std::uint32_t without = RTEXT_FILTER_SKIP_STATS; // Statistics are most of the answer.
     request.put(IFLA_EXT_MASK, { reinterpret_cast<const std::uint8_t*>(&without), sizeof(without) });
     return request;
 }

@@ -20,7 +20,7 @@ int openFolder(const fn::String& path)
     return uninterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC); });
 }
 
-/// Makes the folder and those that lead there.
+/// Makes the folder and the folders that lead there.
 void makeFolder(const fn::String& folder)
 {
     const auto path = folder.toStdString();
@@ -65,7 +65,7 @@ PrivateFolder::PrivateFolder(const fn::String& path, fn::FileDescriptor descript
     if (!_descriptor) failAt("open the folder", path.view());
     if (::fstat(get(), &status) != 0) failAt("look at the folder", path.view());
     if (status.st_uid != ::geteuid()) fail(fmt::format("The folder {} belongs to another user", path.view()), EPERM);
-    // Who may write here could exchange the files.
+    // A user who may write here could exchange the files.
     if ((status.st_mode & 022) != 0) fail(fmt::format("Other users may write to the folder {}", path.view()), EPERM);
 }
 

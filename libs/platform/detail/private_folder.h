@@ -10,24 +10,24 @@ namespace platform::detail {
 /// Throws the `fn::IOException` "Could not `action` `path`: ..." with ErrnoInfo.
 [[noreturn]] void failAt(std::string_view action, std::string_view path, int error = errno);
 
-/// A folder that is this user's and that nobody else may write to, opened: what is done in it can not be led elsewhere.
-/// What fails throws `fn::IOException` with ErrnoInfo unless it says something else.
+/// An open folder that belongs to this user and that no other user may write to: nobody can lead a call in it to another place.
+/// A call that fails throws `fn::IOException` with ErrnoInfo, unless it says something else.
 class PrivateFolder {
 public:
     /// Empty if there is no such folder.
     static std::optional<PrivateFolder> find(const fn::String& path);
 
-    /// Makes it, and those that lead there, where they are missing: for the user alone.
+    /// Makes the folder, and the folders that lead there, if they are missing: for the user alone.
     static PrivateFolder findOrMake(const fn::String& path);
 
     int get() const noexcept { return _descriptor.get(); }
     const fn::String& path() const noexcept { return _path; }
 
-    /// Opens a file, not through a link and without waiting for anybody. One that `flags` make is the user's alone,
-    /// whatever the process's mask. On failure the result owns nothing, and `errno` tells.
+    /// Opens a file, not through a link and without waiting. Only the user can read and write a file that this call makes, whatever
+    /// the process's mask. On failure the result owns no descriptor, and `errno` tells the reason.
     fn::FileDescriptor open(const fn::String& name, int flags) const;
 
-    void sync() const; ///< Waits until the names in it are on the disk.
+    void sync() const; ///< Waits until the names in the folder are on the disk.
 
 private:
     PrivateFolder(const fn::String& path, fn::FileDescriptor descriptor);
@@ -36,7 +36,7 @@ private:
     fn::FileDescriptor _descriptor;
 };
 
-/// A new file on its way to its name: it goes at the end, unless it was renamed.
+/// A new file under a temporary name. The destructor removes the file, unless it was renamed.
 class UnfinishedFile {
 public:
     UnfinishedFile(const PrivateFolder& folder, fn::String name); ///< Borrows `folder`.
@@ -45,7 +45,7 @@ public:
     ~UnfinishedFile();
 
     const char* name() const noexcept { return _name.c_str(); }
-    void write(std::string_view bytes); ///< All of them, and onto the disk.
+    void write(std::string_view bytes); ///< Writes all bytes, and waits until they are on the disk.
 
 private:
     const PrivateFolder& _folder;

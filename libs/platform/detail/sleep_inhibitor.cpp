@@ -22,7 +22,7 @@ struct Unref {
 };
 template <typename T> using Owned = std::unique_ptr<T, Unref>;
 
-/// Cancels what is waited for with its `cancellable()` once it has lived too long.
+/// Cancels the calls that wait with its `cancellable()`, once this object is too old.
 class Deadline {
 public:
     Deadline()
@@ -43,8 +43,8 @@ private:
     std::jthread _watch;
 };
 
-/// Where GIO says on this thread, while this lives, what becomes of a connection. In the main loop of the program, which need
-/// not run, that would wait and hold the connection for ever.
+/// While this object lives, GIO posts the news about a connection of this thread to its own context. In the main context of the
+/// program, which may not run, the news would wait and hold the connection for ever.
 class OwnContext {
 public:
     OwnContext() : _context(g_main_context_new()) { g_main_context_push_thread_default(_context); }
@@ -61,8 +61,8 @@ private:
     GMainContext* const _context;
 };
 
-/// A connection of our own: the one that GIO shares may end the process when the bus goes. GIO does not know that this one
-/// leads to a bus: it would greet that by itself, and wait for the answer past every deadline.
+/// A connection of our own: the connection that GIO shares may end the process when the bus goes. GIO is not told that this
+/// connection leads to a bus: it would send the bus a Hello by itself, and wait for the answer past every deadline.
 Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
 {
     const Owned<gchar> address(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, nullptr));
@@ -73,7 +73,7 @@ Owned<GDBusConnection> connectToSystemBus(GCancellable* cancellable)
     return connection;
 }
 
-/// The bus answers nobody who has not said this.
+/// The bus answers no connection before its Hello.
 bool sayHello(GDBusConnection* connection, GCancellable* cancellable)
 {
     const Owned<GVariant> name(
@@ -88,7 +88,7 @@ GVariant* inhibition()
     return g_variant_new("(ssss)", "sleep", who.get(), "A task is running that must not be interrupted", "block");
 }
 
-/// The descriptor, or -1.
+/// The descriptor of the request, or -1.
 int askLoginManager(GDBusConnection* connection, GCancellable* cancellable)
 {
     GUnixFDList* received = nullptr;
@@ -122,7 +122,7 @@ int inhibitSleep()
     try {
         return requestInhibitor();
     } catch (const std::system_error&) {
-        return -1; // No thread to be had: the call could hang.
+        return -1; // There is no thread for the deadline: without it the call could hang.
     }
 }
 

@@ -2,9 +2,8 @@
 
 namespace platform {
 
-/// Asks the login manager to keep the system from going to sleep. Gives a descriptor (close-on-exec) that stands for the
-/// request, which holds until it is closed; -1 where there is no bus, no login manager, or none that answers within two
-/// seconds. Needs no main loop. Thread-safe.
+/// Asks the login manager to keep the system from going to sleep. Returns a descriptor (close-on-exec): the request holds until the
+/// caller closes it. -1 if there is no bus, no login manager, or no answer within two seconds. Needs no main loop. Thread-safe.
 int inhibitSleep();
 
 } // namespace platform

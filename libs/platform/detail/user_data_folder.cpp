@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t largestPasswdEntry = 1024 * 1024;
 
-/// Relative paths would make the folder depend on where the process was started: they count as not set.
+/// A relative path counts as not set: the folder would depend on where the process was started.
 fn::String absolutePath(const char* path) { return path && path[0] == '/' ? fn::String(path) : fn::String(); }
 
 fn::String homeFolder()

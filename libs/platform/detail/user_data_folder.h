@@ -3,8 +3,8 @@
 
 namespace platform::detail {
 
-/// Where this layer keeps what is the user's: `core` in `$XDG_DATA_HOME`, or in `.local/share` of his home. It need not exist.
-/// `fn::IOException` if he has no home. Thread-safe.
+/// The folder for this layer's files of the user: `core` in `$XDG_DATA_HOME`, or in `.local/share` of the user's home. The folder
+/// need not exist. `fn::IOException` if the user has no home. Thread-safe.
 fn::String userDataFolder();
 
 } // namespace platform::detail

@@ -5,16 +5,16 @@
 
 namespace platform {
 
-/// Where the firewall interfaces keep what they are told: `core/firewall.rules` in the user's data folder
-/// (`$XDG_DATA_HOME`, or `.local/share` of his home). It need not exist: then the firewall is on, without any rule.
+/// The file in which the firewall interfaces keep rules and programs: `core/firewall.rules` in the user's data folder
+/// (`$XDG_DATA_HOME`, or `.local/share` of the user's home). Without this file the firewall is on, without any rule.
 ///
-/// A text file that only its user can read, replaced as a whole. One that is damaged or not the user's own, or in a folder
-/// that others may write to, makes the calls fail and is never replaced; so does one above 4 MiB, and another process that is
-/// changing it for more than two seconds. Nothing reads it but these interfaces: no packet
-/// filter is changed. `fn::IOException` if the user has no home. Thread-safe.
+/// It is a text file that only the user can read, and is replaced as a whole. A file that is damaged, not the user's own, above
+/// 4 MiB, or in a folder that others may write to, makes the calls fail and is never replaced. Calls fail also if another process is
+/// changing the file for more than two seconds. Only these interfaces read it: no packet filter is changed.
+/// `fn::IOException` if the user has no home. Thread-safe.
 FN_EXPORT fn::String firewallFile();
 
-/// For tests: another path for it.
+/// For tests: another path of the file.
 using ScopedFirewallFile = ScopedOverride<firewallFile, fn::String>;
 extern template class FN_EXPORT ScopedOverride<firewallFile, fn::String>;
 

@@ -1,8 +1,8 @@
 #pragma once
 #include "platform/com/variant.h"
 
-/// The older firewall interfaces: programs are admitted by a list, for both directions alike. They give and take what the
-/// system's own do, as far as this layer's users call it. Here they work on a file of the user, see README.md.
+/// The older firewall interfaces: programs are admitted by a list, for both directions alike. The calls that this layer's users need
+/// work as those of the system that they come from, but on a file of the user, see README.md.
 namespace platform {
 
 inline constexpr CLSID CLSID_NetFwMgr { 0x304CE942, 0x6E39, 0x40D8,
@@ -20,7 +20,7 @@ inline constexpr IID IID_INetFwAuthorizedApplications { 0x644EFD52, 0xCCF9, 0x48
 inline constexpr IID IID_INetFwAuthorizedApplication { 0xB5E64FFA, 0xC2C5, 0x444E,
     { 0xA3, 0x01, 0xFB, 0x5E, 0x00, 0x01, 0x80, 0x50 } };
 
-/// A program that may communicate. A new one is enabled. That from the list is a copy.
+/// A program that may communicate. A new object is enabled. An object from the list is a copy.
 class FN_EXPORT INetFwAuthorizedApplication : public IDispatch {
 public:
     virtual HRESULT put_Name(BSTR name) = 0;
@@ -33,11 +33,11 @@ protected:
 
 class FN_EXPORT INetFwAuthorizedApplications : public IDispatch {
 public:
-    /// Records a copy of `application`, in place of one with the same path. `E_INVALIDARG` without a path, or for an
-    /// object that is not of this layer.
+    /// Records a copy of `application`, which replaces an entry with the same path. `E_INVALIDARG` without a path, or for an
+    /// object that this layer has not made.
     virtual HRESULT Add(INetFwAuthorizedApplication* application) = 0;
 
-    /// `HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)` and null if the path is not in the list; letters count as they are.
+    /// `HRESULT_FROM_WIN32(ERROR_FILE_NOT_FOUND)` and null if the path is not in the list; upper and lower case differ.
     virtual HRESULT Item(BSTR path, INetFwAuthorizedApplication** application) = 0;
 
 protected:
@@ -46,7 +46,7 @@ protected:
 
 class FN_EXPORT INetFwProfile : public IDispatch {
 public:
-    virtual HRESULT get_FirewallEnabled(VARIANT_BOOL* enabled) = 0; ///< Whether it is on for all current networks.
+    virtual HRESULT get_FirewallEnabled(VARIANT_BOOL* enabled) = 0; ///< Whether on for all current networks.
     virtual HRESULT get_AuthorizedApplications(INetFwAuthorizedApplications** applications) = 0;
 
 protected:

@@ -1,8 +1,8 @@
 #pragma once
 #include "platform/com/variant.h"
 
-/// The newer firewall interfaces: rules with a direction, settings for each kind of network. They give and take what the
-/// system's own do, as far as this layer's users call it. Here they work on a file of the user, see README.md.
+/// The newer firewall interfaces: rules with a direction, settings for each kind of network. The calls that this layer's users need
+/// work as those of the system that they come from, but on a file of the user, see README.md.
 namespace platform {
 
 inline constexpr CLSID CLSID_NetFwPolicy2 { 0xE2B3C97F, 0x6AE1, 0x41AC,
@@ -26,11 +26,11 @@ enum NET_FW_RULE_DIRECTION : LONG { NET_FW_RULE_DIR_IN = 1, NET_FW_RULE_DIR_OUT 
 enum NET_FW_ACTION : LONG { NET_FW_ACTION_BLOCK = 0, NET_FW_ACTION_ALLOW = 1 };
 inline constexpr LONG NET_FW_IP_PROTOCOL_ANY = 256;
 
-/// A new rule is disabled, and blocks what comes in by any protocol on all networks, whatever the program. Those from the list are
+/// A new rule is disabled, and blocks incoming packets of any protocol on all networks for every program. Rules from the list are
 /// copies. A text with a 0 in it is `E_INVALIDARG`.
 class FN_EXPORT INetFwRule : public IDispatch {
 public:
-    virtual HRESULT get_Name(BSTR* name) = 0; ///< The caller frees the text; so with all getters.
+    virtual HRESULT get_Name(BSTR* name) = 0; ///< The caller frees the text, here and in all getters.
     virtual HRESULT put_Name(BSTR name) = 0;
     virtual HRESULT put_Description(BSTR description) = 0;
     virtual HRESULT get_ApplicationName(BSTR* path) = 0;
@@ -51,7 +51,7 @@ class FN_EXPORT INetFwRules : public IDispatch {
 public:
     virtual HRESULT get_Count(LONG* count) = 0;
 
-    /// Appends a copy of `rule`, also where there is an equal one. `E_INVALIDARG` for an object that is not of this layer.
+    /// Appends a copy of `rule`, also if there is an equal rule. `E_INVALIDARG` for an object that this layer has not made.
     virtual HRESULT Add(INetFwRule* rule) = 0;
 
     virtual HRESULT get__NewEnum(IUnknown** enumeration) = 0; ///< An IEnumVARIANT of the rules, as `VT_DISPATCH`.

@@ -9,7 +9,7 @@ namespace platform::detail {
 struct ClassEntry {
     CLSID id;
     HRESULT (*make)(REFIID iid, void** object); ///< May throw.
-    const char* elevatedAction; ///< For which its user is to be asked; null: there is none.
+    const char* elevatedAction; ///< The action for which the user is asked; null if the class is never elevated.
 };
 
 /// The classes of this layer.

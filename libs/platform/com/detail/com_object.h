@@ -10,16 +10,16 @@
 
 namespace platform::detail {
 
-/// The number of objects and texts that live. Thread-safe.
+/// The number of objects and texts that exist. Thread-safe.
 std::atomic<std::int64_t>& objectCount() noexcept;
 
-/// The result that stands for an exception about a file.
+/// The result for an exception about a file.
 HRESULT resultOf(const fn::Exception& exception) noexcept;
 
 /// Whether a test wants this call to fail (`ScopedComFailure`), which may also throw.
 bool isToFail();
 
-/// The result of `call`; what it throws becomes one, since no exception may leave an object.
+/// The result of `call`. An exception of `call` becomes a result, since no exception may leave an object.
 template <typename Call> HRESULT guarded(Call&& call) noexcept
 {
     try {
@@ -34,8 +34,8 @@ template <typename Call> HRESULT guarded(Call&& call) noexcept
     }
 }
 
-/// References, deletion and the interfaces of an object that has `Interface` (and what that derives from). It begins with
-/// one reference, that of its maker. Thread-safe.
+/// References, deletion and the interfaces of an object that has `Interface` and its bases. A new object has one reference, which
+/// its maker owns. Thread-safe.
 template <typename Interface, const IID& interfaceId> class ComObject : public Interface {
 public:
     ComObject() { ++objectCount(); }

@@ -5,7 +5,7 @@
 /// What the setters and getters of the firewall's objects have in common.
 namespace platform::detail {
 
-/// `E_INVALIDARG` for a 0 within, which no file keeps.
+/// `E_INVALIDARG` for a text with a 0 in it, which the file cannot keep.
 inline HRESULT put(BSTR text, fn::String& property)
 {
     return guarded([&] {

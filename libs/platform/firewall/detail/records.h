@@ -8,7 +8,7 @@ namespace platform::detail {
 struct RuleRecord {
     fn::String name;
     fn::String description;
-    fn::String applicationName; ///< Empty: for all.
+    fn::String applicationName; ///< Empty: for all programs.
     LONG protocol = NET_FW_IP_PROTOCOL_ANY;
     LONG profiles = NET_FW_PROFILE2_ALL;
     LONG direction = NET_FW_RULE_DIR_IN;
@@ -22,14 +22,14 @@ struct ApplicationRecord {
     bool isEnabled = true;
 };
 
-/// For which kinds of networks the firewall is on, and of which kinds the current ones are.
+/// The kinds of networks for which the firewall is on, and the kinds of the current networks.
 struct ProfileRecord {
     LONG currentTypes = NET_FW_PROFILE2_PUBLIC;
     bool isOnForDomain = true;
     bool isOnForPrivate = true;
     bool isOnForPublic = true;
 
-    /// Whether it is on for all kinds among `types`.
+    /// Whether the firewall is on for all kinds in `types`.
     bool isOnFor(LONG types) const
     {
         return (!(types & NET_FW_PROFILE2_DOMAIN) || isOnForDomain)
@@ -38,7 +38,7 @@ struct ProfileRecord {
     }
 };
 
-/// What the user's file says.
+/// The content of the user's file.
 struct FirewallRecords {
     ProfileRecord profiles;
     std::vector<RuleRecord> rules;

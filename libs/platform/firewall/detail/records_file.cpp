@@ -20,10 +20,10 @@ using fn::posix::uninterrupted;
 
 constexpr std::size_t largestFileBytes = 4 * 1024 * 1024;
 
-// A change takes milliseconds; who holds the lock for longer has been stopped.
+// A change takes milliseconds; a process that holds the lock for longer has been stopped.
 constexpr std::chrono::milliseconds patience(2000), pause(5);
 
-/// `firewallFile()`, whole and in parts.
+/// The path `firewallFile()`, and its parts.
 struct Location {
     fn::String path;
     fn::String folder;
@@ -42,7 +42,7 @@ void requireOwnFile(const fn::FileDescriptor& file, const fn::String& path)
     struct stat status;
     if (::fstat(file.get(), &status) != 0) failAt("look at", path.view());
     if (!S_ISREG(status.st_mode)) failAt("read", path.view(), EINVAL);
-    // Who may write to it could admit programs in the user's name.
+    // Another user who may write to the file could admit programs in this user's name.
     if (status.st_uid != ::geteuid() || (status.st_mode & 022) != 0) failAt("trust", path.view(), EPERM);
 }
 
@@ -68,7 +68,7 @@ FirewallRecords readRecords(const PrivateFolder& folder, const Location& where)
     return readRecordsText(readAll(file, where.path));
 }
 
-/// Keeps others from changing the file while it lives; waits for them within bounds.
+/// Keeps other threads and processes from changing the file while this object lives; waits for them, but not longer than `patience`.
 class UpdateLock {
 public:
     UpdateLock(const PrivateFolder& folder, const Location& where)
@@ -86,11 +86,11 @@ private:
     const fn::FileDescriptor _file;
 };
 
-/// Only under the lock: the unfinished file is the lock holder's.
+/// To be called under the lock, whose holder owns the unfinished file.
 void replaceFile(const PrivateFolder& folder, const Location& where, std::string_view text)
 {
     const auto temporary = where.name + ".new";
-    ::unlinkat(folder.get(), temporary.c_str(), 0); // Of somebody who was ended.
+    ::unlinkat(folder.get(), temporary.c_str(), 0); // A process that was killed may have left it.
     UnfinishedFile file(folder, temporary);
     file.write(text);
     if (::renameat(folder.get(), file.name(), folder.get(), where.name.c_str()) != 0) {

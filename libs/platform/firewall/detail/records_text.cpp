@@ -31,7 +31,7 @@ void requireNoError(GError* error, std::string_view group)
     refuse(group, owned->message);
 }
 
-/// Gives each value of a group its key, and each number its bounds.
+/// Calls `group` with each value of a record, its key in the file and, for a number, its bounds.
 void visit(ProfileRecord& profiles, auto&& group)
 {
     group("current", profiles.currentTypes, 0, 7);
@@ -78,7 +78,7 @@ struct ReadGroup {
     void operator()(const char* key, fn::String& text) const
     {
         GError* error = nullptr;
-        const Owned<gchar> value(g_key_file_get_string(file, name, key, &error)); // There may be one beside an error.
+        const Owned<gchar> value(g_key_file_get_string(file, name, key, &error)); // May hold a text also on an error.
         requireNoError(error, name);
         text = value.get();
     }
