@@ -1,5 +1,5 @@
-// A dispatcher alone: for tests, benchmarks and tools. Prints the native path of its socket on the first line of standard
-// output as soon as it is ready, then serves until SIGINT or SIGTERM.
+// A dispatcher without modules, for tests, benchmarks and tools. Prints the native path of its socket on the first line of
+// standard output as soon as it is ready, then serves until SIGINT or SIGTERM.
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/services/app_info.h"
 #include "core/services/logging_profile/logging_profiles.h"
@@ -12,7 +12,7 @@
 
 namespace {
 
-// Long enough for QUIT to be read and short enough for a person who waits.
+// Long enough for workers to read QUIT, and short enough for a person who waits.
 constexpr auto quitDelay = fn::Duration::milliseconds(100);
 
 struct Options {

@@ -11,7 +11,7 @@ namespace {
 std::string randomToken()
 {
     std::array<unsigned char, Access::tokenBytes> bytes;
-    // So few bytes come whole.
+    // The system gives so few bytes in one piece.
     while (::getrandom(bytes.data(), bytes.size(), 0) < 0) {
         if (errno != EINTR) throw std::system_error(errno, std::generic_category(), "getrandom");
     }
@@ -50,7 +50,7 @@ int Access::statusOf(const RequestHead& head) const
 std::optional<std::string> Access::below(std::string_view path) const
 {
     if (path.size() < _token.size() + 2 || path.front() != '/' || path[_token.size() + 1] != '/') return std::nullopt;
-    // Compared by digest: nobody can find a token for one whose first bytes are right.
+    // The digests are compared: the time that this takes tells nothing about the first bytes of the token.
     if (fn::ByteArray(path.substr(1, _token.size())).SHA256() != _tokenDigest) return std::nullopt;
     return std::string(path.substr(_token.size() + 2));
 }

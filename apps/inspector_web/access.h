@@ -8,24 +8,23 @@ namespace inspector_web {
 
 struct RequestHead;
 
-/// Who may ask. The server listens on this machine alone, but other users of it, and pages of other sites in the user's
-/// browser, reach it, too: they do not know the token, and a page of another site that had its name resolved to this machine
-/// is known by its Host.
+/// Decides which requests are answered. The server listens on this machine alone, but its other users, and pages of other sites
+/// in the user's browser, reach it, too. They do not know the token; and a page of a site whose name was resolved to this
+/// machine is told by the Host header of its requests.
 class Access {
 public:
-    static constexpr std::size_t tokenBytes = 32; ///< Nobody guesses one.
+    static constexpr std::size_t tokenBytes = 32; ///< Too many to guess.
     static constexpr std::string_view scheme = "http://";
 
     explicit Access(int port); ///< Draws a token from the system's random source.
 
-    std::string address() const; ///< For the user; with the token.
+    std::string address() const; ///< The address for the user's browser, with the token.
 
-    /// 200 for who may ask, and else the status that says no more than it must: 403 where the request does not come from where
-    /// we sent the browser (without an Origin, which browsers leave out of plain navigation, Host decides alone), 404 where it
-    /// does not know the token.
+    /// 200 for a request that is answered. 403 if Host or Origin is not the address that the user was given (browsers leave Origin
+    /// out of plain navigation; then Host decides alone). 404 without the right token: neither status tells more than it must.
     int statusOf(const RequestHead& head) const;
 
-    /// What follows the token in a path; empty without the right one. How long that takes tells nothing about the token.
+    /// The part of a path behind the token; empty without the right token. The time that this takes tells nothing about it.
     std::optional<std::string> below(std::string_view path) const;
 
 private:

@@ -13,7 +13,7 @@
 namespace inspector_web {
 namespace {
 
-/// From the alphabet of Base64 to the one that is safe in addresses and file names.
+/// Turns a character of Base64 into that of the alphabet which is safe in addresses and file names.
 char urlSafe(char character) { return character == '+' ? '-' : character == '/' ? '_' : character; }
 
 char fromUrlSafe(char character) { return character == '-' ? '+' : character == '_' ? '/' : character; }

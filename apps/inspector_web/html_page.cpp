@@ -19,7 +19,7 @@ a { color: LinkText; }
 a:focus-visible { outline: 2px solid; outline-offset: 2px; }
 )";
 
-/// What documents have instead of a character; null where they have it as it is.
+/// The text that stands for a character in HTML; null for a character that stands for itself.
 const char* replacement(char character)
 {
     switch (character) {
@@ -34,8 +34,8 @@ const char* replacement(char character)
     }
 }
 
-/// Text from anywhere as HTML shows it, in elements and in attributes: what is no UTF-8, and characters that documents must
-/// not have, become the replacement character. Long text is cut.
+/// Text from anywhere in the form for HTML elements and attributes. Bytes that are no UTF-8, and characters that HTML must not
+/// hold, become the replacement character. Long text is cut.
 std::string shown(std::string_view text)
 {
     const auto cut = text.substr(0, HtmlPage::mostTextBytes);

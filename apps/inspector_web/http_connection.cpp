@@ -25,7 +25,7 @@ const char* reasonOf(int status)
     }
 }
 
-/// "%41+b" is "A b". What is no such code stays as it is.
+/// Decodes "%41+b" to "A b". A '%' that begins no code stays as it is.
 std::string decoded(std::string_view text)
 {
     std::string result;
@@ -84,12 +84,12 @@ void HttpConnection::limit(fn::Duration most)
 
 void HttpConnection::watch(fn::uv::Poll::Event event, void (HttpConnection::*action)())
 {
-    _watch.reset(); // A descriptor is watched once.
+    _watch.reset(); // A descriptor can have one watch only.
     _watch.emplace(
         _loop, _socket.get(), [this, action] { (this->*action)(); }, event);
 }
 
-/// To be called last.
+/// To be called last: destroys this connection.
 void HttpConnection::end()
 {
     auto onEnd = std::exchange(_onEnd, {});
@@ -114,7 +114,7 @@ void HttpConnection::read()
 void HttpConnection::answer(bool isComplete)
 {
     _watch.reset();
-    _deadline.invalidate(); // Whoever makes the page has bounds of his own.
+    _deadline.invalidate(); // The code that makes the page has a bound of its own.
     const RequestHead head(_received);
     if (const int status = _access.statusOf(head); status != 200) return refuse(status);
     if (!isComplete) return refuse(431);
@@ -128,7 +128,7 @@ void HttpConnection::answer(bool isComplete)
 
 // --- Response
 
-/// Says no more than it must.
+/// Answers with the status alone.
 void HttpConnection::refuse(int status)
 {
     respond(status, "text/plain", fmt::format("{}\n", reasonOf(status)), status == 405 ? "Allow: GET\r\n" : "");
@@ -162,13 +162,13 @@ void HttpConnection::write()
     _written += static_cast<std::size_t>(count);
     if (_written < _response.size()) return;
     _isOwedAnAnswer = false;
-    // Closed with something unread, the connection would be reset, and the answer be lost with it.
+    // A close with unread bytes would reset the connection, and the answer would be lost.
     ::shutdown(_socket.get(), SHUT_WR);
     limit(mostClosing);
     watch(fn::uv::Poll::Event::Readable, &HttpConnection::close);
 }
 
-/// Reads what nobody wants until the other side has closed.
+/// Reads and drops bytes until the other side has closed.
 void HttpConnection::close()
 {
     std::array<char, chunkBytes> chunk;

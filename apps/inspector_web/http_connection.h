@@ -8,11 +8,11 @@ namespace inspector_web {
 
 class Access;
 
-/// One connection of a browser, or of whoever else has found the port: one request, one answer, the end.
+/// One connection of a browser, or of any other program that has found the port: one request, one answer, the end.
 ///
 ///     reading --all of the head--> being answered --page--> writing --all of it--> closing, until the other side has
 ///
-/// In each state there is a bound in time. Loop thread.
+/// Each state has a bound in time. Belongs to the loop's thread.
 class HttpConnection {
 public:
     static constexpr std::size_t mostRequestBytes = 32 * 1024; ///< Twice what browsers send with the longest address.
@@ -20,14 +20,14 @@ public:
     static constexpr auto mostWriting = fn::Duration::seconds(20);
     static constexpr auto mostClosing = fn::Duration::seconds(2);
 
-    /// All but the socket are borrowed.
+    /// Borrows all but the socket.
     HttpConnection(fn::uv::Loop& loop, fn::FileDescriptor socket, const Access& access, Answering& answering);
     HttpConnection(const HttpConnection&) = delete;
-    ~HttpConnection(); ///< Closes it.
+    ~HttpConnection(); ///< Closes the socket.
 
-    void start(fn::Task onEnd); ///< Once. `onEnd`, called once, destroys this.
+    void start(fn::Task onEnd); ///< To be called once. `onEnd` is called once, and destroys this connection.
 
-    bool isOwedAnAnswer() const { return _isOwedAnAnswer; } ///< It has asked, and may ask.
+    bool isOwedAnAnswer() const { return _isOwedAnAnswer; } ///< Whether its request is being answered.
 
 private:
     void read();
@@ -47,11 +47,11 @@ private:
     fn::Task _onEnd;
     std::optional<fn::uv::Poll> _watch;
     fn::Handle _deadline;
-    std::string _received; // All of it.
+    std::string _received; // All bytes of the request so far.
     bool _isOwedAnAnswer = false;
-    fn::Promise<void> _page; // That is being made.
+    fn::Promise<void> _page; // The page that is being made.
     std::string _response;
-    std::size_t _written = 0; // Bytes of it.
+    std::size_t _written = 0; // Bytes of `_response` that were written.
 };
 
 } // namespace inspector_web

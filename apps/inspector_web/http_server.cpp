@@ -44,9 +44,9 @@ HttpServer::~HttpServer() = default;
 void HttpServer::accept()
 {
     fn::FileDescriptor socket(::accept4(_socket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!socket) return; // It has gone again.
+    if (!socket) return; // The browser has closed the connection already.
     makeRoom();
-    if (_connections.size() == mostConnections) return; // All of them are being answered.
+    if (_connections.size() == mostConnections) return; // All connections are being answered: drops this one.
     _connections.emplace_back(_loop, std::move(socket), _access, _answering);
     _connections.back().start([this, self = std::prev(_connections.end())] { _connections.erase(self); });
 }

@@ -8,11 +8,11 @@
 namespace inspector_web {
 
 /// A web server for this machine's user alone, on one loop. It listens on the loopback address only, asks for a token (see
-/// Access), takes nothing but GET, one request a connection, and bounds what a connection may send, how long it may take and
-/// how many of them there are. Loop thread.
+/// Access), and takes nothing but GET, one request a connection. It bounds the bytes and the time of a connection, and the
+/// number of connections. Belongs to the loop's thread.
 class HttpServer {
 public:
-    /// At once. Browsers open more than they use: who comes then takes the place of the first to whom no answer is owed.
+    /// At a time. Browsers open more than they use: a further connection replaces the oldest that is not being answered.
     static constexpr std::size_t mostConnections = 64;
 
     HttpServer(fn::uv::Loop& loop, Answering answering); ///< Listens. `fn::IOException` where it cannot.
@@ -29,7 +29,7 @@ private:
     Answering _answering;
     const fn::FileDescriptor _socket;
     const Access _access;
-    std::list<HttpConnection> _connections; // In the order in which they came.
+    std::list<HttpConnection> _connections; // Oldest first.
     const fn::uv::Poll _newcomers;
 };
 

@@ -13,14 +13,14 @@ namespace {
 
 constexpr std::string_view unnamed = "(no name)";
 
-/// What an address says about one page of an inspector.
+/// The page of an inspector that an address names.
 struct Place {
     fn::String key;
     fn::Value action;
     std::optional<fn::Value> from; // The action of the page whose line was followed.
 };
 
-/// Empty where the address is damaged.
+/// Empty if the address is damaged.
 std::optional<Place> placeFrom(const WebRequest& request)
 {
     Place place;
@@ -37,7 +37,7 @@ std::optional<Place> placeFrom(const WebRequest& request)
     return place;
 }
 
-/// Empty where one of the actions cannot be written down.
+/// Empty if one of the actions has no text.
 std::string addressOf(const Place& place)
 {
     auto address = "inspector?key=" + queryText(place.key.view());
@@ -52,7 +52,7 @@ std::string addressOf(const Place& place)
     return address;
 }
 
-/// As many as the page takes, and how many are left.
+/// Writes as many entries as the page takes, and how many are left.
 template <typename Entry, typename Write>
 void writeLines(HtmlPage& page, const std::vector<Entry>& entries, Write write)
 {
@@ -82,7 +82,7 @@ std::string listPage(const std::map<fn::String, fn::String>& inspectors)
 
 std::string inspectorPage(const fn::String& name, Place place, const core::OpenedPage& opened)
 {
-    place.action = opened.action; // Where redirections have led.
+    place.action = opened.action; // The action to which redirections have led.
     HtmlPage page(name.empty() ? unnamed : name.view());
     page.navigate("All inspectors", "./");
     if (place.from) page.navigate("Back", addressOf({ place.key, *place.from, {} }));

@@ -5,18 +5,18 @@
 
 namespace inspector_web {
 
-/// Asks the inspectors and makes pages of what they say. Lives on the worker's loop, and as long as the worker.
+/// Asks the inspectors and makes pages of their answers. Lives on the worker's loop, and as long as the worker.
 class InspectorPages final : public fn::RefCountedObject {
 public:
-    static constexpr auto mostTime = fn::Duration::seconds(10); ///< For an answer.
+    static constexpr auto mostTime = fn::Duration::seconds(10); ///< The time for one answer.
 
     explicit InspectorPages(ipc::Worker& worker);
 
-    /// The page, or one that tells what is wrong; within a bound in time. Never fails.
+    /// The page that is asked for, or within `mostTime` one that tells what is wrong. Never fails.
     fn::Promise<WebAnswer> answer(const WebRequest& request);
 
 private:
-    using Names = std::map<fn::String, fn::String>; // Of inspectors, by key.
+    using Names = std::map<fn::String, fn::String>; // The inspectors' names by key.
 
     ~InspectorPages() override;
     fn::Promise<WebAnswer> page(const WebRequest& request);
@@ -25,7 +25,7 @@ private:
     fn::Promise<Names> inspectors();
 
     ipc::Worker& _worker;
-    fn::AutoPtr<core::InspectorRegistry> _service; // Empty until it has been found.
+    fn::AutoPtr<core::InspectorRegistry> _service; // Empty until the service has been found.
 };
 
 } // namespace inspector_web

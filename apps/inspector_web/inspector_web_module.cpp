@@ -48,7 +48,7 @@ private:
         });
     }
 
-    /// What this process itself is doing. Not where: whoever knows the address may look at everything.
+    /// Publishes the numbers of requests, but not the address: it gives access to everything.
     void publishTraffic()
     {
         core::publishInspector(worker(), "Web pages", [traffic = _traffic](const fn::Value&, auto& page) {
@@ -60,10 +60,10 @@ private:
 
     struct Traffic {
         std::uint64_t requests = 0;
-        std::uint64_t refused = 0; // Not with a page: unknown inspectors, bad links and the like.
+        std::uint64_t refused = 0; // Requests answered by an error: unknown inspectors, bad links and the like.
     };
     const std::shared_ptr<Traffic> _traffic = std::make_shared<Traffic>();
-    fn::AutoPtr<InspectorPages> _pages; // Empty until connected, as is the next one.
+    fn::AutoPtr<InspectorPages> _pages; // Both are empty until the module is connected.
     std::optional<HttpServer> _server;
 };
 

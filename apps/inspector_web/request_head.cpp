@@ -12,7 +12,7 @@ bool equalIgnoringCase(std::string_view a, std::string_view b)
         a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
 }
 
-/// Takes what precedes the first `end` off, with that.
+/// Removes the part of `text` up to the first `end`, and gives it without that.
 std::string_view take(std::string_view& text, char end)
 {
     const auto part = text.substr(0, text.find(end));

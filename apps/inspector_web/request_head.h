@@ -4,16 +4,16 @@
 
 namespace inspector_web {
 
-/// What the beginning of a request says of who asks and for what; it may come from anybody, and be damaged. Borrows the text.
+/// The request line and the headers of a request that matter here. It may come from anybody, and be damaged. Borrows the text.
 struct RequestHead {
     explicit RequestHead(std::string_view text);
 
     std::string_view method;
-    std::string_view targetHost; ///< Of a target like "http://host/path"; empty without one.
+    std::string_view targetHost; ///< The host of a target like "http://host/path"; else empty.
     std::string_view path;
     std::string_view query; ///< Behind '?', not decoded.
-    std::vector<std::string_view> hosts; ///< The values of all headers of that name, as is the next one.
-    std::vector<std::string_view> origins;
+    std::vector<std::string_view> hosts; ///< The values of all Host headers.
+    std::vector<std::string_view> origins; ///< The values of all Origin headers.
 };
 
 } // namespace inspector_web

@@ -5,7 +5,7 @@
 
 namespace inspector_web {
 
-/// What a browser asks for, decoded and otherwise as it came: from outside.
+/// A browser's request, decoded, but not checked: it may come from anybody.
 struct WebRequest {
     std::string path; ///< Below the address that was announced; "" is the first page.
     std::map<std::string, std::string> parameters;
@@ -16,7 +16,7 @@ struct WebAnswer {
     std::string html;
 };
 
-/// Makes the answer, now or later. Does not fail; cancelled where nobody waits for it any more.
+/// Makes the answer, now or later. The promise does not fail; it is cancelled when the connection ends first.
 using Answering = folly::Function<fn::Promise<WebAnswer>(const WebRequest&)>;
 
 } // namespace inspector_web

@@ -23,14 +23,14 @@ constexpr const char* usage = "Usage: skyfold.module_loader LIBRARY PIPE_PATH WO
                               "Runs the module in LIBRARY as a process of its own. The application's module manager\n"
                               "starts it; PIPE_PATH is its dispatcher's pipe, WORKER_TAG names this launch.\n";
 
-// A module that does not return from its loop in this time after it was asked to end is ended.
+// A module that does not return from its loop within this time after SIGTERM is ended.
 constexpr auto graceTime = std::chrono::seconds(2);
 
 int requests = -1; // An eventfd that counts the SIGTERMs received.
 
-/// Has SIGTERM end the module cleanly, and without its help if it does not return from its loop. On a thread of its own:
-/// a module that hangs would never hear of it on its loop. (Blocking the signal and waiting for it would be inherited by
-/// what the module starts.)
+/// Lets SIGTERM stop the module's loop, and end the process if the module does not return from its loop. A thread waits for the
+/// signal, since the loop of a module that hangs would never see it. (The signal is not blocked: processes that the module
+/// starts would inherit that.)
 void endModuleOnRequest()
 {
     requests = eventfd(0, EFD_CLOEXEC);
@@ -47,7 +47,7 @@ void endModuleOnRequest()
     std::thread([&loop] {
         eventfd_t count = 0;
         while (eventfd_read(requests, &count) != 0) {
-            if (errno != EINTR) return; // Closed by the module: no reason to spin.
+            if (errno != EINTR) return; // The module has closed the eventfd.
         }
         loop.stop();
         std::this_thread::sleep_for(graceTime);
@@ -55,19 +55,19 @@ void endModuleOnRequest()
     }).detach();
 }
 
-/// The parent's death ends the module: nobody else would.
+/// Lets the parent's death end the module, since no other process would.
 void followParent(pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    if (getppid() != parent) std::_Exit(1); // It died before the request.
+    if (getppid() != parent) std::_Exit(1); // The parent died before the request.
 }
 
 int runModule(const char* library, const char* pipePath, const char* workerTag)
 {
-    // Ctrl-C reaches the whole process group; the main program alone decides what it means.
+    // Ctrl-C sends SIGINT to the whole process group; the main program alone reacts to it.
     std::signal(SIGINT, SIG_IGN);
     static auto& name = *new std::string(std::filesystem::path(library).stem());
-    program_invocation_short_name = name.data(); // By which reports name this process.
+    program_invocation_short_name = name.data(); // Reports call this process so.
     if (const auto* app = core::AppInfo::find()) fn::PathManager::instance().setApplicationName(app->folderName());
     fn::SharedLibrary module;
     module.load(library);
