@@ -110,7 +110,7 @@ public:
         if (x.first != y.first) return x.first < y.first ? -1 : 1;
         const auto inLast = [](std::uint64_t word) { return word >> 8; }; // The text without the tag.
         if (inLast(x.second) != inLast(y.second)) return inLast(x.second) < inLast(y.second) ? -1 : 1;
-        return static_cast<int>(a.size()) - static_cast<int>(b.size()); // At most zeros at the end differ.
+        return static_cast<int>(a.size()) - static_cast<int>(b.size()); // They differ at most in zeros at the end.
     }
 
     friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const String& text);

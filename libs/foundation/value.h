@@ -213,7 +213,7 @@ public:
     const Array& elements() const;
     const Map& entries() const;
 
-    /// The same to change: a shared one is copied first; nil becomes an empty one.
+    /// The elements or entries to change: shared ones are copied first; nil becomes an empty array or map.
     Array& mutableElements();
     Map& mutableEntries();
 
@@ -268,7 +268,7 @@ private:
     {
         return a._kind == Kind::String && b._kind == Kind::String && a._data.string == b._data.string;
     }
-    // Copies the bits: no member of Data refers to its own address. The caller settles who owns what they refer to.
+    // Copies the bits: no member of Data refers to its own address. The caller takes care of ownership.
     void takeBits(const Value& other) noexcept
     {
         std::memcpy(static_cast<void*>(&_data), static_cast<const void*>(&other._data), sizeof _data);

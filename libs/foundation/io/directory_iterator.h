@@ -9,7 +9,7 @@ namespace fn {
 struct DirectoryEntry {
     String name;
     String path; ///< The directory's path, '/', the name.
-    FileKind kind = FileKind::Other; ///< Of the entry itself: links are not followed.
+    FileKind kind = FileKind::Other; ///< The kind of the entry itself: links are not followed.
 };
 
 /// The entries of one directory, without '.' and '..', ascending by the bytes of their names. The constructor reads them all,

@@ -38,7 +38,7 @@ String DateTimeFormatter::format(Timestamp timestamp, DateTimeFormat format, int
     if (format == DateTimeFormat::SORTABLE_FORMAT) return formatSortable(inZone(timestamp, utc ? 0 : timeZone));
     if (utc) return formatRFC1123(DateTime(timestamp), "GMT");
 
-    const int minutes = timeZone / 60; // The text has the zone in minutes, so the date is that of those minutes.
+    const int minutes = timeZone / 60; // The text has the zone in whole minutes, so the date is of that zone.
     const auto date = inZone(timestamp, minutes * 60);
     const int distance = std::abs(minutes);
     return formatRFC1123(date, fmt::format("{}{:02}{:02}", minutes < 0 ? '-' : '+', distance / 60, distance % 60));
