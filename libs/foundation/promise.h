@@ -54,7 +54,7 @@ public:
     /// Gives the outcome to `handler`: when the node is settled, or in a task of its own if the node is settled already.
     void await(PromiseHandlerBase& handler);
 
-    /// Has `upstream` cancelled with this node. The handler of `upstream`, which holds this node, unlinks them first of all.
+    /// Has `upstream` cancelled with this node. The handler of `upstream`, which holds this node, calls `unlinkUpstream()` first.
     void linkUpstream(PromiseNodeBase& upstream) noexcept { _upstream = &upstream; }
     void unlinkUpstream() noexcept { _upstream = nullptr; }
 
@@ -74,7 +74,7 @@ protected:
     virtual void deliverValue(PromiseHandlerBase& handler) = 0;
     /// Called when the node is cancelled: a derived node overrides it instead of allocating a callable for `onCancel()`.
     virtual void wasCancelled() { }
-    void reserveCancellation() noexcept { _cancellationSet = true; } ///< An `onCancel()` is reported.
+    void reserveCancellation() noexcept { _cancellationSet = true; } ///< Forbids `onCancel()`.
 
 private:
     bool cancelThis();
@@ -98,7 +98,7 @@ public:
     void fulfill(PromiseValue<T> value)
     {
         if (settled()) return;
-        const AutoPtr<PromiseNode> self(this); // What the handler runs may drop the last promise.
+        const AutoPtr<PromiseNode> self(this); // The handler may run code that drops the last promise.
         if (auto* handler = settle()) {
             static_cast<PromiseHandler<T>*>(handler)->fulfilled(std::move(value));
         } else {
@@ -311,8 +311,8 @@ public:
     void cancel() const { _node->cancel(); }
 
     /// Attaches callables. The new promise is fulfilled with the result of the callable that runs, rejected with its exception, and
-    /// follows a promise that it returns (`fn::RuntimeException` if that one waits for the new promise). Without `onRejected` a
-    /// failure passes on. To be called where a loop runs on the thread.
+    /// follows a promise that the callable returns, or is rejected with `fn::RuntimeException` if the latter waits for the new promise.
+    /// Without `onRejected` a failure passes on. To be called on a thread that runs a loop.
     /// `onFulfilled` takes the value (T&&; nothing for void), `onRejected` the std::exception_ptr.
     template <typename F, typename R = internal::Void> auto then(F&& onFulfilled, R&& onRejected = R()) const
     {

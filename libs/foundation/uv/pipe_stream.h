@@ -63,7 +63,7 @@ public:
     bool isClosed() const noexcept override;
 
     /// Sends what is queued, ends the stream for the peer, discards what the peer sends until its own end, and then closes, at the
-    /// latest after `most`. With unread bytes, `close()` would look to the peer like a broken connection. Not connected: `close()`.
+    /// latest after `most`. A `close()` with unread bytes would look to the peer like a broken connection. Unconnected: as `close()`.
     void closeGently(Duration most, folly::Function<void()> completion = {});
 
     String nativePath() const; ///< The socket's path after `bind()`; empty otherwise.
