@@ -38,7 +38,7 @@ void AppInfo::initialize(App app)
     if (const auto info = make(app)) fn::PathManager::instance().setApplicationName(info->folderName());
 }
 
-/// Null for a number that is no application's: it may come from anywhere.
+/// Null for a number that names no application: the environment may hold any.
 std::unique_ptr<AppInfo> AppInfo::make(App app)
 {
     switch (app) {

@@ -15,18 +15,18 @@ public:
 
     AppInfo() = default;
 
-    /// Says which application this process and those started from it belong to, and has `fn::PathManager` name the folders
-    /// of this process after it. Call it first thing in `main()`: it changes the environment, and an instance that exists already
-    /// stays as it is.
+    /// Declares the application that this process and the processes started from it belong to; `fn::PathManager` names the folders
+    /// of this process after it. To be called first in `main()`: it changes the environment, and does not change an instance that
+    /// exists already.
     static void initialize(App app);
 
-    /// The instance of the process, made at the first call and never destroyed. Where neither this process nor its parent
-    /// has called `initialize()` that is reported as a broken invariant, and `fn::RuntimeException` is thrown.
+    /// The instance of the process, made at the first call and never destroyed. If neither this process nor its parent has
+    /// called `initialize()`, a broken invariant is reported, and `fn::RuntimeException` thrown.
     static AppInfo& instance();
-    static AppInfo* find(); ///< The same, but null where nobody has called `initialize()`.
+    static AppInfo* find(); ///< The instance; null if neither process has called `initialize()`.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
-    fn::String folderName() const { return _shortName.toLower(); } ///< Of its folders below the user's own.
+    fn::String folderName() const { return _shortName.toLower(); } ///< The name of its folders below the user's.
     fn::String applicationDisplayName() const { return _displayName; } ///< For people.
     fn::String applicationPublicVersion() const { return _publicVersion; } ///< For people.
     double applicationInternalVersion() const { return _internalVersion; }
@@ -35,9 +35,9 @@ public:
     fn::String operatingSystemName() const { return "Windows"; }
     fn::String operatingSystemVersion() const; ///< "6.2", with a service pack "6.1 (Service Pack 1)"; "?" if unknown.
 
-    /// Identifies this installation: a UUID, made once and kept in a preferences file. Empty, with a log line, as long as
-    /// that file can not be read; where it is missing and can not be written, a new one that only this process knows. Several
-    /// processes that make it at the same time keep one each: ask once in the main process before others start. Never throws.
+    /// Identifies this installation: a UUID, made once and kept in a preferences file. Empty, with a log line, while that file can
+    /// not be read; a UUID of this process alone if the file is missing and can not be written. Processes that make the UUID at
+    /// the same time get different ones: ask once in the main process before others start. Never throws.
     fn::String instanceId();
 
     /// Age of the file that keeps `instanceId()`; zero before there is one.
@@ -51,7 +51,7 @@ private:
     fn::String _displayName;
     fn::String _publicVersion;
     double _internalVersion = 0;
-    fn::String _instanceId; // Empty until first asked for.
+    fn::String _instanceId; // Empty before the first `instanceId()`.
 };
 
 } // namespace core

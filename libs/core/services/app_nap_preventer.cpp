@@ -1,6 +1,6 @@
 #include "core/services/app_nap_preventer.h"
 
-// Not inline: whoever holds one is built against no system in particular.
+// Not inline, so that code that uses the class is the same on every system.
 
 namespace core {
 

@@ -3,8 +3,8 @@
 
 namespace core {
 
-/// While one of them exists the system does not slow this process down for being in the background. This system does no
-/// such thing, so it does nothing.
+/// While an object of this class exists, the system does not slow down this process in the background. It does nothing here,
+/// since this system never slows down a background process.
 class FN_EXPORT AppNapPreventer {
 public:
     AppNapPreventer();

@@ -17,7 +17,7 @@
 #include <utility>
 #include <vector>
 
-/// Of the sanitizers' run-time library; null in a build without.
+/// A function of the sanitizers' run-time library; null in a build without sanitizers.
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
 
 namespace core {
@@ -29,12 +29,12 @@ constexpr std::size_t chunkBytes = 16 * 1024;
 constexpr std::size_t longestLine = 64 * 1024 * 1024;
 
 struct Redirection {
-    fn::FileDescriptor saved; // Standard error as it was before.
-    fn::FileDescriptor readEnd; // Of the pipe.
+    fn::FileDescriptor saved; // The former standard error.
+    fn::FileDescriptor readEnd; // The pipe's read end.
 };
 
 struct Reader {
-    int saved; // Standard error as it was before. Stays open.
+    int saved; // The former standard error, which stays open.
     std::future<void> end;
 };
 
@@ -42,10 +42,10 @@ struct State {
     fn::Lock lock;
     std::vector<Reader> readers; // The latest last. Guarded by `lock`.
     std::vector<Callback> callbacks; // Guarded by `lock`.
-    std::deque<Redirection> unread; // Those without a reader. Guarded by `lock`.
+    std::deque<Redirection> unread; // Redirections without a reader. Guarded by `lock`.
 };
 
-// Never destroyed: the reader goes on while the process ends.
+// The state is never destroyed: the reader's thread goes on while the process ends.
 State& state()
 {
     static auto& result = *new State;
@@ -75,7 +75,7 @@ void replaceStandardError(int descriptor)
     if (result < 0) fn::posix::fail("Standard error can not be redirected");
 }
 
-/// A process may have been started without: nothing else must then become descriptor 2.
+/// Opens descriptor 2 in a process that was started without it, so that no other file gets this number.
 void ensureStandardError()
 {
     if (::fcntl(STDERR_FILENO, F_GETFD) >= 0) return;
@@ -93,7 +93,7 @@ fn::FileDescriptor saveStandardError()
     return result;
 }
 
-/// What does not go there is lost: there is no other place to tell it.
+/// Text that cannot be written is lost: there is no other place to report it.
 void writeAll(const fn::FileDescriptor& saved, std::string_view text) noexcept
 {
     while (!text.empty()) {
@@ -101,7 +101,7 @@ void writeAll(const fn::FileDescriptor& saved, std::string_view text) noexcept
         if (count > 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
         } else if (count < 0 && errno == EAGAIN) {
-            // Whoever shares it has made it non-blocking; its reader is waited for all the same.
+            // Another process that shares the descriptor has made it non-blocking; this waits for its reader all the same.
             pollfd output { saved.get(), POLLOUT, 0 };
             ::poll(&output, 1, -1);
         } else {
@@ -110,7 +110,7 @@ void writeAll(const fn::FileDescriptor& saved, std::string_view text) noexcept
     }
 }
 
-/// Past `fn::unhandledException()`: what that logs is a new line for the callback that has just failed, without end.
+/// Does not use `fn::unhandledException()`, whose log line would be a new line for the callback that has just failed.
 void tellFailure(const fn::FileDescriptor& saved, const char* reason) noexcept
 {
     writeAll(saved, "A line of standard error could not be processed: ");
@@ -141,7 +141,7 @@ void deliver(const fn::FileDescriptor& saved, fn::String line)
     writeAll(saved, line);
 }
 
-/// Cuts what is read into lines. Each byte is looked at once, however long a line becomes.
+/// Cuts the bytes that were read into lines. Looks at each byte once, however long a line becomes.
 void takeChunk(const fn::FileDescriptor& saved, fn::String& pending, std::string_view chunk)
 {
     for (std::size_t lineFeed; (lineFeed = chunk.find('\n')) != chunk.npos; chunk.remove_prefix(lineFeed + 1)) {
@@ -174,7 +174,7 @@ void ConsoleLogPostProcessor::init()
     int ends[2];
     if (platform::_pipe(ends, 1, platform::_O_NOINHERIT) != 0) fn::posix::fail("There is no pipe for standard error");
     redirection.readEnd = fn::FileDescriptor(ends[0]);
-    // Descriptor 2 becomes its only copy: the reader ends when the process has given that up, too.
+    // Descriptor 2 becomes the only copy of the write end: the reader ends when the process has closed that one, too.
     const fn::FileDescriptor writeEnd(ends[1]);
     const int saved = redirection.saved.get();
     std::promise<void> end;
@@ -185,7 +185,7 @@ void ConsoleLogPostProcessor::init()
         unread.push_back(std::move(redirection));
         state().readers.push_back({ saved, end.get_future() });
     }
-    // Before descriptor 2 is replaced: without its reader the pipe would soon hold up everybody who writes.
+    // The thread starts before descriptor 2 is replaced: without a reader the pipe would soon block all writers.
     try {
         const PipeSignalBlocked blocked;
         std::thread([end = std::move(end)]() mutable {
@@ -199,7 +199,7 @@ void ConsoleLogPostProcessor::init()
         throw;
     }
     replaceStandardError(writeEnd.get());
-    // A report that ends the process would not make it through the pipe.
+    // A sanitizer's report may end the process before the thread has read it from the pipe.
     if (__sanitizer_set_report_fd)
         __sanitizer_set_report_fd(reinterpret_cast<void*>(static_cast<std::intptr_t>(saved)));
 }
@@ -213,7 +213,7 @@ void ConsoleLogPostProcessor::quit(fn::Duration most)
         reader = std::move(state().readers.back());
         state().readers.pop_back();
     }
-    replaceStandardError(reader.saved); // The pipe's last writer goes with that, in this process.
+    replaceStandardError(reader.saved); // Closes the last write end of the pipe in this process.
     reader.end.wait_for(std::chrono::microseconds(most.totalMicroseconds()));
 }
 

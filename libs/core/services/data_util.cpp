@@ -36,14 +36,14 @@ void logError(
 
 constexpr int noVersion = -1;
 
-/// The statement has ended on return: as long as it runs, nothing can be vacuumed.
+/// Ends its statement before it returns, since a running statement would keep VACUUM from working.
 int storedVersion(sqlite::Database& database)
 {
     sqlite::Statement selection(database, "select version from schema_version");
     return selection.executeStep() ? selection.getColumn(0).getInt(-1) : noVersion;
 }
 
-/// Whatever has failed before: as long as a schema is writable, a mistake of anybody's breaks the file.
+/// To be called also after a failure: while the schema is writable, any mistaken statement breaks the file.
 void protectSchema(sqlite::Database& database) noexcept
 {
     try {
@@ -72,7 +72,7 @@ struct DatabaseAccess::Connection {
 
     fn::Lock lock; // Guards the rest; ScopedConnections hold it for the whole of their scopes.
     std::unique_ptr<sqlite::Database> database; // Null while closed.
-    bool connected = false; // While an outermost ScopedConnection is alive.
+    bool connected = false; // Whether an outermost ScopedConnection exists.
 };
 
 /// The pending delayed close. Used on the loop's thread only, by tasks that share it: the last of them, posted by the
@@ -139,7 +139,7 @@ void DatabaseAccess::open()
         checkSchema();
         onDatabaseReady();
     } catch (...) {
-        database.reset(); // Else the next guard would find it open, and take it for ready.
+        database.reset(); // Otherwise the next guard would take the open connection for ready.
         throw;
     }
 }

@@ -19,11 +19,11 @@ namespace core {
 /// called on the thread that opens, with the lock held. Destroy the object on any thread, after its guards.
 class FN_EXPORT DatabaseAccess {
 public:
-    /// Declares that the code in its scope uses the connection.
+    /// Keeps the connection open and for this thread alone while it exists.
     class FN_EXPORT ScopedConnection {
     public:
-        /// Waits until no other thread has one, and opens the file where needed. Errors of opening:
-        /// `sqlite::SQLiteException`; those of the schema check are logged, and the connection stays open.
+        /// Waits until no other thread has a guard, and opens the file if it is closed. `sqlite::SQLiteException` if it cannot be
+        /// opened; errors of the schema check are logged, and the connection stays open.
         explicit ScopedConnection(DatabaseAccess& access);
         explicit ScopedConnection(DatabaseAccess* access);
         ScopedConnection(const ScopedConnection&) = delete;
@@ -33,11 +33,11 @@ public:
     private:
         void init();
 
-        bool _owner = false; // The outermost guard of its thread.
+        bool _owner = false; // Whether this is the outermost guard of its thread.
         DatabaseAccess& _access;
     };
 
-    /// Does not touch the file. `closeLoop` is where the delayed close runs; it outlives the object.
+    /// Does not touch the file. The delayed close runs on `closeLoop`, which outlives this object.
     DatabaseAccess(int currentVersion, const fn::String& path, fn::RunLoop& closeLoop = fn::RunLoop::defaultLoop());
     DatabaseAccess(const DatabaseAccess&) = delete;
     DatabaseAccess& operator=(const DatabaseAccess&) = delete;
@@ -55,23 +55,22 @@ protected:
     /// unusable: a schema that has them overrides this. Not inside of a transaction. A failure is thrown and may leave
     /// tables without their indices; the version stays stored, so that the next opening drops them again.
     virtual void dropSchema();
-    /// Makes the tables in an empty file. It runs again where the process died before the version was stored: tables
-    /// that may be there already are made with "if not exists".
+    /// Makes the tables in an empty file, with "if not exists": it runs again if the process has died before the version was
+    /// stored.
     virtual void initSchema() = 0;
     /// Turns a schema of version `from` into one of version `to` and calls `updateSchemaVersion()`, best both in one
-    /// `sqlite::Transaction`: a failure then leaves the file as it was. Default: drops it and makes it anew.
+    /// `sqlite::Transaction`: a failure then leaves the file as it was. Default: drops the schema and makes it anew.
     virtual void migrateSchema(int from, int to);
-    /// The file has been opened and its schema checked, well or not. Default: nothing. What it throws reaches whoever opens, and
-    /// closes the file again.
+    /// Called when the file has been opened and its schema checked, with success or not. Default: nothing. An exception closes the
+    /// file again and reaches the caller that opens it.
     virtual void onDatabaseReady();
-    /// For deriving classes to call with what SQLite refused. A malformed file is removed, so that the next opening
-    /// starts anew; nothing is done about other errors.
+    /// To be called by derived classes with an exception of SQLite. Removes a malformed file, so that the next opening starts anew;
+    /// does nothing about other errors.
     virtual void handleException(sqlite::SQLiteException& exception);
     virtual void
     updateSchemaVersion(); ///< Stores the version that the code expects, in the transaction going on if any.
 
-    /// Makes or migrates the schema where the version stored is not the one expected. Exceptions of the fn family are
-    /// logged.
+    /// Makes or migrates the schema if the stored version is not the expected one. Logs exceptions of the fn family.
     void checkSchema();
 
 private:
@@ -88,7 +87,7 @@ private:
     const int _currentVersion;
     const fn::String _path;
     const int _openFlags = 6; // SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
-    const std::shared_ptr<Connection> _connection; // With tasks of the loop.
+    const std::shared_ptr<Connection> _connection; // Shared with tasks of the loop.
     const std::shared_ptr<CloseTimer> _closeTimer;
 };
 

@@ -69,7 +69,7 @@ void Fraction::serialize(fn::OutputStream& stream) const
 Fraction Fraction::deserialize(fn::InputStream& stream)
 {
     fn::mpack::Deserializer deserializer(stream);
-    // Both are read before either is converted: the stream is at the same place whichever of them is refused.
+    // Both numbers are read before either is converted, so that the stream has the same position whichever is refused.
     const auto numerator = detail::nextField(deserializer, "numerator");
     const auto denominator = detail::nextField(deserializer, "denominator");
     return { numerator.to<std::int32_t>(), denominator.to<std::int32_t>() };

@@ -24,11 +24,11 @@ private:
     GMainContext* const _context = g_main_context_default();
     std::optional<fn::uv::TurnWatcher> _prepareWatcher;
     std::optional<fn::uv::Async> _pollDoneWakeUp;
-    std::optional<fn::uv::Async> _extraWakeUp; // Has the loop go round once more.
+    std::optional<fn::uv::Async> _extraWakeUp; // Makes the loop turn once more.
     std::optional<fn::uv::TurnWatcher> _checkWatcher;
-    bool _polling = false; // A wait is out.
-    bool _pollDone = false; // It has ended, and its results wait for doCheck().
-    std::shared_ptr<ContextWait> _wait; // The task on the pool has it, too.
+    bool _polling = false; // A wait is on the pool.
+    bool _pollDone = false; // The wait has ended, and its results wait for doCheck().
+    std::shared_ptr<ContextWait> _wait; // Shared with the task on the pool.
 };
 
 GMainContextIntegration::Private::Private(fn::uv::Loop& loop)
@@ -53,7 +53,7 @@ void GMainContextIntegration::Private::close()
 void GMainContextIntegration::Private::doPrepare()
 {
     if (_polling || _pollDone) return;
-    const fn::AutoPtr self(this); // What GLib asks of its sources may end us.
+    const fn::AutoPtr self(this); // A function of a GLib source may destroy this object.
     _polling = true;
     try {
         _wait->prepare();
@@ -77,7 +77,7 @@ void GMainContextIntegration::Private::doCheck()
 {
     _pollDone = false;
     if (_polling) return;
-    const fn::AutoPtr self(this); // A callback may end us.
+    const fn::AutoPtr self(this); // A callback may destroy this object.
     _wait->checkAndDispatch();
 }
 

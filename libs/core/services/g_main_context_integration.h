@@ -16,19 +16,18 @@ namespace core {
 /// default `fn::ThreadPool`, one wait at a time: only this thread or the loop's owns the context meanwhile, and nobody
 /// else iterates it. Without this object, or while the loop does not run, GLib's sources wait.
 ///
-/// One for the process, for whoever needs it first: `init()` and `quit()` are counted. Everything here belongs to the
-/// loop's thread.
+/// The process has one instance, from the first `init()` to the `quit()` that matches it. Belongs to the loop's thread.
 class FN_EXPORT GMainContextIntegration {
 public:
     /// The first call attaches the context to `loop`. Later ones only count, whatever loop they name.
     static void init(fn::uv::Loop& loop);
 
-    /// The call that matches the first `init()` detaches the context, at once: also inside a GLib callback. Those that GLib
-    /// has found ready together with it still run, and then none. A wait that is still out is ended and not waited for.
-    /// The loop may have gone before.
+    /// The call that matches the first `init()` detaches the context at once, also inside a GLib callback. Callbacks that GLib has
+    /// found ready together with that one still run, then none. A wait on the pool is ended, but this does not wait for its end.
+    /// The loop may be destroyed before.
     static void quit();
 
-    static GMainContextIntegration* instance() noexcept; ///< Null while nobody needs it.
+    static GMainContextIntegration* instance() noexcept; ///< Null while no `init()` counts.
 
     GMainContextIntegration(const GMainContextIntegration&) = delete;
     GMainContextIntegration& operator=(const GMainContextIntegration&) = delete;

@@ -30,8 +30,8 @@ constexpr uLong namedInUtf8 = 1 << 11;
 
 constexpr auto& category = fn::logging::category<"core.logArchive">;
 
-/// The file below minizip. From its first failure on, and once it is told so, it writes nothing and says that all is well:
-/// minizip frees everything only when it believes that.
+/// The file that minizip writes. After its first failure, or when it is told to, it writes nothing and reports success, since
+/// minizip frees everything only after success.
 class ArchiveFile {
 public:
     explicit ArchiveFile(const fn::String& path) : _descriptor(fn::FileDescriptor::write(path, onlyItsUser)) { }
@@ -41,7 +41,7 @@ public:
     void stopWriting() { _isWriting = false; }
     const fn::String& path() const { return _descriptor.path(); }
 
-    /// Throws the first failure.
+    /// Throws the exception of the first failure.
     void check() const
     {
         if (_error) fn::File::handleErrno(path(), _error);
@@ -76,7 +76,7 @@ void ArchiveFile::write(const char* data, std::size_t size)
 
 bool ArchiveFile::seek(std::uint64_t offset, int origin)
 {
-    if (origin != ZLIB_FILEFUNC_SEEK_SET) return false; // Never asked of a new archive.
+    if (origin != ZLIB_FILEFUNC_SEEK_SET) return false; // minizip never does that in a new archive.
     _position = offset;
     return true;
 }
@@ -100,7 +100,7 @@ zlib_filefunc64_def ArchiveFile::functions()
     return result;
 }
 
-/// An archive being written. One that is not closed stays behind as far as it got.
+/// An archive that is being written. If it is not closed, its incomplete file stays.
 class Archive {
 public:
     explicit Archive(const fn::String& path);
@@ -165,17 +165,17 @@ void Archive::close()
 void addLog(Archive& archive, const fn::DirectoryEntry& entry)
 try {
     const auto size =
-        fn::File(entry.path).info().size; // Before it is opened: then it can be a newer, shorter one only.
+        fn::File(entry.path).info().size; // Before the open: the file opened can only be a newer, shorter one.
     fn::FileInputStream content(fn::FileDescriptor::readRegular(entry.path));
     archive.add(entry.name, content, size + LogArchive::mostGrowthBytes);
 } catch (const fn::FileException& failure) {
-    // The rotation of logs has given the file its next name since it was listed: that one is still to come.
+    // The rotation has renamed the file since it was listed: its new name comes later.
     const auto* error = failure.find<fn::ErrnoInfo>();
     if (!error || *error != ENOENT || entry.kind != fn::FileKind::Regular) throw;
 }
 
-/// Rotation gives files higher numbers meanwhile, in the order in which they are added: what a log held before is under a
-/// name that comes later in the list, or under a new one, which the next list has.
+/// Meanwhile the rotation gives files higher numbers, in the order in which this adds them: a file that was renamed has a name
+/// that comes later in the list, or a new one, which the next list has.
 void addLogs(Archive& archive, const fn::String& folder)
 {
     std::set<fn::String> added;

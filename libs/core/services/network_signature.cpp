@@ -39,7 +39,7 @@ AdapterBuffer readAdapters()
         buffer = std::make_unique<std::byte[]>(size);
         error = GetAdaptersAddresses(AF_UNSPEC, flags, nullptr, adapters(buffer), &size);
     } else if (error == ERROR_SUCCESS) {
-        return nullptr; // No adapter fits four bytes.
+        return nullptr; // The buffer of the first call is too small for any adapter, so there is none.
     }
     if (error != ERROR_SUCCESS)
         throw with(fn::IOException("Could not get network adapters info"), fn::WinErrorInfo { error });
@@ -68,7 +68,7 @@ bool qualifies(const platform::IP_ADAPTER_ADDRESSES& adapter)
     return false;
 }
 
-/// The IPv4 ones, or all where there is none.
+/// The IPv4 gateways, or all if there is no such one.
 std::vector<fn::IPAddress> selectGateways(std::vector<fn::IPAddress> gateways)
 {
     const auto isIPv4 = [](const auto& gateway) { return gateway.family() == fn::IPAddress::Family::IPv4; };
@@ -92,7 +92,7 @@ fn::String hex(std::span<const std::uint8_t> bytes) { return fn::ByteArray(bytes
 
 } // namespace
 
-/// Belongs to the list; its handle, if any, can end it.
+/// An element of the list of listeners, which owns it. The listener's handle, if it has one, can end it.
 class NetworkSignature::Listener final : public fn::HandleTarget {
 public:
     Listener(NetworkSignature& owner, folly::Function<void(const fn::String&)> callback)
@@ -155,7 +155,7 @@ NetworkSignature::NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& 
     }
     loop.post(_lifetime.guard([this] {
         subscribe();
-        maybeUpdate(); // Something may have changed since.
+        maybeUpdate(); // The network may have changed since the constructor has looked.
     }));
 }
 
@@ -180,7 +180,7 @@ void NetworkSignature::removeListener(std::list<Listener>::iterator listener)
 {
     listener->markRemoved();
     if (_notifying > 0) return; // notify() removes it.
-    std::list<Listener> removed; // Its end may do anything.
+    std::list<Listener> removed; // Destroyed outside of the list, since its destructor may run any code.
     removed.splice(removed.end(), _listeners, listener);
 }
 
@@ -205,13 +205,13 @@ void NetworkSignature::notify()
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Notifying network signature change: {}", signature);
     const auto notification = ++_notifications;
     ++_notifying;
-    auto left = _listeners.size(); // Those that are added meanwhile come behind; none leaves.
+    auto left = _listeners.size(); // Listeners that are added meanwhile come behind these; none leaves the list.
     for (auto listener = _listeners.begin(); left > 0; ++listener, --left) {
         if (_notifications != notification) break; // A listener ran the loop, and all have heard of a later change.
         if (!listener->isRemoved()) listener->call(signature);
     }
     if (--_notifying > 0) return;
-    std::list<Listener> removed; // Their end may do anything.
+    std::list<Listener> removed; // Destroyed outside of the list, since their destructors may run any code.
     for (auto listener = _listeners.begin(); listener != _listeners.end();) {
         const auto current = listener++;
         if (current->isRemoved()) removed.splice(removed.end(), _listeners, current);

@@ -13,31 +13,31 @@
 namespace core {
 
 /// A short text that stands for the network which this machine is attached to: the addresses of its default gateways and
-/// the hardware addresses behind them, such as "c0a80101:001122334455"; several are joined with "/". It stays the same on
-/// the same network and changes with it. "??????:????????????" without any gateway, and when they can not be told.
+/// their hardware addresses, such as "c0a80101:001122334455"; several are joined with "/". It stays the same on the same
+/// network and changes with it. "??????:????????????" if there is no gateway, or the gateways can not be found out.
 ///
 /// A gateway whose hardware address this machine does not know yet has zeros for it. Therefore the text is computed anew
 /// not only when the system tells of a change but also 3, 6 and 10 seconds later.
 ///
-/// Belongs to the thread of its loop, for the process's own one the default loop: while that does not run, no change is seen.
-/// Each look asks the kernel and waits for its answers, two seconds at most for each; what goes wrong is logged and gives
-/// the text above.
+/// Belongs to the thread of its loop (for `instance()` the default loop): while the loop does not run, no change is seen. Each
+/// look asks the kernel and waits for its answers, two seconds at most for each; a failure is logged and gives the text with
+/// question marks.
 class FN_EXPORT NetworkSignature {
 public:
-    /// The process's own, made at the first call, which may come from any thread, and never destroyed.
+    /// The object of the process, made at the first call, which may come from any thread, and never destroyed.
     static NetworkSignature& instance();
 
-    /// One that looks at the network now and hears of changes once `loop` runs; both are the caller's.
+    /// Looks at the network now, and sees changes while `loop` runs. Borrows `loop` and `notifier`.
     NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& notifier);
     NetworkSignature(const NetworkSignature&) = delete;
     NetworkSignature& operator=(const NetworkSignature&) = delete;
-    ~NetworkSignature(); ///< Not in a listener.
+    ~NetworkSignature(); ///< Not to be called in a listener.
 
-    fn::String get() const { return _signature; } ///< Looks nothing up.
+    fn::String get() const { return _signature; } ///< The text of the latest look.
 
-    /// Calls `listener` with the new text after each change. The listeners are called in the order in which they came; a
-    /// listener may add and remove any of them, itself too, and one that is added is not told of the change that is
-    /// being told. An exception out of it goes to `fn::unhandledException()` and the next one is called.
+    /// Calls `listener` with the new text after each change. Listeners are called in the order in which they were added; a
+    /// listener may add and remove any of them, also itself, and an added one is not told of the present change. A
+    /// listener's exception goes to `fn::unhandledException()`, and the next listener is called.
     fn::Handle addChangeListener(folly::Function<void(const fn::String&)> listener);
 
     /// The gateways of the Ethernet and wireless adapters that have an IPv4 address others can reach, each once, in the
@@ -55,7 +55,7 @@ private:
     void removeListener(std::list<Listener>::iterator listener);
 
     fn::String _signature;
-    std::list<Listener> _listeners; // While they are being told the removed ones stay, marked.
+    std::list<Listener> _listeners; // While a change is told, removed listeners stay in the list, marked.
     fn::Handle _subscription;
     std::array<fn::Handle, 3> _rechecks;
 

@@ -25,7 +25,7 @@ void requireMap(const fn::Value& root)
     throw fn::with(fn::DataFormatException("The root of preferences is no map"), fn::DetailInfo { root.detailInfo() });
 }
 
-/// The file would hold it, but reading would make another value of it, or fail, and with it all that is in the file.
+/// Throws for maps with the key "__type__": the file would hold them, but reading it would change them or fail.
 void requireUntagged(const fn::Value& root)
 {
     std::vector<const fn::Value*> rest { &root };
@@ -62,7 +62,7 @@ void Preferences::save()
 
 void Preferences::saveInternal() const
 {
-    // Anything but a map would lose its first bytes to the transform, and with them the old file.
+    // The transform would cut the first bytes of any value but a map, and the old file would be lost.
     requireMap(_root);
     requireUntagged(_root);
     const auto temporary = _path + "-" + fn::UUIDGenerator::defaultGenerator().createOne().toString() + ".tmp";

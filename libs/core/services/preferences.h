@@ -11,8 +11,8 @@ namespace core {
 /// Values of the document may be boxed fractions, timestamps (to the second), byte arrays and typed byte arrays at any
 /// depth; the file holds them as maps with the key "__type__", which is therefore not free for other use.
 ///
-/// Belongs to one thread at a time. Several processes may share a file: each save replaces it whole, in one step, and with it
-/// what another has saved since `reload()`.
+/// Belongs to one thread at a time. Several processes may share a file: each save replaces the whole file in one step, also the
+/// changes that another process has saved since `reload()`.
 class FN_EXPORT Preferences {
 public:
     /// An empty document; the file is not read before `reload()`.

@@ -16,7 +16,7 @@ namespace core {
 /// One `fn::NamedMutex`, "NAME-USER": what that says of two runtime folders of one user holds here, too.
 class FN_EXPORT ProcessLock {
 public:
-    /// A name that is taken is no error. What else keeps it from being taken is `fn::IOException`.
+    /// A name that is taken already is no error. Any other failure to take it is `fn::IOException`.
     ProcessLock(const fn::String& name);
     ProcessLock(const ProcessLock&);
     ProcessLock& operator=(const ProcessLock&);

@@ -25,7 +25,7 @@ std::int64_t seek(const fn::FileDescriptor& file, std::int64_t offset, int origi
     return position;
 }
 
-/// Hashes the whole buffer. What the file does not fill, because it has shrunk meanwhile, counts as zeros.
+/// Hashes the whole buffer. The part that the file does not fill, since it has shrunk meanwhile, counts as zeros.
 void hashStretch(fn::SHA1Engine& engine, const fn::FileDescriptor& file, std::int64_t offset, int origin,
     std::span<std::uint8_t> buffer)
 {
@@ -52,7 +52,7 @@ void hashSize(fn::SHA1Engine& engine, std::int64_t size)
 
 fn::String ResourceHash::forFile(const fn::String& path)
 {
-    // A pipe without a writer would block here; as it is, nobody can seek in it.
+    // Without O_NONBLOCK a pipe without a writer would block here; so the seek in it fails.
     const fn::FileDescriptor file(fn::posix::open(path, O_RDONLY | O_NONBLOCK, 0), path);
     if (!file) fn::File::handleErrno(path);
 

@@ -14,10 +14,10 @@ using platform::ES_SYSTEM_REQUIRED;
 using platform::SetThreadExecutionState;
 
 constexpr auto site = "libs/core/sleep_preventer";
-/// Of one process, and of the thread of its run loop.
+/// The SleepPreventers of one process, which live on the thread of its run loop.
 struct Holders {
     int count = 0;
-    platform::EXECUTION_STATE previousState = 0; // In force before the first one; 0 is unknown.
+    platform::EXECUTION_STATE previousState = 0; // The state before the first of them; 0 if unknown.
 };
 
 Holders& holders()
@@ -40,7 +40,7 @@ void addHolder()
 
 } // namespace
 
-// Objects carry no data, so one that was made on the wrong thread counts, too: its end will be counted.
+// The objects have no data. One that was made on the wrong thread is counted, too, since its end will be.
 SleepPreventer::SleepPreventer() { addHolder(); }
 SleepPreventer::SleepPreventer(const SleepPreventer&) { addHolder(); }
 SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept { return *this; }

@@ -4,7 +4,7 @@
 namespace core {
 namespace {
 
-// Who iterates the context beside us (nobody should) takes its wake-ups: we look again by ourselves, at most so seldom.
+// Other code that iterates the context (none should) would take its wake-ups: this one therefore looks again after so long at most.
 constexpr int longestPatience = 100; // Milliseconds.
 
 /// A number that goes up by one with each source attached, this function's own included. Only for the context's owner.
@@ -78,7 +78,7 @@ void ContextWait::poll()
 
 void ContextWait::checkAndDispatch()
 {
-    // Forgotten before, as a callback may run the loop, and that prepare and start the next wait.
+    // The count is reset first: a callback may run the loop, which prepares and starts the next wait.
     const int count = std::exchange(_count, 0);
     if (count <= 0) return;
     const ContextOwnership ownership(_context);

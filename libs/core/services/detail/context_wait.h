@@ -22,8 +22,8 @@ private:
     const bool _isOwner;
 };
 
-/// One wait for a context's descriptors at a time: what the loop's thread prepares and evaluates, and a thread of a pool
-/// waits for. Shared with the task on the pool, which may be there for longer than who started it.
+/// One wait at a time for the descriptors of a context: the loop's thread prepares and evaluates it, a thread of a pool waits. The
+/// task on the pool shares this object, since it may outlive the code that has started it.
 ///
 /// From `prepare()` until `isOver()` the loop's thread leaves all members alone but those under `_lock`.
 class ContextWait {
@@ -35,7 +35,7 @@ public:
     /// Has GLib prepare its sources and say what to wait for. Loop thread.
     void prepare();
 
-    /// Waits for it, then sends the wake-up. Pool thread.
+    /// Waits for the descriptors, then sends the wake-up. Pool thread.
     void wait();
 
     /// Whether the latest wait has ended, and this object is the loop's thread's again.
@@ -44,7 +44,7 @@ public:
     /// Has GLib find out which sources are ready, and dispatches these, after a wait. Loop thread.
     void checkAndDispatch();
 
-    /// Ends a wait that is out, or has it end as soon as it begins. No wake-up is sent afterwards. Loop thread.
+    /// Ends a wait, also one that is still to begin on the pool. No wake-up is sent afterwards. Loop thread.
     void abandon();
 
 private:
@@ -59,7 +59,7 @@ private:
     GPollFD* _descriptors = static_cast<GPollFD*>(g_malloc0_n(20, sizeof(GPollFD)));
     int _timeout = 0; // Milliseconds; negative: none.
     guint _sourcesSeen = 0; // See `sourceCounter()`.
-    int _patience = 1; // Milliseconds until the next try, while somebody else owns the context.
+    int _patience = 1; // Milliseconds until the next try, while another thread owns the context.
 
     std::atomic<bool> _isOver { true };
     std::mutex _lock;

@@ -25,12 +25,12 @@ public:
     BufferImage(Format format, std::uint32_t width, std::uint32_t height, std::array<unsigned int, 3> strides,
         std::array<fn::ByteArray, 3> planes, const Fraction& pixelAspectRatio);
 
-    /// A JPEG stream, which is copied. The size is what it says it will decode to; it is not looked into.
+    /// Copies a JPEG stream. `width` and `height` are those of the decoded image; the stream is not checked against them.
     BufferImage(std::uint32_t width, std::uint32_t height, fn::ByteView jpeg, Fraction pixelAspectRatio);
 
     /// A copy of all bytes, with the same strides. Bytes that `other` counts but has not (`readableSize()`) are zero.
     explicit BufferImage(const Image& other);
-    BufferImage(const BufferImage& other); ///< The same: the copies share nothing.
+    BufferImage(const BufferImage& other); ///< Copies all bytes likewise: the images share nothing.
 
     Format format() const override { return _format; }
     std::uint32_t width() const override { return _width; }

@@ -102,7 +102,7 @@ private:
     const Fraction _ratio;
 };
 
-/// For the viewers that are handed out as const images only.
+/// For views of a const image, which are given out as const images only.
 Image& withoutConst(const Image& image) { return const_cast<Image&>(image); }
 
 } // namespace

@@ -11,14 +11,14 @@ namespace core {
 /// Pixels in up to three planes, or a compressed JPEG stream. Rectangles and other aspect ratios of an image are images,
 /// too: they share its pixels and keep it alive.
 ///
-/// An image may be held, read and released on any thread. Who writes pixels sees to it that nobody else uses them
+/// An image may be held, read and released on any thread. Code that writes pixels must make sure that no other thread uses them
 /// meanwhile; `mutableData()` counts as writing.
 ///
-/// Wherever a plane is asked for, it is one below `planeCount()`.
+/// An argument `plane` is always below `planeCount()`.
 class FN_EXPORT Image : public fn::RefCountedObject {
 public:
-    /// Values are stored. Any other value is a format without planes. What the channels of the packed formats
-    /// mean is agreed between those who make images and those who use them.
+    /// The values are stored in files. Any other value is a format without planes. Makers and users of images agree on the
+    /// meaning of the channels in packed formats.
     enum class Format {
         JPEG = 1, ///< The compressed stream is plane 0.
         PACKED_8 = 2,
@@ -46,8 +46,8 @@ public:
     virtual std::size_t size(unsigned int plane) const = 0; ///< Bytes of the plane.
     virtual Fraction pixelAspectRatio() const = 0; ///< Width of a pixel by its height.
 
-    /// How many of the `size()` bytes may be read: fewer where the image is a rectangle of another one that ends in that
-    /// one's last rows, since whole strides are counted. Default: all of them.
+    /// How many of the `size()` bytes may be read. Fewer than all in a rectangle that ends in the last rows of its image, since
+    /// `size()` counts whole strides. Default: all of them.
     virtual std::size_t readableSize(unsigned int plane) const;
 
     unsigned int planeCount() const { return planeCountForFormat(format()); }
@@ -65,7 +65,7 @@ public:
     std::uint32_t displayHeight() const; ///< See `displayWidth()`.
 
     /// A rectangle of this image, sharing its pixels. Subsampled planes begin at the position divided and truncated. No
-    /// bounds are checked: the rectangle lies inside of this image. One of a JPEG stream, which has no rows, has no bytes.
+    /// bounds are checked: the rectangle must lie inside of this image. A rectangle of a JPEG stream has no bytes.
     fn::AutoPtr<Image> subImage(std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height);
     fn::AutoPtr<const Image> subImage(
         std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height) const;

@@ -1,4 +1,4 @@
-// Copies of images with margins. Rows move whole: this is as fast as memory, or nearly so.
+// Copies of images with margins. Whole rows are copied, nearly as fast as the memory allows.
 #include "base/exceptions.h"
 #include "core/services/image/buffer_image.h"
 #include "core/services/image/detail/plane_size.h"
@@ -37,10 +37,10 @@ public:
 
 private:
     const bool _isByte;
-    unsigned char _pixel[4]; // Four times the byte, if a pixel is one.
+    unsigned char _pixel[4]; // Four times the same byte, if a pixel has one byte.
 };
 
-/// One plane of the source, and where it comes to lie in the copy.
+/// One plane of the source, and its place in the copy.
 struct Plane {
     Plane(const Image& image, unsigned int plane, const Margins& margins, unsigned int fill);
     fn::ByteArray copy() const;
@@ -78,7 +78,7 @@ Plane::Plane(const Image& image, unsigned int plane, const Margins& margins, uns
 fn::ByteArray Plane::copy() const
 {
     fn::ByteArray bytes;
-    if (size == 0) return bytes; // It may have billions of rows.
+    if (size == 0) return bytes; // Such a plane may have billions of rows.
     bytes.resizeUninitialized(size); // Each byte is written below.
     auto* const first = bytes.mutableData();
     const auto before = topRows * stride;

@@ -3,7 +3,7 @@
 
 namespace core {
 
-/// What is added around an image, in pixels of its plane 0.
+/// The widths of the margins that are added around an image, in pixels of its plane 0.
 struct Margins {
     std::uint32_t left = 0;
     std::uint32_t top = 0;

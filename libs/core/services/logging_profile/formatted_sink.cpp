@@ -10,8 +10,8 @@ namespace {
 constexpr auto lineCharacters = FormattedSink::lineCharacters;
 constexpr std::size_t leastIndent = 47;
 
-/// The local date and time, to the second. Most messages come in the same second as the thread's last one, and finding
-/// out what the zone says costs more than to write the header.
+/// The local date and time, to the second. Keeps the last result of each thread, since most messages come in the same second as
+/// the one before, and asking for the time zone costs more than writing the header.
 fn::DateTime localFields(fn::Duration sinceEpoch)
 {
     thread_local std::int64_t lastSecond = INT64_MIN;
@@ -39,14 +39,14 @@ std::string_view priorityLabel(int priority)
     }
 }
 
-/// "dispatcher" of "libs/core/ipc/dispatcher.cpp", whichever way the slashes lean.
+/// "dispatcher" of "libs/core/ipc/dispatcher.cpp", with slashes of either kind.
 std::string_view sourceName(std::string_view file)
 {
     const auto name = file.substr(file.find_last_of("/\\") + 1);
     return name.substr(0, name.rfind('.'));
 }
 
-/// Text that grows without allocating as long as it is of the usual size.
+/// A text that allocates only when it grows beyond the usual size.
 using Buffer = fmt::memory_buffer;
 
 void append(Buffer& buffer, std::string_view text) { buffer.append(text.data(), text.data() + text.size()); }
@@ -57,7 +57,7 @@ void putTwoDigits(char* at, int number)
     at[1] = static_cast<char>('0' + number % 10);
 }
 
-/// "12:34:56 INF 0a dispatcher:212". By hand: a format string would cost more than all else that is done here.
+/// "12:34:56 INF 0a dispatcher:212". Written without a format string, which would cost more than all the rest.
 void appendHeader(Buffer& entry, const fn::DateTime& local, const fn::logging::Message& message)
 {
     char start[] = "hh:mm:ss PRI ";
@@ -74,8 +74,8 @@ void appendHeader(Buffer& entry, const fn::DateTime& local, const fn::logging::M
     append(entry, { line.data(), line.size() });
 }
 
-/// Bytes of the UTF-8 character at `offset`. A byte that begins none counts as a character, so that a line of nothing
-/// else is wrapped too.
+/// Bytes of the UTF-8 character at `offset`. A byte that begins no character counts as one, so that a line of such bytes is
+/// wrapped, too.
 std::size_t characterBytes(std::string_view text, std::size_t offset)
 {
     const auto first = static_cast<unsigned char>(text[offset]);
@@ -101,7 +101,7 @@ bool canBreakAfter(std::string_view text, std::size_t offset)
     }
 }
 
-/// Where the line that begins at `begin` ends.
+/// The end of the line that begins at `begin`.
 std::size_t lineEnd(std::string_view text, std::size_t begin)
 {
     // Most lines end here, and characters need not be counted.
@@ -159,7 +159,7 @@ FormattedSink::~FormattedSink() = default;
 void FormattedSink::announceDay(const fn::DateTime& local)
 {
     const std::int32_t day = (local.year() * 16 + local.month()) * 32 + local.day();
-    // Of the threads that find a new day one writes the line; what the others log may stand before it.
+    // If several threads see the new day at once, one writes the line; messages of the others may stand before it.
     if (_lastDay.load() == day || _lastDay.exchange(day) == day) return;
     _target->write(
         fmt::format("\r\n>>>>>> {:04}-{:02}-{:02} <<<<<<\r\n\r\n", local.year(), local.month(), local.day()));

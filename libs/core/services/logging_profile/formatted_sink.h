@@ -15,8 +15,8 @@ namespace core {
 ///
 ///     12:34:56 INF 0a dispatcher:212  - - - - - - - - Module 3 has connected
 ///
-/// A line with the date stands before the first message of each day. Control characters of a text are written as they
-/// are; what follows a line feed is indented, so a text cannot pass for a message of its own. Thread-safe.
+/// A line with the date stands before the first message of each day. Control characters of a text are written as they are, but
+/// its lines after the first are indented, so that none of them looks like a message. Thread-safe.
 class FN_EXPORT FormattedSink final : public fn::logging::Sink {
 public:
     static constexpr std::size_t lineCharacters = 140;

@@ -13,11 +13,11 @@
 
 namespace core {
 
-/// One destination of log messages, and which messages go there. As made it takes none: its root threshold is 0.
+/// One destination of log messages, and the choice of messages that go there. A new profile takes none: its root threshold is 0.
 ///
-/// `log()` and the const accessors may be called by several threads at once, but not while one of them changes the
-/// profile: it is set up before its sink gets messages. A profile that is changed later (no message may be under way)
-/// counts from the next `fn::logging::CategoryManager::reload()`.
+/// `log()` and the const accessors may be called by several threads at once, but not while one of them changes the profile: a
+/// profile is set up before its sink gets messages. A later change (while no message is being logged) counts from the next
+/// `fn::logging::CategoryManager::reload()`.
 class FN_EXPORT LoggingProfile final : public fn::RefCountedObject {
 public:
     using Priority = fn::logging::Message::Priority;
@@ -31,7 +31,7 @@ public:
     const fn::String& description() const noexcept { return _description; } ///< For people.
     void setDescription(fn::String description) { _description = std::move(description); }
 
-    /// The name of the file that it was read from, without folder. It chooses the destination.
+    /// The name of the profile's file, without folder. It decides the destination.
     const fn::String& fileName() const noexcept { return _fileName; }
     void setFileName(fn::String fileName) { _fileName = std::move(fileName); }
 
@@ -44,7 +44,7 @@ public:
     bool verbose() const noexcept { return _verbose; } ///< Used only while verbose logging is allowed.
     void setVerbose(bool verbose) { _verbose = verbose; }
 
-    /// The highest priority number taken of categories without a threshold, their parents included.
+    /// The highest priority number that is taken of a category, if neither it nor a parent has a threshold.
     Priority rootThreshold() const noexcept { return _rootThreshold; }
     void setRootThreshold(Priority priority) { _rootThreshold = priority; }
 
@@ -56,11 +56,11 @@ public:
     /// in the category's name do not matter.
     Priority threshold(const fn::logging::Category& category) const;
 
-    /// Texts of tags. Where there are allowed ones no other is taken; the empty text stands for messages without a tag.
+    /// Texts of tags. If there are any, only their messages are taken; the empty text stands for messages without a tag.
     std::vector<fn::String>& allowedTags() noexcept { return _allowedTags; }
     const std::vector<fn::String>& allowedTags() const noexcept { return _allowedTags; }
 
-    /// Wins over `allowedTags()`.
+    /// Texts of tags whose messages are not taken, even if `allowedTags()` has them.
     std::vector<fn::String>& forbiddenTags() noexcept { return _forbiddenTags; }
     const std::vector<fn::String>& forbiddenTags() const noexcept { return _forbiddenTags; }
 
@@ -69,7 +69,7 @@ public:
     void addFilter(const fn::String& text);
     bool hasFilter(const fn::String& text) const;
 
-    /// Who writes what the profile takes.
+    /// The sink that writes the messages which the profile takes.
     const fn::AutoPtr<fn::logging::Sink>& sink() const noexcept { return _sink; }
     void setSink(fn::AutoPtr<fn::logging::Sink> sink); ///< Null is reported as a broken invariant and changes nothing.
 
@@ -92,7 +92,7 @@ private:
     std::vector<fn::String> _allowedTags;
     std::vector<fn::String> _forbiddenTags;
     std::set<fn::String> _filters;
-    std::set<std::uint32_t> _filterHashes; // Of `_filters`: most texts are told apart without comparing them.
+    std::set<std::uint32_t> _filterHashes; // Hashes of `_filters`, which spare comparing most texts.
     fn::AutoPtr<fn::logging::Sink> _sink;
 };
 

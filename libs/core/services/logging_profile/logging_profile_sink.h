@@ -16,15 +16,15 @@ public:
     using Priority = LoggingProfile::Priority;
 
     static constexpr std::uint64_t logFileBytes = 1'048'576; ///< A log of this size makes way for a new one.
-    static constexpr int logFileCount = 9; ///< So many are kept of each, the current one among them.
+    static constexpr int logFileCount = 9; ///< So many files are kept of each log, the current one included.
 
-    /// Without profiles. `baseName` is what the names of its log files begin with.
+    /// Makes a sink without profiles. The names of its log files begin with `baseName`.
     explicit LoggingProfileSink(const fn::String& baseName);
 
-    fn::ObjectVector<LoggingProfile> profiles() const; ///< In use, enabled or not, in the order of their file names.
+    fn::ObjectVector<LoggingProfile> profiles() const; ///< Also those not enabled, in the order of their file names.
 
-    /// Reads the profiles of the folder and uses them from now on. What fails goes to `fn::unhandledException()`: a file
-    /// that can not be read is left out; if the folder can not be read the profiles stay as they were.
+    /// Reads the profiles of the folder and uses them from now on. Failures go to `fn::unhandledException()`: a file that can not
+    /// be read is left out; if the folder can not be read, the profiles stay as they were.
     void reload(const fn::String& directory);
 
     bool allowVerboseLogging() const noexcept { return _allowVerboseLogging.load(std::memory_order_relaxed); }
@@ -39,7 +39,7 @@ public:
     void logMessage(const fn::logging::Category& category, const fn::logging::Message& message) override;
 
 private:
-    /// What one reload brings. Immutable.
+    /// The result of one reload. Immutable.
     struct Generation {
         fn::ObjectVector<LoggingProfile> profiles;
         Priority maxRootThreshold = static_cast<Priority>(0);

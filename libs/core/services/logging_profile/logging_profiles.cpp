@@ -16,7 +16,7 @@ constexpr auto consoleVariable =
     "CORE_CONSOLE_LOG"; // By the environment, since that reaches a process before its first message.
 constexpr auto allowVerboseMessage = "com.tidewerk.logging-profile.allow-verbose-logging";
 
-/// Shows what goes wrong before there are profiles.
+/// Shows errors that happen before there are profiles.
 class FallbackSink final : public fn::logging::Sink {
 public:
     int threshold(const fn::logging::Category&) const override { return fn::logging::Warning; }
@@ -44,7 +44,7 @@ private:
     const fn::AutoPtr<fn::logging::Sink> _sink;
 };
 
-/// A body that is no boolean leaves things as they are: any process may post one.
+/// A body that is no boolean changes nothing: any process may post one.
 void adoptVerboseLogging(LoggingProfileSink& sink, const fn::Value& body)
 {
     try {
@@ -67,7 +67,7 @@ void followVerboseLogging(const fn::AutoPtr<LoggingProfileSink>& sink)
 void applyConsoleThreshold(LoggingProfileSink& sink, const fn::String& priority)
 {
     for (const auto& profile : sink.profiles()) {
-        if (!profile->fileName().toLower().startsWith("console")) continue; // There is one at most.
+        if (!profile->fileName().toLower().startsWith("console")) continue; // There is at most one for the console.
         profile->setEnabled(true);
         profile->setRootThreshold(static_cast<LoggingProfile::Priority>(priority.toInt(fn::logging::Warning)));
     }

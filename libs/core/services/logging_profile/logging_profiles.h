@@ -7,13 +7,13 @@ namespace core {
 /// calls give the same sink and ignore `baseName`. Call it once the application's folders are known, on the main thread.
 FN_EXPORT fn::AutoPtr<LoggingProfileSink> initLoggingProfiles(const fn::String& baseName);
 
-/// Has the profile of the console take messages up to this priority, whatever its file says: what a program's option for
-/// more output does. In this process, and in those that are started from now on. After `initLoggingProfiles()`, before other
+/// Makes the console's profile take messages up to this priority, whatever its file says, as for a program's option for more
+/// output; in this process, and in those that it starts from now on. To be called after `initLoggingProfiles()`, before other
 /// threads log.
 FN_EXPORT void setConsoleThreshold(int priority);
 
-/// Lets verbose profiles take messages, or not, in every process of the application, also in those that start later.
-/// Reaches other processes where this one's message bus does. Thread-safe.
+/// Lets verbose profiles take messages, or not, in every process of the application, also in those that start later. Other
+/// processes are told by the message bus, if this process is connected to it. Thread-safe.
 FN_EXPORT void setEnableVerboseLogging(bool enable);
 FN_EXPORT bool isVerboseLoggingEnabled(); ///< In this process. After `initLoggingProfiles()`.
 

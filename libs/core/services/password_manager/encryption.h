@@ -4,14 +4,14 @@
 
 namespace core {
 
-/// How a password manager turns a secret into the text that it stores, and back. This one leaves both as they are: for
-/// tests, or for stores that are protected otherwise.
+/// Turns a secret into the text that a password manager stores, and back. This base class changes nothing: it is for tests, and
+/// for stores that are protected in another way.
 class FN_EXPORT Encryption {
 public:
-    /// The text to store for `text`. Does not throw for what it can not encrypt: the result is then empty.
+    /// The text to store for `text`; empty if that can not be encrypted, without an exception.
     virtual fn::String encrypt(std::string_view text);
 
-    /// The secret that `text` stands for; empty where that fails. Never throws because of what `text` holds.
+    /// The secret that `text` stands for; empty if it can not be decrypted, without an exception.
     virtual fn::String decrypt(std::string_view text);
 
     virtual ~Encryption();

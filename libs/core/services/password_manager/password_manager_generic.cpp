@@ -10,7 +10,7 @@ namespace {
 
 fn::String groupPath(std::string_view group) { return fn::String("passwords.") + group; }
 
-/// The file would hold other text for a name that is no UTF-8, and what is stored would never be found.
+/// Whether the file would keep `name` as it is. A name that is no UTF-8 would change, and its secret would never be found.
 bool comesBack(std::string_view name)
 {
     fn::ByteArray text;
@@ -20,8 +20,8 @@ bool comesBack(std::string_view name)
     return fn::json::deserialize(text.view()) == fn::Value(name);
 }
 
-/// A map with the key "__type__" is something else for the preferences file. It could be written, but not be read again, and
-/// all that is stored would be lost.
+/// A map with the key "__type__" marks a boxed value in the preferences file. It could be written but not read again, and all
+/// secrets would be lost.
 void requireStorable(std::string_view name)
 {
     const char* problem = nullptr;
@@ -50,7 +50,7 @@ void PasswordManagerGeneric::setPassword(std::string_view group, std::string_vie
     _preferences.save();
 }
 
-/// The text to store, which must come back as it is: what stands in its place now would be lost for nothing.
+/// The text to store. Checks that the file will keep it as it is, before it replaces the former secret.
 fn::String PasswordManagerGeneric::encrypted(std::string_view password)
 {
     fn::String reason;
@@ -70,7 +70,7 @@ fn::String PasswordManagerGeneric::getPassword(std::string_view group, std::stri
     try {
         _preferences.reload();
     } catch (const fn::DataFormatException&) {
-        // Nobody could store anything in a damaged file; what was known of it before is the best there is.
+        // A damaged file would refuse all secrets, so the last known contents replace it.
         _preferences.save();
     }
     const auto* const secrets = std::as_const(_preferences.root()).valueForPathIfExists(groupPath(group));

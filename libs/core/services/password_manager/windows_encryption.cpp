@@ -13,7 +13,7 @@ constexpr int lineLength = 72;
 
 constexpr auto& category = fn::logging::category<"core.password">;
 
-/// What one of the calls gives back; wiped and freed at the end.
+/// The result of one of the calls; wiped and freed at the end.
 class Output {
 public:
     Output() = default;

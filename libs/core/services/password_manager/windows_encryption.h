@@ -3,8 +3,8 @@
 
 namespace core {
 
-/// Secrets as Base64 text of what `platform::CryptProtectData()` makes of them: only the current user can read them again,
-/// for as long as the user's protection key exists. What that guards against, and what not, is said there.
+/// Stores secrets as the Base64 text of the result of `platform::CryptProtectData()`: only the current user can read them, while
+/// the user's protection key exists. That function's header tells what this guards against.
 ///
 /// Failures are logged in the category "core.password" and give the empty text. Thread-safe.
 class FN_EXPORT WindowsEncryption : public Encryption {

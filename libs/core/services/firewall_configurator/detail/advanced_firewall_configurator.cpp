@@ -143,7 +143,7 @@ try {
     if (!initialize(true)) return failure(detail::elevationMissing);
     ComPtr<INetFwRules> rules;
     if (!getRules(rules)) return false;
-    LONG current = 0; // Asked for as a sign of life only: the rule is for all of them.
+    LONG current = 0; // Unused: the call only tests whether the firewall answers. The rule is for all profiles.
     if (FAILED(_policy->get_CurrentProfileTypes(&current))) {
         return failure("Can't retrieve firewall profile types!");
     }

@@ -5,7 +5,7 @@
 
 namespace core {
 
-/// By rules with a direction.
+/// The configurator for the newer interface: rules with a direction.
 class AdvancedFirewallConfigurator final : public FirewallConfigurator {
 public:
     bool initialize(bool elevated) override;

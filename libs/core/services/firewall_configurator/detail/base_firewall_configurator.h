@@ -5,10 +5,10 @@
 
 namespace core {
 
-/// By the list of authorized applications.
+/// The configurator for the older interface: a list of authorized applications.
 class BaseFirewallConfigurator final : public FirewallConfigurator {
 public:
-    /// Where it fails, COM stays initialized until the next call.
+    /// After a failure COM stays initialized until the next call.
     bool initialize(bool elevated) override;
     bool isFirewallEnabled(bool& enabled) override;
     bool isApplicationAuthorized(bool& inbound, bool& outbound, const fn::String& applicationPath) override;
@@ -21,7 +21,7 @@ private:
     bool open(bool elevated);
     bool getApplications(detail::ComPtr<platform::INetFwAuthorizedApplications>& applications);
 
-    // All three or none.
+    // Either all three are set or none.
     detail::ComPtr<platform::INetFwMgr> _manager;
     bool _elevated = false;
     detail::ComPtr<platform::INetFwPolicy> _policy;

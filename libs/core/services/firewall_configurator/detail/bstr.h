@@ -7,7 +7,7 @@ namespace core::detail {
 class Bstr {
 public:
     Bstr() = default;
-    /// Empty afterwards if there is no memory for it. What is no UTF-8 becomes U+FFFD.
+    /// Empty if there is no memory for the text. Bytes that are no UTF-8 become U+FFFD.
     explicit Bstr(const fn::String& text) : _text(platform::allocText(text)) { }
     Bstr(const Bstr&) = delete;
     Bstr& operator=(const Bstr&) = delete;
@@ -15,7 +15,7 @@ public:
 
     platform::BSTR get() const noexcept { return _text; }
     explicit operator bool() const noexcept { return _text != nullptr; }
-    platform::BSTR* receive() noexcept { return &_text; } ///< Where a call puts a text. Once, and into an empty one.
+    platform::BSTR* receive() noexcept { return &_text; } ///< A call puts a text here, once, if this is empty.
 
 private:
     platform::BSTR _text = nullptr;

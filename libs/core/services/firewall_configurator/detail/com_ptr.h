@@ -31,7 +31,7 @@ public:
     T* operator->() const noexcept { return _object; }
     explicit operator bool() const noexcept { return _object != nullptr; }
 
-    /// Where a call puts the reference that it gives; gives up the one before.
+    /// The place for a call to put a reference that it gives. Releases the present one.
     T** receive() noexcept
     {
         reset();
@@ -42,7 +42,7 @@ private:
     T* _object = nullptr;
 };
 
-/// The object as another interface; empty if it has none such.
+/// Another interface of the object; empty if the object does not have it.
 template <typename T> ComPtr<T> queryInterface(platform::IUnknown& object, platform::REFIID iid)
 {
     void* found = nullptr;

@@ -4,13 +4,13 @@
 
 namespace core::detail {
 
-/// An instance's own use of COM: the last result of `CoInitializeEx()`, or this if it has none to undo.
+/// The result that stands for an instance which has no `CoInitializeEx()` of its own to undo.
 inline constexpr platform::HRESULT comNotInitialized = platform::E_FAIL;
 
 /// Makes COM usable and says whether it is. Sets `result`.
 bool initializeCom(platform::HRESULT& result);
 
-/// Undoes an `initializeCom()` that was this instance's own, once.
+/// Undoes the `initializeCom()` that has set `result`, once.
 void uninitializeCom(platform::HRESULT& result);
 
 /// Makes an object of this process, or one with an administrator's rights if the user agrees.
@@ -19,7 +19,7 @@ platform::HRESULT createElevated(platform::REFCLSID clsid, platform::REFIID iid,
 
 inline constexpr bool notElevated = false;
 
-/// The same, owned. Success always means that there is one.
+/// Makes an object likewise, and owns it. After success `object` is never empty.
 template <typename T>
 platform::HRESULT create(bool elevated, platform::REFCLSID clsid, platform::REFIID iid, ComPtr<T>& object)
 {

@@ -14,10 +14,10 @@ inline constexpr auto pathNotText = "Conversion of process file name string fail
 /// Logs why an operation fails, as from where it is called. False, as the operation's result.
 bool failure(const char* message, const std::source_location& where = std::source_location::current());
 
-/// Inside a catch block: logs what an operation was not to throw. False, as the operation's result.
+/// To be called in a catch block: logs the exception. False, as the operation's result.
 bool caught() noexcept;
 
-/// A result as "0x%08lx" takes it, wherever `long` is wider.
+/// A result as an argument for "0x%08lx", also where `long` is wider.
 inline unsigned long printable(platform::HRESULT result) { return static_cast<std::uint32_t>(result); }
 
 } // namespace core::detail

@@ -8,7 +8,7 @@ using namespace platform;
 
 namespace {
 
-/// A variant that is cleared at the end.
+/// A variant that is cleared at the end of its scope.
 struct ScopedVariant : VARIANT {
     ScopedVariant() { VariantInit(this); }
     ScopedVariant(const ScopedVariant&) = delete;

@@ -6,7 +6,7 @@
 
 namespace core::detail {
 
-/// What is of interest in a firewall's rule.
+/// The values of a firewall's rule that the configurator looks at.
 struct RuleValues {
     fn::String name;
     fn::String applicationName;

@@ -5,11 +5,11 @@
 
 namespace core {
 
-/// A profile longer than this is none: `fn::RangeException`.
+/// The most bytes of a profile; a longer file gives `fn::RangeException`.
 inline constexpr std::size_t loggingProfileBytes = 1 << 20;
 
-/// Sets in `profile` what the lines of a profile file say (docs/logging.md); what is no setting is skipped. A later line
-/// replaces what an earlier one set, and adds to lists.
+/// Applies the lines of a profile file to `profile` (docs/logging.md), and skips lines that are no settings. A later line
+/// replaces the setting of an earlier one, or adds to its list.
 void readLoggingProfile(fn::InputStream& stream, LoggingProfile& profile);
 
 } // namespace core
