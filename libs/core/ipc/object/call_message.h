@@ -2,7 +2,7 @@
 #include "foundation/value.h"
 #include <cstdint>
 
-/// What callable objects say to each other: maps with these keys, as the payload of a MESSAGE.
+/// Keys and types of the maps that callable objects send each other, as the payload of a MESSAGE.
 namespace ipc::call {
 
 inline constexpr const char* TYPE = "TYPE"; ///< One of the following five.
@@ -21,7 +21,7 @@ inline constexpr const char* ERROR = "ERROR";
 
 inline bool isText(const fn::Value& value, std::string_view text) { return value.isString() && value.string() == text; }
 
-/// A call with this id, or without one, is not answered.
+/// A call with this id, or without an id, gets no answer.
 inline constexpr std::uint32_t NO_REQUEST_ID = 0xFFFFFFFF;
 
 } // namespace ipc::call

@@ -12,14 +12,14 @@ std::uint32_t requestIdOf(const fn::Value& message)
     return requestId ? requestId->to<std::uint32_t>() : call::NO_REQUEST_ID;
 }
 
-/// A caller without a request or worker id waits for nothing. Sent to the latter, an answer would reach everybody, and end
-/// others' calls of the same number.
+/// Whether the caller waits for an answer: only with a request id and a worker id. An answer to NO_WORKER_ID would reach every
+/// holder of a reference, and end calls of the same number.
 bool isAwaited(const CallableObjectInstance::CallContext& context)
 {
     return context.requestId != call::NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
 }
 
-/// What a CALL_ERROR says of an exception.
+/// The ERROR that tells a caller of an exception.
 fn::Value errorOf(const std::exception_ptr& exception)
 {
     constexpr const char* unknown = "Unknown Exception";
@@ -92,7 +92,7 @@ void CallableObjectInstance::sendError(const CallContext& context, const fn::Val
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
 {
     if (isAwaited(context))
-        answer(context, false, exceptionRecord(exception)); // Resolving a trace for nobody is a waste.
+        answer(context, false, exceptionRecord(exception)); // Resolves the stack trace, at some cost.
 }
 
 void CallableObjectInstance::sendError(const CallContext& context, const std::exception& exception)

@@ -12,9 +12,9 @@ namespace ipc {
 /// There is no time-out: a caller that wants one cancels.
 class FN_EXPORT CallableObjectInstance : public ObjectInstance {
 public:
-    /// Identifies one incoming call: request ids are the calling worker's own.
+    /// Identifies one incoming call. The calling worker chooses the request id.
     struct CallContext {
-        WorkerId workerId = NO_WORKER_ID; ///< This value, or the next one's: nobody waits for an answer.
+        WorkerId workerId = NO_WORKER_ID; ///< With NO_WORKER_ID or NO_REQUEST_ID no caller waits for an answer.
         std::uint32_t requestId = call::NO_REQUEST_ID;
         friend bool operator==(const CallContext&, const CallContext&) = default;
     };
@@ -24,30 +24,30 @@ public:
 protected:
     ~CallableObjectInstance() override;
 
-    /// An override hands what is not its own to this one: calls arrive here.
+    /// Handles calls. An override passes messages that it does not know to this one.
     void onMessage(WorkerId sourceWorkerId, const fn::Value& message) override;
 
-    /// A call. Answer it with `sendResult()` or `sendError()`, and a method that there is not with `sendUnknownMethod()`: who
-    /// is not answered waits. An exception before the answer is the answer; one that nobody awaits any more goes to
-    /// `fn::unhandledException()`. Default: no answer.
+    /// Handles a call: answers with `sendResult()` or `sendError()`, and for an unknown method with `sendUnknownMethod()`. Without
+    /// an answer the caller goes on waiting. An exception becomes the answer, unless the call has been answered or its caller
+    /// does not wait; then it goes to `fn::unhandledException()`. Default: no answer.
     virtual void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument);
-    virtual void onMethodCallCancelled(const CallContext& context); ///< The caller ignores what is still sent.
+    virtual void onMethodCallCancelled(const CallContext& context); ///< The caller ignores later answers.
 
-    // The first answer of a call ends it, at the caller; later ones are ignored there. An answer that cannot be sent (it is
-    // nested too deeply, too large, holds what cannot travel) is replaced by the exception that says why, for callers in
-    // other workers and in this one alike; in this one no size is too large.
+    // The first answer of a call ends it at the caller, who ignores later ones. An answer that cannot be sent (nested too deeply,
+    // too large, with a value that cannot travel) is replaced by the exception that says why, for callers in other workers and
+    // in this one alike; in this one no size is too large.
     void sendResult(const CallContext& context, const fn::Value& result = {});
-    void sendError(const CallContext& context, const fn::Value& error); ///< A `fn::RuntimeException` of its text.
-    void sendError(const CallContext& context, const fn::Exception& exception); ///< The same class, with its details.
-    void sendError(const CallContext& context, const std::exception& exception); ///< As what it is.
-    void sendError(const CallContext& context, std::exception_ptr exception); ///< As what it holds.
+    void sendError(const CallContext& context, const fn::Value& error); ///< `fn::RuntimeException` with its text.
+    void sendError(const CallContext& context, const fn::Exception& exception); ///< Of the same class, with details.
+    void sendError(const CallContext& context, const std::exception& exception); ///< With details if it has them.
+    void sendError(const CallContext& context, std::exception_ptr exception); ///< The exception that it holds.
 
-    /// No more than that it failed: `sendError(context, {})`, `sendError(context, nullptr)`, `sendError(context)`.
+    /// Fails the call without a reason: `sendError(context, {})`, `sendError(context, nullptr)`, `sendError(context)`.
     template <typename Nothing = std::nullptr_t>
     requires std::is_null_pointer_v<Nothing>
     void sendError(const CallContext& context, Nothing = {}) { sendError(context, fn::Value()); }
 
-    /// The answer to a call of a method that there is not: an error that names this object's class and the method.
+    /// Answers the call of an unknown method with an error that names this object's class and the method.
     void sendUnknownMethod(const CallContext& context, const fn::String& name);
 
     void postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument = {});
@@ -56,10 +56,10 @@ protected:
 private:
     friend class Worker;
 
-    /// The call in the middle of which this object is.
+    /// A call that `onMethodCall()` is handling.
     struct CurrentCall {
         CallContext context;
-        CurrentCall* outer; // A method may run the loop.
+        CurrentCall* outer; // The call around this one: a method may run the loop, which may bring the next call.
         bool isAnswered = false;
     };
 

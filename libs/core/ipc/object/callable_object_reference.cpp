@@ -12,7 +12,7 @@ std::exception_ptr objectDead()
     return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
 }
 
-/// With the call's name in it, for whoever logs it.
+/// Attaches the call's name to the exception, for the log.
 std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, const fn::String& method)
 {
     if (!failure) return failure;
@@ -31,7 +31,7 @@ CallableObjectReference::CallableObjectReference(ObjectReferenceInitializer& ini
 {
 }
 
-/// Pending calls keep it alive, but for those of a derived constructor that threw.
+/// Pending calls hold the reference, so there are none here, unless a derived constructor has made them and thrown.
 CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
@@ -88,7 +88,7 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
 {
     const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
     const auto& content = message.at(hasResult ? call::RESULT : call::ERROR);
-    // Removed first: the consumer's callables may call, cancel, or drop the last reference.
+    // The call is removed first: callbacks of its promise may call, cancel, or drop the last reference.
     const auto ended = _pendingCalls.take(requestId);
     if (!ended) return; // Cancelled or answered already.
     if (hasResult) {

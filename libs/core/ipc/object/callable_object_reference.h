@@ -15,17 +15,16 @@ public:
     ///  - rejected with `ipc::ObjectDeadException` when the instance's worker has gone or goes, or with what encoding the
     ///    argument threw;
     ///  - cancelled by the caller: the instance is told, an answer on its way is ignored.
-    /// Until then the reference stays alive.
-    /// There is no time-out: where the instance does not answer, the promise stays pending. Dropping it cancels nothing;
-    /// `then()` needs a running loop.
+    /// The pending call keeps the reference alive. There is no time-out: if the instance does not answer, the promise stays
+    /// pending. Dropping the promise cancels nothing; its `then()` needs a running loop.
     fn::Promise<fn::Value> callMethod(const fn::String& name, const fn::Value& argument = {});
 
     ~CallableObjectReference() override;
 
 protected:
-    /// An override hands what is not its own to this one: answers and events arrive here.
+    /// Handles answers and events. An override passes messages that it does not know to this one.
     void onMessage(const fn::Value& message) override;
-    void onObjectDead() override; ///< Rejects the pending calls; what an override leaves is rejected after it.
+    void onObjectDead() override; ///< Rejects the pending calls; those that an override leaves are rejected after it.
 
     /// The exception that a call is rejected with for an error value. Default: rebuilds an exception record; any other
     /// value becomes a `fn::RuntimeException` with its text.
@@ -39,9 +38,9 @@ private:
 
     std::uint32_t nextRequestId();
     void cancelCall(std::uint32_t requestId);
-    void rejectPendingCalls(); // The object is dead.
+    void rejectPendingCalls(); // With ObjectDeadException.
     void endCall(const fn::Value& message, bool hasResult);
-    bool failCall(const fn::Value& message, const std::exception_ptr& failure); // False: `message` is no answer.
+    bool failCall(const fn::Value& message, const std::exception_ptr& failure); // False if `message` is no answer.
 
     std::uint32_t _requestCounter = 0;
     PendingCalls _pendingCalls;

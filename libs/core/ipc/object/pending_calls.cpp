@@ -4,7 +4,7 @@
 
 namespace ipc {
 
-constexpr std::size_t keptBuckets = 4096; // More are given back when the last call has ended.
+constexpr std::size_t keptBuckets = 4096; // A larger table is freed when the last call has ended.
 
 PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId)
     : _reference(std::move(reference)),

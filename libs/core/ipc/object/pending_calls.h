@@ -9,7 +9,7 @@ namespace ipc {
 
 class CallableObjectReference;
 
-/// A call that waits for its answer: the state of the promise its caller got, and what keeps the reference alive meanwhile.
+/// A call that waits for its answer: the state of the promise that its caller has got. It keeps the reference alive meanwhile.
 class FN_EXPORT PendingCall final : public fn::internal::PromiseNode<fn::Value> {
 public:
     PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId);
@@ -22,7 +22,7 @@ private:
     ~PendingCall() override;
     void wasCancelled() override;
 
-    fn::AutoPtr<CallableObjectReference> _reference; // Until the call leaves the table.
+    fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call has left the table.
     const fn::String _method;
     const std::uint32_t _requestId;
 };
@@ -30,15 +30,15 @@ private:
 /// The pending calls of one reference by request id.
 class FN_EXPORT PendingCalls {
 public:
-    /// A call that has left the table. It lets go of the reference after it has been settled.
+    /// A call that has left the table, and the hold on its reference, which must outlive the settling of the promise.
     struct Ended {
         fn::AutoPtr<CallableObjectReference> reference;
-        fn::AutoPtr<PendingCall> call; ///< Null: there was none.
+        fn::AutoPtr<PendingCall> call; ///< Null if the table had no such call.
         explicit operator bool() const { return static_cast<bool>(call); }
     };
 
     bool contains(std::uint32_t requestId) const;
-    void add(fn::AutoPtr<PendingCall> call); ///< Its id is not contained.
+    void add(fn::AutoPtr<PendingCall> call); ///< The table must not contain its id.
     Ended take(std::uint32_t requestId);
     std::vector<Ended> takeAll(); ///< Ascending by id.
 

@@ -14,7 +14,7 @@
 namespace ipc {
 namespace {
 
-// So long a worker that ends waits for the dispatcher to see it. One that is alive takes a part of a millisecond.
+// How long an ending worker waits for the dispatcher to close the pipe, which takes a fraction of a millisecond if it is alive.
 constexpr auto closingTime = fn::Duration::milliseconds(200);
 
 } // namespace
@@ -77,7 +77,7 @@ WorkerId Worker::workerId() const { return _objectManager->workerId(); }
 
 bool Worker::isConnected() const
 {
-    // A dispatcher that is stopping says so also to whom it has not answered yet.
+    // A dispatcher that stops sends QUIT also to workers whose HELLO it has not answered.
     return _state == State::Connected || (_state == State::Quitting && workerId() != NO_WORKER_ID);
 }
 
@@ -202,12 +202,12 @@ void Worker::onHello(const MessageView& message)
     _delegate.workerDidConnect(*this);
 }
 
-/// Hands the payload to the object concerned.
+/// Hands the payload to the instance that the message is for, or to the reference.
 void Worker::onObjectMessage(const MessageView& message)
 {
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     const auto source = message.integer<WorkerId>(field::SOURCE_WORKER_ID);
-    // Decoding may tell references that their object is dead. Who hears of that may destroy this worker, as the receiver may.
+    // Decoding may tell references that their object is dead. Their callbacks, or the receiver's, may destroy this worker.
     const auto watch = _lifetime.watch();
     const fn::AutoPtr manager = _objectManager;
     const auto [payload, failure] = manager->decode(message);
@@ -221,7 +221,7 @@ void Worker::onObjectMessage(const MessageView& message)
     if (watch) _idleTermination->scheduleTermination();
 }
 
-/// Ends the call that a payload which is not whole belongs to. For anything else nobody waits: throws `failure`.
+/// Fails the call or the answer of which `payload` is what could be decoded. Throws `failure` if it is neither.
 void Worker::failCall(
     ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const
 {

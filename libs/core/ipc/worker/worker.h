@@ -25,13 +25,13 @@ struct MessageField;
 /// any more, and calls on them fail with `ipc::ObjectDeadException`.
 class FN_EXPORT Worker final {
 public:
-    /// Who owns a worker and is asked and told by it, on the worker's loop.
+    /// The owner of a worker. The worker calls it on the worker's loop.
     class FN_EXPORT Delegate {
     public:
-        virtual void workerDidConnect(Worker& worker) = 0; ///< It has its WorkerId.
-        virtual bool wantsIdleTermination(Worker& worker) = 0; ///< Whether to watch for idleness.
-        virtual bool workerCanTerminate(Worker& worker) = 0; ///< The delegate's own veto.
-        virtual void workerRequestsTermination(Worker& worker) = 0; ///< It is idle, or alone, and asks to be ended.
+        virtual void workerDidConnect(Worker& worker) = 0; ///< The worker has got its WorkerId.
+        virtual bool wantsIdleTermination(Worker& worker) = 0; ///< Whether the worker watches for idleness.
+        virtual bool workerCanTerminate(Worker& worker) = 0; ///< Whether the idle worker may end.
+        virtual void workerRequestsTermination(Worker& worker) = 0; ///< It asks to be ended: idle, or cut off.
         virtual void aboutToQuit(Worker& worker) = 0; ///< The dispatcher is stopping or gone. Told once.
         virtual ~Delegate();
     };
@@ -49,14 +49,14 @@ public:
     void connect();
 
     /// Ends the connection: the dispatcher tells everybody that this worker has died, other workers' objects are dead here.
-    /// What has been sent still leaves, what comes is dropped; within 200 ms the pipe is closed.
+    /// Messages that were sent still leave, messages that arrive are dropped; the pipe is closed within 200 ms.
     /// Before `connect()`: `fn::NullPointerException`.
     void stop();
 
-    /// `stop()` for good, where the worker's owner is about to go: this worker's own objects are dead for their local users,
-    /// too, what others held is let go, and whatever is called from now on fails as after the worker's end. To be called
-    /// while the loop runs and all that pending calls and death signals refer to exists; the destructor does the same when
-    /// the owner's members have gone already. `closed`, if given, is called when the pipe is closed.
+    /// Ends the connection like `stop()`, and this worker's part of the object system: its own objects are dead for local users,
+    /// too, the holds for other workers are dropped, and later calls fail as after the worker's destruction. To be called before
+    /// the worker's owner is destroyed, while the loop runs and everything that callbacks of pending calls and death signals use
+    /// exists; the destructor comes too late for them. `closed`, if given, is called when the pipe is closed.
     void close(folly::Function<void()> closed = {});
 
     WorkerId workerId() const; ///< NO_WORKER_ID until connected.
@@ -64,27 +64,27 @@ public:
     fn::RunLoop& loop() const { return _loop; }
     bool isConnected() const; ///< From `workerDidConnect()` on, until the connection ends.
 
-    /// The way to find objects by class. Calls before the worker is connected are rejected: it could not be answered.
+    /// Finds objects by class. Calls before the worker is connected are rejected, since no answer could reach it.
     const fn::AutoPtr<Registry>& registry() const { return _registry; }
 
-    /// Bytes that wait for the dispatcher. Unbounded: a producer that can outrun its receivers should look at it.
+    /// Bytes that wait until the dispatcher takes them. There is no bound: a fast producer should look at this number.
     std::size_t queuedBytes() const { return _pipe ? _pipe->queuedBytes() : 0; }
 
-    /// Makes objects of T's class arrive as T instead of a plain ObjectReference, also those that have arrived as one before.
-    /// Replaces an earlier registration. `Registry::getInstance<T>()` registers T itself where nobody has.
+    /// From now on references to objects of T's class arrive as T instead of a plain ObjectReference, also where a plain one is
+    /// there already. Replaces an earlier registration. `Registry::getInstance<T>()` registers T unless its name is registered.
     template <typename T> void registerObjectReferenceClass()
     {
         registerFactory(ObjectReference::classNameOf<T>(), makeReference<T>, true);
     }
 
-    // The library's own.
+    // For the library's own classes.
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
     template <typename T> static fn::AutoPtr<ObjectReference> makeReference(ObjectReferenceInitializer& initializer)
     {
         return fn::AutoPtr<ObjectReference>(new T(initializer));
     }
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
-    /// What its objects know of it.
+    /// What the worker's objects share of it.
     const fn::AutoPtr<WorkerObjectManager>& objectManager() const { return _objectManager; }
 
 private:
@@ -104,7 +104,7 @@ private:
     void onConnectionLost();
     void tellAboutToQuit();
     void send(int type, std::initializer_list<MessageField> fields = {});
-    std::size_t maxSendBytes() const; // Of a frame's body: what the dispatcher takes.
+    std::size_t maxSendBytes() const; // The largest frame body that the dispatcher takes.
 
     Delegate& _delegate;
     fn::RunLoop& _loop;

@@ -72,7 +72,7 @@ bool isExceptionRecord(const fn::Value& error)
 
 std::exception_ptr exceptionFromRecord(const fn::Value& record)
 {
-    // Its own trace would tell nothing: what counts is the one of the worker where it was thrown.
+    // A stack trace of this place would tell nothing; the record has that of the worker where the exception was thrown.
     const auto exception = fn::ExceptionFactory::createException(
         record.get("CLASS_NAME").asString(), record.get("MESSAGE").asString(), fn::Exception::StackTrace::None);
     attachDetail<fn::DetailInfo>(*exception, record, "DETAIL");
@@ -85,7 +85,7 @@ std::exception_ptr exceptionFromRecord(const fn::Value& record)
     if (!frames.empty()) exception->attach(fn::ResolvedStackTraceInfo { decodeTrace(frames) });
     std::exception_ptr raised;
     try {
-        exception->raise(); // As its exact class.
+        exception->raise(); // Throws it as its exact class.
     } catch (...) {
         raised = std::current_exception();
     }

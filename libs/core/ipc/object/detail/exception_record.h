@@ -4,13 +4,13 @@
 
 namespace ipc {
 
-/// How an exception crosses workers: a map that names its class and carries its message, details and stack trace.
-/// A trace captured here is resolved for it; one that came from another worker is passed on.
+/// The form in which an exception travels to another worker: a map of its class name, message, details and stack trace.
+/// Resolves a stack trace that was captured in this process, and passes on one that came from another worker.
 fn::Value exceptionRecord(const fn::Exception& exception);
 
 bool isExceptionRecord(const fn::Value& error);
 
-/// The exception of a record, of the same class where it is registered here, with the details attached.
+/// The exception of a record, with the details attached; of the same class if that is registered in this process.
 std::exception_ptr exceptionFromRecord(const fn::Value& record);
 
 } // namespace ipc

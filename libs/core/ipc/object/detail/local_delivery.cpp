@@ -9,7 +9,7 @@
 namespace ipc {
 namespace {
 
-/// Looks at everything but the keys of maps.
+/// Whether `value` holds an instance anywhere but in keys of maps. Throws for values that no other worker could be sent.
 bool holdsInstance(const fn::Value& value, const WorkerObjectManager& manager, int depth)
 {
     using Kind = fn::Value::Kind;

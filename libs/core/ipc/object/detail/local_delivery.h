@@ -5,10 +5,10 @@ namespace ipc {
 
 class WorkerObjectManager;
 
-/// What a receiver in the sender's own worker gets of a payload: instances replaced by their local references, at any depth. A
-/// receiver never sees an instance, here as from afar. Payloads without instances are shared, not copied.
+/// The payload for a receiver in the sender's own worker: with each instance, at any depth, replaced by its local reference,
+/// since no receiver sees an instance. A payload without instances is shared, not copied.
 ///
-/// What could not be sent to another worker is refused here as well, with the same exception; no size is too large.
+/// Throws for a payload that could not be sent to another worker, with the same exception; but no size is too large.
 fn::Value replaceInstanesWithReferences(const fn::Value& value, const WorkerObjectManager& manager);
 
 } // namespace ipc

@@ -5,7 +5,7 @@
 namespace ipc {
 namespace {
 
-// Of one owner. Where calls on more of its objects are cancelled all the others' numbers begin behind the highest.
+// So many objects of one owner have numbers of their own. When one more comes, the highest of these counts for all of them.
 constexpr std::size_t mostObjects = 1000;
 
 } // namespace

@@ -17,7 +17,7 @@ bool IdleTermination::wantsTermination() const
     return _worker.isConnected() && _hasOwnProcess && _delegate.wantsIdleTermination(_worker);
 }
 
-/// An instance that only the registry holds from outside keeps nobody busy.
+/// Whether another worker uses an instance; for a registered one the registry's own use does not count.
 bool IdleTermination::isBusy() const
 {
     return _worker.objectManager()->anyInstance([&](ObjectInstance& instance) {

@@ -12,7 +12,7 @@ namespace ipc {
 ///                  ^                                                                      |
 ///                  '---------------- show them again, if somebody needs one after all ----'
 ///
-/// Hiding first, so that nobody new is handed an instance between the last look and the end.
+/// The instances are hidden first, so that no look-up gives one out between the last check and the end.
 class IdleTermination {
 public:
     IdleTermination(Worker& worker, Worker::Delegate& delegate, bool hasOwnProcess)
@@ -24,7 +24,7 @@ public:
 
     bool wantsTermination() const;
     bool canTerminate() const;
-    void scheduleTermination(); ///< Something has happened: the countdown starts again.
+    void scheduleTermination(); ///< A message has come: the countdown starts again.
     void stop() { _idleTimer.invalidate(); }
 
 private:
@@ -38,7 +38,7 @@ private:
     Worker& _worker;
     Worker::Delegate& _delegate;
     const bool _hasOwnProcess;
-    fn::Handle _idleTimer; // Not started again by each message: when it fires, it looks at the time of the last one.
+    fn::Handle _idleTimer; // Messages do not restart it: when it fires, it looks at `_lastActivity`.
     fn::Duration _lastActivity; // By the loop's clock.
     bool _terminating = false;
     fn::Lifetime _lifetime;

@@ -4,7 +4,7 @@
 
 namespace ipc {
 
-/// Worker ids in one bit each: whoever lives long hears of many that are dead.
+/// A set of worker ids, of one bit each: a worker that lives long hears of many deaths.
 class WorkerIdSet {
 public:
     bool contains(WorkerId id) const { return id < _members.size() && _members[id]; }
@@ -15,7 +15,7 @@ public:
         _members[id] = true;
     }
 
-    /// Whether it was there.
+    /// Gives whether the set contained the id.
     bool erase(WorkerId id)
     {
         const bool wasThere = contains(id);
@@ -24,7 +24,7 @@ public:
     }
 
 private:
-    std::vector<bool> _members; // Up to the greatest id that was ever in.
+    std::vector<bool> _members; // By id, up to the greatest one that was ever inserted.
 };
 
 } // namespace ipc

@@ -10,10 +10,10 @@ namespace ipc {
 
 class Worker;
 
-/// What a worker's objects, and the tables of them, have of it: the way to other workers.
+/// The way from a worker's objects, and the tables of them, to other workers.
 class WorkerLink {
 public:
-    /// Writes a payload; gives the shared objects that it mentions, by ObjectId, or nil.
+    /// Writes a payload. Gives the class names of the shared objects in it, by ObjectId, or nil if there are none.
     using Payload = std::function<fn::Value(fn::OutputStream&)>;
 
     virtual Worker& worker() = 0;
@@ -22,7 +22,7 @@ public:
     /// Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing and gives nil.
     virtual fn::Value sendMessage(WorkerId target, ObjectId objectId, const Payload& payload) = 0;
 
-    /// So many of the messages that brought the object are done with. Nothing unless the worker is connected.
+    /// Releases `count` of the messages that brought the object. Does nothing unless the worker is connected.
     virtual void sendRelease(ObjectId objectId, std::int32_t count) = 0;
 
 protected:
