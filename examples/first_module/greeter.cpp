@@ -3,7 +3,7 @@
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 
-/// The greeter where it lives.
+/// The instance of the greeter, in its owner.
 class GreeterImpl final : public ipc::CallableObjectInstance {
 public:
     using CallableObjectInstance::CallableObjectInstance;

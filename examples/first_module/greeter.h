@@ -1,7 +1,7 @@
 #pragma once
 #include "core/ipc/object/callable_object_reference.h"
 
-/// The greeter as its callers see it, in whichever process it lives.
+/// A reference to the greeter, in whichever process that lives.
 class Greeter final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;

@@ -4,13 +4,13 @@
 
 namespace media {
 
-/// One scan that the user asked for, and how it is to be shown.
+/// One scan that the user has asked for, and how the console shows it.
 struct RunOptions {
-    fn::String folder; ///< To be scanned: absolute, without links.
-    fn::String dataFolder; ///< Where the catalogue lies.
-    bool json = false; ///< One JSON object instead of text.
-    bool killScanner = false; ///< Show that a scan survives its scanner.
-    bool quiet = false; ///< Neither progress nor result: something else is shown.
+    fn::String folder; ///< The folder to scan: absolute, without links.
+    fn::String dataFolder; ///< The folder of the catalogue.
+    bool json = false; ///< Whether the result is one JSON object instead of text.
+    bool killScanner = false; ///< Whether to kill the scanner, to show that a scan survives that.
+    bool quiet = false; ///< Whether neither progress nor result is shown, since something else is.
 
     fn::Value toValue() const
     {
@@ -24,19 +24,19 @@ struct RunOptions {
     }
 };
 
-/// The main program as its modules see it.
+/// A reference to the main program, for its modules.
 class FN_EXPORT Application final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;
 
-    /// What to begin with.
+    /// The first scan.
     fn::Promise<RunOptions> options()
     {
         return callMethod("options").then([](fn::Value&& options) { return RunOptions::fromValue(options); });
     }
 
-    /// What another start of the program has handed over meanwhile, the earliest first. A program that stays answers when
-    /// there is something; in others nothing means that it is time to finish, and that nothing is taken any more.
+    /// The next scan that another start of the program has handed over, the earliest first. A program that stays answers when there
+    /// is one. Another program answers with none when it takes no more scans, and the console should finish.
     fn::Promise<std::optional<RunOptions>> nextScan()
     {
         return callMethod("nextScan").then([](fn::Value&& options) {
@@ -44,7 +44,7 @@ public:
         });
     }
 
-    /// Ends all modules and the program: with this exit code, and with a message on standard error unless it is empty.
+    /// Ends all modules and the program, with this exit code, and with a message on standard error unless it is empty.
     fn::Promise<void> finish(int exitCode, const fn::String& message)
     {
         const auto argument = fn::Value::map({ { "exitCode", exitCode }, { "message", message } });

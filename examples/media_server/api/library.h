@@ -4,13 +4,13 @@
 
 namespace media {
 
-/// The library as its users see it: it keeps the catalogue of all folders that were ever scanned.
+/// A reference to the library, which keeps the catalogue of all folders that were ever scanned.
 class FN_EXPORT Library final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;
 
-    /// Opens the catalogue kept in this folder; both are made where needed. Anything else can be asked for afterwards.
-    /// A catalogue is one library's at a time: another one waits for a moment, then fails.
+    /// Opens the catalogue in this folder, and makes either if it is missing. The other methods may be called afterwards.
+    /// One library at a time can open a catalogue: another one waits for a moment, then fails.
     fn::Promise<void> open(const fn::String& dataFolder)
     {
         return callMethod("open", dataFolder).then([](fn::Value&&) {});
@@ -22,8 +22,8 @@ public:
         return callMethod("beginScan", folder).then([](fn::Value&& scan) { return ScanId::fromValue(scan); });
     }
 
-    /// Notes those files that are still as the catalogue knows them as found by this scan. Gives the positions of the
-    /// others: they are to be read.
+    /// Notes the files that are unchanged since the catalogue has read them as found by this scan. Gives the positions of the
+    /// others, which must be read.
     fn::Promise<std::vector<std::size_t>> compare(const ScanId& scan, const std::vector<FoundFile>& files)
     {
         return callMethod("compare", argument(scan, files)).then([](fn::Value&& positions) {
@@ -33,7 +33,7 @@ public:
         });
     }
 
-    /// Notes files as found and read by this scan: all of them or, where the promise is rejected, none.
+    /// Notes files as found and read by this scan: all of them or, if the promise is rejected, none.
     fn::Promise<void> store(const ScanId& scan, const std::vector<ScannedFile>& files)
     {
         return callMethod("store", argument(scan, files)).then([](fn::Value&&) {});

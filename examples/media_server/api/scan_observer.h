@@ -4,12 +4,12 @@
 
 namespace media {
 
-/// Whoever ordered a scan, as the scanner sees it.
+/// A reference to the observer of a scan, for the scanner.
 class FN_EXPORT ScanObserver final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;
 
-    /// Tells how far the scan is. An observer that does not answer holds the scanner up.
+    /// Tells the progress of the scan. The scanner waits for the observer's answer.
     fn::Promise<void> progress(const ScanProgress& progress)
     {
         return callMethod("progress", progress.toValue()).then([](fn::Value&&) {});

@@ -2,7 +2,7 @@
 
 namespace media {
 
-// What travels by the thousand is an array, the rest are maps that explain themselves in a message dump.
+// Types that are sent by the thousand are arrays; the others are maps, which a message dump shows with names.
 
 fn::Value FoundFile::toValue() const { return fn::Value::array({ path, size, modified }); }
 

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <vector>
 
-/// What the modules tell each other about a scan. Each type says how it travels: `fromValue()` throws `fn::RangeException`
-/// for a value that does not come from `toValue()`.
+/// The values that the modules send each other about a scan. `fromValue()` throws `fn::RangeException` for a value that does not
+/// come from `toValue()`.
 namespace media {
 
-/// A regular file as the walk met it.
+/// A regular file that the walk has found.
 struct FN_EXPORT FoundFile {
-    fn::String path; ///< Below the folder scanned. Any bytes but NUL: nothing says that names are text.
+    fn::String path; ///< Below the scanned folder. Any bytes but NUL: names need not be text.
     std::int64_t size = 0; ///< Bytes.
     std::int64_t modified = 0; ///< Nanoseconds since 1970-01-01 UTC.
 
@@ -18,7 +18,7 @@ struct FN_EXPORT FoundFile {
     static FoundFile fromValue(const fn::Value& value);
 };
 
-/// The same after it was read.
+/// A file that the scanner has read.
 struct FN_EXPORT ScannedFile {
     FoundFile file;
     fn::String hash; ///< As `core::ResourceHash` gives it; empty if the file could not be read.
@@ -40,8 +40,8 @@ struct FN_EXPORT ScanId {
 struct FN_EXPORT ScanProgress {
     int processId = 0; ///< The scanner's.
     bool walking = true; ///< Files are still being looked for: `found` grows.
-    std::int64_t found = 0; ///< Files met.
-    std::int64_t done = 0; ///< Of these: in the catalogue.
+    std::int64_t found = 0; ///< Files found.
+    std::int64_t done = 0; ///< Files of these that are in the catalogue.
 
     bool isHalfWay() const { return !walking && done * 2 >= found; }
 
@@ -49,7 +49,7 @@ struct FN_EXPORT ScanProgress {
     static ScanProgress fromValue(const fn::Value& value);
 };
 
-/// Paths for people: all are counted, the first few are named.
+/// Paths to show to people: the number of all, and the names of the first few.
 struct FN_EXPORT PathSample {
     static constexpr std::size_t mostNamed = 5;
 
@@ -77,11 +77,11 @@ struct FN_EXPORT Totals {
     std::int64_t files = 0; ///< Regular files found, also those that could not be read.
     std::int64_t bytes = 0; ///< Their sizes in sum.
     std::int64_t distinct = 0; ///< Different contents among those that could be read.
-    std::int64_t hashed = 0; ///< Read anew by this scan.
-    PathSample unreadable; ///< Found, but gone or refused when they were to be read.
+    std::int64_t hashed = 0; ///< Files that this scan has read.
+    PathSample unreadable; ///< Files that were found, but could not be read.
     std::vector<KindTotal> kinds; ///< The largest first.
 
-    /// Files whose content another file has, too. An unreadable file is nobody's duplicate.
+    /// Files that have the content of another file. An unreadable file is no duplicate.
     std::int64_t duplicates() const { return files - unreadable.count - distinct; }
 
     fn::Value toValue() const;

@@ -5,17 +5,17 @@
 
 namespace media {
 
-/// The scanner as its users see it: it reads folders, one at a time, for a library.
+/// A reference to the scanner, which reads folders, one at a time, for a library.
 class FN_EXPORT Scanner final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;
 
-    /// Brings what the library knows of a folder up to date, up to `Library::finishScan()`. Gives the folders that could
-    /// not be read: what lies in them was not found.
+    /// Updates the library's knowledge of a folder; the caller then calls `Library::finishScan()`. Gives the folders that could not
+    /// be read, whose files were not found.
     ///
-    /// `observer` is an instance shared as ScanObserver; before the scan ends it has been told that all is done, and has
-    /// answered. Cancelling ends the scan: what is in the catalogue by then stays there, and the next attempt with the
-    /// same ScanId finds it.
+    /// `observer` is an instance shared as ScanObserver; the scan ends when it has answered that all files are done. Cancelling
+    /// ends the scan: files that are in the catalogue by then stay there, and the next attempt with the same ScanId finds
+    /// them.
     fn::Promise<PathSample> scan(const fn::String& folder, const ScanId& scan, const fn::AutoPtr<Library>& library,
         const fn::AutoPtr<ipc::ObjectInstance>& observer)
     {

@@ -14,7 +14,7 @@ std::string printable(std::string_view text)
     for (const char* at = text.data(); at != text.data() + text.size();) {
         const auto left = static_cast<gssize>(text.data() + text.size() - at);
         const auto character = g_utf8_get_char_validated(at, left);
-        const bool isValid = character < static_cast<gunichar>(-2); // The last two say that it is cut or no UTF-8.
+        const bool isValid = character < static_cast<gunichar>(-2); // The last two mean cut or no UTF-8.
         const auto bytes = isValid ? g_utf8_next_char(at) - at : 1;
         if (character == '\\') {
             result += "\\\\";

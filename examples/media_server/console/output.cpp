@@ -18,7 +18,7 @@ void Output::write(std::string_view text)
         const auto written = fn::posix::write(_descriptor, text.data(), text.size());
         if (written >= 0) {
             text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno == EAGAIN) { // Whoever gave us the stream made it non-blocking.
+        } else if (errno == EAGAIN) { // The stream came non-blocking.
             pollfd ready { _descriptor, POLLOUT, 0 };
             ::poll(&ready, 1, -1);
         } else {

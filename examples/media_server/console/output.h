@@ -3,17 +3,17 @@
 
 namespace media {
 
-/// A standard stream of this process. What is written after a failure vanishes.
+/// A standard stream of this process. Text that is written after a failure is dropped.
 class Output {
 public:
     explicit Output(int descriptor) : _descriptor(descriptor) { }
 
     void write(std::string_view text);
-    int error() const { return _error; } ///< `errno` of the write that failed, such as EPIPE: nobody reads. Else 0.
+    int error() const { return _error; } ///< `errno` of a failed write, such as EPIPE without a reader; else 0.
 
-    /// Whether lines may be drawn over again: it is a terminal, and no dumb one.
+    /// Whether the stream is a terminal that can draw a line again, and no "dumb" one.
     bool isTerminal() const;
-    int columns() const; ///< Of the terminal, as wide as it is now.
+    int columns() const; ///< The present width of the terminal.
 
 private:
     const int _descriptor;

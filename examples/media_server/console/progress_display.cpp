@@ -11,7 +11,7 @@ namespace {
 constexpr auto barInterval = fn::Duration::milliseconds(100);
 constexpr auto lineInterval = fn::Duration::seconds(2);
 constexpr int widestBar = 40;
-constexpr int narrowestBar = 5; // On a narrower terminal there is none.
+constexpr int narrowestBar = 5; // A narrower terminal shows no bar.
 
 } // namespace
 
@@ -28,7 +28,7 @@ ProgressDisplay::~ProgressDisplay() { eraseBar(); }
 
 void ProgressDisplay::update(const ScanProgress& progress)
 {
-    if (progress.walking != _progress.walking) _rate = {}; // Found files per second first, then done ones.
+    if (progress.walking != _progress.walking) _rate = {}; // First of found files, then of done ones.
     _progress = progress;
     _rate.add(_loop.clock().monotonic(), progress.walking ? progress.found : progress.done);
 }

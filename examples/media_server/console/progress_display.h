@@ -15,8 +15,8 @@ public:
     ProgressDisplay(Output& output, fn::RunLoop& loop, folly::Function<void()> onBroken);
     ~ProgressDisplay(); ///< Removes the bar.
 
-    void update(const ScanProgress& progress); ///< Shown when its time comes.
-    void note(std::string_view line); ///< A line that stays.
+    void update(const ScanProgress& progress); ///< Shown at the next time to draw.
+    void note(std::string_view line); ///< Writes a line that stays.
 
 private:
     void schedule();

@@ -14,12 +14,12 @@ namespace media {
 namespace {
 
 constexpr auto findTimeout = fn::Duration::seconds(90); // The module manager gives up earlier, and tells why.
-constexpr int mostRelaunches = 3; // A file that brings the scanner down each time must not keep us for ever.
+constexpr int mostRelaunches = 3; // A file may crash the scanner each time.
 
 constexpr int failed = 1;
-constexpr int readerGone = 128 + SIGPIPE; // What a shell reports of programs that leave it to the signal.
+constexpr int readerGone = 128 + SIGPIPE; // The status that a shell reports of a program killed by SIGPIPE.
 
-/// The observer that goes to the scanner with its order. The scanner goes on when `onProgress` has returned.
+/// The observer that the console gives the scanner with an order. The scanner goes on when `onProgress` has returned.
 class ScanObserverService final : public ipc::CallableObjectInstance {
 public:
     using OnProgress = folly::Function<void(const ScanProgress& progress)>;
@@ -76,7 +76,7 @@ void ScanRun::stop()
 
 void ScanRun::endScan()
 {
-    _display.reset(); // Its bar makes room.
+    _display.reset(); // Removes the bar.
     _awake.reset();
 }
 
@@ -91,7 +91,7 @@ void ScanRun::begin(RunOptions&& options)
     auto& output = _options.json ? _progressOutput : _output;
     if (!_options.quiet && (!_options.json || output.isTerminal())) {
         _display = std::make_unique<ProgressDisplay>(output, _worker.loop(), [this] {
-            // In a task of its own: it destroys the display.
+            // The failure is handled in a task of its own, since that destroys the display.
             _worker.loop().post([self = fn::AutoPtr(this)] { self->checkOutput(); });
         });
         _display->note(fmt::format(
@@ -144,7 +144,7 @@ fn::Promise<void> ScanRun::findScanner()
         .then([self = fn::AutoPtr(this)](fn::AutoPtr<Scanner>&& scanner) { self->_scanner = std::move(scanner); });
 }
 
-/// The same one for each attempt, so that an attempt finds what the one before has done.
+/// The order has the same ScanId for each attempt, so that an attempt finds the files that the one before has done.
 fn::Promise<ScanId> ScanRun::scanId()
 {
     return _scan ? fn::Promise<ScanId>::fulfilled(*_scan) : _library->beginScan(_options.folder);
@@ -154,7 +154,7 @@ void ScanRun::onProgress(const ScanProgress& progress)
 {
     if (_stopped) return;
     if (_display) _display->update(progress);
-    // The scanner waits for our answer, so it is killed before it gets further than this.
+    // The scanner waits for this observer's answer, so it is killed before it goes on.
     if (_options.killScanner && !_hasKilled && progress.isHalfWay() && progress.processId > 1) {
         _hasKilled = true;
         ::kill(progress.processId, SIGKILL);
@@ -172,7 +172,7 @@ void ScanRun::onDone(Totals&& totals)
     if (!_stopped) next();
 }
 
-/// Goes on with what was asked for meanwhile, or finishes.
+/// Goes on with the next scan that was handed over meanwhile, or finishes.
 void ScanRun::next()
 {
     _work =
@@ -196,7 +196,7 @@ void ScanRun::onFailed(std::exception_ptr failure)
     fail(dead == 0 ? describe(failure) : fmt::format("Modules ended unexpectedly {} times. Giving up.", _relaunches));
 }
 
-/// This scan has failed. Others that were asked for are made all the same.
+/// Notes that this scan has failed, and goes on with the next one.
 void ScanRun::fail(const std::string& message)
 {
     endScan();
@@ -207,7 +207,7 @@ void ScanRun::fail(const std::string& message)
         finish(failed, _failures);
 }
 
-/// Lets go of modules that have ended, so that their successors are looked for. Gives how many there were.
+/// Drops the references to modules that have ended, so that their successors are looked up. Gives the number of these.
 int ScanRun::replaceDeadModules()
 {
     int dead = 0;

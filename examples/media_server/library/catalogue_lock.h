@@ -3,10 +3,10 @@
 
 namespace media {
 
-/// Marks a catalogue as being in use by this process. It ends with the process, however that ends.
+/// Marks a catalogue as in use by this process. The lock ends with the process, however that ends.
 class CatalogueLock {
 public:
-    /// Makes the lock file where needed. `fn::FileException` if that fails.
+    /// Makes the lock file if it is missing. `fn::FileException` if that fails.
     explicit CatalogueLock(const fn::String& path);
 
     bool tryLock(); ///< False while another process holds it.

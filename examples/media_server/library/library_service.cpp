@@ -10,7 +10,7 @@
 namespace media {
 namespace {
 
-// A library that was just killed, or is ending, gives its catalogue free in far less than this second.
+// A library that was just killed, or is ending, releases its catalogue in far less than this second.
 constexpr int lockAttempts = 20;
 constexpr auto lockInterval = fn::Duration::milliseconds(50);
 
@@ -26,7 +26,7 @@ void makeFolder(const fn::String& path)
 {
     const std::filesystem::path folder(path.view());
     std::error_code error;
-    // What somebody has on their disk is nobody else's business.
+    // The catalogue is private: it tells which files the user has.
     if (std::filesystem::create_directories(folder, error)) {
         std::filesystem::permissions(folder, std::filesystem::perms::owner_all, error);
     }

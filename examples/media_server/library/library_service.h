@@ -7,13 +7,13 @@
 
 namespace media {
 
-/// The library where it lives. See `Library` for what its methods mean.
+/// The instance of the library. `Library` documents its methods.
 class LibraryService final : public ipc::CallableObjectInstance {
 public:
     explicit LibraryService(ipc::Worker& worker);
     ~LibraryService() override;
 
-    /// What is in the catalogue, by folder.
+    /// Shows the contents of the catalogue, by folder.
     void inspect(const fn::Value& action, core::InspectionResultWriter& page);
 
 private:
@@ -28,8 +28,8 @@ private:
 
     fn::String _dataFolder;
     std::unique_ptr<CatalogueLock> _lock;
-    std::unique_ptr<MediaLibrary> _catalogue; // Null until opened. Goes before its lock.
-    fn::Handle _nextAttempt; // To get hold of the lock.
+    std::unique_ptr<MediaLibrary> _catalogue; // Null until opened. Destroyed before its lock.
+    fn::Handle _nextAttempt; // The timer of the next attempt to take the lock.
 };
 
 } // namespace media

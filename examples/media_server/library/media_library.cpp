@@ -8,7 +8,7 @@ namespace {
 
 constexpr int schemaVersion = 1;
 
-// Paths are blobs: SQLite expects text to be UTF-8, and nothing says that names are.
+// Paths are blobs: SQLite expects text to be UTF-8, which file names need not be.
 fn::ByteArray blob(const fn::String& path) { return fn::ByteArray(path.view()); }
 fn::String path(const sqlite::Column& column) { return column.getBlob().view(); }
 
@@ -23,7 +23,7 @@ void MediaLibrary::initSchema()
 {
     database().execute("create table if not exists folders (id integer primary key, path blob not null unique, "
                        "scan integer not null)"); // The latest scan's number.
-    // `scan`: the latest scan that found the file. `hashed`: the one that read it; null with `hash` if it could not.
+    // `scan`: the latest scan that found the file. `hashed`: the scan that read it; null, like `hash`, if reading failed.
     database().execute(
         "create table if not exists files (folder integer not null references folders (id), path blob not null, "
         "size integer not null, modified integer not null, hash text, kind text not null, "
@@ -32,7 +32,7 @@ void MediaLibrary::initSchema()
 
 void MediaLibrary::onDatabaseReady()
 {
-    // Transactions then cost no waiting for the disk. What a power cut takes is read anew by the next scan.
+    // With these, transactions do not wait for the disk. The next scan reads anew the files that a power cut has lost.
     database().execute("pragma journal_mode = wal");
     database().execute("pragma synchronous = normal");
 }

@@ -5,24 +5,24 @@
 
 namespace media {
 
-/// The catalogue: which files there are in the folders that were scanned, and what they hold. What each operation changes
-/// is changed in one transaction. Errors: `sqlite::SQLiteException`; a damaged file is removed, so that the next opening
-/// starts anew. Belongs to one thread.
+/// The catalogue: the files in the scanned folders, and the hashes of their contents. Each operation makes its changes in one
+/// transaction. Errors: `sqlite::SQLiteException`; a damaged file is removed, so that the next opening starts anew. Belongs to one
+/// thread.
 class MediaLibrary final : public core::DatabaseAccess {
 public:
     explicit MediaLibrary(const fn::String& path);
     ~MediaLibrary() override;
 
-    void open(); ///< Shows early whether the file can be used.
+    void open(); ///< Opens the file, or throws why it cannot.
     ScanId beginScan(const fn::String& folder);
     std::vector<std::size_t> compare(const ScanId& scan, const std::vector<FoundFile>& files);
     void store(const ScanId& scan, const std::vector<ScannedFile>& files);
     Totals finishScan(const ScanId& scan);
 
-    Totals totals(const ScanId& scan); ///< Of what is there of its folder.
+    Totals totals(const ScanId& scan); ///< Of all files of the scan's folder.
 
     struct Folder {
-        ScanId scan; ///< The latest.
+        ScanId scan; ///< The latest scan of the folder.
         fn::String path;
         std::int64_t files;
     };

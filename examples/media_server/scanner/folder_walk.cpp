@@ -8,7 +8,7 @@ namespace {
 
 std::int64_t nanoseconds(const timespec& time)
 {
-    // File systems hold times far beyond those that fit, and anybody may set them. They need only differ when the file does.
+    // File systems hold times beyond those that fit, and any program may set them. Here a time need only change with its file.
     return static_cast<std::int64_t>(
         static_cast<std::uint64_t>(time.tv_sec) * 1'000'000'000U + static_cast<std::uint64_t>(time.tv_nsec));
 }
@@ -50,7 +50,7 @@ void FolderWalk::lookAt(const fn::DirectoryEntry& entry)
 {
     struct stat status;
     if (::lstat(entry.path.c_str(), &status) != 0) {
-        // A folder that may be listed and not entered: all its entries are lost.
+        // The folder may be listed but not entered: none of its entries can be looked at.
         if (errno != ENOENT) noteUnreadable(_listed);
     } else if (S_ISDIR(status.st_mode)) {
         _waiting.push_back(entry.path);

@@ -10,8 +10,8 @@
 namespace media {
 namespace {
 
-constexpr auto tellInterval = fn::Duration::milliseconds(100); // While walking.
-constexpr std::size_t fewestBatches = 16; // Of a small folder: progress is seen there, too.
+constexpr auto tellInterval = fn::Duration::milliseconds(100); // How often progress is told during the walk.
+constexpr std::size_t fewestBatches = 16; // Also of a small folder, so that progress is seen.
 
 const fn::logging::Category& category()
 {
@@ -21,7 +21,7 @@ const fn::logging::Category& category()
 
 constexpr const char* site = "examples/media_server/scanner";
 
-/// Empty for a file that cannot be read, whatever the reason: it is counted, and the scan goes on.
+/// Empty for a file that cannot be read, for whatever reason: the file is counted, and the scan goes on.
 fn::String hashOf(const fn::String& path)
 {
     try {
@@ -38,8 +38,8 @@ fn::String hashOf(const fn::String& path)
 struct ScanJob::Batch {
     std::size_t first;
     std::size_t count;
-    std::vector<std::size_t> changed; // Counted from the first.
-    std::vector<ScannedFile> read; // The changed ones, as far as they have been.
+    std::vector<std::size_t> changed; // The positions of changed files in the batch.
+    std::vector<ScannedFile> read; // The changed files that were read so far.
 };
 
 ScanJob::ScanJob(fn::RunLoop& loop, ScanOrder order)
@@ -127,7 +127,7 @@ void ScanJob::endWalk()
     FN_LOG_TO(category(), fn::logging::Debug, {}, site, "Found {} files", _walk.files().size());
     _batchFiles = std::clamp<std::size_t>(_walk.files().size() / fewestBatches, 1, largestBatch);
     if (!_walk.files().empty()) return beginBatches();
-    ++_underWay; // An empty batch: the observer hears of the end in any case.
+    ++_underWay; // An empty batch, so that the observer hears of the end in any case.
     onStored(0);
 }
 

@@ -19,14 +19,14 @@ struct ScanOrder {
 ///
 ///     compared by the library -> the changed ones read here -> stored by the library -> seen by the observer
 ///
-/// A few batches are under way at a time, so nobody is sent more than he keeps up with. The work is done in slices of a few
-/// milliseconds, between which the loop attends to everything else.
+/// Only a few batches are under way at a time, so that no receiver gets more than it keeps up with. The work is done in slices of
+/// a few milliseconds, between which the loop runs other tasks.
 class ScanJob final : public fn::RefCountedObject {
 public:
     ScanJob(fn::RunLoop& loop, ScanOrder order); ///< `fn::FileException` if the folder cannot be read.
 
-    fn::Promise<PathSample> start(); ///< Once. The folders that could not be read.
-    void cancel(); ///< Nothing is read, sent or answered any more.
+    fn::Promise<PathSample> start(); ///< To be called once. Gives the folders that could not be read.
+    void cancel(); ///< Ends reading and sending; the promise stays pending.
 
     // The settings.
     static constexpr auto sliceTime = fn::Duration::milliseconds(5);
@@ -36,7 +36,7 @@ public:
 
     ScanProgress progress() const;
     const fn::String& folder() const { return _order.folder; }
-    int underWay() const { return _underWay; } ///< Batches.
+    int underWay() const { return _underWay; } ///< Batches under way.
 
 private:
     struct Batch;
@@ -63,13 +63,13 @@ private:
     FolderWalk _walk;
     bool _walking = true;
     bool _ended = false;
-    bool _isScheduled = false; // A slice is posted.
-    bool _isTelling = false; // The observer has not answered yet what was found.
-    fn::Duration _lastTold; // When.
+    bool _isScheduled = false; // Whether a slice is posted.
+    bool _isTelling = false; // Whether the observer is still to answer for the progress of the walk.
+    fn::Duration _lastTold; // When the observer was last told.
     std::size_t _batchFiles = 0;
     std::size_t _next = 0; // The first file that is in no batch.
     std::size_t _done = 0;
-    int _underWay = 0; // Batches.
+    int _underWay = 0; // Batches under way.
     std::deque<BatchPointer> _toRead;
 };
 

@@ -1,4 +1,4 @@
-// Reads folders, in a process of its own: a file that brings it down brings down nothing else.
+// Reads folders, in a process of its own: a file that crashes the scanner crashes no other process.
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "core/ipc_services/inspector/publish_inspector.h"

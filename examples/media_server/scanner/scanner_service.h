@@ -5,12 +5,12 @@
 
 namespace media {
 
-/// The scanner where it lives. See `Scanner` for what its methods mean.
+/// The instance of the scanner. `Scanner` documents its methods.
 class ScannerService final : public ipc::CallableObjectInstance {
 public:
     explicit ScannerService(ipc::Worker& worker);
 
-    void inspect(core::InspectionResultWriter& page) const; ///< What is being scanned, and how far it has come.
+    void inspect(core::InspectionResultWriter& page) const; ///< Shows the present scan and its progress.
 
 private:
     ~ScannerService() override;
@@ -21,8 +21,8 @@ private:
     void scan(const CallContext& context, const fn::Value& argument);
 
     fn::AutoPtr<ScanJob> _job; // Empty while there is nothing to scan.
-    CallContext _caller; // Who ordered it.
-    int _scans = 0; // Begun.
+    CallContext _caller; // The caller that ordered the scan.
+    int _scans = 0; // Scans begun so far.
 };
 
 } // namespace media

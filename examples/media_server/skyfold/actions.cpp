@@ -18,7 +18,7 @@
 namespace media {
 namespace {
 
-constexpr int signalled = 128; // And the signal's number.
+constexpr int signalled = 128; // The exit code is this plus the signal's number.
 
 bool hasTerminal() { return ::isatty(STDIN_FILENO) && ::isatty(STDOUT_FILENO); }
 

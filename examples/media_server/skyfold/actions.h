@@ -1,7 +1,7 @@
 #pragma once
 #include "skyfold/options.h"
 
-/// What the program does without its modules. Each gives the exit code.
+/// The actions of the program that need no modules. Each gives the exit code.
 namespace media {
 
 int archiveLogs();
@@ -10,7 +10,7 @@ int setPassword(const Options& options);
 /// Prints the network's signature and follows its changes until a signal ends it.
 int followNetwork();
 
-/// Prints what the firewall says of this program. On a terminal it offers to have it admitted.
+/// Prints whether the firewall admits this program. On a terminal it offers to admit it.
 int showFirewall();
 
 } // namespace media

@@ -6,22 +6,22 @@
 
 namespace media {
 
-/// The main program as an object for its modules, living in the dispatcher's own worker. See `Application`.
+/// The instance that represents the main program for its modules, in the dispatcher's own worker. See `Application`.
 class ApplicationService final : public ipc::CallableObjectInstance {
 public:
-    /// What the calls of the modules do.
+    /// Handles the calls of the modules.
     class Owner {
     public:
         virtual RunOptions options() = 0;
         using NextScan = folly::Function<void(const std::optional<RunOptions>& options)>;
-        virtual void nextScan(NextScan answer) = 0; ///< Now or later.
+        virtual void nextScan(NextScan answer) = 0; ///< Answers now or later.
         virtual void finish(int exitCode, const fn::String& message) = 0;
 
     protected:
         ~Owner() = default;
     };
 
-    ApplicationService(ipc::Worker& worker, Owner& owner); ///< The owner is borrowed.
+    ApplicationService(ipc::Worker& worker, Owner& owner); ///< Borrows the owner.
 
 private:
     ~ApplicationService() override;

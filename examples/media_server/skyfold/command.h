@@ -4,14 +4,14 @@
 
 namespace media {
 
-/// What one start of the program hands to the one that runs already.
+/// The command that one start of the program hands to the program that runs already.
 struct Command {
-    std::optional<RunOptions> scan; ///< A folder to catalogue. Of its options the two folders travel.
+    std::optional<RunOptions> scan; ///< A folder to catalogue. Only its two folders are sent.
     bool flipVerbose = false;
 
     fn::Value toValue() const;
 
-    /// Any process of the user may write it: `fn::Exception` where it is none, or names what is no folder.
+    /// Any process of the user may have sent `value`: `fn::Exception` if it is no command, or names no folder.
     static Command fromValue(const fn::Value& value);
 };
 

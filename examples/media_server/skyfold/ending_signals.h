@@ -4,7 +4,7 @@
 
 namespace media {
 
-/// While it lives, SIGINT, SIGTERM and SIGHUP end nothing by themselves: `onSignal` is called with their number.
+/// While this object exists, SIGINT, SIGTERM and SIGHUP do not end the process: `onSignal` is called with their number.
 class EndingSignals {
 public:
     EndingSignals(fn::uv::Loop& loop, const std::function<void(int signal)>& onSignal);
@@ -15,7 +15,7 @@ private:
     const fn::uv::SignalWatcher _hangUp;
 };
 
-/// Runs the loop until somebody stops it, or until one of those signals does: the signal's number then, else 0.
+/// Runs the loop until other code stops it, or one of those signals does. Gives the signal's number, or 0.
 int runUntilSignal(fn::uv::Loop& loop);
 
 } // namespace media

@@ -36,7 +36,7 @@ std::optional<fn::String> HubAddress::find()
         const auto count = fn::posix::read(file.get(), text.data(), text.size());
         const std::string_view address(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
         if (platform::isPipeName(address)) return fn::String(address);
-    } catch (const fn::FileException&) { // Nobody has told one.
+    } catch (const fn::FileException&) { // No program has written one.
     }
     return std::nullopt;
 }

@@ -2,18 +2,18 @@
 #include "base/string.h"
 #include <optional>
 
-/// Where the hub of the program that runs can be found by another start of it: a file that only its user can read.
+/// The address of the running program's hub, for other starts of the program: a file that only its user can read.
 namespace media {
 
-/// Tells the address while it lives.
+/// Keeps the address in the file while this object exists.
 class HubAddress {
 public:
-    explicit HubAddress(const fn::String& pipePath); ///< `fn::FileException` where it cannot be written.
+    explicit HubAddress(const fn::String& pipePath); ///< `fn::FileException` if the file cannot be written.
     HubAddress(const HubAddress&) = delete;
     HubAddress& operator=(const HubAddress&) = delete;
     ~HubAddress();
 
-    static std::optional<fn::String> find(); ///< That of a program that runs, or that has been killed.
+    static std::optional<fn::String> find(); ///< The address of a program that runs, or was killed.
 };
 
 } // namespace media

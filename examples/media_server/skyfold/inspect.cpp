@@ -11,7 +11,7 @@ namespace {
 
 constexpr int signalled = 128;
 
-/// A participant that only looks.
+/// The owner of a worker that shares no objects and only browses.
 class Visitor final : public ipc::Module {
 public:
     explicit Visitor(const fn::String& pipePath) : Module(ipc::ModuleInitData(pipePath, "inspect", {}, {}, true)) { }
@@ -35,7 +35,7 @@ private:
         terminate();
     }
 
-    fn::AutoPtr<InspectorBrowser> _browser; // Once connected.
+    fn::AutoPtr<InspectorBrowser> _browser; // Set when the worker is connected.
 };
 
 } // namespace

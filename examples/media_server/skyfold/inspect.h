@@ -2,7 +2,7 @@
 
 namespace media {
 
-/// Browses the inspectors of the program that runs, on the terminal. The exit code, or -1 where none runs.
+/// Browses the inspectors of the running program on the terminal. Gives the exit code, or -1 if no program runs.
 int inspectRunning();
 
 } // namespace media

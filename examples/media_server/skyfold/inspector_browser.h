@@ -7,19 +7,19 @@
 namespace media {
 
 /// Walks the inspectors of the application on the terminal: shows a page with its links numbered, and waits for a number or
-/// a command on standard input. Pages come from anywhere, so they are shown printable.
+/// a command on standard input. Pages may come from any process, so their text is made printable.
 class InspectorBrowser final : public fn::RefCountedObject {
 public:
-    /// The worker is connected, and borrowed until `stop()`. `onQuit` is called when the user has had enough.
+    /// Borrows the worker, which is connected, until `stop()`. `onQuit` is called when the user quits.
     InspectorBrowser(ipc::Worker& worker, folly::Function<void()> onQuit);
 
     void start();
-    void stop(); ///< Nothing is shown or asked any more.
+    void stop(); ///< From now on nothing is shown or asked.
 
 private:
-    /// A page, as the way to it.
+    /// The way to a page.
     struct Place {
-        fn::String key; // Of the inspector; empty: the list of all.
+        fn::String key; // The inspector's key; empty for the list of all.
         std::string title;
         fn::Value action;
         fn::Value referer;
@@ -37,9 +37,9 @@ private:
     ipc::Worker& _worker;
     folly::Function<void()> _onQuit;
     const bool _isTerminal;
-    fn::AutoPtr<core::InspectorRegistry> _inspectors; // Once found.
-    std::vector<Place> _trail; // The page that is shown last; never empty once started.
-    std::vector<Place> _links; // Of that page, from number 1 on.
+    fn::AutoPtr<core::InspectorRegistry> _inspectors; // Set when the service is found.
+    std::vector<Place> _trail; // The pages that led here; the last one is shown. Never empty once started.
+    std::vector<Place> _links; // The links of the shown page, from number 1 on.
     fn::Promise<void> _work; // The page that is being fetched, or the command that is waited for.
 };
 

@@ -18,7 +18,7 @@ void startLogging(const media::Options& options)
     if (options.logPriority) core::setConsoleThreshold(*options.logPriority);
 }
 
-/// What this start of the program asks of one that runs already.
+/// The command for a program that runs already.
 media::Command toCommand(const media::Options& options)
 {
     media::Command command;

@@ -70,7 +70,7 @@ std::optional<int> parseOptions(int argc, char** argv, Options& options)
         ->expected(2);
     try {
         app.parse(argc, argv);
-        // One folder has one name in the catalogue.
+        // A folder must have only one name in the catalogue.
         options.run.folder = std::filesystem::canonical(folder).string();
         if (!dataFolder.empty()) options.run.dataFolder = std::filesystem::absolute(dataFolder).string();
     } catch (const CLI::ParseError& error) {

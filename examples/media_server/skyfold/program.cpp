@@ -21,11 +21,11 @@ namespace media {
 namespace {
 
 constexpr int failed = 1;
-constexpr int signalled = 128; // And the signal's number.
+constexpr int signalled = 128; // The exit code is this plus the signal's number.
 
 constexpr auto notRespondingTimeout = fn::Duration::seconds(30);
 
-// Where a module hangs, someone who has pressed Ctrl-C waits so long. A busy machine needs a part of it for those that do not.
+// How long a user who has pressed Ctrl-C waits for a module that hangs. On a busy machine other modules need a part of it.
 constexpr auto graceTime = fn::Duration::seconds(2);
 
 constexpr std::size_t mostWaitingScans = 1000;
@@ -75,7 +75,7 @@ int Program::run()
     _dispatcher->bind();
     const HubAddress address(_dispatcher->pipePath());
     _dispatcher->start();
-    _manager.start(); // Runs the loop, through the console.
+    _manager.start(); // The entry point of the console's module runs the loop.
     endAll();
     if (!_message.empty()) std::fprintf(stderr, "skyfold: %s\n", _message.c_str());
     return _exitCode;
@@ -87,7 +87,7 @@ void Program::onReady()
     worker.registry()->registerObject(
         fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
     core::registerInspectorRegistry(worker);
-    // The main process's own. Other modules publish theirs.
+    // The inspectors of the main process. Modules publish their own.
     core::publishInspector(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
     core::publishInspector(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
     core::publishInspector(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
@@ -105,7 +105,7 @@ void Program::nextScan(NextScan answer)
     } else if (_options.inspectWeb || _options.inspect) {
         _onNextScan = std::move(answer);
     } else {
-        // Who comes when we have closed runs by himself once we have ended.
+        // Another start that comes when this program has closed runs the modules itself, when this one has ended.
         _instance.whenQuiet(_loop, [this, answer = std::move(answer)]() mutable {
             if (_nextScans.empty()) {
                 answer(std::nullopt);
@@ -117,7 +117,7 @@ void Program::nextScan(NextScan answer)
     }
 }
 
-/// Each time the module of the web pages has started. Standard output is for the result alone where that is JSON.
+/// Called each time the module of the web pages has started. If the result is JSON, standard output is for that alone.
 void Program::onAnnouncement(const fn::String& name, const fn::Value& body)
 {
     auto* stream = _options.run.json ? stderr : stdout;
@@ -126,7 +126,7 @@ void Program::onAnnouncement(const fn::String& name, const fn::Value& body)
     std::fflush(stream);
 }
 
-/// From another start of the program, or from whoever else of this user writes to the pipe.
+/// Handles a command of another start of the program, or of any other process of this user.
 void Program::onCommand(const fn::Value& value)
 {
     try {
@@ -145,7 +145,7 @@ void Program::onCommand(const fn::Value& value)
     }
 }
 
-/// The first reason to end counts.
+/// Ends the program. Only the first call counts.
 void Program::end(int exitCode, const fn::String& message)
 {
     if (std::exchange(_isEnding, true)) return;
@@ -158,12 +158,12 @@ void Program::end(int exitCode, const fn::String& message)
 
 void Program::endAll()
 {
-    _isEnding = true; // Also where the loop has ended for another reason: signals change nothing any more.
+    _isEnding = true; // The loop may have ended for another reason. From now on signals change nothing.
     if (_browser) _browser->stop();
     _manager.stop();
     ipc::endModules();
     _connections.clear();
-    _dispatcher.reset(); // What others have not read of their end they see now.
+    _dispatcher.reset(); // Processes that have not read QUIT see the end of their connection.
     _manager.end(graceTime);
 }
 

@@ -11,14 +11,14 @@
 
 namespace media {
 
-/// The main program: the hub, the module manager, and what becomes of all processes at the end.
+/// The main program: the hub, the module manager, and the end of all processes.
 class Program final : ApplicationService::Owner {
 public:
-    /// `core::AppInfo` has been initialized, logging has begun. `instance` is the first one; borrowed.
+    /// `core::AppInfo` is initialized, and logging has begun. Borrows `instance`, which is the first one.
     Program(Options options, SingleInstance& instance);
     ~Program();
 
-    int run(); ///< Once. The exit code.
+    int run(); ///< To be called once. Gives the exit code.
 
 private:
     RunOptions options() override { return _options.run; }
@@ -33,15 +33,15 @@ private:
     const Options _options;
     SingleInstance& _instance;
     fn::uv::Loop& _loop;
-    std::optional<ipc::Dispatcher> _dispatcher; // Empty at the end: goes before the processes have ended.
+    std::optional<ipc::Dispatcher> _dispatcher; // Destroyed before the processes have ended.
     ipc::ModuleManager _manager;
-    NextScan _onNextScan; // Of a console that waits, in a program that stays.
-    std::deque<RunOptions> _nextScans; // What other starts of the program have handed over.
+    NextScan _onNextScan; // Set while the console waits for a scan, in a program that stays.
+    std::deque<RunOptions> _nextScans; // Scans that other starts of the program have handed over.
     std::vector<fn::Handle> _connections;
-    fn::AutoPtr<InspectorBrowser> _browser; // Where the user inspects.
+    fn::AutoPtr<InspectorBrowser> _browser; // Set if the user browses inspectors on the terminal.
     bool _isEnding = false;
     int _exitCode;
-    fn::String _message; // For the user, after everything else has been said.
+    fn::String _message; // For the user, printed last.
 };
 
 } // namespace media

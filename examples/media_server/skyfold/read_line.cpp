@@ -9,7 +9,7 @@ namespace {
 std::optional<std::string> readNext()
 {
     std::string line;
-    line.reserve(longestLine); // It may be a secret: grown, it would leave copies behind.
+    line.reserve(longestLine); // The line may be a secret, and growing would leave copies of it.
     char byte = 0;
     while (line.size() < longestLine) {
         if (fn::posix::read(STDIN_FILENO, &byte, 1) != 1) {

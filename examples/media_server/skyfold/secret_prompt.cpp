@@ -14,7 +14,7 @@ namespace {
 
 fn::RuntimeException failure(const char* text) { return fn::RuntimeException(text, fn::Exception::StackTrace::None); }
 
-/// A terminal that shows nothing of what is typed. Nothing changes where standard input is no terminal.
+/// Keeps the terminal from showing typed text. Does nothing if standard input is no terminal.
 class Silence {
 public:
     explicit Silence(fn::uv::Loop& loop) : _stop(loop, SIGTSTP, [] {}), _quit(loop, SIGQUIT, [] {})
@@ -29,13 +29,13 @@ public:
     {
         if (!_isTerminal) return;
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &_shown);
-        std::fputs("\n", stderr); // The user's own was not shown.
+        std::fputs("\n", stderr); // The user's line end was not shown.
     }
 
     bool isTerminal() const { return _isTerminal; }
 
 private:
-    // Their own effect would leave the terminal silent.
+    // The signals' own effect would leave the terminal without echo.
     const fn::uv::SignalWatcher _stop;
     const fn::uv::SignalWatcher _quit;
     termios _shown {};

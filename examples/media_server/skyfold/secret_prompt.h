@@ -3,7 +3,7 @@
 
 namespace media {
 
-/// What was asked for. Overwritten when it goes.
+/// The secret that the user has typed. Its destructor overwrites it.
 struct Secret {
     Secret() = default;
     Secret(const Secret&) = delete;
@@ -12,8 +12,8 @@ struct Secret {
     std::string text;
 };
 
-/// Asks on the terminal for a line that is not shown while it is typed; reads it from standard input where that is no
-/// terminal. Gives the number of the signal that came first, else 0. `fn::RuntimeException` where nothing is given, or too much.
+/// Asks on the terminal for a line that is not shown while it is typed; if standard input is no terminal, reads the line from
+/// it. Gives the number of the signal that came first, or 0. `fn::RuntimeException` for an empty or too long line.
 int askForSecret(const std::string& question, Secret& secret);
 
 } // namespace media

@@ -5,8 +5,8 @@
 namespace media {
 namespace {
 
-constexpr const char* lockName = "skyfold"; // Of both applications: they share the command pipe.
-constexpr const char* handOverLockName = "skyfold-handover"; // Of who is handing over, or closing.
+constexpr const char* lockName = "skyfold"; // For both applications, which share the command pipe.
+constexpr const char* handOverLockName = "skyfold-handover"; // Held while handing over, or closing.
 constexpr auto handOverTime = fn::Duration::seconds(10);
 constexpr auto attemptInterval = fn::Duration::milliseconds(50);
 
@@ -15,7 +15,7 @@ bool deliver(fn::uv::Loop& loop, const fn::Value& command)
     bool isDelivered = false;
     loop.post([&] {
         core::CommandIPC::send(command)
-            .then([&] { isDelivered = true; }, [](std::exception_ptr) {}) // Nobody listens, or not any more.
+            .then([&] { isDelivered = true; }, [](std::exception_ptr) {}) // No program listens.
             .then([&] { loop.stop(); });
     });
     loop.run();
@@ -34,7 +34,7 @@ bool SingleInstance::beginOrHandOver(fn::uv::Loop& loop, const fn::Value& comman
         _lock.emplace(lockName);
         if (_lock->exclusive()) return true;
         _lock.reset();
-        // The first does not close while we have this one.
+        // While this process holds this lock, the first program does not close.
         if (core::ProcessLock handOver(handOverLockName); handOver.exclusive() && deliver(loop, command)) return false;
         if (loop.clock().monotonic() > end) {
             throw fn::RuntimeException("Another Skyfold is running and takes no commands. End it, or try again later.",
@@ -63,7 +63,7 @@ void SingleInstance::whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesO
             [this, &loop, goesOn = std::move(goesOn)]() mutable { whenQuiet(loop, std::move(goesOn)); });
         return;
     }
-    _commands->stop(); // What has been sent is told before this returns.
+    _commands->stop(); // Signals all commands that were sent before it returns.
     if (goesOn())
         _commands->bind();
     else

@@ -7,7 +7,7 @@
 
 namespace media {
 
-/// One program of a user runs the modules; other starts hand it what they are asked to do. Loop thread.
+/// One program of a user runs the modules; other starts of it hand over their commands. Belongs to the loop's thread.
 class SingleInstance {
 public:
     using OnCommand = folly::Function<void(const fn::Value& command)>;
@@ -17,24 +17,24 @@ public:
     SingleInstance& operator=(const SingleInstance&) = delete;
     ~SingleInstance();
 
-    /// Whether this is the program that runs the modules. Where it is not, `command` has been handed to the one that does.
-    /// Waits for one that is just starting or ending, for some seconds; then `fn::RuntimeException`.
+    /// True if this is the program that runs the modules; false if `command` has been handed to the program that does. Waits some
+    /// seconds for a program that is just starting or ending, then throws `fn::RuntimeException`.
     bool beginOrHandOver(fn::uv::Loop& loop, const fn::Value& command);
 
     static bool isRunning(); ///< Whether some program runs the modules.
 
-    void accept(OnCommand onCommand); ///< From now on the first takes what others are asked to do.
-    void close(); ///< It takes nothing more: those that come now wait for its end.
+    void accept(OnCommand onCommand); ///< From now on this program takes commands of other starts.
+    void close(); ///< This program takes no more commands: later starts wait for its end.
 
-    /// Calls `goesOn` once nobody is just handing something over and all that was handed over has been told. Where that is false
-    /// nothing more is taken: nobody is told that he has handed over what is then lost.
+    /// Calls `goesOn` when no start is handing over a command, and all commands have been told. If it gives false, this program
+    /// takes no more commands: so none is lost that another start believes to have handed over.
     void whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesOn);
 
 private:
     std::optional<core::ProcessLock> _lock; // Held until this process ends.
     fn::AutoPtr<core::CommandIPC> _commands;
     fn::Handle _connection;
-    fn::Handle _nextAttempt; // To find it quiet.
+    fn::Handle _nextAttempt; // The timer of `whenQuiet()`.
 };
 
 } // namespace media

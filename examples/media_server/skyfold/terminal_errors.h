@@ -2,13 +2,13 @@
 
 namespace media {
 
-/// Keeps what any library and module writes to standard error apart from the progress bar on the same terminal: while it lives
-/// each line begins where the bar was. One at a time, made before other processes are started; on no terminal it does nothing.
+/// Keeps lines that libraries and modules write to standard error apart from the progress bar on the same terminal: each line
+/// begins in place of the bar. One object at a time, made before other processes start; does nothing without a terminal.
 class TerminalErrors {
 public:
     TerminalErrors();
     TerminalErrors(const TerminalErrors&) = delete;
-    ~TerminalErrors(); ///< Waits until what was written has reached the terminal, a second at most.
+    ~TerminalErrors(); ///< Waits until written lines have reached the terminal, a second at most.
 
 private:
     const bool _isActive;
