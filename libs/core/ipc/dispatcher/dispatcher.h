@@ -71,7 +71,7 @@ public:
     fn::Signal<>& onReady();
     /// Fires when a worker has said HELLO, before the reply with its id is sent.
     fn::Signal<const WorkerInfo&>& onWorkerConnected();
-    /// Fires at most once for each PING that stays unanswered, and where a worker takes none of the bytes that wait for it.
+    /// Fires at most once for each PING that stays unanswered, and when a worker is closed that takes no bytes.
     fn::Signal<const WorkerInfo&>& onWorkerNotResponding();
     /// Fires for each connection that has ended, also before HELLO, after WORKER_DEAD was sent to everybody.
     fn::Signal<const WorkerInfo&>& onWorkerDisconnected();

@@ -38,7 +38,7 @@ public:
     void end(fn::Duration graceTime);
 
     std::vector<ModuleStatus> modules() const; ///< In the order given.
-    /// A function that gives `modules()`, for users that may outlive the manager or see it move; then it gives none.
+    /// A function that gives `modules()`, for users that may outlive the manager or see it move; none once it has gone.
     std::function<std::vector<ModuleStatus>()> modulesSource() const;
 
     fn::Signal<fn::String>& onFatalError(); ///< Fires with a message for people.

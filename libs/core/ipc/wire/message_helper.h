@@ -32,10 +32,7 @@ public:
     /// Takes a connected stream, closes an earlier one, and starts reading. Empty: `fn::NullPointerException`.
     void setStream(fn::AutoPtr<fn::uv::Stream> stream);
     const fn::AutoPtr<fn::uv::Stream>& stream() const { return _stream; }
-    void dropStream()
-    {
-        _stream.reset();
-    } ///< Leaves the stream to the caller, who must give it another reader or close it.
+    void dropStream() { _stream.reset(); } ///< The caller must give the stream another reader, or close it.
 
     void setMaxReadBytes(std::size_t bytes) { _maxReadBytes = bytes; }
 

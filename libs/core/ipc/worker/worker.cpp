@@ -115,7 +115,7 @@ void Worker::stop()
     if (!_pipe) fn::internal::throwNullPointer(typeid(fn::uv::PipeStream));
     if (_state == State::Ended) return;
     closePipe({});
-    const fn::AutoPtr manager = _objectManager; // Who hears of it may destroy this worker.
+    const fn::AutoPtr manager = _objectManager; // A callback may destroy this worker.
     manager->connectionLost();
 }
 
@@ -127,7 +127,7 @@ void Worker::close(folly::Function<void()> closed)
     else if (closed)
         _loop.post(std::move(closed));
     endConnection();
-    const fn::AutoPtr manager = _objectManager; // Who hears of it may destroy this worker.
+    const fn::AutoPtr manager = _objectManager; // A callback may destroy this worker.
     manager->close();
 }
 
@@ -184,7 +184,7 @@ void Worker::onMessage(const MessageView& message)
     case type::HELLO: onHello(message); break;
     case type::PING:
         send(type::PONG);
-        fn::giveBackIdleMemory(); // Every process has a worker, and the hub's pulse comes seldom.
+        fn::giveBackIdleMemory(); // The dispatcher sends PINGs to every process, and seldom.
         break;
     case type::MESSAGE: onObjectMessage(message); break;
     case type::INSTANCE_RELEASE: onInstanceRelease(message); break;

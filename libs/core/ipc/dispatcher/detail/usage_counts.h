@@ -19,7 +19,7 @@ namespace ipc {
 /// Invariants: no receiver has a count of 0; no owner is among the receivers of its object; each entry has a receiver or a
 /// `sent` above 0. A worker's death costs time for the objects that it owned or held only: an index lists both.
 ///
-/// Counts that do not fit are reported as assertions of the dispatcher and change nothing.
+/// A release that does not fit the counts is reported as an assertion of the dispatcher and changes nothing.
 class UsageCounts {
 public:
     /// The owner of `objectId` is to drop `count` holds.

@@ -28,7 +28,7 @@ public:
     WorkerStatistics statistics() const;
     WorkerIds::Listener& listener() { return _listener; } ///< Knows which deaths the worker has been told.
 
-    void send(const Frame& frame); ///< Queues the frame, without copying its bytes. Nothing once closed.
+    void send(const Frame& frame); ///< Queues the frame without copying its bytes. Does nothing once closed.
     void schedulePing(); ///< To be called when HELLO has been answered and when a PONG has come.
 
     /// Pauses `sender` while too many bytes wait for this connection: it is not read until half of them have left.

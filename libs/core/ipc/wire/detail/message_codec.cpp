@@ -287,8 +287,8 @@ fn::MemoryInputStream MessageView::payload() const
 
 namespace {
 
-/// The bytes of a message up to its first value that needs a serializer. Numbers take their shortest form. A map of more than
-/// 15 fields takes Map32, also where Map16 would do: only messages with unknown fields have so many.
+/// Bytes of a message that need no serializer: the head of its map, and fields that are numbers, in their shortest form. A map
+/// of more than 15 fields takes Map32, also where Map16 would do: only messages with unknown fields have so many.
 class Head {
 public:
     Head() = default;
