@@ -6,8 +6,8 @@
 
 namespace fn {
 
-/// Calls listeners when something about the network has changed: an adapter, an address, a route. Many changes do not matter to a
-/// listener, so it compares what it needs. Changes of one turn of the loop make one call. Belongs to the thread of its loop.
+/// Calls listeners when something about the network has changed: an adapter, an address, a route. Many changes matter to nobody, so
+/// a listener checks whether what it uses has changed. Changes of one turn of the loop make one call. Belongs to its loop's thread.
 class FN_EXPORT NetworkStateNotifier {
 public:
     /// The notifier of the process, on the default loop. This call is thread-safe, the notifier is not.

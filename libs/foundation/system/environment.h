@@ -16,7 +16,7 @@ public:
     static void set(const String& name, const String& value); ///< Processes started later inherit it.
     static void unset(const String& name);
 
-    /// Login name of the effective user; the decimal user id where the system knows no name.
+    /// The login name of the effective user; the decimal user id if the system knows no name.
     static String userName();
 };
 

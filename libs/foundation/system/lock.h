@@ -3,7 +3,7 @@
 
 namespace fn {
 
-/// A lock that the thread holding it may take again; it is free once that thread has unlocked it as often. Fits
+/// A lock that the thread which holds it may take again; the lock is free once that thread has unlocked it as often. Fits
 /// `std::lock_guard` and `std::unique_lock`.
 class Lock {
 public:

@@ -10,13 +10,13 @@ namespace fn {
 
 /// Knows the folders of the application. Thread-safe.
 ///
-/// Installed, a marker file lies in the root folder, with programs in `bin/` and modules in `modules/`. In a build tree
-/// programs lie in `programs/`, modules beside it in `modules/`, and resources are read from the source tree.
+/// The root folder of an installation holds a marker file, programs in `bin/` and modules in `modules/`. In a build tree
+/// programs are in `programs/`, modules beside it in `modules/`, and resources are read from the source tree.
 class FN_EXPORT PathManager {
 public:
     enum Type : int {
         ExecutableFolder = 0, ///< The folder of this process's program.
-        DesktopFolder = 3, ///< The user's desktop, or the home folder where there is none.
+        DesktopFolder = 3, ///< The user's desktop, or the home folder if there is none.
         PreferencesFolder = 7, ///< Mode 0700; each `getPath()` makes it if it is missing.
         ResourceFolder = 8, ///< Root of the installation, or the source's resource folder.
         LogFolder = 9, ///< Mode 0700.

@@ -3,7 +3,7 @@
 
 namespace fn {
 
-/// A UUID, 16 bytes.
+/// A UUID, kept as its text.
 class FN_EXPORT UUID {
 public:
     explicit UUID(String text) : _text(std::move(text)) { }

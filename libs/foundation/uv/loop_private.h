@@ -158,7 +158,7 @@ private:
     void runSimulated();
     void simulatedTurn();
     void takeRemoteTasks();
-    std::uint64_t postedTasks() const noexcept { return _takenTasks + _tasks.size(); } // All that ever were.
+    std::uint64_t postedTasks() const noexcept { return _takenTasks + _tasks.size(); } // All ever posted.
     void fireDueTimers();
     void runTasks();
     void flushStreams();
