@@ -75,7 +75,6 @@ bool Hub::WorkerConnection::handle(const FrameBody& body)
 void Hub::WorkerConnection::identify(WorkerInfo info)
 {
     _info = std::move(info);
-    _isIdentified = true;
     _helloTimer.invalidate();
     if (isOwnWorker()) _messageHelper.setMaxReadBytes(limits::workerFrameBytes);
 }
@@ -89,7 +88,7 @@ void Hub::WorkerConnection::onHelloOverdue()
 {
     const fn::AutoPtr self(this);
     _stream->readPending();
-    if (!_isIdentified && !isClosed()) _hub.closeConnection(self, "it has not said HELLO in time");
+    if (!isIdentified() && !isClosed()) _hub.closeConnection(self, "it has not said HELLO in time");
 }
 
 void Hub::WorkerConnection::send(const Frame& frame)
@@ -116,16 +115,15 @@ void Hub::WorkerConnection::close()
 void Hub::WorkerConnection::schedulePing()
 {
     _notRespondingTimer.invalidate();
-    _isPongAwaited = false;
+    _pulse = Pulse::Answered;
     const auto interval = std::max<std::int64_t>(_hub._timeout.totalMilliseconds(0) / 3, 1);
     _pingTimer = fn::uv::Timer::schedule(_hub._loop, fn::Duration::milliseconds(interval), [this] { onPingDue(); });
 }
 
 void Hub::WorkerConnection::onPingDue()
 {
-    _isPongAwaited = true;
+    _pulse = Pulse::Asked;
     _turnsLeft = turnsOfGrace;
-    _wasReported = false;
     awaitPong(_hub._timeout);
     send(encodeMessage(type::PING, {}, limits::workerFrameBytes));
 }
@@ -143,28 +141,34 @@ void Hub::WorkerConnection::onPongOverdue()
     const fn::AutoPtr self(this);
     _stream->readPending();
     // A message that was just read may have paused this connection before its PONG: `resume()` waits for the PONG again.
-    if (!_isPongAwaited || _pauses > 0 || isClosed() || _wasReported) return;
+    if (_pulse != Pulse::Asked || _pauses > 0 || isClosed()) return;
     // While the loop was blocked, the workers of this process could not answer.
     if (_turnsLeft > 0) {
         const bool isStarved = _hub._loop.clock().monotonic() > _pongDue + starvedFrom;
         _turnsLeft = isStarved ? 0 : _turnsLeft - 1;
         return awaitPong(isStarved ? _hub._timeout : fn::Duration());
     }
-    _wasReported = true;
-    _hub.onWorkerNotResponding.fire(_info);
+    reportSilence();
+}
+
+void Hub::WorkerConnection::reportSilence()
+{
+    if (std::exchange(_pulse, Pulse::Silent) != Pulse::Silent) _hub.onWorkerNotResponding.fire(_info);
 }
 
 // --- The queue
 
 void Hub::WorkerConnection::watchQueue()
 {
-    if (isOwnWorker()) return;
+    if (isOwnWorker() || _queue == Queue::TooLong) return;
     if (_stream->queuedBytes() > _hub._limits.queueBytes) {
+        _queue = Queue::TooLong;
         // Not inside `send()`: the hub is still walking its table of connections.
         _hub._loop.post([self = fn::AutoPtr(this)] { self->closeStalled(); });
         return;
     }
-    if (_queueTimer) return;
+    if (_queue == Queue::Long) return;
+    _queue = Queue::Long;
     // The timer posts a task that looks at the queue: libuv writes after it has run the timers, so the queue may still shrink.
     const auto due = _hub._loop.clock().monotonic() + _hub._timeout;
     _queueTimer = fn::uv::Timer::schedule(_hub._loop, _hub._timeout, [this, due, sentBefore = _stream->sentBytes()] {
@@ -176,21 +180,19 @@ void Hub::WorkerConnection::watchQueue()
 
 void Hub::WorkerConnection::onQueueWatched(std::uint64_t sentBefore, bool isStarved)
 {
-    if (isClosed()) return;
-    _queueTimer = {};
+    if (isClosed() || _queue != Queue::Long) return;
+    _queue = Queue::Short;
     if (_stream->queuedBytes() <= _hub._limits.stalledQueueBytes) return;
-    if (_stream->sentBytes() == sentBefore && !isStarved)
-        closeStalled();
-    else
-        watchQueue();
+    if (_stream->sentBytes() != sentBefore || isStarved) return watchQueue();
+    _queue = Queue::TooLong;
+    closeStalled();
 }
 
 void Hub::WorkerConnection::closeStalled()
 {
     if (isClosed()) return;
     const fn::AutoPtr self(this);
-    if (!_wasReported) _hub.onWorkerNotResponding.fire(_info);
-    _wasReported = true;
+    reportSilence();
     const auto reason = fmt::format("it does not take the {} bytes that wait for it", _stream->queuedBytes());
     if (!isClosed()) _hub.closeConnection(self, reason.c_str());
 }
@@ -218,8 +220,8 @@ void Hub::WorkerConnection::pause()
 void Hub::WorkerConnection::resume()
 {
     if (--_pauses > 0 || isClosed()) return;
-    _stream->readResume();
-    if (_isPongAwaited) awaitPong(_hub._timeout);
+    _stream->readResume(); // Cannot fail: it is connected, and a stream that failed to be read is closed.
+    if (_pulse == Pulse::Asked) awaitPong(_hub._timeout);
 }
 
 void Hub::WorkerConnection::resumeSenders()
