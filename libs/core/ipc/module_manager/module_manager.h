@@ -9,13 +9,11 @@
 
 namespace ipc {
 
-/// Supervises the modules in the main process: launches each one under a fresh worker tag, waits 30 s for its worker to
-/// connect, kills and relaunches (after 1 s) a process that stops answering, relaunches one that exits, and gives up with
-/// a fatal error where that does not help. What the application does about a fatal error is the main program's business.
-///
-///     not launched -> launching -> connected -> (exit, or not responding: killed) -> 1 s -> launching
-///                        |-- first time-out, or exit of the first launch: relaunch in 1 s
-///                        '-- second time-out, exit of a later launch, or a launch that throws: fatal
+/// Supervises the modules in the main process: launches each one under a fresh worker tag, kills a process that stops answering
+/// or whose worker does not connect in time, and launches again, a second later, what was killed or has exited. It gives a
+/// module up with a fatal error where that does not help: at the second time-out ever, at the exit of a later launch
+/// than the first before its worker has connected, and where a launch throws. `ModuleStatus::State` shows the states. What the
+/// application does about a fatal error is the main program's business.
 ///
 /// Belongs to the thread of the dispatcher's loop. The dispatcher outlives `start()`; afterwards either may be
 /// destroyed first.

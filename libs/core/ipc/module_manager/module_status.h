@@ -8,7 +8,7 @@ struct ModuleStatus {
     /// What became of the latest launch.
     ///
     ///     any                         -> Launching    a launch
-    ///     Launching                   -> Overdue      30 s
+    ///     Launching                   -> Overdue      its worker has not connected within 30 s
     ///     Launching, Overdue          -> Running      its worker connects
     ///     Running                     -> Ended        its worker disconnects
     ///     Launching, Overdue, Running -> Ended        its process exits

@@ -166,8 +166,9 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     LOG(5, "Module {} has connected", info);
     module->connectionTimer.invalidate();
     module->state = ModuleStatus::State::Running;
-    module->connected = true;
-    if (std::ranges::all_of(_modules, &ModuleState::connected)) onAllModulesConnected.fire();
+    // Once for ever: the signal fires although another module is just being launched again.
+    module->hasConnected = true;
+    if (std::ranges::all_of(_modules, &ModuleState::hasConnected)) onAllModulesConnected.fire();
 }
 
 void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& info)

@@ -15,7 +15,7 @@ public:
         fn::Handle connectionTimer; ///< Runs from a launch until the worker connects or the process exits.
         int timeouts = 0; ///< All launches whose worker did not connect in time.
         int launches = 0; ///< All launches.
-        bool connected = false; ///< Whether the module's worker has connected once.
+        bool hasConnected = false; ///< Whether the worker of any launch has connected, whatever the state is now.
     };
 
     State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions);
