@@ -210,13 +210,17 @@ void Worker::onObjectMessage(const MessageView& message)
     // Decoding may tell references that their object is dead. Their callbacks, or the receiver's, may destroy this worker.
     const auto watch = _lifetime.watch();
     const fn::AutoPtr manager = _objectManager;
-    const auto [payload, failure] = manager->decode(message);
-    if (failure) [[unlikely]] {
-        if (watch) failCall(objectId, source, payload, failure);
-    } else if (ownerOf(objectId) == manager->workerId()) {
-        if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
-    } else if (const auto reference = manager->reference(objectId)) {
-        reference->onMessage(payload);
+    try {
+        const auto [payload, failure] = manager->decode(message);
+        if (failure) [[unlikely]] {
+            if (watch) failCall(objectId, source, payload, failure);
+        } else if (ownerOf(objectId) == manager->workerId()) {
+            if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
+        } else if (const auto reference = manager->reference(objectId)) {
+            reference->onMessage(payload);
+        }
+    } catch (...) {
+        fn::unhandledException(); // The worker was not idle all the same.
     }
     if (watch) _idleTermination->scheduleTermination();
 }
