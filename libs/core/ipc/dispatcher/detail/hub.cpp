@@ -72,7 +72,7 @@ void Hub::bind()
 
 void Hub::start()
 {
-    _pipeStream->listen(backlog, [this](const fn::uv::Status& status) { onConnection(status); });
+    _pipeStream->listen(backlog, _lifetime.guard([this](const fn::uv::Status& status) { onConnection(status); }));
     _worker->connect();
 }
 

@@ -16,7 +16,10 @@ void Hub::workerDidConnect(Worker& worker)
     _registry = fn::makeAuto<RegistryImpl>(worker);
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, fn::sites::registryIsFirst);
     // The signal fires behind all calls of the dead worker, so that none of them starts waiting after this.
-    worker.objectManager()->onWorkerDied().connect([this](WorkerId id) { _registry->forgetWorker(id); }).detach();
+    worker.objectManager()
+        ->onWorkerDied()
+        .connect(_lifetime.guard([this](WorkerId id) { _registry->forgetWorker(id); }))
+        .detach();
     WorkerObjectManager::makeLocal(fn::AutoPtr<ObjectReference>(worker.registry()), _registry);
     const auto relay = fn::makeAuto<MessageBusImpl>(worker);
     worker.registry()->registerObject(relay, 0);
