@@ -41,9 +41,10 @@ std::string describe(const Exception& exception)
     append<PathInfo>(text, exception, [](const String& value) { return fmt::format("Path: {}", value.view()); });
     append<ErrnoInfo>(
         text, exception, [](int value) { return fmt::format("Errno: {} ({})", value, systemText(value)); });
-    // On this platform libuv's numbers are those of errno with the sign changed; numbers below -4000 are libuv's own.
+    // On this platform libuv's numbers are those of errno with the sign changed; from -3000 down they are libuv's own: first those
+    // of name look-ups (EAI_*), from -4000 down others such as UV_EOF.
     append<UVErrnoInfo>(text, exception, [](int value) {
-        const bool isSystems = value < 0 && value > -4000;
+        const bool isSystems = value < 0 && value > -3000;
         return isSystems ? fmt::format("UV errno: {} ({})", value, systemText(-value))
                          : fmt::format("UV errno: {}", value);
     });

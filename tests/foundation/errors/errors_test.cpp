@@ -25,10 +25,10 @@ TEST(Exception, SaysItsMessageAndThenItsDetailsWhichCopiesShareUntilOneChanges)
     auto copy = original;
     EXPECT_EQ(copy.what(), original.what()) << "the very same text";
     for (const auto* detail : { "more", "other" }) { // The text is made anew.
-        copy.attach(fn::UVErrnoInfo { -4095 }).attach(fn::DetailInfo { detail });
+        copy.attach(fn::UVErrnoInfo { -3000 }).attach(fn::DetailInfo { detail });
         EXPECT_THAT(copy.what(), HasSubstr(detail));
     }
-    EXPECT_THAT(copy.what(), HasSubstr("UV errno: -4095\n"))
+    EXPECT_THAT(copy.what(), HasSubstr("UV errno: -3000\n"))
         << "a number of libuv's own, which is none of the system's";
     EXPECT_EQ(original.what(), text);
     EXPECT_EQ(original.message(), "Could not read the file");
