@@ -6,8 +6,6 @@
 #include "core/services/network_signature.h"
 #include "core/services/password_manager/password_manager.h"
 #include "foundation/run_loop.h"
-#include "platform/com/elevation_prompt.h"
-#include "platform/firewall/firewall_file.h"
 #include "skyfold/ending_signals.h"
 #include "skyfold/secret_prompt.h"
 #include <cstdio>
@@ -92,7 +90,7 @@ int showFirewall()
 {
     const auto name = core::AppInfo::instance().applicationDisplayName();
     const auto program = fn::String(std::filesystem::canonical("/proc/self/exe").string());
-    const platform::ScopedElevationPrompt prompt([&](const fn::String& action) {
+    const core::ScopedElevationPrompt prompt([&](const fn::String& action) {
         return hasTerminal() && confirm(fmt::format("{} wants to {}. Allow it?", name.view(), action.view()));
     });
     const auto firewall = core::FirewallConfigurator::createAdvancedConfigurator();
@@ -102,8 +100,8 @@ int showFirewall()
         return 1;
     }
     print(*admission);
-    std::printf(
-        "(These are rules in %s. No packet filter is changed on this system.)\n", platform::firewallFile().c_str());
+    std::printf("(These are rules in %s. No packet filter is changed on this system.)\n",
+        core::FirewallConfigurator::rulesFile().c_str());
     if ((admission->inbound && admission->outbound) || !hasTerminal()) return 0;
     if (!confirm(fmt::format("Let the firewall admit {}?", name.view()))) return 0;
     if (!firewall->authorizeApplication(program, name, !admission->inbound, !admission->outbound)) {

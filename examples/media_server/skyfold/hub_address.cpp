@@ -3,7 +3,7 @@
 #include "base/file_descriptor.h"
 #include "base/posix.h"
 #include "foundation/io/file.h"
-#include "platform/pipe_path.h"
+#include "foundation/system/path_manager.h"
 #include <array>
 #include <cerrno>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 namespace media {
 namespace {
 
-fn::String addressFile() { return platform::privatePath("skyfold-hub"); }
+fn::String addressFile() { return fn::PathManager::privatePath("skyfold-hub"); }
 
 } // namespace
 
@@ -34,8 +34,7 @@ std::optional<fn::String> HubAddress::find()
     try {
         const auto file = fn::FileDescriptor::readRegular(addressFile());
         const auto count = fn::posix::read(file.get(), text.data(), text.size());
-        const std::string_view address(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
-        if (platform::isPipeName(address)) return fn::String(address);
+        if (count > 0) return fn::String(std::string_view(text.data(), static_cast<std::size_t>(count)));
     } catch (const fn::FileException&) { // No program has written one.
     }
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"
 #include "foundation/system/process_local.h"
+#include "platform/pipe_path.h"
 #include <filesystem>
 #include <glib.h>
 #include <glib/gstdio.h>
@@ -73,6 +74,8 @@ bool PathManager::hasInstalledLayout() const
 {
     return ::access((folder(ExecutableFolder) + "/../" + markerName).c_str(), F_OK) == 0;
 }
+
+String PathManager::privatePath(const String& name) { return platform::privatePath(name); }
 
 void PathManager::setApplicationName(const String& name)
 {

@@ -30,6 +30,10 @@ public:
     String getPath(int type, const String& relative, bool create) const;
     String getPath(int type, std::same_as<bool> auto create) const { return getPath(type, String(), create); }
 
+    /// The path of a file that running processes of this user share, in a folder that only he can enter; his pipes lie there, too.
+    /// The folder is made where it does not exist; failing that, or for a name that leads elsewhere: `fn::IOException`.
+    static String privatePath(const String& name);
+
     /// The beginning of the names of this family's programs: "skyfold".
     const String& namePrefix() const noexcept { return _namePrefix; }
 

@@ -1,6 +1,7 @@
 #include "core/services/firewall_configurator/firewall_configurator.h"
 #include "core/services/firewall_configurator/detail/advanced_firewall_configurator.h"
 #include "core/services/firewall_configurator/detail/base_firewall_configurator.h"
+#include "platform/firewall/firewall_file.h"
 
 namespace core {
 
@@ -15,5 +16,7 @@ std::unique_ptr<FirewallConfigurator> FirewallConfigurator::createAdvancedConfig
 {
     return std::make_unique<AdvancedFirewallConfigurator>();
 }
+
+fn::String FirewallConfigurator::rulesFile() { return platform::firewallFile(); }
 
 } // namespace core

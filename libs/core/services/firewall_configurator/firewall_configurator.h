@@ -1,14 +1,18 @@
 #pragma once
+#include "base/exceptions.h"
 #include "base/export.h"
 #include "base/string.h"
+#include "platform/com/elevation_prompt.h"
 #include <memory>
 
 namespace core {
 
+/// Asks the user for an administrator's rights while it lives: a program makes one in `main()`, else they are refused.
+using ScopedElevationPrompt = platform::ScopedElevationPrompt;
+
 /// Tells whether the firewall is on and whether it admits a program, and lets it admit one.
 ///
-/// On Linux it works on a file of the user's (`platform::firewallFile()`): the answers are about that file and no packet filter
-/// is changed.
+/// On Linux it works on a file of the user's (`rulesFile()`): the answers are about that file and no packet filter is changed.
 ///
 /// An operation that fails gives false, with a log line in "core.firewall" for most reasons; its results are then undefined. No
 /// operation throws. An instance is used and destroyed on one thread, on which it keeps COM initialized while it needs it.
@@ -23,6 +27,9 @@ public:
 
     /// Uses the newer interface, with rules for each direction.
     static std::unique_ptr<FirewallConfigurator> createAdvancedConfigurator();
+
+    /// Where the rules are kept; it need not exist. `fn::IOException` if the user has no home. Thread-safe.
+    static fn::String rulesFile();
 
     /// Connects to the firewall. With `elevated` the user is asked for an administrator's rights, and this waits for his
     /// answer. Does nothing if the present connection suffices; otherwise gives that up first, even if the new one fails.
