@@ -10,10 +10,10 @@ class NamedMutex;
 
 namespace core {
 
-/// Tells whether this process is the only one of its user under a name: whether an application runs already, say. The name
-/// is held as long as a copy of the lock exists; it never changes hands while one does. Copies may live on any thread.
+/// Tells whether this process is the only one of its user that holds a name: for example whether an application runs already.
+/// The process holds the name as long as a copy of the lock exists. Copies may live on any thread.
 ///
-/// One `fn::NamedMutex`, "NAME-USER": what that says of two runtime folders of one user holds here, too.
+/// The lock is a `fn::NamedMutex` "NAME-USER"; its remarks on two runtime folders of one user hold here, too.
 class FN_EXPORT ProcessLock {
 public:
     /// A name that is taken already is no error. Any other failure to take it is `fn::IOException`.
@@ -22,7 +22,7 @@ public:
     ProcessLock& operator=(const ProcessLock&);
     ~ProcessLock();
 
-    bool exclusive() const noexcept { return _exclusive; } ///< Whether the name is ours.
+    bool exclusive() const noexcept { return _exclusive; } ///< Whether this process holds the name.
 
 private:
     std::shared_ptr<fn::NamedMutex> _mutex;

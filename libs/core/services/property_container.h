@@ -6,13 +6,13 @@
 
 namespace core {
 
-/// Something with named values.
+/// An object with named values.
 class FN_EXPORT PropertyContainer {
 public:
-    /// The value of that name, else the very `defaultValue` passed in: keep that alive as long as the result.
+    /// The value of that name, or a reference to `defaultValue`, which must then live as long as the result is used.
     virtual const fn::Value& property(std::string_view name, const fn::Value& defaultValue) const = 0;
     virtual void setProperty(std::string_view name, fn::Value value) = 0;
-    virtual void removeProperty(std::string_view name) = 0; ///< A missing one is no error.
+    virtual void removeProperty(std::string_view name) = 0; ///< A missing property is no error.
     virtual bool hasProperty(std::string_view name) const = 0;
     virtual std::vector<fn::String> propertyNames() const = 0;
     virtual ~PropertyContainer();

@@ -14,7 +14,7 @@ public:
     ResourceHash() = delete;
 
     /// 40 lower-case hexadecimal digits. `fn::FileException` for a file that can not be opened or read, and for a pipe.
-    /// Reads on the calling thread. A file that is being written has the hash of what was seen of it.
+    /// Reads on the calling thread. A file that is being written has the hash of the bytes that were read.
     static fn::String forFile(const fn::String& path);
 };
 

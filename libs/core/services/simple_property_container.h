@@ -4,7 +4,7 @@
 
 namespace core {
 
-/// Properties in a map that the deriving class owns. References that `property()` gives last until that property
+/// Properties in a map that the derived class owns. References that `property()` gives are valid until that property
 /// changes.
 class FN_EXPORT SimplePropertyContainer : public PropertyContainer {
 public:
@@ -18,7 +18,7 @@ public:
     ~SimplePropertyContainer() override;
 
     virtual const std::map<fn::String, fn::Value>& propertyMap() const = 0;
-    virtual std::map<fn::String, fn::Value>& propertyMap() = 0; ///< Asked for when something is about to change.
+    virtual std::map<fn::String, fn::Value>& propertyMap() = 0; ///< Called before a property changes.
 };
 
 } // namespace core

@@ -11,8 +11,8 @@ class OutputStream;
 
 namespace core {
 
-/// Bytes with the MIME type of what they hold, "" where it is unknown. A boxed one keeps its label; assigning it to a
-/// plain `fn::ByteArray` drops it.
+/// Bytes with the MIME type of their contents, "" if it is unknown. A boxed object keeps its type; assigning it to a plain
+/// `fn::ByteArray` drops the type.
 class FN_EXPORT TypedByteArray : public fn::ByteArray {
 public:
     explicit TypedByteArray(unsigned int size) : fn::ByteArray(size) { } ///< Zero bytes without a type.
