@@ -7,8 +7,8 @@
 
 namespace ipc {
 
-/// Holds a new instance until the loop's next turn: a release in its constructor does not delete it. Holds it longer while
-/// messages that were sent in the constructor wait to leave. A derived constructor may throw: the instance disarms it then.
+/// Holds a new instance until the loop's next turn, so that a release in its constructor does not delete it, and longer while
+/// messages that its constructor has sent wait to leave. If a derived constructor throws, the instance disarms the task.
 class ObjectInstance::ConstructionTask final : public fn::RefCountedBase {
 public:
     explicit ConstructionTask(ObjectInstance* instance) : _instance(instance) { }
@@ -27,7 +27,7 @@ public:
         if (_instance) task();
     }
 
-    void disarm() { static_cast<void>(_instance.leak()); } // The memory goes: its count no longer matters.
+    void disarm() { static_cast<void>(_instance.leak()); } // It is being destroyed, and needs no release.
 
 private:
     fn::AutoPtr<ObjectInstance> _instance;
@@ -81,7 +81,7 @@ void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
 
 void ObjectInstance::afterConstruction(fn::Task task)
 {
-    if (!_constructionTask) return; // The loop has ended before it ran.
+    if (!_constructionTask) return; // The loop has ended before it ran the task.
     loop().post(
         [construction = fn::AutoPtr(_constructionTask), task = std::move(task)]() mutable { construction->run(task); });
 }
@@ -126,7 +126,7 @@ void ObjectInstance::decreaseUsageCount()
 
 void ObjectInstance::releaseUsage(std::int32_t count)
 {
-    // A dispatcher that releases more than it was sent must not take away what others hold.
+    // If a dispatcher releases more than this worker has sent, the holds of local users must stay.
     const auto due = std::min(count, _usageCount);
     for (std::int32_t i = 0; i < due; ++i) decreaseUsageCount();
     FN_ASSERT(count >= 0 && count == due, fn::sites::releasedInstanceIsHeld);

@@ -6,11 +6,11 @@
 
 namespace ipc {
 
-/// A shared object where it lives. Other workers, and its own, use it through references; it stays alive while anybody
-/// holds it here or a reference elsewhere.
+/// A shared object in its owner, the worker in which it lives. All workers, also the owner, use it through references. It lives
+/// while code in its process holds it, or another worker holds a reference.
 ///
-/// It belongs to its worker's loop and is deleted there. An instance that nobody keeps after its construction is destroyed
-/// on the loop's next turn. It may outlive its worker: it sends nothing any more then.
+/// It belongs to its worker's loop and is deleted there. An instance that nobody holds after its construction is destroyed on
+/// the loop's next turn. An instance that outlives its worker sends nothing any more.
 class FN_EXPORT ObjectInstance : public fn::RefCountedObject {
 public:
     explicit ObjectInstance(Worker& worker); ///< The worker must be connected.
@@ -23,8 +23,8 @@ public:
     /// once the last holder of the instance has gone.
     fn::AutoPtr<ObjectReference> localReference();
 
-    /// Sends a message to the references of one worker, or (NO_WORKER_ID) of all. From a constructor it leaves after
-    /// construction, in the order of the calls. Throws what encoding throws, then and there; what leaves later gives that to
+    /// Sends a message to the reference in one worker, or with NO_WORKER_ID to those in all workers. Throws what encoding throws.
+    /// Messages that a constructor sends leave after construction, in their order; what encoding them throws goes to
     /// `fn::unhandledException()`.
     void sendMessage(WorkerId workerId, const fn::Value& value);
     void broadcast(const fn::Value& value) { sendMessage(NO_WORKER_ID, value); }
@@ -33,10 +33,10 @@ protected:
     void deleteInstance() override;
     ~ObjectInstance() override;
 
-    void sendFields(WorkerId workerId, MessageFields fields); ///< As `sendMessage()` of that map.
+    void sendFields(WorkerId workerId, MessageFields fields); ///< Like `sendMessage()` of a map of these fields.
 
-    bool isConstructed() const { return _ready; } ///< Of the loop's next turn on.
-    void afterConstruction(fn::Task task); ///< Runs it once constructed, in the order of the calls.
+    bool isConstructed() const { return _ready; } ///< True from the loop's next turn on.
+    void afterConstruction(fn::Task task); ///< Runs `task` after construction; several tasks in their order.
 
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 
@@ -50,16 +50,16 @@ private:
     friend class WorkerObjectManager;
     class ConstructionTask;
 
-    void increateUsageCount(); // One more message took this instance to another worker: one more hold.
+    void increateUsageCount(); // A message has taken this instance to another worker: adds a hold.
     void decreaseUsageCount();
-    void releaseUsage(std::int32_t count); // `count` times; more than is held is reported.
+    void releaseUsage(std::int32_t count); // Drops `count` holds. Reports a broken invariant if there are fewer.
     std::int32_t usageCount() const { return _usageCount; }
     void deliverLocally(const fn::Value& value);
 
     fn::AutoPtr<WorkerObjectManager> _manager;
     const ObjectId _objectId;
     fn::WeakPtr<ObjectReference> _localReference;
-    ConstructionTask* _constructionTask = nullptr; // Borrowed from the loop while it is posted.
+    ConstructionTask* _constructionTask = nullptr; // Owned by the loop's queue; null when it has gone.
     bool _ready = false;
     std::int32_t _usageCount = 0;
 };

@@ -92,7 +92,7 @@ void ObjectReference::sendMessage(const fn::Value& value)
 {
     if (!hasWorker()) return;
     if (!local()) {
-        if (_dead) return; // Its id may name a later worker's object.
+        if (_dead) return; // The object id may name an object of a later worker.
         _manager->send(ownerOf(_objectId), _objectId, value);
         return;
     }
@@ -126,7 +126,7 @@ void ObjectReference::notifyObjectDead()
     } catch (...) {
         fn::unhandledException(); // Others are to hear of the death as well.
     }
-    // Whatever an override has done, or has left to its base class without calling it.
+    // An override may not have called the base class, which rejects pending calls.
     if (auto* callable = dynamic_cast<CallableObjectReference*>(this)) callable->rejectPendingCalls();
 }
 

@@ -14,14 +14,14 @@ class Worker;
 class WorkerObjectManager;
 class ObjectReference;
 
-/// Made on the stack by whoever constructs a reference. It holds the reference until its constructor has returned, so that a
-/// temporary `fn::AutoPtr(this)` does not delete it.
+/// Code that constructs a reference makes a hold on its stack. The hold keeps the reference until its constructor has returned,
+/// so that a temporary `fn::AutoPtr(this)` does not delete it.
 class FN_EXPORT ConstructionHold {
 public:
     explicit ConstructionHold(struct ObjectReferenceInitializer& initializer);
     ConstructionHold(const ConstructionHold&) = delete;
     ConstructionHold& operator=(const ConstructionHold&) = delete;
-    ~ConstructionHold(); ///< Whoever asked for the reference holds it by now.
+    ~ConstructionHold(); ///< Lets go of the reference, which its maker holds by then.
 
 private:
     friend class ObjectReference;
@@ -38,11 +38,11 @@ struct FN_EXPORT ObjectReferenceInitializer {
     ObjectReferenceInitializer& operator=(const ObjectReferenceInitializer&) = delete;
     ~ObjectReferenceInitializer();
 
-    WorkerObjectManager* manager = nullptr; ///< Of the worker; null only in `ObjectReference::_dummyInitializer`.
+    WorkerObjectManager* manager = nullptr; ///< The worker's; null only in `ObjectReference::_dummyInitializer`.
     ObjectId objectId = 0;
     fn::AutoPtr<ObjectInstance> instance; ///< Set for a local reference.
     fn::String className; ///< As the sender named it; may be empty.
-    ConstructionHold* hold = nullptr; ///< Of who makes the reference.
+    ConstructionHold* hold = nullptr; ///< On the stack of the code that makes the reference.
 };
 
 /// A shared object as its users see it, in any worker. In the instance's own worker it is *local*: messages take a short-cut
@@ -51,14 +51,14 @@ struct FN_EXPORT ObjectReferenceInitializer {
 /// Belongs to its worker's loop; it is deleted there, never inside the release of its last holder.
 class FN_EXPORT ObjectReference : public fn::RefCountedObject {
 public:
-    /// A derived constructor may take `fn::AutoPtr(this)`, send and call. It runs also for `classNameOf()`, where there is no
-    /// worker: calls fail then. One that throws fails the message that brought the object.
+    /// A derived constructor may take `fn::AutoPtr(this)`, send and call. It also runs for `classNameOf()`, without a worker:
+    /// calls fail then. If it throws, the message that brought the object fails.
     explicit ObjectReference(ObjectReferenceInitializer& initializer);
 
-    /// For asking a class for its name: no worker, no object.
+    /// An initializer without worker and object, for asking a class for its name.
     static ObjectReferenceInitializer _dummyInitializer;
 
-    /// The class name that references of class T report, asked of one that is thrown away.
+    /// The class name that references of class T report. Makes a T, asks it and destroys it.
     template <typename T> static fn::String classNameOf()
     {
         static_assert(
@@ -70,8 +70,8 @@ public:
 
     ObjectId objectId() const { return _objectId; }
     bool local() const { return static_cast<bool>(_instance); }
-    bool dead() const { return _dead; } ///< Its worker has gone; it comes back no more.
-    /// Fires once; who connects later is called at once.
+    bool dead() const { return _dead; } ///< Whether the instance's worker has gone; final.
+    /// Fires once, when the reference becomes dead. A callback that is connected later is called at once.
     fn::Signal<>& objectDeadSignal() { return _objectDeadSignal; }
     fn::RunLoop& loop() const; ///< Without a worker: `fn::NullPointerException`.
 
@@ -79,7 +79,7 @@ public:
     virtual fn::String className() const;
     fn::String toString() const override; ///< "ObjectReference (class, address)".
 
-    /// Sends a message to the instance. Once this worker or the instance's has gone it goes nowhere. Throws what encoding
+    /// Sends a message to the instance. Does nothing when this worker or that of the instance has gone. Throws what encoding
     /// throws.
     void sendMessage(const fn::Value& value);
 
@@ -89,14 +89,14 @@ protected:
     void deleteInstance() override;
 
     Worker& worker() const; ///< Without a worker, or after its end: `fn::NullPointerException`.
-    bool hasWorker() const; ///< Whether `worker()` is there.
+    bool hasWorker() const; ///< Whether `worker()` still exists.
 
-    WorkerObjectManager& manager() const; // The library's own. Where `hasWorker()`.
-    void sendFields(MessageFields fields); ///< As `sendMessage()` of that map.
+    WorkerObjectManager& manager() const; // For the library's own classes, while `hasWorker()`.
+    void sendFields(MessageFields fields); ///< Like `sendMessage()` of a map of these fields.
 
-    virtual void onMessage(const fn::Value& message); ///< A message of the instance. Default: nothing.
+    virtual void onMessage(const fn::Value& message); ///< Handles a message of the instance. Default: nothing.
 
-    /// After the signal has fired. Default: nothing. An exception goes to `fn::unhandledException()`.
+    /// Called after `objectDeadSignal()` has fired. Default: nothing. An exception goes to `fn::unhandledException()`.
     virtual void onObjectDead();
 
 private:
@@ -115,10 +115,10 @@ private:
     fn::AutoPtr<ObjectInstance> _instance; // Set only for a local reference.
     fn::Signal<> _objectDeadSignal;
     const fn::String _className;
-    ConstructionHold* _constructionHold = nullptr; // While it holds this.
+    ConstructionHold* _constructionHold = nullptr; // Set while it holds this reference.
     bool _dead = false;
-    bool _isOutdated = false; // Its owner's id has been given out again: it may name another worker's object.
-    std::int32_t _usageCount = 0; // Messages that brought a remote reference and are not released yet.
+    bool _isOutdated = false; // The owner's id was given out again: `_objectId` may name another worker's object.
+    std::int32_t _usageCount = 0; // Messages that brought this remote reference and are not released yet.
 };
 
 } // namespace ipc

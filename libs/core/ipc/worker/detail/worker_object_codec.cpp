@@ -13,7 +13,7 @@
 #include "foundation/mpack/deserializer.h"
 #include "foundation/time/timestamp.h"
 
-// The codec of payloads: what they mention is counted, and becomes references of its classes.
+// The codec of payloads: shared objects become ids, ids become references of their classes, and messages are counted.
 
 namespace ipc {
 namespace {
@@ -73,7 +73,7 @@ template <typename Write> fn::Value WorkerObjectManager::encode(fn::OutputStream
     return objects;
 }
 
-/// The worker's own instances among `objects` have been sent once more.
+/// Counts one more message for each of the worker's own instances among `objects`.
 void WorkerObjectManager::countSent(const fn::Value& objects)
 {
     if (objects.size() == 0) return;
@@ -150,7 +150,7 @@ WorkerObjectManager::Decoded WorkerObjectManager::decode(const MessageView& mess
     const auto objectIds = message.objectIds();
     auto objects = objectIds.empty() ? fn::Value() : message.required(field::OBJECTS);
     const Scope scope(_objects, objects);
-    std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted: decoding may drop them again.
+    std::vector<fn::AutoPtr<ObjectReference>> made; // Held until they are counted, since decoding may drop them.
     const Scope madeScope(_made, made);
     Decoded decoded;
     const Scope failureScope(_failure, decoded.failure);
@@ -167,13 +167,13 @@ WorkerObjectManager::Decoded WorkerObjectManager::decode(const MessageView& mess
     return decoded;
 }
 
-/// The dispatcher has counted what is listed: either a reference releases it one day, or there is none to do that.
+/// The dispatcher has counted the listed objects: each reference counts the message; without a reference it is released at once.
 void WorkerObjectManager::countReceived(std::span<const ObjectId> objectIds)
 {
     for (const auto objectId : objectIds) {
         if (ownerOf(objectId) == _workerId) continue;
         if (const auto received = reference(objectId)) {
-            // Local ones are not counted: another worker may list an object that this one never sent.
+            // A local reference has no use to release. Its instance was made before this worker had its id.
             if (!received->local()) received->increaseUsageCount();
         } else if (!_deadWorkers.contains(ownerOf(objectId))) {
             sendRelease(objectId, 1);
@@ -181,7 +181,7 @@ void WorkerObjectManager::countReceived(std::span<const ObjectId> objectIds)
     }
 }
 
-/// What fails takes nothing from the rest: its message may be a call, whose caller is to hear of it.
+/// If one value cannot be made, the others still are: the message may be a call, whose caller must hear of the failure.
 fn::Value WorkerObjectManager::deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
 {
     try {

@@ -15,7 +15,7 @@ constexpr const char* site = "libs/core/ipc/worker";
 
 constexpr auto& factoryCategory = fn::logging::category<"core.ipc.ObjectReferenceFactory">;
 
-/// What a reference that nobody registered a class for reports.
+/// The class name that a plain ObjectReference reports.
 const fn::String& plainClassName()
 {
     static const fn::String name = ObjectReference::classNameOf<ObjectReference>();
@@ -114,7 +114,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 }
 // --- References by class
 
-/// A plain one whose class has been registered since.
+/// Whether this is a plain reference whose class has been registered since it was made.
 bool WorkerObjectManager::isOutgrown(const ObjectReference& reference) const
 {
     return typeid(reference) == typeid(ObjectReference) && !reference.local() && _link
@@ -126,7 +126,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoP
     if (!found || found->dead() || !isOutgrown(*found)) return found;
     if (const auto current = reference(found->objectId()); current && !isOutgrown(*current)) return current;
     auto created = createReference(found->objectId(), found->className());
-    // No message has brought it: it lives on the uses that `found` is counted with.
+    // No message has brought `created`, so it holds `found`, whose uses keep the instance alive.
     created->objectDeadSignal().connect([found] {}).detach();
     return created;
 }
@@ -175,10 +175,10 @@ void WorkerObjectManager::collectLive(LiveReferences& live, ObjectReference& ref
     if (reference.tryRetain())
         live.push_back(fn::AutoPtr<ObjectReference>::adopt(&reference));
     else
-        reference.markObjectDead(); // It is being destroyed: nobody is left to hear of it, nor anything to release.
+        reference.markObjectDead(); // It is being destroyed: no callback hears of it, and it releases nothing.
 }
 
-/// All are dead before the first one hears of it: no callback sees a half-updated set.
+/// Marks all references as dead before it notifies the first one, so that no callback sees some of them alive.
 void WorkerObjectManager::markDead(LiveReferences references)
 {
     std::ranges::stable_sort(references, {}, [](const auto& reference) { return reference->objectId(); });
@@ -188,7 +188,7 @@ void WorkerObjectManager::markDead(LiveReferences references)
 
 void WorkerObjectManager::workerDied(WorkerId workerId)
 {
-    const fn::AutoPtr self(this); // Who hears of it may destroy the worker.
+    const fn::AutoPtr self(this); // A callback may destroy the worker.
     _deadWorkers.insert(workerId);
     _requestNumbers.forget(workerId);
     LiveReferences live;
@@ -204,7 +204,7 @@ void WorkerObjectManager::workerDied(WorkerId workerId)
 
 void WorkerObjectManager::workerIdReused(WorkerId workerId)
 {
-    // What is left of the old worker's objects must not be taken for the new one's.
+    // References to the old worker's objects must not be taken for references to the new worker's.
     if (!_deadWorkers.erase(workerId)) return;
     for (const auto& [objectId, reference] : _references[workerId]) reference->_isOutdated = true;
     for (auto* reference : _displaced) {
@@ -229,7 +229,7 @@ void WorkerObjectManager::markAllDead(bool withLocal)
     markDead(std::move(all));
 }
 
-/// What other workers held: the release that would end it can come no more.
+/// Drops the holds for other workers, since the releases that would end them can come no more.
 void WorkerObjectManager::dropUsageHolds()
 {
     std::vector<fn::AutoPtr<ObjectInstance>> held;

@@ -22,17 +22,17 @@ class Worker;
 class WorkerLink;
 struct ObjectReferenceInitializer;
 
-/// An object that was made before its worker was connected cannot be shared: `fn::RuntimeException`.
+/// Throws `fn::RuntimeException` for an object that was made before its worker was connected: it cannot be shared.
 void requireConnectedOwner(ObjectId objectId);
 
-/// What the objects of a worker have of it: a way to send, its loop and id, and whether it is still there; the tables of its
+/// What the objects of a worker use of it: a way to send, its loop and id, and whether it still exists; the tables of its
 /// instances and references, and the codec of payloads.
 ///
-/// The objects of a worker share it, so that they may outlive the worker: once the worker has gone (`close()`), `isAlive()` is
-/// false, and what objects unregister or send goes nowhere. The run loop outlives both. Belongs to the worker's loop.
+/// The objects hold the manager, since they may outlive the worker. When the worker has gone (`close()`), `isAlive()` is false,
+/// and the objects send nothing. The run loop outlives both. Belongs to the worker's loop.
 ///
-/// The tables hold plain pointers; objects add and remove themselves. An object whose last reference has gone counts as
-/// absent, although its entry stays until its deletion on the loop.
+/// The tables hold plain pointers; objects add and remove themselves. An object whose last holder has gone counts as absent,
+/// although its entry stays until the object is deleted on the loop.
 class WorkerObjectManager final : public fn::RefCountedBase,
                                   public fn::mpack::ValueSerializer,
                                   public fn::mpack::ValueDeserializer {
@@ -40,13 +40,13 @@ public:
     WorkerObjectManager(WorkerLink& link, fn::RunLoop& loop);
 
     bool isAlive() const noexcept { return _link; } ///< False once the worker has gone.
-    Worker& worker() const; ///< Once it has gone: `fn::NullPointerException`.
+    Worker& worker() const; ///< When the worker has gone: `fn::NullPointerException`.
     fn::RunLoop& loop() const noexcept { return _loop; }
     WorkerId workerId() const noexcept { return _workerId; }
     void setWorkerId(WorkerId workerId) noexcept { _workerId = workerId; }
     RequestNumbers& requestNumbers() noexcept { return _requestNumbers; }
 
-    /// The worker has gone: what is left of its references is dead, and is notified.
+    /// The worker has gone. Marks the references that are left as dead and notifies them.
     void close();
 
     /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been sent or
@@ -58,13 +58,13 @@ public:
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
 
-    /// Turns `reference` into the local one of `instance`. Whoever holds it already reaches the instance, too.
+    /// Turns `reference` into the local one of `instance`, also for the code that holds it already.
     static void makeLocal(const fn::AutoPtr<ObjectReference>& reference, const fn::AutoPtr<ObjectInstance>& instance);
 
-    /// Everything of a dead worker has been handled, and its objects are dead.
+    /// Fires when a worker has died, its messages have been handled, and the references to its objects are dead.
     fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
 
-    /// Before the worker is connected it gives ids whose owner is NO_WORKER_ID, and reports a broken invariant.
+    /// Before the worker is connected, gives ids with the owner NO_WORKER_ID and reports a broken invariant.
     ObjectId nextObjectId();
     void registerInstance(ObjectInstance& instance);
     void unregisterInstance(ObjectInstance* instance);
@@ -73,7 +73,7 @@ public:
     fn::AutoPtr<ObjectInstance> instance(ObjectId objectId) const; ///< Empty if absent or dying.
     fn::AutoPtr<ObjectReference> reference(ObjectId objectId) const; ///< Empty if absent or dying.
 
-    /// The same object by a reference of its class, where that has been registered after `found` was made as a plain one.
+    /// A reference of its class to the object of `found`, if `found` is plain and the class was registered later; else `found`.
     fn::AutoPtr<ObjectReference> typedReference(const fn::AutoPtr<ObjectReference>& found);
 
     template <typename Visitor> bool anyInstance(Visitor visitor) const
@@ -84,24 +84,24 @@ public:
         return false;
     }
 
-    /// Throws for a boxed value or object that no receiver could use: one that is not shared, or that another worker of this
-    /// process shares, which would not know that it has been sent.
+    /// Throws for a boxed value that has no form on the wire, an object that is not shared, and an object of another worker of
+    /// this process, which would not know that it has been sent.
     void checkSendable(const fn::Value& value) const;
 
-    /// The payload of a MESSAGE. Where something in it could not be made (a reference class may throw), nil stands for it.
+    /// The payload of a MESSAGE. Nil stands for a value that could not be made (a reference class may throw).
     struct Decoded {
         fn::Value payload;
-        std::exception_ptr failure; ///< Of the first such part; null for none.
+        std::exception_ptr failure; ///< The exception of the first such value; null if there is none.
     };
 
-    /// What the message lists is counted for the references that it brought, and released where it brought none, also when
-    /// this throws: the bytes are no payload.
+    /// Decodes the payload, or throws if its bytes are none. In both cases counts the message for the references to the objects
+    /// that it lists, and releases it where there is no reference.
     Decoded decode(const MessageView& message);
 
     void workerDied(WorkerId workerId);
-    /// The id of a dead worker has been given out again. Old references to its objects stay dead, and are nil to others.
+    /// The id of a dead worker names a new one. References to the dead one's objects stay dead, and are sent as nil.
     void workerIdReused(WorkerId workerId);
-    void connectionLost(); ///< Everybody else's objects are gone.
+    void connectionLost(); ///< Other workers' objects are dead, and their holds dropped.
 
 private:
     using References = std::unordered_map<ObjectId, ObjectReference*>;
@@ -148,12 +148,13 @@ private:
     WorkerId _workerId = NO_WORKER_ID;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
-    std::vector<ObjectReference*> _displaced; // Not destroyed yet, while another one is in the table for the object.
+    std::vector<ObjectReference*> _displaced; // Replaced by a newer reference, not destroyed yet.
     std::uint64_t _nextSequence = 0;
-    std::uint64_t _nextEarlySequence = 0; // Of objects that were made before the worker was connected.
-    fn::Value* _objects = nullptr; // Of the payload being encoded or decoded; both can nest, since they run user code.
-    std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr; // Of the payload being decoded: its new references.
-    std::exception_ptr* _failure = nullptr; // Of the payload being decoded.
+    std::uint64_t _nextEarlySequence = 0; // For objects that are made before the worker is connected.
+    // Of the payload that is being encoded or decoded, which can nest: its OBJECTS, new references and first failure.
+    fn::Value* _objects = nullptr;
+    std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr;
+    std::exception_ptr* _failure = nullptr;
     WorkerIdSet _deadWorkers;
     RequestNumbers _requestNumbers;
 };
