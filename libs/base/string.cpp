@@ -20,6 +20,7 @@ struct Header {
     std::uint32_t capacity; // Bytes of text, its terminator not counted.
 };
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the header in front of the text is changed through it.
 Header& headerOf(char* text) noexcept { return *reinterpret_cast<Header*>(text - sizeof(Header)); }
 
 std::uint32_t checkedSize(std::size_t size)

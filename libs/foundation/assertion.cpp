@@ -28,7 +28,7 @@ std::atomic<AssertionHook>& currentHook()
 
 void reportAssertion(const AssertionSite& site) noexcept
 {
-    thread_local bool reporting = false;
+    static thread_local bool reporting = false;
     if (reporting) {
         // The hook, or a log sink that the hook has called, has broken an invariant itself.
         logging::writeStandardError("Assertion failed while one was reported: ");

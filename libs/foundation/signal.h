@@ -152,6 +152,7 @@ public:
     }
 
     /// Calls the callbacks that are connected now, except one that is disconnected before its turn.
+    // By value: what a callback frees may hold the argument. NOLINTNEXTLINE(performance-unnecessary-value-param)
     void fire(Args... args) { fireRecords(args...); }
 
     /// Fires for the last time: all connections end, and a callback that is connected later is called at once. To be called once.

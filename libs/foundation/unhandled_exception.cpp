@@ -94,7 +94,7 @@ void logException() noexcept
 
 void unhandledException() noexcept
 {
-    thread_local bool reporting = false;
+    static thread_local bool reporting = false;
     if (reporting) {
         // A log sink or the hook has failed in its turn: reporting that failure in the same way would never end.
         return logging::writeStandardError("Unhandled exception while one was reported\n");

@@ -269,8 +269,7 @@ void Value::set(const Value& key, Value value)
 bool Value::remove(const Value& key)
 {
     if (!has(key)) return false; // A shared map is not copied.
-    const Value ownKey = key;
-    return mutableEntries().remove(ownKey);
+    return mutableEntries().remove(Value(key)); // A copy: `key` may be in the map.
 }
 
 const Value& Value::operator[](std::size_t index) const

@@ -21,6 +21,9 @@ namespace {
 constexpr double twoTo63 = 9223372036854775808.0;
 constexpr double twoTo64 = 2 * twoTo63;
 
+/// Whether `first` <= `number` < `end`; NaN is not.
+bool isBetween(double first, double number, double end) { return number >= first && number < end; }
+
 } // namespace
 
 std::int64_t Value::toSigned(std::int64_t least, std::int64_t most) const
@@ -32,9 +35,7 @@ std::int64_t Value::toSigned(std::int64_t least, std::int64_t most) const
     case Kind::Int: result = _data.integer; break;
     case Kind::UInt: throwLossy(*this); // A UInt is above every signed integer.
     case Kind::Double:
-        // This form of the condition refuses NaN, too.
-        if (!(_data.real >= -twoTo63 && _data.real < twoTo63) || std::trunc(_data.real) != _data.real)
-            throwLossy(*this);
+        if (!isBetween(-twoTo63, _data.real, twoTo63) || std::trunc(_data.real) != _data.real) throwLossy(*this);
         result = static_cast<std::int64_t>(_data.real);
         break;
     default: throwNotIntegral(*this);
@@ -55,7 +56,7 @@ std::uint64_t Value::toUnsigned(std::uint64_t most) const
         break;
     case Kind::UInt: result = _data.unsignedInteger; break;
     case Kind::Double:
-        if (!(_data.real >= 0 && _data.real < twoTo64) || std::trunc(_data.real) != _data.real) throwLossy(*this);
+        if (!isBetween(0, _data.real, twoTo64) || std::trunc(_data.real) != _data.real) throwLossy(*this);
         result = static_cast<std::uint64_t>(_data.real);
         break;
     default: throwNotIntegral(*this);

@@ -16,8 +16,9 @@ public:
         const std::lock_guard guard(_lock);
         if (flags == ES_CONTINUOUS)
             _inhibitor = fn::FileDescriptor();
-        else if (!_inhibitor && !(_inhibitor = fn::FileDescriptor(inhibitSleep())))
-            return 0;
+        else if (!_inhibitor)
+            _inhibitor = fn::FileDescriptor(inhibitSleep());
+        if (flags != ES_CONTINUOUS && !_inhibitor) return 0;
         return std::exchange(_state, flags);
     }
 

@@ -68,7 +68,7 @@ bool isPipeName(std::string_view path) noexcept { return path.size() > prefix.si
 fn::String privatePath(std::string_view name)
 {
     constexpr std::string_view refused("/\0", 2);
-    if (name.empty() || name == "." || name.find_first_of(refused) != name.npos || name.find("..") != name.npos) {
+    if (name.empty() || name == "." || name.find_first_of(refused) != std::string_view::npos || name.contains("..")) {
         fail(fmt::format("\"{}\" can not name a pipe or lock: '/', NUL and '..' are not allowed", name), EINVAL);
     }
     return privateFolder() + "/" + name;

@@ -29,12 +29,12 @@ public:
 private:
     struct Slot {
         std::mutex lock;
-        T value {};
+        T value;
     };
 
     static Slot& currentSlot()
     {
-        static auto& slot = *new Slot; // Never destroyed: calls come at the very end of a process, too.
+        static auto& slot = *new Slot(); // Never destroyed: calls come at the very end of a process, too.
         return slot;
     }
 

@@ -32,7 +32,8 @@ public:
     Value take()
     {
         // The parser takes a NUL byte for the end of the text, but JSON allows none.
-        if (const auto nul = _text.find('\0'); nul != _text.npos) throwMalformed("NUL byte behind the value", nul + 1);
+        if (const auto nul = _text.find('\0'); nul != std::string_view::npos)
+            throwMalformed("NUL byte behind the value", nul + 1);
         return std::move(_result);
     }
 

@@ -9,7 +9,7 @@ namespace {
 template <std::size_t Size> std::optional<std::array<std::uint8_t, Size>> parse(int family, const std::string& text)
 {
     std::array<std::uint8_t, Size> bytes;
-    const bool isWhole = text.find('\0') == text.npos; // `inet_pton()` would stop at the NUL.
+    const bool isWhole = !text.contains('\0'); // `inet_pton()` would stop at the NUL.
     if (!isWhole || ::inet_pton(family, text.c_str(), bytes.data()) != 1) return std::nullopt;
     return bytes;
 }

@@ -66,8 +66,8 @@ String PathManager::folder(int type) const
     case ResourceFolder:
         return hasInstalledLayout() ? folder(ExecutableFolder) + "/.." : String(CORE_SOURCE_DIR "/resources");
     case LogFolder: return String(g_get_user_state_dir()) + "/" + applicationName() + "/logs";
+    default: throw with(RangeException("Unknown path type"), DetailInfo { "Type: " + String::number(type) });
     }
-    throw with(RangeException("Unknown path type"), DetailInfo { "Type: " + String::number(type) });
 }
 
 bool PathManager::hasInstalledLayout() const

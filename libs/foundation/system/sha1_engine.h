@@ -1,7 +1,7 @@
 #pragma once
 #include "base/byte_array.h"
 
-struct _GChecksum;
+struct _GChecksum; // NOLINT(bugprone-reserved-identifier): GLib's name.
 
 namespace fn {
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <initializer_list>
 #include <unistd.h>
 
 namespace fn {

@@ -34,7 +34,7 @@ public:
         const auto digits = static_cast<std::size_t>(end - _rest.begin());
         if (digits < leastDigits) fail();
         int result = 0;
-        std::from_chars(_rest.data(), _rest.data() + digits, result);
+        std::from_chars(_rest.begin(), end, result);
         _rest.remove_prefix(digits);
         return result;
     }

@@ -2,7 +2,7 @@
 #include "foundation/run_loop.h"
 #include <memory>
 
-typedef struct uv_loop_s uv_loop_t;
+using uv_loop_t = struct uv_loop_s;
 
 namespace fn::uv {
 

@@ -3,7 +3,7 @@
 
 namespace fn::uv {
 
-PipeStream::PipeStream(Loop& loop, bool passHandles) : _private(nullptr)
+PipeStream::PipeStream(Loop& loop, bool passHandles)
 {
     if (passHandles) Status("make a pipe that passes handles", UV_ENOTSUP).throwOnError();
     _private = new Private(loop.internals());

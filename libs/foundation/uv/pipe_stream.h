@@ -74,7 +74,7 @@ protected:
     ~PipeStream() override;
 
 private:
-    Private* _private; // Held by this object, and by libuv until the pipe is closed.
+    Private* _private = nullptr; // Held by this object, and by libuv until the pipe is closed.
 };
 
 } // namespace fn::uv

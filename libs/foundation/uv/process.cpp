@@ -72,7 +72,8 @@ void Process::Private::spawn(ProcessOptions options)
     auto streams = containersOf(options.streams);
     _flags = options.flags;
     _onExit = std::move(options.onExit);
-    hold(this).release(); // The hold of libuv, until it has closed the handle, also if starting the child fails.
+    // The hold of libuv, until it has closed the handle, also if starting the child fails.
+    static_cast<void>(hold(this).release());
     _open = true;
     auto* const system = loop()->system();
     const auto code = system ? startSimulated(*system, options) : start(options, std::move(streams));
@@ -95,6 +96,7 @@ int Process::Private::startSimulated(System& system, const ProcessOptions& optio
 int Process::Private::start(const ProcessOptions& options, std::vector<uv_stdio_container_t> streams)
 {
     std::vector<char*> arguments;
+    arguments.reserve(options.arguments.size() + 1);
     for (const auto& argument : options.arguments) arguments.push_back(const_cast<char*>(argument.c_str()));
     arguments.push_back(nullptr);
 

@@ -110,7 +110,7 @@ NetlinkAttributes::NetlinkAttributes(std::span<const std::uint8_t> attributes)
 {
     const auto* attribute = reinterpret_cast<const nlattr*>(attributes.data());
     for (int left = static_cast<int>(attributes.size()); mnl_attr_ok(attribute, left);
-         left -= static_cast<int>(MNL_ALIGN(mnl_attr_get_len(attribute))), attribute = mnl_attr_next(attribute)) {
+         left -= MNL_ALIGN(mnl_attr_get_len(attribute)), attribute = mnl_attr_next(attribute)) {
         const auto number = mnl_attr_get_type(attribute);
         if (number >= count) continue;
         _attributes[number] = { static_cast<const std::uint8_t*>(mnl_attr_get_payload(attribute)),

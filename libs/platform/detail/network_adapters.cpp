@@ -32,7 +32,7 @@ std::optional<SocketAddress> socketAddress(int family, Bytes bytes, DWORD adapte
 // counts as Ethernet.
 bool isWireless(const std::string& name)
 {
-    return name.find('/') == name.npos && ::access(("/sys/class/net/" + name + "/wireless").c_str(), F_OK) == 0;
+    return !name.contains('/') && ::access(("/sys/class/net/" + name + "/wireless").c_str(), F_OK) == 0;
 }
 
 DWORD adapterType(unsigned short hardware, const std::string& name)

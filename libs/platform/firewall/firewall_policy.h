@@ -54,7 +54,8 @@ public:
     /// Appends a copy of `rule`, also if there is an equal rule. `E_INVALIDARG` for an object that this layer has not made.
     virtual HRESULT Add(INetFwRule* rule) = 0;
 
-    virtual HRESULT get__NewEnum(IUnknown** enumeration) = 0; ///< An IEnumVARIANT of the rules, as `VT_DISPATCH`.
+    /// Gives an IEnumVARIANT of the rules, as `VT_DISPATCH`.
+    virtual HRESULT get__NewEnum(IUnknown** enumeration) = 0; // NOLINT(bugprone-reserved-identifier): their name.
 
 protected:
     ~INetFwRules() = default;

@@ -37,7 +37,7 @@ StatementPointer Connection::prepare(std::string_view& sql)
 {
     const Turn turn(*this);
     // SQLite would stop at the NUL and leave out the rest of the text.
-    if (sql.find('\0') != sql.npos) throwError(SQLITE_ERROR, "The statement holds a NUL byte", _path, sql);
+    if (sql.contains('\0')) throwError(SQLITE_ERROR, "The statement holds a NUL byte", _path, sql);
     if (sql.size() > INT_MAX) throwError(SQLITE_TOOBIG, sqlite3_errstr(SQLITE_TOOBIG), _path, sql);
 
     sqlite3_stmt* statement = nullptr;
@@ -65,6 +65,7 @@ bool Connection::step(sqlite3_stmt* statement)
     switch (sqlite3_step(statement)) {
     case SQLITE_ROW: return true;
     case SQLITE_DONE: sqlite3_reset(statement); return false;
+    default: break;
     }
     sqlite3_reset(statement); // Frees the statement's locks, and repeats the error, which so remains the latest one.
     fail(sqlite3_sql(statement));

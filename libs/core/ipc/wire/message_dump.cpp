@@ -74,8 +74,7 @@ fn::Value translatePayload(const fn::Value& payload)
         fn::MemoryInputStream stream(payload.byteArray());
         fn::mpack::Deserializer deserializer(stream, &hook);
         deserializer.setMaxValues(limits::dumpedValues);
-        auto value = deserializer.deserialize();
-        return value ? std::move(*value) : payload;
+        return deserializer.deserialize().value_or(payload);
     } catch (const fn::Exception&) {
         return payload; // A dump shows the bytes as they are; reporting the fault is the receiver's part.
     }

@@ -52,7 +52,7 @@ std::string escapeControls(std::string_view text, std::string_view kept)
     result.reserve(text.size());
     for (std::size_t offset = 0; offset < text.size(); ++offset) {
         const auto bytes = controlBytes(text, offset);
-        if (bytes == 0 || kept.find(text[offset]) != kept.npos) {
+        if (bytes == 0 || kept.contains(text[offset])) {
             result += text[offset];
         } else {
             // The second byte of a control character of two bytes is its number.

@@ -106,6 +106,7 @@ bool writeWhole(const Output& output, std::string_view text, Clock::time_point d
 }
 
 /// Ends an entry that was cut off, and writes how many entries are lost. False if that cannot be written either.
+// NOLINTNEXTLINE(bugprone-exception-escape): nothing throws here, for the format is checked when it is compiled.
 bool tellLost(const Output& output) noexcept
 {
     const auto count = lost.exchange(0);

@@ -122,7 +122,7 @@ std::string recordsText(FirewallRecords records)
 
 FirewallRecords readRecordsText(std::string_view text)
 {
-    if (text.find('\0') != text.npos) refuse("", "It contains a 0");
+    if (text.contains('\0')) refuse("", "It contains a 0");
     const Owned<GKeyFile> file(g_key_file_new());
     GError* error = nullptr;
     g_key_file_load_from_data(file.get(), text.data(), text.size(), G_KEY_FILE_NONE, &error);

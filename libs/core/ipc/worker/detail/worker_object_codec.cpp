@@ -76,7 +76,7 @@ template <typename Write> fn::Value WorkerObjectManager::encode(fn::OutputStream
 /// Counts one more message for each of the worker's own instances among `objects`.
 void WorkerObjectManager::countSent(const fn::Value& objects)
 {
-    if (objects.size() == 0) return;
+    if (objects.empty()) return;
     for (const auto& [key, className] : objects.entries()) {
         if (const auto sent = instance(key.to<ObjectId>())) sent->increateUsageCount();
     }
