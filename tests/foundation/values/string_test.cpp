@@ -1,6 +1,7 @@
 // What can break here: the border between text in place and shared text, sharing that shows, storage kept too long, lenient parsing.
 #include "base/byte_array.h"
 #include "base/exceptions.h"
+#include "base/utf8.h"
 #include <gtest/gtest.h>
 #include <random>
 
@@ -58,6 +59,14 @@ TYPED_TEST(SharedStorage, ShowsInNoCopyAndNoPart)
         ASSERT_TRUE((all[a] <=> all[b]) == (models[a] <=> models[b])) << "by unsigned bytes";
     }
     EXPECT_THROW(ByteArray().reserve(std::size_t(1) << 32), fn::RangeException);
+}
+
+TEST(CutText, LeavesWholeCharactersAndOfOtherBytesAllButAFew)
+{
+    const std::size_t expected[] = { 0, 1, 1, 1, 4, 4, 4, 4, 8, 8 };
+    for (std::size_t most = 0; most < std::size(expected); ++most)
+        EXPECT_EQ(fn::cutText("a\u20ac\U0001f600", most).size(), expected[most]) << most;
+    EXPECT_EQ(fn::cutText("\x80\x80\x80\x80\x80\x80", 5).size(), 2u);
 }
 
 TEST(String, ReadsNumbersWholeOrNotAtAll)
