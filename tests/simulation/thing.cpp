@@ -19,7 +19,7 @@ struct Unsendable final : fn::RefCountedObject {
 
 ThingReference::ThingReference(ipc::ObjectReferenceInitializer& initializer) : CallableObjectReference(initializer)
 {
-    if (!initializer.manager) return;
+    if (!initializer.host) return;
     if (!local() && !Witness::current().isResting() && choose(64) == 63)
         throw fn::RuntimeException("broken on purpose");
     _number = Witness::current().next(Numbered::References);

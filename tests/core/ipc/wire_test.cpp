@@ -2,7 +2,7 @@
 // others would read in another way, a dump that hides or crashes.
 #include "base/exceptions.h"
 #include "core/ipc/wire/detail/message_codec.h"
-#include "core/ipc/wire/message_dump.h"
+#include "core/ipc/wire/detail/message_dump.h"
 #include "core/ipc/wire/message_helper.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/uv/loop.h"

@@ -1,6 +1,6 @@
 #include "core/ipc/module_manager/module_definition.h"
-#include "core/ipc/module_manager/external_module.h"
-#include "core/ipc/module_manager/in_process_module.h"
+#include "core/ipc/module_manager/detail/external_module.h"
+#include "core/ipc/module_manager/detail/in_process_module.h"
 #include "foundation/system/path_manager.h"
 
 namespace ipc {

@@ -1,6 +1,8 @@
 #include "core/ipc/object/callable_object_instance.h"
 #include "base/debug.h"
+#include "core/ipc/object/detail/call_message.h"
 #include "core/ipc/object/detail/exception_record.h"
+#include "core/ipc/wire/detail/message_fields.h"
 #include "foundation/unhandled_exception.h"
 
 namespace ipc {
@@ -9,14 +11,14 @@ namespace {
 std::uint32_t requestIdOf(const fn::Value& message)
 {
     const auto* requestId = message.find(call::REQUEST_ID);
-    return requestId ? requestId->to<std::uint32_t>() : call::NO_REQUEST_ID;
+    return requestId ? requestId->to<std::uint32_t>() : NO_REQUEST_ID;
 }
 
 /// Whether the caller waits for an answer: only with a request id and a worker id. An answer to NO_WORKER_ID would reach every
 /// holder of a reference, and end calls of the same number.
 bool isAwaited(const CallableObjectInstance::CallContext& context)
 {
-    return context.requestId != call::NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
+    return context.requestId != NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
 }
 
 /// The ERROR that tells a caller of an exception.

@@ -1,5 +1,4 @@
 #pragma once
-#include "core/ipc/object/call_message.h"
 #include "core/ipc/object/object_instance.h"
 #include <cstddef>
 #include <exception>
@@ -15,7 +14,7 @@ public:
     /// Identifies one incoming call. The calling worker chooses the request id.
     struct CallContext {
         WorkerId workerId = NO_WORKER_ID; ///< With NO_WORKER_ID or NO_REQUEST_ID no caller waits for an answer.
-        std::uint32_t requestId = call::NO_REQUEST_ID;
+        std::uint32_t requestId = NO_REQUEST_ID;
         friend bool operator==(const CallContext&, const CallContext&) = default;
     };
 

@@ -1,8 +1,10 @@
 #include "core/ipc/object/callable_object_reference.h"
-#include "core/ipc/object/call_message.h"
+#include "core/ipc/object/detail/call_message.h"
 #include "core/ipc/object/detail/exception_record.h"
+#include "core/ipc/object/detail/object_host.h"
+#include "core/ipc/object/detail/pending_calls.h"
 #include "core/ipc/object/object_dead_exception.h"
-#include "core/ipc/worker/detail/worker_object_manager.h"
+#include "core/ipc/wire/detail/message_fields.h"
 
 namespace ipc {
 namespace {
@@ -10,6 +12,12 @@ namespace {
 std::exception_ptr objectDead()
 {
     return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
+}
+
+/// A peer may answer a reference that has never called.
+PendingCalls::Ended take(PendingCalls* calls, std::uint32_t requestId)
+{
+    return calls ? calls->take(requestId) : PendingCalls::Ended();
 }
 
 /// Attaches the call's name to the exception, for the log.
@@ -37,9 +45,10 @@ CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {
     if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
+    if (!_pendingCalls) _pendingCalls = std::make_unique<PendingCalls>();
     const auto requestId = nextRequestId();
     const auto call = fn::makeAuto<PendingCall>(fn::AutoPtr(this), name, requestId);
-    _pendingCalls.add(call);
+    _pendingCalls->add(call);
     const fn::Promise<fn::Value> promise(call);
     try {
         const fn::mpack::Serializer::Field fields[] {
@@ -50,7 +59,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
         };
         sendFields(fields);
     } catch (...) {
-        const auto ended = _pendingCalls.take(requestId);
+        const auto ended = _pendingCalls->take(requestId);
         promise.reject(named(std::current_exception(), *this, name));
         return promise;
     }
@@ -59,17 +68,17 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
 
 std::uint32_t CallableObjectReference::nextRequestId()
 {
-    if (_requestCounter == 0) _requestCounter = manager().requestNumbers().last(objectId());
+    if (_requestCounter == 0) _requestCounter = host().requestNumbers().last(objectId());
     do {
         ++_requestCounter;
-    } while (_requestCounter == 0 || _requestCounter == call::NO_REQUEST_ID || _pendingCalls.contains(_requestCounter));
+    } while (_requestCounter == 0 || _requestCounter == NO_REQUEST_ID || _pendingCalls->contains(_requestCounter));
     return _requestCounter;
 }
 
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
-    if (!_pendingCalls.take(requestId)) return;
-    if (hasWorker() && !dead()) manager().requestNumbers().cancelled(objectId(), requestId);
+    if (!_pendingCalls->take(requestId)) return;
+    if (hasWorker() && !dead()) host().requestNumbers().cancelled(objectId(), requestId);
     sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
 }
 
@@ -89,7 +98,7 @@ void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
     const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
     const auto& content = message.at(hasResult ? call::RESULT : call::ERROR);
     // The call is removed first: callbacks of its promise may call, cancel, or drop the last reference.
-    const auto ended = _pendingCalls.take(requestId);
+    const auto ended = take(_pendingCalls.get(), requestId);
     if (!ended) return; // Cancelled or answered already.
     if (hasResult) {
         ended.call->fulfill(content);
@@ -108,7 +117,7 @@ bool CallableObjectReference::failCall(const fn::Value& message, const std::exce
 {
     const auto& messageType = message.get(call::TYPE);
     if (!call::isText(messageType, call::CALL_RESPONSE) && !call::isText(messageType, call::CALL_ERROR)) return false;
-    const auto ended = _pendingCalls.take(message.at(call::REQUEST_ID).to<std::uint32_t>());
+    const auto ended = take(_pendingCalls.get(), message.at(call::REQUEST_ID).to<std::uint32_t>());
     if (ended) ended.call->reject(named(failure, *this, ended.call->method()));
     return true;
 }
@@ -125,7 +134,8 @@ void CallableObjectReference::onObjectDead() { rejectPendingCalls(); }
 
 void CallableObjectReference::rejectPendingCalls()
 {
-    for (const auto& ended : _pendingCalls.takeAll()) ended.call->reject(objectDead());
+    if (!_pendingCalls) return;
+    for (const auto& ended : _pendingCalls->takeAll()) ended.call->reject(objectDead());
 }
 
 } // namespace ipc

@@ -1,9 +1,12 @@
 #pragma once
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/object/pending_calls.h"
+#include "foundation/promise.h"
+#include <memory>
 
 namespace ipc {
+
+class PendingCalls;
 
 /// A shared object whose methods can be called. Subclasses wrap `callMethod()` in typed operations.
 class FN_EXPORT CallableObjectReference : public ObjectReference {
@@ -43,7 +46,7 @@ private:
     bool failCall(const fn::Value& message, const std::exception_ptr& failure); // False if `message` is no answer.
 
     std::uint32_t _requestCounter = 0;
-    PendingCalls _pendingCalls;
+    std::unique_ptr<PendingCalls> _pendingCalls; // Made by the first call.
 };
 
 } // namespace ipc

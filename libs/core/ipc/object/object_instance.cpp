@@ -1,6 +1,7 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/detail/local_delivery.h"
-#include "core/ipc/worker/detail/worker_object_manager.h"
+#include "core/ipc/object/detail/object_host.h"
+#include "core/ipc/wire/detail/message_fields.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include <algorithm>
@@ -33,18 +34,18 @@ private:
     fn::AutoPtr<ObjectInstance> _instance;
 };
 
-ObjectInstance::ObjectInstance(Worker& worker) : _manager(worker.objectManager()), _objectId(_manager->nextObjectId())
+ObjectInstance::ObjectInstance(Worker& worker) : _host(&worker.objectHost()), _objectId(_host->nextObjectId())
 {
     const auto task = fn::makeAuto<ConstructionTask>(this);
     _constructionTask = task.get();
-    _manager->registerInstance(*this);
+    _host->registerInstance(*this);
     loop().post([task] { task->run(); });
 }
 
 ObjectInstance::~ObjectInstance()
 {
     if (_constructionTask) _constructionTask->disarm();
-    _manager->unregisterInstance(this);
+    _host->unregisterInstance(this);
 }
 
 void ObjectInstance::deleteInstance()
@@ -52,16 +53,16 @@ void ObjectInstance::deleteInstance()
     loop().postDeletion([this] { delete this; });
 }
 
-Worker& ObjectInstance::worker() const { return _manager->worker(); }
+Worker& ObjectInstance::worker() const { return _host->worker(); }
 
-fn::RunLoop& ObjectInstance::loop() const { return _manager->loop(); }
+fn::RunLoop& ObjectInstance::loop() const { return _host->loop(); }
 
 fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
 {
     if (auto reference = _localReference.lock()) return reference;
     if (!tryRetain()) return {};
     ObjectReferenceInitializer initializer(
-        _manager.get(), _objectId, fn::AutoPtr<ObjectInstance>::adopt(this), fn::String());
+        _host.get(), _objectId, fn::AutoPtr<ObjectInstance>::adopt(this), fn::String());
     const ConstructionHold hold(initializer);
     auto reference = createReference(initializer);
     _localReference = reference;
@@ -74,9 +75,9 @@ void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
         afterConstruction([this, workerId, value] { sendMessage(workerId, value); });
         return;
     }
-    if (!_manager->isAlive()) return;
-    if (workerId != _manager->workerId()) _manager->send(workerId, _objectId, value);
-    if (workerId == NO_WORKER_ID || workerId == _manager->workerId()) deliverLocally(value);
+    if (!_host->isAlive()) return;
+    if (workerId != _host->workerId()) _host->send(workerId, _objectId, value);
+    if (workerId == NO_WORKER_ID || workerId == _host->workerId()) deliverLocally(value);
 }
 
 void ObjectInstance::afterConstruction(fn::Task task)
@@ -86,21 +87,20 @@ void ObjectInstance::afterConstruction(fn::Task task)
         [construction = fn::AutoPtr(_constructionTask), task = std::move(task)]() mutable { construction->run(task); });
 }
 
-void ObjectInstance::sendFields(WorkerId workerId, MessageFields fields)
+void ObjectInstance::sendFields(WorkerId workerId, const MessageFields& fields)
 {
-    const bool hasLocalReceiver =
-        workerId == _manager->workerId() || (workerId == NO_WORKER_ID && _localReference.lock());
+    const bool hasLocalReceiver = workerId == _host->workerId() || (workerId == NO_WORKER_ID && _localReference.lock());
     if (_ready && !hasLocalReceiver)
-        _manager->send(workerId, _objectId, fields);
+        _host->send(workerId, _objectId, fields);
     else
-        sendMessage(workerId, toMap(fields));
+        sendMessage(workerId, fields.toMap());
 }
 
 void ObjectInstance::deliverLocally(const fn::Value& value)
 {
     auto reference = _localReference.lock();
     if (!reference) return;
-    loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value, *_manager)] {
+    loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value, *_host)] {
         reference->onMessage(message);
     });
 }

@@ -2,7 +2,6 @@
 #include "base/exceptions.h"
 #include "base/weak_ptr.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/wire/message_fields.h"
 
 namespace ipc {
 
@@ -33,7 +32,7 @@ protected:
     void deleteInstance() override;
     ~ObjectInstance() override;
 
-    void sendFields(WorkerId workerId, MessageFields fields); ///< Like `sendMessage()` of a map of these fields.
+    void sendFields(WorkerId workerId, const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
 
     bool isConstructed() const { return _ready; } ///< True from the loop's next turn on.
     void afterConstruction(fn::Task task); ///< Runs `task` after construction; several tasks in their order.
@@ -56,7 +55,7 @@ private:
     std::int32_t usageCount() const { return _usageCount; }
     void deliverLocally(const fn::Value& value);
 
-    fn::AutoPtr<WorkerObjectManager> _manager;
+    const fn::AutoPtr<ObjectHost> _host;
     const ObjectId _objectId;
     fn::WeakPtr<ObjectReference> _localReference;
     ConstructionTask* _constructionTask = nullptr; // Owned by the loop's queue; null when it has gone.

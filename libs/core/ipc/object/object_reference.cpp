@@ -2,8 +2,9 @@
 #include "base/debug.h"
 #include "core/ipc/object/callable_object_reference.h"
 #include "core/ipc/object/detail/local_delivery.h"
+#include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/object_instance.h"
-#include "core/ipc/worker/detail/worker_object_manager.h"
+#include "core/ipc/wire/detail/message_fields.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include "foundation/unhandled_exception.h"
@@ -11,8 +12,8 @@
 namespace ipc {
 
 ObjectReferenceInitializer::ObjectReferenceInitializer(
-    WorkerObjectManager* manager, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className)
-    : manager(manager),
+    ObjectHost* host, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className)
+    : host(host),
       objectId(objectId),
       instance(std::move(instance)),
       className(std::move(className))
@@ -20,7 +21,7 @@ ObjectReferenceInitializer::ObjectReferenceInitializer(
 }
 
 ObjectReferenceInitializer::ObjectReferenceInitializer(const ObjectReferenceInitializer& other)
-    : ObjectReferenceInitializer(other.manager, other.objectId, other.instance, other.className)
+    : ObjectReferenceInitializer(other.host, other.objectId, other.instance, other.className)
 {
 }
 
@@ -38,7 +39,7 @@ ConstructionHold::~ConstructionHold()
 ObjectReferenceInitializer ObjectReference::_dummyInitializer;
 
 ObjectReference::ObjectReference(ObjectReferenceInitializer& initializer)
-    : _manager(initializer.manager),
+    : _host(initializer.host),
       _objectId(initializer.objectId),
       _instance(initializer.instance),
       _className(initializer.className)
@@ -48,33 +49,33 @@ ObjectReference::ObjectReference(ObjectReferenceInitializer& initializer)
         _constructionHold->_reference = this;
         retain();
     }
-    if (_manager) _manager->registerReference(*this);
+    if (_host) _host->registerReference(*this);
 }
 
 ObjectReference::~ObjectReference()
 {
     if (_constructionHold) _constructionHold->_reference = nullptr; // A derived constructor has thrown.
-    if (_manager) _manager->unregisterReference(this);
+    if (_host) _host->unregisterReference(this);
 }
 
 void ObjectReference::deleteInstance()
 {
-    if (!_manager)
+    if (!_host)
         delete this;
     else
-        _manager->loop().postDeletion([this] { delete this; });
+        _host->loop().postDeletion([this] { delete this; });
 }
 
-fn::RunLoop& ObjectReference::loop() const { return _manager->loop(); }
+fn::RunLoop& ObjectReference::loop() const { return _host->loop(); }
 
-bool ObjectReference::hasWorker() const { return _manager && _manager->isAlive(); }
+bool ObjectReference::hasWorker() const { return _host && _host->isAlive(); }
 
-WorkerObjectManager& ObjectReference::manager() const { return *_manager; }
+ObjectHost& ObjectReference::host() const { return *_host; }
 
 Worker& ObjectReference::worker() const
 {
-    if (!_manager) fn::internal::throwNullPointer(typeid(Worker));
-    return _manager->worker();
+    if (!_host) fn::internal::throwNullPointer(typeid(Worker));
+    return _host->worker();
 }
 
 fn::String ObjectReference::className() const
@@ -93,20 +94,19 @@ void ObjectReference::sendMessage(const fn::Value& value)
     if (!hasWorker()) return;
     if (!local()) {
         if (_dead) return; // The object id may name an object of a later worker.
-        _manager->send(ownerOf(_objectId), _objectId, value);
+        _host->send(ownerOf(_objectId), _objectId, value);
         return;
     }
-    loop().post(
-        [instance = _instance, source = _manager->workerId(),
-            message = replaceInstanesWithReferences(value, *_manager)] { instance->onMessage(source, message); });
+    loop().post([instance = _instance, source = _host->workerId(),
+                    message = replaceInstanesWithReferences(value, *_host)] { instance->onMessage(source, message); });
 }
 
-void ObjectReference::sendFields(MessageFields fields)
+void ObjectReference::sendFields(const MessageFields& fields)
 {
     if (local())
-        sendMessage(toMap(fields));
+        sendMessage(fields.toMap());
     else if (hasWorker() && !_dead)
-        _manager->send(ownerOf(_objectId), _objectId, fields);
+        _host->send(ownerOf(_objectId), _objectId, fields);
 }
 
 void ObjectReference::onMessage(const fn::Value&) { }

@@ -2,16 +2,16 @@
 #include "base/exceptions.h"
 #include "base/ref_counted.h"
 #include "core/ipc/wire/message.h"
-#include "core/ipc/wire/message_fields.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
 #include <type_traits>
 
 namespace ipc {
 
+class MessageFields;
+class ObjectHost;
 class ObjectInstance;
 class Worker;
-class WorkerObjectManager;
 class ObjectReference;
 
 /// Code that constructs a reference makes a hold on its stack. The hold keeps the reference until its constructor has returned,
@@ -33,12 +33,12 @@ private:
 struct FN_EXPORT ObjectReferenceInitializer {
     ObjectReferenceInitializer() = default;
     ObjectReferenceInitializer(
-        WorkerObjectManager* manager, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className);
+        ObjectHost* host, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className);
     ObjectReferenceInitializer(const ObjectReferenceInitializer&); ///< Without the hold.
     ObjectReferenceInitializer& operator=(const ObjectReferenceInitializer&) = delete;
     ~ObjectReferenceInitializer();
 
-    WorkerObjectManager* manager = nullptr; ///< The worker's; null only in `ObjectReference::_dummyInitializer`.
+    ObjectHost* host = nullptr; ///< The worker's; null only in `ObjectReference::_dummyInitializer`.
     ObjectId objectId = 0;
     fn::AutoPtr<ObjectInstance> instance; ///< Set for a local reference.
     fn::String className; ///< As the sender named it; may be empty.
@@ -91,8 +91,8 @@ protected:
     Worker& worker() const; ///< Without a worker, or after its end: `fn::NullPointerException`.
     bool hasWorker() const; ///< Whether `worker()` still exists.
 
-    WorkerObjectManager& manager() const; // For the library's own classes, while `hasWorker()`.
-    void sendFields(MessageFields fields); ///< Like `sendMessage()` of a map of these fields.
+    ObjectHost& host() const; // For the library's own classes, while `hasWorker()`.
+    void sendFields(const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
 
     virtual void onMessage(const fn::Value& message); ///< Handles a message of the instance. Default: nothing.
 
@@ -110,7 +110,7 @@ private:
     void markObjectDead() { _dead = true; }
     void notifyObjectDead();
 
-    fn::AutoPtr<WorkerObjectManager> _manager;
+    const fn::AutoPtr<ObjectHost> _host;
     const ObjectId _objectId;
     fn::AutoPtr<ObjectInstance> _instance; // Set only for a local reference.
     fn::Signal<> _objectDeadSignal;

@@ -18,6 +18,9 @@ using ObjectId = std::uint64_t;
 /// The registry is the first object of worker 0, so everybody knows its id without having been told.
 inline constexpr ObjectId REGISTRY_OBJECT_ID = 0;
 
+/// A call with this request id, or without a request id, gets no answer.
+inline constexpr std::uint32_t NO_REQUEST_ID = 0xFFFFFFFF;
+
 constexpr WorkerId ownerOf(ObjectId objectId) { return static_cast<WorkerId>(objectId & 0xFFFF); }
 
 /// Keys of a message map.

@@ -1,7 +1,8 @@
 #pragma once
+#include "base/byte_array.h"
+#include "base/byte_view.h"
 #include "base/exceptions.h"
 #include "base/lifetime.h"
-#include "core/ipc/wire/frame.h"
 #include "foundation/signal.h"
 #include "foundation/uv/stream.h"
 #include "foundation/value.h"
@@ -11,6 +12,15 @@
 #include <folly/Function.h>
 
 namespace ipc {
+
+class Frame;
+
+/// The body of a frame that has been read, borrowed while the frame is handled.
+struct FrameBody {
+    fn::ByteView bytes;
+    /// Holds exactly `bytes` if the frame has memory of its own, and slices of it can be shared; else null.
+    const fn::ByteArray* array = nullptr;
+};
 
 /// Frames on a byte stream: a 4-byte little-endian length, then one MessagePack value of that many bytes.
 ///

@@ -5,11 +5,13 @@
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/wire/detail/message_codec.h"
+#include "core/ipc/wire/message_helper.h"
 #include "core/ipc/worker/detail/idle_termination.h"
 #include "core/ipc/worker/detail/worker_link.h"
 #include "core/ipc/worker/detail/worker_object_manager.h"
 #include "foundation/assertion.h"
 #include "foundation/unhandled_exception.h"
+#include "foundation/uv/pipe_stream.h"
 
 namespace ipc {
 namespace {
@@ -23,7 +25,8 @@ class Worker::Link final : public WorkerLink {
 public:
     explicit Link(Worker& worker) : _worker(worker) { }
 
-    Worker& worker() override { return _worker; }
+    fn::AutoPtr<fn::uv::PipeStream> pipe; // Empty until `Worker::connect()`.
+    MessageHelper messages { limits::workerFrameBytes };
 
     fn::Value sendMessage(WorkerId target, ObjectId objectId, const Payload& payload) override
     {
@@ -31,7 +34,7 @@ public:
         if (!_worker.isConnected()) throw fn::RuntimeException("The worker is not connected yet");
         MessageWriter writer(objectId, target);
         auto objects = payload(writer.payload());
-        _worker._messageHelper.send(writer.finish(objects, _worker.maxSendBytes()));
+        messages.send(writer.finish(objects, _worker.maxSendBytes()));
         return objects;
     }
 
@@ -56,13 +59,12 @@ Worker::Worker(Delegate& delegate, fn::RunLoop& loop, const fn::String& pipePath
       _tag(tag),
       _hasOwnProcess(idleTermination),
       _idleTermination(std::make_unique<IdleTermination>(*this, delegate, idleTermination)),
-      _messageHelper(limits::workerFrameBytes),
       _link(std::make_unique<Link>(*this)),
-      _objectManager(fn::makeAuto<WorkerObjectManager>(*_link, loop))
+      _objectManager(fn::makeAuto<WorkerObjectManager>(*this, *_link, loop))
 {
-    _messageHelper.setFrameHandler([this](const FrameBody& body) { return onFrame(body); });
-    _messageHelper.onEOS().connect([this] { onConnectionLost(); }).detach();
-    _messageHelper.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
+    _link->messages.setFrameHandler([this](const FrameBody& body) { return onFrame(body); });
+    _link->messages.onEOS().connect([this] { onConnectionLost(); }).detach();
+    _link->messages.onReadError().connect([this](const fn::uv::Status&) { onConnectionLost(); }).detach();
     ObjectReferenceInitializer initializer { _objectManager.get(), REGISTRY_OBJECT_ID, {}, fn::String() };
     _registry = fn::makeAuto<Registry>(initializer);
 }
@@ -72,6 +74,10 @@ Worker::~Worker()
     endConnection();
     _objectManager->close();
 }
+
+ObjectHost& Worker::objectHost() const { return *_objectManager; }
+
+std::size_t Worker::queuedBytes() const { return _link->pipe ? _link->pipe->queuedBytes() : 0; }
 
 WorkerId Worker::workerId() const { return _objectManager->workerId(); }
 
@@ -92,8 +98,8 @@ void Worker::connect()
 {
     if (_state != State::New) throw fn::RuntimeException("A worker connects once; make a new one");
     _state = State::Joining;
-    _pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
-    _pipe->connect(_pipePath, _lifetime.guard([this](const fn::uv::Status& status) {
+    _link->pipe = fn::makeAuto<fn::uv::PipeStream>(_loop.uvLoop(), false);
+    _link->pipe->connect(_pipePath, _lifetime.guard([this](const fn::uv::Status& status) {
         if (_state != State::Ended) onConnected(status);
     }));
 }
@@ -102,7 +108,7 @@ void Worker::onConnected(const fn::uv::Status& status)
 {
     try {
         status.throwOnError();
-        _messageHelper.setStream(_pipe);
+        _link->messages.setStream(_link->pipe);
         send(type::HELLO, { { field::DISPLAY_NAME, _displayName }, { field::TAG, _tag } });
     } catch (...) {
         fn::unhandledException();
@@ -112,7 +118,7 @@ void Worker::onConnected(const fn::uv::Status& status)
 
 void Worker::stop()
 {
-    if (!_pipe) fn::internal::throwNullPointer(typeid(fn::uv::PipeStream));
+    if (!_link->pipe) fn::internal::throwNullPointer(typeid(fn::uv::PipeStream));
     if (_state == State::Ended) return;
     closePipe({});
     const fn::AutoPtr manager = _objectManager; // A callback may destroy this worker.
@@ -122,7 +128,7 @@ void Worker::stop()
 void Worker::close(folly::Function<void()> closed)
 {
     _lifetime.end();
-    if (_pipe && _state != State::Ended)
+    if (_link->pipe && _state != State::Ended)
         closePipe(std::move(closed));
     else if (closed)
         _loop.post(std::move(closed));
@@ -140,8 +146,8 @@ void Worker::endConnection()
 void Worker::closePipe(folly::Function<void()> closed)
 {
     endConnection();
-    _messageHelper.dropStream();
-    _pipe->closeGently(closingTime, std::move(closed));
+    _link->messages.dropStream();
+    _link->pipe->closeGently(closingTime, std::move(closed));
 }
 
 void Worker::onConnectionLost()
@@ -150,7 +156,7 @@ void Worker::onConnectionLost()
     const bool wasTold = _state == State::Quitting;
     const auto watch = _lifetime.watch();
     endConnection();
-    _pipe->close();
+    _link->pipe->close();
     const fn::AutoPtr manager = _objectManager;
     manager->connectionLost();
     if (watch && !wasTold) _delegate.aboutToQuit(*this);
@@ -254,7 +260,7 @@ void Worker::onInstanceRelease(const MessageView& message)
 
 void Worker::send(int type, std::initializer_list<MessageField> fields)
 {
-    if (_state != State::Ended) _messageHelper.send(encodeMessage(type, fields, maxSendBytes()));
+    if (_state != State::Ended) _link->messages.send(encodeMessage(type, fields, maxSendBytes()));
 }
 
 std::size_t Worker::maxSendBytes() const

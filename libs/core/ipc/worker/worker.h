@@ -2,16 +2,20 @@
 #include "base/lifetime.h"
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/object_reference.h"
-#include "core/ipc/wire/message_helper.h"
-#include "foundation/uv/pipe_stream.h"
 #include <folly/Function.h>
 #include <memory>
 
+namespace fn::uv {
+class Status;
+}
+
 namespace ipc {
 
+struct FrameBody;
 class IdleTermination;
 class MessageView;
 class Registry;
+class WorkerObjectManager;
 struct MessageField;
 
 /// One participant of the object system: connects to the dispatcher's pipe, says HELLO, receives its WorkerId, and is from
@@ -68,7 +72,7 @@ public:
     const fn::AutoPtr<Registry>& registry() const { return _registry; }
 
     /// Bytes that wait until the dispatcher takes them. There is no bound: a fast producer should look at this number.
-    std::size_t queuedBytes() const { return _pipe ? _pipe->queuedBytes() : 0; }
+    std::size_t queuedBytes() const;
 
     /// From now on references to objects of T's class arrive as T instead of a plain ObjectReference, also where a plain one is
     /// there already. Replaces an earlier registration. `Registry::getInstance<T>()` registers T unless its name is registered.
@@ -84,7 +88,7 @@ public:
         return fn::AutoPtr<ObjectReference>(new T(initializer));
     }
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
-    /// What the worker's objects share of it.
+    ObjectHost& objectHost() const; ///< What the worker's objects share of it.
     const fn::AutoPtr<WorkerObjectManager>& objectManager() const { return _objectManager; }
 
 private:
@@ -115,8 +119,6 @@ private:
     State _state = State::New;
     std::unique_ptr<IdleTermination> _idleTermination;
     fn::AutoPtr<Registry> _registry;
-    fn::AutoPtr<fn::uv::PipeStream> _pipe;
-    MessageHelper _messageHelper;
     std::unique_ptr<Link> _link;
     fn::AutoPtr<WorkerObjectManager> _objectManager;
     fn::Lifetime _lifetime; // Ends with `close()`.

@@ -5,7 +5,7 @@
 #include "core/ipc/limits.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/wire/detail/message_codec.h"
-#include "core/ipc/wire/message_dump.h"
+#include "core/ipc/wire/detail/message_dump.h"
 #include "foundation/assertion.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"

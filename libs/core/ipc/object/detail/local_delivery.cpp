@@ -1,7 +1,7 @@
 #include "core/ipc/object/detail/local_delivery.h"
 #include "base/exceptions.h"
+#include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/object_instance.h"
-#include "core/ipc/worker/detail/worker_object_manager.h"
 #include "foundation/assertion.h"
 #include "foundation/mpack/hooks.h"
 #include "foundation/value_map.h"
@@ -10,21 +10,21 @@ namespace ipc {
 namespace {
 
 /// Whether `value` holds an instance anywhere but in keys of maps. Throws for values that no other worker could be sent.
-bool holdsInstance(const fn::Value& value, const WorkerObjectManager& manager, int depth)
+bool holdsInstance(const fn::Value& value, const ObjectHost& host, int depth)
 {
     using Kind = fn::Value::Kind;
     const auto kind = value.kind();
     if (kind < Kind::Array) return false;
     if (kind > Kind::Map) {
-        manager.checkSendable(value);
+        host.checkSendable(value);
         return value.isObject() && dynamic_cast<const ObjectInstance*>(value.objectPointer());
     }
     if (depth >= fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");
     bool holds = false;
     if (kind == Kind::Map) {
-        for (const auto& [key, entry] : value.entries()) holds |= holdsInstance(entry, manager, depth + 1);
+        for (const auto& [key, entry] : value.entries()) holds |= holdsInstance(entry, host, depth + 1);
     } else {
-        for (const auto& element : value.elements()) holds |= holdsInstance(element, manager, depth + 1);
+        for (const auto& element : value.elements()) holds |= holdsInstance(element, host, depth + 1);
     }
     return holds;
 }
@@ -54,9 +54,9 @@ fn::Value replace(const fn::Value& value)
 
 } // namespace
 
-fn::Value replaceInstanesWithReferences(const fn::Value& value, const WorkerObjectManager& manager)
+fn::Value replaceInstanesWithReferences(const fn::Value& value, const ObjectHost& host)
 {
-    return holdsInstance(value, manager, 0) ? replace(value) : value;
+    return holdsInstance(value, host, 0) ? replace(value) : value;
 }
 
 } // namespace ipc

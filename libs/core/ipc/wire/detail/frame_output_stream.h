@@ -1,6 +1,6 @@
 #pragma once
 #include "base/exceptions.h"
-#include "core/ipc/wire/frame.h"
+#include "core/ipc/wire/detail/frame.h"
 #include "foundation/io/output_stream.h"
 
 namespace ipc {

@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/wire/detail/frame_output_stream.h"
 #include "core/ipc/wire/message.h"
+#include "core/ipc/wire/message_helper.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/codes.h"
 #include "foundation/value.h"

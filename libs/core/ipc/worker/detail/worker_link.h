@@ -8,15 +8,11 @@ class OutputStream;
 
 namespace ipc {
 
-class Worker;
-
-/// The way from a worker's objects, and the tables of them, to other workers.
+/// The way to other workers, which a worker offers to the host of its objects.
 class WorkerLink {
 public:
     /// Writes a payload. Gives the class names of the shared objects in it, by ObjectId, or nil if there are none.
     using Payload = std::function<fn::Value(fn::OutputStream&)>;
-
-    virtual Worker& worker() = 0;
 
     /// Sends a payload to the holders of an object, or to one worker. Throws what writing it throws; then nothing has been sent.
     /// Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing and gives nil.

@@ -4,6 +4,7 @@
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/wire/detail/extension_data.h"
 #include "core/ipc/wire/detail/message_codec.h"
+#include "core/ipc/wire/detail/message_fields.h"
 #include "core/ipc/worker/detail/worker_link.h"
 #include "core/ipc/worker/detail/worker_object_manager.h"
 #include "core/ipc/worker/worker.h"
@@ -33,11 +34,11 @@ fn::AutoPtr<ObjectReference> referenceFor(const fn::Value& value)
     throw fn::with(fn::DataFormatException("Unsupported value type"), fn::DetailInfo { value.detailInfo() });
 }
 
-fn::String describe(const WorkerObjectManager* manager)
+fn::String describe(const ObjectHost* host)
 {
-    if (!manager) return "no worker";
-    return manager->isAlive() ? fmt::format("worker {} ({})", manager->workerId(), manager->worker().displayName())
-                              : fmt::format("worker {}", manager->workerId());
+    if (!host) return "no worker";
+    return host->isAlive() ? fmt::format("worker {} ({})", host->workerId(), host->worker().displayName())
+                           : fmt::format("worker {}", host->workerId());
 }
 
 } // namespace
@@ -49,16 +50,16 @@ void WorkerObjectManager::send(WorkerId target, ObjectId objectId, const fn::Val
     sendPayload(target, objectId, [&](auto& serializer) { serializer.serialize(payload); });
 }
 
-void WorkerObjectManager::send(WorkerId target, ObjectId objectId, MessageFields payload)
+void WorkerObjectManager::send(WorkerId target, ObjectId objectId, const MessageFields& payload)
 {
     sendPayload(target, objectId, [&](auto& serializer) { serializer.serializeMap(payload); });
 }
 
 template <typename Write> void WorkerObjectManager::sendPayload(WorkerId target, ObjectId objectId, Write write)
 {
-    if (!_link) return;
+    if (!isAlive()) return;
     const auto self = [this, &write](fn::OutputStream& stream) { return encode(stream, write); };
-    countSent(_link->sendMessage(target, objectId, self));
+    countSent(_link.sendMessage(target, objectId, self));
 }
 
 /// Has `write(fn::mpack::Serializer&)` encode a payload into `stream`. Gives the shared objects that it mentions, by ObjectId,
@@ -89,14 +90,14 @@ void WorkerObjectManager::checkSendable(const fn::Value& value) const
     if (!value.isObject()) throwUnsupported(value);
     const auto* object = value.objectPointer();
     if (const auto* reference = dynamic_cast<const ObjectReference*>(object))
-        checkOwner(reference->_manager.get());
+        checkOwner(reference->_host.get());
     else if (const auto* instance = dynamic_cast<const ObjectInstance*>(object))
-        checkOwner(instance->_manager.get());
+        checkOwner(instance->_host.get());
     else
         throwUnsupported(value);
 }
 
-void WorkerObjectManager::checkOwner(const WorkerObjectManager* owner) const
+void WorkerObjectManager::checkOwner(const ObjectHost* owner) const
 {
     if (owner == this) return;
     throw fn::RuntimeException(fmt::format("An object of {} can not be sent by {}", describe(owner), describe(this)));
@@ -129,7 +130,7 @@ void WorkerObjectManager::serializeValue(const fn::Value& value, fn::OutputStrea
     } else {
         const auto reference = referenceFor(value);
         requireConnectedOwner(reference->objectId());
-        checkOwner(reference->_manager.get());
+        checkOwner(reference->_host.get());
         writeObjectId(stream, reference->objectId());
         if (_objects->has(reference->objectId())) return;
         if (reference->local() && reference->_instance->usageCount() >= std::int32_t(limits::uses)) {

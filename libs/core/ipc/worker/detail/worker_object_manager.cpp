@@ -30,17 +30,15 @@ void requireConnectedOwner(ObjectId objectId)
     throw fn::RuntimeException("The object cannot be shared: it was made before the worker was connected");
 }
 
-WorkerObjectManager::WorkerObjectManager(WorkerLink& link, fn::RunLoop& loop) : _link(&link), _loop(loop) { }
-
-Worker& WorkerObjectManager::worker() const
+WorkerObjectManager::WorkerObjectManager(Worker& worker, WorkerLink& link, fn::RunLoop& loop)
+    : ObjectHost(worker, loop),
+      _link(link)
 {
-    if (!_link) fn::internal::throwNullPointer(typeid(Worker));
-    return _link->worker();
 }
 
 void WorkerObjectManager::close()
 {
-    _link = nullptr;
+    _worker = nullptr;
     markAllDead(true);
     dropUsageHolds();
 }
@@ -87,7 +85,7 @@ void WorkerObjectManager::unregisterReference(ObjectReference* reference)
 
 void WorkerObjectManager::sendRelease(ObjectId objectId, std::int32_t count)
 {
-    if (count != 0 && _link) _link->sendRelease(objectId, count);
+    if (count != 0 && isAlive()) _link.sendRelease(objectId, count);
 }
 
 void WorkerObjectManager::makeLocal(
@@ -117,7 +115,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 /// Whether this is a plain reference whose class has been registered since it was made.
 bool WorkerObjectManager::isOutgrown(const ObjectReference& reference) const
 {
-    return typeid(reference) == typeid(ObjectReference) && !reference.local() && _link
+    return typeid(reference) == typeid(ObjectReference) && !reference.local() && isAlive()
         && _factories.contains(reference.className());
 }
 
@@ -133,7 +131,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoP
 
 fn::AutoPtr<ObjectReference> WorkerObjectManager::createReference(ObjectId objectId, const fn::String& className)
 {
-    if (!_link) return {};
+    if (!isAlive()) return {};
     ObjectReferenceInitializer initializer { this, objectId, {}, className };
     const ConstructionHold hold(initializer);
     auto reference = createInstance(className, initializer);

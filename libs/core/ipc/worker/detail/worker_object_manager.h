@@ -1,7 +1,5 @@
 #pragma once
-#include "core/ipc/object/detail/request_numbers.h"
-#include "core/ipc/wire/message.h"
-#include "core/ipc/wire/message_fields.h"
+#include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/worker/detail/worker_id_set.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
@@ -16,43 +14,31 @@
 namespace ipc {
 
 class MessageView;
-class ObjectInstance;
-class ObjectReference;
-class Worker;
 class WorkerLink;
 struct ObjectReferenceInitializer;
 
 /// Throws `fn::RuntimeException` for an object that was made before its worker was connected: it cannot be shared.
 void requireConnectedOwner(ObjectId objectId);
 
-/// What the objects of a worker use of it: a way to send, its loop and id, and whether it still exists; the tables of its
-/// instances and references, and the codec of payloads.
-///
-/// The objects hold the manager, since they may outlive the worker. When the worker has gone (`close()`), `isAlive()` is false,
-/// and the objects send nothing. The run loop outlives both. Belongs to the worker's loop.
+/// The host of a worker's objects: the tables of its instances and references, and the codec of payloads. The worker calls
+/// `close()` before it goes. Belongs to the worker's loop.
 ///
 /// The tables hold plain pointers; objects add and remove themselves. An object whose last holder has gone counts as absent,
 /// although its entry stays until the object is deleted on the loop.
-class WorkerObjectManager final : public fn::RefCountedBase,
+class WorkerObjectManager final : public ObjectHost,
                                   public fn::mpack::ValueSerializer,
                                   public fn::mpack::ValueDeserializer {
 public:
-    WorkerObjectManager(WorkerLink& link, fn::RunLoop& loop);
+    WorkerObjectManager(Worker& worker, WorkerLink& link, fn::RunLoop& loop);
 
-    bool isAlive() const noexcept { return _link; } ///< False once the worker has gone.
-    Worker& worker() const; ///< When the worker has gone: `fn::NullPointerException`.
-    fn::RunLoop& loop() const noexcept { return _loop; }
-    WorkerId workerId() const noexcept { return _workerId; }
     void setWorkerId(WorkerId workerId) noexcept { _workerId = workerId; }
-    RequestNumbers& requestNumbers() noexcept { return _requestNumbers; }
 
     /// The worker has gone. Marks the references that are left as dead and notifies them.
     void close();
 
-    /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been sent or
-    /// counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
-    void send(WorkerId target, ObjectId objectId, const fn::Value& payload);
-    void send(WorkerId target, ObjectId objectId, MessageFields payload);
+    void send(WorkerId target, ObjectId objectId, const fn::Value& payload) override;
+    void send(WorkerId target, ObjectId objectId, const MessageFields& payload) override;
+    void checkSendable(const fn::Value& value) const override;
 
     /// Makes references by class name.
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
@@ -64,12 +50,11 @@ public:
     /// Fires when a worker has died, its messages have been handled, and the references to its objects are dead.
     fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
 
-    /// Before the worker is connected, gives ids with the owner NO_WORKER_ID and reports a broken invariant.
-    ObjectId nextObjectId();
-    void registerInstance(ObjectInstance& instance);
-    void unregisterInstance(ObjectInstance* instance);
-    void registerReference(ObjectReference& reference);
-    void unregisterReference(ObjectReference* reference);
+    ObjectId nextObjectId() override;
+    void registerInstance(ObjectInstance& instance) override;
+    void unregisterInstance(ObjectInstance* instance) override;
+    void registerReference(ObjectReference& reference) override;
+    void unregisterReference(ObjectReference* reference) override;
     fn::AutoPtr<ObjectInstance> instance(ObjectId objectId) const; ///< Empty if absent or dying.
     fn::AutoPtr<ObjectReference> reference(ObjectId objectId) const; ///< Empty if absent or dying.
 
@@ -83,10 +68,6 @@ public:
         }
         return false;
     }
-
-    /// Throws for a boxed value that has no form on the wire, an object that is not shared, and an object of another worker of
-    /// this process, which would not know that it has been sent.
-    void checkSendable(const fn::Value& value) const;
 
     /// The payload of a MESSAGE. Nil stands for a value that could not be made (a reference class may throw).
     struct Decoded {
@@ -133,7 +114,7 @@ private:
     bool isOutgrown(const ObjectReference& reference) const;
     fn::AutoPtr<ObjectReference> createReference(ObjectId objectId, const fn::String& className);
     fn::AutoPtr<ObjectReference> createInstance(const fn::String& className, ObjectReferenceInitializer& initializer);
-    void checkOwner(const WorkerObjectManager* owner) const;
+    void checkOwner(const ObjectHost* owner) const;
     void countReceived(std::span<const ObjectId> objectIds);
     void sendRelease(ObjectId objectId, std::int32_t count);
     static void collectLive(LiveReferences& live, ObjectReference& reference, bool withLocal);
@@ -141,11 +122,9 @@ private:
     void dropUsageHolds();
     static void markDead(LiveReferences references);
 
-    WorkerLink* _link; // Null once the worker has gone.
-    fn::RunLoop& _loop;
+    WorkerLink& _link; // Used while the worker is there.
     std::map<fn::String, ReferenceFactory> _factories; // By class name.
     fn::Signal<WorkerId> _onWorkerDied;
-    WorkerId _workerId = NO_WORKER_ID;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
     std::vector<ObjectReference*> _displaced; // Replaced by a newer reference, not destroyed yet.
@@ -156,7 +135,6 @@ private:
     std::vector<fn::AutoPtr<ObjectReference>>* _made = nullptr;
     std::exception_ptr* _failure = nullptr;
     WorkerIdSet _deadWorkers;
-    RequestNumbers _requestNumbers;
 };
 
 } // namespace ipc

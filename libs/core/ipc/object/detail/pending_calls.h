@@ -10,7 +10,7 @@ namespace ipc {
 class CallableObjectReference;
 
 /// A call that waits for its answer: the state of the promise that its caller has got. It keeps the reference alive meanwhile.
-class FN_EXPORT PendingCall final : public fn::internal::PromiseNode<fn::Value> {
+class PendingCall final : public fn::internal::PromiseNode<fn::Value> {
 public:
     PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId);
 
@@ -28,7 +28,7 @@ private:
 };
 
 /// The pending calls of one reference by request id.
-class FN_EXPORT PendingCalls {
+class PendingCalls {
 public:
     /// A call that has left the table, and the hold on its reference, which must outlive the settling of the promise.
     struct Ended {

@@ -1,4 +1,4 @@
-#include "core/ipc/wire/message_dump.h"
+#include "core/ipc/wire/detail/message_dump.h"
 #include "base/exceptions.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/detail/extension_data.h"

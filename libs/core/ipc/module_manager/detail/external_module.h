@@ -9,7 +9,7 @@ namespace ipc {
 
 /// A module that runs as a process of its own: from `launch()` until the process exits or `kill()`; else the module is idle.
 /// The process inherits the three standard streams and nothing else.
-class FN_EXPORT ExternalModule : public ModuleDefinition {
+class ExternalModule : public ModuleDefinition {
 public:
     ExternalModule(fn::String executablePath, bool extendedSpawnFlags);
 
@@ -33,7 +33,7 @@ private:
 };
 
 /// A module library that the generic loader runs: `LOADER LIBRARY PIPE_PATH WORKER_TAG`.
-class FN_EXPORT DefaultExternalModule final : public ExternalModule {
+class DefaultExternalModule final : public ExternalModule {
 public:
     DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags);
     fn::String name() override { return _name; }

@@ -1,4 +1,4 @@
-#include "core/ipc/module_manager/external_module.h"
+#include "core/ipc/module_manager/detail/external_module.h"
 #include "base/exceptions.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "foundation/assertion.h"

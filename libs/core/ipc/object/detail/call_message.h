@@ -1,6 +1,6 @@
 #pragma once
 #include "foundation/value.h"
-#include <cstdint>
+#include <string_view>
 
 /// Keys and types of the maps that callable objects send each other, as the payload of a MESSAGE.
 namespace ipc::call {
@@ -20,8 +20,5 @@ inline constexpr const char* RESULT = "RESULT";
 inline constexpr const char* ERROR = "ERROR";
 
 inline bool isText(const fn::Value& value, std::string_view text) { return value.isString() && value.string() == text; }
-
-/// A call with this id, or without an id, gets no answer.
-inline constexpr std::uint32_t NO_REQUEST_ID = 0xFFFFFFFF;
 
 } // namespace ipc::call

@@ -1,6 +1,5 @@
 #pragma once
 #include "base/byte_array.h"
-#include "base/byte_view.h"
 #include <array>
 #include <cstddef>
 #include <span>
@@ -20,13 +19,6 @@ public:
 private:
     std::array<fn::ByteArray, maxParts> _parts;
     std::size_t _count = 0;
-};
-
-/// The body of a frame that has been read, borrowed while the frame is handled.
-struct FrameBody {
-    fn::ByteView bytes;
-    /// Holds exactly `bytes` if the frame has memory of its own, and slices of it can be shared; else null.
-    const fn::ByteArray* array = nullptr;
 };
 
 } // namespace ipc

@@ -1,4 +1,4 @@
-#include "core/ipc/object/pending_calls.h"
+#include "core/ipc/object/detail/pending_calls.h"
 #include "core/ipc/object/callable_object_reference.h"
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "core/ipc/module_manager/in_process_module.h"
+#include "core/ipc/module_manager/detail/in_process_module.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/module_entry_point.h"
 #include "foundation/logging/logging.h"

@@ -5,7 +5,7 @@
 namespace ipc {
 
 /// A module library loaded into this process, at most once: it cannot be relaunched or killed.
-class FN_EXPORT InProcessModule final : public ModuleDefinition {
+class InProcessModule final : public ModuleDefinition {
 public:
     InProcessModule(fn::String name, bool runsMainLoop);
 
