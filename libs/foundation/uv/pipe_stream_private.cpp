@@ -100,7 +100,8 @@ void PipeStream::Private::connectionWaits(int code)
 
 void PipeStream::Private::listenEnd() noexcept
 {
-    if (_state == State::Bound && !_simulated) ::shutdown(descriptor(), SHUT_RD); // A simulated listener goes on until closed.
+    if (_state == State::Bound && !_simulated)
+        ::shutdown(descriptor(), SHUT_RD); // A simulated listener goes on until closed.
 }
 
 void PipeStream::Private::listenResume()

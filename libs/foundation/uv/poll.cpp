@@ -1,13 +1,12 @@
 #include "foundation/uv/poll.h"
-#include "foundation/uv/detail/repeated_callback.h"
+#include "foundation/uv/detail/watcher.h"
 #include "foundation/uv/status.h"
 
 namespace fn::uv {
 
-struct Poll::Private final : SharedMember {
+struct Poll::Private final : Watcher {
     Private(Loop::Private& loop, Task task, Event event)
-        : SharedMember(loop, 2), // For user and libuv.
-          _callback(std::move(task)),
+        : Watcher(loop, std::move(task)),
           _events(event == Event::Readable ? UV_READABLE : UV_WRITABLE)
     {
     }
@@ -20,43 +19,35 @@ struct Poll::Private final : SharedMember {
         return _isOpen ? listen() : code;
     }
 
-    void close();
-    void loopIsEnding() override { close(); }
-
 private:
     int listen();
-    void run(int status);
+    void onEvent(int status);
+    void closeHandle() override;
 
     uv_poll_t _poll;
-    RepeatedCallback _callback;
     const int _events;
     bool _isOpen = false; // libuv knows `_poll`.
-    bool _closed = false;
 };
 
 int Poll::Private::listen()
 {
-    const auto onEvent = [](uv_poll_t* handle, int status, int) { static_cast<Private*>(handle->data)->run(status); };
-    return uv_poll_start(&_poll, _events, onEvent);
+    return uv_poll_start(&_poll, _events,
+        [](uv_poll_t* handle, int status, int) { static_cast<Private*>(handle->data)->onEvent(status); });
 }
 
-void Poll::Private::run(int status)
+void Poll::Private::onEvent(int status)
 {
-    if (_closed) return;
     const auto self = hold(this);
-    _callback.run();
-    if (status < 0 && !_closed) listen(); // libuv stops watching at an error.
+    run();
+    if (status < 0 && !isClosed()) listen(); // libuv stops watching at an error.
 }
 
-void Poll::Private::close()
+void Poll::Private::closeHandle()
 {
-    if (std::exchange(_closed, true)) return;
     if (_isOpen)
-        uv_close(reinterpret_cast<uv_handle_t*>(&_poll),
-            [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); });
+        closeLater(reinterpret_cast<uv_handle_t*>(&_poll));
     else
         release();
-    _callback.drop();
 }
 
 Poll::Poll(Loop& loop, int descriptor, Task callback, Event event)
@@ -64,15 +55,10 @@ Poll::Poll(Loop& loop, int descriptor, Task callback, Event event)
 {
     const auto code = _private->start(descriptor);
     if (code == 0) return;
-    _private->close();
-    _private->release();
+    _private->end();
     Status("watch a descriptor", code).throwOnError();
 }
 
-Poll::~Poll()
-{
-    _private->close();
-    _private->release();
-}
+Poll::~Poll() { _private->end(); }
 
 } // namespace fn::uv

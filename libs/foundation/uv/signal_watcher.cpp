@@ -1,11 +1,11 @@
 #include "foundation/uv/signal_watcher.h"
-#include "foundation/uv/detail/repeated_callback.h"
+#include "foundation/uv/detail/watcher.h"
 #include "foundation/uv/status.h"
 
 namespace fn::uv {
 
-struct SignalWatcher::Private final : SharedMember, System::SignalUser {
-    Private(Loop::Private& loop, Task task) : SharedMember(loop, 2), _callback(std::move(task)) // For user and libuv.
+struct SignalWatcher::Private final : Watcher, System::SignalUser {
+    Private(Loop::Private& loop, Task task) : Watcher(loop, std::move(task))
     {
         if (loop.system()) return;
         uv_signal_init(loop.handle(), &_signal);
@@ -22,35 +22,21 @@ struct SignalWatcher::Private final : SharedMember, System::SignalUser {
         return uv_signal_start(&_signal, onSignal, signal);
     }
 
-    void close();
-    void loopIsEnding() override { close(); }
-
 private:
-    void signalled() override;
+    void signalled() override { run(); }
+    void closeHandle() override;
 
     uv_signal_t _signal;
-    RepeatedCallback _callback;
-    bool _closed = false;
 };
 
-void SignalWatcher::Private::signalled()
+void SignalWatcher::Private::closeHandle()
 {
-    if (_closed) return;
-    const auto self = hold(this);
-    _callback.run();
-}
-
-void SignalWatcher::Private::close()
-{
-    if (std::exchange(_closed, true)) return;
     if (auto* const system = loop()->system()) {
         system->unwatchSignal(*this);
         release();
     } else {
-        const auto onClosed = [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); };
-        uv_close(reinterpret_cast<uv_handle_t*>(&_signal), onClosed);
+        closeLater(reinterpret_cast<uv_handle_t*>(&_signal));
     }
-    _callback.drop();
 }
 
 SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback)
@@ -58,15 +44,10 @@ SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback)
 {
     const auto code = _private->start(signal);
     if (code == 0) return;
-    _private->close();
-    _private->release();
+    _private->end();
     Status("watch a signal", code).throwOnError();
 }
 
-SignalWatcher::~SignalWatcher()
-{
-    _private->close();
-    _private->release();
-}
+SignalWatcher::~SignalWatcher() { _private->end(); }
 
 } // namespace fn::uv

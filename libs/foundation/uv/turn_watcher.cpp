@@ -1,12 +1,10 @@
 #include "foundation/uv/turn_watcher.h"
-#include "foundation/uv/detail/repeated_callback.h"
+#include "foundation/uv/detail/watcher.h"
 
 namespace fn::uv {
 
-struct TurnWatcher::Private final : SharedMember {
-    Private(Loop::Private& loop, Moment moment, Task task)
-        : SharedMember(loop, 2), // For user and libuv.
-          _callback(std::move(task))
+struct TurnWatcher::Private final : Watcher {
+    Private(Loop::Private& loop, Moment moment, Task task) : Watcher(loop, std::move(task))
     {
         if (moment == Moment::BeforePoll) {
             uv_prepare_init(loop.handle(), &_handle.prepare);
@@ -19,44 +17,21 @@ struct TurnWatcher::Private final : SharedMember {
         _handle.any.data = this;
     }
 
-    void close();
-    void loopIsEnding() override { close(); }
-
 private:
-    void run();
+    void closeHandle() override { closeLater(&_handle.any); }
 
     union {
         uv_handle_t any;
         uv_prepare_t prepare;
         uv_check_t check;
     } _handle;
-    RepeatedCallback _callback;
-    bool _closed = false;
 };
-
-void TurnWatcher::Private::run()
-{
-    if (_closed) return;
-    const auto self = hold(this);
-    _callback.run();
-}
-
-void TurnWatcher::Private::close()
-{
-    if (std::exchange(_closed, true)) return;
-    uv_close(&_handle.any, [](uv_handle_t* handle) { static_cast<Private*>(handle->data)->release(); });
-    _callback.drop();
-}
 
 TurnWatcher::TurnWatcher(Loop& loop, Moment moment, Task callback)
     : _private(new Private(loop.internals().requireReal("A watcher of turns"), moment, std::move(callback)))
 {
 }
 
-TurnWatcher::~TurnWatcher()
-{
-    _private->close();
-    _private->release();
-}
+TurnWatcher::~TurnWatcher() { _private->end(); }
 
 } // namespace fn::uv
