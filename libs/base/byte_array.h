@@ -66,13 +66,6 @@ public:
         _size = static_cast<std::uint32_t>(size);
     }
     void append(const void* data, std::size_t size);
-    /// Forgets bytes in front (at most all) without moving the others.
-    void removePrefix(std::size_t size) noexcept
-    {
-        const auto removed = size < _size ? static_cast<std::uint32_t>(size) : _size;
-        _offset += removed;
-        _size -= removed;
-    }
     void clear() noexcept; ///< Empties the array; its buffer is kept unless it is shared.
 
     /// An array of `size` bytes from `offset` (both clamped) that shares the buffer.

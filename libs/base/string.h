@@ -122,8 +122,6 @@ public:
     String substring(std::size_t offset, std::size_t length = std::string_view::npos) const;
     String toLowerCase() const; ///< ASCII letters only.
     String toUpperCase() const; ///< ASCII letters only.
-    String toLower() const { return toLowerCase(); }
-    String toUpper() const { return toUpperCase(); }
 
     /// The text without ASCII blanks (space, tab, CR, LF, VT, FF) at both ends, or without those at its end alone.
     String trim(bool bothEnds = true) const;

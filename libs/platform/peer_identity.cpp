@@ -16,7 +16,7 @@ PeerIdentity peerIdentity(int descriptor)
     if (::getsockopt(descriptor, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) {
         fn::posix::fail("Can not tell who is at the other end");
     }
-    return { credentials.uid, credentials.gid, credentials.pid };
+    return { credentials.uid, credentials.pid };
 }
 
 } // namespace platform

@@ -8,7 +8,6 @@ namespace platform {
 /// The process that was at the other end of a local socket when the socket was connected.
 struct PeerIdentity {
     std::uint32_t userId = 0;
-    std::uint32_t groupId = 0;
     std::int32_t processId = 0;
 
     /// Whether the peer's user is the user of this process, or root, who can do anyway what this user can do.

@@ -38,7 +38,7 @@ const std::map<std::string, const char*, std::less<>>& kindsByExtension()
 
 fn::String kindOfFile(const fn::String& path)
 {
-    const auto name = fn::Path::parsePath(path).fileName.toLower();
+    const auto name = fn::Path::parsePath(path).fileName.toLowerCase();
     const auto dot = name.view().rfind('.');
     if (dot == std::string_view::npos || dot == 0) return "other"; // A name that begins with its only dot has none.
     const auto found = kindsByExtension().find(name.view().substr(dot + 1));

@@ -26,7 +26,7 @@ public:
     static AppInfo* find(); ///< The instance; null if neither process has called `initialize()`.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
-    fn::String folderName() const { return _shortName.toLower(); } ///< The name of its folders below the user's.
+    fn::String folderName() const { return _shortName.toLowerCase(); } ///< The name of its folders below the user's.
     fn::String applicationDisplayName() const { return _displayName; } ///< For people.
     fn::String applicationPublicVersion() const { return _publicVersion; } ///< For people.
     double applicationInternalVersion() const { return _internalVersion; }

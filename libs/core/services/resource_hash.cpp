@@ -70,7 +70,7 @@ fn::String ResourceHash::forFile(const fn::String& path)
         const auto tail = std::min(step - sampleBytes, sampleBytes);
         if (tail > 0) hashStretch(engine, file, -tail, SEEK_END, buffer.first(static_cast<std::size_t>(tail)));
     }
-    return engine.digest().hex().toLower();
+    return engine.digest().hex();
 }
 
 } // namespace core

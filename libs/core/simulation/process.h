@@ -31,9 +31,6 @@ public:
     std::int64_t status() const noexcept { return _status; } ///< The exit status of a dead process.
     int signal() const noexcept { return _signal; } ///< The signal that killed the process, or 0.
 
-    /// Whether `Options::deaths`, `freezes` and `failingAllocations` may hit this process. False at first.
-    void setExposed(bool isExposed) noexcept { _isExposed = isExposed; }
-
     /// The process gets this signal when its parent dies.
     void setParentDeathSignal(int signal) noexcept { _parentDeathSignal = signal; }
 

@@ -67,7 +67,7 @@ void followVerboseLogging(const fn::AutoPtr<LoggingProfileSink>& sink)
 void applyConsoleThreshold(LoggingProfileSink& sink, const fn::String& priority)
 {
     for (const auto& profile : sink.profiles()) {
-        if (!profile->fileName().toLower().startsWith("console")) continue; // There is at most one for the console.
+        if (!profile->fileName().toLowerCase().startsWith("console")) continue; // There is at most one for the console.
         profile->setEnabled(true);
         profile->setRootThreshold(static_cast<LoggingProfile::Priority>(priority.toInt(fn::logging::Warning)));
     }

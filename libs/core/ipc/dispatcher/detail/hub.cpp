@@ -175,7 +175,6 @@ WorkerId Hub::takeWorkerId()
     }
     const auto id = _ids.next(others);
     if (!id) throw fn::RuntimeException("All worker ids are in use", fn::Exception::StackTrace::None);
-    _counts.forget(*id);
     for (const auto& connection : _connections) {
         if (!_ids.isTold(connection->listener(), *id)) continue;
         _ids.forget(connection->listener(), *id);

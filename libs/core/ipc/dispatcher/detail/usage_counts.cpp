@@ -175,14 +175,4 @@ std::vector<UsageCounts::Release> UsageCounts::workerDied(WorkerId worker, std::
     return due;
 }
 
-void UsageCounts::forget(WorkerId worker)
-{
-    // A dead worker receives nothing, so it holds nothing: only objects that it owned can have been counted since.
-    const auto index = _index.find(worker);
-    if (index == _index.end()) return;
-    const auto owned = std::move(index->second.owned);
-    for (const auto objectId : owned) erase(_entries.find(objectId));
-    _index.erase(worker);
-}
-
 } // namespace ipc

@@ -66,9 +66,6 @@ public:
     /// How many entries there are of objects that the worker owns or is a receiver of.
     std::size_t concerned(WorkerId worker) const;
 
-    /// Drops the entries of objects whose owner has this id. To be called before the id of a dead worker is given out again.
-    void forget(WorkerId worker);
-
     std::size_t objectCount() const noexcept { return _entries.size(); }
     std::uint32_t sentCount(ObjectId objectId) const;
 
