@@ -47,9 +47,6 @@ public:
 
 private:
     void workerDidConnect(ipc::Worker&) override { _onConnected(); }
-    bool wantsIdleTermination(ipc::Worker&) override { return false; }
-    bool workerCanTerminate(ipc::Worker&) override { return false; }
-    void workerRequestsTermination(ipc::Worker&) override { }
     void aboutToQuit(ipc::Worker&) override { fail("the hub has gone"); }
 
     fn::uv::Loop _loop;

@@ -41,11 +41,11 @@ public:
     std::string take() { return std::move(_text); }
 
 private:
-    // Writes the text in front of an element, and returns whether the element is shown.
-    bool beginElement(bool first)
+    // Writes the text in front of an element, and returns whether the element is shown. None is shown on the level behind the last.
+    bool beginElement(bool first, int level)
     {
         if (!first) _text += ", ";
-        if (_elements++ < mostElementsShown) return true;
+        if (level < mostLevelsShown && _elements++ < mostElementsShown) return true;
         _text += dots;
         return false;
     }
@@ -55,11 +55,7 @@ private:
         _text += '[';
         bool first = true;
         for (const auto& element : value.elements()) {
-            if (level == mostLevelsShown) {
-                _text += dots;
-                break;
-            }
-            if (!beginElement(std::exchange(first, false))) break;
+            if (!beginElement(std::exchange(first, false), level)) break;
             write(element, level + 1);
         }
         _text += ']';
@@ -70,11 +66,7 @@ private:
         _text += '{';
         bool first = true;
         for (const auto& [key, entry] : value.entries()) {
-            if (level == mostLevelsShown) {
-                _text += dots;
-                break;
-            }
-            if (!beginElement(std::exchange(first, false))) break;
+            if (!beginElement(std::exchange(first, false), level)) break;
             write(key, level + 1);
             _text += ": ";
             write(entry, level + 1);

@@ -1,6 +1,5 @@
 #include "core/ipc/module_manager/module_definition.h"
-#include "core/ipc/module_manager/detail/external_module.h"
-#include "core/ipc/module_manager/detail/in_process_module.h"
+#include "core/ipc/module_manager/detail/module_kinds.h"
 #include "foundation/system/path_manager.h"
 
 namespace ipc {

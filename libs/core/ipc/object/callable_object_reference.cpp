@@ -3,7 +3,6 @@
 #include "core/ipc/object/detail/exception_record.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
-#include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/wire/detail/message_fields.h"
 
 namespace ipc {

@@ -33,10 +33,10 @@ public:
     class FN_EXPORT Delegate {
     public:
         virtual void workerDidConnect(Worker& worker) = 0; ///< The worker has got its WorkerId.
-        virtual bool wantsIdleTermination(Worker& worker) = 0; ///< Whether the worker watches for idleness.
-        virtual bool workerCanTerminate(Worker& worker) = 0; ///< Whether the idle worker may end.
-        virtual void workerRequestsTermination(Worker& worker) = 0; ///< It asks to be ended: idle, or cut off.
-        virtual void aboutToQuit(Worker& worker) = 0; ///< The dispatcher is stopping or gone. Told once.
+        virtual bool wantsIdleTermination(Worker&) { return false; } ///< Whether the worker watches for idleness.
+        virtual bool workerCanTerminate(Worker&) { return false; } ///< Whether the idle worker may end.
+        virtual void workerRequestsTermination(Worker&) { } ///< It asks to be ended: idle, or cut off.
+        virtual void aboutToQuit(Worker&) { } ///< The dispatcher is stopping or gone. Told once.
         virtual ~Delegate();
     };
 

@@ -1,9 +1,15 @@
 #pragma once
-#include "core/ipc_services/inspector/item.h"
+#include "foundation/value.h"
 #include <optional>
 #include <vector>
 
 namespace core {
+
+/// One line of a page of an inspector.
+struct Item {
+    fn::String text;
+    fn::Value action; ///< The action of the page that the line leads to; nil if it leads nowhere.
+};
 
 /// What an inspector shows for an action: lines, or another action to show instead.
 struct FN_EXPORT InspectionResult {

@@ -1,6 +1,5 @@
 #include "core/services/firewall_configurator/firewall_configurator.h"
-#include "core/services/firewall_configurator/detail/advanced_firewall_configurator.h"
-#include "core/services/firewall_configurator/detail/base_firewall_configurator.h"
+#include "core/services/firewall_configurator/detail/firewall_configurators.h"
 #include "platform/firewall/firewall_file.h"
 
 namespace core {

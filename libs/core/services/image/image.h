@@ -2,11 +2,18 @@
 #include "base/auto_ptr.h"
 #include "base/exceptions.h"
 #include "core/services/fraction.h"
-#include "core/services/image/margins.h"
 #include <cstddef>
 #include <cstdint>
 
 namespace core {
+
+/// The widths of the margins that are added around an image, in pixels of its plane 0.
+struct Margins {
+    std::uint32_t left = 0;
+    std::uint32_t top = 0;
+    std::uint32_t right = 0;
+    std::uint32_t bottom = 0;
+};
 
 /// Pixels in up to three planes, or a compressed JPEG stream. Rectangles and other aspect ratios of an image are images,
 /// too: they share its pixels and keep it alive.

@@ -52,10 +52,6 @@ private:
     };
 
     void workerDidConnect(Worker& worker) override;
-    bool wantsIdleTermination(Worker&) override { return false; }
-    bool workerCanTerminate(Worker&) override { return false; }
-    void workerRequestsTermination(Worker&) override { }
-    void aboutToQuit(Worker&) override { }
 
     void onConnection(const fn::uv::Status& status);
     void accept();

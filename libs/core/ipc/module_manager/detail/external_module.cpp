@@ -1,6 +1,6 @@
-#include "core/ipc/module_manager/detail/external_module.h"
 #include "base/exceptions.h"
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/module_manager/detail/module_kinds.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
 

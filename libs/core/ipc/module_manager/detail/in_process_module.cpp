@@ -1,6 +1,6 @@
-#include "core/ipc/module_manager/detail/in_process_module.h"
 #include "core/ipc/dispatcher/dispatcher.h"
 #include "core/ipc/module_entry_point.h"
+#include "core/ipc/module_manager/detail/module_kinds.h"
 #include "foundation/logging/logging.h"
 
 namespace ipc {

@@ -1,7 +1,9 @@
 #pragma once
+#include "base/exceptions.h"
 #include "base/ref_counted.h"
 #include "core/ipc/object/detail/request_numbers.h"
 #include "core/ipc/wire/message.h"
+#include <typeinfo>
 
 namespace fn {
 class RunLoop;
@@ -22,7 +24,11 @@ class Worker;
 class ObjectHost : public fn::RefCountedBase {
 public:
     bool isAlive() const noexcept { return _worker; } ///< False once the worker has gone.
-    Worker& worker() const; ///< Once it has gone: `fn::NullPointerException`.
+    Worker& worker() const ///< Once it has gone: `fn::NullPointerException`.
+    {
+        if (!_worker) fn::internal::throwNullPointer(typeid(ObjectHost));
+        return *_worker;
+    }
     fn::RunLoop& loop() const noexcept { return _loop; }
     WorkerId workerId() const noexcept { return _workerId; } ///< NO_WORKER_ID until the worker is connected.
     RequestNumbers& requestNumbers() noexcept { return _requestNumbers; }
@@ -45,7 +51,6 @@ public:
 
 protected:
     ObjectHost(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
-    ~ObjectHost() override;
 
     Worker* _worker; // Null once it has gone.
     fn::RunLoop& _loop;

@@ -3,7 +3,6 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/worker/detail/worker_link.h"
-#include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
 #include <algorithm>

@@ -1,6 +1,5 @@
 #pragma once
 #include "core/ipc/object/detail/object_host.h"
-#include "core/ipc/worker/detail/worker_id_set.h"
 #include "foundation/mpack/serializer.h"
 #include "foundation/run_loop.h"
 #include "foundation/signal.h"
@@ -16,6 +15,29 @@ namespace ipc {
 class MessageView;
 class WorkerLink;
 struct ObjectReferenceInitializer;
+
+/// A set of worker ids, of one bit each: a worker that lives long hears of many deaths.
+class WorkerIdSet {
+public:
+    bool contains(WorkerId id) const { return id < _members.size() && _members[id]; }
+
+    void insert(WorkerId id)
+    {
+        if (id >= _members.size()) _members.resize(id + std::size_t(1));
+        _members[id] = true;
+    }
+
+    /// Gives whether the set contained the id.
+    bool erase(WorkerId id)
+    {
+        const bool wasThere = contains(id);
+        if (wasThere) _members[id] = false;
+        return wasThere;
+    }
+
+private:
+    std::vector<bool> _members; // By id, up to the greatest one that was ever inserted.
+};
 
 /// Throws `fn::RuntimeException` for an object that was made before its worker was connected: it cannot be shared.
 void requireConnectedOwner(ObjectId objectId);

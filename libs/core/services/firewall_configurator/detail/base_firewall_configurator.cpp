@@ -1,6 +1,6 @@
-#include "core/services/firewall_configurator/detail/base_firewall_configurator.h"
 #include "base/utf8.h"
 #include "core/services/firewall_configurator/detail/bstr.h"
+#include "core/services/firewall_configurator/detail/firewall_configurators.h"
 #include "core/services/firewall_configurator/detail/log.h"
 
 namespace core {
