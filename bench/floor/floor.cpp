@@ -5,7 +5,6 @@
 #include "floor/connection.h"
 #include <csignal>
 #include <fmt/format.h>
-#include <functional>
 #include <memory>
 #include <vector>
 

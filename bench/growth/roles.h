@@ -1,7 +1,6 @@
 #pragma once
 #include "driver/driver.h"
 #include "growth/subject.h"
-#include <string_view>
 
 namespace bench::growth {
 

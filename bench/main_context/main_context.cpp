@@ -7,7 +7,6 @@
 #include "main_context/writer.h"
 #include <algorithm>
 #include <atomic>
-#include <cstdlib>
 #include <fmt/format.h>
 #include <functional>
 #include <glib-unix.h>

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <semaphore>
 #include <thread>
-#include <vector>
 
 namespace bench {
 

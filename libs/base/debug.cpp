@@ -1,5 +1,4 @@
 #include "base/debug.h"
-#include <cerrno>
 #include <cstdlib>
 #include <cxxabi.h>
 #include <memory>

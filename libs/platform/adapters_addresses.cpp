@@ -1,9 +1,7 @@
 #include "platform/adapters_addresses.h"
 #include "platform/detail/network_adapters.h"
 #include <cstring>
-#include <memory>
 #include <new>
-#include <utility>
 
 namespace platform {
 

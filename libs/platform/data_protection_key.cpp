@@ -3,7 +3,6 @@
 #include "platform/data_protection_folder.h"
 #include "platform/data_protection_key_private.h"
 #include "platform/detail/private_folder.h"
-#include <cstdio>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sodium.h>

@@ -1,7 +1,6 @@
 #pragma once
 #include <array>
 #include <cstdint>
-#include <span>
 
 namespace platform {
 namespace detail {

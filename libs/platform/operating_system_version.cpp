@@ -1,5 +1,4 @@
 #include "platform/operating_system_version.h"
-#include <cstdio>
 #include <sys/utsname.h>
 
 namespace platform {

@@ -1,7 +1,6 @@
 #include "platform/peer_identity.h"
 #include "base/exceptions.h"
 #include "base/posix.h"
-#include <cerrno>
 #include <sys/socket.h>
 #include <unistd.h>
 

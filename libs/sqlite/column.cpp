@@ -1,6 +1,5 @@
 #include "sqlite/column.h"
 #include <sqlite3.h>
-#include <utility>
 
 namespace sqlite {
 

@@ -1,6 +1,5 @@
 #pragma once
 #include "witness.h"
-#include <atomic>
 #include <filesystem>
 #include <optional>
 #include <random>

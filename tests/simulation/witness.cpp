@@ -2,7 +2,6 @@
 #include "core/ipc/module_manager/module_manager.h"
 #include "foundation/logging/category_manager.h"
 #include "journal.h"
-#include <cerrno>
 #include <fmt/format.h>
 
 namespace simulated {

@@ -1,7 +1,6 @@
 #pragma once
 #include "base/auto_ptr.h"
 #include "foundation/logging/sink.h"
-#include <mutex>
 #include <string>
 #include <vector>
 

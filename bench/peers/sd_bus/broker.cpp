@@ -1,7 +1,6 @@
 #include "peers/sd_bus/broker.h"
 #include "peers/sd_bus/message.h"
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/socket.h>

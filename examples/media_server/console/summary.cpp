@@ -4,7 +4,6 @@
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/json/serializer.h"
 #include <fmt/format.h>
-#include <iterator>
 
 namespace media {
 namespace {

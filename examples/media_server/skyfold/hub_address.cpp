@@ -5,7 +5,6 @@
 #include "foundation/io/file.h"
 #include "foundation/system/path_manager.h"
 #include <array>
-#include <cerrno>
 #include <unistd.h>
 
 namespace media {

@@ -1,7 +1,6 @@
 #include "core/services/fraction.h"
 #include "core/services/detail/stream_form.h"
 #include "foundation/mpack/serializer.h"
-#include <cstdlib>
 #include <limits>
 #include <utility>
 

@@ -3,7 +3,6 @@
 #include "foundation/mpack/hooks.h"
 #include "foundation/value_map.h"
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <glib.h>
 

@@ -36,9 +36,9 @@ template <typename Callable, typename... Args> void callGuarded(Callable&& calla
 }
 
 /// Takes the first element out of a queue. The element is no longer in the queue when its destructor runs.
-template <typename T> T takeFirst(std::deque<T>& queue)
+template <typename Queue> auto takeFirst(Queue& queue)
 {
-    T first = std::move(queue.front());
+    auto first = std::move(queue.front());
     queue.pop_front();
     return first;
 }

@@ -1,7 +1,6 @@
 #include "foundation/uv/pipe_stream_private.h"
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <climits>
 #include <sys/socket.h>
 

@@ -4,7 +4,6 @@
 #include "platform/peer_identity.h"
 #include "platform/pipe_path.h"
 #include <algorithm>
-#include <cerrno>
 #include <fcntl.h>
 #include <sys/socket.h>
 

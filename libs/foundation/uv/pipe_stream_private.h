@@ -3,6 +3,7 @@
 #include "foundation/uv/detail/write_queue.h"
 #include "foundation/uv/loop_private.h"
 #include "foundation/uv/pipe_stream.h"
+#include <list>
 
 namespace fn::uv {
 
@@ -111,8 +112,8 @@ private:
     int _backlog = 0;
     bool _listenStopped = false;
     bool _untaken = false; // libuv holds a connection, and accepts no other one until that one is taken.
-    std::deque<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
-    std::deque<int> _announcements; // Codes that `_onConnection` is to be called with.
+    std::list<Private*> _waiting; // Connections taken from libuv, and held until the user takes them.
+    std::list<int> _announcements; // Codes that `_onConnection` is to be called with.
 
     ConnectionCallback _onConnect;
     String _connectAction; // The action that an error of `connect()` names.

@@ -3,7 +3,6 @@
 #include "platform/com/detail/com_object.h"
 #include "platform/com/elevation_prompt.h"
 #include <algorithm>
-#include <cstdio>
 #include <fmt/format.h>
 #include <string_view>
 

@@ -1,5 +1,4 @@
 #include "platform/detail/sleep_inhibitor.h"
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <gio/gio.h>

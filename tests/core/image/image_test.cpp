@@ -3,7 +3,6 @@
 // before its viewers.
 #include "base/exceptions.h"
 #include "core/services/image/buffer_image.h"
-#include <algorithm>
 #include <gtest/gtest.h>
 
 namespace {

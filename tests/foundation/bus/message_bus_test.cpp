@@ -1,6 +1,7 @@
 // What can break here: a listener that hears too much, too little, out of order or on another thread.
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
+#include "support/expectations.h"
 #include "support/run_until.h"
 #include <gmock/gmock.h>
 #include <thread>
@@ -39,6 +40,25 @@ TEST(MessageBus, IsHeardByANamespaceAndThoseAboveItFromGeneralToSpecial)
     const auto ending = MessageBus::instance().onMessage("bus").connect([&](auto&&...) { name.reset(); });
     MessageBus::instance().postMessage(*name, 4);
     EXPECT_EQ(log.back(), "bus.xy: bus.xy.and more than is stored in place 4");
+}
+
+TEST(MessageBus, ANewBusIsSentTheStickyBodiesAlsoBehindOneThatItCannotSend)
+{
+    struct Bus final : MessageBus {
+        void sendMessage(const fn::String& name, fn::Value&&, bool) override
+        {
+            if (name == "sticky.a") throw std::runtime_error("too large");
+            sent.push_back(name.toStdString());
+        }
+        Log sent;
+    };
+    for (const auto* name : { "sticky.a", "sticky.b" }) MessageBus::instance().postStickyMessage(name, 1);
+    Bus bus;
+    MessageBus::setInstance(bus);
+    const test::ExpectUnhandled unhandled;
+    MessageBus::repostStickyMessages();
+    EXPECT_THAT(bus.sent, ElementsAre("sticky.b"));
+    EXPECT_THAT(unhandled.messages(), ElementsAre("too large"));
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "core/ipc/module_manager/module_definition.h"
 #include "foundation/signal.h"
 #include <functional>
-#include <memory>
 #include <vector>
 
 namespace ipc {

@@ -1,6 +1,5 @@
 #pragma once
 #include "foundation/value.h"
-#include <cstddef>
 #include <cstdint>
 
 /// Ids, fields, types and extensions of the messages on the wire. docs/wire-format.md explains them with examples.

@@ -3,7 +3,6 @@
 #include "base/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "platform/data_protection.h"
-#include <utility>
 
 namespace core {
 namespace {

@@ -1,10 +1,8 @@
 #include "core/simulation/detail/child_run.h"
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fmt/format.h>
-#include <new>
 #include <span>
 #include <sys/mman.h>
 #include <sys/prctl.h>

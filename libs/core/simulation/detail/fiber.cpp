@@ -2,7 +2,6 @@
 #include "foundation/unhandled_exception.h"
 #include <boost/context/detail/fcontext.hpp>
 #include <cerrno>
-#include <cstring>
 #include <sys/mman.h>
 #include <system_error>
 #include <unistd.h>

@@ -1,6 +1,5 @@
 #include "foundation/logging/detail/standard_error.h"
 #include "foundation/run_loop.h"
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>

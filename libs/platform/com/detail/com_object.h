@@ -3,7 +3,6 @@
 #include "platform/com/result_codes.h"
 #include "platform/com/unknown.h"
 #include <atomic>
-#include <cerrno>
 #include <new>
 #include <type_traits>
 #include <utility>

@@ -4,7 +4,6 @@
 #include "foundation/uv/process.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
-#include <cstring>
 
 #define LOG(priority, ...) \
     FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)

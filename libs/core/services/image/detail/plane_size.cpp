@@ -1,7 +1,6 @@
 #include "core/services/image/detail/plane_size.h"
 #include "base/exceptions.h"
 #include <fmt/format.h>
-#include <utility>
 
 namespace core::detail {
 
