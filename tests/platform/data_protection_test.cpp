@@ -1,9 +1,7 @@
 // What can break here: changed bytes that pass, a secret that others can read, a key that is replaced or made twice.
 #include "platform/data_protection.h"
 #include "platform/data_protection_folder.h"
-#include "platform/firewall/firewall_file.h"
 #include "support/forked_child.h"
-#include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
 #include <array>
 #include <functional>
@@ -143,20 +141,6 @@ TEST_F(DataProtection, TheKeyIsTheUsersAloneWhateverTheMaskAndMadeOnceByManyAtOn
         ASSERT_EQ(::chown((made / "protection.key").c_str(), 0, 0) + ::chown(made.c_str(), 0, 0), 0);
         for (const auto& [name, child] : children) EXPECT_EQ(unprotect(test::readFile((data / name).string())), name);
     }
-}
-
-TEST(DataProtectionFolder, LiesWithTheUsersDataAsTheFirewallsFileDoes)
-{
-    const test::ScopedVariable home("HOME", "/home/u");
-    for (const auto& [data, expected] : { std::pair("/data", "/data/core"), { "", "/home/u/.local/share/core" },
-             { "relative", "/home/u/.local/share/core" } }) {
-        const test::ScopedVariable folder("XDG_DATA_HOME", data);
-        EXPECT_EQ(platform::protectionFolder(), expected);
-        EXPECT_EQ(platform::firewallFile(), platform::protectionFolder() + "/firewall.rules");
-    }
-    const test::ScopedVariable noData("XDG_DATA_HOME", ""),
-        badHome("HOME", "relative"); // Then it is that of the passwd entry.
-    EXPECT_TRUE(platform::protectionFolder().startsWith("/"));
 }
 
 } // namespace
