@@ -47,9 +47,7 @@ int serve(const Options& options)
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     CLI::App app("Runs a dispatcher alone. The first line of standard output is the path of its socket.", "hub");
     Options options;
@@ -59,8 +57,15 @@ int main(int argc, char** argv)
     app.add_option("--log", options.logPriority, "Show log messages up to this priority, 1 (errors) to 7 (traces)")
         ->check(CLI::Range(0, 7));
     CLI11_PARSE(app, argc, argv);
+    return serve(options);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
     try {
-        return serve(options);
+        return run(argc, argv);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "hub: %s\n", exception.what());
         return 1;

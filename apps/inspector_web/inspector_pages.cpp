@@ -68,6 +68,7 @@ void writeLines(HtmlPage& page, const std::vector<Entry>& entries, Write write)
 std::string listPage(const std::map<fn::String, fn::String>& inspectors)
 {
     std::vector<std::pair<fn::String, fn::String>> byName;
+    byName.reserve(inspectors.size());
     for (const auto& [key, name] : inspectors) byName.emplace_back(name, key);
     std::ranges::sort(byName);
     HtmlPage page("Inspectors");

@@ -10,7 +10,7 @@ public:
     AppNapPreventer();
     AppNapPreventer(const AppNapPreventer&);
     AppNapPreventer& operator=(const AppNapPreventer&);
-    ~AppNapPreventer();
+    ~AppNapPreventer(); // NOLINT(performance-trivially-destructible): its callers need not know that it does nothing.
 };
 
 } // namespace core

@@ -18,6 +18,7 @@
 #include <vector>
 
 /// A function of the sanitizers' run-time library; null in a build without sanitizers.
+// NOLINTNEXTLINE(bugprone-reserved-identifier): their name.
 extern "C" __attribute__((weak)) void __sanitizer_set_report_fd(void* descriptor);
 
 namespace core {
@@ -144,7 +145,8 @@ void deliver(const fn::FileDescriptor& saved, fn::String line)
 /// Cuts the bytes that were read into lines. Looks at each byte once, however long a line becomes.
 void takeChunk(const fn::FileDescriptor& saved, fn::String& pending, std::string_view chunk)
 {
-    for (std::size_t lineFeed; (lineFeed = chunk.find('\n')) != chunk.npos; chunk.remove_prefix(lineFeed + 1)) {
+    for (std::size_t lineFeed; (lineFeed = chunk.find('\n')) != std::string_view::npos;
+         chunk.remove_prefix(lineFeed + 1)) {
         pending += chunk.substr(0, lineFeed + 1);
         deliver(saved, std::exchange(pending, fn::String()));
     }

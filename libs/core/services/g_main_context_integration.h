@@ -1,7 +1,7 @@
 #pragma once
 #include "base/auto_ptr.h"
 
-typedef struct _GMainContext GMainContext;
+using GMainContext = struct _GMainContext; // NOLINT(bugprone-reserved-identifier): GLib's name.
 
 namespace fn::uv {
 class Loop;

@@ -43,7 +43,7 @@ void addHolder()
 // The objects have no data. One that was made on the wrong thread is counted, too, since its end will be.
 SleepPreventer::SleepPreventer() { addHolder(); }
 SleepPreventer::SleepPreventer(const SleepPreventer&) { addHolder(); }
-SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept { return *this; }
+SleepPreventer& SleepPreventer::operator=(const SleepPreventer&) noexcept = default;
 
 SleepPreventer::~SleepPreventer()
 {

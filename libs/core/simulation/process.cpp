@@ -173,7 +173,7 @@ void Process::childDied(Process& child)
 {
     const auto known = std::ranges::find(_children, &child, &Child::process);
     if (_isDead || known == _children.end()) return;
-    _events.push_back([this, &child] {
+    _events.emplace_back([this, &child] {
         const auto found = std::ranges::find(_children, &child, &Child::process);
         if (found == _children.end()) return; // `forget()` was called meanwhile.
         auto* const user = found->user;
@@ -215,7 +215,7 @@ void Process::receiveSignal(int signal)
                signal == SIGKILL || watched == _watched.end()) {
         die(0, signal);
     } else {
-        _events.push_back([this, signal] {
+        _events.emplace_back([this, signal] {
             for (const auto& [number, user] : std::vector(_watched)) {
                 if (number == signal && std::ranges::find(_watched, std::pair(number, user)) != _watched.end())
                     user->signalled();

@@ -22,7 +22,7 @@ World::World(Decisions& decisions, Options options) : _decisions(decisions), _op
     addProgram(moduleLoaderName, runModuleLoader);
 }
 
-World::~World()
+World::~World() // NOLINT(bugprone-exception-escape): a process that cannot end ends the program.
 {
     for (const auto& process : _processes) process->die(0, SIGKILL);
     while (turn()) { }

@@ -32,7 +32,7 @@ public:
 
     int bind(const fn::String& name) override;
     int listen(int backlog) override;
-    int accept(Socket& peer) override;
+    int accept(Socket& socket) override;
     int connect(const fn::String& name) override;
     void setReading(bool isReading) override;
     std::ptrdiff_t receive(std::span<char> memory) override;
