@@ -19,11 +19,6 @@ bool RefCountedBase::tryRetain() const noexcept
     return false;
 }
 
-std::uint32_t RefCountedBase::referenceCount() const noexcept
-{
-    return _count.load(std::memory_order_relaxed) & ~dying;
-}
-
 void RefCountedBase::deleteInstance() { delete this; }
 
 void RefCountedBase::lastReferenceGone() const noexcept

@@ -25,9 +25,6 @@ public:
     /// Takes a reference unless the object is dying or nobody has held it yet. Thread-safe as long as the memory is valid.
     [[nodiscard]] bool tryRetain() const noexcept;
 
-    /// The present count, for tests and inspectors. Other threads that hold references may change it at any time.
-    std::uint32_t referenceCount() const noexcept;
-
 protected:
     virtual ~RefCountedBase();
 

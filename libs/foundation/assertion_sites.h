@@ -21,6 +21,10 @@ inline constexpr AssertionSite promiseHasOneHandler { "libs/foundation/promise",
     "There can only be one fulfillment and rejection handler" };
 inline constexpr AssertionSite promiseHasOneCancellation { "libs/foundation/promise", 308, "onCancel",
     "Cancellation handler already set" };
+inline constexpr AssertionSite promiseIsOnMainThread { "libs/foundation/promise", 482, "then",
+    "Function must be called on main thread" };
+inline constexpr AssertionSite promiseHasLoop { "libs/foundation/promise", 482, "then",
+    "Function must be called on main thread, and no loop runs on it" };
 inline constexpr AssertionSite poolTakesTasks { "libs/foundation/thread_pool", 1, "schedule",
     "Can not schedule task on stopped thread pool" };
 inline constexpr AssertionSite poolHasFinished { "libs/foundation/thread_pool", 2, "stop", "_unfinished == 0" };

@@ -12,9 +12,7 @@ namespace {
 [[gnu::cold, gnu::noinline]] void reportNoLoop()
 {
     const bool isMainThread = gettid() == getpid();
-    reportAssertion({ "libs/foundation/promise", 482, "then",
-        isMainThread ? "Function must be called on main thread, and no loop runs on it"
-                     : "Function must be called on main thread" });
+    reportAssertion(isMainThread ? sites::promiseHasLoop : sites::promiseIsOnMainThread);
 }
 
 } // namespace

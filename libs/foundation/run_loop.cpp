@@ -1,6 +1,6 @@
 #include "foundation/run_loop.h"
 #include "foundation/system/process_local.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/loop_private.h"
 
 namespace fn {
 namespace {

@@ -1,7 +1,7 @@
 #include "foundation/value.h"
 #include "base/exceptions.h"
+#include "foundation/detail/value_private.h"
 #include "foundation/value_map.h"
-#include "foundation/value_private.h"
 
 namespace fn {
 namespace {

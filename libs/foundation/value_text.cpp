@@ -41,7 +41,7 @@ public:
     std::string take() { return std::move(_text); }
 
 private:
-    // Writes the text in front of an element, and returns whether the element is shown. None is shown on the level behind the last.
+    // Writes the text in front of an element, and returns whether the element is shown. None is below the deepest level shown.
     bool beginElement(bool first, int level)
     {
         if (!first) _text += ", ";

@@ -1,7 +1,7 @@
 #include "platform/data_protection.h"
 #include "base/exceptions.h"
 #include "base/posix.h"
-#include "platform/data_protection_key_private.h"
+#include "platform/detail/data_protection_key_private.h"
 #include <algorithm>
 #include <cerrno>
 #include <fmt/format.h>

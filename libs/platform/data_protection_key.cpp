@@ -1,7 +1,7 @@
 #include "base/exceptions.h"
 #include "base/posix.h"
 #include "platform/data_protection_folder.h"
-#include "platform/data_protection_key_private.h"
+#include "platform/detail/data_protection_key_private.h"
 #include "platform/detail/private_folder.h"
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -49,8 +49,9 @@ inline constexpr std::size_t countedObjects = 4'000'000;
 inline constexpr std::size_t registrations = 1'000'000;
 inline constexpr std::size_t waiters = 100'000;
 
-/// Bytes of the class name of a registered object or a look-up. Names of classes are far shorter, also those of templates.
-inline constexpr std::size_t classNameBytes = 4096;
+/// Bytes of the class name of a registered object or a look-up, and of what HELLO tells of a worker, where longer texts are cut.
+/// Names of classes are far shorter, also those of templates.
+inline constexpr std::size_t nameBytes = 4096;
 
 /// Sticky messages that the bus keeps, their bytes in sum, and the depth of one body: the list of all must fit one answer.
 inline constexpr std::size_t stickyNamespaces = 100'000;
@@ -61,7 +62,7 @@ inline constexpr int stickyDepth = 500;
 
 namespace ipc {
 
-/// The bounds of a hub that tests make smaller in order to reach them.
+/// The bounds of one hub: an application with little memory makes them smaller, and so do tests that reach them.
 struct HubLimits {
     WorkerId workerIds = NO_WORKER_ID; ///< How many ids there are, from 0 on.
     std::size_t stalledQueueBytes = limits::stalledQueueBytes;

@@ -16,10 +16,14 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     } catch (...) {
         return fn::Promise<void>::rejected(std::current_exception());
     }
+    const bool isNew = !_registeredInstances.contains(instance);
     const auto call =
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
     if (call.isPending()) _registeredInstances.insert(instance); // Otherwise the call has failed at once.
-    return call.then([](fn::Value&&) {});
+    return call.then([](fn::Value&&) {}, [this, instance, isNew](std::exception_ptr failure) { // The call holds `this`.
+        if (isNew) _registeredInstances.erase(instance);
+        std::rethrow_exception(failure);
+    });
 }
 
 fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::Duration timeout)
@@ -31,7 +35,7 @@ fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::D
 fn::AutoPtr<ObjectReference> Registry::typedReference(const fn::Value& found) const
 {
     const auto reference = found.object<ObjectReference>();
-    return hasWorker() ? worker().objectManager()->typedReference(reference) : reference;
+    return hasWorker() ? managerOf(worker()).typedReference(reference) : reference;
 }
 
 void Registry::throwOtherClass(const fn::String& wanted, const fn::AutoPtr<ObjectReference>& found)

@@ -5,7 +5,7 @@
 namespace ipc {
 namespace {
 
-// The turns of the loop behind a worker's end: far more than its tasks need, and a bound where they post each other for ever.
+// The turns of the loop after a worker's end: far more than its tasks need, and a bound in case they keep posting one another.
 constexpr int mostTurns = 100;
 constexpr auto mostTime = fn::Duration::milliseconds(200);
 

@@ -1,6 +1,6 @@
 #include "core/ipc_services/command_ipc.h"
 #include "core/ipc/wire/message_helper.h"
-#include "core/ipc_services/command_ipc_connection_private.h"
+#include "core/ipc_services/detail/command_ipc_connection_private.h"
 #include "foundation/io/directory_iterator.h"
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"

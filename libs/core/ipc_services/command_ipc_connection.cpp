@@ -1,4 +1,4 @@
-#include "core/ipc_services/command_ipc_connection_private.h"
+#include "core/ipc_services/detail/command_ipc_connection_private.h"
 #include "foundation/logging/logging.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/timer.h"

@@ -4,7 +4,7 @@
 #include "foundation/system/process_local.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/loop_private.h"
 
 namespace fn::internal {
 namespace {

@@ -2,7 +2,7 @@
 #include "base/exceptions.h"
 #include "foundation/io/limited_input_stream.h"
 #include "foundation/mpack/codes.h"
-#include "foundation/mpack/timestamp_form_private.h"
+#include "foundation/mpack/detail/timestamp_form_private.h"
 #include "foundation/value_map.h"
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 #include "foundation/mpack/serializer.h"
 #include "base/exceptions.h"
 #include "foundation/mpack/codes.h"
-#include "foundation/mpack/timestamp_form_private.h"
+#include "foundation/mpack/detail/timestamp_form_private.h"
 #include "foundation/value_map.h"
 #include <limits>
 

@@ -2,7 +2,7 @@
 #include "foundation/io/input_stream.h"
 #include "foundation/io/output_stream.h"
 #include "foundation/mpack/codes.h"
-#include "foundation/mpack/timestamp_form_private.h"
+#include "foundation/mpack/detail/timestamp_form_private.h"
 
 namespace fn::mpack {
 namespace {

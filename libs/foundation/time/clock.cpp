@@ -1,5 +1,5 @@
 #include "foundation/time/clock.h"
-#include "foundation/time/clock_private.h"
+#include "foundation/time/detail/clock_private.h"
 #include "foundation/uv/system.h"
 #include <chrono>
 

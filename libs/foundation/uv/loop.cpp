@@ -2,8 +2,8 @@
 #include "base/exceptions.h"
 #include "foundation/assertion.h"
 #include "foundation/unhandled_exception.h"
+#include "foundation/uv/detail/loop_private.h"
 #include "foundation/uv/detail/scheduled_task.h"
-#include "foundation/uv/loop_private.h"
 #include "foundation/uv/status.h"
 #include <csignal>
 

@@ -1,5 +1,5 @@
 #include "foundation/uv/pipe_stream.h"
-#include "foundation/uv/pipe_stream_private.h"
+#include "foundation/uv/detail/pipe_stream_private.h"
 
 namespace fn::uv {
 

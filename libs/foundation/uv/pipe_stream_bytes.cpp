@@ -1,4 +1,4 @@
-#include "foundation/uv/pipe_stream_private.h"
+#include "foundation/uv/detail/pipe_stream_private.h"
 #include <algorithm>
 #include <array>
 #include <climits>

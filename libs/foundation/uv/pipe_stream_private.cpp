@@ -1,4 +1,4 @@
-#include "foundation/uv/pipe_stream_private.h"
+#include "foundation/uv/detail/pipe_stream_private.h"
 #include "base/exceptions.h"
 #include "foundation/logging/logging.h"
 #include "platform/peer_identity.h"

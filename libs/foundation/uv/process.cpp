@@ -1,6 +1,6 @@
 #include "foundation/uv/process.h"
 #include "base/exceptions.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/loop_private.h"
 #include "foundation/uv/status.h"
 #include <algorithm>
 #include <fmt/format.h>

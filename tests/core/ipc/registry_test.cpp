@@ -70,7 +70,7 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
     };
     const std::tuple<const char*, Value, bool, std::size_t> rows[] {
         { "a time-out without end", lookUp("X", INT64_MAX), false, 0 },
-        { "a name that is too long", lookUp(std::string(ipc::limits::classNameBytes + 1, 'x'), INT64_MAX), true, 0 },
+        { "a name that is too long", lookUp(std::string(ipc::limits::nameBytes + 1, 'x'), INT64_MAX), true, 0 },
         { "what makes no sense", lookUp("X", "soon"), false, 1 },
     };
     for (const auto& [what, argument, isAnswered, unhandled] : rows) {

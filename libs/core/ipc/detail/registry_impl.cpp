@@ -79,7 +79,7 @@ fn::AutoPtr<ObjectReference> RegistryImpl::findVisible(const fn::String& classNa
 
 void RegistryImpl::wait(const CallContext& context, const fn::String& className, std::int64_t milliseconds)
 {
-    if (className.size() > limits::classNameBytes) {
+    if (className.size() > limits::nameBytes) {
         sendError(context, fn::RuntimeException("The class name to look for is too long"));
         return;
     }
@@ -158,7 +158,7 @@ void RegistryImpl::registerInstance(const CallContext& context, const fn::Value&
         return;
     }
     const auto className = reference->className();
-    if (className.size() > limits::classNameBytes) {
+    if (className.size() > limits::nameBytes) {
         sendError(context, fn::RuntimeException("The class name of the object to register is too long"));
         return;
     }

@@ -17,12 +17,13 @@ struct ModuleStatus {
     ///     Running                     -> Ended        its worker disconnects
     ///     Launching, Overdue, Running -> Ended        its process exits
     ///     Launching                   -> Ended        the launch throws
+    ///     Ended                       -> Running      its worker's HELLO is read after the exit; its end follows
     enum class State {
         NotLaunched,
         Launching, ///< The manager waits for the module's worker.
         Overdue, ///< The worker did not connect in time; the module is relaunched in a moment, or given up.
         Running, ///< The worker is connected, or was so when the dispatcher was destroyed.
-        Ended, ///< The module is relaunched in a moment, or given up.
+        Ended, ///< Its process or worker has gone. A process is relaunched in a moment, or given up.
     };
 
     fn::String name;

@@ -14,14 +14,14 @@
 namespace ipc {
 namespace {
 
-constexpr std::uint32_t headerBytes = 4;
+constexpr auto headerBytes = FrameOutputStream::headerBytes;
 constexpr std::ptrdiff_t endOfStream = -4095; // libuv's UV_EOF.
 
-// A missing rest of a body of at least so many bytes is read straight into `_body`. A smaller one is read into the stream's
+// A missing rest of a body of at least this many bytes is read straight into `_body`. A smaller one is read into the stream's
 // buffer, together with the next frames.
 constexpr std::size_t readInPlaceFrom = 32 * 1024;
 
-// Copying a frame of at least so many bytes costs more than one more system call.
+// Copying a frame of at least this many bytes costs more than one more system call.
 constexpr std::size_t largeFrom = 256 * 1024;
 
 /// The value that fills `body` exactly; empty for anything else.
@@ -38,6 +38,13 @@ std::optional<fn::Value> decode(const FrameBody& body)
     } catch (const std::exception&) {
         return std::nullopt; // The body is no MessagePack, or its value needs too much memory: `deliver()` reports it.
     }
+}
+
+Frame encode(const fn::Value& value, std::size_t maxBytes)
+{
+    FrameOutputStream stream;
+    fn::mpack::Serializer(stream).serialize(value);
+    return stream.finish(maxBytes);
 }
 
 } // namespace
@@ -58,13 +65,6 @@ void MessageHelper::setStream(fn::AutoPtr<fn::uv::Stream> stream)
     _body.clear();
     _failed = false;
     taken.readStart([this](std::ptrdiff_t count, const std::uint8_t* data) { onRead(count, data); });
-}
-
-Frame MessageHelper::encode(const fn::Value& value, std::size_t maxBytes)
-{
-    FrameOutputStream stream;
-    fn::mpack::Serializer(stream).serialize(value);
-    return stream.finish(maxBytes);
 }
 
 void MessageHelper::send(const fn::Value& value, Completion completion, std::size_t maxBytes)
@@ -171,8 +171,8 @@ bool MessageHelper::signal(const FrameBody& body)
     return value.has_value();
 }
 
-/// Of a large frame every rest is read straight into `_body`, however short: a read into the stream's buffer would bring much
-/// of the next large frame, which would be copied. For the same reason the read behind a large frame takes only a little.
+/// What is missing of a large frame is read straight into `_body`, even if it is short: the stream's buffer would also take the
+/// beginning of the next frame, which would be copied. For the same reason the read after a large frame asks for 256 bytes only.
 void MessageHelper::chooseReadMemory()
 {
     const auto missing = _body.empty() ? 0 : _length - _body.size();

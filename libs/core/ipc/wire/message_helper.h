@@ -51,8 +51,6 @@ public:
     /// `fn::NullPointerException`.
     void send(const fn::Value& value, Completion completion = {}, std::size_t maxBytes = UINT32_MAX);
 
-    /// Encodes one frame for any number of receivers, which share its bytes. Throws for its size as `send()` does.
-    static Frame encode(const fn::Value& value, std::size_t maxBytes = UINT32_MAX);
     void send(const Frame& frame);
 
     /// `handler` gets each body instead of `onMessage()`. It returns false for what is not exactly one value, and must not throw.

@@ -77,6 +77,8 @@ Worker::~Worker()
 
 ObjectHost& Worker::objectHost() const { return *_objectManager; }
 
+WorkerObjectManager& managerOf(const Worker& worker) { return static_cast<WorkerObjectManager&>(worker.objectHost()); }
+
 std::size_t Worker::queuedBytes() const { return _link->pipe ? _link->pipe->queuedBytes() : 0; }
 
 WorkerId Worker::workerId() const { return _objectManager->workerId(); }

@@ -89,7 +89,6 @@ public:
     }
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
     ObjectHost& objectHost() const; ///< What the worker's objects share of it.
-    const fn::AutoPtr<WorkerObjectManager>& objectManager() const { return _objectManager; }
 
 private:
     class Link;

@@ -74,7 +74,7 @@ ssize_t Output::write(std::string_view text) const noexcept
     case Way::IfReady:
         errno = EAGAIN;
         if (!await(0)) return -1;
-        text = text.substr(0, PIPE_BUF); // A pipe that is ready takes so many bytes at once.
+        text = text.substr(0, PIPE_BUF); // A pipe that is ready takes this many bytes at once.
         break;
     }
     return ::write(_descriptor, text.data(), text.size());

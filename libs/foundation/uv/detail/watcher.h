@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/loop_private.h"
 
 namespace fn::uv {
 

@@ -1,5 +1,5 @@
 #include "foundation/uv/detail/write_queue.h"
-#include "foundation/uv/loop_private.h"
+#include "foundation/uv/detail/loop_private.h"
 #include <algorithm>
 
 namespace fn::uv {

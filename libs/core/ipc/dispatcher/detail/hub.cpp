@@ -1,5 +1,6 @@
 #include "core/ipc/dispatcher/detail/hub.h"
 #include "base/exceptions.h"
+#include "base/utf8.h"
 #include "core/ipc/detail/registry_impl.h"
 #include "core/ipc/dispatcher/detail/worker_connection.h"
 #include "core/ipc/limits.h"
@@ -22,13 +23,16 @@ namespace {
 
 constexpr int backlog = 128;
 
-// The hub drops so many objects of a dead worker in one turn of the loop, which takes well below a millisecond.
+// The hub drops this many objects of a dead worker in one turn of the loop, which takes well below a millisecond.
 constexpr std::size_t deathPart = 1000;
 
 fn::String newPipePath()
 {
     return "\\\\.\\pipe\\skyfold-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
 }
+
+/// A name that a worker gives itself.
+fn::String nameOf(const fn::Value& text) { return fn::cutText(text.asString(), limits::nameBytes); }
 
 Frame plainMessage(int type) { return encodeMessage(type, {}, limits::workerFrameBytes); }
 
@@ -89,7 +93,7 @@ void Hub::stop(const fn::Duration& delay, folly::Function<void()> callback)
     auto close = _lifetime.guard([this] { closeOwnWorker(); });
     auto task = [&loop = _loop, close = std::move(close), end = std::move(end)]() mutable {
         close();
-        loop.post(std::move(end)); // Runs behind the tasks that closing the own worker has posted.
+        loop.post(std::move(end)); // Runs after the tasks that closing the own worker has posted.
     };
     _loop.schedule(delay, std::move(task)).detach();
 }
@@ -154,8 +158,8 @@ void Hub::onHello(const Connection& connection, const MessageView& message)
         LOG(2, "Ignoring a second HELLO from worker {}", connection->info());
         return;
     }
-    const auto displayName = message.required(field::DISPLAY_NAME).asString();
-    const auto tag = message.value(field::TAG).asString();
+    const auto displayName = nameOf(message.required(field::DISPLAY_NAME));
+    const auto tag = nameOf(message.value(field::TAG));
     const auto id = takeWorkerId();
     LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, id);
     connection->identify({ id, displayName, tag });

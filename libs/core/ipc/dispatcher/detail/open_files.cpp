@@ -8,7 +8,7 @@
 namespace ipc {
 namespace {
 
-// The warning comes when at most so many files are left. Each connection opens one, other parts of the process some more.
+// The warning comes when at most this many files are left. Each connection opens one, other parts of the process some more.
 constexpr std::uint64_t fewOpenFiles = 16;
 constexpr auto warningInterval = fn::Duration::seconds(60);
 

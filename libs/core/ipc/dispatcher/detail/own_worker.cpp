@@ -15,9 +15,9 @@ void Hub::workerDidConnect(Worker& worker)
 {
     _registry = fn::makeAuto<RegistryImpl>(worker);
     FN_ASSERT(_registry->objectId() == REGISTRY_OBJECT_ID, fn::sites::registryIsFirst);
-    // The signal fires behind all calls of the dead worker, so that none of them starts waiting after this.
-    worker.objectManager()
-        ->onWorkerDied()
+    // The signal fires after all calls of the dead worker, so that none of them starts waiting after this.
+    managerOf(worker)
+        .onWorkerDied()
         .connect(_lifetime.guard([this](WorkerId id) { _registry->forgetWorker(id); }))
         .detach();
     WorkerObjectManager::makeLocal(fn::AutoPtr<ObjectReference>(worker.registry()), _registry);

@@ -13,11 +13,11 @@
 namespace ipc {
 namespace {
 
-// After the time-out a PONG may come so many turns of the loop later. The turns do not wait; a few of them are enough to read
+// After the time-out a PONG may come this many turns of the loop later. The turns do not wait; a few of them are enough to read
 // everything that has arrived.
 constexpr int turnsOfGrace = 10;
 
-// A timer that fires so late shows that the loop was blocked: then the worker gets the whole time-out again.
+// A timer that fires this late shows that the loop was blocked: then the worker gets the whole time-out again.
 constexpr auto starvedFrom = fn::Duration::milliseconds(10);
 
 } // namespace

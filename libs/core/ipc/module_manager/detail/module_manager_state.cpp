@@ -94,14 +94,16 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     ++module.launches;
     LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
     module.state = ModuleStatus::State::Launching;
+    // Before the launch, which returns only at the end of the application if the module runs the main loop.
+    module.connectionTimer =
+        fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
     try {
         module.definition->launch(_dispatcher, module.workerTag);
-        module.connectionTimer =
-            fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
         return true;
     } catch (const std::exception& exception) {
         const fn::String message =
             fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
+        module.connectionTimer.invalidate();
         module.state = ModuleStatus::State::Ended;
         LOG(2, "{}", message);
         onFatalError.fire(message);

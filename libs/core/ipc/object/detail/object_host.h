@@ -17,7 +17,7 @@ class ObjectReference;
 class Worker;
 
 /// What the objects of a worker have of it: a way to send, the loop, the worker's id, whether the worker is still there, and
-/// a table to be in.
+/// tables in which they are found by id.
 ///
 /// The objects share it, so that they may outlive the worker. Once the worker has gone, `isAlive()` is false, and what objects
 /// send or unregister goes nowhere. The run loop outlives both. Belongs to that loop.

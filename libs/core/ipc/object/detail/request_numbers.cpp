@@ -5,7 +5,7 @@
 namespace ipc {
 namespace {
 
-// So many objects of one owner have numbers of their own. When one more comes, the highest of these counts for all of them.
+// At most this many objects of one owner keep a number each. One more empties the table, and the highest number holds for all.
 constexpr std::size_t mostObjects = 1000;
 
 } // namespace

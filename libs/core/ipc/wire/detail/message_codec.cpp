@@ -15,7 +15,7 @@ namespace {
 using Byte = const std::uint8_t;
 
 /// Walks over MessagePack bytes without making values. Each method gives the place behind what it has passed, or null where the
-/// bytes are malformed or beyond a bound. That place stays in a register: the hub and the receiver both scan each frame.
+/// bytes are malformed or beyond a bound. The place is passed by value, so that it stays in a register: each frame is scanned twice.
 class Scanner {
 public:
     explicit Scanner(fn::ByteView bytes) : _end(bytes.data() + bytes.size()) { }

@@ -20,7 +20,7 @@ bool IdleTermination::wantsTermination() const
 /// Whether another worker uses an instance; for a registered one the registry's own use does not count.
 bool IdleTermination::isBusy() const
 {
-    return _worker.objectManager()->anyInstance([&](ObjectInstance& instance) {
+    return managerOf(_worker).anyInstance([&](ObjectInstance& instance) {
         if (instance.usageCount() > 1) return true;
         return instance.usageCount() == 1 && !_worker.registry()->isInstanceRegistered(fn::AutoPtr(&instance));
     });
@@ -69,7 +69,7 @@ void IdleTermination::startTermination()
 void IdleTermination::secondStage()
 {
     if (canTerminate()) {
-        _delegate.workerRequestsTermination(_worker);
+        _delegate.workerRequestsTermination(_worker); // The instances stay hidden, since the worker is about to end.
         return;
     }
     _worker.registry()->setInstancesHidden(false).then(

@@ -174,7 +174,7 @@ void WorkerObjectManager::countReceived(std::span<const ObjectId> objectIds)
     for (const auto objectId : objectIds) {
         if (ownerOf(objectId) == _workerId) continue;
         if (const auto received = reference(objectId)) {
-            // A local reference has no use to release. Its instance was made before this worker had its id.
+            // A local one counts no messages. It is found only if its instance was made before the worker had an id.
             if (!received->local()) received->increaseUsageCount();
         } else if (!_deadWorkers.contains(ownerOf(objectId))) {
             sendRelease(objectId, 1);

@@ -123,7 +123,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::typedReference(const fn::AutoP
     if (!found || found->dead() || !isOutgrown(*found)) return found;
     if (const auto current = reference(found->objectId()); current && !isOutgrown(*current)) return current;
     auto created = createReference(found->objectId(), found->className());
-    // No message has brought `created`, so it holds `found`, whose uses keep the instance alive.
+    // `created` has no use of its own. It keeps `found`, whose uses keep the instance alive.
     created->objectDeadSignal().connect([found] {}).detach();
     return created;
 }

@@ -42,6 +42,9 @@ private:
 /// Throws `fn::RuntimeException` for an object that was made before its worker was connected: it cannot be shared.
 void requireConnectedOwner(ObjectId objectId);
 
+class WorkerObjectManager;
+WorkerObjectManager& managerOf(const Worker& worker); ///< Of its objects.
+
 /// The host of a worker's objects: the tables of its instances and references, and the codec of payloads. The worker calls
 /// `close()` before it goes. Belongs to the worker's loop.
 ///

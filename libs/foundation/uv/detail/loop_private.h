@@ -1,5 +1,5 @@
 #pragma once
-#include "foundation/time/clock_private.h"
+#include "foundation/time/detail/clock_private.h"
 #include "foundation/unhandled_exception.h"
 #include "foundation/uv/detail/timer_queue.h"
 #include "foundation/uv/loop.h"

@@ -1,7 +1,7 @@
 #pragma once
+#include "foundation/uv/detail/loop_private.h"
 #include "foundation/uv/detail/pipe_endpoint.h"
 #include "foundation/uv/detail/write_queue.h"
-#include "foundation/uv/loop_private.h"
 #include "foundation/uv/pipe_stream.h"
 #include <list>
 
