@@ -16,14 +16,15 @@ fn::Promise<void> Registry::registerObject(const fn::AutoPtr<ObjectInstance>& in
     } catch (...) {
         return fn::Promise<void>::rejected(std::current_exception());
     }
-    const bool isNew = !_registeredInstances.contains(instance);
     const auto call =
         callMethod("registerInstance", fn::Value::map({ { "instance", instance }, { "priority", priority } }));
-    if (call.isPending()) _registeredInstances.insert(instance); // Otherwise the call has failed at once.
-    return call.then([](fn::Value&&) {}, [this, instance, isNew](std::exception_ptr failure) { // The call holds `this`.
-        if (isNew) _registeredInstances.erase(instance);
+    if (!call.isPending()) return call.then([](fn::Value&&) {}); // The call has failed at once.
+    const bool isNew = _registeredInstances.insert(instance).second;
+    const auto letGo = [self = fn::AutoPtr(this), instance, isNew](std::exception_ptr failure) {
+        if (isNew) self->_registeredInstances.erase(instance);
         std::rethrow_exception(failure);
-    });
+    };
+    return call.then([](fn::Value&&) {}, letGo);
 }
 
 fn::Promise<fn::Value> Registry::findInstance(const fn::String& className, fn::Duration timeout)
