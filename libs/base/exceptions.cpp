@@ -12,6 +12,7 @@ FN_IMPLEMENT_EXCEPTION(DataFormatException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(EndOfStreamException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(OperationTimedOutException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(EndedException, RuntimeException);
+FN_IMPLEMENT_EXCEPTION(PromiseLostException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(IOException, RuntimeException);
 FN_IMPLEMENT_EXCEPTION(FileException, IOException);

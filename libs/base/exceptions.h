@@ -11,6 +11,8 @@ FN_DECLARE_EXCEPTION(EndOfStreamException, RuntimeException);
 FN_DECLARE_EXCEPTION(OperationTimedOutException, RuntimeException);
 /// The object that was asked has ended. Such an end is expected: promises do not log it.
 FN_DECLARE_EXCEPTION(EndedException, RuntimeException);
+/// The promise that a coroutine awaits was forgotten by its maker, or was cancelled by somebody else.
+FN_DECLARE_EXCEPTION(PromiseLostException, RuntimeException);
 FN_DECLARE_EXCEPTION(NamedMutexAlreadyExistsException, RuntimeException); ///< Somebody else holds a mutex of that name.
 /// The system refused an operation. The exception carries errno or the uv errno.
 FN_DECLARE_EXCEPTION(IOException, RuntimeException);

@@ -25,6 +25,10 @@ inline constexpr AssertionSite promiseIsOnMainThread { "libs/foundation/promise"
     "Function must be called on main thread" };
 inline constexpr AssertionSite promiseHasLoop { "libs/foundation/promise", 482, "then",
     "Function must be called on main thread, and no loop runs on it" };
+inline constexpr AssertionSite coroutineHasOneThread { "libs/foundation/coroutine", 1, "resume",
+    "A coroutine is resumed on the thread that began it" };
+inline constexpr AssertionSite scopeEndsFromOutside { "libs/foundation/coroutine", 2, "~Scope",
+    "A scope can not end inside one of its own coroutines" };
 inline constexpr AssertionSite poolTakesTasks { "libs/foundation/thread_pool", 1, "schedule",
     "Can not schedule task on stopped thread pool" };
 inline constexpr AssertionSite poolHasFinished { "libs/foundation/thread_pool", 2, "stop", "_unfinished == 0" };

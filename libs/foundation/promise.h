@@ -1,160 +1,11 @@
 #pragma once
-#include "base/auto_ptr.h"
 #include "base/exceptions.h"
-#include "base/export.h"
-#include <exception>
-#include <folly/Function.h>
+#include "foundation/coroutine/coroutine.h"
+#include "foundation/promise_node.h"
 #include <functional>
-#include <optional>
-#include <type_traits>
-#include <utility>
 
 namespace fn {
-
-template <typename T> class Promise;
-
 namespace internal {
-
-/// The value of a promise of void, and the `onRejected` of a `then()` that was given none.
-struct Void { };
-
-template <typename T> using PromiseValue = std::conditional_t<std::is_void_v<T>, Void, T>;
-
-/// Waits for the outcome of a node. One of its functions is called, once, and that ends the handler.
-class PromiseHandlerBase {
-public:
-    virtual void rejected(std::exception_ptr failure) = 0;
-    virtual void dropped() = 0; ///< No outcome will come: the node was cancelled or freed, or has another handler now.
-
-protected:
-    ~PromiseHandlerBase() = default;
-};
-
-template <typename T> class PromiseHandler : public PromiseHandlerBase {
-public:
-    virtual void fulfilled(PromiseValue<T>&& value) = 0;
-
-protected:
-    ~PromiseHandler() = default;
-};
-
-/// The state that the copies of a promise share: the part that does not depend on the type of the value.
-class FN_EXPORT PromiseNodeBase : public RefCountedObject {
-public:
-    bool settled() const noexcept { return _settled; }
-    bool cancelled() const noexcept { return _cancelled; }
-
-    void reject(std::exception_ptr failure);
-    void cancel();
-    void onCancel(folly::Function<void()> callable);
-
-    /// Reports a `then()` on a thread that runs no loop.
-    static void checkLoop();
-
-    /// Gives the outcome to `handler`: when the node is settled, or in a task of its own if the node is settled already.
-    void await(PromiseHandlerBase& handler);
-
-    /// Has `upstream` cancelled with this node. The handler of `upstream`, which holds this node, calls `unlinkUpstream()` first.
-    void linkUpstream(PromiseNodeBase& upstream) noexcept { _upstream = &upstream; }
-    void unlinkUpstream() noexcept { _upstream = nullptr; }
-
-protected:
-    PromiseNodeBase();
-    ~PromiseNodeBase() override;
-
-    /// Throws `fn::RuntimeException` if `upstream` waits for this node itself: neither would ever be settled.
-    void refuseCycle(const PromiseNodeBase& upstream) const;
-
-    enum class Outcome : unsigned char { None, Value, Failure };
-
-    PromiseHandlerBase* settle() noexcept; ///< Returns the handler to call, or null if the outcome must be kept.
-    void keep(Outcome outcome) noexcept { _kept = outcome; }
-    void clearCancellation();
-
-    virtual void deliverValue(PromiseHandlerBase& handler) = 0;
-    /// Called when the node is cancelled: a derived node overrides it instead of allocating a callable for `onCancel()`.
-    virtual void wasCancelled() { }
-    void reserveCancellation() noexcept { _cancellationSet = true; } ///< Forbids `onCancel()`.
-
-private:
-    bool cancelThis();
-    void deliver();
-    [[gnu::cold, gnu::noinline]] void failureGoes() const noexcept; ///< Apart, so that destroying a node stays cheap.
-
-    bool _settled = false;
-    bool _handlerInstalled = false;
-    bool _cancellationSet = false;
-    bool _cancelled = false;
-    Outcome _kept = Outcome::None; // The outcome of a node that was settled before it had a handler.
-    PromiseHandlerBase* _handler = nullptr;
-    std::exception_ptr _failure;
-    folly::Function<void()> _cancellation;
-    // A weak link without an allocation: the handler of the upstream node, which holds this node, clears the link when it ends.
-    PromiseNodeBase* _upstream = nullptr;
-};
-
-template <typename T> class PromiseNode : public PromiseNodeBase {
-public:
-    void fulfill(PromiseValue<T> value)
-    {
-        if (settled()) return;
-        const AutoPtr<PromiseNode> self(this); // The handler may run code that drops the last promise.
-        if (auto* handler = settle()) {
-            static_cast<PromiseHandler<T>*>(handler)->fulfilled(std::move(value));
-        } else {
-            _value.emplace(std::move(value));
-            keep(Outcome::Value);
-        }
-        clearCancellation();
-    }
-
-    /// Settles this node as `promise` is settled. Cancelling this node cancels `promise`.
-    void follow(const Promise<T>& promise);
-
-protected:
-    ~PromiseNode() override = default;
-
-private:
-    class Follower;
-
-    void deliverValue(PromiseHandlerBase& handler) final
-    {
-        auto value = std::move(*_value);
-        _value.reset();
-        static_cast<PromiseHandler<T>&>(handler).fulfilled(std::move(value));
-    }
-
-    std::optional<PromiseValue<T>> _value;
-};
-
-template <typename T> class PromiseNode<T>::Follower final : public PromiseHandler<T> {
-public:
-    explicit Follower(PromiseNode& follower) : _follower(&follower) { }
-
-private:
-    void fulfilled(PromiseValue<T>&& value) override { end()->fulfill(std::move(value)); }
-    void rejected(std::exception_ptr failure) override { end()->reject(std::move(failure)); }
-    void dropped() override { end(); }
-
-    AutoPtr<PromiseNode> end()
-    {
-        _follower->unlinkUpstream();
-        auto follower = std::move(_follower);
-        delete this;
-        return follower;
-    }
-
-    AutoPtr<PromiseNode> _follower;
-};
-
-template <typename T> void PromiseNode<T>::follow(const Promise<T>& promise)
-{
-    auto& node = *promise._node;
-    if (cancelled()) return node.cancel();
-    refuseCycle(node);
-    linkUpstream(node);
-    node.await(*new Follower(*this));
-}
 
 template <typename T> struct UnwrapPromise {
     using Type = T;
@@ -211,6 +62,7 @@ private:
     void dropped() override
     {
         this->unlinkUpstream();
+        this->lose();
         end();
     }
 
@@ -249,14 +101,17 @@ private:
 
 /// An asynchronous result of type T; void: an asynchronous end without a value.
 ///
+/// A coroutine awaits it (`co_await`) and may give it as its own result: docs/coroutines.md.
+///
 /// The producer creates it, keeps a copy and settles it once; the consumer attaches at most one pair of callables, which
 /// run inside `fulfill()` or `reject()`, or in a later task of the run loop when the promise has been settled before.
 /// Copies share one state. Dropping them all cancels nothing. A null promise throws `fn::NullPointerException` from every
 /// operation; misuse is reported as a broken invariant and never thrown. Belongs to the thread of one run loop.
 ///
-/// If a promise fails and all its copies go before anybody has called `then()`, the failure is logged at priority 2, category
-/// "core.promise": at most one line a second for each name of a call (`fn::CallInfo`), with the number of failures left out.
-/// Failures that only say that the object asked has ended (`fn::EndedException`), and failures that go with their loop, are not logged.
+/// If a promise fails and all its copies go before anybody has asked for its outcome, the failure is logged at priority 2, category
+/// "core.promise": at most one line a second for each name of a call (`fn::CallInfo`) and place of the coroutine that made the
+/// promise, with the number of failures left out. Failures that only say that the object asked has ended (`fn::EndedException`), and
+/// failures that go with their loop, are not logged.
 template <typename T> class Promise {
     static_assert(!std::is_reference_v<T>);
 
@@ -310,6 +165,9 @@ public:
     /// do not run any more. Ignored if this promise has been settled.
     void cancel() const { _node->cancel(); }
 
+    /// Says that nobody will ask for the outcome: a failure is not logged.
+    void ignore() const { _node->ignore(); }
+
     /// Attaches callables. The new promise is fulfilled with the result of the callable that runs, rejected with its exception, and
     /// follows a promise that the callable returns, or is rejected with `fn::RuntimeException` if the latter waits for the new promise.
     /// Without `onRejected` a failure passes on. To be called on a thread that runs a loop.
@@ -327,8 +185,7 @@ public:
     }
 
 private:
-    template <typename> friend class Promise;
-    friend class internal::PromiseNode<T>;
+    friend class internal::PromiseAccess;
 
     AutoPtr<internal::PromiseNode<T>> _node;
 };

@@ -80,4 +80,11 @@ void runTurns(fn::RunLoop& loop, int count)
     spinUntil(loop, [&] { return count-- <= 0; });
 }
 
+void onLoop(folly::Function<void()> step)
+{
+    fn::uv::Loop loop;
+    loop.post(std::move(step));
+    runTurns(loop);
+}
+
 } // namespace test

@@ -21,4 +21,7 @@ void settle(fn::RunLoop& loop);
 /// Runs a number of turns of the loop: what is due now, and what follows from it at once.
 void runTurns(fn::RunLoop& loop, int count = 20);
 
+/// Runs `step` inside of a loop of its own, and what follows from it at once.
+void onLoop(folly::Function<void()> step);
+
 } // namespace test

@@ -44,6 +44,15 @@ private:
     std::map<String, Place> _places;
 };
 
+String describe(const std::source_location& place)
+{
+    const std::string_view file = place.file_name(); // As the compiler was told it: folders of the machine that built.
+    const std::string_view function = place.function_name();
+    const auto line = fmt::format("{}:{}", file.substr(file.rfind('/') + 1), place.line());
+    // GCC calls what lies in a coroutine by the name of what it makes of it.
+    return function.find(".Frame") != function.npos ? line : fmt::format("{} at {}", function, line);
+}
+
 void report(const String& place, const std::string& text)
 {
     static ProcessLocal<Places> places;
@@ -57,7 +66,7 @@ void report(const String& place, const std::string& text)
 
 } // namespace
 
-void reportUnseenFailure(const std::exception_ptr& failure) noexcept
+void reportUnseenFailure(const std::exception_ptr& failure, const std::source_location* place) noexcept
 try {
     if (endingLoops() > 0) return;
     try {
@@ -66,11 +75,12 @@ try {
     } catch (const EndedException&) {
     } catch (const Exception& exception) {
         const auto* call = exception.find<CallInfo>();
-        report(call ? *call : String(), exceptionText(exception));
+        const auto maker = place ? describe(*place) : String();
+        report(!call ? maker : place ? *call + " in " + maker : *call, exceptionText(exception));
     } catch (const std::exception& exception) {
-        report({}, exceptionText(exception));
+        report(place ? describe(*place) : String(), exceptionText(exception));
     } catch (...) {
-        report({}, "exception of an unknown type");
+        report(place ? describe(*place) : String(), "exception of an unknown type");
     }
 } catch (...) { // An exception describes itself by code of its own, which may throw.
     unhandledException();

@@ -1,10 +1,10 @@
 // What can break here: a state set twice or never given back, a refusal that is silent or noisy, a request that outlives its
 // process or is handed to a child, a login manager that hangs us.
 #include "core/services/sleep_preventer.h"
-#include "foundation/uv/loop.h"
 #include "platform/execution_state.h"
 #include "support/child_process.h"
 #include "support/log_capture.h"
+#include "support/run_until.h"
 #include "support/scoped_variable.h"
 #include "support/system_bus.h"
 #include <gmock/gmock.h>
@@ -14,17 +14,6 @@ namespace {
 using core::SleepPreventer;
 using platform::SetThreadExecutionState;
 using testing::ElementsAre;
-
-/// Runs `work` on a thread that has a current loop: this one.
-void onLoop(folly::Function<void()> work)
-{
-    fn::uv::Loop loop;
-    loop.post([&] {
-        work();
-        loop.stop();
-    });
-    loop.run();
-}
 
 constexpr const char* refused = "1 core.sleepPreventer Failed to set system sleep state";
 
@@ -38,7 +27,7 @@ TEST_F(SystemSleep, IsHeldOffWhileAPreventerLivesWhateverBecomesOfTheBusAndNoChi
     const test::LogCapture log(5);
     std::optional<test::ChildProcess> child;
     for (int time = 0; time < 2; ++time) {
-        onLoop([&] {
+        test::onLoop([&] {
             const SleepPreventer first;
             auto second = std::make_unique<SleepPreventer>(first);
             SleepPreventer third;
@@ -64,7 +53,7 @@ TEST_F(SystemSleep, ThatIsMissingOrSaysNoOrNothingIsAFailureThatIsTold)
 {
     const auto fails = [](const char* what) {
         const test::LogCapture log(5);
-        onLoop([] { const SleepPreventer preventer; });
+        test::onLoop([] { const SleepPreventer preventer; });
         EXPECT_THAT(log.lines(), ElementsAre(refused)) << what;
     };
     manager.reset();

@@ -23,14 +23,6 @@ std::string textOf(const std::exception_ptr& exception)
     }
 }
 
-// Promises belong to a running loop.
-void onLoop(const std::function<void()>& step)
-{
-    fn::uv::Loop loop;
-    loop.post(step);
-    test::runTurns(loop);
-}
-
 using Outcome = std::pair<bool, std::string>; // Whether it is a failure, and the text of it or of the value.
 using Pending = std::vector<std::pair<Text, Outcome>>; // And how they will end.
 
@@ -102,7 +94,7 @@ TEST(Promise, CancellingReachesEveryHandlerAlsoBehindOneThatThrows)
 {
     const test::ExpectUnhandled unhandled;
     int reached = 0;
-    onLoop([&] {
+    test::onLoop([&] {
         auto root = Promise<int>::create();
         root.onCancel([&] { ++reached; });
         const auto next = root.then([](int) {});
@@ -125,7 +117,7 @@ TEST(Promise, CancellingReachesEveryHandlerAlsoBehindOneThatThrows)
 TEST(Promise, LivesWhileItSettlesThoughItsLastCopyGoesAndFreesAChainThatIsDropped)
 {
     const auto owned = std::make_shared<int>();
-    onLoop([&] {
+    test::onLoop([&] {
         auto promise = std::make_unique<Promise<int>>(Promise<int>::create());
         promise->then([&](int) { promise.reset(); });
         promise->onCancel([] {});
