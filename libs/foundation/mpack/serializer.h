@@ -1,27 +1,21 @@
 #pragma once
 #include "base/exceptions.h"
 #include "foundation/mpack/hooks.h"
+#include "foundation/mpack/writer.h"
 #include <span>
 #include <string_view>
 
 namespace fn::mpack {
 
-/// Writes values as MessagePack, integers and lengths in their shortest form; doubles in 64 bits, bytes as bin, text as str.
-class FN_EXPORT Serializer {
+/// Writes values as MessagePack.
+class FN_EXPORT Serializer : public Writer {
 public:
     /// `stream` and `hook` are borrowed.
-    explicit Serializer(OutputStream& stream, ValueSerializer* hook = nullptr) : _stream(stream), _hook(hook) { }
-
-    /// Bounds the number of values inside all containers together, as `Deserializer::setMaxValues()` does; an entry of a map counts
-    /// as two. More values: `fn::DataFormatException`. Default: no bound.
-    void setMaxValues(std::uint64_t count) noexcept { _valuesLeft = count; }
+    explicit Serializer(OutputStream& stream, ValueSerializer* hook = nullptr) : Writer(stream), _hook(hook) { }
 
     /// Writes one value, a timestamp as extension -1. `fn::DataFormatException` "Unsupported value type" for another boxed value
     /// that no hook takes; the same class for containers deeper than `maxDepth`.
     void serialize(const Value& value);
-
-    /// Begins a map: `count` keys follow, each with its value behind it.
-    void beginMap(std::size_t count) { beginContainer(count, true, 0); }
 
     /// An entry of a map with text keys.
     struct Field {
@@ -33,12 +27,9 @@ public:
     void serializeMap(std::span<const Field> fields);
 
 private:
-    void write(const Value& value, int depth);
-    void beginContainer(std::size_t count, bool isMap, int depth);
     void writeExtension(const Value& value);
-    OutputStream& _stream;
+
     ValueSerializer* _hook;
-    std::uint64_t _valuesLeft = UINT64_MAX;
 };
 
 } // namespace fn::mpack

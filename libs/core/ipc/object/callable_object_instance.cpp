@@ -14,13 +14,6 @@ std::uint32_t requestIdOf(const fn::Value& message)
     return requestId ? requestId->to<std::uint32_t>() : NO_REQUEST_ID;
 }
 
-/// Whether the caller waits for an answer: only with a request id and a worker id. An answer to NO_WORKER_ID would reach every
-/// holder of a reference, and end calls of the same number.
-bool isAwaited(const CallableObjectInstance::CallContext& context)
-{
-    return context.requestId != NO_REQUEST_ID && context.workerId != NO_WORKER_ID;
-}
-
 /// The ERROR that tells a caller of an exception.
 fn::Value errorOf(const std::exception_ptr& exception)
 {
@@ -60,7 +53,7 @@ void CallableObjectInstance::handleCall(const CallContext& context, const fn::Va
         _currentCall = current.outer;
     } catch (...) {
         _currentCall = current.outer;
-        if (isAwaited(context) && !current.isAnswered)
+        if (context.isAwaited() && !current.isAnswered)
             sendError(context, std::current_exception());
         else
             fn::unhandledException();
@@ -71,7 +64,7 @@ bool CallableObjectInstance::failCall(WorkerId source, const fn::Value& message,
 {
     if (!call::isText(message.get(call::TYPE), call::CALL)) return false;
     const CallContext context { source, requestIdOf(message) };
-    if (!isAwaited(context)) return false;
+    if (!context.isAwaited()) return false;
     sendError(context, failure);
     return true;
 }
@@ -93,7 +86,7 @@ void CallableObjectInstance::sendError(const CallContext& context, const fn::Val
 
 void CallableObjectInstance::sendError(const CallContext& context, const fn::Exception& exception)
 {
-    if (isAwaited(context))
+    if (context.isAwaited())
         answer(context, false, exceptionRecord(exception)); // Resolves the stack trace, at some cost.
 }
 
@@ -107,7 +100,7 @@ void CallableObjectInstance::sendError(const CallContext& context, const std::ex
 
 void CallableObjectInstance::sendError(const CallContext& context, std::exception_ptr exception)
 {
-    if (isAwaited(context)) answer(context, false, errorOf(exception));
+    if (context.isAwaited()) answer(context, false, errorOf(exception));
 }
 
 void CallableObjectInstance::sendUnknownMethod(const CallContext& context, const fn::String& name)
@@ -118,7 +111,7 @@ void CallableObjectInstance::sendUnknownMethod(const CallContext& context, const
 
 void CallableObjectInstance::answer(const CallContext& context, bool isResult, const fn::Value& content)
 {
-    if (!isAwaited(context)) return;
+    if (!context.isAwaited()) return;
     if (!isConstructed()) {
         afterConstruction([this, context, isResult, content] { answer(context, isResult, content); });
         return;

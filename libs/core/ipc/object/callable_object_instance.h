@@ -1,7 +1,9 @@
 #pragma once
 #include "core/ipc/object/object_instance.h"
+#include <compare>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <type_traits>
 
 namespace ipc {
@@ -15,7 +17,11 @@ public:
     struct CallContext {
         WorkerId workerId = NO_WORKER_ID; ///< With NO_WORKER_ID or NO_REQUEST_ID no caller waits for an answer.
         std::uint32_t requestId = NO_REQUEST_ID;
-        friend bool operator==(const CallContext&, const CallContext&) = default;
+        friend auto operator<=>(const CallContext&, const CallContext&) = default;
+
+        /// Whether the caller waits for an answer: only with a request id and a worker id. An answer to NO_WORKER_ID would reach
+        /// every holder of a reference, and end calls of the same number.
+        bool isAwaited() const { return requestId != NO_REQUEST_ID && workerId != NO_WORKER_ID; }
     };
 
     explicit CallableObjectInstance(Worker& worker);
@@ -53,8 +59,6 @@ protected:
     void broadcastEvent(const fn::String& name, const fn::Value& argument = {}); ///< To every holder of a reference.
 
 private:
-    friend class Worker;
-
     /// A call that `onMethodCall()` is handling.
     struct CurrentCall {
         CallContext context;
@@ -63,6 +67,7 @@ private:
     };
 
     void handleCall(const CallContext& context, const fn::Value& message);
+    friend class ObjectInstance;
     bool failCall(WorkerId source, const fn::Value& message, const std::exception_ptr& failure); // False: no call.
     void answer(const CallContext& context, bool isResult, const fn::Value& content);
     void sendAnswer(const CallContext& context, bool isResult, const fn::Value& content);
@@ -71,3 +76,10 @@ private:
 };
 
 } // namespace ipc
+
+template <> struct std::hash<ipc::CallableObjectInstance::CallContext> {
+    std::size_t operator()(const ipc::CallableObjectInstance::CallContext& context) const noexcept
+    {
+        return std::hash<std::uint64_t>()(std::uint64_t(context.requestId) << 16 | context.workerId);
+    }
+};

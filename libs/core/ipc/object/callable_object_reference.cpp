@@ -13,12 +13,6 @@ std::exception_ptr objectDead()
     return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
 }
 
-/// A peer may answer a reference that has never called.
-PendingCalls::Ended take(PendingCalls* calls, std::uint32_t requestId)
-{
-    return calls ? calls->take(requestId) : PendingCalls::Ended();
-}
-
 /// Attaches the call's name to the exception, for the log.
 std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, const fn::String& method)
 {
@@ -30,6 +24,39 @@ std::exception_ptr named(std::exception_ptr failure, const ObjectReference& refe
     } catch (...) {
     }
     return failure;
+}
+
+/// The promise of a call whose result is any value.
+class ValueCall final : public fn::internal::PromiseNode<fn::Value>, public PendingCall {
+public:
+    explicit ValueCall(const fn::String& method) : PendingCall(static_cast<PromiseNodeBase&>(*this), method)
+    {
+        reserveCancellation();
+    }
+    using PendingCall::release;
+    using PendingCall::retain;
+
+private:
+    ~ValueCall() override = default;
+    void wasCancelled() override { PendingCall::wasCancelled(); }
+    void fulfillWith(PayloadReader& result) override
+    {
+        auto value = result.readValue();
+        result.finish();
+        if (result.failure()) std::rethrow_exception(result.failure());
+        fulfill(std::move(value));
+    }
+    void fulfillWithValue(const fn::Value& result, ObjectHost&) override { fulfill(result); }
+};
+
+/// Runs what fulfils a call that has ended. If it throws, the call is rejected.
+template <typename Fulfill> void settle(const EndedCall& ended, Fulfill fulfill)
+{
+    try {
+        fulfill();
+    } catch (...) {
+        ended.call->reject(named(std::current_exception(), *ended.reference, ended.call->method()));
+    }
 }
 
 } // namespace
@@ -44,25 +71,58 @@ CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {
     if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
-    if (!_pendingCalls) _pendingCalls = std::make_unique<PendingCalls>();
-    const auto requestId = nextRequestId();
-    const auto call = fn::makeAuto<PendingCall>(fn::AutoPtr(this), name, requestId);
-    _pendingCalls->add(call);
+    const auto call = fn::makeAuto<ValueCall>(name);
+    addCall(call);
     const fn::Promise<fn::Value> promise(call);
     try {
         const fn::mpack::Serializer::Field fields[] {
             { call::ARGUMENT, argument },
             { call::METHOD_NAME, name },
-            { call::REQUEST_ID, requestId },
+            { call::REQUEST_ID, call->requestId() },
             { call::TYPE, call::CALL },
         };
         sendFields(fields);
     } catch (...) {
-        const auto ended = _pendingCalls->take(requestId);
+        const auto ended = _pendingCalls->take(call->requestId());
         promise.reject(named(std::current_exception(), *this, name));
         return promise;
     }
     return promise;
+}
+
+void CallableObjectReference::startCall(
+    const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
+{
+    if (dead() || !hasWorker()) return call->reject(named(objectDead(), *this, call->method()));
+    addCall(call);
+    const auto requestId = call->requestId();
+    try {
+        sendPayload([&](PayloadWriter& writer) {
+            writer.beginMap(4);
+            writer.writeText(call::ARGUMENT);
+            argument(writer);
+            writer.writeText(call::METHOD_NAME);
+            writer.writeText(call->method());
+            writer.writeText(call::REQUEST_ID);
+            writer.writeInteger(requestId);
+            writer.writeText(call::TYPE);
+            writer.writeText(call::CALL);
+            writer.end();
+        });
+        if (limit <= fn::Duration()) return;
+        call->_deadline = loop().schedule(limit, [this, requestId, limit] { onDeadline(requestId, limit); });
+    } catch (...) {
+        const auto ended = _pendingCalls->take(requestId);
+        call->reject(named(std::current_exception(), *this, call->method()));
+    }
+}
+
+void CallableObjectReference::addCall(const fn::AutoPtr<PendingCall>& call)
+{
+    if (!_pendingCalls) _pendingCalls = std::make_unique<PendingCalls>();
+    call->_requestId = nextRequestId();
+    call->_reference = fn::AutoPtr(this);
+    _pendingCalls->add(call);
 }
 
 std::uint32_t CallableObjectReference::nextRequestId()
@@ -74,38 +134,62 @@ std::uint32_t CallableObjectReference::nextRequestId()
     return _requestCounter;
 }
 
+/// A peer may answer a reference that has never called.
+EndedCall CallableObjectReference::takeCall(std::uint32_t requestId)
+{
+    return _pendingCalls ? _pendingCalls->take(requestId) : EndedCall();
+}
+
 void CallableObjectReference::cancelCall(std::uint32_t requestId)
 {
-    if (!_pendingCalls->take(requestId)) return;
+    if (_pendingCalls->take(requestId)) sendCancel(requestId);
+}
+
+void CallableObjectReference::sendCancel(std::uint32_t requestId)
+{
     if (hasWorker() && !dead()) host().requestNumbers().cancelled(objectId(), requestId);
     sendMessage(fn::Value::map({ { call::REQUEST_ID, requestId }, { call::TYPE, call::CANCEL } }));
+}
+
+void CallableObjectReference::onDeadline(std::uint32_t requestId, fn::Duration limit)
+{
+    const auto ended = _pendingCalls->take(requestId);
+    if (!ended) return;
+    sendCancel(requestId);
+    const auto text = fmt::format("{}.{} has not answered within {}", className(), ended.call->method(), limit);
+    const fn::OperationTimedOutException failure(text, fn::Exception::StackTrace::None);
+    ended.call->reject(named(std::make_exception_ptr(failure), *this, ended.call->method()));
 }
 
 void CallableObjectReference::onMessage(const fn::Value& message)
 {
     const auto& messageType = message.get(call::TYPE);
-    if (call::isText(messageType, call::CALL_RESPONSE))
-        endCall(message, true);
-    else if (call::isText(messageType, call::CALL_ERROR))
-        endCall(message, false);
-    else if (call::isText(messageType, call::EVENT))
+    if (call::isText(messageType, call::CALL_RESPONSE)) {
+        const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
+        const auto& result = message.at(call::RESULT);
+        const auto ended = takeCall(requestId);
+        if (ended) settle(ended, [&] { ended.call->fulfillWithValue(result, host()); });
+    } else if (call::isText(messageType, call::CALL_ERROR)) {
+        failCall(message.at(call::REQUEST_ID).to<std::uint32_t>(), message.at(call::ERROR));
+    } else if (call::isText(messageType, call::EVENT)) {
         onEvent(message.at(call::EVENT_NAME).asString(), message.get(call::ARGUMENT));
+    }
 }
 
-void CallableObjectReference::endCall(const fn::Value& message, bool hasResult)
+void CallableObjectReference::endCall(std::uint32_t requestId, PayloadReader& result)
 {
-    const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
-    const auto& content = message.at(hasResult ? call::RESULT : call::ERROR);
     // The call is removed first: callbacks of its promise may call, cancel, or drop the last reference.
-    const auto ended = take(_pendingCalls.get(), requestId);
+    const auto ended = takeCall(requestId);
+    if (ended) settle(ended, [&] { ended.call->fulfillWith(result); });
+}
+
+void CallableObjectReference::failCall(std::uint32_t requestId, const fn::Value& error)
+{
+    const auto ended = takeCall(requestId);
     if (!ended) return; // Cancelled or answered already.
-    if (hasResult) {
-        ended.call->fulfill(content);
-        return;
-    }
     std::exception_ptr failure;
     try {
-        failure = onError(content);
+        failure = onError(error);
     } catch (...) {
         failure = std::current_exception(); // A record that cannot be rebuilt still ends the call.
     }
@@ -116,7 +200,7 @@ bool CallableObjectReference::failCall(const fn::Value& message, const std::exce
 {
     const auto& messageType = message.get(call::TYPE);
     if (!call::isText(messageType, call::CALL_RESPONSE) && !call::isText(messageType, call::CALL_ERROR)) return false;
-    const auto ended = take(_pendingCalls.get(), message.at(call::REQUEST_ID).to<std::uint32_t>());
+    const auto ended = takeCall(message.at(call::REQUEST_ID).to<std::uint32_t>());
     if (ended) ended.call->reject(named(failure, *this, ended.call->method()));
     return true;
 }

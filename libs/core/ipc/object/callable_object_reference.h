@@ -1,12 +1,16 @@
 #pragma once
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/object_reference.h"
+#include "core/ipc/object/payload_writer.h"
+#include "foundation/duration.h"
 #include "foundation/promise.h"
 #include <memory>
 
 namespace ipc {
 
+class PendingCall;
 class PendingCalls;
+struct EndedCall;
 
 /// A shared object whose methods can be called. Subclasses wrap `callMethod()` in typed operations.
 class FN_EXPORT CallableObjectReference : public ObjectReference {
@@ -34,15 +38,24 @@ protected:
     virtual std::exception_ptr onError(const fn::Value& error);
     virtual void onEvent(const fn::String& name, const fn::Value& argument); ///< Default: nothing.
 
+    // For the library's own classes, whose calls write their arguments and read their results themselves.
+
+    /// Sends `call`, which is rejected with `fn::OperationTimedOutException` after `limit`, if that is not zero.
+    void startCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
+    void endCall(std::uint32_t requestId, PayloadReader& result); ///< An answer has come.
+    void failCall(std::uint32_t requestId, const fn::Value& error); ///< The answer is an error.
+
 private:
     friend class ObjectReference;
     friend class PendingCall;
-    friend class Worker;
 
+    void addCall(const fn::AutoPtr<PendingCall>& call);
     std::uint32_t nextRequestId();
+    EndedCall takeCall(std::uint32_t requestId);
     void cancelCall(std::uint32_t requestId);
+    void sendCancel(std::uint32_t requestId);
+    void onDeadline(std::uint32_t requestId, fn::Duration limit);
     void rejectPendingCalls(); // With ObjectDeadException.
-    void endCall(const fn::Value& message, bool hasResult);
     bool failCall(const fn::Value& message, const std::exception_ptr& failure); // False if `message` is no answer.
 
     std::uint32_t _requestCounter = 0;

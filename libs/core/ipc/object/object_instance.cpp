@@ -1,6 +1,8 @@
 #include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/object/detail/local_delivery.h"
 #include "core/ipc/object/detail/object_host.h"
+#include "core/ipc/object/payload_reader.h"
 #include "core/ipc/wire/detail/message_fields.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
@@ -55,6 +57,8 @@ void ObjectInstance::deleteInstance()
 
 Worker& ObjectInstance::worker() const { return _host->worker(); }
 
+ObjectHost& ObjectInstance::host() const { return *_host; }
+
 fn::RunLoop& ObjectInstance::loop() const { return _host->loop(); }
 
 fn::AutoPtr<ObjectReference> ObjectInstance::localReference()
@@ -76,7 +80,8 @@ void ObjectInstance::sendMessage(WorkerId workerId, const fn::Value& value)
         return;
     }
     if (!_host->isAlive()) return;
-    if (workerId != _host->workerId()) _host->send(workerId, _objectId, value);
+    if (workerId != _host->workerId())
+        _host->send(workerId, _objectId, [&](PayloadWriter& writer) { writer.serialize(value); });
     if (workerId == NO_WORKER_ID || workerId == _host->workerId()) deliverLocally(value);
 }
 
@@ -91,7 +96,7 @@ void ObjectInstance::sendFields(WorkerId workerId, const MessageFields& fields)
 {
     const bool hasLocalReceiver = workerId == _host->workerId() || (workerId == NO_WORKER_ID && _localReference.lock());
     if (_ready && !hasLocalReceiver)
-        _host->send(workerId, _objectId, fields);
+        _host->send(workerId, _objectId, [&](PayloadWriter& writer) { writer.serializeMap(fields); });
     else
         sendMessage(workerId, fields.toMap());
 }
@@ -103,6 +108,37 @@ void ObjectInstance::deliverLocally(const fn::Value& value)
     loop().post([reference = std::move(reference), message = replaceInstanesWithReferences(value, *_host)] {
         reference->onMessage(message);
     });
+}
+
+void ObjectInstance::sendPayload(WorkerId workerId, PayloadSource payload)
+{
+    if (!_ready) {
+        afterConstruction([this, workerId, encoded = _host->encode(payload)] {
+            sendPayload(workerId, [&](PayloadWriter& writer) { writer.embed(encoded); });
+        });
+        return;
+    }
+    if (!_host->isAlive()) return;
+    const bool isToAll = workerId == NO_WORKER_ID;
+    if (workerId != _host->workerId()) _host->send(workerId, _objectId, payload);
+    if (!isToAll && workerId != _host->workerId()) return;
+    auto reference = _localReference.lock();
+    if (!reference) return;
+    loop().post([reference = std::move(reference), encoded = _host->encode(payload)] {
+        PayloadReader reader(*reference->_host, encoded);
+        reference->receive(reader);
+    });
+}
+
+void ObjectInstance::receive(WorkerId source, PayloadReader& payload)
+{
+    if (_payloadReceiver) return _payloadReceiver->onPayload(source, payload);
+    const auto message = payload.readAll();
+    if (!payload.failure()) [[likely]]
+        return onMessage(source, message);
+    auto* const callable = dynamic_cast<CallableObjectInstance*>(this);
+    if (!callable || !callable->failCall(source, message, payload.failure()))
+        std::rethrow_exception(payload.failure());
 }
 
 void ObjectInstance::onMessage(WorkerId, const fn::Value&) { }

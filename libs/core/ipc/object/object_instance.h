@@ -2,6 +2,7 @@
 #include "base/exceptions.h"
 #include "base/weak_ptr.h"
 #include "core/ipc/object/object_reference.h"
+#include "core/ipc/object/payload_writer.h"
 
 namespace ipc {
 
@@ -39,12 +40,21 @@ protected:
 
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 
+    // For the library's own classes.
+    void setPayloadReceiver(PayloadReceiver& receiver)
+    {
+        _payloadReceiver = &receiver;
+    } ///< `onMessage()` is not called then.
+    void sendPayload(WorkerId workerId, PayloadSource payload); ///< Like `sendMessage()` of what `payload` writes.
+    ObjectHost& host() const;
+
     /// A new reference of the class that matches this one, never null. Default: a plain ObjectReference.
     virtual fn::AutoPtr<ObjectReference> createReference(ObjectReferenceInitializer& initializer);
 
 private:
     friend class IdleTermination;
     friend class ObjectReference;
+    friend class PayloadWriter;
     friend class Worker;
     friend class WorkerObjectManager;
     class ConstructionTask;
@@ -54,11 +64,13 @@ private:
     void releaseUsage(std::int32_t count); // Drops `count` holds. Reports a broken invariant if there are fewer.
     std::int32_t usageCount() const { return _usageCount; }
     void deliverLocally(const fn::Value& value);
+    void receive(WorkerId source, PayloadReader& payload);
 
     const fn::AutoPtr<ObjectHost> _host;
     const ObjectId _objectId;
     fn::WeakPtr<ObjectReference> _localReference;
     ConstructionTask* _constructionTask = nullptr; // Owned by the loop's queue; null when it has gone.
+    PayloadReceiver* _payloadReceiver = nullptr;
     bool _ready = false;
     std::int32_t _usageCount = 0;
 };

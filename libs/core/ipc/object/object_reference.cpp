@@ -4,6 +4,7 @@
 #include "core/ipc/object/detail/local_delivery.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/payload_reader.h"
 #include "core/ipc/wire/detail/message_fields.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/assertion.h"
@@ -94,7 +95,7 @@ void ObjectReference::sendMessage(const fn::Value& value)
     if (!hasWorker()) return;
     if (!local()) {
         if (_dead) return; // The object id may name an object of a later worker.
-        _host->send(ownerOf(_objectId), _objectId, value);
+        _host->send(ownerOf(_objectId), _objectId, [&](PayloadWriter& writer) { writer.serialize(value); });
         return;
     }
     loop().post([instance = _instance, source = _host->workerId(),
@@ -106,7 +107,27 @@ void ObjectReference::sendFields(const MessageFields& fields)
     if (local())
         sendMessage(fields.toMap());
     else if (hasWorker() && !_dead)
-        _host->send(ownerOf(_objectId), _objectId, fields);
+        _host->send(ownerOf(_objectId), _objectId, [&](PayloadWriter& writer) { writer.serializeMap(fields); });
+}
+
+void ObjectReference::sendPayload(PayloadSource payload)
+{
+    if (!hasWorker() || _dead) return;
+    if (!local()) return _host->send(ownerOf(_objectId), _objectId, payload);
+    loop().post([instance = _instance, source = _host->workerId(), encoded = _host->encode(payload)] {
+        PayloadReader reader(*instance->_host, encoded);
+        instance->receive(source, reader);
+    });
+}
+
+void ObjectReference::receive(PayloadReader& payload)
+{
+    if (_payloadReceiver) return _payloadReceiver->onPayload(ownerOf(_objectId), payload);
+    const auto message = payload.readAll();
+    if (!payload.failure()) [[likely]]
+        return onMessage(message);
+    auto* const callable = dynamic_cast<CallableObjectReference*>(this);
+    if (!callable || !callable->failCall(message, payload.failure())) std::rethrow_exception(payload.failure());
 }
 
 void ObjectReference::onMessage(const fn::Value&) { }

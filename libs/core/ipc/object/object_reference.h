@@ -1,5 +1,6 @@
 #pragma once
 #include "base/exceptions.h"
+#include "base/function_ref.h"
 #include "base/ref_counted.h"
 #include "core/ipc/wire/message.h"
 #include "foundation/run_loop.h"
@@ -13,6 +14,9 @@ class ObjectHost;
 class ObjectInstance;
 class Worker;
 class ObjectReference;
+class PayloadReader;
+class PayloadReceiver;
+class PayloadWriter;
 
 /// Code that constructs a reference makes a hold on its stack. The hold keeps the reference until its constructor has returned,
 /// so that a temporary `fn::AutoPtr(this)` does not delete it.
@@ -93,6 +97,11 @@ protected:
 
     ObjectHost& host() const; // For the library's own classes, while `hasWorker()`.
     void sendFields(const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
+    void sendPayload(fn::FunctionRef<void(PayloadWriter&)> payload); ///< Of what `payload` writes.
+    void setPayloadReceiver(PayloadReceiver& receiver)
+    {
+        _payloadReceiver = &receiver;
+    } ///< `onMessage()` is not called then.
 
     virtual void onMessage(const fn::Value& message); ///< Handles a message of the instance. Default: nothing.
 
@@ -102,9 +111,11 @@ protected:
 private:
     friend class ConstructionHold;
     friend class ObjectInstance;
+    friend class PayloadWriter;
     friend class Worker;
     friend class WorkerObjectManager;
 
+    void receive(PayloadReader& payload);
     void increaseUsageCount();
     std::int32_t usageCount() const { return _usageCount; }
     void markObjectDead() { _dead = true; }
@@ -116,6 +127,7 @@ private:
     fn::Signal<> _objectDeadSignal;
     const fn::String _className;
     ConstructionHold* _constructionHold = nullptr; // Set while it holds this reference.
+    PayloadReceiver* _payloadReceiver = nullptr;
     bool _dead = false;
     bool _isOutdated = false; // The owner's id was given out again: `_objectId` may name another worker's object.
     std::int32_t _usageCount = 0; // Messages that brought this remote reference and are not released yet.

@@ -2,7 +2,8 @@
 #include "base/exceptions.h"
 #include "base/idle_memory.h"
 #include "core/ipc/limits.h"
-#include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/object_instance.h"
+#include "core/ipc/object/payload_reader.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/wire/message_helper.h"
@@ -28,7 +29,7 @@ public:
     fn::AutoPtr<fn::uv::PipeStream> pipe; // Empty until `Worker::connect()`.
     MessageHelper messages { limits::workerFrameBytes };
 
-    fn::Value sendMessage(WorkerId target, ObjectId objectId, const Payload& payload) override
+    fn::Value sendMessage(WorkerId target, ObjectId objectId, Payload payload) override
     {
         if (_worker._state == State::Ended) return {};
         if (!_worker.isConnected()) throw fn::RuntimeException("The worker is not connected yet");
@@ -215,37 +216,20 @@ void Worker::onObjectMessage(const MessageView& message)
 {
     const auto objectId = message.integer<ObjectId>(field::OBJECT_ID);
     const auto source = message.integer<WorkerId>(field::SOURCE_WORKER_ID);
-    // Decoding may tell references that their object is dead. Their callbacks, or the receiver's, may destroy this worker.
+    // Reading may tell references that their object is dead. Their callbacks, or the receiver's, may destroy this worker.
     const auto watch = _lifetime.watch();
     const fn::AutoPtr manager = _objectManager;
     try {
-        const auto [payload, failure] = manager->decode(message);
-        if (failure) [[unlikely]] {
-            if (watch) failCall(objectId, source, payload, failure);
-        } else if (ownerOf(objectId) == manager->workerId()) {
-            if (const auto instance = manager->instance(objectId)) instance->onMessage(source, payload);
+        PayloadReader payload(*manager, message);
+        if (ownerOf(objectId) == manager->workerId()) {
+            if (const auto instance = manager->instance(objectId)) instance->receive(source, payload);
         } else if (const auto reference = manager->reference(objectId)) {
-            reference->onMessage(payload);
+            reference->receive(payload);
         }
     } catch (...) {
         fn::unhandledException(); // The worker was not idle all the same.
     }
     if (watch) _idleTermination->scheduleTermination();
-}
-
-/// Fails the call or the answer of which `payload` is what could be decoded. Throws `failure` if it is neither.
-void Worker::failCall(
-    ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const
-{
-    bool isCall = false;
-    if (ownerOf(objectId) == workerId()) {
-        const auto instance = fn::dynamicCast<CallableObjectInstance>(_objectManager->instance(objectId));
-        isCall = instance && instance->failCall(source, payload, failure);
-    } else {
-        const auto reference = fn::dynamicCast<CallableObjectReference>(_objectManager->reference(objectId));
-        isCall = reference && reference->failCall(payload, failure);
-    }
-    if (!isCall) std::rethrow_exception(failure);
 }
 
 void Worker::onInstanceRelease(const MessageView& message)

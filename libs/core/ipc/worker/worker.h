@@ -99,8 +99,6 @@ private:
     void onMessage(const MessageView& message);
     void onHello(const MessageView& message);
     void onObjectMessage(const MessageView& message);
-    void failCall(
-        ObjectId objectId, WorkerId source, const fn::Value& payload, const std::exception_ptr& failure) const;
     void onInstanceRelease(const MessageView& message);
     void endConnection();
     void closePipe(folly::Function<void()> closed);

@@ -16,7 +16,7 @@ bool holdsInstance(const fn::Value& value, const ObjectHost& host, int depth)
     const auto kind = value.kind();
     if (kind < Kind::Array) return false;
     if (kind > Kind::Map) {
-        host.checkSendable(value);
+        PayloadWriter::checkSendable(value, host);
         return value.isObject() && dynamic_cast<const ObjectInstance*>(value.objectPointer());
     }
     if (depth >= fn::mpack::maxDepth) throw fn::DataFormatException("Value is nested too deeply");

@@ -2,7 +2,9 @@
 #include "base/exceptions.h"
 #include "base/ref_counted.h"
 #include "core/ipc/object/detail/request_numbers.h"
+#include "core/ipc/object/payload_writer.h"
 #include "core/ipc/wire/message.h"
+#include <span>
 #include <typeinfo>
 
 namespace fn {
@@ -11,10 +13,10 @@ class RunLoop;
 
 namespace ipc {
 
-class MessageFields;
-class ObjectInstance;
-class ObjectReference;
 class Worker;
+
+/// Throws `fn::RuntimeException` for an object that was made before its worker was connected: it cannot be shared.
+void requireConnectedOwner(ObjectId objectId);
 
 /// What the objects of a worker have of it: a way to send, the loop, the worker's id, whether the worker is still there, and
 /// tables in which they are found by id.
@@ -35,12 +37,20 @@ public:
 
     /// Sends a payload to the holders of an object, or to one worker. Throws what encoding throws; then nothing has been sent or
     /// counted. Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing.
-    virtual void send(WorkerId target, ObjectId objectId, const fn::Value& payload) = 0;
-    virtual void send(WorkerId target, ObjectId objectId, const MessageFields& payload) = 0;
+    virtual void send(WorkerId target, ObjectId objectId, PayloadSource payload) = 0;
 
-    /// Throws for a boxed value that has no form on the wire, an object that is not shared, and an object of another worker of
-    /// this process, which would not know that it has been sent.
-    virtual void checkSendable(const fn::Value& value) const = 0;
+    /// Encodes a payload for a receiver in this worker. Throws what encoding throws; no size is too large.
+    EncodedPayload encode(PayloadSource payload) const;
+
+    /// The object of an id that came, as what this worker knows it by, or else as a new reference. Empty if its owner has gone.
+    virtual fn::AutoPtr<ObjectReference> referenceTo(ObjectId objectId, const fn::String& className) = 0;
+
+    /// A message has come that lists these objects, and the references to them have been made.
+    virtual void countReceived(std::span<const ObjectId> objectIds) = 0;
+
+    /// Has references to objects of this class made by `factory`. An earlier one of the same name stays, unless `replaces`.
+    using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
+    virtual void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces) = 0;
 
     /// Before the worker is connected, gives ids with the owner NO_WORKER_ID and reports a broken invariant.
     virtual ObjectId nextObjectId() = 0;

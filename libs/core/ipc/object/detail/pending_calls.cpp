@@ -1,24 +1,24 @@
 #include "core/ipc/object/detail/pending_calls.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/detail/object_host.h"
 #include <algorithm>
 
 namespace ipc {
 
 constexpr std::size_t keptBuckets = 4096; // A larger table is freed when the last call has ended.
 
-PendingCall::PendingCall(fn::AutoPtr<CallableObjectReference> reference, fn::String method, std::uint32_t requestId)
-    : _reference(std::move(reference)),
-      _method(std::move(method)),
-      _requestId(requestId)
-{
-    reserveCancellation();
-}
-
 PendingCall::~PendingCall() = default;
 
 void PendingCall::wasCancelled()
 {
     if (const auto reference = _reference) reference->cancelCall(_requestId);
+}
+
+void PendingCall::fulfillWithValue(const fn::Value& result, ObjectHost& host)
+{
+    const auto encoded = host.encode([&](PayloadWriter& writer) { writer.serialize(result); });
+    PayloadReader reader(host, encoded);
+    fulfillWith(reader);
 }
 
 bool PendingCalls::contains(std::uint32_t requestId) const { return _calls.contains(requestId); }
@@ -29,24 +29,25 @@ void PendingCalls::add(fn::AutoPtr<PendingCall> call)
     _calls.emplace(requestId, std::move(call));
 }
 
-PendingCalls::Ended PendingCalls::take(std::uint32_t requestId)
+EndedCall PendingCalls::take(std::uint32_t requestId)
 {
     auto taken = _calls.extract(requestId);
     if (_calls.empty() && _calls.bucket_count() > keptBuckets) _calls = {};
-    return taken ? end(std::move(taken.mapped())) : Ended();
+    return taken ? end(std::move(taken.mapped())) : EndedCall();
 }
 
-std::vector<PendingCalls::Ended> PendingCalls::takeAll()
+std::vector<EndedCall> PendingCalls::takeAll()
 {
-    std::vector<Ended> all;
+    std::vector<EndedCall> all;
     all.reserve(_calls.size());
     for (auto& [requestId, call] : std::exchange(_calls, {})) all.push_back(end(std::move(call)));
-    std::ranges::sort(all, {}, [](const Ended& ended) { return ended.call->requestId(); });
+    std::ranges::sort(all, {}, [](const EndedCall& ended) { return ended.call->requestId(); });
     return all;
 }
 
-PendingCalls::Ended PendingCalls::end(fn::AutoPtr<PendingCall> call)
+EndedCall PendingCalls::end(fn::AutoPtr<PendingCall> call)
 {
+    call->_deadline.invalidate();
     auto reference = std::move(call->_reference);
     return { std::move(reference), std::move(call) };
 }

@@ -271,16 +271,12 @@ std::vector<ObjectId> MessageView::objectIds() const
     return ids;
 }
 
-fn::MemoryInputStream MessageView::payload() const
+fn::ByteView MessageView::payloadBytes() const
 {
     const auto payload = bytesOf(field::PAYLOAD);
     if (payload.empty() || payload[0] < code::Bin8 || payload[0] > code::Bin32)
-        return fn::MemoryInputStream(required(field::PAYLOAD).byteArray()); // Throws: it is missing or holds no bytes.
-    const auto header = 1 + (std::size_t(1) << (payload[0] - code::Bin8));
-    const auto content = payload.subspan(header);
-    if (!_body.array) return { content.data(), content.size() };
-    const auto offset = static_cast<std::size_t>(content.data() - _body.bytes.data());
-    return fn::MemoryInputStream(_body.array->slice(offset, content.size()));
+        return static_cast<void>(required(field::PAYLOAD).byteArray()), fn::ByteView(); // Throws: missing, or no bytes.
+    return payload.subspan(1 + (std::size_t(1) << (payload[0] - code::Bin8)));
 }
 
 // --- Writing

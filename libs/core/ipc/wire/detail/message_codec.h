@@ -46,8 +46,11 @@ public:
     std::vector<ObjectId> objectIds() const;
     bool mentionsObjects() const; ///< False for an empty OBJECTS in its one-byte form; else `objectIds()` must look.
 
-    /// The bytes in PAYLOAD. The field must be there, and hold bytes. Shares them with a frame that has memory of its own.
-    fn::MemoryInputStream payload() const;
+    /// The bytes in PAYLOAD, which lie in the frame. The field must be there, and hold bytes.
+    fn::ByteView payloadBytes() const;
+
+    /// The memory of its own that the frame lies in; null if it has none.
+    const fn::ByteArray* array() const { return _body.array; }
 
     /// The whole message, for dumps.
     fn::Value toValue() const;

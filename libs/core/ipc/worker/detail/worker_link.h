@@ -1,6 +1,6 @@
 #pragma once
+#include "base/function_ref.h"
 #include "core/ipc/wire/message.h"
-#include <functional>
 
 namespace fn {
 class OutputStream;
@@ -12,11 +12,11 @@ namespace ipc {
 class WorkerLink {
 public:
     /// Writes a payload. Gives the class names of the shared objects in it, by ObjectId, or nil if there are none.
-    using Payload = std::function<fn::Value(fn::OutputStream&)>;
+    using Payload = fn::FunctionRef<fn::Value(fn::OutputStream&)>;
 
     /// Sends a payload to the holders of an object, or to one worker. Throws what writing it throws; then nothing has been sent.
     /// Before the worker is connected: `fn::RuntimeException`; once the connection has ended it does nothing and gives nil.
-    virtual fn::Value sendMessage(WorkerId target, ObjectId objectId, const Payload& payload) = 0;
+    virtual fn::Value sendMessage(WorkerId target, ObjectId objectId, Payload payload) = 0;
 
     /// Releases `count` of the messages that brought the object. Does nothing unless the worker is connected.
     virtual void sendRelease(ObjectId objectId, std::int32_t count) = 0;

@@ -4,6 +4,7 @@
 #include "core/ipc/object/object_reference.h"
 #include "core/ipc/worker/detail/worker_link.h"
 #include "foundation/assertion.h"
+#include "foundation/io/byte_array_output_stream.h"
 #include "foundation/logging/logging.h"
 #include <algorithm>
 
@@ -109,6 +110,62 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
     if (found == table->second.end() || !found->second->tryRetain()) return {};
     return fn::AutoPtr<ObjectReference>::adopt(found->second);
 }
+
+// --- What is sent and what comes
+
+EncodedPayload ObjectHost::encode(PayloadSource payload) const
+{
+    EncodedPayload encoded;
+    fn::ByteArrayOutputStream stream(encoded.bytes);
+    PayloadWriter writer(stream, *this, &encoded.objects);
+    payload(writer);
+    return encoded;
+}
+
+void WorkerObjectManager::send(WorkerId target, ObjectId objectId, PayloadSource payload)
+{
+    if (!isAlive()) return;
+    countSent(_link.sendMessage(target, objectId, [&](fn::OutputStream& stream) {
+        PayloadWriter writer(stream, *this);
+        payload(writer);
+        return writer.objects();
+    }));
+}
+
+/// Counts one more message for each of the worker's own instances among `objects`.
+void WorkerObjectManager::countSent(const fn::Value& objects)
+{
+    if (objects.empty()) return;
+    for (const auto& [key, className] : objects.entries()) {
+        if (const auto sent = instance(key.to<ObjectId>())) sent->increateUsageCount();
+    }
+}
+
+void WorkerObjectManager::countReceived(std::span<const ObjectId> objectIds)
+{
+    for (const auto objectId : objectIds) {
+        if (ownerOf(objectId) == _workerId) continue;
+        if (const auto received = reference(objectId)) {
+            // A local one counts no messages. It is found only if its instance was made before the worker had an id.
+            if (!received->local()) received->increaseUsageCount();
+        } else if (!_deadWorkers.contains(ownerOf(objectId))) {
+            sendRelease(objectId, 1);
+        }
+    }
+}
+
+fn::AutoPtr<ObjectReference> WorkerObjectManager::referenceTo(ObjectId objectId, const fn::String& className)
+{
+    if (ownerOf(objectId) == _workerId) {
+        const auto own = instance(objectId);
+        if (!FN_ASSERT(own, fn::sites::ownObjectIsThere)) return {};
+        return own->localReference();
+    }
+    const auto known = reference(objectId);
+    if (known && !isOutgrown(*known)) return known;
+    return createReference(objectId, known ? known->className() : className);
+}
+
 // --- References by class
 
 /// Whether this is a plain reference whose class has been registered since it was made.

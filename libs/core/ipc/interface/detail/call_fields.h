@@ -1,0 +1,43 @@
+#pragma once
+#include "core/ipc/object/detail/call_message.h"
+#include "core/ipc/object/payload_reader.h"
+#include <cstdint>
+#include <string_view>
+
+namespace ipc {
+
+/// What callable objects send each other: a call, its end, an event. Finds the fields of the map where the payload lies.
+class CallFields {
+public:
+    /// Throws for malformed bytes. A payload that is no map has no fields.
+    explicit CallFields(PayloadReader& payload);
+
+    bool is(std::string_view type) const { return _type == type; }
+
+    // Missing ones: NO_REQUEST_ID, and `fn::RangeException`.
+    std::uint32_t requestId() const;
+    std::string_view methodName() const { return text(_methodName, call::METHOD_NAME); }
+    std::string_view eventName() const { return text(_eventName, call::EVENT_NAME); }
+
+    // The reader, at the value of that field; at a nil if it is missing.
+    PayloadReader& argument() const { return at(_argument); }
+    PayloadReader& result() const { return at(_result); }
+    PayloadReader& error() const { return at(_error); }
+
+private:
+    std::uint32_t* placeOf(std::string_view key);
+    PayloadReader& at(std::uint32_t offset) const;
+    std::string_view text(std::uint32_t offset, const char* key) const;
+
+    PayloadReader& _payload;
+    std::string_view _type;
+    // Offsets of values; 0 for those that are missing, since there the map begins.
+    std::uint32_t _argument = 0;
+    std::uint32_t _error = 0;
+    std::uint32_t _eventName = 0;
+    std::uint32_t _methodName = 0;
+    std::uint32_t _requestId = 0;
+    std::uint32_t _result = 0;
+};
+
+} // namespace ipc

@@ -1,0 +1,44 @@
+#pragma once
+#include "core/ipc/interface/arguments.h"
+#include "core/ipc/interface/interface.h"
+#include "foundation/signal.h"
+#include <memory>
+
+namespace ipc {
+
+/// An event of an interface: the service fires it (`shared.greeted(name)`), and everybody who has a reference can hear it
+/// (`greeter->greeted.connect(...)`).
+template <typename... Args> class Event : public internal::Member {
+public:
+    using Callback = typename fn::Signal<const std::decay_t<Args>&...>::Callback;
+
+    /// Fires it, in the service. Throws what encoding throws.
+    void operator()(const std::decay_t<Args>&... args)
+    {
+        peer().fire(
+            name(), [&](PayloadWriter& writer) { internal::Arguments<std::decay_t<Args>...>::write(writer, args...); });
+    }
+
+    /// Hears it, as long as the handle and the reference live. The values are valid until the callback returns.
+    fn::Handle connect(Callback callback) const
+    {
+        if (!_signal) _signal = std::make_unique<Signal>();
+        return _signal->connect(std::move(callback));
+    }
+
+    // For references.
+    bool isHeard() const { return static_cast<bool>(_signal); }
+    void receive(PayloadReader& reader)
+    {
+        std::tuple<std::decay_t<Args>...> args;
+        internal::Arguments<std::decay_t<Args>...>::read(reader, args);
+        std::apply([&](const auto&... each) { _signal->fire(each...); }, args);
+    }
+
+private:
+    using Signal = fn::Signal<const std::decay_t<Args>&...>;
+
+    mutable std::unique_ptr<Signal> _signal; // Made when somebody connects.
+};
+
+} // namespace ipc

@@ -1,0 +1,131 @@
+#pragma once
+#include "base/debug.h"
+#include "core/ipc/object/payload_reader.h"
+#include "core/ipc/object/payload_writer.h"
+#include "foundation/duration.h"
+#include "foundation/fields.h"
+#include "foundation/run_loop.h"
+#include <cstddef>
+#include <string_view>
+#include <typeinfo>
+
+namespace ipc {
+
+class PendingCall;
+
+namespace internal {
+
+/// Where the members of an interface belong: a reference, which calls, or a service, which fires events.
+class FN_EXPORT Peer {
+public:
+    /// Starts a call: `argument` writes its argument. `limit` as in `CallableObjectReference::startCall()`.
+    virtual void call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
+    virtual void fire(std::string_view event, PayloadSource argument);
+    virtual fn::RunLoop& peerLoop() const = 0;
+
+protected:
+    ~Peer() = default;
+};
+
+/// A member of an interface: knows its name, and where it belongs once it has been bound.
+class FN_EXPORT Member {
+public:
+    Member() = default;
+    Member(const Member&) = delete;
+    Member& operator=(const Member&) = delete;
+
+    const char* name() const { return _name; }
+
+    // For who makes objects of interfaces.
+    void bind(Peer& peer, const char* name)
+    {
+        _peer = &peer;
+        _name = name;
+    }
+
+protected:
+    ~Member() = default;
+    Peer& peer() const ///< `fn::RuntimeException` if the interface was made by hand.
+    {
+        if (!_peer) throwUnbound();
+        return *_peer;
+    }
+
+private:
+    [[noreturn]] void throwUnbound() const;
+
+    Peer* _peer = nullptr;
+    const char* _name = "";
+};
+
+/// The members that IPC_MEMBERS has named.
+template <typename... Members> struct MemberList {
+    static constexpr std::size_t size = sizeof...(Members);
+
+    template <typename Visitor> static void each(Visitor&& visitor) { (visitor(Members()), ...); }
+};
+
+/// Gives the first of its parameters away: the list that the macro makes begins with nothing.
+template <typename Nothing, typename... Members> struct MemberListFrom {
+    using Type = MemberList<Members...>;
+};
+
+} // namespace internal
+
+/// The base of interfaces: what two processes agree on. A structure whose members are `ipc::Method`, `ipc::Event` and
+/// `ipc::Property`, and that names them in IPC_MEMBERS. Who calls includes it, and who serves (`ipc::Service`).
+///
+/// Objects are shared under the name of the structure with its namespaces, or under what `static constexpr const char* className`
+/// says. `static constexpr fn::Duration timeLimit`, if there is one, bounds each call that has no bound of its own.
+template <typename I> struct Interface {
+    Interface() = default;
+    Interface(const Interface&) = delete;
+    Interface& operator=(const Interface&) = delete;
+
+    /// The class name under which its objects are shared.
+    static const fn::String& sharedName()
+    {
+        static const fn::String name = [] {
+            if constexpr (requires { I::className; })
+                return fn::String(I::className);
+            else
+                return fn::debug::demangleTypeName(typeid(I).name());
+        }();
+        return name;
+    }
+};
+
+namespace internal {
+
+template <typename I> void bindMembers(I& interface, Peer& peer)
+{
+    I::Members::each([&]<typename M>(M) { M::in(interface).bind(peer, M::name); });
+}
+
+} // namespace internal
+} // namespace ipc
+
+/// What is known of one member: its name, the member itself, and the service's function of that name.
+#define IPC_MEMBER(member) \
+    struct member##Member { \
+        static constexpr const char* name = #member; \
+        template <typename I> static auto& in(I& interface) { return interface.member; } \
+        template <typename S, typename... Args> static decltype(auto) call(S& service, Args&&... args) \
+        { \
+            static_assert( \
+                requires(S & s, Args && ... a) { s.member(static_cast<Args&&>(a)...); }, \
+                "the service has no public member function '" #member \
+                "' that takes the arguments of the interface's method"); \
+            return service.member(static_cast<Args&&>(args)...); \
+        } \
+        template <bool fits> static void checkResult() \
+        { \
+            static_assert(fits, "the service's '" #member "' does not give what the interface's method gives"); \
+        } \
+    };
+#define IPC_MEMBER_TYPE(member) , member##Member
+
+/// Names all members of an interface, once, behind them: IPC_MEMBERS(greet, greeted, count)
+#define IPC_MEMBERS(...) \
+    FN_FOR_EACH(IPC_MEMBER, __VA_ARGS__) \
+    using Members = ::ipc::internal::MemberListFrom<void FN_FOR_EACH(IPC_MEMBER_TYPE, __VA_ARGS__)>::Type;

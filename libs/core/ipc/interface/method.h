@@ -1,0 +1,90 @@
+#pragma once
+#include "core/ipc/interface/arguments.h"
+#include "core/ipc/interface/interface.h"
+#include "core/ipc/object/pending_call.h"
+#include "foundation/promise.h"
+
+namespace ipc {
+namespace internal {
+
+/// The promise of a call whose result is an R.
+template <typename R> class TypedCall final : public fn::internal::PromiseNode<R>, public PendingCall {
+public:
+    explicit TypedCall(const char* method) : PendingCall(static_cast<fn::internal::PromiseNodeBase&>(*this), method)
+    {
+        this->reserveCancellation();
+    }
+    using PendingCall::release;
+    using PendingCall::retain;
+
+private:
+    ~TypedCall() override = default;
+    void wasCancelled() override { PendingCall::wasCancelled(); }
+    void fulfillWith(PayloadReader& result) override
+    {
+        fn::internal::PromiseValue<R> value {};
+        if constexpr (!std::is_void_v<R>) Codec<R>::read(result, value);
+        result.finish();
+        this->fulfill(std::move(value));
+    }
+};
+
+} // namespace internal
+
+template <typename Signature> class Method;
+
+/// A method of an interface, called like a function: `co_await greeter->greet("Ada")`.
+template <typename R, typename... Args> class Method<R(Args...)> : public internal::Member {
+    using Values = std::tuple<std::decay_t<Args>...>;
+    template <typename... A> static constexpr int wrong = internal::WrongArgument<Values, A...>::find();
+
+public:
+    using Result = R;
+    using Signature = R(Args...);
+
+    /// The method with a time limit: `greeter->greet.within(2s)("Ada")`. At its end the promise is rejected with
+    /// `fn::OperationTimedOutException`, and the service is told that the call is cancelled. Borrows the method.
+    class Limited {
+    public:
+        template <typename... A>
+        auto operator()(A&&... args) const -> decltype(std::declval<const Method&>()(static_cast<A&&>(args)...))
+        {
+            return _method.start(_limit, static_cast<A&&>(args)...);
+        }
+
+    private:
+        friend Method;
+        Limited(const Method& method, fn::Duration limit) : _method(method), _limit(limit) { }
+        const Method& _method;
+        fn::Duration _limit;
+    };
+    Limited within(fn::Duration limit) const { return Limited(*this, limit); }
+    template <typename Rep, typename Period> Limited within(std::chrono::duration<Rep, Period> limit) const
+    {
+        return within(fn::Duration(std::chrono::duration_cast<std::chrono::microseconds>(limit).count()));
+    }
+
+    /// Calls it. The promise ends as `ipc::CallableObjectReference::callMethod()` says; an answer that is no R rejects it.
+    template <typename... A, int wrongArgument = wrong<A...>>
+    requires(wrongArgument == 0 && !(internal::mustBeNamed<A>() || ...)) fn::Promise<R>
+    operator()(A&&... args) const { return start(fn::Duration(), static_cast<A&&>(args)...); }
+    template <typename... A, int wrongArgument = wrong<A...>>
+    requires(wrongArgument != 0) fn::Promise<R>
+    operator()(A&&...) const = delete;
+    template <typename... A, int aggregatesAreNamedFirstWithGCC12 = wrong<A...>>
+    requires(aggregatesAreNamedFirstWithGCC12 == 0 && (internal::mustBeNamed<A>() || ...)) fn::Promise<R>
+    operator()(A&&...) const = delete;
+
+private:
+    template <typename... A> fn::Promise<R> start(fn::Duration limit, A&&... args) const
+    {
+        auto call = fn::makeAuto<internal::TypedCall<R>>(name());
+        const auto write = [&](PayloadWriter& writer) {
+            internal::Arguments<std::decay_t<Args>...>::write(writer, args...);
+        };
+        peer().call(fn::AutoPtr<PendingCall>(call.get()), write, limit);
+        return fn::Promise<R>(std::move(call));
+    }
+};
+
+} // namespace ipc

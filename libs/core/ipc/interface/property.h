@@ -1,0 +1,113 @@
+#pragma once
+#include "core/ipc/interface/method.h"
+#include "foundation/signal.h"
+#include <memory>
+
+namespace ipc {
+
+/// A value that a service owns and everybody who has a reference can watch. On the wire it is a method of its name without
+/// arguments, which gives the value, and an event of its name with each new value.
+template <typename T> class Property : public internal::Member {
+public:
+    using Callback = typename fn::Signal<const T&>::Callback;
+
+    Property() = default;
+    explicit Property(T value) : _value(std::move(value)) { }
+    ~Property()
+    {
+        if (_asking) _asking.cancel();
+    }
+
+    // --- In the service
+
+    const T& operator*() { return _value; } // Not const: who calls has no value, but may `get()` or `watch()` it.
+    const T* operator->() { return &_value; }
+
+    /// Sets the value, and tells those who watch it unless it is the same. Throws what encoding throws.
+    Property& operator=(T value)
+    {
+        if constexpr (requires { value == value; }) {
+            if (value == _value) return *this;
+        }
+        _value = std::move(value);
+        peer().fire(name(), [&](PayloadWriter& writer) { Codec<T>::write(writer, _value); });
+        return *this;
+    }
+
+    // --- At the caller
+
+    fn::Promise<T> get() const { return ask(); }
+
+    /// Calls back with the current value, in a later task, and then with each new one, none left out and none twice, as long as the
+    /// handle and the reference live.
+    fn::Handle watch(Callback callback) const
+    {
+        if (!_watch) _watch = std::make_unique<Watch>();
+        auto watcher = std::make_shared<Watcher>(std::move(callback));
+        auto handle = _watch->connect([watcher](const T& value) { watcher->tell(value); });
+        if (_isKnown)
+            peer().peerLoop().post([weak = std::weak_ptr(watcher), value = _value] {
+                if (const auto watcher = weak.lock(); watcher && !watcher->isTold) watcher->tell(value);
+            });
+        else if (!_asking)
+            refresh();
+        return handle;
+    }
+
+    // For references. A change before the answer is not heard: the answer, which comes behind it, holds it.
+    void receive(PayloadReader& reader)
+    {
+        Codec<T>::read(reader, _value);
+        reader.finish();
+        _watch->fire(_value);
+    }
+    bool isHeard() const { return _isKnown; }
+    void answer(PayloadWriter& writer) const { Codec<T>::write(writer, _value); }
+
+    /// The object may be another one now: who watches it is told its value, unless it is the one that was told last.
+    void refresh() const
+    {
+        if (!_watch) return;
+        const bool wasKnown = std::exchange(_isKnown, false);
+        _asking = ask();
+        _asking.then(
+            [this, wasKnown](T&& value) {
+                _asking = {};
+                _isKnown = true;
+                if constexpr (requires { value == value; }) {
+                    if (wasKnown && value == _value) return;
+                }
+                _value = std::move(value);
+                _watch->fire(_value);
+            },
+            [this](std::exception_ptr) { _asking = {}; }); // The object has gone: there is nothing to watch.
+    }
+
+private:
+    using Watch = fn::Signal<const T&>;
+
+    struct Watcher {
+        explicit Watcher(Callback callback) : callback(std::move(callback)) { }
+        void tell(const T& value)
+        {
+            isTold = true;
+            callback(value);
+        }
+        Callback callback;
+        bool isTold = false;
+    };
+
+    fn::Promise<T> ask() const
+    {
+        auto call = fn::makeAuto<internal::TypedCall<T>>(name());
+        peer().call(fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, {});
+        return fn::Promise<T>(std::move(call));
+    }
+
+    mutable T _value {}; // In a reference the value that came last.
+    mutable bool _isKnown = false;
+    mutable fn::Promise<T> _asking; // The call that asks for the value; null if none is under way.
+    mutable std::unique_ptr<Watch> _watch; // Made when somebody watches.
+};
+
+} // namespace ipc

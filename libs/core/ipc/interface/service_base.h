@@ -1,0 +1,65 @@
+#pragma once
+#include "core/ipc/interface/interface.h"
+#include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/payload_reader.h"
+#include "foundation/promise.h"
+#include <map>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace ipc::internal {
+
+class ServiceBase;
+
+/// How a call comes to the function of a service, or to a property. `argument` stands at the argument.
+struct MethodEntry {
+    std::string_view name;
+    void (*call)(ServiceBase& service, const CallableObjectInstance::CallContext& context, PayloadReader& argument);
+};
+
+/// A call whose answer is a promise that is pending.
+class FN_EXPORT ServedCall {
+public:
+    ServedCall(const ServedCall&) = delete;
+    ServedCall& operator=(const ServedCall&) = delete;
+    virtual ~ServedCall();
+    virtual void cancel() = 0; ///< The promise; nothing is answered any more.
+
+protected:
+    ServedCall() = default;
+};
+
+/// A service of an interface: the part that does not depend on the interface.
+class FN_EXPORT ServiceBase : public CallableObjectInstance, public Peer, private PayloadReceiver {
+public:
+    ServiceBase(Worker& worker, const fn::String& className);
+
+    void fire(std::string_view event, PayloadSource argument) override;
+    fn::RunLoop& peerLoop() const override { return loop(); }
+
+    // For the functions in the table.
+    void answer(const CallContext& context, PayloadSource result);
+    void fail(const CallContext& context, const std::exception_ptr& failure);
+    void serve(const CallContext& context, std::unique_ptr<ServedCall> call);
+    std::unique_ptr<ServedCall> endServed(const CallContext& context); ///< Null if it was cancelled.
+
+protected:
+    ~ServiceBase() override;
+    void deleteInstance() override;
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) final;
+    void onMethodCallCancelled(const CallContext& context) final;
+
+    virtual std::span<const MethodEntry> methods() const = 0;
+    virtual fn::Value description() const = 0;
+
+private:
+    void onPayload(WorkerId source, PayloadReader& payload) override;
+    void dispatch(const CallContext& context, std::string_view name, PayloadReader& argument);
+    void cancelServed();
+
+    const fn::String& _className;
+    std::map<CallContext, std::unique_ptr<ServedCall>> _served;
+};
+
+} // namespace ipc::internal

@@ -1,0 +1,47 @@
+#pragma once
+#include "core/ipc/object/payload_reader.h"
+#include "foundation/handle.h"
+#include "foundation/promise.h"
+#include "foundation/value.h"
+#include <cstdint>
+
+namespace ipc {
+
+class CallableObjectReference;
+
+/// A call that waits for its answer: the part of the promise's state that does not depend on the type of the result. It keeps the
+/// reference alive meanwhile.
+class FN_EXPORT PendingCall {
+public:
+    PendingCall(const PendingCall&) = delete;
+    PendingCall& operator=(const PendingCall&) = delete;
+
+    std::uint32_t requestId() const { return _requestId; }
+    const fn::String& method() const { return _method; }
+
+    void retain() const noexcept { _node.retain(); }
+    void release() const noexcept { _node.release(); }
+
+    /// Reads the result, and fulfils the promise with it. Throws what reading throws.
+    virtual void fulfillWith(PayloadReader& result) = 0;
+    virtual void fulfillWithValue(const fn::Value& result, ObjectHost& host); ///< Default: by way of its bytes.
+    void reject(std::exception_ptr failure) const { _node.reject(std::move(failure)); }
+
+protected:
+    /// A base of `node`.
+    PendingCall(fn::internal::PromiseNodeBase& node, fn::String method) : _node(node), _method(std::move(method)) { }
+    virtual ~PendingCall();
+    void wasCancelled(); ///< To be called by the node.
+
+private:
+    friend class CallableObjectReference;
+    friend class PendingCalls;
+
+    fn::internal::PromiseNodeBase& _node;
+    const fn::String _method;
+    fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call is not in the table.
+    std::uint32_t _requestId = 0;
+    fn::Handle _deadline;
+};
+
+} // namespace ipc

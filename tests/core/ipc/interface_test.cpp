@@ -1,0 +1,247 @@
+// Typed interfaces between two workers, and beside untyped peers. What can break here: a type that does not come back as it went,
+// an error that does not say what was wrong, a property of which a change is lost or told twice, a call that outlives its service.
+#include "core/ipc/interface/service.h"
+#include "hub_fixture.h"
+#include <gmock/gmock.h>
+
+namespace typed {
+
+enum class Colour { red, green };
+FN_ENUM(Colour, red, green)
+
+struct Box {
+    std::uint32_t width = 0;
+    std::uint32_t height = 7;
+    std::optional<fn::String> label;
+    std::vector<Colour> colours;
+    friend bool operator==(const Box&, const Box&) = default;
+};
+FN_FIELDS(Box, width, height, label, colours)
+
+struct Counter : ipc::Interface<Counter> {
+    ipc::Method<std::int64_t(std::int64_t)> add;
+    ipc::Property<std::int64_t> total;
+    IPC_MEMBERS(add, total)
+};
+
+struct Desk : ipc::Interface<Desk> {
+    ipc::Method<fn::String(fn::String)> greet;
+    ipc::Method<Box(Box, int)> grow;
+    ipc::Method<void()> nothing;
+    ipc::Method<fn::String(fn::String)> later;
+    ipc::Method<ipc::Ref<Counter>(ipc::Ref<Counter>)> lend;
+    ipc::Event<fn::String, int> greeted;
+    ipc::Property<std::vector<fn::String>> names;
+    IPC_MEMBERS(greet, grow, nothing, later, lend, greeted, names)
+};
+
+class CounterService final : public ipc::Service<CounterService, Counter> {
+public:
+    using Service::Service;
+    std::int64_t add(std::int64_t by)
+    {
+        shared.total = *shared.total + by;
+        return *shared.total;
+    }
+};
+
+class DeskService final : public ipc::Service<DeskService, Desk> {
+public:
+    using Service::Service;
+
+    fn::String greet(const fn::String& name)
+    {
+        shared.greeted(name, 3);
+        return "Hello, " + name;
+    }
+    Box grow(Box box, int by)
+    {
+        if (by == 0) throw fn::RangeException("by nothing");
+        box.width += static_cast<std::uint32_t>(by);
+        return box;
+    }
+    void nothing() { }
+    fn::Promise<fn::String> later(fn::String name)
+    {
+        const Ended ended { *this };
+        pending.push_back(fn::Promise<void>::create());
+        co_await fn::Promise(pending.back());
+        co_return "later " + name;
+    }
+    ipc::Ref<Counter> lend(const ipc::Ref<Counter>& counter)
+    {
+        if (counter) return counter;
+        return fn::makeAuto<CounterService>(worker());
+    }
+
+    struct Ended {
+        DeskService& desk;
+        ~Ended() { ++desk.endedCalls; }
+    };
+    std::vector<fn::Promise<void>> pending;
+    int endedCalls = 0;
+};
+
+} // namespace typed
+
+namespace {
+
+using namespace test;
+using namespace typed;
+using Names = std::vector<fn::String>;
+
+class InterfaceTest : public HubTest {
+protected:
+    template <typename T> static auto take(const fn::Promise<T>& promise)
+    {
+        return fn::internal::PromiseAccess::node(promise)->take();
+    }
+
+    template <typename Call> auto result(Call call)
+    {
+        decltype(call()) promise;
+        loop.post([&] { promise = call(); });
+        settle();
+        return take(promise);
+    }
+    template <typename Call> fn::String failure(Call call)
+    {
+        try {
+            static_cast<void>(result(std::move(call)));
+            return "none";
+        } catch (const fn::Exception& exception) {
+            return exception.className() + ": " + exception.message();
+        }
+    }
+
+    std::unique_ptr<Client> owner = client("Owner");
+    std::unique_ptr<Client> user = client("User");
+    fn::AutoPtr<DeskService> service = fn::makeAuto<DeskService>(*owner->worker);
+    ipc::Ref<Desk> local { service };
+    ipc::Ref<Desk> remote;
+
+    void SetUp() override
+    {
+        loop.post([&] { owner->worker->registry()->registerObject(service, 0).ignore(); });
+        settle();
+        const auto find = [&] {
+            return user->worker->registry()->getInstance<ipc::Reference<Desk>>(fn::Duration::seconds(1));
+        };
+        remote = ipc::Ref<Desk>(result(find));
+    }
+};
+
+} // namespace
+
+TEST_F(InterfaceTest, CallsAndEventsTakeTheTypesTheyDeclare)
+{
+    for (const auto& desk : { remote, local }) {
+        fn::String heard;
+        const auto hearing =
+            desk->greeted.connect([&](const fn::String& name, int n) { heard = name + fn::String::number(n); });
+        EXPECT_EQ(result([&] { return desk->greet("Ada"); }), "Hello, Ada");
+        EXPECT_EQ(heard, "Ada3");
+        Box box { 1, 2, "label", { Colour::red, Colour::green } };
+        const Box grown = result([&] { return desk->grow(box, 4); });
+        box.width = 5;
+        EXPECT_EQ(grown, box);
+        EXPECT_EQ(failure([&] { return desk->grow(box, 0); }), "RangeException: by nothing");
+        result([&] { return desk->nothing(); });
+    }
+}
+
+TEST_F(InterfaceTest, ObjectsGoBothWays)
+{
+    const auto lent = result([&] { return remote->lend(ipc::Ref<Counter>()); });
+    EXPECT_EQ(result([&] { return lent->add(3); }), 3);
+    const auto back = result([&] { return remote->lend(lent); });
+    EXPECT_EQ(back, lent);
+    const auto mine = fn::makeAuto<CounterService>(*user->worker);
+    const auto round = result([&] { return remote->lend(mine); });
+    EXPECT_EQ(round, ipc::Ref<Counter>(mine));
+    EXPECT_EQ(result([&] { return round->add(8); }), 8);
+    const auto foreign = fn::makeAuto<CounterService>(*owner->worker);
+    EXPECT_EQ(failure([&] { return remote->lend(foreign); }),
+        "RuntimeException: An object of worker 1 (Owner) can not be sent by worker 2 (User)");
+}
+
+TEST_F(InterfaceTest, APropertyIsToldToEachWatcherOnceForEachValue)
+{
+    for (const auto& desk : { remote, local }) {
+        std::vector<std::size_t> first;
+        std::vector<std::size_t> late;
+        service->shared.names = Names { "a" };
+        fn::Handle watching[2];
+        loop.post([&] { watching[0] = desk->names.watch([&](const auto& names) { first.push_back(names.size()); }); });
+        loop.post([&] { service->shared.names = Names { "a", "b" }; }); // Between the question and its answer.
+        settle();
+        loop.post([&] { watching[1] = desk->names.watch([&](const auto& names) { late.push_back(names.size()); }); });
+        settle();
+        service->shared.names = Names { "a", "b", "c" };
+        service->shared.names = Names { "a", "b", "c" };
+        service->shared.names = Names {};
+        settle();
+        EXPECT_THAT(first, testing::ElementsAre(2, 3, 0));
+        EXPECT_THAT(late, testing::ElementsAre(2, 3, 0));
+        service->shared.names = Names { "x" };
+        EXPECT_THAT(result([&] { return desk->names.get(); }), testing::ElementsAre("x"));
+    }
+}
+
+TEST_F(InterfaceTest, UntypedPeersSayAndHearTheSame)
+{
+    const auto call = [&](const char* name, const Value& argument) {
+        return outcome([&] { return remote.reference()->callMethod(name, argument); });
+    };
+    const auto box = Value::map({ { "width", 2 }, { "unknown", 1 }, { "colours", Value::array({ "green" }) } });
+    const auto grown = call("grow", Value::array({ box, 1 })).value();
+    EXPECT_EQ(grown,
+        Value::map({ { "width", 3 }, { "height", 7 }, { "label", {} }, { "colours", Value::array({ "green" }) } }));
+    const auto localCall = [&](const char* name, const Value& argument) {
+        return outcome([&] { return local.reference()->callMethod(name, argument); });
+    };
+    EXPECT_EQ(localCall("greet", "Bo").value(), "Hello, Bo");
+    EXPECT_EQ(call("names", {}).value(), Value(Value::ARRAY));
+    EXPECT_EQ(call("nope", {}).error(), "RuntimeException: typed::Desk has no method nope");
+    const auto description = call("ipc.describe", {}).value();
+    EXPECT_EQ(*description.valueForPathIfExists("methods.grow.result"),
+        "Box { width: uint32; height: uint32; label: optional<text>; colours: list<Colour { red | green }>; }");
+
+    const std::pair<Value, const char*> rows[] {
+        { "x", "typed::Desk.grow: expected an array, got x" },
+        { Value::array({ box, "x" }), "typed::Desk.grow, argument 2: expected an integer of 32 bits, got x" },
+        { Value::array({ Value::map({ { "width", -1 } }), 1 }),
+            "typed::Desk.grow, argument 1, field width: expected an unsigned integer of 32 bits, got -1" },
+        { Value::array({ Value::map({ { "colours", Value::array({ "red", "blue" }) } }), 1 }),
+            "typed::Desk.grow, argument 1, field colours, element 1: expected a name of Colour (red | green), got "
+            "blue" },
+    };
+    for (const auto& [argument, error] : rows) {
+        EXPECT_EQ(call("grow", argument).error(), "DataFormatException: " + fn::String(error));
+        EXPECT_EQ(localCall("grow", argument).error(), "DataFormatException: " + fn::String(error));
+    }
+}
+
+TEST_F(InterfaceTest, ACallEndsWithWhoWaitsForIt)
+{
+    fn::Promise<fn::String> calls[3];
+    loop.post([&] {
+        for (auto& call : calls) call = remote->later("x");
+    });
+    settle();
+    calls[0].cancel();
+    settle();
+    EXPECT_EQ(service->endedCalls, 1);
+    for (const auto& pending : service->pending) pending.fulfill();
+    settle();
+    EXPECT_EQ(take(calls[1]), "later x");
+    EXPECT_EQ(take(calls[2]), "later x");
+
+    fn::Promise<fn::String> late;
+    loop.post([&] { late = remote->later.within(fn::Duration::seconds(2))("x"); });
+    settle();
+    pass(fn::Duration::seconds(3));
+    EXPECT_EQ(service->endedCalls, 4);
+    EXPECT_EQ(
+        failure([&] { return late; }), "OperationTimedOutException: typed::Desk.later has not answered within 2 s");
+}
