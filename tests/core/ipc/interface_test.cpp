@@ -1,5 +1,6 @@
 // Typed interfaces between two workers, and beside untyped peers. What can break here: a type that does not come back as it went,
 // an error that does not say what was wrong, a property of which a change is lost or told twice, a call that outlives its service.
+#include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
 #include "hub_fixture.h"
 #include <gmock/gmock.h>
@@ -29,10 +30,11 @@ struct Desk : ipc::Interface<Desk> {
     ipc::Method<Box(Box, int)> grow;
     ipc::Method<void()> nothing;
     ipc::Method<fn::String(fn::String)> later;
+    ipc::Method<fn::String(fn::String), ipc::Repeatable> laterOrAgain;
     ipc::Method<ipc::Ref<Counter>(ipc::Ref<Counter>)> lend;
     ipc::Event<fn::String, int> greeted;
     ipc::Property<std::vector<fn::String>> names;
-    IPC_MEMBERS(greet, grow, nothing, later, lend, greeted, names)
+    IPC_MEMBERS(greet, grow, nothing, later, laterOrAgain, lend, greeted, names)
 };
 
 class CounterService final : public ipc::Service<CounterService, Counter> {
@@ -68,6 +70,7 @@ public:
         co_await fn::Promise(pending.back());
         co_return "later " + name;
     }
+    fn::Promise<fn::String> laterOrAgain(fn::String name) { return later(std::move(name)); }
     ipc::Ref<Counter> lend(const ipc::Ref<Counter>& counter)
     {
         if (counter) return counter;
@@ -244,4 +247,53 @@ TEST_F(InterfaceTest, ACallEndsWithWhoWaitsForIt)
     EXPECT_EQ(service->endedCalls, 4);
     EXPECT_EQ(
         failure([&] { return late; }), "OperationTimedOutException: typed::Desk.later has not answered within 2 s");
+}
+
+TEST_F(InterfaceTest, ARemoteFindsTheNextObjectOfItsClass)
+{
+    ipc::Remote<Desk> desk(*user->worker);
+    int came = 0;
+    int gone = 0;
+    std::vector<std::size_t> names;
+    const auto coming = desk.onCame().connect([&] { ++came; });
+    const auto going = desk.onGone().connect([&] { ++gone; });
+    fn::Handle watching;
+    service->shared.names = Names { "a" };
+    fn::Promise<fn::String> once;
+    fn::Promise<fn::String> again;
+    loop.post([&] {
+        once = desk->later("once");
+        again = desk->laterOrAgain("again");
+        watching = desk->names.watch([&](const auto& all) { names.push_back(all.size()); });
+    });
+    settle();
+    EXPECT_EQ(came, 1);
+    service.reset();
+    local = {};
+    owner->worker->stop();
+    settle();
+    EXPECT_EQ(gone, 1);
+    EXPECT_EQ(failure([&] { return once; }).view().substr(0, 19), "ObjectDeadException");
+    EXPECT_TRUE(again.isPending());
+
+    fn::Promise<fn::String> waits;
+    fn::Promise<fn::String> waitsTooLong;
+    loop.post([&] {
+        waits = desk->greet("Bo");
+        waitsTooLong = desk->greet.within(fn::Duration::seconds(1))("Bo");
+    });
+    pass(fn::Duration::seconds(2));
+    EXPECT_EQ(failure([&] { return waitsTooLong; }),
+        "OperationTimedOutException: typed::Desk.greet: no object of class typed::Desk was there in time");
+    const auto next = client("Next");
+    const auto successor = fn::makeAuto<DeskService>(*next->worker);
+    successor->shared.names = Names { "a", "b" };
+    loop.post([&] { next->worker->registry()->registerObject(successor, 0).ignore(); });
+    settle();
+    EXPECT_EQ(came, 2);
+    EXPECT_EQ(take(waits), "Hello, Bo");
+    for (const auto& pending : successor->pending) pending.fulfill();
+    settle();
+    EXPECT_EQ(take(again), "later again");
+    EXPECT_THAT(names, testing::ElementsAre(1, 2));
 }

@@ -4,7 +4,7 @@
 
 namespace ipc {
 
-template <typename Signature> class Method;
+template <typename Signature, typename Repetition> class Method;
 template <typename... Args> class Event;
 template <typename T> class Property;
 
@@ -24,8 +24,8 @@ template <typename R> fn::String resultType()
         return Codec<R>::type();
 }
 
-template <typename R, typename... Args>
-void describeMember(fn::Value& description, const char* name, const Method<R(Args...)>*)
+template <typename R, typename... Args, typename Repetition>
+void describeMember(fn::Value& description, const char* name, const Method<R(Args...), Repetition>*)
 {
     fn::Value types(fn::Value::ARRAY);
     (types.append(Codec<std::decay_t<Args>>::type()), ...);

@@ -31,10 +31,15 @@ private:
 
 } // namespace internal
 
-template <typename Signature> class Method;
+/// As the second parameter of a method: it may be called again where nobody knows whether the first call was carried out, since the
+/// service has gone meanwhile. `ipc::Remote` does so.
+struct Repeatable { };
+
+template <typename Signature, typename Repetition = void> class Method;
 
 /// A method of an interface, called like a function: `co_await greeter->greet("Ada")`.
-template <typename R, typename... Args> class Method<R(Args...)> : public internal::Member {
+template <typename R, typename... Args, typename Repetition>
+class Method<R(Args...), Repetition> : public internal::Member {
     using Values = std::tuple<std::decay_t<Args>...>;
     template <typename... A> static constexpr int wrong = internal::WrongArgument<Values, A...>::find();
 
@@ -79,6 +84,7 @@ private:
     template <typename... A> fn::Promise<R> start(fn::Duration limit, A&&... args) const
     {
         auto call = fn::makeAuto<internal::TypedCall<R>>(name());
+        if constexpr (std::is_same_v<Repetition, Repeatable>) call->setRepeatable();
         const auto write = [&](PayloadWriter& writer) {
             internal::Arguments<std::decay_t<Args>...>::write(writer, args...);
         };

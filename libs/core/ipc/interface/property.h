@@ -39,13 +39,13 @@ public:
     fn::Promise<T> get() const { return ask(); }
 
     /// Calls back with the current value, in a later task, and then with each new one, none left out and none twice, as long as the
-    /// handle and the reference live.
+    /// handle and the reference live. While the object of an `ipc::Remote` is away, its current value is the one that came last.
     fn::Handle watch(Callback callback) const
     {
         if (!_watch) _watch = std::make_unique<Watch>();
         auto watcher = std::make_shared<Watcher>(std::move(callback));
         auto handle = _watch->connect([watcher](const T& value) { watcher->tell(value); });
-        if (_isKnown)
+        if (_hasValue)
             peer().peerLoop().post([weak = std::weak_ptr(watcher), value = _value] {
                 if (const auto watcher = weak.lock(); watcher && !watcher->isTold) watcher->tell(value);
             });
@@ -57,8 +57,10 @@ public:
     // For references. A change before the answer is not heard: the answer, which comes behind it, holds it.
     void receive(PayloadReader& reader)
     {
-        Codec<T>::read(reader, _value);
+        T value {};
+        Codec<T>::read(reader, value);
         reader.finish();
+        _value = std::move(value);
         _watch->fire(_value);
     }
     bool isHeard() const { return _isKnown; }
@@ -68,14 +70,16 @@ public:
     void refresh() const
     {
         if (!_watch) return;
-        const bool wasKnown = std::exchange(_isKnown, false);
+        _isKnown = false;
+        if (_asking) std::exchange(_asking, {}).cancel();
         _asking = ask();
         _asking.then(
-            [this, wasKnown](T&& value) {
+            [this](T&& value) {
                 _asking = {};
                 _isKnown = true;
+                const bool wasTold = std::exchange(_hasValue, true);
                 if constexpr (requires { value == value; }) {
-                    if (wasKnown && value == _value) return;
+                    if (wasTold && value == _value) return;
                 }
                 _value = std::move(value);
                 _watch->fire(_value);
@@ -105,7 +109,8 @@ private:
     }
 
     mutable T _value {}; // In a reference the value that came last.
-    mutable bool _isKnown = false;
+    mutable bool _hasValue = false; // In a reference: whether one has come.
+    mutable bool _isKnown = false; // ... and whether each change is heard.
     mutable fn::Promise<T> _asking; // The call that asks for the value; null if none is under way.
     mutable std::unique_ptr<Watch> _watch; // Made when somebody watches.
 };

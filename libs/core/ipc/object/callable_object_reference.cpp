@@ -218,7 +218,12 @@ void CallableObjectReference::onObjectDead() { rejectPendingCalls(); }
 void CallableObjectReference::rejectPendingCalls()
 {
     if (!_pendingCalls) return;
-    for (const auto& ended : _pendingCalls->takeAll()) ended.call->reject(objectDead());
+    for (const auto& ended : _pendingCalls->takeAll()) {
+        if (const auto callback = std::exchange(ended.call->_onObjectDead, {}))
+            callback();
+        else
+            ended.call->reject(objectDead());
+    }
 }
 
 } // namespace ipc

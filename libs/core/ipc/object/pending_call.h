@@ -26,6 +26,14 @@ public:
     virtual void fulfillWith(PayloadReader& result) = 0;
     virtual void fulfillWithValue(const fn::Value& result, ObjectHost& host); ///< Default: by way of its bytes.
     void reject(std::exception_ptr failure) const { _node.reject(std::move(failure)); }
+    bool isSettled() const { return _node.settled(); } ///< Also when it was cancelled.
+
+    /// Whether the method may be called again where nobody knows if it was: the object has gone.
+    bool isRepeatable() const { return _isRepeatable; }
+    void setRepeatable() { _isRepeatable = true; }
+
+    /// What happens when the object goes before it has answered. Default: the promise is rejected.
+    void onObjectDead(folly::Function<void()> callback) { _onObjectDead = std::move(callback); }
 
 protected:
     /// A base of `node`.
@@ -42,6 +50,8 @@ private:
     fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call is not in the table.
     std::uint32_t _requestId = 0;
     fn::Handle _deadline;
+    folly::Function<void()> _onObjectDead;
+    bool _isRepeatable = false;
 };
 
 } // namespace ipc

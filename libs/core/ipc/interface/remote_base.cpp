@@ -1,0 +1,135 @@
+#include "core/ipc/interface/remote_base.h"
+#include "core/ipc/object/detail/object_host.h"
+#include "core/ipc/object/object_dead_exception.h"
+#include "core/ipc/object/pending_call.h"
+#include "foundation/time/clock.h"
+#include <algorithm>
+
+namespace ipc::internal {
+namespace {
+
+// How long the registry is asked to wait; then it is asked again.
+constexpr auto searchTime = fn::Duration::seconds(600);
+
+} // namespace
+
+RemoteBase::RemoteBase(
+    Worker& worker, void* interface, const fn::String& className, fn::Duration timeLimit, fn::Duration patience)
+    : _worker(worker),
+      _interface(interface),
+      _className(className),
+      _timeLimit(timeLimit),
+      _patience(patience)
+{
+}
+
+RemoteBase::~RemoteBase()
+{
+    _lifetime.end();
+    if (_search) _search.cancel();
+    if (_reference) _reference->removeInterface(_interface);
+    for (const auto& waiting : std::exchange(_waiting, {})) {
+        waiting.call->reject(std::make_exception_ptr(
+            ObjectDeadException(fmt::format("{}.{}: who called has ended", _className, waiting.call->method()))));
+    }
+}
+
+fn::Duration RemoteBase::now() const { return _worker.loop().clock().monotonic(); }
+
+// --- Calls
+
+void RemoteBase::call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
+{
+    if (limit <= fn::Duration()) limit = _timeLimit;
+    if (isThere() && !call->isRepeatable()) return _reference->call(call, argument, limit);
+    EncodedPayload encoded;
+    try {
+        encoded = _worker.objectHost().encode(argument);
+    } catch (...) {
+        return call->reject(std::current_exception());
+    }
+    const auto deadline = limit > fn::Duration() ? now() + limit : fn::Duration(INT64_MAX);
+    if (isThere())
+        send(call, std::move(encoded), deadline);
+    else
+        wait(call, std::move(encoded), deadline);
+}
+
+void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline)
+{
+    const auto end = std::min(deadline, now() + _patience);
+    auto timer = _worker.loop().schedule(end - now(), [this, call] { onTimeout(call); });
+    _waiting.push_back({ call, std::move(argument), deadline, std::move(timer) });
+    look();
+}
+
+/// Sends a call to the object that is there. If that goes before it has answered, a repeatable call waits for the next one.
+void RemoteBase::send(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline)
+{
+    const auto limit = deadline == fn::Duration(INT64_MAX) ? fn::Duration() : deadline - now();
+    _reference->call(
+        call, [&](PayloadWriter& writer) { writer.embed(argument); }, limit);
+    if (!call->isRepeatable() || call->isSettled()) return;
+    auto* const repeated = call.get(); // Who keeps the callback.
+    call->onObjectDead(_lifetime.guard([this, repeated, deadline, argument = std::move(argument)]() mutable {
+        wait(fn::AutoPtr(repeated), std::move(argument), deadline);
+    }));
+}
+
+void RemoteBase::onTimeout(const fn::AutoPtr<PendingCall>& call)
+{
+    const auto place = std::ranges::find(_waiting, call, &Waiting::call);
+    if (place == _waiting.end()) return;
+    const auto waiting = std::move(*place);
+    _waiting.erase(place);
+    const auto text =
+        fmt::format("{}.{}: no object of class {} was there in time", _className, call->method(), _className);
+    call->reject(std::make_exception_ptr(fn::OperationTimedOutException(text, fn::Exception::StackTrace::None)));
+}
+
+// --- The object
+
+void RemoteBase::look()
+{
+    if (_search || isThere()) return;
+    _search = find(searchTime);
+    _search.then([this](fn::AutoPtr<TypedReference>&& found) { onFound(std::move(found)); },
+        [this](const std::exception_ptr& failure) { onNotFound(failure); });
+}
+
+void RemoteBase::onFound(fn::AutoPtr<TypedReference> found)
+{
+    const auto watch = _lifetime.watch();
+    _search = {};
+    if (_reference) _reference->removeInterface(_interface);
+    _reference = std::move(found);
+    _reference->addInterface(_interface);
+    _death = _reference->objectDeadSignal().connect([this] { onDeath(); });
+    if (!isThere()) return;
+    refreshProperties();
+    for (auto& waiting : std::exchange(_waiting, {})) {
+        if (!waiting.call->isSettled()) send(waiting.call, std::move(waiting.argument), waiting.deadline);
+    }
+    if (watch) _onCame.fire();
+}
+
+void RemoteBase::onNotFound(const std::exception_ptr& failure)
+{
+    _search = {};
+    try {
+        std::rethrow_exception(failure);
+    } catch (const fn::OperationTimedOutException&) {
+        look();
+    } catch (...) { // There is no registry any more to ask.
+        for (const auto& waiting : std::exchange(_waiting, {})) waiting.call->reject(failure);
+    }
+}
+
+void RemoteBase::onDeath()
+{
+    const auto watch = _lifetime.watch();
+    look();
+    if (watch) _onGone.fire();
+}
+
+} // namespace ipc::internal
