@@ -1,13 +1,7 @@
 #pragma once
-#include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/interface/method.h"
 
-/// A reference to the greeter, in whichever process that lives.
-class Greeter final : public ipc::CallableObjectReference {
-public:
-    using CallableObjectReference::CallableObjectReference;
-
-    fn::Promise<fn::String> greet(const fn::String& name)
-    {
-        return callMethod("greet", name).then([](fn::Value&& greeting) { return greeting.asString(); });
-    }
+struct Greeter : ipc::Interface<Greeter> { // What the greeter and its callers agree on.
+    ipc::Method<fn::String(fn::String name)> greet;
+    IPC_MEMBERS(greet)
 };

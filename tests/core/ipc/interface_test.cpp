@@ -282,6 +282,7 @@ TEST_F(InterfaceTest, ARemoteFindsTheNextObjectOfItsClass)
         waits = desk->greet("Bo");
         waitsTooLong = desk->greet.within(fn::Duration::seconds(1))("Bo");
     });
+    settle();
     pass(fn::Duration::seconds(2));
     EXPECT_EQ(failure([&] { return waitsTooLong; }),
         "OperationTimedOutException: typed::Desk.greet: no object of class typed::Desk was there in time");

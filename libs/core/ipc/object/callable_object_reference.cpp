@@ -219,7 +219,7 @@ void CallableObjectReference::rejectPendingCalls()
 {
     if (!_pendingCalls) return;
     for (const auto& ended : _pendingCalls->takeAll()) {
-        if (const auto callback = std::exchange(ended.call->_onObjectDead, {}))
+        if (auto callback = std::exchange(ended.call->_onObjectDead, {}))
             callback();
         else
             ended.call->reject(objectDead());
