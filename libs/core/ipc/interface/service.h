@@ -35,7 +35,11 @@ public:
     }
 
     void await() { fn::internal::PromiseAccess::node(_promise)->await(*this); }
-    void cancel() override { _promise.cancel(); }
+    void cancel() override
+    {
+        fn::internal::PromiseAccess::node(_promise)->forgetHandler(); // It may end later than this.
+        _promise.cancel();
+    }
 
 private:
     void fulfilled(fn::internal::PromiseValue<R>&& value) override

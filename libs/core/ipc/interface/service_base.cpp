@@ -10,6 +10,23 @@ namespace ipc::internal {
 
 ServedCall::~ServedCall() = default;
 
+/// A call that is on the stack; it may run the loop, which may bring the next one.
+class ServiceBase::Serving {
+public:
+    Serving(ServiceBase& service, const CallContext& context)
+        : _service(service),
+          _outer(std::exchange(service._context, context))
+    {
+    }
+    Serving(const Serving&) = delete;
+    Serving& operator=(const Serving&) = delete;
+    ~Serving() { _service._context = _outer; }
+
+private:
+    ServiceBase& _service;
+    const CallContext _outer;
+};
+
 ServiceBase::ServiceBase(Worker& worker, const fn::String& className)
     : CallableObjectInstance(worker),
       _className(className)
@@ -19,10 +36,15 @@ ServiceBase::ServiceBase(Worker& worker, const fn::String& className)
 
 ServiceBase::~ServiceBase() = default;
 
+/// In a task, since one of the service's own coroutines may have held it last.
 void ServiceBase::deleteInstance()
 {
-    cancelServed();
-    CallableObjectInstance::deleteInstance();
+    loop().postDeletion([this] {
+        _deaths.invalidate();
+        cancelServed([](const CallContext&) { return true; });
+        _scope.end();
+        CallableObjectInstance::deleteInstance();
+    });
 }
 
 // --- What comes
@@ -52,6 +74,7 @@ void ServiceBase::dispatch(const CallContext& context, std::string_view name, Pa
     const auto all = methods();
     const auto method = std::ranges::find(all, name, &MethodEntry::name);
     const auto start = argument.offset();
+    const Serving serving(*this, context);
     try {
         if (method == all.end()) {
             if (name != descriptionMethod)
@@ -124,6 +147,7 @@ void ServiceBase::fail(const CallContext& context, const std::exception_ptr& fai
 
 void ServiceBase::serve(const CallContext& context, std::unique_ptr<ServedCall> call)
 {
+    listenForDeaths();
     _served.insert_or_assign(context, std::move(call));
 }
 
@@ -133,10 +157,35 @@ std::unique_ptr<ServedCall> ServiceBase::endServed(const CallContext& context)
     return served ? std::move(served.mapped()) : nullptr;
 }
 
-/// Nobody waits for the answers any more.
-void ServiceBase::cancelServed()
+/// Cancels the calls that nobody waits for any more. Each may end others.
+template <typename Concerned> void ServiceBase::cancelServed(Concerned concerned)
 {
-    while (!_served.empty()) _served.extract(_served.begin()).mapped()->cancel();
+    for (;;) {
+        const auto place = std::ranges::find_if(_served, [&](const auto& entry) { return concerned(entry.first); });
+        if (place == _served.end()) return;
+        const auto call = std::move(_served.extract(place).mapped());
+        call->cancel();
+    }
+}
+
+fn::Signal<WorkerId>& ServiceBase::onCallerGone()
+{
+    listenForDeaths();
+    return _onCallerGone;
+}
+
+void ServiceBase::listenForDeaths()
+{
+    if (!_deaths) _deaths = host().onWorkerDied().connect([this](WorkerId workerId) { onWorkerDied(workerId); });
+}
+
+void ServiceBase::onWorkerDied(WorkerId workerId)
+{
+    const fn::AutoPtr self(this);
+    cancelServed([&](const CallContext& call) {
+        return workerId == NO_WORKER_ID ? call.workerId != host().workerId() : call.workerId == workerId;
+    });
+    _onCallerGone.fire(workerId);
 }
 
 } // namespace ipc::internal

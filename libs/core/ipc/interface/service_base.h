@@ -2,7 +2,8 @@
 #include "core/ipc/interface/interface.h"
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/object/payload_reader.h"
-#include "foundation/promise.h"
+#include "foundation/coroutine/scope.h"
+#include "foundation/signal.h"
 #include <map>
 #include <memory>
 #include <span>
@@ -44,6 +45,20 @@ public:
     void serve(const CallContext& context, std::unique_ptr<ServedCall> call);
     std::unique_ptr<ServedCall> endServed(const CallContext& context); ///< Null if it was cancelled.
 
+    /// Owns what the service does beside its calls: coroutines, connections, timers. It ends before any member of the derived class
+    /// does, when the last reference to the service has gone.
+    fn::Scope& scope() { return _scope; }
+
+    /// Fires when a worker has died, with its id, which may be given to another one then; with NO_WORKER_ID when the own worker's
+    /// connection has ended, and all others have gone with it. Calls of theirs that were under way are cancelled by then.
+    fn::Signal<WorkerId>& onCallerGone();
+
+    /// Which call is being served. In a coroutine up to its first await: who needs it later takes a copy.
+    const CallContext& callContext() const { return _context; }
+
+    /// Whether the caller still waits for the answer: it lives, has not cancelled, and was not answered.
+    bool isWaiting(const CallContext& context) const { return context == _context || _served.contains(context); }
+
 protected:
     ~ServiceBase() override;
     void deleteInstance() override;
@@ -54,12 +69,20 @@ protected:
     virtual fn::Value description() const = 0;
 
 private:
+    class Serving;
+
     void onPayload(WorkerId source, PayloadReader& payload) override;
     void dispatch(const CallContext& context, std::string_view name, PayloadReader& argument);
-    void cancelServed();
+    void listenForDeaths();
+    void onWorkerDied(WorkerId workerId);
+    template <typename Concerned> void cancelServed(Concerned concerned);
 
     const fn::String& _className;
-    std::map<CallContext, std::unique_ptr<ServedCall>> _served;
+    CallContext _context; // Of the call that is on the stack.
+    std::map<CallContext, std::unique_ptr<ServedCall>> _served; // Those that are answered later.
+    fn::Signal<WorkerId> _onCallerGone;
+    fn::Handle _deaths; // Set once somebody is to be told of them.
+    fn::Scope _scope;
 };
 
 } // namespace ipc::internal

@@ -4,6 +4,7 @@
 #include "core/ipc/object/detail/request_numbers.h"
 #include "core/ipc/object/payload_writer.h"
 #include "core/ipc/wire/message.h"
+#include "foundation/signal.h"
 #include <span>
 #include <typeinfo>
 
@@ -52,6 +53,10 @@ public:
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
     virtual void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces) = 0;
 
+    /// Fires when a worker has died, its messages have been handled, and the references to its objects are dead; with NO_WORKER_ID
+    /// when this worker's connection has ended, and all others have gone with it.
+    fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
+
     /// Before the worker is connected, gives ids with the owner NO_WORKER_ID and reports a broken invariant.
     virtual ObjectId nextObjectId() = 0;
     virtual void registerInstance(ObjectInstance& instance) = 0;
@@ -66,6 +71,7 @@ protected:
     fn::RunLoop& _loop;
     WorkerId _workerId = NO_WORKER_ID;
     RequestNumbers _requestNumbers;
+    fn::Signal<WorkerId> _onWorkerDied;
 };
 
 } // namespace ipc

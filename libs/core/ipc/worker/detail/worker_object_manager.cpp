@@ -269,8 +269,10 @@ void WorkerObjectManager::workerIdReused(WorkerId workerId)
 
 void WorkerObjectManager::connectionLost()
 {
+    const fn::AutoPtr self(this); // A callback may destroy the worker.
     markAllDead(false);
     dropUsageHolds();
+    if (isAlive()) _onWorkerDied.fire(NO_WORKER_ID);
 }
 
 void WorkerObjectManager::markAllDead(bool withLocal)

@@ -64,9 +64,6 @@ public:
     /// Turns `reference` into the local one of `instance`, also for the code that holds it already.
     static void makeLocal(const fn::AutoPtr<ObjectReference>& reference, const fn::AutoPtr<ObjectInstance>& instance);
 
-    /// Fires when a worker has died, its messages have been handled, and the references to its objects are dead.
-    fn::Signal<WorkerId>& onWorkerDied() { return _onWorkerDied; }
-
     ObjectId nextObjectId() override;
     void registerInstance(ObjectInstance& instance) override;
     void unregisterInstance(ObjectInstance* instance) override;
@@ -107,7 +104,6 @@ private:
 
     WorkerLink& _link; // Used while the worker is there.
     std::map<fn::String, ReferenceFactory> _factories; // By class name.
-    fn::Signal<WorkerId> _onWorkerDied;
     std::unordered_map<ObjectId, ObjectInstance*> _instances;
     std::unordered_map<WorkerId, References> _references; // By owner: a death concerns one owner's.
     std::vector<ObjectReference*> _displaced; // Replaced by a newer reference, not destroyed yet.
