@@ -1,6 +1,6 @@
 // What can break here: a schema made twice or not at all, a migration that fails on an open statement, a connection closed
 // under its user or never closed, a task that outlives the object.
-#include "core/services/data_util.h"
+#include "core/services/database_work.h"
 #include "foundation/time/clock.h"
 #include "foundation/uv/loop.h"
 #include "sqlite/statement.h"
@@ -141,6 +141,26 @@ TEST_F(DatabaseAccessTest, ScopesOfDistinctThreadsExcludeEachOther)
     EXPECT_THAT(access->calls, ElementsAre("init", "ready"));
     std::thread([&] { access.reset(); }).join(); // Its tasks are still queued, and leave no timer.
     pass(300);
+}
+
+TEST_F(DatabaseAccessTest, IsWorkedOnByThePoolAndOutlivesItsOwner)
+{
+    auto access = std::make_shared<Access>(1, path, loop);
+    std::string heard;
+    const auto ask = [&](const char* sql) {
+        const auto work = [sql, loopThread = std::this_thread::get_id()](Access& shared) {
+            EXPECT_NE(std::this_thread::get_id(), loopThread);
+            return shared.ask(sql);
+        };
+        return core::onDatabase(access, work);
+    };
+    loop.post([&] {
+        ask("select count(*) from entry").cancel();
+        ask("select count(*) from entry").then([&](int count) { heard += count == 1 ? "1" : "?"; });
+        ask("nonsense").then([](int) {}, [&](auto&&) { heard += "x"; });
+        access.reset();
+    });
+    EXPECT_TRUE(test::runUntil(loop, [&] { return heard == "1x" || heard == "x1"; }));
 }
 
 TEST_F(DatabaseAccessTest, OnlyAMalformedFileIsDeleted)

@@ -23,10 +23,8 @@ public:
     Tree(unsigned seed, bool isDisturbed) : _random(seed), _isDisturbed(isDisturbed) { }
 
     Number grow(const class Frame* parent, int depth);
-    std::size_t kind(int depth)
-    {
-        return depth == 0 ? 0 : below(_isDisturbed ? 5 : 4);
-    } // Of what is awaited; 0 is a leaf.
+    /// Of what is awaited; 0 is a leaf.
+    std::size_t kind(int depth) { return depth == 0 ? 0 : below(_isDisturbed ? 5 : 4); }
     Number await(class Frame& frame, std::size_t kind, int depth);
 
     bool oneIn(unsigned count) { return _random() % count == 0; }

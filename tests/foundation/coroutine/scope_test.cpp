@@ -1,6 +1,5 @@
 // What can break here: work that goes on after its scope; a value or a permit that is lost, or given twice.
 #include "foundation/coroutine/channel.h"
-#include "foundation/coroutine/on_pool.h"
 #include "foundation/coroutine/retry.h"
 #include "foundation/coroutine/scope.h"
 #include "foundation/coroutine/semaphore.h"
@@ -11,7 +10,6 @@
 #include "support/run_until.h"
 #include <gmock/gmock.h>
 #include <random>
-#include <thread>
 
 namespace {
 
@@ -267,25 +265,6 @@ TEST_F(Helpers, BringEachValueThroughAChannelOnceAndInOrderWhoeverGivesUp)
         run([&] { channel.close(); });
         EXPECT_THAT(work, testing::Each(testing::Property(&Promise<void>::isPending, false)));
     }
-}
-
-TEST_F(Helpers, WorkOnThePoolAndGoOnOnTheLoop)
-{
-    std::thread::id workedOn;
-    int ended = 0;
-    const auto work = [&] {
-        workedOn = std::this_thread::get_id();
-        return std::string("result");
-    };
-    const auto await = [&]() -> Promise<void> {
-        EXPECT_EQ(co_await fn::onPool(work), "result");
-        EXPECT_NE(workedOn, std::this_thread::get_id());
-        EXPECT_TRUE(loop->isCurrentThread());
-        ++ended;
-        co_await fn::onPool([] { throw fn::RuntimeException("failed"); });
-    };
-    loop->post([&] { await().then([] { ADD_FAILURE(); }, [&](const std::exception_ptr&) { ++ended; }); });
-    EXPECT_TRUE(test::runUntil(*loop, [&] { return ended == 2; }));
 }
 
 } // namespace

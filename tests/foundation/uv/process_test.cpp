@@ -1,7 +1,7 @@
 // What can break here: an exit not reported, a zombie, descriptors that leak into children.
 #include "base/auto_ptr.h"
 #include "base/exceptions.h"
-#include "foundation/uv/process.h"
+#include "foundation/uv/run_process.h"
 #include "support/child_process.h"
 #include "support/run_until.h"
 #include <csignal>
@@ -73,6 +73,19 @@ TEST_F(ProcessTest, AReleasedOneIsReapedAndItsCallbackForgottenAndOneThatOutlive
     EXPECT_EQ(::kill(pid, SIGKILL), 0);
     EXPECT_EQ(test::awaitEnd(pid), 128 + SIGKILL);
     EXPECT_TRUE(exits.empty());
+}
+
+TEST_F(ProcessTest, OneThatIsAwaitedTellsItsEndAndEndsWhenNobodyWaitsAnyMore)
+{
+    fn::uv::ProcessExit exit;
+    std::exception_ptr failure;
+    loop->post([&] {
+        fn::uv::runProcess(*loop, {}).then([](auto&&) {}, [&](auto&& missing) { failure = missing; });
+        fn::uv::runProcess(*loop, shell("exec sleep 60")).cancel();
+        fn::uv::runProcess(*loop, shell("exit 3")).then([&](auto&& end) { exit = end; });
+    });
+    EXPECT_TRUE(runUntil(*loop, [&] { return exit.status == 3 && failure; }));
+    EXPECT_TRUE(Process::awaitAll(*loop, fn::Duration::seconds(20)));
 }
 
 TEST_F(ProcessTest, AChildInheritsItsThreeStreamsAndNothingElse)
