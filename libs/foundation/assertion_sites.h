@@ -67,6 +67,8 @@ inline constexpr AssertionSite workerHoldsObject { "libs/core/ipc/dispatcher", 2
     "count != ref->second.end()" };
 inline constexpr AssertionSite workerHoldsAsMany { "libs/core/ipc/dispatcher", 236, "onReferenceRelease",
     "count->second >= usageCount" };
+inline constexpr AssertionSite moduleEndsItsScope { "libs/core/ipc/module", 1, "~Module",
+    "A module's scope ends before the members of the derived class" };
 inline constexpr AssertionSite moduleRunsOnce { "libs/core/ipc/module_manager", 52, "launch", "!_process" };
 inline constexpr AssertionSite instanceHasReference { "libs/core/ipc/object", 15, "replaceInstanesWithReferences",
     "o->localReference()" };

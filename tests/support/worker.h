@@ -66,6 +66,7 @@ public:
     std::vector<Call> calls;
     std::function<void(const Call&)> answer; ///< Default: "echo" gives the argument back, others wait.
     static inline int alive = 0;
+    int cancelled = 0; ///< Calls.
 
     using CallableObjectInstance::broadcastEvent;
     using CallableObjectInstance::sendError;
@@ -78,6 +79,7 @@ protected:
         return fn::makeAuto<ServiceReference>(initializer);
     }
     void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override;
+    void onMethodCallCancelled(const CallContext&) override { ++cancelled; }
 };
 
 /// What became of a promise. A promise that settles after the test has let go of it is no harm.

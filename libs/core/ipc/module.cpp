@@ -1,5 +1,6 @@
 #include "core/ipc/module.h"
 #include "core/ipc/registry.h"
+#include "foundation/assertion.h"
 #include "foundation/run_loop.h"
 #include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
@@ -26,10 +27,15 @@ Module::Module(const ModuleInitData& data)
     _worker.connect();
 }
 
-Module::~Module() { leaveMessageBus(); }
+Module::~Module()
+{
+    (void)FN_ASSERT(_scope.hasEnded() || _scope.isEmpty(), fn::sites::moduleEndsItsScope);
+    leaveMessageBus();
+}
 
 void Module::close(folly::Function<void()> closed)
 {
+    end();
     leaveMessageBus();
     _worker.close(std::move(closed));
 }

@@ -2,6 +2,7 @@
 #include "base/string.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/worker/worker.h"
+#include "foundation/coroutine/scope.h"
 #include <folly/Function.h>
 #include <list>
 #include <memory>
@@ -41,7 +42,9 @@ private:
 /// processes; then it is *connected*. In a process without the hub one module makes the bus for all modules. When that
 /// module ends, another one makes a new bus; until that is ready, posted messages stay in the process.
 ///
-/// Everything runs on the thread of the default run loop. Whoever runs a module ends it with `endModule()` (run_module.h).
+/// Everything runs on the thread of the default run loop. Whoever runs a module ends it with `endModule()` (run_module.h), which ends
+/// the scope of the module first, while all members of the derived class are there. Code that destroys a module in another way calls
+/// `end()` before; the destructor reports a scope with work or handles in it as a broken invariant.
 class FN_EXPORT Module : public Worker::Delegate {
 public:
     explicit Module(const ModuleInitData& data); ///< Starts connecting.
@@ -50,6 +53,10 @@ public:
     ~Module() override;
 
     Worker& worker() { return _worker; }
+
+    /// The owner of the module's coroutines, connections and timers. Calls that its coroutines await are cancelled at its end.
+    fn::Scope& scope() { return _scope; }
+    void end() { _scope.end(); } ///< Ends the scope; `fn::RuntimeException` inside one of its own coroutines.
 
     /// Runs the default run loop unless this thread already runs one (a module in the main process lives in that one).
     virtual void run();
@@ -96,6 +103,7 @@ private:
     fn::AutoPtr<MessageBus> _messageBus; // Set only in the module that made the process's bus.
     const bool _hasOwnProcess;
     bool _connected = false;
+    fn::Scope _scope; // The last member: it uses the worker.
 };
 
 } // namespace ipc

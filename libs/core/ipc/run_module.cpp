@@ -1,4 +1,5 @@
 #include "core/ipc/run_module.h"
+#include "base/exceptions.h"
 #include "foundation/system/process_local.h"
 #include <vector>
 
@@ -37,6 +38,10 @@ struct LastTurns final : fn::RefCountedObject {
 
 void endModule(std::unique_ptr<Module> module)
 {
+    if (module->scope().isInside()) {
+        internal::keepModule(std::move(module));
+        throw fn::RuntimeException("A module can not be ended inside one of its own coroutines");
+    }
     auto& loop = fn::RunLoop::defaultLoop();
     const auto last = fn::makeAuto<LastTurns>();
     fn::Handle bound;

@@ -5,10 +5,12 @@
 
 namespace ipc {
 
-/// Ends a module when the default loop has stopped: closes the module's worker while the module exists (pending calls are
-/// rejected, death signals fire, instances that others held are let go), runs the loop for the tasks that this posts, and
-/// destroys the module. Takes a few milliseconds, 200 at most if the dispatcher hangs; waits for no other I/O and no timers.
+/// Ends a module when the default loop has stopped: ends the module's scope (calls awaited in it are cancelled), closes the module's
+/// worker while the module exists (other pending calls are rejected, death signals fire, instances that others held are let go),
+/// runs the loop for the tasks that this posts, and destroys the module. Takes a few milliseconds, 200 at most if the dispatcher hangs; waits for no other I/O and no timers.
 /// Inside a running loop it runs the loop once more; if other code stops the loop meanwhile, the outer run ends, too.
+///
+/// Inside a coroutine of the module's own scope: `fn::RuntimeException`, and the module goes on until `endModules()`.
 FN_EXPORT void endModule(std::unique_ptr<Module> module);
 
 namespace internal {

@@ -54,6 +54,10 @@ public:
     /// Ends connections and handles and does what `cancel()` does, for good; who waits for `finished()` is told by a task.
     void end();
     bool hasEnded() const noexcept { return _hasEnded; }
+    bool isEmpty() const noexcept { return !_newest && _handles.empty(); } ///< Whether there is nothing that would end.
+
+    /// Whether one of the scope's own coroutines, or one that they await, runs now: the scope can not end here.
+    bool isInside() const noexcept;
 
 private:
     class WorkBase;
@@ -75,7 +79,6 @@ private:
     void workFailed(std::exception_ptr failure, const std::source_location* place);
     void workEnded();
     void refuseInside() const;
-    bool isInside() const noexcept;
     void cancelWork();
     void endNow();
 

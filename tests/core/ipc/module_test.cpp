@@ -2,6 +2,7 @@
 // started twice or never, a module told too early, twice or not at all, one that goes while its start is pending and takes the
 // others with it.
 #include "core/ipc/run_module.h"
+#include "foundation/coroutine/next.h"
 #include "support/hub.h"
 #include "support/worker.h"
 #include <gtest/gtest.h>
@@ -51,7 +52,37 @@ protected:
     std::vector<std::string> told;
 };
 
+fn::Promise<void> callWhenTold(ipc::Module& module)
+{
+    const auto [name, method] = co_await fn::next(fn::MessageBus::instance().onMessage("test.call"));
+    const auto service =
+        co_await module.worker().registry()->getInstance<test::ServiceReference>(fn::Duration::seconds(20));
+    co_await service->callMethod(method.string());
+}
+
 } // namespace
+
+TEST_F(ModuleTest, ItsScopeEndsBeforeItsMembersAndCancelsTheCallsThatAreAwaitedThere)
+{
+    test::Client other(loop, hub.pipeName);
+    ASSERT_TRUE(test::runUntil(loop, [&] { return other.isConnected(); }));
+    const auto service = fn::makeAuto<test::Service>(*other.worker);
+    auto ending = module("ending");
+    awaitTold(1);
+    loop.post([&] {
+        other.worker->registry()->registerObject(service, 0);
+        ending->scope().start(callWhenTold(*ending));
+        ending->scope().start([&]() -> fn::Promise<void> {
+            EXPECT_THROW(ipc::endModule(std::move(ending)), fn::RuntimeException);
+            co_return;
+        });
+        fn::MessageBus::instance().postMessage("test.call", "wait");
+    });
+    ASSERT_TRUE(test::runUntil(loop, [&] { return service->calls.size() == 1; }));
+    EXPECT_FALSE(ending);
+    ipc::endModules(); // A scope that ends too late is reported.
+    EXPECT_TRUE(test::runUntil(loop, [&] { return service->cancelled == 1; }));
+}
 
 TEST_F(ModuleTest, TheBusBringsWhatWasPostedBeforeAndStaysForTheOthersWhenTheModuleThatStartedItEnds)
 {
