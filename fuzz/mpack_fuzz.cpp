@@ -1,9 +1,10 @@
-// Any bytes as MessagePack. Read in one piece and byte by byte they give the same value or the same error; what is read
-// comes back from its own encoding; and no announced size makes the reader allocate more than the bytes can fill.
+// Any bytes as MessagePack. Read in one piece and byte by byte they give the same value or the same error; who passes over them
+// passes what is read; what is read comes back from its own encoding; and no announced size makes the reader allocate more than the bytes can fill.
 #include "base/exceptions.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
+#include "foundation/mpack/reader.h"
 #include "foundation/mpack/serializer.h"
 #include <algorithm>
 #include <cstdlib>
@@ -97,6 +98,18 @@ Result decode(fn::InputStream& stream)
     }
 }
 
+/// The number of bytes that a reader passes; 0 where it fails.
+std::size_t pass(const std::uint8_t* data, std::size_t size)
+{
+    fn::mpack::Reader reader({ data, size });
+    try {
+        reader.skip();
+        return reader.offset();
+    } catch (const fn::mpack::MismatchException&) {
+        return 0;
+    }
+}
+
 fn::ByteArray encode(const fn::Value& value)
 {
     Hook hook;
@@ -115,11 +128,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     largestAllocation = 64 * 1024 + 64 * size;
     fn::MemoryInputStream whole(fn::ByteArray(data, size));
     const auto result = decode(whole);
+    const auto passed = pass(data, size);
     Trickle trickle(data, size);
     const auto again = decode(trickle);
     if (const auto* value = std::get_if<fn::Value>(&result)) {
         require(std::holds_alternative<fn::Value>(again) && std::get<fn::Value>(again) == *value);
-        require(whole.position() == trickle.position());
+        require(whole.position() == trickle.position() && whole.position() == passed);
         value->toString();
         const auto encoded = encode(*value);
         largestAllocation = 64 * 1024 + 64 * encoded.size();

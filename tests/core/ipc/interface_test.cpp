@@ -2,6 +2,8 @@
 // an error that does not say what was wrong, a property of which a change is lost or told twice, a call that outlives its service.
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
+#include "core/services/fraction.h"
+#include "foundation/io/byte_array_output_stream.h"
 #include "hub_fixture.h"
 #include <gmock/gmock.h>
 
@@ -151,6 +153,52 @@ TEST_F(InterfaceTest, CallsAndEventsTakeTheTypesTheyDeclare)
         EXPECT_EQ(failure([&] { return desk->grow(box, 0); }), "RangeException: by nothing");
         result([&] { return desk->nothing(); });
     }
+}
+
+TEST_F(InterfaceTest, EachTypeTravelsAsItsFormAndComesBack)
+{
+    auto& host = owner->worker->objectHost();
+    const auto expect = [&]<typename T>(const T& value, const Value& form) {
+        ipc::EncodedPayload bytes;
+        fn::ByteArrayOutputStream stream(bytes.bytes);
+        ipc::PayloadWriter writer(stream, host);
+        ipc::Codec<T>::write(writer, value);
+        stream.flush();
+        EXPECT_EQ(ipc::PayloadReader(host, bytes).readAll(), form);
+        ipc::PayloadReader reader(host, bytes);
+        T back {};
+        ipc::Codec<T>::read(reader, back);
+        EXPECT_TRUE(back == value) << ipc::Codec<T>::type() << " " << form;
+        for (std::size_t size = 0; size < bytes.bytes.size(); ++size) {
+            const ipc::EncodedPayload cut { bytes.bytes.slice(0, size), {} };
+            ipc::PayloadReader cutReader(host, cut);
+            EXPECT_ANY_THROW(ipc::Codec<T>::read(cutReader, back)) << ipc::Codec<T>::type();
+        }
+    };
+    expect(std::int8_t(-128), -128);
+    expect(std::uint64_t(UINT64_MAX), UINT64_MAX);
+    expect(std::int64_t(INT64_MIN), INT64_MIN);
+    expect(std::uint16_t(65535), 65535);
+    expect(true, true);
+    expect(-2.5, -2.5);
+    expect(0.5f, 0.5);
+    expect(fn::String(std::string(300, 'x')), std::string(300, 'x'));
+    expect(std::string("text"), "text");
+    expect(fn::ByteArray("bytes"), fn::ByteArray("bytes"));
+    expect(std::optional<int>(), {});
+    expect(std::optional<int>(3), 3);
+    expect(std::vector<std::optional<int>> { 1, {} }, Value::array({ 1, {} }));
+    expect(std::array<int, 2> { 1, 2 }, Value::array({ 1, 2 }));
+    expect(std::map<int, fn::String> { { 1, "a" } }, Value::map({ { 1, "a" } }));
+    expect(std::set<int> { 2, 1 }, Value::array({ 1, 2 }));
+    expect(std::pair(1, fn::String("b")), Value::array({ 1, "b" }));
+    expect(std::tuple(1, true, 2.0), Value::array({ 1, true, 2.0 }));
+    expect(std::variant<int, fn::String>("b"), Value::array({ 1, "b" }));
+    expect(fn::Duration::seconds(2), 2'000'000);
+    expect(std::chrono::milliseconds(-3), -3'000);
+    expect(fn::Timestamp(1'000'001), fn::Timestamp(1'000'001));
+    expect(Colour::green, "green");
+    expect(Value::map({ { "any", core::Fraction(1, 3) } }), Value::map({ { "any", core::Fraction(1, 3) } }));
 }
 
 TEST_F(InterfaceTest, ObjectsGoBothWays)

@@ -70,6 +70,7 @@ void PayloadReader::finish()
 
 fn::Value PayloadReader::readValue()
 {
+    if (isAtEnd()) fail("a value");
     const auto rest = bytes().subspan(offset());
     const auto begin = owner() ? static_cast<std::size_t>(rest.data() - owner()->data()) : 0;
     auto stream = owner() ? fn::MemoryInputStream(owner()->slice(begin, rest.size()))
@@ -78,12 +79,12 @@ fn::Value PayloadReader::readValue()
     deserializer.setMaxValues(valuesLeft());
     auto value = deserializer.deserialize();
     setOffset(offset() + stream.position());
-    return value ? std::move(*value) : fn::Value();
+    return std::move(*value);
 }
 
 fn::Value PayloadReader::readAll()
 {
-    auto value = readValue();
+    auto value = isAtEnd() ? fn::Value() : readValue();
     if (!isAtEnd()) throw fn::DataFormatException(fmt::format("{} bytes behind a payload", bytes().size() - offset()));
     finish();
     return value;
