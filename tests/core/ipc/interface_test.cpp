@@ -321,7 +321,7 @@ TEST_F(InterfaceTest, ARemoteFindsTheNextObjectOfItsClass)
     owner->worker->stop();
     settle();
     EXPECT_EQ(gone, 1);
-    EXPECT_EQ(failure([&] { return once; }).view().substr(0, 19), "ObjectDeadException");
+    EXPECT_EQ(failure([&] { return once; }), "ObjectDeadException: typed::Desk.later: the object's worker has gone");
     EXPECT_TRUE(again.isPending());
 
     fn::Promise<fn::String> waits;

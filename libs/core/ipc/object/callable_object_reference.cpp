@@ -8,11 +8,6 @@
 namespace ipc {
 namespace {
 
-std::exception_ptr objectDead()
-{
-    return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
-}
-
 /// Attaches the call's name to the exception, for the log.
 std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, const fn::String& method)
 {
@@ -24,6 +19,12 @@ std::exception_ptr named(std::exception_ptr failure, const ObjectReference& refe
     } catch (...) {
     }
     return failure;
+}
+
+std::exception_ptr objectDead(const ObjectReference& reference, const fn::String& method)
+{
+    const auto text = fmt::format("{}.{}: the object's worker has gone", reference.className(), method);
+    return named(std::make_exception_ptr(ObjectDeadException(text)), reference, method);
 }
 
 /// The promise of a call whose result is any value.
@@ -70,7 +71,7 @@ CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {
-    if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
+    if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead(*this, name));
     const auto call = fn::makeAuto<ValueCall>(name);
     addCall(call);
     const fn::Promise<fn::Value> promise(call);
@@ -93,7 +94,7 @@ fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& nam
 void CallableObjectReference::startCall(
     const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
-    if (dead() || !hasWorker()) return call->reject(named(objectDead(), *this, call->method()));
+    if (dead() || !hasWorker()) return call->reject(objectDead(*this, call->method()));
     addCall(call);
     const auto requestId = call->requestId();
     try {
@@ -222,7 +223,7 @@ void CallableObjectReference::rejectPendingCalls()
         if (auto callback = std::exchange(ended.call->_onObjectDead, {}))
             callback();
         else
-            ended.call->reject(objectDead());
+            ended.call->reject(objectDead(*this, ended.call->method()));
     }
 }
 
