@@ -131,6 +131,12 @@ def bytes_written(process):
         return next(int(line.split()[1]) for line in file if line.startswith("wchar:"))
 
 
+def processor_time(process):
+    """Seconds of its main thread so far."""
+    with open(f"/proc/{process.pid}/schedstat") as file:
+        return int(file.read().split()[0]) / 1e9
+
+
 def memory(process):
     """PSS and private dirty memory in KiB, once two looks in a row see the same."""
     before = None

@@ -3,10 +3,11 @@
 library? And beside other ways between processes? Started by scripts/bench."""
 
 import subprocess
+import sys
 
 from command import Progress, add_plan, begin, parser, run, write_json
-from scenarios import SCENARIOS, Timing
-from systems import PEERS, SYSTEMS, Floor, Ours
+from scenarios import SCENARIOS, TYPED_SCENARIOS, Timing
+from systems import PEERS, SYSTEMS, TYPED, Floor, Ours
 from tables import goal_rows, heading, markdown, peer_tables, ratio, spread, verdicts
 
 PEER_SCENARIOS = ("latency", "calls-100", "calls-1000", "large", "events", "memory")
@@ -19,8 +20,12 @@ PLANS = {  # Repeats, and seconds of each measurement.
 
 
 def arguments():
+    typed = "--typed" in sys.argv
+    scenarios = TYPED_SCENARIOS if typed else SCENARIOS
     known = parser("scripts/bench", __doc__)
-    add_plan(known, SCENARIOS, "every scenario once")
+    add_plan(known, scenarios, "every scenario once")
+    known.add_argument("--typed", action="store_true", help="interfaces as C++ types beside values packed and unpacked by hand")
+    known.add_argument("--before", metavar="FOLDER", help="with --typed: also the programs of an older revision")
     known.add_argument("--peers", action="store_true", help="beside what others offer between processes; first: scripts/setup peers")
     known.add_argument("--systems", metavar="NAME,...", help="what to compare; ours is always the first (default: "
                        + ",".join(system.name for system in SYSTEMS) + "; with --peers these for calls and "
@@ -28,13 +33,16 @@ def arguments():
     options = known.parse_args()
     candidates = [system for system in SYSTEMS if not options.peers or isinstance(system, (Ours, Floor))]
     candidates += PEERS if options.peers else []
+    if typed:
+        TYPED[-1].folder = options.before
+        candidates = TYPED if options.before else TYPED[:-1]
     if options.systems:
         wanted = set(options.systems.split(","))
         if unknown := wanted - {system.name for system in candidates}:
             known.error("no such system: " + ", ".join(sorted(unknown)))
         candidates = [system for system in candidates if system.name in wanted]
     options.systems = candidates
-    options.scenarios = [scenario for scenario in SCENARIOS if scenario in options.scenarios or not options.scenarios]
+    options.scenarios = [scenario for scenario in scenarios if scenario in options.scenarios or not options.scenarios]
     if options.peers:
         options.scenarios = [scenario for scenario in options.scenarios if scenario.name in PEER_SCENARIOS]
     return options

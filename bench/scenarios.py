@@ -66,12 +66,13 @@ class HubScenario:
 class Calls(HubScenario):
     """One caller, one owner, so many calls in flight."""
 
-    def __init__(self, name, metrics, window, argument_bytes=16, timed=False):
+    def __init__(self, name, metrics, window, argument_bytes=16, timed=False, **more):
         self.name = name
         self.metrics = metrics
         self.frames_like = name if argument_bytes != 16 else "latency"
         self._argument_bytes = argument_bytes
-        self._parameters = {"window": window, "argument_bytes": argument_bytes, "result_bytes": 16, "timed": int(timed)}
+        self._parameters = {"window": window, "argument_bytes": argument_bytes, "result_bytes": 16, "timed": int(timed),
+                            "records": 0, **more}
 
     def run(self, system, timing, frames):
         with Stage(system, self.name) as stage:
@@ -91,7 +92,9 @@ class Calls(HubScenario):
         stage.start("hub")
         owner = stage.start("owner", **parameters)
         caller = stage.start("caller", **parameters)
-        return processes.report(caller, timing.limit), caller, owner
+        result = processes.report(caller, timing.limit)
+        result["processor_us"] = 1e6 * (processes.processor_time(caller) + processes.processor_time(owner)) / result["calls"]
+        return result, caller, owner
 
 
 class Events(HubScenario):
@@ -119,9 +122,12 @@ class Events(HubScenario):
         publisher = stage.start("publisher", **parameters)
         subscribers = [stage.start("subscriber", index=i, **parameters) for i in range(self._subscribers)]
         result = processes.report(publisher, timing.limit)
+        result["publisher_us"] = 1e6 * processes.processor_time(publisher) / result["published"]
         counts = [processes.report(subscriber, PATIENCE)["events"] for subscriber in subscribers]
         if any(count != result["published"] for count in counts):
             raise BenchError(f"{result['published']} events published, {counts} received")
+        times = [processes.processor_time(subscriber) for subscriber in subscribers]
+        result["subscriber_us"] = 1e6 * sum(times) / sum(counts)
         return result, publisher
 
 
@@ -148,16 +154,17 @@ class Local(HubScenario):
 
     plays = "local"
 
-    def __init__(self, name, metrics):
+    def __init__(self, name, metrics, **more):
         self.name = name
         self.metrics = metrics
+        self._parameters = {"window": 1, "timed": 0, "argument_bytes": 16, "result_bytes": 16, "records": 0, **more}
 
     def run(self, system, timing, frames):
         with Stage(system, self.name) as stage:
             stage.start("hub")
-            caller = stage.start("local", window=1, timed=0, argument_bytes=16, result_bytes=16, **timing.parameters())
+            caller = stage.start("local", **self._parameters, **timing.parameters())
             result = processes.report(caller, timing.limit)
-        return {"nanoseconds": 1e9 / result["rate"]}
+            return {"nanoseconds": 1e9 / result["rate"], "processor_ns": 1e9 * processes.processor_time(caller) / result["calls"]}
 
 
 class Logging:
@@ -212,3 +219,39 @@ SCENARIOS = [
         Metric("written", "line written, 1 thread", "ns", at_most(1, "spdlog")),
         Metric("written_by_4", "line written, 4 threads", "ns", at_most(1, "spdlog"))]),
 ]
+
+
+# Interfaces as C++ types beside values that are packed and unpacked by hand, which is what the other systems here do. "before" is an
+# older revision.
+def typed_calls(name, metric, **parameters):
+    scenario = Calls(name, [metric, Metric("processor_us", "... processor time of caller and owner", "us")], timed=parameters["window"] == 1,
+                     **parameters)
+    scenario.frames_like = None
+    return scenario
+
+
+def in_flight(what, factor):
+    return Metric("rate", f"1000 calls in flight, {what}", "calls/s", at_least(factor, "before"))
+
+
+def typed_local(name, label, **parameters):
+    return Local(name, [Metric("nanoseconds", label, "ns", at_most(0.7, "untyped")), Metric("processor_ns", "... processor time", "ns")],
+                 **parameters)
+
+
+TYPED_SCENARIOS = [
+    typed_calls("latency", Metric("median_us", "one call at a time", "us", at_most(1, "untyped")), window=1, awaits=0),
+    typed_calls("latency-record", Metric("median_us", "one call at a time, record", "us", at_most(1, "untyped")), window=1, awaits=0,
+                records=1),
+    typed_calls("calls-1000", in_flight("then()", 1.4), window=1000, awaits=0),
+    typed_calls("awaited-1000", in_flight("co_await", 1.3), window=1000, awaits=1),
+    typed_calls("records-1000", in_flight("record", 1.8), window=1000, awaits=0, records=1),
+    typed_calls("awaited-records-1000", in_flight("record, co_await", 1.8), window=1000, awaits=1, records=1),
+    typed_local("local", "local reference", awaits=0),
+    typed_local("local-record", "local reference, record", awaits=0, records=1),
+    Events("events", subscribers=8, event_bytes=64, window=1024, metrics=[
+        Metric("rate", "1 publisher to 8 subscribers", "events/s"),
+        Metric("publisher_us", "... processor time of the publisher, an event", "us", at_most(0.85, "untyped")),
+        Metric("subscriber_us", "... and of a subscriber", "us", at_most(0.85, "untyped"))]),
+]
+TYPED_SCENARIOS[-1].frames_like = None

@@ -101,8 +101,19 @@ class Direct(Peer):
         return role in ("owner", "idle", "publisher")
 
 
+class Before(Ours):
+    """Our programs of an older revision."""
+
+    def configure(self, programs):
+        self._programs = self.folder
+
+    def environment(self, directory):
+        """The programs would load the libraries of the tree that they were built in, which may be another revision by now."""
+        return {**super().environment(directory), "LD_LIBRARY_PATH": os.path.join(self.folder, "..", "lib")}
+
+
 SYSTEMS = [
-    Ours("ours", "core", "bench_ours"),
+    Ours("ours", "core", "bench_ours", typed=0),
     Floor("F1", "libuv relay, each frame written by itself", "bench_floor", mode="each"),
     Floor("F2", "libuv relay, one write a loop iteration", "bench_floor", mode="coalesced"),
     Logger("spdlog", "spdlog, flushing each line", "bench_spdlog"),
@@ -118,4 +129,11 @@ PEERS = [
     Direct("gRPC", "gRPC, direct", "bench_grpc", ("libgrpc++1.51",)),
     Direct("Ice", "ZeroC Ice, direct over TCP on the loopback", "bench_ice", ("libzeroc-ice3.7",)),
     Direct("Qt RO", "Qt Remote Objects, direct", "bench_qt", ("libqt6remoteobjects6",)),
+]
+
+# With --typed: the first one beside the others; "before" where its folder is named.
+TYPED = [
+    Ours("typed", "interfaces as C++ types", "bench_ours", typed=1),
+    Ours("untyped", "values packed and unpacked by hand", "bench_ours", typed=0),
+    Before("before", "the same in an older revision", "bench_ours", typed=0),
 ]

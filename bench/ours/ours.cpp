@@ -1,58 +1,27 @@
 // Our side: what a developer would write for these jobs, against the public interface.
 #include "core/ipc/object/callable_object_instance.h"
 #include "core/ipc/object/callable_object_reference.h"
-#include "core/ipc/registry.h"
-#include "core/ipc/worker/worker.h"
 #include "driver/call_load.h"
 #include "driver/event_load.h"
 #include "driver/roles.h"
-#include "foundation/uv/loop.h"
 #include "ours/logger.h"
-#include "ours/stamped.h"
-#include <functional>
+#include "ours/participant.h"
+#include "ours/record.h"
+#include "ours/typed.h"
 
 namespace bench::ours { // Not unnamed: the names of reference classes travel on the wire.
 
-/// A process at the hub.
-class Participant final : ipc::Worker::Delegate {
-public:
-    explicit Participant(const Options& options)
-        : _worker(*this, _loop, fn::String(options.text("address")), fn::String(options.role()), {}, false)
-    {
-    }
+fn::Value valueOf(const Record& record)
+{
+    return fn::Value::map({ { "number", record.number }, { "check", record.check }, { "name", record.name },
+        { "width", record.width }, { "height", record.height }, { "scale", record.scale } });
+}
 
-    ipc::Worker& worker() { return _worker; }
-
-    /// Runs for the life of the process.
-    void run(std::function<void()> onConnected)
-    {
-        _onConnected = std::move(onConnected);
-        _worker.connect();
-        _loop.run();
-    }
-
-    /// Finds the object of that class and hands it over once.
-    template <typename T> void find(std::function<void(const fn::AutoPtr<T>&)> onFound)
-    {
-        _worker.registerObjectReferenceClass<T>();
-        _worker.registry()
-            ->template getInstance<T>(fn::Duration::seconds(10))
-            .then(std::move(onFound), failing("getInstance"));
-    }
-
-    void publish(const fn::AutoPtr<ipc::ObjectInstance>& instance)
-    {
-        _worker.registry()->registerObject(instance, 0).then([] { announceReady(); }, failing("registerObject"));
-    }
-
-private:
-    void workerDidConnect(ipc::Worker&) override { _onConnected(); }
-    void aboutToQuit(ipc::Worker&) override { fail("the hub has gone"); }
-
-    fn::uv::Loop _loop;
-    ipc::Worker _worker;
-    std::function<void()> _onConnected;
-};
+Record recordIn(const fn::Value& value)
+{
+    return { value.at("number").to<std::uint64_t>(), value.at("check").to<std::uint64_t>(), value.at("name").asString(),
+        value.at("width").to<std::uint32_t>(), value.at("height").to<std::uint32_t>(), value.at("scale").toDouble() };
+}
 
 class EchoReference final : public ipc::CallableObjectReference {
 public:
@@ -73,9 +42,12 @@ protected:
         return fn::makeAuto<EchoReference>(initializer);
     }
 
-    void onMethodCall(const CallContext& context, const fn::String&, const fn::Value& argument) override
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override
     {
-        sendResult(context, stamped(answerTo(readStamp(argument.byteArray().bytes())), _resultBytes));
+        if (name == "echoRecord")
+            sendResult(context, valueOf(recordOf(answerTo(numberOf(recordIn(argument))))));
+        else
+            sendResult(context, stamped(answerTo(readStamp(argument.byteArray().bytes())), _resultBytes));
     }
 
 private:
@@ -122,6 +94,7 @@ class Caller {
 public:
     explicit Caller(const Options& options)
         : _argumentBytes(options.count("argument_bytes")),
+          _sendsRecords(options.count("records") != 0),
           _load(options, [this](std::uint64_t number) { call(number); })
     {
     }
@@ -136,16 +109,19 @@ public:
 private:
     void call(std::uint64_t number)
     {
-        _echo->callMethod("echo", stamped(number, _argumentBytes))
-            .then(
-                [this, number](const fn::Value& result) {
-                    if (readStamp(result.byteArray().bytes()) != answerTo(number)) fail("a wrong result arrived");
-                    _load.answered(number);
-                },
-                failing("call"));
+        const auto promise = _sendsRecords ? _echo->callMethod("echoRecord", valueOf(recordOf(number)))
+                                           : _echo->callMethod("echo", stamped(number, _argumentBytes));
+        promise.then(
+            [this, number](const fn::Value& result) {
+                const auto answer = _sendsRecords ? numberOf(recordIn(result)) : readStamp(result.byteArray().bytes());
+                if (answer != answerTo(number)) fail("a wrong result arrived");
+                _load.answered(number);
+            },
+            failing("call"));
     }
 
     const std::size_t _argumentBytes;
+    const bool _sendsRecords;
     CallLoad _load;
     fn::AutoPtr<ipc::CallableObjectReference> _echo;
 };
@@ -218,7 +194,9 @@ void runSubscriber(const Options& options)
 int main(int argc, char** argv)
 {
     using namespace bench::ours;
-    bench::play(bench::Options(argc, argv),
+    const bench::Options options(argc, argv);
+    if (options.count("typed") != 0) bench::play(options, typedRoles());
+    bench::play(options,
         { { "idle", runIdle }, { "owner", runOwner }, { "caller", runCaller }, { "local", runLocal },
             { "logger", runLogger }, { "publisher", runPublisher }, { "subscriber", runSubscriber } });
 }
