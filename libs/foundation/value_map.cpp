@@ -81,8 +81,12 @@ Value& ValueMap::operator[](const Value& key)
 
 void ValueMap::set(Value key, Value value)
 {
-    if (_size == 0 || Value::compare(firstRun()[runCount() - 1].back().key, key) < 0) {
-        addLast(std::move(key), std::move(value));
+    auto& last = _runs.empty() ? _only : _runs.back();
+    if (last.empty() || Value::compare(last.back().key, key) < 0) {
+        if (last.capacity() == 0 || last.size() == runCapacity)
+            return static_cast<void>(addLast(std::move(key), std::move(value)));
+        ++_size;
+        last.emplace_back(std::move(key), std::move(value));
         return;
     }
     const auto position = locate(key);
