@@ -26,14 +26,20 @@ bool PendingCalls::contains(std::uint32_t requestId) const { return _calls.conta
 void PendingCalls::add(fn::AutoPtr<PendingCall> call)
 {
     const auto requestId = call->requestId();
-    _calls.emplace(requestId, std::move(call));
+    if (!_spare) return static_cast<void>(_calls.emplace(requestId, std::move(call)));
+    _spare.key() = requestId;
+    _spare.mapped() = std::move(call);
+    _calls.insert(std::move(_spare));
 }
 
 EndedCall PendingCalls::take(std::uint32_t requestId)
 {
     auto taken = _calls.extract(requestId);
     if (_calls.empty() && _calls.bucket_count() > keptBuckets) _calls = {};
-    return taken ? end(std::move(taken.mapped())) : EndedCall();
+    if (!taken) return {};
+    auto ended = end(std::move(taken.mapped()));
+    _spare = std::move(taken);
+    return ended;
 }
 
 std::vector<EndedCall> PendingCalls::takeAll()

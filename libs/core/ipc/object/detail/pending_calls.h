@@ -24,7 +24,10 @@ public:
 private:
     static EndedCall end(fn::AutoPtr<PendingCall> call);
 
-    std::unordered_map<std::uint32_t, fn::AutoPtr<PendingCall>> _calls;
+    using Calls = std::unordered_map<std::uint32_t, fn::AutoPtr<PendingCall>>;
+
+    Calls _calls;
+    Calls::node_type _spare; // Of the call that ended last: mostly the next call is made when one has ended.
 };
 
 } // namespace ipc
