@@ -10,6 +10,12 @@ namespace {
 // The least size of a buffer, in bytes. Most frames are calls and answers with small arguments: they fit into one.
 constexpr std::size_t leastCapacity = 112;
 
+[[noreturn]] void throwTooLarge(std::size_t bodyBytes, std::size_t bound)
+{
+    throw fn::RangeException(
+        fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
+}
+
 } // namespace
 
 FrameOutputStream::FrameOutputStream(std::size_t expectedBytes)
@@ -18,34 +24,36 @@ FrameOutputStream::FrameOutputStream(std::size_t expectedBytes)
     _window += headerBytes;
 }
 
-std::size_t FrameOutputStream::size() const noexcept
-{
-    return _finishedBytes + (_window ? static_cast<std::size_t>(_window - _buffer.data()) : 0) - headerBytes;
-}
-
 void FrameOutputStream::startBuffer(std::size_t capacity)
 {
-    _buffer.resizeUninitialized(capacity);
-    _window = _buffer.mutableData();
-    _windowEnd = _window + capacity;
+    auto& part = _frame.next();
+    part.resizeUninitialized(capacity);
+    _window = _buffer = part.mutableData();
+    _windowEnd = _buffer + capacity;
 }
 
 void FrameOutputStream::endBuffer()
 {
     if (!_window) return;
-    _buffer.resizeUninitialized(static_cast<std::size_t>(_window - _buffer.data()));
-    _finishedBytes += _buffer.size();
-    _frame.add(std::exchange(_buffer, {}));
-    _window = _windowEnd = nullptr;
+    const auto size = static_cast<std::size_t>(_window - _buffer);
+    _frame.next().resizeUninitialized(size);
+    _frame.add();
+    _finishedBytes += size;
+    _window = _windowEnd = _buffer = nullptr;
 }
 
 void FrameOutputStream::writeSlow(const void* data, std::size_t size)
 {
     if (size == 0) return;
-    const auto used = _window ? static_cast<std::size_t>(_window - _buffer.data()) : 0;
-    startBuffer(std::max({ leastCapacity, _buffer.size() * 2, used + size }));
-    _window += used;
+    makeRoom(size);
     write(data, size);
+}
+
+void FrameOutputStream::makeRoom(std::size_t bytes)
+{
+    const auto used = static_cast<std::size_t>(_window - _buffer);
+    startBuffer(std::max({ leastCapacity, _frame.next().size() * 2, used + bytes }));
+    _window += used;
 }
 
 void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
@@ -55,8 +63,9 @@ void FrameOutputStream::writeShared(const fn::ByteArray& bytes)
         return;
     }
     endBuffer();
+    _frame.next() = bytes;
+    _frame.add();
     _finishedBytes += bytes.size();
-    _frame.add(bytes);
 }
 
 void FrameOutputStream::replace(std::size_t offset, const void* data, std::size_t size)
@@ -65,19 +74,13 @@ void FrameOutputStream::replace(std::size_t offset, const void* data, std::size_
 }
 
 /// The first byte of the frame's header.
-std::uint8_t* FrameOutputStream::begin()
-{
-    return _frame.count() == 0 ? _window - size() - headerBytes : _frame.begin();
-}
+std::uint8_t* FrameOutputStream::begin() { return _frame.count() == 0 ? _buffer : _frame.begin(); }
 
 Frame FrameOutputStream::finish(std::size_t maxBytes)
 {
     const auto bodyBytes = size();
     const auto bound = std::min<std::size_t>(maxBytes, UINT32_MAX);
-    if (bodyBytes > bound) {
-        throw fn::RangeException(
-            fmt::format("A message of {} bytes is larger than the {} bytes that its receiver takes", bodyBytes, bound));
-    }
+    if (bodyBytes > bound) throwTooLarge(bodyBytes, bound);
     auto* const header = begin();
     for (std::size_t byte = 0; byte < headerBytes; ++byte)
         header[byte] = static_cast<std::uint8_t>(bodyBytes >> (8 * byte));

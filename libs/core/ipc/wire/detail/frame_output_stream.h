@@ -13,7 +13,8 @@ class Frame {
 public:
     static constexpr std::size_t maxParts = 3; ///< The bytes before a large byte array, the array, the bytes behind it.
 
-    void add(fn::ByteArray part) { _parts[_count++] = std::move(part); }
+    fn::ByteArray& next() { return _parts[_count]; } ///< The part that `add()` will add.
+    void add() { ++_count; }
     std::span<const fn::ByteArray> parts() const noexcept { return { _parts.data(), _count }; }
     std::size_t count() const noexcept { return _count; }
     std::uint8_t* begin() { return _parts[0].mutableData(); } ///< The first part, for the maker of the frame to write.
@@ -35,9 +36,21 @@ public:
     /// `expectedBytes`: how many bytes will be copied, if known; one allocation holds them then.
     explicit FrameOutputStream(std::size_t expectedBytes = 0);
 
-    std::size_t size() const noexcept; ///< Bytes written so far.
+    /// Bytes written so far.
+    std::size_t size() const noexcept
+    {
+        return _finishedBytes + static_cast<std::size_t>(_window - _buffer) - headerBytes;
+    }
 
     void writeShared(const fn::ByteArray& bytes) override;
+
+    /// Memory for `bytes` bytes that the caller writes itself, up to the place that it gives to `wrote()`.
+    std::uint8_t* memoryFor(std::size_t bytes)
+    {
+        if (bytes > static_cast<std::size_t>(_windowEnd - _window)) makeRoom(bytes);
+        return _window;
+    }
+    void wrote(std::uint8_t* end) { _window = end; }
 
     /// Overwrites `size` written bytes at `offset` of the body, which lie before any shared array.
     void replace(std::size_t offset, const void* data, std::size_t size);
@@ -49,10 +62,11 @@ private:
     void writeSlow(const void* data, std::size_t size) override;
     std::uint8_t* begin();
     void startBuffer(std::size_t capacity);
+    void makeRoom(std::size_t bytes);
     void endBuffer();
 
-    Frame _frame;
-    fn::ByteArray _buffer; // The part being written; `_window` points into it.
+    Frame _frame; // `_window` points into its next part.
+    std::uint8_t* _buffer = nullptr; // Where the memory of that part begins; null, like `_window`, if there is none.
     std::size_t _finishedBytes = 0; // Bytes in the parts of `_frame`, the header included.
 };
 

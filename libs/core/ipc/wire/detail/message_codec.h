@@ -27,7 +27,7 @@ public:
     /// has no known field twice. If not, no other method may be called. A value that is no map is a message without fields.
     bool isValid() const { return _isValid; }
 
-    bool has(int code) const { return !_values[code].isEmpty(); }
+    bool has(int code) const { return (_known >> code & 1) != 0; }
     std::int64_t type() const; ///< `type::INVALID` if the message has no type.
 
     template <std::integral T> T integer(int code) const
@@ -43,8 +43,7 @@ public:
     fn::Value required(int code) const;
 
     /// The ids in OBJECTS, ascending, each once. The field must be there, and a map.
-    std::vector<ObjectId> objectIds() const;
-    bool mentionsObjects() const; ///< False for an empty OBJECTS in its one-byte form; else `objectIds()` must look.
+    std::vector<ObjectId> objectIds() const { return listsObjects() ? listedObjects() : std::vector<ObjectId>(); }
 
     /// The bytes in PAYLOAD, which lie in the frame. The field must be there, and hold bytes.
     fn::ByteView payloadBytes() const;
@@ -62,24 +61,32 @@ public:
     Frame forwardedFrom(WorkerId source) const;
 
 private:
-    struct Span {
-        std::uint32_t begin = 0; // Offset in the body.
-        std::uint32_t end = 0;
-        bool isEmpty() const { return begin == end; }
+    struct Place { // In the body.
+        const std::uint8_t* key;
+        const std::uint8_t* value;
+        const std::uint8_t* end;
     };
 
-    fn::ByteView bytes(Span span) const { return _body.bytes.subspan(span.begin, span.end - span.begin); }
-    fn::ByteView bytesOf(int code) const { return bytes(_values[code]); }
+    fn::ByteView bytesOf(int code) const
+    {
+        return has(code) ? fn::ByteView(_places[code].value, _places[code].end) : fn::ByteView();
+    }
+    /// False for an empty OBJECTS in its one-byte form; else somebody must look.
+    bool listsObjects() const
+    {
+        const auto objects = bytesOf(field::OBJECTS);
+        return objects.size() != 1 || objects[0] != fn::mpack::code::FixMap;
+    }
     static std::optional<std::uint64_t> plainInteger(fn::ByteView bytes);
+    std::vector<ObjectId> listedObjects() const;
+    const std::uint8_t* behindSource() const;
 
     const FrameBody _body;
     bool _isValid = false;
-    std::array<Span, field::LAST + 1> _values; // By field code.
+    std::uint32_t _known = 0; // A bit for each known field that the message has, by code.
+    std::array<Place, field::LAST + 1> _places; // Of those, by code.
     std::uint32_t _fieldCount = 0; // Entries of the map, unknown ones included.
-    std::uint32_t _fields = 0; // Offset of the first entry.
-    Span _source; // The sender's own SOURCE_WORKER_ID, key included, which is not forwarded.
-    // Offset of the first known field with a greater code: there the hub writes its SOURCE_WORKER_ID.
-    std::uint32_t _behindSource = 0;
+    const std::uint8_t* _fields = nullptr; // The first entry.
 };
 
 struct MessageField {
