@@ -5,8 +5,6 @@
 #include "core/ipc/object/payload_writer.h"
 #include "core/ipc/wire/detail/extension_data.h"
 #include "core/ipc/wire/detail/message_codec.h"
-#include "core/services/fraction.h"
-#include "core/services/typed_byte_array.h"
 #include "foundation/assertion.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
@@ -119,14 +117,9 @@ fn::Value PayloadReader::deserializeValue(std::int8_t type, std::uint32_t size, 
 
 fn::Value PayloadReader::decodeExtension(std::int8_t type, std::uint32_t size, fn::InputStream& stream)
 {
-    switch (type) {
-    case extension::OBJECT:
-        if (!FN_ASSERT(size == sizeof(ObjectId), fn::sites::objectIdHasItsSize)) return {};
-        return decodeObject(readObjectId(stream));
-    case extension::FRACTION: return core::Fraction::deserialize(stream);
-    case extension::TYPED_BYTE_ARRAY: return core::TypedByteArray::deserialize(stream);
-    default: return {};
-    }
+    if (type != extension::OBJECT) return readPlainExtension(type, stream);
+    if (!FN_ASSERT(size == sizeof(ObjectId), fn::sites::objectIdHasItsSize)) return {};
+    return decodeObject(readObjectId(stream));
 }
 
 fn::AutoPtr<ObjectReference> PayloadReader::decodeObject(ObjectId objectId)

@@ -2,8 +2,6 @@
 #include "base/exceptions.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/wire/detail/extension_data.h"
-#include "core/services/fraction.h"
-#include "core/services/typed_byte_array.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include "foundation/value_map.h"
@@ -34,14 +32,9 @@ class DumpDeserializer final : public fn::mpack::ValueDeserializer {
 public:
     fn::Value deserializeValue(std::int8_t type, std::uint32_t size, fn::InputStream& stream) override
     {
-        switch (type) {
-        case extension::OBJECT:
-            if (size != sizeof(ObjectId)) return {};
-            return fn::AutoPtr<ObjectPlaceholder>(new ObjectPlaceholder(readObjectId(stream)));
-        case extension::FRACTION: return core::Fraction::deserialize(stream);
-        case extension::TYPED_BYTE_ARRAY: return core::TypedByteArray::deserialize(stream);
-        default: return {};
-        }
+        if (type != extension::OBJECT) return readPlainExtension(type, stream);
+        if (size != sizeof(ObjectId)) return {};
+        return fn::AutoPtr<ObjectPlaceholder>(new ObjectPlaceholder(readObjectId(stream)));
     }
 };
 
