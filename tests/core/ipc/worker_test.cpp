@@ -137,6 +137,18 @@ TEST_F(WorkerTest, AReceiverMayDestroyTheWorkerThatCallsIt)
     }
 }
 
+TEST_F(WorkerTest, CloseTellsOfTheClosedPipeAlsoBehindStop)
+{
+    std::string order;
+    loop.post([&] {
+        worker->worker->stop();
+        worker->worker->close([&] { order += "closed"; });
+        loop.post([&] { order += "next turn, "; }); // Too early for the hub to have answered.
+    });
+    settle();
+    EXPECT_EQ(order, "next turn, closed");
+}
+
 TEST_F(WorkerTest, AHubThatSaysNonsenseIsReportedAndServed)
 {
     const fn::String name = "\\\\.\\pipe\\worker-test-" + std::to_string(::getpid());

@@ -131,8 +131,8 @@ void Worker::stop()
 void Worker::close(folly::Function<void()> closed)
 {
     _lifetime.end();
-    if (_link->pipe && _state != State::Ended)
-        closePipe(std::move(closed));
+    if (_link->pipe && !_link->pipe->isClosed() && _objectManager->isAlive())
+        closePipe(std::move(closed)); // Also where `stop()` has begun to, for which nobody waits.
     else if (closed)
         _loop.post(std::move(closed));
     endConnection();
