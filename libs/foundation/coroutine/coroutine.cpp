@@ -31,7 +31,7 @@ void Coroutine::await(PromiseNodeBase& node, PromiseHandlerBase& awaiter)
         destroyFrame();
         return;
     }
-    _isOnStack = false;
+    if (std::exchange(_isOnStack, false)) exchangeContext();
     _node.linkUpstream(node);
     node.await(awaiter);
 }
@@ -44,6 +44,7 @@ void Coroutine::resume()
         coroutine->_node.unlinkUpstream();
         coroutine->_isOnStack = true;
         coroutine->_resumed = &next;
+        coroutine->exchangeContext();
         coroutine->_frame.resume();
     }
 }
@@ -64,13 +65,16 @@ void Coroutine::finish()
 AutoPtr<PromiseNodeBase> Coroutine::destroyFrame()
 {
     auto node = AutoPtr<PromiseNodeBase>::adopt(&_node); // Its own reference.
-    _isOnStack = true; // It can not be destroyed once more.
+    if (!std::exchange(_isOnStack, true)) exchangeContext(); // From here on it can not be destroyed once more.
     _frame.destroy();
     _frame = nullptr;
     _isOnStack = false;
+    exchangeContext();
     const auto rest = std::move(_rest); // Goes now: the frames of who awaits this one.
     return node;
 }
+
+void Coroutine::exchangeContext() noexcept { std::swap(WorkContext::_current, _context); }
 
 void Coroutine::frameFreed() noexcept
 {

@@ -2,6 +2,7 @@
 #include "foundation/coroutine/cancellation.h"
 #include "foundation/coroutine/parameters.h"
 #include "foundation/promise_node.h"
+#include "foundation/work_context.h"
 #include <coroutine>
 #include <pthread.h>
 
@@ -47,12 +48,14 @@ protected:
 private:
     friend Cancellation;
     AutoPtr<PromiseNodeBase> destroyFrame(); ///< Gives the reference that the frame had to its node.
+    void exchangeContext() noexcept; ///< When it begins or ceases to be on the stack.
 
     PromiseNodeBase& _node;
     std::coroutine_handle<> _frame; // Null before it has begun, and once it has gone.
     Coroutine** _resumed = nullptr; // Where who resumed it looks for the next one to resume.
     Coroutine* _outer = nullptr; // In the list of a Cancellation.
     AutoPtr<RestOfCancellation> _rest; // Cancelled while it runs: what waits for its next await.
+    WorkContext _context = WorkContext::_current; // While it is on the stack, the one of who has called or resumed it.
     const pthread_t _thread;
     bool _isOnStack = true;
 };

@@ -30,6 +30,12 @@ Scope::~Scope()
     for (auto* beginning = _beginning; beginning; beginning = beginning->outer) beginning->scope = nullptr;
 }
 
+WorkContext Scope::contextOfWork() const
+{
+    const auto current = WorkContext::current();
+    return _timeLimit ? current.within(*_timeLimit) : current;
+}
+
 void Scope::hold(Handle handle)
 {
     if (_hasEnded) return;

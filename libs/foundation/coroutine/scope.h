@@ -32,6 +32,10 @@ public:
     void start(
         F work, const std::source_location& place = std::source_location::current()) requires std::is_invocable_v<F&>;
 
+    /// Gives each coroutine that `start()` begins from now on a deadline (see WorkContext), `limit` after its start. It bounds the calls
+    /// that they make, and cancels nothing itself.
+    void setTimeLimit(Duration limit) noexcept { _timeLimit = limit; }
+
     void hold(Handle handle); ///< Ends with the scope: a timer, a connection.
 
     /// Connects until the scope ends; not at all where it has ended.
@@ -74,6 +78,7 @@ private:
         Beginning* outer;
     };
 
+    WorkContext contextOfWork() const;
     void add(WorkBase& work) noexcept;
     void remove(WorkBase& work) noexcept;
     void workFailed(std::exception_ptr failure, const std::source_location* place);
@@ -85,6 +90,7 @@ private:
     WorkBase* _newest = nullptr;
     Beginning* _beginning = nullptr;
     bool _hasEnded = false;
+    std::optional<Duration> _timeLimit;
     std::exception_ptr _failure;
     std::vector<Handle> _handles;
     std::vector<Promise<void>> _waiting;
@@ -143,6 +149,7 @@ template <typename F> void Scope::start(F work, const std::source_location& plac
 {
     if (_hasEnded) return;
     const Beginning beginning(*this);
+    const ScopedContext context(contextOfWork());
     const auto begun = internal::keepAndRun(std::move(work));
     static_cast<internal::CoroutineNode<void>&>(*internal::PromiseAccess::node(begun)).setPlace(place);
     if (!beginning.scope) return begun.cancel();

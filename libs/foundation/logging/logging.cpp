@@ -3,6 +3,7 @@
 #include "foundation/logging/detail/console_line.h"
 #include "foundation/time/clock.h"
 #include "foundation/unhandled_exception.h"
+#include "foundation/work_context.h"
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -63,6 +64,7 @@ void write(const Category& category, int priority, const Tag& tag, const Site& s
                 .function = site.function,
                 .time = Clock::system().sinceEpoch(),
                 .text = std::move(text),
+                .traceId = WorkContext::current().traceId(),
             });
     } catch (...) {
         unhandledException();

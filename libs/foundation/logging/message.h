@@ -24,6 +24,10 @@ struct Message {
     const char* function = "";
     Duration time; ///< Since 1970-01-01 UTC.
     String text;
+    std::uint64_t traceId = 0; ///< The trace of the work that writes it (see WorkContext); 0 for none.
+
+    /// The text behind the trace, "[00000000000004d2] text"; without a trace the text alone. For people, and for `grep`.
+    String tracedText() const { return traceId == 0 ? text : "[" + String::numberHex(traceId, 16, '0') + "] " + text; }
 };
 
 } // namespace fn::logging

@@ -5,6 +5,7 @@
 #include "foundation/uv/detail/loop_private.h"
 #include "foundation/uv/detail/scheduled_task.h"
 #include "foundation/uv/status.h"
+#include "foundation/work_context.h"
 #include <csignal>
 
 namespace fn::uv {
@@ -142,6 +143,7 @@ void Loop::Private::run()
     const auto thread = std::this_thread::get_id();
     const auto previousThread = _thread.exchange(thread);
     auto* const previousLoop = internal::exchangeCurrentLoop(&_owner);
+    const ScopedContext context { WorkContext() }; // What the loop runs is not the work of the code that runs the loop.
     FN_ASSERT(previousThread == std::thread::id() || previousThread == thread, sites::loopHasOneThread);
     if (!_system) [[likely]] {
         while (!takeStop()) turn();

@@ -1,5 +1,5 @@
 // What can break here: a frame destroyed twice, never, or before one that refers to it; a coroutine that goes on after its end; an
-// outcome lost on its way.
+// outcome lost on its way; a context that others see.
 #include "foundation/coroutine/join.h"
 #include "foundation/uv/loop.h"
 #include "support/expectations.h"
@@ -66,11 +66,14 @@ private:
     std::vector<Number> _made; // By the coroutines; null while one begins.
 };
 
+std::size_t trace() { return fn::WorkContext::current().traceId(); }
+
 /// What a coroutine has in its frame and lends to those that it awaits.
 class Frame {
 public:
     Frame(Tree& tree, const Frame* parent) : _tree(tree), _parent(parent), _index(tree._made.size())
     {
+        EXPECT_EQ(_before, parent ? parent->_index + 1 : 0) << "it begins with the context of who calls it";
         ++tree.frames;
         tree._made.emplace_back();
     }
@@ -80,17 +83,21 @@ public:
         EXPECT_TRUE(!_parent || !_parent->_hasGone) << "it is awaited from a frame that has gone";
         _hasGone = true;
         --_tree.frames;
+        EXPECT_EQ(trace(), _index + 1);
     }
     void goesOn() const
     {
         const auto& promise = _tree._made[_index];
         EXPECT_FALSE(promise && promise.isCancelled()) << "a cancelled one goes on after an await";
+        EXPECT_EQ(trace(), _index + 1);
     }
 
 private:
     Tree& _tree;
     const Frame* _parent;
     const std::size_t _index;
+    const std::size_t _before = trace();
+    const fn::ScopedContext _context { fn::WorkContext().withTrace(_index + 1) };
     bool _hasGone = false;
 };
 
@@ -145,6 +152,7 @@ TEST(Coroutine, GivesWhatAllThatItAwaitsGivesAndLeavesNoFrameBehind)
         std::optional<int> sum;
         std::function<void()> goOn = [&] {
             for (int i = 0; i < 4; ++i) tree.act();
+            EXPECT_EQ(trace(), 0u);
             if (tree.frames > 0) loop->post([&] { goOn(); });
         };
         loop->post([&] {

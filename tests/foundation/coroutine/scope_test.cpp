@@ -156,6 +156,34 @@ TEST_F(ScopeTest, TellsOfFailuresOnceItHasFinishedAndLogsThoseThatNobodyWaitsFor
             testing::MatchesRegex(start + ".*scope_test.cpp:[0-9]+: .*at once")));
 }
 
+TEST_F(ScopeTest, GivesADeadlineThatIsInheritedAndOnlyMadeEarlier)
+{
+    std::vector<std::int64_t> left; // In milliseconds.
+    const auto note = [&] {
+        const auto remaining = fn::WorkContext::current().remainingTime();
+        left.push_back(remaining ? remaining->totalMilliseconds() : -1);
+    };
+    const auto noteAfter = [&](int milliseconds) -> Promise<void> {
+        co_await fn::sleep(Duration::milliseconds(milliseconds));
+        note();
+    };
+    Scope scope;
+    scope.setTimeLimit(Duration::milliseconds(9));
+    run([&] {
+        scope.start([&]() -> Promise<void> {
+            const fn::ScopedContext earlier(fn::WorkContext::current().within(Duration::milliseconds(5)));
+            const fn::ScopedContext later(fn::WorkContext::current().within(Duration::milliseconds(7)));
+            co_await noteAfter(2);
+            co_await noteAfter(4);
+            loop->post(note); // What the loop runs is another's work.
+            test::runTurns(*loop, 2);
+        });
+        note();
+    });
+    for (int i = 0; i < 3; ++i) pass(Duration::milliseconds(2));
+    EXPECT_THAT(left, ElementsAre(-1, 3, 0, -1));
+}
+
 using Helpers = Coroutines;
 
 TEST_F(Helpers, JoinAndBoundWhatGoesOnAndCancelTheRest)

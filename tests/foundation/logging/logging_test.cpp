@@ -1,5 +1,6 @@
 // What can break here: a message lost or formatted for nobody; a sink used after its removal; lines forged by a message's text.
 #include "foundation/logging/logging.h"
+#include "foundation/work_context.h"
 #include "support/log_capture.h"
 #include <atomic>
 #include <gmock/gmock.h>
@@ -55,15 +56,16 @@ TEST(Logging, WritesWarningsToStandardErrorWhileThereIsNoSinkAndLetsNoTextPassFo
     testing::internal::CaptureStderr();
     const auto& category = manager().getCategory("logging.none");
     int evaluated = 0;
+    const fn::ScopedContext traced(fn::WorkContext().withTrace(0xabc));
     FN_LOG_TO(category, Warning, Tag(), site, "a\tb\r\nERR \x1b[2J\x7f ü\n\nend\n");
     FN_LOG_TO(category, Fixme, Tag(), site, "unseen {}", ++evaluated);
     write(category, Fixme, Tag(), { site, 1, "f" }, "unseen");
     const auto text = testing::internal::GetCapturedStderr();
-    const auto header = text.substr(0, text.find('a', 20));
+    const auto header = text.substr(0, text.find('[', 20));
     const std::string indent(header.size(), ' ');
     EXPECT_THAT(header, MatchesRegex("[0-9:]{8}\\.[0-9]{3} WRN logging\\.none: "));
     EXPECT_EQ(text.substr(header.size()),
-        "a\tb\\x0d\n" + indent + "ERR \\x1b[2J\\x7f ü\n" + indent + "\n" + indent + "end\n");
+        "[0000000000000abc] a\tb\\x0d\n" + indent + "ERR \\x1b[2J\\x7f ü\n" + indent + "\n" + indent + "end\n");
     EXPECT_EQ(evaluated, 0) << "what nobody wants costs nothing";
 }
 

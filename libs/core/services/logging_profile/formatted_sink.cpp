@@ -124,8 +124,9 @@ std::size_t lineEnd(std::string_view text, std::size_t begin)
 /// Appends the message as it is written; nothing for an empty text.
 void formatEntry(Buffer& entry, const fn::DateTime& local, const fn::logging::Message& message)
 {
-    const auto text = message.text.view();
-    if (text.empty()) return;
+    if (message.text.empty()) return;
+    const auto traced = message.tracedText();
+    const auto text = traced.view();
     appendHeader(entry, local, message);
     // Blanks up to an even column, then as many dashes as lead to the column of the text.
     constexpr std::string_view filling = "  - - - - - - - - - - - - - - - - - - - - - - - ";

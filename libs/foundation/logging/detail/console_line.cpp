@@ -71,7 +71,7 @@ void writeConsoleLine(const Category& category, const Message& message)
     localtime_r(&seconds, &local);
     const auto header = fmt::format("{:02}:{:02}:{:02}.{:03} {} {}: ", local.tm_hour, local.tm_min, local.tm_sec,
         milliseconds % 1000, label(message.priority), category.name().view());
-    writeStandardError(header + indented(escapeControls(message.text, "\t\n"), header.size()) + "\n");
+    writeStandardError(header + indented(escapeControls(message.tracedText(), "\t\n"), header.size()) + "\n");
 }
 
 } // namespace fn::logging
