@@ -2,6 +2,7 @@
 // an error that does not say what was wrong, a property of which a change is lost or told twice, a call that outlives its service.
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
+#include "core/ipc/object/tracing.h"
 #include "core/services/fraction.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "hub_fixture.h"
@@ -33,10 +34,11 @@ struct Desk : ipc::Interface<Desk> {
     ipc::Method<void()> nothing;
     ipc::Method<fn::String(fn::String)> later;
     ipc::Method<fn::String(fn::String), ipc::Repeatable> laterOrAgain;
+    ipc::Method<fn::String(fn::String)> ask;
     ipc::Method<ipc::Ref<Counter>(ipc::Ref<Counter>)> lend;
     ipc::Event<fn::String, int> greeted;
     ipc::Property<std::vector<fn::String>> names;
-    IPC_MEMBERS(greet, grow, nothing, later, laterOrAgain, lend, greeted, names)
+    IPC_MEMBERS(greet, grow, nothing, later, laterOrAgain, ask, lend, greeted, names)
 };
 
 class CounterService final : public ipc::Service<CounterService, Counter> {
@@ -55,6 +57,7 @@ public:
 
     fn::String greet(const fn::String& name)
     {
+        context = fn::WorkContext::current();
         shared.greeted(name, 3);
         return "Hello, " + name;
     }
@@ -68,10 +71,12 @@ public:
     fn::Promise<fn::String> later(fn::String name)
     {
         const Ended ended { *this };
+        context = fn::WorkContext::current();
         pending.push_back(fn::Promise<void>::create());
         co_await fn::Promise(pending.back());
         co_return "later " + name;
     }
+    fn::Promise<fn::String> ask(fn::String name) { co_return co_await asked->later(name); }
     fn::Promise<fn::String> laterOrAgain(fn::String name) { return later(std::move(name)); }
     ipc::Ref<Counter> lend(const ipc::Ref<Counter>& counter)
     {
@@ -84,6 +89,8 @@ public:
         ~Ended() { ++desk.endedCalls; }
     };
     std::vector<fn::Promise<void>> pending;
+    ipc::Ref<Desk> asked;
+    fn::WorkContext context; // Of the latest call.
     int endedCalls = 0;
 };
 
@@ -295,6 +302,39 @@ TEST_F(InterfaceTest, ACallEndsWithWhoWaitsForIt)
     EXPECT_EQ(service->endedCalls, 4);
     EXPECT_EQ(
         failure([&] { return late; }), "OperationTimedOutException: typed::Desk.later has not answered within 2 s");
+}
+
+TEST_F(InterfaceTest, WhatIsLeftOfTheTimeAndTheTraceGoWithTheCall)
+{
+    // A desk that asks another one, in another worker.
+    const auto other = client("Other");
+    const auto second = fn::makeAuto<DeskService>(*other->worker);
+    loop.post([&] { other->worker->registry()->registerObject(second, 1).ignore(); });
+    settle();
+    const auto find = [&] { return ipc::find<Desk>(*owner->worker, fn::Duration::seconds(1)); };
+    service->asked = result(find);
+
+    fn::Promise<fn::String> call;
+    loop.post([&] {
+        const fn::ScopedContext work(fn::WorkContext().withTrace(77));
+        call = remote->ask.within(std::chrono::seconds(5))("x");
+    });
+    settle();
+    EXPECT_EQ(second->context.traceId(), 77u);
+    std::optional<fn::Duration> left;
+    loop.post([&] { left = second->context.remainingTime(); });
+    settle();
+    EXPECT_EQ(left, fn::Duration::seconds(5));
+    pass(fn::Duration::seconds(6));
+    EXPECT_EQ(failure([&] { return call; }), "OperationTimedOutException: typed::Desk.ask has not answered within 5 s");
+    EXPECT_EQ(second->endedCalls, 1);
+    EXPECT_EQ(result([&] { return remote->greet("Ada"); }), "Hello, Ada");
+    EXPECT_EQ(service->context.traceId(), 0u);
+    ipc::setCallTracing(true);
+    EXPECT_EQ(result([&] { return remote->greet("Ada"); }), "Hello, Ada");
+    ipc::setCallTracing(false);
+    EXPECT_NE(service->context.traceId(), 0u);
+    service->asked = {};
 }
 
 TEST_F(InterfaceTest, ARemoteFindsTheNextObjectOfItsClass)

@@ -2,7 +2,6 @@
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/pending_call.h"
-#include "foundation/time/clock.h"
 #include <algorithm>
 
 namespace ipc::internal {
@@ -34,46 +33,42 @@ RemoteBase::~RemoteBase()
     }
 }
 
-fn::Duration RemoteBase::now() const { return _worker.loop().clock().monotonic(); }
-
 // --- Calls
 
 void RemoteBase::call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
     if (limit <= fn::Duration()) limit = _timeLimit;
     if (isThere() && !call->isRepeatable()) return _reference->call(call, argument, limit);
-    EncodedPayload encoded;
+    Request request { {}, fn::WorkContext::current() };
+    if (limit > fn::Duration()) request.context = request.context.within(limit);
     try {
-        encoded = _worker.objectHost().encode(argument);
+        request.argument = _worker.objectHost().encode(argument);
     } catch (...) {
         return call->reject(std::current_exception());
     }
-    const auto deadline = limit > fn::Duration() ? now() + limit : fn::Duration(INT64_MAX);
     if (isThere())
-        send(call, std::move(encoded), deadline);
+        send(call, std::move(request));
     else
-        wait(call, std::move(encoded), deadline);
+        wait(call, std::move(request));
 }
 
-void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline)
+void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, Request request)
 {
-    const auto end = std::min(deadline, now() + _patience);
-    auto timer = _worker.loop().schedule(end - now(), [this, call] { onTimeout(call); });
-    _waiting.push_back({ call, std::move(argument), deadline, std::move(timer) });
+    const auto patience = std::min(request.context.remainingTime().value_or(_patience), _patience);
+    auto timer = _worker.loop().schedule(patience, [this, call] { onTimeout(call); });
+    _waiting.push_back({ call, std::move(request), std::move(timer) });
     look();
 }
 
 /// Sends a call to the object that is there. If that goes before it has answered, a repeatable call waits for the next one.
-void RemoteBase::send(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline)
+void RemoteBase::send(const fn::AutoPtr<PendingCall>& call, Request request)
 {
-    const auto limit = deadline == fn::Duration(INT64_MAX) ? fn::Duration() : deadline - now();
-    _reference->call(
-        call, [&](PayloadWriter& writer) { writer.embed(argument); }, limit);
+    const fn::ScopedContext work(request.context);
+    _reference->call(call, [&](PayloadWriter& writer) { writer.embed(request.argument); }, {});
     if (!call->isRepeatable() || call->isSettled()) return;
     auto* const repeated = call.get(); // Who keeps the callback.
-    call->onObjectDead(_lifetime.guard([this, repeated, deadline, argument = std::move(argument)]() mutable {
-        wait(fn::AutoPtr(repeated), std::move(argument), deadline);
-    }));
+    call->onObjectDead(_lifetime.guard(
+        [this, repeated, request = std::move(request)]() mutable { wait(fn::AutoPtr(repeated), std::move(request)); }));
 }
 
 void RemoteBase::onTimeout(const fn::AutoPtr<PendingCall>& call)
@@ -108,7 +103,7 @@ void RemoteBase::onFound(fn::AutoPtr<TypedReference> found)
     if (!isThere()) return;
     refreshProperties();
     for (auto& waiting : std::exchange(_waiting, {})) {
-        if (!waiting.call->isSettled()) send(waiting.call, std::move(waiting.argument), waiting.deadline);
+        if (!waiting.call->isSettled()) send(waiting.call, std::move(waiting.request));
     }
     if (watch) _onCame.fire();
 }

@@ -3,6 +3,7 @@
 #include "core/ipc/interface/typed_reference.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/signal.h"
+#include "foundation/work_context.h"
 #include <vector>
 
 namespace ipc::internal {
@@ -35,21 +36,25 @@ protected:
     virtual void refreshProperties() = 0; ///< Those that are watched.
 
 private:
+    /// What a call needs to be sent later, or again.
+    struct Request {
+        EncodedPayload argument;
+        fn::WorkContext context; // With the deadline of the call.
+    };
+
     /// A call that waits for the object.
     struct Waiting {
         fn::AutoPtr<PendingCall> call;
-        EncodedPayload argument;
-        fn::Duration deadline; // By the loop's clock.
+        Request request;
         fn::Handle timer;
     };
 
-    void wait(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline);
-    void send(const fn::AutoPtr<PendingCall>& call, EncodedPayload argument, fn::Duration deadline);
+    void wait(const fn::AutoPtr<PendingCall>& call, Request request);
+    void send(const fn::AutoPtr<PendingCall>& call, Request request);
     void onTimeout(const fn::AutoPtr<PendingCall>& call);
     void onFound(fn::AutoPtr<TypedReference> found);
     void onNotFound(const std::exception_ptr& failure);
     void onDeath();
-    fn::Duration now() const;
 
     Worker& _worker;
     void* const _interface;

@@ -55,6 +55,13 @@ void ServiceBase::onPayload(WorkerId source, PayloadReader& payload)
     if (fields.is(call::CALL)) {
         const CallContext context { source, fields.requestId() };
         const auto name = fields.methodName();
+        fn::WorkContext work;
+        try {
+            work = fields.workContext();
+        } catch (...) {
+            return fail(context, std::current_exception());
+        }
+        const fn::ScopedContext serving(work);
         dispatch(context, name, fields.argument());
     } else if (fields.is(call::CANCEL)) {
         onMethodCallCancelled({ source, fields.requestId() });

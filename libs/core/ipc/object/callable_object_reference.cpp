@@ -3,7 +3,10 @@
 #include "core/ipc/object/detail/exception_record.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
+#include "core/ipc/object/tracing.h"
 #include "core/ipc/wire/detail/message_fields.h"
+#include "foundation/work_context.h"
+#include <algorithm>
 
 namespace ipc {
 namespace {
@@ -25,6 +28,13 @@ std::exception_ptr objectDead(const ObjectReference& reference, const fn::String
 {
     const auto text = fmt::format("{}.{}: the object's worker has gone", reference.className(), method);
     return named(std::make_exception_ptr(ObjectDeadException(text)), reference, method);
+}
+
+/// The shorter one of a limit, of which 0 stands for none, and the time that is left, which may be up.
+fn::Duration shorter(fn::Duration limit, fn::Duration left)
+{
+    left = std::max(left, fn::Duration::microseconds(1));
+    return limit > fn::Duration() ? std::min(limit, left) : left;
 }
 
 /// The promise of a call whose result is any value.
@@ -97,20 +107,32 @@ void CallableObjectReference::startCall(
     if (dead() || !hasWorker()) return call->reject(objectDead(*this, call->method()));
     addCall(call);
     const auto requestId = call->requestId();
+    const auto context = fn::WorkContext::current();
+    if (const auto left = context.remainingTime()) limit = shorter(limit, *left);
+    const bool hasLimit = limit > fn::Duration();
+    const auto traceId = context.traceId() != 0 ? context.traceId() : newTraceId();
     try {
         sendPayload([&](PayloadWriter& writer) {
-            writer.beginMap(4);
+            writer.beginMap(4 + std::size_t(hasLimit) + std::size_t(traceId != 0));
             writer.writeText(call::ARGUMENT);
             argument(writer);
             writer.writeText(call::METHOD_NAME);
             writer.writeText(call->method());
             writer.writeText(call::REQUEST_ID);
             writer.writeInteger(requestId);
+            if (hasLimit) {
+                writer.writeText(call::TIME_LEFT);
+                writer.writeInteger(limit.totalMicroseconds());
+            }
+            if (traceId != 0) {
+                writer.writeText(call::TRACE);
+                writer.writeInteger(traceId);
+            }
             writer.writeText(call::TYPE);
             writer.writeText(call::CALL);
             writer.end();
         });
-        if (limit <= fn::Duration()) return;
+        if (!hasLimit) return;
         call->_deadline = loop().schedule(limit, [this, requestId, limit] { onDeadline(requestId, limit); });
     } catch (...) {
         const auto ended = _pendingCalls->take(requestId);

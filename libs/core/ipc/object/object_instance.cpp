@@ -137,8 +137,7 @@ void ObjectInstance::receive(WorkerId source, PayloadReader& payload)
     if (!payload.failure()) [[likely]]
         return onMessage(source, message);
     auto* const callable = dynamic_cast<CallableObjectInstance*>(this);
-    if (!callable || !callable->failCall(source, message, payload.failure()))
-        std::rethrow_exception(payload.failure());
+    if (!callable || !callable->failCall(source, message, payload.failure())) std::rethrow_exception(payload.failure());
 }
 
 void ObjectInstance::onMessage(WorkerId, const fn::Value&) { }

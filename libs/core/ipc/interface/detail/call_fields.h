@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/object/detail/call_message.h"
 #include "core/ipc/object/payload_reader.h"
+#include "foundation/work_context.h"
 #include <cstdint>
 #include <string_view>
 
@@ -13,6 +14,8 @@ public:
     explicit CallFields(PayloadReader& payload);
 
     bool is(std::string_view type) const { return _type == type; }
+
+    fn::WorkContext workContext() const; ///< With the time that the caller has left, and its trace.
 
     // Missing ones: NO_REQUEST_ID, and `fn::RangeException`.
     std::uint32_t requestId() const;
@@ -38,6 +41,8 @@ private:
     std::uint32_t _methodName = 0;
     std::uint32_t _requestId = 0;
     std::uint32_t _result = 0;
+    std::uint32_t _timeLeft = 0;
+    std::uint32_t _trace = 0;
 };
 
 } // namespace ipc
