@@ -7,7 +7,9 @@
 #include "foundation/run_loop.h"
 #include <cstddef>
 #include <string_view>
+#include <type_traits>
 #include <typeinfo>
+#include <utility>
 
 namespace ipc {
 
@@ -60,7 +62,8 @@ private:
 
 /// The members that IPC_MEMBERS has named.
 template <typename... Members> struct MemberList {
-    static constexpr std::size_t size = sizeof...(Members);
+    template <typename I>
+    static constexpr std::size_t bytesIn = (std::size_t() + ... + sizeof(Members::in(std::declval<I&>())));
 
     template <typename Visitor> static void each(Visitor&& visitor) { (visitor(Members()), ...); }
 };
@@ -99,6 +102,10 @@ namespace internal {
 
 template <typename I> void bindMembers(I& interface, Peer& peer)
 {
+    // Between members of a greater alignment there may be bytes of nobody.
+    constexpr auto bytes = I::Members::template bytesIn<I>;
+    static_assert(alignof(I) > alignof(void*) || sizeof(I) == bytes || (std::is_empty_v<I> && bytes == 0),
+        "IPC_MEMBERS does not name each member of the interface, once");
     I::Members::each([&]<typename M>(M) { M::in(interface).bind(peer, M::name); });
 }
 
@@ -110,17 +117,10 @@ template <typename I> void bindMembers(I& interface, Peer& peer)
     struct member##Member { \
         static constexpr const char* name = #member; \
         template <typename I> static auto& in(I& interface) { return interface.member; } \
-        template <typename S, typename... Args> static decltype(auto) call(S& service, Args&&... args) \
+        template <typename S, typename... Args> \
+        static auto call(S& service, Args&&... args) -> decltype(service.member(static_cast<Args&&>(args)...)) \
         { \
-            static_assert( \
-                requires(S & s, Args && ... a) { s.member(static_cast<Args&&>(a)...); }, \
-                "the service has no public member function '" #member \
-                "' that takes the arguments of the interface's method"); \
             return service.member(static_cast<Args&&>(args)...); \
-        } \
-        template <bool fits> static void checkResult() \
-        { \
-            static_assert(fits, "the service's '" #member "' does not give what the interface's method gives"); \
         } \
     };
 #define IPC_MEMBER_TYPE(member) , member##Member

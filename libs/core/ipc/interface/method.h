@@ -29,6 +29,24 @@ private:
     }
 };
 
+/// The call operator of a Caller, and what the compiler says of arguments that do not fit: which one, and both lists.
+template <typename Caller, typename R, typename... Args> class CallOperator {
+    template <typename... A>
+    static constexpr int wrong = internal::WrongArgument<std::tuple<std::decay_t<Args>...>, A...>::find();
+
+public:
+    /// Calls it. The promise ends as `ipc::CallableObjectReference::callMethod()` says; an answer that is no R rejects it.
+    template <typename... A, int wrongArgument = wrong<A...>>
+    requires(wrongArgument == 0 && !(internal::mustBeNamed<A>() || ...)) fn::Promise<R>
+    operator()(A&&... args) const { return static_cast<const Caller&>(*this).start(static_cast<A&&>(args)...); }
+    template <typename... A, int wrongArgument = wrong<A...>>
+    requires(wrongArgument != 0) fn::Promise<R>
+    operator()(A&&...) const = delete;
+    template <typename... A, int aggregatesAreNamedFirstWithGCC12 = wrong<A...>>
+    requires(aggregatesAreNamedFirstWithGCC12 == 0 && (internal::mustBeNamed<A>() || ...)) fn::Promise<R>
+    operator()(A&&...) const = delete;
+};
+
 } // namespace internal
 
 /// As the second parameter of a method: it may be called again where nobody knows whether the first call was carried out, since the
@@ -39,27 +57,20 @@ template <typename Signature, typename Repetition = void> class Method;
 
 /// A method of an interface, called like a function: `co_await greeter->greet("Ada")`.
 template <typename R, typename... Args, typename Repetition>
-class Method<R(Args...), Repetition> : public internal::Member {
-    using Values = std::tuple<std::decay_t<Args>...>;
-    template <typename... A> static constexpr int wrong = internal::WrongArgument<Values, A...>::find();
-
+class Method<R(Args...), Repetition> : public internal::Member,
+                                       public internal::CallOperator<Method<R(Args...), Repetition>, R, Args...> {
 public:
     using Result = R;
     using Signature = R(Args...);
 
     /// The method with a time limit: `greeter->greet.within(2s)("Ada")`. At its end the promise is rejected with
     /// `fn::OperationTimedOutException`, and the service is told that the call is cancelled. Borrows the method.
-    class Limited {
-    public:
-        template <typename... A>
-        auto operator()(A&&... args) const -> decltype(std::declval<const Method&>()(static_cast<A&&>(args)...))
-        {
-            return _method.start(_limit, static_cast<A&&>(args)...);
-        }
-
-    private:
+    class Limited : public internal::CallOperator<Limited, R, Args...> {
         friend Method;
+        friend internal::CallOperator<Limited, R, Args...>;
         Limited(const Method& method, fn::Duration limit) : _method(method), _limit(limit) { }
+        template <typename... A> fn::Promise<R> start(const A&... args) const { return _method.send(_limit, args...); }
+
         const Method& _method;
         fn::Duration _limit;
     };
@@ -69,19 +80,11 @@ public:
         return within(fn::Duration(std::chrono::duration_cast<std::chrono::microseconds>(limit).count()));
     }
 
-    /// Calls it. The promise ends as `ipc::CallableObjectReference::callMethod()` says; an answer that is no R rejects it.
-    template <typename... A, int wrongArgument = wrong<A...>>
-    requires(wrongArgument == 0 && !(internal::mustBeNamed<A>() || ...)) fn::Promise<R>
-    operator()(A&&... args) const { return start(fn::Duration(), static_cast<A&&>(args)...); }
-    template <typename... A, int wrongArgument = wrong<A...>>
-    requires(wrongArgument != 0) fn::Promise<R>
-    operator()(A&&...) const = delete;
-    template <typename... A, int aggregatesAreNamedFirstWithGCC12 = wrong<A...>>
-    requires(aggregatesAreNamedFirstWithGCC12 == 0 && (internal::mustBeNamed<A>() || ...)) fn::Promise<R>
-    operator()(A&&...) const = delete;
-
 private:
-    template <typename... A> fn::Promise<R> start(fn::Duration limit, A&&... args) const
+    friend internal::CallOperator<Method, R, Args...>;
+    template <typename... A> fn::Promise<R> start(const A&... args) const { return send(fn::Duration(), args...); }
+
+    template <typename... A> fn::Promise<R> send(fn::Duration limit, const A&... args) const
     {
         auto call = fn::makeAuto<internal::TypedCall<R>>(name());
         if constexpr (std::is_same_v<Repetition, Repeatable>) call->setRepeatable();

@@ -66,22 +66,43 @@ private:
     fn::Promise<R> _promise;
 };
 
+/// What the compiler says of a service that does not fit its interface: the names of these functions, and what they are made with.
+template <typename Service, typename Member, typename Signature> void serviceHasNoPublicMemberFunctionFor() = delete;
+template <typename Service, typename Member, typename Given, typename Wanted> void serviceGivesAnotherResult() = delete;
+
+template <typename Given, typename Wanted>
+inline constexpr bool isResult =
+    std::is_same_v<std::remove_cvref_t<Given>, fn::Promise<Wanted>> || std::is_convertible_v<Given, Wanted>;
+template <typename Given>
+inline constexpr bool isResult<Given, void> =
+    std::is_same_v<std::remove_cvref_t<Given>, fn::Promise<void>> || std::is_void_v<Given>;
+
 template <typename S, typename M, typename Signature> struct Caller;
 template <typename S, typename M, typename R, typename... Args> struct Caller<S, M, R(Args...)> {
     static void call(ServiceBase& base, const CallableObjectInstance::CallContext& context, PayloadReader& reader)
     {
-        auto& service = static_cast<S&>(base);
+        if constexpr (!requires(S & service) { M::call(service, std::declval<std::decay_t<Args>>()...); }) {
+            serviceHasNoPublicMemberFunctionFor<S, M, R(Args...)>();
+        } else {
+            using Given = decltype(M::call(std::declval<S&>(), std::declval<std::decay_t<Args>>()...));
+            if constexpr (isResult<Given, R>)
+                serve<Given>(base, context, reader);
+            else
+                serviceGivesAnotherResult<S, M, Given, R>();
+        }
+    }
+
+private:
+    template <typename Given>
+    static void serve(ServiceBase& base, const CallableObjectInstance::CallContext& context, PayloadReader& reader)
+    {
         std::tuple<std::decay_t<Args>...> args;
         Arguments<std::decay_t<Args>...>::read(reader, args);
-        const auto run = [&]() -> decltype(auto) {
+        const auto run = [&]() -> Given {
             return std::apply(
-                [&](auto&... each) -> decltype(auto) { return M::call(service, std::move(each)...); }, args);
+                [&](auto&... each) -> Given { return M::call(static_cast<S&>(base), std::move(each)...); }, args);
         };
-        using Result = decltype(run());
-        M::template checkResult<
-            std::is_same_v<std::remove_cvref_t<Result>,
-                fn::Promise<R>> || (std::is_void_v<R> ? std::is_void_v<Result> : std::is_convertible_v<Result, R>)>();
-        if constexpr (isPromise<std::remove_cvref_t<Result>>) {
+        if constexpr (isPromise<std::remove_cvref_t<Given>>) {
             fn::Promise<R> promise = run();
             auto& node = *fn::internal::PromiseAccess::node(promise);
             if (node.hasOutcome()) return base.answer(context, ResultWriter<R> { node.take() });

@@ -1,0 +1,11 @@
+# Run by ctest with COMPILE, a compiler and its options, and SOURCE: each case is to fail with its error.
+file(STRINGS ${SOURCE} cases REGEX "CASE == [0-9]+ // ")
+foreach(case "CASE == 0 // " ${cases})
+    string(REGEX MATCH "CASE == ([0-9]+) // (.*)" matched "${case}")
+    set(expected "${CMAKE_MATCH_2}")
+    execute_process(COMMAND ${COMPILE} -DCASE=${CMAKE_MATCH_1} -fsyntax-only ${SOURCE} ERROR_VARIABLE said)
+    string(REGEX MATCH "error: [^\n]*" error "${said}")
+    if(NOT error MATCHES "${expected}" OR (NOT expected AND said))
+        message(SEND_ERROR "${case}\n${said}")
+    endif()
+endforeach()
