@@ -6,6 +6,8 @@ Database::Database(const fn::String& path, int flags) : _connection(std::make_sh
 {
 }
 
+Database::Database(const fn::String& path) : Database(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) { }
+
 Database::~Database() = default;
 
 const fn::String& Database::path() const noexcept { return _connection->path(); }

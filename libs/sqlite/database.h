@@ -17,6 +17,7 @@ public:
     /// `flags` are the flags of sqlite3_open_v2. Only the first statement reads the file, and fails if the file is no database.
     /// Errors here and below: SQLiteException.
     Database(const fn::String& path, int flags);
+    explicit Database(const fn::String& path); ///< To read and to write; the file is made if there is none.
     ~Database();
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
