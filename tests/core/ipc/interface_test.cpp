@@ -265,6 +265,16 @@ TEST_F(InterfaceTest, UntypedPeersSayAndHearTheSame)
     EXPECT_EQ(*description.valueForPathIfExists("methods.grow.result"),
         "Box { width: uint32; height: uint32; label: optional<text>; colours: list<Colour { red | green }>; }");
 
+    auto later = Value::map({ { "TYPE", "CALL" }, { "METHOD_NAME", "later" }, { "ARGUMENT", "x" } });
+    for (const auto& number : { Value(), Value(9), Value(9), Value() }) {
+        if (!number.isNil()) later.set("REQUEST_ID", number);
+        if (number.isNil()) later.remove("REQUEST_ID");
+        remote.reference()->sendMessage(later);
+    }
+    settle();
+    EXPECT_EQ(service->pending.size(), 4u);
+    EXPECT_EQ(service->endedCalls, 1); // Number 9 means the second one.
+
     const std::pair<Value, const char*> rows[] {
         { "x", "typed::Desk.grow: expected an array, got x" },
         { Value::array({ box, "x" }), "typed::Desk.grow, argument 2: expected an integer of 32 bits, got x" },

@@ -34,16 +34,28 @@ public:
     {
     }
 
-    void await() { fn::internal::PromiseAccess::node(_promise)->await(*this); }
+    ~PromisedCall() override { forget(); }
+
+    void await()
+    {
+        _isAwaiting = true;
+        fn::internal::PromiseAccess::node(_promise)->await(*this);
+    }
     void cancel() override
     {
-        fn::internal::PromiseAccess::node(_promise)->forgetHandler(); // It may end later than this.
+        forget();
         _promise.cancel();
     }
 
 private:
+    /// The promise may end later than this.
+    void forget()
+    {
+        if (std::exchange(_isAwaiting, false)) fn::internal::PromiseAccess::node(_promise)->forgetHandler();
+    }
     void fulfilled(fn::internal::PromiseValue<R>&& value) override
     {
+        _isAwaiting = false;
         const auto self = _service.endServed(_context);
         if (!self) return;
         try {
@@ -54,6 +66,7 @@ private:
     }
     void rejected(std::exception_ptr failure) override
     {
+        _isAwaiting = false;
         if (const auto self = _service.endServed(_context)) _service.fail(_context, failure);
     }
     void dropped() override
@@ -64,6 +77,7 @@ private:
     ServiceBase& _service;
     const CallableObjectInstance::CallContext _context;
     fn::Promise<R> _promise;
+    bool _isAwaiting = false;
 };
 
 /// What the compiler says of a service that does not fit its interface: the names of these functions, and what they are made with.
@@ -106,6 +120,7 @@ private:
             fn::Promise<R> promise = run();
             auto& node = *fn::internal::PromiseAccess::node(promise);
             if (node.hasOutcome()) return base.answer(context, ResultWriter<R> { node.take() });
+            if (!context.isAwaited()) return base.scope().start(std::move(promise));
             auto served = std::make_unique<PromisedCall<R>>(base, context, std::move(promise));
             auto& call = *served;
             base.serve(context, std::move(served));

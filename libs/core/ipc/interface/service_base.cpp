@@ -155,6 +155,7 @@ void ServiceBase::fail(const CallContext& context, const std::exception_ptr& fai
 void ServiceBase::serve(const CallContext& context, std::unique_ptr<ServedCall> call)
 {
     listenForDeaths();
+    onMethodCallCancelled(context); // A caller that uses a number again does not wait for the first answer.
     _served.insert_or_assign(context, std::move(call));
 }
 
