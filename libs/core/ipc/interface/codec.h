@@ -17,7 +17,10 @@ namespace ipc {
 /// - `static void write(PayloadWriter&, const T&)` writes one value;
 /// - `static void read(PayloadReader&, T&)` reads one into a T; what does not fit is told by `reader.fail("what was expected")`;
 /// - `static fn::String type()` names the type.
-template <typename T> struct Codec;
+template <typename T> struct Codec {
+    static_assert(sizeof(T) == 0,
+        "this type does not travel: FN_FIELDS or FN_ENUM name its parts, or it has an ipc::Codec of its own");
+};
 
 template <std::same_as<bool> T> struct Codec<T> {
     static void write(PayloadWriter& writer, bool value) { writer.writeBool(value); }
