@@ -15,7 +15,7 @@ public:
     /// Fires it, in the service. Throws what encoding throws.
     void operator()(const std::decay_t<Args>&... args)
     {
-        peer().fire(
+        peer().peerFire(
             name(), [&](PayloadWriter& writer) { internal::Arguments<std::decay_t<Args>...>::write(writer, args...); });
     }
 

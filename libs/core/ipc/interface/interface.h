@@ -17,12 +17,13 @@ class PendingCall;
 
 namespace internal {
 
-/// Where the members of an interface belong: a reference, which calls, or a service, which fires events.
+/// Where the members of an interface belong: a reference, which calls, or a service, which fires events. (Services may have
+/// functions of any name, which must not hide these.)
 class FN_EXPORT Peer {
 public:
     /// Starts a call: `argument` writes its argument. `limit` as in `CallableObjectReference::startCall()`.
-    virtual void call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
-    virtual void fire(std::string_view event, PayloadSource argument);
+    virtual void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
+    virtual void peerFire(std::string_view event, PayloadSource argument);
     virtual fn::RunLoop& peerLoop() const = 0;
 
 protected:

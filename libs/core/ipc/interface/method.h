@@ -91,7 +91,7 @@ private:
         const auto write = [&](PayloadWriter& writer) {
             internal::Arguments<std::decay_t<Args>...>::write(writer, args...);
         };
-        peer().call(fn::AutoPtr<PendingCall>(call.get()), write, limit);
+        peer().peerCall(fn::AutoPtr<PendingCall>(call.get()), write, limit);
         return fn::Promise<R>(std::move(call));
     }
 };

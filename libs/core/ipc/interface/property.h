@@ -30,7 +30,7 @@ public:
             if (value == _value) return *this;
         }
         _value = std::move(value);
-        peer().fire(name(), [&](PayloadWriter& writer) { Codec<T>::write(writer, _value); });
+        peer().peerFire(name(), [&](PayloadWriter& writer) { Codec<T>::write(writer, _value); });
         return *this;
     }
 
@@ -104,7 +104,7 @@ private:
     fn::Promise<T> ask() const
     {
         auto call = fn::makeAuto<internal::TypedCall<T>>(name());
-        peer().call(fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, {});
+        peer().peerCall(fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, {});
         return fn::Promise<T>(std::move(call));
     }
 

@@ -35,10 +35,10 @@ RemoteBase::~RemoteBase()
 
 // --- Calls
 
-void RemoteBase::call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
+void RemoteBase::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
     if (limit <= fn::Duration()) limit = _timeLimit;
-    if (isThere() && !call->isRepeatable()) return _reference->call(call, argument, limit);
+    if (isThere() && !call->isRepeatable()) return _reference->peerCall(call, argument, limit);
     Request request { {}, fn::WorkContext::current() };
     if (limit > fn::Duration()) request.context = request.context.within(limit);
     try {
@@ -64,7 +64,7 @@ void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, Request request)
 void RemoteBase::send(const fn::AutoPtr<PendingCall>& call, Request request)
 {
     const fn::ScopedContext work(request.context);
-    _reference->call(call, [&](PayloadWriter& writer) { writer.embed(request.argument); }, {});
+    _reference->peerCall(call, [&](PayloadWriter& writer) { writer.embed(request.argument); }, {});
     if (!call->isRepeatable() || call->isSettled()) return;
     auto* const repeated = call.get(); // Who keeps the callback.
     call->onObjectDead(_lifetime.guard(

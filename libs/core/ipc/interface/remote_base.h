@@ -26,7 +26,7 @@ protected:
         Worker& worker, void* interface, const fn::String& className, fn::Duration timeLimit, fn::Duration patience);
     ~RemoteBase();
 
-    void call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
+    void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
     fn::RunLoop& peerLoop() const override { return _worker.loop(); }
 
     void look(); ///< Unless the object is there, or is being looked for.

@@ -111,7 +111,7 @@ void ServiceBase::onMethodCallCancelled(const CallContext& context)
 
 // --- What leaves
 
-void ServiceBase::fire(std::string_view event, PayloadSource argument)
+void ServiceBase::peerFire(std::string_view event, PayloadSource argument)
 {
     sendPayload(NO_WORKER_ID, [&](PayloadWriter& writer) {
         writer.beginMap(3);

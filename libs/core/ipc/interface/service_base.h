@@ -36,7 +36,7 @@ class FN_EXPORT ServiceBase : public CallableObjectInstance, public Peer, privat
 public:
     ServiceBase(Worker& worker, const fn::String& className);
 
-    void fire(std::string_view event, PayloadSource argument) override;
+    void peerFire(std::string_view event, PayloadSource argument) override;
     fn::RunLoop& peerLoop() const override { return loop(); }
 
     // For the functions in the table.

@@ -7,13 +7,13 @@
 
 namespace ipc::internal {
 
-void Peer::call(const fn::AutoPtr<PendingCall>& call, PayloadSource, fn::Duration)
+void Peer::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource, fn::Duration)
 {
     const auto text = fmt::format("{} is called through a reference, not in the service itself", call->method());
     call->reject(std::make_exception_ptr(fn::RuntimeException(text)));
 }
 
-void Peer::fire(std::string_view event, PayloadSource)
+void Peer::peerFire(std::string_view event, PayloadSource)
 {
     throw fn::RuntimeException(fmt::format("{} can be fired or set only by the service that has it", event));
 }
@@ -35,7 +35,7 @@ TypedReference::TypedReference(ObjectReferenceInitializer& initializer, std::spa
 
 TypedReference::~TypedReference() = default;
 
-void TypedReference::call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
+void TypedReference::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
     startCall(call, argument, limit > fn::Duration() ? limit : _timeLimit);
 }

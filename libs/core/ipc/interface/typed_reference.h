@@ -20,7 +20,7 @@ public:
     TypedReference(ObjectReferenceInitializer& initializer, std::span<const EventEntry> events, void* interface,
         fn::Duration timeLimit);
 
-    void call(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
+    void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
     fn::RunLoop& peerLoop() const override { return loop(); }
 
     // Further objects of the same interface that hear the events.
