@@ -42,18 +42,15 @@ IPC_MODULE_ENTRY_POINT(ipc::ServiceModule<OracleService>, "Oracle")
 fn::Promise<void> run(ipc::Application& app)
 {
     const auto oracle = co_await app.find<Oracle>();
-    const auto last = fn::Promise<void>::create();
-    const auto hearing = oracle->givenUp.connect([&](const fn::String& question) {
-        fmt::print("the oracle gives up: {}\n", question);
-        if (question == "When?") last.fulfill();
-    });
     try {
         co_await oracle->ask.within(100ms)("Why?");
     } catch (const fn::OperationTimedOutException& timedOut) {
         fmt::print("{}\n", timedOut.message());
     }
+    fmt::print("the oracle gives up: {}\n", co_await oracle->givenUp.next());
+
     oracle->ask("When?").cancel();
-    co_await last;
+    fmt::print("the oracle gives up: {}\n", co_await oracle->givenUp.next());
 }
 
 int main() { return ipc::Application({ .modules = { "6_cancel_and_deadline" } }).run(run); }

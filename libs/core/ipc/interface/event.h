@@ -1,6 +1,7 @@
 #pragma once
 #include "core/ipc/interface/arguments.h"
 #include "core/ipc/interface/interface.h"
+#include "foundation/coroutine/next.h"
 #include "foundation/signal.h"
 #include <memory>
 
@@ -20,11 +21,10 @@ public:
     }
 
     /// Hears it, as long as the handle and the reference live. The values are valid until the callback returns.
-    fn::Handle connect(Callback callback) const
-    {
-        if (!_signal) _signal = std::make_unique<Signal>();
-        return _signal->connect(std::move(callback));
-    }
+    fn::Handle connect(Callback callback) const { return signal().connect(std::move(callback)); }
+
+    /// Hears it once, as `fn::next()` does: `co_await greeter->greeted.next()`.
+    auto next() const { return fn::next(signal()); }
 
     // For references.
     bool isHeard() const { return static_cast<bool>(_signal); }
@@ -37,6 +37,11 @@ public:
 
 private:
     using Signal = fn::Signal<const std::decay_t<Args>&...>;
+    Signal& signal() const
+    {
+        if (!_signal) _signal = std::make_unique<Signal>();
+        return *_signal;
+    }
 
     mutable std::unique_ptr<Signal> _signal; // Made when somebody connects.
 };
