@@ -37,7 +37,7 @@ public:
 
 protected:
     /// A base of `node`.
-    PendingCall(fn::internal::PromiseNodeBase& node, fn::String method) : _node(node), _method(std::move(method)) { }
+    PendingCall(fn::internal::PromiseNodeBase& node, fn::String method);
     virtual ~PendingCall();
     void wasCancelled(); ///< To be called by the node.
 

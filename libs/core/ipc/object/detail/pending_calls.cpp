@@ -7,6 +7,12 @@ namespace ipc {
 
 constexpr std::size_t keptBuckets = 4096; // A larger table is freed when the last call has ended.
 
+PendingCall::PendingCall(fn::internal::PromiseNodeBase& node, fn::String method)
+    : _node(node),
+      _method(std::move(method))
+{
+}
+
 PendingCall::~PendingCall() = default;
 
 void PendingCall::wasCancelled()
