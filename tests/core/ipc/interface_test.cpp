@@ -22,6 +22,13 @@ struct Box {
 };
 FN_FIELDS(Box, width, height, label, colours)
 
+struct Point {
+    int x = 0;
+    fn::String name;
+    friend bool operator==(const Point&, const Point&) = default;
+};
+FN_FIELDS(Point, x, name)
+
 struct Counter : ipc::Interface<Counter> {
     ipc::Method<std::int64_t(std::int64_t)> add;
     ipc::Property<std::int64_t> total;
@@ -95,6 +102,9 @@ public:
 };
 
 } // namespace typed
+
+template <> struct ipc::Codec<typed::Point> : ipc::ArrayOfFields<typed::Point> {
+};
 
 namespace {
 
@@ -201,6 +211,7 @@ TEST_F(InterfaceTest, EachTypeTravelsAsItsFormAndComesBack)
     expect(std::pair(1, fn::String("b")), Value::array({ 1, "b" }));
     expect(std::tuple(1, true, 2.0), Value::array({ 1, true, 2.0 }));
     expect(std::variant<int, fn::String>("b"), Value::array({ 1, "b" }));
+    expect(Point { 1, "b" }, Value::array({ 1, "b" }));
     expect(fn::Duration::seconds(2), 2'000'000);
     expect(std::chrono::milliseconds(-3), -3'000);
     expect(fn::Timestamp(1'000'001), fn::Timestamp(1'000'001));

@@ -161,6 +161,17 @@ private:
     std::uint32_t _left;
 };
 
+/// "Box { width: uint32; height: uint32; }"
+template <typename T> fn::String typeOfFields(const char* begin, const char* end)
+{
+    fn::String text = fn::String(fnTypeName(static_cast<const T*>(nullptr))) + begin;
+    const T value {};
+    fnVisitFields(value, [&]<typename Field>(std::string_view name, const Field&) {
+        text = text + " " + fn::String(name) + ": " + Codec<Field>::type() + ";";
+    });
+    return text + end;
+}
+
 } // namespace internal
 
 /// A map of the fields. Unknown entries are passed over, and fields that are missing keep what they hold.
@@ -180,15 +191,33 @@ template <fn::HasFields T> struct Codec<T> {
         fnVisitFields(value, fields);
         fields.readRest(value);
     }
-    static fn::String type()
+    static fn::String type() { return internal::typeOfFields<T>(" {", " }"); }
+};
+
+/// An array of the fields in their order, without names, for structures that are sent by the thousand:
+/// `template <> struct ipc::Codec<Point> : ipc::ArrayOfFields<Point> { };`
+///
+/// Elements behind the last field are passed over, and fields that are missing at the end keep what they hold.
+template <fn::HasFields T> struct ArrayOfFields {
+    static void write(PayloadWriter& writer, const T& value)
     {
-        fn::String text = fn::String(fnTypeName(static_cast<const T*>(nullptr))) + " {";
-        const T value {};
-        fnVisitFields(value, [&]<typename Field>(std::string_view name, const Field&) {
-            text = text + " " + fn::String(name) + ": " + Codec<Field>::type() + ";";
-        });
-        return text + " }";
+        writer.beginArray(fnFieldCount(static_cast<const T*>(nullptr)));
+        fnVisitFields(
+            value, [&]<typename Field>(std::string_view, const Field& field) { Codec<Field>::write(writer, field); });
+        writer.end();
     }
+    static void read(PayloadReader& reader, T& value)
+    {
+        auto left = reader.beginArray();
+        fnVisitFields(value, [&]<typename Field>(std::string_view, Field& field) {
+            if (left == 0) return;
+            --left;
+            Codec<Field>::read(reader, field);
+        });
+        for (; left > 0; --left) reader.skip();
+        reader.end();
+    }
+    static fn::String type() { return internal::typeOfFields<T>(" [", " ]"); }
 };
 
 /// The name of the enumerator.
