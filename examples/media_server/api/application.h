@@ -1,6 +1,6 @@
 #pragma once
-#include "core/ipc/object/callable_object_reference.h"
-#include <optional>
+#include "core/ipc/interface/codec_containers.h"
+#include "core/ipc/interface/method.h"
 
 namespace media {
 
@@ -11,45 +11,27 @@ struct RunOptions {
     bool json = false; ///< Whether the result is one JSON object instead of text.
     bool killScanner = false; ///< Whether to kill the scanner, to show that a scan survives that.
     bool quiet = false; ///< Whether neither progress nor result is shown, since something else is.
-
-    fn::Value toValue() const
-    {
-        return fn::Value::map({ { "folder", folder }, { "dataFolder", dataFolder }, { "json", json },
-            { "killScanner", killScanner }, { "quiet", quiet } });
-    }
-    static RunOptions fromValue(const fn::Value& value)
-    {
-        return { value.at("folder").string(), value.at("dataFolder").string(), value.at("json").toBool(),
-            value.at("killScanner").toBool(), value.at("quiet").toBool() };
-    }
 };
+FN_FIELDS(RunOptions, dataFolder, folder, json, killScanner, quiet)
 
-/// A reference to the main program, for its modules.
-class FN_EXPORT Application final : public ipc::CallableObjectReference {
-public:
-    using CallableObjectReference::CallableObjectReference;
+/// How the program ends.
+struct Ending {
+    int exitCode = 0;
+    fn::String message; ///< Printed on standard error unless it is empty.
+};
+FN_FIELDS(Ending, exitCode, message)
 
-    /// The first scan.
-    fn::Promise<RunOptions> options()
-    {
-        return callMethod("options").then([](fn::Value&& options) { return RunOptions::fromValue(options); });
-    }
+/// The main program, for its modules.
+struct Application : ipc::Interface<Application> {
+    ipc::Method<RunOptions()> options; ///< The first scan.
 
     /// The next scan that another start of the program has handed over, the earliest first. A program that stays answers when there
     /// is one. Another program answers with none when it takes no more scans, and the console should finish.
-    fn::Promise<std::optional<RunOptions>> nextScan()
-    {
-        return callMethod("nextScan").then([](fn::Value&& options) {
-            return options.isNil() ? std::nullopt : std::optional(RunOptions::fromValue(options));
-        });
-    }
+    ipc::Method<std::optional<RunOptions>()> nextScan;
 
-    /// Ends all modules and the program, with this exit code, and with a message on standard error unless it is empty.
-    fn::Promise<void> finish(int exitCode, const fn::String& message)
-    {
-        const auto argument = fn::Value::map({ { "exitCode", exitCode }, { "message", message } });
-        return callMethod("finish", argument).then([](fn::Value&&) {});
-    }
+    ipc::Method<void(Ending)> finish; ///< Ends all modules and the program.
+
+    IPC_MEMBERS(options, nextScan, finish)
 };
 
 } // namespace media

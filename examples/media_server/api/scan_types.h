@@ -1,79 +1,69 @@
 #pragma once
-#include "base/export.h"
-#include "foundation/value.h"
+#include "core/ipc/interface/codec.h"
 #include <cstdint>
 #include <vector>
 
-/// The values that the modules send each other about a scan. `fromValue()` throws `fn::RangeException` for a value that does not
-/// come from `toValue()`.
+/// The values that the modules send each other about a scan.
 namespace media {
 
 /// A regular file that the walk has found.
-struct FN_EXPORT FoundFile {
+struct FoundFile {
     fn::String path; ///< Below the scanned folder. Any bytes but NUL: names need not be text.
     std::int64_t size = 0; ///< Bytes.
     std::int64_t modified = 0; ///< Nanoseconds since 1970-01-01 UTC.
-
-    fn::Value toValue() const;
-    static FoundFile fromValue(const fn::Value& value);
 };
+FN_FIELDS(FoundFile, path, size, modified)
 
 /// A file that the scanner has read.
-struct FN_EXPORT ScannedFile {
+struct ScannedFile {
     FoundFile file;
     fn::String hash; ///< As `core::ResourceHash` gives it; empty if the file could not be read.
-
-    fn::Value toValue() const;
-    static ScannedFile fromValue(const fn::Value& value);
 };
+FN_FIELDS(ScannedFile, file, hash)
 
 /// One scan of one folder, which may take several attempts.
-struct FN_EXPORT ScanId {
+struct ScanId {
     std::int64_t folder = 0;
     std::int64_t number = 0; ///< Ascends from scan to scan of the folder.
-
-    fn::Value toValue() const;
-    static ScanId fromValue(const fn::Value& value);
 };
+FN_FIELDS(ScanId, folder, number)
 
 /// How far the scanner has come.
-struct FN_EXPORT ScanProgress {
+struct ScanProgress {
     int processId = 0; ///< The scanner's.
     bool walking = true; ///< Files are still being looked for: `found` grows.
     std::int64_t found = 0; ///< Files found.
     std::int64_t done = 0; ///< Files of these that are in the catalogue.
 
     bool isHalfWay() const { return !walking && done * 2 >= found; }
-
-    fn::Value toValue() const;
-    static ScanProgress fromValue(const fn::Value& value);
 };
+FN_FIELDS(ScanProgress, done, found, processId, walking)
 
 /// Paths to show to people: the number of all, and the names of the first few.
-struct FN_EXPORT PathSample {
+struct PathSample {
     static constexpr std::size_t mostNamed = 5;
 
     std::int64_t count = 0;
     std::vector<fn::String> paths;
 
-    void add(const fn::String& path);
-
-    fn::Value toValue() const;
-    static PathSample fromValue(const fn::Value& value);
+    void add(const fn::String& path)
+    {
+        ++count;
+        if (paths.size() < mostNamed) paths.push_back(path);
+    }
 };
+FN_FIELDS(PathSample, count, paths)
 
 /// How many files of one kind there are, and their size.
-struct FN_EXPORT KindTotal {
+struct KindTotal {
     fn::String kind; ///< "audio", "video", ...
     std::int64_t files = 0;
     std::int64_t bytes = 0;
-
-    fn::Value toValue() const;
-    static KindTotal fromValue(const fn::Value& value);
 };
+FN_FIELDS(KindTotal, bytes, files, kind)
 
 /// What the catalogue knows about a folder at the end of a scan.
-struct FN_EXPORT Totals {
+struct Totals {
     std::int64_t files = 0; ///< Regular files found, also those that could not be read.
     std::int64_t bytes = 0; ///< Their sizes in sum.
     std::int64_t distinct = 0; ///< Different contents among those that could be read.
@@ -83,25 +73,13 @@ struct FN_EXPORT Totals {
 
     /// Files that have the content of another file. An unreadable file is no duplicate.
     std::int64_t duplicates() const { return files - unreadable.count - distinct; }
-
-    fn::Value toValue() const;
-    static Totals fromValue(const fn::Value& value);
 };
-
-template <typename T> fn::Value toValues(const std::vector<T>& items)
-{
-    fn::Value::Array values;
-    values.reserve(items.size());
-    for (const auto& item : items) values.push_back(item.toValue());
-    return values;
-}
-
-template <typename T> std::vector<T> fromValues(const fn::Value& values)
-{
-    std::vector<T> items;
-    items.reserve(values.size());
-    for (const auto& value : values.elements()) items.push_back(T::fromValue(value));
-    return items;
-}
+FN_FIELDS(Totals, bytes, distinct, files, hashed, kinds, unreadable)
 
 } // namespace media
+
+// What is sent by the thousand travels without the names of its fields, which a message dump shows of the others.
+template <> struct ipc::Codec<media::FoundFile> : ipc::ArrayOfFields<media::FoundFile> {
+};
+template <> struct ipc::Codec<media::ScannedFile> : ipc::ArrayOfFields<media::ScannedFile> {
+};

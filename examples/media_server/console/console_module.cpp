@@ -8,24 +8,20 @@ class ConsoleModule final : public ipc::Module {
 public:
     using Module::Module;
 
-    ~ConsoleModule() override
-    {
-        if (_run) _run->stop();
-    }
-
-    void onConnected() override
-    {
-        _run = fn::makeAuto<ScanRun>(worker());
-        _run->start();
-    }
-
-    void onAboutToQuit() override
-    {
-        if (_run) _run->stop();
-    }
+    void onConnected() override { scope().start(work()); }
+    void onAboutToQuit() override { scope().cancel(); }
 
 private:
-    fn::AutoPtr<ScanRun> _run; // Empty until connected.
+    fn::Promise<void> work()
+    {
+        try {
+            co_await _run.run();
+        } catch (const fn::Exception&) { // There is no main program to tell.
+            worker().loop().stop(); // It takes a loop that ends of itself for a failure.
+        }
+    }
+
+    ScanRun _run { worker() };
 };
 
 } // namespace media

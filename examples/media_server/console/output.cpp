@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <system_error>
 
 namespace media {
 namespace {
@@ -25,6 +26,11 @@ void Output::write(std::string_view text)
             _error = errno;
         }
     }
+}
+
+void Output::check() const
+{
+    if (_error != 0) throw std::system_error(_error, std::generic_category(), "standard output");
 }
 
 bool Output::isTerminal() const { return media::isTerminal(_descriptor); }

@@ -9,7 +9,7 @@ public:
     explicit Output(int descriptor) : _descriptor(descriptor) { }
 
     void write(std::string_view text);
-    int error() const { return _error; } ///< `errno` of a failed write, such as EPIPE without a reader; else 0.
+    void check() const; ///< Throws the `std::system_error` of a failed write, such as EPIPE without a reader.
 
     /// Whether the stream is a terminal that can draw a line again, and no "dumb" one.
     bool isTerminal() const;
@@ -17,7 +17,7 @@ public:
 
 private:
     const int _descriptor;
-    int _error = 0;
+    int _error = 0; // `errno` of a failed write.
 };
 
 } // namespace media

@@ -15,16 +15,17 @@ constexpr int narrowestBar = 5; // A narrower terminal shows no bar.
 
 } // namespace
 
-ProgressDisplay::ProgressDisplay(Output& output, fn::RunLoop& loop, folly::Function<void()> onBroken)
+ProgressDisplay::ProgressDisplay(Output& output, fn::RunLoop& loop, bool isShown)
     : _output(output),
       _loop(loop),
-      _onBroken(std::move(onBroken)),
+      _isShown(isShown),
       _isTerminal(output.isTerminal())
 {
-    schedule();
 }
 
-ProgressDisplay::~ProgressDisplay() { eraseBar(); }
+ProgressDisplay::~ProgressDisplay() { removeBar(); }
+
+fn::Duration ProgressDisplay::interval() const { return _isTerminal ? barInterval : lineInterval; }
 
 void ProgressDisplay::update(const ScanProgress& progress)
 {
@@ -35,29 +36,20 @@ void ProgressDisplay::update(const ScanProgress& progress)
 
 void ProgressDisplay::note(std::string_view line)
 {
-    eraseBar();
+    if (!_isShown) return;
+    removeBar();
     _output.write(fmt::format("{}\n", line));
-}
-
-void ProgressDisplay::schedule()
-{
-    _timer = _loop.schedule(_isTerminal ? barInterval : lineInterval, [this] {
-        draw();
-        if (_output.error() != 0)
-            _onBroken();
-        else
-            schedule();
-    });
 }
 
 void ProgressDisplay::draw()
 {
+    if (!_isShown) return;
     if (!_isTerminal) return _output.write(text() + "\n");
     _output.write(fmt::format("{}{}", eraseLine, bar(text())));
     _barIsDrawn = true;
 }
 
-void ProgressDisplay::eraseBar()
+void ProgressDisplay::removeBar()
 {
     if (std::exchange(_barIsDrawn, false)) _output.write(eraseLine);
 }

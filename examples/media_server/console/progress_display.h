@@ -3,7 +3,6 @@
 #include "console/output.h"
 #include "console/rate_meter.h"
 #include "foundation/run_loop.h"
-#include <folly/Function.h>
 #include <string>
 
 namespace media {
@@ -11,25 +10,25 @@ namespace media {
 /// Shows how far a scan has come: a bar that is drawn over again on a terminal, a line every two seconds elsewhere.
 class ProgressDisplay {
 public:
-    /// `output` is borrowed. `onBroken` is called once, from a timer, when writing has failed.
-    ProgressDisplay(Output& output, fn::RunLoop& loop, folly::Function<void()> onBroken);
+    /// Borrows the output. One that is not shown writes nothing.
+    ProgressDisplay(Output& output, fn::RunLoop& loop, bool isShown);
+    ProgressDisplay(const ProgressDisplay&) = delete;
     ~ProgressDisplay(); ///< Removes the bar.
 
-    void update(const ScanProgress& progress); ///< Shown at the next time to draw.
+    fn::Duration interval() const; ///< The time between two drawings.
+    void draw();
+    void update(const ScanProgress& progress); ///< Shown by the next drawing.
     void note(std::string_view line); ///< Writes a line that stays.
+    void removeBar();
 
 private:
-    void schedule();
-    void draw();
-    void eraseBar();
     std::string text() const;
     std::string bar(std::string_view text) const;
 
     Output& _output;
     fn::RunLoop& _loop;
-    folly::Function<void()> _onBroken;
+    const bool _isShown;
     const bool _isTerminal;
-    fn::Handle _timer;
     ScanProgress _progress;
     RateMeter _rate;
     bool _barIsDrawn = false;

@@ -1,7 +1,7 @@
 #include "library/library_service.h"
-#include "api/library.h"
 #include "api/text.h"
 #include "base/exceptions.h"
+#include "foundation/coroutine/sleep.h"
 #include "foundation/io/file.h"
 #include "foundation/logging/logging.h"
 #include <filesystem>
@@ -16,11 +16,7 @@ constexpr auto lockInterval = fn::Duration::milliseconds(50);
 
 constexpr const char* site = "examples/media_server/library";
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("mediaServer.library");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"mediaServer.library">;
 
 void makeFolder(const fn::String& path)
 {
@@ -35,44 +31,41 @@ void makeFolder(const fn::String& path)
 
 } // namespace
 
-LibraryService::LibraryService(ipc::Worker& worker) : CallableObjectInstance(worker) { }
-LibraryService::~LibraryService() = default;
-
-fn::AutoPtr<ipc::ObjectReference> LibraryService::createReference(ipc::ObjectReferenceInitializer& initializer)
+std::vector<std::size_t> LibraryService::compare(const FoundFiles& found)
 {
-    return fn::makeAuto<Library>(initializer);
+    auto positions = catalogue().compare(found.scan, found.files);
+    FN_LOG_TO(
+        category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), found.files.size());
+    return positions;
 }
 
-void LibraryService::onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument)
+void LibraryService::store(const ScannedFiles& scanned)
 {
-    if (name == "open")
-        open(context, argument.string());
-    else if (name == "beginScan")
-        sendResult(context, catalogue().beginScan(argument.string()).toValue());
-    else if (name == "compare")
-        sendResult(context, compare(argument));
-    else if (name == "store")
-        sendResult(context, store(argument));
-    else if (name == "finishScan")
-        sendResult(context, catalogue().finishScan(ScanId::fromValue(argument)).toValue());
-    else
-        sendUnknownMethod(context, name);
+    catalogue().store(scanned.scan, scanned.files);
+    FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", scanned.files.size());
 }
 
-fn::Value LibraryService::compare(const fn::Value& argument)
+fn::Promise<void> LibraryService::open(fn::String dataFolder)
 {
-    const auto& files = argument.at("files");
-    const auto positions = catalogue().compare(ScanId::fromValue(argument.at("scan")), fromValues<FoundFile>(files));
-    FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), files.size());
-    return fn::Value::Array(positions.begin(), positions.end());
-}
-
-fn::Value LibraryService::store(const fn::Value& argument)
-{
-    const auto& files = argument.at("files");
-    catalogue().store(ScanId::fromValue(argument.at("scan")), fromValues<ScannedFile>(files));
-    FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", files.size());
-    return {};
+    if (_catalogue && _dataFolder == dataFolder) co_return;
+    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Opening the catalogue in {}", printable(dataFolder));
+    _catalogue.reset();
+    _lock.reset();
+    makeFolder(dataFolder);
+    auto lock = std::make_unique<CatalogueLock>(dataFolder + "/catalogue.lock");
+    for (int attempt = 1; !lock->tryLock(); ++attempt) {
+        if (attempt > lockAttempts) {
+            throw fn::with(
+                fn::RuntimeException("The catalogue is in use by another run", fn::Exception::StackTrace::None),
+                fn::PathInfo { dataFolder });
+        }
+        co_await fn::sleep(lockInterval);
+    }
+    auto catalogue = std::make_unique<MediaLibrary>(dataFolder + "/catalogue.sqlite");
+    catalogue->open();
+    _dataFolder = dataFolder;
+    _catalogue = std::move(catalogue);
+    _lock = std::move(lock);
 }
 
 MediaLibrary& LibraryService::catalogue()
@@ -88,48 +81,18 @@ void LibraryService::inspect(const fn::Value& action, core::InspectionResultWrit
     } else if (action.isNil()) {
         page.append(fmt::format("Catalogue in {}", printable(_dataFolder)));
         page.append("Journal: wal, synchronous: normal");
-        for (const auto& [scan, path, files] : _catalogue->folders())
-            page.append(fmt::format("{}: {} files", printable(path), files), scan.toValue());
+        for (const auto& [scan, path, files] : _catalogue->folders()) {
+            page.append(fmt::format("{}: {} files", printable(path), files),
+                fn::Value::map({ { "folder", scan.folder }, { "number", scan.number } }));
+        }
     } else {
-        const auto totals = _catalogue->totals(ScanId::fromValue(action));
+        const auto totals =
+            _catalogue->totals({ action.at("folder").to<std::int64_t>(), action.at("number").to<std::int64_t>() });
         page.append(fmt::format("Files: {}, {} bytes", totals.files, totals.bytes));
         page.append(fmt::format("Distinct: {}", totals.distinct));
         page.append(fmt::format("Unreadable: {}", totals.unreadable.count));
         for (const auto& [kind, files, bytes] : totals.kinds)
             page.append(fmt::format("{}: {} files, {} bytes", kind.view(), files, bytes));
-    }
-}
-
-void LibraryService::open(const CallContext& context, const fn::String& dataFolder)
-{
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Opening the catalogue in {}", printable(dataFolder));
-    _nextAttempt.invalidate();
-    _catalogue.reset();
-    _lock.reset();
-    _dataFolder = dataFolder;
-    makeFolder(dataFolder);
-    _lock = std::make_unique<CatalogueLock>(dataFolder + "/catalogue.lock");
-    openOnceFree(context, dataFolder, lockAttempts);
-}
-
-void LibraryService::openOnceFree(const CallContext& context, const fn::String& dataFolder, int attemptsLeft)
-{
-    try {
-        if (_lock->tryLock()) {
-            auto catalogue = std::make_unique<MediaLibrary>(dataFolder + "/catalogue.sqlite");
-            catalogue->open();
-            _catalogue = std::move(catalogue);
-            sendResult(context);
-        } else if (attemptsLeft == 0) {
-            throw fn::with(
-                fn::RuntimeException("The catalogue is in use by another run", fn::Exception::StackTrace::None),
-                fn::PathInfo { dataFolder });
-        } else {
-            _nextAttempt = loop().schedule(lockInterval,
-                [this, context, dataFolder, attemptsLeft] { openOnceFree(context, dataFolder, attemptsLeft - 1); });
-        }
-    } catch (...) {
-        sendError(context, std::current_exception());
     }
 }
 

@@ -2,6 +2,7 @@
 #include "api/text.h"
 #include "base/exceptions.h"
 #include "core/services/resource_hash.h"
+#include "foundation/coroutine/sleep.h"
 #include "foundation/logging/logging.h"
 #include "foundation/time/clock.h"
 #include <algorithm>
@@ -13,11 +14,7 @@ namespace {
 constexpr auto tellInterval = fn::Duration::milliseconds(100); // How often progress is told during the walk.
 constexpr std::size_t fewestBatches = 16; // Also of a small folder, so that progress is seen.
 
-const fn::logging::Category& category()
-{
-    static const auto& result = fn::logging::CategoryManager::instance().getCategory("mediaServer.scanner");
-    return result;
-}
+constexpr auto& category = fn::logging::category<"mediaServer.scanner">;
 
 constexpr const char* site = "examples/media_server/scanner";
 
@@ -34,36 +31,18 @@ fn::String hashOf(const fn::String& path)
 
 } // namespace
 
-/// Consecutive files of the walk.
-struct ScanJob::Batch {
-    std::size_t first;
-    std::size_t count;
-    std::vector<std::size_t> changed; // The positions of changed files in the batch.
-    std::vector<ScannedFile> read; // The changed files that were read so far.
-};
+ScanJob::ScanJob(fn::RunLoop& loop, ScanOrder order) : _loop(loop), _order(std::move(order)), _walk(_order.folder) { }
 
-ScanJob::ScanJob(fn::RunLoop& loop, ScanOrder order)
-    : _loop(loop),
-      _order(std::move(order)),
-      _outcome(fn::Promise<PathSample>::create()),
-      _walk(_order.folder)
-{
-}
-
-ScanJob::~ScanJob() = default;
-
-fn::Promise<PathSample> ScanJob::start()
+fn::Promise<PathSample> ScanJob::run()
 {
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanning {}", printable(_order.folder));
-    schedule();
-    return _outcome;
-}
-
-void ScanJob::cancel() { _ended = true; }
-
-void ScanJob::fail(std::exception_ptr failure)
-{
-    if (!std::exchange(_ended, true)) _outcome.reject(failure);
+    co_await walk();
+    co_await tell(); // Also of an empty folder.
+    std::vector<fn::Promise<void>> underWay;
+    for (int i = 0; i < batchesUnderWay; ++i) underWay.push_back(handleBatches());
+    co_await fn::all(std::move(underWay));
+    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanned {} files", _done);
+    co_return _walk.unreadableFolders();
 }
 
 ScanProgress ScanJob::progress() const
@@ -71,128 +50,70 @@ ScanProgress ScanJob::progress() const
     return { ::getpid(), _walking, static_cast<std::int64_t>(_walk.files().size()), static_cast<std::int64_t>(_done) };
 }
 
-// --- Slices
+fn::Promise<void> ScanJob::tell() { return _order.observer->progress(progress()); }
 
-void ScanJob::schedule()
+bool ScanJob::isSliceOver() const { return _loop.clock().monotonic() >= _sliceEnd; }
+
+fn::Promise<void> ScanJob::nextSlice()
 {
-    if (std::exchange(_isScheduled, true)) return;
-    _loop.post([self = fn::AutoPtr(this)] { self->runSlice(); });
+    co_await fn::sleep(_loop, fn::Duration());
+    _sliceEnd = _loop.clock().monotonic() + sliceTime;
 }
 
-void ScanJob::runSlice()
+fn::Promise<void> ScanJob::walk()
 {
-    _isScheduled = false;
-    const auto end = _loop.clock().monotonic() + sliceTime;
-    try {
-        while (!_ended && workOn()) {
-            if (_loop.clock().monotonic() >= end) return schedule();
-        }
-    } catch (...) {
-        fail(std::current_exception());
+    fn::Duration lastTold;
+    for (; !_walk.isOver(); _walk.step()) {
+        if (isSliceOver()) co_await nextSlice();
+        const auto now = _loop.clock().monotonic();
+        if (now - lastTold < tellInterval) continue;
+        lastTold = now;
+        co_await tell();
     }
-}
-
-/// Does one piece of work; false if there is none.
-bool ScanJob::workOn()
-{
-    if (_walking) {
-        _walk.step();
-        if (_walk.isOver())
-            endWalk();
-        else
-            tellFound();
-        return true;
-    }
-    if (_toRead.empty()) return false;
-    readNext();
-    return true;
-}
-
-// --- Walking
-
-void ScanJob::tellFound()
-{
-    const auto now = _loop.clock().monotonic();
-    if (_isTelling || now - _lastTold < tellInterval) return;
-    _isTelling = true;
-    _lastTold = now;
-    _order.observer->progress(progress())
-        .then([self = fn::AutoPtr(this)] { self->_isTelling = false; },
-            [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->fail(failure); });
-}
-
-void ScanJob::endWalk()
-{
     _walking = false;
-    FN_LOG_TO(category(), fn::logging::Debug, {}, site, "Found {} files", _walk.files().size());
-    _batchFiles = std::clamp<std::size_t>(_walk.files().size() / fewestBatches, 1, largestBatch);
-    if (!_walk.files().empty()) return beginBatches();
-    ++_underWay; // An empty batch, so that the observer hears of the end in any case.
-    onStored(0);
+    const auto files = _walk.files().size();
+    FN_LOG_TO(category(), fn::logging::Debug, {}, site, "Found {} files", files);
+    _batchFiles = std::clamp<std::size_t>(files / fewestBatches, 1, largestBatch);
 }
 
 // --- Batches
 
-void ScanJob::beginBatches()
+/// Handles one batch after another until there is none left.
+fn::Promise<void> ScanJob::handleBatches()
 {
-    while (!_ended && _underWay < batchesUnderWay && _next < _walk.files().size()) beginBatch();
+    while (_next < _walk.files().size()) {
+        auto batch = nextBatch();
+        ++_underWay;
+        auto changed = co_await _order.library->compare(batch);
+        if (!changed.empty()) {
+            const auto scanned = co_await read(batch, changed);
+            co_await _order.library->store(scanned);
+        }
+        _done += batch.files.size();
+        FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files are done", _done, _walk.files().size());
+        co_await tell();
+        --_underWay;
+    }
 }
 
-void ScanJob::beginBatch()
+FoundFiles ScanJob::nextBatch()
 {
-    const auto batch = std::make_shared<Batch>();
-    batch->first = _next;
-    batch->count = std::min(_batchFiles, _walk.files().size() - _next);
-    _next += batch->count;
-    ++_underWay;
-    const auto begin = _walk.files().begin() + static_cast<std::ptrdiff_t>(batch->first);
-    _order.library->compare(_order.scan, { begin, begin + static_cast<std::ptrdiff_t>(batch->count) })
-        .then([self = fn::AutoPtr(this), batch](
-                  std::vector<std::size_t>&& changed) { self->onCompared(batch, std::move(changed)); },
-            [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->fail(failure); });
+    const auto begin = _walk.files().begin() + static_cast<std::ptrdiff_t>(_next);
+    const auto count = std::min(_batchFiles, _walk.files().size() - _next);
+    _next += count;
+    return { _order.scan, { begin, begin + static_cast<std::ptrdiff_t>(count) } };
 }
 
-void ScanJob::onCompared(const BatchPointer& batch, std::vector<std::size_t>&& changed)
+fn::Promise<ScannedFiles> ScanJob::read(FoundFiles& batch, std::vector<std::size_t>& positions)
 {
-    if (_ended) return;
-    if (changed.empty()) return onStored(batch->count);
-    batch->changed = std::move(changed);
-    _toRead.push_back(batch);
-    schedule();
-}
-
-void ScanJob::readNext()
-{
-    const auto batch = _toRead.front();
-    const auto& file = _walk.files().at(batch->first + batch->changed.at(batch->read.size()));
-    batch->read.push_back({ file, hashOf(_order.folder + "/" + file.path) });
-    if (batch->read.size() < batch->changed.size()) return;
-
-    _toRead.pop_front();
-    _order.library->store(_order.scan, batch->read)
-        .then([self = fn::AutoPtr(this), count = batch->count] { self->onStored(count); },
-            [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->fail(failure); });
-}
-
-void ScanJob::onStored(std::size_t files)
-{
-    if (_ended) return;
-    _done += files;
-    FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files are done", _done, _walk.files().size());
-    _order.observer->progress(progress())
-        .then([self = fn::AutoPtr(this)] { self->onSeen(); },
-            [self = fn::AutoPtr(this)](std::exception_ptr failure) { self->fail(failure); });
-}
-
-void ScanJob::onSeen()
-{
-    if (_ended) return;
-    --_underWay;
-    beginBatches();
-    if (_underWay > 0) return;
-    _ended = true;
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanned {} files", _done);
-    _outcome.fulfill(_walk.unreadableFolders());
+    const auto turn = co_await _reader.acquire();
+    ScannedFiles scanned { _order.scan, {} };
+    for (const auto position : positions) {
+        if (isSliceOver()) co_await nextSlice();
+        const auto& file = batch.files.at(position);
+        scanned.files.push_back({ file, hashOf(_order.folder + "/" + file.path) });
+    }
+    co_return scanned;
 }
 
 } // namespace media

@@ -1,19 +1,10 @@
 #pragma once
-#include "api/library.h"
-#include "api/scan_observer.h"
-#include "base/ref_counted.h"
+#include "api/scanner.h"
+#include "foundation/coroutine/semaphore.h"
+#include "foundation/run_loop.h"
 #include "scanner/folder_walk.h"
-#include <deque>
-#include <memory>
 
 namespace media {
-
-struct ScanOrder {
-    fn::String folder;
-    ScanId scan;
-    fn::AutoPtr<Library> library;
-    fn::AutoPtr<ScanObserver> observer;
-};
 
 /// One scan. First the folder is walked, then its files go through in batches:
 ///
@@ -21,12 +12,12 @@ struct ScanOrder {
 ///
 /// Only a few batches are under way at a time, so that no receiver gets more than it keeps up with. The work is done in slices of
 /// a few milliseconds, between which the loop runs other tasks.
-class ScanJob final : public fn::RefCountedObject {
+class ScanJob {
 public:
     ScanJob(fn::RunLoop& loop, ScanOrder order); ///< `fn::FileException` if the folder cannot be read.
 
-    fn::Promise<PathSample> start(); ///< To be called once. Gives the folders that could not be read.
-    void cancel(); ///< Ends reading and sending; the promise stays pending.
+    /// Does it all; to be called once, and to be cancelled before the job is destroyed. Gives the folders that could not be read.
+    fn::Promise<PathSample> run();
 
     // The settings.
     static constexpr auto sliceTime = fn::Duration::milliseconds(5);
@@ -39,38 +30,24 @@ public:
     int underWay() const { return _underWay; } ///< Batches under way.
 
 private:
-    struct Batch;
-    using BatchPointer = std::shared_ptr<Batch>;
-
-    ~ScanJob() override;
-
-    void schedule();
-    void runSlice();
-    bool workOn();
-    void tellFound();
-    void endWalk();
-    void beginBatches();
-    void beginBatch();
-    void onCompared(const BatchPointer& batch, std::vector<std::size_t>&& changed);
-    void readNext();
-    void onStored(std::size_t files);
-    void onSeen();
-    void fail(std::exception_ptr failure);
+    fn::Promise<void> walk();
+    fn::Promise<void> handleBatches();
+    FoundFiles nextBatch();
+    fn::Promise<ScannedFiles> read(FoundFiles& batch, std::vector<std::size_t>& positions);
+    fn::Promise<void> tell();
+    bool isSliceOver() const;
+    fn::Promise<void> nextSlice();
 
     fn::RunLoop& _loop;
     const ScanOrder _order;
-    const fn::Promise<PathSample> _outcome;
     FolderWalk _walk;
     bool _walking = true;
-    bool _ended = false;
-    bool _isScheduled = false; // Whether a slice is posted.
-    bool _isTelling = false; // Whether the observer is still to answer for the progress of the walk.
-    fn::Duration _lastTold; // When the observer was last told.
     std::size_t _batchFiles = 0;
     std::size_t _next = 0; // The first file that is in no batch.
     std::size_t _done = 0;
     int _underWay = 0; // Batches under way.
-    std::deque<BatchPointer> _toRead;
+    fn::Semaphore _reader { 1 }; // One batch is read at a time.
+    fn::Duration _sliceEnd; // By the loop's clock.
 };
 
 } // namespace media

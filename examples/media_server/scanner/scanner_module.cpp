@@ -13,8 +13,6 @@ public:
 
     void onConnected() override
     {
-        worker().registerObjectReferenceClass<Library>();
-        worker().registerObjectReferenceClass<ScanObserver>();
         const auto service = fn::makeAuto<ScannerService>(worker());
         worker().registry()->registerObject(service, 0);
         core::publishInspector(worker(), "Scanner", [weak = fn::WeakPtr(service)](const fn::Value&, auto& page) {

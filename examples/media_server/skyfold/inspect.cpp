@@ -15,27 +15,23 @@ constexpr int signalled = 128;
 class Visitor final : public ipc::Module {
 public:
     explicit Visitor(const fn::String& pipePath) : Module(ipc::ModuleInitData(pipePath, "inspect", {}, {}, true)) { }
-    ~Visitor() override
-    {
-        if (_browser) _browser->stop();
-    }
 
     int exitCode = 0;
 
 private:
-    void onConnected() override
-    {
-        _browser = fn::makeAuto<InspectorBrowser>(worker(), [this] { terminate(); });
-        _browser->start();
-    }
+    void onConnected() override { scope().start(browse()); }
     void onAboutToQuit() override
     {
         std::fputs("skyfold: the Skyfold that was running has ended\n", stderr);
         exitCode = 1;
         terminate();
     }
-
-    fn::AutoPtr<InspectorBrowser> _browser; // Set when the worker is connected.
+    fn::Promise<void> browse()
+    {
+        InspectorBrowser browser(worker());
+        co_await browser.run();
+        terminate();
+    }
 };
 
 } // namespace

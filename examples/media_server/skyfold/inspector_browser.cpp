@@ -25,105 +25,77 @@ void say(const std::string& text)
 
 } // namespace
 
-InspectorBrowser::InspectorBrowser(ipc::Worker& worker, folly::Function<void()> onQuit)
-    : _worker(worker),
-      _onQuit(std::move(onQuit)),
-      _isTerminal(::isatty(STDIN_FILENO))
-{
-}
+InspectorBrowser::InspectorBrowser(ipc::Worker& worker) : _worker(worker), _isTerminal(::isatty(STDIN_FILENO)) { }
 
-InspectorBrowser::~InspectorBrowser() = default;
-
-void InspectorBrowser::start()
+fn::Promise<void> InspectorBrowser::run()
 {
     if (_isTerminal) say(help);
-    visit({});
+    do {
+        try {
+            auto shown = _trail.back().key.empty() ? showList() : showPage();
+            co_await std::move(shown);
+        } catch (...) {
+            _links.clear();
+            say(describe(std::current_exception()));
+        }
+    } while (co_await ask());
 }
 
-void InspectorBrowser::stop()
+/// Takes commands until there is a page to show; false if the user quits.
+fn::Promise<bool> InspectorBrowser::ask()
 {
-    if (_work) _work.cancel();
-}
-
-// --- Commands
-
-void InspectorBrowser::ask()
-{
-    if (_isTerminal) {
-        std::fputs("> ", stdout);
-        std::fflush(stdout);
+    for (;;) {
+        if (_isTerminal) {
+            std::fputs("> ", stdout);
+            std::fflush(stdout);
+        }
+        const auto line = co_await readLine();
+        if (!line || *line == "q") co_return false;
+        if (follow(*line)) co_return true;
+        say(help);
     }
-    _work = readLine(_worker.loop()).then([self = fn::AutoPtr(this)](std::optional<std::string>&& line) {
-        self->obey(line.value_or("q"));
-    });
 }
 
-void InspectorBrowser::obey(const std::string& command)
+/// Finds the page to show; false for what is no command.
+bool InspectorBrowser::follow(const std::string& command)
 {
-    if (command == "q") return _onQuit();
-    if (command == "l") return visit({});
-    if (command == "b" && _trail.size() > 1) _trail.pop_back();
-    if (command == "b" || command == "r" || command.empty()) return show();
+    const auto* const last = command.data() + command.size();
     std::size_t number = 0;
-    const auto [end, error] = std::from_chars(command.data(), command.data() + command.size(), number);
-    if (error == std::errc() && end == command.data() + command.size() && number >= 1 && number <= _links.size())
-        return visit(_links[number - 1]);
-    say(help);
-    ask();
-}
-
-void InspectorBrowser::visit(Place place)
-{
-    _trail.push_back(std::move(place));
-    show();
+    const auto [end, error] = std::from_chars(command.data(), last, number);
+    if (command == "l")
+        _trail.emplace_back();
+    else if (command == "b" && _trail.size() > 1)
+        _trail.pop_back();
+    else if (command == "b" || command == "r" || command.empty())
+        return true;
+    else if (error == std::errc() && end == last && number >= 1 && number <= _links.size())
+        _trail.push_back(_links[number - 1]);
+    else
+        return false;
+    return true;
 }
 
 // --- Pages
 
-void InspectorBrowser::show()
-{
-    _work = (_trail.back().key.empty() ? showList() : showPage())
-                .then([] {},
-                    [self = fn::AutoPtr(this)](std::exception_ptr failure) {
-                        self->_links.clear();
-                        say(describe(failure));
-                    })
-                .then([self = fn::AutoPtr(this)] { self->ask(); });
-}
-
 fn::Promise<void> InspectorBrowser::showList()
 {
-    using Inspectors = fn::AutoPtr<core::InspectorRegistry>;
-    const fn::AutoPtr self(this);
-    const auto found = _inspectors ? fn::Promise<Inspectors>::fulfilled(_inspectors)
-                                   : _worker.registry()->getInstance<core::InspectorRegistry>(findTimeout);
-    return found
-        .then([self](Inspectors&& inspectors) {
-            self->_inspectors = inspectors;
-            return inspectors->allInspectors();
-        })
-        .then([self](std::map<fn::String, fn::String>&& inspectors) {
-            self->_links.clear();
-            for (const auto& [key, name] : inspectors) self->_links.push_back({ key, printable(name), {}, {} });
-            std::ranges::sort(self->_links, {}, &Place::title);
-            say("\nInspectors");
-            for (std::size_t i = 0; i < self->_links.size(); ++i)
-                say(fmt::format("{:4}  {}", i + 1, self->_links[i].title));
-        });
+    if (!_inspectors) _inspectors = co_await _worker.registry()->getInstance<core::InspectorRegistry>(findTimeout);
+    const auto inspectors = co_await _inspectors->allInspectors();
+    _links.clear();
+    for (const auto& [key, name] : inspectors) _links.push_back({ key, printable(name), {}, {} });
+    std::ranges::sort(_links, {}, &Place::title);
+    say("\nInspectors");
+    for (std::size_t i = 0; i < _links.size(); ++i) say(fmt::format("{:4}  {}", i + 1, _links[i].title));
 }
 
 fn::Promise<void> InspectorBrowser::showPage()
 {
-    const auto place = _trail.back();
-    return _inspectors->getInspector(place.key)
-        .then([place](fn::AutoPtr<core::InspectorReference>&& inspector) {
-            if (!inspector) throw fn::RuntimeException("This inspector has gone", fn::Exception::StackTrace::None);
-            return inspector->open(place.action, place.referer);
-        })
-        .then([self = fn::AutoPtr(this)](core::OpenedPage&& page) {
-            self->_trail.back().action = page.action;
-            self->print(self->_trail.back(), page.items);
-        });
+    auto& place = _trail.back();
+    const auto inspector = co_await _inspectors->getInspector(place.key);
+    if (!inspector) throw fn::RuntimeException("This inspector has gone", fn::Exception::StackTrace::None);
+    const auto page = co_await inspector->open(place.action, place.referer);
+    place.action = page.action;
+    print(place, page.items);
 }
 
 void InspectorBrowser::print(const Place& place, const std::vector<core::Item>& items)

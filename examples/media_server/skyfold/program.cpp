@@ -1,6 +1,7 @@
 #include "skyfold/program.h"
 #include "api/text.h"
 #include "base/exceptions.h"
+#include "core/ipc/interface/service.h"
 #include "core/ipc/registry.h"
 #include "core/ipc/run_module.h"
 #include "core/ipc_services/inspector/dispatcher_inspector.h"
@@ -9,6 +10,7 @@
 #include "core/ipc_services/inspector/register_inspector_registry.h"
 #include "core/ipc_services/inspector/registry_inspector.h"
 #include "core/services/logging_profile/logging_profiles.h"
+#include "foundation/coroutine/next.h"
 #include "foundation/logging/logging.h"
 #include "foundation/message_bus.h"
 #include "foundation/run_loop.h"
@@ -30,11 +32,7 @@ constexpr auto graceTime = fn::Duration::seconds(2);
 
 constexpr std::size_t mostWaitingScans = 1000;
 
-const fn::logging::Category& category()
-{
-    static const auto& category = fn::logging::CategoryManager::instance().getCategory("mediaServer.skyfold");
-    return category;
-}
+constexpr auto& category = fn::logging::category<"mediaServer.skyfold">;
 
 std::vector<ipc::ModuleDefinition*> modulesOf(const Options& options)
 {
@@ -48,14 +46,26 @@ std::vector<ipc::ModuleDefinition*> modulesOf(const Options& options)
 
 } // namespace
 
+/// The program as its modules see it.
+class Program::ApplicationService final : public ipc::Service<ApplicationService, Application> {
+public:
+    ApplicationService(ipc::Worker& worker, Program& program) : Service(worker), _program(program) { }
+
+    RunOptions options() { return _program._options.run; }
+    fn::Promise<std::optional<RunOptions>> nextScan() { return _program.nextScan(); }
+    void finish(const Ending& ending) { _program.end(ending); }
+
+private:
+    Program& _program;
+};
+
 Program::Program(Options options, SingleInstance& instance)
     : _options(std::move(options)),
       _instance(instance),
       _loop(fn::RunLoop::defaultLoop().uvLoop()),
       _dispatcher(std::in_place, _loop, notRespondingTimeout),
       _manager(*_dispatcher, modulesOf(_options)),
-      _exitCode(failed),
-      _message("The console has ended unexpectedly.")
+      _ending { failed, "The console has ended unexpectedly." }
 {
 }
 
@@ -63,13 +73,12 @@ Program::~Program() = default;
 
 int Program::run()
 {
-    const EndingSignals signals(_loop, [this](int signal) { end(signalled + signal); });
-    _connections.push_back(_dispatcher->onReady().connect([this] { onReady(); }));
-    _connections.push_back(
-        _manager.onFatalError().connect([this](const fn::String& message) { end(failed, message); }));
+    const EndingSignals signals(_loop, [this](int signal) { end({ signalled + signal, {} }); });
+    _scope.connect(_dispatcher->onReady(), [this] { onReady(); });
+    _scope.connect(_manager.onFatalError(), [this](const fn::String& message) { end({ failed, message }); });
     for (const auto* name : { inspector_web::addressMessage, inspector_web::failureMessage }) {
-        _connections.push_back(fn::MessageBus::instance().onMessage(name).connect(
-            [this](const fn::String& name, const fn::Value& body) { onAnnouncement(name, body); }));
+        _scope.connect(fn::MessageBus::instance().onMessage(name),
+            [this](const fn::String& name, const fn::Value& body) { onAnnouncement(name, body); });
     }
     _instance.accept([this](const fn::Value& value) { onCommand(value); });
     _dispatcher->bind();
@@ -77,44 +86,42 @@ int Program::run()
     _dispatcher->start();
     _manager.start(); // The entry point of the console's module runs the loop.
     endAll();
-    if (!_message.empty()) std::fprintf(stderr, "skyfold: %s\n", _message.c_str());
-    return _exitCode;
+    if (!_ending.message.empty()) std::fprintf(stderr, "skyfold: %s\n", _ending.message.c_str());
+    return _ending.exitCode;
 }
 
 void Program::onReady()
 {
     auto& worker = _dispatcher->worker();
-    worker.registry()->registerObject(
-        fn::makeAuto<ApplicationService>(worker, static_cast<ApplicationService::Owner&>(*this)), 0);
+    worker.registry()->registerObject(fn::makeAuto<ApplicationService>(worker, *this), 0);
     core::registerInspectorRegistry(worker);
     // The inspectors of the main process. Modules publish their own.
     core::publishInspector(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
     core::publishInspector(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
     core::publishInspector(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
-    if (!_options.inspect) return;
-    _browser = fn::makeAuto<InspectorBrowser>(worker, [this] { end(0); });
-    _browser->start();
+    if (_options.inspect) _scope.start(browse());
 }
 
-void Program::nextScan(NextScan answer)
+fn::Promise<void> Program::browse()
 {
-    if (!_nextScans.empty()) {
-        const auto next = std::move(_nextScans.front());
-        _nextScans.pop_front();
-        answer(next);
-    } else if (_options.inspectWeb || _options.inspect) {
-        _onNextScan = std::move(answer);
-    } else {
+    InspectorBrowser browser(_dispatcher->worker());
+    co_await browser.run();
+    end({});
+}
+
+fn::Promise<std::optional<RunOptions>> Program::nextScan()
+{
+    const bool stays = _options.inspectWeb || _options.inspect;
+    while (_nextScans.empty()) {
         // Another start that comes when this program has closed runs the modules itself, when this one has ended.
-        _instance.whenQuiet(_loop, [this, answer = std::move(answer)]() mutable {
-            if (_nextScans.empty()) {
-                answer(std::nullopt);
-                return false;
-            }
-            nextScan(std::move(answer));
-            return true;
-        });
+        if (stays)
+            co_await fn::next(_onScan);
+        else if (co_await _instance.closeUnless([this] { return !_nextScans.empty(); }))
+            co_return std::nullopt;
     }
+    auto next = std::move(_nextScans.front());
+    _nextScans.pop_front();
+    co_return next;
 }
 
 /// Called each time the module of the web pages has started. If the result is JSON, standard output is for that alone.
@@ -138,7 +145,7 @@ void Program::onCommand(const fn::Value& value)
         FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "{} is to be scanned, too",
             command.scan->folder.view());
         _nextScans.push_back(std::move(*command.scan));
-        if (_onNextScan) nextScan(std::exchange(_onNextScan, {}));
+        _onScan.fire();
     } catch (const fn::Exception& exception) {
         FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
             exception.what());
@@ -146,11 +153,10 @@ void Program::onCommand(const fn::Value& value)
 }
 
 /// Ends the program. Only the first call counts.
-void Program::end(int exitCode, const fn::String& message)
+void Program::end(const Ending& ending)
 {
     if (std::exchange(_isEnding, true)) return;
-    _exitCode = exitCode;
-    _message = message;
+    _ending = ending;
     _instance.close();
     _manager.stop();
     _dispatcher->stop(fn::Duration(), {});
@@ -159,10 +165,9 @@ void Program::end(int exitCode, const fn::String& message)
 void Program::endAll()
 {
     _isEnding = true; // The loop may have ended for another reason. From now on signals change nothing.
-    if (_browser) _browser->stop();
+    _scope.end();
     _manager.stop();
     ipc::endModules();
-    _connections.clear();
     _dispatcher.reset(); // Processes that have not read QUIT see the end of their connection.
     _manager.end(graceTime);
 }

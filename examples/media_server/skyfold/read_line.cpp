@@ -1,6 +1,6 @@
 #include "skyfold/read_line.h"
 #include "base/posix.h"
-#include "foundation/system/thread_pool.h"
+#include "foundation/coroutine/on_pool.h"
 #include <unistd.h>
 
 namespace media {
@@ -24,13 +24,6 @@ std::optional<std::string> readNext()
 
 } // namespace
 
-fn::Promise<std::optional<std::string>> readLine(fn::RunLoop& loop)
-{
-    const auto result = fn::Promise<std::optional<std::string>>::create();
-    fn::ThreadPool::defaultPool().schedule([&loop, answer = result]() mutable {
-        loop.post([answer = std::move(answer), line = readNext()]() mutable { answer.fulfill(std::move(line)); });
-    });
-    return result;
-}
+fn::Promise<std::optional<std::string>> readLine() { return fn::onPool(readNext); }
 
 } // namespace media

@@ -54,7 +54,7 @@ int askForSecret(const std::string& question, Secret& secret)
         const Silence silence(loop);
         if (silence.isTerminal()) std::fprintf(stderr, "%s: ", question.c_str());
         loop.post([&] {
-            readLine(loop).then([&](std::optional<std::string>&& line) {
+            readLine().then([&](std::optional<std::string>&& line) {
                 if (line) text = std::move(*line);
                 loop.stop();
             });

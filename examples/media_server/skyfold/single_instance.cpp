@@ -1,5 +1,6 @@
 #include "skyfold/single_instance.h"
 #include "base/exceptions.h"
+#include "foundation/coroutine/sleep.h"
 #include "foundation/time/clock.h"
 
 namespace media {
@@ -54,25 +55,25 @@ void SingleInstance::accept(OnCommand onCommand)
     _commands->bind();
 }
 
-void SingleInstance::whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesOn)
+fn::Promise<bool> SingleInstance::closeUnless(folly::Function<bool()> hasMore)
 {
-    if (!_commands) return; // The program is ending.
-    const core::ProcessLock handOver(handOverLockName);
-    if (!handOver.exclusive()) {
-        _nextAttempt = loop.schedule(attemptInterval,
-            [this, &loop, goesOn = std::move(goesOn)]() mutable { whenQuiet(loop, std::move(goesOn)); });
-        return;
+    while (_commands) { // Else the program is ending.
+        if (const core::ProcessLock handOver(handOverLockName); handOver.exclusive()) {
+            _commands->stop(); // Signals all commands that were sent before it returns.
+            if (hasMore()) {
+                _commands->bind();
+                co_return false;
+            }
+            close();
+            co_return true;
+        }
+        co_await fn::sleep(attemptInterval);
     }
-    _commands->stop(); // Signals all commands that were sent before it returns.
-    if (goesOn())
-        _commands->bind();
-    else
-        close();
+    co_return true;
 }
 
 void SingleInstance::close()
 {
-    _nextAttempt.invalidate();
     _connection.invalidate();
     _commands.reset();
 }

@@ -26,15 +26,14 @@ public:
     void accept(OnCommand onCommand); ///< From now on this program takes commands of other starts.
     void close(); ///< This program takes no more commands: later starts wait for its end.
 
-    /// Calls `goesOn` when no start is handing over a command, and all commands have been told. If it gives false, this program
-    /// takes no more commands: so none is lost that another start believes to have handed over.
-    void whenQuiet(fn::uv::Loop& loop, folly::Function<bool()> goesOn);
+    /// `close()`, unless there is more to do: waits until no start is handing over a command and all commands have been told, and then
+    /// asks. Gives whether this program is closed. So no command is lost that another start believes to have handed over.
+    fn::Promise<bool> closeUnless(folly::Function<bool()> hasMore);
 
 private:
     std::optional<core::ProcessLock> _lock; // Held until this process ends.
     fn::AutoPtr<core::CommandIPC> _commands;
     fn::Handle _connection;
-    fn::Handle _nextAttempt; // The timer of `whenQuiet()`.
 };
 
 } // namespace media
