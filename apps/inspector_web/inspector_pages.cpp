@@ -2,6 +2,7 @@
 #include "base/exceptions.h"
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/registry.h"
+#include "foundation/coroutine/sleep.h"
 #include "inspector_web/action_text.h"
 #include "inspector_web/html_page.h"
 #include <algorithm>
@@ -106,79 +107,37 @@ WebAnswer errorPage(int status, std::string_view text)
     return { status, std::move(page).finish() };
 }
 
-WebAnswer errorPage(const std::exception_ptr& failure)
-{
-    try {
-        std::rethrow_exception(failure);
-    } catch (const ipc::ObjectDeadException&) {
-        return errorPage(502, "The process of this inspector has ended.");
-    } catch (const fn::OperationTimedOutException&) {
-        return errorPage(504, "The inspector does not answer.");
-    } catch (const std::exception& exception) {
-        return errorPage(502, fmt::format("The inspector fails: {}", exception.what()));
-    }
-}
-
-fn::Promise<WebAnswer> errorAnswer(int status, std::string_view text)
-{
-    return fn::Promise<WebAnswer>::fulfilled(errorPage(status, text));
-}
-
 } // namespace
 
 InspectorPages::InspectorPages(ipc::Worker& worker) : _worker(worker) { }
-InspectorPages::~InspectorPages() = default;
 
-fn::Promise<WebAnswer> InspectorPages::answer(const WebRequest& request)
+fn::Promise<WebAnswer> InspectorPages::answer(WebRequest request)
 {
-    const auto result = fn::Promise<WebAnswer>::create();
-    const auto timer = std::make_shared<fn::Handle>();
-    const auto answered = page(request).then([result, timer](WebAnswer&& answer) { result.fulfill(std::move(answer)); },
-        [result, timer](const std::exception_ptr& failure) { result.fulfill(errorPage(failure)); });
-    *timer = _worker.loop().schedule(mostTime, [answered, result] {
-        result.fulfill(errorPage(504, "The inspector does not answer."));
-        answered.cancel();
-    });
-    result.onCancel([answered] { answered.cancel(); });
-    return result;
+    try {
+        auto answer = co_await fn::withTimeout(page(request), mostTime);
+        co_return answer;
+    } catch (const ipc::ObjectDeadException&) {
+        co_return errorPage(502, "The process of this inspector has ended.");
+    } catch (const fn::OperationTimedOutException&) {
+        co_return errorPage(504, "The inspector does not answer.");
+    } catch (const std::exception& exception) {
+        co_return errorPage(502, fmt::format("The inspector fails: {}", exception.what()));
+    }
 }
 
-fn::Promise<WebAnswer> InspectorPages::page(const WebRequest& request)
+fn::Promise<WebAnswer> InspectorPages::page(WebRequest& request)
 {
-    if (request.path.empty()) return list();
-    if (request.path == "inspector") return inspector(request);
-    return errorAnswer(404, "There is no such page.");
-}
-
-fn::Promise<WebAnswer> InspectorPages::list()
-{
-    return inspectors().then([](Names&& names) { return WebAnswer { 200, listPage(names) }; });
-}
-
-fn::Promise<WebAnswer> InspectorPages::inspector(const WebRequest& request)
-{
-    auto asked = placeFrom(request);
-    if (!asked) return errorAnswer(400, "The address is damaged.");
-    return inspectors().then([self = fn::AutoPtr(this), place = std::move(*asked)](Names&& names) {
-        return self->_service->getInspector(place.key).then(
-            [place, name = names[place.key]](fn::AutoPtr<core::InspectorReference>&& inspector) {
-                if (!inspector) return errorAnswer(404, "There is no such inspector, or not any more.");
-                return inspector->open(place.action, place.from.value_or(fn::Value()))
-                    .then([place, name](core::OpenedPage&& page) {
-                        return WebAnswer { 200, inspectorPage(name, place, page) };
-                    });
-            });
-    });
-}
-
-fn::Promise<InspectorPages::Names> InspectorPages::inspectors()
-{
-    if (_service) return _service->allInspectors();
-    return _worker.registry()->getInstance<core::InspectorRegistry>(mostTime).then(
-        [self = fn::AutoPtr(this)](fn::AutoPtr<core::InspectorRegistry>&& service) {
-            self->_service = service;
-            return service->allInspectors();
-        });
+    const bool isList = request.path.empty();
+    if (!isList && request.path != "inspector") co_return errorPage(404, "There is no such page.");
+    const auto place = placeFrom(request);
+    if (!place) co_return errorPage(400, "The address is damaged.");
+    if (!_service) _service = co_await _worker.registry()->getInstance<core::InspectorRegistry>(mostTime);
+    auto names = co_await _service->allInspectors();
+    if (isList) co_return WebAnswer { 200, listPage(names) };
+    const auto inspector = co_await _service->getInspector(place->key);
+    if (!inspector) co_return errorPage(404, "There is no such inspector, or not any more.");
+    const auto opened = co_await inspector->open(place->action, place->from.value_or(fn::Value()));
+    co_return WebAnswer { 200, inspectorPage(names[place->key], *place, opened) };
 }
 
 } // namespace inspector_web

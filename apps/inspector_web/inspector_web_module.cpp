@@ -24,7 +24,6 @@ public:
         publishTraffic();
         auto& bus = fn::MessageBus::instance();
         try {
-            _pages = fn::makeAuto<InspectorPages>(worker());
             _server.emplace(worker().loop().uvLoop(), [this](const WebRequest& request) { return answer(request); });
             bus.postMessage(addressMessage, _server->access().address());
         } catch (const std::exception& exception) {
@@ -39,13 +38,12 @@ public:
     }
 
 private:
-    fn::Promise<WebAnswer> answer(const WebRequest& request)
+    fn::Promise<WebAnswer> answer(WebRequest request)
     {
         ++_traffic->requests;
-        return _pages->answer(request).then([traffic = _traffic](WebAnswer&& answer) {
-            if (answer.status != 200) ++traffic->refused;
-            return std::move(answer);
-        });
+        auto answer = co_await _pages.answer(request);
+        if (answer.status != 200) ++_traffic->refused;
+        co_return answer;
     }
 
     /// Publishes the numbers of requests, but not the address: it gives access to everything.
@@ -63,8 +61,8 @@ private:
         std::uint64_t refused = 0; // Requests answered by an error: unknown inspectors, bad links and the like.
     };
     const std::shared_ptr<Traffic> _traffic = std::make_shared<Traffic>();
-    fn::AutoPtr<InspectorPages> _pages; // Both are empty until the module is connected.
-    std::optional<HttpServer> _server;
+    InspectorPages _pages { worker() };
+    std::optional<HttpServer> _server; // Empty until the module is connected.
 };
 
 } // namespace inspector_web

@@ -124,9 +124,9 @@ protected:
     std::string linkTo(const Value& action) const { return link + "&action=" + *inspector_web::actionText(action); }
 
     std::unique_ptr<test::Client> publisher = client("Publisher"), browser = client("Browser");
-    fn::AutoPtr<inspector_web::InspectorPages> pages = fn::makeAuto<inspector_web::InspectorPages>(*browser->worker);
+    inspector_web::InspectorPages pages { *browser->worker };
     std::optional<HttpServer> server { std::in_place, loop,
-        [this](const auto& request) { return pages->answer(request); } };
+        [this](const auto& request) { return pages.answer(request); } };
     const std::string address = server->access().address(); // http://127.0.0.1:PORT/TOKEN/
     const std::string host = address.substr(7, address.find('/', 7) - 7);
     const std::string base = address.substr(7 + host.size());

@@ -21,20 +21,15 @@ fn::Promise<InspectionResult> InspectorReference::inspect(const fn::Value& actio
         .then([](fn::Value&& result) { return InspectionResult::deserialize(result); });
 }
 
-fn::Promise<OpenedPage> InspectorReference::open(const fn::Value& action, const fn::Value& refererAction)
+fn::Promise<OpenedPage> InspectorReference::open(fn::Value action, fn::Value refererAction)
 {
-    return follow(action, refererAction, mostRedirections);
-}
-
-fn::Promise<OpenedPage> InspectorReference::follow(
-    const fn::Value& action, const fn::Value& refererAction, int redirectionsLeft)
-{
-    return inspect(action, refererAction).then([=, self = fn::AutoPtr(this)](InspectionResult&& result) {
-        if (!result.redirectAction) return fn::Promise<OpenedPage>::fulfilled({ action, std::move(result.items) });
-        if (redirectionsLeft == 0)
-            throw fn::RuntimeException("The page leads in circles", fn::Exception::StackTrace::None);
-        return self->follow(*result.redirectAction, action, redirectionsLeft - 1);
-    });
+    const fn::AutoPtr self(this);
+    for (int redirections = 0; redirections <= mostRedirections; ++redirections) {
+        auto result = co_await inspect(action, refererAction);
+        if (!result.redirectAction) co_return OpenedPage { std::move(action), std::move(result.items) };
+        refererAction = std::exchange(action, std::move(*result.redirectAction));
+    }
+    throw fn::RuntimeException("The page leads in circles", fn::Exception::StackTrace::None);
 }
 
 } // namespace core

@@ -22,12 +22,9 @@ public:
     fn::Promise<InspectionResult> inspect(const fn::Value& action, const fn::Value& refererAction);
 
     /// Asks likewise and follows redirections; more than ten in a row fail with a `fn::RuntimeException`.
-    fn::Promise<OpenedPage> open(const fn::Value& action, const fn::Value& refererAction);
+    fn::Promise<OpenedPage> open(fn::Value action, fn::Value refererAction);
 
     ~InspectorReference() override;
-
-private:
-    fn::Promise<OpenedPage> follow(const fn::Value& action, const fn::Value& refererAction, int redirectionsLeft);
 };
 
 } // namespace core

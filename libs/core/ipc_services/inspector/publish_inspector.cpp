@@ -25,15 +25,15 @@ private:
     WritePage _writePage;
 };
 
-void tellFailure(const fn::String& name, std::exception_ptr failure)
+fn::Promise<void> publish(ipc::Worker& worker, fn::String name, fn::AutoPtr<Inspector> inspector)
 {
-    const auto& category = fn::logging::category<"core.inspector">();
     try {
-        std::rethrow_exception(failure);
+        const auto inspectors = co_await worker.registry()->getInstance<InspectorRegistry>(findTimeout);
+        co_await inspectors->registerInspector(name, inspector);
     } catch (const fn::EndedException&) { // Comes at the end of the application, and is no fault.
     } catch (const std::exception& exception) {
-        FN_LOG_TO(category, fn::logging::Warning, {}, "libs/core/inspector", "The inspector {} is missing: {}",
-            name.view(), exception.what());
+        FN_LOG_TO(fn::logging::category<"core.inspector">(), fn::logging::Warning, {}, "libs/core/inspector",
+            "The inspector {} is missing: {}", name.view(), exception.what());
     }
 }
 
@@ -41,12 +41,7 @@ void tellFailure(const fn::String& name, std::exception_ptr failure)
 
 void publishInspector(ipc::Worker& worker, const fn::String& name, const fn::AutoPtr<Inspector>& inspector)
 {
-    worker.registry()
-        ->getInstance<InspectorRegistry>(findTimeout)
-        .then([name, inspector](fn::AutoPtr<InspectorRegistry>&& inspectors) {
-            return inspectors->registerInspector(name, inspector);
-        })
-        .then([](unsigned int&&) {}, [name](std::exception_ptr failure) { tellFailure(name, failure); });
+    publish(worker, name, inspector).ignore();
 }
 
 void publishInspector(ipc::Worker& worker, const fn::String& name, WritePage writePage)
