@@ -48,6 +48,13 @@ struct Desk : ipc::Interface<Desk> {
     IPC_MEMBERS(greet, grow, nothing, later, laterOrAgain, ask, lend, greeted, names)
 };
 
+/// What somebody takes a Desk for.
+struct OtherDesk : ipc::Interface<OtherDesk> {
+    static constexpr const char* className = "typed::Desk";
+    ipc::Method<int(fn::String)> greet;
+    IPC_MEMBERS(greet)
+};
+
 class CounterService final : public ipc::Service<CounterService, Counter> {
 public:
     using Service::Service;
@@ -299,6 +306,10 @@ TEST_F(InterfaceTest, UntypedPeersSayAndHearTheSame)
         EXPECT_EQ(call("grow", argument).error(), "DataFormatException: " + fn::String(error));
         EXPECT_EQ(localCall("grow", argument).error(), "DataFormatException: " + fn::String(error));
     }
+    const auto third = client("Third");
+    ipc::Remote<OtherDesk> other(*third->worker);
+    EXPECT_EQ(failure([&] { return other->greet("Bo"); }),
+        "DataFormatException: typed::Desk.greet, result: expected an integer of 32 bits, got Hello, Bo");
 }
 
 TEST_F(InterfaceTest, ACallEndsWithWhoWaitsForIt)

@@ -1,7 +1,7 @@
 #include "core/ipc/interface/service_base.h"
 #include "core/ipc/interface/describe.h"
 #include "core/ipc/interface/detail/call_fields.h"
-#include "core/ipc/interface/detail/mismatch.h"
+#include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "foundation/unhandled_exception.h"
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "core/ipc/interface/typed_reference.h"
 #include "core/ipc/interface/detail/call_fields.h"
-#include "core/ipc/interface/detail/mismatch.h"
+#include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
 #include <algorithm>

@@ -57,7 +57,7 @@ private:
         if (result.failure()) std::rethrow_exception(result.failure());
         fulfill(std::move(value));
     }
-    void fulfillWithValue(const fn::Value& result, ObjectHost&) override { fulfill(result); }
+    void fulfillWithValue(const fn::Value& result, ObjectHost&, const ObjectReference&) override { fulfill(result); }
 };
 
 /// Runs what fulfils a call that has ended. If it throws, the call is rejected.
@@ -191,7 +191,7 @@ void CallableObjectReference::onMessage(const fn::Value& message)
         const auto requestId = message.at(call::REQUEST_ID).to<std::uint32_t>();
         const auto& result = message.at(call::RESULT);
         const auto ended = takeCall(requestId);
-        if (ended) settle(ended, [&] { ended.call->fulfillWithValue(result, host()); });
+        if (ended) settle(ended, [&] { ended.call->fulfillWithValue(result, host(), *this); });
     } else if (call::isText(messageType, call::CALL_ERROR)) {
         failCall(message.at(call::REQUEST_ID).to<std::uint32_t>(), message.at(call::ERROR));
     } else if (call::isText(messageType, call::EVENT)) {
@@ -203,7 +203,7 @@ void CallableObjectReference::endCall(std::uint32_t requestId, PayloadReader& re
 {
     // The call is removed first: callbacks of its promise may call, cancel, or drop the last reference.
     const auto ended = takeCall(requestId);
-    if (ended) settle(ended, [&] { ended.call->fulfillWith(result); });
+    if (ended) settle(ended, [&] { ended.call->fulfillFrom(result, *this); });
 }
 
 void CallableObjectReference::failCall(std::uint32_t requestId, const fn::Value& error)

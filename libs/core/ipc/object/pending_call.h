@@ -8,6 +8,7 @@
 namespace ipc {
 
 class CallableObjectReference;
+class ObjectReference;
 
 /// A call that waits for its answer: the part of the promise's state that does not depend on the type of the result. It keeps the
 /// reference alive meanwhile.
@@ -22,9 +23,11 @@ public:
     void retain() const noexcept { _node.retain(); }
     void release() const noexcept { _node.release(); }
 
-    /// Reads the result, and fulfils the promise with it. Throws what reading throws.
-    virtual void fulfillWith(PayloadReader& result) = 0;
-    virtual void fulfillWithValue(const fn::Value& result, ObjectHost& host); ///< Default: by way of its bytes.
+    /// Reads the result, and fulfils the promise with it. Throws what reading throws; for a result of another type that names the
+    /// class and the method.
+    void fulfillFrom(PayloadReader& result, const ObjectReference& reference);
+    /// Default: by way of its bytes.
+    virtual void fulfillWithValue(const fn::Value& result, ObjectHost& host, const ObjectReference& reference);
     void reject(std::exception_ptr failure) const { _node.reject(std::move(failure)); }
     bool isSettled() const { return _node.settled(); } ///< Also when it was cancelled.
 
@@ -40,6 +43,7 @@ protected:
     PendingCall(fn::internal::PromiseNodeBase& node, fn::String method);
     virtual ~PendingCall();
     void wasCancelled(); ///< To be called by the node.
+    virtual void fulfillWith(PayloadReader& result) = 0;
 
 private:
     friend class CallableObjectReference;

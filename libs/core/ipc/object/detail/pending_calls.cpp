@@ -1,5 +1,6 @@
 #include "core/ipc/object/detail/pending_calls.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include <algorithm>
 
@@ -20,11 +21,21 @@ void PendingCall::wasCancelled()
     if (const auto reference = _reference) reference->cancelCall(_requestId);
 }
 
-void PendingCall::fulfillWithValue(const fn::Value& result, ObjectHost& host)
+void PendingCall::fulfillFrom(PayloadReader& result, const ObjectReference& reference)
+{
+    const auto begin = result.offset();
+    try {
+        fulfillWith(result);
+    } catch (const fn::mpack::MismatchException& mismatch) {
+        throwMismatch(fmt::format("{}.{}, result", reference.className(), _method), result.bytes(), begin, mismatch);
+    }
+}
+
+void PendingCall::fulfillWithValue(const fn::Value& result, ObjectHost& host, const ObjectReference& reference)
 {
     const auto encoded = host.encode([&](PayloadWriter& writer) { writer.serialize(result); });
     PayloadReader reader(host, encoded);
-    fulfillWith(reader);
+    fulfillFrom(reader, reference);
 }
 
 bool PendingCalls::contains(std::uint32_t requestId) const { return _calls.contains(requestId); }

@@ -1,4 +1,4 @@
-#include "core/ipc/interface/detail/mismatch.h"
+#include "core/ipc/object/detail/mismatch.h"
 #include "foundation/io/memory_input_stream.h"
 #include "foundation/mpack/deserializer.h"
 #include <algorithm>
