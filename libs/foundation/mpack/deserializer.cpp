@@ -94,7 +94,7 @@ Value Deserializer::read(std::uint8_t code, int depth)
     }
 }
 
-Value Deserializer::readText(std::uint32_t size) { return _stream.readString(size); }
+[[gnu::flatten]] Value Deserializer::readText(std::uint32_t size) { return _stream.readString(size); }
 
 Value Deserializer::readBytes(std::uint32_t size) { return _stream.readByteArray(size); }
 
