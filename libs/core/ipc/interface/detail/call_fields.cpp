@@ -52,7 +52,7 @@ fn::WorkContext CallFields::workContext() const
     return context;
 }
 
-std::string_view CallFields::text(std::uint32_t offset, const char* key) const
+std::string_view CallFields::text(std::uint32_t offset, std::string_view key) const
 {
     if (offset == 0) throw fn::RangeException(fmt::format("A message of an object has no {}", key));
     return at(offset).readText();

@@ -30,7 +30,7 @@ public:
 private:
     std::uint32_t* placeOf(std::string_view key);
     PayloadReader& at(std::uint32_t offset) const;
-    std::string_view text(std::uint32_t offset, const char* key) const;
+    std::string_view text(std::uint32_t offset, std::string_view key) const;
 
     PayloadReader& _payload;
     std::string_view _type;
