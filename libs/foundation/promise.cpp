@@ -170,6 +170,7 @@ void PromiseNodeBase::settleWithKept(Coroutine** resumed)
 
 void PromiseNodeBase::clearCancellation()
 {
+    if (!_cancellation) return; // As nearly always.
     // The member is empty before the callable is destroyed: its destructor may cancel or settle this promise again.
     const auto released = std::exchange(_cancellation, nullptr);
 }

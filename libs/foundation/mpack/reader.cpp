@@ -58,12 +58,6 @@ void Reader::standAtNil() noexcept
     _owner = nullptr;
 }
 
-bool Reader::nextIsExtension() const noexcept
-{
-    return _at != _end
-        && ((*_at >= code::FixExt1 && *_at <= code::FixExt16) || (*_at >= code::Ext8 && *_at <= code::Ext32));
-}
-
 bool Reader::readBool()
 {
     if (_at == _end || (*_at != code::False && *_at != code::True)) fail("a boolean");
@@ -221,37 +215,55 @@ void Reader::skip()
 {
     if (_at == _end) failEnd();
     const auto first = *_at;
-    if (first < code::FixMap || first >= code::NegativeFixInt) {
+    if (first < code::FixMap || first >= code::NegativeFixInt)
         ++_at;
-    } else if (first < code::FixArray || first == code::Map16 || first == code::Map32) {
+    else if (first < code::FixArray)
         skipMany(std::uint64_t(2) * beginMap());
-    } else if (first < code::FixStr || first == code::Array16 || first == code::Array32) {
+    else if (first < code::FixStr)
         skipMany(beginArray());
-    } else if (nextIsText()) {
-        readText();
-    } else if (nextIsExtension()) {
-        std::int8_t type = 0;
-        pass(beginExtension(type));
-    } else {
-        switch (first) {
-        case code::Nil:
-        case code::False:
-        case code::True: ++_at; break;
-        case code::Bin8: pass(number<std::uint8_t>()); break;
-        case code::Bin16: pass(number<std::uint16_t>()); break;
-        case code::Bin32: pass(number<std::uint32_t>()); break;
-        case code::UInt8:
-        case code::Int8: pass(1 + 1); break;
-        case code::UInt16:
-        case code::Int16: pass(1 + 2); break;
-        case code::UInt32:
-        case code::Int32:
-        case code::Float32: pass(1 + 4); break;
-        case code::UInt64:
-        case code::Int64:
-        case code::Float64: pass(1 + 8); break;
-        default: fail("a byte that begins a value");
-        }
+    else if (first < code::Nil)
+        pass(1 + (first & 31u));
+    else
+        skipCoded(first);
+}
+
+/// Passes a value whose first byte says no more than what kind it is.
+void Reader::skipCoded(std::uint8_t first)
+{
+    std::int8_t type = 0;
+    switch (first) {
+    case code::Nil:
+    case code::False:
+    case code::True: ++_at; break;
+    case code::Bin8: pass(number<std::uint8_t>()); break;
+    case code::Bin16: pass(number<std::uint16_t>()); break;
+    case code::Bin32: pass(number<std::uint32_t>()); break;
+    case code::Ext8:
+    case code::Ext16:
+    case code::Ext32:
+    case code::FixExt1:
+    case code::FixExt2:
+    case code::FixExt4:
+    case code::FixExt8:
+    case code::FixExt16: pass(beginExtension(type)); break;
+    case code::UInt8:
+    case code::Int8: pass(1 + 1); break;
+    case code::UInt16:
+    case code::Int16: pass(1 + 2); break;
+    case code::UInt32:
+    case code::Int32:
+    case code::Float32: pass(1 + 4); break;
+    case code::UInt64:
+    case code::Int64:
+    case code::Float64: pass(1 + 8); break;
+    case code::Str8:
+    case code::Str16:
+    case code::Str32: readLongText(); break;
+    case code::Array16:
+    case code::Array32: skipMany(beginArray()); break;
+    case code::Map16:
+    case code::Map32: skipMany(std::uint64_t(2) * beginMap()); break;
+    default: fail("a byte that begins a value");
     }
 }
 

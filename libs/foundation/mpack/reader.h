@@ -57,7 +57,6 @@ public:
     bool nextIsText() const noexcept;
     bool nextIsArray() const noexcept;
     bool nextIsMap() const noexcept;
-    bool nextIsExtension() const noexcept;
 
     bool readBool();
     template <std::integral T> T readInteger()
@@ -115,6 +114,7 @@ private:
     template <typename T> T number(); // Behind the code; passes both.
     std::uint32_t enter(std::uint32_t count, int valuesEach);
     void skipMany(std::uint64_t count);
+    void skipCoded(std::uint8_t first);
     [[noreturn]] void failEnd() const;
 
     const std::uint8_t* _begin;

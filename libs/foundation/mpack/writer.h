@@ -40,6 +40,15 @@ public:
         _stream.writeByte(static_cast<std::uint8_t>(code::FixStr | text.size()));
         _stream.write(text);
     }
+    /// As `writeText()`, for a literal: its length is known, so that most of them are a few stores.
+    template <std::size_t size> void writeName(const char (&name)[size])
+    {
+        constexpr auto length = size - 1;
+        if constexpr (length >= 32) return writeLongText({ name, length });
+        char bytes[size] { static_cast<char>(code::FixStr | length) };
+        std::memcpy(bytes + 1, name, length);
+        _stream.write(bytes, size);
+    }
     void writeBytes(const ByteArray& bytes); ///< A large array may be shared instead of copied.
 
     /// Begins a container: `count` values follow, for a map as many keys, each with its value behind it; then `end()`. Containers

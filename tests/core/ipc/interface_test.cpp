@@ -108,6 +108,31 @@ public:
     int endedCalls = 0;
 };
 
+/// Who has one in its own worker has a typed reference to an untyped object.
+class PlainDesk final : public ipc::CallableObjectInstance {
+public:
+    using CallableObjectInstance::CallableObjectInstance;
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<ipc::Reference<Desk>>(initializer);
+    }
+    void onMethodCall(const CallContext& context, const fn::String& name, const fn::Value& argument) override
+    {
+        sendResult(context, name + " " + argument.toString());
+    }
+};
+
+/// ... and of this one an untyped reference to a typed object.
+class PlainlyUsedCounter final : public ipc::Service<PlainlyUsedCounter, Counter> {
+public:
+    using Service::Service;
+    std::int64_t add(std::int64_t by) { return by + 1; }
+    fn::AutoPtr<ipc::ObjectReference> createReference(ipc::ObjectReferenceInitializer& initializer) override
+    {
+        return fn::makeAuto<ipc::CallableObjectReference>(initializer);
+    }
+};
+
 } // namespace typed
 
 template <> struct ipc::Codec<typed::Point> : ipc::ArrayOfFields<typed::Point> {
@@ -277,6 +302,12 @@ TEST_F(InterfaceTest, UntypedPeersSayAndHearTheSame)
         return outcome([&] { return local.reference()->callMethod(name, argument); });
     };
     EXPECT_EQ(localCall("greet", "Bo").value(), "Hello, Bo");
+    const auto plain = fn::makeAuto<PlainDesk>(*owner->worker)->localReference();
+    EXPECT_EQ(
+        result([&] { return ipc::Ref<Desk>(fn::dynamicCast<ipc::Reference<Desk>>(plain))->greet("Bo"); }), "greet Bo");
+    const auto used = fn::makeAuto<PlainlyUsedCounter>(*owner->worker)->localReference();
+    const auto counter = fn::dynamicCast<ipc::CallableObjectReference>(used);
+    EXPECT_EQ(outcome([&] { return counter->callMethod("add", 2); }).value(), Value(3));
     EXPECT_EQ(call("names", {}).value(), Value(Value::ARRAY));
     EXPECT_EQ(call("nope", {}).error(), "RuntimeException: typed::Desk has no method nope");
     const auto description = call("ipc.describe", {}).value();

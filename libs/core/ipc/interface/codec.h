@@ -128,9 +128,9 @@ public:
     explicit FieldReader(PayloadReader& reader) : _reader(reader), _left(reader.beginMap()) { }
 
     /// The fields in the order in which they are written: each is the next entry, if it is there.
-    template <typename T> void operator()(std::string_view name, T& field)
+    template <std::size_t size, typename T> void operator()(const char (&name)[size], T& field)
     {
-        if (_left == 0 || !_reader.takeText(name)) return;
+        if (_left == 0 || !_reader.takeText({ name, size - 1 })) return;
         --_left;
         Codec<T>::read(_reader, field);
     }
@@ -179,8 +179,8 @@ template <fn::HasFields T> struct Codec<T> {
     static void write(PayloadWriter& writer, const T& value)
     {
         writer.beginMap(fnFieldCount(static_cast<const T*>(nullptr)));
-        fnVisitFields(value, [&]<typename Field>(std::string_view name, const Field& field) {
-            writer.writeText(name);
+        fnVisitFields(value, [&]<std::size_t size, typename Field>(const char(&name)[size], const Field& field) {
+            writer.writeName(name);
             Codec<Field>::write(writer, field);
         });
         writer.end();

@@ -1,6 +1,6 @@
 #include "core/ipc/interface/service_base.h"
 #include "core/ipc/interface/describe.h"
-#include "core/ipc/interface/detail/call_fields.h"
+#include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "foundation/unhandled_exception.h"
@@ -49,9 +49,8 @@ void ServiceBase::deleteInstance()
 
 // --- What comes
 
-void ServiceBase::onPayload(WorkerId source, PayloadReader& payload)
+void ServiceBase::onPayload(WorkerId source, const CallFields& fields)
 {
-    const CallFields fields(payload);
     if (fields.is(call::CALL)) {
         const CallContext context { source, fields.requestId() };
         const auto name = fields.methodName();
@@ -113,31 +112,13 @@ void ServiceBase::onMethodCallCancelled(const CallContext& context)
 
 void ServiceBase::peerFire(std::string_view event, PayloadSource argument)
 {
-    sendPayload(NO_WORKER_ID, [&](PayloadWriter& writer) {
-        writer.beginMap(3);
-        writer.writeText(call::ARGUMENT);
-        argument(writer);
-        writer.writeText(call::EVENT_NAME);
-        writer.writeText(event);
-        writer.writeText(call::TYPE);
-        writer.writeText(call::EVENT);
-        writer.end();
-    });
+    sendCall(NO_WORKER_ID, { .kind = CallHead::Kind::Event, .name = event }, argument);
 }
 
 void ServiceBase::answer(const CallContext& context, PayloadSource result)
 {
     if (!context.isAwaited()) return;
-    sendPayload(context.workerId, [&](PayloadWriter& writer) {
-        writer.beginMap(3);
-        writer.writeText(call::REQUEST_ID);
-        writer.writeInteger(context.requestId);
-        writer.writeText(call::RESULT);
-        result(writer);
-        writer.writeText(call::TYPE);
-        writer.writeText(call::CALL_RESPONSE);
-        writer.end();
-    });
+    sendCall(context.workerId, { .kind = CallHead::Kind::Response, .requestId = context.requestId }, result);
 }
 
 void ServiceBase::fail(const CallContext& context, const std::exception_ptr& failure)

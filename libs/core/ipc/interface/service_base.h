@@ -71,7 +71,7 @@ protected:
 private:
     class Serving;
 
-    void onPayload(WorkerId source, PayloadReader& payload) override;
+    void onPayload(WorkerId source, const CallFields& fields) override;
     void dispatch(const CallContext& context, std::string_view name, PayloadReader& argument);
     void listenForDeaths();
     void onWorkerDied(WorkerId workerId);

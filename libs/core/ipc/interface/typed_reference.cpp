@@ -1,5 +1,5 @@
 #include "core/ipc/interface/typed_reference.h"
-#include "core/ipc/interface/detail/call_fields.h"
+#include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
@@ -40,16 +40,16 @@ void TypedReference::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSourc
     startCall(call, argument, limit > fn::Duration() ? limit : _timeLimit);
 }
 
-void TypedReference::onPayload(WorkerId, PayloadReader& payload)
+void TypedReference::onPayload(WorkerId, const CallFields& fields)
 {
-    const CallFields fields(payload);
     if (fields.is(call::CALL_RESPONSE)) {
         const auto requestId = fields.requestId();
         endCall(requestId, fields.result());
     } else if (fields.is(call::CALL_ERROR)) {
         const auto requestId = fields.requestId();
-        const auto error = fields.error().readValue();
-        payload.finish();
+        auto& reader = fields.error();
+        const auto error = reader.readValue();
+        reader.finish();
         failCall(requestId, error);
     } else if (fields.is(call::EVENT)) {
         const auto name = fields.eventName();

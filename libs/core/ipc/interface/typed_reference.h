@@ -32,7 +32,7 @@ protected:
     void onEvent(const fn::String& name, const fn::Value& argument) override;
 
 private:
-    void onPayload(WorkerId source, PayloadReader& payload) override;
+    void onPayload(WorkerId source, const CallFields& fields) override;
     void dispatchEvent(std::string_view name, PayloadReader& argument);
     void dispatchToAll(const EventEntry& event, PayloadReader& argument);
 

@@ -1,5 +1,5 @@
 #include "core/ipc/object/callable_object_reference.h"
-#include "core/ipc/object/detail/call_message.h"
+#include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/exception_record.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
@@ -12,19 +12,19 @@ namespace ipc {
 namespace {
 
 /// Attaches the call's name to the exception, for the log.
-std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, const fn::String& method)
+std::exception_ptr named(std::exception_ptr failure, const ObjectReference& reference, std::string_view method)
 {
     if (!failure) return failure;
     try {
         std::rethrow_exception(failure);
     } catch (fn::Exception& exception) {
-        exception.attach(fn::CallInfo { reference.className() + "." + method });
+        exception.attach(fn::CallInfo { reference.className() + "." + fn::String(method) });
     } catch (...) {
     }
     return failure;
 }
 
-std::exception_ptr objectDead(const ObjectReference& reference, const fn::String& method)
+std::exception_ptr objectDead(const ObjectReference& reference, std::string_view method)
 {
     const auto text = fmt::format("{}.{}: the object's worker has gone", reference.className(), method);
     return named(std::make_exception_ptr(ObjectDeadException(text)), reference, method);
@@ -37,10 +37,17 @@ fn::Duration shorter(fn::Duration limit, fn::Duration left)
     return limit > fn::Duration() ? std::min(limit, left) : left;
 }
 
+/// Keeps the name of a call's method.
+struct MethodName {
+    const fn::String methodName;
+};
+
 /// The promise of a call whose result is any value.
-class ValueCall final : public fn::internal::PromiseNode<fn::Value>, public PendingCall {
+class ValueCall final : public fn::internal::PromiseNode<fn::Value>, private MethodName, public PendingCall {
 public:
-    explicit ValueCall(const fn::String& method) : PendingCall(static_cast<PromiseNodeBase&>(*this), method)
+    explicit ValueCall(const fn::String& method)
+        : MethodName { method },
+          PendingCall(static_cast<PromiseNodeBase&>(*this), methodName.view())
     {
         reserveCancellation();
     }
@@ -112,26 +119,8 @@ void CallableObjectReference::startCall(
     const bool hasLimit = limit > fn::Duration();
     const auto traceId = context.traceId() != 0 ? context.traceId() : newTraceId();
     try {
-        sendPayload([&](PayloadWriter& writer) {
-            writer.beginMap(4 + std::size_t(hasLimit) + std::size_t(traceId != 0));
-            writer.writeText(call::ARGUMENT);
-            argument(writer);
-            writer.writeText(call::METHOD_NAME);
-            writer.writeText(call->method());
-            writer.writeText(call::REQUEST_ID);
-            writer.writeInteger(requestId);
-            if (hasLimit) {
-                writer.writeText(call::TIME_LEFT);
-                writer.writeInteger(limit.totalMicroseconds());
-            }
-            if (traceId != 0) {
-                writer.writeText(call::TRACE);
-                writer.writeInteger(traceId);
-            }
-            writer.writeText(call::TYPE);
-            writer.writeText(call::CALL);
-            writer.end();
-        });
+        const auto timeLeft = hasLimit ? limit : fn::Duration();
+        sendCall({ CallHead::Kind::Call, requestId, call->method(), timeLeft, traceId }, argument);
         if (!hasLimit) return;
         call->_deadline = loop().schedule(limit, [this, requestId, limit] { onDeadline(requestId, limit); });
     } catch (...) {

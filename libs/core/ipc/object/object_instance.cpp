@@ -1,5 +1,6 @@
 #include "core/ipc/object/object_instance.h"
 #include "core/ipc/object/callable_object_instance.h"
+#include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/local_delivery.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/payload_reader.h"
@@ -110,34 +111,47 @@ void ObjectInstance::deliverLocally(const fn::Value& value)
     });
 }
 
-void ObjectInstance::sendPayload(WorkerId workerId, PayloadSource payload)
+void ObjectInstance::sendCall(WorkerId workerId, const CallHead& head, PayloadSource content)
 {
     if (!_ready) {
-        afterConstruction([this, workerId, encoded = _host->encode(payload)] {
-            sendPayload(workerId, [&](PayloadWriter& writer) { writer.embed(encoded); });
+        afterConstruction([this, workerId, head, encoded = _host->encode(content)] {
+            sendCall(workerId, head, [&](PayloadWriter& writer) { writer.embed(encoded); });
         });
         return;
     }
     if (!_host->isAlive()) return;
     const bool isToAll = workerId == NO_WORKER_ID;
-    if (workerId != _host->workerId()) _host->send(workerId, _objectId, payload);
+    if (workerId != _host->workerId())
+        _host->send(workerId, _objectId, [&](PayloadWriter& writer) { head.write(writer, content); });
     if (!isToAll && workerId != _host->workerId()) return;
     auto reference = _localReference.lock();
     if (!reference) return;
-    loop().post([reference = std::move(reference), encoded = _host->encode(payload)] {
+    loop().post([reference = std::move(reference), head, encoded = _host->encode(content)] {
         PayloadReader reader(*reference->_host, encoded);
-        reference->receive(reader);
+        reference->receive(head, reader);
     });
 }
 
 void ObjectInstance::receive(WorkerId source, PayloadReader& payload)
 {
-    if (_payloadReceiver) return _payloadReceiver->onPayload(source, payload);
+    if (_payloadReceiver) return _payloadReceiver->onPayload(source, CallFields(payload));
     const auto message = payload.readAll();
-    if (!payload.failure()) [[likely]]
+    receive(source, message, payload.failure());
+}
+
+void ObjectInstance::receive(WorkerId source, const CallHead& head, PayloadReader& content)
+{
+    if (_payloadReceiver) return _payloadReceiver->onPayload(source, CallFields(head, content));
+    const auto message = head.toMessage(content.readAll());
+    receive(source, message, content.failure());
+}
+
+void ObjectInstance::receive(WorkerId source, const fn::Value& message, const std::exception_ptr& failure)
+{
+    if (!failure) [[likely]]
         return onMessage(source, message);
     auto* const callable = dynamic_cast<CallableObjectInstance*>(this);
-    if (!callable || !callable->failCall(source, message, payload.failure())) std::rethrow_exception(payload.failure());
+    if (!callable || !callable->failCall(source, message, failure)) std::rethrow_exception(failure);
 }
 
 void ObjectInstance::onMessage(WorkerId, const fn::Value&) { }

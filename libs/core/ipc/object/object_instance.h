@@ -45,7 +45,8 @@ protected:
     {
         _payloadReceiver = &receiver;
     } ///< `onMessage()` is not called then.
-    void sendPayload(WorkerId workerId, PayloadSource payload); ///< Like `sendMessage()` of what `payload` writes.
+    /// Like `sendMessage()` of a message with that head; `content` writes its argument or result.
+    void sendCall(WorkerId workerId, const CallHead& head, PayloadSource content);
     ObjectHost& host() const;
 
     /// A new reference of the class that matches this one, never null. Default: a plain ObjectReference.
@@ -65,6 +66,8 @@ private:
     std::int32_t usageCount() const { return _usageCount; }
     void deliverLocally(const fn::Value& value);
     void receive(WorkerId source, PayloadReader& payload);
+    void receive(WorkerId source, const CallHead& head, PayloadReader& content);
+    void receive(WorkerId source, const fn::Value& message, const std::exception_ptr& failure);
 
     const fn::AutoPtr<ObjectHost> _host;
     const ObjectId _objectId;

@@ -1,6 +1,7 @@
 #include "core/ipc/object/object_reference.h"
 #include "base/debug.h"
 #include "core/ipc/object/callable_object_reference.h"
+#include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/local_delivery.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/object_instance.h"
@@ -110,24 +111,39 @@ void ObjectReference::sendFields(const MessageFields& fields)
         _host->send(ownerOf(_objectId), _objectId, [&](PayloadWriter& writer) { writer.serializeMap(fields); });
 }
 
-void ObjectReference::sendPayload(PayloadSource payload)
+void ObjectReference::sendCall(const CallHead& head, PayloadSource content)
 {
     if (!hasWorker() || _dead) return;
-    if (!local()) return _host->send(ownerOf(_objectId), _objectId, payload);
-    loop().post([instance = _instance, source = _host->workerId(), encoded = _host->encode(payload)] {
+    if (!local()) {
+        _host->send(ownerOf(_objectId), _objectId, [&](PayloadWriter& writer) { head.write(writer, content); });
+        return;
+    }
+    loop().post([instance = _instance, source = _host->workerId(), head, encoded = _host->encode(content)] {
         PayloadReader reader(*instance->_host, encoded);
-        instance->receive(source, reader);
+        instance->receive(source, head, reader);
     });
 }
 
 void ObjectReference::receive(PayloadReader& payload)
 {
-    if (_payloadReceiver) return _payloadReceiver->onPayload(ownerOf(_objectId), payload);
+    if (_payloadReceiver) return _payloadReceiver->onPayload(ownerOf(_objectId), CallFields(payload));
     const auto message = payload.readAll();
-    if (!payload.failure()) [[likely]]
+    receive(message, payload.failure());
+}
+
+void ObjectReference::receive(const CallHead& head, PayloadReader& content)
+{
+    if (_payloadReceiver) return _payloadReceiver->onPayload(ownerOf(_objectId), CallFields(head, content));
+    const auto message = head.toMessage(content.readAll());
+    receive(message, content.failure());
+}
+
+void ObjectReference::receive(const fn::Value& message, const std::exception_ptr& failure)
+{
+    if (!failure) [[likely]]
         return onMessage(message);
     auto* const callable = dynamic_cast<CallableObjectReference*>(this);
-    if (!callable || !callable->failCall(message, payload.failure())) std::rethrow_exception(payload.failure());
+    if (!callable || !callable->failCall(message, failure)) std::rethrow_exception(failure);
 }
 
 void ObjectReference::onMessage(const fn::Value&) { }

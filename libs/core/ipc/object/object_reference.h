@@ -10,6 +10,7 @@
 namespace ipc {
 
 class MessageFields;
+struct CallHead;
 class ObjectHost;
 class ObjectInstance;
 class Worker;
@@ -97,7 +98,7 @@ protected:
 
     ObjectHost& host() const; // For the library's own classes, while `hasWorker()`.
     void sendFields(const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
-    void sendPayload(fn::FunctionRef<void(PayloadWriter&)> payload); ///< Of what `payload` writes.
+    void sendCall(const CallHead& head, fn::FunctionRef<void(PayloadWriter&)> content);
     void setPayloadReceiver(PayloadReceiver& receiver)
     {
         _payloadReceiver = &receiver;
@@ -116,6 +117,8 @@ private:
     friend class WorkerObjectManager;
 
     void receive(PayloadReader& payload);
+    void receive(const CallHead& head, PayloadReader& content);
+    void receive(const fn::Value& message, const std::exception_ptr& failure);
     void increaseUsageCount();
     std::int32_t usageCount() const { return _usageCount; }
     void markObjectDead() { _dead = true; }

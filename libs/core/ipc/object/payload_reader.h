@@ -7,6 +7,7 @@
 
 namespace ipc {
 
+class CallFields;
 class MessageView;
 struct EncodedPayload;
 
@@ -54,8 +55,8 @@ private:
 /// An object that reads its payloads itself, where they lie, instead of getting each as a value.
 class PayloadReceiver {
 public:
-    /// `payload` stands at its beginning. `source` is the sender's worker.
-    virtual void onPayload(WorkerId source, PayloadReader& payload) = 0;
+    /// `payload` reads where the message lies. `source` is the sender's worker.
+    virtual void onPayload(WorkerId source, const CallFields& payload) = 0;
 
 protected:
     ~PayloadReceiver() = default;

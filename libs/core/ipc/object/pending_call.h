@@ -4,6 +4,7 @@
 #include "foundation/promise.h"
 #include "foundation/value.h"
 #include <cstdint>
+#include <string_view>
 
 namespace ipc {
 
@@ -18,7 +19,7 @@ public:
     PendingCall& operator=(const PendingCall&) = delete;
 
     std::uint32_t requestId() const { return _requestId; }
-    const fn::String& method() const { return _method; }
+    std::string_view method() const { return _method; }
 
     void retain() const noexcept { _node.retain(); }
     void release() const noexcept { _node.release(); }
@@ -39,8 +40,8 @@ public:
     void onObjectDead(folly::Function<void()> callback) { _onObjectDead = std::move(callback); }
 
 protected:
-    /// A base of `node`.
-    PendingCall(fn::internal::PromiseNodeBase& node, fn::String method);
+    /// A base of `node`. `method` is borrowed; for `CallableObjectReference::startCall()` it lives as long as the program.
+    PendingCall(fn::internal::PromiseNodeBase& node, std::string_view method);
     virtual ~PendingCall();
     void wasCancelled(); ///< To be called by the node.
     virtual void fulfillWith(PayloadReader& result) = 0;
@@ -50,7 +51,7 @@ private:
     friend class PendingCalls;
 
     fn::internal::PromiseNodeBase& _node;
-    const fn::String _method;
+    const std::string_view _method;
     fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call is not in the table.
     std::uint32_t _requestId = 0;
     fn::Handle _deadline;

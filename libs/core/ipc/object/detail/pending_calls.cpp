@@ -8,11 +8,9 @@ namespace ipc {
 
 constexpr std::size_t keptBuckets = 4096; // A larger table is freed when the last call has ended.
 
-PendingCall::PendingCall(fn::internal::PromiseNodeBase& node, fn::String method)
+PendingCall::PendingCall(fn::internal::PromiseNodeBase& node, std::string_view method)
     : _node(node),
-      _method(std::move(method))
-{
-}
+      _method(method) { }
 
 PendingCall::~PendingCall() = default;
 

@@ -11,6 +11,9 @@
 namespace ipc {
 namespace {
 
+// Of a payload in this worker. Most are calls and answers with small arguments.
+constexpr std::size_t expectedBytes = 112;
+
 constexpr const char* site = "libs/core/ipc/worker";
 
 constexpr auto& factoryCategory = fn::logging::category<"core.ipc.ObjectReferenceFactory">;
@@ -116,6 +119,7 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 EncodedPayload ObjectHost::encode(PayloadSource payload) const
 {
     EncodedPayload encoded;
+    encoded.bytes.reserve(expectedBytes);
     fn::ByteArrayOutputStream stream(encoded.bytes);
     PayloadWriter writer(stream, *this, &encoded.objects);
     payload(writer);
