@@ -38,7 +38,7 @@ IPC_MODULE_ENTRY_POINT(ipc::ServiceModule<FerryService>, "Ferry")
 
 // --- The program
 
-fn::Promise<int> cross(const ipc::Ref<Ferry> ferry, fn::Semaphore& four, int passenger)
+fn::Promise<int> cross(ipc::Ref<Ferry> ferry, fn::Semaphore& four, int passenger)
 {
     const auto permit = co_await four.acquire(); // Given back at the coroutine's end: then the next one is called.
     co_return co_await ferry->cross(passenger);
