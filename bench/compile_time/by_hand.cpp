@@ -14,6 +14,7 @@ class StoreReference final : public ipc::CallableObjectReference {
 public:
     using CallableObjectReference::CallableObjectReference;
 
+#ifndef SERVICE_ALONE
     fn::Promise<std::uint64_t> count()
     {
         return callMethod("count").then([](const fn::Value& result) { return result.to<std::uint64_t>(); });
@@ -65,6 +66,7 @@ public:
     {
         return callMethod("greet", name).then([](const fn::Value& result) { return result.asString(); });
     }
+#endif
 };
 
 class StoreInstance final : public ipc::CallableObjectInstance {
@@ -117,6 +119,7 @@ private:
 
 fn::AutoPtr<ipc::ObjectInstance> serve(ipc::Worker& worker) { return fn::makeAuto<StoreInstance>(worker); }
 
+#ifndef SERVICE_ALONE
 void callAll(StoreReference& store, const fn::String& key, const fn::ByteArray& data)
 {
     store.count().ignore();
@@ -130,5 +133,6 @@ void callAll(StoreReference& store, const fn::String& key, const fn::ByteArray& 
     store.scale(1, 2).ignore();
     store.greet(key).ignore();
 }
+#endif
 
 } // namespace compile_time

@@ -49,6 +49,7 @@ private:
 
 fn::AutoPtr<ipc::ObjectInstance> serve(ipc::Worker& worker) { return fn::makeAuto<StoreService>(worker); }
 
+#ifndef SERVICE_ALONE
 void callAll(const ipc::Ref<Store>& store, const fn::String& key, const fn::ByteArray& data)
 {
     store->count().ignore();
@@ -62,5 +63,6 @@ void callAll(const ipc::Ref<Store>& store, const fn::String& key, const fn::Byte
     store->scale(1, 2).ignore();
     store->greet(key).ignore();
 }
+#endif
 
 } // namespace compile_time
