@@ -131,10 +131,23 @@ def bytes_written(process):
         return next(int(line.split()[1]) for line in file if line.startswith("wchar:"))
 
 
-def processor_time(process):
-    """Seconds of its main thread so far."""
-    with open(f"/proc/{process.pid}/schedstat") as file:
-        return int(file.read().split()[0]) / 1e9
+class ProcessorTime:
+    """Seconds that the main threads of processes have run since this was made."""
+
+    def __init__(self, *processes):
+        self._processes = processes
+        self._before = self._sum()
+
+    def seconds(self):
+        return self._sum() - self._before
+
+    def _sum(self):
+        return sum(self._nanoseconds(process) for process in self._processes) / 1e9
+
+    @staticmethod
+    def _nanoseconds(process):
+        with open(f"/proc/{process.pid}/schedstat") as file:
+            return int(file.read().split()[0])
 
 
 def memory(process):
