@@ -7,8 +7,8 @@
 namespace ipc {
 namespace {
 
-// The least size of a buffer, in bytes. Most frames are calls and answers with small arguments: they fit into one.
-constexpr std::size_t leastCapacity = 112;
+// The least size of a buffer, in bytes. Most frames are calls, answers and events with up to 64 bytes of content: they fit into one.
+constexpr std::size_t leastCapacity = 176;
 
 [[noreturn]] void throwTooLarge(std::size_t bodyBytes, std::size_t bound)
 {
