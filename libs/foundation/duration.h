@@ -1,7 +1,11 @@
 #pragma once
+#include <chrono>
 #include <compare>
 #include <cstdint>
 #include <fmt/format.h>
+#include <limits>
+#include <optional>
+#include <type_traits>
 
 namespace fn {
 
@@ -10,6 +14,23 @@ class Duration {
 public:
     constexpr Duration() = default;
     constexpr explicit Duration(std::int64_t microseconds) : _microseconds(microseconds) { }
+
+    /// Whole microseconds of a standard duration.
+    template <typename Rep, typename Period>
+    constexpr explicit Duration(std::chrono::duration<Rep, Period> duration)
+        : _microseconds(convert<std::int64_t>(duration.count(), Period::num * std::intmax_t(1'000'000), Period::den)
+                            .value_or(duration.count() < 0 ? INT64_MIN : INT64_MAX))
+    {
+    }
+
+    /// As a standard duration, what is finer cut off; none if it does not fit.
+    template <typename Standard> constexpr std::optional<Standard> to() const
+    {
+        const auto count = convert<typename Standard::rep>(
+            _microseconds, Standard::period::den, Standard::period::num * std::intmax_t(1'000'000));
+        if (!count) return std::nullopt;
+        return Standard(*count);
+    }
 
     static constexpr Duration microseconds(std::int64_t count) { return Duration(count); }
     static constexpr Duration milliseconds(std::int64_t count) { return Duration(saturatedProduct(count, 1'000)); }
@@ -40,6 +61,26 @@ public:
     }
 
 private:
+    /// `count * factor / divisor`; none if that is no To.
+    template <typename To, typename From>
+    static constexpr std::optional<To> convert(From count, std::intmax_t factor, std::intmax_t divisor)
+    {
+        if constexpr (std::is_floating_point_v<From> || std::is_floating_point_v<To>) {
+            const auto exact = static_cast<long double>(count) * factor / divisor;
+            if constexpr (std::is_floating_point_v<To>) return static_cast<To>(exact);
+            // The bounds are powers of two, which a long double holds exactly.
+            const auto bound = static_cast<long double>(std::numeric_limits<To>::max()) + 1;
+            if (!(exact >= -bound && exact < bound)) return std::nullopt;
+            return static_cast<To>(exact);
+        } else {
+            __extension__ using Wide = __int128;
+            const auto exact = Wide(count) * factor / divisor;
+            if (exact < Wide(std::numeric_limits<To>::min()) || exact > Wide(std::numeric_limits<To>::max()))
+                return std::nullopt;
+            return static_cast<To>(exact);
+        }
+    }
+
     static constexpr std::int64_t saturatedProduct(std::int64_t count, std::int64_t unit)
     {
         std::int64_t result = 0;

@@ -35,14 +35,14 @@ Application::~Application() = default;
 
 Worker& Application::worker() { return _dispatcher->worker(); }
 
-int Application::runMain(folly::Function<fn::Promise<int>()> main)
+int Application::runMain(Main main)
 {
     auto& loop = fn::RunLoop::defaultLoop().uvLoop();
     std::vector<std::unique_ptr<fn::uv::SignalWatcher>> signals;
     for (const int signal : { SIGINT, SIGTERM, SIGHUP })
         signals.push_back(
             std::make_unique<fn::uv::SignalWatcher>(loop, signal, [=, this] { end(signalled + signal); }));
-    _scope.connect(_dispatcher->onReady(), [&] { _scope.start(follow(main())); });
+    _scope.connect(_dispatcher->onReady(), [&] { _scope.start(follow(main)); });
     _scope.connect(_manager->onFatalError(), [this](const fn::String& message) { endWith(failed, message); });
     _dispatcher->bind();
     _dispatcher->start();
@@ -57,14 +57,16 @@ int Application::runMain(folly::Function<fn::Promise<int>()> main)
 }
 
 /// Ends the application with the outcome of its coroutine.
-fn::Promise<void> Application::follow(fn::Promise<int> main)
+fn::Promise<void> Application::follow(Main& main)
 {
     int exitCode = failed;
     fn::String message;
     try {
-        exitCode = co_await std::move(main);
+        exitCode = co_await main();
     } catch (const std::exception& exception) {
         message = exception.what();
+    } catch (...) {
+        message = "Unknown exception";
     }
     endWith(exitCode, message);
 }
@@ -76,8 +78,15 @@ void Application::endWith(int exitCode, const fn::String& message)
     if (std::exchange(_isEnding, true)) return;
     _exitCode = exitCode;
     if (!message.empty()) std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, message.c_str());
-    _manager->stop();
-    _dispatcher->stop(fn::Duration(), {});
+    // In a task, since the scope does not end inside of its coroutines, of which this may be called.
+    fn::RunLoop::defaultLoop().post([this] {
+        try {
+            _scope.end();
+        } catch (const fn::RuntimeException&) { // One of them runs the loop, which is stopped now.
+        }
+        _manager->stop();
+        _dispatcher->stop(fn::Duration(), {});
+    });
 }
 
 } // namespace ipc

@@ -55,8 +55,10 @@ public:
     ModuleManager& modules() { return *_manager; }
 
 private:
-    int runMain(folly::Function<fn::Promise<int>()> main);
-    fn::Promise<void> follow(fn::Promise<int> main);
+    using Main = folly::Function<fn::Promise<int>()>;
+
+    int runMain(Main main);
+    fn::Promise<void> follow(Main& main);
     void endWith(int exitCode, const fn::String& message);
 
     const ApplicationOptions _options;

@@ -86,6 +86,14 @@ public:
     std::uint32_t beginExtension(std::int8_t& type); ///< Gives the number of bytes that follow.
     const std::uint8_t* pass(std::uint64_t size); ///< Passes bytes, and gives the first.
 
+    /// Counts an element that takes so many bytes in memory as the values that would take as many.
+    void charge(std::size_t bytes)
+    {
+        const auto values = (bytes - 1) / valueBytes; // The container has counted one.
+        if (values > _valuesLeft) fail("fewer values in all containers");
+        _valuesLeft -= values;
+    }
+
     void skip(); ///< Passes one value of any kind.
     void standAtNil() noexcept; ///< Goes on at a nil that lies elsewhere, and ends behind it.
 
@@ -107,6 +115,8 @@ protected:
     std::uint64_t valuesLeft() const noexcept { return _valuesLeft; }
 
 private:
+    static constexpr std::size_t valueBytes = 24; // Of an fn::Value.
+
     std::size_t left() const noexcept { return static_cast<std::size_t>(_end - _at); }
     std::uint64_t readNumber(std::int64_t least, std::uint64_t most);
     std::string_view readLongText();

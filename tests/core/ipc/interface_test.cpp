@@ -29,6 +29,12 @@ struct Point {
 };
 FN_FIELDS(Point, x, name)
 
+struct Tree {
+    fn::String name;
+    std::vector<Tree> branches;
+};
+FN_FIELDS(Tree, name, branches)
+
 struct Counter : ipc::Interface<Counter> {
     ipc::Method<std::int64_t(std::int64_t)> add;
     ipc::Property<std::int64_t> total;
@@ -252,6 +258,17 @@ TEST_F(InterfaceTest, EachTypeTravelsAsItsFormAndComesBack)
     expect(std::chrono::milliseconds(-3), -3'000);
     expect(fn::Timestamp(1'000'001), fn::Timestamp(1'000'001));
     expect(Colour::green, "green");
+    expect(std::chrono::hours(-1), std::int64_t(-3'600'000'000));
+    EXPECT_EQ(ipc::Codec<Tree>::type(), "Tree { name: text; branches: list<Tree>; }");
+    const auto tooLong = std::chrono::hours::max(); // Sent as the longest duration, which no nanoseconds hold.
+    ipc::EncodedPayload bytes;
+    fn::ByteArrayOutputStream stream(bytes.bytes);
+    ipc::PayloadWriter writer(stream, host);
+    ipc::Codec<std::chrono::hours>::write(writer, tooLong);
+    stream.flush();
+    ipc::PayloadReader reader(host, bytes);
+    std::chrono::nanoseconds back;
+    EXPECT_ANY_THROW(ipc::Codec<std::chrono::nanoseconds>::read(reader, back));
     expect(Value::map({ { "any", core::Fraction(1, 3) } }), Value::map({ { "any", core::Fraction(1, 3) } }));
     Point grown; // Of a peer that knows more fields of it, and of one that knows fewer.
     for (const auto& form : { Value::array({ 1, "b", Value::array({ 2 }) }), Value::array({ 3 }) }) {
@@ -448,7 +465,7 @@ TEST_F(InterfaceTest, ARemoteFindsTheNextObjectOfItsClass)
     settle();
     pass(fn::Duration::seconds(2));
     EXPECT_EQ(failure([&] { return waitsTooLong; }),
-        "OperationTimedOutException: typed::Desk.greet: no object of class typed::Desk was there in time");
+        "OperationTimedOutException: typed::Desk.greet: no object of class typed::Desk was there within 1 s");
     const auto next = client("Next");
     const auto successor = fn::makeAuto<DeskService>(*next->worker);
     successor->shared.names = Names { "a", "b" };

@@ -77,16 +77,20 @@ template <> struct Codec<fn::Duration> {
     static fn::String type() { return "duration"; }
 };
 
-/// Whole microseconds; what is finer is cut off.
+/// Whole microseconds; what is finer is cut off. One that does not fit is no such value.
 template <typename Rep, typename Period> struct Codec<std::chrono::duration<Rep, Period>> {
     using Duration = std::chrono::duration<Rep, Period>;
     static void write(PayloadWriter& writer, Duration value)
     {
-        writer.writeInteger(std::int64_t(std::chrono::duration_cast<std::chrono::microseconds>(value).count()));
+        writer.writeInteger(fn::Duration(value).totalMicroseconds());
     }
     static void read(PayloadReader& reader, Duration& value)
     {
-        value = std::chrono::duration_cast<Duration>(std::chrono::microseconds(reader.readInteger<std::int64_t>()));
+        const auto begin = reader.offset();
+        const fn::Duration read(reader.readInteger<std::int64_t>());
+        if (const auto converted = read.to<Duration>()) return void(value = *converted);
+        reader.setOffset(begin);
+        reader.fail("a shorter duration");
     }
     static fn::String type() { return "duration"; }
 };
@@ -101,14 +105,16 @@ template <> struct Codec<std::chrono::system_clock::time_point> {
     using Point = std::chrono::system_clock::time_point;
     static void write(PayloadWriter& writer, Point value)
     {
-        const auto since = std::chrono::duration_cast<std::chrono::microseconds>(value.time_since_epoch());
-        Codec<fn::Timestamp>::write(writer, fn::Timestamp(since.count()));
+        Codec<fn::Timestamp>::write(writer, fn::Timestamp(fn::Duration(value.time_since_epoch())));
     }
     static void read(PayloadReader& reader, Point& value)
     {
+        const auto begin = reader.offset();
         fn::Timestamp stamp;
         Codec<fn::Timestamp>::read(reader, stamp);
-        value = Point(std::chrono::duration_cast<Point::duration>(std::chrono::microseconds(stamp.microseconds())));
+        if (const auto since = stamp.sinceEpoch().to<Point::duration>()) return void(value = Point(*since));
+        reader.setOffset(begin);
+        reader.fail("a time that is nearer");
     }
     static fn::String type() { return "timestamp"; }
 };
@@ -161,14 +167,19 @@ private:
     std::uint32_t _left;
 };
 
-/// "Box { width: uint32; height: uint32; }"
+/// "Box { width: uint32; height: uint32; }"; inside of itself "Box".
 template <typename T> fn::String typeOfFields(const char* begin, const char* end)
 {
-    fn::String text = fn::String(fnTypeName(static_cast<const T*>(nullptr))) + begin;
+    static thread_local bool isInside = false;
+    fn::String text = fnTypeName(static_cast<const T*>(nullptr));
+    if (isInside) return text;
+    isInside = true;
+    text = text + begin;
     const T value {};
     fnVisitFields(value, [&]<typename Field>(std::string_view name, const Field&) {
         text = text + " " + fn::String(name) + ": " + Codec<Field>::type() + ";";
     });
+    isInside = false;
     return text + end;
 }
 

@@ -6,8 +6,6 @@
 #include <optional>
 #include <set>
 #include <tuple>
-#include <unordered_map>
-#include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -51,6 +49,7 @@ template <typename Container, typename T> struct ElementsCodec {
         if constexpr (requires { elements.reserve(count); })
             elements.reserve(std::min<std::size_t>(count, mostElementsReserved));
         for (; count > 0; --count) {
+            reader.charge(sizeof(T));
             T element {};
             Codec<T>::read(reader, element);
             elements.insert(elements.end(), std::move(element));
@@ -74,9 +73,12 @@ template <typename Container, typename K, typename T> struct EntriesCodec {
     {
         entries.clear();
         for (auto count = reader.beginMap(); count > 0; --count) {
+            reader.charge(sizeof(K) + sizeof(T));
             K key {};
             Codec<K>::read(reader, key);
-            Codec<T>::read(reader, entries[std::move(key)]);
+            T value {};
+            Codec<T>::read(reader, value);
+            entries.insert_or_assign(std::move(key), std::move(value));
         }
         reader.end();
     }
@@ -115,13 +117,9 @@ template <typename T> struct Codec<std::vector<T>> : internal::ElementsCodec<std
 };
 template <typename T> struct Codec<std::set<T>> : internal::ElementsCodec<std::set<T>, T> {
 };
-template <typename T> struct Codec<std::unordered_set<T>> : internal::ElementsCodec<std::unordered_set<T>, T> {
-};
 template <typename K, typename T> struct Codec<std::map<K, T>> : internal::EntriesCodec<std::map<K, T>, K, T> {
 };
-template <typename K, typename T>
-struct Codec<std::unordered_map<K, T>> : internal::EntriesCodec<std::unordered_map<K, T>, K, T> {
-};
+// No maps and sets that hash: a peer could choose keys that all fall on one place.
 template <typename A, typename B> struct Codec<std::pair<A, B>> : internal::TupleCodec<std::pair<A, B>, A, B> {
 };
 template <typename... Ts> struct Codec<std::tuple<Ts...>> : internal::TupleCodec<std::tuple<Ts...>, Ts...> {

@@ -39,6 +39,7 @@ private:
     using Signal = fn::Signal<const std::decay_t<Args>&...>;
     Signal& signal() const
     {
+        peer().peerListen();
         if (!_signal) _signal = std::make_unique<Signal>();
         return *_signal;
     }

@@ -23,6 +23,7 @@ class FN_EXPORT Peer {
 public:
     /// Starts a call: `argument` writes its argument. `limit` as in `CallableObjectReference::startCall()`.
     virtual void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
+    virtual void peerListen() const; ///< Somebody wants to hear an event, or watch a property.
     virtual void peerFire(std::string_view event, PayloadSource argument);
     virtual fn::RunLoop& peerLoop() const = 0;
 

@@ -62,6 +62,7 @@ class Method<R(Args...), Repetition> : public internal::Member,
 public:
     using Result = R;
     using Signature = R(Args...);
+    static constexpr std::size_t arguments = sizeof...(Args);
 
     /// The method with a time limit: `greeter->greet.within(2s)("Ada")`. At its end the promise is rejected with
     /// `fn::OperationTimedOutException`, and the service is told that the call is cancelled. Borrows the method.
@@ -77,7 +78,7 @@ public:
     Limited within(fn::Duration limit) const { return Limited(*this, limit); }
     template <typename Rep, typename Period> Limited within(std::chrono::duration<Rep, Period> limit) const
     {
-        return within(fn::Duration(std::chrono::duration_cast<std::chrono::microseconds>(limit).count()));
+        return within(fn::Duration(limit));
     }
 
 private:

@@ -1,9 +1,16 @@
 #pragma once
 #include "core/ipc/interface/method.h"
 #include "foundation/signal.h"
+#include "foundation/work_context.h"
 #include <memory>
 
 namespace ipc {
+namespace internal {
+
+/// For a property that could not be asked for its value.
+FN_EXPORT void logUnlessGone(const std::exception_ptr& failure);
+
+} // namespace internal
 
 /// A value that a service owns and everybody who has a reference can watch. On the wire it is a method of its name without
 /// arguments, which gives the value, and an event of its name with each new value.
@@ -36,12 +43,13 @@ public:
 
     // --- At the caller
 
-    fn::Promise<T> get() const { return ask(); }
+    fn::Promise<T> get() const { return ask({}); }
 
     /// Calls back with the current value, in a later task, and then with each new one, none left out and none twice, as long as the
     /// handle and the reference live. While the object of an `ipc::Remote` is away, its current value is the one that came last.
     fn::Handle watch(Callback callback) const
     {
+        peer().peerListen();
         if (!_watch) _watch = std::make_unique<Watch>();
         auto watcher = std::make_shared<Watcher>(std::move(callback));
         auto handle = _watch->connect([watcher](const T& value) { watcher->tell(value); });
@@ -72,7 +80,8 @@ public:
         if (!_watch) return;
         _isKnown = false;
         if (_asking) std::exchange(_asking, {}).cancel();
-        _asking = ask();
+        const fn::ScopedContext nobody { fn::WorkContext() }; // The value is for who watches later, too.
+        _asking = ask(noTimeLimit);
         _asking.then(
             [this](T&& value) {
                 _asking = {};
@@ -84,7 +93,11 @@ public:
                 _value = std::move(value);
                 _watch->fire(_value);
             },
-            [this](std::exception_ptr) { _asking = {}; }); // The object has gone: there is nothing to watch.
+            [this](const std::exception_ptr& failure) {
+                _asking = {};
+                _isKnown = true; // What can be read of later changes is told.
+                internal::logUnlessGone(failure);
+            });
     }
 
 private:
@@ -101,10 +114,11 @@ private:
         bool isTold = false;
     };
 
-    fn::Promise<T> ask() const
+    fn::Promise<T> ask(fn::Duration limit) const
     {
         auto call = fn::makeAuto<internal::TypedCall<T>>(name());
-        peer().peerCall(fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, {});
+        peer().peerCall(
+            fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, limit);
         return fn::Promise<T>(std::move(call));
     }
 

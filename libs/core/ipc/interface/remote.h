@@ -9,7 +9,7 @@ namespace ipc {
 ///     ipc::Remote<Greeter> greeter(worker);
 ///     co_await greeter->greet.within(2s)("Ada");
 ///
-/// - A call waits while the object is away: as long as its time limit allows, `patience` at most; then it fails with
+/// - A call waits while the object is away: as long as its time limit allows, `patience` where it has none; then it fails with
 ///   `fn::OperationTimedOutException`. One that was sent when the object went fails with `ipc::ObjectDeadException`, unless its method is
 ///   `ipc::Repeatable`: that one is sent to the next object.
 /// - Events are heard, and properties watched, from whichever object is there. What an event told while the object was away is lost;

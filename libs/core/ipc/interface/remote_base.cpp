@@ -7,8 +7,8 @@
 namespace ipc::internal {
 namespace {
 
-// How long the registry is asked to wait; then it is asked again.
-constexpr auto searchTime = fn::Duration::seconds(600);
+// How long the registry is asked to wait; then it is asked again. It keeps the look-ups of those that have gone for so long.
+constexpr auto searchTime = fn::Duration::seconds(30);
 
 } // namespace
 
@@ -40,7 +40,7 @@ void RemoteBase::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource ar
     if (limit <= fn::Duration()) limit = _timeLimit;
     if (isThere() && !call->isRepeatable()) return _reference->peerCall(call, argument, limit);
     Request request { {}, fn::WorkContext::current() };
-    if (limit > fn::Duration()) request.context = request.context.within(limit);
+    if (limit > fn::Duration() && limit != noTimeLimit) request.context = request.context.within(limit);
     try {
         request.argument = _worker.objectHost().encode(argument);
     } catch (...) {
@@ -54,8 +54,8 @@ void RemoteBase::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource ar
 
 void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, Request request)
 {
-    const auto patience = std::min(request.context.remainingTime().value_or(_patience), _patience);
-    auto timer = _worker.loop().schedule(patience, [this, call] { onTimeout(call); });
+    const auto patience = request.context.remainingTime().value_or(_patience);
+    auto timer = _worker.loop().schedule(patience, [this, call, patience] { onTimeout(call, patience); });
     _waiting.push_back({ call, std::move(request), std::move(timer) });
     look();
 }
@@ -64,21 +64,26 @@ void RemoteBase::wait(const fn::AutoPtr<PendingCall>& call, Request request)
 void RemoteBase::send(const fn::AutoPtr<PendingCall>& call, Request request)
 {
     const fn::ScopedContext work(request.context);
-    _reference->peerCall(call, [&](PayloadWriter& writer) { writer.embed(request.argument); }, {});
-    if (!call->isRepeatable() || call->isSettled()) return;
-    auto* const repeated = call.get(); // Who keeps the callback.
-    call->onObjectDead(_lifetime.guard(
-        [this, repeated, request = std::move(request)]() mutable { wait(fn::AutoPtr(repeated), std::move(request)); }));
+    const auto reference = _reference;
+    const auto watch = _lifetime.watch();
+    reference->peerCall(
+        call, [&](PayloadWriter& writer) { writer.embed(request.argument); }, noTimeLimit);
+    if (!watch || !call->isRepeatable() || call->isSettled()) return; // Rejecting the call may have ended this.
+    auto* const again = call.get(); // The call keeps the callback, and not the other way round.
+    call->onObjectDead([this, watch, again, request = std::move(request)]() mutable {
+        if (watch) wait(fn::AutoPtr(again), std::move(request));
+        return static_cast<bool>(watch);
+    });
 }
 
-void RemoteBase::onTimeout(const fn::AutoPtr<PendingCall>& call)
+void RemoteBase::onTimeout(const fn::AutoPtr<PendingCall>& call, fn::Duration patience)
 {
     const auto place = std::ranges::find(_waiting, call, &Waiting::call);
     if (place == _waiting.end()) return;
     const auto waiting = std::move(*place);
     _waiting.erase(place);
-    const auto text =
-        fmt::format("{}.{}: no object of class {} was there in time", _className, call->method(), _className);
+    const auto text = fmt::format(
+        "{}.{}: no object of class {} was there within {}", _className, call->method(), _className, patience);
     call->reject(std::make_exception_ptr(fn::OperationTimedOutException(text, fn::Exception::StackTrace::None)));
 }
 
@@ -102,7 +107,9 @@ void RemoteBase::onFound(fn::AutoPtr<TypedReference> found)
     _death = _reference->objectDeadSignal().connect([this] { onDeath(); });
     if (!isThere()) return;
     refreshProperties();
-    for (auto& waiting : std::exchange(_waiting, {})) {
+    while (watch && !_waiting.empty()) { // Where this ends meanwhile, its destructor rejects the rest.
+        auto waiting = std::move(_waiting.front());
+        _waiting.pop_front();
         if (!waiting.call->isSettled()) send(waiting.call, std::move(waiting.request));
     }
     if (watch) _onCame.fire();

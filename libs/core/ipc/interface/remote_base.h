@@ -4,7 +4,7 @@
 #include "core/ipc/worker/worker.h"
 #include "foundation/signal.h"
 #include "foundation/work_context.h"
-#include <vector>
+#include <deque>
 
 namespace ipc::internal {
 
@@ -27,6 +27,7 @@ protected:
     ~RemoteBase();
 
     void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
+    void peerListen() const override { }
     fn::RunLoop& peerLoop() const override { return _worker.loop(); }
 
     void look(); ///< Unless the object is there, or is being looked for.
@@ -51,7 +52,7 @@ private:
 
     void wait(const fn::AutoPtr<PendingCall>& call, Request request);
     void send(const fn::AutoPtr<PendingCall>& call, Request request);
-    void onTimeout(const fn::AutoPtr<PendingCall>& call);
+    void onTimeout(const fn::AutoPtr<PendingCall>& call, fn::Duration patience);
     void onFound(fn::AutoPtr<TypedReference> found);
     void onNotFound(const std::exception_ptr& failure);
     void onDeath();
@@ -64,7 +65,7 @@ private:
     fn::AutoPtr<TypedReference> _reference; // The latest one; it may be dead.
     fn::Promise<fn::AutoPtr<TypedReference>> _search; // Null if the object is not looked for.
     fn::Handle _death;
-    std::vector<Waiting> _waiting;
+    std::deque<Waiting> _waiting;
     fn::Signal<> _onCame;
     fn::Signal<> _onGone;
     fn::Lifetime _lifetime;

@@ -56,7 +56,7 @@ private:
     void fulfilled(fn::internal::PromiseValue<R>&& value) override
     {
         _isAwaiting = false;
-        const auto self = _service.endServed(_context);
+        const auto self = _service.endServed(*this);
         if (!self) return;
         try {
             _service.answer(_context, ResultWriter<R> { value });
@@ -67,7 +67,7 @@ private:
     void rejected(std::exception_ptr failure) override
     {
         _isAwaiting = false;
-        if (const auto self = _service.endServed(_context)) _service.fail(_context, failure);
+        if (const auto self = _service.endServed(*this)) _service.fail(_context, failure);
     }
     void dropped() override
     {
@@ -120,11 +120,9 @@ private:
             fn::Promise<R> promise = run();
             auto& node = *fn::internal::PromiseAccess::node(promise);
             if (node.hasOutcome()) return base.answer(context, ResultWriter<R> { node.take() });
-            if (!context.isAwaited()) return base.scope().start(std::move(promise));
             auto served = std::make_unique<PromisedCall<R>>(base, context, std::move(promise));
             auto& call = *served;
-            base.serve(context, std::move(served));
-            call.await();
+            if (base.serve(context, std::move(served))) call.await();
         } else if constexpr (std::is_void_v<R>) {
             run();
             base.answer(context, ResultWriter<void> { {} });
@@ -139,9 +137,9 @@ template <typename S, typename I, typename M> void appendMethod(std::vector<Meth
 {
     using Type = std::remove_reference_t<decltype(M::in(std::declval<I&>()))>;
     if constexpr (requires { typename Type::Signature; }) {
-        all.push_back({ M::name, &Caller<S, M, typename Type::Signature>::call });
+        all.push_back({ M::name, Type::arguments, &Caller<S, M, typename Type::Signature>::call });
     } else if constexpr (requires(const Type& member, PayloadWriter& writer) { member.answer(writer); }) {
-        all.push_back({ M::name,
+        all.push_back({ M::name, 0,
             [](ServiceBase& base, const CallableObjectInstance::CallContext& context, PayloadReader& reader) {
                 reader.finish();
                 base.answer(

@@ -10,21 +10,25 @@ namespace ipc::internal {
 
 ServedCall::~ServedCall() = default;
 
-/// A call that is on the stack; it may run the loop, which may bring the next one.
+/// A call that is on the stack; it may run the loop, which may bring the next one, or its own cancellation.
 class ServiceBase::Serving {
 public:
     Serving(ServiceBase& service, const CallContext& context)
-        : _service(service),
-          _outer(std::exchange(service._context, context))
+        : context(context),
+          outer(std::exchange(service._serving, this)),
+          _service(service)
     {
     }
     Serving(const Serving&) = delete;
     Serving& operator=(const Serving&) = delete;
-    ~Serving() { _service._context = _outer; }
+    ~Serving() { _service._serving = outer; }
+
+    const CallContext context;
+    Serving* const outer;
+    bool isCancelled = false;
 
 private:
     ServiceBase& _service;
-    const CallContext _outer;
 };
 
 ServiceBase::ServiceBase(Worker& worker, const fn::String& className)
@@ -39,12 +43,19 @@ ServiceBase::~ServiceBase() = default;
 /// In a task, since one of the service's own coroutines may have held it last.
 void ServiceBase::deleteInstance()
 {
-    loop().postDeletion([this] {
-        _deaths.invalidate();
-        cancelServed([](const CallContext&) { return true; });
+    loop().postDeletion([this] { end(); });
+}
+
+void ServiceBase::end()
+{
+    _deaths.invalidate();
+    while (!_served.empty()) cancelFrom(_served.begin());
+    try {
         _scope.end();
-        CallableObjectInstance::deleteInstance();
-    });
+    } catch (const fn::RuntimeException&) { // One of its coroutines runs the loop: when that is over.
+        return loop().schedule(fn::Duration::milliseconds(1), [this] { end(); }).detach();
+    }
+    CallableObjectInstance::deleteInstance();
 }
 
 // --- What comes
@@ -53,9 +64,10 @@ void ServiceBase::onPayload(WorkerId source, const CallFields& fields)
 {
     if (fields.is(call::CALL)) {
         const CallContext context { source, fields.requestId() };
-        const auto name = fields.methodName();
+        std::string_view name;
         fn::WorkContext work;
         try {
+            name = fields.methodName();
             work = fields.workContext();
         } catch (...) {
             return fail(context, std::current_exception());
@@ -93,10 +105,9 @@ void ServiceBase::dispatch(const CallContext& context, std::string_view name, Pa
         try {
             method->call(*this, context, argument);
         } catch (const fn::mpack::MismatchException& mismatch) {
-            const auto bytes = argument.bytes();
-            fn::mpack::Reader reader(bytes);
-            reader.setOffset(start);
-            throwMismatch(_className + "." + fn::String(method->name), bytes, start, mismatch, reader.nextIsArray());
+            if (argument.isFinished()) throw; // Of what the service itself reads.
+            const auto what = _className + "." + fn::String(method->name);
+            throwMismatch(what, argument.bytes(), start, mismatch, method->arguments > 1);
         }
     } catch (...) {
         fail(context, std::current_exception());
@@ -105,7 +116,27 @@ void ServiceBase::dispatch(const CallContext& context, std::string_view name, Pa
 
 void ServiceBase::onMethodCallCancelled(const CallContext& context)
 {
-    if (const auto call = endServed(context)) call->cancel();
+    if (!context.isAwaited()) return;
+    if (auto* const serving = servingOf(context)) serving->isCancelled = true;
+    if (const auto place = _served.find(context); place != _served.end()) cancelFrom(place);
+}
+
+ServiceBase::Serving* ServiceBase::servingOf(const CallContext& context) const
+{
+    auto* serving = _serving;
+    while (serving && serving->context != context) serving = serving->outer;
+    return serving;
+}
+
+CallableObjectInstance::CallContext ServiceBase::callContext() const
+{
+    return _serving ? _serving->context : CallContext();
+}
+
+bool ServiceBase::isWaiting(const CallContext& context) const
+{
+    const auto* serving = servingOf(context);
+    return serving ? !serving->isCancelled : _served.contains(context);
 }
 
 // --- What leaves
@@ -133,28 +164,34 @@ void ServiceBase::fail(const CallContext& context, const std::exception_ptr& fai
 
 // --- Calls that are answered later
 
-void ServiceBase::serve(const CallContext& context, std::unique_ptr<ServedCall> call)
+bool ServiceBase::serve(const CallContext& context, std::unique_ptr<ServedCall> call)
 {
     listenForDeaths();
-    onMethodCallCancelled(context); // A caller that uses a number again does not wait for the first answer.
-    _served.insert_or_assign(context, std::move(call));
-}
-
-std::unique_ptr<ServedCall> ServiceBase::endServed(const CallContext& context)
-{
-    auto served = _served.extract(context);
-    return served ? std::move(served.mapped()) : nullptr;
-}
-
-/// Cancels the calls that nobody waits for any more. Each may end others.
-template <typename Concerned> void ServiceBase::cancelServed(Concerned concerned)
-{
-    for (;;) {
-        const auto place = std::ranges::find_if(_served, [&](const auto& entry) { return concerned(entry.first); });
-        if (place == _served.end()) return;
-        const auto call = std::move(_served.extract(place).mapped());
-        call->cancel();
+    if (context.isAwaited()) {
+        // A caller that uses a number again does not wait for the first answer.
+        if (const auto place = _served.find(context); place != _served.end()) cancelFrom(place);
+        if (const auto* serving = servingOf(context); serving && serving->isCancelled) {
+            call->cancel();
+            return false;
+        }
     }
+    auto& served = *call;
+    served._place = _served.emplace(context, std::move(call));
+    served._isServed = true;
+    return true;
+}
+
+std::unique_ptr<ServedCall> ServiceBase::endServed(ServedCall& call)
+{
+    if (!std::exchange(call._isServed, false)) return nullptr;
+    return std::move(_served.extract(call._place).mapped());
+}
+
+/// Cancels one call. That may end others.
+void ServiceBase::cancelFrom(ServedCall::Table::iterator place)
+{
+    const auto call = endServed(*place->second);
+    call->cancel();
 }
 
 fn::Signal<WorkerId>& ServiceBase::onCallerGone()
@@ -171,9 +208,17 @@ void ServiceBase::listenForDeaths()
 void ServiceBase::onWorkerDied(WorkerId workerId)
 {
     const fn::AutoPtr self(this);
-    cancelServed([&](const CallContext& call) {
-        return workerId == NO_WORKER_ID ? call.workerId != host().workerId() : call.workerId == workerId;
-    });
+    // The table is in the order of the workers.
+    const auto own = host().workerId();
+    const auto next = [&] {
+        const auto place = _served.lower_bound({ workerId == NO_WORKER_ID ? WorkerId(0) : workerId, 0 });
+        if (workerId != NO_WORKER_ID || place == _served.end() || place->first.workerId != own) return place;
+        return _served.upper_bound({ own, UINT32_MAX });
+    };
+    for (auto place = next(); place != _served.end(); place = next()) {
+        if (workerId != NO_WORKER_ID && place->first.workerId != workerId) break;
+        cancelFrom(place);
+    }
     _onCallerGone.fire(workerId);
 }
 

@@ -16,12 +16,16 @@ class ServiceBase;
 /// How a call comes to the function of a service, or to a property. `argument` stands at the argument.
 struct MethodEntry {
     std::string_view name;
+    std::size_t arguments; // How many.
     void (*call)(ServiceBase& service, const CallableObjectInstance::CallContext& context, PayloadReader& argument);
 };
 
 /// A call whose answer is a promise that is pending.
 class FN_EXPORT ServedCall {
 public:
+    using Context = CallableObjectInstance::CallContext;
+    using Table = std::multimap<Context, std::unique_ptr<ServedCall>>; // Several may have no number.
+
     ServedCall(const ServedCall&) = delete;
     ServedCall& operator=(const ServedCall&) = delete;
     virtual ~ServedCall();
@@ -29,6 +33,11 @@ public:
 
 protected:
     ServedCall() = default;
+
+private:
+    friend class ServiceBase;
+    Table::iterator _place; // While `_isServed`.
+    bool _isServed = false;
 };
 
 /// A service of an interface: the part that does not depend on the interface.
@@ -42,8 +51,8 @@ public:
     // For the functions in the table.
     void answer(const CallContext& context, PayloadSource result);
     void fail(const CallContext& context, const std::exception_ptr& failure);
-    void serve(const CallContext& context, std::unique_ptr<ServedCall> call);
-    std::unique_ptr<ServedCall> endServed(const CallContext& context); ///< Null if it was cancelled.
+    bool serve(const CallContext& context, std::unique_ptr<ServedCall> call); ///< False: it is cancelled already.
+    std::unique_ptr<ServedCall> endServed(ServedCall& call); ///< Null if it was cancelled.
 
     /// Owns what the service does beside its calls: coroutines, connections, timers. It ends before any member of the derived class
     /// does, when the last reference to the service has gone.
@@ -54,10 +63,10 @@ public:
     fn::Signal<WorkerId>& onCallerGone();
 
     /// Which call is being served. In a coroutine up to its first await: who needs it later takes a copy.
-    const CallContext& callContext() const { return _context; }
+    CallContext callContext() const;
 
     /// Whether the caller still waits for the answer: it lives, has not cancelled, and was not answered.
-    bool isWaiting(const CallContext& context) const { return context == _context || _served.contains(context); }
+    bool isWaiting(const CallContext& context) const;
 
 protected:
     ~ServiceBase() override;
@@ -75,11 +84,13 @@ private:
     void dispatch(const CallContext& context, std::string_view name, PayloadReader& argument);
     void listenForDeaths();
     void onWorkerDied(WorkerId workerId);
-    template <typename Concerned> void cancelServed(Concerned concerned);
+    void end();
+    void cancelFrom(ServedCall::Table::iterator place);
+    Serving* servingOf(const CallContext& context) const;
 
     const fn::String& _className;
-    CallContext _context; // Of the call that is on the stack.
-    std::map<CallContext, std::unique_ptr<ServedCall>> _served; // Those that are answered later.
+    Serving* _serving = nullptr; // The innermost call that is on the stack.
+    ServedCall::Table _served; // Those that are answered later.
     fn::Signal<WorkerId> _onCallerGone;
     fn::Handle _deaths; // Set once somebody is to be told of them.
     fn::Scope _scope;

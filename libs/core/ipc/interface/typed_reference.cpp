@@ -1,8 +1,10 @@
 #include "core/ipc/interface/typed_reference.h"
+#include "core/ipc/interface/property.h"
 #include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/object/detail/mismatch.h"
 #include "core/ipc/object/detail/object_host.h"
 #include "core/ipc/object/detail/pending_calls.h"
+#include "foundation/unhandled_exception.h"
 #include <algorithm>
 
 namespace ipc::internal {
@@ -13,9 +15,25 @@ void Peer::peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource, fn::Dur
     call->reject(std::make_exception_ptr(fn::RuntimeException(text)));
 }
 
+void Peer::peerListen() const
+{
+    throw fn::RuntimeException(
+        "Events are heard and properties watched through a reference, not in the service itself");
+}
+
 void Peer::peerFire(std::string_view event, PayloadSource)
 {
     throw fn::RuntimeException(fmt::format("{} can be fired or set only by the service that has it", event));
+}
+
+void logUnlessGone(const std::exception_ptr& failure)
+{
+    try {
+        std::rethrow_exception(failure);
+    } catch (const fn::EndedException&) {
+    } catch (...) {
+        fn::unhandledException();
+    }
 }
 
 void Member::throwUnbound() const

@@ -21,6 +21,7 @@ public:
         fn::Duration timeLimit);
 
     void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
+    void peerListen() const override { }
     fn::RunLoop& peerLoop() const override { return loop(); }
 
     // Further objects of the same interface that hear the events.

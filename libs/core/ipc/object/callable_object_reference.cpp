@@ -24,6 +24,12 @@ std::exception_ptr named(std::exception_ptr failure, const ObjectReference& refe
     return failure;
 }
 
+std::exception_ptr objectDead()
+{
+    return std::make_exception_ptr(ObjectDeadException(fn::Exception::StackTrace::Capture));
+}
+
+/// That of a typed call, which says what it was.
 std::exception_ptr objectDead(const ObjectReference& reference, std::string_view method)
 {
     const auto text = fmt::format("{}.{}: the object's worker has gone", reference.className(), method);
@@ -88,7 +94,7 @@ CallableObjectReference::~CallableObjectReference() { rejectPendingCalls(); }
 
 fn::Promise<fn::Value> CallableObjectReference::callMethod(const fn::String& name, const fn::Value& argument)
 {
-    if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead(*this, name));
+    if (dead() || !hasWorker()) return fn::Promise<fn::Value>::rejected(objectDead());
     const auto call = fn::makeAuto<ValueCall>(name);
     addCall(call);
     const fn::Promise<fn::Value> promise(call);
@@ -112,9 +118,11 @@ void CallableObjectReference::startCall(
     const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
     if (dead() || !hasWorker()) return call->reject(objectDead(*this, call->method()));
+    call->_isTyped = true;
     addCall(call);
     const auto requestId = call->requestId();
     const auto context = fn::WorkContext::current();
+    if (limit == noTimeLimit) limit = {};
     if (const auto left = context.remainingTime()) limit = shorter(limit, *left);
     const bool hasLimit = limit > fn::Duration();
     const auto traceId = context.traceId() != 0 ? context.traceId() : newTraceId();
@@ -231,10 +239,9 @@ void CallableObjectReference::rejectPendingCalls()
 {
     if (!_pendingCalls) return;
     for (const auto& ended : _pendingCalls->takeAll()) {
-        if (auto callback = std::exchange(ended.call->_onObjectDead, {}))
-            callback();
-        else
-            ended.call->reject(objectDead(*this, ended.call->method()));
+        auto& call = *ended.call;
+        if (auto takeOver = std::exchange(call._onObjectDead, {}); takeOver && takeOver()) continue;
+        call.reject(call._isTyped ? objectDead(*this, call.method()) : objectDead());
     }
 }
 

@@ -61,6 +61,7 @@ PayloadReader::~PayloadReader()
 
 void PayloadReader::finish()
 {
+    _isFinished = true;
     if (_objectIds.empty()) return;
     _host.countReceived(std::exchange(_objectIds, {}));
     _made.clear();

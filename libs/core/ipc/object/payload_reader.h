@@ -36,6 +36,7 @@ public:
     const std::exception_ptr& failure() const { return _failure; }
 
     void finish(); ///< Nothing more is read. A second call does nothing.
+    bool isFinished() const { return _isFinished; }
 
     ObjectHost& host() const { return _host; }
 
@@ -50,6 +51,7 @@ private:
     fn::Value _objects; // The class names of these, once an object was asked for.
     std::vector<fn::AutoPtr<ObjectReference>> _made; // Held until they are counted, since reading may drop them.
     std::exception_ptr _failure;
+    bool _isFinished = false;
 };
 
 /// An object that reads its payloads itself, where they lie, instead of getting each as a value.

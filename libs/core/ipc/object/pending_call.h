@@ -1,5 +1,6 @@
 #pragma once
 #include "core/ipc/object/payload_reader.h"
+#include "foundation/duration.h"
 #include "foundation/handle.h"
 #include "foundation/promise.h"
 #include "foundation/value.h"
@@ -10,6 +11,9 @@ namespace ipc {
 
 class CallableObjectReference;
 class ObjectReference;
+
+/// In place of a time limit: none, also where the interface has one.
+inline constexpr fn::Duration noTimeLimit = fn::Duration(INT64_MAX);
 
 /// A call that waits for its answer: the part of the promise's state that does not depend on the type of the result. It keeps the
 /// reference alive meanwhile.
@@ -36,8 +40,9 @@ public:
     bool isRepeatable() const { return _isRepeatable; }
     void setRepeatable() { _isRepeatable = true; }
 
-    /// What happens when the object goes before it has answered. Default: the promise is rejected.
-    void onObjectDead(folly::Function<void()> callback) { _onObjectDead = std::move(callback); }
+    /// What happens when the object goes before it has answered. Unless `callback` takes the call over, and gives true, the promise is
+    /// rejected.
+    void onObjectDead(folly::Function<bool()> callback) { _onObjectDead = std::move(callback); }
 
 protected:
     /// A base of `node`. `method` is borrowed; for `CallableObjectReference::startCall()` it lives as long as the program.
@@ -55,8 +60,9 @@ private:
     fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call is not in the table.
     std::uint32_t _requestId = 0;
     fn::Handle _deadline;
-    folly::Function<void()> _onObjectDead;
+    folly::Function<bool()> _onObjectDead;
     bool _isRepeatable = false;
+    bool _isTyped = false;
 };
 
 } // namespace ipc

@@ -1,4 +1,5 @@
 #include "core/ipc/object/detail/call_fields.h"
+#include "core/ipc/limits.h"
 #include "foundation/value_map.h"
 
 namespace ipc {
@@ -78,6 +79,7 @@ CallFields::CallFields(PayloadReader& payload) : _payload(payload)
             payload.skip();
     }
     payload.end();
+    payload.setMaxValues(limits::payloadValues); // The values of the field that is read are counted as they are read.
 }
 
 std::uint32_t CallFields::pass(std::uint32_t& place)

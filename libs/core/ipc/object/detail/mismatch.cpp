@@ -54,7 +54,9 @@ fn::String valueAt(fn::ByteView bytes, std::size_t offset)
     const auto rest = bytes.subspan(std::min(offset, bytes.size()));
     if (rest.empty()) return "nothing";
     fn::MemoryInputStream stream(rest.data(), rest.size());
-    const auto value = fn::mpack::Deserializer(stream).deserialize();
+    fn::mpack::Deserializer deserializer(stream);
+    deserializer.setMaxValues(mostShown);
+    const auto value = deserializer.deserialize();
     const auto text = value.value_or(fn::Value()).toString();
     return text.size() <= mostShown ? text : text.substring(0, mostShown) + "...";
 }
@@ -65,7 +67,7 @@ void throwMismatch(const fn::String& what, fn::ByteView bytes, std::size_t start
     const fn::mpack::MismatchException& mismatch, bool areArguments)
 {
     fn::String path;
-    fn::String came = "malformed bytes";
+    fn::String came = "something else"; // Malformed, or of many values.
     try {
         path = pathTo(bytes, start, mismatch.offset(), areArguments);
         came = valueAt(bytes, mismatch.offset());
