@@ -49,6 +49,7 @@ fn::Promise<void> run(ipc::Application& app)
     const auto ferry = co_await app.find<Ferry>();
     fn::Semaphore four(4);
     std::vector<fn::Promise<int>> crossings;
+    crossings.reserve(12);
     for (int passenger = 0; passenger < 12; ++passenger) crossings.push_back(cross(ferry, four, passenger));
     const auto trips =
         co_await fn::all(std::move(crossings)); // In their order. The first failure would cancel the others.

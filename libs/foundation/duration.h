@@ -70,8 +70,8 @@ private:
             if constexpr (std::is_floating_point_v<To>) return static_cast<To>(exact);
             // The bounds are powers of two, which a long double holds exactly.
             const auto bound = static_cast<long double>(std::numeric_limits<To>::max()) + 1;
-            if (!(exact >= -bound && exact < bound)) return std::nullopt;
-            return static_cast<To>(exact);
+            const bool fits = exact >= -bound && exact < bound; // Not so for no number.
+            return fits ? std::optional(static_cast<To>(exact)) : std::nullopt;
         } else {
             __extension__ using Wide = __int128;
             const auto exact = Wide(count) * factor / divisor;

@@ -39,6 +39,7 @@ fn::Promise<PathSample> ScanJob::run()
     co_await walk();
     co_await tell(); // Also of an empty folder.
     std::vector<fn::Promise<void>> underWay;
+    underWay.reserve(batchesUnderWay);
     for (int i = 0; i < batchesUnderWay; ++i) underWay.push_back(handleBatches());
     co_await fn::all(std::move(underWay));
     FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanned {} files", _done);

@@ -4,9 +4,9 @@
 #include "foundation/run_loop.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/signal_watcher.h"
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <errno.h>
 
 namespace ipc {
 namespace {
@@ -17,6 +17,7 @@ constexpr int signalled = 128; // The exit code is this plus the signal's number
 std::vector<ModuleDefinition*> definitionsOf(const ApplicationOptions& options)
 {
     std::vector<ModuleDefinition*> definitions;
+    definitions.reserve(options.modules.size());
     for (const auto& name : options.modules)
         definitions.push_back(ModuleDefinition::create(name, "module_loader", false, false, false));
     return definitions;

@@ -20,10 +20,8 @@ protected:
 /// What is left to do of a cancellation. Those that hold it are still on the stack; the last one to let it go does it.
 class FN_EXPORT RestOfCancellation final : public RefCountedBase {
 public:
-    void addWaiting(AutoPtr<RestOfCancellation> other)
-    {
-        _waiting.push_back(std::move(other));
-    } ///< Its rest comes after this one.
+    /// Its rest comes after this one.
+    void addWaiting(AutoPtr<RestOfCancellation> other) { _waiting.push_back(std::move(other)); }
 
 private:
     friend class Cancellation;

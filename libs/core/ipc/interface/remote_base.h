@@ -15,10 +15,8 @@ public:
     RemoteBase& operator=(const RemoteBase&) = delete;
 
     bool isThere() const { return _reference && !_reference->dead(); } ///< Whether the object is known and alive.
-    fn::Signal<>& onCame()
-    {
-        return _onCame;
-    } ///< The object was found: the first time, and each time after it had gone.
+    /// The object was found: the first time, and each time after it had gone.
+    fn::Signal<>& onCame() { return _onCame; }
     fn::Signal<>& onGone() { return _onGone; } ///< The object's worker has gone. It is looked for again.
 
 protected:

@@ -41,10 +41,8 @@ protected:
     virtual void onMessage(WorkerId sourceWorkerId, const fn::Value& message); ///< Default: nothing.
 
     // For the library's own classes.
-    void setPayloadReceiver(PayloadReceiver& receiver)
-    {
-        _payloadReceiver = &receiver;
-    } ///< `onMessage()` is not called then.
+    /// `onMessage()` is not called then.
+    void setPayloadReceiver(PayloadReceiver& receiver) { _payloadReceiver = &receiver; }
     /// Like `sendMessage()` of a message with that head; `content` writes its argument or result.
     void sendCall(WorkerId workerId, const CallHead& head, PayloadSource content);
     ObjectHost& host() const;

@@ -99,10 +99,8 @@ protected:
     ObjectHost& host() const; // For the library's own classes, while `hasWorker()`.
     void sendFields(const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
     void sendCall(const CallHead& head, fn::FunctionRef<void(PayloadWriter&)> content);
-    void setPayloadReceiver(PayloadReceiver& receiver)
-    {
-        _payloadReceiver = &receiver;
-    } ///< `onMessage()` is not called then.
+    /// `onMessage()` is not called then.
+    void setPayloadReceiver(PayloadReceiver& receiver) { _payloadReceiver = &receiver; }
 
     virtual void onMessage(const fn::Value& message); ///< Handles a message of the instance. Default: nothing.
 

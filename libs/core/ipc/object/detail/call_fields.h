@@ -14,8 +14,9 @@ struct CallHead {
 
     Kind kind;
     std::uint32_t requestId = NO_REQUEST_ID; ///< Not of events.
+    // GCC warns where a field without an initializer is left out. NOLINTNEXTLINE(readability-redundant-member-init)
     std::string_view name = {}; ///< Of the method or the event: lives as long as the program. None of responses.
-    fn::Duration timeLeft = {}; ///< Of calls; 0 without a limit.
+    fn::Duration timeLeft = fn::Duration::seconds(0); ///< Of calls; 0 without a limit.
     std::uint64_t traceId = 0; ///< Of calls; 0 without a trace.
 
     bool hasLimit() const { return timeLeft > fn::Duration(); }
