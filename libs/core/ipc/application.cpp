@@ -79,15 +79,16 @@ void Application::endWith(int exitCode, const fn::String& message)
     if (std::exchange(_isEnding, true)) return;
     _exitCode = exitCode;
     if (!message.empty()) std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, message.c_str());
-    // In a task, since the scope does not end inside of its coroutines, of which this may be called.
-    fn::RunLoop::defaultLoop().post([this] {
+    // In a task, since the scope does not end inside of its coroutines, of which this may be called. If the loop stops for another
+    // reason before, `runMain()` ends everything, and the task does nothing.
+    fn::RunLoop::defaultLoop().post(_scope.guard([this] {
         try {
             _scope.end();
         } catch (const fn::RuntimeException&) { // One of them runs the loop, which is stopped now.
         }
         _manager->stop();
         _dispatcher->stop(fn::Duration(), {});
-    });
+    }));
 }
 
 } // namespace ipc
