@@ -4,7 +4,7 @@ set(CORE_MODULE_DIRECTORY ${CMAKE_BINARY_DIR}/modules)
 
 function(core_add_module name)
     add_library(${name} MODULE ${ARGN})
-    target_link_libraries(${name} PRIVATE core::core)
+    target_link_libraries(${name} PRIVATE skyfold::core)
     set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX .dll LIBRARY_OUTPUT_DIRECTORY ${CORE_MODULE_DIRECTORY})
     install(TARGETS ${name} LIBRARY DESTINATION modules)
 endfunction()
