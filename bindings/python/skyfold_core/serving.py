@@ -1,0 +1,152 @@
+"""Carries out the calls that come for the services of one worker."""
+
+from __future__ import annotations
+
+import asyncio
+import contextvars
+import functools
+import time
+from collections.abc import Awaitable, Callable
+from typing import TYPE_CHECKING, Any
+
+from . import context, wire
+from .describe import describe_service
+from .errors import Error, PromiseLost, RangeError, record_of
+
+if TYPE_CHECKING:
+    from .service import Service
+    from .worker import Worker
+
+MOST_SERVED = 100_000
+"""Calls that one worker carries out at a time. Further ones are refused."""
+
+Key = tuple[int, int, int]  # Who calls, the object, the number of the call.
+
+
+class Serving:
+    def __init__(self, worker: Worker) -> None:
+        self._worker = worker
+        self._tasks: dict[Key, asyncio.Task[None]] = {}
+        self._unanswered = 0  # Numbers, downwards, for calls that have none.
+
+    def on_message(self, service: Service, source: int, fields: dict[Any, Any], failure: Exception | None) -> None:
+        kind = fields.get("TYPE")
+        if kind == "CALL":
+            request_id = fields.get("REQUEST_ID", wire.NO_REQUEST)
+            if type(request_id) is not int or not 0 <= request_id <= wire.NO_REQUEST:
+                raise ValueError("a call whose number is none")
+            try:
+                if failure is not None:
+                    raise failure
+                self._call(service, source, request_id, fields)
+            except Exception as error:
+                self._answer_error(service, source, request_id, error)
+        elif kind == "CANCEL":
+            self._cancel((source, service._object_id, fields.get("REQUEST_ID", wire.NO_REQUEST)))
+        elif failure is not None:
+            raise failure
+
+    def worker_died(self, worker_id: int) -> None:
+        for key in [key for key in self._tasks if key[0] == worker_id]:
+            self._cancel(key)
+
+    def close(self) -> None:
+        for key in list(self._tasks):
+            self._cancel(key)
+
+    def _cancel(self, key: Key) -> None:
+        if (task := self._tasks.pop(key, None)) is not None:
+            task.cancel()
+
+    def _call(self, service: Service, source: int, request_id: int, fields: dict[Any, Any]) -> None:
+        name = fields.get("METHOD_NAME")
+        if not isinstance(name, str):
+            raise RangeError("A message of an object has no METHOD_NAME")
+        method = service._methods.get(name)
+        if method is None:
+            return self._answer(service, source, request_id, self._built_in(service, name))
+        arguments, named = method.take(fields.get("ARGUMENT"))
+        run = functools.partial(method.function, service, *arguments, **named)
+        work = _context_of(fields)
+        if not method.is_async:
+            result = work.run(run)
+            if not isinstance(result, Awaitable):
+                return self._answer(service, source, request_id, result)
+            run = functools.partial(_itself, result)
+        self._start(service, source, request_id, run, work)
+
+    def _built_in(self, service: Service, name: str) -> Any:
+        if name in service._properties:
+            return getattr(service, name)
+        if name == "ipc.describe":
+            return describe_service(type(service))
+        raise Error(f"{service._class_name} has no method {name}")
+
+    def _start(
+        self, service: Service, source: int, request_id: int, run: Callable[[], Awaitable[Any]], work: contextvars.Context
+    ) -> None:
+        if len(self._tasks) >= MOST_SERVED:
+            raise RangeError(f"{service._class_name} is busy: {MOST_SERVED} calls are being carried out")
+        if request_id == wire.NO_REQUEST:
+            self._unanswered -= 1
+            key = (source, service._object_id, self._unanswered)
+        else:
+            key = (source, service._object_id, request_id)
+            self._cancel(key)  # Who uses a number again does not wait for the first answer.
+        work_of_call = self._carry_out(service, key, run)
+        self._tasks[key] = self._worker.loop.create_task(work_of_call, context=work)
+
+    async def _carry_out(self, service: Service, key: Key, run: Callable[[], Awaitable[Any]]) -> None:
+        source, _, request_id = key
+        this = asyncio.current_task()
+        try:
+            result = await run()
+        except asyncio.CancelledError:
+            if self._take(key, this):  # Nobody has asked for this: the service itself has.
+                self._answer_error(service, source, request_id, PromiseLost("The service has forgotten the call"))
+        except Exception as error:
+            if self._take(key, this):
+                self._answer_error(service, source, request_id, error)
+        else:
+            if self._take(key, this):
+                try:
+                    self._answer(service, source, request_id, result)
+                except Exception as error:
+                    self._answer_error(service, source, request_id, error)
+
+    def _take(self, key: Key, task: asyncio.Task[None] | None) -> bool:
+        """Whether an answer is still wanted."""
+        if self._tasks.get(key) is not task:
+            return False
+        del self._tasks[key]
+        return True
+
+    def _answer(self, service: Service, source: int, request_id: int, result: Any) -> None:
+        if 0 <= request_id < wire.NO_REQUEST:
+            encoded, noted = self._worker.encode(result)
+            self._worker.send_from(service, source, wire.result_payload(request_id, encoded), noted)
+
+    def _answer_error(self, service: Service, source: int, request_id: int, error: Exception) -> None:
+        if 0 <= request_id < wire.NO_REQUEST:
+            encoded, noted = self._worker.encode(record_of(error))
+            self._worker.send_from(service, source, wire.error_payload(request_id, encoded), noted)
+        else:
+            text = f"A call of {service._class_name} that is not answered has failed"
+            self._worker.loop.call_exception_handler({"message": text, "exception": error})
+
+
+async def _itself(result: Awaitable[Any]) -> Any:
+    return await result
+
+
+def _context_of(fields: dict[Any, Any]) -> contextvars.Context:
+    """A context of its own, with what the caller tells: its time and its trace."""
+    work = contextvars.Context()
+    left, trace = fields.get("TIME_LEFT"), fields.get("TRACE")
+    if left is None and trace is None:
+        return work
+    has_limit = type(left) is int and left > 0
+    deadline = time.monotonic() + left / 1e6 if has_limit else None
+    is_trace = type(trace) is int and 0 < trace < 1 << 64
+    work.run(context.current.set, context.WorkContext(deadline, trace if is_trace else 0))
+    return work
