@@ -54,7 +54,7 @@ class Ours(System):
     """The hub is the program that tools use; it prints the path of its socket alone."""
 
     def hub_program(self, directory):
-        return [os.path.join(self._programs, "hub")]
+        return [os.path.join(self._programs, "skyfold-hub")]
 
     def address(self, text):
         return "\\\\.\\pipe\\" + os.path.basename(text)

@@ -1,33 +1,45 @@
-# The install tree: bin/ (programs), modules/ (module libraries), lib/ and include/skyfold-core/ (for developers), and in its
-# root the marker by which fn::PathManager tells it from a build tree. find_package(skyfold-core) gives skyfold::core,
-# skyfold::foundation, skyfold::sqlite, and, where CORE_SIMULATION is on, skyfold::simulation for tests.
+# The install tree: bin/ (programs of the user), include/skyfold-core/, the libraries, and what belongs to the package alone in folders of its
+# own: libexec/skyfold-core/ (the module loader), lib/skyfold-core/modules/ (modules for any application), share/skyfold-core/. The sample is
+# an application like any other (see applications.cmake). find_package(skyfold-core) gives skyfold::core, skyfold::foundation,
+# skyfold::sqlite, and, where CORE_SIMULATION is on, skyfold::simulation for tests.
+#
+# Components are the packages: runtime, development, tools, sample.
 include(CMakePackageConfigHelpers)
 set(package skyfold-core)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/${package})
+set(CORE_LIBEXEC ${CMAKE_INSTALL_LIBEXECDIR}/${package})
+set(CORE_SHARE ${CMAKE_INSTALL_DATADIR}/${package})
+set(CORE_MODULES lib/${package}/modules)
 
-install(TARGETS ${CORE_LIBRARIES} EXPORT ${package}
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package})
+foreach(library ${CORE_LIBRARIES})
+    set(component runtime)
+    if(library STREQUAL simulation)
+        set(component development) # Tests are written there.
+    endif()
+    install(TARGETS ${library} EXPORT ${package}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT development
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package} COMPONENT development)
+endforeach()
 if(NOT CORE_USES_FOLLY)
     # Programs must be compiled with the very folly::Function that the libraries were.
-    install(FILES libs/base/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package}/folly)
+    install(FILES libs/base/folly/Function.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${package}/folly COMPONENT development)
 endif()
 
-# The layout that fn::PathManager looks for; core_add_module() installs the modules themselves. The marker must not lie in
-# the root of the build tree, which would then count as installed.
-file(WRITE ${CMAKE_BINARY_DIR}/install/skyfold.installed "${PROJECT_VERSION}\n")
-install(FILES ${CMAKE_BINARY_DIR}/install/skyfold.installed DESTINATION .)
-install(DIRECTORY resources/ DESTINATION . OPTIONAL)
-foreach(program hub module_loader skyfold)
-    if(TARGET ${program})
-        install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    endif()
-endforeach()
+set_target_properties(module_loader PROPERTIES INSTALL_RPATH "$ORIGIN/../../${CMAKE_INSTALL_LIBDIR}")
+install(TARGETS module_loader RUNTIME DESTINATION ${CORE_LIBEXEC} COMPONENT runtime)
+install(DIRECTORY resources/logging_profiles DESTINATION ${CORE_SHARE} COMPONENT runtime)
+_core_set_install_rpath(inspector_web ../../..)
+install(TARGETS inspector_web LIBRARY DESTINATION ${CORE_MODULES} COMPONENT runtime)
 
-install(EXPORT ${package} FILE ${package}-targets.cmake NAMESPACE skyfold:: DESTINATION ${package_folder})
+install(TARGETS hub RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+
+install(EXPORT ${package} FILE ${package}-targets.cmake NAMESPACE skyfold:: DESTINATION ${package_folder}
+    COMPONENT development)
 set(generated ${CMAKE_CURRENT_BINARY_DIR}/package)
 configure_package_config_file(cmake/${package}-config.cmake.in ${generated}/${package}-config.cmake
-    INSTALL_DESTINATION ${package_folder})
+    INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR CORE_LIBEXEC CORE_SHARE CORE_MODULES)
 write_basic_package_version_file(${generated}/${package}-config-version.cmake COMPATIBILITY SameMinorVersion)
-install(FILES ${generated}/${package}-config.cmake ${generated}/${package}-config-version.cmake DESTINATION ${package_folder})
-install(FILES cmake/applications.cmake DESTINATION ${package_folder} RENAME ${package}-applications.cmake)
+install(FILES ${generated}/${package}-config.cmake ${generated}/${package}-config-version.cmake DESTINATION ${package_folder}
+    COMPONENT development)
+install(FILES cmake/applications.cmake DESTINATION ${package_folder} RENAME ${package}-applications.cmake
+    COMPONENT development)

@@ -49,7 +49,7 @@ int serve(const Options& options)
 
 int run(int argc, char** argv)
 {
-    CLI::App app("Runs a dispatcher alone. The first line of standard output is the path of its socket.", "hub");
+    CLI::App app("Runs a dispatcher alone. The first line of standard output is the path of its socket.", "skyfold-hub");
     Options options;
     app.add_option("--timeout-ms", options.timeoutMilliseconds, "How long a worker may leave a ping unanswered")
         ->check(CLI::Range(std::int64_t(1), std::int64_t(86'400'000)))
@@ -67,7 +67,7 @@ int main(int argc, char** argv)
     try {
         return run(argc, argv);
     } catch (const std::exception& exception) {
-        std::fprintf(stderr, "hub: %s\n", exception.what());
+        std::fprintf(stderr, "skyfold-hub: %s\n", exception.what());
         return 1;
     }
 }

@@ -7,7 +7,7 @@ namespace test {
 
 /// A dispatcher in a process of its own, and where it listens. Killed at the latest when this goes.
 struct Hub : ChildProcess {
-    Hub() : ChildProcess({ "hub" })
+    Hub() : ChildProcess({ "skyfold-hub" })
     {
         EXPECT_TRUE(std::filesystem::is_socket(socket)) << "the hub does not tell its socket";
     }

@@ -30,8 +30,8 @@ TEST(Loader, EndsAModuleThatHangsWhenItIsAskedToEnd)
 
 TEST(Hub, TakesItsOptionsRefusesOthersAndLeavesNoEndpointBehind)
 {
-    EXPECT_EQ(ChildProcess({ "hub", "--help" }).wait(), 0);
-    EXPECT_NE(ChildProcess({ "hub", "--timeout-ms", "never" }).wait(), 0);
+    EXPECT_EQ(ChildProcess({ "skyfold-hub", "--help" }).wait(), 0);
+    EXPECT_NE(ChildProcess({ "skyfold-hub", "--timeout-ms", "never" }).wait(), 0);
     for (const int signal : { SIGINT, SIGTERM }) {
         test::Hub hub;
         hub.signal(signal);
