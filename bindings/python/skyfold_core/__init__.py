@@ -5,6 +5,7 @@
         print(await greeter.greet("Ada"))
 """
 
+from .bus import MessageBus
 from .connecting import connect, connect_launched
 from .context import remaining_time, trace, trace_id, within
 from .errors import (
@@ -27,6 +28,7 @@ from .pipes import PIPE_VARIABLE
 from .reference import Member, Reference
 from .remote import Call
 from .service import Event, Property, Service
+from .typed import RemoteEvent, RemoteMethod, RemoteProperty
 from .values import Fraction, TypedBytes
 from .worker import Worker
 

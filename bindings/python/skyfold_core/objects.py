@@ -141,7 +141,7 @@ class Objects:
         try:
             return unpack(payload, self._extension)
         except Exception as error:  # Perhaps a time stamp that no datetime holds: whose call it was can still be read.
-            self._failure = DataFormatError(f"The other side has sent what can not be read: {error or type(error).__name__}")
+            self._failure = _unreadable(error)
             return msgpack.unpackb(payload, strict_map_key=False, timestamp=2, unicode_errors="surrogateescape")
 
     def _extension(self, code: int, data: bytes) -> Any:
@@ -153,7 +153,7 @@ class Objects:
                 raise DataFormatError("an object whose id has not 8 bytes")
             return self._object(int.from_bytes(data, "little"))
         except Exception as error:
-            self._failure = self._failure or error
+            self._failure = self._failure or (error if isinstance(error, Error) else _unreadable(error))
             return None
 
     def _object(self, object_id: int) -> Reference:
@@ -250,6 +250,10 @@ class Objects:
             remote.is_dead = True
         for remote in dying:
             remote.notify_dead()
+
+
+def _unreadable(error: Exception) -> DataFormatError:
+    return DataFormatError(f"The other side has sent what can not be read: {str(error) or type(error).__name__}")
 
 
 class RequestNumbers:

@@ -57,7 +57,7 @@ def decode_frame(body: bytes) -> dict[Any, Any] | None:
     try:
         message = msgpack.unpackb(body, strict_map_key=False, unicode_errors="surrogateescape")
     except Exception as error:  # A hash of a key, a time stamp, ... can fail besides the format itself.
-        raise MalformedFrame(f"a frame of {len(body)} bytes is no MessagePack: {error or type(error).__name__}") from error
+        raise MalformedFrame(f"a frame of {len(body)} bytes is no MessagePack: {str(error) or type(error).__name__}") from error
     if type(message) is not dict:
         return None
     if body[0] != 0x80 | len(message):  # Another form of map, or an entry that occurs twice.

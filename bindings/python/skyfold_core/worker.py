@@ -6,11 +6,12 @@ import asyncio
 import functools
 import logging
 from collections.abc import Callable
-from typing import TYPE_CHECKING, Any, Self, TypeVar, overload
+from typing import Any, Self, TypeVar, overload
 
 import msgpack
 
 from . import wire
+from .bus import MessageBus
 from .connection import Connection
 from .errors import ConnectionFailed, Error, OperationTimedOut, RangeError
 from .listening import Listeners, Subscription
@@ -19,9 +20,6 @@ from .reference import Reference
 from .remote import in_words
 from .serving import Serving
 from .service import Service
-
-if TYPE_CHECKING:
-    from .bus import MessageBus
 
 R = TypeVar("R", bound=Reference)
 
@@ -45,7 +43,8 @@ class Worker:
         self._hello: asyncio.Future[None] = loop.create_future()
         self._quit: asyncio.Future[None] = loop.create_future()
         self._on_quit = Listeners()
-        self._failure: Exception | None = None
+        self.failure: Exception | None = None
+        """What has ended the connection; None where `close()` has, or the hub in good order."""
         self._is_over = False
         self._reports = 0
         self._bus: asyncio.Task[MessageBus] | None = None
@@ -85,10 +84,8 @@ class Worker:
 
     async def bus(self) -> MessageBus:
         """The message bus of the application: the same one each time."""
-        from .bus import join
-
         if self._bus is None or (self._bus.done() and (self._bus.cancelled() or self._bus.exception() is not None)):
-            self._bus = self.loop.create_task(join(self))
+            self._bus = self.loop.create_task(MessageBus.join(self))
         return await asyncio.shield(self._bus)
 
     def on_quit(self, callback: Callable[[], object]) -> Subscription:
@@ -206,7 +203,7 @@ class Worker:
         """Says what was passed over: the first hundred times, since a peer could fill the log."""
         self._reports += 1
         if self._reports <= 100:
-            log.warning("Passing over a message: %s", error or type(error).__name__, exc_info=not isinstance(error, (ValueError, Error)))
+            log.warning("Passing over a message: %s", str(error) or type(error).__name__, exc_info=not isinstance(error, (ValueError, Error)))
 
     def _on_message(self, message: dict[Any, Any]) -> None:
         object_id = wire.integer(message, wire.OBJECT_ID, 64)
@@ -272,8 +269,7 @@ class Worker:
     def _on_lost(self, error: Exception | None) -> None:
         if self._is_over:
             return
-        if self._failure is None:
-            self._failure = error
+        self.failure = error
         if isinstance(error, ConnectionFailed):
             log.error("%s", error)
         self._end(error or ConnectionFailed("The hub has closed the connection"))
