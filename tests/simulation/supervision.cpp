@@ -109,7 +109,7 @@ bool Truth::isExplained(const std::string& text) const
             > fn::Duration::seconds(15);
     if (says("failed to connect")) return module.timeouts > 1;
     if (says("did exit before")) return module.hasEnded();
-    if (says("has ended unexpectedly"))
+    if (says("was ended by signal") || says("ended with exit code"))
         return module.harms.contains("is killed") || module.harms.contains("is asked to end");
     return (says("stopped responding") || says("it does not take the")) && wasFrozen(name);
 }

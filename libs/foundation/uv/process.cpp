@@ -44,6 +44,7 @@ struct Process::Private final : SharedMember, System::ChildUser {
     void kill(int signal);
     void forget(); ///< The user is gone.
     int pid() const noexcept { return _pid; }
+    bool isRunning() const noexcept { return _open && _pid != 0; }
     unsigned flags() const noexcept { return _flags; }
     void loopIsEnding() override;
 
@@ -117,7 +118,7 @@ int Process::Private::start(const ProcessOptions& options, std::vector<uv_stdio_
 
 void Process::Private::kill(int signal)
 {
-    if (!_open || _pid == 0) return;
+    if (!isRunning()) return;
     auto* const system = loop() ? loop()->system() : nullptr;
     const auto code = system ? system->kill(_pid, signal) : uv_process_kill(&_process, signal);
     if (code != UV_ESRCH) Status(fmt::format("send signal {} to process {}", signal, _pid), code).throwOnError();
@@ -178,6 +179,7 @@ Process::~Process()
 void Process::spawn(ProcessOptions options) { _private->spawn(std::move(options)); }
 void Process::kill(int signal) { _private->kill(signal); }
 int Process::pid() const noexcept { return _private->pid(); }
+bool Process::isRunning() const noexcept { return _private->isRunning(); }
 unsigned Process::flags() const noexcept { return _private->flags(); }
 
 } // namespace fn::uv

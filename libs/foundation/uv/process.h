@@ -35,6 +35,7 @@ public:
     void spawn(ProcessOptions options);
     void kill(int signal); ///< Does nothing if the child has ended already.
     int pid() const noexcept; ///< 0 before `spawn()`.
+    bool isRunning() const noexcept; ///< From `spawn()` until the child has ended; false inside `onExit`.
 
     /// Runs the loop until every child that was started on it has ended and been reaped, also a child whose Process was released,
     /// but no longer than `most`. Returns false if a child is left. For a caller that may run the loop.

@@ -6,6 +6,7 @@ namespace ipc {
 
 ModuleDefinition::ModuleDefinition() = default;
 ModuleDefinition::~ModuleDefinition() = default;
+bool ModuleDefinition::sendSignal(int) { return false; }
 
 ModuleDefinition* ModuleDefinition::create(
     const fn::String& name, const fn::String& loaderName, bool inProcess, bool runsMainLoop, bool extendedSpawnFlags)

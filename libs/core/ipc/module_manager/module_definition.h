@@ -33,6 +33,8 @@ public:
     virtual std::optional<fn::String> executablePath() = 0; ///< Empty if the module has no process of its own.
     virtual fn::String name() = 0;
     virtual ~ModuleDefinition();
+    /// Sends the module's process a signal, and gives true: `onExit()` fires if it ends. False if no process runs. Default: false.
+    virtual bool sendSignal(int signal);
 
     /// Fires when the module's process has ended, with its exit status and the signal that ended it, or 0.
     fn::Signal<std::int64_t, int>& onExit() { return _onExit; }

@@ -12,6 +12,11 @@ ModuleManager::ModuleManager(Dispatcher& dispatcher, std::vector<ModuleDefinitio
 ModuleManager::ModuleManager(ModuleManager&&) noexcept = default;
 ModuleManager::~ModuleManager() = default;
 
+void ModuleManager::addModule(const fn::String& name, ModuleOptions options)
+{
+    _state->addModule(name, std::move(options));
+}
+
 void ModuleManager::start()
 {
     const auto state = _state; // The main loop module may end this manager.
@@ -20,6 +25,18 @@ void ModuleManager::start()
 
 void ModuleManager::stop() { _state->stop(); }
 
+void ModuleManager::startModule(const fn::String& name) { _state->startModule(name); }
+
+fn::Promise<void> ModuleManager::stopModule(const fn::String& name, fn::Duration graceTime)
+{
+    const auto state = _state;
+    try {
+        return state->stopModule(name, graceTime);
+    } catch (...) {
+        return fn::Promise<void>::rejected(std::current_exception());
+    }
+}
+
 void ModuleManager::end(fn::Duration graceTime)
 {
     const auto state = _state;
@@ -27,6 +44,7 @@ void ModuleManager::end(fn::Duration graceTime)
 }
 
 std::vector<ModuleStatus> ModuleManager::modules() const { return _state->modules(); }
+ModuleStatus ModuleManager::module(const fn::String& name) const { return _state->module(name); }
 
 std::function<std::vector<ModuleStatus>()> ModuleManager::modulesSource() const
 {
@@ -39,5 +57,6 @@ std::function<std::vector<ModuleStatus>()> ModuleManager::modulesSource() const
 fn::Signal<fn::String>& ModuleManager::onFatalError() { return _state->onFatalError; }
 fn::Signal<>& ModuleManager::onAllModulesConnected() { return _state->onAllModulesConnected; }
 fn::Signal<fn::String>& ModuleManager::onModuleNotResponding() { return _state->onModuleNotResponding; }
+fn::Signal<const ModuleStatus&>& ModuleManager::onModuleState() { return _state->onModuleState; }
 
 } // namespace ipc

@@ -12,6 +12,9 @@ const char* nameOf(ipc::ModuleStatus::State state)
     case ipc::ModuleStatus::State::Running: return "running";
     case ipc::ModuleStatus::State::Overdue:
     case ipc::ModuleStatus::State::Ended: return "ended";
+    case ipc::ModuleStatus::State::Stopping: return "stopping";
+    case ipc::ModuleStatus::State::Stopped: return "stopped";
+    case ipc::ModuleStatus::State::GivenUp: return "given up";
     }
     return "";
 }
@@ -26,9 +29,9 @@ InspectionResult ModulesInspector::inspect(const fn::Value&, const fn::Value&)
     InspectionResult result;
     InspectionResultWriter writer(result);
     for (const auto& module : _modules()) {
-        writer.append(fmt::format("{} ({}): {}, launches: {}, time-outs: {}, tag: {}", module.name,
-            module.isSeparateProcess ? "process" : "in the main process", nameOf(module.state), module.launches,
-            module.timeouts, module.workerTag));
+        writer.append(fmt::format("{} ({}{}): {}, launches: {}, time-outs: {}, tag: {}", module.name,
+            module.isSeparateProcess ? "process" : "in the main process", module.isOptional ? ", optional" : "",
+            nameOf(module.state), module.launches, module.timeouts, module.workerTag));
     }
     return result;
 }

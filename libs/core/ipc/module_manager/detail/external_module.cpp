@@ -62,6 +62,13 @@ void ExternalModule::kill()
     process->kill(killSignal);
 }
 
+bool ExternalModule::sendSignal(int signal)
+{
+    if (!_process || !_process->isRunning()) return false;
+    _process->kill(signal);
+    return true;
+}
+
 DefaultExternalModule::DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags)
     : ExternalModule(std::move(executablePath), extendedSpawnFlags),
       _name(std::move(name))

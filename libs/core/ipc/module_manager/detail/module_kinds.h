@@ -22,6 +22,7 @@ public:
     bool isSeparateProcess() override { return true; }
     std::optional<fn::String> executablePath() override { return _executablePath; }
     ~ExternalModule() override;
+    bool sendSignal(int signal) override;
 
     /// The arguments behind the executable path on the command line.
     virtual std::vector<fn::String> arguments(Dispatcher& dispatcher, const fn::String& workerTag) = 0;

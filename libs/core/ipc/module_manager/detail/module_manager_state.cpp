@@ -1,9 +1,11 @@
 #include "core/ipc/module_manager/detail/module_manager_state.h"
 #include "foundation/logging/logging.h"
 #include "foundation/system/uuid.h"
-#include "foundation/uv/process.h"
+#include "foundation/time/clock.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
+#include <cctype>
+#include <cstring>
 
 #define LOG(priority, ...) \
     FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)
@@ -12,52 +14,20 @@ namespace ipc {
 namespace {
 
 constexpr auto connectionTimeout = fn::Duration::seconds(30);
-constexpr auto relaunchDelay = fn::Duration::seconds(1);
-// How long `end()` waits for the processes that it has killed; one that hangs in the kernel is left.
-constexpr auto reapTime = fn::Duration::milliseconds(300);
-constexpr int toleratedTimeouts = 1;
-constexpr int toleratedEarlyExits = 1; // Launches of a module whose process may exit before its worker connects.
 
 constexpr auto& category = fn::logging::category<"ipc.moduleManager">;
 
-/// "exit code 3", "signal SIGSEGV".
+/// "ended with exit code 3", "was ended by signal 9 (killed)".
 std::string describeExit(std::int64_t status, int signal)
 {
-    if (signal == 0) return fmt::format("exit code {}", status);
-    const auto* const name = sigabbrev_np(signal);
-    return name ? fmt::format("signal SIG{}", name) : fmt::format("signal {}", signal);
+    if (signal == 0) return fmt::format("ended with exit code {}", status);
+    const auto* const description = sigdescr_np(signal);
+    if (!description) return fmt::format("was ended by signal {}", signal);
+    return fmt::format("was ended by signal {} ({}{})", signal,
+        static_cast<char>(std::tolower(static_cast<unsigned char>(*description))), description + 1);
 }
 
 } // namespace
-
-ModuleManager::State::State(Dispatcher& dispatcher, std::vector<ModuleDefinition*>&& definitions)
-    : _dispatcher(dispatcher),
-      _isDispatcherThere(dispatcher.lifetime().watch()),
-      _loop(dispatcher.loop())
-{
-    for (auto* definition : definitions) _modules.emplace_back().definition.reset(definition);
-    definitions.clear();
-}
-
-ModuleManager::State::~State() = default;
-
-void ModuleManager::State::connectSignals()
-{
-    const fn::WeakPtr weak(this);
-    for (auto& module : _modules) {
-        module.definition->onExit()
-            .connect(
-                weak.guard([this, &module](std::int64_t status, int signal) { moduleDidExit(module, status, signal); }))
-            .detach();
-    }
-    _dispatcher.onWorkerConnected().connect(weak.guard([this](const auto& info) { onWorkerConnected(info); })).detach();
-    _dispatcher.onWorkerNotResponding()
-        .connect(weak.guard([this](const auto& info) { onWorkerNotResponding(info); }))
-        .detach();
-    _dispatcher.onWorkerDisconnected()
-        .connect(weak.guard([this](const auto& info) { onWorkerDisconnected(info); }))
-        .detach();
-}
 
 // --- Launching
 
@@ -78,8 +48,11 @@ void ModuleManager::State::start()
 
 void ModuleManager::State::launchAll(const ModuleState* except)
 {
+    const fn::AutoPtr self(this);
+    _hasLaunched = true;
     for (auto& module : _modules) {
-        if (&module == except) continue;
+        // A listener may have launched it already, and stopped it again.
+        if (&module == except || !module.isWanted || module.launches > 0) continue;
         if (_stopped) return;
         if (!launchModule(module)) {
             LOG(2, "Aborting launch");
@@ -88,63 +61,45 @@ void ModuleManager::State::launchAll(const ModuleState* except)
     }
 }
 
+/// Whether the launch was started, or is not missed.
 bool ModuleManager::State::launchModule(ModuleState& module)
 {
-    module.workerTag = fn::UUIDGenerator::defaultGenerator().createOne().toString();
+    const fn::AutoPtr self(this);
+    const auto name = module.definition->name();
+    const auto tag = fn::UUIDGenerator::defaultGenerator().createOne().toString();
+    module.workerTag = tag;
+    module.workerId = NO_WORKER_ID;
+    module.connectedSince.reset();
     ++module.launches;
-    LOG(4, "Launching module {} ({}) (attempt {})", module.definition->name(), module.workerTag, module.launches);
-    module.state = ModuleStatus::State::Launching;
+    module.relaunches.launched();
+    module.relaunchTimer.invalidate();
+    LOG(4, "Launching module {} ({}) (attempt {})", name, tag, module.launches);
     // Before the launch, which returns only at the end of the application if the module runs the main loop.
     module.connectionTimer =
         fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
+    enter(module, ModuleStatus::State::Launching,
+        fmt::format("Module {} is starting (launch {})", name, module.launches));
+    if (module.workerTag != tag || module.state != ModuleStatus::State::Launching)
+        return true; // A listener has stopped it.
     try {
-        module.definition->launch(_dispatcher, module.workerTag);
+        module.definition->launch(_dispatcher, tag);
         return true;
     } catch (const std::exception& exception) {
-        const fn::String message =
-            fmt::format("Failed to start module {}:\n{}", module.definition->name(), exception.what());
+        const fn::String message = fmt::format("Failed to start module {}:\n{}", name, exception.what());
         module.connectionTimer.invalidate();
-        module.state = ModuleStatus::State::Ended;
         LOG(2, "{}", message);
-        onFatalError.fire(message);
-        return false;
+        giveUp(module, message);
+        return module.options.isOptional;
     }
 }
 
-void ModuleManager::State::restart(ModuleState& module)
+void ModuleManager::State::launchAfter(ModuleState& module, fn::Duration delay)
 {
     if (_stopped) return;
-    const auto relaunch = [this, &module] {
+    module.relaunchTimer = fn::uv::Timer::schedule(_loop, delay, [this, &module] {
         // After a `stop()` a new process would outlive the application.
         if (!_stopped && _isDispatcherThere) launchModule(module);
-    };
-    fn::uv::Timer::schedule(_loop, relaunchDelay, fn::WeakPtr(this).guard(relaunch)).detach();
-}
-
-void ModuleManager::State::end(fn::Duration graceTime)
-{
-    stop();
-    const auto killAll = [this](auto condition) {
-        for (auto& module : _modules) {
-            if (module.definition->isSeparateProcess() && condition(module)) module.definition->kill();
-        }
-    };
-    // Modules that are still launching have nothing to end, and would complain that they find no hub.
-    killAll([](const ModuleState& module) { return module.state == ModuleStatus::State::Launching; });
-    fn::uv::Process::awaitAll(_loop, graceTime);
-    killAll([](const ModuleState&) { return true; });
-    fn::uv::Process::awaitAll(_loop, reapTime);
-}
-
-std::vector<ModuleStatus> ModuleManager::State::modules() const
-{
-    std::vector<ModuleStatus> statuses;
-    for (const auto& module : _modules) {
-        auto& definition = *module.definition;
-        statuses.push_back({ definition.name(), module.workerTag, module.state, definition.isSeparateProcess(),
-            module.launches, module.timeouts });
-    }
-    return statuses;
+    });
 }
 
 // --- What happens to modules
@@ -159,6 +114,7 @@ ModuleManager::State::ModuleState* ModuleManager::State::stateForWorkerTag(const
 
 void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
 {
+    const fn::AutoPtr self(this);
     auto* const module = stateForWorkerTag(info.tag);
     if (!module) {
         LOG(5, "Received Connected notification for unmanaged module {}", info);
@@ -166,70 +122,142 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     }
     LOG(5, "Module {} has connected", info);
     module->connectionTimer.invalidate();
-    module->state = ModuleStatus::State::Running;
+    module->workerId = info.workerId;
+    module->connectedSince = _loop.clock().monotonic();
     // Once for ever: the signal fires although another module is just being launched again.
     module->hasConnected = true;
-    if (std::ranges::all_of(_modules, &ModuleState::hasConnected)) onAllModulesConnected.fire();
+    // A HELLO may be read when the process has ended already, or has been asked to.
+    if (module->state == ModuleStatus::State::Launching) {
+        const auto name = module->definition->name();
+        const fn::String message = module->launches == 1
+            ? fmt::format("Module {} is ready", name)
+            : fmt::format("Module {} is ready again (launch {})", name, module->launches);
+        LOG(4, "{}", message);
+        enter(*module, ModuleStatus::State::Running, message);
+    }
+    const auto isMissing = [](const ModuleState& other) {
+        return !other.hasConnected && other.isWanted && !other.options.isOptional;
+    };
+    if (std::ranges::none_of(_modules, isMissing)) onAllModulesConnected.fire();
 }
 
 void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& info)
 {
+    const fn::AutoPtr self(this);
     auto* const module = stateForWorkerTag(info.tag);
     if (!module) {
         LOG(2, "Received Not Responding notification for unmanaged workerId {}", info);
         return;
     }
+    const auto isToEnd = [&] { return !module->isWanted || module->state == ModuleStatus::State::Stopping; };
+    if (isToEnd()) return; // Its grace time bounds that.
     const auto name = module->definition->name();
     onModuleNotResponding.fire(name);
+    if (isToEnd()) return; // A listener has stopped it.
     if (!module->definition->isSeparateProcess()) {
         LOG(2, "Module {} stopped responding but can not be terminated because it is in-process", name);
         return;
     }
     LOG(2, "Module {} stopped responding and will be terminated", name);
     module->definition->kill();
-    restart(*module);
+    if (module->state != ModuleStatus::State::Running)
+        return; // It has ended already, and what follows has been decided.
+    followEnd(*module, delayAfter(*module, Relaunches::End::Silent), "stopped responding", false);
 }
 
 void ModuleManager::State::onWorkerDisconnected(const Dispatcher::WorkerInfo& info)
 {
-    if (auto* const module = stateForWorkerTag(info.tag)) module->state = ModuleStatus::State::Ended;
+    auto* const module = stateForWorkerTag(info.tag);
+    if (!module) return;
+    module->workerId = NO_WORKER_ID;
+    if (module->state != ModuleStatus::State::Running) return;
+    if (module->definition->isSeparateProcess())
+        module->state = ModuleStatus::State::Ended; // The exit follows, and tells how.
+    else
+        enter(
+            *module, ModuleStatus::State::Ended, fmt::format("Module {} has disconnected", module->definition->name()));
 }
 
 void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
 {
     const fn::AutoPtr self(this);
     const auto name = module.definition->name();
-    module.state = ModuleStatus::State::Overdue;
-    if (++module.timeouts <= toleratedTimeouts) {
-        LOG(2, "Module {} timed out at launch, will attempt to restart", name);
+    ++module.timeouts;
+    const auto delay = delayAfter(module, Relaunches::End::TimedOut);
+    if (!delay) {
+        LOG(2, "Module {} timed out at launch, giving up", name);
         module.definition->kill();
-        restart(module);
+        giveUp(module, fmt::format("Module {} failed to connect", name));
         return;
     }
-    LOG(2, "Module {} timed out at launch, giving up", name);
+    LOG(2, "Module {} timed out at launch, will attempt to restart", name);
     module.definition->kill();
-    onFatalError.fire(fmt::format("Module {} failed to connect", name));
+    launchAfter(module, *delay);
+    enter(module, ModuleStatus::State::Overdue,
+        fmt::format("Module {} timed out at launch; starting it again in {}", name, *delay));
 }
 
 void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t status, int signal)
 {
+    const fn::AutoPtr self(this);
     const auto before = std::exchange(module.state, ModuleStatus::State::Ended);
     const bool wasConnecting = before == ModuleStatus::State::Launching || before == ModuleStatus::State::Overdue;
     module.connectionTimer.invalidate();
     const auto name = module.definition->name();
-    if (wasConnecting && module.launches > toleratedEarlyExits) {
+    if (before == ModuleStatus::State::Stopping) {
+        LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
+        moduleDidStop(module);
+        return;
+    }
+    const auto delay = delayAfter(module, wasConnecting ? Relaunches::End::ExitedEarly : Relaunches::End::Exited);
+    if (wasConnecting && !delay && !module.options.relaunch.limit) {
         const fn::String message = fmt::format(
             "Module {} did exit before connection was established (status: {}, signal {})", name, status, signal);
         LOG(2, "{}", message);
-        onFatalError.fire(message);
+        giveUp(module, message);
         return;
     }
     LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
-    if (!_stopped && (status != 0 || signal != 0)) {
-        LOG(2, "Module {} has ended unexpectedly ({}) and will be started again in a second", name,
-            describeExit(status, signal));
+    followEnd(module, delay, describeExit(status, signal), status != 0 || signal != 0);
+}
+
+/// By the module's policy: none to give it up.
+std::optional<fn::Duration> ModuleManager::State::delayAfter(ModuleState& module, Relaunches::End end)
+{
+    const auto now = _loop.clock().monotonic();
+    return module.relaunches.after(end, now, now - module.connectedSince.value_or(now));
+}
+
+/// Launches the module again or gives it up. `how` it has ended is worth a warning, or no line beside the stated one.
+void ModuleManager::State::followEnd(
+    ModuleState& module, std::optional<fn::Duration> delay, const std::string& how, bool isWarning)
+{
+    const auto said = fmt::format("Module {} {}", module.definition->name(), how);
+    if (_stopped) return enter(module, ModuleStatus::State::Ended, said);
+    if (!delay) {
+        const fn::String message = fmt::format("{}; it is not started again{}", said, module.relaunches.limitText());
+        LOG(2, "{}", message);
+        giveUp(module, message);
+        return;
     }
-    restart(module);
+    const fn::String message = fmt::format("{}; starting it again in {}", said, *delay);
+    if (isWarning) LOG(2, "{}", message);
+    launchAfter(module, *delay);
+    enter(module, ModuleStatus::State::Ended, message);
+}
+
+void ModuleManager::State::giveUp(ModuleState& module, const fn::String& message)
+{
+    enter(module, ModuleStatus::State::GivenUp, message);
+    if (!module.options.isOptional) onFatalError.fire(message);
+}
+
+/// Whoever calls it holds this State, and the listeners may have changed the module.
+void ModuleManager::State::enter(ModuleState& module, ModuleStatus::State state, fn::String message)
+{
+    module.state = state;
+    module.message = std::move(message);
+    onModuleState.fire(module.status());
 }
 
 } // namespace ipc
