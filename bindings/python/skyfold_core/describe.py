@@ -81,14 +81,9 @@ def describe_service(service: type[Service]) -> dict[str, Any]:
 
 
 def _describe_method(method: Method) -> dict[str, Any]:
-    try:
-        hints = typing.get_type_hints(method.function)
-    except Exception:  # Names that are known to type checkers alone.
-        hints = {}
-    parameters = list(method.signature.parameters.values())[1:]
-    named = [p for p in parameters if p.kind in (p.KEYWORD_ONLY, p.VAR_KEYWORD)]
-    if named and len(named) == len(parameters):
+    hints = method.hints
+    if method.takes_map:
         arguments = ["map<text, value>"]
     else:
-        arguments = [type_name(hints.get(p.name, Any)) for p in parameters if p not in named]
+        arguments = [type_name(hints.get(p.name, Any)) for p in method.parameters if p.kind is not p.KEYWORD_ONLY]
     return {"arguments": arguments, "result": type_name(hints.get("return", Any))}

@@ -4,10 +4,12 @@ from __future__ import annotations
 
 import functools
 import inspect
+import typing
 import weakref
 from collections.abc import Callable
 from typing import TYPE_CHECKING, Any, ClassVar, Generic, TypeVar, overload
 
+from .convert import Converter, Mismatch, converter, describe_mismatch
 from .errors import DataFormatError
 from .reference import Reference, argument_of
 
@@ -32,8 +34,11 @@ class Service:
     are told apart by a name with namespaces: `class Greeter(skyfold_core.Service, class_name="app::Greeter")`.
 
     A method gets one argument as it is, and the elements of an array where it takes several; one that has nothing but keyword
-    arguments gets the entries of a map. An `async` one is cancelled when its caller cancels, has no time left, or dies. What it raises
-    is the caller's failure. A service belongs to one worker, and lives while somebody holds it here or a reference to it elsewhere.
+    arguments gets the entries of a map. What comes is checked against the annotations, and made what they say where that is a
+    dataclass, an enumeration or a `timedelta`. An `async` method is cancelled when its caller cancels, has no time left, or dies.
+    What a method raises is the caller's failure.
+
+    A service belongs to one worker, and lives while somebody holds it here or a reference to it elsewhere.
     """
 
     _class_name: ClassVar[str] = "Service"
@@ -118,41 +123,77 @@ class Method:
     def __init__(self, cls: type[Service], name: str, function: Callable[..., Any]) -> None:
         self.function = function
         self.is_async = inspect.iscoroutinefunction(function)
-        self.signature = inspect.signature(function)
-        parameters = list(self.signature.parameters.values())[1:]
-        positional = [p for p in parameters if p.kind in (p.POSITIONAL_ONLY, p.POSITIONAL_OR_KEYWORD)]
-        self._least = sum(p.default is p.empty for p in positional)
-        self._most = len(positional)
-        if any(p.kind is p.VAR_POSITIONAL for p in parameters):
+        self.parameters = list(inspect.signature(function).parameters.values())[1:]
+        self._positional = [p for p in self.parameters if p.kind in (p.POSITIONAL_ONLY, p.POSITIONAL_OR_KEYWORD)]
+        self._named = {p.name: p for p in self.parameters if p.kind is p.KEYWORD_ONLY}
+        self._takes_any_name = any(p.kind is p.VAR_KEYWORD for p in self.parameters)
+        self._least = sum(p.default is p.empty for p in self._positional)
+        self._most = len(self._positional)
+        if any(p.kind is p.VAR_POSITIONAL for p in self.parameters):
             self._most = 1 << 32
-        self._named = {p.name: p.default is p.empty for p in parameters if p.kind is p.KEYWORD_ONLY}
-        self._takes_any_name = any(p.kind is p.VAR_KEYWORD for p in parameters)
-        self._takes_map = self._most == 0 and bool(self._named or self._takes_any_name)
         self._name = f"{cls._class_name}.{name}"
 
+    @property
+    def takes_map(self) -> bool:
+        return self._most == 0 and bool(self._named or self._takes_any_name)
+
+    @functools.cached_property
+    def hints(self) -> dict[str, Any]:
+        """Its annotations. They may name classes that are declared behind the service."""
+        try:
+            return typing.get_type_hints(self.function)
+        except Exception:  # Names that type checkers alone know.
+            return {}
+
+    @functools.cached_property
+    def _converters(self) -> list[Converter]:
+        """Of the positional parameters."""
+        return [converter(self.hints.get(p.name, Any)) for p in self._positional]
+
+    @functools.cached_property
+    def _named_converters(self) -> dict[str, Converter]:
+        return {name: converter(self.hints.get(name, Any)) for name in self._named}
+
     def take(self, argument: Any) -> tuple[tuple[Any, ...], dict[str, Any]]:
-        """The arguments to call with. DataFormatError where they do not fit."""
-        if self._takes_map:
+        """The arguments to call with, as their annotations say. DataFormatError where they do not fit."""
+        if self.takes_map:
             return (), self._take_map({} if argument is None else argument)
+        arguments = self._spread(argument)
+        try:
+            for number, convert in enumerate(self._converters[: len(arguments)]):
+                arguments[number] = convert(arguments[number])
+        except Mismatch as mismatch:
+            place = f", argument {number + 1}" if self._most > 1 else ""
+            raise describe_mismatch(self._name + place, mismatch) from None
+        return tuple(arguments), {}
+
+    def _spread(self, argument: Any) -> list[Any]:
         if self._most == 0:
-            return (), {}
-        if self._most == 1:
-            return (() if argument is None and self._least == 0 else (argument,)), {}
-        if isinstance(argument, list) and self._least <= len(argument) <= self._most:
-            return tuple(argument), {}
+            return []
         if argument is None and self._least == 0:
-            return (), {}
+            return []
+        if self._most == 1:
+            return [argument]
+        if isinstance(argument, list) and self._least <= len(argument) <= self._most:
+            return list(argument)
         if self._least <= 1 and not isinstance(argument, list):
-            return (argument,), {}
+            return [argument]
         wanted = f"{self._least}" if self._least == self._most else f"{self._least} or more"
         raise DataFormatError(f"{self._name}: expected an array of {wanted}, got {argument!r:.100}")
 
     def _take_map(self, argument: Any) -> dict[str, Any]:
         if not isinstance(argument, dict) or not all(isinstance(key, str) for key in argument):
             raise DataFormatError(f"{self._name}: expected a map of named arguments, got {argument!r:.100}")
-        for name, is_needed in self._named.items():
-            if is_needed and name not in argument:
+        for name, parameter in self._named.items():
+            if parameter.default is parameter.empty and name not in argument:
                 raise DataFormatError(f"{self._name}: there is no argument {name} in {argument!r:.100}")
-        if self._takes_any_name:
-            return argument
-        return {name: value for name, value in argument.items() if name in self._named}
+        taken = {}
+        for name, value in argument.items():
+            try:
+                if name in self._named:
+                    taken[name] = self._named_converters[name](value)
+                elif self._takes_any_name:
+                    taken[name] = value
+            except Mismatch as mismatch:
+                raise describe_mismatch(f"{self._name}, argument {name}", mismatch) from None
+        return taken

@@ -42,8 +42,9 @@ class Shop(skyfold_core.Service, class_name="test::Shop"):
     def search(self, *, name: str, limit: int = 3) -> list[str | int]:
         return [name, limit]
 
-    def put(self, boxes: list[Box]) -> dict[str, Colour] | None:
-        return None
+    def put(self, boxes: list[Box], age: datetime.timedelta, fits: tuple[float, bool] | None) -> dict[str, Colour] | None:
+        assert all(isinstance(box, Box) for box in boxes) and isinstance(age, datetime.timedelta)
+        return {f"{box.width} {age} {fits}": box.colour for box in boxes}
 
     def sell(self, what: str, count: int) -> None:
         self.sold(what, count)
@@ -108,7 +109,16 @@ class OfferingTest(ApplicationTest):
         for way in self.ways:
             self.assertEqual([await way.add(1), await way.add(1, 2), await way.search(name="x")], [11, 3, ["x", 3]])
             self.assertEqual(await way.owner(), "Ada")
+            day = 86_400_000_000
+            put = await way.put([{"width": 1, "colour": "green", "more": 2}], day, [1, True])
+            self.assertEqual(put, {"1 1 day, 0:00:00 (1.0, True)": "green"})
+            place = "test::Shop.put, argument"
             for call, text in (
+                (way.add("x", 1), "test::Shop.add, argument 1: expected an integer, got 'x'"),
+                (way.put([Box(1, Colour.red), {"width": 1, "colour": "b"}], 0, None), rf"{place} 1, element 1, field colour: .*red \| g.*got 'b'"),
+                (way.put([{"width": 1}], 0, None), f"{place} 1, element 0: expected a map with all fields of Box"),
+                (way.put([], 0, [1, 1]), f"{place} 3, element 1: expected a boolean, got 1"),
+                (way.search(name=1), "test::Shop.search, argument name: expected a text, got 1"),
                 (way.add(1, 2, 3), r"test::Shop.add: expected an array of 1 or more, got \[1, 2, 3\]"),
                 (way.search("x"), "test::Shop.search: expected a map of named arguments, got 'x'"),
                 (way.search(limit=1), "test::Shop.search: there is no argument name"),
@@ -190,8 +200,8 @@ class OfferingTest(ApplicationTest):
         said = await self.ways[0]["ipc.describe"]()
         self.assertEqual(said["interface"], "test::Shop")
         self.assertEqual(said["methods"]["add"], {"arguments": ["int64", "int64"], "result": "int64"})
-        box = "list<Box { width: int64; colour: Colour { red | green }; }>"
-        self.assertEqual(said["methods"]["put"], {"arguments": [box], "result": "optional<map<text, Colour { red | green }>>"})
+        types = ["list<Box { width: int64; colour: Colour { red | green }; }>", "duration", "optional<tuple<double, bool>>"]
+        self.assertEqual(said["methods"]["put"], {"arguments": types, "result": "optional<map<text, Colour { red | green }>>"})
         self.assertEqual(said["methods"]["make"]["result"], "object test::Shop")
         self.assertEqual((said["events"], said["properties"]), ({"sold": ["text", "int64"], "closed": []}, {"owner": "text"}))
 
