@@ -32,4 +32,42 @@ from .typed import RemoteEvent, RemoteMethod, RemoteProperty
 from .values import Fraction, TypedBytes
 from .worker import Worker
 
+__all__ = [
+    "Call",
+    "ConnectionFailed",
+    "DataFormatError",
+    "EndOfStreamError",
+    "Ended",
+    "Error",
+    "Event",
+    "FileError",
+    "Fraction",
+    "Frame",
+    "InputOutputError",
+    "Member",
+    "MessageBus",
+    "NullPointerError",
+    "ObjectDead",
+    "OperationTimedOut",
+    "PIPE_VARIABLE",
+    "PromiseLost",
+    "Property",
+    "RangeError",
+    "Reference",
+    "RemoteEvent",
+    "RemoteMethod",
+    "RemoteProperty",
+    "Service",
+    "Stream",
+    "Subscription",
+    "TypedBytes",
+    "Worker",
+    "connect",
+    "connect_launched",
+    "remaining_time",
+    "trace",
+    "trace_id",
+    "within",
+]
+
 __version__ = "1.0.0"

@@ -5,6 +5,7 @@ from __future__ import annotations
 from collections.abc import Callable
 from typing import TYPE_CHECKING, Any
 
+from .errors import Error
 from .listening import Listeners, Stream, Subscription
 from .reference import Reference
 
@@ -12,7 +13,8 @@ if TYPE_CHECKING:
     from .worker import Worker
 
 CLASS_NAME = "ipc::MessageBus"
-MOST_STICKY = 100_000  # Namespaces: as many as the hub's relay keeps.
+MOST_STICKY = 100_000  # Namespaces, and bytes of their bodies: as many as the hub's relay keeps.
+MOST_STICKY_BYTES = 64 << 20
 
 
 class MessageBus:
@@ -24,7 +26,8 @@ class MessageBus:
     def __init__(self, worker: Worker, relay: Reference) -> None:
         self._worker = worker
         self._relay = relay
-        self._sticky: dict[str, Any] = {}
+        self._sticky: dict[str, tuple[Any, int]] = {}  # With the bytes of each.
+        self._sticky_bytes = 0
         self._listeners: dict[str, Listeners] = {}
         self._hearing = relay["busMessage"].on(self._on_message)
 
@@ -35,7 +38,7 @@ class MessageBus:
 
     def sticky(self, namespace: str, default: Any = None) -> Any:
         """The latest sticky body of the namespace."""
-        return self._sticky.get(namespace, default)
+        return self._sticky.get(namespace, (default, 0))[0]
 
     def listen(self, namespace: str) -> Stream[Any]:
         """Hears the bodies that come from now on: `async for body in bus.listen("com.example.mood")`. Ends when the hub does."""
@@ -64,8 +67,14 @@ class MessageBus:
                 self._listeners.pop(namespace, None)
 
     def _keep(self, namespace: str, body: Any) -> None:
-        if namespace in self._sticky or len(self._sticky) < MOST_STICKY:
-            self._sticky[namespace] = body
+        try:
+            size = len(namespace) + len(self._worker.encode(body)[0])
+        except Error:  # Nested too deeply to be sent on; the relay keeps none that is.
+            return
+        total = self._sticky_bytes + size - self._sticky.get(namespace, (None, 0))[1]
+        if total <= MOST_STICKY_BYTES and (namespace in self._sticky or len(self._sticky) < MOST_STICKY):
+            self._sticky[namespace] = body, size
+            self._sticky_bytes = total
 
     async def _fetch(self) -> None:
         """What was kept before. It comes behind all that was heard until then, and is as new."""

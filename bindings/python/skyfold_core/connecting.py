@@ -2,6 +2,7 @@
 
 import asyncio
 import os
+import signal
 import sys
 from collections.abc import Generator
 from typing import Any
@@ -56,10 +57,12 @@ def connect(
 def connect_launched(arguments: list[str] | None = None, *, name: str | None = None) -> Connecting:
     """Joins the application that has launched this program as a module: `PROGRAM MODULE PIPE TAG` is how it does that.
 
-    ValueError for other arguments.
+    Ctrl-C reaches all processes of an application, of which the main program alone reacts to it: this one ignores it from here on.
+    To be called in the main thread. ValueError for other arguments.
     """
     arguments = sys.argv if arguments is None else arguments
     if len(arguments) != 4:
         raise ValueError(f"{arguments[0] if arguments else 'This program'} is launched by an application: MODULE PIPE TAG")
+    signal.signal(signal.SIGINT, signal.SIG_IGN)
     module = os.path.splitext(os.path.basename(arguments[1]))[0]
     return Connecting(arguments[2], name or module, arguments[3], HELLO_SECONDS)

@@ -6,8 +6,8 @@ from collections.abc import Callable
 from .errors import ConnectionFailed, RangeError
 from .wire import WORKER_FRAME_BYTES, MalformedFrame
 
-_LEAST_PAUSE = 64 << 20  # Bytes that wait for a hub that does not read, above which it is read no further either.
-_MOST_QUEUED = 1 << 30  # ... above which nothing more is taken.
+_PAUSING_BYTES = 64 << 20  # When more waits for a hub that does not read, it is read no further either.
+_MOST_QUEUED_BYTES = 1 << 30  # When more waits nothing more is taken.
 
 
 class Connection(asyncio.Protocol):
@@ -29,6 +29,7 @@ class Connection(asyncio.Protocol):
         self._missing = 0  # Bytes that `_begun` needs at least before it is looked at again.
         self._queue: list[bytes] = []
         self._failure: Exception | None = None
+        self.is_paused = False  # The hub does not keep up with what is sent.
         self.lost: asyncio.Future[None] = loop.create_future()
 
     # --- What leaves
@@ -41,8 +42,8 @@ class Connection(asyncio.Protocol):
 
     def require_room(self) -> None:
         """RangeError when the hub has not taken what was sent before."""
-        if self._transport is not None and self._transport.get_write_buffer_size() > _MOST_QUEUED:
-            raise RangeError(f"More than {_MOST_QUEUED} bytes wait for the hub, which does not read them")
+        if self._transport is not None and self._transport.get_write_buffer_size() > _MOST_QUEUED_BYTES:
+            raise RangeError(f"More than {_MOST_QUEUED_BYTES} bytes wait for the hub, which does not read them")
 
     def _flush(self) -> None:
         queue, self._queue = self._queue, []
@@ -70,7 +71,7 @@ class Connection(asyncio.Protocol):
     def connection_made(self, transport: asyncio.BaseTransport) -> None:
         assert isinstance(transport, asyncio.Transport)
         self._transport = transport
-        transport.set_write_buffer_limits(high=_LEAST_PAUSE)
+        transport.set_write_buffer_limits(high=_PAUSING_BYTES)
 
     def data_received(self, data: bytes) -> None:
         if self._begun:
@@ -103,10 +104,12 @@ class Connection(asyncio.Protocol):
 
     def pause_writing(self) -> None:
         """What is read makes answers: who does not read them is not read, so that what waits here has a bound."""
+        self.is_paused = True
         if self._transport is not None and not self._transport.is_closing():
             self._transport.pause_reading()
 
     def resume_writing(self) -> None:
+        self.is_paused = False
         if self._transport is not None and not self._transport.is_closing():
             self._transport.resume_reading()
 

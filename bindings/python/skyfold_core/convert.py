@@ -10,7 +10,7 @@ from collections.abc import Callable
 from enum import Enum
 from typing import Any
 
-from .errors import DataFormatError
+from .errors import DataFormatError, brief
 from .reference import Reference
 
 Converter = Callable[[Any], Any]
@@ -32,7 +32,7 @@ def itself(value: Any) -> Any:
 
 
 def describe_mismatch(place: str, mismatch: Mismatch) -> DataFormatError:
-    return DataFormatError(f"{place}{mismatch.path}: expected {mismatch.expected}, got {mismatch.got!r:.100}")
+    return DataFormatError(f"{place}{mismatch.path}: expected {mismatch.expected}, got {brief(mismatch.got)}")
 
 
 def converter(kind: Any, inside: tuple[Any, ...] = ()) -> Converter:

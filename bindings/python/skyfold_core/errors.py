@@ -1,10 +1,19 @@
 """Exceptions that cross processes: each has a class of the same name on the other side, a message and details."""
 
+import os
+import reprlib
 import traceback
+from collections.abc import Sequence
 from dataclasses import dataclass
 from typing import Any, ClassVar
 
 _classes: dict[str, type["Error"]] = {}
+
+
+_brief = reprlib.Repr()
+_brief.maxlevel, _brief.maxstring, _brief.maxother = 3, 60, 60
+brief = _brief.repr
+"""The text of a value for people, of bounded length and depth whatever the value is."""
 
 
 @dataclass(frozen=True, slots=True)
@@ -30,10 +39,21 @@ class Error(Exception):
 
     wire_name: ClassVar[str] = "RuntimeException"
 
+    # What a derived class whose constructor calls no other leaves out.
+    message: str = ""
+    detail: str | None = None
+    path: str | None = None
+    errno: int | None = None
+    uv_errno: int | None = None
+    win_error: int | None = None
+    error_code: int | None = None
+    stack_trace: Sequence[Frame] = ()
+    class_name: str = wire_name
+
     def __init_subclass__(cls, wire_name: str = "", **others: Any) -> None:
         super().__init_subclass__(**others)
         base = cls.__name__.removesuffix("Exception").removesuffix("Error")
-        cls.wire_name = wire_name or base + "Exception"
+        cls.wire_name = cls.class_name = wire_name or base + "Exception"
         _classes[cls.wire_name] = cls
 
     def __init__(
@@ -48,18 +68,16 @@ class Error(Exception):
         error_code: int | None = None,
     ) -> None:
         super().__init__(message)
-        self.message = message
+        self.message = str(message)
         self.detail = detail
         self.path = path
         self.errno = errno
         self.uv_errno = uv_errno
         self.win_error = win_error
         self.error_code = error_code
-        self.stack_trace: list[Frame] = []
-        self.class_name = self.wire_name
 
     def __str__(self) -> str:
-        return self.message
+        return self.message or " ".join(map(str, self.args))
 
 
 class RangeError(Error, ValueError):
@@ -86,27 +104,27 @@ class FileError(InputOutputError):
     """... on the file `path`."""
 
 
-class OperationTimedOut(Error, TimeoutError):
+class OperationTimedOut(Error, TimeoutError):  # type: ignore[misc]
     """A call, a look-up or a connection took longer than its caller waits."""
 
 
 class Ended(Error):
-    """The object that was asked has ended, as was to be expected."""
+    """The object that was asked has ended. That is to be expected: a call that nobody awaits does not log it."""
 
 
 class PromiseLost(Error):
     """A service has forgotten a call."""
 
 
-class ObjectDead(Error):
+class ObjectDead(Ended):
     """The worker of an object has gone, and the object with it."""
 
 
-class ConnectionFailed(Error, ConnectionError):
+class ConnectionFailed(Error, ConnectionError):  # type: ignore[misc]
     """There is no hub, or it does not speak as hubs do."""
 
 
-_details = {
+_details: dict[str, tuple[str, type[str] | type[int]]] = {
     "DETAIL": ("detail", str),
     "PATH": ("path", str),
     "ERRNO": ("errno", int),
@@ -115,21 +133,22 @@ _details = {
     "ERROR_CODE": ("error_code", int),
 }
 _MOST_FRAMES = 64  # Of a stack trace that is sent.
+_HERE = os.path.dirname(__file__)
 
 
 def record_of(error: BaseException) -> dict[str, Any]:
     """What travels of an exception. One that is no `Error` is a RuntimeException whose message names its class."""
     if isinstance(error, Error):
-        record: dict[str, Any] = {"CLASS_NAME": error.class_name, "MESSAGE": error.message, "TYPE": "FN_EXCEPTION"}
-        for key, (name, kind) in _details.items():
+        record: dict[str, Any] = {"CLASS_NAME": error.class_name, "MESSAGE": str(error), "TYPE": "FN_EXCEPTION"}
+        for key, (name, _) in _details.items():
             value = getattr(error, name)
-            if isinstance(value, kind):
+            if isinstance(value, str) or (isinstance(value, int) and -(1 << 31) <= value < 1 << 32):
                 record[key] = value
     else:
         text = f"{type(error).__name__}: {error}" if str(error) else type(error).__name__
         record = {"CLASS_NAME": Error.wire_name, "MESSAGE": text, "TYPE": "FN_EXCEPTION"}
-    frames = traceback.extract_tb(error.__traceback__)[-_MOST_FRAMES:]
-    if frames:
+    places = [f for f in traceback.extract_tb(error.__traceback__) if os.path.dirname(f.filename) != _HERE]
+    if frames := places[-_MOST_FRAMES:]:
         record["STACK_TRACE"] = [
             {"address": 0, "moduleName": "", "symbolName": f.name, "fileName": f.filename, "fileLine": f.lineno or 0}
             for f in reversed(frames)
@@ -140,7 +159,7 @@ def record_of(error: BaseException) -> dict[str, Any]:
 def from_record(record: Any) -> Error:
     """The exception that a CALL_ERROR tells of. Whatever was sent gives one."""
     if not isinstance(record, dict) or record.get("TYPE") != "FN_EXCEPTION":
-        return Error(record if isinstance(record, str) else repr(record))
+        return Error(record if isinstance(record, str) else brief(record))
     name = record.get("CLASS_NAME")
     name = name if isinstance(name, str) else ""
     message = record.get("MESSAGE")
@@ -156,7 +175,7 @@ def from_record(record: Any) -> Error:
 
 def _new(cls: type[Error], message: str) -> Error:
     """A class of the application's may have a constructor of its own, which is not called."""
-    error = cls.__new__(cls, message)
+    error = cls.__new__(cls, message)  # type: ignore[call-arg]
     Error.__init__(error, message)
     return error
 

@@ -6,16 +6,17 @@ from collections.abc import Callable
 from typing import Any, Generic, Self, TypeVar
 from weakref import WeakSet
 
-from .errors import RangeError
+from .errors import ObjectDead, RangeError
 
 T = TypeVar("T")
 
 MOST_WAITING = 100_000
-"""What may wait in a stream for its reader. One more ends the stream with a RangeError."""
+MOST_WAITING_BYTES = 256 << 20
+"""What may wait in a stream for its reader. More ends the stream with a RangeError."""
 
 
 class Listeners:
-    """Those who hear one thing. Who is told may end its own hearing, or another's. Streams are heard as long as somebody reads."""
+    """Those who hear one thing. Who is told may end its own hearing, or another's. A stream that nobody keeps is none any more."""
 
     def __init__(self) -> None:
         self._subscriptions: list[Subscription] = []
@@ -36,13 +37,17 @@ class Listeners:
         elif listener in self._subscriptions:
             self._subscriptions.remove(listener)
 
-    def tell(self, value: Any) -> None:
-        for listener in (*self._streams, *self._subscriptions):
-            listener._tell(value)
+    def _everybody(self) -> "list[Subscription | Stream[Any]]":
+        return [*self._streams, *self._subscriptions]
+
+    def tell(self, value: Any, size: int = 0) -> None:
+        """`size`: the bytes that it came in."""
+        for listener in self._everybody():
+            listener._tell(value, size)
 
     def end(self, failure: Exception) -> None:
         """Nothing more comes: streams raise `failure`, callbacks hear no more."""
-        listeners = (*self._streams, *self._subscriptions)
+        listeners = self._everybody()
         self._streams.clear()
         self._subscriptions.clear()
         for listener in listeners:
@@ -73,7 +78,7 @@ class Subscription:
     def __exit__(self, *_: object) -> None:
         self.cancel()
 
-    def _tell(self, value: Any) -> None:
+    def _tell(self, value: Any, _: int = 0) -> None:
         if self._to is None:
             return
         try:
@@ -82,8 +87,11 @@ class Subscription:
             text = f"A listener has failed: {self._callback!r}"
             self._loop.call_exception_handler({"message": text, "exception": error})
 
-    def _end(self, _: Exception | None) -> None:
+    def _end(self, failure: Exception | None) -> None:
         self._to = self._keeps = None
+        if failure is not None and not isinstance(failure, ObjectDead):
+            text = f"A listener hears no more: {self._callback!r}"
+            self._loop.call_exception_handler({"message": text, "exception": failure})
 
 
 class Stream(Generic[T]):
@@ -97,7 +105,8 @@ class Stream(Generic[T]):
         self._loop = loop
         self._to: Listeners | None = to
         self._keeps = keeps
-        self._waiting: deque[T] = deque()
+        self._waiting: deque[tuple[T, int]] = deque()
+        self._bytes = 0
         self._reader: asyncio.Future[None] | None = None
         self._failure: Exception | None = None
         to.add(self)
@@ -130,20 +139,24 @@ class Stream(Generic[T]):
                 await self._reader
             finally:
                 self._reader = None
-        return self._waiting.popleft()
+        value, size = self._waiting.popleft()
+        self._bytes -= size
+        return value
 
     async def next(self) -> T:
         """The next one."""
         return await self.__anext__()
 
-    def _tell(self, value: T) -> None:
+    def _tell(self, value: T, size: int = 0) -> None:
         if self._to is None:
             return
-        if len(self._waiting) >= MOST_WAITING:
+        if len(self._waiting) >= MOST_WAITING or self._bytes + size > MOST_WAITING_BYTES:
+            text = f"{len(self._waiting)} values of {self._bytes} bytes wait in a stream whose reader is too slow"
             self._leave()
-            self._end(RangeError(f"{MOST_WAITING} values wait in a stream whose reader is too slow"))
+            self._end(RangeError(text))
             return
-        self._waiting.append(value)
+        self._waiting.append((value, size))
+        self._bytes += size
         self._wake()
 
     def _end(self, failure: Exception) -> None:

@@ -13,7 +13,7 @@ from .errors import DataFormatError, Error, RangeError
 from .reference import Member, Reference, reference_class
 from .remote import LocalObject, RemoteObject
 from .service import Service
-from .values import OBJECT, Packer, decode_plain, encode_plain, unpack
+from .values import OBJECT, Packer, decode_plain, encode_plain
 
 if TYPE_CHECKING:
     from .worker import Worker
@@ -92,7 +92,8 @@ class Objects:
 
     def count_sent(self, noted: Noted) -> None:
         for object_id, (_, holder) in noted.items():
-            service = holder._object._service if isinstance(holder, Reference) and holder._object.is_local else holder
+            remote = holder._object if isinstance(holder, Reference) else None
+            service = remote.service if isinstance(remote, LocalObject) else holder
             if isinstance(service, Service):
                 service._uses += 1
                 self._held[object_id] = service
@@ -139,10 +140,10 @@ class Objects:
         if type(payload) is not bytes:
             raise ValueError("the payload of a message is no bytes")
         try:
-            return unpack(payload, self._extension)
+            return wire.unpack(payload, timestamp=3, ext_hook=self._extension)
         except Exception as error:  # Perhaps a time stamp that no datetime holds: whose call it was can still be read.
             self._failure = _unreadable(error)
-            return msgpack.unpackb(payload, strict_map_key=False, timestamp=2, unicode_errors="surrogateescape")
+            return wire.unpack(payload, timestamp=2)
 
     def _extension(self, code: int, data: bytes) -> Any:
         """If one value cannot be made, the others still are: the message may be a call, whose caller must hear of the failure."""
@@ -218,6 +219,7 @@ class Objects:
                 continue
             if self._remotes.get(remote.object_id) is remote:
                 del self._remotes[remote.object_id]
+                remote.facade = None  # They hold each other.
                 if remote.uses and not remote.is_dead:
                     self._worker.send_release(remote.object_id, remote.uses)
 

@@ -5,16 +5,18 @@ from __future__ import annotations
 import asyncio
 import time
 import weakref
-from typing import TYPE_CHECKING, Any
+from typing import TYPE_CHECKING, Any, TypeVar
 
 from . import context, wire
-from .errors import Error, ObjectDead, OperationTimedOut, from_record
+from .errors import Ended, Error, ObjectDead, OperationTimedOut, from_record
 from .listening import Listeners, Stream, Subscription
 
 if TYPE_CHECKING:
     from .reference import Reference
     from .service import Service
     from .worker import Worker
+
+C = TypeVar("C", bound="Call")
 
 NO_LIMIT = float("inf")  # Of a call that inherits no deadline either.
 
@@ -56,6 +58,8 @@ class Call(asyncio.Future[Any]):
         self._end()
         if not self.done():
             self.set_exception(error)
+            if isinstance(error, Ended):
+                self._log_traceback = False
 
     def _on_deadline(self, limit: float) -> None:
         reference = self._reference
@@ -90,12 +94,12 @@ class RemoteObject:
     # --- Calls
 
     def call(
-        self, reference: Reference, method: str, argument: Any, limit: float | None, made: type[Call] = Call
-    ) -> Any:
+        self, reference: Reference, method: str, argument: Any, limit: float | None, made: type[C] = Call  # type: ignore[assignment]
+    ) -> C:
         worker = self.worker
         call = made(loop=worker.loop)
         if self.is_dead:
-            call.set_exception(self.death(method))
+            call._fail(self.death(method))
             return call
         work = context.current.get()
         trace = work.trace
@@ -114,7 +118,7 @@ class RemoteObject:
             payload = wire.call_payload(encoded, worker.method_part(method), request_id, microseconds, trace)
             self._send(payload, noted)
         except Exception as error:
-            call.set_exception(error)
+            call._fail(error)
             return call
         call._reference = reference
         call._request_id = request_id
@@ -161,7 +165,7 @@ class RemoteObject:
 
     # --- What comes
 
-    def on_message(self, fields: dict[Any, Any], failure: Exception | None) -> None:
+    def on_message(self, fields: dict[Any, Any], failure: Exception | None, size: int) -> None:
         kind = fields.get("TYPE")
         if kind == "CALL_RESPONSE" or kind == "CALL_ERROR":
             call = self._pending.pop(fields.get("REQUEST_ID"), None)  # type: ignore[arg-type]
@@ -174,15 +178,15 @@ class RemoteObject:
             else:
                 call._fulfil(fields.get("RESULT"))
         elif kind == "EVENT" and failure is None:
-            self._on_event(fields.get("EVENT_NAME"), fields.get("ARGUMENT"))
+            self._on_event(fields.get("EVENT_NAME"), fields.get("ARGUMENT"), size)
         elif failure is not None:
             raise failure
 
-    def _on_event(self, name: Any, argument: Any) -> None:
+    def _on_event(self, name: Any, argument: Any, size: int) -> None:
         if (watch := self._properties.get(name)) is not None:
-            watch.changed(argument)
+            watch.changed(argument, size)
         if (listeners := self._listeners.get(name)) is not None:
-            listeners.tell(argument)
+            listeners.tell(argument, size)
             if not listeners:
                 del self._listeners[name]
 
@@ -217,7 +221,7 @@ class PropertyWatch:
         self.listeners = Listeners()
         self._remote = remote
         self._name = name
-        self._asking: Call | None = None
+        self._asking: _Asking | None = None
         self._has_value = False
         self._value: Any = None
 
@@ -234,10 +238,10 @@ class PropertyWatch:
             else:
                 self._asking._watch = self
 
-    def changed(self, value: Any) -> None:
+    def changed(self, value: Any, size: int) -> None:
         if self._has_value:
             self._value = value
-            self.listeners.tell(value)
+            self.listeners.tell(value, size)
 
     def _admit(self, listener: Stream[Any] | Subscription) -> None:
         if listener._to is not None:
@@ -278,7 +282,7 @@ class LocalObject(RemoteObject):
 
     def __init__(self, worker: Worker, service: Service) -> None:
         super().__init__(worker, service._object_id, type(service)._class_name)
-        self._service = service
+        self.service = service
 
     def _send(self, payload: bytes, noted: dict[int, Any] | None) -> None:
-        self.worker.loop.call_soon(self.worker.deliver_to_service, self._service, payload, noted)
+        self.worker.loop.call_soon(self.worker.deliver_to_service, self.service, payload, noted)

@@ -10,7 +10,7 @@ from collections.abc import Callable
 from typing import TYPE_CHECKING, Any, ClassVar, Generic, TypeVar, overload
 
 from .convert import Converter, Mismatch, converter, describe_mismatch
-from .errors import DataFormatError
+from .errors import DataFormatError, brief
 from .reference import Reference, argument_of
 
 if TYPE_CHECKING:
@@ -55,7 +55,7 @@ class Service:
     def __init_subclass__(cls, class_name: str = "", **others: Any) -> None:
         super().__init_subclass__(**others)
         cls._class_name = class_name or cls.__name__
-        members = {name: getattr(cls, name) for name in dir(cls) if not name.startswith("_")}
+        members = {name: inspect.getattr_static(cls, name) for name in dir(cls) if not name.startswith("_")}
         cls._methods = {name: Method(cls, name, value) for name, value in members.items() if inspect.isfunction(value)}
         cls._events = {name: value for name, value in members.items() if isinstance(value, Event)}
         cls._properties = {name: value for name, value in members.items() if isinstance(value, Property)}
@@ -179,14 +179,14 @@ class Method:
         if self._least <= 1 and not isinstance(argument, list):
             return [argument]
         wanted = f"{self._least}" if self._least == self._most else f"{self._least} or more"
-        raise DataFormatError(f"{self._name}: expected an array of {wanted}, got {argument!r:.100}")
+        raise DataFormatError(f"{self._name}: expected an array of {wanted}, got {brief(argument)}")
 
     def _take_map(self, argument: Any) -> dict[str, Any]:
         if not isinstance(argument, dict) or not all(isinstance(key, str) for key in argument):
-            raise DataFormatError(f"{self._name}: expected a map of named arguments, got {argument!r:.100}")
+            raise DataFormatError(f"{self._name}: expected a map of named arguments, got {brief(argument)}")
         for name, parameter in self._named.items():
             if parameter.default is parameter.empty and name not in argument:
-                raise DataFormatError(f"{self._name}: there is no argument {name} in {argument!r:.100}")
+                raise DataFormatError(f"{self._name}: there is no argument {name} in {brief(argument)}")
         taken = {}
         for name, value in argument.items():
             try:

@@ -18,6 +18,7 @@ if TYPE_CHECKING:
     from .worker import Worker
 
 MOST_SERVED = 100_000
+MOST_SERVED_BYTES = 1 << 30
 """Calls that one worker carries out at a time. Further ones are refused."""
 
 Key = tuple[int, int, int]  # Who calls, the object, the number of the call.
@@ -27,9 +28,12 @@ class Serving:
     def __init__(self, worker: Worker) -> None:
         self._worker = worker
         self._tasks: dict[Key, asyncio.Task[None]] = {}
+        self._bytes = 0  # Of all calls whose task has not ended.
         self._unanswered = 0  # Numbers, downwards, for calls that have none.
 
-    def on_message(self, service: Service, source: int, fields: dict[Any, Any], failure: Exception | None) -> None:
+    def on_message(
+        self, service: Service, source: int, fields: dict[Any, Any], failure: Exception | None, size: int
+    ) -> None:
         kind = fields.get("TYPE")
         if kind == "CALL":
             request_id = fields.get("REQUEST_ID", wire.NO_REQUEST)
@@ -38,7 +42,7 @@ class Serving:
             try:
                 if failure is not None:
                     raise failure
-                self._call(service, source, request_id, fields)
+                self._call(service, source, request_id, fields, size)
             except Exception as error:
                 self._answer_error(service, source, request_id, error)
         elif kind == "CANCEL":
@@ -58,7 +62,7 @@ class Serving:
         if (task := self._tasks.pop(key, None)) is not None:
             task.cancel()
 
-    def _call(self, service: Service, source: int, request_id: int, fields: dict[Any, Any]) -> None:
+    def _call(self, service: Service, source: int, request_id: int, fields: dict[Any, Any], size: int) -> None:
         name = fields.get("METHOD_NAME")
         if not isinstance(name, str):
             raise RangeError("A message of an object has no METHOD_NAME")
@@ -73,7 +77,14 @@ class Serving:
             if not isinstance(result, Awaitable):
                 return self._answer(service, source, request_id, result)
             run = functools.partial(_itself, result)
-        self._start(service, source, request_id, run, work)
+        if len(self._tasks) >= MOST_SERVED or self._bytes + size > MOST_SERVED_BYTES:
+            raise RangeError(f"{service._class_name} is busy: {len(self._tasks)} calls are being carried out")
+        task = self._start(service, source, request_id, run, work)
+        self._bytes += size
+        task.add_done_callback(lambda _: self._ended(size))
+
+    def _ended(self, size: int) -> None:
+        self._bytes -= size
 
     def _built_in(self, service: Service, name: str) -> Any:
         if name in service._properties:
@@ -84,17 +95,16 @@ class Serving:
 
     def _start(
         self, service: Service, source: int, request_id: int, run: Callable[[], Awaitable[Any]], work: contextvars.Context
-    ) -> None:
-        if len(self._tasks) >= MOST_SERVED:
-            raise RangeError(f"{service._class_name} is busy: {MOST_SERVED} calls are being carried out")
+    ) -> asyncio.Task[None]:
         if request_id == wire.NO_REQUEST:
             self._unanswered -= 1
             key = (source, service._object_id, self._unanswered)
         else:
             key = (source, service._object_id, request_id)
             self._cancel(key)  # Who uses a number again does not wait for the first answer.
-        work_of_call = self._carry_out(service, key, run)
-        self._tasks[key] = self._worker.loop.create_task(work_of_call, context=work)
+        task = self._worker.loop.create_task(self._carry_out(service, key, run), context=work)
+        self._tasks[key] = task
+        return task
 
     async def _carry_out(self, service: Service, key: Key, run: Callable[[], Awaitable[Any]]) -> None:
         source, _, request_id = key
@@ -128,8 +138,11 @@ class Serving:
 
     def _answer_error(self, service: Service, source: int, request_id: int, error: Exception) -> None:
         if 0 <= request_id < wire.NO_REQUEST:
-            encoded, noted = self._worker.encode(record_of(error))
-            self._worker.send_from(service, source, wire.error_payload(request_id, encoded), noted)
+            try:
+                encoded, _ = self._worker.encode(record_of(error))
+            except Error as unsendable:  # Its text is none.
+                encoded, _ = self._worker.encode(record_of(unsendable))
+            self._worker.send_from(service, source, wire.error_payload(request_id, encoded), None)
         else:
             text = f"A call of {service._class_name} that is not answered has failed"
             self._worker.loop.call_exception_handler({"message": text, "exception": error})
@@ -145,8 +158,6 @@ def _context_of(fields: dict[Any, Any]) -> contextvars.Context:
     left, trace = fields.get("TIME_LEFT"), fields.get("TRACE")
     if left is None and trace is None:
         return work
-    has_limit = type(left) is int and left > 0
-    deadline = time.monotonic() + left / 1e6 if has_limit else None
-    is_trace = type(trace) is int and 0 < trace < 1 << 64
-    work.run(context.current.set, context.WorkContext(deadline, trace if is_trace else 0))
+    deadline = time.monotonic() + left / 1e6 if isinstance(left, int) and left > 0 else None
+    work.run(context.current.set, context.WorkContext(deadline, trace if isinstance(trace, int) and trace > 0 else 0))
     return work

@@ -2,6 +2,7 @@
 
 from typing import Any
 
+from .errors import brief
 from .type_text import TypeReader, TypeTextError, python_name
 
 _HEAD = '''"""Made by `python3 -m skyfold_core stubs`. Each class can be given to `worker.find()`."""
@@ -23,7 +24,7 @@ def module_of(descriptions: list[Any]) -> str:
     classes: dict[str, str] = {}
     for description in descriptions:
         if not isinstance(description, dict) or not isinstance(shared := description.get("interface"), str):
-            raise TypeTextError(f"{description!r:.100} describes no object")
+            raise TypeTextError(f"{brief(description)} describes no object")
         classes[shared] = _class(reader, shared, description)
     for shared in sorted(reader.objects - set(classes)):
         classes[shared] = _class(reader, shared, {})
@@ -35,7 +36,7 @@ def _class(reader: TypeReader, shared: str, description: dict[str, Any]) -> str:
     lines = [f"class {name}(Reference, class_name={shared!r}):"]
     for member, types in _part(description, "methods"):
         if not isinstance(types, dict):
-            raise TypeTextError(f"{member!r:.100} is described by no map")
+            raise TypeTextError(f"{brief(member)} is described by no map")
         arguments = ", ".join(_types(reader, types.get("arguments")))
         result = _types(reader, [types.get("result")])[0]
         lines.append(f"    {member}: RemoteMethod[[{arguments}], {result}]")
@@ -57,5 +58,5 @@ def _part(description: dict[str, Any], kind: str) -> list[tuple[str, Any]]:
 
 def _types(reader: TypeReader, texts: Any) -> list[str]:
     if not isinstance(texts, list) or not all(isinstance(text, str) for text in texts):
-        raise TypeTextError(f"{texts!r:.100} are no types")
+        raise TypeTextError(f"{brief(texts)} are no types")
     return [reader.read(text) for text in texts]

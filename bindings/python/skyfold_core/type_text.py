@@ -3,6 +3,8 @@
 import keyword
 import re
 
+from .errors import brief
+
 _token = re.compile(r"[A-Za-z_]\w*(?:::\w+)*|[<>{}\[\],;|:]")
 
 _plain = {
@@ -31,7 +33,7 @@ def python_name(name: str) -> str:
     """The last part of a C++ name, as a name in Python. TypeTextError if it is none."""
     last = name.rpartition("::")[2]
     if not last.isidentifier() or keyword.iskeyword(last) or last.startswith("__"):
-        raise TypeTextError(f"{name!r:.100} is no name")
+        raise TypeTextError(f"{brief(name)} is no name")
     return last
 
 
@@ -68,7 +70,7 @@ class _Parser:
 
     def take(self, token: str) -> None:
         if self._next != token:
-            raise TypeTextError(f"expected {token or 'the end'!r} of a type, got {self._next!r:.100}")
+            raise TypeTextError(f"expected {token or 'the end'!r} of a type, got {brief(self._next)}")
         self._at += 1
 
     def _name(self) -> str:
@@ -107,7 +109,7 @@ class _Parser:
             return f"tuple[int, {' | '.join(dict.fromkeys(parts))}]"
         if name in ("list", "map", "tuple"):
             return f"{'dict' if name == 'map' else name}[{', '.join(parts)}]"
-        raise TypeTextError(f"{name!r:.100} is no container")
+        raise TypeTextError(f"{brief(name)} is no container")
 
     def _structure(self, name: str, depth: int) -> str:
         if self._next == "[":

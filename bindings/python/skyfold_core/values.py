@@ -3,6 +3,7 @@
 import dataclasses
 import datetime
 import fractions
+from collections.abc import Callable
 from enum import Enum
 from typing import Any
 
@@ -94,10 +95,10 @@ def _two(data: bytes, first: type, second: type | None = None) -> tuple[Any, Any
 class Packer:
     """Writes values. `default` stands in for what MessagePack does not know. Not re-entrant."""
 
-    def __init__(self, default: Any) -> None:
+    def __init__(self, default: Callable[[Any], Any]) -> None:
         options = {"default": default, "strict_types": True, "datetime": True}
-        self._pack = msgpack.Packer(**options).pack
-        self._escaping = msgpack.Packer(**options, unicode_errors="surrogateescape").pack
+        self._pack: Callable[[Any], bytes] = msgpack.Packer(**options).pack
+        self._escaping: Callable[[Any], bytes] = msgpack.Packer(**options, unicode_errors="surrogateescape").pack
 
     def pack(self, value: Any) -> bytes:
         """RangeError for a number beyond 64 bits, DataFormatError for what does not travel."""
@@ -122,8 +123,3 @@ def _in_words(error: Exception) -> Exception:
     if isinstance(error, (ValueError, RecursionError)) and "recursion" in str(error):
         return DataFormatError("A value that is nested deeper than 511 levels, or holds itself, can not be sent")
     return DataFormatError(f"This can not be sent: {error}")
-
-
-def unpack(payload: bytes, hook: Any) -> Any:
-    """One value. Any exception for malformed bytes, also one of `hook(code, data)`."""
-    return msgpack.unpackb(payload, strict_map_key=False, timestamp=3, unicode_errors="surrogateescape", ext_hook=hook)

@@ -39,6 +39,10 @@ MOST_USES = 1_000_000_000  # Messages that may carry one object away until they 
 _length = struct.Struct("<I")
 
 
+MOST_VALUES = 16_000_000  # In one frame or payload. So many of the largest kind, empty maps, take 1.2 GB of memory.
+_SMALL = 4096  # Bytes that cannot announce so much that looking at them first would be worth its time.
+
+
 class MalformedFrame(Exception):
     """Bytes after which nobody can say where the next frame begins. The connection ends."""
 
@@ -48,14 +52,38 @@ def owner_of(object_id: int) -> int:
 
 
 def frame(message: dict[int, Any]) -> bytes:
-    body = msgpack.packb(message)
+    body: bytes = msgpack.packb(message)
     return _length.pack(len(body)) + body
+
+
+def unpack(data: bytes, **options: Any) -> Any:
+    """One value. Any exception for what is none, or for too many values. Memory grows with the bytes, not with what they announce."""
+    if len(data) > _SMALL:
+        whole = msgpack.Unpacker(max_buffer_size=len(data))
+        whole.feed(data)
+        whole.skip()
+        options.update(_bounded())
+    return msgpack.unpackb(data, strict_map_key=False, unicode_errors="surrogateescape", **options)
+
+
+def _bounded() -> dict[str, Any]:
+    """Options that count the values."""
+    count = 0
+
+    def counted(container: Any) -> Any:
+        nonlocal count
+        count += 1 + len(container)
+        if count > MOST_VALUES:
+            raise ValueError(f"more than {MOST_VALUES} values")
+        return container
+
+    return {"max_array_len": MOST_VALUES, "max_map_len": MOST_VALUES, "list_hook": counted, "object_hook": counted}
 
 
 def decode_frame(body: bytes) -> dict[Any, Any] | None:
     """The message; None for a value that is no message, which is passed over."""
     try:
-        message = msgpack.unpackb(body, strict_map_key=False, unicode_errors="surrogateescape")
+        message = unpack(body)
     except Exception as error:  # A hash of a key, a time stamp, ... can fail besides the format itself.
         raise MalformedFrame(f"a frame of {len(body)} bytes is no MessagePack: {str(error) or type(error).__name__}") from error
     if type(message) is not dict:
@@ -66,10 +94,14 @@ def decode_frame(body: bytes) -> dict[Any, Any] | None:
 
 
 def _refuse_double_fields(body: bytes) -> None:
-    pairs = msgpack.unpackb(
-        body, strict_map_key=False, unicode_errors="surrogateescape", object_pairs_hook=lambda pairs: pairs
-    )
-    known = [key for key, _ in pairs if type(key) is int and TYPE <= key <= USAGE_COUNT]
+    unpacker = msgpack.Unpacker(max_buffer_size=len(body), strict_map_key=False)
+    unpacker.feed(body)
+    known = []
+    for _ in range(unpacker.read_map_header()):
+        key = unpacker.unpack()
+        unpacker.skip()
+        if isinstance(key, (int, float)) and TYPE <= key <= USAGE_COUNT:
+            known.append(key)
     if len(known) != len(set(known)):
         raise MalformedFrame("a frame holds a field twice, and readers would not agree which one counts")
 
@@ -87,7 +119,7 @@ def integer(message: dict[Any, Any], key: int, bits: int = 16) -> int:
 
 def message_head(object_id: int, target: int) -> bytes:
     """A MESSAGE up to its payload."""
-    return b"\x85\x01\x04\x05" + msgpack.packb(object_id) + b"\x07" + msgpack.packb(target) + b"\x08"
+    return b"".join((b"\x85\x01\x04\x05", msgpack.packb(object_id), b"\x07", msgpack.packb(target), b"\x08"))
 
 
 NO_OBJECTS = b"\x09\x80"
@@ -105,7 +137,8 @@ def message_frame(head: bytes, payload: bytes, objects: bytes = NO_OBJECTS) -> b
 
 
 def _text(text: str) -> bytes:
-    return msgpack.packb(text, unicode_errors="surrogateescape")
+    packed: bytes = msgpack.packb(text, unicode_errors="surrogateescape")
+    return packed
 
 
 _ARGUMENT = _text("ARGUMENT")

@@ -25,7 +25,7 @@ R = TypeVar("R", bound=Reference)
 
 log = logging.getLogger("skyfold_core")
 
-_CLOSING_SECONDS = 0.2  # How long the end of a connection waits for the hub, which takes a fraction of a millisecond if it is alive.
+_CLOSING_SECONDS = 0.2  # How long the end of a connection waits for the hub: one that is alive takes far less.
 
 
 class Worker:
@@ -157,9 +157,9 @@ class Worker:
         else:
             names = {object_id: name for object_id, (name, _) in noted.items()}
             frame = wire.message_frame(head, payload, b"\x09" + msgpack.packb(names, unicode_errors="surrogateescape"))
-        if len(frame) > 65536:
-            if len(frame) - 4 > wire.HUB_FRAME_BYTES:
-                raise RangeError(f"A message of {len(frame)} bytes: the hub takes {wire.HUB_FRAME_BYTES}")
+        if len(frame) - 4 > wire.HUB_FRAME_BYTES:
+            raise RangeError(f"A message of {len(frame)} bytes: the hub takes {wire.HUB_FRAME_BYTES}")
+        if self._connection.is_paused:
             self._connection.require_room()
         self._connection.send(frame)
         if noted:
@@ -203,26 +203,27 @@ class Worker:
         """Says what was passed over: the first hundred times, since a peer could fill the log."""
         self._reports += 1
         if self._reports <= 100:
-            log.warning("Passing over a message: %s", str(error) or type(error).__name__, exc_info=not isinstance(error, (ValueError, Error)))
+            is_known = isinstance(error, (ValueError, Error))
+            log.warning("Passing over a message: %s", str(error) or type(error).__name__, exc_info=not is_known)
 
     def _on_message(self, message: dict[Any, Any]) -> None:
         object_id = wire.integer(message, wire.OBJECT_ID, 64)
         source = wire.integer(message, wire.SOURCE_WORKER_ID)
-        payload = message.get(wire.PAYLOAD)
+        payload: Any = message.get(wire.PAYLOAD)
         fields, failure = self._objects.read(payload, message.get(wire.OBJECTS))
         if object_id & 0xFFFF == self.worker_id:
             service = self._objects.service(object_id)
             if service is not None:
-                self._serving.on_message(service, source, fields, failure)
+                self._serving.on_message(service, source, fields, failure, len(payload))
         elif (remote := self._objects.remote(object_id)) is not None:
-            remote.on_message(fields, failure)
+            remote.on_message(fields, failure, len(payload))
 
     def deliver_to_service(self, service: Service, payload: bytes, _: Any) -> None:
         """What a local reference sends; the last argument keeps the objects in it alive."""
         if self._is_over:
             return
         try:
-            self._serving.on_message(service, self.worker_id, *self._objects.read(payload, None))
+            self._serving.on_message(service, self.worker_id, *self._objects.read(payload, None), len(payload))
         except Exception as error:
             self.report(error)
 
@@ -230,7 +231,7 @@ class Worker:
         if reference._object.is_dead:
             return
         try:
-            reference._object.on_message(*self._objects.read(payload, None))
+            reference._object.on_message(*self._objects.read(payload, None), len(payload))
         except Exception as error:
             self.report(error)
 

@@ -1,6 +1,7 @@
 """Real processes to talk to, and a hub that says whatever a test wants."""
 
 import asyncio
+import logging
 import os
 import pathlib
 import signal
@@ -14,6 +15,8 @@ import msgpack
 import skyfold_core
 
 BUILD = pathlib.Path(os.environ.get("TEST_BINARY_DIR", "build/dev"))
+logging.getLogger("asyncio").setLevel(logging.ERROR)  # Says of each step that it took long, which is the machine's load.
+
 PATIENCE = 10.0  # Seconds; far more than anything here takes, also under a sanitizer.
 
 

@@ -1,5 +1,5 @@
-# What can break here: a hub, or a peer behind it, that says nonsense. Whatever it says, the process goes on, nothing waits for ever,
-# and a worker that cannot be read any more says why.
+# What can break here: a hub, or a peer behind it, that says nonsense. Whatever it says, the process goes on, nothing waits for
+# ever, and a worker whose hub cannot be read any more says why.
 import asyncio
 import logging
 import struct
@@ -8,8 +8,6 @@ import unittest
 import msgpack
 import skyfold_core
 from support import PATIENCE, PlayedHub, frame, message, raw
-
-REGISTRY_CALLS = {"REQUEST_ID": 1, "TYPE": "CALL_RESPONSE"}
 
 # What ends the connection, and a word of why.
 FATAL = {
@@ -20,6 +18,9 @@ FATAL = {
     "two values": (raw(b"\x81\x01\x02\xc0"), "no MessagePack"),
     "nesting without end": (raw(b"\x91" * 100_000 + b"\xc0"), "no MessagePack"),
     "an array that lies": (raw(b"\xdd\xff\xff\xff\xff"), "no MessagePack"),
+    "arrays in arrays that lie": (raw(b"\xdd\x00\x80\x00\x00" * 1000 + b"\xc0" * (8 << 20)), "no MessagePack"),
+    "too many values": (raw(b"\xdd" + struct.pack(">I", 17_000_000) + b"\x80" * 17_000_000), "exceeds"),
+    "too many in parts": (raw(b"\xdc\x00\x20" + 32 * (b"\xdd\x00\x08\x00\x00" + b"\x80" * (1 << 19))), "than 16000000 values"),
     "a map that lies": (raw(b"\xdf\xff\xff\xff\xff"), "no MessagePack"),
     "a key that has no hash": (raw(b"\x81\x91\x01\x02"), "no MessagePack"),
     "a field twice": (raw(b"\x82\x01\x02\x01\x02"), "twice"),
@@ -30,16 +31,17 @@ HARMLESS = [
     frame(value)
     for value in (
         *(1, "x", [1], {}, {1: "x"}, {1: [1]}, {1: 99}, {1: -1}, {1: 1}, {1: 1, 4: 0xFFFF}, {1: 1, 4: 7}, {1: 1, 4: 1 << 40}),
-        *({1: 6}, {1: 6, 5: 3, 10: 1}, {1: 6, 5: 3, 10: -1}, {1: 6, 5: 3, 10: 1 << 40}, {1: 6, 5: "x", 10: 1}, {1: 6, 5: 1.5, 10: 1}),
+        *({1: 6, **fields} for fields in ({}, {5: 3, 10: 1}, {5: 3, 10: -1}, {5: 3, 10: 1 << 40}, {5: "x", 10: 1}, {5: 1.5, 10: 1})),
         *({1: 7}, {1: 7, 4: 3}, {1: 7, 4: "x"}, {1: 7, 4: 70000}, {1: 9}, {1: 9, 4: 3}, {1: 9, 4: []}),
         *({1: 4}, {1: 4, 5: 0}, {1: 4, 5: 0, 6: 0}, {1: 4, 5: 0, 6: 0, 8: "text", 9: {}}, {1: 4, 5: 0, 6: 0, 8: b"", 9: {}}),
-        *({1: 4, 5: 0, 6: 0, 8: b"\x80", 9: 5}, {1: 4, 5: 0, 6: 0, 8: b"\x80", 9: {"x": 1, -1: 2, 1.5: 3}}, {1: 4, 5: -1, 6: 0, 8: b"\x80"}),
+        *({1: 4, 5: 0, 6: 0, 8: b"\x80", 9: objects} for objects in (5, {"x": 1, -1: 2, 1.5: 3})),
+        {1: 4, 5: -1, 6: 0, 8: b"\x80"},
     )
 ] + [
     message(0, 3, payload, source=0)
     for payload in (
-        *(b"\xc1", b"\x81", b"\x91" * 5000, 5, [], {"TYPE": 5}, {"TYPE": "CALL_RESPONSE"}, {"TYPE": "CALL_RESPONSE", "REQUEST_ID": []}),
-        *({"TYPE": "CALL_ERROR", "REQUEST_ID": "x"}, {"TYPE": "EVENT"}, {"TYPE": "EVENT", "EVENT_NAME": {}}, {"TYPE": "NEWS"}),
+        *(b"\xc1", b"\x81", b"\x91" * 5000, 5, [], {"TYPE": 5}, {"TYPE": "NEWS"}, {"TYPE": "EVENT"}, {"TYPE": "CALL_RESPONSE"}),
+        *({"TYPE": "CALL_RESPONSE", "REQUEST_ID": []}, {"TYPE": "CALL_ERROR", "REQUEST_ID": "x"}, {"TYPE": "EVENT", "EVENT_NAME": {}}),
         {"TYPE": "EVENT", "ARGUMENT": msgpack.ExtType(1, b"short")},
     )
 ]
