@@ -6,7 +6,7 @@
 <!-- in a coroutine -->          (cpp) it is compiled as statements of a coroutine
 <!-- no-run: REASON -->          (sh) it is not run
 
-Without a comment C++ is compiled as declarations, and sh is run in the root of the tree. A page's blocks see what
+Without a comment C++ is compiled as declarations, Python is compiled, and sh is run in the root of the tree. A page's blocks see what
 docs/site/code/PAGE.h declares."""
 import concurrent.futures
 import re
@@ -56,7 +56,7 @@ def own_blocks(page, text):
 def unclear_blocks(page, text):
     """What no check can make sense of."""
     faults = [f"{page}:{line}: a block of {language} needs a comment that names its file"
-              for line, _, language, _ in own_blocks(page, text) if language not in ("cpp", "sh")]
+              for line, _, language, _ in own_blocks(page, text) if language == "cmake"]
     prose = BLOCK.sub("", text)
     return faults + [f"{page}: indented code: give it a fence and a language: {match[0].strip()[:60]}" for match in INDENTED.finditer(prose)]
 
@@ -90,6 +90,11 @@ def compile_all(pages):
         faults = [result.stderr for result in compiled if result.returncode]
     for page, text in texts.items():
         for line, marker, language, code in own_blocks(page, text):
+            if language == "python":
+                try:
+                    compile("\n" * (line - 1) + code, page, "exec")
+                except SyntaxError as error:
+                    faults.append(f"{page}:{error.lineno}: {error.msg}")
             if language == "sh" and not re.match(r"no-run: .", marker):
                 result = subprocess.run(["bash", "-e"], input=code, text=True, capture_output=True, cwd=ROOT, timeout=60, check=False)
                 faults += [f"{page}:{line}: {result.stdout}{result.stderr}"] if result.returncode else []
