@@ -66,6 +66,7 @@ public:
 
 protected:
     ObjectHost(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
+    explicit ObjectHost(fn::RunLoop& loop) : _worker(nullptr), _loop(loop) { }
 
     Worker* _worker; // Null once it has gone.
     fn::RunLoop& _loop;
