@@ -1,9 +1,9 @@
-// The process of one module: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG. Started by the module manager.
+// The process of one module: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG [parameters]. Started by the module manager.
 #include "core/ipc/module_entry_point.h"
+#include "core/ipc/run_module.h"
 #include "core/services/app_info.h"
 #include "foundation/run_loop.h"
 #include "foundation/system/path_manager.h"
-#include "foundation/system/shared_library.h"
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -19,9 +19,10 @@
 
 namespace {
 
-constexpr const char* usage = "Usage: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG\n"
+constexpr const char* usage = "Usage: skyfold.module_loader LIBRARY PIPE_PATH WORKER_TAG [parameters]\n"
                               "Runs the module in LIBRARY as a process of its own. The application's module manager\n"
-                              "starts it; PIPE_PATH is its dispatcher's pipe, WORKER_TAG names this launch.\n";
+                              "starts it; PIPE_PATH is its dispatcher's pipe, WORKER_TAG names this launch. With\n"
+                              "\"parameters\" the module fetches its parameters from there.\n";
 
 // A module that does not return from its loop within this time after SIGTERM is ended.
 constexpr auto graceTime = std::chrono::seconds(2);
@@ -62,7 +63,7 @@ void followParent(pid_t parent)
     if (getppid() != parent) std::_Exit(1); // The parent died before the request.
 }
 
-int runModule(const char* library, const char* pipePath, const char* workerTag)
+int runModule(const char* library, const char* pipePath, const char* workerTag, bool hasParameters)
 {
     // Ctrl-C sends SIGINT to the whole process group; the main program alone reacts to it.
     std::signal(SIGINT, SIG_IGN);
@@ -70,10 +71,8 @@ int runModule(const char* library, const char* pipePath, const char* workerTag)
     program_invocation_short_name = name.data(); // Reports call this process so.
     if (const auto* app = core::AppInfo::find()) fn::PathManager::instance().setApplicationName(app->folderName());
     fn::SharedLibrary module;
-    module.load(library);
-    const auto entryPoint = reinterpret_cast<ipc::ModuleEntryPoint>(module.symbol(ipc::moduleEntryPointName));
-    entryPoint(pipePath, workerTag, 1, 0);
-    return 0;
+    ipc::loadModule(module, library)(pipePath, workerTag, 1, hasParameters ? 1 : 0);
+    return ipc::moduleExitCode();
 }
 
 } // namespace
@@ -85,14 +84,15 @@ int main(int argc, char** argv)
         std::fputs(usage, stdout);
         return 0;
     }
-    if (argc != 4) {
+    const bool hasParameters = argc == 5 && std::strcmp(argv[4], ipc::parametersArgument) == 0;
+    if (argc != 4 && !hasParameters) {
         std::fputs(usage, stderr);
         return 2;
     }
     try {
         endModuleOnRequest();
         followParent(parent);
-        return runModule(argv[1], argv[2], argv[3]);
+        return runModule(argv[1], argv[2], argv[3], hasParameters);
     } catch (const std::exception& exception) {
         std::fprintf(stderr, "%s: cannot run module %s: %s\n", argv[0], argv[1], exception.what());
         return 1;

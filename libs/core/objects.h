@@ -11,6 +11,7 @@
 #include "core/ipc/interface/reference.h"
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
+#include "core/ipc/interface/value_conversion.h"
 #include "core/ipc/module_manager/module_options.h"
 #include "core/ipc/object/object_dead_exception.h"
 #include "core/ipc/object/tracing.h"

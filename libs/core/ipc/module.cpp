@@ -1,6 +1,10 @@
 #include "core/ipc/module.h"
+#include "core/ipc/detail/module_parameters.h"
+#include "core/ipc/interface/find.h"
 #include "core/ipc/registry.h"
+#include "core/ipc/run_module.h"
 #include "foundation/assertion.h"
+#include "foundation/logging/logging.h"
 #include "foundation/run_loop.h"
 #include "foundation/system/process_local.h"
 #include "foundation/unhandled_exception.h"
@@ -10,6 +14,9 @@ namespace ipc {
 namespace {
 
 constexpr auto busTimeout = fn::Duration::seconds(20);
+constexpr auto parametersTimeout = fn::Duration::seconds(20);
+
+constexpr auto& category = fn::logging::category<"ipc.module">;
 
 } // namespace
 
@@ -22,7 +29,9 @@ Module::BusStart& Module::busStart()
 Module::Module(const ModuleInitData& data)
     : _worker(*this, fn::RunLoop::defaultLoop(), data.pipePath(), data.displayName(), data.workerTag(),
         data.separateProcess()),
-      _hasOwnProcess(data.separateProcess())
+      _hasOwnProcess(data.separateProcess()),
+      _hasParameters(data.hasParameters()),
+      _workerTag(data.workerTag())
 {
     _worker.connect();
 }
@@ -78,6 +87,38 @@ void Module::becomeConnected()
 }
 
 void Module::workerDidConnect(Worker&)
+{
+    if (_hasParameters)
+        _scope.start(fetchParameters());
+    else
+        joinMessageBus();
+}
+
+fn::Promise<void> Module::fetchParameters()
+{
+    try {
+        const auto source = co_await find<ModuleParameters>(_worker, parametersTimeout);
+        _parameters = co_await source->get(_workerTag);
+    } catch (const ObjectDeadException&) {
+        co_return; // The hub has gone, and has this module end.
+    } catch (const std::exception& exception) {
+        fail(fmt::format("it can not fetch its parameters: {}", exception.what()));
+        co_return;
+    }
+    // In a task, since `onConnected()` may end the module, which can not be done inside of its own coroutine.
+    fn::RunLoop::defaultLoop().post(_scope.guard([this] { joinMessageBus(); }));
+}
+
+void Module::fail(const fn::String& why)
+{
+    FN_LOG_TO(category(), 2, fn::logging::Tag(), "libs/core/ipc/module", "Module {} can not run: {}",
+        _worker.displayName(), why);
+    if (!_hasOwnProcess) return;
+    internal::setModuleExitCode(1);
+    terminate();
+}
+
+void Module::joinMessageBus()
 {
     // An installed bus may still wait for its sticky messages; then this module becomes connected when they have come.
     if (MessageBus::isInstalled() && !busStart().starter) {

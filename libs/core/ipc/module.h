@@ -1,5 +1,6 @@
 #pragma once
 #include "base/string.h"
+#include "core/ipc/interface/value_conversion.h"
 #include "core/ipc/message_bus.h"
 #include "core/ipc/worker/worker.h"
 #include "foundation/coroutine/scope.h"
@@ -13,13 +14,14 @@ namespace ipc {
 /// What a module was launched with.
 class FN_EXPORT ModuleInitData {
 public:
-    ModuleInitData(
-        fn::String pipePath, fn::String displayName, fn::String workerTag, fn::String userData, bool separateProcess)
+    ModuleInitData(fn::String pipePath, fn::String displayName, fn::String workerTag, fn::String userData,
+        bool separateProcess, bool hasParameters = false)
         : _pipePath(std::move(pipePath)),
           _displayName(std::move(displayName)),
           _workerTag(std::move(workerTag)),
           _userData(std::move(userData)),
-          _separateProcess(separateProcess)
+          _separateProcess(separateProcess),
+          _hasParameters(hasParameters)
     {
     }
 
@@ -28,6 +30,7 @@ public:
     const fn::String& workerTag() const { return _workerTag; } ///< Names this launch.
     const fn::String& userData() const { return _userData; } ///< For the module alone.
     bool separateProcess() const { return _separateProcess; } ///< Whether the module has a process of its own.
+    bool hasParameters() const { return _hasParameters; } ///< Whether the module manager has parameters for it.
 
 private:
     fn::String _pipePath;
@@ -35,11 +38,12 @@ private:
     fn::String _workerTag;
     fn::String _userData;
     bool _separateProcess;
+    bool _hasParameters;
 };
 
 /// Base class of a module's own code. A module library makes its object in the entry point (see run_module.h), in a process of
 /// its own or in the main process. The Module owns its worker, connects it, and joins the process to the message bus of all
-/// processes; then it is *connected*. In a process without the hub one module makes the bus for all modules. When that
+/// processes, once it has fetched its parameters if it has some; then it is *connected*. In a process without the hub one module makes the bus for all modules. When that
 /// module ends, another one makes a new bus; until that is ready, posted messages stay in the process.
 ///
 /// Everything runs on the thread of the default run loop. Whoever runs a module ends it with `endModule()` (run_module.h), which ends
@@ -54,6 +58,12 @@ public:
 
     Worker& worker() { return _worker; }
 
+    /// What whoever started the module has given it (`ModuleOptions::parameters`); nil if nothing, and before `onConnected()`.
+    const fn::Value& parameters() const { return _parameters; }
+
+    /// The same as a structure, or anything else that travels. What does not fit: `fn::DataFormatException` that names the field.
+    template <typename T> T parameters() const { return fromValue<T>(_parameters); }
+
     /// The owner of the module's coroutines, connections and timers. Calls that its coroutines await are cancelled at its end.
     fn::Scope& scope() { return _scope; }
     void end() { _scope.end(); } ///< Ends the scope; `fn::RuntimeException` inside one of its own coroutines.
@@ -67,6 +77,11 @@ public:
     /// The application is ending, or the dispatcher has gone; told once. Default: `terminate()` in a process of its own,
     /// nothing in the main process, whose loop is the application's.
     virtual void onAboutToQuit();
+
+protected:
+    /// For a module that can not do its work, for example with these parameters: writes a line at priority 2, and ends a process of the
+    /// module's own with exit code 1. In the main process the module stays.
+    void fail(const fn::String& why);
 
 private:
     friend void endModule(std::unique_ptr<Module> module);
@@ -94,6 +109,8 @@ private:
     void aboutToQuit(Worker&) override { onAboutToQuit(); }
 
     static void startMessageBus();
+    fn::Promise<void> fetchParameters();
+    void joinMessageBus();
     void initializeMessageBus();
     void leaveMessageBus();
     void becomeConnected();
@@ -102,6 +119,9 @@ private:
     Worker _worker;
     fn::AutoPtr<MessageBus> _messageBus; // Set only in the module that made the process's bus.
     const bool _hasOwnProcess;
+    const bool _hasParameters;
+    const fn::String _workerTag;
+    fn::Value _parameters;
     bool _connected = false;
     fn::Scope _scope; // The last member: it uses the worker.
 };

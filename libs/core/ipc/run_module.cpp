@@ -16,6 +16,12 @@ std::vector<std::unique_ptr<Module>>& keptModules()
     return modules.get();
 }
 
+int& exitCode()
+{
+    static fn::ProcessLocal<int> code;
+    return code.get();
+}
+
 /// The last turns of the default loop for a module: until the worker's pipe is closed, and then `mostTurns` that do not wait.
 /// Reference-counted, since the pipe's callback may come when `endModule()` has returned.
 struct LastTurns final : fn::RefCountedObject {
@@ -57,6 +63,9 @@ void endModule(std::unique_ptr<Module> module)
 }
 
 void internal::keepModule(std::unique_ptr<Module> module) { keptModules().push_back(std::move(module)); }
+
+void internal::setModuleExitCode(int code) { exitCode() = code; }
+int moduleExitCode() { return exitCode(); }
 
 void endModules()
 {

@@ -16,21 +16,26 @@ FN_EXPORT void endModule(std::unique_ptr<Module> module);
 namespace internal {
 /// Keeps a module of the main process until `endModules()`.
 FN_EXPORT void keepModule(std::unique_ptr<Module> module);
+void setModuleExitCode(int code);
 } // namespace internal
 
 /// The body of a module library's entry point: makes the T, runs it, and ends it; in a process of the loader when the loop has
 /// stopped, in the main process when `endModules()` is called.
 template <typename T>
-void runModule(const char* displayName, const char* pipePath, const char* workerTag, std::intptr_t separateProcess)
+void runModule(const char* displayName, const char* pipePath, const char* workerTag, std::intptr_t separateProcess,
+    std::intptr_t hasParameters = 0)
 {
-    auto module =
-        std::make_unique<T>(ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0));
+    auto module = std::make_unique<T>(
+        ModuleInitData(pipePath, displayName, workerTag, fn::String(), separateProcess != 0, hasParameters != 0));
     module->run();
     if (separateProcess == 0)
         internal::keepModule(std::move(module));
     else
         endModule(std::move(module));
 }
+
+/// The exit code of a module's process, once its entry point has returned: 0, or 1 if the module could not run.
+FN_EXPORT int moduleExitCode();
 
 /// Calls `endModule()` for all modules of this process, latest first. Main programs call it when the loop has stopped, while the
 /// dispatcher still exists; without the call the modules stay until the program exits.
@@ -41,7 +46,7 @@ FN_EXPORT void endModules();
 /// The entry point of a module library whose module is of class `T` (constructible from a ModuleInitData).
 #define IPC_MODULE_ENTRY_POINT(T, displayName) \
     extern "C" FN_EXPORT void moduleEntryPoint( \
-        const char* pipePath, const char* workerTag, std::intptr_t separateProcess, std::intptr_t) \
+        const char* pipePath, const char* workerTag, std::intptr_t separateProcess, std::intptr_t hasParameters) \
     { \
-        ::ipc::runModule<T>(displayName, pipePath, workerTag, separateProcess); \
+        ::ipc::runModule<T>(displayName, pipePath, workerTag, separateProcess, hasParameters); \
     }

@@ -36,15 +36,20 @@ public:
     /// Sends the module's process a signal, and gives true: `onExit()` fires if it ends. False if no process runs. Default: false.
     virtual bool sendSignal(int signal);
 
+    /// Whether the module is told at its launch that it has parameters to fetch. At first it has none.
+    void setHasParameters(bool has) { _hasParameters = has; }
+
     /// Fires when the module's process has ended, with its exit status and the signal that ended it, or 0.
     fn::Signal<std::int64_t, int>& onExit() { return _onExit; }
 
 protected:
+    bool hasParameters() const { return _hasParameters; }
     static fn::String pathForExecutable(const fn::String& name);
     static fn::String pathForSharedLibrary(const fn::String& name); ///< `name` is without the ending.
 
 private:
     fn::Signal<std::int64_t, int> _onExit;
+    bool _hasParameters = false;
 };
 
 } // namespace ipc

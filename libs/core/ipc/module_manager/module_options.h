@@ -15,22 +15,22 @@ struct RelaunchPolicy {
     fn::Duration mostDelay = fn::Duration::seconds(60); ///< What grows ends here.
     /// Once it has been connected for so long, a module counts as one that was never launched again: the delay is the first one, and all
     /// its ends are forgotten. 0: never.
-    fn::Duration resetAfter;
+    fn::Duration resetAfter {};
     /// It is given up where it would be launched again more often than this; how it has ended does not matter then. 0: it is
     /// launched once. None: the two rules of the default.
-    std::optional<int> limit;
-    fn::Duration within; ///< What is counted for `limit`: relaunches of so long before. 0: all.
+    std::optional<int> limit {};
+    fn::Duration within {}; ///< What is counted for `limit`: relaunches of so long before. 0: all.
 };
 
 /// How a module is run.
 struct ModuleOptions {
     /// For the module alone, which has them as `ipc::Module::parameters()`: any value that can be sent. A structure: `ipc::toValue()`.
     /// Nil: none.
-    fn::Value parameters;
+    fn::Value parameters {};
     bool inMainProcess = false; ///< A library of the main process, which can be neither stopped nor launched again.
     bool isOptional = false; ///< The application goes on where it is given up: that is no fatal error.
     bool isStarted = true; ///< False: it waits for `ModuleManager::startModule()`.
-    RelaunchPolicy relaunch;
+    RelaunchPolicy relaunch {};
 };
 
 } // namespace ipc

@@ -1,5 +1,6 @@
 #include "base/exceptions.h"
 #include "core/ipc/dispatcher/dispatcher.h"
+#include "core/ipc/module_entry_point.h"
 #include "core/ipc/module_manager/detail/module_kinds.h"
 #include "foundation/assertion.h"
 #include "foundation/logging/logging.h"
@@ -31,7 +32,6 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
     if (!FN_ASSERT(!_process, fn::sites::moduleRunsOnce)) {
         throw fn::RuntimeException("The process of module " + name() + " is still running");
     }
-    _process = fn::makeAuto<fn::uv::Process>(dispatcher.loop());
     fn::uv::ProcessOptions options;
     options.file = _executablePath;
     options.flags = _extendedSpawnFlags ? spawnFlags | extendedFlags : spawnFlags;
@@ -46,12 +46,15 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
             _process.reset(); // Otherwise a listener has destroyed this module, or launched it anew.
     };
     FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
+    const auto started = fn::makeAuto<fn::uv::Process>(dispatcher.loop());
     try {
-        _process->spawn(std::move(options));
-    } catch (...) {
-        _process.reset(); // Nothing runs: a later launch is allowed.
+        started->spawn(std::move(options));
+    } catch (fn::IOException& failure) {
+        failure.attach(fn::DetailInfo {
+            "This program runs the modules; it comes with skyfold-core, and an application has a link to it" });
         throw;
     }
+    _process = started;
 }
 
 void ExternalModule::kill()
@@ -79,7 +82,11 @@ DefaultExternalModule::~DefaultExternalModule() = default;
 
 std::vector<fn::String> DefaultExternalModule::arguments(Dispatcher& dispatcher, const fn::String& workerTag)
 {
-    return { pathForSharedLibrary(_name), dispatcher.pipePath(), workerTag };
+    const auto library = pathForSharedLibrary(_name);
+    requireModuleLibrary(library); // The loader would tell it to nobody but its standard error.
+    std::vector<fn::String> all { library, dispatcher.pipePath(), workerTag };
+    if (hasParameters()) all.emplace_back(parametersArgument);
+    return all;
 }
 
 } // namespace ipc

@@ -7,7 +7,6 @@ namespace ipc {
 namespace {
 
 constexpr const char* site = "libs/core/ipc/module_manager";
-constexpr int loadFlags = 9;
 
 constexpr auto& moduleCategory = fn::logging::category<"ipc.module">;
 
@@ -28,9 +27,8 @@ void InProcessModule::launch(Dispatcher& dispatcher, const fn::String& workerTag
             _name);
         return;
     }
-    _library.load(pathForSharedLibrary(_name), loadFlags);
-    const auto entryPoint = reinterpret_cast<ModuleEntryPoint>(_library.symbol(moduleEntryPointName));
-    entryPoint(dispatcher.pipePath().c_str(), workerTag.c_str(), 0, 0);
+    const auto entryPoint = loadModule(_library, pathForSharedLibrary(_name));
+    entryPoint(dispatcher.pipePath().c_str(), workerTag.c_str(), 0, hasParameters() ? 1 : 0);
 }
 
 void InProcessModule::kill()

@@ -34,7 +34,7 @@ private:
     fn::Lifetime _lifetime;
 };
 
-/// A module library that the generic loader runs: `LOADER LIBRARY PIPE_PATH WORKER_TAG`.
+/// A module library that the generic loader runs: `LOADER LIBRARY PIPE_PATH WORKER_TAG`, with `parameters` behind it if it has some.
 class DefaultExternalModule final : public ExternalModule {
 public:
     DefaultExternalModule(fn::String name, fn::String executablePath, bool extendedSpawnFlags);

@@ -1,6 +1,8 @@
 // What the application tells the manager: which modules there are, which run, and that all end.
 #include "base/exceptions.h"
 #include "core/ipc/module_manager/detail/module_manager_state.h"
+#include "core/ipc/module_manager/detail/module_parameters_service.h"
+#include "core/ipc/registry.h"
 #include "foundation/logging/logging.h"
 #include "foundation/uv/process.h"
 #include "foundation/uv/timer.h"
@@ -74,7 +76,30 @@ void ModuleManager::State::addModule(const fn::String& name, ModuleOptions optio
     auto* const definition = ModuleDefinition::create(name, "module_loader", options.inMainProcess, false, false);
     auto& module = _modules.emplace_back(definition, std::move(options));
     listenTo(module);
+    if (!module.options.parameters.isNil()) {
+        definition->setHasParameters(true);
+        if (!std::exchange(_offersParameters, true)) offerParameters();
+    }
     if (_hasLaunched && module.isWanted) launchAfter(module, {});
+}
+
+/// Once the hub's own worker is connected; modules wait for the object as for any other.
+void ModuleManager::State::offerParameters()
+{
+    const fn::WeakPtr weak(this);
+    auto offer = weak.guard([this, weak] {
+        auto& worker = _dispatcher.worker();
+        const auto source = [weak](WorkerId workerId, const fn::String& tag) -> const fn::Value* {
+            const auto self = weak.lock();
+            const auto* const module = self ? self->stateForWorkerTag(tag) : nullptr;
+            return module && module->workerId == workerId ? &module->options.parameters : nullptr;
+        };
+        worker.registry()->registerObject(fn::makeAuto<ModuleParametersService>(worker, source), 0);
+    });
+    if (_dispatcher.worker().isConnected())
+        offer();
+    else
+        _dispatcher.onReady().connect(std::move(offer)).detach();
 }
 
 ModuleManager::State::ModuleState* ModuleManager::State::find(const fn::String& name)

@@ -59,6 +59,7 @@ private:
     ~State() override;
 
     void listenTo(ModuleState& module);
+    void offerParameters();
     ModuleState* find(const fn::String& name);
     ModuleState& require(const fn::String& name); ///< `fn::RuntimeException` if there is none.
     void launchAll(const ModuleState* except);
@@ -82,6 +83,7 @@ private:
     std::list<ModuleState> _modules; // In the order given. Timers and signals refer to the elements.
     bool _hasLaunched = false; // The modules that are there at the start have been launched, or are just being so.
     bool _stopped = false;
+    bool _offersParameters = false;
 };
 
 } // namespace ipc
