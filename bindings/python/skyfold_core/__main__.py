@@ -71,7 +71,7 @@ async def carry_out(worker: Worker, options: argparse.Namespace) -> str:
 
 async def run(options: argparse.Namespace) -> int:
     try:
-        worker = await connect(options.pipe, name="skyfold_core", timeout=options.timeout)
+        worker = await connect(options.pipe, name="skyfold_core")
     except Error as error:
         print(f"skyfold_core: {error}", file=sys.stderr)
         return NO_HUB

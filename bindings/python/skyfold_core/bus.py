@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Awaitable, Callable
 from typing import TYPE_CHECKING, Any
 
 from .errors import Error
@@ -10,7 +10,7 @@ from .listening import Listeners, Stream, Subscription
 from .reference import Reference
 
 if TYPE_CHECKING:
-    from .worker import Worker
+    from .participant import Participant
 
 CLASS_NAME = "ipc::MessageBus"
 MOST_STICKY = 100_000  # Namespaces, and bytes of their bodies: as many as the hub's relay keeps.
@@ -23,8 +23,8 @@ class MessageBus:
     A sticky message is kept for its namespace until the next sticky one, for whoever comes later.
     """
 
-    def __init__(self, worker: Worker, relay: Reference) -> None:
-        self._worker = worker
+    def __init__(self, host: Participant, relay: Reference) -> None:
+        self._host = host
         self._relay = relay
         self._sticky: dict[str, tuple[Any, int]] = {}  # With the bytes of each.
         self._sticky_bytes = 0
@@ -33,7 +33,7 @@ class MessageBus:
 
     def post(self, namespace: str, body: Any = None, *, sticky: bool = False) -> None:
         """Tells everybody. RangeError or DataFormatError for a body that does not travel."""
-        payload = {"workerId": self._worker.worker_id, "namespace": namespace, "body": body, "sticky": sticky}
+        payload = {"workerId": self._host.worker_id, "namespace": namespace, "body": body, "sticky": sticky}
         self._relay._object.post({"TYPE": "BUS_MESSAGE", "PAYLOAD": payload})
 
     def sticky(self, namespace: str, default: Any = None) -> Any:
@@ -42,14 +42,14 @@ class MessageBus:
 
     def listen(self, namespace: str) -> Stream[Any]:
         """Hears the bodies that come from now on: `async for body in bus.listen("com.example.mood")`. Ends when the hub does."""
-        stream: Stream[Any] = Stream(self._worker.loop, self._listeners_of(namespace), self)
+        stream: Stream[Any] = Stream(self._host.loop, self._listeners_of(namespace), self)
         if self._relay.is_dead:
             stream._end(self._relay._object.death())
         return stream
 
     def on(self, namespace: str, callback: Callable[[Any], object]) -> Subscription:
         """Calls back with each body that comes from now on."""
-        return Subscription(self._worker.loop, self._listeners_of(namespace), callback, self)
+        return Subscription(self._host.loop, self._listeners_of(namespace), callback, self)
 
     def _listeners_of(self, namespace: str) -> Listeners:
         return self._listeners.setdefault(namespace, Listeners())
@@ -68,7 +68,7 @@ class MessageBus:
 
     def _keep(self, namespace: str, body: Any) -> None:
         try:
-            size = len(namespace) + len(self._worker.encode(body)[0])
+            size = len(namespace) + len(self._host.encode(body)[0])
         except Error:  # Nested too deeply to be sent on; the relay keeps none that is.
             return
         total = self._sticky_bytes + size - self._sticky.get(namespace, (None, 0))[1]
@@ -88,9 +88,9 @@ class MessageBus:
             listeners.end(self._relay._object.death())
 
     @classmethod
-    async def join(cls, worker: Worker) -> MessageBus:
-        relay = await worker.find(CLASS_NAME, timeout=20)
-        bus = cls(worker, relay)
+    async def join(cls, host: Participant, find: Callable[[str, float], Awaitable[Reference]]) -> MessageBus:
+        relay = await find(CLASS_NAME, 20.0)
+        bus = cls(host, relay)
         relay.on_death(bus._end)
         await bus._fetch()
         return bus

@@ -8,6 +8,7 @@ from collections.abc import Generator
 from typing import Any
 
 from . import pipes
+from .participant import Participant
 from .worker import Worker
 
 HELLO_SECONDS = 30.0  # As long as the hub waits for a HELLO.
@@ -36,9 +37,9 @@ class Connecting:
 
     async def _join(self) -> Worker:
         path = pipes.socket_path(self._path) if self._path else pipes.find()
-        worker = Worker(asyncio.get_running_loop(), self._name)
-        await worker.join(path, self._tag, self._timeout)
-        return worker
+        participant = Participant(asyncio.get_running_loop(), self._name)
+        await participant.join(path, self._tag, self._timeout)
+        return Worker(participant)
 
 
 def connect(

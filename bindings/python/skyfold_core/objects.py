@@ -16,14 +16,14 @@ from .service import Service
 from .values import OBJECT, Packer, decode_plain, encode_plain
 
 if TYPE_CHECKING:
-    from .worker import Worker
+    from .participant import Participant
 
 Noted = dict[int, tuple[str, object]]  # By object id: the class name, and what keeps the object until it has been sent.
 
 
 class Objects:
-    def __init__(self, worker: Worker) -> None:
-        self._worker = worker
+    def __init__(self, host: Participant) -> None:
+        self._host = host
         self._next_sequence = 0
         self._services: weakref.WeakValueDictionary[int, Service] = weakref.WeakValueDictionary()
         self._held: dict[int, Service] = {}  # Those that other workers have references to.
@@ -38,7 +38,7 @@ class Objects:
         self.request_numbers = RequestNumbers()
 
     def registry(self) -> Reference:
-        remote = RemoteObject(self._worker, wire.REGISTRY, "ipc::Registry")
+        remote = RemoteObject(self._host, wire.REGISTRY, "ipc::Registry")
         self._remotes[wire.REGISTRY] = remote
         return self._facade(remote)
 
@@ -54,8 +54,8 @@ class Objects:
     def _stand_in(self, value: Any) -> Any:
         if isinstance(value, Reference):
             remote = value._object
-            if remote.worker is not self._worker:
-                raise Error(f"An object of {remote.worker!r} can not be sent by {self._worker!r}")
+            if remote.host is not self._host:
+                raise Error(f"An object of {remote.host!r} can not be sent by {self._host!r}")
             if remote.is_outdated:
                 return None
             return self._note(remote.object_id, remote.class_name, value)
@@ -74,17 +74,17 @@ class Objects:
 
     def share(self, service: Service) -> None:
         """Gives it an id of this worker. Error if it is another worker's."""
-        worker = self._worker
-        if service._worker is worker:
+        host = self._host
+        if service._host is host:
             if service._uses >= wire.MOST_USES:
                 raise RangeError("An object has been sent more often than can be counted")
             return
-        if service._worker is not None and service._worker.is_connected:
-            raise Error(f"An object of {service._worker!r} can not be sent by {worker!r}")
-        if not worker.is_connected:
+        if service._host is not None and service._host.is_connected:
+            raise Error(f"An object of {service._host!r} can not be sent by {host!r}")
+        if not host.is_connected:
             raise Error("The worker is not connected")
-        service._worker = worker
-        service._object_id = self._next_sequence << 16 | worker.worker_id
+        service._host = host
+        service._object_id = self._next_sequence << 16 | host.worker_id
         service._uses = 0
         service._local = None
         self._next_sequence += 1
@@ -101,7 +101,7 @@ class Objects:
     def released(self, object_id: int, uses: int) -> None:
         service = self._held.get(object_id)
         if service is None or uses > service._uses:
-            self._worker.report(ValueError(f"the hub releases {uses} uses of object {object_id}, which has not so many"))
+            self._host.report(ValueError(f"the hub releases {uses} uses of object {object_id}, which has not so many"))
         if service is not None:
             service._uses = max(service._uses - uses, 0)
             if service._uses == 0:
@@ -158,7 +158,7 @@ class Objects:
             return None
 
     def _object(self, object_id: int) -> Reference:
-        if object_id & 0xFFFF == self._worker.worker_id:
+        if object_id & 0xFFFF == self._host.worker_id:
             service = self._services.get(object_id)
             if service is None:
                 raise DataFormatError("an object of this worker that has gone")
@@ -166,20 +166,20 @@ class Objects:
         remote = self._remotes.get(object_id)
         if remote is None:
             class_name = self._listed.get(object_id, "")
-            remote = RemoteObject(self._worker, object_id, class_name if isinstance(class_name, str) else "")
+            remote = RemoteObject(self._host, object_id, class_name if isinstance(class_name, str) else "")
             remote.is_dead = wire.owner_of(object_id) in self._dead_workers
             self._remotes[object_id] = remote
         return self._facade(remote)
 
     def _count_received(self, listed: dict[Any, Any]) -> None:
         for object_id in listed:
-            if type(object_id) is not int or object_id < 0 or object_id & 0xFFFF == self._worker.worker_id:
+            if type(object_id) is not int or object_id < 0 or object_id & 0xFFFF == self._host.worker_id:
                 continue
             remote = self._remotes.get(object_id)
             if remote is not None:
                 remote.uses += 1
             elif wire.owner_of(object_id) not in self._dead_workers:
-                self._worker.send_release(object_id, 1)
+                self._host.send_release(object_id, 1)
 
     # --- References
 
@@ -193,13 +193,13 @@ class Objects:
     def local_reference(self, service: Service) -> Reference:
         reference = service._local() if service._local is not None else None
         if reference is None:
-            reference = reference_class(service._class_name)(LocalObject(self._worker, service))
+            reference = reference_class(service._class_name)(LocalObject(self._host, service))
             service._local = weakref.ref(reference)
         return reference
 
     def _drop(self, remote: RemoteObject) -> None:
         """A reference has gone, in whichever thread. Its release waits for the loop, where it may have come again."""
-        loop = self._worker.loop
+        loop = self._host.loop
         if loop.is_closed():
             return
         if threading.get_ident() != self._thread:
@@ -221,7 +221,7 @@ class Objects:
                 del self._remotes[remote.object_id]
                 remote.facade = None  # They hold each other.
                 if remote.uses and not remote.is_dead:
-                    self._worker.send_release(remote.object_id, remote.uses)
+                    self._host.send_release(remote.object_id, remote.uses)
 
     # --- Deaths
 

@@ -75,9 +75,9 @@ class Reference:
         """Calls back once, when the object's process has gone; soon, if it has already."""
         remote = self._object
         if remote.is_dead:
-            remote.worker.loop.call_soon(callback)
-            return Subscription(remote.worker.loop, Listeners(), lambda _: None, None)
-        return Subscription(remote.worker.loop, remote.deaths, lambda _: callback(), self)
+            remote.host.loop.call_soon(callback)
+            return Subscription(remote.host.loop, Listeners(), lambda _: None, None)
+        return Subscription(remote.host.loop, remote.deaths, lambda _: callback(), self)
 
     def __repr__(self) -> str:
         state = ", dead" if self.is_dead else ""
@@ -114,12 +114,12 @@ class Member:
     def on(self, callback: Callable[[Any], object]) -> Subscription:
         """Calls back with each event: None, its one argument, or the list of its arguments."""
         remote = self._reference._object
-        return Subscription(remote.worker.loop, remote.listeners(self._name), callback, self._reference)
+        return Subscription(remote.host.loop, remote.listeners(self._name), callback, self._reference)
 
     def listen(self) -> Stream[Any]:
         """Hears the event from now on: `async for event in kitchen.progress.listen()`. `async for ... in kitchen.progress` is short."""
         remote = self._reference._object
-        stream: Stream[Any] = Stream(remote.worker.loop, remote.listeners(self._name), self._reference)
+        stream: Stream[Any] = Stream(remote.host.loop, remote.listeners(self._name), self._reference)
         if remote.is_dead:
             stream._end(remote.death())
         return stream
@@ -140,14 +140,14 @@ class Member:
     def watch(self) -> Stream[Any]:
         """Its value now, and then each new one, none left out and none twice: `async for degrees in heating.temperature.watch()`."""
         watch = self._reference._object.property(self._name)
-        stream: Stream[Any] = Stream(self._reference._object.worker.loop, watch.listeners, self._reference)
+        stream: Stream[Any] = Stream(self._reference._object.host.loop, watch.listeners, self._reference)
         watch.greet(stream, self._reference)
         return stream
 
     def on_change(self, callback: Callable[[Any], object]) -> Subscription:
         """Calls back with its value, in a later turn of the loop, and then with each new one."""
         watch = self._reference._object.property(self._name)
-        subscription = Subscription(self._reference._object.worker.loop, watch.listeners, callback, self._reference)
+        subscription = Subscription(self._reference._object.host.loop, watch.listeners, callback, self._reference)
         watch.greet(subscription, self._reference)
         return subscription
 

@@ -14,7 +14,7 @@ from .listening import Listeners, Stream, Subscription
 if TYPE_CHECKING:
     from .reference import Reference
     from .service import Service
-    from .worker import Worker
+    from .participant import Participant
 
 C = TypeVar("C", bound="Call")
 
@@ -76,8 +76,8 @@ class RemoteObject:
 
     is_local = False
 
-    def __init__(self, worker: Worker, object_id: int, class_name: str) -> None:
-        self.worker = worker
+    def __init__(self, host: Participant, object_id: int, class_name: str) -> None:
+        self.host = host
         self.object_id = object_id
         self.class_name = class_name
         self.uses = 0  # Messages that have brought the object here and are to be released.
@@ -96,8 +96,8 @@ class RemoteObject:
     def call(
         self, reference: Reference, method: str, argument: Any, limit: float | None, made: type[C] = Call  # type: ignore[assignment]
     ) -> C:
-        worker = self.worker
-        call = made(loop=worker.loop)
+        host = self.host
+        call = made(loop=host.loop)
         if self.is_dead:
             call._fail(self.death(method))
             return call
@@ -114,8 +114,8 @@ class RemoteObject:
             microseconds = max(int(min(limit * 1e6, 1 << 62)), 1)
         request_id = self._next_request()
         try:
-            encoded, noted = worker.encode(argument)
-            payload = wire.call_payload(encoded, worker.method_part(method), request_id, microseconds, trace)
+            encoded, noted = host.encode(argument)
+            payload = wire.call_payload(encoded, host.method_part(method), request_id, microseconds, trace)
             self._send(payload, noted)
         except Exception as error:
             call._fail(error)
@@ -125,17 +125,17 @@ class RemoteObject:
         call._method = method
         self._pending[request_id] = call
         if limit is not None:
-            call._timer = worker.loop.call_later(limit, call._on_deadline, limit)
+            call._timer = host.loop.call_later(limit, call._on_deadline, limit)
         return call
 
     def cancel(self, request_id: int) -> None:
         if self._pending.pop(request_id, None) is not None and not self.is_dead:
-            self.worker.request_numbers.cancelled(self.object_id, request_id)
+            self.host.objects.request_numbers.cancelled(self.object_id, request_id)
             self._send(wire.cancel_payload(request_id), None)
 
     def _next_request(self) -> int:
         if self._counter == 0:
-            self._counter = self.worker.request_numbers.last(self.object_id)
+            self._counter = self.host.objects.request_numbers.last(self.object_id)
         while True:
             self._counter = (self._counter + 1) & 0xFFFFFFFF
             if self._counter not in (0, wire.NO_REQUEST) and self._counter not in self._pending:
@@ -144,10 +144,10 @@ class RemoteObject:
     def post(self, message: dict[str, Any]) -> None:
         """Sends it a message that is no call."""
         if not self.is_dead:
-            self._send(*self.worker.encode(message))
+            self._send(*self.host.encode(message))
 
     def _send(self, payload: bytes, noted: dict[int, Any] | None) -> None:
-        self.worker.send_message(self._head, payload, noted)
+        self.host.send_message(self._head, payload, noted)
 
     # --- What listens
 
@@ -229,7 +229,7 @@ class PropertyWatch:
         """Sees to it that a new listener is told the value: when it comes, or in a later turn, as it is then."""
         if self._has_value:
             self.listeners.remove(listener)
-            self._remote.worker.loop.call_soon(self._admit, listener)
+            self._remote.host.loop.call_soon(self._admit, listener)
         elif self._asking is None:
             # The value is for who watches later, too: who asks first has no deadline.
             self._asking = self._remote.call(reference, self._name, None, NO_LIMIT, _Asking)
@@ -280,9 +280,9 @@ class LocalObject(RemoteObject):
 
     is_local = True
 
-    def __init__(self, worker: Worker, service: Service) -> None:
-        super().__init__(worker, service._object_id, type(service)._class_name)
+    def __init__(self, host: Participant, service: Service) -> None:
+        super().__init__(host, service._object_id, type(service)._class_name)
         self.service = service
 
     def _send(self, payload: bytes, noted: dict[int, Any] | None) -> None:
-        self.worker.loop.call_soon(self.worker.deliver_to_service, self.service, payload, noted)
+        self.host.loop.call_soon(self.host.deliver_to_service, self.service, payload, noted)

@@ -14,7 +14,7 @@ from .errors import DataFormatError, brief
 from .reference import Reference, argument_of
 
 if TYPE_CHECKING:
-    from .worker import Worker
+    from .participant import Participant
 
 T = TypeVar("T")
 
@@ -47,7 +47,7 @@ class Service:
     _properties: ClassVar[dict[str, Property[Any]]] = {}
 
     # Of the worker that it has been shared by.
-    _worker: Worker | None = None
+    _host: Participant | None = None
     _object_id = -1
     _uses = 0  # Messages that have carried it away, and that the hub has not said to be over.
     _local: weakref.ref[Reference] | None = None
@@ -113,8 +113,8 @@ class Property(Generic[T]):
 
 
 def _fire(service: Service, event: str, *arguments: Any, **named: Any) -> None:
-    if service._worker is not None:
-        service._worker.fire(service, event, argument_of(arguments, named))
+    if service._host is not None:
+        service._host.fire(service, event, argument_of(arguments, named))
 
 
 class Method:

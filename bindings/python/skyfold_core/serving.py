@@ -15,7 +15,7 @@ from .errors import Error, PromiseLost, RangeError, record_of
 
 if TYPE_CHECKING:
     from .service import Service
-    from .worker import Worker
+    from .participant import Participant
 
 MOST_SERVED = 100_000
 MOST_SERVED_BYTES = 1 << 30
@@ -25,8 +25,8 @@ Key = tuple[int, int, int]  # Who calls, the object, the number of the call.
 
 
 class Serving:
-    def __init__(self, worker: Worker) -> None:
-        self._worker = worker
+    def __init__(self, host: Participant) -> None:
+        self._host = host
         self._tasks: dict[Key, asyncio.Task[None]] = {}
         self._bytes = 0  # Of all calls whose task has not ended.
         self._unanswered = 0  # Numbers, downwards, for calls that have none.
@@ -102,7 +102,7 @@ class Serving:
         else:
             key = (source, service._object_id, request_id)
             self._cancel(key)  # Who uses a number again does not wait for the first answer.
-        task = self._worker.loop.create_task(self._carry_out(service, key, run), context=work)
+        task = self._host.loop.create_task(self._carry_out(service, key, run), context=work)
         self._tasks[key] = task
         return task
 
@@ -133,19 +133,19 @@ class Serving:
 
     def _answer(self, service: Service, source: int, request_id: int, result: Any) -> None:
         if 0 <= request_id < wire.NO_REQUEST:
-            encoded, noted = self._worker.encode(result)
-            self._worker.send_from(service, source, wire.result_payload(request_id, encoded), noted)
+            encoded, noted = self._host.encode(result)
+            self._host.send_from(service, source, wire.result_payload(request_id, encoded), noted)
 
     def _answer_error(self, service: Service, source: int, request_id: int, error: Exception) -> None:
         if 0 <= request_id < wire.NO_REQUEST:
             try:
-                encoded, _ = self._worker.encode(record_of(error))
+                encoded, _ = self._host.encode(record_of(error))
             except Error as unsendable:  # Its text is none.
-                encoded, _ = self._worker.encode(record_of(unsendable))
-            self._worker.send_from(service, source, wire.error_payload(request_id, encoded), None)
+                encoded, _ = self._host.encode(record_of(unsendable))
+            self._host.send_from(service, source, wire.error_payload(request_id, encoded), None)
         else:
             text = f"A call of {service._class_name} that is not answered has failed"
-            self._worker.loop.call_exception_handler({"message": text, "exception": error})
+            self._host.loop.call_exception_handler({"message": text, "exception": error})
 
 
 async def _itself(result: Awaitable[Any]) -> Any:

@@ -84,6 +84,8 @@ class PlayedHub:
         self._folder = tempfile.TemporaryDirectory()
         self.path = self._folder.name + "/hub"
         self.heard: list[Any] = []
+        self.reads = asyncio.Event()  # What has come is read while it is set.
+        self.reads.set()
 
     async def __aenter__(self) -> "PlayedHub":
         self._server = await asyncio.start_unix_server(self._serve, self.path)
@@ -100,7 +102,7 @@ class PlayedHub:
         self.writer = writer
         writer.write(self._hello)
         try:
-            while True:
+            while await self.reads.wait():
                 (size,) = struct.unpack("<I", await reader.readexactly(4))
                 self.heard.append(msgpack.unpackb(await reader.readexactly(size), strict_map_key=False))
         except (asyncio.IncompleteReadError, ConnectionError):

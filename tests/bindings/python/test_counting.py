@@ -78,9 +78,9 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         own = thing._object_id
         self.assertEqual((own, [each[9] for each in self.sent(4)], thing._uses), (3, [{own: "Thing"}] * 3, 3))
         await self.say(frame({1: 6, 5: own, 10: 2}))
-        self.assertEqual((thing._uses, list(self.worker._objects._held)), (1, [own]))
+        self.assertEqual((thing._uses, list(self.worker._participant.objects._held)), (1, [own]))
         await self.say(frame({1: 6, 5: own, 10: 1}))
-        self.assertEqual((thing._uses, list(self.worker._objects._held)), (0, []))
+        self.assertEqual((thing._uses, list(self.worker._participant.objects._held)), (0, []))
 
     async def test_a_dead_workers_objects_are_dead_from_the_start_and_nobody_elses_when_its_id_is_given_out_again(self) -> None:
         await self.say(event(7, 1 << 16 | 7, 8))
@@ -100,7 +100,9 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         self.worker._registry.take(first, new)
         await self.hub.barrier()
         self.assertEqual(self.hub.calls()[-1]["ARGUMENT"], [None, an_object(7)])
-        del first, second, late
+        await self.say(frame({1: 7, 4: 8}))
+        self.assertTrue(other.is_dead)
+        del first, second, other, late
         pair.clear()
         gc.collect()
         await self.hub.barrier()

@@ -121,6 +121,31 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
         finally:
             skyfold_core.serving.MOST_SERVED, skyfold_core.listening.MOST_WAITING = limits
 
+    async def test_a_hub_that_does_not_read_its_answers_is_read_no_further_until_it_does(self) -> None:
+        bound, skyfold_core.connection._PAUSING_BYTES = skyfold_core.connection._PAUSING_BYTES, 1 << 16
+        self.addCleanup(setattr, skyfold_core.connection, "_PAUSING_BYTES", bound)
+
+        class Doubler(skyfold_core.Service):
+            def double(self, text: str) -> str:
+                return text * 2
+
+        async with PlayedHub() as hub, skyfold_core.connect(hub.path) as worker:
+            connection = worker._participant._connection
+            doubler = Doubler()
+            worker.reference(doubler)
+            hub.reads.clear()
+            for number in range(200):
+                call = {"ARGUMENT": "x" * 50_000, "METHOD_NAME": "double", "REQUEST_ID": number, "TYPE": "CALL"}
+                hub.writer.write(message(doubler._object_id, 3, call))
+            async with asyncio.timeout(PATIENCE):
+                while not connection.is_paused:
+                    await asyncio.sleep(0)
+            self.assertLess(connection._transport.get_write_buffer_size(), 5_000_000)  # Of 20 MB.
+            self.assertGreater(hub.writer.transport.get_write_buffer_size(), 1_000_000)
+            hub.reads.set()
+            await hub.barrier()
+            self.assertEqual([each["REQUEST_ID"] for each in hub.calls()], list(range(200)))
+
     async def test_a_hub_that_gives_no_id_or_is_silent_or_absent_fails_to_be_joined(self) -> None:
         for hello, failure in (
             (b"", skyfold_core.OperationTimedOut),

@@ -171,11 +171,11 @@ class OfferingTest(ApplicationTest):
     async def test_each_object_is_held_as_long_as_somebody_has_it_and_no_longer(self) -> None:
         way = self.ways[0]
         made = await way.make()
-        self.assertEqual((len(self.owner._objects._held), await made.add(1)), (2, 11))
+        self.assertEqual((len(self.owner._participant.objects._held), await made.add(1)), (2, 11))
         again = await way.echo([made, made, {"x": made}])
         self.assertTrue(all(each is made for each in (again[0], again[1], again[2]["x"])))
         del made, again
-        await self.until(lambda: len(self.owner._objects._held) == 1)
+        await self.until(lambda: len(self.owner._participant.objects._held) == 1)
         lent = Shop()
         gone = weakref.ref(lent)
         self.assertEqual((await (await way.keep(lent)).add(2), lent._uses > 0), (12, True))
@@ -192,7 +192,7 @@ class OfferingTest(ApplicationTest):
         thread = threading.Thread(target=holders.clear)
         thread.start()
         thread.join()
-        await self.until(lambda: len(self.owner._objects._held) == 1)
+        await self.until(lambda: len(self.owner._participant.objects._held) == 1)
         with self.assertRaisesRegex(skyfold_core.Error, "can not be sent by"):
             await way.echo(self.ways[1])
 
@@ -224,7 +224,7 @@ class OfferingTest(ApplicationTest):
         await self.owner.close()
         with self.assertRaises(skyfold_core.ObjectDead):
             await waiting
-        self.assertEqual((quit_heard, self.owner._serving._tasks, self.owner._objects._held), ([True], {}, {}))
+        self.assertEqual((quit_heard, self.owner._participant.serving._tasks, self.owner._participant.objects._held), ([True], {}, {}))
         await self.until(lambda: self.ways[0].is_dead)
         with self.assertRaises(skyfold_core.Error):
             await self.owner.offer(Shop())
