@@ -92,9 +92,9 @@ class Pages:
         return f"[{text}](@ref {label(file)}{'_' + part if part else ''})"
 
 
-def public_headers():
-    """Those that are installed."""
-    listed = subprocess.run([ROOT / "scripts/public-headers"], check=True, capture_output=True, text=True).stdout.split()
+def public_headers(*options):
+    """Those that are installed; with "--named" those that programs include by name."""
+    listed = subprocess.run([ROOT / "scripts/public-headers", *options], check=True, capture_output=True, text=True).stdout.split()
     return [f"libs/{name}" for name in listed]
 
 
@@ -114,6 +114,9 @@ def with_shared_docstrings(text):
     above, documented, name = [], [], None # Docstring that is being read; that of the last declaration, and its name.
     for i, line in enumerate(lines):
         stripped = line.strip()
+        if re.fullmatch(r"friend [\w:]+;", stripped):
+            lines[i] = ""  # Doxygen looks for it in the wrong class.
+            continue
         if stripped.startswith("///"):
             above.append(stripped[3:].strip())
             continue
