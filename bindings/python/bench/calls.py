@@ -61,7 +61,7 @@ def main() -> None:
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build/release")
     parser.add_argument("--seconds", type=float, default=2.0, help="of each of the two")
     options = parser.parse_args()
-    hub = subprocess.Popen([options.build / "programs/hub"], stdout=subprocess.PIPE, text=True)
+    hub = subprocess.Popen([options.build / "programs/skyfold-hub"], stdout=subprocess.PIPE, text=True)
     assert hub.stdout is not None
     path = hub.stdout.readline().strip()
     pipe = "\\\\.\\pipe\\" + os.path.basename(path)

@@ -70,4 +70,4 @@ __all__ = [
     "within",
 ]
 
-__version__ = "1.0.0"
+__version__ = "0.1.0"

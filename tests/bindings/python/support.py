@@ -16,6 +16,7 @@ import skyfold_core
 
 BUILD = pathlib.Path(os.environ.get("TEST_BINARY_DIR", "build/dev"))
 logging.getLogger("asyncio").setLevel(logging.ERROR)  # Says of each step that it took long, which is the machine's load.
+logging.getLogger("skyfold_core").setLevel(logging.CRITICAL)  # Says what makes no sense, which tests send by the dozen.
 
 PATIENCE = 10.0  # Seconds; far more than anything here takes, also under a sanitizer.
 
@@ -24,7 +25,7 @@ class Application:
     """A hub and modules, as processes."""
 
     def __init__(self, *modules: str) -> None:
-        self.hub = subprocess.Popen([BUILD / "programs/hub"], stdout=subprocess.PIPE, text=True)
+        self.hub = subprocess.Popen([BUILD / "programs/skyfold-hub"], stdout=subprocess.PIPE, text=True)
         assert self.hub.stdout is not None
         self.path = self.hub.stdout.readline().strip()
         self.pipe = "\\\\.\\pipe\\" + os.path.basename(self.path)

@@ -1,7 +1,6 @@
 # What can break here: a hub, or a peer behind it, that says nonsense. Whatever it says, the process goes on, nothing waits for
 # ever, and a worker whose hub cannot be read any more says why.
 import asyncio
-import logging
 import struct
 import unittest
 
@@ -48,10 +47,6 @@ HARMLESS = [
 
 
 class HostileHubTest(unittest.IsolatedAsyncioTestCase):
-    def setUp(self) -> None:
-        logging.disable()
-        self.addCleanup(logging.disable, logging.NOTSET)
-
     async def test_what_cannot_be_read_ends_the_connection_and_all_that_waits_and_says_why(self) -> None:
         for name, (bad, why) in FATAL.items():
             with self.subTest(name):

@@ -9,11 +9,13 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import unittest.mock
+from typing import Any
 
 import skyfold_core
 from skyfold_core.stubs import module_of
 from skyfold_core.type_text import TypeReader, TypeTextError
-from support import Application, ApplicationTest, PlayedHub
+from support import PATIENCE, Application, ApplicationTest, PlayedHub
 
 README = pathlib.Path(skyfold_core.__file__).parents[1] / "README.md"
 
@@ -28,11 +30,25 @@ class ToolsTest(ApplicationTest):
     def tool(self, *arguments: str) -> subprocess.CompletedProcess[str]:
         return self.run_python("-m", "skyfold_core", "--pipe", self.application.path, *arguments)
 
-    def test_the_first_lines_of_the_readme_run_as_they_are(self) -> None:
-        code = re.search(r"```python\n(.*?)```", README.read_text(), re.DOTALL)
-        assert code is not None
-        ran = self.run_python("-c", code[1], SKYFOLD_CORE_PIPE=self.application.pipe)
+    async def test_the_programs_of_the_readme_run_as_they_are(self) -> None:
+        first, second = re.findall(r"```python\n(.*?)```", README.read_text(), re.DOTALL)
+        ran = await asyncio.to_thread(self.run_python, "-c", first, SKYFOLD_CORE_PIPE=self.application.pipe)
         self.assertEqual((ran.stdout, ran.stderr), ("Hello, Ada!\n", ""))
+        offering: dict[str, Any] = {"skyfold_core": skyfold_core, "__name__": "offering"}
+        exec(second, offering)
+        with unittest.mock.patch.dict(os.environ, SKYFOLD_CORE_PIPE=self.application.pipe):
+            main = asyncio.ensure_future(offering["main"]())
+            await asyncio.sleep(0)  # It has read the variable.
+        async with asyncio.timeout(PATIENCE):
+            while "events" not in await (greeter := await self.worker.find("Greeter"))["ipc.describe"]():
+                pass  # It is the module's one, which has none.
+        greeted = greeter.greeted.listen()
+        self.assertEqual([await greeter.greet("Bob"), await greeted.next()], ["Hello, Bob!", "Bob"])
+        main.cancel()
+
+    def test_the_version_is_that_of_the_library(self) -> None:
+        lists = (README.parents[2] / "CMakeLists.txt").read_text()
+        self.assertIn(f"VERSION {skyfold_core.__version__}", lists)
 
     def test_the_command_line_says_what_has_come_and_what_has_failed(self) -> None:
         for arguments, code, out, error in (
