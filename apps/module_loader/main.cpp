@@ -69,7 +69,8 @@ int runModule(const char* library, const char* pipePath, const char* workerTag, 
     std::signal(SIGINT, SIG_IGN);
     static auto& name = *new std::string(std::filesystem::path(library).stem());
     program_invocation_short_name = name.data(); // Reports call this process so.
-    if (const auto* app = core::AppInfo::find()) fn::PathManager::instance().setApplicationName(app->folderName());
+    core::AppInfo::adoptEnvironment();
+    fn::PathManager::instance().useRootOfModule(library);
     fn::SharedLibrary module;
     ipc::loadModule(module, library)(pipePath, workerTag, 1, hasParameters ? 1 : 0);
     return ipc::moduleExitCode();

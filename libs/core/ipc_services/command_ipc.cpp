@@ -1,6 +1,7 @@
 #include "core/ipc_services/command_ipc.h"
 #include "core/ipc/wire/message_helper.h"
 #include "core/ipc_services/detail/command_ipc_connection_private.h"
+#include "core/services/app_info.h"
 #include "foundation/io/directory_iterator.h"
 #include "foundation/io/file.h"
 #include "foundation/io/path.h"
@@ -113,7 +114,7 @@ CommandIPC::~CommandIPC()
 
 fn::String CommandIPC::pipePath()
 {
-    return R"(\\.\pipe\)" + fn::String("skyfold-command-ipc.") + fn::Environment::userName();
+    return R"(\\.\pipe\)" + core::AppInfo::commonId() + "-command-ipc." + fn::Environment::userName();
 }
 
 void CommandIPC::bind()
