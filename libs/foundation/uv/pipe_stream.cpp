@@ -78,6 +78,7 @@ void PipeStream::whenQueuedAtMost(std::size_t bytes, folly::Function<void()> cal
 std::size_t PipeStream::queuedBytes() const noexcept { return _private->queuedBytes(); }
 std::uint64_t PipeStream::sentBytes() const noexcept { return _private->sentBytes(); }
 bool PipeStream::isClosed() const noexcept { return _private->isClosed(); }
+bool PipeStream::isPeerHere() const noexcept { return _private->isPeerHere(); }
 String PipeStream::nativePath() const { return _private->endpointPath(); }
 
 } // namespace fn::uv

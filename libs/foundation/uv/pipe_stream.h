@@ -66,6 +66,9 @@ public:
     /// latest after `most`. A `close()` with unread bytes would look to the peer like a broken connection. Unconnected: as `close()`.
     void closeGently(Duration most, folly::Function<void()> completion = {});
 
+    /// Whether the process that has connected to this one's listener is this process itself. For an accepted connection.
+    bool isPeerHere() const noexcept;
+
     String nativePath() const; ///< The socket's path after `bind()`; empty otherwise.
 
     struct Private;

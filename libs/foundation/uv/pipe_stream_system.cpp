@@ -1,4 +1,5 @@
 #include "foundation/uv/detail/pipe_stream_private.h"
+#include "platform/peer_identity.h"
 #include "platform/pipe_path.h"
 #include <cerrno>
 #include <sys/socket.h>
@@ -121,6 +122,16 @@ int PipeStream::Private::startWrite(std::span<const uv_buf_t> parts)
 std::size_t PipeStream::Private::unwritten() const noexcept
 {
     return _simulated ? _simulated->unwritten() : uv_stream_get_write_queue_size(stream());
+}
+
+bool PipeStream::Private::isPeerHere() const noexcept
+{
+    if (_simulated) return _simulated->isPeerHere();
+    try {
+        return platform::peerIdentity(descriptor()).processId == ::getpid();
+    } catch (const IOException&) { // Closed.
+        return false;
+    }
 }
 
 void PipeStream::Private::shutdownSocket()

@@ -49,6 +49,7 @@ public:
         virtual std::ptrdiff_t receive(std::span<char> memory) = 0; ///< Does not wait. Bytes read, UV_EAGAIN or UV_EOF.
         virtual std::ptrdiff_t tryWrite(std::span<const uv_buf_t> parts) = 0; ///< Bytes taken at once, or UV_EAGAIN.
         virtual int write(std::span<const uv_buf_t> parts) = 0; ///< Borrows the bytes until `onWritten()`.
+        virtual bool isPeerHere() const noexcept = 0; ///< Whether the other end is in this process.
         virtual std::size_t unwritten() const noexcept = 0; ///< Bytes of `write()` that are not taken yet.
         virtual void shutdown() = 0; ///< Ends the stream for the peer: nothing more will be written.
         virtual void close() = 0; ///< `onClosed()` follows.

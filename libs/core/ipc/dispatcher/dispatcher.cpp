@@ -17,6 +17,8 @@ void Dispatcher::stop(const fn::Duration& delay, folly::Function<void()> callbac
     _hub->stop(delay, std::move(callback));
 }
 
+fn::Promise<void> Dispatcher::end(const fn::Duration& graceTime) { return _hub->end(graceTime); }
+
 fn::String Dispatcher::pipePath() const { return _hub->pipePath(); }
 const fn::AutoPtr<fn::uv::PipeStream>& Dispatcher::pipeStream() const { return _hub->pipeStream(); }
 fn::uv::Loop& Dispatcher::loop() const { return _hub->loop(); }

@@ -3,6 +3,7 @@
 #include "base/lifetime.h"
 #include "core/ipc/limits.h"
 #include "core/ipc/worker/worker.h"
+#include "foundation/promise.h"
 #include "foundation/signal.h"
 #include "foundation/uv/loop.h"
 #include "foundation/uv/pipe_stream.h"
@@ -55,6 +56,11 @@ public:
     /// worker: pending calls of the main process's services are rejected, and other workers' objects are dead here. When the
     /// tasks that this posts have run, the loop stops and `callback` is called. Cannot be cancelled.
     void stop(const fn::Duration& delay, folly::Function<void()> callback);
+
+    /// Sends QUIT likewise, and then waits until all participants of other processes have gone, for `graceTime` at most: then closes
+    /// the own worker, and fulfils the promise. The loop runs on. Leaves no timer, and can be called again: each promise is
+    /// fulfilled. A dispatcher that is destroyed before fulfils it, too.
+    fn::Promise<void> end(const fn::Duration& graceTime);
 
     fn::String pipePath() const;
     const fn::AutoPtr<fn::uv::PipeStream>& pipeStream() const; ///< Empty before `bind()`.

@@ -38,6 +38,7 @@ public:
     std::ptrdiff_t receive(std::span<char> memory) override;
     std::ptrdiff_t tryWrite(std::span<const uv_buf_t> parts) override;
     int write(std::span<const uv_buf_t> parts) override;
+    bool isPeerHere() const noexcept override { return _peer && &_peer->_process == &_process; }
     std::size_t unwritten() const noexcept override { return _unwritten; }
     void shutdown() override;
     void close() override;

@@ -48,6 +48,7 @@ struct PipeStream::Private final : SharedMember, System::SocketUser {
     void close(folly::Function<void()> completion);
     void closeGently(Duration most, folly::Function<void()> completion);
     bool isClosed() const noexcept { return _state >= State::Closing; }
+    bool isPeerHere() const noexcept;
     const String& endpointPath() const noexcept { return _endpoint.path(); }
 
     void flush() override;

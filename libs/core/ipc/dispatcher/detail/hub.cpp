@@ -7,6 +7,7 @@
 #include "core/ipc/message_bus.h"
 #include "core/ipc/wire/detail/message_codec.h"
 #include "core/ipc/wire/detail/message_dump.h"
+#include "core/services/app_info.h"
 #include "foundation/assertion.h"
 #include "foundation/io/file.h"
 #include "foundation/system/uuid.h"
@@ -28,7 +29,8 @@ constexpr std::size_t deathPart = 1000;
 
 fn::String newPipePath()
 {
-    return "\\\\.\\pipe\\skyfold-" + fn::UUIDGenerator::defaultGenerator().createOne().toString();
+    return "\\\\.\\pipe\\" + core::AppInfo::commonId() + "-"
+        + fn::UUIDGenerator::defaultGenerator().createOne().toString();
 }
 
 /// A name that a worker gives itself.
@@ -63,6 +65,7 @@ Hub::Hub(fn::uv::Loop& loop, const fn::Duration& timeout, const HubLimits& limit
 Hub::~Hub()
 {
     leaveBus();
+    if (!_ends.empty()) fulfillEnds();
     // Other code may hold the listener and the connections for a moment longer; once closed, they do not call this hub.
     if (_pipeStream) _pipeStream->close();
     for (const auto& connection : _connections) connection->close();
@@ -82,9 +85,7 @@ void Hub::start()
 
 void Hub::stop(const fn::Duration& delay, folly::Function<void()> callback)
 {
-    _isStopping = true;
-    const auto quit = plainMessage(type::QUIT);
-    for (const auto& connection : _connections) connection->send(quit);
+    tellToQuit();
     auto end = [&loop = _loop, callback = std::move(callback)]() mutable {
         loop.stop();
         if (callback) callback();
@@ -96,6 +97,44 @@ void Hub::stop(const fn::Duration& delay, folly::Function<void()> callback)
         loop.post(std::move(end)); // Runs after the tasks that closing the own worker has posted.
     };
     _loop.schedule(delay, std::move(task)).detach();
+}
+
+void Hub::tellToQuit()
+{
+    _isStopping = true;
+    const auto quit = plainMessage(type::QUIT);
+    for (const auto& connection : _connections) connection->send(quit);
+}
+
+fn::Promise<void> Hub::end(const fn::Duration& graceTime)
+{
+    tellToQuit();
+    auto promise = fn::Promise<void>::create();
+    _ends.push_back(promise);
+    const auto finish = [this] { finishEnd(); };
+    _graceTimer = _loop.schedule(hasOthers() ? graceTime : fn::Duration(), finish);
+    return promise;
+}
+
+/// Whether there are connections of other processes.
+bool Hub::hasOthers() const
+{
+    return !std::ranges::all_of(_connections, &WorkerConnection::isHere, &Connection::operator*);
+}
+
+void Hub::finishEnd()
+{
+    _graceTimer.invalidate();
+    closeOwnWorker();
+    fulfillEnds();
+}
+
+/// In a task, which runs after those that closing the own worker has posted.
+void Hub::fulfillEnds()
+{
+    _loop.post([ends = std::exchange(_ends, {})] {
+        for (const auto& promise : ends) promise.fulfill();
+    });
 }
 
 void Hub::onConnection(const fn::uv::Status& status)
@@ -319,6 +358,7 @@ void Hub::workerDied(const Connection& connection)
     if (connection->isIdentified()) _workers.erase(connection->info().workerId);
     _dying.push_back({ connection, {} });
     if (_dying.size() == 1) endFirstDying();
+    if (!_ends.empty() && !hasOthers()) finishEnd();
 }
 
 /// Takes the worker that died first, and drops one part of the counts of the objects that it owned or held. Behind the last

@@ -29,6 +29,7 @@ public:
     void bind();
     void start();
     void stop(const fn::Duration& delay, folly::Function<void()> callback);
+    fn::Promise<void> end(const fn::Duration& graceTime);
     std::vector<WorkerStatistics> workers() const;
 
     fn::uv::Loop& loop() const { return _loop; }
@@ -58,6 +59,10 @@ private:
     void joinBus(ObjectInstance& relay);
     void leaveBus();
     void closeOwnWorker();
+    void tellToQuit();
+    bool hasOthers() const;
+    void finishEnd();
+    void fulfillEnds();
     void onWorkerMessage(const Connection& connection, const MessageView& message);
     void onHello(const Connection& connection, const MessageView& message);
     void onMessage(const Connection& connection, const MessageView& message);
@@ -98,7 +103,9 @@ private:
     std::unique_ptr<Worker> _worker;
     fn::AutoPtr<RegistryImpl> _registry;
     fn::AutoPtr<MessageBus> _bus; // Installed by this hub; empty where the process had an `ipc::MessageBus` before.
-    bool _isStopping = false;
+    bool _isStopping = false; // Everybody has been told to quit, and each newcomer will be.
+    std::vector<fn::Promise<void>> _ends; // Of `end()`, until it is over.
+    fn::Handle _graceTimer;
     fn::Lifetime _lifetime;
 };
 

@@ -50,6 +50,7 @@ void Hub::WorkerConnection::accept(fn::uv::PipeStream& listener)
 {
     _stream = fn::makeAuto<fn::uv::PipeStream>(_hub._loop, false);
     _stream->accept(listener);
+    _isHere = _stream->isPeerHere();
     _helloTimer = fn::uv::Timer::schedule(_hub._loop, limits::helloTimeout, [this] { onHelloOverdue(); });
     _messageHelper.setStream(_stream);
 }

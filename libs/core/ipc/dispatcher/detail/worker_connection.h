@@ -37,6 +37,7 @@ public:
     void identify(WorkerInfo info); ///< The worker has said HELLO; `info` tells its id and names.
     bool isIdentified() const { return _info.workerId != NO_WORKER_ID; }
     bool isOwnWorker() const { return _info.workerId == 0; }
+    bool isHere() const { return _isHere; } ///< Whether the worker is in the process of the hub.
     bool isClosed() const { return !_stream || _stream->isClosed(); }
     WorkerStatistics statistics() const;
     WorkerIds::Listener& listener() { return _listener; } ///< Knows which deaths the worker has been told.
@@ -72,6 +73,7 @@ private:
     WorkerIds::Listener _listener;
     WorkerInfo _info;
     fn::AutoPtr<fn::uv::PipeStream> _stream;
+    bool _isHere = false;
     fn::Handle _notRespondingTimer;
     fn::Handle _pingTimer;
     MessageHelper _messageHelper;
