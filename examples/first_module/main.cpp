@@ -1,4 +1,4 @@
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "greeter.h"
 #include <cstdio>
 

@@ -1,7 +1,7 @@
 // Rung 1: one call. An interface is what two processes agree on, a service carries it out, and a program calls it.
 //
 // This file is compiled twice: as the module 1_one_call, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <cstdio>

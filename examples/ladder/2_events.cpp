@@ -1,7 +1,7 @@
 // Rung 2: events. A service fires them; everybody who has a reference, in whichever process, can hear them.
 //
 // This file is compiled twice: as the module 2_events, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 // Rung 3: a property. A value that belongs to a service; others read it, or watch it: its value now, and then each new one.
 //
 // This file is compiled twice: as the module 3_property, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <fmt/format.h>

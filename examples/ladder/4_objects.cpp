@@ -1,7 +1,7 @@
 // Rung 4: objects given and lent. A reference to an object is an argument or a result like any other value.
 //
 // This file is compiled twice: as the module 4_objects, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <fmt/format.h>

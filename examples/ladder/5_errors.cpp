@@ -2,7 +2,7 @@
 //
 // This file is compiled twice: as the module 5_errors, which gets a process of its own, and as the program that starts it.
 #include "base/exception_factory.h"
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <fmt/format.h>

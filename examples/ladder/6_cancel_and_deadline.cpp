@@ -1,7 +1,7 @@
 // Rung 6: cancel and deadline. Who waits no longer says so, or sets a limit; the service's coroutine ends where it waits.
 //
 // This file is compiled twice: as the module 6_cancel_and_deadline, which gets a process of its own, and as the program.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include <fmt/format.h>

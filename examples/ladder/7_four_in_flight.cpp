@@ -1,7 +1,7 @@
 // Rung 7: many calls at a time, but no more than four.
 //
 // This file is compiled twice: as the module 7_four_in_flight, which gets a process of its own, and as the program.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include "foundation/coroutine/join.h"

@@ -1,7 +1,7 @@
 // Rung 8: a relaunch survived. A module that ends is started anew, and an ipc::Remote finds its next object.
 //
 // This file is compiled twice: as the module 8_relaunch, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"

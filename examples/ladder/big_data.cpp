@@ -1,7 +1,7 @@
 // Big data: in pieces, a few of them under way, to an object that the receiver lends.
 //
 // This file is compiled twice: as the module big_data, which gets a process of its own, and as the program that starts it.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"
 #include "foundation/coroutine/scope.h"

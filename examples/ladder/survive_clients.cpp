@@ -1,7 +1,7 @@
 // A service that survives its clients: what it keeps for one of them goes when that one goes, in whatever way.
 //
 // This file is compiled twice: as the module survive_clients, which is the client here, and as the program, which has the service.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/run_module.h"

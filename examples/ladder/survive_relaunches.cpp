@@ -1,7 +1,7 @@
 // A reference that survives relaunches, with a service that knows nothing any more when it begins anew.
 //
 // This file is compiled twice: as the module survive_relaunches, which gets a process of its own, and as the program.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/remote.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/service_module.h"

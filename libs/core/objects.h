@@ -1,7 +1,9 @@
 #pragma once
 // All that a user of objects needs: applications, modules, interfaces, services, and calls.
 // docs/headers.md says which headers are for whom.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
+#include "core/application/application_options.h"
+#include "core/application/single_instance.h"
 #include "core/ipc/interface/codec.h"
 #include "core/ipc/interface/codec_containers.h"
 #include "core/ipc/interface/event.h"

@@ -10,6 +10,7 @@
 #include "core/ipc_services/inspector/publish_inspector.h"
 #include "core/ipc_services/inspector/register_inspector_registry.h"
 #include "core/ipc_services/inspector/registry_inspector.h"
+#include "core/services/app_identity.h"
 #include "core/services/app_info.h"
 #include "core/services/app_nap_preventer.h"
 #include "core/services/console_log_post_processor.h"

@@ -1,6 +1,6 @@
 #pragma once
 // What the code of docs/tour/02-calls.md finds.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/remote.h"
 #include "examples/ladder/9_thumbnails/cache.h"
 #include "examples/ladder/9_thumbnails/watcher.h"

@@ -1,6 +1,6 @@
 #pragma once
 // What the code of docs/interfaces.md finds.
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/event.h"
 #include "core/ipc/interface/method.h"
 #include "core/ipc/interface/property.h"

@@ -1,6 +1,6 @@
 // Rung 9: a thumbnail server of three modules. One watches a folder, one decodes pictures, one keeps what has been decoded.
 #include "cache.h"
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/ipc/interface/remote.h"
 #include "foundation/coroutine/channel.h"
 #include "watcher.h"

@@ -1,9 +1,9 @@
 #include "skyfold/inspect.h"
+#include "core/application/single_instance.h"
 #include "core/ipc/run_module.h"
 #include "skyfold/ending_signals.h"
 #include "skyfold/hub_address.h"
 #include "skyfold/inspector_browser.h"
-#include "skyfold/single_instance.h"
 #include <cstdio>
 
 namespace media {
@@ -38,7 +38,7 @@ private:
 
 int inspectRunning()
 {
-    const auto address = SingleInstance::isRunning() ? HubAddress::find() : std::nullopt;
+    const auto address = ipc::SingleInstance::isRunning() ? HubAddress::find() : std::nullopt;
     if (!address) return -1;
     auto visitor = std::make_unique<Visitor>(*address);
     const int received = runUntilSignal(fn::RunLoop::defaultLoop().uvLoop());

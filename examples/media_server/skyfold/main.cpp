@@ -1,7 +1,6 @@
 #include "api/text.h"
 #include "core/services/app_info.h"
 #include "core/services/logging_profile/logging_profiles.h"
-#include "foundation/run_loop.h"
 #include "foundation/system/path_manager.h"
 #include "skyfold/actions.h"
 #include "skyfold/inspect.h"
@@ -18,15 +17,6 @@ void startLogging(const media::Options& options)
     if (options.logPriority) core::setConsoleThreshold(*options.logPriority);
 }
 
-/// The command for a program that runs already.
-media::Command toCommand(const media::Options& options)
-{
-    media::Command command;
-    command.flipVerbose = options.verbose;
-    if (options.action == media::Options::Action::Scan) command.scan = options.run;
-    return command;
-}
-
 int scan(media::Options options)
 {
     if (options.run.dataFolder.empty())
@@ -35,17 +25,8 @@ int scan(media::Options options)
     if (options.inspect) {
         if (const auto exitCode = media::inspectRunning(); exitCode >= 0) return exitCode;
     }
-    media::SingleInstance instance;
-    if (!instance.beginOrHandOver(fn::RunLoop::defaultLoop().uvLoop(), toCommand(options).toValue())) {
-        std::fputs(options.action == media::Options::Action::Scan ? "Handed over to the Skyfold that is running.\n"
-                                                                  : "Verbose logging has been switched.\n",
-            options.run.json ? stderr : stdout);
-        return 0;
-    }
     const media::TerminalErrors errors;
-    startLogging(options);
-    if (options.verbose) core::setEnableVerboseLogging(true);
-    return media::Program(std::move(options), instance).run();
+    return media::Program(std::move(options)).run();
 }
 
 } // namespace

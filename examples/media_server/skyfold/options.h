@@ -13,6 +13,7 @@ struct Options {
     bool verbose = false; ///< Flips verbose logging, or turns it on at the start.
     RunOptions run; ///< `dataFolder` is empty if none was given.
     core::AppInfo::App app = core::AppInfo::App::Skyfold;
+    bool isSingle = true; ///< Whether a program that runs already is handed this one's folder.
     bool inspect = false; ///< Browse the inspectors on the terminal, until the user quits.
     bool inspectWeb = false; ///< Serve the inspectors to a browser; the program stays until a signal ends it.
     std::optional<int> logPriority;

@@ -3,44 +3,50 @@
 #include "base/exceptions.h"
 #include "core/ipc/interface/service.h"
 #include "core/ipc/registry.h"
-#include "core/ipc/run_module.h"
 #include "core/ipc_services/inspector/dispatcher_inspector.h"
 #include "core/ipc_services/inspector/modules_inspector.h"
 #include "core/ipc_services/inspector/publish_inspector.h"
 #include "core/ipc_services/inspector/register_inspector_registry.h"
 #include "core/ipc_services/inspector/registry_inspector.h"
+#include "core/services/app_info.h"
 #include "core/services/logging_profile/logging_profiles.h"
 #include "foundation/coroutine/next.h"
 #include "foundation/logging/logging.h"
 #include "foundation/message_bus.h"
-#include "foundation/run_loop.h"
 #include "inspector_web/announcement.h"
-#include "skyfold/ending_signals.h"
+#include "skyfold/command.h"
 #include "skyfold/hub_address.h"
+#include "skyfold/inspector_browser.h"
 #include <cstdio>
 
 namespace media {
 namespace {
 
-constexpr int failed = 1;
-constexpr int signalled = 128; // The exit code is this plus the signal's number.
-
-constexpr auto notRespondingTimeout = fn::Duration::seconds(30);
-
-// How long a user who has pressed Ctrl-C waits for a module that hangs. On a busy machine other modules need a part of it.
-constexpr auto graceTime = fn::Duration::seconds(2);
-
 constexpr std::size_t mostWaitingScans = 1000;
 
 constexpr auto& category = fn::logging::category<"mediaServer.skyfold">;
 
-std::vector<ipc::ModuleDefinition*> modulesOf(const Options& options)
+/// The command for a program that runs already.
+fn::Value commandOf(const Options& options)
 {
-    const auto create = [](const char* name, bool isConsole) {
-        return ipc::ModuleDefinition::create(name, "module_loader", isConsole, isConsole, false);
+    Command command;
+    command.flipVerbose = options.verbose;
+    if (options.action == Options::Action::Scan) command.scan = options.run;
+    return command.toValue();
+}
+
+ipc::ApplicationOptions applicationOptions(const Options& options)
+{
+    const auto identity = core::AppInfo::identityOf(options.app);
+    ipc::ApplicationOptions result { .name = identity.name, .id = identity.id, .version = identity.version };
+    result.isSingle = options.isSingle;
+    result.command = commandOf(options);
+    result.onHandedOver = [isScan = options.action == Options::Action::Scan, isJson = options.run.json] {
+        std::fputs(isScan ? "Handed over to the Skyfold that is running.\n" : "Verbose logging has been switched.\n",
+            isJson ? stderr : stdout);
     };
-    std::vector result { create("console", true), create("library", false), create("scanner", false) };
-    if (options.inspectWeb) result.push_back(create("inspector_web", false));
+    result.logPriority = options.logPriority;
+    result.isVerbose = options.verbose;
     return result;
 }
 
@@ -53,60 +59,53 @@ public:
 
     RunOptions options() { return _program._options.run; }
     fn::Promise<std::optional<RunOptions>> nextScan() { return _program.nextScan(); }
-    void finish(const Ending& ending) { _program.end(ending); }
+    void finish(const Ending& ending) { _program._onFinish.fire(ending); }
 
 private:
     Program& _program;
 };
 
-Program::Program(Options options, SingleInstance& instance)
-    : _options(std::move(options)),
-      _instance(instance),
-      _loop(fn::RunLoop::defaultLoop().uvLoop()),
-      _dispatcher(std::in_place, _loop, notRespondingTimeout),
-      _manager(*_dispatcher, modulesOf(_options)),
-      _ending { failed, "The console has ended unexpectedly." }
+Program::Program(Options options) : _options(std::move(options)), _app(applicationOptions(_options))
 {
+    _app.addModule("console", { .inMainProcess = true });
+    _app.addModule("library");
+    _app.addModule("scanner");
+    if (_options.inspectWeb) _app.addModule("inspector_web");
+    _app.scope().connect(_app.onCommand(), [this](const fn::Value& value) { onCommand(value); });
+    for (const auto* name : { inspector_web::addressMessage, inspector_web::failureMessage }) {
+        _app.scope().connect(fn::MessageBus::instance().onMessage(name),
+            [this](const fn::String& name, const fn::Value& body) { onAnnouncement(name, body); });
+    }
 }
-
-Program::~Program() = default;
 
 int Program::run()
 {
-    const EndingSignals signals(_loop, [this](int signal) { end({ signalled + signal, {} }); });
-    _scope.connect(_dispatcher->onReady(), [this] { onReady(); });
-    _scope.connect(_manager.onFatalError(), [this](const fn::String& message) { end({ failed, message }); });
-    for (const auto* name : { inspector_web::addressMessage, inspector_web::failureMessage }) {
-        _scope.connect(fn::MessageBus::instance().onMessage(name),
-            [this](const fn::String& name, const fn::Value& body) { onAnnouncement(name, body); });
-    }
-    _instance.accept([this](const fn::Value& value) { onCommand(value); });
-    _dispatcher->bind();
-    const HubAddress address(_dispatcher->pipePath());
-    _dispatcher->start();
-    _manager.start(); // The entry point of the console's module runs the loop.
-    endAll();
-    if (!_ending.message.empty()) std::fprintf(stderr, "skyfold: %s\n", _ending.message.c_str());
-    return _ending.exitCode;
+    return _app.run([this] { return main(); });
 }
 
-void Program::onReady()
+fn::Promise<int> Program::main()
 {
-    auto& worker = _dispatcher->worker();
+    const HubAddress address(_app.dispatcher().pipePath());
+    offerObjects();
+    if (_options.inspect) {
+        InspectorBrowser browser(_app.worker());
+        co_await browser.run();
+        co_return 0;
+    }
+    const auto ending = co_await fn::next(_onFinish);
+    _app.end(ending.exitCode, ending.message);
+    co_return ending.exitCode;
+}
+
+void Program::offerObjects()
+{
+    auto& worker = _app.worker();
     worker.registry()->registerObject(fn::makeAuto<ApplicationService>(worker, *this), 0);
     core::registerInspectorRegistry(worker);
     // The inspectors of the main process. Modules publish their own.
-    core::publishInspector(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(*_dispatcher));
-    core::publishInspector(worker, "Registry", fn::makeAuto<core::RegistryInspector>(*_dispatcher));
-    core::publishInspector(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_manager));
-    if (_options.inspect) _scope.start(browse());
-}
-
-fn::Promise<void> Program::browse()
-{
-    InspectorBrowser browser(_dispatcher->worker());
-    co_await browser.run();
-    end({});
+    core::publishInspector(worker, "Workers", fn::makeAuto<core::DispatcherInspector>(_app.dispatcher()));
+    core::publishInspector(worker, "Registry", fn::makeAuto<core::RegistryInspector>(_app.dispatcher()));
+    core::publishInspector(worker, "Modules", fn::makeAuto<core::ModulesInspector>(_app.modules()));
 }
 
 fn::Promise<std::optional<RunOptions>> Program::nextScan()
@@ -116,7 +115,7 @@ fn::Promise<std::optional<RunOptions>> Program::nextScan()
         // Another start that comes when this program has closed runs the modules itself, when this one has ended.
         if (stays)
             co_await fn::next(_onScan);
-        else if (co_await _instance.closeUnless([this] { return !_nextScans.empty(); }))
+        else if (co_await _app.singleInstance().closeUnless([this] { return !_nextScans.empty(); }))
             co_return std::nullopt;
     }
     auto next = std::move(_nextScans.front());
@@ -150,26 +149,6 @@ void Program::onCommand(const fn::Value& value)
         FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
             exception.what());
     }
-}
-
-/// Ends the program. Only the first call counts.
-void Program::end(const Ending& ending)
-{
-    if (std::exchange(_isEnding, true)) return;
-    _ending = ending;
-    _instance.close();
-    _manager.stop();
-    _dispatcher->stop(fn::Duration(), {});
-}
-
-void Program::endAll()
-{
-    _isEnding = true; // The loop may have ended for another reason. From now on signals change nothing.
-    _scope.end();
-    _manager.stop();
-    ipc::endModules();
-    _dispatcher.reset(); // Processes that have not read QUIT see the end of their connection.
-    _manager.end(graceTime);
 }
 
 } // namespace media

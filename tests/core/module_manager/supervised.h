@@ -1,5 +1,5 @@
 #pragma once
-#include "core/ipc/application.h"
+#include "core/application/application.h"
 #include "core/simulation/world.h"
 #include "foundation/coroutine/next.h"
 #include "foundation/coroutine/sleep.h"

@@ -25,11 +25,10 @@ public:
     {
         fn::Environment::set("XDG_RUNTIME_DIR", _folder.file(""));
         fn::Environment::set("XDG_CONFIG_HOME", _folder.file("config"));
-        core::AppInfo::initialize(core::AppInfo::App::Skyfold);
         media::Options options;
         options.run = { .folder = _folder.file("files"), .dataFolder = _folder.file("data"), .json = true };
-        media::SingleInstance instance;
-        return media::Program(std::move(options), instance).run();
+        options.isSingle = false;
+        return media::Program(std::move(options)).run();
     }
 
     std::int64_t inCatalogue() const

@@ -1,14 +1,17 @@
 #pragma once
 #include "core/ipc_services/command_ipc.h"
 #include "core/services/process_lock.h"
+#include "foundation/promise.h"
 #include "foundation/uv/loop.h"
 #include <folly/Function.h>
+#include <functional>
 #include <optional>
 
-namespace media {
+namespace ipc {
 
-/// One program of a user runs the modules; other starts of it hand over their commands. Belongs to the loop's thread.
-class SingleInstance {
+/// One program of a user runs an application; other starts of it hand over their commands, by core::CommandIPC. So do applications
+/// of one family (`core::AppInfo::commonId()`). Belongs to the loop's thread; `core::AppInfo` is initialized.
+class FN_EXPORT SingleInstance {
 public:
     using OnCommand = folly::Function<void(const fn::Value& command)>;
 
@@ -17,11 +20,14 @@ public:
     SingleInstance& operator=(const SingleInstance&) = delete;
     ~SingleInstance();
 
-    /// True if this is the program that runs the modules; false if `command` has been handed to the program that does. Waits some
-    /// seconds for a program that is just starting or ending, then throws `fn::RuntimeException`.
-    bool beginOrHandOver(fn::uv::Loop& loop, const fn::Value& command);
+    enum class Role { First, Second };
 
-    static bool isRunning(); ///< Whether some program runs the modules.
+    /// First if this program runs the application from now on; Second if `command` has been handed to the program that does. Waits
+    /// some seconds for a program that is just starting or ending, then throws `fn::RuntimeException`. Runs the loop; if
+    /// `isCancelled()` then says so: nothing.
+    std::optional<Role> begin(fn::uv::Loop& loop, const fn::Value& command, const std::function<bool()>& isCancelled);
+
+    static bool isRunning(); ///< Whether some program of the user runs the application.
 
     void accept(OnCommand onCommand); ///< From now on this program takes commands of other starts.
     void close(); ///< This program takes no more commands: later starts wait for its end.
@@ -36,4 +42,4 @@ private:
     fn::Handle _connection;
 };
 
-} // namespace media
+} // namespace ipc
