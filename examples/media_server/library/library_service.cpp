@@ -14,9 +14,7 @@ namespace {
 constexpr int lockAttempts = 20;
 constexpr auto lockInterval = fn::Duration::milliseconds(50);
 
-constexpr const char* site = "examples/media_server/library";
-
-constexpr auto& category = fn::logging::category<"mediaServer.library">;
+FN_LOG_CATEGORY("mediaServer.library");
 
 void makeFolder(const fn::String& path)
 {
@@ -34,21 +32,20 @@ void makeFolder(const fn::String& path)
 std::vector<std::size_t> LibraryService::compare(const FoundFiles& found)
 {
     auto positions = catalogue().compare(found.scan, found.files);
-    FN_LOG_TO(
-        category(), fn::logging::Log, {}, site, "{} of {} files have changed", positions.size(), found.files.size());
+    FN_LOG(Log, "{} of {} files have changed", positions.size(), found.files.size());
     return positions;
 }
 
 void LibraryService::store(const ScannedFiles& scanned)
 {
     catalogue().store(scanned.scan, scanned.files);
-    FN_LOG_TO(category(), fn::logging::Log, {}, site, "Stored {} files", scanned.files.size());
+    FN_LOG(Log, "Stored {} files", scanned.files.size());
 }
 
 fn::Promise<void> LibraryService::open(fn::String dataFolder)
 {
     if (_catalogue && _dataFolder == dataFolder) co_return;
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Opening the catalogue in {}", printable(dataFolder));
+    FN_LOG(Info, "Opening the catalogue in {}", printable(dataFolder));
     _catalogue.reset();
     _lock.reset();
     makeFolder(dataFolder);

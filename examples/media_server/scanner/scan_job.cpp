@@ -14,9 +14,7 @@ namespace {
 constexpr auto tellInterval = fn::Duration::milliseconds(100); // How often progress is told during the walk.
 constexpr std::size_t fewestBatches = 16; // Also of a small folder, so that progress is seen.
 
-constexpr auto& category = fn::logging::category<"mediaServer.scanner">;
-
-constexpr const char* site = "examples/media_server/scanner";
+FN_LOG_CATEGORY("mediaServer.scanner");
 
 /// Empty for a file that cannot be read, for whatever reason: the file is counted, and the scan goes on.
 fn::String hashOf(const fn::String& path)
@@ -24,7 +22,7 @@ fn::String hashOf(const fn::String& path)
     try {
         return core::ResourceHash::forFile(path);
     } catch (const fn::FileException& exception) {
-        FN_LOG_TO(category(), fn::logging::Info, {}, site, "Can not read {}", exception.what());
+        FN_LOG(Info, "Can not read {}", exception.what());
         return {};
     }
 }
@@ -35,14 +33,14 @@ ScanJob::ScanJob(fn::RunLoop& loop, ScanOrder order) : _loop(loop), _order(std::
 
 fn::Promise<PathSample> ScanJob::run()
 {
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanning {}", printable(_order.folder));
+    FN_LOG(Info, "Scanning {}", printable(_order.folder));
     co_await walk();
     co_await tell(); // Also of an empty folder.
     std::vector<fn::Promise<void>> underWay;
     underWay.reserve(batchesUnderWay);
     for (int i = 0; i < batchesUnderWay; ++i) underWay.push_back(handleBatches());
     co_await fn::all(std::move(underWay));
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Scanned {} files", _done);
+    FN_LOG(Info, "Scanned {} files", _done);
     co_return _walk.unreadableFolders();
 }
 
@@ -73,7 +71,7 @@ fn::Promise<void> ScanJob::walk()
     }
     _walking = false;
     const auto files = _walk.files().size();
-    FN_LOG_TO(category(), fn::logging::Debug, {}, site, "Found {} files", files);
+    FN_LOG(Debug, "Found {} files", files);
     _batchFiles = std::clamp<std::size_t>(files / fewestBatches, 1, largestBatch);
 }
 
@@ -91,7 +89,7 @@ fn::Promise<void> ScanJob::handleBatches()
             co_await _order.library->store(scanned);
         }
         _done += batch.files.size();
-        FN_LOG_TO(category(), fn::logging::Log, {}, site, "{} of {} files are done", _done, _walk.files().size());
+        FN_LOG(Log, "{} of {} files are done", _done, _walk.files().size());
         co_await tell();
         --_underWay;
     }

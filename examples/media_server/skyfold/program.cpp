@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t mostWaitingScans = 1000;
 
-constexpr auto& category = fn::logging::category<"mediaServer.skyfold">;
+FN_LOG_CATEGORY("mediaServer.skyfold");
 
 /// The command for a program that runs already.
 fn::Value commandOf(const Options& options)
@@ -141,13 +141,11 @@ void Program::onCommand(const fn::Value& value)
         if (!command.scan) return;
         if (_nextScans.size() >= mostWaitingScans) throw fn::RuntimeException("Too many folders are waiting");
         command.scan->json = _options.run.json;
-        FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "{} is to be scanned, too",
-            command.scan->folder.view());
+        FN_LOG(Info, "{} is to be scanned, too", command.scan->folder.view());
         _nextScans.push_back(std::move(*command.scan));
         _onScan.fire();
     } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Info, {}, "examples/media_server/skyfold", "Ignoring a command: {}",
-            exception.what());
+        FN_LOG(Info, "Ignoring a command: {}", exception.what());
     }
 }
 

@@ -16,7 +16,7 @@ namespace {
 constexpr auto busTimeout = fn::Duration::seconds(20);
 constexpr auto parametersTimeout = fn::Duration::seconds(20);
 
-constexpr auto& category = fn::logging::category<"ipc.module">;
+FN_LOG_CATEGORY("ipc.module");
 
 } // namespace
 
@@ -111,8 +111,7 @@ fn::Promise<void> Module::fetchParameters()
 
 void Module::fail(const fn::String& why)
 {
-    FN_LOG_TO(category(), 2, fn::logging::Tag(), "libs/core/ipc/module", "Module {} can not run: {}",
-        _worker.displayName(), why);
+    FN_LOG(Warning, "Module {} can not run: {}", _worker.displayName(), why);
     if (!_hasOwnProcess) return;
     internal::setModuleExitCode(1);
     terminate();

@@ -15,10 +15,9 @@
 namespace core {
 namespace {
 
-constexpr auto site = "libs/core/command_ipc";
 constexpr auto backupMark = ".bk-"; // Stands between the endpoint's name and a UUID.
 
-constexpr auto& category = fn::logging::category<"core.commandIPC">;
+FN_LOG_CATEGORY("core.commandIPC");
 
 fn::uv::Loop& loopHere()
 {
@@ -219,7 +218,7 @@ fn::String CommandIPC::movedTo() const
 /*static*/ void CommandIPC::send(fn::Value command, folly::Function<void()> done)
 {
     auto tell = [done = std::move(done)](const fn::String& error) mutable {
-        if (!error.empty()) FN_LOG_TO(category(), fn::logging::Error, {}, site, "CommandIPC failed: {}", error.view());
+        if (!error.empty()) FN_LOG(Error, "CommandIPC failed: {}", error.view());
         if (done) done();
     };
     fn::makeAuto<IPCSender>(std::move(command), loopHere(), std::move(tell))->start(pipePath());

@@ -7,9 +7,7 @@
 namespace core::detail {
 namespace {
 
-constexpr auto site = "libs/core/command_ipc";
-
-constexpr auto& category = fn::logging::category<"core.commandIPC">;
+FN_LOG_CATEGORY("core.commandIPC");
 
 } // namespace
 
@@ -83,14 +81,14 @@ void CommandConnection::onTimer()
     if (_loop.clock().monotonic() - since < limit) return lookAgainLater();
     _stream->readPending(); // After a busy turn of the loop the command may have arrived unread.
     if (_silentSince != since || _stream->isClosed()) return;
-    FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection that brought no command in time");
+    FN_LOG(Warning, "Closed a connection that brought no command in time");
     _stream->readEnd(); // Reads what the client has written until now; a later write fails.
     close();
 }
 
 void CommandConnection::fail(const fn::uv::Status& status)
 {
-    FN_LOG_TO(category(), fn::logging::Warning, {}, site, "Closed a connection: {}", status.what().view());
+    FN_LOG(Warning, "Closed a connection: {}", status.what().view());
     close();
 }
 

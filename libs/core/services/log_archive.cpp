@@ -19,7 +19,6 @@
 namespace core {
 namespace {
 
-constexpr auto site = "libs/core/log_archive";
 constexpr int onlyItsUser = 0600;
 constexpr int compressionLevel = 5;
 constexpr std::size_t chunkBytes = 4096;
@@ -28,7 +27,7 @@ constexpr std::string_view partSuffix = ".part";
 // A general purpose bit of the ZIP format. Names without it are read in some old code page.
 constexpr uLong namedInUtf8 = 1 << 11;
 
-constexpr auto& category = fn::logging::category<"core.logArchive">;
+FN_LOG_CATEGORY("core.logArchive");
 
 /// The file that minizip writes. After its first failure, or when it is told to, it writes nothing and reports success, since
 /// minizip frees everything only after success.
@@ -217,8 +216,7 @@ fn::String LogArchive::createLogArchive()
     try {
         return writeArchive();
     } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Unexpected exception while zipping and copying logs: {}",
-            exception.what());
+        FN_LOG(Error, "Unexpected exception while zipping and copying logs: {}", exception.what());
     } catch (...) {
         // Out of memory: the empty path says enough.
     }

@@ -12,12 +12,11 @@
 namespace core {
 namespace {
 
-constexpr auto site = "libs/core/network_signature";
 constexpr auto unknownSignature = "??????:????????????";
 
 constexpr std::array recheckDelays { fn::Duration(3'000'000), fn::Duration(6'000'000), fn::Duration(10'000'000) };
 
-constexpr auto& category = fn::logging::category<"core.networkSignature">;
+FN_LOG_CATEGORY("core.networkSignature");
 
 /// The adapters in their buffer, which their pointers point into.
 using AdapterBuffer = std::unique_ptr<std::byte[]>;
@@ -82,8 +81,7 @@ fn::MacAddress macAddress(const fn::IPAddress& gateway)
         return fn::MacAddress::fromIPAddress(gateway);
     } catch (fn::Exception& exception) {
         exception.removeStackTrace();
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Failed to determine mac address for gateway {}: {}",
-            gateway.toString(), exception.what());
+        FN_LOG(Error, "Failed to determine mac address for gateway {}: {}", gateway.toString(), exception.what());
         return {};
     }
 }
@@ -148,7 +146,7 @@ NetworkSignature::NetworkSignature(fn::RunLoop& loop, fn::NetworkStateNotifier& 
       _loop(loop),
       _notifier(notifier)
 {
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Initial network signature: {}", _signature);
+    FN_LOG(Info, "Initial network signature: {}", _signature);
     if (fn::RunLoop::currentLoop() == &loop) {
         subscribe();
         return;
@@ -202,7 +200,7 @@ void NetworkSignature::maybeUpdate()
 void NetworkSignature::notify()
 {
     const auto signature = _signature;
-    FN_LOG_TO(category(), fn::logging::Info, {}, site, "Notifying network signature change: {}", signature);
+    FN_LOG(Info, "Notifying network signature change: {}", signature);
     const auto notification = ++_notifications;
     ++_notifying;
     auto left = _listeners.size(); // Listeners that are added meanwhile come behind these; none leaves the list.
@@ -243,8 +241,7 @@ fn::String NetworkSignature::computeNetworkSignature()
         return signature.empty() ? fn::String(unknownSignature) : signature;
     } catch (fn::Exception& exception) {
         exception.removeStackTrace();
-        FN_LOG_TO(
-            category(), fn::logging::Error, {}, site, "Failed to compute network signature: {}", exception.what());
+        FN_LOG(Error, "Failed to compute network signature: {}", exception.what());
         return unknownSignature;
     }
 }

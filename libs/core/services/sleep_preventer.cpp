@@ -13,7 +13,6 @@ using platform::ES_CONTINUOUS;
 using platform::ES_SYSTEM_REQUIRED;
 using platform::SetThreadExecutionState;
 
-constexpr auto site = "libs/core/sleep_preventer";
 /// The SleepPreventers of one process, which live on the thread of its run loop.
 struct Holders {
     int count = 0;
@@ -26,7 +25,7 @@ Holders& holders()
     return holders.get();
 }
 
-constexpr auto& category = fn::logging::category<"core.sleepPreventer">;
+FN_LOG_CATEGORY("core.sleepPreventer");
 
 void addHolder()
 {
@@ -35,7 +34,7 @@ void addHolder()
     auto& previousState = holders().previousState;
     previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED | ES_AWAYMODE_REQUIRED);
     if (previousState == 0) previousState = SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
-    if (previousState == 0) FN_LOG_TO(category(), fn::logging::Error, {}, site, "Failed to set system sleep state");
+    if (previousState == 0) FN_LOG(Error, "Failed to set system sleep state");
 }
 
 } // namespace

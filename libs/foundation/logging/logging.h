@@ -3,15 +3,23 @@
 #include "foundation/logging/category.h"
 #include "foundation/logging/category_manager.h"
 #include "foundation/logging/message.h"
+#include <algorithm>
 #include <fmt/format.h>
+#include <string_view>
 
 namespace fn::logging {
 
-/// Where a message comes from. `file` is a stable name such as "libs/core/data_util", never a build path.
+/// Where a message comes from. `file` is a stable name, the source file's without its ending, never a build path.
 struct Site {
     const char* file;
     int line;
     const char* function;
+};
+
+/// The name of a source file without its ending.
+template <std::size_t Size> struct SourceName {
+    consteval SourceName(const char (&file)[Size]) { std::copy_n(file, std::string_view(file, Size).rfind('.'), text); }
+    char text[Size] {};
 };
 
 /// Hands a finished text to the sinks that want it. An exception of a sink goes to `fn::unhandledException()`. Thread-safe.
@@ -35,8 +43,31 @@ FN_EXPORT void writePrintf(const Category& category, int priority, const Tag& ta
 
 } // namespace fn::logging
 
-/// Costs one load and a compare if no sink wants `category` at `priority`; the arguments are evaluated only if one does.
-/// `tag` is a Tag; `file` a stable name such as "libs/core/data_util", never a build path.
+/// Names the category of the lines that a source file writes by `FN_LOG`, once, in one of its namespaces:
+///
+///     FN_LOG_CATEGORY("library.catalogue");
+///     ...
+///     FN_LOG(Info, "Found {} files", count);
+///
+/// They come from the file's name without its ending. Not for headers.
+#define FN_LOG_CATEGORY(name) \
+    namespace { \
+    [[maybe_unused]] constexpr auto& fnFileLogCategory = ::fn::logging::category<name>; \
+    [[maybe_unused]] constexpr ::fn::logging::SourceName fnFileLogSource(__FILE_NAME__); \
+    } \
+    static_assert(true)
+
+/// Writes a brace-formatted line of that priority (Error, Warning, Fixme, Info, Debug, Log, Trace) to the file's category. Costs one
+/// load and a compare if no sink wants it; the arguments are evaluated only if one does.
+#define FN_LOG(priority, ...) \
+    FN_LOG_TO(fnFileLogCategory(), ::fn::logging::priority, ::fn::logging::Tag(), fnFileLogSource.text, __VA_ARGS__)
+
+/// The same with a printf format.
+#define FN_LOGF(priority, ...) \
+    FN_LOGF_TO(fnFileLogCategory(), ::fn::logging::priority, ::fn::logging::Tag(), fnFileLogSource.text, __VA_ARGS__)
+
+/// For a category, tag or name of one's own. Costs one load and a compare if no sink wants `category` at `priority`; the arguments are evaluated only if one does.
+/// `tag` is a Tag; `file` a stable name such as "libs/core/data_util", never a build path; `priority` may be computed.
 #define FN_LOG_TO(category, priority, tag, file, ...) \
     do { \
         const ::fn::logging::Category& fnLogCategory = (category); \

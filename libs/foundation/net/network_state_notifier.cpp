@@ -8,10 +8,9 @@
 namespace fn {
 namespace {
 
-constexpr auto site = "libs/foundation/net/network_state_notifier";
 constexpr Duration retryDelay(5'000'000);
 
-constexpr auto& category = logging::category<"core.networkState">;
+FN_LOG_CATEGORY("core.networkState");
 
 } // namespace
 
@@ -61,8 +60,7 @@ void NetworkStateNotifier::changesArrived()
 
 void NetworkStateNotifier::watchFailed(const std::exception& exception)
 {
-    if (!std::exchange(_hasFailed, true))
-        FN_LOG_TO(category(), logging::Error, {}, site, "Could not watch the network: {}", exception.what());
+    if (!std::exchange(_hasFailed, true)) FN_LOG(Error, "Could not watch the network: {}", exception.what());
     _retry = _loop.schedule(retryDelay, [this] { retry(); });
 }
 
@@ -71,7 +69,7 @@ void NetworkStateNotifier::retry()
     startWatch();
     if (!_watch) return;
     _hasFailed = false;
-    FN_LOG_TO(category(), logging::Info, {}, site, "The network is being watched again");
+    FN_LOG(Info, "The network is being watched again");
     _onChange.fire(platform::isNetworkAvailable()); // For changes since the watch failed.
 }
 

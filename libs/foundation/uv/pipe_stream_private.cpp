@@ -17,7 +17,7 @@ constexpr std::int64_t longestRetryDelay = 100; // Milliseconds.
 // Bytes that the kernel takes from a writer before the other side has read any. The system's bound is net.core.wmem_max.
 constexpr int kernelBufferBytes = 512 * 1024;
 
-constexpr auto& category = logging::category<"uv.pipe">;
+FN_LOG_CATEGORY("uv.pipe");
 
 int codeOf(const IOException& exception)
 {
@@ -150,8 +150,7 @@ bool PipeStream::Private::isTrusted(const Private& peer) const noexcept
     try {
         const auto identity = platform::peerIdentity(peer.descriptor());
         if (identity.isOwnUserOrRoot()) return true;
-        FN_LOG_TO(category(), logging::Warning, {}, "libs/foundation/uv/pipe_stream",
-            "Refused a connection to {} from user {} (process {})", _endpoint.path(), identity.userId,
+        FN_LOG(Warning, "Refused a connection to {} from user {} (process {})", _endpoint.path(), identity.userId,
             identity.processId);
     } catch (...) {
         unhandledException();

@@ -40,7 +40,7 @@ std::optional<std::size_t> encodedSize(const fn::Value& value, int depth = 0)
     return sum;
 }
 
-constexpr auto& category = fn::logging::category<"ipc.dispatcher">;
+FN_LOG_CATEGORY("ipc.dispatcher");
 
 } // namespace
 
@@ -62,8 +62,8 @@ void MessageBusImpl::onMessage(WorkerId sourceWorkerId, const fn::Value& message
     if (payload.get(bus::STICKY).toBool()) {
         const auto name = payload.get(bus::NAMESPACE).asString();
         if (!keep(name, payload.get(bus::BODY))) {
-            FN_LOG_TO(category(), 2, fn::logging::Tag(), "libs/core/ipc/dispatcher",
-                "Refusing the sticky message {} of worker {}: too much is kept already", name, sourceWorkerId);
+            FN_LOG(
+                Warning, "Refusing the sticky message {} of worker {}: too much is kept already", name, sourceWorkerId);
             return;
         }
     }

@@ -6,6 +6,8 @@
 namespace core {
 namespace {
 
+FN_LOG_CATEGORY("core.inspector");
+
 constexpr auto findTimeout = fn::Duration::seconds(20);
 
 class PageInspector final : public Inspector {
@@ -32,8 +34,7 @@ fn::Promise<void> publish(ipc::Worker& worker, fn::String name, fn::AutoPtr<Insp
         co_await inspectors->registerInspector(name, inspector);
     } catch (const fn::EndedException&) { // Comes at the end of the application, and is no fault.
     } catch (const std::exception& exception) {
-        FN_LOG_TO(fn::logging::category<"core.inspector">(), fn::logging::Warning, {}, "libs/core/inspector",
-            "The inspector {} is missing: {}", name.view(), exception.what());
+        FN_LOG(Warning, "The inspector {} is missing: {}", name.view(), exception.what());
     }
 }
 

@@ -7,10 +7,9 @@
 namespace core {
 namespace {
 
-constexpr auto site = "libs/core/password_manager";
 constexpr int lineLength = 72;
 
-constexpr auto& category = fn::logging::category<"core.password">;
+FN_LOG_CATEGORY("core.password");
 
 /// The result of one of the calls; wiped and freed at the end.
 class Output {
@@ -36,7 +35,7 @@ platform::DATA_BLOB input(std::string_view bytes)
 void logFailureReason()
 {
     const auto reason = platform::dataProtectionFailure();
-    if (!reason.empty()) FN_LOG_TO(category(), fn::logging::Warning, {}, site, "{}", reason);
+    if (!reason.empty()) FN_LOG(Warning, "{}", reason);
 }
 
 } // namespace
@@ -49,10 +48,10 @@ fn::String WindowsEncryption::encrypt(std::string_view text)
         if (platform::CryptProtectData(&in, nullptr, nullptr, nullptr, nullptr, 0, &out.blob)) {
             return fn::ByteArray(out.view()).base64(lineLength);
         }
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Could not encrypt password");
+        FN_LOG(Error, "Could not encrypt password");
         logFailureReason();
     } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Could not encrypt password: {}", exception.what());
+        FN_LOG(Error, "Could not encrypt password: {}", exception.what());
     }
     return {};
 }
@@ -64,10 +63,10 @@ fn::String WindowsEncryption::decrypt(std::string_view text)
         auto in = input(bytes.view());
         Output out;
         if (platform::CryptUnprotectData(&in, nullptr, nullptr, nullptr, nullptr, 0, &out.blob)) return out.view();
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Could not decrypt password");
+        FN_LOG(Error, "Could not decrypt password");
         logFailureReason();
     } catch (const fn::Exception& exception) {
-        FN_LOG_TO(category(), fn::logging::Error, {}, site, "Could not decrypt password: {}", exception.what());
+        FN_LOG(Error, "Could not decrypt password: {}", exception.what());
     }
     return {};
 }

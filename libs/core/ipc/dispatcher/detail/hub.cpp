@@ -15,12 +15,10 @@
 #include <algorithm>
 #include <bitset>
 
-#define LOG(priority, ...) \
-    FN_LOG_TO( \
-        _fn_getLoggingCategoryStatic(), priority, _fn_getLoggingTagStatic(), "libs/core/ipc/dispatcher", __VA_ARGS__)
-
 namespace ipc {
 namespace {
+
+FN_LOG_CATEGORY("ipc.dispatcher");
 
 constexpr int backlog = 128;
 
@@ -172,17 +170,17 @@ void Hub::onWorkerMessage(const Connection& connection, const MessageView& messa
     const auto* address = static_cast<const void*>(connection.get());
     const auto messageType = message.type();
     if (messageType == type::INVALID) {
-        LOG(2, "Received malformed message from worker {} ({}) ({})\n{}", info.displayName, info.workerId, address,
-            MessageDebugFormat { message.toValue() });
+        FN_LOG(Warning, "Received malformed message from worker {} ({}) ({})\n{}", info.displayName, info.workerId,
+            address, MessageDebugFormat { message.toValue() });
         return;
     }
     if (messageType == type::PONG) {
-        LOG(7, "Received PONG from worker {} (${}) ({})", info.displayName, info.workerId, address);
+        FN_LOG(Trace, "Received PONG from worker {} (${}) ({})", info.displayName, info.workerId, address);
         if (connection->isIdentified()) connection->schedulePing();
         return;
     }
-    LOG(5, "Receiving from worker {} ({}) ({}) {} bytes\n{}", info.displayName, info.workerId, address, message.size(),
-        MessageDebugFormat { message.toValue() });
+    FN_LOG(Debug, "Receiving from worker {} ({}) ({}) {} bytes\n{}", info.displayName, info.workerId, address,
+        message.size(), MessageDebugFormat { message.toValue() });
     switch (messageType) {
     case type::HELLO: onHello(connection, message); break;
     case type::MESSAGE: onMessage(connection, message); break;
@@ -194,13 +192,13 @@ void Hub::onWorkerMessage(const Connection& connection, const MessageView& messa
 void Hub::onHello(const Connection& connection, const MessageView& message)
 {
     if (connection->isIdentified()) {
-        LOG(2, "Ignoring a second HELLO from worker {}", connection->info());
+        FN_LOG(Warning, "Ignoring a second HELLO from worker {}", connection->info());
         return;
     }
     const auto displayName = nameOf(message.required(field::DISPLAY_NAME));
     const auto tag = nameOf(message.value(field::TAG));
     const auto id = takeWorkerId();
-    LOG(5, "Worker {} ({}) connected - assigning Id {}", displayName, tag, id);
+    FN_LOG(Debug, "Worker {} ({}) connected - assigning Id {}", displayName, tag, id);
     connection->identify({ id, displayName, tag });
     _workers[id] = connection;
     onWorkerConnected.fire(connection->info());
@@ -339,10 +337,10 @@ void Hub::sendRelease(const UsageCounts::Release& release)
 void Hub::closeConnection(const Connection& connection, const char* reason)
 {
     if (connection->isOwnWorker()) {
-        LOG(1, "Dropping a message of the hub's own worker: {}", reason);
+        FN_LOG(Error, "Dropping a message of the hub's own worker: {}", reason);
         return;
     }
-    LOG(2, "Closing the connection of worker {}: {}", connection->info(), reason);
+    FN_LOG(Warning, "Closing the connection of worker {}: {}", connection->info(), reason);
     onWorkerEOS(connection);
 }
 
@@ -388,11 +386,5 @@ void Hub::tellDeath(const Connection& connection)
     for (const auto& other : _connections) other->send(notice);
     onWorkerDisconnected.fire(connection->info());
 }
-
-// --- Logging
-
-const fn::logging::Category& Hub::_fn_getLoggingCategoryStatic() { return fn::logging::category<"ipc.dispatcher">(); }
-
-fn::logging::Tag Hub::_fn_getLoggingTagStatic() { return { "", 0 }; }
 
 } // namespace ipc

@@ -8,6 +8,8 @@
 namespace ipc {
 namespace {
 
+FN_LOG_CATEGORY("ipc.dispatcher");
+
 // The warning comes when at most this many files are left. Each connection opens one, other parts of the process some more.
 constexpr std::uint64_t fewOpenFiles = 16;
 constexpr auto warningInterval = fn::Duration::seconds(60);
@@ -31,8 +33,7 @@ void OpenFilesWarning::check(const fn::Clock& clock)
     const auto now = clock.monotonic();
     if (_warnedAt && now - *_warnedAt < warningInterval) return;
     _warnedAt = now;
-    const auto& category = fn::logging::category<"ipc.dispatcher">();
-    FN_LOG_TO(category, 2, fn::logging::Tag(), "libs/core/ipc/dispatcher",
+    FN_LOG(Warning,
         "Of the {} files that this process may have open at most {} are left: who connects when there are none is "
         "refused. Raise the limit (ulimit -n, or LimitNOFILE of its service)",
         limit, left);

@@ -6,12 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 
-#define LOG(priority, ...) \
-    FN_LOG_TO(Hub::_fn_getLoggingCategoryStatic(), priority, Hub::_fn_getLoggingTagStatic(), \
-        "libs/core/ipc/dispatcher", __VA_ARGS__)
-
 namespace ipc {
 namespace {
+
+FN_LOG_CATEGORY("ipc.dispatcher");
 
 // After the time-out a PONG may come this many turns of the loop later. The turns do not wait; a few of them are enough to read
 // everything that has arrived.
@@ -39,7 +37,10 @@ Hub::WorkerConnection::WorkerConnection(Hub& hub, WorkerIds::Listener listener)
             const fn::AutoPtr self(this);
             // The peer's process has ended before it had read everything: no fault.
             const bool isEnd = status.code() == -ECONNRESET || status.code() == -EPIPE;
-            LOG(isEnd ? 5 : 1, "Received read error {} from {}", status.what(), _info.displayName);
+            if (isEnd)
+                FN_LOG(Debug, "Received read error {} from {}", status.what(), _info.displayName);
+            else
+                FN_LOG(Error, "Received read error {} from {}", status.what(), _info.displayName);
             _hub.onWorkerEOS(self);
         })
         .detach();

@@ -8,14 +8,13 @@
 namespace ipc {
 namespace {
 
-constexpr const char* site = "libs/core/ipc/module_manager";
 constexpr unsigned spawnFlags = 0x10;
 constexpr unsigned extendedFlags = 0x80;
 constexpr int inherit = 2; // Kind of a standard stream.
 constexpr int standardHandles[] = { -10, -11, -12 }; // Input, output, error.
 constexpr int killSignal = 9;
 
-constexpr auto& loaderCategory = fn::logging::category<"ipc.moduleLoader">;
+FN_LOG_CATEGORY("ipc.moduleLoader");
 
 } // namespace
 
@@ -45,7 +44,7 @@ void ExternalModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
         if (watch && _process == process)
             _process.reset(); // Otherwise a listener has destroyed this module, or launched it anew.
     };
-    FN_LOG_TO(loaderCategory(), 5, fn::logging::Tag(), site, "About to launch module loader at {}", _executablePath);
+    FN_LOG(Debug, "About to launch module loader at {}", _executablePath);
     const auto started = fn::makeAuto<fn::uv::Process>(dispatcher.loop());
     try {
         started->spawn(std::move(options));

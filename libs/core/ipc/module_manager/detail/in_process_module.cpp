@@ -6,9 +6,7 @@
 namespace ipc {
 namespace {
 
-constexpr const char* site = "libs/core/ipc/module_manager";
-
-constexpr auto& moduleCategory = fn::logging::category<"ipc.module">;
+FN_LOG_CATEGORY("ipc.module");
 
 } // namespace
 
@@ -23,17 +21,13 @@ InProcessModule::~InProcessModule() = default;
 void InProcessModule::launch(Dispatcher& dispatcher, const fn::String& workerTag)
 {
     if (_library.isLoaded()) {
-        FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site, "Shared library for module {} has already been loaded",
-            _name);
+        FN_LOG(Warning, "Shared library for module {} has already been loaded", _name);
         return;
     }
     const auto entryPoint = loadModule(_library, pathForSharedLibrary(_name));
     entryPoint(dispatcher.pipePath().c_str(), workerTag.c_str(), 0, hasParameters() ? 1 : 0);
 }
 
-void InProcessModule::kill()
-{
-    FN_LOG_TO(moduleCategory(), 2, fn::logging::Tag(), site, "Can't kill in-process module {}", _name);
-}
+void InProcessModule::kill() { FN_LOG(Warning, "Can't kill in-process module {}", _name); }
 
 } // namespace ipc

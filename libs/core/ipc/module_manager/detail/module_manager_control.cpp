@@ -9,9 +9,6 @@
 #include <algorithm>
 #include <csignal>
 
-#define LOG(priority, ...) \
-    FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)
-
 namespace ipc {
 namespace {
 
@@ -19,7 +16,7 @@ namespace {
 constexpr auto reapTime = fn::Duration::milliseconds(300);
 constexpr std::size_t longestName = 64; // Far from the 255 bytes of a file's name, with room for an ending.
 
-constexpr auto& category = fn::logging::category<"ipc.moduleManager">;
+FN_LOG_CATEGORY("ipc.moduleManager");
 
 void checkName(const fn::String& name)
 {
@@ -86,6 +83,7 @@ void ModuleManager::State::addModule(const fn::String& name, ModuleOptions optio
 /// Once the hub's own worker is connected; modules wait for the object as for any other.
 void ModuleManager::State::offerParameters()
 {
+    if (!_isDispatcherThere) return;
     const fn::WeakPtr weak(this);
     auto offer = weak.guard([this, weak] {
         auto& worker = _dispatcher.worker();
@@ -154,7 +152,7 @@ void ModuleManager::State::moduleDidStop(ModuleState& module)
 {
     module.graceTimer.invalidate();
     const fn::String message = fmt::format("Module {} is stopped", module.definition->name());
-    LOG(4, "{}", message);
+    FN_LOG(Info, "{}", message);
     auto stops = std::exchange(module.stops, {});
     enter(module, ModuleStatus::State::Stopped, message);
     for (auto& stopped : stops) stopped.fulfill();

@@ -7,15 +7,12 @@
 #include <cctype>
 #include <cstring>
 
-#define LOG(priority, ...) \
-    FN_LOG_TO(category(), priority, fn::logging::Tag(), "libs/core/ipc/module_manager", __VA_ARGS__)
-
 namespace ipc {
 namespace {
 
 constexpr auto connectionTimeout = fn::Duration::seconds(30);
 
-constexpr auto& category = fn::logging::category<"ipc.moduleManager">;
+FN_LOG_CATEGORY("ipc.moduleManager");
 
 /// "ended with exit code 3", "was ended by signal 9 (killed)".
 std::string describeExit(std::int64_t status, int signal)
@@ -55,7 +52,7 @@ void ModuleManager::State::launchAll(const ModuleState* except)
         if (&module == except || !module.isWanted || module.launches > 0) continue;
         if (_stopped) return;
         if (!launchModule(module)) {
-            LOG(2, "Aborting launch");
+            FN_LOG(Warning, "Aborting launch");
             return;
         }
     }
@@ -73,7 +70,7 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     ++module.launches;
     module.relaunches.launched();
     module.relaunchTimer.invalidate();
-    LOG(4, "Launching module {} ({}) (attempt {})", name, tag, module.launches);
+    FN_LOG(Info, "Launching module {} ({}) (attempt {})", name, tag, module.launches);
     // Before the launch, which returns only at the end of the application if the module runs the main loop.
     module.connectionTimer =
         fn::uv::Timer::schedule(_loop, connectionTimeout, [this, &module] { moduleConnectionDidTimeout(module); });
@@ -87,7 +84,7 @@ bool ModuleManager::State::launchModule(ModuleState& module)
     } catch (const std::exception& exception) {
         const fn::String message = fmt::format("Failed to start module {}:\n{}", name, exception.what());
         module.connectionTimer.invalidate();
-        LOG(2, "{}", message);
+        FN_LOG(Warning, "{}", message);
         giveUp(module, message);
         return module.options.isOptional;
     }
@@ -117,10 +114,10 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     const fn::AutoPtr self(this);
     auto* const module = stateForWorkerTag(info.tag);
     if (!module) {
-        LOG(5, "Received Connected notification for unmanaged module {}", info);
+        FN_LOG(Debug, "Received Connected notification for unmanaged module {}", info);
         return;
     }
-    LOG(5, "Module {} has connected", info);
+    FN_LOG(Debug, "Module {} has connected", info);
     module->connectionTimer.invalidate();
     module->workerId = info.workerId;
     module->connectedSince = _loop.clock().monotonic();
@@ -132,7 +129,7 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
         const fn::String message = module->launches == 1
             ? fmt::format("Module {} is ready", name)
             : fmt::format("Module {} is ready again (launch {})", name, module->launches);
-        LOG(4, "{}", message);
+        FN_LOG(Info, "{}", message);
         enter(*module, ModuleStatus::State::Running, message);
     }
     const auto isMissing = [](const ModuleState& other) {
@@ -146,7 +143,7 @@ void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& i
     const fn::AutoPtr self(this);
     auto* const module = stateForWorkerTag(info.tag);
     if (!module) {
-        LOG(2, "Received Not Responding notification for unmanaged workerId {}", info);
+        FN_LOG(Warning, "Received Not Responding notification for unmanaged workerId {}", info);
         return;
     }
     const auto isToEnd = [&] { return !module->isWanted || module->state == ModuleStatus::State::Stopping; };
@@ -155,10 +152,10 @@ void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& i
     onModuleNotResponding.fire(name);
     if (isToEnd()) return; // A listener has stopped it.
     if (!module->definition->isSeparateProcess()) {
-        LOG(2, "Module {} stopped responding but can not be terminated because it is in-process", name);
+        FN_LOG(Warning, "Module {} stopped responding but can not be terminated because it is in-process", name);
         return;
     }
-    LOG(2, "Module {} stopped responding and will be terminated", name);
+    FN_LOG(Warning, "Module {} stopped responding and will be terminated", name);
     module->definition->kill();
     if (module->state != ModuleStatus::State::Running)
         return; // It has ended already, and what follows has been decided.
@@ -185,12 +182,12 @@ void ModuleManager::State::moduleConnectionDidTimeout(ModuleState& module)
     ++module.timeouts;
     const auto delay = delayAfter(module, Relaunches::End::TimedOut);
     if (!delay) {
-        LOG(2, "Module {} timed out at launch, giving up", name);
+        FN_LOG(Warning, "Module {} timed out at launch, giving up", name);
         module.definition->kill();
         giveUp(module, fmt::format("Module {} failed to connect", name));
         return;
     }
-    LOG(2, "Module {} timed out at launch, will attempt to restart", name);
+    FN_LOG(Warning, "Module {} timed out at launch, will attempt to restart", name);
     module.definition->kill();
     launchAfter(module, *delay);
     enter(module, ModuleStatus::State::Overdue,
@@ -205,7 +202,7 @@ void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t statu
     module.connectionTimer.invalidate();
     const auto name = module.definition->name();
     if (before == ModuleStatus::State::Stopping) {
-        LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
+        FN_LOG(Info, "Module {} did exit (status: {}, signal {})", name, status, signal);
         moduleDidStop(module);
         return;
     }
@@ -213,11 +210,11 @@ void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t statu
     if (wasConnecting && !delay && !module.options.relaunch.limit) {
         const fn::String message = fmt::format(
             "Module {} did exit before connection was established (status: {}, signal {})", name, status, signal);
-        LOG(2, "{}", message);
+        FN_LOG(Warning, "{}", message);
         giveUp(module, message);
         return;
     }
-    LOG(4, "Module {} did exit (status: {}, signal {})", name, status, signal);
+    FN_LOG(Info, "Module {} did exit (status: {}, signal {})", name, status, signal);
     followEnd(module, delay, describeExit(status, signal), status != 0 || signal != 0);
 }
 
@@ -236,12 +233,12 @@ void ModuleManager::State::followEnd(
     if (_stopped) return enter(module, ModuleStatus::State::Ended, said);
     if (!delay) {
         const fn::String message = fmt::format("{}; it is not started again{}", said, module.relaunches.limitText());
-        LOG(2, "{}", message);
+        FN_LOG(Warning, "{}", message);
         giveUp(module, message);
         return;
     }
     const fn::String message = fmt::format("{}; starting it again in {}", said, *delay);
-    if (isWarning) LOG(2, "{}", message);
+    if (isWarning) FN_LOG(Warning, "{}", message);
     launchAfter(module, *delay);
     enter(module, ModuleStatus::State::Ended, message);
 }

@@ -10,11 +10,11 @@ using namespace platform;
 using detail::Bstr;
 using detail::ComPtr;
 using detail::failure;
-using detail::firewallLog;
-using detail::firewallSite;
 using detail::printable;
 
 namespace {
+
+FN_LOG_CATEGORY("core.firewall");
 
 constexpr auto notAdded = "Couldn't add firewall rule!";
 
@@ -58,14 +58,12 @@ try {
     if (_policy && (!elevated || _elevated)) return true;
     close();
     if (!detail::initializeCom(_comResult)) {
-        FN_LOGF_TO(firewallLog(), fn::logging::Error, {}, firewallSite, "CoInitializeEx failed: 0x%08lx\n",
-            printable(_comResult));
+        FN_LOGF(Error, "CoInitializeEx failed: 0x%08lx\n", printable(_comResult));
         return false;
     }
     const HRESULT result = detail::create(elevated, CLSID_NetFwPolicy2, IID_INetFwPolicy2, _policy);
     if (FAILED(result)) {
-        FN_LOGF_TO(firewallLog(), fn::logging::Error, {}, firewallSite,
-            "CoCreateInstance for INetFwPolicy2 failed: 0x%08lx\n", printable(result));
+        FN_LOGF(Error, "CoCreateInstance for INetFwPolicy2 failed: 0x%08lx\n", printable(result));
         close();
         return false;
     }
@@ -95,8 +93,7 @@ try {
     LONG current = 0;
     HRESULT result = _policy->get_CurrentProfileTypes(&current);
     if (FAILED(result)) {
-        FN_LOGF_TO(firewallLog(), fn::logging::Error, {}, firewallSite, "get_CurrentProfileTypes failed: 0x%08lx\n",
-            printable(result));
+        FN_LOGF(Error, "get_CurrentProfileTypes failed: 0x%08lx\n", printable(result));
         return false;
     }
     bool isOn = true;

@@ -9,10 +9,10 @@ using namespace platform;
 using detail::Bstr;
 using detail::ComPtr;
 using detail::failure;
-using detail::firewallLog;
-using detail::firewallSite;
 
 namespace {
+
+FN_LOG_CATEGORY("core.firewall");
 
 /// Gives a new entry of the list its path and its name.
 bool describe(INetFwAuthorizedApplication& application, const fn::String& path, const fn::String& name)
@@ -104,8 +104,8 @@ try {
         return failure("Can't retrieve firewall application state");
     }
     inbound = outbound = isEnabled != VARIANT_FALSE; // The list knows no directions.
-    FN_LOGF_TO(firewallLog(), fn::logging::Debug, {}, firewallSite, "Authorized application %s is %s in the firewall.",
-        applicationPath.c_str(), inbound ? "enabled" : "disabled");
+    FN_LOGF(Debug, "Authorized application %s is %s in the firewall.", applicationPath.c_str(),
+        inbound ? "enabled" : "disabled");
     return true;
 } catch (...) {
     return detail::caught();
@@ -133,8 +133,7 @@ try {
     if (FAILED(applications->Add(application.get()))) {
         return failure("Application couldn't be added to the application collection!");
     }
-    FN_LOGF_TO(firewallLog(), fn::logging::Debug, {}, firewallSite,
-        "Authorized application %s is now enabled in the firewall.\n", applicationPath.c_str());
+    FN_LOGF(Debug, "Authorized application %s is now enabled in the firewall.\n", applicationPath.c_str());
     return true;
 } catch (...) {
     return detail::caught();

@@ -3,10 +3,12 @@
 
 namespace core::detail {
 
+FN_LOG_CATEGORY("core.firewall");
+
 bool failure(const char* message, const std::source_location& where)
 {
-    const fn::logging::Site site { firewallSite, static_cast<int>(where.line()), where.function_name() };
-    fn::logging::writePrintf(firewallLog(), fn::logging::Error, {}, site, "%s", message);
+    const fn::logging::Site site { fnFileLogSource.text, static_cast<int>(where.line()), where.function_name() };
+    fn::logging::writePrintf(fnFileLogCategory(), fn::logging::Error, {}, site, "%s", message);
     return false;
 }
 

@@ -5,8 +5,6 @@
 
 namespace core::detail {
 
-inline constexpr auto& firewallLog = fn::logging::category<"core.firewall">;
-inline constexpr auto firewallSite = "libs/core/firewall_configurator";
 inline constexpr auto profileMissing = "Firewall profile has not been initialized yet!";
 inline constexpr auto elevationMissing = "Could not get elevated privileges!";
 inline constexpr auto pathNotText = "Conversion of process file name string failed!"; // No rule can name it.
