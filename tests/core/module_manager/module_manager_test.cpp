@@ -142,7 +142,6 @@ TEST(ModuleManager, EndsTheApplicationForAModuleUnlessThatIsOptional)
         Supervised run;
         const auto story = [](Supervised& self) -> fn::Promise<void> {
             co_await self.until("is ready");
-            self.manager().addModule("test_none", { .isOptional = true });
             self.manager().addModule("test_inside", { .inMainProcess = true, .isOptional = true });
             EXPECT_THROW(co_await self.manager().stopModule("test_inside"), fn::RuntimeException);
             EXPECT_THROW(co_await self.manager().stopModule("unknown"), fn::RuntimeException);
@@ -166,13 +165,16 @@ TEST(ModuleManager, GivesItsParametersToEachLaunchOfAModuleAndToNobodyElse)
             const auto source = co_await run.app().find<ipc::ModuleParameters>();
             const auto tag = run.manager().module(test::moduleName).workerTag;
             EXPECT_THROW(co_await source->get(tag), fn::RuntimeException);
-            if (launch == 2) co_return;
+            if (launch == 2 || !Supervised::isThere()) co_return;
             Supervised::signal(SIGKILL);
             co_await run.until("is ready again (launch 2)");
         }
     };
-    for (std::uint64_t seed = 1; seed <= 5; ++seed)
-        EXPECT_EQ(Supervised().simulate(seed, { .parameters = ipc::toValue(test::Settings { "films", 3 }) }, story), 0);
+    ipc::ModuleOptions options { .parameters = ipc::toValue(test::Settings { "films", 3 }) };
+    for (std::uint64_t seed = 1; seed <= 6; ++seed) {
+        options.inMainProcess = seed == 6;
+        EXPECT_EQ(Supervised().simulate(seed, options, story), 0);
+    }
 }
 
 TEST(ModuleManager, HearsOfAModuleThatCanNotUseItsParameters)
@@ -195,7 +197,7 @@ TEST(ModuleManager, EndsARealProcessCleanly)
     EXPECT_TRUE(log.contains("did exit (status: 0, signal 0)"));
 }
 
-TEST(ModuleManager, RefusesNamesThatAreNone)
+TEST(ModuleManager, RefusesNamesThatAreNoneAndALoaderThatIsMissing)
 {
     fn::uv::Loop& loop = fn::RunLoop::defaultLoop().uvLoop();
     ipc::Dispatcher dispatcher(loop, Duration::seconds(30));
@@ -206,4 +208,14 @@ TEST(ModuleManager, RefusesNamesThatAreNone)
         EXPECT_THROW(manager.addModule(name), fn::RuntimeException) << name;
     EXPECT_THROW(manager.addModule("b", { .relaunch = { .growth = 0.5 } }), fn::RangeException);
     EXPECT_THROW(manager.startModule("b"), fn::RuntimeException);
+
+    const std::unique_ptr<ipc::ModuleDefinition> withoutLoader(
+        ipc::ModuleDefinition::create(test::moduleName, "no_loader", false, false, false));
+    try {
+        withoutLoader->launch(dispatcher, "tag");
+        ADD_FAILURE() << "launched";
+    } catch (const fn::IOException& failure) {
+        EXPECT_NE(std::string_view(failure.what()).find("skyfold.no_loader: no such file"), std::string::npos);
+        EXPECT_NE(std::string_view(failure.what()).find("comes with skyfold-core"), std::string::npos);
+    }
 }

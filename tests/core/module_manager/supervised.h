@@ -19,9 +19,11 @@ public:
     {
         ipc::Application app(ipc::ApplicationOptions {});
         _app = &app;
+        manager().addModule("test_none", { .isOptional = true }); // Has no library, and is missed by nobody.
         manager().addModule(moduleName, options);
-        auto listener = manager().onModuleState().connect(
-            [&](const ipc::ModuleStatus& status) { said.emplace_back(status.message.view().substr(7)); });
+        auto listener = manager().onModuleState().connect([&](const ipc::ModuleStatus& status) {
+            if (status.name == moduleName) said.emplace_back(status.message.view().substr(7));
+        });
         return app.run([&](ipc::Application&) -> fn::Promise<int> {
             co_await story(*this);
             listener.invalidate(); // What follows is the end of the application.
