@@ -33,7 +33,6 @@ class Objects:
         self._dropped: list[RemoteObject] = []
         self._noted: Noted | None = None
         self._listed: dict[Any, Any] = {}  # OBJECTS of the message that is being read.
-        self._failure: Exception | None = None  # The first one while it is read.
         self._packer = Packer(self._stand_in)
         self.request_numbers = RequestNumbers()
 
@@ -115,47 +114,40 @@ class Objects:
     def remote(self, object_id: int) -> RemoteObject | None:
         return self._remotes.get(object_id)
 
-    def read(self, payload: Any, listed: Any) -> tuple[dict[Any, Any], Exception | None]:
+    def read(self, payload: Any, listed: Any) -> tuple[dict[Any, Any], Error | None]:
         """The fields of a payload, and why a part of it could not be read. Counts the objects that it lists in any case."""
         if not listed:
             self._listed = {}
-            fields = self._unpack(payload)
+            fields, failure = self._unpack(payload)
         else:
             if type(listed) is not dict:
                 raise ValueError("the objects of a message are no map")
             self._listed = listed
             try:
-                fields = self._unpack(payload)
+                fields, failure = self._unpack(payload)
             finally:
                 # Here `fields` still holds the references that have just been made.
                 self._count_received(listed)
                 self._listed = {}
-        failure, self._failure = self._failure, None
         if type(fields) is not dict:
             raise failure or ValueError("the payload of a message is no map")
         return fields, failure
 
-    def _unpack(self, payload: Any) -> Any:
-        self._failure = None
+    def _unpack(self, payload: Any) -> tuple[Any, Error | None]:
         if type(payload) is not bytes:
             raise ValueError("the payload of a message is no bytes")
         try:
-            return wire.unpack(payload, timestamp=3, ext_hook=self._extension)
-        except Exception as error:  # Perhaps a time stamp that no datetime holds: whose call it was can still be read.
-            self._failure = _unreadable(error)
-            return wire.unpack(payload, timestamp=2)
+            return wire.unpack(payload, timestamp=3, ext_hook=self._extension), None
+        except Exception as error:  # One value cannot be made. Whose call it was can still be read: the caller must hear of it.
+            failure = error if isinstance(error, Error) else _unreadable(error)
+            return wire.unpack(payload, timestamp=2), failure
 
     def _extension(self, code: int, data: bytes) -> Any:
-        """If one value cannot be made, the others still are: the message may be a call, whose caller must hear of the failure."""
-        try:
-            if code != OBJECT:
-                return decode_plain(code, data)
-            if len(data) != 8:
-                raise DataFormatError("an object whose id has not 8 bytes")
-            return self._object(int.from_bytes(data, "little"))
-        except Exception as error:
-            self._failure = self._failure or (error if isinstance(error, Error) else _unreadable(error))
-            return None
+        if code != OBJECT:
+            return decode_plain(code, data)
+        if len(data) != 8:
+            raise DataFormatError("an object whose id has not 8 bytes")
+        return self._object(int.from_bytes(data, "little"))
 
     def _object(self, object_id: int) -> Reference:
         if object_id & 0xFFFF == self._host.worker_id:

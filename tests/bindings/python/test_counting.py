@@ -59,6 +59,19 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual(sum(each[10] for each in self.sent(5)) + again[0]._object.uses, 3)
         self.assertFalse(again[0].is_dead)
 
+    async def test_an_object_that_comes_again_before_its_release_has_left_is_kept(self) -> None:
+        await self.say(event(7))
+        holder = [(await self.news.next())[0]]
+        remote = holder[0]._object
+        self.worker._registry.drop.on(lambda _: holder.clear())
+        await self.say(message(0, 3, {"ARGUMENT": None, "EVENT_NAME": "drop", "TYPE": "EVENT"}, None, 0) + event(7))
+        again = (await self.news.next())[0]
+        self.assertEqual((holder, again._object is remote, remote.uses, self.sent(5)), ([], True, 2, []))
+        call = again.work()  # It is in the table: its answer is heard.
+        await self.hub.barrier()
+        await self.say(message(7, 3, {"REQUEST_ID": 1, "RESULT": "done", "TYPE": "CALL_RESPONSE"}, None, 7))
+        self.assertEqual(await asyncio.wait_for(call, PATIENCE), "done")
+
     async def test_what_breaks_on_the_way_in_is_released(self) -> None:
         for payload in (b"\xc1", msgpack.packb({"TYPE": "EVENT", "EVENT_NAME": "news", "ARGUMENT": an_object(7)}) + b"\xc0"):
             before = len(self.sent(5))
@@ -124,11 +137,17 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         for number in (1, 2, 3):
             await self.say(message(7, 3, {"REQUEST_ID": number, "RESULT": number, "TYPE": "CALL_RESPONSE"}, None, 7))
         self.assertEqual(await answered, 3)
+        numbers = self.worker._participant.objects.request_numbers
+        for sequence in range(2001):  # One number holds for more than can be kept.
+            numbers.cancelled(sequence << 16 | 7, sequence)
+        self.assertEqual((numbers.last(5 << 16 | 7), numbers.last(8)), (1999, 0))
 
     async def test_a_change_before_the_answer_is_in_the_answer_and_one_right_behind_it_is_told(self) -> None:
         seen: list[Any] = []
-        self.worker._registry.mood.on_change(seen.append)
+        with skyfold_core.within(0.001), skyfold_core.trace(5):  # Of who asks; the value is for others, too.
+            self.worker._registry.mood.on_change(seen.append)
         await self.hub.barrier()
+        self.assertEqual(sorted(self.hub.calls()[0]), ["ARGUMENT", "METHOD_NAME", "REQUEST_ID", "TYPE"])
 
         def change(value: str) -> bytes:
             return message(0, 3, {"ARGUMENT": value, "EVENT_NAME": "mood", "TYPE": "EVENT"}, None, 0)

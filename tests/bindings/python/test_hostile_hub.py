@@ -3,6 +3,7 @@
 import asyncio
 import struct
 import unittest
+import unittest.mock
 
 import msgpack
 import skyfold_core
@@ -18,8 +19,8 @@ FATAL = {
     "nesting without end": (raw(b"\x91" * 100_000 + b"\xc0"), "no MessagePack"),
     "an array that lies": (raw(b"\xdd\xff\xff\xff\xff"), "no MessagePack"),
     "arrays in arrays that lie": (raw(b"\xdd\x00\x80\x00\x00" * 1000 + b"\xc0" * (8 << 20)), "no MessagePack"),
-    "too many values": (raw(b"\xdd" + struct.pack(">I", 17_000_000) + b"\x80" * 17_000_000), "exceeds"),
-    "too many in parts": (raw(b"\xdc\x00\x20" + 32 * (b"\xdd\x00\x08\x00\x00" + b"\x80" * (1 << 19))), "than 16000000 values"),
+    "too many values": (raw(b"\xdd\x00\x03\x00\x00" + b"\x80" * 0x30000), "exceeds"),
+    "too many in parts": (raw(b"\x94" + 4 * (b"\xdd\x00\x00\xc0\x00" + b"\x80" * 0xC000)), "than 100000 values"),
     "a map that lies": (raw(b"\xdf\xff\xff\xff\xff"), "no MessagePack"),
     "a key that has no hash": (raw(b"\x81\x91\x01\x02"), "no MessagePack"),
     "a field twice": (raw(b"\x82\x01\x02\x01\x02"), "twice"),
@@ -49,7 +50,7 @@ HARMLESS = [
 class HostileHubTest(unittest.IsolatedAsyncioTestCase):
     async def test_what_cannot_be_read_ends_the_connection_and_all_that_waits_and_says_why(self) -> None:
         for name, (bad, why) in FATAL.items():
-            with self.subTest(name):
+            with self.subTest(name), unittest.mock.patch("skyfold_core.wire.MOST_VALUES", 100_000):
                 async with PlayedHub() as hub:
                     worker = await skyfold_core.connect(hub.path)
                     finding = asyncio.ensure_future(worker.find("Greeter"))
