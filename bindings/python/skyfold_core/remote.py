@@ -187,13 +187,10 @@ class RemoteObject:
             watch.changed(argument, size)
         if (listeners := self._listeners.get(name)) is not None:
             listeners.tell(argument, size)
-            if not listeners:
+            if not listeners and self._listeners.get(name) is listeners:
                 del self._listeners[name]
 
     # --- Its end
-
-    def mark_dead(self) -> None:
-        self.is_dead = True
 
     def notify_dead(self) -> None:
         self.deaths.tell(None)
@@ -283,6 +280,7 @@ class LocalObject(RemoteObject):
     def __init__(self, host: Participant, service: Service) -> None:
         super().__init__(host, service._object_id, type(service)._class_name)
         self.service = service
+        self.is_dead = not host.is_connected
 
     def _send(self, payload: bytes, noted: dict[int, Any] | None) -> None:
         self.host.loop.call_soon(self.host.deliver_to_service, self.service, payload, noted)

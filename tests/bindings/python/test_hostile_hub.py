@@ -90,32 +90,48 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
                         await asyncio.wait_for(call, PATIENCE)
 
     async def test_a_flood_of_calls_and_events_has_a_bound(self) -> None:
+        ended: list[None] = []
+
         class Sink(skyfold_core.Service):
             async def forget(self) -> None:
-                await asyncio.Event().wait()
+                try:
+                    await asyncio.Event().wait()
+                finally:
+                    ended.append(None)
 
-        limits = (skyfold_core.serving.MOST_SERVED, skyfold_core.listening.MOST_WAITING)
-        skyfold_core.serving.MOST_SERVED = skyfold_core.listening.MOST_WAITING = 10
-        try:
-            async with PlayedHub() as hub, skyfold_core.connect(hub.path) as worker:
-                sink = Sink()
-                offering = asyncio.ensure_future(worker.offer(sink))
-                news = worker._registry.news.listen()
+        def call(number: int, size: int = 0, kind: str = "CALL") -> bytes:
+            fields = {"ARGUMENT": b"x" * size, "METHOD_NAME": "forget", "REQUEST_ID": number, "TYPE": kind}
+            return message(sink._object_id, 3, fields)
+
+        bounds = {"serving.MOST_SERVED": 10, "listening.MOST_WAITING": 10, "serving.MOST_SERVED_BYTES": 20_000}
+        for name, bound in bounds.items():
+            self.enterContext(unittest.mock.patch("skyfold_core." + name, bound))
+        async with PlayedHub() as hub, skyfold_core.connect(hub.path) as worker:
+            sink = Sink()
+            worker.reference(sink)
+            news = worker._registry.news.listen()
+            for large in (call(50, 15_000), call(51, 15_000), call(50, kind="CANCEL"), call(52, 15_000), call(52, kind="CANCEL")):
+                hub.writer.write(large)
                 await hub.barrier()
-                for number in range(11):
-                    call = {"METHOD_NAME": "forget", "REQUEST_ID": number, "TYPE": "CALL"}
-                    hub.writer.write(message(sink._object_id, 3, call))
-                    event = {"ARGUMENT": number, "EVENT_NAME": "news", "TYPE": "EVENT"}
+            self.assertEqual(len(ended), 2)
+            for number in (0, *range(11)):  # Who uses a number again does not wait for the first answer.
+                event = {"ARGUMENT": number, "EVENT_NAME": "news", "TYPE": "EVENT"}
+                hub.writer.write(call(number) + message(0, 3, event, None, 0))
+                await hub.barrier()
+            refused = [each["REQUEST_ID"] for each in hub.calls() if each["TYPE"] == "CALL_ERROR"]
+            self.assertEqual((refused, len(ended)), ([51, 10], 3))
+            self.assertEqual([await news.next() for _ in range(10)], [0, *range(9)])
+            with self.assertRaises(skyfold_core.RangeError):
+                await news.next()
+            big = worker._registry.big.listen()
+            with unittest.mock.patch("skyfold_core.listening.MOST_WAITING_BYTES", 1000):
+                event = {"ARGUMENT": "x" * 600, "EVENT_NAME": "big", "TYPE": "EVENT"}
+                for _ in range(2):
                     hub.writer.write(message(0, 3, event, None, 0))
-                await hub.barrier()
-                refused = [call for call in hub.calls() if call["TYPE"] == "CALL_ERROR"]
-                self.assertEqual([call["REQUEST_ID"] for call in refused], [10])
-                self.assertEqual([await news.next() for _ in range(10)], list(range(10)))
+                    await hub.barrier()
+                await big.next()
                 with self.assertRaises(skyfold_core.RangeError):
-                    await news.next()
-                offering.cancel()
-        finally:
-            skyfold_core.serving.MOST_SERVED, skyfold_core.listening.MOST_WAITING = limits
+                    await big.next()
 
     async def test_a_hub_that_does_not_read_its_answers_is_read_no_further_until_it_does(self) -> None:
         bound, skyfold_core.connection._PAUSING_BYTES = skyfold_core.connection._PAUSING_BYTES, 1 << 16
@@ -136,6 +152,8 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
             async with asyncio.timeout(PATIENCE):
                 while not connection.is_paused:
                     await asyncio.sleep(0)
+            for _ in range(500):  # Far more turns than reading all of it would take.
+                await asyncio.sleep(0)
             self.assertLess(connection._transport.get_write_buffer_size(), 5_000_000)  # Of 20 MB.
             self.assertGreater(hub.writer.transport.get_write_buffer_size(), 1_000_000)
             hub.reads.set()

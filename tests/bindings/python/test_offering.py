@@ -4,7 +4,6 @@ import dataclasses
 import datetime
 import enum
 import gc
-import threading
 import unittest
 import weakref
 from typing import Any
@@ -81,7 +80,8 @@ class Shop(skyfold_core.Service, class_name="test::Shop"):
 class OfferingTest(ApplicationTest):
     async def asyncSetUp(self) -> None:
         await super().asyncSetUp()
-        self.owner = await skyfold_core.connect(self.application.path, name="owner")
+        with skyfold_core.within(60), skyfold_core.trace(5):  # Of who connects, and of nobody who calls.
+            self.owner = await skyfold_core.connect(self.application.path, name="owner")
         self.addAsyncCleanup(self.owner.close)
         self.shop = Shop()
         await self.owner.offer(self.shop)
@@ -185,14 +185,6 @@ class OfferingTest(ApplicationTest):
         await way.keep(None)
         gc.collect()
         await self.until(lambda: gone() is None)
-        # A reference that goes in another thread is released on the loop.
-        made = await way.make()
-        holders = [made]
-        del made
-        thread = threading.Thread(target=holders.clear)
-        thread.start()
-        thread.join()
-        await self.until(lambda: len(self.owner._participant.objects._held) == 1)
         with self.assertRaisesRegex(skyfold_core.Error, "can not be sent by"):
             await way.echo(self.ways[1])
 
@@ -226,8 +218,9 @@ class OfferingTest(ApplicationTest):
             await waiting
         self.assertEqual((quit_heard, self.owner._participant.serving._tasks, self.owner._participant.objects._held), ([True], {}, {}))
         await self.until(lambda: self.ways[0].is_dead)
-        with self.assertRaises(skyfold_core.Error):
-            await self.owner.offer(Shop())
+        for late in (self.owner.offer(Shop()), self.owner.reference(self.shop).owner()):
+            with self.assertRaises(skyfold_core.ObjectDead):
+                await asyncio.wait_for(late, PATIENCE)
 
 
 if __name__ == "__main__":
