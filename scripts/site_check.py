@@ -4,27 +4,33 @@ import fcntl
 import html.parser
 import json
 import os
+import re
 import select
 import shutil
 import subprocess
+import sys
 import tempfile
 import time
 import urllib.parse
 
 WIDTHS = (400, 1400)  # Pixels: a telephone, a desktop.
 SHOWN = ("index.html", "page_docs_tour_02_calls.html")  # Of these pictures are taken.
-SECONDS = 150  # For all pages together.
+SECONDS = 100  # Pages of the reference that it does not come to meanwhile, on a machine that is busy, are counted and told.
+REFERENCE = ("class", "struct", "namespace", "functions", "globals")  # Pages that all look alike.
 # Of the page that is open: its width, the smallest letters of its text, the least contrast of letters to what is behind them, and what is in the way.
 MEASURE = r"""(() => {
     const number = color => color.match(/[\d.]+/g).map(Number);
     const linear = part => (part /= 255) <= 0.03928 ? part / 12.92 : ((part + 0.055) / 1.055) ** 2.4;
     const luminance = color => { const [r, g, b] = number(color); return 0.2126 * linear(r) + 0.7152 * linear(g) + 0.0722 * linear(b); };
-    const behind = node => {
+    const behind = node => {  // Colours that let the one below through are laid upon it.
+        const layers = [];
         for (; node; node = node.parentElement) {
-            const color = getComputedStyle(node).backgroundColor;
-            if (number(color)[3] !== 0) return color;
+            const [r, g, b, alpha = 1] = number(getComputedStyle(node).backgroundColor);
+            if (alpha > 0) layers.unshift([r, g, b, alpha]);
+            if (alpha === 1) break;
         }
-        return "rgb(255, 255, 255)";
+        const seen = layers.reduce((below, [r, g, b, alpha]) => [r, g, b].map((part, i) => part * alpha + below[i] * (1 - alpha)), [255, 255, 255]);
+        return `rgb(${seen})`;
     };
     let smallest = 100, contrast = 21, worst = "";
     const text = document.querySelector(".contents") || document.body;
@@ -73,6 +79,10 @@ def dead_links(site):
                 yield f"{name}: no such file: {target}"
             elif part and path in pages and part not in pages[path].names:
                 yield f"{name}: no such place: {target}"
+    for script in site.glob("search/*.js"):
+        for path, part in re.findall(r"'\.\./([^'#]+)#?([^']*)'", script.read_text()):
+            if path not in pages or part and part not in pages[path].names:
+                yield f"search/{script.name}: no such place: {path}#{part}"
 
 
 def pipe():
@@ -163,9 +173,7 @@ def check(site, pictures):
     faults = list(dead_links(site))
     pictures.mkdir(parents=True, exist_ok=True)
     end = time.monotonic() + SECONDS
-    # The pages that people wrote, then those of the reference.
-    pages = sorted((file.name for file in site.glob("*.html")), key=lambda name: (not name.startswith(("page_", "index")), name))
-    pages = [name for name in pages if not name.endswith("-members.html")]  # Lists of what the class's page has.
+    pages = sorted((file.name for file in site.glob("*.html")), key=lambda name: (name.startswith(REFERENCE), name))
     with Browser() as browser:
         for name in pages:
             browser.open(f"file://{site / name}")
@@ -174,6 +182,7 @@ def check(site, pictures):
                 faults += unreadable(name, width, browser.value(MEASURE))
                 if name in SHOWN:
                     browser.picture(pictures / f"{name.removesuffix('.html')}-{width}.png")
-            if time.monotonic() > end:
-                return [*faults, f"The pages take more than {SECONDS} s in the browser"]
+            if time.monotonic() > end and name.startswith(REFERENCE):
+                print(f"{len(pages) - pages.index(name) - 1} of {len(pages)} pages were not looked at in {SECONDS} s", file=sys.stderr)
+                break
     return faults

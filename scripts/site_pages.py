@@ -69,7 +69,7 @@ class Pages:
                 if heading := HEADING.fullmatch(line):
                     own = label(page) + ("" if heading[1] == "#" else "_" + anchor(heading[2]))
                     level = min(len(heading[1]), level + 1)  # Doxygen knows no heading that skips a level.
-                    line = f"{'#' * level} {heading[2]} {{#{own}}}"
+                    line = f"{'#' * level} {heading[2].replace('`', '')} {{#{own}}}"  # Code in it would show its tags.
             lines.append(line)
         return MARKER.sub("", "\n".join(lines) + "\n")
 
@@ -108,15 +108,30 @@ def write_headers(folder):
 DECLARED = re.compile(r"\s*(?!///|return\b|using\b).*?\b(\w+)\(")
 
 
+def blank_statement(lines, first):
+    """With its body, and the line above it that says `template`."""
+    depth = 0
+    if lines[first - 1].strip().startswith("template"):
+        lines[first - 1] = ""
+    for i in range(first, len(lines)):
+        depth += lines[i].count("{") - lines[i].count("}")
+        is_end = depth == 0 and re.search(r"[;}]\s*(//.*)?$", lines[i])
+        lines[i] = ""
+        if is_end:
+            return
+
+
 def with_shared_docstrings(text):
     """Gives overloads below a documented one the same docstring. The lines stay where they are: warnings name them."""
     lines = text.split("\n")
     above, documented, name = [], [], None # Docstring that is being read; that of the last declaration, and its name.
     for i, line in enumerate(lines):
         stripped = line.strip()
-        if re.fullmatch(r"friend [\w:]+;", stripped):
-            lines[i] = ""  # Doxygen looks for it in the wrong class.
+        if stripped.startswith("friend ") and not above and "///<" not in line:
+            blank_statement(lines, i)  # Doxygen lists it although it does not show it, or looks for it in the wrong class.
             continue
+        if stripped.startswith("friend "):
+            lines[i] = line = line.replace("friend ", "", 1)  # One with a docstring is shown only as a member.
         if stripped.startswith("///"):
             above.append(stripped[3:].strip())
             continue
@@ -152,7 +167,7 @@ def write_layout(file):
                      '<tab type="filelist" visible="yes" title="Headers" intro=""/>',
                      '<tab type="classindex" visible="yes" title="Index of classes" intro=""/>']
         tabs.append("</tab>")
-    layout = file.read_text()
+    layout = file.read_text().replace('<allmemberslink visible="yes"/>', '<allmemberslink visible="no"/>')
     file.write_text(re.sub(r"<navindex>.*</navindex>", lambda _: "<navindex>" + "\n".join(tabs) + "</navindex>", layout, flags=re.DOTALL))
 
 
