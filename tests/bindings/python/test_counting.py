@@ -125,6 +125,20 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         await self.hub.barrier()
         self.assertEqual(self.sent(5), [])  # The dead are not released.
 
+    async def test_the_end_is_told_before_it_comes_and_calls_go_on_until_then(self) -> None:
+        told: list[bool] = []
+        self.worker.on_quit(lambda: told.append(self.worker.is_connected))
+        await self.say(event(7), frame({1: 8}), frame({1: 8}))
+        await asyncio.wait_for(self.worker.until_quit(), PATIENCE)
+        thing = (await self.news.next())[0]
+        call = thing.work()
+        await self.hub.barrier()
+        self.assertEqual((len(self.hub.calls()), thing.is_dead), (1, False))
+        self.hub.writer.close()
+        with self.assertRaises(skyfold_core.ObjectDead):
+            await asyncio.wait_for(call, PATIENCE)
+        self.assertEqual((told, thing.is_dead, self.worker.is_connected, self.worker.failure), ([True], True, False, None))
+
     async def test_a_number_is_not_used_again_while_an_answer_to_it_may_come(self) -> None:
         await self.say(event(7))
         thing = (await self.news.next())[0]
