@@ -106,7 +106,8 @@ class Member:
         return reference._object.call(reference, self._name, argument_of(arguments, named), self._limit)
 
     def within(self, seconds: float) -> Member:
-        """The method with a time limit: `await oracle.ask.within(0.5)("Why?")`. A shorter one of the caller's holds."""
+        """The method with a time limit: `await oracle.ask.within(0.5)("Why?")`. A shorter one of the caller's holds, unless this
+        is `float("inf")`."""
         return Member(self._reference, self._name, seconds)
 
     # --- An event

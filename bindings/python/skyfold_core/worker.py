@@ -87,7 +87,9 @@ class Worker:
         return await asyncio.shield(self._bus)
 
     def on_quit(self, callback: Callable[[], object]) -> Subscription:
-        """Calls back once when the application is about to end, or the hub has gone."""
+        """Calls back once when the application is about to end, or the hub has gone; soon, if that has been."""
+        if self._participant.quit.done():
+            self.loop.call_soon(callback)
         return Subscription(self.loop, self._participant.on_quit, lambda _: callback(), None)
 
     async def until_quit(self) -> None:

@@ -137,6 +137,9 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         self.hub.writer.close()
         with self.assertRaises(skyfold_core.ObjectDead):
             await asyncio.wait_for(call, PATIENCE)
+        late = asyncio.Event()
+        self.worker.on_quit(late.set)
+        await asyncio.wait_for(late.wait(), PATIENCE)
         self.assertEqual((told, thing.is_dead, self.worker.is_connected, self.worker.failure), ([True], True, False, None))
 
     async def test_a_number_is_not_used_again_while_an_answer_to_it_may_come(self) -> None:

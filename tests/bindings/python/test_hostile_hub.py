@@ -91,11 +91,12 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
 
     async def test_a_flood_of_calls_and_events_has_a_bound(self) -> None:
         ended: list[None] = []
+        forever = asyncio.Event()
 
         class Sink(skyfold_core.Service):
             async def forget(self) -> None:
                 try:
-                    await asyncio.Event().wait()
+                    await forever.wait()
                 finally:
                     ended.append(None)
 
