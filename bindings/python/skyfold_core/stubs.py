@@ -12,7 +12,7 @@ from __future__ import annotations
 import datetime
 from typing import Any, Literal, TypedDict
 
-from skyfold_core import Reference, RemoteEvent, RemoteMethod, RemoteProperty'''
+from skyfold_core import Reference, RemoteEvent, RemoteMethod, RemoteProperty, Service'''
 
 
 def module_of(descriptions: list[Any]) -> str:
@@ -37,7 +37,7 @@ def _class(reader: TypeReader, shared: str, description: dict[str, Any]) -> str:
     for member, types in _part(description, "methods"):
         if not isinstance(types, dict):
             raise TypeTextError(f"{brief(member)} is described by no map")
-        arguments = ", ".join(_types(reader, types.get("arguments")))
+        arguments = ", ".join(_types(reader, types.get("arguments"), True))
         result = _types(reader, [types.get("result")])[0]
         lines.append(f"    {member}: RemoteMethod[[{arguments}], {result}]")
     for member, types in _part(description, "events"):
@@ -56,7 +56,7 @@ def _part(description: dict[str, Any], kind: str) -> list[tuple[str, Any]]:
     return [(python_name(name), members[name]) for name in sorted(members) if not name.startswith("_")]
 
 
-def _types(reader: TypeReader, texts: Any) -> list[str]:
+def _types(reader: TypeReader, texts: Any, are_arguments: bool = False) -> list[str]:
     if not isinstance(texts, list) or not all(isinstance(text, str) for text in texts):
         raise TypeTextError(f"{brief(texts)} are no types")
-    return [reader.read(text) for text in texts]
+    return [reader.read(text, are_arguments) for text in texts]

@@ -17,7 +17,6 @@ _plain = {
     "timestamp": "datetime.datetime",
     "value": "Any",
     "nothing": "None",
-    "object": "Reference",
 }
 _integer = re.compile(r"u?int(8|16|32|64)")
 
@@ -44,12 +43,13 @@ class TypeReader:
         self.structures: dict[str, str] = {}  # The source of each.
         self.objects: set[str] = set()  # Classes, by the name that they are shared as.
 
-    def read(self, text: str) -> str:
-        """The annotation; "Any" for a text that names no type that Python has a name for."""
+    def read(self, text: str, is_argument: bool = False) -> str:
+        """The annotation; "Any" for a text that names no type that Python has a name for. An argument may be an own `Service`
+        where an object is wanted."""
         tokens = _token.findall(text) if len(text) <= _MOST_LENGTH else []
         if "".join(tokens) != "".join(text.split()):
             return "Any"
-        parser = _Parser(self, tokens)
+        parser = _Parser(self, tokens, " | Service" if is_argument else "")
         try:
             annotation = parser.type(0)
             parser.take("")
@@ -59,8 +59,9 @@ class TypeReader:
 
 
 class _Parser:
-    def __init__(self, reader: TypeReader, tokens: list[str]) -> None:
+    def __init__(self, reader: TypeReader, tokens: list[str], or_object: str) -> None:
         self._reader = reader
+        self._or_object = or_object
         self._tokens = [*tokens, ""]
         self._at = 0
 
@@ -91,7 +92,9 @@ class _Parser:
         if name == "object" and self._next and (self._next[0].isalpha() or self._next[0] == "_"):
             shared = self._name()
             self._reader.objects.add(shared)
-            return python_name(shared)
+            return python_name(shared) + self._or_object
+        if name == "object":
+            return "Reference" + self._or_object
         if _integer.fullmatch(name):
             return "int"
         return _plain.get(name) or python_name(name)  # A structure inside of itself.

@@ -1,6 +1,8 @@
 """Real processes to talk to, and a hub that says whatever a test wants."""
 
 import asyncio
+import functools
+import inspect
 import logging
 import os
 import pathlib
@@ -43,7 +45,25 @@ class Application:
         self.hub.stdout.close()
 
 
-class ApplicationTest(unittest.IsolatedAsyncioTestCase):
+class AsyncTest(unittest.IsolatedAsyncioTestCase):
+    """Whatever a test awaits, it ends."""
+
+    def __init_subclass__(cls) -> None:
+        for name, test in list(vars(cls).items()):
+            if name.startswith("test_") and inspect.iscoroutinefunction(test):
+                setattr(cls, name, cls._bounded(test))
+
+    @staticmethod
+    def _bounded(test: Any) -> Any:
+        @functools.wraps(test)
+        async def run(self: Any) -> None:
+            async with asyncio.timeout(PATIENCE):
+                await test(self)
+
+        return run
+
+
+class ApplicationTest(AsyncTest):
     """Tests with a worker of one application, which is the same for all tests of the class."""
 
     modules: tuple[str, ...] = ()
@@ -59,9 +79,8 @@ class ApplicationTest(unittest.IsolatedAsyncioTestCase):
 
     async def until(self, condition: Any) -> None:
         """Waits for what another process is to bring about, a round trip to the hub at a time."""
-        async with asyncio.timeout(PATIENCE):
-            while not condition():
-                await self.worker._registry["setInstancesHidden"](False)
+        while not condition():
+            await self.worker._registry["setInstancesHidden"](False)
 
 
 def frame(value: Any) -> bytes:
@@ -90,7 +109,6 @@ class PlayedHub:
 
     async def __aenter__(self) -> "PlayedHub":
         self._server = await asyncio.start_unix_server(self._serve, self.path)
-        self._ended = asyncio.Event()
         return self
 
     async def __aexit__(self, *_: object) -> None:
@@ -107,18 +125,14 @@ class PlayedHub:
                 (size,) = struct.unpack("<I", await reader.readexactly(4))
                 self.heard.append(msgpack.unpackb(await reader.readexactly(size), strict_map_key=False))
         except (asyncio.IncompleteReadError, ConnectionError):
-            self._ended.set()
-
-    async def closed(self) -> None:
-        await asyncio.wait_for(self._ended.wait(), PATIENCE)
+            pass
 
     async def barrier(self) -> None:
         """Until the worker has read all that was written: it answers PINGs in their order."""
         pongs = self.heard.count({1: 3})
         self.writer.write(frame({1: 2}))
-        async with asyncio.timeout(PATIENCE):
-            while self.heard.count({1: 3}) == pongs:
-                await asyncio.sleep(0)
+        while self.heard.count({1: 3}) == pongs:
+            await asyncio.sleep(0)
 
     def calls(self) -> list[Any]:
         """The payloads that have come."""

@@ -8,7 +8,7 @@ from typing import Any
 
 import msgpack
 import skyfold_core
-from support import PATIENCE, PlayedHub, frame, message
+from support import AsyncTest, PlayedHub, frame, message
 
 def an_object(object_id: int) -> msgpack.ExtType:
     return msgpack.ExtType(1, object_id.to_bytes(8, "little"))
@@ -19,7 +19,7 @@ def event(*objects: int, listed: dict[int, str] | None = None, source: int = 7) 
     return message(0, 3, payload, listed if listed is not None else {each: "Thing" for each in objects}, source)
 
 
-class CountingTest(unittest.IsolatedAsyncioTestCase):
+class CountingTest(AsyncTest):
     async def asyncSetUp(self) -> None:
         self.hub = await self.enterAsyncContext(PlayedHub())
         self.worker = await self.enterAsyncContext(skyfold_core.connect(self.hub.path))
@@ -74,7 +74,7 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         call = again.work()  # It is in the table: its answer is heard.
         await self.hub.barrier()
         await self.say(message(7, 3, {"REQUEST_ID": 1, "RESULT": "done", "TYPE": "CALL_RESPONSE"}, None, 7))
-        self.assertEqual(await asyncio.wait_for(call, PATIENCE), "done")
+        self.assertEqual(await call, "done")
 
     async def test_what_breaks_on_the_way_in_is_released(self) -> None:
         for payload in (b"\xc1", msgpack.packb({"TYPE": "EVENT", "EVENT_NAME": "news", "ARGUMENT": an_object(7)}) + b"\xc0"):
@@ -110,7 +110,7 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual((states, late.is_dead, other.is_dead), ([(True, True)], True, False))
         for each in (call, late.work()):
             with self.assertRaisesRegex(skyfold_core.ObjectDead, "Thing.work: the object's worker has gone"):
-                await asyncio.wait_for(each, PATIENCE)
+                await each
         await self.say(frame({1: 9, 4: 7}), event(7))
         new = (await self.news.next())[0]
         self.assertEqual((new is first, new.is_dead, first.is_dead), (False, False, True))
@@ -129,17 +129,17 @@ class CountingTest(unittest.IsolatedAsyncioTestCase):
         told: list[bool] = []
         self.worker.on_quit(lambda: told.append(self.worker.is_connected))
         await self.say(event(7), frame({1: 8}), frame({1: 8}))
-        await asyncio.wait_for(self.worker.until_quit(), PATIENCE)
+        await self.worker.until_quit()
         thing = (await self.news.next())[0]
         call = thing.work()
         await self.hub.barrier()
         self.assertEqual((len(self.hub.calls()), thing.is_dead), (1, False))
         self.hub.writer.close()
         with self.assertRaises(skyfold_core.ObjectDead):
-            await asyncio.wait_for(call, PATIENCE)
+            await call
         late = asyncio.Event()
         self.worker.on_quit(late.set)
-        await asyncio.wait_for(late.wait(), PATIENCE)
+        await late.wait()
         self.assertEqual((told, thing.is_dead, self.worker.is_connected, self.worker.failure), ([True], True, False, None))
 
     async def test_a_number_is_not_used_again_while_an_answer_to_it_may_come(self) -> None:

@@ -7,7 +7,7 @@ import unittest.mock
 
 import msgpack
 import skyfold_core
-from support import PATIENCE, PlayedHub, frame, message, raw
+from support import AsyncTest, PlayedHub, frame, message, raw
 
 # What ends the connection, and a word of why.
 FATAL = {
@@ -47,7 +47,7 @@ HARMLESS = [
 ]
 
 
-class HostileHubTest(unittest.IsolatedAsyncioTestCase):
+class HostileHubTest(AsyncTest):
     async def test_what_cannot_be_read_ends_the_connection_and_all_that_waits_and_says_why(self) -> None:
         for name, (bad, why) in FATAL.items():
             with self.subTest(name), unittest.mock.patch("skyfold_core.wire.MOST_VALUES", 100_000):
@@ -56,7 +56,7 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
                     finding = asyncio.ensure_future(worker.find("Greeter"))
                     await hub.barrier()
                     hub.writer.write(bad)
-                    await asyncio.wait_for(worker.until_quit(), PATIENCE)
+                    await worker.until_quit()
                     with self.assertRaises(skyfold_core.ObjectDead):
                         await finding
                     self.assertIn(why, str(worker.failure))
@@ -87,7 +87,7 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
                     await hub.barrier()
                     hub.writer.write(message(0, 3, {"REQUEST_ID": number, "RESULT": value, "TYPE": "CALL_RESPONSE"}, None, 0))
                     with self.assertRaises(skyfold_core.Error):
-                        await asyncio.wait_for(call, PATIENCE)
+                        await call
 
     async def test_a_flood_of_calls_and_events_has_a_bound(self) -> None:
         ended: list[None] = []
@@ -150,9 +150,8 @@ class HostileHubTest(unittest.IsolatedAsyncioTestCase):
             for number in range(200):
                 call = {"ARGUMENT": "x" * 50_000, "METHOD_NAME": "double", "REQUEST_ID": number, "TYPE": "CALL"}
                 hub.writer.write(message(doubler._object_id, 3, call))
-            async with asyncio.timeout(PATIENCE):
-                while not connection.is_paused:
-                    await asyncio.sleep(0)
+            while not connection.is_paused:
+                await asyncio.sleep(0)
             for _ in range(500):  # Far more turns than reading all of it would take.
                 await asyncio.sleep(0)
             self.assertLess(connection._transport.get_write_buffer_size(), 5_000_000)  # Of 20 MB.

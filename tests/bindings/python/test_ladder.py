@@ -5,7 +5,7 @@ import unittest
 import weakref
 
 import skyfold_core
-from support import PATIENCE, ApplicationTest
+from support import ApplicationTest
 
 
 class OverdrawnError(skyfold_core.Error):
@@ -116,11 +116,11 @@ class LadderTest(ApplicationTest):
             await machine.crash(process)
         for failing in (stream.next(), machine.anything.listen().next(), machine.anything.watch().next(), machine.process()):
             with self.assertRaises(skyfold_core.ObjectDead):
-                await asyncio.wait_for(failing, PATIENCE)
+                await failing
         self.assertEqual(deaths, [True])
         late = asyncio.Event()
         machine.on_death(late.set)
-        await asyncio.wait_for(late.wait(), PATIENCE)
+        await late.wait()
 
 
 if __name__ == "__main__":

@@ -15,7 +15,7 @@ from typing import Any
 import skyfold_core
 from skyfold_core.stubs import module_of
 from skyfold_core.type_text import TypeReader, TypeTextError
-from support import PATIENCE, Application, ApplicationTest, PlayedHub
+from support import Application, ApplicationTest, PlayedHub
 
 README = pathlib.Path(skyfold_core.__file__).parents[1] / "README.md"
 
@@ -39,9 +39,8 @@ class ToolsTest(ApplicationTest):
         with unittest.mock.patch.dict(os.environ, SKYFOLD_CORE_PIPE=self.application.pipe):
             main = asyncio.ensure_future(offering["main"]())
             await asyncio.sleep(0)  # It has read the variable.
-        async with asyncio.timeout(PATIENCE):
-            while "events" not in await (greeter := await self.worker.find("Greeter"))["ipc.describe"]():
-                pass  # It is the module's one, which has none.
+        while "events" not in await (greeter := await self.worker.find("Greeter"))["ipc.describe"]():
+            pass  # It is the module's one, which has none.
         greeted = greeter.greeted.listen()
         self.assertEqual([await greeter.greet("Bob"), await greeted.next()], ["Hello, Bob!", "Bob"])
         main.cancel()
@@ -73,7 +72,7 @@ class ToolsTest(ApplicationTest):
             "greet: RemoteMethod[[str], str]",
             "progress: RemoteEvent[tuple[str, int]]",
             "temperature: RemoteProperty[int]",
-            "open: RemoteMethod[[Clerk], Account]",
+            "open: RemoteMethod[[Clerk | Service], Account]",
         ):
             self.assertIn("    " + line + "\n", made.stdout)
         module: dict[str, type[skyfold_core.Reference]] = {"__name__": "made"}
