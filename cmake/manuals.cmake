@@ -23,5 +23,8 @@ core_add_manual(skyfold 1 sample)
 core_add_manual(skyfold-hub 1 tools)
 core_add_manual(skyfold-core-new-application 1 development)
 core_add_manual(skyfold.module_loader 8 runtime)
+if(CORE_PACKAGES)
+    core_add_manual(skyfold-core-objects 1 python) # Python's own files go where Debian has them.
+endif()
 get_property(pages GLOBAL PROPERTY CORE_MANUALS)
 add_custom_target(manuals ALL DEPENDS ${pages})

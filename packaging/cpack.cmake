@@ -67,16 +67,15 @@ how an application is built on the runtime library skyfold-core." runtime)
 core_found_dependencies(headers CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_RECOMMENDS "cmake, g++")
 
-if(EXISTS ${PROJECT_SOURCE_DIR}/bindings/python)
-    core_package(python python3-skyfold-core python "Objects of skyfold-core applications from Python"
-        "Finds objects of a running application, calls them, listens to them, offers
+core_package(python python3-skyfold-core python "Objects of skyfold-core applications from Python"
+    "Finds objects of a running application, calls them, listens to them, offers
 objects of its own, and posts to the message bus, with asyncio.")
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/bindings/python/skyfold_core DESTINATION lib/python3/dist-packages COMPONENT python
-        PATTERN __pycache__ EXCLUDE)
-    core_found_dependencies(python CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS)
-    set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
-    set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
-    set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python/postinst
-        ${PROJECT_SOURCE_DIR}/packaging/python/prerm)
-endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/bindings/python/skyfold_core DESTINATION lib/python3/dist-packages COMPONENT python
+    PATTERN __pycache__ EXCLUDE)
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/packaging/python/skyfold-core-objects DESTINATION bin COMPONENT python)
+core_found_dependencies(python CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python/postinst
+    ${PROJECT_SOURCE_DIR}/packaging/python/prerm)
 include(CPack)
