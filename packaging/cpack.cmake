@@ -12,8 +12,6 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 
 # For the file changelog.Debian.gz: version and date of CHANGELOG.md's first entry.
@@ -45,6 +43,20 @@ macro(core_package component name section summary description)
         COMPONENT ${component})
 endmacro()
 
+# core_package_libraries(COMPONENT LIBRARY...): what dpkg-shlibdeps is to say of those who link them, and that ldconfig is to look at them.
+function(core_package_libraries component)
+    string(TOUPPER ${component} upper)
+    set(folder ${documents}/${component})
+    file(WRITE ${folder}/triggers "activate-noawait ldconfig\n")
+    file(WRITE ${folder}/shlibs "")
+    foreach(library ${ARGN})
+        get_target_property(name ${library} OUTPUT_NAME)
+        get_target_property(number ${library} SOVERSION)
+        file(APPEND ${folder}/shlibs "lib${name} ${number} ${CPACK_DEBIAN_${upper}_PACKAGE_NAME} (>= ${PROJECT_VERSION})\n")
+    endforeach()
+    set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA ${folder}/triggers ${folder}/shlibs PARENT_SCOPE)
+endfunction()
+
 # core_found_dependencies(KIND VARIABLE)
 function(core_found_dependencies kind variable)
     execute_process(COMMAND ${PROJECT_SOURCE_DIR}/packaging/dependencies ${kind} OUTPUT_VARIABLE found
@@ -59,6 +71,8 @@ the program that runs a module in a process of its own.")
 core_package(development libskyfold-core-dev libdevel "Development files of skyfold-core"
     "Headers, CMake and pkg-config files of the runtime library skyfold-core, the
 simulated world for tests, and a program that writes a new application." runtime)
+core_package_libraries(runtime foundation sqlite core)
+core_package_libraries(development simulation)
 core_package(tools skyfold-core-tools utils "Tools for applications of skyfold-core"
     "A hub without an application, for tools, tests and measurements." runtime)
 core_package(sample skyfold-core-sample misc "Sample application of skyfold-core"
