@@ -4,6 +4,7 @@
 #include "core/module_manager/supervised.h"
 #include "core/module_manager/told.h"
 #include "support/log_capture.h"
+#include "support/scoped_variable.h"
 #include "support/temporary_folder.h"
 #include <gtest/gtest.h>
 
@@ -188,6 +189,8 @@ TEST(ModuleManager, HearsOfAModuleThatCanNotUseItsParameters)
 
 TEST(ModuleManager, EndsARealProcessCleanly)
 {
+    const test::TemporaryFolder folder;
+    const test::ScopedVariable logs("XDG_STATE_HOME", folder.path());
     const test::LogCapture log(4);
     const auto story = [](Supervised& run) -> fn::Promise<void> {
         co_await run.until("is ready");

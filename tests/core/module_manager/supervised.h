@@ -19,9 +19,9 @@ public:
     {
         ipc::Application app(ipc::ApplicationOptions {});
         _app = &app;
-        manager().addModule("test_none", { .isOptional = true }); // Has no library, and is missed by nobody.
-        manager().addModule(moduleName, options);
-        auto listener = manager().onModuleState().connect([&](const ipc::ModuleStatus& status) {
+        app.addModule("test_none", { .isOptional = true }); // Has no library, and is missed by nobody.
+        app.addModule(moduleName, options);
+        auto listener = app.onModuleState().connect([&](const ipc::ModuleStatus& status) {
             if (status.name == moduleName) said.emplace_back(status.message.view().substr(7));
         });
         return app.run([&](ipc::Application&) -> fn::Promise<int> {
@@ -52,7 +52,7 @@ public:
         for (;;) {
             const auto found = std::ranges::find(said.begin() + _awaited, said.end(), moduleName + (" " + text));
             if (found == said.end()) {
-                co_await fn::next(manager().onModuleState());
+                co_await fn::next(_app->onModuleState());
                 continue;
             }
             _awaited = found - said.begin() + 1;

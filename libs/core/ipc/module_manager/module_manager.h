@@ -66,7 +66,7 @@ public:
     /// launched first, and the others in the order given. After a `stop()` nothing is launched, but the loop runs.
     void start();
 
-    void stop(); ///< From now on nothing is launched any more. Running modules are left alone.
+    void stop(); ///< From now on nothing is launched any more, and no exit is an error. Running modules are left alone.
 
     /// Has a module launched that waits for it, was stopped or was given up, by a task of the loop and with all its ends forgotten; one that is
     /// to be launched again is not waited for any longer, one that is just being stopped is launched then. Nothing for one that

@@ -3,7 +3,6 @@
 #include "core/ipc/module_manager/detail/module_manager_state.h"
 #include "core/ipc/module_manager/detail/module_parameters_service.h"
 #include "core/ipc/registry.h"
-#include "foundation/logging/logging.h"
 #include "foundation/uv/process.h"
 #include "foundation/uv/timer.h"
 #include <algorithm>
@@ -15,8 +14,6 @@ namespace {
 // How long `end()` waits for the processes that it has killed; one that hangs in the kernel is left.
 constexpr auto reapTime = fn::Duration::milliseconds(300);
 constexpr std::size_t longestName = 64; // Far from the 255 bytes of a file's name, with room for an ending.
-
-FN_LOG_CATEGORY("ipc.moduleManager");
 
 void checkName(const fn::String& name)
 {
@@ -138,7 +135,7 @@ fn::Promise<void> ModuleManager::State::stopModule(const fn::String& name, fn::D
     module.relaunchTimer.invalidate();
     if (module.state != Stopping && !module.definition->sendSignal(SIGTERM)) {
         module.definition->kill(); // For a definition that knows no signals.
-        if (module.state != Stopped) enter(module, Stopped, "Module " + name + " is stopped");
+        if (module.state != Stopped) announce(module, Stopped, "Module " + name + " is stopped");
         return fn::Promise<void>::fulfilled();
     }
     const auto stopped = module.stops.emplace_back(fn::Promise<void>::create());
@@ -151,10 +148,8 @@ fn::Promise<void> ModuleManager::State::stopModule(const fn::String& name, fn::D
 void ModuleManager::State::moduleDidStop(ModuleState& module)
 {
     module.graceTimer.invalidate();
-    const fn::String message = fmt::format("Module {} is stopped", module.definition->name());
-    FN_LOG(Info, "{}", message);
     auto stops = std::exchange(module.stops, {});
-    enter(module, ModuleStatus::State::Stopped, message);
+    announce(module, ModuleStatus::State::Stopped, "Module " + module.definition->name() + " is stopped");
     for (auto& stopped : stops) stopped.fulfill();
     if (!module.isWanted || module.state != ModuleStatus::State::Stopped) return;
     module.relaunches.reset(); // `startModule()` was called meanwhile.

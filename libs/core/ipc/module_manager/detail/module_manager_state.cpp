@@ -126,11 +126,9 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     // A HELLO may be read when the process has ended already, or has been asked to.
     if (module->state == ModuleStatus::State::Launching) {
         const auto name = module->definition->name();
-        const fn::String message = module->launches == 1
-            ? fmt::format("Module {} is ready", name)
-            : fmt::format("Module {} is ready again (launch {})", name, module->launches);
-        FN_LOG(Info, "{}", message);
-        enter(*module, ModuleStatus::State::Running, message);
+        announce(*module, ModuleStatus::State::Running,
+            module->launches == 1 ? fmt::format("Module {} is ready", name)
+                                  : fmt::format("Module {} is ready again (launch {})", name, module->launches));
     }
     const auto isMissing = [](const ModuleState& other) {
         return !other.hasConnected && other.isWanted && !other.options.isOptional;
@@ -207,7 +205,7 @@ void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t statu
         return;
     }
     const auto delay = delayAfter(module, wasConnecting ? Relaunches::End::ExitedEarly : Relaunches::End::Exited);
-    if (wasConnecting && !delay && !module.options.relaunch.limit) {
+    if (wasConnecting && !delay && !module.options.relaunch.limit && !_stopped) {
         const fn::String message = fmt::format(
             "Module {} did exit before connection was established (status: {}, signal {})", name, status, signal);
         FN_LOG(Warning, "{}", message);
@@ -247,6 +245,13 @@ void ModuleManager::State::giveUp(ModuleState& module, const fn::String& message
 {
     enter(module, ModuleStatus::State::GivenUp, message);
     if (!module.options.isOptional) onFatalError.fire(message);
+}
+
+/// Enters the state, and says so in the log.
+void ModuleManager::State::announce(ModuleState& module, ModuleStatus::State state, const fn::String& message)
+{
+    FN_LOG(Info, "{}", message);
+    enter(module, state, message);
 }
 
 /// Whoever calls it holds this State, and the listeners may have changed the module.

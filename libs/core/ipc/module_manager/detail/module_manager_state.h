@@ -74,6 +74,7 @@ private:
     std::optional<fn::Duration> delayAfter(ModuleState& module, Relaunches::End end);
     void followEnd(ModuleState& module, std::optional<fn::Duration> delay, const std::string& how, bool isWarning);
     void giveUp(ModuleState& module, const fn::String& message);
+    void announce(ModuleState& module, ModuleStatus::State state, const fn::String& message);
     void enter(ModuleState& module, ModuleStatus::State state, fn::String message);
     ModuleState* stateForWorkerTag(const fn::String& tag);
 
