@@ -3,7 +3,6 @@
 import asyncio
 import gc
 import threading
-import unittest
 from typing import Any
 
 import msgpack
@@ -176,7 +175,3 @@ class CountingTest(AsyncTest):
         answer = message(0, 3, {"REQUEST_ID": 1, "RESULT": "b", "TYPE": "CALL_RESPONSE"}, None, 0)
         await self.say(change("a") + change("b") + answer + change("c"))
         self.assertEqual(seen, ["b", "c"])
-
-
-if __name__ == "__main__":
-    unittest.main()

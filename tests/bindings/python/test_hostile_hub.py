@@ -2,7 +2,6 @@
 # ever, and a worker whose hub cannot be read any more says why.
 import asyncio
 import struct
-import unittest
 import unittest.mock
 
 import msgpack
@@ -183,7 +182,3 @@ class HostileHubTest(AsyncTest):
                 await asyncio.sleep(0)
                 hub.writer.write(stream[cut:])
                 self.assertEqual([(await heard.next())[0] for _ in events], ["x", "y", "z"])
-
-
-if __name__ == "__main__":
-    unittest.main()

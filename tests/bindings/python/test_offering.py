@@ -4,7 +4,6 @@ import dataclasses
 import datetime
 import enum
 import gc
-import unittest
 import weakref
 from typing import Any
 
@@ -221,7 +220,3 @@ class OfferingTest(ApplicationTest):
         for late in (self.owner.offer(Shop()), self.owner.reference(self.shop).owner()):
             with self.assertRaises(skyfold_core.ObjectDead):
                 await late
-
-
-if __name__ == "__main__":
-    unittest.main()

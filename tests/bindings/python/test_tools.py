@@ -8,7 +8,6 @@ import socket
 import subprocess
 import sys
 import tempfile
-import unittest
 import unittest.mock
 from typing import Any
 
@@ -97,26 +96,18 @@ class ToolsTest(ApplicationTest):
                 module_of([bad])
 
     async def test_the_one_application_that_runs_is_found_and_of_several_none_is_taken(self) -> None:
-        with tempfile.TemporaryDirectory() as folder:
-            before = dict(os.environ)
-            os.environ["XDG_RUNTIME_DIR"] = folder
-            try:
-                with self.assertRaisesRegex(skyfold_core.ConnectionFailed, "No application runs"):
-                    await skyfold_core.connect()
-                first = Application()
-                self.addCleanup(first.end)
-                left_behind = os.path.join(folder, "core-pipes", "skyfold-00000000-0000-0000-0000-000000000000")
-                with socket.socket(socket.AF_UNIX) as killed:
-                    killed.bind(left_behind)
-                async with skyfold_core.connect() as worker:
-                    self.assertTrue(worker.is_connected)
-                second = Application()
-                self.addCleanup(second.end)
-                with self.assertRaisesRegex(skyfold_core.ConnectionFailed, "Several applications run"):
-                    await skyfold_core.connect()
-            finally:
-                os.environ.clear()
-                os.environ.update(before)
+        folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.enterContext(unittest.mock.patch.dict(os.environ, XDG_RUNTIME_DIR=folder))
+        with self.assertRaisesRegex(skyfold_core.ConnectionFailed, "No application runs"):
+            await skyfold_core.connect()
+        self.addCleanup(Application().end)
+        with socket.socket(socket.AF_UNIX) as killed:
+            killed.bind(folder + "/core-pipes/skyfold-00000000-0000-0000-0000-000000000000")
+        async with skyfold_core.connect() as worker:
+            self.assertTrue(worker.is_connected)
+        self.addCleanup(Application().end)
+        with self.assertRaisesRegex(skyfold_core.ConnectionFailed, "Several applications run"):
+            await skyfold_core.connect()
 
     async def test_who_is_launched_as_a_module_says_its_tag(self) -> None:
         async with PlayedHub() as hub:
@@ -126,7 +117,3 @@ class ToolsTest(ApplicationTest):
                 self.assertEqual(hub.heard[0], {1: 1, 2: "thumbs", 3: "a tag"})
         with self.assertRaises(ValueError):
             skyfold_core.connect_launched(["skyfold"])
-
-
-if __name__ == "__main__":
-    unittest.main()
