@@ -105,7 +105,8 @@ def write_headers(folder):
         copy.write_text(with_shared_docstrings((ROOT / name).read_text()))
 
 
-DECLARED = re.compile(r"\s*(?!///|return\b|using\b).*?\b(\w+)\(")
+DECLARED = re.compile(r"\s*(?!///|return\b|using\b)[^(]*?\b(\w+)\(")
+NEEDS_NONE = re.compile(r"~|= (delete|default)|\b(\w+)\((const )?\2(<\w+>)? ?&&?( \w+)?\)")
 
 
 def blank_statement(lines, first):
@@ -121,36 +122,38 @@ def blank_statement(lines, first):
             return
 
 
+def give_docstring(lines, i, docstring):
+    """Puts it before the declaration, in its line."""
+    start = i - 1 if lines[i - 1].strip().startswith("template") else i
+    code = lines[start].lstrip()
+    lines[start] = " " * (len(lines[start]) - len(code)) + "/** " + r" \ilinebr ".join(docstring) + " */ " + code
+
+
 def with_shared_docstrings(text):
-    """Gives overloads below a documented one the same docstring. The lines stay where they are: warnings name them."""
+    """Gives overloads the docstring that stands above the first of them; what stands behind a declaration is for that one alone. The
+    lines stay where they are: warnings name them."""
     lines = text.split("\n")
-    above, documented, name = [], [], None # Docstring that is being read; that of the last declaration, and its name.
+    above = []  # The docstring that is being read.
+    documented, name = [], None  # That of the last declaration, and its name.
     for i, line in enumerate(lines):
         stripped = line.strip()
         if stripped.startswith("friend ") and not above and "///<" not in line:
             blank_statement(lines, i)  # Doxygen lists it although it does not show it, or looks for it in the wrong class.
-            continue
-        if stripped.startswith("friend "):
-            lines[i] = line = line.replace("friend ", "", 1)  # One with a docstring is shown only as a member.
-        if stripped.startswith("///"):
+        elif stripped.startswith("///"):
             above.append(stripped[3:].strip())
-            continue
-        if not stripped or stripped.endswith(":") or stripped in ("};", "public:", "private:"):
+        elif not stripped or stripped.endswith(":") or stripped == "};":
             above, documented, name = [], [], None
-            continue
-        declared = DECLARED.match(line)
-        if not declared:
-            if stripped.startswith(("template", "[[", "friend", "requires")):
-                continue
+        elif stripped.startswith("friend "):
+            lines[i] = line.replace("friend ", "", 1)  # One with a docstring is shown only as a member.
             above = []
-            continue
-        if above or "///<" in line:
-            documented, name = (above if above else [line.split("///<")[1].strip()]), declared[1]
-        elif documented and declared[1] == name and not re.search(r"= (delete|default)", line):
-            start = i - 1 if lines[i - 1].strip().startswith("template") else i
-            indent = len(lines[start]) - len(lines[start].lstrip())
-            lines[start] = " " * indent + "/** " + r" \ilinebr ".join(documented) + " */ " + lines[start].lstrip()
-        above = []
+        elif declared := DECLARED.match(line):
+            if above or "///<" in line:
+                documented, name = above, declared[1]
+            elif documented and declared[1] == name and not NEEDS_NONE.search(line):
+                give_docstring(lines, i, documented)
+            above = []
+        elif not stripped.startswith(("template", "[[", "requires")):
+            above = []
     return "\n".join(lines)
 
 
