@@ -60,6 +60,15 @@ TEST_F(ApplicationTest, HandsItsCommandToTheOneThatRuns)
     EXPECT_EQ(second.rest(), "Handed over to the test_application that is running.\n");
     EXPECT_EQ(second.wait(), 0);
     EXPECT_EQ(first.readLine(), R"(["a", "b c"])");
+    {
+        const test::ScopedVariable name("TEST_NAME", "Other");
+        TestApplication other;
+        EXPECT_EQ(other.rest(),
+            "test_application: \"test_application\" is running under the id \"test_application\", which is also that "
+            "of "
+            "\"Other\". End it, and give one of them another id.\n");
+        EXPECT_EQ(other.wait(), 1);
+    }
     first.signal(SIGTERM);
     EXPECT_EQ(first.rest(), "");
     EXPECT_EQ(first.wait(), 128 + SIGTERM);

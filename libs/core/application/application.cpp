@@ -105,7 +105,7 @@ int Application::runMain(Main main)
         startLogging();
         runHub(main);
         end(failed, "Other code has stopped the main loop"); // Unless the application has ended it.
-    } catch (const fn::Exception& exception) {
+    } catch (const std::exception& exception) {
         end(failed, exception.what());
     }
     endAll();

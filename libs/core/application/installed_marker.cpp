@@ -1,6 +1,8 @@
 #include "core/application/installed_marker.h"
 #include "foundation/io/file.h"
 #include "foundation/system/path_manager.h"
+#include <cerrno>
+#include <cstring>
 #include <fstream>
 #include <string>
 
@@ -12,6 +14,12 @@ void checkInstalledMarker(const core::AppIdentity& identity)
     if (!paths.hasInstalledLayout()) return;
     const auto path = paths.getPath(fn::PathManager::ResourceFolder, "installed", false);
     std::ifstream file(path.toStdString());
+    if (!file) {
+        const auto* const reason = std::strerror(errno);
+        throw fn::RuntimeException(identity.name + " is installed in a folder that can not be read: " + path + ": "
+                + reason + ". Give its users leave to read it.",
+            fn::Exception::StackTrace::None);
+    }
     std::string name;
     if (!std::getline(file, name)) return; // Says nothing.
     const auto root = paths.getPath(fn::PathManager::ResourceFolder, false);

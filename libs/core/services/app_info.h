@@ -37,6 +37,7 @@ public:
     adoptEnvironment(); ///< For a child process: `fn::PathManager` names the folders after the instance, if there is one.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
+    AppIdentity identity() const { return { _id, _displayName, _publicVersion }; }
     fn::String id() const { return _id; } ///< The name of its folders below the user's.
     /// The id under which this application and others of its family meet: names their command pipe, their locks and their pipes. The id
     /// itself where there is no family; the family's if the process belongs to no application.

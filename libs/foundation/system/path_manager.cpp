@@ -4,6 +4,7 @@
 #include "foundation/io/path.h"
 #include "foundation/system/process_local.h"
 #include "platform/pipe_path.h"
+#include <cerrno>
 #include <dlfcn.h>
 #include <filesystem>
 #include <glib.h>
@@ -29,13 +30,15 @@ String desktopFolder()
     return desktop && g_file_test(desktop, G_FILE_TEST_IS_DIR) ? desktop : g_get_home_dir();
 }
 
-bool exists(const String& path) { return ::access(path.c_str(), F_OK) == 0; }
+/// Also what this user may not see counts as there: who opens it hears why he cannot.
+bool exists(const String& path) { return ::access(path.c_str(), F_OK) == 0 || errno == EACCES; }
 
 /// The folder of what this library is installed with, some levels above the library; else that of the source tree.
 String resourcesOfLibrary()
 {
     Dl_info info {};
-    if (::dladdr(reinterpret_cast<const void*>(&PathManager::instance), &info) == 0) return CORE_SOURCE_DIR "/resources";
+    if (::dladdr(reinterpret_cast<const void*>(&PathManager::instance), &info) == 0)
+        return CORE_SOURCE_DIR "/resources";
     auto folder =
         std::filesystem::path(info.dli_fname).parent_path(); // lib/, or the system's folder of an architecture in it.
     for (int levels = 0; levels < 2; ++levels) {

@@ -2,6 +2,7 @@
 #include "core/application/application.h"
 #include "foundation/coroutine/next.h"
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -15,7 +16,9 @@ void say(const fn::String& text)
 
 int main(int argc, char** argv)
 {
-    ipc::Application app({ .isSingle = true, .graceTime = fn::Duration::milliseconds(300) }, argc, argv);
+    const auto* const name = std::getenv("TEST_NAME");
+    ipc::Application app(
+        { .name = name ? name : "", .isSingle = true, .graceTime = fn::Duration::milliseconds(300) }, argc, argv);
     if (!app.arguments().empty()) app.addModule(app.arguments().front());
     app.scope().connect(app.onCommand(), [](const fn::Value& command) { say(command.at("arguments").toString()); });
     fn::Signal<> never;
