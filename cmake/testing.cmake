@@ -1,11 +1,11 @@
-# What every test of ctest gets: a bound in time, and what the sanitizers need to know.
+# What every test of ctest gets: a bound in time, a folder for logs, and what the sanitizers need to know.
 
 add_custom_target(threaded_tests) # What runs under ThreadSanitizer: the tests with the label "threads".
 
 # core_test_properties(NAME [SOURCE...]): SOURCE are those of the executable NAME_tests. Where one of them starts threads the
 # test runs under ThreadSanitizer, too.
 function(core_test_properties name)
-    set(environment)
+    set(environment XDG_STATE_HOME=${CMAKE_BINARY_DIR}/test_state) # Logs of programs that tests run.
     if(CORE_SANITIZE MATCHES address)
         list(APPEND environment ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1
             LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/cmake/lsan.supp:print_suppressions=0
