@@ -59,6 +59,10 @@ if(NOT CORE_SANITIZE)
     add_link_options($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,SHARED_LIBRARY>:-Wl,--no-undefined>)
 endif()
 
+if(CORE_PACKAGES)
+    add_compile_options(-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=) # A package says nothing of the machine that it was made on.
+endif()
+
 # Headers that nearly every file needs.
 set(CORE_PRECOMPILED_HEADERS <cstdint> <string> <string_view> <vector> <map> <memory> <functional> <optional> <utility>
     <fmt/format.h>)
