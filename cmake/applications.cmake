@@ -1,8 +1,9 @@
-# core_add_module(NAME SOURCE...): the module library NAME.dll.
+# core_add_module(NAME SOURCE...): the module library NAME.dll. It is installed with the applications that name it.
 #
-# core_add_application(NAME SOURCES SOURCE... [MODULES MODULE...] [ID ID] [DISPLAY_NAME NAME] [COMPONENT COMPONENT]): the program NAME
-# with its modules, ready to run in the build tree and where it is installed. MODULES are targets of core_add_module(), or
-# skyfold::inspector_web. ID, by default NAME, is the one that the program says of itself (see core::AppIdentity); DISPLAY_NAME is for people.
+# core_add_application(NAME SOURCES SOURCE... [MODULES MODULE...] [ID ID] [DISPLAY_NAME NAME] [LOGGING_PROFILES FOLDER]
+# [COMPONENT COMPONENT]): the program NAME with its modules, ready to run in the build tree and where it is installed. MODULES are targets of
+# core_add_module(), or skyfold::inspector_web. ID, by default NAME, is the one that the program says of itself (see core::AppIdentity);
+# DISPLAY_NAME is for people. FOLDER has logging profiles of its own, instead of the package's.
 #
 # Both trees look alike: bin/NAME, and in lib/ID/ the marker `installed`, modules/, logging_profiles/ and bin/ with the module loader.
 # Where a file is the package's own, its place has a link to it. CORE_IN_TREE, set in the library's own build, keeps its layout:
@@ -30,8 +31,9 @@ function(core_add_module name)
 endfunction()
 
 function(core_add_application name)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ID;DISPLAY_NAME;COMPONENT" "SOURCES;MODULES")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ID;DISPLAY_NAME;LOGGING_PROFILES;COMPONENT" "SOURCES;MODULES")
     set(call "core_add_application(${name} ...)")
+    set(profiles "")
     if(NOT arg_ID)
         set(arg_ID ${name})
     endif()
@@ -43,6 +45,12 @@ function(core_add_application name)
     endif()
     if(NOT arg_SOURCES)
         message(FATAL_ERROR "${call}: no sources. Name them behind SOURCES.")
+    endif()
+    if(arg_LOGGING_PROFILES)
+        get_filename_component(profiles ${arg_LOGGING_PROFILES} ABSOLUTE)
+        if(NOT IS_DIRECTORY ${profiles})
+            message(FATAL_ERROR "${call}: there is no folder ${profiles}. Name one behind LOGGING_PROFILES, or leave that out.")
+        endif()
     endif()
     string(LENGTH "${arg_ID}" length)
     if(NOT CORE_IN_TREE AND (NOT arg_ID MATCHES "^[a-z][a-z0-9_-]*$" OR length GREATER 32))
@@ -64,13 +72,13 @@ function(core_add_application name)
         add_dependencies(${name} module_loader)
     else()
         set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-        _core_lay_out_build_tree(${arg_ID} "${arg_DISPLAY_NAME}" ${arg_MODULES})
+        _core_lay_out_build_tree(${arg_ID} "${arg_DISPLAY_NAME}" "${profiles}" ${arg_MODULES})
     endif()
     if(arg_COMPONENT OR NOT CORE_IN_TREE)
         if(NOT arg_COMPONENT)
             set(arg_COMPONENT ${name})
         endif()
-        _core_install_application(${name} ${arg_ID} "${arg_DISPLAY_NAME}" ${arg_COMPONENT} ${arg_MODULES})
+        _core_install_application(${name} ${arg_ID} "${arg_DISPLAY_NAME}" "${profiles}" ${arg_COMPONENT} ${arg_MODULES})
     endif()
 endfunction()
 
@@ -92,12 +100,15 @@ function(_core_check_module call module)
     endif()
 endfunction()
 
-function(_core_lay_out_build_tree id display_name)
+function(_core_lay_out_build_tree id display_name profiles)
     set(root ${CMAKE_BINARY_DIR}/lib/${id})
     file(WRITE ${root}/installed "${display_name}\n")
     file(MAKE_DIRECTORY ${root}/bin ${root}/modules)
     file(CREATE_LINK ${CORE_PACKAGE_LIBEXEC}/skyfold.module_loader ${root}/bin/skyfold.module_loader SYMBOLIC)
-    file(CREATE_LINK ${CORE_PACKAGE_SHARE}/logging_profiles ${root}/logging_profiles SYMBOLIC)
+    if(NOT profiles)
+        set(profiles ${CORE_PACKAGE_SHARE}/logging_profiles)
+    endif()
+    file(CREATE_LINK ${profiles} ${root}/logging_profiles SYMBOLIC)
     foreach(module ${ARGN})
         if(module MATCHES "::")
             string(REGEX REPLACE ".*::" "" file ${module})
@@ -113,7 +124,7 @@ function(_core_lay_out_build_tree id display_name)
     endforeach()
 endfunction()
 
-function(_core_install_application name id display_name component)
+function(_core_install_application name id display_name profiles component)
     set(root lib/${id}) # Not the folder of the system's libraries: the program looks for ../lib/ID.
     set(marker ${CMAKE_BINARY_DIR}/CMakeFiles/core/${id}/installed)
     file(WRITE ${marker} "${display_name}\n")
@@ -121,7 +132,11 @@ function(_core_install_application name id display_name component)
     _core_set_install_rpath(${name} ..)
     install(TARGETS ${name} RUNTIME DESTINATION bin COMPONENT ${component})
     _core_install_link(${component} "${CORE_PACKAGE_LIBEXEC}/skyfold.module_loader" ${root}/bin/skyfold.module_loader)
-    _core_install_link(${component} "${CORE_PACKAGE_SHARE}/logging_profiles" ${root}/logging_profiles)
+    if(profiles)
+        install(DIRECTORY ${profiles}/ DESTINATION ${root}/logging_profiles COMPONENT ${component})
+    else()
+        _core_install_link(${component} "${CORE_PACKAGE_SHARE}/logging_profiles" ${root}/logging_profiles)
+    endif()
     foreach(module ${ARGN})
         if(module MATCHES "::")
             string(REGEX REPLACE ".*::" "" file ${module})
