@@ -94,7 +94,7 @@ def decode_frame(body: bytes) -> dict[Any, Any] | None:
 
 
 def _refuse_double_fields(body: bytes) -> None:
-    unpacker = msgpack.Unpacker(max_buffer_size=len(body), strict_map_key=False)
+    unpacker = msgpack.Unpacker(max_buffer_size=len(body), strict_map_key=False, unicode_errors="surrogateescape")
     unpacker.feed(body)
     known = []
     for _ in range(unpacker.read_map_header()):

@@ -26,7 +26,7 @@ FATAL = {
 }
 
 # What is passed over: field by field of another kind, too large, or missing.
-HARMLESS = [
+HARMLESS = [raw(b"\xde\x00\x01\xa1\xff\x01")] + [  # A map in another form, whose key is no text.
     frame(value)
     for value in (
         *(1, "x", [1], {}, {1: "x"}, {1: [1]}, {1: 99}, {1: -1}, {1: 1}, {1: 1, 4: 0xFFFF}, {1: 1, 4: 7}, {1: 1, 4: 1 << 40}),
