@@ -202,9 +202,9 @@ class Objects:
             return
         self._dropped.append(remote)
         if len(self._dropped) == 1:
-            loop.call_soon(self.release_dropped)
+            loop.call_soon(self._release_dropped)
 
-    def release_dropped(self) -> None:
+    def _release_dropped(self) -> None:
         dropped, self._dropped = self._dropped, []
         for remote in dropped:
             if remote.facade is not None and remote.facade() is not None:

@@ -74,7 +74,6 @@ class Participant:
 
     async def close(self) -> None:
         if not self._is_over:
-            self.objects.release_dropped()
             self._connection.close()
             self._end(None)
         await asyncio.wait([self._connection.lost], timeout=_CLOSING_SECONDS)

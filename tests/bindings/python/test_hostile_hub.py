@@ -76,7 +76,7 @@ class HostileHubTest(AsyncTest):
         broken = (
             msgpack.ExtType(1, b"1234567"),
             msgpack.ExtType(1, (3).to_bytes(8, "little")),  # An object of this worker, which has none.
-            *(msgpack.ExtType(code, data) for code in (2, 3) for data in (b"", b"\x01", b"\xc1\xc1", b"\x01\xcf" + b"\xff" * 8)),
+            *(msgpack.ExtType(code, data) for code in (2, 3) for data in (b"", b"\x01", b"\x01\x02\xcd", b"\xc1\xc1", b"\x01\xcf" + b"\xff" * 8)),
             msgpack.Timestamp(1 << 62, 0),
         )
         async with PlayedHub() as hub, skyfold_core.connect(hub.path) as worker:
