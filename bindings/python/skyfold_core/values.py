@@ -84,12 +84,10 @@ def decode_plain(code: int, data: bytes) -> Any:
 
 
 def _two(data: bytes, first: type, second: type | None = None) -> tuple[Any, Any]:
-    unpacker = msgpack.Unpacker(max_buffer_size=len(data) or 1, unicode_errors="surrogateescape")
-    unpacker.feed(data)
-    parts = tuple(unpacker)
-    if [type(part) for part in parts] != [first, second or first] or unpacker.tell() != len(data):
+    one, other = msgpack.unpackb(b"\x92" + data, unicode_errors="surrogateescape")  # As an array of two.
+    if type(one) is not first or type(other) is not (second or first):
         raise DataFormatError("an extension value has not the two parts that it is made of")
-    return parts  # type: ignore[return-value]
+    return one, other
 
 
 class Packer:
