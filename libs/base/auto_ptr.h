@@ -22,10 +22,11 @@ concept PointsTo = std::convertible_to<U*, T*>;
 /// Copies may live on any thread; the object itself says which threads may call it.
 template <typename T> class AutoPtr {
 public:
-    using element_type = T;
+    using element_type = T; ///< The class that it points to.
 
     AutoPtr() noexcept = default;
-    AutoPtr(std::nullptr_t) noexcept { }
+    AutoPtr(std::nullptr_t) noexcept { } ///< Holds nothing.
+    /// Shares the object; null holds nothing.
     explicit AutoPtr(T* object) noexcept : _object(object)
     {
         if (_object) _object->retain();
@@ -56,12 +57,14 @@ public:
     /// Hands the reference to the caller, who must release it.
     [[nodiscard]] T* leak() noexcept { return std::exchange(_object, nullptr); }
 
+    /// Borrowed, as long as somebody holds the object; null where this holds nothing.
     T* get() const noexcept { return _object; }
     T& operator*() const { return *checked(); }
     T* operator->() const { return checked(); }
     explicit operator bool() const noexcept { return _object != nullptr; }
 
-    void reset() noexcept { AutoPtr().swap(*this); }
+    void reset() noexcept { AutoPtr().swap(*this); } ///< Lets go of the object, and holds nothing.
+    /// Exchanges what the two hold, without counting.
     void swap(AutoPtr& other) noexcept { std::swap(_object, other._object); }
 
     friend bool operator==(const AutoPtr& a, const AutoPtr& b) noexcept { return a._object == b._object; }

@@ -45,9 +45,11 @@ public:
 
     /// Never null.
     const std::uint8_t* data() const noexcept { return _buffer ? _buffer->bytes() + _offset : &noByte; }
-    std::size_t size() const noexcept { return _size; }
-    bool empty() const noexcept { return _size == 0; }
+    std::size_t size() const noexcept { return _size; } ///< How many bytes.
+    bool empty() const noexcept { return _size == 0; } ///< Whether there is no byte.
+    /// Borrowed: valid until the array changes or goes.
     std::span<const std::uint8_t> bytes() const noexcept { return { data(), _size }; }
+    /// The bytes as text, borrowed: valid until the array changes or goes.
     std::string_view view() const noexcept { return { reinterpret_cast<const char*>(data()), _size }; }
 
     std::uint8_t* mutableData(); ///< Copies a shared buffer first.
@@ -65,6 +67,7 @@ public:
         if (size > _size) makeOwn(size);
         _size = static_cast<std::uint32_t>(size);
     }
+    /// Adds bytes at the end, and copies a shared buffer first. `data` may lie in the array itself.
     void append(const void* data, std::size_t size);
     void clear() noexcept; ///< Empties the array; its buffer is kept unless it is shared.
 
@@ -79,7 +82,7 @@ public:
 
     ByteArray SHA256() const; ///< The 32 bytes of the digest.
 
-    String toString() const { return hex(); }
+    String toString() const { return hex(); } ///< The same as `hex()`.
 
     friend bool operator==(const ByteArray& a, const ByteArray& b) noexcept { return a.view() == b.view(); }
     friend std::strong_ordering operator<=>(const ByteArray& a, const ByteArray& b) noexcept

@@ -11,8 +11,8 @@ namespace fn {
 
 /// A typed detail that an exception carries: `exception.attach(DetailInfo { "Type: x" })`.
 template <typename T, typename Tag> struct ErrorInfo {
-    using Type = T;
-    T value;
+    using Type = T; ///< The type of its value.
+    T value; ///< What is told.
 };
 
 namespace internal {
@@ -28,9 +28,9 @@ struct CallTag;
 
 using DetailInfo = ErrorInfo<String, internal::DetailTag>; ///< Free text.
 using PathInfo = ErrorInfo<String, internal::PathTag>; ///< The path of the file concerned.
-using ErrnoInfo = ErrorInfo<std::int32_t, internal::ErrnoTag>;
+using ErrnoInfo = ErrorInfo<std::int32_t, internal::ErrnoTag>; ///< Of the system's `errno`.
 using UVErrnoInfo = ErrorInfo<std::int32_t, internal::UVErrnoTag>; ///< Negative, as libuv gives it.
-using WinErrorInfo = ErrorInfo<std::uint32_t, internal::WinErrorTag>;
+using WinErrorInfo = ErrorInfo<std::uint32_t, internal::WinErrorTag>; ///< As `GetLastError()` of Windows gives it.
 using ErrorCodeInfo = ErrorInfo<std::int32_t, internal::ErrorCodeTag>; ///< A code that belongs to no system.
 using CallInfo = ErrorInfo<String, internal::CallTag>; ///< The call that failed, "Class.method"; not part of `what()`.
 using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTraceTag>; ///< Of another process.
@@ -39,12 +39,14 @@ using ResolvedStackTraceInfo = ErrorInfo<ResolvedStackTrace, internal::StackTrac
 /// the details, one on each line.
 class FN_EXPORT Exception : public std::exception {
 public:
+    /// Whether an exception takes the trace of the stack when it is made.
     enum class StackTrace : int {
         Capture = 0, ///< Takes the trace of the constructing thread.
         None = 1,
     };
 
-    explicit Exception(StackTrace choice = StackTrace::Capture);
+    explicit Exception(StackTrace choice = StackTrace::Capture); ///< Without a message.
+    /// `message` is for people, and says what, where and why.
     explicit Exception(String message, StackTrace choice = StackTrace::Capture);
     Exception(const Exception&) noexcept;
     Exception(Exception&&) noexcept;
@@ -54,11 +56,11 @@ public:
 
     /// The class without its namespace. Another process finds the class by this name (`fn::ExceptionFactory`).
     virtual String className() const;
-    const String& message() const noexcept { return _message; }
+    const String& message() const noexcept { return _message; } ///< For people; without the details that `what()` has.
     String displayText() const { return _message; } ///< The message alone, for people.
     const char* what() const noexcept override;
 
-    const CapturedStackTrace& stackTrace() const noexcept;
+    const CapturedStackTrace& stackTrace() const noexcept; ///< Where it was made; empty if it was made without a trace.
     void removeStackTrace(); ///< From this copy alone: for exceptions that are expected and merely logged.
 
     /// Adds or replaces the detail of that type.

@@ -25,6 +25,7 @@ public:
     static FileDescriptor write(const String& path, int mode);
 
     int get() const noexcept { return _descriptor; } ///< -1 if this owns no descriptor.
+    /// What was opened; empty for a descriptor that was taken over.
     const String& path() const noexcept { return _path; }
     explicit operator bool() const noexcept { return _descriptor >= 0; }
 

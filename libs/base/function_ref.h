@@ -10,6 +10,7 @@ template <typename Signature> class FunctionRef;
 /// A callable that is borrowed for the length of a call: no allocation, two words. A parameter, not a member.
 template <typename R, typename... Args> class FunctionRef<R(Args...)> {
 public:
+    /// Borrows `callable`, which lives as long as this is called.
     template <typename F>
     requires(!std::is_same_v<std::remove_cvref_t<F>, FunctionRef> && std::is_invocable_r_v<R, F&, Args...>)
         FunctionRef(F&& callable)

@@ -19,6 +19,7 @@ template <typename Call> auto uninterrupted(Call&& call)
 /// Opens a file. Programs that this process starts do not inherit the descriptor. A path with a NUL byte fails with EINVAL.
 FN_EXPORT int open(const String& path, int flags, int mode = 0);
 
+/// `::read`, begun anew where a signal has interrupted it.
 FN_EXPORT std::ptrdiff_t read(int descriptor, void* data, std::size_t size);
 FN_EXPORT std::ptrdiff_t write(int descriptor, const void* data, std::size_t size); ///< May write less than `size`.
 

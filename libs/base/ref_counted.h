@@ -15,8 +15,10 @@ public:
     RefCountedBase(const RefCountedBase&) = delete;
     RefCountedBase& operator=(const RefCountedBase&) = delete;
 
+    /// Counts one holder more. `fn::AutoPtr` does it. Thread-safe.
     void retain() const noexcept { _count.fetch_add(1, std::memory_order_relaxed); }
 
+    /// Counts one holder less; the last one destroys the object. Thread-safe.
     void release() const noexcept
     {
         if (_count.fetch_sub(1, std::memory_order_acq_rel) == 1) lastReferenceGone();

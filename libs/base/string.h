@@ -30,7 +30,9 @@ concept OtherText = std::convertible_to<const T&, std::string_view> && !std::der
 class FN_EXPORT String {
 public:
     String() noexcept { setWords(inlineWords(nullptr, 0)); }
-    String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { } ///< Null reads as "".
+    /// Copies the bytes. Null reads as "".
+    String(const char* text) : String(text ? std::string_view(text) : std::string_view()) { }
+    /// Copies the bytes.
     String(std::string_view text)
     {
         if (text.size() <= InlineCapacity) [[likely]]
@@ -38,6 +40,7 @@ public:
         else
             setLongText(text);
     }
+    /// Copies the bytes.
     String(const std::string& text) : String(std::string_view(text)) { }
     String(const String& other) noexcept
     {
@@ -71,13 +74,16 @@ public:
         return result;
     }
 
+    /// The bytes, of which the last one is followed by a zero. Valid until the string changes or goes.
     const char* data() const noexcept { return isInline() ? _storage : shared().text; }
     const char* c_str() const noexcept { return data(); } ///< Zero-terminated; valid until the string changes or goes.
+    /// Bytes, not characters.
     std::size_t size() const noexcept { return isInline() ? InlineCapacity - tag() : shared().size; }
-    bool empty() const noexcept { return size() == 0; }
+    bool empty() const noexcept { return size() == 0; } ///< Whether there is no byte.
+    /// Borrowed: valid until the string changes or goes.
     std::string_view view() const noexcept { return { data(), size() }; }
     operator std::string_view() const noexcept { return view(); }
-    std::string toStdString() const { return std::string(view()); }
+    std::string toStdString() const { return std::string(view()); } ///< A copy.
 
     String& operator+=(std::string_view text);
     friend String operator+(const String& a, const String& b) { return concatenate(a, b); }
@@ -115,10 +121,14 @@ public:
 
     friend FN_EXPORT std::ostream& operator<<(std::ostream& stream, const String& text);
 
+    /// Compares bytes: case matters.
     bool startsWith(std::string_view prefix) const noexcept { return view().starts_with(prefix); }
+    /// Compares bytes: case matters.
     bool endsWith(std::string_view suffix) const noexcept { return view().ends_with(suffix); }
+    /// Whether `part` stands somewhere in it, byte for byte.
     bool contains(std::string_view part) const noexcept { return view().find(part) != std::string_view::npos; }
 
+    /// The `length` bytes from `offset` on, or as many as there are.
     String substring(std::size_t offset, std::size_t length = std::string_view::npos) const;
     String toLowerCase() const; ///< ASCII letters only.
     String toUpperCase() const; ///< ASCII letters only.
@@ -126,8 +136,8 @@ public:
     /// The text without ASCII blanks (space, tab, CR, LF, VT, FF) at both ends, or without those at its end alone.
     String trim(bool bothEnds = true) const;
 
-    static constexpr int KeepEmptyParts = 1;
-    static constexpr int TrimParts = 2;
+    static constexpr int KeepEmptyParts = 1; ///< A flag of `split()`: parts without a byte count, too.
+    static constexpr int TrimParts = 2; ///< A flag of `split()`: each part without blanks at both ends.
 
     /// The parts between the separators. `limit` (0: no limit) bounds the number of parts; the last part is then the whole
     /// rest. An empty text gives no part.
@@ -136,10 +146,12 @@ public:
     /// The text as an integer; blanks around it and one sign are allowed. Anything else, or an overflow, gives
     /// `defaultValue` and `*ok` false.
     int toInt(int defaultValue = 0, int base = 10, bool* ok = nullptr) const;
+    /// As `toInt()`, for 64 bits.
     std::int64_t toInt64(std::int64_t defaultValue = 0, int base = 10, bool* ok = nullptr) const;
 
     bool toBool() const; ///< "true", "yes", "on" and "1" in any case are true, everything else is false.
 
+    /// In decimal digits.
     static String number(std::int64_t value);
     static String number(std::uint64_t value);
     static String number(int value) { return number(static_cast<std::int64_t>(value)); }

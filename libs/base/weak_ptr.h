@@ -7,11 +7,12 @@ namespace fn {
 template <typename T> class WeakPtr {
 public:
     WeakPtr() noexcept = default;
+    /// Does not keep the object alive; null refers to nothing.
     explicit WeakPtr(T* object) : _object(object)
     {
         if (object) _isThere = static_cast<const WeakReferencableObject*>(object)->_lifetime.watch();
     }
-    WeakPtr(const AutoPtr<T>& object) : WeakPtr(object.get()) { }
+    WeakPtr(const AutoPtr<T>& object) : WeakPtr(object.get()) { } ///< Does not keep the object alive.
 
     /// The target, or empty once the target's last strong reference has gone (even if its deletion is still to come).
     AutoPtr<T> lock() const noexcept
@@ -27,7 +28,7 @@ public:
         };
     }
 
-    void reset() noexcept { *this = WeakPtr(); }
+    void reset() noexcept { *this = WeakPtr(); } ///< Refers to nothing from now on.
 
 private:
     T* _object = nullptr;

@@ -4,7 +4,7 @@
 
 namespace fn {
 
-using AssertionHook = void (*)(const AssertionSite&);
+using AssertionHook = void (*)(const AssertionSite&); ///< Hears of each broken invariant, on the thread that saw it.
 
 /// Reports a broken invariant to the hook. Never throws. Thread-safe.
 FN_EXPORT void reportAssertion(const AssertionSite& site) noexcept;

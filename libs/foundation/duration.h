@@ -13,6 +13,7 @@ namespace fn {
 class Duration {
 public:
     constexpr Duration() = default;
+    /// In microseconds; may be negative.
     constexpr explicit Duration(std::int64_t microseconds) : _microseconds(microseconds) { }
 
     /// Whole microseconds of a standard duration.
@@ -32,11 +33,13 @@ public:
         return Standard(*count);
     }
 
-    static constexpr Duration microseconds(std::int64_t count) { return Duration(count); }
+    static constexpr Duration microseconds(std::int64_t count) { return Duration(count); } ///< May be negative.
+    /// May be negative. What 64 bits of microseconds do not hold becomes the longest duration.
     static constexpr Duration milliseconds(std::int64_t count) { return Duration(saturatedProduct(count, 1'000)); }
+    /// May be negative. What 64 bits of microseconds do not hold becomes the longest duration.
     static constexpr Duration seconds(std::int64_t count) { return Duration(saturatedProduct(count, 1'000'000)); }
 
-    constexpr std::int64_t totalMicroseconds() const { return _microseconds; }
+    constexpr std::int64_t totalMicroseconds() const { return _microseconds; } ///< All of it, exactly.
 
     /// Whole milliseconds. `roundingMode` 0 truncates towards zero, 1 rounds up.
     constexpr std::int64_t totalMilliseconds(int roundingMode = 0) const
@@ -44,6 +47,7 @@ public:
         const auto whole = _microseconds / 1'000;
         return roundingMode == 1 && _microseconds % 1'000 > 0 ? whole + 1 : whole;
     }
+    /// All of it, rounded to what a double holds.
     constexpr double totalSeconds() const { return static_cast<double>(_microseconds) / 1e6; }
 
     friend constexpr auto operator<=>(Duration, Duration) = default;

@@ -33,13 +33,13 @@ class [[nodiscard, gnu::visibility("default")]] Handle
 {
 public:
     Handle() noexcept = default;
-    explicit Handle(HandleTarget & target);
+    explicit Handle(HandleTarget & target); ///< Owns `target` from now on.
     Handle(Handle && other) noexcept;
     Handle& operator=(Handle&& other) noexcept;
     ~Handle();
 
-    void invalidate();
-    void detach();
+    void invalidate(); ///< Ends the target, and refers to nothing.
+    void detach(); ///< Lets the target live on, and refers to nothing.
     explicit operator bool() const noexcept { return _target != nullptr; }
 
 private:

@@ -24,7 +24,7 @@ public:
     MessageBus& operator=(const MessageBus&) = delete;
     virtual ~MessageBus(); ///< If this bus is installed, the plain local bus is put back.
 
-    static MessageBus& instance();
+    static MessageBus& instance(); ///< This process's; made at the first call, never destroyed.
 
     /// Installs `bus`, which sends all posted messages from then on. `bus` is borrowed, and must outlive its installation.
     static void setInstance(MessageBus& bus);
@@ -36,10 +36,13 @@ public:
     /// The error of a body that cannot be sent goes to `fn::unhandledException()`; the body stays in this process.
     static void repostStickyMessages();
 
+    /// Tells everybody who listens. Where the bus spans processes, that is in all of them.
     void postMessage(const String& name, Value body);
+    /// The same, and the latest body of each name is kept: `getStickyMessage()`.
     void postStickyMessage(const String& name, Value body);
+    /// The latest body that was posted so; none if there was none.
     std::optional<Value> getStickyMessage(const String& name) const;
-    MessageSignal& onMessage(const String& name);
+    MessageSignal& onMessage(const String& name); ///< Fires with name and body of each message of that name.
 
 protected:
     /// Called for every message that is posted in this process. Default: delivers the message in this process.

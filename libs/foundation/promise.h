@@ -116,26 +116,30 @@ template <typename T> class Promise {
     static_assert(!std::is_reference_v<T>);
 
 public:
-    using Type = T;
+    using Type = T; ///< Of its value.
 
     Promise() noexcept = default; ///< Null.
+    /// For the library: around a node that is there already.
     explicit Promise(AutoPtr<internal::PromiseNode<T>> node) noexcept : _node(std::move(node)) { }
 
     /// A pending promise.
     static Promise create() { return Promise(makeAuto<internal::PromiseNode<T>>()); }
 
+    /// One that has its value already.
     static Promise fulfilled(internal::PromiseValue<T> value) requires(!std::is_void_v<T>)
     {
         auto promise = create();
         promise.fulfill(std::move(value));
         return promise;
     }
+    /// One that is fulfilled already.
     static Promise fulfilled() requires std::is_void_v<T>
     {
         auto promise = create();
         promise.fulfill();
         return promise;
     }
+    /// One that has failed already.
     static Promise rejected(std::exception_ptr failure)
     {
         auto promise = create();
@@ -144,8 +148,9 @@ public:
     }
 
     explicit operator bool() const noexcept { return static_cast<bool>(_node); }
+    /// Whether it has neither value nor failure, and was not cancelled.
     bool isPending() const { return !_node->settled(); }
-    bool isCancelled() const { return _node->cancelled(); }
+    bool isCancelled() const { return _node->cancelled(); } ///< Whether `cancel()` was called while it was pending.
 
     /// Settles the promise; ignored if it has been settled or cancelled. A callable that the consumer has attached already runs
     /// before this returns; its exceptions do not come out here.
@@ -154,6 +159,7 @@ public:
         _node->fulfill(std::move(value));
     }
     void fulfill() const requires std::is_void_v<T> { _node->fulfill(internal::Void()); }
+    /// Fails it. Nothing where it is settled already.
     void reject(std::exception_ptr failure) const { _node->reject(std::move(failure)); }
 
     /// Sets the callable that runs if the promise is cancelled while it is pending: one for each promise. Exceptions of

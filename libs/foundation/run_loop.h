@@ -10,6 +10,7 @@ class Loop;
 }
 class Clock;
 
+/// Runs once, on the loop's thread. What it throws goes to `fn::unhandledException()`.
 using Task = folly::Function<void()>;
 
 /// The event loop of one thread.
@@ -51,7 +52,7 @@ public:
     /// The clock that timers of this loop follow.
     virtual const Clock& clock() const = 0;
 
-    virtual uv::Loop& uvLoop() = 0;
+    virtual uv::Loop& uvLoop() = 0; ///< The loop over libuv that this is.
 };
 
 } // namespace fn

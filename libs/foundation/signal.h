@@ -130,6 +130,7 @@ template <typename... Args> class Signal : private internal::SignalBase {
     static constexpr bool argumentsCopy() { return (std::is_copy_constructible_v<std::decay_t<Args>> && ...); }
 
 public:
+    /// Runs inside `fire()`. What it throws goes to `fn::unhandledException()`.
     using Callback = folly::Function<void(Passed<Args>...)>;
 
     Signal() = default;

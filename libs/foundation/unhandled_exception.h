@@ -13,6 +13,7 @@ FN_EXPORT void unhandledException() noexcept;
 FN_EXPORT void logException(const std::exception& exception) noexcept;
 FN_EXPORT void logException() noexcept; ///< Logs the exception of any type that the calling catch block handles.
 
+/// Hears of each exception that nobody handles, on the thread that has it.
 using UnhandledExceptionHook = void (*)(std::exception_ptr);
 
 /// Replaces the hook (null: none) and returns the previous one. Thread-safe.

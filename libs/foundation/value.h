@@ -67,17 +67,20 @@ template <typename T> inline constexpr bool isBoxable = false;
 /// Distinct values may be used on distinct threads even where they share storage.
 class FN_EXPORT Value {
 public:
+    /// How a value is stored. Integers are UInt only above INT64_MAX.
     enum class Kind : std::uint8_t { Nil, Bool, Int, UInt, Double, String, Bytes, Array, Map, Boxed, Object };
 
     /// The types that `is()` tests for. INT stands for every integer.
     enum Type { NIL, BOOL, INT, DOUBLE, STRING, BYTE_ARRAY, ARRAY, MAP, BOXED, OBJECT };
 
-    using Array = std::vector<Value>;
-    using Map = ValueMap;
+    using Array = std::vector<Value>; ///< The elements of an array.
+    using Map = ValueMap; ///< The entries of a map.
 
     Value() noexcept : _kind(Kind::Nil) { }
     Value(Type type); ///< An empty value of that type: `Value(Value::MAP)` is an empty map. BOXED and OBJECT give nil.
+    /// A boolean; numbers and pointers do not turn into one.
     template <std::same_as<bool> B> Value(B value) noexcept : _kind(Kind::Bool) { _data.boolean = value; }
+    /// An integer of any size and sign.
     template <internal::Integral T> Value(T value) noexcept
     {
         // Stored signed unless above INT64_MAX, so that equal integers have one form.
@@ -92,20 +95,23 @@ public:
     template <typename E>
     requires(std::is_enum_v<E>&& std::convertible_to<E, std::underlying_type_t<E>>) Value(E value)
     noexcept : Value(static_cast<std::underlying_type_t<E>>(value)) { }
+    /// NaN and infinities included.
     template <std::floating_point T> Value(T value) noexcept : _kind(Kind::Double)
     {
         _data.real = static_cast<double>(value);
     }
-    Value(const char* text) : Value(fn::String(text)) { }
-    Value(std::string_view text) : Value(fn::String(text)) { }
-    Value(const std::string& text) : Value(fn::String(text)) { }
+    Value(const char* text) : Value(fn::String(text)) { } ///< Text, which ends at the first zero.
+    Value(std::string_view text) : Value(fn::String(text)) { } ///< Text.
+    Value(const std::string& text) : Value(fn::String(text)) { } ///< Text.
+    /// Text, shared.
     Value(fn::String text) noexcept : _kind(Kind::String) { new (&_data.string) fn::String(std::move(text)); }
+    /// Bytes, shared.
     Value(ByteArray bytes) noexcept : _kind(Kind::Bytes) { new (&_data.bytes) ByteArray(std::move(bytes)); }
-    Value(Array elements);
-    Value(Map map);
+    Value(Array elements); ///< An array of them.
+    Value(Map map); ///< A map of them.
     Value(std::initializer_list<std::pair<Value, Value>> entries) = delete; // Ambiguous with arrays; use map().
     template <typename T>
-    requires isBoxable<T> Value(T object);
+    requires isBoxable<T> Value(T object); ///< Boxes an object of a type that says it can be boxed (`isBoxable`).
     /// Holds the object (which derives from fn::Object and fn::RefCountedBase); an empty pointer gives nil.
     template <typename T> Value(const AutoPtr<T>& object) : _kind(Kind::Nil)
     {
@@ -137,17 +143,17 @@ public:
 
     /// A map of the given entries; later ones win over earlier ones with an equal key.
     static Value map(std::initializer_list<std::pair<Value, Value>> entries);
-    static Value array(std::initializer_list<Value> elements);
+    static Value array(std::initializer_list<Value> elements); ///< An array of the given elements.
 
-    Kind kind() const noexcept { return _kind; }
-    bool is(Type type) const noexcept;
-    bool isNil() const noexcept { return _kind == Kind::Nil; }
-    bool isMap() const noexcept { return _kind == Kind::Map; }
-    bool isArray() const noexcept { return _kind == Kind::Array; }
-    bool isString() const noexcept { return _kind == Kind::String; }
-    bool isObject() const noexcept { return _kind == Kind::Object; }
-    bool isInteger() const noexcept { return _kind == Kind::Int || _kind == Kind::UInt; }
-    bool isNumber() const noexcept { return isInteger() || _kind == Kind::Double; }
+    Kind kind() const noexcept { return _kind; } ///< How it is stored.
+    bool is(Type type) const noexcept; ///< Whether it is of that type; INT stands for every integer.
+    bool isNil() const noexcept { return _kind == Kind::Nil; } ///< Whether it is nothing.
+    bool isMap() const noexcept { return _kind == Kind::Map; } ///< Whether it has entries.
+    bool isArray() const noexcept { return _kind == Kind::Array; } ///< Whether it has elements.
+    bool isString() const noexcept { return _kind == Kind::String; } ///< Whether it is text.
+    bool isObject() const noexcept { return _kind == Kind::Object; } ///< Whether it is a counted object.
+    bool isInteger() const noexcept { return _kind == Kind::Int || _kind == Kind::UInt; } ///< Of either sign.
+    bool isNumber() const noexcept { return isInteger() || _kind == Kind::Double; } ///< An integer or a double.
 
     /// Whether this is nil, "", no bytes, or no elements. 0 and false are not empty.
     bool empty() const noexcept;
@@ -187,6 +193,7 @@ public:
     /// The bytes; another kind: `fn::RangeException` "Invalid boxed type".
     const ByteArray& byteArray() const { return boxed<ByteArray>(); }
 
+    /// Whether it holds a T (bytes, if T is ByteArray), so that `boxed<T>()` gives it.
     template <typename T> bool isBoxed() const noexcept
     {
         if constexpr (std::same_as<T, ByteArray>) {
@@ -211,14 +218,15 @@ public:
 
     /// The elements or entries to read. Another kind: `fn::RangeException`.
     const Array& elements() const;
-    const Map& entries() const;
+    const Map& entries() const; ///< As `elements()`, for a map.
 
     /// The elements or entries to change: shared ones are copied first; nil becomes an empty array or map.
     Array& mutableElements();
-    Map& mutableEntries();
+    Map& mutableEntries(); ///< As `mutableElements()`, for a map.
 
     /// The value at `key`, borrowed; null if there is none or this is no map.
     const Value* find(const Value& key) const noexcept;
+    /// Whether there is an entry with that key; false for what is no map.
     bool has(const Value& key) const noexcept { return find(key) != nullptr; }
 
     /// The value at `key`, borrowed. A missing key or another kind: `fn::RangeException` that names the key.
@@ -229,6 +237,7 @@ public:
     const Value& get(const Value& key, const Value& defaultValue) const noexcept;
     const Value& get(const Value& key, Value&& defaultValue) const = delete; // The result would dangle.
 
+    /// Adds or replaces an entry; nil becomes a map. Another kind: `fn::RangeException`.
     void set(const Value& key, Value value);
     bool remove(const Value& key); ///< Returns whether there was an entry.
 
@@ -242,7 +251,7 @@ public:
     const Value* valueForPathIfExists(std::string_view path) const;
 
     const Value& operator[](std::size_t index) const; ///< An element. Out of range: `fn::RangeException`.
-    void append(Value value);
+    void append(Value value); ///< Adds an element; nil becomes an array. Another kind: `fn::RangeException`.
 
     // --- Order
 

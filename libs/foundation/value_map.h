@@ -15,7 +15,7 @@ public:
         Value key; ///< Not to be changed in place.
         Value value;
     };
-    using Run = std::vector<Entry>;
+    using Run = std::vector<Entry>; ///< A part of the entries, ascending.
 
     class const_iterator {
     public:
@@ -56,17 +56,17 @@ public:
     ValueMap& operator=(ValueMap other) noexcept;
     ~ValueMap();
 
-    std::size_t size() const noexcept { return _size; }
-    bool empty() const noexcept { return _size == 0; }
-    const_iterator begin() const noexcept { return { firstRun(), 0 }; }
-    const_iterator end() const noexcept { return { firstRun() + runCount(), 0 }; }
+    std::size_t size() const noexcept { return _size; } ///< How many entries.
+    bool empty() const noexcept { return _size == 0; } ///< Whether there is no entry.
+    const_iterator begin() const noexcept { return { firstRun(), 0 }; } ///< The entry with the lowest key.
+    const_iterator end() const noexcept { return { firstRun() + runCount(), 0 }; } ///< Behind the last one.
 
     const Value* find(const Value& key) const noexcept; ///< Null if missing.
-    Value* find(const Value& key) noexcept;
+    Value* find(const Value& key) noexcept; ///< To be changed in place; null if missing.
     Value& operator[](const Value& key); ///< The entry; a missing one is added as nil.
     void set(Value key, Value value); ///< Adds or replaces. Appending in key order is the cheapest.
     bool remove(const Value& key); ///< Returns whether there was an entry.
-    void clear() noexcept;
+    void clear() noexcept; ///< Removes all entries.
     void reserve(std::size_t entries); ///< A hint before the first entry.
 
 private:

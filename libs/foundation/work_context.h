@@ -54,6 +54,7 @@ private:
 /// coroutine calls and awaits, and for nobody else.
 class FN_EXPORT ScopedContext {
 public:
+    /// From here to the end of the block, work has this context.
     explicit ScopedContext(const WorkContext& context) noexcept;
     ScopedContext(const ScopedContext&) = delete;
     ScopedContext& operator=(const ScopedContext&) = delete;

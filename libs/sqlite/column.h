@@ -11,7 +11,7 @@ namespace sqlite {
 /// are converted as SQLite does: text that is no number is 0.
 class FN_EXPORT Column {
 public:
-    bool isNull() const noexcept;
+    bool isNull() const noexcept; ///< Whether the value is NULL.
     int getInt(int defaultValue = -1) const noexcept; ///< The default for NULL, and if no int holds the value.
     std::int64_t getInt64(std::int64_t defaultValue = -1) const noexcept; ///< The default for NULL.
     fn::String getText() const; ///< NULL is "".

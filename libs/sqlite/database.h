@@ -22,7 +22,7 @@ public:
     Database(const Database&) = delete;
     Database& operator=(const Database&) = delete;
 
-    const fn::String& path() const noexcept;
+    const fn::String& path() const noexcept; ///< As it was opened with.
 
     /// Runs all statements of the text to their ends and drops their rows; stops at the first that fails. Returns the
     /// number of rows that they inserted, changed or deleted, without those that triggers and foreign keys touched.

@@ -17,6 +17,7 @@ class Connection;
 /// their changes stay although `commit()` fails: leave the scope with the first exception.
 class FN_EXPORT Transaction {
 public:
+    /// Begins. `SQLiteException` where the database is locked or in a transaction already.
     explicit Transaction(Database& database);
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;

@@ -59,7 +59,7 @@ public:
     /// Cancels the coroutine and ends everything. A message is printed on standard error, behind the program's name. Only the first
     /// call counts.
     void end(int exitCode = 0, const fn::String& message = {});
-    bool isEnding() const { return _isEnding; }
+    bool isEnding() const { return _isEnding; } ///< From the first `end()`, whoever has called it.
 
     // --- Modules
 
@@ -93,8 +93,8 @@ public:
 
     // These exist while the application runs: from the call of the coroutine, and of `onModuleState()`, to the end of `scope()`.
     Worker& worker(); ///< The hub's own one.
-    Dispatcher& dispatcher();
-    ModuleManager& modules();
+    Dispatcher& dispatcher(); ///< The hub.
+    ModuleManager& modules(); ///< All modules, those of the main process included.
 
 private:
     using Main = folly::Function<fn::Promise<int>()>;

@@ -13,6 +13,7 @@ namespace ipc {
 /// of one family (`core::AppInfo::commonId()`). Belongs to the loop's thread; `core::AppInfo` is initialized.
 class FN_EXPORT SingleInstance {
 public:
+    /// Hears what another start hands over.
     using OnCommand = folly::Function<void(const fn::Value& command)>;
 
     SingleInstance();
@@ -20,6 +21,7 @@ public:
     SingleInstance& operator=(const SingleInstance&) = delete;
     ~SingleInstance();
 
+    /// What a start of the program is.
     enum class Role { First, Second };
 
     /// First if this program runs the application from now on; Second if `command` has been handed to the program that does. Waits

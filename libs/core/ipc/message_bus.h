@@ -8,9 +8,10 @@ namespace ipc {
 /// dispatcher, and what the relay sends is delivered to the listeners of this process, also those of the poster.
 class FN_EXPORT MessageBus final : public fn::MessageBus, public CallableObjectReference {
 public:
-    explicit MessageBus(ObjectReferenceInitializer& initializer);
+    explicit MessageBus(ObjectReferenceInitializer& initializer); ///< Made by the worker that has found the relay.
 
     using fn::MessageBus::onMessage;
+    /// The same, for a literal: it could be text or a `fn::String`.
     MessageSignal& onMessage(const char* name) { return onMessage(fn::String(name)); }
 
     static bool isInstalled(); ///< Whether this process's bus spans all processes. Default loop's thread.

@@ -14,6 +14,7 @@ namespace ipc {
 /// What a module was launched with.
 class FN_EXPORT ModuleInitData {
 public:
+    /// Made by the entry point from what the loader or the main process gives it.
     ModuleInitData(fn::String pipePath, fn::String displayName, fn::String workerTag, fn::String userData,
         bool separateProcess, bool hasParameters = false)
         : _pipePath(std::move(pipePath)),
@@ -56,7 +57,7 @@ public:
     Module& operator=(const Module&) = delete;
     ~Module() override;
 
-    Worker& worker() { return _worker; }
+    Worker& worker() { return _worker; } ///< Connects the module to the others; its objects live on it.
 
     /// What whoever started the module has given it (`ModuleOptions::parameters`); nil if nothing, and before `onConnected()`.
     const fn::Value& parameters() const { return _parameters; }

@@ -11,7 +11,7 @@ namespace ipc {
 using ModuleEntryPoint = void (*)(
     const char* pipePath, const char* workerTag, std::intptr_t separateProcess, std::intptr_t hasParameters);
 
-inline constexpr const char* moduleEntryPointName = "moduleEntryPoint";
+inline constexpr const char* moduleEntryPointName = "moduleEntryPoint"; ///< The symbol that a module library exports.
 
 /// On the loader's command line, behind the worker tag: the module is to fetch parameters.
 inline constexpr const char* parametersArgument = "parameters";

@@ -10,7 +10,7 @@ namespace ipc {
 /// registry (`Worker::registry()`), which belongs to the worker's loop.
 class FN_EXPORT Registry final : public CallableObjectReference {
 public:
-    explicit Registry(ObjectReferenceInitializer& initializer);
+    explicit Registry(ObjectReferenceInitializer& initializer); ///< Made by the worker, which holds it.
 
     /// Offers an instance under its reference's class name, and keeps it alive, until its worker ends. A look-up gives the
     /// instance of the highest priority, and among equal ones the latest. Fails if the instance belongs to another worker or was

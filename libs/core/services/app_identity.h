@@ -16,7 +16,7 @@ struct FN_EXPORT AppIdentity {
 
     /// Returns if all parts are as they must be. `fn::RuntimeException` that says which part is not, what it is, and what it may be.
     void check() const;
-    static bool isId(const fn::String& text);
+    static bool isId(const fn::String& text); ///< Whether it is as an id must be.
 
     fn::String toText() const; ///< "ID;NAME;VERSION".
     /// What `toText()` gave. `fn::RuntimeException` for any other text.

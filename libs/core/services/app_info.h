@@ -27,7 +27,7 @@ public:
     /// Declares any other application, or one of the two by its id. `fn::RuntimeException` that says which part of `identity` is not as
     /// it must be, or that the id is one of the family's with another name or version.
     static void initialize(const AppIdentity& identity);
-    static AppIdentity identityOf(App app);
+    static AppIdentity identityOf(App app); ///< Of one of the two.
 
     /// The instance of the process, made at the first call and never destroyed. If neither this process nor its parent has
     /// called `initialize()`, a broken invariant is reported, and `fn::RuntimeException` thrown.
@@ -37,7 +37,7 @@ public:
     adoptEnvironment(); ///< For a child process: `fn::PathManager` names the folders after the instance, if there is one.
 
     fn::String applicationShortName() const { return _shortName; } ///< Without blanks.
-    AppIdentity identity() const { return { _id, _displayName, _publicVersion }; }
+    AppIdentity identity() const { return { _id, _displayName, _publicVersion }; } ///< What it was declared with.
     fn::String id() const { return _id; } ///< The name of its folders below the user's.
     /// The id under which this application and others of its family meet: names their command pipe, their locks and their pipes. The id
     /// itself where there is no family; the family's if the process belongs to no application.

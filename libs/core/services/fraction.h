@@ -20,11 +20,12 @@ namespace core {
 class FN_EXPORT Fraction {
 public:
     Fraction() noexcept = default;
+    /// Kept as given.
     Fraction(int numerator, int denominator) noexcept : _numerator(numerator), _denominator(denominator) { }
 
-    std::int32_t numerator() const noexcept { return _numerator; }
-    std::int32_t denominator() const noexcept { return _denominator; }
-    bool valid() const noexcept { return _denominator != 0; }
+    std::int32_t numerator() const noexcept { return _numerator; } ///< As given.
+    std::int32_t denominator() const noexcept { return _denominator; } ///< As given; 0 marks an invalid fraction.
+    bool valid() const noexcept { return _denominator != 0; } ///< Whether the denominator is not 0.
 
     double asDouble() const noexcept; ///< 0.0 for an invalid fraction.
     fn::String toString() const; ///< "16/9".
@@ -40,7 +41,7 @@ public:
     /// is not positive.
     std::int32_t greatestCommonDivisor() const noexcept;
 
-    void swap(Fraction& other) noexcept;
+    void swap(Fraction& other) noexcept; ///< Exchanges the two.
 
     /// Two invalid fractions are equal whatever their numerators, an invalid one never equals a valid one.
     friend bool operator==(const Fraction& a, const Fraction& b) noexcept

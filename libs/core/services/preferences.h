@@ -19,7 +19,7 @@ public:
     explicit Preferences(const fn::String& path);
 
     fn::Value& root() noexcept { return _root; } ///< The document, to be changed in place. Leave it a map.
-    const fn::Value& root() const noexcept { return _root; }
+    const fn::Value& root() const noexcept { return _root; } ///< The document, to be read.
 
     /// Replaces the document by that of the file; a missing file is an empty document. On errors the document stays as it
     /// was: `fn::FileException`, `fn::DataFormatException` for bad text, an unknown tag or a root that is no map,

@@ -8,7 +8,7 @@ namespace core {
 /// changes.
 class FN_EXPORT SimplePropertyContainer : public PropertyContainer {
 public:
-    using PropertyContainer::hasProperty;
+    using PropertyContainer::hasProperty; ///< Both of them.
 
     const fn::Value& property(std::string_view name, const fn::Value& defaultValue) const override;
     void setProperty(std::string_view name, fn::Value value) override;
@@ -17,7 +17,7 @@ public:
     std::vector<fn::String> propertyNames() const override; ///< Ascending.
     ~SimplePropertyContainer() override;
 
-    virtual const std::map<fn::String, fn::Value>& propertyMap() const = 0;
+    virtual const std::map<fn::String, fn::Value>& propertyMap() const = 0; ///< The properties, to be read.
     virtual std::map<fn::String, fn::Value>& propertyMap() = 0; ///< Called before a property changes.
 };
 

@@ -16,18 +16,21 @@ namespace core {
 class FN_EXPORT TypedByteArray : public fn::ByteArray {
 public:
     explicit TypedByteArray(unsigned int size) : fn::ByteArray(size) { } ///< Zero bytes without a type.
+    /// No bytes of that type.
     explicit TypedByteArray(fn::String mimeType) : _mimeType(std::move(mimeType)) { }
+    /// Shares the bytes.
     TypedByteArray(const fn::ByteArray& bytes, const fn::String& mimeType) : fn::ByteArray(bytes), _mimeType(mimeType)
     {
     }
+    /// Takes the bytes over.
     TypedByteArray(fn::ByteArray&& bytes, const fn::String& mimeType)
         : fn::ByteArray(std::move(bytes)),
           _mimeType(mimeType)
     {
     }
 
-    const fn::String& mimeType() const noexcept { return _mimeType; }
-    void setMimeType(const fn::String& mimeType) { _mimeType = mimeType; }
+    const fn::String& mimeType() const noexcept { return _mimeType; } ///< "image/jpeg", for example; nothing checks it.
+    void setMimeType(const fn::String& mimeType) { _mimeType = mimeType; } ///< Does not touch the bytes.
 
     /// The MIME type, a blank and the bytes; without a type the bytes alone.
     fn::String toString() const;

@@ -25,10 +25,11 @@ inline constexpr std::size_t choices = 4;
 /// all bytes, no fault. So a shorter story is a simpler run, and a failing story can be shrunk by cutting it and by zeros.
 class FN_EXPORT Decisions {
 public:
-    explicit Decisions(std::uint64_t seed);
+    explicit Decisions(std::uint64_t seed); ///< Decides at random, by this seed.
 
+    /// The answers to each kind of choice, in the order in which they are asked for.
     using Story = std::array<std::vector<std::uint32_t>, choices>;
-    explicit Decisions(Story story);
+    explicit Decisions(Story story); ///< Decides as this story tells; 0 once it has come to its end.
 
     /// A number from 0 to `count` - 1.
     std::uint32_t choose(Choice choice, std::uint32_t count);
@@ -44,6 +45,7 @@ public:
     /// Writes each decision also into `journal`, memory that outlives a crash of this process: as kind << 32 | decision, behind
     /// their number in `journal[0]`. Decisions beyond its end are not written.
     void keepIn(std::span<std::uint64_t> journal) noexcept { _journal = journal; }
+    /// Puts a journal's answers in the order of a story.
     static Story fromJournal(std::span<const std::uint64_t> journal);
 
     /// A line for each kind: its name and its decisions, a run of zeros as "0*COUNT". Reading skips lines that begin with '#'.

@@ -17,7 +17,7 @@ struct Options {
     /// Deaths and freezes count for each turn of a process that may be harmed (`Process::setExposed()`).
     std::uint32_t deaths = 0; ///< The process dies of SIGKILL, half of the times inside of its next write.
     std::uint32_t freezes = 0; ///< The process does not run for a time, as after SIGSTOP or without a processor.
-    fn::Duration longestFreeze = fn::Duration::seconds(1);
+    fn::Duration longestFreeze = fn::Duration::seconds(1); ///< A freeze takes up to this, in virtual time.
 
     /// There is no memory for a frame that comes in pieces and that such a process reads.
     std::uint32_t failingAllocations = 0;

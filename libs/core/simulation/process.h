@@ -22,11 +22,12 @@ public:
     /// The process whose code runs now; null outside of the processes' turns.
     static Process* current() noexcept;
 
-    World& world() const noexcept { return _world; }
-    int id() const noexcept { return _id; }
+    World& world() const noexcept { return _world; } ///< The world that it lives in.
+    int id() const noexcept { return _id; } ///< Names the process within its world.
+    /// As it was started; a module's process has the name of its library.
     const fn::String& name() const noexcept { return _name; }
     bool isDead() const noexcept override { return _isDead; } ///< Killed or ended.
-    bool isFrozen() const noexcept;
+    bool isFrozen() const noexcept; ///< Whether it gets no turns: after `World::freeze()` or SIGSTOP.
     bool isHanging() const noexcept { return _isHanging; } ///< It was launched and never does anything.
     std::int64_t status() const noexcept { return _status; } ///< The exit status of a dead process.
     int signal() const noexcept { return _signal; } ///< The signal that killed the process, or 0.

@@ -12,7 +12,7 @@ namespace core::simulation {
 struct Report {
     std::vector<std::string> violations; ///< The broken rules, in the order in which they were seen.
     std::uint64_t hash = 0; ///< `World::traceHash()`.
-    std::uint64_t steps = 0;
+    std::uint64_t steps = 0; ///< `World::steps()`.
     double seconds = 0; ///< In virtual time.
 };
 

@@ -41,6 +41,7 @@ public:
     /// Lets the world go on until `condition` holds, which is checked after every turn of a process. False if `bound` has passed
     /// before, or if no process will ever do anything again.
     bool run(folly::Function<bool()> condition, fn::Duration bound);
+    /// Lets so much virtual time pass, or less if no process will ever do anything again.
     void runFor(fn::Duration time);
 
     fn::Duration now() const noexcept { return _now; } ///< Since the world began.
@@ -56,9 +57,9 @@ public:
     Process* find(int id) const; ///< Dead or alive; null if there was none.
 
     void signal(Process& process, int signal); ///< SIGSTOP and SIGCONT included.
-    void freeze(Process& process, fn::Duration time);
+    void freeze(Process& process, fn::Duration time); ///< The process gets no turns for so long; its messages wait.
 
-    Decisions& decisions() noexcept { return _decisions; }
+    Decisions& decisions() noexcept { return _decisions; } ///< What it was made with.
     Options& options() noexcept { return _options; } ///< May be changed at any time.
 
 private:

@@ -42,6 +42,7 @@ public:
         return Promise<std::optional<T>>::fulfilled(std::move(first));
     }
 
+    /// No more values are taken. What was sent before is still received; then receivers get none.
     void close()
     {
         _state->isClosed = true;

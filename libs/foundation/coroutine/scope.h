@@ -57,7 +57,7 @@ public:
 
     /// Ends connections and handles and does what `cancel()` does, for good; who waits for `finished()` is told by a task.
     void end();
-    bool hasEnded() const noexcept { return _hasEnded; }
+    bool hasEnded() const noexcept { return _hasEnded; } ///< Whether `end()` was called: it takes nothing more.
     bool isEmpty() const noexcept { return !_newest && _handles.empty(); } ///< Whether there is nothing that would end.
 
     /// Whether one of the scope's own coroutines, or one that they await, runs now: the scope can not end here.
@@ -100,6 +100,7 @@ private:
 /// Something under way, in the scope's list. It waits for a promise whose node it does not hold.
 class FN_EXPORT Scope::WorkBase {
 protected:
+    /// Enters the scope's list.
     WorkBase(Scope& scope, internal::PromiseNodeBase& node) : _scope(scope), _node(node) { scope.add(*this); }
     virtual ~WorkBase();
     void ended(std::exception_ptr failure = nullptr); ///< Destroys this.

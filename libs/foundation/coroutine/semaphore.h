@@ -26,7 +26,7 @@ public:
         std::shared_ptr<State> _state;
     };
 
-    explicit Semaphore(std::size_t permits);
+    explicit Semaphore(std::size_t permits); ///< How many may go on at a time.
     Semaphore(const Semaphore&) = delete;
     Semaphore& operator=(const Semaphore&) = delete;
     ~Semaphore(); ///< Who still waits gets a `fn::PromiseLostException`.

@@ -7,6 +7,7 @@ namespace fn {
 /// Reads ahead from `source`, which it borrows, so that small reads cost no call of that stream.
 class FN_EXPORT BufferedInputStream final : public InputStream {
 public:
+    /// Borrows `source`, and reads `bufferBytes` from it at a time.
     BufferedInputStream(InputStream& source, std::size_t bufferBytes);
     ~BufferedInputStream() override;
 

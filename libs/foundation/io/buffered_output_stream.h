@@ -8,6 +8,7 @@ namespace fn {
 /// the bytes that are still buffered, so that an exception does not complete a broken document.
 class FN_EXPORT BufferedOutputStream final : public OutputStream {
 public:
+    /// Borrows `target`, and writes `bufferBytes` to it at a time.
     BufferedOutputStream(OutputStream& target, std::size_t bufferBytes);
     ~BufferedOutputStream() override;
 

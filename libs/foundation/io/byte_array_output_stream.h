@@ -7,7 +7,7 @@ namespace fn {
 /// hold unwritten bytes behind its content.
 class FN_EXPORT ByteArrayOutputStream final : public OutputStream {
 public:
-    explicit ByteArrayOutputStream(ByteArray& array);
+    explicit ByteArrayOutputStream(ByteArray& array); ///< Borrows `array`, and appends to it.
     ~ByteArrayOutputStream() override;
 
     std::size_t position() const noexcept; ///< Size of the array's content.

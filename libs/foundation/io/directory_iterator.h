@@ -6,8 +6,9 @@
 
 namespace fn {
 
+/// One entry of a directory.
 struct DirectoryEntry {
-    String name;
+    String name; ///< Without the directory's path.
     String path; ///< The directory's path, '/', the name.
     FileKind kind = FileKind::Other; ///< The kind of the entry itself: links are not followed.
 };
@@ -16,12 +17,12 @@ struct DirectoryEntry {
 /// and throws `fn::FileException` if it cannot read the directory.
 class FN_EXPORT DirectoryIterator {
 public:
-    explicit DirectoryIterator(const String& path);
+    explicit DirectoryIterator(const String& path); ///< Reads the directory.
 
-    using Iterator = std::vector<DirectoryEntry>::const_iterator;
-    Iterator begin() const noexcept { return _entries.begin(); }
-    Iterator end() const noexcept { return _entries.end(); }
-    std::size_t size() const noexcept { return _entries.size(); }
+    using Iterator = std::vector<DirectoryEntry>::const_iterator; ///< Over the entries, which are there already.
+    Iterator begin() const noexcept { return _entries.begin(); } ///< The first entry.
+    Iterator end() const noexcept { return _entries.end(); } ///< Behind the last one.
+    std::size_t size() const noexcept { return _entries.size(); } ///< How many entries.
 
 private:
     std::vector<DirectoryEntry> _entries;

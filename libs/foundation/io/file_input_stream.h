@@ -9,11 +9,11 @@ namespace fn {
 /// Errors: `fn::FileException` with the path of the descriptor.
 class FN_EXPORT FileInputStream final : public InputStream {
 public:
-    explicit FileInputStream(FileDescriptor descriptor);
+    explicit FileInputStream(FileDescriptor descriptor); ///< Takes the descriptor over, and reads on where it stands.
     ~FileInputStream() override;
 
     std::uint64_t position() const override { return _position; }
-    const FileDescriptor& descriptor() const noexcept { return _descriptor; }
+    const FileDescriptor& descriptor() const noexcept { return _descriptor; } ///< Borrowed from the stream.
 
 private:
     std::size_t readSlow(void* data, std::size_t size) override;

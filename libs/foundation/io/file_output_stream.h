@@ -9,11 +9,11 @@ namespace fn {
 /// Errors: `fn::FileException` with the path of the descriptor.
 class FN_EXPORT FileOutputStream final : public OutputStream {
 public:
-    explicit FileOutputStream(FileDescriptor descriptor);
+    explicit FileOutputStream(FileDescriptor descriptor); ///< Takes the descriptor over, and writes on where it stands.
     ~FileOutputStream() override;
 
     void close(bool flushAll = true) override;
-    FileDescriptor& descriptor() noexcept { return _descriptor; }
+    FileDescriptor& descriptor() noexcept { return _descriptor; } ///< Borrowed from the stream.
 
 private:
     void writeSlow(const void* data, std::size_t size) override;

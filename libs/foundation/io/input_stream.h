@@ -65,12 +65,13 @@ public:
 protected:
     /// Does a `read()` for which the window holds fewer than `size` bytes, or of `size` 0.
     virtual std::size_t readSlow(void* data, std::size_t size) = 0;
-    void readExactlySlow(void* data, std::size_t size);
+    void readExactlySlow(void* data, std::size_t size); ///< `readExactly()` where the window holds too little.
 
+    /// `fn::EndOfStreamException` that tells how many bytes are missing.
     [[noreturn]] void throwEndOfStream(std::size_t missing) const;
 
-    const std::uint8_t* _window = nullptr;
-    const std::uint8_t* _windowEnd = nullptr;
+    const std::uint8_t* _window = nullptr; ///< What has been fetched and not read yet, up to `_windowEnd`.
+    const std::uint8_t* _windowEnd = nullptr; ///< Behind the last byte that has been fetched.
 
 private:
     friend class LimitedInputStream;

@@ -7,7 +7,7 @@ namespace fn {
 /// goes on behind the last byte read, or after `finish()` behind all `size` bytes.
 class FN_EXPORT LimitedInputStream final : public InputStream {
 public:
-    LimitedInputStream(InputStream& stream, std::size_t size);
+    LimitedInputStream(InputStream& stream, std::size_t size); ///< Borrows `stream`, and ends after `size` bytes of it.
     ~LimitedInputStream() override;
 
     void finish(); ///< Skips the bytes that are left.

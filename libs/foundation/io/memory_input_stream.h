@@ -7,8 +7,8 @@ namespace fn {
 /// smaller one is copied: it would keep a large buffer alive). Other memory is borrowed.
 class FN_EXPORT MemoryInputStream final : public InputStream {
 public:
-    explicit MemoryInputStream(ByteArray bytes);
-    MemoryInputStream(const void* data, std::size_t size);
+    explicit MemoryInputStream(ByteArray bytes); ///< Shares the bytes.
+    MemoryInputStream(const void* data, std::size_t size); ///< Borrows the memory.
 
     ByteArray readByteArray(std::size_t size) override;
     std::optional<std::uint64_t> remaining() const override;

@@ -24,6 +24,7 @@ public:
         }
     }
     void write(std::string_view text) { write(text.data(), text.size()); }
+    /// As `write()` of one byte.
     void writeByte(std::uint8_t byte)
     {
         if (_window < _windowEnd) [[likely]]
@@ -44,8 +45,8 @@ protected:
     /// Does a `write()` that does not fit the window, or of `size` 0.
     virtual void writeSlow(const void* data, std::size_t size) = 0;
 
-    std::uint8_t* _window = nullptr;
-    std::uint8_t* _windowEnd = nullptr;
+    std::uint8_t* _window = nullptr; ///< Where the next byte goes, while there is room before `_windowEnd`.
+    std::uint8_t* _windowEnd = nullptr; ///< Behind the last place.
 
 private:
     // A size of 0 wraps around and takes the slow way: memcpy() must not get the null pointers that may come with it.

@@ -8,7 +8,7 @@ struct FN_EXPORT Path {
     String directory; ///< "" for a bare name, "/" for an entry of the root.
     String fileName; ///< With its extension. Empty if the path ends in '/'.
 
-    static Path parsePath(const String& path);
+    static Path parsePath(const String& path); ///< Takes a path apart; asks the system nothing.
 };
 
 } // namespace fn

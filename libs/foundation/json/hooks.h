@@ -6,7 +6,7 @@ namespace fn::json {
 /// Replaces values for which JSON has no type (bytes, boxed values and objects) when they are written.
 class FN_EXPORT ValueSerializer {
 public:
-    virtual bool handles(const Value& value) = 0;
+    virtual bool handles(const Value& value) = 0; ///< Whether `value` is written by this hook.
     /// The value to write instead of one that `handles()`. It may hold further such values, but must not be one itself.
     virtual Value serialize(const Value& value) = 0;
     virtual ~ValueSerializer();

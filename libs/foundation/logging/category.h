@@ -11,12 +11,13 @@ enum Priority : int { Error = 1, Warning = 2, Fixme = 3, Info = 4, Debug = 5, Lo
 /// A named source of messages. The CategoryManager makes categories, which live as long as the process. Thread-safe.
 class FN_EXPORT Category {
 public:
+    /// Made by the CategoryManager; `parent` has the name up to the last dot.
     explicit Category(String name, const Category* parent = nullptr);
     Category(const Category&) = delete;
     Category& operator=(const Category&) = delete;
     ~Category();
 
-    const String& name() const noexcept { return _name; }
+    const String& name() const noexcept { return _name; } ///< With those of its parents, "ipc.dispatcher".
 
     /// The category "ipc" for "ipc.dispatcher"; null for a name without '.'.
     const Category* parent() const noexcept { return _parent; }

@@ -11,15 +11,16 @@ namespace fn::logging {
 
 /// Where a message comes from. `file` is a stable name, the source file's without its ending, never a build path.
 struct Site {
-    const char* file;
-    int line;
-    const char* function;
+    const char* file; ///< The source, as the compiler calls it.
+    int line; ///< From 1.
+    const char* function; ///< The function's name.
 };
 
 /// The name of a source file without its ending.
 template <std::size_t Size> struct SourceName {
+    /// Takes what stands before the last dot.
     consteval SourceName(const char (&file)[Size]) { std::copy_n(file, std::string_view(file, Size).rfind('.'), text); }
-    char text[Size] {};
+    char text[Size] {}; ///< With a zero behind it.
 };
 
 /// Hands a finished text to the sinks that want it. An exception of a sink goes to `fn::unhandledException()`. Thread-safe.

@@ -19,8 +19,8 @@ public:
 
     /// An entry of a map with text keys.
     struct Field {
-        std::string_view key;
-        const Value& value;
+        std::string_view key; ///< Its key in the map.
+        const Value& value; ///< Borrowed.
     };
 
     /// Writes what `serialize()` would write of a map with these entries (ascending by key), without making the map.

@@ -13,7 +13,7 @@ public:
     /// The notifier of the process, on the default loop. This call is thread-safe, the notifier is not.
     static NetworkStateNotifier& instance();
 
-    explicit NetworkStateNotifier(RunLoop& loop);
+    explicit NetworkStateNotifier(RunLoop& loop); ///< Fires on this loop, which outlives it.
     NetworkStateNotifier(const NetworkStateNotifier&) = delete;
     NetworkStateNotifier& operator=(const NetworkStateNotifier&) = delete;
     ~NetworkStateNotifier(); ///< Not to be called in a listener.

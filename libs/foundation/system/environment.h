@@ -12,9 +12,9 @@ class FN_EXPORT Environment {
 public:
     Environment() = delete;
 
-    static std::optional<String> get(const String& name);
+    static std::optional<String> get(const String& name); ///< None where the variable is not set.
     static void set(const String& name, const String& value); ///< Processes started later inherit it.
-    static void unset(const String& name);
+    static void unset(const String& name); ///< A variable that is not set is no error.
 
     /// The login name of the effective user; the decimal user id if the system knows no name.
     static String userName();

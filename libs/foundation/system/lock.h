@@ -7,14 +7,14 @@ namespace fn {
 /// `std::lock_guard` and `std::unique_lock`.
 class Lock {
 public:
-    void lock() { _mutex.lock(); }
-    bool try_lock() { return _mutex.try_lock(); }
-    void unlock() { _mutex.unlock(); }
+    void lock() { _mutex.lock(); } ///< Waits until no other thread has it.
+    bool try_lock() { return _mutex.try_lock(); } ///< Whether the caller has it now; does not wait.
+    void unlock() { _mutex.unlock(); } ///< As often as it was locked.
 
 private:
     std::recursive_mutex _mutex;
 };
 
-using ScopedLock = std::lock_guard<Lock>;
+using ScopedLock = std::lock_guard<Lock>; ///< Holds a lock until the end of its block.
 
 } // namespace fn

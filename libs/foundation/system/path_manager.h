@@ -16,6 +16,7 @@ namespace fn {
 /// `programs/`, modules beside it in `modules/`, and resources are read from the source tree.
 class FN_EXPORT PathManager {
 public:
+    /// The folders that it knows. The numbers are those that settings keep.
     enum Type : int {
         ExecutableFolder = 0, ///< The folder of this process's program.
         DesktopFolder = 3, ///< The user's desktop, or the home folder if there is none.
@@ -26,7 +27,7 @@ public:
         DataFolder = 32, ///< For what the application keeps of its own: databases, caches. Mode 0700.
     };
 
-    static PathManager& instance();
+    static PathManager& instance(); ///< The only one; made at the first call, never destroyed.
 
     /// The path of `relative` (may begin with "../") under the folder of that type; "" gives the folder itself. `create` makes the
     /// folders that lead there, except the last part of `relative`; `fn::FileException` if that fails. An unknown type:

@@ -14,6 +14,7 @@ public:
     ProcessLocal(const ProcessLocal&) = delete;
     ProcessLocal& operator=(const ProcessLocal&) = delete;
 
+    /// This process's own, made at the first call.
     T& get()
     {
         if (auto* const system = uv::System::current()) [[unlikely]]

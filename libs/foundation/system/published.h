@@ -11,11 +11,13 @@ namespace fn {
 /// compiler's standard library locks, in a way that ThreadSanitizer reports as a race.)
 template <typename T> class Published {
 public:
+    /// Shows this one first.
     explicit Published(std::shared_ptr<const T> object) : _slot(new std::shared_ptr<const T>(std::move(object))) { }
     Published(const Published&) = delete;
     Published& operator=(const Published&) = delete;
     ~Published() { delete _slot.load(); }
 
+    /// The object that is shown now; it lives as long as the result is held. Thread-safe, without waiting.
     std::shared_ptr<const T> read() const
     {
         // The order matters: a writer that finds no reader has exchanged the slot before the reader loads it.
@@ -25,6 +27,7 @@ public:
         return object;
     }
 
+    /// Shows another one from now on; readers of the old one keep it. Thread-safe.
     void replace(std::shared_ptr<const T> object)
     {
         auto* next = new std::shared_ptr<const T>(std::move(object));

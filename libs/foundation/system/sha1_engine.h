@@ -13,7 +13,7 @@ public:
     SHA1Engine& operator=(const SHA1Engine&) = delete;
     ~SHA1Engine();
 
-    void update(const void* data, std::size_t size);
+    void update(const void* data, std::size_t size); ///< Adds bytes to what is hashed.
 
     /// The 20 bytes of the sum. The engine then starts a new sum.
     ByteArray digest();

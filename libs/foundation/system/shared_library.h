@@ -9,12 +9,12 @@ namespace fn {
 class FN_EXPORT SharedLibrary {
 public:
     static constexpr int ResolveNow = 1; ///< Resolves all symbols now: a missing one fails the load, not a later call.
-    static constexpr int KeepLoaded = 8;
+    static constexpr int KeepLoaded = 8; ///< Changes nothing: libraries are never unloaded.
 
     /// Loads a library and hides its symbols from other libraries. `fn::FileException` with the loader's message if that fails,
     /// `fn::RuntimeException` if this object has loaded one already, `fn::RangeException` for flags other than those above.
     void load(const String& path, int flags = ResolveNow | KeepLoaded);
-    bool isLoaded() const noexcept { return _handle != nullptr; }
+    bool isLoaded() const noexcept { return _handle != nullptr; } ///< Whether `load()` has succeeded.
 
     /// The address of an exported symbol. `fn::RuntimeException` if the symbol is unknown or no library is loaded.
     void* symbol(const String& name) const;

@@ -6,7 +6,7 @@ namespace fn {
 /// A UUID, kept as its text.
 class FN_EXPORT UUID {
 public:
-    explicit UUID(String text) : _text(std::move(text)) { }
+    explicit UUID(String text) : _text(std::move(text)) { } ///< Takes the text as it is.
     const String& toString() const noexcept { return _text; } ///< Lower case, 8-4-4-4-12.
 
 private:
@@ -16,8 +16,8 @@ private:
 /// Makes random (version 4) UUIDs. Thread-safe.
 class FN_EXPORT UUIDGenerator {
 public:
-    UUID createOne();
-    static UUIDGenerator& defaultGenerator();
+    UUID createOne(); ///< A new random one. Thread-safe.
+    static UUIDGenerator& defaultGenerator(); ///< This process's.
 };
 
 } // namespace fn

@@ -11,7 +11,7 @@ public:
     virtual Duration monotonic() const = 0; ///< Since some fixed point; never goes back. Thread-safe.
     virtual Duration sinceEpoch() const = 0; ///< Wall clock, UTC, since 1970-01-01. Thread-safe.
 
-    static const Clock& system();
+    static const Clock& system(); ///< The system's own.
 };
 
 /// A clock that stands still between calls of `advance()`, which wakes the loops that follow the clock: they look at their timers.

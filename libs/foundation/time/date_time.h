@@ -11,6 +11,7 @@ namespace fn {
 class FN_EXPORT DateTime {
 public:
     DateTime() = default; ///< 1970-01-01 00:00:00.
+    /// In UTC.
     explicit DateTime(Timestamp timestamp);
 
     /// `fn::RangeException` for a field out of its range, or for a date beyond what timestamps hold.
@@ -20,10 +21,10 @@ public:
     int month() const noexcept { return _month; } ///< 1 to 12.
     int day() const noexcept { return _day; } ///< 1 to 31.
     int dayOfWeek() const noexcept { return _dayOfWeek; } ///< 0 is Sunday.
-    int hour() const noexcept { return _hour; }
-    int minute() const noexcept { return _minute; }
-    int second() const noexcept { return _second; }
-    int microsecond() const noexcept { return _microsecond; }
+    int hour() const noexcept { return _hour; } ///< 0 to 23.
+    int minute() const noexcept { return _minute; } ///< 0 to 59.
+    int second() const noexcept { return _second; } ///< 0 to 59: there are no leap seconds.
+    int microsecond() const noexcept { return _microsecond; } ///< 0 to 999,999.
 
     /// Takes the fields as local time that is `timeZoneDifferential` seconds ahead of UTC, and turns them into UTC.
     /// `fn::RangeException` for a date beyond what timestamps hold.

@@ -7,9 +7,10 @@ namespace fn {
 class FN_EXPORT LocalDateTime {
 public:
     LocalDateTime(); ///< Now.
+    /// With the time zone that is set at the call.
     explicit LocalDateTime(Timestamp timestamp);
 
-    Timestamp timestamp() const noexcept { return _timestamp; }
+    Timestamp timestamp() const noexcept { return _timestamp; } ///< The point of time that it was made of.
     /// The seconds by which the zone is ahead of UTC at that moment.
     int timeZoneDifferential() const noexcept { return _timeZoneDifferential; }
 

@@ -17,6 +17,7 @@ FN_EXPORT Duration wallClock();
 template <typename Clock> class TimestampBase {
 public:
     constexpr TimestampBase() = default; ///< The epoch.
+    /// So long after the epoch; negative before.
     constexpr explicit TimestampBase(Duration sinceEpoch) : _sinceEpoch(sinceEpoch) { }
     constexpr explicit TimestampBase(std::int64_t microseconds) : _sinceEpoch(microseconds) { }
 
@@ -26,7 +27,8 @@ public:
         return TimestampBase(internal::wallClock());
     }
 
-    constexpr Duration sinceEpoch() const { return _sinceEpoch; }
+    constexpr Duration sinceEpoch() const { return _sinceEpoch; } ///< Since 1970-01-01 00:00 UTC; negative before.
+    /// Since 1970-01-01 00:00 UTC; negative before.
     constexpr std::int64_t microseconds() const { return _sinceEpoch.totalMicroseconds(); }
 
     /// A text for people: UTC, 'YYYY-MM-DD hh:mm:ss.ffffff'; beyond some 32,000 years from 1970 the number of microseconds.
@@ -44,6 +46,6 @@ private:
 /// Wall clock time, UTC. Values box it.
 using Timestamp = TimestampBase<std::chrono::system_clock>;
 
-template <> inline constexpr bool isBoxable<Timestamp> = true;
+template <> inline constexpr bool isBoxable<Timestamp> = true; ///< A `fn::Value` holds time stamps.
 
 } // namespace fn

@@ -5,7 +5,7 @@
 
 namespace fn::uv {
 
-/// A local pipe by name (`\\.\pipe\NAME`): a Unix-domain socket at the path that `platform::pipePath()` makes of the name.
+/// A local pipe, over a Unix-domain socket. Its name is `\\.\pipe\NAME`, its path what `platform::pipePath()` makes of that.
 ///
 /// A listening or connected stream stays open until `close()` or until its last reference goes; libuv's memory lives until the
 /// close has completed.
@@ -28,7 +28,7 @@ public:
     /// Pauses and goes on. Connections that are made meanwhile wait in the queue of `backlog`. The callback is called for them
     /// afterwards, for one that the loop has seen already before `listenResume()` returns.
     void listenStop();
-    void listenResume();
+    void listenResume(); ///< Accepts those who wait, and whoever comes.
 
     /// Calls the callback now for the connections that wait in the queue, at most as many as the queue holds, also while paused.
     void listenPending();

@@ -8,6 +8,7 @@ namespace fn::uv {
 /// that nobody reads are announced again in the next turn. An error counts as either event; reading or writing tells which it is.
 class FN_EXPORT Poll {
 public:
+    /// What is waited for.
     enum class Event { Readable, Writable };
 
     /// `descriptor` is borrowed, set to non-blocking, and has no other watcher. Loop thread, or before the loop runs.

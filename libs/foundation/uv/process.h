@@ -12,7 +12,7 @@ namespace fn::uv {
 /// standard input, output and error.
 struct ProcessStream {
     int kind = 2; ///< 0 gives the child nothing to read and swallows what it writes.
-    int handle = 0;
+    int handle = 0; ///< The parent's descriptor.
 };
 
 struct ProcessOptions {
@@ -28,7 +28,7 @@ struct ProcessOptions {
 /// it ends. The end of the loop does not end its children, and does not reap them.
 class FN_EXPORT Process final : public RefCountedObject {
 public:
-    explicit Process(Loop& loop);
+    explicit Process(Loop& loop); ///< Starts nothing yet.
 
     /// Starts the child; to be called once. `fn::IOException` that names the file if the child cannot be started,
     /// `fn::RangeException` for more than three streams or for a stream of another kind.

@@ -6,7 +6,7 @@ namespace fn::uv {
 
 /// The end of a child.
 struct ProcessExit {
-    std::int64_t status = 0;
+    std::int64_t status = 0; ///< As the process gave it to exit().
     int signal = 0; ///< The signal that ended the child, else 0.
     friend bool operator==(const ProcessExit&, const ProcessExit&) = default;
 };

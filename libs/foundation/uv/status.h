@@ -10,9 +10,9 @@ public:
     Status() = default; ///< Success.
     Status(String action, int code) : _action(std::move(action)), _code(code) { }
 
-    bool ok() const noexcept { return _code >= 0; }
-    int code() const noexcept { return _code; }
-    const String& action() const noexcept { return _action; }
+    bool ok() const noexcept { return _code >= 0; } ///< Whether it has worked.
+    int code() const noexcept { return _code; } ///< Not negative, or the negative error of libuv.
+    const String& action() const noexcept { return _action; } ///< What was tried.
     String what() const; ///< "action: text of the code (NAME)"; "success" if ok.
     void throwOnError() const; ///< `fn::IOException` with `what()` as its message and the code as UVErrnoInfo.
 

@@ -22,7 +22,7 @@ public:
     virtual void readStart(ReadCallback callback) = 0; ///< Replaces an earlier callback. `fn::IOException` on errors.
     virtual void readStop() = 0; ///< Pauses reading; nothing is lost. The callback is kept.
     virtual void readResume() = 0; ///< Goes on after `readStop()`.
-    virtual bool isReading() const noexcept = 0;
+    virtual bool isReading() const noexcept = 0; ///< Whether a reader is called for what comes.
 
     /// Reads now what the kernel already holds, without waiting, and delivers it to the read callback.
     virtual void readPending() = 0;
@@ -49,7 +49,7 @@ public:
     /// Tries to send what is queued, ends reading, and closes. Read callbacks are destroyed, no further read is delivered.
     /// `completion` is called when the descriptor is closed. A second call does nothing, and drops its `completion`.
     virtual void close(folly::Function<void()> completion = {}) = 0;
-    virtual bool isClosed() const noexcept = 0;
+    virtual bool isClosed() const noexcept = 0; ///< Whether it takes nothing more.
 
 protected:
     ~Stream() override;

@@ -6,6 +6,7 @@ namespace fn::uv {
 /// Calls back once in each turn of a loop, just before or after its wait for I/O. A watcher does not end or shorten the wait.
 class FN_EXPORT TurnWatcher {
 public:
+    /// When it is called in each turn: a prepare handle of libuv, and a check handle.
     enum class Moment { BeforePoll, AfterPoll }; ///< A prepare handle of libuv, and a check handle.
 
     TurnWatcher(Loop& loop, Moment moment, Task callback); ///< Loop thread, or before the loop runs.

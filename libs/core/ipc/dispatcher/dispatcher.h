@@ -28,16 +28,16 @@ public:
     /// Describes one connection.
     struct FN_EXPORT WorkerInfo {
         WorkerId workerId = NO_WORKER_ID; ///< NO_WORKER_ID until the connection has said HELLO.
-        fn::String displayName;
+        fn::String displayName; ///< For people and logs, as the participant calls itself.
         fn::String tag; ///< May be empty.
         fn::String toString() const; ///< "Media (t1, 3)", without a tag "Media (3)".
     };
 
     /// The traffic of one participant since it has connected, for inspectors: frames of all kinds, and their bytes.
     struct FN_EXPORT WorkerStatistics {
-        WorkerInfo info;
+        WorkerInfo info; ///< Who it is.
         std::uint64_t framesReceived = 0; ///< Frames that the hub has received from the participant.
-        std::uint64_t bytesReceived = 0;
+        std::uint64_t bytesReceived = 0; ///< Bytes of those frames.
         std::uint64_t framesSent = 0; ///< Frames that the hub has sent to it; some of their bytes may still wait.
         std::uint64_t bytesSent = 0; ///< Bytes that the system has taken.
         std::size_t bytesWaiting = 0; ///< Bytes that wait in this process until the system takes them.
@@ -62,9 +62,9 @@ public:
     /// fulfilled. A dispatcher that is destroyed before fulfils it, too.
     fn::Promise<void> end(const fn::Duration& graceTime);
 
-    fn::String pipePath() const;
+    fn::String pipePath() const; ///< Where participants connect; a new name for each dispatcher.
     const fn::AutoPtr<fn::uv::PipeStream>& pipeStream() const; ///< Empty before `bind()`.
-    fn::uv::Loop& loop() const;
+    fn::uv::Loop& loop() const; ///< The loop that everything here runs on.
     Worker& worker(); ///< The dispatcher's own worker: services of the main process live on it.
 
     /// For objects that may outlive the dispatcher: `dispatcher.lifetime().watch()` says whether it is still there. The lifetime

@@ -210,6 +210,7 @@ template <fn::HasFields T> struct Codec<T> {
 ///
 /// Elements behind the last field are passed over, and fields that are missing at the end keep what they hold.
 template <fn::HasFields T> struct ArrayOfFields {
+    /// As a Codec's.
     static void write(PayloadWriter& writer, const T& value)
     {
         writer.beginArray(fnFieldCount(static_cast<const T*>(nullptr)));
@@ -217,6 +218,7 @@ template <fn::HasFields T> struct ArrayOfFields {
             value, [&]<typename Field>(std::string_view, const Field& field) { Codec<Field>::write(writer, field); });
         writer.end();
     }
+    /// As a Codec's.
     static void read(PayloadReader& reader, T& value)
     {
         auto left = reader.beginArray();
@@ -228,7 +230,7 @@ template <fn::HasFields T> struct ArrayOfFields {
         for (; left > 0; --left) reader.skip();
         reader.end();
     }
-    static fn::String type() { return internal::typeOfFields<T>(" [", " ]"); }
+    static fn::String type() { return internal::typeOfFields<T>(" [", " ]"); } ///< As a Codec's.
 };
 
 /// The name of the enumerator.

@@ -11,6 +11,7 @@ namespace ipc {
 /// (`greeter->greeted.connect(...)`).
 template <typename... Args> class Event : public internal::Member {
 public:
+    /// What hears it: a callable that takes the values by const&.
     using Callback = typename fn::Signal<const std::decay_t<Args>&...>::Callback;
 
     /// Fires it, in the service. Throws what encoding throws.
@@ -27,7 +28,9 @@ public:
     auto next() const { return fn::next(signal()); }
 
     // For references.
+    /// For the library: whether anybody has connected through this reference.
     bool isHeard() const { return static_cast<bool>(_signal); }
+    /// For the library: reads the values, and calls who listens.
     void receive(PayloadReader& reader)
     {
         std::tuple<std::decay_t<Args>...> args;

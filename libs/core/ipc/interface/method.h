@@ -60,9 +60,9 @@ template <typename R, typename... Args, typename Repetition>
 class Method<R(Args...), Repetition> : public internal::Member,
                                        public internal::CallOperator<Method<R(Args...), Repetition>, R, Args...> {
 public:
-    using Result = R;
-    using Signature = R(Args...);
-    static constexpr std::size_t arguments = sizeof...(Args);
+    using Result = R; ///< What the promise of a call gives.
+    using Signature = R(Args...); ///< As the interface declares it.
+    static constexpr std::size_t arguments = sizeof...(Args); ///< How many arguments a call has.
 
     /// The method with a time limit: `greeter->greet.within(2s)("Ada")`. At its end the promise is rejected with
     /// `fn::OperationTimedOutException`, and the service is told that the call is cancelled. Borrows the method.
@@ -75,6 +75,7 @@ public:
         const Method& _method;
         fn::Duration _limit;
     };
+    /// The method with this limit, for one call. Zero or less is no limit of its own.
     Limited within(fn::Duration limit) const { return Limited(*this, limit); }
     template <typename Rep, typename Period> Limited within(std::chrono::duration<Rep, Period> limit) const
     {

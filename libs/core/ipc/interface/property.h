@@ -16,10 +16,11 @@ FN_EXPORT void logUnlessGone(const std::exception_ptr& failure);
 /// arguments, which gives the value, and an event of its name with each new value.
 template <typename T> class Property : public internal::Member {
 public:
+    /// What watches it: a callable that takes the value by const&.
     using Callback = typename fn::Signal<const T&>::Callback;
 
     Property() = default;
-    explicit Property(T value) : _value(std::move(value)) { }
+    explicit Property(T value) : _value(std::move(value)) { } ///< Begins with this value, without telling anybody.
     ~Property()
     {
         if (_asking) _asking.cancel();
@@ -43,7 +44,7 @@ public:
 
     // --- At the caller
 
-    fn::Promise<T> get() const { return ask({}); }
+    fn::Promise<T> get() const { return ask({}); } ///< Asks the service for the value as it is now.
 
     /// Calls back with the current value, in a later task, and then with each new one, none left out and none twice, as long as the
     /// handle and the reference live. While the object of an `ipc::Remote` is away, its current value is the one that came last.
@@ -63,6 +64,7 @@ public:
     }
 
     // For references. A change before the answer is not heard: the answer, which comes behind it, holds it.
+    /// For the library: reads a new value, and tells who watches.
     void receive(PayloadReader& reader)
     {
         T value {};
@@ -71,7 +73,8 @@ public:
         _value = std::move(value);
         _watch->fire(_value);
     }
-    bool isHeard() const { return _isKnown; }
+    bool isHeard() const { return _isKnown; } ///< For the library: whether new values are to be received.
+    /// For the library: writes the value for who asks.
     void answer(PayloadWriter& writer) const { Codec<T>::write(writer, _value); }
 
     /// The object may be another one now: who watches it is told its value, unless it is the one that was told last.

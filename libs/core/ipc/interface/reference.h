@@ -44,13 +44,14 @@ template <typename I> constexpr fn::Duration timeLimitOf()
 /// A reference to an object of interface I, in whichever worker that lives. Held by `ipc::Ref<I>`.
 template <typename I> class Reference final : public internal::TypedReference {
 public:
+    /// Made by the worker that an object arrives at.
     explicit Reference(ObjectReferenceInitializer& initializer)
         : TypedReference(initializer, internal::eventsOf<I>(), &_interface, internal::timeLimitOf<I>())
     {
         internal::bindMembers(_interface, *this);
     }
 
-    const I& interface() const { return _interface; }
+    const I& interface() const { return _interface; } ///< The members, through which the object is called.
     fn::String className() const override { return I::sharedName(); }
 
 private:
@@ -66,6 +67,7 @@ private:
 template <typename I> class Ref {
 public:
     Ref() = default;
+    /// Holds a reference that is there already; null refers to nothing.
     explicit Ref(fn::AutoPtr<Reference<I>> reference) : _reference(std::move(reference)) { }
     /// What stands for a service in its own worker.
     template <typename S>

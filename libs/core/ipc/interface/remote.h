@@ -18,6 +18,7 @@ namespace ipc {
 /// Lives no longer than its worker, on whose loop it is used. When it goes, calls that wait are rejected.
 template <typename I> class Remote final : public internal::RemoteBase {
 public:
+    /// Looks for nothing yet. `patience` bounds the wait of a call that has no time limit of its own.
     explicit Remote(Worker& worker, fn::Duration patience = fn::Duration::seconds(30))
         : RemoteBase(worker, &_interface, I::sharedName(), internal::timeLimitOf<I>(), patience),
           _finder(worker)

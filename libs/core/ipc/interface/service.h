@@ -157,8 +157,9 @@ template <typename S, typename I, typename M> void appendMethod(std::vector<Meth
 /// A call that is cancelled cancels the promise; so does the end of the service, when its last reference has gone.
 template <typename S, typename I> class Service : public internal::ServiceBase {
 public:
-    using InterfaceType = I;
+    using InterfaceType = I; ///< What it serves.
 
+    /// Needs a connected worker; on its loop the service lives.
     explicit Service(Worker& worker) : ServiceBase(worker, I::sharedName()) { internal::bindMembers(shared, *this); }
 
     I shared; ///< Events to fire and properties to set.

@@ -24,14 +24,15 @@ public:
     ModuleDefinition(const ModuleDefinition&) = delete;
     ModuleDefinition& operator=(const ModuleDefinition&) = delete;
 
+    /// Whether `launch()` runs the loop of the main process until its end, as a console does.
     virtual bool runsMainLoop() = 0;
     /// Starts the module, or throws why it cannot. `workerTag` tells the dispatcher which launch the module's worker comes from.
     /// It is not empty: workers that nobody has launched have the empty tag.
     virtual void launch(Dispatcher& dispatcher, const fn::String& workerTag) = 0;
     virtual void kill() = 0; ///< Ends the module by force, if that can be done; `onExit()` does not fire then.
-    virtual bool isSeparateProcess() = 0;
+    virtual bool isSeparateProcess() = 0; ///< Whether the module has a process of its own, which can be killed.
     virtual std::optional<fn::String> executablePath() = 0; ///< Empty if the module has no process of its own.
-    virtual fn::String name() = 0;
+    virtual fn::String name() = 0; ///< By what it is known in logs and to the manager.
     virtual ~ModuleDefinition();
     /// Sends the module's process a signal, and gives true: `onExit()` fires if it ends. False if no process runs. Default: false.
     virtual bool sendSignal(int signal);
@@ -43,7 +44,8 @@ public:
     fn::Signal<std::int64_t, int>& onExit() { return _onExit; }
 
 protected:
-    bool hasParameters() const { return _hasParameters; }
+    bool hasParameters() const { return _hasParameters; } ///< Whether the module asks the manager for parameters.
+    /// The path of a program of that name, where PathManager looks for programs.
     static fn::String pathForExecutable(const fn::String& name);
     static fn::String pathForSharedLibrary(const fn::String& name); ///< `name` is without the ending.
 

@@ -32,13 +32,13 @@ struct ModuleStatus {
         GivenUp, ///< Until `startModule()`.
     };
 
-    fn::String name;
+    fn::String name; ///< The module's.
     fn::String workerTag; ///< The tag of the latest launch; empty before the first.
-    State state = State::NotLaunched;
+    State state = State::NotLaunched; ///< What it is doing now.
     fn::String
         message; ///< A sentence for people on what has happened at last: "Module decoder is ready". Empty at first.
-    bool isSeparateProcess = false;
-    bool isOptional = false;
+    bool isSeparateProcess = false; ///< Whether it has a process of its own.
+    bool isOptional = false; ///< Whether the application goes on without it, when it is given up.
     int launches = 0; ///< All launches.
     int timeouts = 0; ///< All launches whose worker did not connect in time.
 };

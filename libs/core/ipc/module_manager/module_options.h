@@ -30,7 +30,7 @@ struct ModuleOptions {
     bool inMainProcess = false; ///< A library of the main process, which can be neither stopped nor launched again.
     bool isOptional = false; ///< The application goes on where it is given up: that is no fatal error.
     bool isStarted = true; ///< False: it waits for `ModuleManager::startModule()`.
-    RelaunchPolicy relaunch {};
+    RelaunchPolicy relaunch {}; ///< When it is started again, and when it is given up.
 };
 
 } // namespace ipc

@@ -16,7 +16,7 @@ public:
     /// Identifies one incoming call. The calling worker chooses the request id.
     struct CallContext {
         WorkerId workerId = NO_WORKER_ID; ///< With NO_WORKER_ID or NO_REQUEST_ID no caller waits for an answer.
-        std::uint32_t requestId = NO_REQUEST_ID;
+        std::uint32_t requestId = NO_REQUEST_ID; ///< Names the call among those of its worker.
         friend auto operator<=>(const CallContext&, const CallContext&) = default;
 
         /// Whether the caller waits for an answer: only with a request id and a worker id. An answer to NO_WORKER_ID would reach
@@ -24,7 +24,7 @@ public:
         bool isAwaited() const { return requestId != NO_REQUEST_ID && workerId != NO_WORKER_ID; }
     };
 
-    explicit CallableObjectInstance(Worker& worker);
+    explicit CallableObjectInstance(Worker& worker); ///< The worker must be connected.
 
 protected:
     ~CallableObjectInstance() override;
@@ -41,6 +41,7 @@ protected:
     // The first answer of a call ends it at the caller, who ignores later ones. An answer that cannot be sent (nested too deeply,
     // too large, with a value that cannot travel) is replaced by the exception that says why, for callers in other workers and
     // in this one alike; in this one no size is too large.
+    /// Answers the call; nil where there is nothing to say.
     void sendResult(const CallContext& context, const fn::Value& result = {});
     void sendError(const CallContext& context, const fn::Value& error); ///< `fn::RuntimeException` with its text.
     void sendError(const CallContext& context, const fn::Exception& exception); ///< Of the same class, with details.
@@ -55,6 +56,8 @@ protected:
     /// Answers the call of an unknown method with an error that names this object's class and the method.
     void sendUnknownMethod(const CallContext& context, const fn::String& name);
 
+    /// Sends an event to the holders in one worker; with NO_WORKER_ID to all, as `broadcastEvent()`. Throws what
+    /// encoding throws.
     void postEvent(WorkerId workerId, const fn::String& name, const fn::Value& argument = {});
     void broadcastEvent(const fn::String& name, const fn::Value& argument = {}); ///< To every holder of a reference.
 

@@ -15,6 +15,7 @@ struct EndedCall;
 /// A shared object whose methods can be called. Subclasses wrap `callMethod()` in typed operations.
 class FN_EXPORT CallableObjectReference : public ObjectReference {
 public:
+    /// As every reference: see ObjectReference.
     explicit CallableObjectReference(ObjectReferenceInitializer& initializer);
 
     /// Calls a method of the instance. The promise ends in exactly one way:

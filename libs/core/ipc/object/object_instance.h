@@ -15,9 +15,9 @@ class FN_EXPORT ObjectInstance : public fn::RefCountedObject {
 public:
     explicit ObjectInstance(Worker& worker); ///< The worker must be connected.
 
-    ObjectId objectId() const { return _objectId; }
+    ObjectId objectId() const { return _objectId; } ///< By what all workers know it.
     Worker& worker() const; ///< After the worker's end: `fn::NullPointerException`.
-    fn::RunLoop& loop() const;
+    fn::RunLoop& loop() const; ///< The worker's; everything here happens on it.
 
     /// The reference that stands for this instance in its own worker: the same one as long as somebody holds it. Empty
     /// once the last holder of the instance has gone.
@@ -27,7 +27,7 @@ public:
     /// Messages that a constructor sends leave after construction, in their order; what encoding them throws goes to
     /// `fn::unhandledException()`.
     void sendMessage(WorkerId workerId, const fn::Value& value);
-    void broadcast(const fn::Value& value) { sendMessage(NO_WORKER_ID, value); }
+    void broadcast(const fn::Value& value) { sendMessage(NO_WORKER_ID, value); } ///< To the references in all workers.
 
 protected:
     void deleteInstance() override;
@@ -45,7 +45,7 @@ protected:
     void setPayloadReceiver(PayloadReceiver& receiver) { _payloadReceiver = &receiver; }
     /// Like `sendMessage()` of a message with that head; `content` writes its argument or result.
     void sendCall(WorkerId workerId, const CallHead& head, PayloadSource content);
-    ObjectHost& host() const;
+    ObjectHost& host() const; ///< For the library: the worker's tables.
 
     /// A new reference of the class that matches this one, never null. Default: a plain ObjectReference.
     virtual fn::AutoPtr<ObjectReference> createReference(ObjectReferenceInitializer& initializer);

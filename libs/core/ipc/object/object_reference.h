@@ -23,6 +23,7 @@ class PayloadWriter;
 /// so that a temporary `fn::AutoPtr(this)` does not delete it.
 class FN_EXPORT ConstructionHold {
 public:
+    /// For the code that is about to make a reference with it.
     explicit ConstructionHold(struct ObjectReferenceInitializer& initializer);
     ConstructionHold(const ConstructionHold&) = delete;
     ConstructionHold& operator=(const ConstructionHold&) = delete;
@@ -37,6 +38,7 @@ private:
 /// The one argument of every reference's constructor; filled by the worker that makes the reference.
 struct FN_EXPORT ObjectReferenceInitializer {
     ObjectReferenceInitializer() = default;
+    /// `instance` is set for a local reference, `className` may be empty.
     ObjectReferenceInitializer(
         ObjectHost* host, ObjectId objectId, fn::AutoPtr<ObjectInstance> instance, fn::String className);
     ObjectReferenceInitializer(const ObjectReferenceInitializer&); ///< Without the hold.
@@ -44,7 +46,7 @@ struct FN_EXPORT ObjectReferenceInitializer {
     ~ObjectReferenceInitializer();
 
     ObjectHost* host = nullptr; ///< The worker's; null only in `ObjectReference::_dummyInitializer`.
-    ObjectId objectId = 0;
+    ObjectId objectId = 0; ///< The object's.
     fn::AutoPtr<ObjectInstance> instance; ///< Set for a local reference.
     fn::String className; ///< As the sender named it; may be empty.
     ConstructionHold* hold = nullptr; ///< On the stack of the code that makes the reference.
@@ -73,8 +75,8 @@ public:
         return fn::makeAuto<T>(initializer)->className();
     }
 
-    ObjectId objectId() const { return _objectId; }
-    bool local() const { return static_cast<bool>(_instance); }
+    ObjectId objectId() const { return _objectId; } ///< By what all workers know the object.
+    bool local() const { return static_cast<bool>(_instance); } ///< Whether the instance lives in this worker.
     bool dead() const { return _dead; } ///< Whether the instance's worker has gone; final.
     /// Fires once, when the reference becomes dead. A callback that is connected later is called at once.
     fn::Signal<>& objectDeadSignal() { return _objectDeadSignal; }
@@ -96,8 +98,10 @@ protected:
     Worker& worker() const; ///< Without a worker, or after its end: `fn::NullPointerException`.
     bool hasWorker() const; ///< Whether `worker()` still exists.
 
-    ObjectHost& host() const; // For the library's own classes, while `hasWorker()`.
+    /// For the library: the worker's tables, while `hasWorker()`.
+    ObjectHost& host() const;
     void sendFields(const MessageFields& fields); ///< Like `sendMessage()` of a map of these fields.
+    /// For the library: like `sendMessage()` of a message with that head; `content` writes the argument.
     void sendCall(const CallHead& head, fn::FunctionRef<void(PayloadWriter&)> content);
     /// `onMessage()` is not called then.
     void setPayloadReceiver(PayloadReceiver& receiver) { _payloadReceiver = &receiver; }

@@ -22,23 +22,24 @@ public:
     PendingCall(const PendingCall&) = delete;
     PendingCall& operator=(const PendingCall&) = delete;
 
-    std::uint32_t requestId() const { return _requestId; }
-    std::string_view method() const { return _method; }
+    std::uint32_t requestId() const { return _requestId; } ///< Names the call among those of its worker.
+    std::string_view method() const { return _method; } ///< The method's name.
 
-    void retain() const noexcept { _node.retain(); }
-    void release() const noexcept { _node.release(); }
+    void retain() const noexcept { _node.retain(); } ///< Counts one holder of the call more.
+    void release() const noexcept { _node.release(); } ///< Counts one holder less.
 
     /// Reads the result, and fulfils the promise with it. Throws what reading throws; for a result of another type that names the
     /// class and the method.
     void fulfillFrom(PayloadReader& result, const ObjectReference& reference);
     /// Default: by way of its bytes.
     virtual void fulfillWithValue(const fn::Value& result, ObjectHost& host, const ObjectReference& reference);
+    /// Ends the call with a failure.
     void reject(std::exception_ptr failure) const { _node.reject(std::move(failure)); }
     bool isSettled() const { return _node.settled(); } ///< Also when it was cancelled.
 
     /// Whether the method may be called again where nobody knows if it was: the object has gone.
     bool isRepeatable() const { return _isRepeatable; }
-    void setRepeatable() { _isRepeatable = true; }
+    void setRepeatable() { _isRepeatable = true; } ///< It may be made again, where nobody knows whether it was.
 
     /// What happens when the object goes before it has answered. Unless `callback` takes the call over, and gives true, the promise is
     /// rejected.
@@ -49,7 +50,7 @@ protected:
     PendingCall(fn::internal::PromiseNodeBase& node, std::string_view method);
     virtual ~PendingCall();
     void wasCancelled(); ///< To be called by the node.
-    virtual void fulfillWith(PayloadReader& result) = 0;
+    virtual void fulfillWith(PayloadReader& result) = 0; ///< Reads the result, and ends the call with it.
 
 private:
     friend class CallableObjectReference;

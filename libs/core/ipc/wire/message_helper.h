@@ -17,7 +17,7 @@ class Frame;
 
 /// The body of a frame that has been read, borrowed while the frame is handled.
 struct FrameBody {
-    fn::ByteView bytes;
+    fn::ByteView bytes; ///< Valid while the handler runs.
     /// Holds exactly `bytes` if the frame has memory of its own, and slices of it can be shared; else null.
     const fn::ByteArray* array = nullptr;
 };
@@ -31,7 +31,7 @@ struct FrameBody {
 /// Belongs to the loop of its stream, which it closes when it is destroyed. It may be destroyed inside its own signals.
 class FN_EXPORT MessageHelper {
 public:
-    using Completion = folly::Function<void(const fn::uv::Status&)>;
+    using Completion = folly::Function<void(const fn::uv::Status&)>; ///< Hears how a write ended.
 
     /// `maxReadBytes` bounds the body of a frame.
     explicit MessageHelper(std::size_t maxReadBytes);
@@ -41,9 +41,11 @@ public:
 
     /// Takes a connected stream, closes an earlier one, and starts reading. Empty: `fn::NullPointerException`.
     void setStream(fn::AutoPtr<fn::uv::Stream> stream);
+    /// Null before `setStream()` and after `dropStream()`.
     const fn::AutoPtr<fn::uv::Stream>& stream() const { return _stream; }
     void dropStream() { _stream.reset(); } ///< The caller must give the stream another reader, or close it.
 
+    /// Bounds the body of the frames that begin from now on.
     void setMaxReadBytes(std::size_t bytes) { _maxReadBytes = bytes; }
 
     /// Writes one frame. `completion`, if given, is called with the outcome of the write on a later turn of the loop. Throws
@@ -51,12 +53,13 @@ public:
     /// `fn::NullPointerException`.
     void send(const fn::Value& value, Completion completion = {}, std::size_t maxBytes = UINT32_MAX);
 
-    void send(const Frame& frame);
+    void send(const Frame& frame); ///< Writes one that is encoded already. Throws as the other one does.
 
     /// `handler` gets each body instead of `onMessage()`. It returns false for what is not exactly one value, and must not throw.
     void setFrameHandler(folly::Function<bool(const FrameBody& body)> handler) { _frameHandler = std::move(handler); }
 
     fn::Signal<>& onEOS() { return _onEOS; } ///< The peer has ended the stream.
+    /// Reading has failed, or the bytes are no frames: nothing more is delivered.
     fn::Signal<fn::uv::Status>& onReadError() { return _onReadError; }
     /// Fires with the value of each frame and the bytes of its body.
     fn::Signal<const fn::Value&, unsigned int>& onMessage() { return _onMessage; }

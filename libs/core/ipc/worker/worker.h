@@ -64,8 +64,8 @@ public:
     void close(folly::Function<void()> closed = {});
 
     WorkerId workerId() const; ///< NO_WORKER_ID until connected.
-    const fn::String& displayName() const { return _displayName; }
-    fn::RunLoop& loop() const { return _loop; }
+    const fn::String& displayName() const { return _displayName; } ///< For people and logs.
+    fn::RunLoop& loop() const { return _loop; } ///< The loop that the worker and all its objects live on.
     bool isConnected() const; ///< From `workerDidConnect()` on, until the connection ends.
 
     /// Finds objects by class. Calls before the worker is connected are rejected, since no answer could reach it.
@@ -82,11 +82,14 @@ public:
     }
 
     // For the library's own classes.
+    /// Makes a reference of one class.
     using ReferenceFactory = fn::AutoPtr<ObjectReference> (*)(ObjectReferenceInitializer&);
+    /// The factory of class T.
     template <typename T> static fn::AutoPtr<ObjectReference> makeReference(ObjectReferenceInitializer& initializer)
     {
         return fn::AutoPtr<ObjectReference>(new T(initializer));
     }
+    /// Makes references of a class by `factory`, unless there is one and it is not to be replaced.
     void registerFactory(const fn::String& className, ReferenceFactory factory, bool replaces);
     ObjectHost& objectHost() const; ///< What the worker's objects share of it.
 

@@ -14,7 +14,7 @@ namespace core {
 /// redirects to all workers if that one is not connected.
 class FN_EXPORT DispatcherInspector final : public Inspector {
 public:
-    explicit DispatcherInspector(ipc::Dispatcher& dispatcher);
+    explicit DispatcherInspector(ipc::Dispatcher& dispatcher); ///< Shows this dispatcher, while it lives.
 
     using Inspector::inspect;
     InspectionResult inspect(const fn::Value& action, const fn::Value& refererAction) override;

@@ -7,7 +7,7 @@ namespace core {
 
 /// One line of a page of an inspector.
 struct Item {
-    fn::String text;
+    fn::String text; ///< What people read.
     fn::Value action; ///< The action of the page that the line leads to; nil if it leads nowhere.
 };
 

@@ -6,6 +6,7 @@ namespace core {
 /// Appends lines to a result, which it borrows: `InspectionResultWriter(result).append("a").append("b", 7)`.
 class FN_EXPORT InspectionResultWriter {
 public:
+    /// Adds to `result`, which it borrows.
     explicit InspectionResultWriter(InspectionResult& result) : _result(result) { }
 
     /// A nil action makes a line that leads nowhere.

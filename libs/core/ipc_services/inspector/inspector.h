@@ -17,6 +17,7 @@ class InspectorImpl;
 /// Overriding one `inspect()` hides the other: write `using Inspector::inspect;` beside it.
 class FN_EXPORT Inspector : public fn::RefCountedObject {
 public:
+    /// Identifies the question that is to be answered later.
     using CallContext = ipc::CallableObjectInstance::CallContext;
 
     Inspector();

@@ -8,12 +8,13 @@ namespace core {
 /// A page of an inspector, behind all redirections.
 struct OpenedPage {
     fn::Value action; ///< The action whose page this is.
-    std::vector<Item> items;
+    std::vector<Item> items; ///< The lines of the page.
 };
 
 /// A published inspector as its browsers see it. Belongs to its worker's loop.
 class FN_EXPORT InspectorReference final : public ipc::CallableObjectReference {
 public:
+    /// Made by the worker that an inspector arrives at.
     explicit InspectorReference(ipc::ObjectReferenceInitializer& initializer);
 
     /// Asks the inspector for the page of an action (nil: its first one) on the way from `refererAction`, and follows no

@@ -16,6 +16,7 @@ namespace core {
 /// the service has gone; cancelling the promise cancels the call.
 class FN_EXPORT InspectorRegistry final : public ipc::CallableObjectReference {
 public:
+    /// Made by the worker that finds the service.
     explicit InspectorRegistry(ipc::ObjectReferenceInitializer& initializer);
 
     /// Publishes an inspector from this worker and keeps it alive, until it is unregistered or this worker dies. Gives the

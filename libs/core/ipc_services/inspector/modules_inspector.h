@@ -8,7 +8,7 @@ namespace core {
 /// process. The manager may move; once it has been destroyed, nothing is shown.
 class FN_EXPORT ModulesInspector final : public Inspector {
 public:
-    explicit ModulesInspector(const ipc::ModuleManager& manager);
+    explicit ModulesInspector(const ipc::ModuleManager& manager); ///< Shows the modules of this manager.
 
     using Inspector::inspect;
     InspectionResult inspect(const fn::Value& action, const fn::Value& refererAction) override;

@@ -11,7 +11,7 @@ namespace core {
 /// Actions: nil shows the beginning of both lists; {"registrations": n} and {"waiters": n} show one list behind its first n.
 class FN_EXPORT RegistryInspector final : public Inspector {
 public:
-    explicit RegistryInspector(ipc::Dispatcher& dispatcher);
+    explicit RegistryInspector(ipc::Dispatcher& dispatcher); ///< Shows the registry of this dispatcher, while it lives.
 
     using Inspector::inspect;
     InspectionResult inspect(const fn::Value& action, const fn::Value& refererAction) override;

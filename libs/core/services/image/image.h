@@ -9,10 +9,10 @@ namespace core {
 
 /// The widths of the margins that are added around an image, in pixels of its plane 0.
 struct Margins {
-    std::uint32_t left = 0;
-    std::uint32_t top = 0;
-    std::uint32_t right = 0;
-    std::uint32_t bottom = 0;
+    std::uint32_t left = 0; ///< Columns before the image.
+    std::uint32_t top = 0; ///< Rows above it.
+    std::uint32_t right = 0; ///< Columns behind it.
+    std::uint32_t bottom = 0; ///< Rows below it.
 };
 
 /// Pixels in up to three planes, or a compressed JPEG stream. Rectangles and other aspect ratios of an image are images,
@@ -38,17 +38,19 @@ public:
         PACKED_32_D = 9,
     };
 
-    static unsigned int planeCountForFormat(Format format) noexcept;
+    static unsigned int planeCountForFormat(Format format) noexcept; ///< 0 for a value that is no format.
     static unsigned int pixelSizeForFormat(Format format) noexcept; ///< Bytes per pixel, the same for each plane.
     /// Planes 1 and 2 have the width of plane 0 divided by 2 to the power of this, truncated.
     static unsigned int horizontalChromaSubsamplingForFormat(Format format) noexcept;
     static unsigned int verticalChromaSubsamplingForFormat(Format format) noexcept; ///< The same for the height.
 
-    virtual Format format() const = 0;
+    virtual Format format() const = 0; ///< How the pixels lie in the planes.
     virtual std::uint32_t width() const = 0; ///< Pixels.
     virtual std::uint32_t height() const = 0; ///< Pixels.
     virtual std::uint32_t stride(unsigned int plane) const = 0; ///< Bytes from one row of the plane to the next.
+    /// The plane's bytes, to be written. See the class about threads.
     virtual unsigned char* mutableData(unsigned int plane) = 0;
+    /// The plane's bytes. Valid as long as the image lives.
     virtual const unsigned char* data(unsigned int plane) const = 0;
     virtual std::size_t size(unsigned int plane) const = 0; ///< Bytes of the plane.
     virtual Fraction pixelAspectRatio() const = 0; ///< Width of a pixel by its height.
@@ -57,8 +59,8 @@ public:
     /// `size()` counts whole strides. Default: all of them.
     virtual std::size_t readableSize(unsigned int plane) const;
 
-    unsigned int planeCount() const { return planeCountForFormat(format()); }
-    unsigned int pixelSize() const { return pixelSizeForFormat(format()); }
+    unsigned int planeCount() const { return planeCountForFormat(format()); } ///< Of this image's format.
+    unsigned int pixelSize() const { return pixelSizeForFormat(format()); } ///< Of this image's format, in bytes.
     /// The plane has the image's width divided by 2 to the power of this, truncated.
     unsigned int horizontalSubsampling(unsigned int plane) const;
     unsigned int verticalSubsampling(unsigned int plane) const; ///< The same for the height.

@@ -19,7 +19,7 @@ namespace core {
 /// its lines after the first are indented, so that none of them looks like a message. Thread-safe.
 class FN_EXPORT FormattedSink final : public fn::logging::Sink {
 public:
-    static constexpr std::size_t lineCharacters = 140;
+    static constexpr std::size_t lineCharacters = 140; ///< After so many characters a text is wrapped.
 
     /// A null target is reported as a broken invariant; `logMessage()` then throws `fn::NullPointerException`.
     explicit FormattedSink(fn::AutoPtr<fn::LogTarget> target);

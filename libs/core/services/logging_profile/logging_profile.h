@@ -20,37 +20,41 @@ namespace core {
 /// `fn::logging::CategoryManager::reload()`.
 class FN_EXPORT LoggingProfile final : public fn::RefCountedObject {
 public:
-    using Priority = fn::logging::Message::Priority;
-    using ThresholdMap = std::unordered_map<fn::String, Priority>;
+    using Priority = fn::logging::Message::Priority; ///< 1 is the highest; see docs/logging.md.
+    using ThresholdMap = std::unordered_map<fn::String, Priority>; ///< Thresholds by the names of categories.
 
     LoggingProfile() = default;
 
     const fn::String& name() const noexcept { return _name; } ///< For people.
-    void setName(fn::String name) { _name = std::move(name); }
+    void setName(fn::String name) { _name = std::move(name); } ///< For people.
 
     const fn::String& description() const noexcept { return _description; } ///< For people.
-    void setDescription(fn::String description) { _description = std::move(description); }
+    void setDescription(fn::String description) { _description = std::move(description); } ///< For people.
 
     /// The name of the profile's file, without folder. It decides the destination.
     const fn::String& fileName() const noexcept { return _fileName; }
+    /// Decides where messages go; see docs/logging.md.
     void setFileName(fn::String fileName) { _fileName = std::move(fileName); }
 
-    bool enabled() const noexcept { return _enabled; }
-    void setEnabled(bool enabled) { _enabled = enabled; }
+    bool enabled() const noexcept { return _enabled; } ///< Whether it is used.
+    void setEnabled(bool enabled) { _enabled = enabled; } ///< Decides whether it is used.
 
     bool simple() const noexcept { return _simple; } ///< Texts alone, without time and source.
+    /// Decides whether texts are written alone, without time and source.
     void setSimple(bool simple) { _simple = simple; }
 
     bool verbose() const noexcept { return _verbose; } ///< Used only while verbose logging is allowed.
+    /// Decides whether it is used only while verbose logging is switched on.
     void setVerbose(bool verbose) { _verbose = verbose; }
 
     /// The highest priority number that is taken of a category, if neither it nor a parent has a threshold.
     Priority rootThreshold() const noexcept { return _rootThreshold; }
+    /// For all categories without a threshold of their own.
     void setRootThreshold(Priority priority) { _rootThreshold = priority; }
 
     /// By category name, in lower case. A threshold counts for the categories below that have none of their own.
     const ThresholdMap& thresholdMap() const noexcept { return _thresholdMap; }
-    void setCategoryThreshold(const fn::String& category, Priority priority);
+    void setCategoryThreshold(const fn::String& category, Priority priority); ///< For a category and those below it.
 
     /// The threshold of that category: its own, else that of the nearest parent that has one, else the root's. Capitals
     /// in the category's name do not matter.
@@ -66,8 +70,8 @@ public:
 
     /// Message texts that are dropped, except at priority 1.
     const std::set<fn::String>& filters() const noexcept { return _filters; }
-    void addFilter(const fn::String& text);
-    bool hasFilter(const fn::String& text) const;
+    void addFilter(const fn::String& text); ///< Drops messages with exactly this text, except at priority 1.
+    bool hasFilter(const fn::String& text) const; ///< Whether messages with this text are dropped.
 
     /// The sink that writes the messages which the profile takes.
     const fn::AutoPtr<fn::logging::Sink>& sink() const noexcept { return _sink; }

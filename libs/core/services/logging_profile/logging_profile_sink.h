@@ -13,7 +13,7 @@ namespace core {
 /// another thread reloads.
 class FN_EXPORT LoggingProfileSink final : public fn::logging::Sink {
 public:
-    using Priority = LoggingProfile::Priority;
+    using Priority = LoggingProfile::Priority; ///< As in the profile.
 
     static constexpr std::uint64_t logFileBytes = 1'048'576; ///< A log of this size makes way for a new one.
     static constexpr int logFileCount = 9; ///< So many files are kept of each log, the current one included.
@@ -27,6 +27,7 @@ public:
     /// be read is left out; if the folder can not be read, the profiles stay as they were.
     void reload(const fn::String& directory);
 
+    /// Whether verbose logging is switched on.
     bool allowVerboseLogging() const noexcept { return _allowVerboseLogging.load(std::memory_order_relaxed); }
     void setAllowVerboseLogging(bool allow); ///< Whether verbose profiles take messages. Initially not.
 
