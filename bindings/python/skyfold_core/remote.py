@@ -74,8 +74,6 @@ class Call(asyncio.Future[Any]):
 class RemoteObject:
     """One entry of a worker's table. It outlives its `Reference` by the turn of the loop in which it is released."""
 
-    is_local = False
-
     def __init__(self, host: Participant, object_id: int, class_name: str) -> None:
         self.host = host
         self.object_id = object_id
@@ -274,8 +272,6 @@ class _Asking(Call):
 
 class LocalObject(RemoteObject):
     """A service of the same worker, seen as others see it. What is sent comes in a later turn of the loop, as encoded bytes."""
-
-    is_local = True
 
     def __init__(self, host: Participant, service: Service) -> None:
         super().__init__(host, service._object_id, type(service)._class_name)

@@ -52,7 +52,7 @@ def owner_of(object_id: int) -> int:
 
 
 def frame(message: dict[int, Any]) -> bytes:
-    body: bytes = msgpack.packb(message)
+    body: bytes = msgpack.packb(message, unicode_errors="surrogateescape")
     return _length.pack(len(body)) + body
 
 
