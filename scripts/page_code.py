@@ -16,7 +16,8 @@ from tree import ROOT, compile_commands
 
 BLOCK = re.compile(r"(?:^<!-- (?P<marker>[^\n]*) -->\n)?^```(?P<language>\w*)\n(?P<text>.*?)^```$", re.DOTALL | re.MULTILINE)
 SHOWN = re.compile(r'([\w./-]+\.\w+|[\w./-]+/[\w.-]+)(?: "(.*)" "(.*)")?')
-CHECKED = ("cpp", "sh", "cmake", "python")  # Languages of which no block goes unchecked; others are text to look at.
+CHECKED = ("cpp", "sh", "cmake", "python")  # Languages of which no block goes unchecked.
+UNCHECKED = ("", "text", "json")  # To look at. (Diagrams are pictures, docs/processes.svg: the site draws none.)
 INDENTED = re.compile(r"\n\n    [^ \n*-][^\n]*(?:\n    [^\n]*)*\n")
 BY_ITSELF = re.compile(r"IPC_MODULE_ENTRY_POINT|int main\(")
 NEAR = "examples/ladder/1_one_call.cpp"  # Compiled as this one is.
@@ -57,6 +58,8 @@ def unclear_blocks(page, text):
     """What no check can make sense of."""
     faults = [f"{page}:{line}: a block of {language} needs a comment that names its file"
               for line, _, language, _ in own_blocks(page, text) if language == "cmake"]
+    faults += [f"{page}: nothing checks, or shows, a block of {match['language']}" for match in BLOCK.finditer(text)
+               if match["language"] not in (*CHECKED, *UNCHECKED)]
     prose = BLOCK.sub("", text)
     return faults + [f"{page}: indented code: give it a fence and a language: {match[0].strip()[:60]}" for match in INDENTED.finditer(prose)]
 
