@@ -1,5 +1,6 @@
 #pragma once
 #include "base/byte_array.h"
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -24,6 +25,14 @@ public:
         }
     }
     void write(std::string_view text) { write(text.data(), text.size()); }
+    /// As `write()`, for bytes whose number is known when this is compiled: they take a few stores.
+    template <std::size_t size> [[gnu::always_inline]] void writeFixed(const std::array<char, size>& bytes)
+    {
+        if (!fits(size)) [[unlikely]]
+            return writeSlow(bytes.data(), size);
+        std::memcpy(_window, bytes.data(), size);
+        _window += size;
+    }
     /// As `write()` of one byte.
     void writeByte(std::uint8_t byte)
     {

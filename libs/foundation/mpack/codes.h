@@ -1,4 +1,5 @@
 #pragma once
+#include <array>
 #include <bit>
 #include <concepts>
 #include <cstdint>
@@ -20,6 +21,22 @@ inline constexpr std::uint8_t Str8 = 0xD9, Str16 = 0xDA, Str32 = 0xDB;
 inline constexpr std::uint8_t Array16 = 0xDC, Array32 = 0xDD, Map16 = 0xDE, Map32 = 0xDF;
 inline constexpr std::uint8_t NegativeFixInt = 0xE0;
 } // namespace code
+
+/// The bytes that a value takes, by its first byte; 0 where that byte does not tell them, and for extensions.
+inline constexpr auto plainSizes = [] {
+    std::array<std::uint8_t, 256> sizes {};
+    for (std::size_t first = 0; first < sizes.size(); ++first) {
+        if (first < code::FixMap || first >= code::NegativeFixInt) sizes[first] = 1;
+        if (first >= code::FixStr && first < code::Nil)
+            sizes[first] = static_cast<std::uint8_t>(1 + first - code::FixStr);
+    }
+    sizes[code::Nil] = sizes[code::False] = sizes[code::True] = 1;
+    sizes[code::UInt8] = sizes[code::Int8] = 1 + 1;
+    sizes[code::UInt16] = sizes[code::Int16] = 1 + 2;
+    sizes[code::UInt32] = sizes[code::Int32] = sizes[code::Float32] = 1 + 4;
+    sizes[code::UInt64] = sizes[code::Int64] = sizes[code::Float64] = 1 + 8;
+    return sizes;
+}();
 
 inline constexpr std::int8_t timestampType = -1; ///< Extension type of a timestamp.
 inline constexpr std::int8_t plainType = -1; ///< What a hook answers for a value that is to be plain.

@@ -33,21 +33,10 @@ const std::uint8_t* Reader::pass(std::uint64_t size)
     return std::exchange(_at, _at + size);
 }
 
-bool Reader::nextIsText() const noexcept
-{
-    return _at != _end && ((*_at >= code::FixStr && *_at < code::Nil) || (*_at >= code::Str8 && *_at <= code::Str32));
-}
-
 bool Reader::nextIsArray() const noexcept
 {
     return _at != _end
         && ((*_at >= code::FixArray && *_at < code::FixStr) || *_at == code::Array16 || *_at == code::Array32);
-}
-
-bool Reader::nextIsMap() const noexcept
-{
-    return _at != _end
-        && ((*_at >= code::FixMap && *_at < code::FixArray) || *_at == code::Map16 || *_at == code::Map32);
 }
 
 void Reader::standAtNil() noexcept
@@ -211,30 +200,13 @@ void Reader::skipMany(std::uint64_t count)
     end();
 }
 
-void Reader::skip()
+/// Passes what `plainSizes` does not know, or what ends early.
+void Reader::skipLong()
 {
     if (_at == _end) failEnd();
     const auto first = *_at;
-    if (first < code::FixMap || first >= code::NegativeFixInt)
-        ++_at;
-    else if (first < code::FixArray)
-        skipMany(std::uint64_t(2) * beginMap());
-    else if (first < code::FixStr)
-        skipMany(beginArray());
-    else if (first < code::Nil)
-        pass(1 + (first & 31u));
-    else
-        skipCoded(first);
-}
-
-/// Passes a value whose first byte says no more than what kind it is.
-void Reader::skipCoded(std::uint8_t first)
-{
     std::int8_t type = 0;
     switch (first) {
-    case code::Nil:
-    case code::False:
-    case code::True: ++_at; break;
     case code::Bin8: pass(number<std::uint8_t>()); break;
     case code::Bin16: pass(number<std::uint16_t>()); break;
     case code::Bin32: pass(number<std::uint32_t>()); break;
@@ -246,16 +218,6 @@ void Reader::skipCoded(std::uint8_t first)
     case code::FixExt4:
     case code::FixExt8:
     case code::FixExt16: pass(beginExtension(type)); break;
-    case code::UInt8:
-    case code::Int8: pass(1 + 1); break;
-    case code::UInt16:
-    case code::Int16: pass(1 + 2); break;
-    case code::UInt32:
-    case code::Int32:
-    case code::Float32: pass(1 + 4); break;
-    case code::UInt64:
-    case code::Int64:
-    case code::Float64: pass(1 + 8); break;
     case code::Str8:
     case code::Str16:
     case code::Str32: readLongText(); break;
@@ -263,7 +225,10 @@ void Reader::skipCoded(std::uint8_t first)
     case code::Array32: skipMany(beginArray()); break;
     case code::Map16:
     case code::Map32: skipMany(std::uint64_t(2) * beginMap()); break;
-    default: fail("a byte that begins a value");
+    default:
+        if (plainSizes[first] > 0) failEnd();
+        if (first >= code::FixStr) fail("a byte that begins a value");
+        skipMany(first < code::FixArray ? std::uint64_t(2) * beginMap() : beginArray());
     }
 }
 

@@ -54,9 +54,17 @@ public:
         ++_at;
         return true;
     }
-    bool nextIsText() const noexcept;
+    bool nextIsText() const noexcept
+    {
+        return _at != _end
+            && ((*_at >= code::FixStr && *_at < code::Nil) || (*_at >= code::Str8 && *_at <= code::Str32));
+    }
     bool nextIsArray() const noexcept;
-    bool nextIsMap() const noexcept;
+    bool nextIsMap() const noexcept
+    {
+        return _at != _end
+            && ((*_at >= code::FixMap && *_at < code::FixArray) || *_at == code::Map16 || *_at == code::Map32);
+    }
 
     bool readBool();
     template <std::integral T> T readInteger()
@@ -94,7 +102,12 @@ public:
         _valuesLeft -= values;
     }
 
-    void skip(); ///< Passes one value of any kind.
+    void skip() ///< Passes one value of any kind.
+    {
+        const std::size_t size = _at == _end ? 0 : plainSizes[*_at];
+        if (size == 0 || size > left()) return skipLong();
+        _at += size;
+    }
     void standAtNil() noexcept; ///< Goes on at a nil that lies elsewhere, and ends behind it.
 
     /// Passes a text if it is this one; else does nothing and gives false.
@@ -124,7 +137,7 @@ private:
     template <typename T> T number(); // Behind the code; passes both.
     std::uint32_t enter(std::uint32_t count, int valuesEach);
     void skipMany(std::uint64_t count);
-    void skipCoded(std::uint8_t first);
+    void skipLong();
     [[noreturn]] void failEnd() const;
 
     const std::uint8_t* _begin;

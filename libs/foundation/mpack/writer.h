@@ -2,6 +2,7 @@
 #include "base/exceptions.h"
 #include "foundation/io/output_stream.h"
 #include "foundation/mpack/codes.h"
+#include <array>
 #include <concepts>
 #include <cstdint>
 #include <string_view>
@@ -45,9 +46,9 @@ public:
     {
         constexpr auto length = size - 1;
         if constexpr (length >= 32) return writeLongText({ name, length });
-        char bytes[size] { static_cast<char>(code::FixStr | length) };
-        std::memcpy(bytes + 1, name, length);
-        _stream.write(bytes, size);
+        std::array<char, size> bytes { static_cast<char>(code::FixStr | length) };
+        std::memcpy(bytes.data() + 1, name, length);
+        _stream.writeFixed(bytes);
     }
     void writeBytes(const ByteArray& bytes); ///< A large array may be shared instead of copied.
 

@@ -1,8 +1,34 @@
 #include "core/ipc/object/detail/call_fields.h"
 #include "core/ipc/limits.h"
+#include "foundation/mpack/codes.h"
 #include "foundation/value_map.h"
+#include <algorithm>
+#include <array>
 
 namespace ipc {
+
+namespace {
+
+/// Texts as they are encoded, one behind the other.
+template <const std::string_view&... texts>
+constexpr auto encodedTexts = [] {
+    static_assert(((texts.size() < 32) && ...)); // The form whose first byte has the length.
+    std::array<char, (std::size_t(0) + ... + (1 + texts.size()))> bytes {};
+    auto* at = bytes.data();
+    const auto add = [&](std::string_view text) {
+        *at++ = static_cast<char>(fn::mpack::code::FixStr | text.size());
+        at = std::ranges::copy(text, at).out;
+    };
+    (add(texts), ...);
+    return bytes;
+}();
+
+template <const std::string_view&... texts> void writeTexts(PayloadWriter& writer)
+{
+    writer.stream().writeFixed(encodedTexts<texts...>);
+}
+
+} // namespace
 
 std::string_view CallHead::type() const
 {
@@ -16,35 +42,45 @@ std::string_view CallHead::type() const
 
 void CallHead::write(PayloadWriter& writer, PayloadSource content) const
 {
-    writer.beginMap((kind == Kind::Call ? 4u : 3u) + (hasLimit() ? 1u : 0u) + (traceId != 0 ? 1u : 0u));
-    if (kind != Kind::Response) {
-        writer.writeText(call::ARGUMENT);
-        content(writer);
-        if (kind == Kind::Event)
-            writer.writeText(call::EVENT_NAME);
-        else
-            writer.writeText(call::METHOD_NAME);
-        writer.writeText(name);
-    }
-    if (kind != Kind::Event) {
-        writer.writeText(call::REQUEST_ID);
+    switch (kind) {
+    case Kind::Call: writeCall(writer, content); break;
+    case Kind::Response:
+        writer.beginMap(3);
+        writeTexts<call::REQUEST_ID>(writer);
         writer.writeInteger(requestId);
-    }
-    if (kind == Kind::Response) {
-        writer.writeText(call::RESULT);
+        writeTexts<call::RESULT>(writer);
         content(writer);
+        writeTexts<call::TYPE, call::CALL_RESPONSE>(writer);
+        break;
+    case Kind::Event:
+        writer.beginMap(3);
+        writeTexts<call::ARGUMENT>(writer);
+        content(writer);
+        writeTexts<call::EVENT_NAME>(writer);
+        writer.writeText(name);
+        writeTexts<call::TYPE, call::EVENT>(writer);
     }
+    writer.end();
+}
+
+void CallHead::writeCall(PayloadWriter& writer, PayloadSource argument) const
+{
+    writer.beginMap(4u + (hasLimit() ? 1u : 0u) + (traceId != 0 ? 1u : 0u));
+    writeTexts<call::ARGUMENT>(writer);
+    argument(writer);
+    writeTexts<call::METHOD_NAME>(writer);
+    writer.writeText(name);
+    writeTexts<call::REQUEST_ID>(writer);
+    writer.writeInteger(requestId);
     if (hasLimit()) {
-        writer.writeText(call::TIME_LEFT);
+        writeTexts<call::TIME_LEFT>(writer);
         writer.writeInteger(timeLeft.totalMicroseconds());
     }
     if (traceId != 0) {
-        writer.writeText(call::TRACE);
+        writeTexts<call::TRACE>(writer);
         writer.writeInteger(traceId);
     }
-    writer.writeText(call::TYPE);
-    writer.writeText(type());
-    writer.end();
+    writeTexts<call::TYPE, call::CALL>(writer);
 }
 
 fn::Value CallHead::toMessage(fn::Value content) const
@@ -69,10 +105,11 @@ CallFields::CallFields(PayloadReader& payload) : _payload(payload)
     if (left > 0 && payload.takeText(call::METHOD_NAME)) left -= pass(_methodName);
     if (left > 0 && payload.takeText(call::REQUEST_ID)) left -= pass(_requestId);
     if (left > 0 && payload.takeText(call::RESULT)) left -= pass(_result);
+    if (left > 0 && payload.takeText(call::TYPE)) left -= passType();
     for (; left > 0; --left) {
         const auto key = payload.nextIsText() ? payload.readText() : (payload.skip(), std::string_view());
-        if (key == call::TYPE && payload.nextIsText())
-            _type = payload.readText();
+        if (key == call::TYPE)
+            passType();
         else if (auto* const place = placeOf(key))
             pass(*place);
         else
@@ -86,6 +123,15 @@ std::uint32_t CallFields::pass(std::uint32_t& place)
 {
     place = static_cast<std::uint32_t>(_payload.offset());
     _payload.skip();
+    return 1;
+}
+
+std::uint32_t CallFields::passType()
+{
+    if (_payload.nextIsText())
+        _type = _payload.readText();
+    else
+        _payload.skip();
     return 1;
 }
 

@@ -24,6 +24,9 @@ struct CallHead {
     void write(
         PayloadWriter& writer, PayloadSource content) const; ///< The whole message; `content`: argument or result.
     fn::Value toMessage(fn::Value content) const;
+
+private:
+    void writeCall(PayloadWriter& writer, PayloadSource argument) const;
 };
 
 /// What callable objects send each other: a call, its end, an event. Finds the fields of the map where the payload lies. A message that has
@@ -50,6 +53,7 @@ public:
 
 private:
     std::uint32_t pass(std::uint32_t& place); // Notes where the value is, and passes it: 1 entry.
+    std::uint32_t passType();
     std::uint32_t* placeOf(std::string_view key);
     PayloadReader& at(std::uint32_t offset) const;
     std::string_view text(std::uint32_t offset, std::string_view key) const;

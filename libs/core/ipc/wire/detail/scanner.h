@@ -3,27 +3,9 @@
 #include "core/ipc/limits.h"
 #include "foundation/mpack/codes.h"
 #include "foundation/mpack/hooks.h"
-#include <array>
 #include <cstdint>
 
 namespace ipc {
-
-/// The bytes that a value takes, by its first byte; 0 where that byte does not tell them, and for extensions, which are checked.
-inline constexpr auto plainSizes = [] {
-    namespace code = fn::mpack::code;
-    std::array<std::uint8_t, 256> sizes {};
-    for (std::size_t first = 0; first < sizes.size(); ++first) {
-        if (first < code::FixMap || first >= code::NegativeFixInt) sizes[first] = 1;
-        if (first >= code::FixStr && first < code::Nil)
-            sizes[first] = static_cast<std::uint8_t>(1 + first - code::FixStr);
-    }
-    sizes[code::Nil] = sizes[code::False] = sizes[code::True] = 1;
-    sizes[code::UInt8] = sizes[code::Int8] = 1 + 1;
-    sizes[code::UInt16] = sizes[code::Int16] = 1 + 2;
-    sizes[code::UInt32] = sizes[code::Int32] = sizes[code::Float32] = 1 + 4;
-    sizes[code::UInt64] = sizes[code::Int64] = sizes[code::Float64] = 1 + 8;
-    return sizes;
-}();
 
 /// Walks over MessagePack bytes without making values. Each method gives the place behind what it has passed, or null where the
 /// bytes are malformed or beyond a bound. The place is passed by value, so that it stays in a register: each frame is scanned twice.
@@ -41,7 +23,7 @@ public:
         if (*at <= code::FixMap) return *at < code::FixMap || depth < fn::mpack::maxDepth ? at + 1 : nullptr;
         if (*at == code::UInt32) return pass(at, 5);
         if (*at == code::Bin32) return passCounted<std::uint32_t>(at + 1);
-        if (const auto size = plainSizes[*at]; size > 0) return pass(at, size);
+        if (const auto size = fn::mpack::plainSizes[*at]; size > 0) return pass(at, size);
         return skipLong(at, depth);
     }
 
