@@ -126,9 +126,9 @@ void ObjectInstance::sendCall(WorkerId workerId, const CallHead& head, PayloadSo
     if (!isToAll && workerId != _host->workerId()) return;
     auto reference = _localReference.lock();
     if (!reference) return;
-    loop().post([reference = std::move(reference), head, encoded = _host->encode(content)] {
-        PayloadReader reader(*reference->_host, encoded);
-        reference->receive(head, reader);
+    loop().post([reference = std::move(reference), message = _host->localMessage(head, content)] {
+        PayloadReader reader(*reference->_host, message->content);
+        reference->receive(message->head, reader);
     });
 }
 

@@ -118,9 +118,10 @@ void ObjectReference::sendCall(const CallHead& head, PayloadSource content)
         _host->send(ownerOf(_objectId), _objectId, [&](PayloadWriter& writer) { head.write(writer, content); });
         return;
     }
-    loop().post([instance = _instance, source = _host->workerId(), head, encoded = _host->encode(content)] {
-        PayloadReader reader(*instance->_host, encoded);
-        instance->receive(source, head, reader);
+    // The message goes before the instance, which holds the host.
+    loop().post([instance = _instance, message = _host->localMessage(head, content)] {
+        PayloadReader reader(*instance->_host, message->content);
+        instance->receive(message->source, message->head, reader);
     });
 }
 

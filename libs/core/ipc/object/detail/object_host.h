@@ -1,6 +1,7 @@
 #pragma once
 #include "base/exceptions.h"
 #include "base/ref_counted.h"
+#include "core/ipc/object/detail/local_messages.h"
 #include "core/ipc/object/detail/request_numbers.h"
 #include "core/ipc/object/payload_writer.h"
 #include "core/ipc/wire/message.h"
@@ -43,6 +44,9 @@ public:
     /// Encodes a payload for a receiver in this worker. Throws what encoding throws; no size is too large.
     EncodedPayload encode(PayloadSource payload) const;
 
+    /// A message of one of the worker's objects to another one, or to itself. Throws what encoding throws.
+    LocalMessages::Holder localMessage(const CallHead& head, PayloadSource content);
+
     /// The object of an id that came, as what this worker knows it by, or else as a new reference. Empty if its owner has gone.
     virtual fn::AutoPtr<ObjectReference> referenceTo(ObjectId objectId, const fn::String& className) = 0;
 
@@ -64,6 +68,9 @@ public:
     virtual void registerReference(ObjectReference& reference) = 0;
     virtual void unregisterReference(ObjectReference* reference) = 0;
 
+private:
+    void encode(PayloadSource payload, EncodedPayload& encoded) const;
+
 protected:
     ObjectHost(Worker& worker, fn::RunLoop& loop) : _worker(&worker), _loop(loop) { }
     explicit ObjectHost(fn::RunLoop& loop) : _worker(nullptr), _loop(loop) { }
@@ -72,6 +79,7 @@ protected:
     fn::RunLoop& _loop;
     WorkerId _workerId = NO_WORKER_ID;
     RequestNumbers _requestNumbers;
+    LocalMessages _localMessages;
     fn::Signal<WorkerId> _onWorkerDied;
 };
 

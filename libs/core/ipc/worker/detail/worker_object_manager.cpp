@@ -119,11 +119,25 @@ fn::AutoPtr<ObjectReference> WorkerObjectManager::reference(ObjectId objectId) c
 EncodedPayload ObjectHost::encode(PayloadSource payload) const
 {
     EncodedPayload encoded;
+    encode(payload, encoded);
+    return encoded;
+}
+
+void ObjectHost::encode(PayloadSource payload, EncodedPayload& encoded) const
+{
     encoded.bytes.reserve(expectedBytes);
     fn::ByteArrayOutputStream stream(encoded.bytes);
     PayloadWriter writer(stream, *this, &encoded.objects);
     payload(writer);
-    return encoded;
+}
+
+LocalMessages::Holder ObjectHost::localMessage(const CallHead& head, PayloadSource content)
+{
+    auto message = _localMessages.take();
+    message->source = _workerId;
+    message->head = head;
+    encode(content, message->content);
+    return message;
 }
 
 void WorkerObjectManager::send(WorkerId target, ObjectId objectId, PayloadSource payload)
