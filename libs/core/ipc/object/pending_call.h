@@ -59,6 +59,7 @@ private:
     fn::internal::PromiseNodeBase& _node;
     const std::string_view _method;
     fn::AutoPtr<CallableObjectReference> _reference; // Empty when the call is not in the table.
+    PendingCall* _next = nullptr; // In the table, which holds it.
     std::uint32_t _requestId = 0;
     fn::Handle _deadline;
     folly::Function<bool()> _onObjectDead;

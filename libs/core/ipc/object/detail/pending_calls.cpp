@@ -36,41 +36,63 @@ void PendingCall::fulfillWithValue(const fn::Value& result, ObjectHost& host, co
     fulfillFrom(reader, reference);
 }
 
-bool PendingCalls::contains(std::uint32_t requestId) const { return _calls.contains(requestId); }
+PendingCall** PendingCalls::linkTo(std::uint32_t requestId)
+{
+    auto** link = &_buckets[requestId & (_buckets.size() - 1)];
+    while (*link && (*link)->_requestId != requestId) link = &(*link)->_next;
+    return link;
+}
 
 void PendingCalls::add(fn::AutoPtr<PendingCall> call)
 {
-    const auto requestId = call->requestId();
-    if (!_spare) return static_cast<void>(_calls.emplace(requestId, std::move(call)));
-    _spare.key() = requestId;
-    _spare.mapped() = std::move(call);
-    _calls.insert(std::move(_spare));
+    if (_count == _buckets.size()) grow();
+    *linkTo(call->_requestId) = call.get();
+    static_cast<void>(call.leak());
+    ++_count;
+}
+
+void PendingCalls::grow()
+{
+    for (auto* call : std::exchange(_buckets, Buckets(2 * _buckets.size()))) {
+        while (call) {
+            auto* const next = std::exchange(call->_next, nullptr);
+            *linkTo(call->_requestId) = call;
+            call = next;
+        }
+    }
 }
 
 EndedCall PendingCalls::take(std::uint32_t requestId)
 {
-    auto taken = _calls.extract(requestId);
-    if (_calls.empty() && _calls.bucket_count() > keptBuckets) _calls = {};
-    if (!taken) return {};
-    auto ended = end(std::move(taken.mapped()));
-    _spare = std::move(taken);
-    return ended;
+    auto** const link = linkTo(requestId);
+    auto* const call = *link;
+    if (!call) return {};
+    *link = std::exchange(call->_next, nullptr);
+    if (--_count == 0 && _buckets.size() > keptBuckets) _buckets = Buckets(firstBuckets);
+    return end(call);
 }
 
 std::vector<EndedCall> PendingCalls::takeAll()
 {
     std::vector<EndedCall> all;
-    all.reserve(_calls.size());
-    for (auto& [requestId, call] : std::exchange(_calls, {})) all.push_back(end(std::move(call)));
+    if (_count == 0) return all;
+    all.reserve(std::exchange(_count, 0));
+    for (auto* call : std::exchange(_buckets, Buckets(firstBuckets))) {
+        while (call) {
+            auto* const next = std::exchange(call->_next, nullptr);
+            all.push_back(end(call));
+            call = next;
+        }
+    }
     std::ranges::sort(all, {}, [](const EndedCall& ended) { return ended.call->requestId(); });
     return all;
 }
 
-EndedCall PendingCalls::end(fn::AutoPtr<PendingCall> call)
+EndedCall PendingCalls::end(PendingCall* call)
 {
-    call->_deadline.invalidate();
+    if (call->_deadline) call->_deadline.invalidate();
     auto reference = std::move(call->_reference);
-    return { std::move(reference), std::move(call) };
+    return { std::move(reference), fn::AutoPtr<PendingCall>::adopt(call) };
 }
 
 } // namespace ipc

@@ -1,7 +1,6 @@
 #pragma once
 #include "core/ipc/object/pending_call.h"
 #include <cstdint>
-#include <unordered_map>
 #include <vector>
 
 namespace ipc {
@@ -13,21 +12,30 @@ struct EndedCall {
     explicit operator bool() const { return static_cast<bool>(call); }
 };
 
-/// The pending calls of one reference by request id.
+/// The pending calls of one reference by request id: a hash table whose entries are the calls themselves. Ids are numbered, so that
+/// their low bits spread them evenly.
 class PendingCalls {
 public:
-    bool contains(std::uint32_t requestId) const;
+    PendingCalls() = default;
+    PendingCalls(const PendingCalls&) = delete;
+    PendingCalls& operator=(const PendingCalls&) = delete;
+    ~PendingCalls() { takeAll(); }
+
+    bool contains(std::uint32_t requestId) { return *linkTo(requestId) != nullptr; }
     void add(fn::AutoPtr<PendingCall> call); ///< The table must not contain its id.
     EndedCall take(std::uint32_t requestId);
     std::vector<EndedCall> takeAll(); ///< Ascending by id.
 
 private:
-    static EndedCall end(fn::AutoPtr<PendingCall> call);
+    using Buckets = std::vector<PendingCall*>; // A power of two of them. Each holds a call, which holds the next one.
 
-    using Calls = std::unordered_map<std::uint32_t, fn::AutoPtr<PendingCall>>;
+    PendingCall** linkTo(std::uint32_t requestId); ///< The link that holds this call; a null one if there is none.
+    void grow();
+    static EndedCall end(PendingCall* call);
 
-    Calls _calls;
-    Calls::node_type _spare; // Of the call that ended last: mostly the next call is made when one has ended.
+    static constexpr std::size_t firstBuckets = 8;
+    Buckets _buckets = Buckets(firstBuckets);
+    std::size_t _count = 0;
 };
 
 } // namespace ipc
