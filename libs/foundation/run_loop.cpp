@@ -4,7 +4,7 @@
 
 namespace fn {
 namespace {
-thread_local RunLoop* current = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local RunLoop* current = nullptr;
 thread_local int ending = 0;
 } // namespace
 

@@ -44,7 +44,7 @@ private:
     friend internal::Coroutine;
 
     static constexpr Duration never = Duration(INT64_MAX);
-    [[gnu::visibility("hidden")]] static constinit thread_local WorkContext _current;
+    [[gnu::visibility("hidden"), gnu::tls_model("initial-exec")]] static constinit thread_local WorkContext _current;
 
     Duration _deadline = never;
     std::uint64_t _traceId = 0; // Log lines carry it.

@@ -67,10 +67,7 @@ bool PipeStream::isReading() const noexcept { return _private->isReading(); }
 void PipeStream::readPending() { _private->readPending(); }
 void PipeStream::readEnd() { _private->readEnd(); }
 void PipeStream::readInto(std::span<std::uint8_t> memory) { _private->readInto(memory); }
-void PipeStream::write(ByteArray bytes, Completion completion)
-{
-    _private->write(std::move(bytes), std::move(completion));
-}
+void PipeStream::write(ByteArray bytes, Completion completion) { _private->write(bytes, std::move(completion)); }
 void PipeStream::whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback)
 {
     _private->whenQueuedAtMost(bytes, std::move(callback));

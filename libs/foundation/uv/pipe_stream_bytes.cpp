@@ -103,7 +103,7 @@ void PipeStream::Private::readEnd()
     readPending();
 }
 
-void PipeStream::Private::write(ByteArray bytes, Completion completion)
+void PipeStream::Private::write(const ByteArray& bytes, Completion&& completion)
 {
     if (isClosed()) {
         if (_state == State::Closing)
@@ -117,7 +117,7 @@ void PipeStream::Private::write(ByteArray bytes, Completion completion)
         _flushPending = true;
         _sendAt = firstPortion;
     }
-    _queue.push(std::move(bytes), std::move(completion));
+    _queue.push(bytes, std::move(completion));
     if (_requestBytes == 0 && _queue.bytes() >= _sendAt && _state == State::Connected) {
         _sendAt = std::min(_sendAt * portionGrowth, largestPortion);
         send();

@@ -40,7 +40,7 @@ struct PipeStream::Private final : SharedMember, System::SocketUser {
     void readEnd();
     void readInto(std::span<std::uint8_t> memory) noexcept { _readTarget = memory; }
 
-    void write(ByteArray bytes, Completion completion);
+    void write(const ByteArray& bytes, Completion&& completion);
     void whenQueuedAtMost(std::size_t bytes, folly::Function<void()> callback);
     std::size_t queuedBytes() const noexcept { return _queue.bytes() - takenOfRequest(); }
     std::uint64_t sentBytes() const noexcept { return _sentBytes + takenOfRequest(); }

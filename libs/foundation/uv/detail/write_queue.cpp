@@ -15,11 +15,11 @@ constexpr std::size_t mostBlockBytes = 16 * 1024;
 
 } // namespace
 
-void WriteQueue::push(ByteArray bytes, Stream::Completion completion)
+void WriteQueue::push(const ByteArray& bytes, Stream::Completion&& completion)
 {
     const auto size = bytes.size();
     if (completion || size > joinedBytes || !join(bytes)) {
-        _entries.push_back({ std::move(bytes), std::move(completion) });
+        _entries.push_back({ bytes, std::move(completion) });
         _isJoining = false;
     }
     _bytes += size; // Counted last: a write for which there was no memory is not in the queue.

@@ -14,7 +14,7 @@ public:
         std::size_t bytes;
     };
 
-    void push(ByteArray bytes, Stream::Completion completion);
+    void push(const ByteArray& bytes, Stream::Completion&& completion); ///< Mostly it copies the bytes.
 
     bool empty() const noexcept { return _entries.empty(); }
     std::size_t bytes() const noexcept { return _bytes; } ///< Still to send.
