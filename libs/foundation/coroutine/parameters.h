@@ -26,7 +26,8 @@ template <typename T, typename First, typename... Rest> consteval bool mayBeThis
 /// Whether an argument is sure to be there while the coroutine runs: a value is in its frame, and & stands for what outlives it.
 template <typename Parameter>
 inline constexpr bool isKept =
-    !std::is_rvalue_reference_v<Parameter> && !std::is_const_v<std::remove_reference_t<Parameter>>;
+    !std::is_reference_v<
+        Parameter> || (std::is_lvalue_reference_v<Parameter> && !std::is_const_v<std::remove_reference_t<Parameter>>);
 
 template <typename T> consteval bool parametersAreKept() { return true; }
 template <typename T, typename First, typename... Rest> consteval bool parametersAreKept()

@@ -257,7 +257,7 @@ struct Owner {
 };
 
 using fn::internal::parametersAreKept;
-static_assert(parametersAreKept<int, int, std::string, Owner&, int*>());
+static_assert(parametersAreKept<int, int, const std::string, Owner&, int*>());
 static_assert(parametersAreKept<int, const Owner&, std::string>(), "`this` of a const member function");
 static_assert(!parametersAreKept<int, Owner&, const std::string&>());
 static_assert(!parametersAreKept<int, std::string&&>());
