@@ -6,7 +6,8 @@
 
 namespace fn {
 
-/// Has `work` run on a thread of the pool, where it may block, and gives what it returns or throws on the loop that runs now.
+/// Has `work` run on a thread of the pool, where it may block, and gives what it returns or throws on the loop that runs now, or
+/// else on the default one. That loop outlives the work: who destroys a loop waits for the pool before.
 /// Cancelling gives the outcome up, not the work. `work` is called, with the WorkContext of the caller, and destroyed on the other
 /// thread: it owns what it uses.
 template <typename F, typename Result = std::invoke_result_t<std::decay_t<F>&>>
