@@ -375,6 +375,7 @@ void Loop::postDeletion(Task deletion) { _private->postDeletion(std::move(deleti
 Handle Loop::schedule(Duration delay, Task task) { return _private->schedule(delay, std::move(task)); }
 const Clock& Loop::clock() const { return _private->clock(); }
 bool Loop::isCurrentThread() const noexcept { return _private->isCurrentThread(); }
+bool Loop::runsElsewhere() const noexcept { return !_private->mayTouch(); }
 uv_loop_t* Loop::uvHandle() noexcept { return _private->handle(); }
 
 } // namespace fn::uv

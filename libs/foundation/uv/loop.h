@@ -28,6 +28,7 @@ public:
     Loop& uvLoop() override { return *this; }
 
     bool isCurrentThread() const noexcept; ///< Whether the loop runs on the calling thread now.
+    bool runsElsewhere() const noexcept; ///< Whether it runs on another thread now.
     uv_loop_t* uvHandle() noexcept; ///< For integrating further event sources. Loop thread; not in the simulated world.
 
     struct Private;

@@ -7,6 +7,7 @@
 #include "foundation/io/byte_array_output_stream.h"
 #include "hub_fixture.h"
 #include <gmock/gmock.h>
+#include <thread>
 
 namespace typed {
 
@@ -280,7 +281,7 @@ TEST_F(InterfaceTest, EachTypeTravelsAsItsFormAndComesBack)
     EXPECT_EQ(grown, (Point { 3, "b" }));
 }
 
-TEST_F(InterfaceTest, ObjectsGoBothWays)
+TEST_F(InterfaceTest, ObjectsGoBothWaysAndAreOfOneThread)
 {
     const auto lent = result([&] { return remote->lend(ipc::Ref<Counter>()); });
     EXPECT_EQ(result([&] { return lent->add(3); }), 3);
@@ -293,6 +294,8 @@ TEST_F(InterfaceTest, ObjectsGoBothWays)
     const auto foreign = fn::makeAuto<CounterService>(*owner->worker);
     EXPECT_EQ(failure([&] { return remote->lend(foreign); }),
         "RuntimeException: An object of worker 1 (Owner) can not be sent by worker 2 (User)");
+    loop.post([&] { std::thread([&] { EXPECT_THROW((void)remote->lend(lent), fn::RuntimeException); }).join(); });
+    settle();
 }
 
 TEST_F(InterfaceTest, APropertyIsToldToEachWatcherOnceForEachValue)

@@ -5,6 +5,7 @@
 #include "core/ipc/object/detail/pending_calls.h"
 #include "core/ipc/object/tracing.h"
 #include "core/ipc/wire/detail/message_fields.h"
+#include "foundation/uv/loop.h"
 #include "foundation/work_context.h"
 #include <algorithm>
 
@@ -118,6 +119,8 @@ void CallableObjectReference::startCall(
     const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit)
 {
     if (dead() || !hasWorker()) return call->reject(objectDead(*this, call->method()));
+    if (fn::RunLoop::currentLoop() != &loop()) [[unlikely]]
+        checkThread(*call);
     call->_isTyped = true;
     addCall(call);
     const auto requestId = call->requestId();
@@ -135,6 +138,13 @@ void CallableObjectReference::startCall(
         const auto ended = _pendingCalls->take(requestId);
         call->reject(named(std::current_exception(), *this, call->method()));
     }
+}
+
+void CallableObjectReference::checkThread(const PendingCall& call) const
+{
+    if (!loop().uvLoop().runsElsewhere()) return; // Nobody runs it yet, or runs another one inside of it.
+    throw fn::RuntimeException(
+        fmt::format("{}.{} is called on another thread than its worker's", className(), call.method()));
 }
 
 void CallableObjectReference::addCall(const fn::AutoPtr<PendingCall>& call)

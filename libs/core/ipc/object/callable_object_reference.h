@@ -42,7 +42,8 @@ protected:
     // For the library's own classes, whose calls write their arguments and read their results themselves.
 
     /// Sends `call`, which is rejected with `fn::OperationTimedOutException` after `limit`, if that is not zero, or when the time of
-    /// the work that calls is up (`fn::WorkContext`). What is left, and the trace, go with it.
+    /// the work that calls is up (`fn::WorkContext`). What is left, and the trace, go with it. While the loop runs on another thread:
+    /// `fn::RuntimeException`.
     void startCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit);
     void endCall(std::uint32_t requestId, PayloadReader& result); ///< An answer has come.
     void failCall(std::uint32_t requestId, const fn::Value& error); ///< The answer is an error.
@@ -51,6 +52,7 @@ private:
     friend class ObjectReference;
     friend class PendingCall;
 
+    void checkThread(const PendingCall& call) const;
     void addCall(const fn::AutoPtr<PendingCall>& call);
     std::uint32_t nextRequestId();
     EndedCall takeCall(std::uint32_t requestId);
