@@ -28,6 +28,8 @@ fn::Promise<int> call(const ipc::Ref<Adder>& adder)
     return adder->add(1, "two");
 #elif CASE == 5 // deleted function.* A = {int}; int wrongArgument = 2; .*Args = {int, int}
     return adder->add.within(fn::Duration::seconds(1))(1);
+#elif CASE == 6 // deleted function.* A = {double, int}; int wrongArgument = 1;
+    return adder->add(1.5, 2);
 #else
     return adder->add(1, 2);
 #endif

@@ -37,6 +37,11 @@ template <typename... Args> struct Arguments {
     }
 };
 
+/// What C++ converts, but for a number that would lose its fraction.
+template <typename From, typename To>
+inline constexpr bool isArgument =
+    std::is_convertible_v<From, To> && !(std::is_floating_point_v<std::remove_cvref_t<From>> && std::is_integral_v<To>);
+
 /// The number of the first of A, from 1, that is no argument for its place in `To`; 0 if all are. One more than there are, for too few.
 template <typename To, typename... A> struct WrongArgument;
 template <typename... Args, typename... A> struct WrongArgument<std::tuple<Args...>, A...> {
@@ -52,7 +57,7 @@ private:
     template <std::size_t... indices> static consteval int findIn(std::index_sequence<indices...>)
     {
         int wrong = 0;
-        (void)((std::is_convertible_v<std::tuple_element_t<indices, std::tuple<A...>>,
+        (void)((isArgument<std::tuple_element_t<indices, std::tuple<A...>>,
                     std::tuple_element_t<indices,
                         std::tuple<Args...>>> || (wrong = static_cast<int>(indices) + 1, false))
             && ...);
