@@ -17,8 +17,7 @@ public:
     /// Fires it, in the service. Throws what encoding throws.
     void operator()(const std::decay_t<Args>&... args)
     {
-        peer().peerFire(
-            name(), [&](PayloadWriter& writer) { internal::Arguments<std::decay_t<Args>...>::write(writer, args...); });
+        fire([&](PayloadWriter& writer) { internal::Arguments<std::decay_t<Args>...>::write(writer, args...); });
     }
 
     /// Hears it, as long as the handle and the reference live. The values are valid until the callback returns.
@@ -42,7 +41,7 @@ private:
     using Signal = fn::Signal<const std::decay_t<Args>&...>;
     Signal& signal() const
     {
-        peer().peerListen();
+        listen();
         if (!_signal) _signal = std::make_unique<Signal>();
         return *_signal;
     }

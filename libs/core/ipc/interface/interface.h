@@ -40,22 +40,26 @@ public:
 
     const char* name() const { return _name; }
 
-    // For who makes objects of interfaces.
-    void bind(Peer& peer, const char* name)
-    {
-        _peer = &peer;
-        _name = name;
-    }
-
 protected:
     ~Member() = default;
-    Peer& peer() const ///< `fn::RuntimeException` if the interface was made by hand.
+
+    // What the peer does. `fn::RuntimeException` if the interface was made by hand.
+    void start(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) const
+    {
+        peer().peerCall(call, argument, limit);
+    }
+    void listen() const { peer().peerListen(); }
+    void fire(PayloadSource argument) const { peer().peerFire(_name, argument); }
+    fn::RunLoop& loop() const { return peer().peerLoop(); }
+
+private:
+    template <typename I> friend void bindMembers(I& interface, Peer& peer);
+
+    Peer& peer() const
     {
         if (!_peer) throwUnbound();
         return *_peer;
     }
-
-private:
     [[noreturn]] void throwUnbound() const;
 
     Peer* _peer = nullptr;
@@ -102,13 +106,18 @@ template <typename I> struct Interface {
 
 namespace internal {
 
+/// Tells the members their names, and where they belong.
 template <typename I> void bindMembers(I& interface, Peer& peer)
 {
     // Between members of a greater alignment there may be bytes of nobody.
     constexpr auto bytes = I::Members::template bytesIn<I>;
     static_assert(alignof(I) > alignof(void*) || sizeof(I) == bytes || (std::is_empty_v<I> && bytes == 0),
         "IPC_MEMBERS does not name each member of the interface, once");
-    I::Members::each([&]<typename M>(M) { M::in(interface).bind(peer, M::name); });
+    I::Members::each([&]<typename M>(M) {
+        Member& member = M::in(interface);
+        member._peer = &peer;
+        member._name = M::name;
+    });
 }
 
 } // namespace internal

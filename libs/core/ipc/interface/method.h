@@ -93,7 +93,7 @@ private:
         const auto write = [&](PayloadWriter& writer) {
             internal::Arguments<std::decay_t<Args>...>::write(writer, args...);
         };
-        peer().peerCall(fn::AutoPtr<PendingCall>(call.get()), write, limit);
+        Member::start(fn::AutoPtr<PendingCall>(call.get()), write, limit);
         return fn::Promise<R>(std::move(call));
     }
 };

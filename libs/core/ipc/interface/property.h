@@ -38,7 +38,7 @@ public:
             if (value == _value) return *this;
         }
         _value = std::move(value);
-        peer().peerFire(name(), [&](PayloadWriter& writer) { Codec<T>::write(writer, _value); });
+        fire([&](PayloadWriter& writer) { Codec<T>::write(writer, _value); });
         return *this;
     }
 
@@ -50,12 +50,12 @@ public:
     /// handle and the reference live. While the object of an `ipc::Remote` is away, its current value is the one that came last.
     fn::Handle watch(Callback callback) const
     {
-        peer().peerListen();
+        listen();
         if (!_watch) _watch = std::make_unique<Watch>();
         auto watcher = std::make_shared<Watcher>(std::move(callback));
         auto handle = _watch->connect([watcher](const T& value) { watcher->tell(value); });
         if (_hasValue)
-            peer().peerLoop().post([weak = std::weak_ptr(watcher), value = _value] {
+            loop().post([weak = std::weak_ptr(watcher), value = _value] {
                 if (const auto watcher = weak.lock(); watcher && !watcher->isTold) watcher->tell(value);
             });
         else if (!_asking)
@@ -120,7 +120,7 @@ private:
     fn::Promise<T> ask(fn::Duration limit) const
     {
         auto call = fn::makeAuto<internal::TypedCall<T>>(name());
-        peer().peerCall(
+        start(
             fn::AutoPtr<PendingCall>(call.get()), [](PayloadWriter& writer) { writer.writeNil(); }, limit);
         return fn::Promise<T>(std::move(call));
     }

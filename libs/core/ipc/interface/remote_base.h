@@ -9,7 +9,7 @@
 namespace ipc::internal {
 
 /// What an `ipc::Remote` does, whatever its interface.
-class FN_EXPORT RemoteBase : public Peer {
+class FN_EXPORT RemoteBase : protected Peer {
 public:
     RemoteBase(const RemoteBase&) = delete;
     RemoteBase& operator=(const RemoteBase&) = delete;
@@ -24,10 +24,6 @@ protected:
         Worker& worker, void* interface, const fn::String& className, fn::Duration timeLimit, fn::Duration patience);
     ~RemoteBase();
 
-    void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
-    void peerListen() const override { }
-    fn::RunLoop& peerLoop() const override { return _worker.loop(); }
-
     void look(); ///< Unless the object is there, or is being looked for.
     const fn::AutoPtr<TypedReference>& current() const { return _reference; }
 
@@ -35,6 +31,10 @@ protected:
     virtual void refreshProperties() = 0; ///< Those that are watched.
 
 private:
+    void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
+    void peerListen() const override { }
+    fn::RunLoop& peerLoop() const override { return _worker.loop(); }
+
     /// What a call needs to be sent later, or again.
     struct Request {
         EncodedPayload argument;

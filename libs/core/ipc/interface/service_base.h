@@ -41,18 +41,9 @@ private:
 };
 
 /// A service of an interface: the part that does not depend on the interface.
-class FN_EXPORT ServiceBase : public CallableObjectInstance, public Peer, private PayloadReceiver {
+class FN_EXPORT ServiceBase : public CallableObjectInstance, protected Peer, private PayloadReceiver {
 public:
     ServiceBase(Worker& worker, const fn::String& className);
-
-    void peerFire(std::string_view event, PayloadSource argument) override;
-    fn::RunLoop& peerLoop() const override { return loop(); }
-
-    // For the functions in the table.
-    void answer(const CallContext& context, PayloadSource result);
-    void fail(const CallContext& context, const std::exception_ptr& failure);
-    bool serve(const CallContext& context, std::unique_ptr<ServedCall> call); ///< False: it is cancelled already.
-    std::unique_ptr<ServedCall> endServed(ServedCall& call); ///< Null if it was cancelled.
 
     /// Owns what the service does beside its calls: coroutines, connections, timers. It ends before any member of the derived class
     /// does, when the last reference to the service has gone.
@@ -79,6 +70,18 @@ protected:
 
 private:
     class Serving;
+    template <typename R> friend class PromisedCall;
+    template <typename S, typename M, typename Signature> friend struct Caller;
+    template <typename S, typename I, typename M> friend void appendMethod(std::vector<MethodEntry>& all);
+
+    void peerFire(std::string_view event, PayloadSource argument) override;
+    fn::RunLoop& peerLoop() const override { return loop(); }
+
+    // For the functions in the table.
+    void answer(const CallContext& context, PayloadSource result);
+    void fail(const CallContext& context, const std::exception_ptr& failure);
+    bool serve(const CallContext& context, std::unique_ptr<ServedCall> call); // False: it is cancelled already.
+    std::unique_ptr<ServedCall> endServed(ServedCall& call); // Null if it was cancelled.
 
     void onPayload(WorkerId source, const CallFields& fields) override;
     void dispatch(const CallContext& context, std::string_view name, PayloadReader& argument);

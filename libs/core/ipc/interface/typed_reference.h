@@ -14,11 +14,18 @@ struct EventEntry {
 };
 
 /// A reference to an object of an interface: the part that does not depend on the interface.
-class FN_EXPORT TypedReference : public CallableObjectReference, public Peer, private PayloadReceiver {
+class FN_EXPORT TypedReference : public CallableObjectReference, protected Peer, private PayloadReceiver {
 public:
     /// `interface` is told of the events in `events`, and belongs to the subclass.
     TypedReference(ObjectReferenceInitializer& initializer, std::span<const EventEntry> events, void* interface,
         fn::Duration timeLimit);
+
+protected:
+    ~TypedReference() override;
+    void onEvent(const fn::String& name, const fn::Value& argument) override;
+
+private:
+    friend class RemoteBase;
 
     void peerCall(const fn::AutoPtr<PendingCall>& call, PayloadSource argument, fn::Duration limit) override;
     void peerListen() const override { }
@@ -28,11 +35,6 @@ public:
     void addInterface(void* interface) { _interfaces.push_back(interface); }
     void removeInterface(void* interface) { std::erase(_interfaces, interface); }
 
-protected:
-    ~TypedReference() override;
-    void onEvent(const fn::String& name, const fn::Value& argument) override;
-
-private:
     void onPayload(WorkerId source, const CallFields& fields) override;
     void dispatchEvent(std::string_view name, PayloadReader& argument);
     void dispatchToAll(const EventEntry& event, PayloadReader& argument);
