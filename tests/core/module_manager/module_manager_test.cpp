@@ -78,6 +78,8 @@ fn::Promise<void> reachesItsLimit(Supervised& run)
     co_await fn::sleep(Duration::seconds(600));
     run.manager().startModule(test::moduleName);
     co_await run.until("is ready again (launch 4)");
+    Supervised::signal(SIGKILL);
+    co_await run.until("was ended by signal 9 (killed); starting it again in 500 ms");
 }
 
 const ipc::RelaunchPolicy twice {
@@ -103,7 +105,7 @@ const Row rows[] {
             "is ready again (launch 2)", "was ended by signal 9 (killed); starting it again in 1 s",
             "is starting (launch 3)", "is ready again (launch 3)",
             "ended with exit code 0; it is not started again, after 2 times within 60 s", "is starting (launch 4)",
-            "is ready again (launch 4)" }) },
+            "is ready again (launch 4)", "was ended by signal 9 (killed); starting it again in 500 ms" }) },
 };
 
 } // namespace
