@@ -65,8 +65,6 @@ void followParent(pid_t parent)
 
 int runModule(const char* library, const char* pipePath, const char* workerTag, bool hasParameters)
 {
-    // Ctrl-C sends SIGINT to the whole process group; the main program alone reacts to it.
-    std::signal(SIGINT, SIG_IGN);
     static auto& name = *new std::string(std::filesystem::path(library).stem());
     program_invocation_short_name = name.data(); // Reports call this process so.
     core::AppInfo::adoptEnvironment();
@@ -80,6 +78,9 @@ int runModule(const char* library, const char* pipePath, const char* workerTag, 
 
 int main(int argc, char** argv)
 {
+    // A terminal sends them to the whole process group; the main program alone reacts to them. (Its death ends this process, too.)
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
     const auto parent = getppid();
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
         std::fputs(usage, stdout);

@@ -12,12 +12,18 @@ using namespace std::chrono_literals;
 
 const std::string path = TEST_BINARY_DIR "/programs/test_application";
 
-/// With both its outputs in one pipe.
+/// With both its outputs in one pipe, and a process group of its own, as a terminal gives one to a program.
 class TestApplication : public test::ChildProcess {
 public:
     explicit TestApplication(const std::string& arguments = {}, const std::string& program = path)
-        : ChildProcess({ "/bin/sh", "-c", "exec '" + program + "' " + arguments + " 2>&1" })
+        : ChildProcess({ "/bin/sh", "-c", "exec setsid '" + program + "' " + arguments + " 2>&1" })
     {
+    }
+
+    /// What Ctrl-C does.
+    void interrupt() const
+    {
+        if (::kill(-pid(), SIGINT) != 0) signal(SIGINT); // There is no group yet.
     }
 
     /// Its lines to the end, which comes when its modules have gone, too.
@@ -43,7 +49,7 @@ TEST_F(ApplicationTest, EndsAtASignalInWhateverMomentAndSaysNothing)
     for (int milliseconds = 0; milliseconds < 60; milliseconds += 3) {
         TestApplication application("test_busy_module"); // Never ends by itself.
         (void)application.readLine(std::chrono::milliseconds(milliseconds));
-        application.signal(SIGINT);
+        application.interrupt();
         EXPECT_EQ(application.wait(), 128 + SIGINT);
         const auto said = application.rest();
         EXPECT_TRUE(said.empty() || said == "busy\n" || said == "running\n" || said == "running\nbusy\n"
@@ -77,12 +83,13 @@ TEST_F(ApplicationTest, HandsItsCommandToTheOneThatRuns)
 TEST_F(ApplicationTest, SaysWhatIsWrongAndEnds)
 {
     const auto odd = folder.path().string() + "/My Thumbs!";
-    std::filesystem::create_symlink(path, odd);
+    std::filesystem::copy_file(path, odd);
     const struct {
         std::string arguments, program, text;
         int exitCode;
     } cases[] = {
         { "--version", path, "test_application 0\n", 0 },
+        { "--version", odd, "can not be", 1 },
         { "--log nine", path, "--log takes a priority, 0 to 7, and not \"nine\"", 2 },
         { "--log", path, "and not \"\"", 2 },
         { "", odd, "The id of an application can not be \"my thumbs!\": it is 1 to 32 of a-z", 1 },

@@ -4,10 +4,11 @@
 namespace media {
 
 EndingSignals::EndingSignals(fn::uv::Loop& loop, const std::function<void(int)>& onSignal)
-    : _interrupt(loop, SIGINT, [=] { onSignal(SIGINT); }),
-      _terminate(loop, SIGTERM, [=] { onSignal(SIGTERM); }),
-      _hangUp(loop, SIGHUP, [=] { onSignal(SIGHUP); })
 {
+    for (const int signal : { SIGINT, SIGTERM, SIGHUP }) {
+        if (fn::uv::SignalWatcher::isIgnored(signal)) continue;
+        _watchers.push_back(std::make_unique<fn::uv::SignalWatcher>(loop, signal, [=] { onSignal(signal); }));
+    }
 }
 
 int runUntilSignal(fn::uv::Loop& loop)

@@ -56,15 +56,18 @@ Application::Application(ApplicationOptions options)
     } catch (const fn::RuntimeException& exception) {
         end(failed, exception.what());
     }
-    for (const int signal : { SIGINT, SIGTERM, SIGHUP })
+    for (const int signal : { SIGINT, SIGTERM, SIGHUP }) {
+        if (fn::uv::SignalWatcher::isIgnored(signal)) continue;
         _signals.push_back(
             std::make_unique<fn::uv::SignalWatcher>(mainLoop(), signal, [=, this] { onSignal(signal); }));
+    }
     for (const auto& module : _options.modules) addModule(module);
 }
 
 Application::Application(ApplicationOptions options, int argc, const char* const* argv)
     : Application(std::move(options))
 {
+    if (_isEnding) return; // `run()` says why.
     auto line = CommandLine::parse({ argv, static_cast<std::size_t>(argc) }, _options);
     _arguments = std::move(line.arguments);
     if (line.logPriority) _logPriority = line.logPriority;
@@ -122,6 +125,7 @@ void Application::endAll()
     _dispatcher.reset(); // Processes that have not read QUIT see the end of their connection.
     if (_manager) _manager->end(std::max(_end - mainLoop().clock().monotonic(), fn::Duration()));
     _manager.reset();
+    _signals.clear();
 }
 
 /// Whether this process runs the application; otherwise there is nothing left to do.
@@ -162,10 +166,14 @@ void Application::runHub(Main& main)
     _dispatcher = std::make_unique<Dispatcher>(mainLoop(), _options.notRespondingTimeout);
     _manager = std::make_unique<ModuleManager>(*_dispatcher);
     for (auto& [name, options] : std::exchange(_added, {})) _manager->addModule(name, std::move(options));
-    _scope.connect(_dispatcher->onReady(), [&] { _scope.start(follow(main)); });
+    _scope.connect(_dispatcher->onReady(), [&] {
+        _scope.start(follow(main));
+        // Behind the coroutine's first steps, so that it can listen. Another start tries again until it is heard.
+        if (_options.isSingle && !_isEnding)
+            _instance.accept([this](const fn::Value& command) { _onCommand.fire(command); });
+    });
     _scope.connect(_manager->onFatalError(), [this](const fn::String& message) { end(failed, message); });
     _scope.connect(_manager->onModuleState(), [this](const ModuleStatus& status) { _onModuleState.fire(status); });
-    if (_options.isSingle) _instance.accept([this](const fn::Value& command) { _onCommand.fire(command); });
     _dispatcher->bind();
     _dispatcher->start();
     _manager->start();
@@ -190,8 +198,9 @@ fn::Promise<void> Application::follow(Main& main)
 
 void Application::onSignal(int signal)
 {
-    if (!_isEnding) return end(signalled + signal);
+    if (!std::exchange(_isSignalled, true)) return end(signalled + signal);
     _end = {}; // Who asks twice does not want to wait.
+    if (_manager) _manager->killAll();
     mainLoop().stop();
 }
 
@@ -201,6 +210,7 @@ void Application::end(int exitCode, const fn::String& message)
     _exitCode = exitCode;
     _end = mainLoop().clock().monotonic() + _options.graceTime;
     if (!message.empty()) std::fprintf(stderr, "%s: %s\n", program_invocation_short_name, message.c_str());
+    if (_manager) _manager->endLaunches(); // From now on no exit is one that nobody has asked for.
     // In a task, since the scope does not end inside of its coroutines, of which this may be called. If the loop stops for another
     // reason before, `runMain()` ends everything, and the task does nothing.
     mainLoop().post(_scope.guard([this] { endHub(); }));
@@ -211,11 +221,11 @@ void Application::endHub()
     try {
         _scope.end();
     } catch (const fn::RuntimeException&) { // One of them runs the loop, which is stopped now.
+        mainLoop().post(_scope.guard([this] { endHub(); })); // Once that one has left its run.
         return mainLoop().stop();
     }
     _instance.close(); // Later starts wait for the end of this process.
     if (!_dispatcher) return mainLoop().stop();
-    _manager->stop();
     _dispatcher->end(_options.graceTime).then([] { mainLoop().stop(); });
 }
 

@@ -22,8 +22,8 @@ namespace ipc {
 /// Belongs to the main thread. One in a process, before any other thread has begun.
 class FN_EXPORT Application {
 public:
-    /// Declares the application, so that its folders are known, and watches SIGINT, SIGTERM and SIGHUP from now on: each ends the
-    /// application, a second one without waiting for the modules. An identity that is not as it must be, or under whose id something
+    /// Declares the application, so that its folders are known, and watches SIGINT, SIGTERM and SIGHUP until `run()` returns, unless they
+    /// are ignored: each ends the application, a second one without waiting for the modules. An identity that is not as it must be, or under whose id something
     /// else is installed: `run()` says so, and does nothing else.
     explicit Application(ApplicationOptions options);
     /// Takes `--help`, `--version`, `--verbose` and `--log PRIORITY` from the command line. What one of them has printed, or a wrong
@@ -84,7 +84,7 @@ public:
         return ipc::find<I>(worker(), patience);
     }
 
-    /// Fires with what another start of the program has handed over (`ApplicationOptions::isSingle`). Any process of the user can send
+    /// To be connected before the coroutine waits for the first time. Fires with what another start of the program has handed over (`ApplicationOptions::isSingle`). Any process of the user can send
     /// what it likes: to be checked.
     fn::Signal<const fn::Value&>& onCommand() { return _onCommand; }
     SingleInstance& singleInstance() { return _instance; } ///< For an end that loses no command: `closeUnless()`.
@@ -123,6 +123,7 @@ private:
     fn::Signal<const ModuleStatus&> _onModuleState;
     fn::Signal<const fn::Value&> _onCommand;
     bool _isEnding = false;
+    bool _isSignalled = false;
     fn::Duration _end; // When the grace time is over, by the loop's clock; once the end has begun.
     int _exitCode = 0;
     fn::Scope _scope;

@@ -1,13 +1,16 @@
 #include "core/application/application_options.h"
 #include "core/services/app_info.h"
-#include <cerrno>
+#include <filesystem>
 
 namespace ipc {
 
 core::AppIdentity ApplicationOptions::identity() const
 {
     core::AppIdentity identity { id, name, version };
-    if (id.empty()) identity.id = fn::String(program_invocation_short_name).toLowerCase();
+    if (id.empty()) { // The program's own name, not that of a link to it.
+        const auto program = std::filesystem::read_symlink("/proc/self/exe");
+        identity.id = fn::String(program.filename().string()).toLowerCase();
+    }
     if (name.empty() && version.empty()) { // The applications that the library knows are known whole.
         for (const auto app : { core::AppInfo::App::Skyfold, core::AppInfo::App::Lumenhall }) {
             if (auto known = core::AppInfo::identityOf(app); known.id == identity.id) return known;

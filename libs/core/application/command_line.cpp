@@ -11,7 +11,7 @@ constexpr auto ownOptions = R"(
 Options:
   -h, --help      Print this help and end
   --version       Print the version and end
-  --log PRIORITY  Show log messages up to this priority, 1 (errors) to 7 (traces)
+  --log PRIORITY  Show log messages up to this priority, 0 (none) to 7 (all)
   --verbose       Let verbose logging profiles take messages, in all processes
 )";
 

@@ -4,9 +4,11 @@
 #include "base/posix.h"
 #include "core/services/app_info.h"
 #include "foundation/coroutine/sleep.h"
+#include "foundation/io/file.h"
 #include "foundation/system/path_manager.h"
 #include "foundation/time/clock.h"
 #include <array>
+#include <unistd.h>
 
 namespace ipc {
 namespace {
@@ -23,31 +25,31 @@ fn::String handOverLockName()
 /// Who runs under the id: what AppIdentity::toText() gives, in a file beside the lock.
 fn::String ownerFile() { return fn::PathManager::privatePath(core::AppInfo::commonId() + ".owner"); }
 
+/// Replaces the file as a whole.
 void writeOwner()
 {
+    const auto path = ownerFile();
+    const auto partial = path + "." + fn::String::number(::getpid());
+    ::unlink(partial.c_str());
     const auto text = core::AppInfo::instance().identity().toText();
-    const auto file = fn::FileDescriptor::write(ownerFile(), 0600);
+    auto file = fn::FileDescriptor::write(partial, 0600);
     (void)fn::posix::write(file.get(), text.data(), text.size()); // What is cut off is read as no identity.
+    file.close();
+    fn::File(partial).moveTo(path);
 }
 
-/// Throws if the program that runs is another application of the same id: it would not understand the command.
-void checkOwner()
+/// Who runs, or ran last; none if that is not known.
+std::optional<core::AppIdentity> readOwner()
 {
     std::array<char, 256> text;
-    core::AppIdentity owner;
     try {
         const auto file = fn::FileDescriptor::readRegular(ownerFile());
         const auto count = fn::posix::read(file.get(), text.data(), text.size());
-        owner = core::AppIdentity::fromText(
-            std::string_view(text.data(), static_cast<std::size_t>(std::max(count, ssize_t(0)))));
-    } catch (const fn::Exception&) { // It has just begun, and has not written one.
-        return;
+        if (count > 0)
+            return core::AppIdentity::fromText(std::string_view(text.data(), static_cast<std::size_t>(count)));
+    } catch (const fn::Exception&) { // There is none, or it is not one that this class has written.
     }
-    const auto own = core::AppInfo::instance().identity();
-    if (owner.id != own.id || owner.name == own.name) return; // Of the same family, or another version.
-    throw fn::RuntimeException("\"" + owner.name + "\" is running under the id \"" + own.id
-            + "\", which is also that of \"" + own.name + "\". End it, and give one of them another id.",
-        fn::Exception::StackTrace::None);
+    return std::nullopt;
 }
 
 /// Gives false if no program listens, or if other code stops the loop.
@@ -61,7 +63,7 @@ bool deliver(fn::uv::Loop& loop, const fn::Value& command)
         *state = outcome;
         loop.stop();
     };
-    loop.post([&command, settle] {
+    loop.post([command, settle] {
         core::CommandIPC::send(command).then(
             [settle] { settle(State::Delivered); }, [settle](const std::exception_ptr&) { settle(State::Failed); });
     });
@@ -69,10 +71,31 @@ bool deliver(fn::uv::Loop& loop, const fn::Value& command)
     return *state == State::Delivered;
 }
 
+bool handOver(fn::uv::Loop& loop, const fn::Value& command)
+{
+    const core::ProcessLock handOver(
+        handOverLockName()); // While this process holds it, the first program does not close.
+    return handOver.exclusive() && deliver(loop, command);
+}
+
 } // namespace
 
 SingleInstance::SingleInstance() = default;
 SingleInstance::~SingleInstance() = default;
+
+/// Whether the program that runs is another application of the same id, which would not understand the command. It has written
+/// its file soon after it has begun: throws if it is still another one at the next look.
+bool SingleInstance::isOthers()
+{
+    const auto own = core::AppInfo::instance().identity();
+    const auto owner = readOwner();
+    // Within the family, and of another version, one takes the other's commands.
+    const bool isOther = owner && owner->id == own.id && owner->name != own.name;
+    if (!isOther || !std::exchange(_wasOthers, isOther)) return isOther;
+    throw fn::RuntimeException("\"" + owner->name + "\" is running under the id \"" + own.id
+            + "\", which is also that of \"" + own.name + "\". End it, and give one of them another id.",
+        fn::Exception::StackTrace::None);
+}
 
 std::optional<SingleInstance::Role> SingleInstance::begin(
     fn::uv::Loop& loop, const fn::Value& command, const std::function<bool()>& isCancelled)
@@ -84,11 +107,8 @@ std::optional<SingleInstance::Role> SingleInstance::begin(
             writeOwner();
             return Role::First;
         }
-        checkOwner();
         _lock.reset();
-        // While this process holds this lock, the first program does not close.
-        if (core::ProcessLock handOver(handOverLockName()); handOver.exclusive() && deliver(loop, command))
-            return Role::Second;
+        if (!isOthers() && handOver(loop, command)) return Role::Second;
         if (loop.clock().monotonic() > end) {
             throw fn::RuntimeException("Another " + core::AppInfo::instance().applicationDisplayName()
                     + " is running and takes no commands. End it, or try again later.",
@@ -114,7 +134,7 @@ fn::Promise<bool> SingleInstance::closeUnless(folly::Function<bool()> hasMore)
     while (_commands) { // Else the program is ending.
         if (const core::ProcessLock handOver(handOverLockName()); handOver.exclusive()) {
             _commands->stop(); // Signals all commands that were sent before it returns.
-            if (hasMore()) {
+            if (_commands && hasMore()) { // Else a listener has closed it.
                 _commands->bind();
                 co_return false;
             }

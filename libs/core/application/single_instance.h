@@ -39,6 +39,9 @@ public:
     fn::Promise<bool> closeUnless(folly::Function<bool()> hasMore);
 
 private:
+    bool isOthers();
+
+    bool _wasOthers = false; // At the last look.
     std::optional<core::ProcessLock> _lock; // Held until this process ends.
     fn::AutoPtr<core::CommandIPC> _commands;
     fn::Handle _connection;

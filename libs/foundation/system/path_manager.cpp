@@ -109,7 +109,7 @@ std::optional<String> PathManager::installedRoot() const
 
 void PathManager::useRootOfModule(const String& library)
 {
-    const auto root = std::filesystem::path(library.toStdString()).parent_path().parent_path().string();
+    const auto root = std::filesystem::absolute(library.toStdString()).parent_path().parent_path().string();
     if (!exists(String(root) + "/" + markerName)) return;
     const std::lock_guard guard(_mutex);
     _rootOfModule = root;

@@ -1,6 +1,7 @@
 #include "foundation/uv/signal_watcher.h"
 #include "foundation/uv/detail/watcher.h"
 #include "foundation/uv/status.h"
+#include <csignal>
 
 namespace fn::uv {
 
@@ -49,5 +50,11 @@ SignalWatcher::SignalWatcher(Loop& loop, int signal, Task callback)
 }
 
 SignalWatcher::~SignalWatcher() { _private->end(); }
+
+bool SignalWatcher::isIgnored(int signal) noexcept
+{
+    struct sigaction action = {};
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
 
 } // namespace fn::uv

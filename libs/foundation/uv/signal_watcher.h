@@ -12,6 +12,8 @@ public:
     SignalWatcher(Loop& loop, int signal, Task callback);
     SignalWatcher(const SignalWatcher&) = delete;
     SignalWatcher& operator=(const SignalWatcher&) = delete;
+    /// Whether the process ignores the signal, because whoever has started it wants that: nohup, or a shell for the background.
+    static bool isIgnored(int signal) noexcept;
     ~SignalWatcher(); ///< Loop thread; the callback may destroy its own watcher. No callback begins afterwards.
 
 private:

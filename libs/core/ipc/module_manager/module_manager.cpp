@@ -37,6 +37,10 @@ fn::Promise<void> ModuleManager::stopModule(const fn::String& name, fn::Duration
     }
 }
 
+void ModuleManager::endLaunches() { _state->endLaunches(); }
+
+void ModuleManager::killAll() { _state->killAll(); }
+
 void ModuleManager::end(fn::Duration graceTime)
 {
     const auto state = _state;

@@ -66,7 +66,7 @@ public:
     /// launched first, and the others in the order given. After a `stop()` nothing is launched, but the loop runs.
     void start();
 
-    void stop(); ///< From now on nothing is launched any more, and no exit is an error. Running modules are left alone.
+    void stop(); ///< From now on nothing is launched any more. Running modules are left alone.
 
     /// Has a module launched that waits for it, was stopped or was given up, by a task of the loop and with all its ends forgotten; one that is
     /// to be launched again is not waited for any longer, one that is just being stopped is launched then. Nothing for one that
@@ -79,9 +79,14 @@ public:
     /// main process. Cancelling the promise does not cancel the end. Needs a running loop.
     fn::Promise<void> stopModule(const fn::String& name, fn::Duration graceTime = fn::Duration::seconds(2));
 
-    /// Ends the application when the loop has stopped: stops launching, and runs the loop until the processes of all modules have
-    /// ended. `Dispatcher::stop()` has told them to quit, or they see that the dispatcher has gone. Modules that are still
-    /// launching are killed at once, those that have not ended within `graceTime` then.
+    /// `stop()`, and kills the modules that are still launching: they have nothing to end, and would complain that they find no hub.
+    void endLaunches();
+
+    void killAll(); ///< Kills the processes of all modules, for whoever does not want to wait. After `stop()`.
+
+    /// Ends the application when the loop has stopped: `endLaunches()`, and runs the loop until the processes of all modules have
+    /// ended. `Dispatcher::stop()` has told them to quit, or they see that the dispatcher has gone. Modules that
+    /// have not ended within `graceTime` are killed then.
     void end(fn::Duration graceTime);
 
     std::vector<ModuleStatus> modules() const; ///< In the order given.

@@ -114,10 +114,10 @@ fn::Promise<void> Hub::end(const fn::Duration& graceTime)
     return promise;
 }
 
-/// Whether there are connections of other processes.
+/// Whether there are participants in other processes.
 bool Hub::hasOthers() const
 {
-    return !std::ranges::all_of(_connections, &WorkerConnection::isHere, &Connection::operator*);
+    return std::ranges::any_of(_workers, [](const auto& worker) { return !worker.second->isHere(); });
 }
 
 void Hub::finishEnd()

@@ -156,19 +156,31 @@ void ModuleManager::State::moduleDidStop(ModuleState& module)
     launchAfter(module, {});
 }
 
-void ModuleManager::State::end(fn::Duration graceTime)
+void ModuleManager::State::endLaunches()
 {
     stop();
-    const auto killAll = [this](auto condition) {
-        for (auto& module : _modules) {
-            if (module.definition->isSeparateProcess() && condition(module)) module.definition->kill();
-        }
-    };
-    // Modules that are still launching have nothing to end, and would complain that they find no hub.
-    killAll([](const ModuleState& module) { return module.state == ModuleStatus::State::Launching; });
+    for (auto& module : _modules) {
+        if (module.state == ModuleStatus::State::Launching && module.definition->isSeparateProcess())
+            module.definition->kill();
+    }
+}
+
+void ModuleManager::State::killAll()
+{
+    for (auto& module : _modules) {
+        if (module.definition->isSeparateProcess()) module.definition->kill();
+    }
+}
+
+void ModuleManager::State::end(fn::Duration graceTime)
+{
+    endLaunches();
     fn::uv::Process::awaitAll(_loop, graceTime);
-    killAll([](const ModuleState&) { return true; });
+    killAll();
     fn::uv::Process::awaitAll(_loop, reapTime);
+    for (auto& module : _modules) {
+        for (const auto& stopped : std::exchange(module.stops, {})) stopped.fulfill();
+    }
 }
 
 ModuleStatus ModuleManager::State::ModuleState::status() const

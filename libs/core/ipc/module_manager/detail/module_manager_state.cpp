@@ -119,12 +119,13 @@ void ModuleManager::State::onWorkerConnected(const Dispatcher::WorkerInfo& info)
     }
     FN_LOG(Debug, "Module {} has connected", info);
     module->connectionTimer.invalidate();
-    module->workerId = info.workerId;
-    module->connectedSince = _loop.clock().monotonic();
     // Once for ever: the signal fires although another module is just being launched again.
     module->hasConnected = true;
     // A HELLO may be read when the process has ended already, or has been asked to.
+    // A second worker may say the tag, which is no secret of the user's processes; it is not the module's.
     if (module->state == ModuleStatus::State::Launching) {
+        module->workerId = info.workerId;
+        module->connectedSince = _loop.clock().monotonic();
         const auto name = module->definition->name();
         announce(*module, ModuleStatus::State::Running,
             module->launches == 1 ? fmt::format("Module {} is ready", name)
@@ -163,7 +164,7 @@ void ModuleManager::State::onWorkerNotResponding(const Dispatcher::WorkerInfo& i
 void ModuleManager::State::onWorkerDisconnected(const Dispatcher::WorkerInfo& info)
 {
     auto* const module = stateForWorkerTag(info.tag);
-    if (!module) return;
+    if (!module || module->workerId != info.workerId) return;
     module->workerId = NO_WORKER_ID;
     if (module->state != ModuleStatus::State::Running) return;
     if (module->definition->isSeparateProcess())
@@ -205,7 +206,7 @@ void ModuleManager::State::moduleDidExit(ModuleState& module, std::int64_t statu
         return;
     }
     const auto delay = delayAfter(module, wasConnecting ? Relaunches::End::ExitedEarly : Relaunches::End::Exited);
-    if (wasConnecting && !delay && !module.options.relaunch.limit && !_stopped) {
+    if (wasConnecting && !delay && !module.options.relaunch.limit) {
         const fn::String message = fmt::format(
             "Module {} did exit before connection was established (status: {}, signal {})", name, status, signal);
         FN_LOG(Warning, "{}", message);
@@ -223,7 +224,7 @@ std::optional<fn::Duration> ModuleManager::State::delayAfter(ModuleState& module
     return module.relaunches.after(end, now, now - module.connectedSince.value_or(now));
 }
 
-/// Launches the module again or gives it up. `how` it has ended is worth a warning, or no line beside the stated one.
+/// Launches the module again or gives it up. `how` it has ended is worth a warning, or no line of its own.
 void ModuleManager::State::followEnd(
     ModuleState& module, std::optional<fn::Duration> delay, const std::string& how, bool isWarning)
 {

@@ -46,6 +46,8 @@ public:
     void stop() { _stopped = true; }
     void startModule(const fn::String& name);
     fn::Promise<void> stopModule(const fn::String& name, fn::Duration graceTime);
+    void endLaunches();
+    void killAll();
     void end(fn::Duration graceTime);
     std::vector<ModuleStatus> modules() const;
     ModuleStatus module(const fn::String& name) { return require(name).status(); }

@@ -55,7 +55,7 @@ bool Relaunches::isAllowed(End end, fn::Duration now)
 fn::String Relaunches::limitText() const
 {
     if (_policy.limit.value_or(0) == 0) return {};
-    const auto text = fmt::format(", after {} times", *_policy.limit);
+    const auto text = fmt::format(", after {} {}", *_policy.limit, *_policy.limit == 1 ? "time" : "times");
     return _policy.within > fn::Duration() ? text + fmt::format(" within {}", _policy.within) : text;
 }
 
