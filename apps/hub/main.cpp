@@ -49,7 +49,8 @@ int serve(const Options& options)
 
 int run(int argc, char** argv)
 {
-    CLI::App app("Runs a dispatcher alone. The first line of standard output is the path of its socket.", "skyfold-hub");
+    CLI::App app(
+        "Runs a dispatcher alone. The first line of standard output is the path of its socket.", "skyfold-hub");
     Options options;
     app.add_option("--timeout-ms", options.timeoutMilliseconds, "How long a worker may leave a ping unanswered")
         ->check(CLI::Range(std::int64_t(1), std::int64_t(86'400'000)))

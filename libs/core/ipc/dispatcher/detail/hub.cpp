@@ -387,4 +387,10 @@ void Hub::tellDeath(const Connection& connection)
     onWorkerDisconnected.fire(connection->info());
 }
 
+// --- Logging
+
+const fn::logging::Category& Hub::_fn_getLoggingCategoryStatic() { return fnFileLogCategory(); }
+
+fn::logging::Tag Hub::_fn_getLoggingTagStatic() { return { "", 0 }; }
+
 } // namespace ipc

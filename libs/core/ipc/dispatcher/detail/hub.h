@@ -79,6 +79,10 @@ private:
     WorkerId takeWorkerId();
     Connection connectionOf(WorkerId workerId) const;
 
+    static const fn::logging::Category& _fn_getLoggingCategoryStatic();
+    static fn::logging::Tag _fn_getLoggingTagStatic();
+    fn::logging::Tag _fn_getLoggingTag() const { return _fn_getLoggingTagStatic(); }
+
     fn::uv::Loop& _loop;
     const fn::Duration _timeout;
     const HubLimits _limits;
