@@ -168,15 +168,24 @@ void Application::runHub(Main& main)
     for (auto& [name, options] : std::exchange(_added, {})) _manager->addModule(name, std::move(options));
     _scope.connect(_dispatcher->onReady(), [&] {
         _scope.start(follow(main));
-        // Behind the coroutine's first steps, so that it can listen. Another start tries again until it is heard.
-        if (_options.isSingle && !_isEnding)
-            _instance.accept([this](const fn::Value& command) { _onCommand.fire(command); });
+        acceptCommands();
     });
     _scope.connect(_manager->onFatalError(), [this](const fn::String& message) { end(failed, message); });
     _scope.connect(_manager->onModuleState(), [this](const ModuleStatus& status) { _onModuleState.fire(status); });
     _dispatcher->bind();
     _dispatcher->start();
     _manager->start();
+}
+
+/// Behind the coroutine's first steps, so that it can listen. Another start tries again until it is heard.
+void Application::acceptCommands()
+{
+    if (!_options.isSingle || _isEnding) return;
+    try {
+        _instance.accept([this](const fn::Value& command) { _onCommand.fire(command); });
+    } catch (const std::exception& exception) {
+        end(failed, exception.what());
+    }
 }
 
 /// Ends the application with the outcome of its coroutine.

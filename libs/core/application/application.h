@@ -104,6 +104,7 @@ private:
     bool isFirst();
     void startLogging();
     void runHub(Main& main);
+    void acceptCommands();
     void onSignal(int signal);
     fn::Promise<void> follow(Main& main);
     void endHub();

@@ -86,7 +86,7 @@ TEST_F(RegistryTest, BadArgumentsHarmNobody)
 TEST_F(BusTest, KeepsWhatWasPostedBeforeTheHubWasReadyAndRefusesTooMuch)
 {
     const LogCapture log(2);
-    const fn::ByteArray large(unsigned(ipc::limits::stickyBytes));
+    const fn::ByteArray large(static_cast<unsigned>(ipc::limits::stickyBytes));
     loop.post([&] { fn::MessageBus::instance().postStickyMessage("com.x.large", large); });
     settle();
     EXPECT_TRUE(log.contains("Refusing the sticky message com.x.large"));

@@ -54,12 +54,12 @@ private:
     bool _hasEnded = false;
 
     // For the sanitizers.
-    void* _fakeStack = nullptr;
-    void* _callerFakeStack = nullptr;
-    const void* _callerBottom = nullptr;
-    std::size_t _callerSize = 0;
-    void* _tsanFiber = nullptr;
-    void* _tsanCaller = nullptr;
+    [[maybe_unused]] void* _fakeStack = nullptr;
+    [[maybe_unused]] void* _callerFakeStack = nullptr;
+    [[maybe_unused]] const void* _callerBottom = nullptr;
+    [[maybe_unused]] std::size_t _callerSize = 0;
+    [[maybe_unused]] void* _tsanFiber = nullptr;
+    [[maybe_unused]] void* _tsanCaller = nullptr;
 
     friend struct FiberEntry;
 };

@@ -253,9 +253,12 @@ void WorkerObjectManager::collectLive(LiveReferences& live, ObjectReference& ref
 /// Marks all references as dead before it notifies the first one, so that no callback sees some of them alive.
 void WorkerObjectManager::markDead(LiveReferences references)
 {
-    std::ranges::stable_sort(references, {}, [](const auto& reference) { return reference->objectId(); });
-    for (const auto& reference : references) reference->markObjectDead();
-    for (const auto& reference : references) reference->notifyObjectDead();
+    std::vector<std::pair<ObjectId, std::size_t>> order; // Of one object, as they were given.
+    order.reserve(references.size());
+    for (const auto& reference : references) order.emplace_back(reference->objectId(), order.size());
+    std::ranges::sort(order);
+    for (const auto& [id, index] : order) references[index]->markObjectDead();
+    for (const auto& [id, index] : order) references[index]->notifyObjectDead();
 }
 
 void WorkerObjectManager::workerDied(WorkerId workerId)
