@@ -4,10 +4,10 @@
 #include "core/ipc/interface/service.h"
 #include "core/ipc/object/tracing.h"
 #include "core/services/fraction.h"
+#include "foundation/coroutine/on_pool.h"
 #include "foundation/io/byte_array_output_stream.h"
 #include "hub_fixture.h"
 #include <gmock/gmock.h>
-#include <thread>
 
 namespace typed {
 
@@ -294,8 +294,10 @@ TEST_F(InterfaceTest, ObjectsGoBothWaysAndAreOfOneThread)
     const auto foreign = fn::makeAuto<CounterService>(*owner->worker);
     EXPECT_EQ(failure([&] { return remote->lend(foreign); }),
         "RuntimeException: An object of worker 1 (Owner) can not be sent by worker 2 (User)");
-    loop.post([&] { std::thread([&] { EXPECT_THROW((void)remote->lend(lent), fn::RuntimeException); }).join(); });
-    settle();
+    bool isOver = false;
+    const auto call = [&] { EXPECT_THROW((void)remote->lend(lent), fn::RuntimeException); };
+    loop.post([&] { fn::onPool(call).then([&] { isOver = true; }); }); // On a thread of the pool.
+    EXPECT_TRUE(test::runUntil(loop, [&] { return isOver; }));
 }
 
 TEST_F(InterfaceTest, APropertyIsToldToEachWatcherOnceForEachValue)
